@@ -1,0 +1,51 @@
+// The one way in for bytes: whole files, and numbers read from them with a position that may run
+// past the end. Every decoder reads through these, so that no file can lead it out of bounds.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+/// The largest file that Bytes_LoadFile takes, in bytes.
+constexpr size_t Bytes_MaxFile = size_t{1} << 30;
+
+/// The whole file at `path`. Empty when it cannot be opened or read, when it is no regular file
+/// with a size of its own (a pipe, a directory), or when it is larger than Bytes_MaxFile.
+std::vector<uint8_t> Bytes_LoadFile(const char *path);
+
+/// The byte at `position`, which moves on by one. Past the end it is 0 and the position moves on
+/// all the same: position > file.size() afterwards means "cut short".
+inline uint8_t Bytes_GetByte(std::span<const uint8_t> file, size_t &position)
+{
+    const size_t at = position++;
+    return at < file.size() ? file[at] : uint8_t{0};
+}
+
+/// Big-endian number of `count` bytes (1 to 4) at `position`, under the rule of Bytes_GetByte.
+inline uint32_t Bytes_GetBig(std::span<const uint8_t> file, size_t &position, int count)
+{
+    uint32_t value = 0;
+    for (int i = 0; i < count; i++)
+        value = value << 8 | Bytes_GetByte(file, position);
+    return value;
+}
+
+/// Little-endian number of `count` bytes (1 to 4) at `position`, under the rule of Bytes_GetByte.
+inline uint32_t Bytes_GetLittle(std::span<const uint8_t> file, size_t &position, int count)
+{
+    uint32_t value = 0;
+    for (int i = 0; i < count; i++)
+        value |= static_cast<uint32_t>(Bytes_GetByte(file, position)) << (8 * i);
+    return value;
+}
+
+/// The part of `file` from `position` on, at most `count` bytes of it; empty past the end.
+inline std::span<const uint8_t> Bytes_GetSpan(std::span<const uint8_t> file, size_t position,
+                                              size_t count = SIZE_MAX)
+{
+    if (position >= file.size())
+        return {};
+    const size_t left = file.size() - position;
+    return file.subspan(position, count < left ? count : left);
+}

@@ -1,0 +1,32 @@
+// Small files for tests, in the test's temporary folder.
+#pragma once
+
+#include <cstdint>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "extra/bytes.h"
+
+inline std::string TempPath(const std::string &name)
+{
+    return testing::TempDir() + "tessaruvinel_" + name;
+}
+
+inline std::string WriteTemp(const std::string &name, const std::vector<uint8_t> &bytes)
+{
+    const std::string path = TempPath(name);
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char *>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+    return path;
+}
+
+// Bytes of a text with NULs in it: Text("a\0b").
+template <size_t N>
+std::vector<uint8_t> Text(const char (&text)[N])
+{
+    return {text, text + N - 1};
+}

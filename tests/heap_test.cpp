@@ -1,0 +1,66 @@
+#include "extra/heap.h"
+
+#include <gtest/gtest.h>
+
+TEST(Heap, PullsGiveBackWhatWasPushed)
+{
+    for (const bool queue : {false, true}) {
+        Extra_CreateHeap(7, 64);
+        Extra_SetHeap(7, queue);
+        Extra_PushByte(1);
+        Extra_PushWord(0x1234);
+        Extra_PushDWord(0x11223344);
+        const uint8_t stored[] = {1, 0x34, 0x12, 0x44, 0x33, 0x22, 0x11};
+        for (size_t i = 0; i < sizeof stored; i++)
+            EXPECT_EQ(Extra_Heap[7][i], stored[i]);
+        if (queue) {
+            EXPECT_EQ(Extra_PullByte(), 1);
+            EXPECT_EQ(Extra_PullWord(), 0x1234);
+            EXPECT_EQ(Extra_PullDWord(), 0x11223344u);
+            EXPECT_EQ(Extra_Tail[7], 7u);
+            EXPECT_EQ(Extra_Head[7], 7u);
+        } else {
+            EXPECT_EQ(Extra_PullDWord(), 0x11223344u);
+            EXPECT_EQ(Extra_PullByte(), 0x12); // a word from the top: high byte first
+            EXPECT_EQ(Extra_PullByte(), 0x34);
+            EXPECT_EQ(Extra_PullByte(), 1);
+        }
+        EXPECT_TRUE(Extra_EmptyHeap());
+        Extra_DestroyHeap(7);
+    }
+}
+
+TEST(Heap, RoomAndEmptinessAreNoDanger)
+{
+    Extra_CreateHeap(3, 2);
+    Extra_SetHeap(3, 0);
+    Extra_PushDWord(0x44332211); // two of its bytes fit
+    EXPECT_EQ(Extra_Head[3], 2u);
+    EXPECT_EQ(Extra_PullWord(), 0x2211);
+    EXPECT_EQ(Extra_PullByte(), 0);
+    EXPECT_EQ(Extra_Head[3], 0u);
+    Extra_SetHeap(3, 1);
+    EXPECT_EQ(Extra_PullDWord(), 0u);
+    EXPECT_EQ(Extra_Tail[3], 0u);
+    Extra_DestroyHeap(3);
+    Extra_DestroyHeap(3);
+    Extra_PushByte(1);
+    EXPECT_EQ(Extra_PullByte(), 0);
+    Extra_CreateHeap(4, -1);
+    Extra_PushByte(1);
+    EXPECT_TRUE(Extra_EmptyHeap());
+}
+
+TEST(Heap, DisciplineBelongsToAllHeaps)
+{
+    Extra_CreateHeap(0, 8);
+    Extra_SetHeap(0, 0);
+    Extra_PushByte(1);
+    Extra_PushByte(2);
+    Extra_CreateHeap(1, 8);
+    Extra_SetHeap(1, 1);
+    Extra_SetHeap(0, Extra_LIFOorFIFO);
+    EXPECT_EQ(Extra_PullByte(), 1);
+    Extra_DestroyHeap(0);
+    Extra_DestroyHeap(1);
+}

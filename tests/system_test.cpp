@@ -1,0 +1,145 @@
+#include "platform/system.h"
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+TEST(System, RandomNumbersFollowTheRecurrence)
+{
+    System_RND = System_RND2 = 0;
+    const struct {
+        uint16_t result, rnd, rnd2;
+    } steps[] = {{3, 4726, 22083}, {1, 53720, 52751}, {0, 33279, 44090}};
+    for (const auto &s : steps) {
+        EXPECT_EQ(System_RaNDom(10), s.result);
+        EXPECT_EQ(System_RND, s.rnd);
+        EXPECT_EQ(System_RND2, s.rnd2);
+    }
+    System_RND = 1234;
+    System_RND2 = 5678;
+    System_RaNDom(1);
+    EXPECT_EQ(System_RND, 17644);
+    EXPECT_EQ(System_RND2, 33651);
+}
+
+TEST(System, NumbersOfTexts)
+{
+    const struct {
+        const char *text;
+        uint32_t value;
+    } rows[] = {
+        {"007", 7},        {"  12", 12},
+        {"", 0},           {"000", 0},
+        {" 0 10", 10},     {"4294967295", 4294967295u},
+        {"4294967296", 0}, {"-5", 4294967271u}, // the minus sign counts -3 tens
+        {"1a", 59},        {"99999999999999999999999", 0},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(System_StrToInt(r.text), r.value) << r.text;
+}
+
+TEST(System, TextsOfNumbers)
+{
+    char text[12];
+    System_IntToStr(0, text);
+    EXPECT_STREQ(text, "0");
+    System_IntToStr(4294967295u, text);
+    EXPECT_STREQ(text, "4294967295");
+    EXPECT_STREQ(System_itoa(-2147483647 - 1, text, 16), "-2147483648");
+}
+
+TEST(System, SearchFindsWithCaseOffset)
+{
+    const struct {
+        const char *text, *pattern;
+        uint32_t from;
+        int8_t offset;
+        int found;
+        uint32_t at;
+    } rows[] = {
+        {"speaker Output", "Output", 0, 0, 1, 8},
+        {"speaker output", "Output", 0, 0, 0, 0},
+        {"speaker output", "OUTPUT", 0, 32, 1, 8},
+        {"#define X_WIDTH 8", "_width", 0, -32, 1, 9},
+        {"aab", "ab", 0, 0, 1, 1},
+        {"abab", "ab", 1, 0, 1, 2},
+        {"ab", "abc", 0, 0, 0, 0},
+        {"ab", "b ", 0, -32, 0, 0}, // a blank less 32 is no match for the end
+        {"ab", "", 1, 0, 1, 1},
+        {"", "", 0, 0, 0, 0},
+    };
+    for (const auto &r : rows) {
+        uint32_t position = r.from;
+        EXPECT_EQ(System_StrSearch(r.text, r.pattern, &position, r.offset), r.found)
+            << r.text << " / " << r.pattern;
+        EXPECT_EQ(position, r.found ? r.at : r.from) << r.text << " / " << r.pattern;
+    }
+}
+
+TEST(System, FieldsOfTexts)
+{
+    const struct {
+        const char *text;
+        uint32_t value, end;
+    } rows[] = {
+        {"123 45", 123, 4},
+        {"9\n\0\0\0\0\0", 9, 2},
+        {"\r\0\0\0\0\0\0\0", 0, 1},
+        {"123456789", 1234567, 8}, // seven characters, and the eighth goes with them
+    };
+    for (const auto &r : rows) {
+        uint32_t position = 0;
+        EXPECT_EQ(System_ReadNumber(r.text, &position), r.value) << r.text;
+        EXPECT_EQ(position, r.end) << r.text;
+    }
+    const struct {
+        const char *text;
+        uint8_t digits;
+        uint16_t value;
+    } hex[] = {
+        {"ff", 2, 255}, {"1A2b", 4, 6699}, {"PY", 2, 9}, {"0x1F", 4, 31}, {"12345", 5, 0x2345}};
+    for (const auto &r : hex) {
+        uint32_t position = 0;
+        EXPECT_EQ(System_ReadHexNumber(r.text, &position, r.digits), r.value) << r.text;
+        EXPECT_EQ(position, r.digits) << r.text;
+    }
+    uint32_t position = 1;
+    System_StrSkipSpace("x  \ty", &position);
+    EXPECT_EQ(position, 3u);
+}
+
+TEST(System, BytesAndBounds)
+{
+    EXPECT_EQ(System_MakeWord(0, 128), -32768);
+    EXPECT_EQ(System_MakeWord(255, 127), 32767);
+    EXPECT_EQ(System_MakeUWord(0x134, 0x212), 0x1234);
+    EXPECT_EQ(System_MakeUDWord(0x178, 0x56, 0x34, 0xFF12), 0x12345678u);
+    EXPECT_EQ(System_Clamp(5, 10, 0), 0); // the upper bound wins when they cross
+    EXPECT_EQ(System_Clamp(-5, 0, 10), 0);
+    EXPECT_EQ(System_min(-1, 1), -1);
+}
+
+TEST(System, TextFilesAreCutToTheirBuffer)
+{
+    const std::string path = testing::TempDir() + "system_test.txt";
+    std::ofstream(path) << "0123456789";
+    char buffer[16];
+    std::fill(std::begin(buffer), std::end(buffer), 'x');
+    EXPECT_EQ(System_LoadTextFile(path.c_str(), buffer), 0);
+    EXPECT_STREQ(buffer, "0123456789");
+    System_LoadTextFile(path.c_str(), std::span(buffer).first(5));
+    EXPECT_STREQ(buffer, "0123");
+    EXPECT_EQ(buffer[5], '5');
+    std::ofstream(path) << std::string(65536 + 3, 'y');
+    System_LoadTextFile(path.c_str(), buffer);
+    EXPECT_STREQ(buffer, "yyy"); // sizes count modulo 65536
+    EXPECT_TRUE(System_FileExists(path.c_str()));
+    std::remove(path.c_str());
+    EXPECT_FALSE(System_FileExists(path.c_str()));
+    System_LoadTextFile(path.c_str(), buffer);
+    EXPECT_STREQ(buffer, "yyy");
+    EXPECT_TRUE(System_DirectoryExists(testing::TempDir().c_str()));
+    EXPECT_FALSE(System_DirectoryExists(path.c_str()));
+}

@@ -1,0 +1,140 @@
+#include "extra/transform.h"
+
+#include <gtest/gtest.h>
+
+#include "extra/projection.h"
+
+static void ExpectNear(const EXTRA_MATRIX &m, const EXTRA_MATRIX &expected, const char *what)
+{
+    for (size_t i = 0; i < 16; i++)
+        EXPECT_NEAR(m[i], expected[i], 1e-6) << what << ", element " << i;
+}
+
+// Where a matrix takes a point.
+static EXTRA_VECTOR Apply(const EXTRA_MATRIX &m, const EXTRA_VECTOR &v)
+{
+    EXTRA_VECTOR result;
+    for (size_t r = 0; r < 4; r++)
+        result[r] =
+            m[4 * r] * v[0] + m[4 * r + 1] * v[1] + m[4 * r + 2] * v[2] + m[4 * r + 3] * v[3];
+    return result;
+}
+
+TEST(Transform, StepsActAfterWhatWasThere)
+{
+    const EXTRA_VECTOR point = {1, 2, 3, 1};
+    const struct {
+        const char *what;
+        void (*step)(EXTRA_MATRIX &, const EXTRA_MATRIX &, float);
+        float by;
+        EXTRA_VECTOR where;
+    } rows[] = {
+        {"turn about x", Extra_RotateX, 90, {1, -3, 2, 1}},
+        {"turn about y", Extra_RotateY, 90, {3, 2, -1, 1}},
+        {"turn about z", Extra_RotateZ, 90, {-2, 1, 3, 1}},
+        {"move in x", Extra_TranslateX, 5, {6, 2, 3, 1}},
+        {"move in y", Extra_TranslateY, 5, {1, 7, 3, 1}},
+        {"move in z", Extra_TranslateZ, 5, {1, 2, 8, 1}},
+        {"stretch in x", Extra_ScaleX, 2, {2, 2, 3, 1}},
+        {"stretch in y", Extra_ScaleY, 2, {1, 4, 3, 1}},
+        {"stretch in z", Extra_ScaleZ, 2, {1, 2, 6, 1}},
+    };
+    EXTRA_MATRIX moved;
+    Extra_Identity(moved);
+    Extra_TranslateX(moved, moved, 10);
+    for (const auto &r : rows) {
+        EXTRA_MATRIX m;
+        Extra_Identity(m);
+        r.step(m, m, r.by);
+        const EXTRA_VECTOR where = Apply(m, point);
+        for (size_t i = 0; i < 4; i++)
+            EXPECT_NEAR(where[i], r.where[i], 1e-6) << r.what;
+        EXTRA_MATRIX both;
+        r.step(both, moved, r.by);
+        EXTRA_MATRIX product;
+        Extra_Multiply(product, m, moved);
+        ExpectNear(both, product, r.what);
+        EXTRA_MATRIX left = m, right = moved;
+        Extra_Multiply(left, left, moved);
+        Extra_Multiply(right, m, right);
+        ExpectNear(left, product, r.what);
+        ExpectNear(right, product, r.what);
+    }
+}
+
+TEST(Transform, ViewIsScaledAndEyeNegated)
+{
+    EXTRA_VECTOR eye = {0, 0, -10, 0}, centre = {0, 0, 0, 0}, up = {0, 1, 0, 0};
+    EXTRA_MATRIX view;
+    Extra_LookAt(view, eye, centre, up);
+    constexpr float s = 0.70710678f;
+    ExpectNear(view, {s, 0, 0, 0, 0, s, 0, 0, 0, 0, -1, -10, 0, 0, 0, 1}, "view");
+    EXPECT_EQ(eye, (EXTRA_VECTOR{0, 0, 10, 0}));
+}
+
+TEST(Transform, Projections)
+{
+    EXTRA_MATRIX m;
+    constexpr float f = 2.4142134f;
+    ExpectNear(Extra_Perspective(m, 45, 1, 0.1f, 256),
+               {f, 0, 0, 0, 0, f, 0, 0, 0, 0, -1.0007817f, -0.2000782f, 0, 0, -1, 0},
+               "perspective");
+    ExpectNear(Extra_Ortho(m, -1, 1, -1, 1, -1, 1),
+               {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, -1, 0, 0, 0, 0, 1}, "ortho");
+    ExpectNear(Extra_Ortho(m, 0, 4, 0, 2, 1, 3),
+               {0.5f, 0, 0, -1, 0, 1, 0, -1, 0, 0, -1, -2, 0, 0, 0, 1}, "ortho, off centre");
+}
+
+TEST(Projection, PointsTurnAndShrinkWithDepth)
+{
+    Extra_3Dinit(100, 80, 200, 100, 0, 0, 0);
+    const struct {
+        const char *what;
+        int16_t a, b, c;
+        double x, y, z;
+        int x2, y2, visible;
+    } rows[] = {
+        {"ahead", 0, 0, 0, 20, 10, 0, 110, 85, 1},
+        {"farther", 0, 0, 0, 20, 10, 200, 105, 82, 1},
+        {"behind the scale distance", 0, 0, 0, 20, 10, -100, 120, 90, 0},
+        {"turned about z", 0, 0, 90, 20, 10, 0, 105, 70, 1},
+        {"turned about y", 0, 90, 0, 20, 10, 0, 100, 84, 1},
+        {"turned about x", 90, 0, 0, 20, 10, 0, 110, 80, 1},
+        {"no depth left", 0, 0, 0, 20, 10, -200, 0, 0, 0},
+    };
+    for (const auto &r : rows) {
+        EXTRA_3DWORLD world = Extra_Get3DWorld();
+        world.AngleA = r.a;
+        world.AngleB = r.b;
+        world.AngleC = r.c;
+        Extra_Set3DWorld(world);
+        const EXTRA_POINT p = Extra_2D(r.x, r.y, r.z);
+        EXPECT_EQ(p.X, r.x2) << r.what;
+        EXPECT_EQ(p.Y, r.y2) << r.what;
+        EXPECT_EQ(p.Visible, r.visible) << r.what;
+    }
+}
+
+TEST(Projection, FacesAreSeenAndClickedInside)
+{
+    const EXTRA_POINT a = {0, 0, 1}, b = {10, 0, 1}, c = {10, 10, 1}, d = {0, 10, 1},
+                      hidden = {0, 10, 0};
+    EXPECT_NE(Extra_3Dvisible(a, b, c, d), Extra_3Dvisible(a, d, c, b));
+    EXPECT_EQ(Extra_3Dvisible(a, b, c, hidden), 0);
+    const struct {
+        const char *what;
+        float x, y;
+        int inside;
+    } rows[] = {
+        {"first triangle", 2, 3, 1}, {"second triangle", 8, 7, 1}, {"diagonal", 5, 5, 0},
+        {"edge", 0, 5, 0},           {"outside", 11, 5, 0},
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(Extra_3Dclick(a, b, c, d, r.x, r.y), r.inside) << r.what;
+        EXPECT_EQ(Extra_3Dclick(d, c, b, a, r.x, r.y), r.inside) << r.what << ", other winding";
+    }
+    int32_t x = 100, y = 100;
+    Extra_xy3d(&x, &y, 10);
+    EXPECT_EQ(x, 94);
+    EXPECT_EQ(y, 91);
+}
