@@ -1,0 +1,145 @@
+#include "picture/graphics.h"
+
+#include <array>
+#include <cstddef>
+
+#include "picture/picture.h"
+#include "platform/system.h"
+
+uint8_t Graphics_Mode;
+
+static const Picture *graphicsTarget;
+static std::array<uint8_t, 4> graphicsColor;
+
+void Graphics_SetMode(uint8_t mode)
+{
+    Graphics_Mode = mode;
+}
+
+void Graphics_SetTarget(const Picture *target)
+{
+    graphicsTarget = target;
+}
+
+// The four bytes of a point of the target, or null.
+static uint8_t *PixelAt(int16_t x, int16_t y)
+{
+    const Picture *t = graphicsTarget;
+    if (!t || !t->Pixels || x < 0 || y < 0 || x >= t->Width || y >= t->Height)
+        return nullptr;
+    return t->Pixels + (static_cast<size_t>(y) * t->BufferWidth + static_cast<size_t>(x)) * 4;
+}
+
+void Graphics_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a)
+{
+    graphicsColor = {r, g, b, a};
+}
+
+void Graphics_PutPixel(int16_t x, int16_t y)
+{
+    if (uint8_t *pixel = PixelAt(x, y))
+        for (size_t i = 0; i < 4; i++)
+            pixel[i] = graphicsColor[i];
+}
+
+uint32_t Graphics_GetPixel(int16_t x, int16_t y)
+{
+    const uint8_t *p = PixelAt(x, y);
+    return p ? System_MakeUDWord(p[0], p[1], p[2], p[3]) : 0;
+}
+
+uint32_t Graphics_GetRGBPixel(int16_t x, int16_t y)
+{
+    return Graphics_GetPixel(x, y) & 0xFFFFFF;
+}
+
+void Graphics_Line(int16_t x1, int16_t y1, int16_t x2, int16_t y2)
+{
+    if (Graphics_Mode == 1)
+        Graphics_WalkLine(x1, y1, x2, y2, Graphics_PutPixel);
+}
+
+void Graphics_Rectangle(int16_t x1, int16_t y1, int16_t x2, int16_t y2)
+{
+    Graphics_Line(x1, y1, x2, y1);
+    Graphics_Line(x2, y1, x2, y2);
+    Graphics_Line(x2, y2, x1, y2);
+    Graphics_Line(x1, y2, x1, y1);
+}
+
+// The four points mirrored about both axes through the centre, kept in 16 bits.
+static void PlotMirrored(int32_t cx, int32_t cy, int32_t x, int32_t y)
+{
+    for (const int32_t px : {cx + x, cx - x})
+        for (const int32_t py : {cy + y, cy - y})
+            Graphics_PutPixel(static_cast<int16_t>(px), static_cast<int16_t>(py));
+}
+
+void Graphics_Circle(int16_t cx, int16_t cy, int16_t r)
+{
+    if (Graphics_Mode != 1)
+        return;
+    int32_t a = r, x = r, y = 0;
+    while (x > y) {
+        PlotMirrored(cx, cy, x, y);
+        PlotMirrored(cx, cy, y, x);
+        y++;
+        a -= y;
+        if (a < 0) {
+            x--;
+            a += x;
+        }
+    }
+}
+
+void Graphics_Ellipse(int16_t cx, int16_t cy, int16_t rx, int16_t ry)
+{
+    if (Graphics_Mode != 1)
+        return;
+    const int64_t A = int64_t{rx} * rx, B = int64_t{ry} * ry;
+    int64_t x = 0, y = ry;
+    const auto plot = [&] {
+        PlotMirrored(cx, cy, static_cast<int32_t>(x), static_cast<int32_t>(y));
+    };
+    // The midpoint scheme: first where the curve is flatter than 45 degrees, then where it is
+    // steeper.
+    int64_t d = (ry - A) * ry + A / 4;
+    plot();
+    while (A * y > B * (x + 1)) {
+        const bool down = d >= 0;
+        d += B * (2 * x + 3) + (down ? A * (2 - 2 * y) : 0);
+        y -= down;
+        x++;
+        plot();
+    }
+    d = B * (x + 1) * (x + 1) + A * (y - 1) * (y - 1) - A * B;
+    while (y >= 1) {
+        const bool right = d < 0;
+        d += A * (3 - 2 * y) + (right ? B * (2 * x + 2) : 0);
+        x += right;
+        y--;
+        plot();
+    }
+}
+
+void Graphics_Init() {}
+
+void Graphics_Draw() {}
+
+void Graphics_SwapBuffers() {}
+
+void Graphics_Destroy() {}
+
+void Graphics_Move(int16_t, int16_t) {}
+
+void Graphics_TextOutXY(int16_t, int16_t, const char *) {}
+
+void Graphics_Arc(int16_t, int16_t, int16_t, int16_t, int16_t) {}
+
+void Graphics_FillRectangle(int16_t, int16_t, int16_t, int16_t) {}
+
+void Graphics_FillCircle(int16_t, int16_t, int16_t) {}
+
+void Graphics_FillEllipse(int16_t, int16_t, int16_t, int16_t) {}
+
+void Graphics_FillArc(int16_t, int16_t, int16_t, int16_t, int16_t) {}

@@ -1,0 +1,67 @@
+// The 2D raster layer: points, lines, circles and ellipses in the current colour. Points go to a
+// picture in memory once one has been set as the target, and nowhere before. Coordinates are signed
+// 16-bit and taken as they are: (x, y) is column x of row y; what lies outside is left out.
+#pragma once
+
+#include <cstdint>
+
+struct Picture;
+
+/// Lines, rectangles, circles and ellipses are drawn only while this is 1.
+extern uint8_t Graphics_Mode;
+
+void Graphics_SetMode(uint8_t mode);
+
+/// Where points go from now on: the caller's picture, which must outlive its use here; null:
+/// nowhere.
+void Graphics_SetTarget(const Picture *target);
+
+void Graphics_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a);
+void Graphics_PutPixel(int16_t x, int16_t y);
+
+/// The point as R | G << 8 | B << 16 | A << 24, or without A. 0 outside, or without a target.
+uint32_t Graphics_GetPixel(int16_t x, int16_t y);
+uint32_t Graphics_GetRGBPixel(int16_t x, int16_t y);
+
+/// Both ends are plotted.
+void Graphics_Line(int16_t x1, int16_t y1, int16_t x2, int16_t y2);
+void Graphics_Rectangle(int16_t x1, int16_t y1, int16_t x2, int16_t y2);
+void Graphics_Circle(int16_t cx, int16_t cy, int16_t r);
+void Graphics_Ellipse(int16_t cx, int16_t cy, int16_t rx, int16_t ry);
+
+/// Calls point(x, y) for every point of the line, both ends included: Bresenham's scheme in 16-bit
+/// arithmetic, so a line longer than 16 bits carry goes the way the wrapped distance says.
+template <typename Point>
+void Graphics_WalkLine(int16_t x1, int16_t y1, int16_t x2, int16_t y2, Point point)
+{
+    const auto wrap = [](int v) { return static_cast<int16_t>(v); };
+    const int16_t dx = wrap(x2 - x1), dy = wrap(y2 - y1);
+    const int16_t sx = dx < 0 ? -1 : 1, sy = dy < 0 ? -1 : 1;
+    const int16_t width = wrap(dx * sx), height = wrap(dy * sy);
+    const bool steep = width <= height;
+    const int16_t most = steep ? height : width, least = steep ? width : height;
+    int16_t x = x1, y = y1, error = wrap(2 * least - most);
+    while (steep ? y != y2 : x != x2) {
+        point(x, y);
+        const bool both = error > 0;
+        error = wrap(error + (both ? 2 * (least - most) : 2 * least));
+        if (both || !steep)
+            x = wrap(x + sx);
+        if (both || steep)
+            y = wrap(y + sy);
+    }
+    point(x, y);
+}
+
+// No effect in this system; part of the layer's interface.
+void Graphics_Init();
+void Graphics_Draw();
+void Graphics_SwapBuffers();
+void Graphics_Destroy();
+void Graphics_Move(int16_t x, int16_t y);
+void Graphics_TextOutXY(int16_t x, int16_t y, const char *text);
+void Graphics_Arc(int16_t cx, int16_t cy, int16_t r, int16_t from, int16_t to);
+void Graphics_FillRectangle(int16_t x1, int16_t y1, int16_t x2, int16_t y2);
+void Graphics_FillCircle(int16_t cx, int16_t cy, int16_t r);
+void Graphics_FillEllipse(int16_t cx, int16_t cy, int16_t rx, int16_t ry);
+void Graphics_FillArc(int16_t cx, int16_t cy, int16_t r, int16_t from, int16_t to);

@@ -1,0 +1,55 @@
+// HAM68, the framework's own picture format: bit planes in Hold-And-Modify form. A pixel takes a
+// colour of a small palette, or holds its left neighbour's and replaces one component. HAM6 has 6
+// planes, 16 colours and 4-bit components, HAM8 has 8 planes, 64 colours and 6-bit components.
+//
+// File, numbers big-endian: "HAM6" or "HAM8", bytes per plane row (2), height (2), planes (1),
+// compression (1), description (90), palette (HAM6: 16 words A R G B of 4 bits each; HAM8: 64 times
+// R G B), then for every row its planes, lowest bit first. Compressed planes: 1 is the escape;
+// 1 255 is a single 1, and 1, a 16-bit count and a value stand for a run.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+struct HAM68_HEADER {
+    uint16_t Width, Height; // pixels
+    uint8_t Planes;         // 6 or 8
+    uint16_t BytesPerRow;   // of one plane
+    uint8_t Compression;    // 1: run-length
+    std::array<char, 90> Description;
+    uint16_t DataOffset;                            // next byte to read of HAM68_File
+    std::array<std::array<uint8_t, 4>, 64> Palette; // R G B A
+};
+
+/// The file being decoded, one at a time. The header stays after HAM68_UnLoad.
+extern HAM68_HEADER HAM68_Header;
+extern std::vector<uint8_t> HAM68_File; // the image, planes expanded
+
+/// Palettes that the encoder writes: grey ramps, as 12-bit words and as R G B.
+extern const std::array<uint16_t, 16> HAM68_Colors16;
+extern const std::array<std::array<uint8_t, 3>, 64> HAM68_Colors64;
+/// Description that the encoder writes.
+extern const std::array<char, 90> HAM68_Description;
+
+/// Reads a file. `rawPlanes` 6 or 8: the file is a palette and planes without a header, `width`
+/// pixels wide (0: 320), its height counted from its size. 0: a file with a header. A size that
+/// cannot be (0, wider than its rows can say, larger than Picture_MaxBytes) leaves HAM68_File
+/// empty.
+void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes);
+
+/// Width x Height RGBA pixels, opaque; bytes that the file lacks read as 0. From malloc: the caller
+/// frees it. Null when nothing was loaded.
+uint8_t *HAM68_Decoding(uint8_t planes);
+
+/// Writes RGBA pixels (row stride `width`) with grey palettes. `code`: planes, or planes x 256 to
+/// compress. Plain files lack their last byte on purpose, and pixels beyond a multiple of 8 are not
+/// stored. Returns the result of closing the file: 0 when all was written.
+int HAM68_Encoding(const uint8_t *pixels, uint16_t width, uint16_t height, const char *path,
+                   uint16_t code);
+
+/// Frees the file image.
+void HAM68_UnLoad();
+
+/// Copies the header to `out` and returns it.
+HAM68_HEADER *HAM68_GetHeader(HAM68_HEADER *out);

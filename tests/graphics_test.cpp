@@ -1,0 +1,133 @@
+#include "picture/graphics.h"
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "picture/picture.h"
+
+// A small target to draw on; row 0 first in its text.
+class Graphics : public testing::Test
+{
+protected:
+    static constexpr int side = 11;
+    std::vector<uint8_t> pixels = std::vector<uint8_t>(side * side * 4);
+    Picture target{};
+
+    void SetUp() override
+    {
+        target.Width = target.BufferWidth = target.Height = target.BufferHeight = side;
+        target.Pixels = pixels.data();
+        Graphics_SetTarget(&target);
+        Graphics_SetMode(1);
+        Graphics_SetColor(1, 2, 3, 4);
+    }
+    void TearDown() override
+    {
+        Graphics_SetTarget(nullptr);
+    }
+
+    std::string Drawn() const
+    {
+        std::string text;
+        for (int16_t y = 0; y < side; y++) {
+            for (int16_t x = 0; x < side; x++)
+                text += Graphics_GetPixel(x, y) == 0x04030201 ? '#' : '.';
+            text += '\n';
+        }
+        return text;
+    }
+};
+
+TEST_F(Graphics, PointsStayInsideTheTarget)
+{
+    for (const int16_t v : std::to_array<int16_t>({-32768, -1, side, 32767}))
+        for (const int16_t w : std::to_array<int16_t>({-1, 0, side})) {
+            Graphics_PutPixel(v, w);
+            Graphics_PutPixel(w, v);
+            EXPECT_EQ(Graphics_GetPixel(v, w), 0u);
+        }
+    EXPECT_EQ(Drawn().find('#'), std::string::npos);
+    Graphics_PutPixel(0, 10);
+    EXPECT_EQ(pixels[10 * side * 4 + 3], 4);
+    EXPECT_EQ(Graphics_GetRGBPixel(0, 10), 0x030201u);
+    Graphics_SetTarget(nullptr);
+    Graphics_PutPixel(1, 1);
+    EXPECT_EQ(Graphics_GetPixel(0, 10), 0u);
+}
+
+TEST_F(Graphics, Lines)
+{
+    Graphics_Line(0, 0, 10, 3);
+    Graphics_Line(2, 10, 0, 4);
+    Graphics_Line(5, 8, 5, 8);
+    Graphics_Line(10, 10, 7, 7);
+    EXPECT_EQ(Drawn(), "##.........\n"
+                       "..####.....\n"
+                       "......###..\n"
+                       ".........##\n"
+                       "#..........\n"
+                       "#..........\n"
+                       ".#.........\n"
+                       ".#.....#...\n"
+                       ".#...#..#..\n"
+                       "..#......#.\n"
+                       "..#.......#\n");
+}
+
+TEST_F(Graphics, CircleAndEllipse)
+{
+    Graphics_Circle(5, 5, 4);
+    EXPECT_EQ(Drawn(), "...........\n"
+                       "...#####...\n"
+                       "...........\n"
+                       ".#.......#.\n"
+                       ".#.......#.\n"
+                       ".#.......#.\n"
+                       ".#.......#.\n"
+                       ".#.......#.\n"
+                       "...........\n"
+                       "...#####...\n"
+                       "...........\n");
+    pixels.assign(pixels.size(), 0);
+    Graphics_Ellipse(5, 5, 3, 5);
+    EXPECT_EQ(Drawn(), "....###....\n"
+                       "....#.#....\n"
+                       "...#...#...\n"
+                       "...#...#...\n"
+                       "..#.....#..\n"
+                       "..#.....#..\n"
+                       "..#.....#..\n"
+                       "...#...#...\n"
+                       "...#...#...\n"
+                       "....#.#....\n"
+                       "....###....\n");
+}
+
+TEST_F(Graphics, ModeGatesShapes)
+{
+    Graphics_SetMode(0);
+    Graphics_Rectangle(1, 1, 9, 9);
+    Graphics_Circle(5, 5, 4);
+    Graphics_Ellipse(5, 5, 4, 2);
+    EXPECT_EQ(Drawn().find('#'), std::string::npos);
+}
+
+TEST_F(Graphics, ExtremeShapesEnd)
+{
+    constexpr int16_t extremes[] = {-32768, -1, 0, 1, 32767};
+    for (const int16_t a : extremes)
+        for (const int16_t b : extremes) {
+            Graphics_Line(a, b, b, a);
+            Graphics_Line(a, 0, b, 5);
+            Graphics_Rectangle(a, b, 5, 5);
+            Graphics_Circle(a, b, b);
+            Graphics_Ellipse(5, 5, a, b);
+        }
+    // A distance beyond 16 bits wraps: this one counts as one step to the left.
+    pixels.assign(pixels.size(), 0);
+    Graphics_Line(-32768, 3, 32767, 3);
+    EXPECT_EQ(Drawn().find('#'), std::string::npos);
+}

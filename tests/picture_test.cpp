@@ -1,0 +1,166 @@
+#include "picture/picture.h"
+
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "picture/graphics.h"
+#include "tests/files.h"
+
+TEST(PictureCheck, TheLastSignatureThatMatchesWins)
+{
+    const struct {
+        const char *what;
+        std::vector<uint8_t> bytes;
+        uint8_t format;
+    } rows[] = {
+        {"empty", {}, PICTURE_UNKNOWN},
+        {"HAM6", Text("HAM6"), PICTURE_HAM68},
+        {"HAM7", Text("HAM7"), PICTURE_UNKNOWN},
+        {"BMP", Text("BM"), PICTURE_BMP},
+        {"PCX, whatever follows", Text("\x0A..."), PICTURE_PCX},
+        {"P0", Text("P0"), PICTURE_UNKNOWN},
+        {"P6", Text("P6"), PICTURE_PNM},
+        {"JFIF", Text("\xFF\xD8\xFF\xE0..JFIF"), PICTURE_JPEG},
+        {"Exif", Text("\xFF\xD8\xFF\xE1..Exif"), PICTURE_JPEG},
+        {"Exif in the JFIF segment", Text("\xFF\xD8\xFF\xE0..Exif"), PICTURE_UNKNOWN},
+        {"TGA", Text("\0\0\2.............\x18"), PICTURE_TGA},
+        {"TGA of a depth that is none", Text("\0\0\2.............\x0F"), PICTURE_UNKNOWN},
+        {"short TGA: the depth reads as 0", Text("\0\0\2"), PICTURE_TGA},
+        {"PNG", Text("\x89PNG\r\n\x1A\n"), PICTURE_PNG},
+        {"ILBM", Text("FORM....ILBM"), PICTURE_ILBM},
+        {"PBM", Text("FORM....PBM "), PICTURE_ILBM},
+        {"8SVX is no picture", Text("FORM....8SVX"), PICTURE_UNKNOWN},
+        {"XBM", Text("#define a_width 8\n#define a_height 8\nchar a_bits[]"), PICTURE_XBM},
+        {"XBM in capitals", Text("A_WIDTH A_HEIGHT A_BITS"), PICTURE_XBM},
+        {"XBM names behind a NUL", Text("a_width a_height\0a_bits"), PICTURE_UNKNOWN},
+        {"PNM that names XBM's parts", Text("P1 # _bits _height _width"), PICTURE_XBM},
+        {"TIFF", Text("II*"), PICTURE_TIFF},
+        {"TIFF that names XBM's parts", Text("MM _bits _height _width"), PICTURE_TIFF},
+        {"GIF", Text("GIF89a"), PICTURE_GIF},
+        {"sprites", Text("SPRITES"), PICTURE_SPRITES},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(Picture_Check(WriteTemp("check", r.bytes).c_str(), 0), r.format) << r.what;
+
+    std::vector<uint8_t> late(256, '.');
+    const std::vector<uint8_t> names = Text("_width _height _bits");
+    std::copy(names.begin(), names.end(), late.end() - static_cast<ptrdiff_t>(names.size()));
+    EXPECT_EQ(Picture_Check(WriteTemp("check", late).c_str(), 0), PICTURE_XBM);
+    late.insert(late.begin(), '.');
+    EXPECT_EQ(Picture_Check(WriteTemp("check", late).c_str(), 0), PICTURE_UNKNOWN);
+}
+
+TEST(PictureCheck, RawPlanesAreTakenAtTheCallersWord)
+{
+    const std::string path = WriteTemp("check", Text("BM"));
+    EXPECT_EQ(Picture_Check(path.c_str(), 6), PICTURE_HAM68);
+    EXPECT_EQ(Picture_Check(path.c_str(), 8), PICTURE_HAM68);
+    EXPECT_EQ(Picture_Check(path.c_str(), 7), PICTURE_BMP);
+    EXPECT_EQ(Picture_Check("no such file", 8), PICTURE_UNKNOWN);
+    EXPECT_EQ(Picture_Check(testing::TempDir().c_str(), 8), PICTURE_UNKNOWN);
+}
+
+TEST(PictureLoad, WhatCannotBeReadIsTheNullPicture)
+{
+    for (const std::string &path :
+         {std::string("no such file"), WriteTemp("load", Text("nothing known"))}) {
+        const Picture picture = Picture_Load(path.c_str(), 0, 0);
+        EXPECT_EQ(picture.Format, PICTURE_UNKNOWN);
+        EXPECT_EQ(picture.Pixels, nullptr);
+        EXPECT_EQ(picture.Width + picture.Height + picture.Bits, 0);
+        Picture_UnLoad(picture);
+    }
+}
+
+TEST(PictureLoad, SizesAreBounded)
+{
+    EXPECT_EQ(Picture_NewPixels(0, 5), nullptr);
+    EXPECT_EQ(Picture_NewPixels(0xFFFFFFFF, 0xFFFFFFFF), nullptr);
+    const size_t limit = Picture_MaxBytes;
+    Picture_MaxBytes = 400;
+    uint8_t *pixels = Picture_NewPixels(10, 10);
+    EXPECT_NE(pixels, nullptr);
+    std::free(pixels);
+    EXPECT_EQ(Picture_NewPixels(10, 11), nullptr);
+    Picture_MaxBytes = limit;
+}
+
+// A 3 by 2 picture in a wider buffer, its pixels numbered by their red; one is transparent.
+struct SAMPLE {
+    std::vector<uint8_t> Pixels = std::vector<uint8_t>(4 * 2 * 4);
+    Picture Record{};
+
+    SAMPLE()
+    {
+        for (size_t i = 0; i < 8; i++) {
+            Pixels[4 * i] = static_cast<uint8_t>(i + 1);
+            Pixels[4 * i + 3] = 255;
+        }
+        Pixels[4 * 5 + 3] = 0;
+        Record.Width = Record.ThumbWidth = 3;
+        Record.Height = Record.ThumbHeight = 2;
+        Record.BufferWidth = Record.ThumbBufferWidth = 4;
+        Record.BufferHeight = Record.ThumbBufferHeight = 2;
+        Record.Pixels = Record.ThumbPixels = Pixels.data();
+    }
+};
+
+// Draws on a fresh target of 8 by 8 and gives the reds, a row a line.
+template <typename Draw>
+static std::string RedsOf(Draw draw)
+{
+    std::vector<uint8_t> pixels(8 * 8 * 4);
+    Picture target{};
+    target.Width = target.Height = target.BufferWidth = target.BufferHeight = 8;
+    target.Pixels = pixels.data();
+    Graphics_SetTarget(&target);
+    draw();
+    Graphics_SetTarget(nullptr);
+    std::string text;
+    for (size_t i = 0; i < 64; i++) {
+        text += static_cast<char>('0' + pixels[4 * i]);
+        if (i % 8 == 7)
+            text += '\n';
+    }
+    return text;
+}
+
+TEST(PicturePut, RowsGoUpwards)
+{
+    const SAMPLE sample;
+    const std::string rows = "00000000\n00000000\n00507000\n00123000\n";
+    EXPECT_EQ(RedsOf([&] { Picture_Put(2, 3, sample.Record); }).substr(0, 36), rows);
+    EXPECT_EQ(RedsOf([&] { Picture_PutThumbnail(2, 3, sample.Record); }).substr(0, 36), rows);
+    EXPECT_EQ(RedsOf([&] { Picture_Put(6, 0, sample.Record); }).substr(0, 9), "00000012\n");
+    const Picture null{};
+    EXPECT_EQ(RedsOf([&] { Picture_Put(2, 3, null); }), RedsOf([] {}));
+}
+
+TEST(PicturePut, RotationTurnsAboutTheMiddle)
+{
+    const SAMPLE sample;
+    EXPECT_EQ(RedsOf([&] { Picture_PutRotate(4, 4, -180, 3, 2, sample.Record); }).substr(27, 18),
+              "00032100\n00070500\n");
+    EXPECT_EQ(RedsOf([&] { Picture_PutRotate(4, 4, -180, 6, 4, sample.Record); }).substr(18, 36),
+              "00332211\n00332211\n00770055\n00770055\n");
+    // In double precision a half turn falls a hair short, and offsets truncate toward zero.
+    EXPECT_EQ(RedsOf([&] { Picture_PutRotate(4, 4, 0, 3, 2, sample.Record); }).substr(36, 18),
+              "00050700\n00003000\n");
+    EXPECT_EQ(RedsOf([&] { Picture_PutRotate(4, 4, 45, 0, 5, sample.Record); }), RedsOf([] {}));
+}
+
+TEST(PictureSprites, LeaveOnlyTheirSizes)
+{
+    const std::string path = TempPath("sprite.ham8");
+    std::vector<uint8_t> pixels(16 * 2 * 4, 100);
+    Picture picture{};
+    picture.Width = picture.BufferWidth = 16;
+    picture.Height = picture.BufferHeight = 2;
+    picture.Pixels = pixels.data();
+    ASSERT_EQ(Picture_Converter(4, path.c_str(), picture), 0);
+    const Picture sprite = Sprite_Load(path.c_str(), 0, 0);
+    EXPECT_EQ(sprite.Width, 16);
+    EXPECT_EQ(sprite.Bits, 8);
+    EXPECT_EQ(sprite.Format, PICTURE_HAM68);
+}
