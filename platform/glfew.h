@@ -1,0 +1,88 @@
+// The window and the GPU: one window with an OpenGL 3.3 core context (GLFW, GLEW), its events as
+// the input globals of platform/state.h, textures from picture files, and drawable vertex objects.
+// A record asks for a program and a buffer of its own; equal shader texts and equal vertex data
+// share one behind the records' names. Main thread only.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "extra/transform.h"
+#include "platform/state.h"
+
+constexpr uint8_t GLFEW_VEC3 = 1;     // position and three more floats: 6 floats a vertex
+constexpr uint8_t GLFEW_TEXTURED = 2; // position and texture coordinate: 5 floats a vertex
+
+/// One drawable piece, the caller's. The vertex data are copied by GLFEW_CreateVertex and must live
+/// until then.
+struct GLFEW_VERTEX {
+    uint8_t Kind;  // GLFEW_VEC3, GLFEW_TEXTURED; another has no buffer
+    int32_t Count; // vertices
+    uint32_t Buffer;
+    const float *Vec3Vertices;
+    const float *TexturedVertices;
+    uint32_t VertexShader;
+    std::array<char, 256> VertexShaderFile;    // "": the source as it stands
+    std::array<char, 1024> VertexShaderSource; // GLSL
+    uint32_t FragmentShader;
+    std::array<char, 256> FragmentShaderFile;
+    std::array<char, 1024> FragmentShaderSource;
+    uint32_t Program;
+    int32_t MVPLocation; // of uniform "MVP"
+    uint32_t PositionAttribute, Vec3Attribute, TextureAttribute;
+    int32_t SamplerLocation; // of uniform "textureSampler1", textured only
+    std::array<uint8_t, 28> Reserved;
+    EXTRA_MATRIX Model, View, Projection;
+    EXTRA_MATRIX MVP; // what is drawn with; the caller composes it
+    EXTRA_VECTOR Eye, Centre, Up;
+    uint32_t Texture;
+};
+
+/// The vertex-array object that the whole program shares.
+extern uint32_t GLFEW_VertexArrayID;
+
+/// Opens the window of System_ScreenWidth x System_ScreenHeight and its context (4 samples, swap
+/// interval 1) and sets the clear colour. Gives 1, or 0 after one line on standard error that says
+/// why; then nothing else here may be called but GLFEW_Destroy.
+int32_t GLFEW_Init();
+
+/// Window callbacks. A repeat changes nothing; buttons beyond the third only move the cursor.
+void GLFEW_KeyBoard(GLFWwindow *window, int key, int scancode, int action, int mods);
+void GLFEW_Mouse(GLFWwindow *window, int button, int action, int mods);
+void GLFEW_MouseMotion(GLFWwindow *window, double x, double y);
+void GLFEW_Screen(GLFWwindow *window, int width, int height);
+
+/// Letter-boxes to 16:9: cuts the height and gives the rows left free above.
+void GLFEW_SetupWideScreen(int32_t *width, int32_t *height, int32_t *top);
+
+/// Projection and view of a record. The aspect is the longer window side divided by the shorter in
+/// integers (1024 x 768 gives 1), on purpose. GLFEW_LookAt negates x, y and z of the record's Eye.
+void GLFEW_ChangePerspective(GLFEW_VERTEX &record, float fovDegrees, float near, float far);
+void GLFEW_ChangeOrtho(GLFEW_VERTEX &record, float size);
+void GLFEW_LookAt(GLFEW_VERTEX &record);
+
+/// Texture of a picture file, repeating and with mipmaps; 0 when the picture does not load. Hint
+/// and rawPlanes are Picture_Load's.
+uint32_t GLFEW_LoadTexture(const char *path, uint16_t hint, uint16_t rawPlanes);
+
+/// Shows the picture of a file as the window's icon; a picture that does not load changes nothing.
+void GLFEW_SetIcon(const char *path);
+
+/// Makes buffer and program. A shader file that cannot be read leaves the source as it was; shader
+/// errors are not reported.
+void GLFEW_CreateVertex(GLFEW_VERTEX &record);
+
+/// One object is drawn by these three, in this order: program and MVP; texture; all vertices as
+/// primitives of `mode` (4: triangles).
+void GLFEW_Set3DWorld(const GLFEW_VERTEX &record);
+void GLFEW_SetTexture(const GLFEW_VERTEX &record);
+void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode);
+
+/// Lets go of buffer and program, which go with their last user. Shaders and textures stay.
+void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
+
+/// Shows the frame and delivers the window's events.
+void GLFEW_SwapBuffers();
+
+/// Closes window and window system.
+void GLFEW_Destroy();
