@@ -215,7 +215,7 @@ static void EncodeRow(const uint8_t *pixels, std::span<uint8_t> codes, bool ham8
     }
 }
 
-static void AppendPlanes(std::span<const uint8_t> codes, uint8_t planes, std::vector<uint8_t> &out)
+void HAM68_AppendPlanes(std::span<const uint8_t> codes, uint8_t planes, std::vector<uint8_t> &out)
 {
     for (int p = 0; p < planes; p++)
         for (size_t k = 0; k < codes.size() / 8; k++) {
@@ -226,7 +226,7 @@ static void AppendPlanes(std::span<const uint8_t> codes, uint8_t planes, std::ve
         }
 }
 
-static std::vector<uint8_t> CompressRuns(std::span<const uint8_t> plain)
+std::vector<uint8_t> HAM68_CompressRuns(std::span<const uint8_t> plain)
 {
     std::vector<uint8_t> out;
     for (size_t i = 0; i < plain.size();) {
@@ -270,10 +270,10 @@ int HAM68_Encoding(const uint8_t *pixels, uint16_t width, uint16_t height, const
     std::vector<uint8_t> body, codes(width);
     for (size_t y = 0; y < height; y++) {
         EncodeRow(pixels + y * width * 4, codes, ham8);
-        AppendPlanes(codes, planes, body);
+        HAM68_AppendPlanes(codes, planes, body);
     }
     if (squeeze)
-        body = CompressRuns(body);
+        body = HAM68_CompressRuns(body);
     else if (!body.empty())
         body.pop_back();
 

@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 struct HAM68_HEADER {
@@ -47,6 +48,13 @@ uint8_t *HAM68_Decoding(uint8_t planes);
 /// stored. Returns the result of closing the file: 0 when all was written.
 int HAM68_Encoding(const uint8_t *pixels, uint16_t width, uint16_t height, const char *path,
                    uint16_t code);
+
+/// For encoders: appends a row of codes (a multiple of 8; more are not stored) to `out` as planes,
+/// the lowest bit first.
+void HAM68_AppendPlanes(std::span<const uint8_t> codes, uint8_t planes, std::vector<uint8_t> &out);
+
+/// For encoders: planes under run-length compression.
+std::vector<uint8_t> HAM68_CompressRuns(std::span<const uint8_t> plain);
 
 /// Frees the file image.
 void HAM68_UnLoad();

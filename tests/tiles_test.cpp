@@ -1,0 +1,193 @@
+// The tiles under datas/ as the game shows them: on the faces of turning cubes, small, and to eyes
+// of different kinds.
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <map>
+
+#include <gtest/gtest.h>
+
+#include "extra/transform.h"
+#include "picture/picture.h"
+
+// The faces of a cell's cube, 6 vertices of x, y, z and u, v: the tables of game/board.
+using FACE_VERTICES = std::array<float, 30>;
+// clang-format off
+static constexpr FACE_VERTICES vertices_front = {
+    -1, -1, -1, 0, 1,  -1,  1, -1, 0, 0,   1,  1, -1, 1, 0,
+     1,  1, -1, 1, 0,   1, -1, -1, 1, 1,  -1, -1, -1, 0, 1,
+};
+static constexpr FACE_VERTICES vertices_back = {
+     1, -1,  1, 1, 0,   1,  1,  1, 1, 1,  -1,  1,  1, 0, 1,
+    -1,  1,  1, 0, 1,  -1, -1,  1, 0, 0,   1, -1,  1, 1, 0,
+};
+static constexpr FACE_VERTICES vertices_top = {
+    -1,  1, -1, 0, 1,  -1,  1,  1, 0, 0,   1,  1,  1, 1, 0,
+     1,  1,  1, 1, 0,   1,  1, -1, 1, 1,  -1,  1, -1, 0, 1,
+};
+static constexpr FACE_VERTICES vertices_bottom = {
+     1, -1, -1, 1, 0,   1, -1,  1, 1, 1,  -1, -1,  1, 0, 1,
+    -1, -1,  1, 0, 1,  -1, -1, -1, 0, 0,   1, -1, -1, 1, 0,
+};
+static constexpr FACE_VERTICES vertices_left = {
+    -1, -1,  1, 0, 1,  -1,  1,  1, 0, 0,  -1,  1, -1, 1, 0,
+    -1,  1, -1, 1, 0,  -1, -1, -1, 1, 1,  -1, -1,  1, 0, 1,
+};
+static constexpr FACE_VERTICES vertices_right = {
+     1, -1, -1, 0, 1,   1,  1, -1, 0, 0,   1,  1,  1, 1, 0,
+     1,  1,  1, 1, 0,   1, -1,  1, 1, 1,   1, -1, -1, 0, 1,
+};
+// clang-format on
+
+// Model, view and projection of a cell's cube in the middle of a 10 by 10 field.
+static EXTRA_MATRIX CubeMatrix(float xAngle, float yAngle)
+{
+    EXTRA_VECTOR eye = {0, 0, -18, 0}, centre = {0, 0, 0, 0}, up = {0, 1, 0, 0};
+    EXTRA_MATRIX model, view, projection;
+    Extra_Identity(model);
+    Extra_RotateX(model, model, xAngle);
+    Extra_RotateY(model, model, yAngle);
+    Extra_LookAt(view, eye, centre, up);
+    Extra_Multiply(model, view, model);
+    Extra_Multiply(model, Extra_Perspective(projection, 45, 1, 0.1f, 256), model);
+    return model;
+}
+
+TEST(Tiles, FacesComeRoundUpright)
+{
+    struct TURN {
+        float X, Y; // degrees added
+    };
+    const TURN empty = {-90, 0}, mine = {-180, 0}, number = {0, -90}, flag = {0, 90},
+               question = {90, -90}, base = {-90, 0}, none = {0, 0};
+    const struct {
+        const char *what;
+        std::array<TURN, 3> turns;
+        const FACE_VERTICES &face;
+    } rows[] = {
+        {"covered", {none, none, none}, vertices_front},
+        {"empty", {empty, none, none}, vertices_top},
+        {"mine", {mine, none, none}, vertices_back},
+        {"number", {number, none, none}, vertices_left},
+        {"flag", {flag, none, none}, vertices_right},
+        {"question mark", {flag, question, none}, vertices_bottom},
+        {"covered again", {flag, question, base}, vertices_front},
+    };
+    for (const auto &r : rows) {
+        TURN sum = none;
+        for (const TURN &t : r.turns)
+            sum = {sum.X + t.X, sum.Y + t.Y};
+        const EXTRA_MATRIX m = CubeMatrix(sum.X, sum.Y);
+        for (size_t i = 0; i < r.face.size(); i += 5) {
+            const float *v = &r.face[i];
+            const auto clip = [&](size_t row) {
+                return m[row] * v[0] + m[row + 1] * v[1] + m[row + 2] * v[2] + m[row + 3];
+            };
+            EXPECT_NEAR(clip(12), 17, 1e-4) << r.what << ": not in front";
+            EXPECT_EQ(clip(0) > 0, v[3] == 1) << r.what << ": u grows to the left";
+            EXPECT_EQ(clip(4) < 0, v[4] == 1) << r.what << ": v grows upwards";
+        }
+    }
+}
+
+constexpr size_t Side = 256;
+using COLOUR = std::array<uint8_t, 3>;
+
+// The pixels of a tile; black where it is not what the game needs.
+static std::vector<COLOUR> LoadTile(const std::string &name)
+{
+    const Picture tile = Picture_Load((GAME_DATA + name + ".ham8").c_str(), 0, 0);
+    const bool usable = tile.Pixels && tile.Format == PICTURE_HAM68 && tile.Bits == 8 &&
+                        tile.Width == Side && tile.Height == Side;
+    EXPECT_TRUE(usable) << name;
+    std::vector<COLOUR> pixels(Side * Side);
+    for (size_t i = 0; usable && i < pixels.size(); i++)
+        std::copy_n(tile.Pixels + 4 * i, 3, pixels[i].begin());
+    Picture_UnLoad(tile);
+    return pixels;
+}
+
+TEST(Tiles, AllLoadAndEndInADarkLine)
+{
+    for (const char *name : {"Base", "Mine", "Empty", "Question", "Flag", "One", "Two", "Three",
+                             "Four", "Five", "Six", "Seven", "Eight"}) {
+        // Faces touch: the line is what tells cells apart, and from the yellow behind them.
+        const std::vector<COLOUR> tile = LoadTile(name);
+        for (size_t i = 0; i < Side; i++)
+            for (const size_t at : {i, i * Side, (i + 1) * Side - 1, (Side - 1) * Side + i})
+                EXPECT_LT(tile[at][0] + tile[at][1] + tile[at][2], 150) << name << ", " << at;
+    }
+}
+
+using TRIPLE = std::array<double, 3>;
+using MATRIX = std::array<TRIPLE, 3>;
+
+static TRIPLE Times(const MATRIX &m, const TRIPLE &v)
+{
+    TRIPLE product;
+    for (size_t i = 0; i < 3; i++)
+        product[i] = m[i][0] * v[0] + m[i][1] * v[1] + m[i][2] * v[2];
+    return product;
+}
+
+// CIE L*a*b* (D65) of an sRGB colour for an eye that mixes the linear components.
+static TRIPLE Lab(const COLOUR &colour, const MATRIX &eye)
+{
+    constexpr MATRIX toXYZ = {{{0.4339535, 0.3762192, 0.1898273}, // over X, Y, Z of white
+                               {0.2126729, 0.7151522, 0.0721750},
+                               {0.0177565, 0.1094713, 0.8727722}}};
+    TRIPLE linear;
+    for (size_t i = 0; i < 3; i++) {
+        const double v = colour[i] / 255.0;
+        linear[i] = v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+    }
+    TRIPLE seen = Times(eye, linear);
+    for (double &v : seen)
+        v = std::clamp(v, 0.0, 1.0);
+    TRIPLE f = Times(toXYZ, seen);
+    for (double &t : f)
+        t = t > 216.0 / 24389 ? std::cbrt(t) : (24389.0 / 27 * t + 16) / 116;
+    return {116 * f[1] - 16, 500 * (f[0] - f[1]), 200 * (f[1] - f[2])};
+}
+
+// The commonest colour of what a digit adds to an empty cell.
+static COLOUR DigitColour(const std::string &name, const std::vector<COLOUR> &empty)
+{
+    const std::vector<COLOUR> tile = LoadTile(name);
+    std::map<COLOUR, int> counts = {{COLOUR{}, 0}};
+    for (size_t i = 0; i < tile.size(); i++)
+        counts[tile[i]] += tile[i] != empty[i];
+    const auto rarer = [](const auto &a, const auto &b) { return a.second < b.second; };
+    return std::max_element(counts.begin(), counts.end(), rarer)->first;
+}
+
+TEST(Tiles, DigitsDifferInColourToAllEyes)
+{
+    // Machado, Oliveira, Fernandes 2009: "A Physiologically-based Model for Simulation of Color
+    // Vision Deficiency", severity 1.
+    const struct {
+        const char *what;
+        MATRIX matrix;
+    } eyes[] = {
+        {"all colours", {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}}},
+        {"deuteranopia",
+         {{{0.367322, 0.860646, -0.227968},
+           {0.280085, 0.672501, 0.047413},
+           {-0.011820, 0.042940, 0.968881}}}},
+        {"protanopia",
+         {{{0.152286, 1.052583, -0.204868},
+           {0.114503, 0.786281, 0.099216},
+           {-0.003882, -0.048116, 1.051998}}}},
+    };
+    const std::vector<COLOUR> empty = LoadTile("Empty");
+    std::vector<COLOUR> colours = {empty[Side * Side / 2 + Side / 2]}; // 0 is the floor
+    for (const char *name : {"One", "Two", "Three", "Four", "Five", "Six", "Seven", "Eight"})
+        colours.push_back(DigitColour(name, empty));
+    for (const auto &eye : eyes)
+        for (size_t i = 0; i < colours.size(); i++)
+            for (size_t k = 0; k < i; k++) {
+                const TRIPLE a = Lab(colours[i], eye.matrix), b = Lab(colours[k], eye.matrix);
+                EXPECT_GT(std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]), 18)
+                    << i << " and " << k << ", " << eye.what;
+            }
+}

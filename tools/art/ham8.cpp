@@ -1,0 +1,288 @@
+#include "tools/art/ham8.h"
+
+#include <algorithm>
+#include <map>
+#include <numeric>
+#include <tuple>
+#include <utility>
+
+#include "picture/ham68.h"
+
+constexpr size_t Beam = 16;             // running colours that a row's search keeps at each pixel
+constexpr size_t LookAhead = 3;         // pixels whose components a change may anticipate
+constexpr uint64_t ErrorUnit = 1 << 16; // of costs; less is a preference among equally good codes
+
+// A decoder's running colour after a pixel, on the cheapest known way there.
+struct STATE {
+    HAM8_RGB Colour;
+    uint8_t Code;
+    uint8_t From;  // index among the states of the pixel before
+    uint64_t Cost; // of the row so far: squared errors in ErrorUnit, and changes of code
+};
+
+// Control value of a code that replaces each component.
+constexpr std::array<uint8_t, 3> Modify = {2, 3, 1};
+
+static uint32_t Error(const HAM8_RGB &a, const HAM8_RGB &b)
+{
+    uint32_t sum = 0;
+    for (size_t c = 0; c < 3; c++)
+        sum += static_cast<uint32_t>((a[c] - b[c]) * (a[c] - b[c]));
+    return sum;
+}
+
+// The nearest value that a code can carry.
+static uint8_t Carried(uint8_t v)
+{
+    return static_cast<uint8_t>(std::min(v + 2, 255) & 0xFC);
+}
+
+// Where the decoder can be after one more pixel, which should look like ahead[0].
+static std::vector<STATE> Successors(std::span<const STATE> states, std::span<const HAM8_RGB> ahead,
+                                     const HAM8_PALETTE &palette)
+{
+    std::vector<STATE> next;
+    next.reserve(palette.size() + states.size() * (1 + 3 * ahead.size()));
+    const auto add = [&](size_t from, const HAM8_RGB &colour, uint8_t code) {
+        const uint64_t change = code != states[from].Code;
+        const uint64_t cost = states[from].Cost + ErrorUnit * Error(colour, ahead[0]) + change;
+        next.push_back({colour, code, static_cast<uint8_t>(from), cost});
+    };
+    for (size_t i = 0; i < palette.size(); i++)
+        add(0, palette[i], static_cast<uint8_t>(i << 2)); // the cheapest way comes first
+    for (size_t from = 0; from < states.size(); from++) {
+        const STATE &s = states[from];
+        add(from, s.Colour, s.Code); // the same code again holds the colour
+        for (size_t c = 0; c < 3; c++)
+            for (size_t k = 0; k < ahead.size(); k++) {
+                HAM8_RGB colour = s.Colour;
+                colour[c] = Carried(ahead[k][c]);
+                if (colour != s.Colour && (k == 0 || ahead[k][c] != ahead[k - 1][c]))
+                    add(from, colour, static_cast<uint8_t>(colour[c] | Modify[c]));
+            }
+    }
+    return next;
+}
+
+// Keeps the cheapest state of each colour, at most Beam of them, the cheapest first.
+static std::vector<STATE> Thin(std::vector<STATE> states)
+{
+    const auto cheaper = [](const STATE &a, const STATE &b) {
+        return std::tie(a.Cost, a.Colour, a.From, a.Code) <
+               std::tie(b.Cost, b.Colour, b.From, b.Code);
+    };
+    const auto some = states.begin() + static_cast<ptrdiff_t>(std::min(states.size(), 4 * Beam));
+    std::nth_element(states.begin(), some, states.end(), cheaper);
+    std::sort(states.begin(), some, cheaper);
+    std::vector<STATE> kept;
+    for (auto s = states.begin(); s != some && kept.size() < Beam; s++)
+        if (std::none_of(kept.begin(), kept.end(),
+                         [&](const STATE &k) { return k.Colour == s->Colour; }))
+            kept.push_back(*s);
+    return kept;
+}
+
+struct ROW {
+    std::vector<uint8_t> Codes;
+    uint64_t Cost;
+};
+
+static ROW EncodeRow(std::span<const HAM8_RGB> pixels, const HAM8_PALETTE &palette)
+{
+    // Black has no code to repeat: at the start, holding it sets red to 0.
+    std::vector<std::vector<STATE>> trail = {{{{0, 0, 0}, Modify[0], 0, 0}}};
+    for (size_t x = 0; x < pixels.size(); x++) {
+        const auto ahead = pixels.subspan(x, std::min(LookAhead, pixels.size() - x));
+        trail.push_back(Thin(Successors(trail.back(), ahead, palette)));
+    }
+    ROW row = {std::vector<uint8_t>(pixels.size()), trail.back().front().Cost};
+    size_t at = 0;
+    for (size_t x = pixels.size(); x-- > 0; at = trail[x + 1][at].From)
+        row.Codes[x] = trail[x + 1][at].Code;
+    return row;
+}
+
+static HAM8_IMAGE EncodeRows(std::span<const HAM8_RGB> pixels, uint16_t width,
+                             const HAM8_PALETTE &palette)
+{
+    HAM8_IMAGE image = {width, static_cast<uint16_t>(pixels.size() / width), palette, {}, 0};
+    std::map<std::vector<HAM8_RGB>, ROW> known; // rows recur
+    for (size_t start = 0; start < pixels.size(); start += width) {
+        const auto source = pixels.subspan(start, width);
+        ROW &row = known[{source.begin(), source.end()}];
+        if (row.Codes.empty())
+            row = EncodeRow(source, palette);
+        image.Codes.insert(image.Codes.end(), row.Codes.begin(), row.Codes.end());
+        image.Cost += row.Cost / ErrorUnit;
+    }
+    return image;
+}
+
+static uint8_t Median(std::vector<uint8_t> values)
+{
+    const auto middle = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+// Part of the pixels, for the median cut.
+struct BOX {
+    std::span<HAM8_RGB> Pixels;
+    size_t Axis;     // the component of the greatest spread
+    uint64_t Sum;    // of that component
+    uint64_t Spread; // its squared deviations; 0: all pixels are alike
+};
+
+static BOX Measure(std::span<HAM8_RGB> pixels)
+{
+    BOX box = {pixels, 0, 0, 0};
+    for (size_t c = 0; c < 3; c++) {
+        uint64_t sum = 0, squares = 0;
+        for (const HAM8_RGB &p : pixels) {
+            sum += p[c];
+            squares += uint64_t{p[c]} * p[c];
+        }
+        const uint64_t spread = squares - sum * sum / pixels.size();
+        if (c == 0 || spread > box.Spread)
+            box = {pixels, c, sum, spread};
+    }
+    return box;
+}
+
+static HAM8_RGB Middle(std::span<const HAM8_RGB> pixels)
+{
+    HAM8_RGB middle;
+    for (size_t c = 0; c < 3; c++) {
+        std::vector<uint8_t> values;
+        for (const HAM8_RGB &p : pixels)
+            values.push_back(p[c]);
+        middle[c] = Median(std::move(values));
+    }
+    return middle;
+}
+
+// Heckbert's median cut: the box with the greatest spread is cut at its mean until there are 64.
+static HAM8_PALETTE MedianCut(std::span<const HAM8_RGB> pixels)
+{
+    std::vector<HAM8_RGB> sorted(pixels.begin(), pixels.end());
+    std::vector<BOX> boxes = {Measure(sorted)};
+    while (boxes.size() < 64) {
+        BOX &widest = *std::max_element(boxes.begin(), boxes.end(), [](const BOX &a, const BOX &b) {
+            return a.Spread < b.Spread;
+        });
+        if (widest.Spread == 0)
+            break;
+        const BOX all = widest;
+        const auto upper =
+            std::partition(all.Pixels.begin(), all.Pixels.end(), [&](const HAM8_RGB &p) {
+                return p[all.Axis] * all.Pixels.size() <= all.Sum;
+            });
+        const auto below = static_cast<size_t>(upper - all.Pixels.begin());
+        widest = Measure(all.Pixels.first(below));
+        boxes.push_back(Measure(all.Pixels.subspan(below)));
+    }
+    HAM8_PALETTE palette{};
+    std::transform(boxes.begin(), boxes.end(), palette.begin(),
+                   [](const BOX &box) { return Middle(box.Pixels); });
+    return palette;
+}
+
+// What an image's codes made of its palette: the source values that each entry stands for, by
+// component, as long as no other code replaces it, and the errors left, by source colour.
+struct SURVEY {
+    std::array<std::array<std::vector<uint8_t>, 3>, 64> Values;
+    std::vector<std::pair<uint32_t, HAM8_RGB>> Errors; // the greatest sums first
+};
+
+static SURVEY Survey(const HAM8_IMAGE &image, std::span<const HAM8_RGB> pixels)
+{
+    SURVEY survey;
+    std::map<HAM8_RGB, uint32_t> errors;
+    HAM8_RGB running{};
+    std::array<int, 3> owner{}; // palette entry that a component is from; below 0: none
+    for (size_t i = 0; i < pixels.size(); i++) {
+        if (i % image.Width == 0) {
+            running = {};
+            owner.fill(-1);
+        }
+        const uint8_t code = image.Codes[i], control = code & 3;
+        for (size_t c = 0; c < 3; c++) {
+            if (control == 0)
+                owner[c] = code >> 2;
+            else if (control == Modify[c])
+                owner[c] = -1;
+            running[c] = control == 0           ? image.Palette[code >> 2][c]
+                         : control == Modify[c] ? static_cast<uint8_t>(code & 0xFC)
+                                                : running[c];
+            if (owner[c] >= 0)
+                survey.Values[static_cast<size_t>(owner[c])][c].push_back(pixels[i][c]);
+        }
+        errors[pixels[i]] += Error(running, pixels[i]);
+    }
+    for (const auto &[colour, error] : errors)
+        survey.Errors.emplace_back(error, colour);
+    std::sort(survey.Errors.rbegin(), survey.Errors.rend());
+    return survey;
+}
+
+// A better palette, perhaps: entries move to the middle of what they stand for, and the least used
+// ones go where the errors are. `refused` counts the proposals that did not help; it varies them.
+static HAM8_PALETTE Propose(const HAM8_IMAGE &image, const SURVEY &survey, size_t refused)
+{
+    HAM8_PALETTE palette = image.Palette;
+    std::array<size_t, 64> order;
+    std::iota(order.begin(), order.end(), size_t{0});
+    const auto uses = [&](size_t i) { return survey.Values[i][0].size(); };
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return uses(a) < uses(b); });
+    for (size_t i = 0; i < palette.size(); i++)
+        for (size_t c = 0; c < 3; c++)
+            if (!survey.Values[i][c].empty())
+                palette[i][c] = Median(survey.Values[i][c]);
+    const size_t moved = refused == 0 ? 4 : 1;
+    for (size_t k = 0; k < moved; k++) {
+        const size_t from = (refused / 8 + k) % 64, to = refused + k;
+        if (to < survey.Errors.size() && survey.Errors[to].first > 0)
+            palette[order[from]] = survey.Errors[to].second;
+    }
+    return palette;
+}
+
+HAM8_IMAGE HAM8_Encode(std::span<const HAM8_RGB> pixels, uint16_t width, int rounds)
+{
+    HAM8_IMAGE best = EncodeRows(pixels, width, MedianCut(pixels));
+    SURVEY survey = Survey(best, pixels);
+    size_t refused = 0;
+    for (int round = 0; round < rounds && best.Cost > 0; round++) {
+        HAM8_IMAGE image = EncodeRows(pixels, width, Propose(best, survey, refused));
+        if (image.Cost < best.Cost) {
+            best = std::move(image);
+            survey = Survey(best, pixels);
+            refused = 0;
+        } else {
+            refused++;
+        }
+    }
+    return best;
+}
+
+std::vector<uint8_t> HAM8_File(const HAM8_IMAGE &image)
+{
+    std::vector<uint8_t> plain;
+    const std::span<const uint8_t> codes = image.Codes;
+    for (size_t start = 0; start < codes.size(); start += image.Width)
+        HAM68_AppendPlanes(codes.subspan(start, image.Width), 8, plain);
+    const std::vector<uint8_t> packed = HAM68_CompressRuns(plain);
+    const bool squeezed = packed.size() < plain.size();
+
+    std::vector<uint8_t> file = {'H', 'A', 'M', '8'};
+    for (const int v :
+         {image.Width >> 11, image.Width >> 3, image.Height >> 8, +image.Height, 8, +squeezed})
+        file.push_back(static_cast<uint8_t>(v));
+    file.insert(file.end(), HAM68_Description.begin(), HAM68_Description.end());
+    for (const HAM8_RGB &entry : image.Palette)
+        file.insert(file.end(), entry.begin(), entry.end());
+    const std::vector<uint8_t> &body = squeezed ? packed : plain;
+    file.insert(file.end(), body.begin(), body.end());
+    return file;
+}
