@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstring>
 
 #include "picture/picture.h"
 #include "platform/system.h"
@@ -38,8 +39,7 @@ void Graphics_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a)
 void Graphics_PutPixel(int16_t x, int16_t y)
 {
     if (uint8_t *pixel = PixelAt(x, y))
-        for (size_t i = 0; i < 4; i++)
-            pixel[i] = graphicsColor[i];
+        std::memcpy(pixel, graphicsColor.data(), graphicsColor.size());
 }
 
 uint32_t Graphics_GetPixel(int16_t x, int16_t y)
@@ -55,8 +55,10 @@ uint32_t Graphics_GetRGBPixel(int16_t x, int16_t y)
 
 void Graphics_Line(int16_t x1, int16_t y1, int16_t x2, int16_t y2)
 {
-    if (Graphics_Mode == 1)
-        Graphics_WalkLine(x1, y1, x2, y2, Graphics_PutPixel);
+    if (Graphics_Mode != 1)
+        return;
+    const GRAPHICS_POINT end = Graphics_WalkLine(x1, y1, x2, y2, Graphics_PutPixel);
+    Graphics_PutPixel(end.X, end.Y);
 }
 
 void Graphics_Rectangle(int16_t x1, int16_t y1, int16_t x2, int16_t y2)
@@ -96,6 +98,7 @@ void Graphics_Ellipse(int16_t cx, int16_t cy, int16_t rx, int16_t ry)
 {
     if (Graphics_Mode != 1)
         return;
+    // Wider than 32 bits: there the terms would wrap for radii of some 1300 points.
     const int64_t A = int64_t{rx} * rx, B = int64_t{ry} * ry;
     int64_t x = 0, y = ry;
     const auto plot = [&] {

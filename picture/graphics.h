@@ -29,10 +29,15 @@ void Graphics_Rectangle(int16_t x1, int16_t y1, int16_t x2, int16_t y2);
 void Graphics_Circle(int16_t cx, int16_t cy, int16_t r);
 void Graphics_Ellipse(int16_t cx, int16_t cy, int16_t rx, int16_t ry);
 
-/// Calls point(x, y) for every point of the line, both ends included: Bresenham's scheme in 16-bit
-/// arithmetic, so a line longer than 16 bits carry goes the way the wrapped distance says.
+struct GRAPHICS_POINT {
+    int16_t X, Y;
+};
+
+/// Calls point(x, y) for every point of the line but the last, which it returns: Bresenham's scheme
+/// in 16-bit arithmetic, so a line longer than 16 bits carry goes the way the wrapped distance
+/// says. There are at most 32768 calls.
 template <typename Point>
-void Graphics_WalkLine(int16_t x1, int16_t y1, int16_t x2, int16_t y2, Point point)
+GRAPHICS_POINT Graphics_WalkLine(int16_t x1, int16_t y1, int16_t x2, int16_t y2, Point point)
 {
     const auto wrap = [](int v) { return static_cast<int16_t>(v); };
     const int16_t dx = wrap(x2 - x1), dy = wrap(y2 - y1);
@@ -50,7 +55,7 @@ void Graphics_WalkLine(int16_t x1, int16_t y1, int16_t x2, int16_t y2, Point poi
         if (both || steep)
             y = wrap(y + sy);
     }
-    point(x, y);
+    return {x, y};
 }
 
 // No effect in this system; part of the layer's interface.

@@ -184,7 +184,7 @@ void Picture_PutThumbnail(int16_t x, int16_t y, const Picture &picture)
 void Picture_PutRotate(int16_t x, int16_t y, double angle, int16_t newWidth, int16_t newHeight,
                        const Picture &picture)
 {
-    if (!picture.Pixels || picture.Width == 0 || picture.Height == 0)
+    if (!picture.Pixels || picture.Width == 0 || picture.Height == 0 || !std::isfinite(angle))
         return;
     const double a = (angle + 180) * std::numbers::pi / 180, cosine = std::cos(a),
                  sine = std::sin(a);

@@ -66,7 +66,7 @@ void Picture_Put(int16_t x, int16_t y, const Picture &picture);
 void Picture_PutThumbnail(int16_t x, int16_t y, const Picture &picture);
 
 /// Draws the picture scaled to newWidth x newHeight and turned by `angle` degrees about the middle
-/// of that area, which comes to lie at (x, y).
+/// of that area, which comes to lie at (x, y). An angle that is no number draws nothing.
 void Picture_PutRotate(int16_t x, int16_t y, double angle, int16_t newWidth, int16_t newHeight,
                        const Picture &picture);
 

@@ -56,13 +56,6 @@ void System_IntToStr(uint32_t value, char *dst)
     std::sprintf(dst, "%u", value);
 }
 
-// Toward zero and modulo 2^32; what no 64-bit integer holds is 0.
-static uint32_t TruncateToUDWord(double value)
-{
-    constexpr double limit = 9223372036854775808.0; // 2^63
-    return std::fabs(value) < limit ? static_cast<uint32_t>(static_cast<int64_t>(value)) : 0;
-}
-
 uint32_t System_StrToInt(const char *s)
 {
     while (*s == ' ' || *s == '0')
@@ -71,7 +64,7 @@ uint32_t System_StrToInt(const char *s)
     double place = 0;
     for (size_t i = std::strlen(s); i-- > 0; place++) {
         const int digit = static_cast<uint8_t>(s[i]) - '0';
-        value = TruncateToUDWord(value + digit * std::pow(10.0, place));
+        value = System_TruncateToUDWord(value + digit * std::pow(10.0, place));
     }
     return value;
 }
@@ -120,6 +113,12 @@ int32_t System_min(int32_t a, int32_t b)
 int32_t System_Clamp(int32_t v, int32_t low, int32_t high)
 {
     return v > high ? high : v < low ? low : v;
+}
+
+uint32_t System_TruncateToUDWord(double value)
+{
+    constexpr double limit = 9223372036854775808.0; // 2^63
+    return std::fabs(value) < limit ? static_cast<uint32_t>(static_cast<int64_t>(value)) : 0;
 }
 
 void System_RaNDomize()

@@ -55,6 +55,9 @@ uint16_t System_ReadHexNumber(const char *text, uint32_t *pos, uint8_t digits);
 int32_t System_min(int32_t a, int32_t b);
 int32_t System_Clamp(int32_t v, int32_t low, int32_t high);
 
+/// Toward zero and modulo 2^32; what no 64-bit integer holds is 0.
+uint32_t System_TruncateToUDWord(double value);
+
 /// Little-endian pairs and quads from the low bytes of the arguments, first byte lowest.
 constexpr uint16_t System_MakeUWord(uint32_t lo, uint32_t hi)
 {

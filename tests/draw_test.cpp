@@ -1,0 +1,158 @@
+#include "picture/draw.h"
+
+#include <cmath>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "picture/graphics.h"
+#include "picture/picture.h"
+
+// A picture from text, '/' between its rows: a letter is the red of a pixel of green 1, blue 2 and
+// alpha 3. Columns beyond `width` belong to the buffer only. Nothing lies behind its bytes, so that
+// the address sanitizer sees what is read too far.
+struct SAMPLE : Picture {
+    std::vector<uint8_t> Bytes;
+
+    explicit SAMPLE(const std::string &text, size_t width) : Picture{}
+    {
+        for (const char letter : text)
+            if (letter != '/')
+                Bytes.insert(Bytes.end(), {static_cast<uint8_t>(letter), 1, 2, 3});
+        Bytes.shrink_to_fit();
+        Width = static_cast<uint16_t>(width);
+        BufferWidth = static_cast<uint16_t>(text.find('/'));
+        Height = BufferHeight = static_cast<uint16_t>(Bytes.size() / 4 / BufferWidth);
+        Pixels = Bytes.data();
+    }
+};
+
+// Draws on a fresh target of dots, 9 by 8, and gives its reds as text without the dots and slashes
+// at the end of rows and text.
+static std::string Drawn(const std::function<void()> &draw)
+{
+    const SAMPLE target(std::string(9, '.') + '/' + std::string(9 * 7, '.'), 9);
+    Graphics_SetTarget(&target);
+    draw();
+    Graphics_SetTarget(nullptr);
+    std::string text;
+    for (size_t i = 0; i < 9 * 8; i++) {
+        text += static_cast<char>(target.Bytes[i * 4]);
+        if (i % 9 == 8)
+            text = text.substr(0, text.find_last_not_of('.') + 1) + '/';
+    }
+    return text.substr(0, text.find_last_not_of('/') + 1);
+}
+
+TEST(Drawing, Points)
+{
+    Picture_SetColor('-', 1, 2, 3);
+    const SAMPLE abc("ab-/-cd/", 3), wide("ab##/cd##/", 2), keys("--/--/", 2),
+        letters("abcd/efgh/ijkl/", 4);
+    SAMPLE cut("ab/cd/", 2), none("ab/", 2);
+    cut.BufferHeight = 1;
+    none.Pixels = nullptr;
+    const struct {
+        const char *what;
+        std::function<void()> draw;
+        const char *drawn;
+    } rows[] = {
+        // Rows go upwards from y.
+        {"its own size", [&] { Picture_Draw(1, 2, 3, 2, abc); }, "/..cd/.ab"},
+        {"not mirrored across", [&] { Picture_HDraw(1, 2, 3, 2, abc); }, "/..cd/.ab"},
+        {"nor upside down", [&] { Picture_VDraw(1, 2, 3, 2, abc); }, "/..cd/.ab"},
+        {"twice the size", [&] { Picture_Draw(0, 3, 6, 4, abc); }, "..ccdd/..ccdd/aabb/aabb"},
+        {"uneven", [&] { Picture_Draw(0, 2, 5, 3, abc); }, "..ccd/aabb/aabb"},
+        {"smaller", [&] { Picture_Draw(0, 0, 2, 1, abc); }, "ab"},
+        {"over the edges", [&] { Picture_Draw(-2, 0, 9, 2, abc); }, "abbb"},
+        {"a wider buffer", [&] { Picture_Draw(0, 1, 4, 2, wide); }, "ccdd/aabb"},
+        {"a buffer cut short", [&] { Picture_Draw(0, 1, 2, 2, cut); }, "/ab"},
+        {"nothing but key", [&] { Picture_Draw(0, 3, 6, 4, keys); }, ""},
+        {"another alpha is no key",
+         [&] {
+             Picture_SetColor('-', 1, 2, 4);
+             Picture_Draw(0, 1, 2, 2, keys);
+             Picture_SetColor('-', 1, 2, 3);
+         },
+         "--/--"},
+        {"key replaced", [&] { Picture_CDraw(0, 1, 3, 2, abc, 'K', 9, 9, 9); }, "Kcd/abK"},
+        {"all replaced", [&] { Picture_CDraw(0, 1, 4, 2, keys, 'K', 9, 9, 9); }, "KKKK/KKKK"},
+        {"inverted",
+         [&] {
+             Picture_Inverse(0, 1, 3, 2, abc);
+             EXPECT_EQ(Graphics_GetPixel(0, 1), 0x03FDFE9Eu);
+         },
+         "\xD2\x9C\x9B/\x9E\x9D\xD2"},
+        {"no pixels", [&] { Picture_Draw(0, 3, 6, 4, none); }, ""},
+        {"a line into the next row", [&] { Picture_Line(0, 0, 5, 0, &abc, 0, 1); }, "ab..c"},
+        {"half a pixel a point", [&] { Picture_Line(0, 2, 2, 0, &abc, 0, 0.5f); }, "/.a/a"},
+        {"two, to the buffer's end", [&] { Picture_Line(0, 0, 9, 0, &letters, 4, 2); }, "bdfhjl"},
+        {"backwards, to its start", [&] { Picture_Line(0, 0, 9, 0, &letters, 12, -1); }, "dcba"},
+        {"a step without bounds", [&] { Picture_Line(0, 0, 9, 0, &abc, 0, INFINITY); }, "a"},
+        {"less than a pixel left", [&] { Picture_Line(0, 0, 9, 0, &abc, 21, 0); }, ""},
+        // What turning gives is from a program of its own in another language.
+        {"turned by nothing", [&] { Picture_Rotate(1, 5, 7, 4, 0, letters); },
+         "//....hhi/..ffgdde/eeebbc/.aaa"},
+        {"by 30 degrees", [&] { Picture_Rotate(1, 5, 7, 4, 30, letters); },
+         "/...ii/...hee/..ggdd/..fcc/.eebb/.eaa/..aa"},
+        {"by 90 degrees", [&] { Picture_Rotate(1, 4, 7, 4, 90, letters); },
+         "/...ee/..idd/..hhcc/...gbb/...ffaa/....eaa/....ee"},
+        {"by 200 degrees", [&] { Picture_Rotate(-3, 3, 8, 6, 200, letters); },
+         "....aae/...aaeii/..bbfii/.ccgjj/.ccgk/ddhkk/eill"},
+        {"turned from a wider buffer", [&] { Picture_Rotate(1, 4, 7, 4, -30, wide); },
+         "//.######c/.aaaabb#/.aaaabb#"},
+        {"two corners in the middle", [&] { Picture_Rotate(1, 5, 1, 6, 0, letters); },
+         "//ii/ee/ee/aa/.aa"},
+        {"no corners", [&] { Picture_Rotate(-100, -100, 226, 231, 0, letters); }, ""},
+        {"no angle", [&] { Picture_Rotate(1, 5, 7, 4, NAN, letters); }, ""},
+        {"nor one here", [&] { Picture_PutRotate(4, 4, INFINITY, 4, 3, letters); }, ""},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(Drawn(r.draw), r.drawn) << r.what;
+}
+
+TEST(Drawing, PointsOfALine)
+{
+    using POINTS = std::vector<uint16_t>;
+    const struct {
+        int16_t x1, y1, x2, y2;
+        int last;
+        POINTS xs, ys;
+    } rows[] = {
+        {0, 0, 3, 0, 2, {0, 1, 2, 7, 7}, {0, 0, 0, 7, 7}},
+        {0, 0, -1, 4, 3, {0, 0, 0, 65535, 7}, {0, 1, 2, 3, 7}},
+        {0, 0, 5, 2, 4, {0, 1, 2, 3, 4}, {0, 0, 1, 1, 2}},
+        {3, 1, 3, 1, 65535, {7, 7, 7, 7, 7}, {7, 7, 7, 7, 7}},
+        {32767, 0, -32768, 0, 0, {32767, 7, 7, 7, 7}, {0, 7, 7, 7, 7}}, // 1 apart in 16 bits
+    };
+    for (const auto &r : rows) {
+        POINTS xs(5, 7), ys(5, 7);
+        EXPECT_EQ(Picture_GetLineXY(r.x1, r.y1, r.x2, r.y2, xs.data(), ys.data()), r.last);
+        EXPECT_EQ(xs, r.xs) << "to " << r.x2;
+        EXPECT_EQ(ys, r.ys) << "to " << r.x2;
+    }
+}
+
+// Whatever the sizes: no pixels but the picture's own come out, and every call ends.
+TEST(Drawing, ExtremeSizes)
+{
+    constexpr int16_t sizes[] = {-32768, -32767, -2, -1, 0, 1, 2, 3, 231, 32767};
+    SAMPLE sample("abc/def/", 3);
+    for (const uint16_t claimed : {uint16_t{3}, uint16_t{65535}})
+        for (const int16_t width : sizes)
+            for (const int16_t height : sizes) {
+                if (std::abs(width * height) > 1000000)
+                    continue; // only slow
+                sample.Width = sample.Height = claimed;
+                const std::string scaled =
+                    Drawn([&] { Picture_Draw(4, 4, width, height, sample); });
+                EXPECT_EQ(scaled.find('a') != std::string::npos, width > 0 && height > 0);
+                std::string turned;
+                if (std::abs(width) > 3 || std::abs(height) < 1000) // also only slow
+                    turned = Drawn([&] { Picture_Rotate(-3, 7, width, height, 77, sample); });
+                EXPECT_EQ((scaled + turned).find_first_not_of("./abcdef"), std::string::npos)
+                    << width << 'x' << height;
+            }
+}

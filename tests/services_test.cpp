@@ -1,0 +1,164 @@
+// Sorts, colour spaces and numerals.
+#include <algorithm>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include "extra/colour.h"
+#include "extra/heap.h"
+#include "extra/numeral.h"
+#include "extra/sort.h"
+
+static const struct SORT {
+    const char *Name;
+    void (*Sort)(int32_t *a, uint16_t n);
+    uint16_t Most; // elements that it sorts in a moment
+} sorts[] = {
+    {"selection", Extra_SelectionSort, 4000}, {"insertion", Extra_InsertSort, 4000},
+    {"heap", Extra_HeapSort, 65535},          {"bubble", Extra_BubbleSort, 3000},
+    {"merge", Extra_MergeSort, 65535},        {"quick", Extra_QuickSort, 65535},
+    {"cruiser", Extra_CruiserSort, 200},
+};
+
+// Sorts a copy with a greatest value behind it, which has to stay there.
+static void ExpectSorts(const SORT &sort, std::vector<int32_t> values, const std::string &what)
+{
+    constexpr int32_t guard = std::numeric_limits<int32_t>::max();
+    std::vector<int32_t> expected = values;
+    std::sort(expected.begin(), expected.end());
+    expected.push_back(guard);
+    values.push_back(guard);
+    sort.Sort(values.data(), static_cast<uint16_t>(values.size() - 1));
+    EXPECT_TRUE(values == expected) << sort.Name << ": " << what;
+}
+
+TEST(Sorts, GiveWhatTheStandardLibraryGives)
+{
+    constexpr int32_t low = std::numeric_limits<int32_t>::min();
+    constexpr int32_t high = std::numeric_limits<int32_t>::max();
+    std::mt19937 random(1);
+    rlimit stack; // too small for recursions as deep as n
+    getrlimit(RLIMIT_STACK, &stack);
+    stack.rlim_cur = 1 << 20;
+    setrlimit(RLIMIT_STACK, &stack);
+    for (const SORT &sort : sorts) {
+        ExpectSorts(sort, {high, low, 0, low, -1, high, 1}, "extremes");
+        for (const int n : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 64, 199, int{sort.Most}}) {
+            std::vector<int32_t> values(static_cast<size_t>(n));
+            ExpectSorts(sort, values, std::to_string(n) + " equal");
+            for (int32_t &value : values)
+                value = static_cast<int32_t>(random());
+            ExpectSorts(sort, values, std::to_string(n) + " random");
+            for (int32_t &value : values)
+                value %= 7;
+            ExpectSorts(sort, values, std::to_string(n) + " with repetitions");
+            std::iota(values.begin(), values.end(), -1000);
+            ExpectSorts(sort, values, std::to_string(n) + " sorted");
+            std::reverse(values.begin(), values.end());
+            ExpectSorts(sort, values, std::to_string(n) + " reversed");
+        }
+    }
+}
+
+TEST(Sorts, BubbleTakesTheSlotBehindIn)
+{
+    std::vector<int32_t> values = {5, 9, 7, 1};
+    Extra_BubbleSort(values.data(), 3);
+    EXPECT_EQ(values, (std::vector<int32_t>{1, 5, 7, 9}));
+}
+
+TEST(Sorts, MergeLeavesHeap255Gone)
+{
+    Extra_CreateHeap(255, 4);
+    Extra_PushDWord(0xFFFFFFFF); // not taken for a segment of the array
+    ExpectSorts({"merge", Extra_MergeSort, 3}, {3, 1, 2}, "beside a heap 255");
+    EXPECT_EQ(Extra_Heap[255], nullptr);
+    EXPECT_EQ(Extra_Pointer, 255);
+    EXPECT_EQ(Extra_LIFOorFIFO, 0);
+}
+
+// The hash (FNV-1a) over the results for a grid of colours is from the formulas in Python.
+TEST(Colours, BothWays)
+{
+    uint64_t hash = 14695981039346656037u;
+    const auto convert = [&](uint8_t first, uint8_t second, uint8_t third) {
+        Extra_RGBtoYCbCr(first, second, third);
+        Extra_YCbCrtoRGB(first, second, third);
+        for (const uint8_t byte : {Extra_GetYluma(), Extra_GetChromaBlue(), Extra_GetChromaRed(),
+                                   Extra_Red, Extra_Green, Extra_Blue})
+            hash = (hash ^ byte) * 1099511628211u;
+    };
+    for (unsigned i = 0; i < 52 * 52 * 52; i++)
+        convert(static_cast<uint8_t>(i / 52 / 52 * 5), static_cast<uint8_t>(i / 52 % 52 * 5),
+                static_cast<uint8_t>(i % 52 * 5));
+    EXPECT_EQ(hash, 0xE8EE7EAD69094DD5u);
+    convert(255, 255, 255);
+    EXPECT_EQ(Extra_ChromaRed, 127) << "a hair short";
+    convert(255, 128, 255);
+    EXPECT_EQ(Extra_Red, 177) << "wraps";
+}
+
+static std::string Convert(int from, int to, const std::string &source)
+{
+    std::vector<char> destination(40, '~');
+    Extra_Convert(static_cast<uint8_t>(from), static_cast<uint8_t>(to), source.c_str(),
+                  destination.data());
+    return destination.data();
+}
+
+TEST(Numerals, Texts)
+{
+    const struct {
+        const char *what;
+        int from, to;
+        std::string source, result;
+    } rows[] = {
+        {"capitals", 16, 10, "FF", "255"},
+        {"small letters", 16, 10, "ff", "255"},
+        {"a capital A is worth 17", 16, 10, "AA", "289"},
+        {"a small a is worth 42", 16, 10, "a", "42"},
+        {"a minus sign is worth its code", 10, 10, "-1", "451"},
+        {"beyond ASCII", 10, 10, "\xE9", "43"},
+        {"nought has one digit", 10, 2, "0", "0"},
+        {"nothing has none", 10, 2, "", ""},
+        {"32 digits", 10, 2, "4294967295", "11111111111111111111111111111111"},
+        {"wraps at 32 bits", 10, 10, "4294967297", "1"},
+        {"more digits than doubles reach", 10, 10, "1" + std::string(400, '0') + "7", "7"},
+        {"letters are written capital", 10, 36, "395", "AZ"},
+        {"base 1 has no digits", 10, 1, "5", ""},
+        {"from Roman", 0, 10, "MMXXIV", "2024"},
+        {"four times I", 0, 10, "IIII", "4"},
+        {"a lesser before a greater", 0, 10, "IM", "1001"},
+        {"reading stops at no numeral", 0, 10, "XX?V", "20"},
+        {"no numeral at all", 0, 10, "abc", "0"},
+        {"to Roman", 10, 0, "1994", "MCMXCIV"},
+        {"the greatest", 10, 0, "3999", "MMMCMXCIX"},
+        {"no nought in Rome", 10, 0, "0", ""},
+        {"4000 to 9999 lose their thousands", 10, 0, "5008", "VIII"},
+        {"ten thousands are units", 10, 0, "10012", "IXII"},
+        {"the longest", 10, 0, "3888883888", "IIIVIIIVIIIVIIIVIIIVIIIMMMDCCCLXXXVIII"},
+        {"Roman as it should be", 0, 0, "IIIII", "V"},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(Convert(r.from, r.to, r.source), r.result) << r.what;
+}
+
+TEST(Numerals, RoundTrips)
+{
+    for (int value = 1; value < 4000; value++) {
+        const std::string decimal = std::to_string(value);
+        EXPECT_EQ(Convert(0, 10, Convert(10, 0, decimal)), decimal);
+    }
+    // From base 11 on only texts with an A do not find back.
+    for (int base = 2; base <= 36; base++)
+        for (uint64_t value = 0; value <= 0xFFFFFFFF; value = value * 9 / 8 + 1) {
+            const std::string decimal = std::to_string(value), text = Convert(10, base, decimal);
+            EXPECT_EQ(Convert(base, 10, text) == decimal, text.find('A') == std::string::npos)
+                << text;
+        }
+}
