@@ -1,4 +1,5 @@
-// Any file through detection, whatever decodes it, some refills and the release; and as raw samples.
+// Any file through detection, whatever decodes it, some refills and the release; and as raw
+// samples.
 #include "audio/audio.h"
 #include "fuzz/fuzz.h"
 
