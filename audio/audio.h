@@ -1,0 +1,179 @@
+// The sound engine: tells sound formats apart by content and plays one sound at a time through
+// PortAudio. A format module or the raw reader fills a track's two buffers by turns; each call of
+// the sound card takes one buffer away and refills the one that was taken before.
+//
+// Order of use: Audio_Init, Audio_SetMixer, Audio_Load, Audio_SetLoop, Audio_Play; Audio_UnLoad for
+// each track, Audio_Destroy last. Failures are silence: Audio_Error keeps PortAudio's last code.
+//
+// Two threads meet here. The main thread calls everything but PortAudio_CallBack and what that is
+// made of; what both read is atomic. The callback waits for nobody, Audio_UnLoad and Audio_Destroy
+// wait for a call that is running. Tracks load and go while another plays.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include <portaudio.h>
+
+enum AUDIO_TYPE : uint8_t {
+    AUDIO_NONE = 0, // nothing was detected yet
+    AUDIO_RAW = 1,  // unknown: samples in the engine's own settings
+    AUDIO_WAV = 2,
+    AUDIO_MOD = 3,
+    AUDIO_MP3 = 4,
+    AUDIO_VOC = 5,
+    AUDIO_AU = 6,
+    AUDIO_IFF = 7, // 8SVX and 16SV
+    AUDIO_AIFF = 8,
+};
+
+/// Bytes of a track's buffer, and that Audio_Check looks at.
+constexpr uint32_t Audio_Capacity = 65536;
+constexpr uint32_t Audio_CheckBytes = 8192;
+
+/// A loaded sound. What the callback changes while the track plays is atomic.
+struct AudioTrack {
+    std::array<char, 64> FileName;                // cut to 63 characters and a NUL
+    std::atomic<uint32_t> ReadPosition;           // in the file, where the next refill starts
+    uint32_t DataStart;                           // first sample byte of the file
+    std::atomic<uint32_t> FileSize;               // 0 until the first refill
+    uint32_t Capacity;                            // of each buffer: Audio_Capacity
+    std::array<std::atomic<uint32_t>, 2> Length;  // bytes that the last refill gave
+    std::array<std::atomic<uint8_t *>, 2> Buffer; // the track's; null before the first refill
+    uint8_t Loaded;                               // 1; for whoever looks
+    std::atomic<uint8_t> State;  // 0: all in buffer 1; 1, 2: the buffer that plays next
+    uint8_t Type;                // AUDIO_TYPE
+    uint8_t SoundNumber;         // record of the format module
+    uint8_t Decoded, DecodedToo; // either: a format module decodes; neither: raw samples
+    uint8_t Generated;           // synthesised: refills read no file
+    uint8_t Channels;
+    uint16_t SamplingRate; // Hz
+    uint8_t BitsPerSample;
+    PaStream *Stream; // of the track that was played first
+
+    std::string Path;               // the whole name, for refills
+    std::atomic<uint8_t> StartOver; // generated: the next refill begins anew
+};
+
+/// PortAudio's output device; -1 before Audio_Init, the device count where none was chosen.
+extern int16_t Audio_Device;
+/// Stored by Audio_SetMode for whoever asks.
+extern uint8_t Audio_Mode;
+/// Channels, rate and bits of the output, of raw samples and of synthesised sound.
+extern uint8_t Audio_Channel;
+extern uint32_t Audio_Hz;
+extern uint8_t Audio_BPS;
+/// The track whose buffers the callback refills.
+extern std::atomic<AudioTrack *> Audio_Current;
+/// Result of the last Audio_Check.
+extern uint8_t Audio_Type;
+/// 1 while a track is said to be playing.
+extern std::atomic<uint8_t> Audio_Playing;
+/// 0: PortAudio is not initialised; 1: it is; 2: the stream was opened, or was tried to.
+extern uint8_t Audio_FirstPlay;
+/// What the end of the data does. 0: rewinds, for ever; 1: Audio_Stop; more: rewinds and counts
+/// down.
+extern std::atomic<uint8_t> Audio_Loop;
+/// What the next callback plays: Audio_DataSize bytes at Audio_Data, a buffer of Audio_Capacity
+/// bytes or null. The two are read one after the other, so the size may be another buffer's.
+extern std::atomic<uint8_t *> Audio_Data;
+extern std::atomic<uint32_t> Audio_DataSize;
+/// Audio_DataSize in sample frames of its track.
+extern std::atomic<uint16_t> Audio_DataTime;
+/// PortAudio's answer to the last initialisation, opening or start.
+extern int32_t Audio_Error;
+/// Reserved.
+extern uint8_t Audio_WakeBit;
+/// The device that Audio_Init examined last; PortAudio's own, null before.
+extern const PaDeviceInfo *PortAudio_DeviceInfo;
+/// Output format of the stream, set by Audio_SetMixer.
+extern PaStreamParameters PortAudio_Format;
+
+/// The MPEG frame header that Audio_Check examined last. ISO/IEC 11172-3, 2.4.2.3.
+struct AUDIO_MP3FRAME {
+    uint8_t Version, Layer; // as coded: 3 is MPEG-1, 2 MPEG-2, 0 MPEG-2.5; 1 is Layer III
+    uint8_t Protection;     // 1: a CRC follows
+    uint8_t BitRate, SamplingRate, AdjustedSamplingRate; // indices
+    uint8_t Padding, Private, ChannelMode, ModeExtension, Copyright, Original, Emphasis;
+    uint16_t Length; // bytes
+};
+struct AUDIO_MP3DETECT {
+    uint16_t Channels;
+    uint32_t SamplingRate, BitRate; // Hz, bit/s
+};
+extern AUDIO_MP3FRAME Audio_MP3Frame;
+extern AUDIO_MP3DETECT Audio_MP3Detect;
+
+/// Sets Audio_Channel. The first call also initialises PortAudio and chooses the first device
+/// whose name (its first 31 characters) contains "Output".
+void Audio_Init(uint8_t channels);
+
+/// Sets the output format: 8 (unsigned), 16, 24 or 32 bits; others keep the sample format that was
+/// set before. `left` and `right` are ignored. No effect while Audio_Device is below 2.
+void Audio_SetMixer(uint8_t bits, uint32_t hz, uint32_t left, uint32_t right);
+
+/// Store their global. Only the low 16 bits of `hz` are kept.
+void Audio_SetMode(uint8_t mode);
+void Audio_SetChannel(uint8_t channels);
+void Audio_SetHz(uint32_t hz);
+void Audio_SetBPS(uint8_t bits);
+void Audio_SetLoop(uint8_t loop);
+
+/// Format of a file (AUDIO_TYPE) from its first Audio_CheckBytes bytes, also put in Audio_Type. A
+/// file that cannot be read leaves that as it was.
+uint8_t Audio_Check(const char *path);
+
+/// Detects and reads a file: header facts, and one buffer or, for files larger than a buffer, two.
+/// From then on the callback plays the new track's first buffer next, whatever is current. Never
+/// null, the caller's until Audio_UnLoad. Without buffers when the file cannot be read, nothing
+/// decodes its format, or the format module is full.
+AudioTrack *Audio_Load(const char *path);
+
+/// Refills buffer 1 (bit 0 of `which`) and buffer 2 (bit 1) from the read position on. Length is
+/// what came: 0 at the end of the data. Raw samples: 8 bits as 128 minus the byte, 16 bits from
+/// big-endian; one byte less is recorded than was stored, on purpose. Other depths read nothing.
+/// Not for a track that plays: the callback refills that one.
+void Audio_LoadBuffers(AudioTrack *track, uint8_t which);
+
+/// Has the format module decode into buffer 1 or 2. `file` is null for synthesised sound.
+void Audio_Decoding(FILE *file, AudioTrack *track, uint8_t which);
+
+/// Makes the track current and says that it plays. The first play opens and starts the stream, on
+/// PortAudio's default device when the chosen one is refused; it belongs to this track.
+void Audio_Play(AudioTrack *track);
+
+/// Turn Audio_Playing over; clear it and Audio_Loop. The stream runs on all the same.
+void Audio_Pause();
+void Audio_Stop();
+
+/// Has the current track's next refill start at the beginning, and says that it plays.
+void Audio_ReStart();
+
+bool Audio_IsPlaying();
+void Audio_SetCurrent(AudioTrack *track);
+
+/// The stream's callback: plays Audio_Data, the rest of the output is silence; then swaps the
+/// current track's buffers and refills the one that was played. Always continues (0).
+int PortAudio_CallBack(const void *input, void *output, unsigned long frames,
+                       const PaStreamCallbackTimeInfo *timing, PaStreamCallbackFlags status,
+                       void *user);
+
+/// Hands out the current track's other buffer.
+void Audio_SwapBuffers();
+
+/// Refills the buffer that was played and, at the end of the data, does what Audio_Loop says.
+void Audio_ReadBuffers();
+
+/// No effect: a sound of one buffer needs no refill, and the callback does the playing.
+void Audio_Refresh();
+void Audio_PlayBuffers();
+
+/// Stops and closes the track's stream, if it has one, and frees buffers and track. Waits for a
+/// callback that runs. A track without buffers is not freed, on purpose.
+void Audio_UnLoad(AudioTrack *track);
+
+/// Silences the callback and frees the header records of all format modules.
+void Audio_Destroy();

@@ -1,0 +1,226 @@
+// The engine's stream to the sound card: devices, the callback, and the release of what it uses.
+#include "audio/audio.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "audio/audio_module.h"
+#include "platform/system.h"
+
+int16_t Audio_Device = -1;
+uint8_t Audio_FirstPlay;
+int32_t Audio_Error;
+const PaDeviceInfo *PortAudio_DeviceInfo;
+PaStreamParameters PortAudio_Format;
+
+// Frame size of the stream and the byte of its silence; a size of 0: no stream was opened.
+static std::atomic<uint32_t> streamFrameBytes;
+static std::atomic<uint8_t> streamSilence;
+// Counts the entries and exits of the callback: odd while it runs.
+static std::atomic<uint32_t> callbackSteps;
+
+// While it lives, standard error is the null device: the host back ends behind PortAudio report
+// there whatever they fail to find, on the terminal that belongs to the player.
+class QUIET
+{
+public:
+    QUIET() : terminal(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
+    {
+        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (terminal >= 0 && null >= 0)
+            dup2(null, STDERR_FILENO);
+        if (null >= 0)
+            close(null);
+    }
+    ~QUIET()
+    {
+        if (terminal < 0)
+            return;
+        dup2(terminal, STDERR_FILENO);
+        close(terminal);
+    }
+    QUIET(const QUIET &) = delete;
+    QUIET &operator=(const QUIET &) = delete;
+
+private:
+    int terminal;
+};
+
+static void ChooseDevice()
+{
+    Audio_Device = static_cast<int16_t>(Pa_GetDeviceCount());
+    for (int16_t i = 0; i < Audio_Device; i++) {
+        PortAudio_DeviceInfo = Pa_GetDeviceInfo(i);
+        std::array<char, 32> name{};
+        if (PortAudio_DeviceInfo)
+            std::snprintf(name.data(), name.size(), "%s", PortAudio_DeviceInfo->name);
+        uint32_t position = 0;
+        if (System_StrSearch(name.data(), "Output", &position, 0))
+            Audio_Device = i;
+    }
+}
+
+void Audio_Init(uint8_t channels)
+{
+    Audio_Channel = channels;
+    if (Audio_FirstPlay != 0)
+        return;
+    const QUIET quiet;
+    Audio_Error = Pa_Initialize();
+    if (Audio_Error == paNoError)
+        ChooseDevice();
+    Audio_FirstPlay = 1;
+}
+
+// A latency to suggest; 0 where the device gives none.
+static double LowLatency(PaDeviceIndex device, double PaDeviceInfo::*which)
+{
+    const PaDeviceInfo *info = Pa_GetDeviceInfo(device);
+    return info ? std::max(info->*which, 0.0) : 0;
+}
+
+void Audio_SetMixer(uint8_t bits, uint32_t hz, uint32_t, uint32_t)
+{
+    if (Audio_Device < 2)
+        return;
+    Audio_Hz = hz;
+    Audio_BPS = bits;
+    PortAudio_Format.device = Audio_Device;
+    PortAudio_Format.channelCount = Audio_Channel;
+    switch (bits) {
+    case 8:
+        PortAudio_Format.sampleFormat = paUInt8;
+        break;
+    case 16:
+        PortAudio_Format.sampleFormat = paInt16;
+        break;
+    case 24:
+        PortAudio_Format.sampleFormat = paInt24;
+        break;
+    case 32:
+        PortAudio_Format.sampleFormat = paInt32;
+        break;
+    }
+    // The input's figure is meant.
+    PortAudio_Format.suggestedLatency =
+        LowLatency(Audio_Device, &PaDeviceInfo::defaultLowInputLatency);
+    PortAudio_Format.hostApiSpecificStreamInfo = nullptr;
+}
+
+static PaError OpenStream(AudioTrack &track, const PaStreamParameters &format)
+{
+    const PaError error = Pa_OpenStream(&track.Stream, nullptr, &format, Audio_Hz,
+                                        track.Capacity / Audio_FrameBytes(track), paClipOff,
+                                        PortAudio_CallBack, nullptr);
+    if (error != paNoError) {
+        track.Stream = nullptr;
+        return error;
+    }
+    streamFrameBytes =
+        static_cast<uint32_t>(format.channelCount * Pa_GetSampleSize(format.sampleFormat));
+    streamSilence = format.sampleFormat == paUInt8 ? 128 : 0;
+    return error;
+}
+
+// Opens the stream on the chosen device; where that is none or refuses, on the default one.
+static PaError OpenAnyStream(AudioTrack &track)
+{
+    const PaError error = OpenStream(track, PortAudio_Format);
+    const PaDeviceIndex device = Pa_GetDefaultOutputDevice();
+    if (error == paNoError || device < 0)
+        return error;
+    PaStreamParameters format = PortAudio_Format;
+    format.device = device;
+    format.suggestedLatency = LowLatency(device, &PaDeviceInfo::defaultLowOutputLatency);
+    return OpenStream(track, format);
+}
+
+void Audio_Play(AudioTrack *track)
+{
+    Audio_Current = track; // the first callback runs before Pa_StartStream returns
+    Audio_Playing = 1;
+    if (Audio_Device < 2 || Audio_FirstPlay != 1)
+        return;
+    const QUIET quiet;
+    Audio_Error = OpenAnyStream(*track);
+    if (Audio_Error == paNoError)
+        Audio_Error = Pa_StartStream(track->Stream);
+    Audio_FirstPlay = 2;
+}
+
+// Without a stream the output's format is the one that was set.
+static void CopyData(uint8_t *output, size_t frames)
+{
+    size_t frame = streamFrameBytes;
+    uint8_t silence = streamSilence;
+    if (frame == 0) {
+        frame = std::max(Audio_BPS / 8u * Audio_Channel, 1u);
+        silence = Audio_BPS == 8 ? 128 : 0;
+    }
+    const size_t room = frames * frame;
+    const uint8_t *data = Audio_Data;
+    size_t size = data ? Audio_DataSize.load() : 0;
+    // What the last frame lacks stands behind it: raw samples are recorded one byte short.
+    size = (size + frame - 1) / frame * frame;
+    size = std::min({size, room, size_t{Audio_Capacity}});
+    std::copy_n(data, size, output);
+    std::fill(output + size, output + room, silence);
+}
+
+int PortAudio_CallBack(const void *, void *output, unsigned long frames,
+                       const PaStreamCallbackTimeInfo *, PaStreamCallbackFlags, void *)
+{
+    callbackSteps++;
+    CopyData(static_cast<uint8_t *>(output), frames);
+    Audio_SwapBuffers();
+    Audio_ReadBuffers();
+    callbackSteps++;
+    callbackSteps.notify_all();
+    return paContinue;
+}
+
+// Waits until the callback has left that may have seen what stood before.
+static void AwaitCallback()
+{
+    const uint32_t step = callbackSteps;
+    if (step % 2 != 0)
+        callbackSteps.wait(step);
+}
+
+void Audio_UnLoad(AudioTrack *track)
+{
+    if (!track)
+        return;
+    if (track->Stream) {
+        const QUIET quiet;
+        Pa_StopStream(track->Stream);
+        Pa_CloseStream(track->Stream);
+        track->Stream = nullptr;
+    }
+    if (!track->Buffer[0])
+        return;
+    // First nobody hands the buffers out any more, then nobody plays them.
+    if (Audio_Current == track)
+        Audio_Current = nullptr;
+    AwaitCallback();
+    for (uint8_t *buffer : {track->Buffer[0].load(), track->Buffer[1].load()})
+        Audio_Data.compare_exchange_strong(buffer, nullptr);
+    AwaitCallback();
+    std::free(track->Buffer[0]);
+    std::free(track->Buffer[1]);
+    delete track;
+}
+
+void Audio_Destroy()
+{
+    Audio_Current = nullptr;
+    AwaitCallback();
+    Audio_Data = nullptr;
+    for (const AUDIO_MODULE &module : Audio_Modules)
+        if (module.Destroy)
+            module.Destroy();
+}

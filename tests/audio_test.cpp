@@ -1,0 +1,409 @@
+#include "audio/audio.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "audio/audio_module.h"
+#include "tests/files.h"
+
+using namespace std::string_literals;
+
+using BYTES = std::vector<uint8_t>;
+
+// A file of dots with texts in it.
+static BYTES Dots(size_t size, const std::vector<std::pair<size_t, std::string>> &texts = {})
+{
+    BYTES bytes(size, '.');
+    for (const auto &[at, text] : texts)
+        std::copy(text.begin(), text.end(), bytes.begin() + static_cast<ptrdiff_t>(at));
+    return bytes;
+}
+
+static int CheckOf(const BYTES &bytes)
+{
+    return Audio_Check(WriteTemp("check", bytes).c_str());
+}
+
+TEST(AudioCheck, TheFirstTestThatSucceedsWins)
+{
+    const std::string voc = "Creative Voice File\x1A\x1A"s + '\0';
+    const struct {
+        std::string at0, at8;
+        int type;
+    } rows[] = {{"RIFF", "WAVE", AUDIO_WAV},        {"RIFF", "AVI ", AUDIO_RAW},
+                {voc, "Voice", AUDIO_RAW},          {voc, "", AUDIO_VOC},
+                {voc.substr(0, 21), "", AUDIO_RAW}, {"." + voc, "", AUDIO_RAW},
+                {".snd", "AIFF", AUDIO_AU},         {"FORM", "8SVX", AUDIO_IFF},
+                {"FORM", "16SV", AUDIO_IFF},        {"    ", "8SVX", AUDIO_RAW},
+                {"    ", "AIFF", AUDIO_AIFF},       {"FORM", "AIFC", AUDIO_AIFF}};
+    for (const auto &r : rows) {
+        EXPECT_EQ(CheckOf(Dots(2000, {{0, r.at0}, {8, r.at8}})), r.type) << r.at0 << r.at8;
+        EXPECT_EQ(Audio_Type, r.type);
+    }
+    EXPECT_EQ(CheckOf({}), AUDIO_MOD); // zeros where modules have their tag
+    EXPECT_EQ(CheckOf(Dots(1080)), AUDIO_MOD);
+    EXPECT_EQ(CheckOf(Dots(1081)), AUDIO_RAW);
+
+    Audio_Type = AUDIO_VOC;
+    const std::string pipe = TempPath("pipe");
+    mkfifo(pipe.c_str(), 0600);
+    for (const std::string &none : {"no such file"s, testing::TempDir(), pipe})
+        EXPECT_EQ(Audio_Check(none.c_str()), AUDIO_VOC) << none;
+}
+
+static int CheckOfFrames(const std::string &header, const std::vector<size_t> &at)
+{
+    BYTES bytes = Dots(9000);
+    for (const size_t i : at)
+        std::copy(header.begin(), header.end(), bytes.begin() + static_cast<ptrdiff_t>(i));
+    return CheckOf(bytes);
+}
+
+TEST(AudioCheck, PredictedFrames)
+{
+    const struct {
+        const char *what, *header;
+        size_t length;
+        bool found;
+    } rows[] = {
+        {"MPEG-1", "\xFF\xFB\x90", 417, true},         {"padding", "\xFF\xFB\x92", 418, true},
+        {"MPEG-2", "\xFF\xF3\x80", 417, true},         {"MPEG-2.5", "\xFF\xE3\x80", 835, true},
+        {"reserved", "\xFF\xEB\x80", 208, true},       {"Layer I", "\xFF\xFE\x90", 417, true},
+        {"above 128", "\xFF\xFB\x20", 130, true},      {"below 128", "\xFF\xFB\x14", 96, false},
+        {"Layer II", "\xFF\xFD\x90", 417, false},      {"bad rate", "\xFF\xFB\x9C", 417, false},
+        {"bad bit rate", "\xFF\xFB\xF0", 1044, false}, {"free format", "\xFF\xFB\x02", 417, false}};
+    for (const auto &r : rows) {
+        const size_t n = r.length;
+        EXPECT_EQ(CheckOfFrames(r.header, {0, n, 2 * n, 3 * n}), r.found ? AUDIO_MP3 : AUDIO_RAW)
+            << r.what;
+    }
+    const struct {
+        const char *what;
+        std::vector<size_t> at;
+        int type;
+    } places[] = {
+        {"a frame that was hit predicts nothing", {0, 417, 834}, AUDIO_RAW},
+        {"hits add up", {9, 426, 5000, 5417}, AUDIO_MP3},
+        {"a hit by the block's last bytes", {9, 426, 7773, 8190}, AUDIO_MP3},
+        {"a hit half out of the block", {9, 426, 7774, 8191}, AUDIO_RAW},
+        {"a hit out of the block", {9, 426, 7775, 8192}, AUDIO_RAW},
+    };
+    for (const auto &p : places)
+        EXPECT_EQ(CheckOfFrames("\xFF\xFB\x90", p.at), p.type) << p.what;
+
+    CheckOf(Dots(1084, {{5, "\xFF\xF2\x87\x5E"}}));
+    const AUDIO_MP3FRAME &f = Audio_MP3Frame;
+    EXPECT_EQ((std::vector<int>{f.Version, f.Layer, f.Protection, f.BitRate, f.SamplingRate,
+                                f.AdjustedSamplingRate, f.Padding, f.Private, f.ChannelMode,
+                                f.ModeExtension, f.Copyright, f.Original, f.Emphasis, f.Length}),
+              (std::vector<int>{2, 1, 1, 8, 1, 4, 1, 1, 1, 1, 1, 1, 2, 144 * 64000 / 24000 + 1}));
+    EXPECT_EQ(Audio_MP3Detect.Channels, 2);
+    EXPECT_EQ(Audio_MP3Detect.SamplingRate, 24000u);
+    EXPECT_EQ(Audio_MP3Detect.BitRate, 64000u);
+}
+
+TEST(AudioCheck, TagsOfModules)
+{
+    std::string known = "M.K.M!K!FLT4FLT8CD81OCTATDZ1"
+                        "\x00\xCA\x60\x00\x00\xBE\x10\x00\x00\x00\x00\x00\x00\xFE\x40\x00"
+                        "\x01\x1D\x10\x00\x00\xD6\x10\x00\x00\xAA\x30\x00\x01\xC5\x20\x00"
+                        "\x00\x00\x0C\x0F\x00\xBE\x50\x00"s;
+    std::string unknown = "M.K!FLT6\x00\x00\x00\x01"
+                          "1ACHA1CH8chn0CHN"s;
+    for (int i = 0; i < 100; i++) {
+        (i >= 10 && i <= 64 ? known : unknown) += std::to_string(100 + i).substr(1) + "CH";
+        if (i >= 1 && i <= 9)
+            known += std::to_string(i) + "CHN";
+    }
+    for (const auto &[tags, type] : {std::pair(known, AUDIO_MOD), std::pair(unknown, AUDIO_RAW)})
+        for (size_t i = 0; i < tags.size(); i += 4)
+            EXPECT_EQ(CheckOf(Dots(1084, {{1080, tags.substr(i, 4)}})), type) << tags.substr(i, 4);
+}
+
+// Sets what raw samples are taken for, and the output with them.
+static void SetRaw(uint8_t channels, uint8_t bits)
+{
+    Audio_SetChannel(channels);
+    Audio_SetBPS(bits);
+}
+
+TEST(AudioLoad, RawSamples)
+{
+    const struct {
+        uint8_t bits;
+        size_t size;
+        uint32_t length1, length2;
+    } rows[] = {{8, 3000, 2999, 0},       {8, 65536, 65535, 0}, {8, 65537, 65535, 0},
+                {8, 70000, 65535, 4463},  {16, 3000, 2999, 0},  {16, 3001, 2999, 0},
+                {16, 70001, 65535, 4463}, {24, 3000, 3000, 0}};
+    for (const auto &r : rows) {
+        SCOPED_TRACE(testing::Message() << int{r.bits} << " bits, " << r.size << " bytes");
+        SetRaw(1, r.bits);
+        BYTES bytes(r.size), expected(r.size + 1);
+        for (size_t i = 0; i < r.size; i++) {
+            bytes[i] = static_cast<uint8_t>(i % 251); // no 0xFF: no frames
+            if (r.bits == 8)
+                expected[i] = static_cast<uint8_t>(128 - bytes[i]);
+            if (r.bits == 16)
+                expected[i ^ 1] = bytes[i];
+        }
+        AudioTrack *track = Audio_Load(WriteTemp("raw", bytes).c_str());
+        EXPECT_EQ(track->State, r.size > 65536);
+        EXPECT_EQ(track->Length[0], r.length1);
+        EXPECT_EQ(track->Length[1], r.length2);
+        EXPECT_EQ(Audio_Data, track->Buffer[0]);
+        EXPECT_EQ(Audio_DataSize, r.length1);
+        EXPECT_EQ(Audio_DataTime, r.length1 / (r.bits / 8));
+        EXPECT_TRUE(
+            std::equal(expected.data(), expected.data() + r.length1, track->Buffer[0].load()));
+        EXPECT_TRUE(r.length2 == 0 || std::equal(&expected[65536], &expected[65536] + r.length2,
+                                                 track->Buffer[1].load()));
+        Audio_UnLoad(track);
+    }
+}
+
+TEST(AudioLoad, WhatCannotBeReadHasNoBuffers)
+{
+    uint8_t *const data = Audio_Data;
+    for (const uint8_t type : {AUDIO_NONE, AUDIO_RAW, AUDIO_AIFF}) {
+        Audio_Type = type;
+        AudioTrack *track = Audio_Load("no such file");
+        EXPECT_EQ(track->Buffer[0], nullptr);
+        EXPECT_EQ(Audio_Data, data);
+        Audio_UnLoad(track); // does not free it
+        delete track;
+    }
+    const std::string longName = std::string(200, 'n');
+    AudioTrack *track = Audio_Load(WriteTemp(longName, Dots(3000)).c_str());
+    EXPECT_EQ(track->FileName.data(), TempPath(longName).substr(0, 63));
+    EXPECT_NE(track->Buffer[0], nullptr);
+    Audio_UnLoad(track);
+}
+
+// A module for tests: copies what lies behind four bytes, or without a file gives half a buffer.
+struct FAKE_HEADER {
+    uint16_t Channels, BitsPerSample;
+    uint32_t SamplingRate, DataStart;
+};
+static std::array<FAKE_HEADER, 32> fakes;
+static uint8_t fakeNumber;
+static int fakeStarts;
+
+static const AUDIO_MODULE fake = {
+    [](const char *) {
+        if (fakeNumber < fakes.size())
+            fakes[fakeNumber++] = {2, 16, 22050, 4};
+    },
+    [](FILE *file, uint8_t *buffer, uint32_t *length, uint8_t) {
+        *length = static_cast<uint32_t>(file ? std::fread(buffer, 1, *length, file) : *length / 2);
+    },
+    [] { fakeNumber = 0; }, Audio_FactsOf<[](uint8_t n) { return &fakes[n]; }>, &fakeNumber};
+
+TEST(AudioLoad, ModulesDecode)
+{
+    const AUDIO_MODULE before = std::exchange(Audio_Modules[AUDIO_AU], fake);
+    for (const uint32_t size : {4, 2000, 65535, 65536, 65541}) {
+        AudioTrack *track = Audio_Load(WriteTemp("fake", Dots(size, {{0, ".snd"}})).c_str());
+        EXPECT_EQ(track->SoundNumber, fakeNumber - 1);
+        EXPECT_EQ(track->Channels * 100 + track->BitsPerSample, 216);
+        EXPECT_EQ(track->SamplingRate, 22050);
+        EXPECT_EQ(track->Length[0] + track->Length[1], size - 4);
+        EXPECT_EQ(track->Length[1], size > 65540 ? size - 65540 : 0);
+        EXPECT_EQ(track->ReadPosition, size);
+        Audio_UnLoad(track);
+    }
+    fakeNumber = 32;
+    AudioTrack *refused = Audio_Load(TempPath("fake").c_str());
+    EXPECT_EQ(refused->Buffer[0], nullptr);
+    delete refused;
+    Audio_Destroy();
+    EXPECT_EQ(fakeNumber, 0);
+    Audio_Modules[AUDIO_AU] = before;
+}
+
+TEST(AudioLoad, SynthesisedSoundReadsNoFile)
+{
+    const AUDIO_MODULE before = std::exchange(Audio_Modules[AUDIO_MOD], fake);
+    Audio_Modules[AUDIO_MOD].SetOutput = [](uint8_t n, uint8_t channels, uint32_t hz,
+                                            uint8_t bits) {
+        fakes[n] = {channels, bits, hz, 0};
+    };
+    Audio_Modules[AUDIO_MOD].StartOver = [](uint8_t) { fakeStarts++; };
+    SetRaw(1, 8);
+    Audio_SetHz(65536 + 32000);
+    const std::string path = WriteTemp("fake", {});
+    AudioTrack *track = Audio_Load(path.c_str());
+    std::filesystem::remove(path);
+    EXPECT_EQ(track->Channels * 100 + track->BitsPerSample, 108);
+    EXPECT_EQ(track->SamplingRate, 32000);
+    EXPECT_EQ(track->State, 1);
+    for (const int starts : {0, 1, 1}) {
+        Audio_LoadBuffers(track, 3);
+        EXPECT_EQ(track->Length[0] + track->Length[1], 65536u);
+        EXPECT_EQ(fakeStarts, starts);
+        Audio_SetCurrent(track);
+        if (starts == 0)
+            Audio_ReStart();
+    }
+    Audio_UnLoad(track);
+    Audio_Modules[AUDIO_MOD] = before;
+}
+
+// What a device of so many frames gets, behind which nothing may be written.
+static BYTES CallBack(size_t frames = 65536, size_t frameBytes = 1)
+{
+    BYTES output(frames * frameBytes + 64, 0xAA);
+    EXPECT_EQ(PortAudio_CallBack(nullptr, output.data(), frames, nullptr, 0, nullptr), paContinue);
+    EXPECT_EQ(output[frames * frameBytes], 0xAA);
+    output.resize(frames * frameBytes);
+    return output;
+}
+
+// Loads and plays 8-bit samples: so many buffers' worth, each of its number's value.
+static AudioTrack *PlayNumbers(size_t buffers)
+{
+    SetRaw(1, 8);
+    BYTES bytes;
+    for (size_t i = 1; i <= buffers; i++)
+        bytes.insert(bytes.end(), 65536, static_cast<uint8_t>(i));
+    AudioTrack *track = Audio_Load(WriteTemp("numbers", bytes).c_str());
+    Audio_Play(track);
+    return track;
+}
+
+// Numbers that so many callbacks play, '-' for silence.
+static std::string Played(int callbacks)
+{
+    std::string played;
+    for (; callbacks > 0; callbacks--) {
+        const int sample = CallBack()[0];
+        played += sample == 128 ? '-' : static_cast<char>('0' + 128 - sample);
+    }
+    return played;
+}
+
+TEST(AudioPlay, LoopRules)
+{
+    const struct {
+        size_t buffers;
+        uint8_t loop;
+        const char *played;
+        size_t stopped; // callbacks after which it no longer says that it plays; 0: never
+    } rows[] = {
+        {3, 0, "12312312312312", 0}, {3, 1, "123-1231231231", 2}, {3, 2, "123123-1231231", 5},
+        {3, 3, "123123123-1231", 8}, {2, 0, "12121212121212", 0}, {2, 1, "12-12121212121", 1},
+        {2, 3, "121212-1212121", 5}, {1, 0, "11111111111111", 0}, {1, 1, "11111111111111", 1},
+        {1, 3, "11111111111111", 3},
+    };
+    for (const auto &r : rows) {
+        AudioTrack *track = PlayNumbers(r.buffers);
+        Audio_SetLoop(r.loop);
+        std::string played;
+        size_t stopped = 0;
+        while (played.size() < 14) {
+            played += Played(1);
+            if (!Audio_IsPlaying() && stopped == 0)
+                stopped = played.size();
+        }
+        EXPECT_EQ(played, r.played) << r.buffers << " buffers, loop " << int{r.loop};
+        EXPECT_EQ(stopped, r.stopped) << r.buffers << " buffers, loop " << int{r.loop};
+        EXPECT_EQ(Audio_Loop, 0);
+        Audio_UnLoad(track);
+    }
+}
+
+TEST(AudioPlay, OutputIsWholeFramesAndThenSilence)
+{
+    const struct {
+        const char *what;
+        uint8_t channels, bits;
+        size_t size, frames, copied;
+    } rows[] = {
+        {"16-bit stereo: the lost byte is there", 2, 16, 3000, 16384, 3000},
+        {"16-bit stereo: and what lies behind half a frame", 2, 16, 3002, 16384, 3004},
+        {"8-bit mono: the lost byte is lost", 1, 8, 3000, 65536, 2999},
+        {"8-bit stereo", 2, 8, 3000, 32768, 3000},
+        {"fewer frames than there are", 2, 16, 3000, 100, 400},
+        {"more than a buffer", 2, 16, 65536, 20000, 65536},
+    };
+    for (const auto &r : rows) {
+        SetRaw(r.channels, r.bits);
+        AudioTrack *track = Audio_Load(WriteTemp("frames", Dots(r.size)).c_str());
+        BYTES expected(r.frames * r.channels * r.bits / 8, r.bits == 8 ? 128 : 0);
+        std::copy_n(track->Buffer[0].load(), r.copied, expected.data());
+        EXPECT_EQ(CallBack(r.frames, r.channels * r.bits / 8u), expected) << r.what;
+        Audio_UnLoad(track);
+    }
+}
+
+TEST(AudioPlay, FilesMayShrinkAndGo)
+{
+    AudioTrack *track = PlayNumbers(3);
+    Audio_SetLoop(0);
+    EXPECT_EQ(Played(1), "1");
+    std::filesystem::resize_file(track->Path, 2000);
+    EXPECT_EQ(Played(4), "2311"); // the third buffer had been read
+    std::filesystem::remove(track->Path);
+    EXPECT_EQ(Played(4), "11--");
+    WriteTemp("numbers", BYTES(65536, 4));
+    EXPECT_EQ(Played(4), "--44");
+    Audio_UnLoad(track);
+}
+
+TEST(AudioPlay, FlagsLeaveTheStreamRunning)
+{
+    AudioTrack *track = PlayNumbers(4);
+    Audio_SetLoop(5);
+    Audio_Pause();
+    EXPECT_FALSE(Audio_IsPlaying());
+    EXPECT_EQ(Played(1), "1");
+    Audio_Pause();
+    EXPECT_TRUE(Audio_IsPlaying());
+    Audio_Stop();
+    EXPECT_FALSE(Audio_IsPlaying());
+    EXPECT_EQ(Audio_Loop, 0);
+    EXPECT_EQ(Played(1), "2");
+    Audio_ReStart();
+    EXPECT_TRUE(Audio_IsPlaying());
+    EXPECT_EQ(Played(4), "3412"); // two buffers were full already
+    Audio_UnLoad(track);
+}
+
+TEST(AudioPlay, UnloadedTracksAreOutOfReach)
+{
+    AudioTrack *one = PlayNumbers(3);
+    AudioTrack *other = Audio_Load(WriteTemp("other", BYTES(3000, 9)).c_str());
+    EXPECT_EQ(Played(2), "92"); // a load plays once whatever is current
+    Audio_UnLoad(other);
+    EXPECT_EQ(Played(1), "3");
+    Audio_UnLoad(Audio_Load(TempPath("other").c_str()));
+    EXPECT_EQ(Played(2), "-2");
+    Audio_UnLoad(one);
+    EXPECT_EQ(Played(2), "--");
+    Audio_ReStart(); // nothing to rewind
+}
+
+TEST(AudioMixer, NeedsADeviceFromTheThirdOn)
+{
+    SetRaw(2, 8);
+    Audio_Device = 1;
+    Audio_SetMixer(16, 96000, 0, 0);
+    EXPECT_EQ(Audio_BPS, 8);
+    EXPECT_EQ(PortAudio_Format.sampleFormat, 0u);
+    Audio_Device = 2;
+    const std::pair<uint8_t, PaSampleFormat> rows[] = {
+        {8, paUInt8}, {16, paInt16}, {24, paInt24}, {32, paInt32}, {12, paInt32}};
+    for (const auto &[bits, format] : rows) {
+        Audio_SetMixer(bits, 96000, 0, 0);
+        EXPECT_EQ(Audio_BPS, bits);
+        EXPECT_EQ(Audio_Hz, 96000u);
+        EXPECT_EQ(PortAudio_Format.sampleFormat, format) << int{bits};
+        EXPECT_EQ(PortAudio_Format.channelCount * 10 + PortAudio_Format.device, 22);
+        EXPECT_EQ(PortAudio_Format.suggestedLatency, 0); // there is no such device
+    }
+    Audio_Device = -1;
+}

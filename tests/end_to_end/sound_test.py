@@ -1,0 +1,112 @@
+"""The sound engine on sound cards that are files: sound_test.py PLAY_SOUND [thread]
+
+With "thread" the program is one that was built for the thread sanitizer.
+"""
+
+import os
+import random
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PLAY_SOUND = os.path.abspath(sys.argv[1])
+SEES_RACES = sys.argv[2:] == ["thread"]
+BUFFER = 65536
+
+NULL = "type null"
+MONO = "type multi slaves.a { pcm { type null } channels 1 } bindings.0 { slave a channel 0 }"
+ABSENT = "type hw card 31"
+FILE = 'type file file "FOLDER/captured" format raw slave.pcm { type null }'
+
+SPARE = {"first": NULL, "second": NULL}  # for indices 0 and 1
+
+
+def refills(sound):
+    """What the engine's refills give for big-endian 16-bit samples, a buffer's worth each."""
+    swapped = bytearray(sound)
+    swapped[0::2], swapped[1::2] = sound[1::2], sound[0::2]
+    return [bytes(swapped[i:i + BUFFER]) for i in range(0, len(swapped), BUFFER)]
+
+
+class Sound(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.environment = dict(os.environ, ALSA_CONFIG_PATH=self.path("alsa.conf"), JACK_NO_START_SERVER="1")
+
+    def tearDown(self):
+        self.folder.cleanup()
+
+    def path(self, name):
+        return os.path.join(self.folder.name, name)
+
+    def sound(self, name, size):
+        """A file of noise without the byte 255, which starts no frame of MPEG audio."""
+        data = random.Random(size).choices(range(255), k=size)
+        with open(self.path(name), "wb") as file:
+            file.write(bytes(data))
+        return bytes(data)
+
+    def play(self, devices, *words):
+        """Runs the program on these devices; gives its status, what it printed, and its errors."""
+        with open(self.path("alsa.conf"), "w") as file:
+            for name, device in devices.items():
+                file.write(f"pcm.!{name} {{ {device} }}\n".replace("FOLDER", self.folder.name))
+        run = subprocess.run([PLAY_SOUND, *map(str, words)], env=self.environment, cwd=self.folder.name,
+                             capture_output=True, text=True, timeout=300)
+        return run.returncode, run.stdout, run.stderr
+
+    def play_well(self, devices, *words):
+        """The same where nothing may be on the terminal but what it prints."""
+        status, printed, errors = self.play(devices, *words)
+        self.assertEqual((status, errors), (0, ""))
+        return printed
+
+    def captured(self):
+        with open(self.path("captured"), "rb") as file:
+            return file.read()
+
+    def test_what_is_heard(self):
+        """Every sample of a sound, three times over, on each kind of device that may be taken."""
+        sound = self.sound("sound", 5 * BUFFER + 20000)
+        buffers = refills(sound)
+        buffers[-1] += bytes(BUFFER - len(buffers[-1]))  # the rest of the device's buffer is silence
+        expected = b"".join(buffers) * 3
+        rows = {
+            "by its name": (SPARE | {"TheOutput": FILE, "default": NULL}, 2),
+            "the default": (SPARE | {"third": NULL, "default": FILE}, 4),
+            "the default where the named one is absent": (SPARE | {"Output": ABSENT, "default": FILE}, None),
+            "the default where the named one is mono": (SPARE | {"MonoOutput": MONO, "default": FILE}, None),
+        }
+        for what, (devices, index) in rows.items():
+            with self.subTest(what):
+                printed = self.play_well(devices, "sound", 18, 0)
+                self.assertIn("error 0, stream open, callbacks enough, playing 1", printed)
+                if index is not None:
+                    self.assertIn(f"device {index} of", printed)
+                heard = self.captured().lstrip(b"\0")  # the device is primed with silence
+                self.assertTrue(heard.startswith(expected), "what was heard differs")
+                os.remove(self.path("captured"))
+
+    def test_silence_is_no_failure(self):
+        """No device, and one of too low an index: nothing is heard or said."""
+        self.sound("sound", 2 * BUFFER)
+        for what, devices in {"none": {"default": ABSENT}, "low": {"Output": FILE, "default": NULL}}.items():
+            with self.subTest(what):
+                self.assertIn("stream none", self.play_well(devices, "sound", 3, 0))
+                self.assertFalse(os.path.exists(self.path("captured")))
+
+    def test_sounds_come_and_go_while_one_plays(self):
+        self.sound("sound", 3 * BUFFER)
+        self.sound("short", 3000)
+        self.sound("long", 2 * BUFFER)
+        words = ("sound", 300, 0, "short", "long", "absent")
+        self.assertIn("callbacks enough", self.play_well(SPARE | {"default": NULL}, *words))
+        if SEES_RACES:  # which a planted one proves
+            status, _, errors = self.play(SPARE | {"default": NULL}, *words, "race")
+            self.assertNotEqual(status, 0)
+            self.assertIn("planted", errors)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
