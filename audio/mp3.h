@@ -1,0 +1,114 @@
+// MPEG audio files: tags, frames and the refilling of sound buffers. ISO/IEC 11172-3 and 13818-3
+// for the frames, ID3v1 and ID3v2.3 (id3.org) for the tags. audio/mp3_layer3.h decodes a frame.
+//
+// A record is used by one thread at a time; different records may be decoded on different threads
+// while others are loaded.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+
+#include "audio/mp3_bits.h"
+#include "audio/mp3_layer3.h"
+
+/// Texts of a tag, each with a NUL at its end; empty without a tag.
+struct MP3_ID3V1 {
+    std::array<char, 31> Title, Artist, Album;
+    std::array<char, 5> Year;
+    std::array<char, 31> Comment;
+    uint8_t TrackNumber;
+    uint8_t Genre; // index of MP3_Genre; 126 without a tag
+};
+
+/// The same for ID3v2. Texts are the file's bytes, whatever encoding it says they have.
+struct MP3_ID3V2 {
+    uint16_t Version; // major * 256 + revision
+    uint8_t Flags;
+    uint32_t Size; // as it stands in the file, 8 bits a byte
+    std::array<char, 61> Title, Artist, Album;
+    std::array<char, 31> Year;
+    std::array<char, 255> Comment;
+    std::array<char, 2> Track;
+    std::array<char, 61> Genre;
+};
+
+/// A file that was loaded. The fields from Channels to FrameLength are those of the frame in
+/// FrameBuffer: after MP3_Load the first one behind the tag, 0 where none was found.
+struct MP3_HEADER {
+    uint32_t FileSize;      // bytes
+    uint16_t Channels;      // 1 or 2
+    uint32_t SamplingRate;  // Hz
+    uint32_t BitRate;       // bit/s
+    uint16_t BitsPerSample; // of the output, 16
+    uint8_t Version;        // index of MP3_Version
+    uint8_t Layer;          // index of MP3_Layer
+    uint8_t Protection;     // index of MP3_Protected
+    uint8_t BitRateIndex, SamplingRateIndex;
+    uint8_t Rate; // 0 to 8: the sampling rate's row in the decoder's tables
+    uint8_t Padding, Private, ChannelMode, ModeExtension, Copyright, Original, Emphasis;
+    uint16_t FrameLength;                          // bytes, with the header
+    std::array<uint8_t, MP3_MaxFrame> FrameBuffer; // header and body, without a CRC
+    MP3_ID3V1 ID3v1;
+    MP3_ID3V2 ID3v2;
+    MP3_LAYER3 Layer3;
+};
+
+/// The loaded files in the order of loading, null where none is; owned by this module.
+extern std::array<MP3_HEADER *, 32> MP3_Header;
+extern uint8_t MP3_SoundNumber; // slot that the next load fills
+extern uint8_t MP3_Init;        // 1 once the decoder's tables are built
+
+/// The most samples of a frame, all channels together.
+constexpr size_t MP3_MaxSamples = 2 * 1152;
+
+/// Reads tags and the first frame's header into slot MP3_SoundNumber, and moves that on. A file
+/// that cannot be opened, or when all slots are used, does nothing.
+void MP3_Load(const char *path);
+
+/// Searches `file` from its position on for the next frame and reads it into record n. Returns 1,
+/// or 0 at the end of the file and at two bytes 0xFF in a row. Frames of Layer II and of free
+/// format are passed over. What a cut file lacks of a frame is 0.
+uint8_t MP3_LoadFrame(FILE *file, uint8_t n);
+
+/// Decodes the frame in the record's buffer into `samples` (MP3_MaxSamples of them, channels
+/// interleaved). Returns the bytes that they take; negative when the frame cannot be decoded.
+int32_t MP3_Decode(MP3_HEADER &record, int16_t *samples);
+
+/// Decodes frames from the position of `file` on into `buffer`, 16-bit little-endian samples, as
+/// many whole frames as *length bytes hold; of a frame larger than that, what fits. *length becomes
+/// the bytes stored: 0 at the end of the data. The next call goes on where `file` stands then.
+void MP3_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
+
+/// Frees all records. MP3_SoundNumber stays as it is.
+void MP3_Destroy();
+
+/// Record n, null when there is none.
+MP3_HEADER *MP3_GetHeader(uint8_t n);
+/// Sets the slot that the next load fills; a record that it finds there goes.
+void MP3_SetSoundNumber(uint8_t n);
+
+/// Bit rate in kbit/s by index, for the versions below MPEG-1 and for MPEG-1. Index 15 is bad.
+constexpr std::array<std::array<uint16_t, 15>, 2> MP3_BitRate = {
+    {{0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
+     {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}}};
+
+/// The header's fields for a person, by their values.
+constexpr char MP3_Version[4][17] = {"MPEG Version 2.5", "reserved", "MPEG Version 2",
+                                     "MPEG Version 1"};
+constexpr char MP3_Layer[4][10] = {"reserved", "Layer III", "Layer II", "Layer I"};
+constexpr char MP3_Protected[2][17] = {"Not protected", "Protected by CRC"};
+constexpr char MP3_BitRateStr[16][5] = {"free", "32",  "40",  "48",  "56",  "64",  "80",  "96",
+                                        "112",  "128", "160", "192", "224", "256", "320", "bad"};
+constexpr char MP3_SampleRateStr[4][9] = {"44100", "48000", "32000", "reserved"};
+constexpr char MP3_Padding[2][11] = {"Not padded", "Padded"};
+constexpr char MP3_Private[2][12] = {"Not private", "Private"};
+constexpr char MP3_Channels[4][15] = {"Stereo", "Joint stereo", "Dual channel", "Single channel"};
+constexpr char MP3_Mode[4][8] = {"off-off", "on-off", "off-on", "on-on"}; // intensity, mid/side
+constexpr char MP3_Copyrighted[2][16] = {"Not copyrighted", "Copyrighted"};
+constexpr char MP3_Original[2][23] = {"Copy of original media", "Original media"};
+constexpr char MP3_Emphasis[4][10] = {"none", "50/15 ms", "reserved", "CCIT J.17"};
+
+/// Names of the ID3v1 genres. The spelling of some is meant.
+constexpr uint8_t MP3_UnknownGenre = 126;
+extern const char MP3_Genre[127][18];
