@@ -4,12 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "audio/mp3.h"
+
 std::array<AUDIO_MODULE, 9> Audio_Modules = {{
     {}, // AUDIO_NONE
     {}, // AUDIO_RAW, which the engine reads itself
     {}, // AUDIO_WAV
     {}, // AUDIO_MOD
-    {}, // AUDIO_MP3
+    {MP3_Load, MP3_Decoding, MP3_Destroy, Audio_FactsOf<MP3_GetHeader>, &MP3_SoundNumber},
     {}, // AUDIO_VOC
     {}, // AUDIO_AU
     {}, // AUDIO_IFF

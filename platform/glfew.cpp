@@ -1,6 +1,7 @@
 #include "platform/glfew.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -47,11 +48,12 @@ static int32_t Fail(const std::string &reason)
 }
 
 // The viewport counts framebuffer pixels, which differ from window units on some displays.
-static void SetViewport(GLFWwindow *window)
+static int framebufferWidth, framebufferHeight;
+
+static void MeasureFramebuffer()
 {
-    int width, height;
-    glfwGetFramebufferSize(window, &width, &height);
-    glViewport(0, 0, width, height);
+    glfwGetFramebufferSize(System_Window, &framebufferWidth, &framebufferHeight);
+    GLFEW_SetViewport(1, 1);
 }
 
 int32_t GLFEW_Init()
@@ -82,6 +84,7 @@ int32_t GLFEW_Init()
     glGenVertexArrays(1, &GLFEW_VertexArrayID);
     glBindVertexArray(GLFEW_VertexArrayID);
     current = {};
+    MeasureFramebuffer();
     const auto channel = [](uint8_t v) { return static_cast<float>(v) / 255; };
     glClearColor(channel(System_BGred), channel(System_BGgreen), channel(System_BGblue),
                  channel(System_BGalpha));
@@ -120,11 +123,21 @@ void GLFEW_MouseMotion(GLFWwindow *, double x, double y)
     System_MouseY = static_cast<uint16_t>(static_cast<int32_t>(y));
 }
 
-void GLFEW_Screen(GLFWwindow *window, int width, int height)
+void GLFEW_Screen(GLFWwindow *, int width, int height)
 {
     System_ScreenWidth = width;
     System_ScreenHeight = height;
-    SetViewport(window);
+    MeasureFramebuffer();
+}
+
+void GLFEW_SetViewport(float widthShare, float heightShare)
+{
+    const auto part = [](int whole, float share) {
+        return static_cast<int>(std::lround(static_cast<float>(whole) * share));
+    };
+    const int width = part(framebufferWidth, widthShare);
+    const int height = part(framebufferHeight, heightShare);
+    glViewport((framebufferWidth - width) / 2, (framebufferHeight - height) / 2, width, height);
 }
 
 void GLFEW_SetupWideScreen(int32_t *width, int32_t *height, int32_t *top)

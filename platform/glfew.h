@@ -52,6 +52,10 @@ void GLFEW_Mouse(GLFWwindow *window, int button, int action, int mods);
 void GLFEW_MouseMotion(GLFWwindow *window, double x, double y);
 void GLFEW_Screen(GLFWwindow *window, int width, int height);
 
+/// Draws into the middle of the window from now on: these shares of its width and height, 1 for
+/// all. A change of the window's size goes back to all of it.
+void GLFEW_SetViewport(float widthShare, float heightShare);
+
 /// Letter-boxes to 16:9: cuts the height and gives the rows left free above.
 void GLFEW_SetupWideScreen(int32_t *width, int32_t *height, int32_t *top);
 

@@ -1,0 +1,299 @@
+#include "game/board.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+#include <GL/glew.h>
+
+#include "game/frame.h"
+#include "game/moves.h"
+#include "platform/application.h"
+#include "platform/system.h"
+
+// clang-format off
+const FACE_VERTICES vertices_front = {
+    -1, -1, -1, 0, 1,  -1,  1, -1, 0, 0,   1,  1, -1, 1, 0,
+     1,  1, -1, 1, 0,   1, -1, -1, 1, 1,  -1, -1, -1, 0, 1,
+};
+const FACE_VERTICES vertices_back = {
+     1, -1,  1, 1, 0,   1,  1,  1, 1, 1,  -1,  1,  1, 0, 1,
+    -1,  1,  1, 0, 1,  -1, -1,  1, 0, 0,   1, -1,  1, 1, 0,
+};
+const FACE_VERTICES vertices_top = {
+    -1,  1, -1, 0, 1,  -1,  1,  1, 0, 0,   1,  1,  1, 1, 0,
+     1,  1,  1, 1, 0,   1,  1, -1, 1, 1,  -1,  1, -1, 0, 1,
+};
+const FACE_VERTICES vertices_bottom = {
+     1, -1, -1, 1, 0,   1, -1,  1, 1, 1,  -1, -1,  1, 0, 1,
+    -1, -1,  1, 0, 1,  -1, -1, -1, 0, 0,   1, -1, -1, 1, 0,
+};
+const FACE_VERTICES vertices_left = {
+    -1, -1,  1, 0, 1,  -1,  1,  1, 0, 0,  -1,  1, -1, 1, 0,
+    -1,  1, -1, 1, 0,  -1, -1, -1, 1, 1,  -1, -1,  1, 0, 1,
+};
+const FACE_VERTICES vertices_right = {
+     1, -1, -1, 0, 1,   1,  1, -1, 0, 0,   1,  1,  1, 1, 0,
+     1,  1,  1, 1, 0,   1, -1,  1, 1, 1,   1, -1, -1, 0, 1,
+};
+// clang-format on
+
+uint32_t texBase, texMine, texEmpty, texQuestion, texFlag, texOne, texTwo, texThree, texFour,
+    texFive, texSix, texSeven, texEight;
+
+std::array<std::array<std::array<GLFEW_VERTEX, FACE_COUNT>, MaxDim>, MaxDim> OGLvertex;
+GLFEW_VERTEX World;
+
+constexpr char vertexShader[] = "#version 330 core\n"
+                                "layout(location = 0) in vec3 vPosition;\n"
+                                "layout(location = 1) in vec2 vUV;\n"
+                                "out vec2 UV;\n"
+                                "uniform mat4 MVP;\n"
+                                "void main()\n"
+                                "{\n"
+                                "    gl_Position = vec4(vPosition, 1.0f) * MVP;\n"
+                                "    UV = vUV;\n"
+                                "}\n";
+constexpr char fragmentShader[] = "#version 330 core\n"
+                                  "in vec2 UV;\n"
+                                  "out vec3 color;\n"
+                                  "uniform sampler2D textureSampler1;\n"
+                                  "void main()\n"
+                                  "{\n"
+                                  "    color = texture(textureSampler1, UV).rgb;\n"
+                                  "}\n";
+
+static void LoadTextures()
+{
+    const struct {
+        uint32_t &texture;
+        const char *file;
+    } tiles[] = {
+        {texBase, "datas/Base.ham8"},   {texMine, "datas/Mine.ham8"},
+        {texEmpty, "datas/Empty.ham8"}, {texQuestion, "datas/Question.ham8"},
+        {texFlag, "datas/Flag.ham8"},   {texOne, "datas/One.ham8"},
+        {texTwo, "datas/Two.ham8"},     {texThree, "datas/Three.ham8"},
+        {texFour, "datas/Four.ham8"},   {texFive, "datas/Five.ham8"},
+        {texSix, "datas/Six.ham8"},     {texSeven, "datas/Seven.ham8"},
+        {texEight, "datas/Eight.ham8"},
+    };
+    for (const auto &tile : tiles)
+        tile.texture = GLFEW_LoadTexture(tile.file, 0, 0);
+}
+
+static uint32_t NumberTexture(MineCell &cell)
+{
+    if (cell.count == 0)
+        cell.count = static_cast<uint8_t>(System_RaNDom(8) + 1);
+    const std::array<uint32_t, 8> textures = {texOne,  texTwo, texThree, texFour,
+                                              texFive, texSix, texSeven, texEight};
+    return textures[cell.count - 1u];
+}
+
+static void CreateFace(GLFEW_VERTEX &record, const FACE_VERTICES &vertices, uint32_t texture)
+{
+    record.Kind = GLFEW_TEXTURED;
+    record.Count = 6;
+    record.TexturedVertices = vertices.data();
+    record.Texture = texture;
+    std::memcpy(record.VertexShaderSource.data(), vertexShader, sizeof vertexShader);
+    std::memcpy(record.FragmentShaderSource.data(), fragmentShader, sizeof fragmentShader);
+    Extra_Vector(record.Eye, 0, 0, -zDepth, 0);
+    Extra_Vector(record.Centre, 0, 0, 0, 0);
+    Extra_Vector(record.Up, 0, 1, 0, 0);
+    GLFEW_CreateVertex(record);
+    GLFEW_ChangePerspective(record, 45, 0.1f, 256);
+    GLFEW_LookAt(record);
+}
+
+// All faces in the order in which they are drawn: by texture, since a change of texture costs more
+// than a face. The depth test makes the order invisible.
+static std::vector<const GLFEW_VERTEX *> drawOrder;
+
+static void OrderFaces()
+{
+    drawOrder.clear();
+    for (size_t f = 0; f < FACE_COUNT; f++)
+        for (size_t y = 0; y < yDim; y++)
+            for (size_t x = 0; x < xDim; x++)
+                drawOrder.push_back(&OGLvertex[x][y][f]);
+    std::stable_sort(drawOrder.begin(), drawOrder.end(),
+                     [](const auto *a, const auto *b) { return a->Texture < b->Texture; });
+}
+
+void CreateBoard()
+{
+    glEnable(GL_DEPTH_TEST);
+    glDepthFunc(GL_LESS);
+    LoadTextures();
+    GLFEW_SetIcon("datas/Flag.ham8");
+    zDepth = static_cast<float>(std::max(xDim, yDim));
+    zDepth = 4.4f + (zDepth - 2) * 1.7f;
+
+    for (size_t y = 0; y < yDim; y++)
+        for (size_t x = 0; x < xDim; x++) {
+            auto &faces = OGLvertex[x][y];
+            const auto create = [&](FACE face, const FACE_VERTICES &vertices, uint32_t texture) {
+                CreateFace(faces[face], vertices, texture);
+                std::printf("Generate object at (%d, %d)\r", static_cast<int>(x + 1),
+                            static_cast<int>(y + 1));
+            };
+            create(FACE_FRONT, vertices_front, texBase);
+            create(FACE_BACK, vertices_back, texMine);
+            create(FACE_TOP, vertices_top, texEmpty);
+            create(FACE_BOTTOM, vertices_bottom, texQuestion);
+            create(FACE_LEFT, vertices_left, NumberTexture(MineField[x][y]));
+            create(FACE_RIGHT, vertices_right, texFlag);
+        }
+    OrderFaces();
+}
+
+void DestroyBoard()
+{
+    for (size_t y = 0; y < yDim; y++)
+        for (size_t x = 0; x < xDim; x++)
+            for (GLFEW_VERTEX &face : OGLvertex[x][y])
+                GLFEW_DestroyVertex(face);
+}
+
+// What a frame draws, copied from the game under its lock.
+struct BOARD_VIEW {
+    struct ANGLES {
+        float x, y, z;
+    };
+    std::array<std::array<ANGLES, MaxDim>, MaxDim> Cube;
+    uint8_t State; // GAME
+    ANGLES Spin, Spin2;
+};
+static BOARD_VIEW view;
+
+static void CopyView()
+{
+    const std::lock_guard lock(GameLock);
+    for (size_t x = 0; x < xDim; x++)
+        for (size_t y = 0; y < yDim; y++) {
+            const MineCell &cell = MineField[x][y];
+            view.Cube[x][y] = {cell.xAngle, cell.yAngle, cell.zAngle};
+        }
+    view.State = mb;
+    view.Spin = {xr, yr, zr};
+    view.Spin2 = {xr2, yr2, zr2};
+}
+
+static void Rotate(EXTRA_MATRIX &model, float x, float y, float z)
+{
+    Extra_RotateX(model, model, x);
+    Extra_RotateY(model, model, y);
+    Extra_RotateZ(model, model, z);
+}
+
+// Camera and turn of the whole board in the end views of a lost game.
+static void ViewWorld()
+{
+    const bool spinning = view.State == GAME_SPINNING;
+    Extra_Identity(World.Model);
+    Extra_Vector(World.Eye, 0, 0, spinning ? -2 * zDepth : -view.Spin2.z, 0);
+    Extra_Vector(World.Centre, 0, 0, 0, 0);
+    Extra_Vector(World.Up, 0, 1, 0, 0);
+    GLFEW_LookAt(World);
+    if (spinning)
+        Rotate(World.Model, view.Spin2.x, view.Spin2.y, view.Spin2.z);
+}
+
+// Moves a cube to its place: cubes touch until the game is lost, then move apart.
+static void Place(EXTRA_MATRIX &model, int x, int y)
+{
+    const float columns = xDim, rows = yDim, column = static_cast<float>(x),
+                row = static_cast<float>(y);
+    float across, down;
+    if (view.State == GAME_RECEDING) {
+        const float receded = view.Spin2.z - zDepth;
+        const float half = 1 + receded * view.Spin2.x, spacing = 2 + receded * view.Spin2.y;
+        across = -columns * half + half + column * spacing;
+        down = rows * half - half - row * spacing;
+    } else if (view.State == GAME_SPINNING) {
+        across = 2 - 2 * columns + 4 * column;
+        down = 2 * rows - 2 - 4 * row;
+    } else {
+        across = -columns + 1 + 2 * column;
+        down = rows - 1 - 2 * row;
+    }
+    Extra_TranslateX(model, model, across);
+    Extra_TranslateY(model, model, down);
+}
+
+// The six faces of a cube share camera and place, and so their matrices.
+static void TransformCube(std::array<GLFEW_VERTEX, FACE_COUNT> &faces, int x, int y)
+{
+    const auto &angles = view.Cube[static_cast<size_t>(x)][static_cast<size_t>(y)];
+    const bool apart = view.State == GAME_RECEDING || view.State == GAME_SPINNING;
+    const bool spinning = view.State == GAME_WON || view.State == GAME_SPINNING;
+    const BOARD_VIEW::ANGLES spin = spinning ? view.Spin : BOARD_VIEW::ANGLES{};
+    GLFEW_VERTEX &first = faces[0];
+    Extra_Identity(first.Model);
+    Rotate(first.Model, angles.x + spin.x, angles.y + spin.y, angles.z + spin.z);
+    Place(first.Model, x, y);
+    if (apart)
+        Extra_Multiply(first.Model, World.Model, first.Model);
+    Extra_Multiply(first.MVP, apart ? World.View : first.View, first.Model);
+    Extra_Multiply(first.MVP, first.Projection, first.MVP);
+    for (size_t f = 1; f < FACE_COUNT; f++) {
+        faces[f].Model = first.Model;
+        faces[f].MVP = first.MVP;
+    }
+}
+
+float GridShare(int window, int longest)
+{
+    // How much wider than the window camera and projection show the board, whatever its size.
+    constexpr float overscan = 1.0041805f;
+    if (window <= 0)
+        return 1;  // an iconified window
+    const int grid = window / longest * longest;
+    return static_cast<float>(grid) / (static_cast<float>(window) * overscan);
+}
+
+void Paint()
+{
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    const int longest = std::max(xDim, yDim);
+    GLFEW_SetViewport(GridShare(System_GetScreenWidth(), longest),
+                      GridShare(System_GetScreenHeight(), longest));
+    CopyView();
+    if (view.State == GAME_RECEDING || view.State == GAME_SPINNING)
+        ViewWorld();
+    for (int y = 0; y < yDim; y++)
+        for (int x = 0; x < xDim; x++)
+            TransformCube(OGLvertex[static_cast<size_t>(x)][static_cast<size_t>(y)], x, y);
+    for (const GLFEW_VERTEX *face : drawOrder) {
+        GLFEW_Set3DWorld(*face);
+        GLFEW_SetTexture(*face);
+        GLFEW_DrawVertex(*face, GL_TRIANGLES);
+    }
+}
+
+// Where the mouse falls on one axis of the picking grid: a cell's number, or NoCell.
+static uint8_t PickAxis(int mouse, int window, int cells, int longest)
+{
+    const int size = window / longest;
+    int start = window / 2 - cells / 2 * size;
+    if (cells % 2 != 0)
+        start -= size / 2;
+    for (int i = 0; i < cells; i++)
+        if (start + i * size < mouse && mouse < start + i * size + size)
+            return static_cast<uint8_t>(i);
+    return NoCell;
+}
+
+void Get3DMouseXY(uint8_t *x, uint8_t *y)
+{
+    const int longest = std::max(xDim, yDim);
+    const auto width = static_cast<uint16_t>(System_GetScreenWidth());
+    const auto height = static_cast<uint16_t>(System_GetScreenHeight());
+    *x = PickAxis(System_GetMouseX(), width, xDim, longest);
+    *y = PickAxis(System_GetMouseY(), height, yDim, longest);
+    if (*x == NoCell || *y == NoCell)
+        *x = *y = NoCell;
+}

@@ -1,0 +1,64 @@
+// The game's field and its set-up: parameters, generation, and the calls that open the window, load
+// the tiles, build the board, start the music and the timer.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+
+#include "audio/audio.h"
+
+constexpr uint8_t MaxDim = 64; // longest side of a field, cells
+constexpr uint8_t NoCell = 255;
+
+/// What a cell holds.
+enum CONTENT : uint8_t {
+    CONTENT_EMPTY = 0, // no mine and none around
+    CONTENT_OPEN = 1,  // not yet assigned; only during generation
+    CONTENT_MINE = 4,
+    CONTENT_NUMBER = 5,    // mines around it
+    CONTENT_CLEARED = 255, // an empty cell that the flood fill has reached
+};
+
+/// What the player sees of a cell.
+enum STATE : uint8_t {
+    STATE_EMPTY = 0,
+    STATE_COVERED = 1,
+    STATE_FLAG = 2,
+    STATE_QUESTION = 3,
+    STATE_MINE = 4,
+    STATE_NUMBER = 5,
+};
+
+struct MineCell {
+    uint8_t content; // CONTENT
+    uint8_t state;   // STATE
+    uint8_t count;   // mines around it; a cell without any gets a random 1 to 8 for its left face
+    float xAngle, yAngle, zAngle; // of the cube, degrees
+    float xSpin, ySpin, zSpin;    // degrees a timer tick while it turns
+    uint8_t turnSteps;            // ticks left to turn
+};
+
+/// The field, [x][y]: column from the left, row from the top; xDim by yDim of it are in play.
+extern std::array<std::array<MineCell, MaxDim>, MaxDim> MineField;
+
+/// Guards the field and the state that the timer thread shares with the main thread (moves.h,
+/// frame.h). Held for microseconds; set-up and end run without it, when there is no timer.
+extern std::mutex GameLock;
+
+/// Size and mines, stored in 8 bits before they are checked, on purpose. Fixed once set up.
+extern uint8_t xDim, yDim, nMines;
+extern int32_t okFlag; // 1: they came from the command line
+extern uint32_t step;  // number of the next step
+extern float zDepth;   // camera's distance from the middle of the board
+extern AudioTrack *music;
+
+/// Takes the three parameters, or 10 by 10 with 20 mines unless there are just three that make a
+/// field of 2 to 64 cells a side with at least one cell free of mines.
+void ReadParameters();
+
+/// Lays the mines, counts them around every cell and covers all.
+void GenerateMinefield();
+
+/// The whole set-up, up to the running timer. Ends the process with status 1 without a window.
+void Velmorandis();

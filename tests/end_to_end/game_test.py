@@ -1,0 +1,263 @@
+"""Whole games with the real program in a real window: game_test.py BUILD DATAS [TEST...]"""
+
+import os
+import re
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+from stage import Display, Folder, Game
+
+BUILD, DATAS = (os.path.abspath(path) for path in sys.argv[1:3])
+PROGRAM = os.path.join(BUILD, "Tessaruvinel")
+FIELD = os.path.join(BUILD, "tests", "field")
+
+# The time of day stands still, so that the field is known; the other clocks run. Sanitizers want to
+# be loaded first, but let themselves be told otherwise.
+FIXED_TIME = {
+    "LD_PRELOAD": "libfaketime.so.1",
+    "FAKETIME": "2026-01-01 12:00:00",
+    "FAKETIME_DONT_FAKE_MONOTONIC": "1",
+    "ASAN_OPTIONS": "verify_asan_link_order=0:" + os.environ.get("ASAN_OPTIONS", ""),
+}
+
+INTRODUCTION = """
+Welcome to the latest VELMORANDIS production!
+
+Minefield properties:
+X dimension : {0}
+Y dimension : {1}
+Mines       : {2}
+
+BTW: Tessaruvinel.exe xDim yDim nMines
+
+Generate minefield...
+"""
+LOST = "Game Over - You have stepped on a mine!\n"
+WON = "Game Over - You have detected all mines!\n"
+GOODBYE = "\nThank you for the playing. See U next time!\n\n"
+DEFAULT = ["NoName", "59:59:59:1000, 10000"]
+
+
+def faketime_library():
+    for folder in ("/usr/lib/x86_64-linux-gnu", "/usr/lib/aarch64-linux-gnu", "/usr/lib"):
+        path = os.path.join(folder, "faketime", FIXED_TIME["LD_PRELOAD"])
+        if os.path.exists(path):
+            return path
+    raise unittest.SkipTest("libfaketime is not installed")
+
+
+def cells(size):
+    return [(x + 1, y + 1) for y in range(size[1]) for x in range(size[0])]
+
+
+def table(entries, size):
+    lines = [f"{i + 1:2d}.: {name:>16s} [{record} steps]\n" for i, (name, record) in enumerate(entries)]
+    return "TopTen ({}x{}-{})\n".format(*size) + "".join(lines)
+
+
+class Games(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.display = Display().__enter__()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.display.__exit__()
+
+    def setUp(self):
+        self.folder = Folder(DATAS).__enter__()
+        self.environment = dict(FIXED_TIME, LD_PRELOAD=faketime_library())
+
+    def tearDown(self):
+        self.folder.__exit__()
+
+    def start(self, *size, program=PROGRAM):
+        game = Game(program, self.display, self.folder, size, self.environment)
+        game.wait_for("OK, let's play.\n\n")
+        time.sleep(1)  # the first frame and the first tick
+        return game
+
+    def mines(self, *size):
+        rows = subprocess.run([FIELD, *map(str, size)], env=dict(os.environ, **self.environment),
+                              check=True, capture_output=True, text=True).stdout.split()
+        return [cell for cell in cells(size) if rows[cell[1] - 1][cell[0] - 1] == "*"]
+
+    def win(self, *size, program=PROGRAM):
+        """Plays a game without mines: the first click wins."""
+        game = self.start(*size, program=program)
+        game.click((1, 1))
+        game.wait_for(WON)
+        game.key("Escape")
+        game.wait_for(GOODBYE)
+        return game
+
+    def end(self, game):
+        status, errors = game.finish()
+        self.assertEqual((status, errors), (0, ""))
+        return game.printed
+
+    def hiscores(self, *size):
+        with open(self.folder.file("topten_{}x{}_{}.txt".format(*size)), "rb") as file:
+            return file.read()
+
+    def test_a_game_won_by_flagging(self):
+        size = (5, 4, 3)
+        mines = self.mines(*size)
+        game = self.start(*size)
+        first = mines[0]
+        game.click(first, 3)
+        game.click(first, 3)  # question mark
+        game.click(first, 3)  # covered
+        for mine in mines:
+            game.click(mine, 3)
+        game.click(first, 1)  # a flagged cell stays; a step all the same
+        for cell in cells(size):
+            if cell not in mines and WON not in game.printed:
+                game.click(cell)
+                time.sleep(1.2)
+                game.read(0.1)
+        game.wait_for(WON)
+        time.sleep(0.5)
+        game.key("Escape")
+        game.wait_for("What is your name? ")
+        game.type("Anna Bell 99\n")
+        printed = self.end(game)
+
+        steps = re.findall(r"^ {4}\d\.step|^ {3}\d\d\.step", printed, re.M)
+        self.assertEqual([int(s.strip().split(".")[0]) for s in steps], list(range(1, len(steps) + 1)))
+        self.assertTrue(printed.startswith(INTRODUCTION.format(*size)), printed[:400])
+        progress = "".join("Generate object at ({}, {})\r".format(*cell) * 6 for cell in cells(size))
+        self.assertIn(INTRODUCTION.format(*size) + progress + "\n\nOK, let's play.\n\nTitle: ", printed)
+        music = printed[printed.index("Title: "):printed.index("    1.step")]
+        self.assertRegex(music, r"\ATitle: [^\n]+\nArtist: [^\n]+\nYear: [^\n]+\nComment: [^\n]+\n\n\Z")
+        self.assertRegex(printed, r"\n\n    1\.step: 00:00:00:0000 RIGHT Mouse button at \({},{}\)\n".format(*first))
+
+        record = re.search(r" 1\.: +\?{6} \[(.*) steps\]", printed)[1]
+        self.assertRegex(record, r"\A00:00:\d\d:\d\d\d0, {:05d}\Z".format(len(steps) + 1))
+        self.assertTrue(printed.endswith(
+            WON + GOODBYE + "WoW! You may be managed to climb up to the hiscore table...\n"
+            + table([("??????", record)] + [DEFAULT] * 9, size)
+            + "What is your name? Have a good day dear Anna Bell 99!\n\n"), printed[-1500:])
+        expected = f"Anna Bell 99\n{record}\n" + "NoName\n59:59:59:1000, 10000\n" * 9
+        self.assertEqual(self.hiscores(*size), expected.encode())
+
+    def test_a_game_lost(self):
+        size = (4, 4, 3)
+        mines = self.mines(*size)
+        game = self.start(*size)
+        other = [cell for cell in cells(size) if cell not in mines][0]
+        game.click(other, 3)
+        game.click(mines[0])
+        game.wait_for(LOST)
+        time.sleep(4)
+        game.press(game.point(other), 1)
+        time.sleep(0.5)
+        game.key("Escape")
+        printed = self.end(game)
+        self.assertEqual(printed.count(".step:"), 2)
+        self.assertTrue(printed.endswith(LOST + GOODBYE), printed[-300:])  # no file: no table
+        self.assertEqual([n for n in os.listdir(self.folder.file("")) if n.startswith("topten")], [])
+
+    def test_results_are_ranked(self):
+        size = (3, 2, 0)
+        names = [("first\n", "first"), ("a-b\n", "a"), ("\n", ""), ("ABCDEFGHIJKLMNOPQRST\n", "ABCDEFGHIJKLMNOP"),
+                 ("sass\n", "sass")]
+        entries = [DEFAULT] * 10
+        for typed, name in names:
+            game = self.win(*size)
+            game.wait_for("What is your name? ")
+            game.type(typed)
+            printed = self.end(game)
+            shown = re.findall(r"^ ?\d+\.: +(.*?) \[(.*) steps\]\n", printed, re.M)
+            place = [n for n, _ in shown].index("??????")
+            record = shown[place][1]
+            self.assertRegex(record, r"\A00:00:\d\d:\d{4}, 00002\Z")
+            # Above the first that is not better; equal results go above the older one.
+            self.assertEqual(place, next(i for i, e in enumerate(entries) if e[1] >= record))
+            entries = (entries[:place] + [[name, record]] + entries[place:])[:10]
+            self.assertTrue(printed.endswith(f"What is your name? Have a good day dear {name}!\n\n"), printed[-200:])
+            self.assertEqual(self.hiscores(*size), "".join(f"{n}\n{r}\n" for n, r in entries).encode())
+
+        # A lost game (closed before it is decided) shows the table and leaves the file.
+        before = self.hiscores(*size)
+        game = self.start(*size)
+        game.key("Escape")
+        printed = self.end(game)
+        self.assertTrue(printed.endswith(GOODBYE + table(entries, size) + "\n"), printed[-1000:])
+        self.assertEqual(self.hiscores(*size), before)
+
+    def test_a_result_that_is_too_slow(self):
+        size = (2, 2, 0)
+        best = b"Quick\n00:00:00:0000, 00001\n" * 10
+        with open(self.folder.file("topten_2x2_0.txt"), "wb") as file:
+            file.write(best)
+        printed = self.end(self.win(*size))
+        self.assertTrue(printed.endswith(table([("Quick", "00:00:00:0000, 00001")] * 10, size)
+                                         + "It does not seem like that, sorry.\n\n"), printed[-1000:])
+        self.assertEqual(self.hiscores(*size), best)
+
+    def test_cells_are_picked_in_every_window(self):
+        for size, cell in [((2, 2, 0), (1, 1)), ((5, 3, 0), (5, 1)), ((64, 63, 0), (64, 63))]:
+            for window in [None, (900, 500)]:
+                game = self.start(*size)
+                if window:
+                    game.resize(*window)
+                game.click(cell, 3)  # it looks for this very cell in the step's line
+                game.key("Escape")
+                self.end(game)
+
+    def test_interrupt_stops_the_clock_only(self):
+        game = self.start(3, 3, 0)
+        game.click((1, 1), 3)
+        time.sleep(1.2)
+        game.process.send_signal(signal.SIGINT)
+        time.sleep(0.3)
+        times = []
+        for _ in range(2):
+            start = len(game.printed)
+            # The next mark is accepted, but nothing turns any more, so every later click is dropped.
+            game.press(game.point((2, 2)), 3)
+            time.sleep(0.8)
+            game.read(0.1)
+            times.append(game.printed[start:])
+        self.assertEqual([t.count(".step:") for t in times], [1, 0])
+        self.assertIsNone(game.process.poll())
+        game.key("Escape")
+        self.end(game)
+
+    def test_title_and_size_of_the_window(self):
+        game = self.start(2, 2, 1)
+        window = self.display.xdotool("search", "--name", "^Tessaruvinel v3.23 - a VELMORANDIS production$")
+        self.assertIn("1024x768", self.display.xdotool("getwindowgeometry", window.split()[0]))
+        game.key("Escape")
+        self.end(game)
+
+    def test_the_installed_game(self):
+        prefix, home = os.path.join(self.folder.path, "prefix"), os.path.join(self.folder.path, "home")
+        subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], check=True, capture_output=True)
+        self.environment.update(HOME=home, XDG_DATA_HOME="")
+        game = self.win(3, 3, 0, program=os.path.join(prefix, "bin", "tessaruvinel"))
+        game.wait_for("What is your name? ")
+        game.type("me\n")
+        self.assertIn("Title: ", self.end(game))
+        with open(os.path.join(home, ".local/share/tessaruvinel/datas/topten_3x3_0.txt")) as file:
+            self.assertEqual(file.readline(), "me\n")
+        share = os.path.join(prefix, "share")
+        for name in ["applications/tessaruvinel.desktop", "man/man6/tessaruvinel.6",
+                     "icons/hicolor/256x256/apps/tessaruvinel.png", "tessaruvinel/datas/Base.ham8"]:
+            self.assertTrue(os.path.exists(os.path.join(share, name)), name)
+        with open(os.path.join(share, "applications/tessaruvinel.desktop")) as file:
+            self.assertIn("Terminal=true\n", file.read())
+
+    def test_without_a_display(self):
+        run = subprocess.run([PROGRAM], cwd=self.folder.path, capture_output=True, text=True,
+                             env={k: v for k, v in os.environ.items() if "DISPLAY" not in k})
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertRegex(run.stderr, r"\ANo window: [^\n]*DISPLAY[^\n]*\n\Z")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], "-v", *sys.argv[3:]])

@@ -1,0 +1,91 @@
+#include "game/moves.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/timer.h"
+#include "tests/field.h"
+
+TEST(Moves, LeftClickUncovers)
+{
+    const struct {
+        const char *what, *field;
+        int x, y;
+        const char *seen;
+        uint8_t game;
+    } rows[] = {
+        {"a number turns alone", "*...\n....\n", 1, 0, "#1##\n####\n", GAME_TURNING},
+        {"an empty region, its numbers", "*...\n....\n", 3, 0, "#1..\n#1..\n", GAME_TURNING},
+        {"a mine", "*...\n....\n", 0, 0, "*###\n####\n", GAME_TURNING},
+        {"a flag is a wall", "*.F.\n..F.\n", 3, 0, "##F.\n##F.\n", GAME_TURNING},
+        {"a question mark is one too", "*.?.\n..?.\n", 3, 0, "##?.\n##?.\n", GAME_TURNING},
+        {"a flagged cell stays", "*.F.\n..F.\n", 2, 0, "##F#\n##F#\n", GAME_IDLE},
+        {"a question-marked cell stays", "*.?.\n....\n", 2, 0, "##?#\n####\n", GAME_IDLE},
+        {"regions meet at a corner", "...*\n....\n....\n*...\n", 0, 0, "..1#\n..11\n11..\n#1..\n",
+         GAME_TURNING},
+    };
+    for (const auto &r : rows) {
+        FieldFromText(r.field);
+        Click(r.x, r.y, 1);
+        EXPECT_EQ(FieldToText(), r.seen) << r.what;
+        EXPECT_EQ(mb, r.game) << r.what;
+        EXPECT_TRUE(Extra_EmptyHeap()) << r.what;
+    }
+}
+
+TEST(Moves, AFieldWithoutMinesOpensAtOnce)
+{
+    std::string field;
+    for (int y = 0; y < MaxDim; y++)
+        field += std::string(MaxDim, '.') + '\n';
+    FieldFromText(field.c_str());
+    Click(17, 40, 1);
+    for (size_t x = 0; x < MaxDim; x++)
+        for (size_t y = 0; y < MaxDim; y++) {
+            ASSERT_EQ(MineField[x][y].content, CONTENT_CLEARED) << x << ' ' << y;
+            ASSERT_EQ(MineField[x][y].state, STATE_EMPTY) << x << ' ' << y;
+            ASSERT_EQ(MineField[x][y].turnSteps, 90) << x << ' ' << y;
+        }
+}
+
+TEST(Moves, ANumberByTwoCellsOfARegionTurnsOnce)
+{
+    FieldFromText("...\n...\n..*\n");
+    Click(0, 0, 1);
+    EXPECT_EQ(FieldToText(), "...\n.11\n.1#\n");
+    MineField[1][1].turnSteps = 10;
+    Click(0, 0, 1); // an uncovered cell: nothing happens
+    EXPECT_EQ(mb, GAME_IDLE);
+    EXPECT_EQ(MineField[1][1].turnSteps, 10);
+}
+
+TEST(Moves, RightClickCyclesTheMarks)
+{
+    FieldFromText("*.\n..\n");
+    MineCell &cell = MineField[0][0];
+    const struct {
+        const char *what;
+        uint8_t state;
+        float x, y; // angles at rest
+    } rows[] = {
+        {"flag", STATE_FLAG, 0, 90},
+        {"question mark", STATE_QUESTION, 90, 0},
+        {"covered again", STATE_COVERED, 0, 0},
+    };
+    for (const auto &r : rows) {
+        Click(0, 0, 2);
+        EXPECT_EQ(mb, GAME_TURNING) << r.what;
+        EXPECT_EQ(cell.state, r.state) << r.what;
+        while (mb == GAME_TURNING)
+            Timer();
+        EXPECT_EQ(cell.xAngle, r.x) << r.what;
+        EXPECT_EQ(cell.yAngle, r.y) << r.what;
+        EXPECT_EQ(cell.zAngle, 0) << r.what;
+    }
+    Click(0, 0, 7);
+    EXPECT_EQ(mb, GAME_TURNING); // another button does nothing at all
+    EXPECT_EQ(cell.state, STATE_COVERED);
+    Click(1, 1, 1);
+    Click(1, 1, 2);
+    EXPECT_EQ(mb, GAME_IDLE);
+    EXPECT_EQ(MineField[1][1].state, STATE_NUMBER);
+}

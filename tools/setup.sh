@@ -1,0 +1,62 @@
+# For play and check: installing what is missing, and building. Sourced at the repository's root.
+
+# What a build of the game needs, what running it without a display needs, and what the checks need.
+BUILD_PACKAGES="g++ cmake ninja-build pkg-config libglfw3-dev libglew-dev portaudio19-dev libgl1-mesa-dri"
+DISPLAY_PACKAGES="xvfb"
+CHECK_PACKAGES="clang clang-format libclang-rt-14-dev libgtest-dev libfaketime python3 xdotool x11-apps"
+
+say() {
+    printf '%s: %s\n' "$0" "$*" >&2
+}
+
+# The packages of the list that dpkg does not have installed.
+missing_packages() {
+    local package
+    for package in "$@"; do
+        dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed ||
+            printf '%s\n' "$package"
+    done
+}
+
+# Installs the packages that are missing; asks apt only when there are any. Elsewhere than on Debian
+# and its kin it names them and goes on, since they may be there under other names.
+install_packages() {
+    local missing root=""
+    if ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null; then
+        say "no apt here; needed are (Debian's names): $*"
+        return 0
+    fi
+    missing=$(missing_packages "$@")
+    [ -n "$missing" ] || return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! command -v sudo >/dev/null; then
+            say "as root, please install:" $missing
+            return 0
+        fi
+        root=sudo
+    fi
+    say "installing:" $missing
+    {
+        $root apt-get update -q &&
+            $root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends $missing
+    } >&2
+}
+
+# build FOLDER OPTION...: configures and builds there, talking on standard error.
+build() {
+    local folder=$1
+    shift
+    cmake -G Ninja -S . -B "$folder" "$@" >&2 && cmake --build "$folder" >&2
+}
+
+# Starts a virtual display and points DISPLAY at it until the script ends.
+virtual_display() {
+    local number
+    coproc XVFB { exec Xvfb -displayfd 1 -screen 0 1280x1024x24 -noreset -nolisten tcp 2>/dev/null; }
+    trap 'kill $XVFB_PID 2>/dev/null' EXIT
+    read -r number <&"${XVFB[0]}" || {
+        say "the virtual display did not start"
+        return 1
+    }
+    export DISPLAY=":$number"
+}
