@@ -206,7 +206,7 @@ static const AUDIO_MODULE fake = {
 TEST(AudioLoad, ModulesDecode)
 {
     const AUDIO_MODULE before = std::exchange(Audio_Modules[AUDIO_AU], fake);
-    for (const uint32_t size : {4, 2000, 65535, 65536, 65541}) {
+    for (const uint32_t size : {4u, 2000u, 65535u, 65536u, 65541u}) {
         AudioTrack *track = Audio_Load(WriteTemp("fake", Dots(size, {{0, ".snd"}})).c_str());
         EXPECT_EQ(track->SoundNumber, fakeNumber - 1);
         EXPECT_EQ(track->Channels * 100 + track->BitsPerSample, 216);

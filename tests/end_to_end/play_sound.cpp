@@ -46,6 +46,15 @@ extern "C" PaError Pa_OpenStream(PaStream **stream, const PaStreamParameters *in
     return open(stream, input, output, rate, frames, flags, CountingCallBack, user);
 }
 
+static void LoadAndUnLoad(const char *path)
+{
+    AudioTrack *track = Audio_Load(path);
+    const bool freed = track->Buffer[0]; // the others it leaves to their owner
+    Audio_UnLoad(track);
+    if (!freed)
+        delete track;
+}
+
 int main(int argc, char **argv)
 {
     std::vector<const char *> words(argv + 1, argv + argc);
@@ -69,7 +78,7 @@ int main(int argc, char **argv)
     const auto deadline = std::chrono::steady_clock::now() + 60s;
     while (opened && callbacks < wanted && std::chrono::steady_clock::now() < deadline) {
         for (const char *other : others)
-            Audio_UnLoad(Audio_Load(other));
+            LoadAndUnLoad(other);
         if (racing)
             planted++;
         std::this_thread::sleep_for(1ms);

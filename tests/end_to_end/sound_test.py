@@ -59,7 +59,7 @@ class Sound(unittest.TestCase):
     def play_well(self, devices, *words):
         """The same where nothing may be on the terminal but what it prints."""
         status, printed, errors = self.play(devices, *words)
-        self.assertEqual((status, errors), (0, ""))
+        self.assertEqual((status, errors), (0, ""), errors)
         return printed
 
     def captured(self):
