@@ -233,7 +233,7 @@ TEST(MP3Layer3, SynthesisIsTheTextbooksAndCarries)
         MP3_FILTER filter{};
         std::vector<double> slots;
         std::vector<int16_t> samples;
-        for (const size_t blocks : {36, 18, 36, 18, 18}) {
+        for (const size_t blocks : std::array<size_t, 5>{36, 18, 36, 18, 18}) {
             for (size_t t = 0; t < blocks; t++)
                 for (size_t s = 0; s < 32; s++) {
                     const int32_t sample = static_cast<int32_t>(random()) >> (loud ? 6 : 11);
