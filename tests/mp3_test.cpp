@@ -89,6 +89,8 @@ TEST(MP3, ID3v2)
          "Title|||||||"},
         {"nine bytes behind the text", title, 9, "Title|||||||"},
         {"eight bytes behind the text", title, 8, "|||||||"},
+        {"thirteen behind a comment", TagFrame("COMM", Text("\0\0\0\0C")), 13, "||||C|||"},
+        {"twelve behind a comment", TagFrame("COMM", Text("\0\0\0\0C")), 12, "|||||||"},
         {"a frame in an unknown one's text", TagFrame("TXXX", title), 30, "Title|||||||"},
         {"another text ends the tag", Joined({TagFrame("TSSE", Text("encoder")), title}), 20,
          "|||||||"},
