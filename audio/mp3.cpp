@@ -198,6 +198,9 @@ static constexpr uint32_t FrameLength(uint32_t bitRate, uint32_t samplingRate, u
 }
 static_assert(FrameLength(160000, 32000 / 4, 1) == MP3_MaxFrame &&
               FrameLength(320000, 32000, 1) < MP3_MaxFrame);
+static_assert(FrameLength(0, 8000, 1) < 4 && FrameLength(1, 8000, 1) < 4 &&
+                  FrameLength(8000, 24000, 0) >= 6 && FrameLength(32000, 48000, 0) >= 6,
+              "frames are either rejected or have room for a checksum");
 
 // Sets the record's fields from the four bytes of a header.
 static void ReadHeader(MP3_HEADER &record)

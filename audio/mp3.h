@@ -33,8 +33,8 @@ struct MP3_ID3V2 {
     std::array<char, 61> Genre;
 };
 
-/// A file that was loaded. The fields from Channels to FrameLength are those of the frame in
-/// FrameBuffer: after MP3_Load the first one behind the tag, 0 where none was found.
+/// A file that was loaded. The fields from Channels to FrameLength are those of the header in
+/// FrameBuffer: after MP3_Load the first one behind the tag, 0 where there is none.
 struct MP3_HEADER {
     uint32_t FileSize;      // bytes
     uint16_t Channels;      // 1 or 2

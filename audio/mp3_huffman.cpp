@@ -362,14 +362,14 @@ static size_t ReadPairs(const uint8_t *data, size_t &bit, size_t end, const MP3_
             line += 2;
         }
     }
-    bit = at;
+    bit = std::min(at, end);
     return at > end ? line - 2 : line;
 }
 
 size_t MP3_ReadSpectrum(const uint8_t *data, size_t begin, size_t end, const MP3_REGIONS &regions,
                         MP3_QUANTISED &lines)
 {
-    size_t bit = begin, line = 0;
+    size_t bit = std::min(begin, end), line = 0; // scale factors may have gone past the end
     for (size_t region = 0; region < 3; region++) {
         const MP3_PAIR_TABLE &table = MP3_PairTables[regions.Table[region]];
         const size_t last = regions.End[region];
