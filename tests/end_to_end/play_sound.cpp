@@ -1,10 +1,13 @@
 // Plays a sound as the game plays its music, for a number of callbacks:
 //   play_sound FILE CALLBACKS LOOP [OTHER...] [race]
 // While it plays, the OTHER files are loaded and unloaded in turn, again and again; "race" as the
-// last word plants a data race between callback and main. Prints what the engine says.
+// last word plants a data race between callback and main. Prints what the engine says. And
+//   play_sound FILE decode
+// writes what two rounds of an MP3 file are without the engine: buffers filled up with silence.
 //
 // The engine's Pa_OpenStream is caught on its way to the library, so that the callbacks can be
 // counted and slowed down: devices made for tests take sound as fast as it comes.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -17,6 +20,7 @@
 #include <dlfcn.h>
 
 #include "audio/audio.h"
+#include "audio/mp3.h"
 
 using namespace std::chrono_literals;
 
@@ -55,12 +59,37 @@ static void LoadAndUnLoad(const char *path)
         delete track;
 }
 
+static int Decode(const char *path)
+{
+    MP3_Load(path);
+    FILE *file = std::fopen(path, "rb");
+    if (!file)
+        return 1;
+    for (int round = 0; round < 2; round++) {
+        std::rewind(file);
+        for (;;) {
+            std::vector<uint8_t> buffer(Audio_Capacity);
+            uint32_t length = Audio_Capacity;
+            MP3_Decoding(file, buffer.data(), &length, 0);
+            if (length == 0)
+                break;
+            std::fill(buffer.begin() + length, buffer.end(), uint8_t{0});
+            std::fwrite(buffer.data(), 1, buffer.size(), stdout);
+        }
+    }
+    std::fclose(file);
+    MP3_Destroy();
+    return 0;
+}
+
 int main(int argc, char **argv)
 {
     std::vector<const char *> words(argv + 1, argv + argc);
     racing = !words.empty() && std::strcmp(words.back(), "race") == 0;
     if (racing)
         words.pop_back();
+    if (words.size() == 2 && std::strcmp(words[1], "decode") == 0)
+        return Decode(words[0]);
     if (words.size() < 3)
         return 2;
     const int wanted = std::atoi(words[1]);

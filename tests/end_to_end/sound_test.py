@@ -1,4 +1,4 @@
-"""The sound engine on sound cards that are files: sound_test.py PLAY_SOUND [thread]
+"""The sound engine on sound cards that are files: sound_test.py PLAY_SOUND MUSIC [thread]
 
 With "thread" the program is one that was built for the thread sanitizer.
 """
@@ -11,7 +11,8 @@ import tempfile
 import unittest
 
 PLAY_SOUND = os.path.abspath(sys.argv[1])
-SEES_RACES = sys.argv[2:] == ["thread"]
+MUSIC = os.path.abspath(sys.argv[2])
+SEES_RACES = sys.argv[3:] == ["thread"]
 BUFFER = 65536
 
 NULL = "type null"
@@ -87,6 +88,16 @@ class Sound(unittest.TestCase):
                 heard = self.captured().lstrip(b"\0")  # the device is primed with silence
                 self.assertTrue(heard.startswith(expected), "what was heard differs")
                 os.remove(self.path("captured"))
+
+    def test_music_is_heard_over_the_seam(self):
+        expected = subprocess.run([PLAY_SOUND, MUSIC, "decode"], check=True, capture_output=True).stdout
+        buffers = len(expected) // BUFFER
+        self.assertGreater(buffers, 600)  # twice two minutes
+        self.play_well(SPARE | {"default": FILE}, MUSIC, buffers + 8, 0)
+        heard = self.captured()
+        start = heard.find(expected[:4096])  # behind the silence that the device is primed with
+        self.assertGreaterEqual(start, 0)
+        self.assertTrue(heard[start:].startswith(expected), "what was heard differs")
 
     def test_silence_is_no_failure(self):
         """No device, and one of too low an index: nothing is heard or said."""
