@@ -3,7 +3,7 @@
 # What a build of the game needs, what running it without a display needs, and what the checks need.
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libglfw3-dev libglew-dev portaudio19-dev libgl1-mesa-dri"
 DISPLAY_PACKAGES="xvfb"
-CHECK_PACKAGES="clang clang-format libclang-rt-14-dev libgtest-dev libfaketime python3 xdotool x11-apps"
+CHECK_PACKAGES="git clang clang-format libclang-rt-14-dev libgtest-dev libfaketime python3 xdotool x11-apps"
 
 say() {
     printf '%s: %s\n' "$0" "$*" >&2
