@@ -250,7 +250,7 @@ float GridShare(int window, int longest)
     // How much wider than the window camera and projection show the board, whatever its size.
     constexpr float overscan = 1.0041805f;
     if (window <= 0)
-        return 1;  // an iconified window
+        return 1; // an iconified window
     const int grid = window / longest * longest;
     return static_cast<float>(grid) / (static_cast<float>(window) * overscan);
 }
