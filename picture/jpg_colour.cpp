@@ -5,6 +5,8 @@
 #include <cstring>
 #include <vector>
 
+#include "extra/lanes.h"
+
 // A row of a plane at full size. Between two samples' centres it goes in a straight line; before
 // the first and behind the last it stays.
 struct STRETCH {
@@ -54,13 +56,13 @@ static const uint8_t *RowOf(const JPG_PLANE &plane, ptrdiff_t y)
 }
 
 // Mixes the two rows that pixel row y lies between, by weights that add up to 64.
-static void BlendRows(STRETCH &s, size_t y)
+EXTRA_LANES static void BlendRows(STRETCH &s, size_t y)
 {
     const PLACE place = PlaceOf(y, s.Plane.V, s.V);
     const uint8_t *above = RowOf(s.Plane, place.Index), *below = RowOf(s.Plane, place.Index + 1);
     const auto near = static_cast<uint16_t>(place.Way * 64 / (2 * s.V));
     const auto far = static_cast<uint16_t>(64 - near);
-    uint16_t *blend = s.Blend.data() + 1;
+    uint16_t *__restrict blend = s.Blend.data() + 1;
     const size_t count = std::min(s.Plane.Width, s.Width);
     if (near == 0)
         for (size_t i = 0; i < count; i++)
@@ -72,13 +74,13 @@ static void BlendRows(STRETCH &s, size_t y)
     std::fill(blend + count, s.Blend.data() + s.Blend.size(), blend[count - 1]);
 }
 
-static const uint8_t *StretchRow(STRETCH &s, size_t y)
+EXTRA_LANES static const uint8_t *StretchRow(STRETCH &s, size_t y)
 {
     if (s.V == s.Plane.V && s.H == s.Plane.H)
         return RowOf(s.Plane, static_cast<ptrdiff_t>(y));
     BlendRows(s, y);
-    const uint16_t *blend = s.Blend.data();
-    uint8_t *row = s.Row.data();
+    const uint16_t *__restrict blend = s.Blend.data();
+    uint8_t *__restrict row = s.Row.data();
     if (s.H == s.Plane.H) {
         for (size_t x = 0; x < s.Width; x++)
             row[x] = static_cast<uint8_t>((blend[x + 1] + 32) >> 6);
@@ -86,8 +88,10 @@ static const uint8_t *StretchRow(STRETCH &s, size_t y)
         // A quarter of the way from each sample to its neighbours.
         for (size_t i = 0; i < (s.Width + 1) / 2; i++) {
             const auto three = static_cast<uint16_t>(blend[i + 1] * 3 + 128);
-            row[2 * i] = static_cast<uint8_t>(static_cast<uint16_t>(three + blend[i]) >> 8);
-            row[2 * i + 1] = static_cast<uint8_t>(static_cast<uint16_t>(three + blend[i + 2]) >> 8);
+            const auto left = static_cast<uint16_t>(three + blend[i]);
+            const auto right = static_cast<uint16_t>(three + blend[i + 2]);
+            const auto pair = static_cast<uint16_t>(left >> 8 | (right & 0xFF00));
+            std::memcpy(row + 2 * i, &pair, 2);
         }
     } else {
         for (size_t x = 0; x < s.Width; x++) {
@@ -101,26 +105,28 @@ static const uint8_t *StretchRow(STRETCH &s, size_t y)
 
 // JFIF 1.02: R = Y + 1.402 Cr, G = Y - 0.344136 Cb - 0.714136 Cr, B = Y + 1.772 Cb, in 16-bit
 // arithmetic: the fractions in parts of 256, less whole parts where they would not fit.
-static void ConvertRow(const uint8_t *y, const uint8_t *cb, const uint8_t *cr, size_t width,
-                       uint8_t *pixels)
+EXTRA_LANES static void ConvertRow(const uint8_t *__restrict y, const uint8_t *__restrict cb,
+                                   const uint8_t *__restrict cr, size_t width,
+                                   uint8_t *__restrict pixels)
 {
+    const auto byte = [](int16_t value) {
+        return static_cast<uint16_t>(std::min<int16_t>(std::max<int16_t>(value, 0), 255));
+    };
     for (size_t x = 0; x < width; x++) {
         const auto b = static_cast<int16_t>(cb[x] - 128), r = static_cast<int16_t>(cr[x] - 128);
         const auto level = static_cast<int16_t>(y[x]);
-        const auto red =
-            static_cast<int16_t>(level + r + (static_cast<int16_t>(103 * r + 128) >> 8));
-        const auto green =
-            static_cast<int16_t>(level - r + (static_cast<int16_t>(73 * r - 88 * b + 128) >> 8));
-        const auto blue =
-            static_cast<int16_t>(level + 2 * b - (static_cast<int16_t>(58 * b + 127) >> 8));
-        const auto byte = [](int16_t value) {
-            return static_cast<uint32_t>(
-                static_cast<uint8_t>(std::min<int16_t>(std::max<int16_t>(value, 0), 255)));
-        };
-        pixels[4 * x] = static_cast<uint8_t>(byte(red));
-        pixels[4 * x + 1] = static_cast<uint8_t>(byte(green));
-        pixels[4 * x + 2] = static_cast<uint8_t>(byte(blue));
-        pixels[4 * x + 3] = 255;
+        const auto partRed = static_cast<int16_t>(static_cast<int16_t>(103 * r + 128) >> 8);
+        const auto partGreen =
+            static_cast<int16_t>(static_cast<int16_t>(73 * r - 88 * b + 128) >> 8);
+        const auto partBlue = static_cast<int16_t>(static_cast<int16_t>(58 * b + 127) >> 8);
+        const uint16_t red = byte(static_cast<int16_t>(level + r + partRed));
+        const uint16_t green = byte(static_cast<int16_t>(level - r + partGreen));
+        const uint16_t blue = byte(static_cast<int16_t>(level + 2 * b - partBlue));
+        // Whole words, so that the loop runs in lanes.
+        const auto low = static_cast<uint16_t>(red | green << 8);
+        const auto high = static_cast<uint16_t>(blue | 255 << 8);
+        const uint32_t word = low | uint32_t{high} << 16;
+        std::memcpy(pixels + 4 * x, &word, 4);
     }
 }
 

@@ -9,18 +9,10 @@
 #include <memory>
 #include <new>
 
+#include "extra/lanes.h"
 #include "picture/jpg.h"
 #include "picture/jpg_colour.h"
 #include "picture/picture.h"
-
-// Machine code for several processors, the best of which is taken at run time. Sanitizers do not
-// stand the resolver that chooses.
-#if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) &&      \
-    defined(__GNUC__) && !defined(__clang__)
-#define JPG_LANES [[gnu::target_clones("avx2", "default")]]
-#else
-#define JPG_LANES
-#endif
 
 // Eight numbers side by side: a row of a block, or a column.
 using LANES = float __attribute__((vector_size(32)));
@@ -71,8 +63,8 @@ using LANES = float __attribute__((vector_size(32)));
     }
 }
 
-JPG_LANES void JPG_InverseDCT(const int16_t *coefficients, const float *scale, uint8_t *samples,
-                              size_t stride)
+EXTRA_LANES void JPG_InverseDCT(const int16_t *coefficients, const float *scale, uint8_t *samples,
+                                size_t stride)
 {
     using SHORTS = int16_t __attribute__((vector_size(16)));
     LANES v[8];
@@ -110,22 +102,31 @@ static void FillBlock(int16_t dc, float scale, uint8_t *samples, size_t stride)
         std::memset(samples + i * stride, static_cast<int>(level), 8);
 }
 
-// A Huffman table to decode with. An entry holds what the next bits tell: the bits to drop, and
-// for AC the zeros before a coefficient and its value where that fits too.
+// A Huffman table to decode with. An entry is one number that holds what the next bits tell: the
+// bits to drop, flags, the zeros before a coefficient, and above them its value.
 constexpr uint32_t LOOK_BITS = 10;
-constexpr uint32_t ENTRY_DROP = 31;       // bits of the code, with the value's where that is known
-constexpr uint32_t ENTRY_VALUE_NEXT = 32; // Value is the count of bits of the value, still to come
-constexpr uint32_t ENTRY_END = 64;        // end of block, or of a band: Value is the symbol
-constexpr uint32_t ENTRY_LONG = 128;      // a code longer than LOOK_BITS, or none
+constexpr uint32_t ENTRY_DROP = 31; // bits of the code, with the value's where that is known
+constexpr uint32_t ENTRY_VALUE_NEXT =
+    32;                              // the value counts the bits of the true one, still to come
+constexpr uint32_t ENTRY_END = 64;   // end of block, or of a band: the value is the symbol
+constexpr uint32_t ENTRY_LONG = 128; // a code longer than LOOK_BITS, or none
+constexpr int ENTRY_ZEROS = 8;
 
-struct ENTRY {
-    uint8_t Flags; // and bits to drop
-    uint8_t Zeros;
-    int16_t Value;
-};
+constexpr int32_t MakeEntry(uint32_t low, uint32_t zeros, int32_t value)
+{
+    return value * 65536 + static_cast<int32_t>(zeros << ENTRY_ZEROS | low);
+}
+constexpr uint32_t ZerosOf(int32_t entry)
+{
+    return static_cast<uint32_t>(entry) >> ENTRY_ZEROS & 255;
+}
+constexpr int32_t ValueOf(int32_t entry)
+{
+    return entry >> 16;
+}
 
 struct DECODING_TABLE {
-    std::array<ENTRY, 1 << LOOK_BITS> Look;
+    std::array<int32_t, 1 << LOOK_BITS> Look;
     std::array<uint32_t, 17> Limits; // first 16-bit window behind all codes of so many bits
     std::array<int32_t, 17> Offsets; // from such a code to its symbol's index
     const JPG_HUFFMAN *Source;
@@ -139,22 +140,18 @@ static int32_t Extend(uint32_t bits, uint32_t count)
 }
 
 // What a symbol says, without what its bits may add.
-static ENTRY EntryOf(uint8_t symbol, uint32_t bits, bool ac)
+static int32_t EntryOf(uint8_t symbol, uint32_t bits, bool ac)
 {
-    if (!ac)
-        return {static_cast<uint8_t>(bits | ENTRY_VALUE_NEXT), 0,
-                static_cast<int16_t>(symbol & 15)};
-    const uint8_t zeros = symbol >> 4, size = symbol & 15;
-    if (size == 0)
-        return {static_cast<uint8_t>(bits | (zeros == 15 ? 0 : ENTRY_END)), zeros,
-                static_cast<int16_t>(zeros == 15 ? 0 : symbol)};
-    return {static_cast<uint8_t>(bits | ENTRY_VALUE_NEXT), zeros, static_cast<int16_t>(size)};
+    const uint32_t zeros = ac ? symbol >> 4 : 0, size = symbol & 15;
+    if (ac && size == 0 && zeros < 15)
+        return MakeEntry(bits | ENTRY_END, 0, symbol);
+    return MakeEntry(size == 0 ? bits : bits | ENTRY_VALUE_NEXT, zeros, static_cast<int32_t>(size));
 }
 
 static void MakeTable(const JPG_HUFFMAN &source, bool ac, DECODING_TABLE &table)
 {
     table.Source = &source;
-    table.Look.fill({ENTRY_LONG, 0, 0});
+    table.Look.fill(ENTRY_LONG);
     uint32_t code = 0;
     int32_t index = 0;
     for (uint32_t n = 1; n <= 16; n++) {
@@ -166,13 +163,11 @@ static void MakeTable(const JPG_HUFFMAN &source, bool ac, DECODING_TABLE &table)
             if (first + spread > table.Look.size() || at >= source.Symbols.size())
                 break;
             for (uint32_t k = 0; k < spread; k++) {
-                ENTRY entry = EntryOf(source.Symbols[at], n, ac);
-                const auto size = static_cast<uint32_t>(entry.Value);
-                if ((entry.Flags & ENTRY_VALUE_NEXT) && n + size <= LOOK_BITS) {
-                    const uint32_t bits = k >> (LOOK_BITS - n - size);
-                    entry.Value = static_cast<int16_t>(Extend(bits, size));
-                    entry.Flags = static_cast<uint8_t>(n + size);
-                }
+                int32_t entry = EntryOf(source.Symbols[at], n, ac);
+                const auto size = static_cast<uint32_t>(ValueOf(entry));
+                if ((entry & ENTRY_VALUE_NEXT) && n + size <= LOOK_BITS)
+                    entry = MakeEntry(n + size, ZerosOf(entry),
+                                      Extend(k >> (LOOK_BITS - n - size), size));
                 table.Look[first + k] = entry;
             }
         }
@@ -222,25 +217,34 @@ struct BITS {
 // a register full.
 constexpr size_t BITS_SLACK = 64 * 4 + 64;
 
-// The entry of the next code, which is dropped; a code that the table lacks ends the block.
-static inline ENTRY NextEntry(BITS &bits, const DECODING_TABLE &table, bool ac)
+// The entry of a code longer than LOOK_BITS; one that the table lacks ends the block.
+static int32_t LongEntry(const BITS &bits, const DECODING_TABLE &table, bool ac)
 {
-    ENTRY entry = table.Look[bits.Buffer >> (64 - LOOK_BITS)];
-    if (entry.Flags & ENTRY_LONG) [[unlikely]] {
-        const auto window = static_cast<uint32_t>(bits.Buffer >> 48);
-        uint32_t n = LOOK_BITS + 1;
-        while (n <= 16 && window >= table.Limits[n])
-            n++;
-        if (n > 16)
-            return {ENTRY_END | 16, 0, 0};
-        const int32_t index = static_cast<int32_t>(window >> (16 - n)) + table.Offsets[n];
-        entry = EntryOf(table.Source->Symbols[static_cast<size_t>(index) & 255], n, ac);
+    const auto window = static_cast<uint32_t>(bits.Buffer >> 48);
+    uint32_t n = LOOK_BITS + 1;
+    while (n <= 16 && window >= table.Limits[n])
+        n++;
+    if (n > 16)
+        return ENTRY_END;
+    const int32_t index = static_cast<int32_t>(window >> (16 - n)) + table.Offsets[n];
+    return EntryOf(table.Source->Symbols[static_cast<size_t>(index) & 255], n, ac);
+}
+
+// The entry of the next code, with its value. Takes up to 31 bits.
+[[gnu::always_inline]] static inline int32_t NextEntry(BITS &bits, const DECODING_TABLE &table,
+                                                       bool ac)
+{
+    int32_t entry = table.Look[bits.Buffer >> (64 - LOOK_BITS)];
+    if (entry & (ENTRY_LONG | ENTRY_VALUE_NEXT)) [[unlikely]] {
+        if (entry & ENTRY_LONG)
+            entry = LongEntry(bits, table, ac);
+        bits.Drop(entry & ENTRY_DROP);
+        if ((entry & ENTRY_VALUE_NEXT) == 0)
+            return entry;
+        const auto size = static_cast<uint32_t>(ValueOf(entry));
+        return MakeEntry(0, ZerosOf(entry), Extend(bits.Take(size), size));
     }
-    bits.Drop(entry.Flags & ENTRY_DROP);
-    if (entry.Flags & ENTRY_VALUE_NEXT) {
-        const auto size = static_cast<uint32_t>(entry.Value);
-        entry.Value = static_cast<int16_t>(Extend(bits.Take(size), size));
-    }
+    bits.Drop(entry & ENTRY_DROP);
     return entry;
 }
 
@@ -253,6 +257,11 @@ struct COMPONENT {
     bool Scaled; // by the table that held at its first scan
     int DC;      // the last block's, which the next one's counts from
     DECODING_TABLE DCTable, ACTable;
+
+    uint8_t *SamplesOf(size_t x, size_t y)
+    {
+        return Plane.Samples.data() + 8 * (y * Plane.Stride + x);
+    }
 };
 
 struct PICTURE {
@@ -335,29 +344,31 @@ static void MakeScale(COMPONENT &c, size_t number)
 // What each kind of scan does with a block; `block` has room for one coefficient more.
 
 // Returns the zigzag index behind the last coefficient that may not be 0.
-static size_t DecodeSequential(BITS &bits, COMPONENT &c, int16_t *block)
+static size_t DecodeSequential(BITS &stream, COMPONENT &c, int16_t *block)
 {
+    BITS bits = stream; // in registers
     bits.Refill();
-    c.DC += NextEntry(bits, c.DCTable, false).Value;
+    c.DC += ValueOf(NextEntry(bits, c.DCTable, false));
     block[0] = static_cast<int16_t>(c.DC);
     size_t k = 1;
     while (k < 64) {
         if (bits.Left < 32)
             bits.Refill();
-        const ENTRY entry = NextEntry(bits, c.ACTable, true);
-        if (entry.Flags & ENTRY_END)
+        const int32_t entry = NextEntry(bits, c.ACTable, true);
+        if (entry & ENTRY_END)
             break;
-        k += entry.Zeros;
-        block[columnOrder[k]] = entry.Value;
+        k += ZerosOf(entry);
+        block[columnOrder[k]] = static_cast<int16_t>(ValueOf(entry));
         k++;
     }
+    stream = bits;
     return k;
 }
 
 static void DecodeDCFirst(BITS &bits, COMPONENT &c, int16_t *block)
 {
     bits.Refill();
-    c.DC += NextEntry(bits, c.DCTable, false).Value;
+    c.DC += ValueOf(NextEntry(bits, c.DCTable, false));
     block[0] = static_cast<int16_t>(c.DC * (1 << JPG_Header.Al));
 }
 
@@ -370,9 +381,9 @@ static void DecodeDCRefine(BITS &bits, int16_t *block)
 
 // Blocks that an end-of-band symbol ends: this one and those that its bits count. ITU-T T.81,
 // table G.1.
-static uint32_t EndOfBandRun(BITS &bits, ENTRY entry)
+static uint32_t EndOfBandRun(BITS &bits, int32_t entry)
 {
-    const auto size = static_cast<uint32_t>(entry.Value) >> 4;
+    const auto size = static_cast<uint32_t>(ValueOf(entry)) >> 4;
     return (1u << size) + bits.Take(size);
 }
 
@@ -385,14 +396,14 @@ static void DecodeACFirst(BITS &bits, PICTURE &picture, COMPONENT &c, int16_t *b
     }
     for (size_t k = JPG_Header.Ss; k <= JPG_Header.Se; k++) {
         bits.Refill();
-        const ENTRY entry = NextEntry(bits, c.ACTable, true);
-        if (entry.Flags & ENTRY_END) {
+        const int32_t entry = NextEntry(bits, c.ACTable, true);
+        if (entry & ENTRY_END) {
             picture.EndOfBandRun = EndOfBandRun(bits, entry) - 1;
             return;
         }
-        k += entry.Zeros;
+        k += ZerosOf(entry);
         if (k <= JPG_Header.Se)
-            block[columnOrder[k]] = static_cast<int16_t>(entry.Value * (1 << JPG_Header.Al));
+            block[columnOrder[k]] = static_cast<int16_t>(ValueOf(entry) * (1 << JPG_Header.Al));
     }
 }
 
@@ -411,13 +422,13 @@ static void DecodeACRefine(BITS &bits, PICTURE &picture, COMPONENT &c, int16_t *
     const size_t end = JPG_Header.Se + size_t{1};
     while (k < end && picture.EndOfBandRun == 0) {
         bits.Refill();
-        const ENTRY entry = NextEntry(bits, c.ACTable, true);
-        if (entry.Flags & ENTRY_END) {
+        const int32_t entry = NextEntry(bits, c.ACTable, true);
+        if (entry & ENTRY_END) {
             picture.EndOfBandRun = EndOfBandRun(bits, entry);
             break;
         }
         // Passes over so many zeros, correcting what lies between, to the place of the new one.
-        for (uint32_t zeros = entry.Zeros; k < end; k++) {
+        for (uint32_t zeros = ZerosOf(entry); k < end; k++) {
             int16_t &coefficient = block[columnOrder[k]];
             if (bits.Left < 32)
                 bits.Refill();
@@ -426,9 +437,9 @@ static void DecodeACRefine(BITS &bits, PICTURE &picture, COMPONENT &c, int16_t *
             else if (zeros-- == 0)
                 break;
         }
-        if (k < end && entry.Value != 0)
+        if (k < end && ValueOf(entry) != 0)
             block[columnOrder[k]] =
-                static_cast<int16_t>((entry.Value < 0 ? -1 : 1) * (1 << JPG_Header.Al));
+                static_cast<int16_t>((ValueOf(entry) < 0 ? -1 : 1) * (1 << JPG_Header.Al));
         k++;
     }
     if (picture.EndOfBandRun == 0)
@@ -442,6 +453,14 @@ static void DecodeACRefine(BITS &bits, PICTURE &picture, COMPONENT &c, int16_t *
     picture.EndOfBandRun--;
 }
 
+static void TransformBlock(const COMPONENT &c, const int16_t *block, bool onlyDC, uint8_t *samples)
+{
+    if (onlyDC)
+        FillBlock(block[0], c.Scale[0], samples, c.Plane.Stride);
+    else
+        JPG_InverseDCT(block, c.Scale.data(), samples, c.Plane.Stride);
+}
+
 // Decodes block (x, y) of a component. False when the bits came to their end within it.
 static bool DecodeBlock(BITS &bits, PICTURE &picture, COMPONENT &c, size_t x, size_t y)
 {
@@ -450,11 +469,7 @@ static bool DecodeBlock(BITS &bits, PICTURE &picture, COMPONENT &c, size_t x, si
         const size_t end = DecodeSequential(bits, c, block.data());
         if (bits.Overrun())
             return false;
-        uint8_t *samples = c.Plane.Samples.data() + 8 * (y * c.Plane.Stride + x);
-        if (end == 1)
-            FillBlock(block[0], c.Scale[0], samples, c.Plane.Stride);
-        else
-            JPG_InverseDCT(block.data(), c.Scale.data(), samples, c.Plane.Stride);
+        TransformBlock(c, block.data(), end == 1, c.SamplesOf(x, y));
         return true;
     }
     int16_t *block = c.Coefficients.data() + 64 * (y * c.BlocksAcross + x);
@@ -593,12 +608,25 @@ static void DecodeScan(PICTURE &picture)
     }
 }
 
+static bool OnlyDC(const int16_t *block)
+{
+    uint64_t rest = 0;
+    for (size_t i = 0; i < 64; i += 4) {
+        uint64_t four;
+        std::memcpy(&four, block + i, sizeof four);
+        rest |= four;
+        if (i == 0)
+            rest = block[1] | block[2] | block[3];
+    }
+    return rest == 0;
+}
+
 static void TransformAll(COMPONENT &c)
 {
+    const int16_t *block = c.Coefficients.data();
     for (size_t y = 0; y < c.BlocksDown; y++)
-        for (size_t x = 0; x < c.BlocksAcross; x++)
-            JPG_InverseDCT(c.Coefficients.data() + 64 * (y * c.BlocksAcross + x), c.Scale.data(),
-                           c.Plane.Samples.data() + 8 * (y * c.Plane.Stride + x), c.Plane.Stride);
+        for (size_t x = 0; x < c.BlocksAcross; x++, block += 64)
+            TransformBlock(c, block, OnlyDC(block), c.SamplesOf(x, y));
 }
 
 // No encoder makes so many; so a small file cannot ask for hours.
