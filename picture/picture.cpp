@@ -10,6 +10,8 @@
 
 #include "picture/graphics.h"
 #include "picture/ham68.h"
+#include "picture/jpg.h"
+#include "picture/jpg_scan.h"
 #include "picture/png.h"
 #include "platform/system.h"
 
@@ -114,6 +116,23 @@ static void LoadPNG(Picture &picture, const char *path, uint16_t, uint16_t)
     PNG_UnLoad();
 }
 
+static void LoadJPG(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    JPG_Load(path);
+    picture.Width = JPG_Header.Width;
+    picture.Height = JPG_Header.Height;
+    picture.BufferWidth = static_cast<uint16_t>(JPG_Decoder.PaddedWidth);
+    picture.BufferHeight = static_cast<uint16_t>(JPG_Decoder.PaddedHeight);
+    picture.Bits = static_cast<uint8_t>(JPG_Header.Precision * JPG_Header.ComponentCount);
+    picture.Pixels = JPG_Decoding();
+    picture.ThumbPixels = JPG_GetThumbnail();
+    picture.ThumbWidth = JPG_Header.ThumbWidth;
+    picture.ThumbHeight = JPG_Header.ThumbHeight;
+    picture.ThumbBufferWidth = static_cast<uint16_t>(JPG_Decoder.ThumbPaddedWidth);
+    picture.ThumbBufferHeight = static_cast<uint16_t>(JPG_Decoder.ThumbPaddedHeight);
+    JPG_UnLoad();
+}
+
 // What loads each format, by its code; null where nothing decodes it.
 using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hint,
                                 uint16_t rawPlanes);
@@ -123,7 +142,7 @@ static constexpr std::array<PICTURE_LOADER, 13> loaders = {
     nullptr,   // PICTURE_BMP
     nullptr,   // PICTURE_PCX
     nullptr,   // PICTURE_PNM
-    nullptr,   // PICTURE_JPEG
+    LoadJPG,   // PICTURE_JPEG
     nullptr,   // PICTURE_TGA
     LoadPNG,   // PICTURE_PNG
     nullptr,   // PICTURE_ILBM

@@ -17,6 +17,7 @@ using BYTES = std::vector<uint8_t>;
 
 // Files whose result differs from the other decoders' by a rule of ours, and which rule.
 static const std::map<std::string, const char *> deviations = {
+    {"jpeg/odd-restart.jpg", "extended sequential files are passed over"},
     {"png/tbrn2c08.png", "the transparent colour of RGB is stored, not applied"},
 };
 
@@ -128,7 +129,7 @@ TEST_P(Corpus, Matches)
     const Picture picture = Picture_Load(path.c_str(), 0, 0);
     testing::internal::GetCapturedStdout();
     const auto deviation = deviations.find(row.File);
-    if (row.Kind == "reject") {
+    if (row.Kind == "reject" || (row.Kind == "psnr" && deviation != deviations.end())) {
         EXPECT_EQ(picture.Pixels, nullptr);
         return;
     }
@@ -140,7 +141,8 @@ TEST_P(Corpus, Matches)
     if (row.Kind == "psnr") {
         const DIFFERENCE smooth = Compare(pixels, RunDjpeg("", path));
         const DIFFERENCE plain = Compare(pixels, RunDjpeg("-nosmooth", path));
-        EXPECT_GE(std::max(smooth.PSNR, plain.PSNR), 45) << smooth.Greatest;
+        EXPECT_GE(std::max(smooth.PSNR, plain.PSNR), 45);
+        EXPECT_LE(std::min(smooth.Greatest, plain.Greatest), 2);
         return;
     }
     const std::string digest = Sha256(pixels);
