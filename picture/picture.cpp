@@ -8,8 +8,14 @@
 #include <numbers>
 #include <string_view>
 
+#include "picture/gif.h"
 #include "picture/graphics.h"
 #include "picture/ham68.h"
+#include "picture/pcx.h"
+#include "picture/pxm.h"
+#include "picture/spr.h"
+#include "picture/tga.h"
+#include "picture/xbm.h"
 #include "platform/system.h"
 
 uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
@@ -103,6 +109,67 @@ static void LoadHAM68(Picture &picture, const char *path, uint16_t hint, uint16_
     HAM68_UnLoad();
 }
 
+static void LoadPCX(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    PCX_Load(path);
+    picture.Width = picture.BufferWidth = PCX_Header.Width;
+    picture.Height = picture.BufferHeight = PCX_Header.Height;
+    picture.Bits = PCX_Header.BitsPerPixel;
+    picture.Pixels = PCX_Decoding();
+    PCX_UnLoad();
+}
+
+static void LoadPXM(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    PXM_Load(path);
+    picture.Width = picture.BufferWidth = PXM_Header.Width;
+    picture.Height = picture.BufferHeight = PXM_Header.Height;
+    picture.Bits = PXM_Header.BitsPerPixel;
+    picture.Pixels = PXM_Decoding();
+    PXM_UnLoad();
+}
+
+static void LoadTGA(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    TGA_Load(path);
+    picture.Width = picture.BufferWidth = static_cast<uint16_t>(TGA_Header.Width);
+    picture.Height = picture.BufferHeight = static_cast<uint16_t>(TGA_Header.Height);
+    picture.Bits = TGA_Header.BitsPerPixel;
+    picture.Pixels = TGA_Decoding();
+    TGA_UnLoad();
+}
+
+static void LoadXBM(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    XBM_Load(path);
+    picture.Width = XBM_Header.Width;
+    picture.BufferWidth = static_cast<uint16_t>(XBM_Header.BytesPerRow * 8);
+    picture.Height = picture.BufferHeight = XBM_Header.Height;
+    picture.Bits = XBM_Header.BitsPerPixel;
+    picture.Pixels = XBM_Decoding();
+    XBM_UnLoad();
+}
+
+static void LoadGIF(Picture &picture, const char *path, uint16_t hint, uint16_t)
+{
+    GIF_Load(path);
+    picture.Width = picture.BufferWidth = GIF_Header.Width;
+    picture.Height = picture.BufferHeight = GIF_Header.Height;
+    picture.Bits = GIF_Header.Bits;
+    picture.Pixels = GIF_Decoding(hint);
+    GIF_UnLoad();
+}
+
+static void LoadSPR(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    SPR_Load(path);
+    picture.Width = picture.BufferWidth = SPR_Header.Width;
+    picture.Height = picture.BufferHeight = SPR_Header.Height;
+    picture.Bits = static_cast<uint8_t>(SPR_Header.BitsPerPixel);
+    picture.Pixels = SPR_Decoding();
+    SPR_UnLoad();
+}
+
 // What loads each format, by its code; null where nothing decodes it.
 using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hint,
                                 uint16_t rawPlanes);
@@ -110,16 +177,16 @@ static constexpr std::array<PICTURE_LOADER, 13> loaders = {
     nullptr,   // PICTURE_UNKNOWN
     LoadHAM68, // PICTURE_HAM68
     nullptr,   // PICTURE_BMP
-    nullptr,   // PICTURE_PCX
-    nullptr,   // PICTURE_PNM
+    LoadPCX,   // PICTURE_PCX
+    LoadPXM,   // PICTURE_PNM
     nullptr,   // PICTURE_JPEG
-    nullptr,   // PICTURE_TGA
+    LoadTGA,   // PICTURE_TGA
     nullptr,   // PICTURE_PNG
     nullptr,   // PICTURE_ILBM
-    nullptr,   // PICTURE_XBM
+    LoadXBM,   // PICTURE_XBM
     nullptr,   // PICTURE_TIFF
-    nullptr,   // PICTURE_GIF
-    nullptr,   // PICTURE_SPRITES
+    LoadGIF,   // PICTURE_GIF
+    LoadSPR,   // PICTURE_SPRITES
 };
 
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
@@ -133,8 +200,14 @@ Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
 
 void Picture_UnLoad(Picture picture)
 {
-    std::free(picture.Pixels);
-    std::free(picture.ThumbPixels);
+    if (picture.Format == PICTURE_GIF) {
+        GIF_FreeFrames(picture.Pixels);
+    } else if (picture.Format == PICTURE_SPRITES) {
+        SPR_FreeImages(picture.Pixels);
+    } else {
+        std::free(picture.Pixels);
+        std::free(picture.ThumbPixels);
+    }
 }
 
 int Picture_Converter(uint8_t mode, const char *path, const Picture &picture)
