@@ -82,8 +82,10 @@ void TGA_Load(const char *path)
     const std::span<const uint8_t> packed = Bytes_GetSpan(TGA_File, TGA_HeaderSize);
     const size_t used =
         depth == 24 ? ExpandPackets<3>(packed, expanded) : ExpandPackets<4>(packed, expanded);
-    const std::span<const uint8_t> footer = Bytes_GetSpan(packed, used, TGA_FooterSize);
-    expanded.insert(expanded.end(), footer.begin(), footer.end());
+    if (expanded.size() == TGA_HeaderSize + ImageSize()) {
+        const std::span<const uint8_t> footer = Bytes_GetSpan(packed, used, TGA_FooterSize);
+        expanded.insert(expanded.end(), footer.begin(), footer.end());
+    }
     TGA_File = std::move(expanded);
     TGA_Header.ImageType = TGA_Plain;
 }
