@@ -1,7 +1,7 @@
 // A sprite file with all its images.
 #include "fuzz/fuzz.h"
-#include "picture/spr.h"
 #include "picture/picture.h"
+#include "picture/spr.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

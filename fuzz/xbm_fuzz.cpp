@@ -2,8 +2,8 @@
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"
-#include "picture/xbm.h"
 #include "picture/picture.h"
+#include "picture/xbm.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
