@@ -142,10 +142,8 @@ static void DecodeTriples(std::span<const uint8_t> row, uint8_t *out)
     const std::span<const uint8_t> red = row.first(width),
                                    green = row.subspan(PCX_Header.BytesPerLine, width),
                                    blue = row.subspan(2 * size_t{PCX_Header.BytesPerLine}, width);
-    for (size_t x = 0; x < width; x++) {
-        const std::array<uint8_t, 4> pixel = {red[x], green[x], blue[x], 255};
-        std::memcpy(out + 4 * x, pixel.data(), 4);
-    }
+    for (size_t x = 0; x < width; x++)
+        Pixels_Put(out + 4 * x, Pixels_Pack(red[x], green[x], blue[x], 255));
 }
 
 uint8_t *PCX_Decoding()

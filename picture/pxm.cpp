@@ -96,8 +96,8 @@ static void DecodeBitText(uint8_t *out, size_t count)
         if (count-- == 0)
             return;
         const uint8_t level = c == '0' ? 255 : 0;
-        const std::array<uint8_t, 4> pixel = {level, level, level, 255};
-        out = std::copy(pixel.begin(), pixel.end(), out);
+        Pixels_Put(out, Pixels_Pack(level, level, level, 255));
+        out += 4;
     }
 }
 
@@ -115,9 +115,7 @@ static void DecodeNumbers(uint8_t *out, size_t count)
                 return;
             sample = scale[ReadNumber(file, position) & 0xFF];
         }
-        const std::array<uint8_t, 4> pixel = {samples[0], samples[Samples / 2],
-                                              samples[Samples - 1], 255};
-        std::memcpy(out, pixel.data(), 4);
+        Pixels_Put(out, Pixels_Pack(samples[0], samples[Samples / 2], samples[Samples - 1], 255));
     }
 }
 
@@ -150,7 +148,7 @@ static void DecodeBytes(uint8_t *out, size_t count, size_t samples)
     if (samples == 1)
         Pixels_FromGreys(bytes, out);
     else
-        Pixels_FromTriples<false>(bytes.data(), bytes.size() / 3, out);
+        Pixels_FromTriples<false>(bytes, out);
 }
 
 // Bytes or characters that a row takes at least.

@@ -92,14 +92,11 @@ void TGA_Load(const char *path)
 
 static void DecodeRow(std::span<const uint8_t> row, uint8_t *out)
 {
-    if (PixelSize() == 3) {
-        Pixels_FromTriples<true>(row.data(), row.size() / 3, out);
-        return;
-    }
-    for (size_t i = 0; i + 4 <= row.size(); i += 4) {
-        const std::array<uint8_t, 4> pixel = {row[i + 2], row[i + 1], row[i], row[i + 3]};
-        std::memcpy(out + i, pixel.data(), 4);
-    }
+    if (PixelSize() == 3)
+        Pixels_FromTriples<true>(row, out);
+    else
+        for (size_t i = 0; i + 4 <= row.size(); i += 4)
+            Pixels_Put(out + i, Pixels_SwapRedBlue(Pixels_Get(row.data() + i)));
 }
 
 uint8_t *TGA_Decoding()

@@ -139,7 +139,7 @@ TEST(GIF, AFullDictionaryKeepsItsCodes)
                                  0,
                                  static_cast<uint8_t>(minimum)} +
                            SubBlocks(Pack(codes, minimum));
-        GIF_Load(WriteTemp("gif", file).c_str());
+        GIF_Load(OwnFile(file).c_str());
         ASSERT_EQ(GIF_Frames.size(), 1u);
         EXPECT_EQ(BYTES(GIF_Frames[0].Data, GIF_Frames[0].Data + count), expected) << minimum;
     }

@@ -14,10 +14,17 @@ inline BYTES operator+(BYTES a, const BYTES &b)
     return a;
 }
 
+// A file of the running test's own.
+inline std::string OwnFile(const BYTES &file)
+{
+    return WriteTemp(testing::UnitTest::GetInstance()->current_test_info()->test_suite_name(),
+                     file);
+}
+
 struct LOADED {
     Picture Record;
     explicit LOADED(const BYTES &file, uint16_t hint = 0)
-        : Record(Picture_Load(WriteTemp("picture", file).c_str(), hint, 0))
+        : Record(Picture_Load(OwnFile(file).c_str(), hint, 0))
     {
     }
     ~LOADED()

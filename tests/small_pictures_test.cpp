@@ -123,7 +123,7 @@ TEST(TGA, OriginsAndPackets)
     };
     Check(PICTURE_TGA, rows);
     const BYTES footer(26, 'f');
-    TGA_Load(WriteTemp("picture", Tga(10, 24, 7, 1, 1, BYTES{0, 1, 2, 3} + footer)).c_str());
+    TGA_Load(OwnFile(Tga(10, 24, 7, 1, 1, BYTES{0, 1, 2, 3} + footer)).c_str());
     EXPECT_EQ(TGA_File, Tga(10, 24, 7, 1, 1, BYTES{1, 2, 3} + footer));
     EXPECT_EQ(TGA_Header.ImageType, 2);
     TGA_UnLoad();
@@ -175,7 +175,7 @@ TEST(XBM, BytesAndWords)
     Check(PICTURE_XBM, rows);
     EXPECT_EQ(LOADED(xbm("65530", "0x00")).Record.Pixels, nullptr);
     const std::string hot = "_width 9\n_height 1\n_hot_x 3\n_HOT_Y   4 _bits 0x1234";
-    XBM_Load(WriteTemp("picture", BYTES(hot.begin(), hot.end())).c_str());
+    XBM_Load(OwnFile(BYTES(hot.begin(), hot.end())).c_str());
     EXPECT_EQ(XBM_Header.HotX, 3);
     EXPECT_EQ(XBM_Header.HotY, 4);
     EXPECT_EQ(hot.substr(XBM_Header.DataOffset), "0x1234");
