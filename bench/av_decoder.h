@@ -1,8 +1,9 @@
-// For benchmarks: libavcodec as a peer. Everything that can be done beforehand is: the packets are
-// in memory and decoder and converter stand open, so that only decoding to RGBA8 is timed.
+// For benchmarks: libavcodec as a peer, with a converter to RGBA8. Decoder and converter stand open
+// beforehand.
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <vector>
@@ -42,17 +43,23 @@ inline bool OpenDecoder(AV_DECODER &decoder, AVCodecID id, const AVCodecParamete
     return avcodec_open2(decoder.Codec, codec, nullptr) == 0;
 }
 
-/// For a file of one picture, which is one packet.
-inline bool OpenPicture(AV_DECODER &decoder, AVCodecID id, const std::vector<uint8_t> &file)
+/// For a file of one picture, which is one packet: reads it again.
+inline void ReadPicture(AV_DECODER &decoder, const char *path)
 {
-    AVPacket *packet = av_packet_alloc();
-    av_new_packet(packet, static_cast<int>(file.size()));
-    std::copy(file.begin(), file.end(), packet->data);
-    decoder.Packets.push_back(packet);
-    return OpenDecoder(decoder, id, nullptr);
+    for (AVPacket *packet : decoder.Packets)
+        av_packet_free(&packet);
+    decoder.Packets.assign(1, av_packet_alloc());
+    const std::unique_ptr<FILE, int (*)(FILE *)> file(std::fopen(path, "rb"), std::fclose);
+    std::fseek(file.get(), 0, SEEK_END);
+    const long size = std::ftell(file.get());
+    std::rewind(file.get());
+    AVPacket *packet = decoder.Packets[0];
+    av_new_packet(packet, static_cast<int>(size));
+    packet->size = static_cast<int>(
+        std::fread(packet->data, 1, static_cast<size_t>(packet->size), file.get()));
 }
 
-/// For a file with a demuxer of its own.
+/// For a file with a demuxer of its own: its packets lie in memory beforehand.
 inline bool OpenContainer(AV_DECODER &decoder, const char *path)
 {
     AVFormatContext *format = nullptr;
@@ -79,9 +86,9 @@ inline size_t DecodeAll(AV_DECODER &decoder)
             AVFrame *f = decoder.Frame;
             count++;
             const auto from = static_cast<AVPixelFormat>(f->format);
-            decoder.Converter = sws_getCachedContext(
-                decoder.Converter, f->width, f->height, from, f->width, f->height,
-                AV_PIX_FMT_RGBA, SWS_POINT, nullptr, nullptr, nullptr);
+            decoder.Converter = sws_getCachedContext(decoder.Converter, f->width, f->height, from,
+                                                     f->width, f->height, AV_PIX_FMT_RGBA,
+                                                     SWS_POINT, nullptr, nullptr, nullptr);
             const std::unique_ptr<uint8_t, void (*)(void *)> rgba(
                 static_cast<uint8_t *>(std::malloc(static_cast<size_t>(f->width) *
                                                    static_cast<size_t>(f->height) * 4)),

@@ -70,8 +70,9 @@ static void Stb(benchmark::State &state, const std::string &path)
     const std::vector<uint8_t> file = Bytes_LoadFile(path.c_str());
     for (auto _ : state) {
         int *delays = nullptr, width, height, frames, channels;
-        stbi_uc *pixels = stbi_load_gif_from_memory(file.data(), static_cast<int>(file.size()),
-                                                    &delays, &width, &height, &frames, &channels, 4);
+        stbi_uc *pixels =
+            stbi_load_gif_from_memory(file.data(), static_cast<int>(file.size()), &delays, &width,
+                                      &height, &frames, &channels, 4);
         if (!pixels)
             return state.SkipWithError("not read");
         stbi_image_free(pixels);
