@@ -23,7 +23,7 @@ static BYTES Decode(const BYTES &file)
     return result;
 }
 
-static std::string Digest(const BYTES &bytes)
+static std::string HalfDigest(const BYTES &bytes)
 {
     return Sha256(bytes).substr(0, 16);
 }
@@ -54,7 +54,7 @@ TEST(PNG, RealFilesAsOtherDecodersSeeThem)
         ASSERT_NE(picture.Pixels, nullptr) << r.name;
         EXPECT_EQ(picture.Width, r.side) << r.name;
         EXPECT_EQ(picture.Bits, r.bits) << r.name;
-        EXPECT_EQ(Digest({picture.Pixels, picture.Pixels + picture.Width * picture.Height * 4}),
+        EXPECT_EQ(HalfDigest({picture.Pixels, picture.Pixels + picture.Width * picture.Height * 4}),
                   r.digest)
             << r.name;
         Picture_UnLoad(picture);
