@@ -16,6 +16,7 @@ uint8_t MOD_SoundNumber;
 struct MOD_RECORD {
     MOD_HEADER Header;
     MOD_SONG Song;
+    uint32_t Rows; // that are played of it
     MOD_PLAYER Player;
     MOD_MIXER Mixer;
     uint64_t TickFrames;        // left of this tick
@@ -27,7 +28,7 @@ static std::array<std::unique_ptr<MOD_RECORD>, 32> MOD_Records;
 
 static void StartOver(MOD_RECORD &record)
 {
-    MOD_Start(record.Player, record.Song);
+    MOD_Start(record.Player, record.Song, record.Rows);
     record.Mixer = {};
     record.TickFrames = record.TickRest = 0;
     record.SongPosition = record.Header.SongPosition;
@@ -74,6 +75,9 @@ void MOD_Load(const char *path)
     for (size_t i = 0; i < header.SampleNames.size(); i++)
         header.SampleNames[i] = song->Samples[i + 1].Name;
     record->Song = std::move(*song);
+    const MOD_LENGTH length = MOD_Measure(record->Song);
+    record->Rows = length.Rows;
+    header.Milliseconds = length.Milliseconds;
     StartOver(*record);
     MOD_Header[MOD_SoundNumber] = &header;
     MOD_Records[MOD_SoundNumber++] = std::move(record);

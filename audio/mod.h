@@ -16,6 +16,7 @@ struct MOD_HEADER {
     uint32_t DataStart;    // 0: the sound is no part of the file
     // The row that follows the last buffer. Setting both to 0 starts the song over, on any thread.
     std::atomic<uint16_t> SongPosition, Row;
+    uint32_t Milliseconds;                            // of the song
     std::array<char, 21> Title;                       // NUL at its end
     uint8_t SongChannels;                             // of the song, 1 to 99
     uint8_t SongLength;                               // orders that are played, 1 to 128
@@ -36,7 +37,7 @@ void MOD_Load(const char *path);
 /// until it is started over) and for a slot or a format that cannot be rendered.
 ///
 /// A song ends behind its last order, where a command stops it, and where it would play a row for
-/// the second time by a jump: so every song ends. Its length is that of one pass.
+/// the second time by a jump: so every song ends (after 65536 rows at the latest).
 void MOD_Decoding(uint8_t *buffer, uint32_t *length, uint8_t n);
 
 /// Frees all records; MOD_SoundNumber is left as it is.

@@ -1,7 +1,7 @@
 #include "audio/mod_replay.h"
 
 #include <algorithm>
-#include <bit>
+#include <unordered_set>
 
 constexpr size_t MOD_Notes = 36;
 
@@ -111,7 +111,7 @@ constexpr std::array<double, 128> MOD_Eighths = [] {
 }();
 static_assert(MOD_Eighths[96] > 0.5 - 1e-12 && MOD_Eighths[96] < 0.5 + 1e-12);
 
-constexpr uint32_t MOD_MostLoopJumps = 65536; // in an order; a loop of two levels makes 255
+constexpr uint32_t MOD_MostRows = 65536; // of a song; 128 orders without loops have 8192
 
 static bool InTable(uint32_t period)
 {
@@ -321,30 +321,6 @@ static void InvertLoop(MOD_PLAYER &p, MOD_CHANNEL &c)
         return;
     int8_t &value = p.Waves[c.Sample][c.InvertAt];
     value = static_cast<int8_t>(-1 - value);
-    p.Inverted = true;
-}
-
-// What all loops leave behind decides how the song goes on: when that has been the same before, it
-// goes on so for ever. Brent's way to find it: compare with a state that is renewed ever later.
-static void WatchLoops(MOD_PLAYER &p)
-{
-    std::vector<uint8_t> &before = p.LoopsBefore;
-    bool same = !before.empty() && before.back() == p.Row;
-    for (size_t i = 0; i < p.Channels.size() && same; i++)
-        same =
-            before[2 * i] == p.Channels[i].LoopRow && before[2 * i + 1] == p.Channels[i].LoopsLeft;
-    if (same || ++p.LoopJumps > MOD_MostLoopJumps) {
-        p.AtEnd = true;
-        return;
-    }
-    if (!std::has_single_bit(p.LoopJumps))
-        return;
-    before.clear();
-    for (const MOD_CHANNEL &c : p.Channels) {
-        before.push_back(c.LoopRow);
-        before.push_back(c.LoopsLeft);
-    }
-    before.push_back(p.Row);
 }
 
 static void PatternLoop(MOD_PLAYER &p, MOD_CHANNEL &c)
@@ -554,14 +530,11 @@ static void ReadCell(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, const MOD_CELL
 
 static bool ReadRow(MOD_PLAYER &p)
 {
-    if (p.Looping && p.Row > p.LoopEnd)
-        p.Looping = false;
-    const size_t at = p.Position * MOD_Rows + p.Row;
-    if (p.AtEnd || (p.Played[at] && !p.Looping)) {
+    if (p.AtEnd || p.RowsLeft == 0) {
         p.AtEnd = true;
         return false;
     }
-    p.Played.set(at);
+    p.RowsLeft--;
     const uint8_t pattern = p.Song->Orders[p.Position];
     for (size_t i = 0; i < p.Channels.size(); i++)
         ReadCell(p, p.Channels[i], p.Voices[i], MOD_GetCell(*p.Song, pattern, p.Row, i));
@@ -574,9 +547,7 @@ static void NextOrder(MOD_PLAYER &p)
 {
     p.Row = p.BreakRow;
     p.BreakRow = 0;
-    p.Jump = p.Looping = false;
-    p.LoopJumps = 0;
-    p.LoopsBefore.clear();
+    p.Jump = false;
     p.Position = static_cast<uint8_t>((p.Position + 1) & 127);
     if (p.Position >= p.Song->Length) {
         p.Position = 0;
@@ -586,7 +557,7 @@ static void NextOrder(MOD_PLAYER &p)
 
 static void NextRow(MOD_PLAYER &p)
 {
-    const uint8_t played = p.Row++;
+    p.Row++;
     if (p.Delay != 0) {
         p.DelayLeft = p.Delay;
         p.Delay = 0;
@@ -594,9 +565,6 @@ static void NextRow(MOD_PLAYER &p)
     if (p.DelayLeft != 0 && --p.DelayLeft != 0)
         p.Row--;
     if (p.RowBreak) {
-        WatchLoops(p);
-        p.LoopEnd = p.Looping ? std::max(played, p.LoopEnd) : played;
-        p.Looping = true;
         p.Row = p.BreakRow;
         p.BreakRow = 0;
         p.RowBreak = false;
@@ -605,14 +573,41 @@ static void NextRow(MOD_PLAYER &p)
         NextOrder(p);
 }
 
-void MOD_Start(MOD_PLAYER &player, const MOD_SONG &song)
+// What decides how the song goes on: where it is and, of each channel that is in a loop, the loop.
+static uint64_t FlowKey(const MOD_PLAYER &p)
 {
-    const bool again = player.Song == &song && !player.Inverted;
-    auto waves = std::move(player.Waves);
+    uint64_t key = p.Position * MOD_Rows + p.Row;
+    for (const MOD_CHANNEL &c : p.Channels) {
+        key ^= c.LoopsLeft != 0 ? (c.LoopsLeft * MOD_Rows + c.LoopRow) << 16 : 0;
+        key *= 0x9E3779B97F4A7C15; // odd: different keys stay different
+        key ^= key >> 29;
+    }
+    return key;
+}
+
+MOD_LENGTH MOD_Measure(const MOD_SONG &song)
+{
+    MOD_PLAYER p;
+    MOD_Start(p, song, MOD_MostRows);
+    std::unordered_set<uint64_t> played;
+    double seconds = 0;
+    for (;;) {
+        if (p.DelayLeft == 0 && !played.insert(FlowKey(p)).second)
+            break;
+        p.Tick = p.Speed; // only first ticks lead anywhere
+        if (!MOD_Tick(p))
+            break;
+        seconds += p.Speed * 2.5 / p.Tempo;
+    }
+    return {MOD_MostRows - p.RowsLeft, static_cast<uint32_t>(seconds * 1000 + 0.5)};
+}
+
+void MOD_Start(MOD_PLAYER &player, const MOD_SONG &song, uint32_t rows)
+{
     player = {};
     player.Song = &song;
-    player.Waves = std::move(waves);
-    for (size_t i = 0; i < player.Waves.size() && !again; i++)
+    player.RowsLeft = rows;
+    for (size_t i = 0; i < player.Waves.size(); i++)
         player.Waves[i] = song.Samples[i].Data;
     player.Channels.resize(song.Channels);
     player.Voices.resize(song.Channels);

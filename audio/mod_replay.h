@@ -6,7 +6,6 @@
 #pragma once
 
 #include <array>
-#include <bitset>
 #include <cstdint>
 #include <vector>
 
@@ -53,20 +52,22 @@ struct MOD_PLAYER {
     bool RowBreak;    // in this pattern
     bool Jump;        // in the next, after Position
     bool Filter;
-    bool Inverted; // Waves differ from the song
-    bool AtEnd;    // the next row is behind the last
-
-    // Where the song has been, to find its end.
-    std::bitset<MOD_Orders * MOD_Rows> Played;
-    bool Looping; // inside a pattern loop, whose last row is:
-    uint8_t LoopEnd;
-    uint32_t LoopJumps;               // within this order
-    std::vector<uint8_t> LoopsBefore; // what they left in the channels, at some time before
+    bool AtEnd;        // the next row is behind the last
+    uint32_t RowsLeft; // to be read
 };
 
-/// A player at the start of `song`, which must stay.
-void MOD_Start(MOD_PLAYER &player, const MOD_SONG &song);
+struct MOD_LENGTH {
+    uint32_t Rows;
+    uint32_t Milliseconds;
+};
 
-/// Goes on by a tick of 2.5 / Tempo seconds. False at the end of the song: behind the last order,
-/// at a command that stops it, and before a row that was played already, except in pattern loops.
+/// How far the song goes: to behind its last order, to a command that stops it, or to where it
+/// would go on as it did before: at a row that was played already, by no pattern loop that is
+/// counting down. Rows that loops repeat count each time; after 65536 of them it ends anyway.
+MOD_LENGTH MOD_Measure(const MOD_SONG &song);
+
+/// A player at the start of `song`, which must stay, for so many of its rows.
+void MOD_Start(MOD_PLAYER &player, const MOD_SONG &song, uint32_t rows);
+
+/// Goes on by a tick of 2.5 / Tempo seconds. False at the end of the song, and from then on.
 bool MOD_Tick(MOD_PLAYER &player);
