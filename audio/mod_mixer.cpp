@@ -10,12 +10,12 @@
 
 // A bus holds 16-bit samples times volume times MOD_GainOne: 25 bits for a voice at its loudest.
 constexpr int32_t MOD_GainOne = 16;
+constexpr int32_t MOD_GainPoint = 65536; // of gains on their way
 constexpr double MOD_VoiceFull = 32768.0 * 64 * MOD_GainOne;
 static_assert(MOD_VoiceFull * 50 < std::numeric_limits<int32_t>::max(), "99 voices: 50 on a bus");
 
-constexpr double MOD_NearSide = 0.75;   // of a bus on its own side; the rest goes to the other
-constexpr double MOD_RampTime = 0.001;  // of a change of volume, in seconds
-constexpr double MOD_TailTime = 0.0007; // in which what a cut leaves falls to 1 / e
+constexpr double MOD_NearSide = 0.75;  // of a bus on its own side; the rest goes to the other
+constexpr double MOD_RampTime = 0.001; // of a change of volume, in seconds
 
 // The low-pass behind the power light, a Butterworth-like section.
 constexpr double MOD_FilterCut = 3091.0, MOD_FilterQ = 0.66;
@@ -38,113 +38,122 @@ static int32_t Between(int8_t a, int8_t b, uint64_t position)
     return a * 256 + ((b - a) * part >> 7);
 }
 
-// Adds `frames` frames of a run; the sample behind each is in the run too. `gain` has 16 bits
-// behind the point.
+// Adds frames of a run, of which the sample behind each is a part too. `gain` is in 1 /
+// MOD_GainPoint.
 template <bool Ramp>
-static void AddRun(MOD_VOICE &v, uint64_t step, int32_t gain, int32_t gainStep, int32_t *bus,
-                   size_t frames)
+static void AddRun(MOD_VOICE &v, uint64_t step, int32_t gain, int32_t rise, std::span<int32_t> bus)
 {
     const int8_t *data = v.Data;
     uint64_t position = v.Position;
     int32_t heard = v.Heard;
-    for (size_t i = 0; i < frames; i++) {
+    const int32_t level = gain / MOD_GainPoint;
+    for (int32_t &sum : bus) {
         const int8_t *at = data + (position >> 32);
-        if constexpr (Ramp)
-            gain += gainStep;
-        heard = Between(at[0], at[1], position) * (gain >> 16);
-        bus[i] += heard;
+        if constexpr (Ramp) {
+            gain += rise;
+            heard = Between(at[0], at[1], position) * (gain / MOD_GainPoint);
+        } else {
+            heard = Between(at[0], at[1], position) * level;
+        }
+        sum += heard;
         position += step;
     }
     v.Position = position;
     v.Heard = heard;
 }
 
-// Enters the loop, or falls silent.
-static void Wrap(MOD_VOICE &v)
+// Goes on with the loop where a run has ended. False when there is none.
+static bool EnterRun(MOD_VOICE &v)
 {
-    const uint64_t end = static_cast<uint64_t>(v.Data ? v.End : 0) << 32;
+    const uint64_t end = static_cast<uint64_t>(v.End) << 32;
+    if (v.Data && v.Position < end)
+        return true;
     const uint64_t length = static_cast<uint64_t>(v.LoopEnd - v.LoopStart) << 32;
     const uint64_t over = v.Data ? v.Position - end : 0;
     v.Data = v.LoopData;
     if (!v.Data)
-        return;
+        return false;
     v.Position = (static_cast<uint64_t>(v.LoopStart) << 32) + over % length;
     v.End = v.LoopEnd;
+    return true;
 }
 
-// Volume on its way: the gain of each frame and how many frames the way takes.
-struct MOD_RAMP {
-    int32_t Gain, Step; // with 16 bits behind the point
-    size_t Frames;
-};
-
-static MOD_RAMP StartRamp(const MOD_VOICE &v, uint32_t rate)
+static int32_t RampFrames(uint32_t rate)
 {
-    const auto frames = std::max(static_cast<int32_t>(rate * MOD_RampTime), 1);
-    const int32_t way = (v.Volume * MOD_GainOne - v.Gain) * 65536;
-    return {v.Gain * 65536, way / frames, way != 0 ? static_cast<size_t>(frames) : 0};
+    return std::max(static_cast<int32_t>(rate * MOD_RampTime), 1);
 }
 
-static void AddVoice(MOD_VOICE &v, uint32_t rate, int32_t *bus, double &tail, size_t frames)
+// Adds what cut notes left, falling to nothing in a straight line.
+static void AddTail(MOD_VOICE &v, std::span<int32_t> bus)
 {
-    const auto leave = [&] { // what stops being heard at once fades instead
-        tail += v.Heard;
-        v.Heard = 0;
-        v.Gain = 0;
+    for (size_t i = 0; i < bus.size() && v.TailFrames != 0; i++) {
+        v.Tail -= v.Tail / v.TailFrames--;
+        bus[i] += v.Tail;
+    }
+}
+
+// One frame between the run's last sample and what follows it.
+static int32_t LastOfRun(const MOD_VOICE &v, int32_t gain)
+{
+    const int8_t next = v.LoopData ? v.LoopData[v.LoopStart] : int8_t{0};
+    return Between(v.Data[v.End - 1], next, v.Position) * gain;
+}
+
+// While a new note's gain rises, the tail of the one before falls: together they are never louder
+// than either.
+static void AddVoice(MOD_VOICE &v, uint32_t rate, std::span<int32_t> bus)
+{
+    const size_t frames = bus.size();
+    const int32_t rampFrames = RampFrames(rate);
+    size_t tailed = 0;
+    const auto addTail = [&](size_t end) {
+        AddTail(v, bus.subspan(tailed, end - tailed));
+        tailed = end;
+    };
+    const auto leave = [&](size_t at) {
+        addTail(at);
+        if (v.Heard != 0) {
+            v.Tail = (v.TailFrames != 0 ? v.Tail : 0) + v.Heard;
+            v.TailFrames = rampFrames;
+        }
+        v.Heard = v.Gain = 0;
     };
     if (v.Started)
-        leave();
+        leave(0);
     v.Started = false;
-    if ((!v.Data && !v.LoopData) || v.Period == 0) { // clocks by 65536: nothing that one hears
-        leave();
-        return;
-    }
-    const auto step = static_cast<uint64_t>(MOD_Clock / v.Period / rate * 4294967296.0) | 1;
-    MOD_RAMP ramp = StartRamp(v, rate);
-    for (size_t done = 0; done < frames;) {
-        if (!v.Data || v.Position >= static_cast<uint64_t>(v.End) << 32) {
-            Wrap(v);
-            if (!v.Data) {
-                leave();
-                return;
+    size_t done = 0;
+    if (v.Period != 0 && (v.Data || v.LoopData)) {
+        const auto step = static_cast<uint64_t>(MOD_Clock / v.Period / rate * 4294967296.0) | 1;
+        const int32_t target = v.Volume * MOD_GainOne;
+        const int32_t rise = (target - v.Gain) * MOD_GainPoint / rampFrames;
+        int32_t gain = v.Gain * MOD_GainPoint;
+        size_t ramp = target != v.Gain ? static_cast<size_t>(rampFrames) : 0;
+        while (done < frames && EnterRun(v)) {
+            const size_t left = ramp != 0 ? std::min(frames - done, ramp) : frames - done;
+            const uint64_t last = static_cast<uint64_t>(v.End - 1) << 32;
+            size_t count = 1;
+            if (v.Position >= last) {
+                gain += ramp != 0 ? rise : 0;
+                v.Heard = LastOfRun(v, gain / MOD_GainPoint);
+                bus[done] += v.Heard;
+                v.Position += step;
+            } else {
+                count = FramesBefore(last, v.Position, step, left);
+                if (ramp != 0)
+                    AddRun<true>(v, step, gain, rise, bus.subspan(done, count));
+                else
+                    AddRun<false>(v, step, gain, 0, bus.subspan(done, count));
+                gain += ramp != 0 ? rise * static_cast<int32_t>(count) : 0;
             }
+            done += count;
+            if (ramp != 0 && (ramp -= count) == 0)
+                gain = target * MOD_GainPoint;
         }
-        const size_t left = std::min(frames - done, ramp.Frames != 0 ? ramp.Frames : frames);
-        const uint64_t last = static_cast<uint64_t>(v.End - 1) << 32;
-        size_t count = 1;
-        if (v.Position < last) {
-            count = FramesBefore(last, v.Position, step, left);
-            if (ramp.Frames != 0)
-                AddRun<true>(v, step, ramp.Gain, ramp.Step, bus + done, count);
-            else
-                AddRun<false>(v, step, v.Gain * 65536, 0, bus + done, count);
-        } else { // between the run's last sample and the loop's first
-            const int8_t next = v.LoopData ? v.LoopData[v.LoopStart] : int8_t{0};
-            const int32_t gain = ramp.Frames != 0 ? (ramp.Gain + ramp.Step) >> 16 : v.Gain;
-            v.Heard = Between(v.Data[v.End - 1], next, v.Position) * gain;
-            bus[done] += v.Heard;
-            v.Position += step;
-        }
-        done += count;
-        if (ramp.Frames != 0) {
-            ramp.Frames -= count;
-            ramp.Gain += ramp.Step * static_cast<int32_t>(count);
-            v.Gain = ramp.Frames != 0 ? ramp.Gain >> 16 : v.Volume * MOD_GainOne;
-        }
+        v.Gain = gain / MOD_GainPoint;
     }
-}
-
-static void AddTail(double &tail, uint32_t rate, std::span<int32_t> bus)
-{
-    const double keep = std::exp(-1 / (rate * MOD_TailTime));
-    for (int32_t &value : bus) {
-        if (std::abs(tail) < MOD_GainOne) {
-            tail = 0;
-            return;
-        }
-        tail *= keep;
-        value += static_cast<int32_t>(tail);
-    }
+    if (done < frames)
+        leave(done);
+    addTail(frames);
 }
 
 // Weights of a second-order low-pass by the bilinear transform.
@@ -227,16 +236,10 @@ void MOD_Mix(MOD_MIXER &mixer, std::span<MOD_VOICE> voices, const MOD_FORMAT &fo
         MakeFilter(mixer, format.Rate);
     for (auto &bus : mixer.Buses)
         std::fill_n(bus.begin(), frames, 0);
-    for (size_t i = 0; i < voices.size(); i++) {
-        const size_t side = IsLeft(i) ? 0 : 1;
-        AddVoice(voices[i], format.Rate, mixer.Buses[side].data(), mixer.Tails[side], frames);
-    }
-    for (size_t side = 0; side < 2; side++) {
-        const std::span bus(mixer.Buses[side].data(), frames);
-        AddTail(mixer.Tails[side], format.Rate, bus);
-        if (filter)
-            FilterBus(mixer.LowPass, side, bus);
-    }
+    for (size_t i = 0; i < voices.size(); i++)
+        AddVoice(voices[i], format.Rate, std::span(mixer.Buses[IsLeft(i) ? 0 : 1].data(), frames));
+    for (size_t side = 0; filter && side < 2; side++)
+        FilterBus(mixer.LowPass, side, std::span(mixer.Buses[side].data(), frames));
     if (format.Bits == 8)
         StoreBuses<1>(mixer, voices.size(), format.Channels, frames, out);
     else if (format.Bits == 16)

@@ -17,12 +17,13 @@ struct MOD_VOICE {
     uint32_t End;           // of the run that plays
     const int8_t *LoopData; // what follows it; null: nothing
     uint32_t LoopStart, LoopEnd;
-    uint16_t Period; // clocks of the chip for a sample; 0 stands for 65536
+    uint16_t Period; // clocks of the chip for a sample; at 0, which stands for 65536, it is silent
     uint8_t Volume;  // 0 to 64
     bool Started;    // a run was set since the voice was last heard
     // What the mixer keeps:
-    int32_t Gain;  // now, in 1 / MOD_GainOne of a volume step
-    int32_t Heard; // the last value that went into a bus
+    int32_t Gain;             // now, in 1 / MOD_GainOne of a volume step
+    int32_t Heard;            // the last value of the run that went into a bus
+    int32_t Tail, TailFrames; // what a cut note left, and how long it is still heard
 };
 
 /// What the sound card gets.
@@ -41,7 +42,6 @@ struct MOD_FILTER {
 
 struct MOD_MIXER {
     std::array<std::array<int32_t, MOD_Block>, 2> Buses; // of the left and the right channels
-    std::array<double, 2> Tails;                         // what cut notes left on each bus, fading
     bool Filter;         // the low-pass that the chip's power light switches
     uint32_t FilterRate; // that LowPass was made for
     MOD_FILTER LowPass;

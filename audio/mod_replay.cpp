@@ -199,7 +199,7 @@ static void Slide(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, int step)
 {
     if (c.Period == 0)
         return;
-    const int highest = p.Song->WideRange ? 28 : 113, lowest = p.Song->WideRange ? 3424 : 856;
+    const int highest = p.Song->WideRange ? 14 : 113, lowest = p.Song->WideRange ? 3424 : 856;
     const int period = c.Period + step;
     c.Period =
         static_cast<uint16_t>(step < 0 ? std::max(period, highest) : std::min(period, lowest));
