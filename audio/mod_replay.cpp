@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <unordered_set>
+#include <utility>
 
 constexpr size_t MOD_Notes = 36;
 
@@ -587,7 +588,7 @@ static uint64_t FlowKey(const MOD_PLAYER &p)
 
 MOD_LENGTH MOD_Measure(const MOD_SONG &song)
 {
-    MOD_PLAYER p;
+    MOD_PLAYER p = {};
     MOD_Start(p, song, MOD_MostRows);
     std::unordered_set<uint64_t> played;
     double seconds = 0;
@@ -604,13 +605,18 @@ MOD_LENGTH MOD_Measure(const MOD_SONG &song)
 
 void MOD_Start(MOD_PLAYER &player, const MOD_SONG &song, uint32_t rows)
 {
-    player = {};
+    // The memory of the last run is kept: starting over in the sound card's callback allocates
+    // none.
+    MOD_PLAYER last = std::exchange(player, {});
     player.Song = &song;
     player.RowsLeft = rows;
+    player.Waves = std::move(last.Waves);
     for (size_t i = 0; i < player.Waves.size(); i++)
-        player.Waves[i] = song.Samples[i].Data;
-    player.Channels.resize(song.Channels);
-    player.Voices.resize(song.Channels);
+        player.Waves[i].assign(song.Samples[i].Data.begin(), song.Samples[i].Data.end());
+    player.Channels = std::move(last.Channels);
+    player.Channels.assign(song.Channels, {});
+    player.Voices = std::move(last.Voices);
+    player.Voices.assign(song.Channels, {});
     player.Speed = 6;
     player.Tempo = 125;
     player.Tick = player.Speed; // the first tick reads a row

@@ -31,7 +31,7 @@ static std::string WriteSong()
             pattern += row % 2 == channel % 2
                            ? std::string(notes[(row + channel) % 6]) + " 0" +
                                  std::to_string(row % 3 + 1) + " " + commands[row % 7] + "|"
-                           : std::string("... .. ") + commands[(row + channel) % 7] + "|";
+                           : std::string("") + commands[(row + channel) % 7] + "|";
         pattern += '\n';
     }
     song.Patterns = {pattern};
