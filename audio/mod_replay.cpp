@@ -233,7 +233,7 @@ static void AimPortamento(MOD_CHANNEL &c)
 
 static void Portamento(MOD_CHANNEL &c, MOD_VOICE &v)
 {
-    if (c.Wanted == 0)
+    if (c.Wanted == 0 || c.Period == 0) // without a note to start from it is silent
         return;
     const int period = c.Period, speed = c.PortamentoSpeed, wanted = c.Wanted;
     c.Period = static_cast<uint16_t>(c.WantedIsHigher ? std::max(period - speed, wanted)
@@ -520,9 +520,9 @@ static void ReadCell(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, const MOD_CELL
     } else if (cell.Period != 0) {
         if (cell.Command == 0xE && High(c) == 5)
             c.Finetune = Low(c);
+        // Kept: it acts again below, so that the next note starts at twice the offset.
         if (cell.Command == 9)
-            RowEffects(p, c,
-                       v); // kept: and again below, so the next note starts at twice the offset
+            RowEffects(p, c, v);
         StartNote(p, c, v);
     }
     RowEffects(p, c, v);

@@ -80,6 +80,7 @@ TEST(MOD, Periods)
         {"slide down as far as C-1", "B-1 01 2FF\n", "453 708 856x2"},
         {"portamento needs no new speed", "C-2 01\nD-2 00 310\nE-2 00 300\n",
          "428x7 412 396 381x4 365 349 339"},
+        {"portamento from no note", "C-2 01 310\n", "0x6"},
         {"in semitones", "C-2 01 E31\nD-2 00 30A\n", "428x7 404x2 381x3"},
         {"vibrato rests on the row", "C-2 01 484\n400\n",
          "428x2 433 435 433 428x2 423 421 423 428 433"},
