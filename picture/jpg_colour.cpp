@@ -43,7 +43,7 @@ JPG_PLANE JPG_MakePlane(uint8_t factors, uint8_t full, uint32_t width, uint32_t 
     for (size_t x = 0; x < pixels; x++) {
         const PLACE place = PlaceOf(x, p.H, p.FullH);
         p.Places.push_back(static_cast<uint16_t>(place.Index + 1));
-        p.Nearness.push_back(static_cast<uint16_t>(place.Way * 256 / (2 * p.FullH)));
+        p.Nearness.push_back(static_cast<uint16_t>((place.Way * 256 + p.FullH) / (2 * p.FullH)));
     }
     return p;
 }
@@ -113,7 +113,7 @@ static const uint8_t *StretchRow(JPG_PLANE &p, size_t y)
     const uint8_t *above = RowWithin(p, place.Index), *below = RowWithin(p, place.Index + 1);
     if (p.H == p.FullH && place.Way == 0)
         return above;
-    const auto near = static_cast<uint16_t>(place.Way * 64 / (2 * p.FullV));
+    const auto near = static_cast<uint16_t>((place.Way * 64 + p.FullV) / (2 * p.FullV));
     const size_t count = p.Width;
     uint16_t *blend = p.Blend.data() + 1, *pairs = p.Stretched.data();
     BlendRows(above, below, near, count, blend);

@@ -26,7 +26,7 @@ struct COMPONENT {
     size_t CodedAcross, CodedDown;   // of a scan of this component alone
     // All blocks, column by column, and which of each block's coefficients in zigzag order but the
     // first are not 0. Only for pictures of several scans.
-    std::unique_ptr<int16_t[], FREE> Coefficients;
+    int16_t *Coefficients;
     std::vector<uint64_t> NonZero;
     std::array<float, 64> Scale;
     bool Scaled; // by the table that held at its first scan
@@ -35,7 +35,7 @@ struct COMPONENT {
 
     int16_t *BlockAt(size_t x, size_t y)
     {
-        return Coefficients.get() + 64 * (y * BlocksAcross + x);
+        return Coefficients + 64 * (y * BlocksAcross + x);
     }
     uint8_t *SamplesOf(size_t x, size_t y)
     {
@@ -45,8 +45,9 @@ struct COMPONENT {
 
 struct PICTURE {
     std::array<COMPONENT, 3> Components;
-    size_t Count; // of components
-    bool Direct;  // one sequential scan holds everything: no coefficients are kept
+    std::unique_ptr<int16_t, FREE> Coefficients; // of all components, in one piece
+    size_t Count;                                // of components
+    bool Direct; // one sequential scan holds everything: no coefficients are kept
 };
 
 // Place of each coefficient in a block that stands column by column; places from 64 on are those of
@@ -172,15 +173,16 @@ static size_t DecodeDCFirst(SCAN &scan, size_t x, size_t end, size_t y)
 static size_t DecodeDCRefine(SCAN &scan, size_t x, size_t end, size_t y)
 {
     return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
-        bits.Refill();
-        if (bits.Take(1))
-            *c.BlockAt(bx, by) = static_cast<int16_t>(*c.BlockAt(bx, by) | 1 << JPG_Header.Al);
+        if (bits.Left < 32)
+            bits.Refill();
+        int16_t &value = *c.BlockAt(bx, by);
+        value = static_cast<int16_t>(value | bits.Take(1) << JPG_Header.Al);
     });
 }
 
 // Blocks that an end-of-band symbol ends: this one and those that its bits count. ITU-T T.81,
 // table G.1.
-static uint32_t TakeRun(JPG_BITS &bits, int32_t entry)
+[[gnu::always_inline]] static inline uint32_t TakeRun(JPG_BITS &bits, int32_t entry)
 {
     const auto size = static_cast<uint32_t>(JPG_ValueOf(entry)) >> 4;
     return (1u << size) + bits.Take(size);
@@ -229,17 +231,16 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
     return end;
 }
 
-// Reads a correction bit for each coefficient of `which`.
+// Reads a correction bit for each coefficient of `which`; no branch depends on it.
 [[gnu::always_inline]] static inline void Correct(JPG_BITS &bits, int16_t *block, uint64_t which,
                                                   int bit)
 {
     for (; which != 0; which &= which - 1) {
         if (bits.Left < 32)
             bits.Refill();
-        if (bits.Take(1)) {
-            int16_t &value = block[columnOrder[static_cast<size_t>(std::countr_zero(which))]];
-            value = static_cast<int16_t>(value + (value < 0 ? -bit : bit));
-        }
+        int16_t &value = block[columnOrder[static_cast<size_t>(std::countr_zero(which))]];
+        const int sign = value < 0 ? -1 : 0, change = (bit ^ sign) - sign;
+        value = static_cast<int16_t>(value + (change & -static_cast<int>(bits.Take(1))));
     }
 }
 
@@ -271,7 +272,8 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
         uint64_t &nonZero = c.NonZero[y * c.BlocksAcross + x];
         uint64_t left = band; // of this block
         while (left != 0 && run == 0) {
-            bits.Refill();
+            if (bits.Left < 32)
+                bits.Refill();
             const int32_t entry = JPG_NextEntry(bits, c.ACCodes);
             if (IsEnd(entry)) {
                 run = TakeRun(bits, entry);
@@ -350,6 +352,24 @@ static std::vector<COMPONENT *> FindComponents(PICTURE &picture)
     return found;
 }
 
+// Zeros for the coefficients of all components; false without memory.
+static bool MakeCoefficients(PICTURE &picture)
+{
+    size_t blocks = 0;
+    for (size_t i = 0; i < picture.Count; i++) {
+        COMPONENT &c = picture.Components[i];
+        c.NonZero.assign(c.BlocksAcross * c.BlocksDown, 0);
+        blocks += c.NonZero.size();
+    }
+    int16_t *next = static_cast<int16_t *>(std::calloc(blocks, 64 * sizeof(int16_t)));
+    picture.Coefficients.reset(next);
+    for (size_t i = 0; i < picture.Count && next; i++) {
+        picture.Components[i].Coefficients = next;
+        next += 64 * picture.Components[i].NonZero.size();
+    }
+    return next != nullptr;
+}
+
 static bool MakeComponents(PICTURE &picture)
 {
     const JPG_HEADER &h = JPG_Header;
@@ -366,15 +386,8 @@ static bool MakeComponents(PICTURE &picture)
         c.BlocksDown = d.McusDown * c.Plane.V;
         c.CodedAcross = (c.Plane.Width + 7) / 8;
         c.CodedDown = (c.Plane.Height + 7) / 8;
-        if (picture.Direct)
-            continue;
-        const size_t blocks = c.BlocksAcross * c.BlocksDown;
-        c.Coefficients.reset(static_cast<int16_t *>(std::calloc(blocks, 64 * sizeof(int16_t))));
-        c.NonZero.assign(blocks, 0);
-        if (!c.Coefficients)
-            return false;
     }
-    return true;
+    return picture.Direct || MakeCoefficients(picture);
 }
 
 static void MakeScale(COMPONENT &c, size_t number)
@@ -415,8 +428,9 @@ static SCAN MakeScan(PICTURE &picture)
     return scan;
 }
 
-// Reads the bits of restart interval `number`; false when they were lost. What stands before a
-// marker of a later number is that number's; codes that nobody uses are damage.
+// Reads the bits of restart interval `number`; false when they were lost. The marker behind them
+// tells which interval follows: a later one than the next, then those between are lost; an earlier
+// one, then it is passed over with what follows it. Codes that nobody uses are damage.
 static bool StartInterval(SCAN &scan, size_t number)
 {
     if (scan.Ended || scan.Pending > number)
@@ -434,12 +448,14 @@ static bool StartInterval(SCAN &scan, size_t number)
         if (file[JPG_Position] != 0xFF || marker < 0xC0 || marker == 0xFF)
             continue;
         scan.Ended = marker < 0xD0 || marker > 0xD7;
-        if (!scan.Ended) {
+        const size_t lost = (marker - number) & 7; // intervals; 4 and more: it is an earlier one
+        if (scan.Ended)
+            return true;
+        if (lost < 4) {
             JPG_Position += 2;
-            const size_t lost = (marker - number) & 7; // intervals
-            scan.Pending = number + 1 + (lost < 4 ? lost : 0);
+            scan.Pending = number + 1 + lost;
+            return true;
         }
-        return true;
     }
     scan.Ended = true;
     return true;
