@@ -112,21 +112,21 @@ constexpr uint32_t ENTRY_END = 64;   // end of block, or of a band: the value is
 constexpr uint32_t ENTRY_LONG = 128; // a code longer than LOOK_BITS, or none
 constexpr int ENTRY_ZEROS = 8;
 
-constexpr int32_t MakeEntry(uint32_t low, uint32_t zeros, int32_t value)
+constexpr uint32_t MakeEntry(uint32_t low, uint32_t zeros, int32_t value)
 {
-    return value * 65536 + static_cast<int32_t>(zeros << ENTRY_ZEROS | low);
+    return static_cast<uint32_t>(value) << 16 | zeros << ENTRY_ZEROS | low;
 }
-constexpr uint32_t ZerosOf(int32_t entry)
+constexpr uint32_t ZerosOf(uint32_t entry)
 {
-    return static_cast<uint32_t>(entry) >> ENTRY_ZEROS & 255;
+    return entry >> ENTRY_ZEROS & 255;
 }
-constexpr int32_t ValueOf(int32_t entry)
+constexpr int32_t ValueOf(uint32_t entry)
 {
-    return entry >> 16;
+    return static_cast<int32_t>(entry) >> 16;
 }
 
 struct DECODING_TABLE {
-    std::array<int32_t, 1 << LOOK_BITS> Look;
+    std::array<uint32_t, 1 << LOOK_BITS> Look;
     std::array<uint32_t, 17> Limits; // first 16-bit window behind all codes of so many bits
     std::array<int32_t, 17> Offsets; // from such a code to its symbol's index
     const JPG_HUFFMAN *Source;
@@ -140,7 +140,7 @@ static int32_t Extend(uint32_t bits, uint32_t count)
 }
 
 // What a symbol says, without what its bits may add.
-static int32_t EntryOf(uint8_t symbol, uint32_t bits, bool ac)
+static uint32_t EntryOf(uint8_t symbol, uint32_t bits, bool ac)
 {
     const uint32_t zeros = ac ? symbol >> 4 : 0, size = symbol & 15;
     if (ac && size == 0 && zeros < 15)
@@ -163,7 +163,7 @@ static void MakeTable(const JPG_HUFFMAN &source, bool ac, DECODING_TABLE &table)
             if (first + spread > table.Look.size() || at >= source.Symbols.size())
                 break;
             for (uint32_t k = 0; k < spread; k++) {
-                int32_t entry = EntryOf(source.Symbols[at], n, ac);
+                uint32_t entry = EntryOf(source.Symbols[at], n, ac);
                 const auto size = static_cast<uint32_t>(ValueOf(entry));
                 if ((entry & ENTRY_VALUE_NEXT) && n + size <= LOOK_BITS)
                     entry = MakeEntry(n + size, ZerosOf(entry),
@@ -218,7 +218,7 @@ struct BITS {
 constexpr size_t BITS_SLACK = 64 * 4 + 64;
 
 // The entry of a code longer than LOOK_BITS; one that the table lacks ends the block.
-static int32_t LongEntry(const BITS &bits, const DECODING_TABLE &table, bool ac)
+static uint32_t LongEntry(const BITS &bits, const DECODING_TABLE &table, bool ac)
 {
     const auto window = static_cast<uint32_t>(bits.Buffer >> 48);
     uint32_t n = LOOK_BITS + 1;
@@ -231,10 +231,10 @@ static int32_t LongEntry(const BITS &bits, const DECODING_TABLE &table, bool ac)
 }
 
 // The entry of the next code, with its value. Takes up to 31 bits.
-[[gnu::always_inline]] static inline int32_t NextEntry(BITS &bits, const DECODING_TABLE &table,
-                                                       bool ac)
+[[gnu::always_inline]] static inline uint32_t NextEntry(BITS &bits, const DECODING_TABLE &table,
+                                                        bool ac)
 {
-    int32_t entry = table.Look[bits.Buffer >> (64 - LOOK_BITS)];
+    uint32_t entry = table.Look[bits.Buffer >> (64 - LOOK_BITS)];
     if (entry & (ENTRY_LONG | ENTRY_VALUE_NEXT)) [[unlikely]] {
         if (entry & ENTRY_LONG)
             entry = LongEntry(bits, table, ac);
@@ -255,7 +255,7 @@ struct COMPONENT {
     std::vector<int16_t> Coefficients; // of all blocks, for progressive files
     std::array<float, 64> Scale;
     bool Scaled; // by the table that held at its first scan
-    int DC;      // the last block's, which the next one's counts from
+    int16_t DC;  // the last block's, which the next one's counts from
     DECODING_TABLE DCTable, ACTable;
 
     uint8_t *SamplesOf(size_t x, size_t y)
@@ -348,13 +348,13 @@ static size_t DecodeSequential(BITS &stream, COMPONENT &c, int16_t *block)
 {
     BITS bits = stream; // in registers
     bits.Refill();
-    c.DC += ValueOf(NextEntry(bits, c.DCTable, false));
-    block[0] = static_cast<int16_t>(c.DC);
+    c.DC = static_cast<int16_t>(c.DC + ValueOf(NextEntry(bits, c.DCTable, false)));
+    block[0] = c.DC;
     size_t k = 1;
     while (k < 64) {
         if (bits.Left < 32)
             bits.Refill();
-        const int32_t entry = NextEntry(bits, c.ACTable, true);
+        const uint32_t entry = NextEntry(bits, c.ACTable, true);
         if (entry & ENTRY_END)
             break;
         k += ZerosOf(entry);
@@ -368,7 +368,7 @@ static size_t DecodeSequential(BITS &stream, COMPONENT &c, int16_t *block)
 static void DecodeDCFirst(BITS &bits, COMPONENT &c, int16_t *block)
 {
     bits.Refill();
-    c.DC += ValueOf(NextEntry(bits, c.DCTable, false));
+    c.DC = static_cast<int16_t>(c.DC + ValueOf(NextEntry(bits, c.DCTable, false)));
     block[0] = static_cast<int16_t>(c.DC * (1 << JPG_Header.Al));
 }
 
@@ -381,7 +381,7 @@ static void DecodeDCRefine(BITS &bits, int16_t *block)
 
 // Blocks that an end-of-band symbol ends: this one and those that its bits count. ITU-T T.81,
 // table G.1.
-static uint32_t EndOfBandRun(BITS &bits, int32_t entry)
+static uint32_t EndOfBandRun(BITS &bits, uint32_t entry)
 {
     const auto size = static_cast<uint32_t>(ValueOf(entry)) >> 4;
     return (1u << size) + bits.Take(size);
@@ -396,7 +396,7 @@ static void DecodeACFirst(BITS &bits, PICTURE &picture, COMPONENT &c, int16_t *b
     }
     for (size_t k = JPG_Header.Ss; k <= JPG_Header.Se; k++) {
         bits.Refill();
-        const int32_t entry = NextEntry(bits, c.ACTable, true);
+        const uint32_t entry = NextEntry(bits, c.ACTable, true);
         if (entry & ENTRY_END) {
             picture.EndOfBandRun = EndOfBandRun(bits, entry) - 1;
             return;
@@ -422,7 +422,7 @@ static void DecodeACRefine(BITS &bits, PICTURE &picture, COMPONENT &c, int16_t *
     const size_t end = JPG_Header.Se + size_t{1};
     while (k < end && picture.EndOfBandRun == 0) {
         bits.Refill();
-        const int32_t entry = NextEntry(bits, c.ACTable, true);
+        const uint32_t entry = NextEntry(bits, c.ACTable, true);
         if (entry & ENTRY_END) {
             picture.EndOfBandRun = EndOfBandRun(bits, entry);
             break;
@@ -587,7 +587,8 @@ static MCU_GRID GridOf(const std::vector<COMPONENT *> &components)
 static void DecodeScan(PICTURE &picture)
 {
     const std::vector<COMPONENT *> components = ScanComponents(picture);
-    const bool wanted = !components.empty() && (!picture.Progressive || JPG_Header.ScanMode >= 2);
+    const bool band = JPG_Header.ScanMode >= 2 && JPG_Header.Se <= 63;
+    const bool wanted = !components.empty() && (band || !picture.Progressive);
     const MCU_GRID grid = wanted ? GridOf(components) : MCU_GRID{1, 0, false};
     const size_t step = JPG_Header.RestartInterval ? JPG_Header.RestartInterval : grid.Count;
     size_t mcu = 0;
@@ -610,14 +611,9 @@ static void DecodeScan(PICTURE &picture)
 
 static bool OnlyDC(const int16_t *block)
 {
-    uint64_t rest = 0;
-    for (size_t i = 0; i < 64; i += 4) {
-        uint64_t four;
-        std::memcpy(&four, block + i, sizeof four);
-        rest |= four;
-        if (i == 0)
-            rest = block[1] | block[2] | block[3];
-    }
+    int16_t rest = static_cast<int16_t>(block[1] | block[2] | block[3]);
+    for (size_t i = 4; i < 64; i++)
+        rest = static_cast<int16_t>(rest | block[i]);
     return rest == 0;
 }
 
