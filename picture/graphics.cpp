@@ -1,5 +1,6 @@
 #include "picture/graphics.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -40,6 +41,29 @@ void Graphics_PutPixel(int16_t x, int16_t y)
 {
     if (uint8_t *pixel = PixelAt(x, y))
         std::memcpy(pixel, graphicsColor.data(), graphicsColor.size());
+}
+
+// Calls point(i) for those of `count` numbers from `first` on that are 0 to 32767 in 16 bits and
+// below `limit`.
+template <typename Point>
+static void WalkVisible(int16_t first, int16_t count, int32_t limit, Point point)
+{
+    const int32_t from = static_cast<uint16_t>(first), past = from + count;
+    limit = std::min(limit, 0x8000);
+    for (int32_t i = from; i < std::min(past, limit); i++)
+        point(static_cast<int16_t>(i));
+    for (int32_t i = 0; i < std::min(past - 0x10000, limit); i++)
+        point(static_cast<int16_t>(i));
+}
+
+void Graphics_PutBlock(int16_t x, int16_t y, int16_t width, int16_t height)
+{
+    if (!graphicsTarget)
+        return;
+    WalkVisible(y, height, graphicsTarget->Height, [&](int16_t row) {
+        WalkVisible(x, width, graphicsTarget->Width,
+                    [&](int16_t column) { Graphics_PutPixel(column, row); });
+    });
 }
 
 uint32_t Graphics_GetPixel(int16_t x, int16_t y)
