@@ -1,6 +1,6 @@
 #include "picture/charset.h"
 
-#include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <span>
 #include <string_view>
@@ -196,13 +196,19 @@ void CharSet_PutChar(int16_t x, int16_t y, uint8_t glyph, uint8_t set, int16_t s
     const auto &[table, size] = ROMOf(set);
     if (glyph == size.Blank || glyph >= size.Glyphs)
         return;
-    const int bytes = size.Columns / 8;
-    const auto rows = table.subspan(static_cast<size_t>(glyph * size.Rows * bytes));
-    for (int r = 0; r < size.Rows; r++)
-        for (int c = 0; c < size.Columns; c++)
-            if (rows[static_cast<size_t>(r * bytes + c / 8)] << (c % 8) & 0x80)
-                Graphics_PutBlock(static_cast<int16_t>(x + c * scaleX),
-                                  static_cast<int16_t>(y + r * scaleY), scaleX, scaleY);
+    const size_t bytes = size.Columns / 8;
+    auto rows = table.subspan(glyph * size.Rows * bytes);
+    for (int r = 0; r < size.Rows; r++, rows = rows.subspan(bytes)) {
+        const auto top = static_cast<int16_t>(y + r * scaleY);
+        auto points = static_cast<uint16_t>(rows[0] << 8 | (bytes == 2 ? rows[1] : 0));
+        while (points) { // from the left, neighbours at once
+            const int start = std::countl_zero(points);
+            const int count = std::countl_one(static_cast<uint16_t>(points << start));
+            Graphics_PutBlock(static_cast<int16_t>(x + start * scaleX), top, count * scaleX,
+                              scaleY);
+            points &= static_cast<uint16_t>(0xFFFF >> (start + count));
+        }
+    }
 }
 
 void CharSet_PutText(int16_t x, int16_t y, const char *text, uint8_t set, int16_t scaleX,

@@ -21,7 +21,7 @@ void Graphics_PutPixel(int16_t x, int16_t y);
 
 /// A block of width x height points with its top left at (x, y), its coordinates wrapped to 16
 /// bits; nothing when a side is below 1.
-void Graphics_PutBlock(int16_t x, int16_t y, int16_t width, int16_t height);
+void Graphics_PutBlock(int16_t x, int16_t y, int32_t width, int32_t height);
 
 /// The point as R | G << 8 | B << 16 | A << 24, or without A. 0 outside, or without a target.
 uint32_t Graphics_GetPixel(int16_t x, int16_t y);
