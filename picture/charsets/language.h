@@ -1,5 +1,5 @@
-// Sets 6 to 13: a schoolbook face of one-pixel strokes with the letters of seven alphabets, then from
-// 109 set 13's own letters with serifs. Number 0 is no character.
+// Sets 6 to 13: a schoolbook face of one-pixel strokes with the letters of seven alphabets, then
+// from 109 set 13's own letters with serifs. Number 0 is no character.
 #pragma once
 
 #include "picture/charsets/sheet.h"

@@ -17,7 +17,8 @@ struct CHARSET_SOURCE {
     size_t Glyphs; // in the set
     size_t Columns, Rows;
     /// Blocks of cells side by side: a line of "number name" for each, then their rows, '#' for a
-    /// point. "+ name" is a part for letters with marks and no glyph of its own.
+    /// point. "+ name" is a part for letters with marks and no glyph of its own: A5 is an A that
+    /// leaves room by having five rows, and where the marks of capitals differ, ´A is theirs.
     std::string_view Pictures;
     /// "number name base mark right down": the base and, moved by so much, the mark.
     std::string_view Marked = {};
