@@ -27,14 +27,20 @@ constexpr CHARSET_GLYPHS cirill = CharSet_Read(CHARSET_SOURCE_CIRILL, symbols);
 constexpr CHARSET_GLYPHS language = CharSet_Read(CHARSET_SOURCE_LANGUAGE, symbols);
 constexpr CHARSET_GLYPHS blitter = CharSet_Read(CHARSET_SOURCE_BLITTER, symbols);
 
-constinit const std::array<uint8_t, 2048> CHARSET_ROM_CPLUS4 = CharSet_Table<256, 8, 8>(cplus4);
-constinit const std::array<uint8_t, 2048> CHARSET_ROM_CBM = CharSet_Table<256, 8, 8>(cbm);
-constinit const std::array<uint8_t, 2048> CHARSET_ROM_PC8 = CharSet_Table<256, 8, 8>(pc8);
-constinit const std::array<uint8_t, 4096> CHARSET_ROM_PC16 = CharSet_Table<256, 8, 16>(pc16);
-constinit const std::array<uint8_t, 1024> CHARSET_ROM_COMPUTER = CharSet_Table<128, 8, 8>(computer);
-constinit const std::array<uint8_t, 1024> CHARSET_ROM_CIRILL = CharSet_Table<128, 8, 8>(cirill);
-constinit const std::array<uint8_t, 1632> CHARSET_ROM_LANGUAGE = CharSet_Table<204, 8, 8>(language);
-constinit const std::array<uint8_t, 4096> CHARSET_ROM_BLITTER = CharSet_Table<128, 16, 16>(blitter);
+constinit const std::array<uint8_t, 2048> CHARSET_ROM_CPLUS4 =
+    CharSet_Table<CHARSET_SOURCE_CPLUS4>(cplus4);
+constinit const std::array<uint8_t, 2048> CHARSET_ROM_CBM = CharSet_Table<CHARSET_SOURCE_CBM>(cbm);
+constinit const std::array<uint8_t, 2048> CHARSET_ROM_PC8 = CharSet_Table<CHARSET_SOURCE_PC8>(pc8);
+constinit const std::array<uint8_t, 4096> CHARSET_ROM_PC16 =
+    CharSet_Table<CHARSET_SOURCE_PC16>(pc16);
+constinit const std::array<uint8_t, 1024> CHARSET_ROM_COMPUTER =
+    CharSet_Table<CHARSET_SOURCE_COMPUTER>(computer);
+constinit const std::array<uint8_t, 1024> CHARSET_ROM_CIRILL =
+    CharSet_Table<CHARSET_SOURCE_CIRILL>(cirill);
+constinit const std::array<uint8_t, 1632> CHARSET_ROM_LANGUAGE =
+    CharSet_Table<CHARSET_SOURCE_LANGUAGE>(language);
+constinit const std::array<uint8_t, 4096> CHARSET_ROM_BLITTER =
+    CharSet_Table<CHARSET_SOURCE_BLITTER>(blitter);
 
 struct CHARSET_ROM {
     std::span<const uint8_t> Table;
@@ -42,15 +48,14 @@ struct CHARSET_ROM {
 };
 
 static constexpr std::array<CHARSET_ROM, 8> ROMs = {{
-    {CHARSET_ROM_CPLUS4, {256, 8, 8, 32}},
-    {CHARSET_ROM_CBM, {256, 8, 8, 32}},
-    {CHARSET_ROM_PC8, {256, 8, 8, 32}},
-    {CHARSET_ROM_PC16, {256, 8, 16, 32}},
-    {CHARSET_ROM_COMPUTER, {128, 8, 8, 32}},
-    {CHARSET_ROM_CIRILL,
-     {128, 8, 8, 203}}, // kept on purpose: its space has no points, but is drawn
-    {CHARSET_ROM_LANGUAGE, {204, 8, 8, 203}},
-    {CHARSET_ROM_BLITTER, {128, 16, 16, 64}},
+    {CHARSET_ROM_CPLUS4, CHARSET_SOURCE_CPLUS4.Size},
+    {CHARSET_ROM_CBM, CHARSET_SOURCE_CBM.Size},
+    {CHARSET_ROM_PC8, CHARSET_SOURCE_PC8.Size},
+    {CHARSET_ROM_PC16, CHARSET_SOURCE_PC16.Size},
+    {CHARSET_ROM_COMPUTER, CHARSET_SOURCE_COMPUTER.Size},
+    {CHARSET_ROM_CIRILL, CHARSET_SOURCE_CIRILL.Size},
+    {CHARSET_ROM_LANGUAGE, CHARSET_SOURCE_LANGUAGE.Size},
+    {CHARSET_ROM_BLITTER, CHARSET_SOURCE_BLITTER.Size},
 }};
 
 // The ROM of a set that has one; the language sets 6 to 13 share theirs.
@@ -82,7 +87,7 @@ constexpr std::array<std::string_view, 8> languages = {
 };
 
 // In CHARSET_ROM_LANGUAGE: set 13's own letters, then the accented letters of the others.
-constexpr size_t ownLetters = 109, otherLetters = 175, languageGlyphs = 204;
+constexpr size_t ownLetters = 109, otherLetters = 175;
 
 static consteval CHARSET_CODES Unchanged()
 {
@@ -128,16 +133,21 @@ static consteval CHARSET_CODES PCCodes(const CHARSET_GLYPHS &glyphs)
 
 static consteval CHARSET_CODES LanguageCodes(size_t set)
 {
-    const auto find = [set](std::string_view name) {
-        if (set == 13)
-            if (const size_t n = CharSet_Find(language, name, ownLetters, otherLetters);
-                n != otherLetters)
+    struct {
+        size_t From, To;
+    } const places[] = {
+        {ownLetters, set == 13 ? otherLetters : ownLetters},
+        {0, ownLetters},
+        {otherLetters, CHARSET_SOURCE_LANGUAGE.Size.Glyphs},
+    };
+    const auto find = [&](std::string_view name) {
+        for (const auto &place : places)
+            if (const size_t n = CharSet_Find(language, name, place.From, place.To); n != place.To)
                 return n;
-        const size_t n = CharSet_Find(language, name, 0, ownLetters);
-        return n != ownLetters ? n : CharSet_Find(language, name, otherLetters, languageGlyphs);
+        throw "a letter without a glyph";
     };
     CHARSET_CODES codes = Unchanged();
-    codes[' '] = ROMOf(6).Size.Blank;
+    codes[' '] = CHARSET_SOURCE_LANGUAGE.Size.Blank;
     for (uint8_t b = 33; b <= 125; b++) {
         const char name = static_cast<char>(b);
         if (b < 94 || b > 96)
@@ -152,7 +162,7 @@ static consteval CHARSET_CODES LanguageCodes(size_t set)
 static consteval CHARSET_CODES BlitterCodes()
 {
     CHARSET_CODES codes = Unchanged();
-    codes[' '] = 64;
+    codes[' '] = CHARSET_SOURCE_BLITTER.Size.Blank;
     for (uint8_t b = 33; b <= 122; b++)
         codes[b] = b - 32;
     SendHungarian(codes, blitter);

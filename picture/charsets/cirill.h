@@ -1,15 +1,14 @@
 // Set 5: square poster letters, two-pixel sides and three-pixel middle stems. ASCII stands at its
 // own numbers, the capitals from A to YA of the Russian alphabet at 0 to 31 (the low five bits of
 // their Unicode numbers), YO at 127. A text cannot hold number 0: its A is the Latin one, which has
-// the same shape, as have ten others.
+// the same shape, as have ten others. The blank lies beyond its glyphs, on purpose: its space is
+// one that is drawn and has no points.
 #pragma once
 
 #include "picture/charsets/sheet.h"
 
 constexpr CHARSET_SOURCE CHARSET_SOURCE_CIRILL = {
-    .Glyphs = 128,
-    .Columns = 8,
-    .Rows = 8,
+    .Size = {.Glyphs = 128, .Columns = 8, .Rows = 8, .Blank = 203},
     .Pictures = R"sheet(
   0 А      1 Б      2 В      3 Г      4 Д      5 Е      6 Ж      7 З
 .#####.. #######. ######.. #######. ..####.. #######. ##.#.##. #######.

@@ -9,13 +9,14 @@
 #include <cstdint>
 #include <string_view>
 
+#include "picture/charset.h"
+
 /// Glyphs and parts that one set may have; glyphs have the numbers from 0 on, parts from here.
 constexpr size_t CHARSET_MAX_GLYPHS = 256, CHARSET_MAX_PARTS = 64;
 
 /// One set as a person edits it. Names are UTF-8 without spaces.
 struct CHARSET_SOURCE {
-    size_t Glyphs; // in the set
-    size_t Columns, Rows;
+    CHARSET_SIZE Size;
     /// Blocks of cells side by side: a line of "number name" for each, then their rows, '#' for a
     /// point. "+ name" is a part for letters with marks and no glyph of its own: A5 is an A that
     /// leaves room by having five rows, and where the marks of capitals differ, ´A is theirs.
@@ -103,6 +104,7 @@ constexpr size_t CharSet_Named(const CHARSET_GLYPHS &glyphs, std::string_view na
 consteval CHARSET_GLYPHS CharSet_ReadPictures(const CHARSET_SOURCE &source)
 {
     CHARSET_GLYPHS glyphs;
+    const size_t columns = source.Size.Columns;
     size_t part = CHARSET_MAX_GLYPHS;
     std::string_view text = source.Pictures;
     CharSet_TakeLine(text); // the rest of the line that opens the literal
@@ -116,22 +118,22 @@ consteval CHARSET_GLYPHS CharSet_ReadPictures(const CHARSET_SOURCE &source)
                 glyphs.Names[part] = CharSet_TakeWord(names);
                 cells[across++] = part++;
             } else {
-                cells[across++] = CharSet_TakeName(glyphs, names, source.Glyphs);
+                cells[across++] = CharSet_TakeName(glyphs, names, source.Size.Glyphs);
             }
             names.remove_prefix(std::min(names.find_first_not_of(' '), names.size()));
         }
-        for (size_t y = 0; y < source.Rows; y++) {
+        for (size_t y = 0; y < source.Size.Rows; y++) {
             const std::string_view row = CharSet_TakeLine(text);
-            if (row.size() + 1 != across * (source.Columns + 1))
+            if (row.size() + 1 != across * (columns + 1))
                 throw "a row of the wrong width";
             for (size_t cell = 0; cell < across; cell++) {
                 uint32_t bits = 0;
-                for (const char point : row.substr(cell * (source.Columns + 1), source.Columns)) {
+                for (const char point : row.substr(cell * (columns + 1), columns)) {
                     if (point != '#' && point != '.')
                         throw "neither a point nor none";
                     bits = bits << 1 | (point == '#');
                 }
-                glyphs.Rows[cells[cell]][y] = static_cast<uint16_t>(bits << (16 - source.Columns));
+                glyphs.Rows[cells[cell]][y] = static_cast<uint16_t>(bits << (16 - columns));
             }
         }
     }
@@ -142,14 +144,14 @@ consteval CHARSET_GLYPHS CharSet_ReadPictures(const CHARSET_SOURCE &source)
 consteval void CharSet_Lay(CHARSET_GLYPHS &glyphs, size_t number, size_t mark, int right, int down,
                            const CHARSET_SOURCE &source)
 {
-    for (size_t y = 0; y < source.Rows; y++) {
+    for (size_t y = 0; y < source.Size.Rows; y++) {
         const uint32_t bits = glyphs.Rows[mark][y];
         if (!bits)
             continue;
         const uint32_t moved = right < 0 ? bits << -right : bits >> right;
         const size_t to = y + static_cast<size_t>(down);
-        if (moved >> 16 || moved & (0xFFFFu >> source.Columns) ||
-            (right < 0 ? moved >> -right : moved << right) != bits || to >= source.Rows)
+        if (moved >> 16 || moved & (0xFFFFu >> source.Size.Columns) ||
+            (right < 0 ? moved >> -right : moved << right) != bits || to >= source.Size.Rows)
             throw "a mark leaves its cell";
         glyphs.Rows[number][to] = static_cast<uint16_t>(glyphs.Rows[number][to] | moved);
     }
@@ -161,7 +163,7 @@ consteval CHARSET_GLYPHS CharSet_Read(const CHARSET_SOURCE &source, const CHARSE
     CHARSET_GLYPHS glyphs = CharSet_ReadPictures(source);
     std::string_view text = source.Marked;
     while (text.size() > 1) { // a '\n' closes the literal
-        const size_t number = CharSet_TakeName(glyphs, text, source.Glyphs);
+        const size_t number = CharSet_TakeName(glyphs, text, source.Size.Glyphs);
         const size_t base = CharSet_Named(glyphs, CharSet_TakeWord(text));
         const size_t mark = CharSet_Named(glyphs, CharSet_TakeWord(text));
         glyphs.Rows[number] = glyphs.Rows[base];
@@ -170,25 +172,26 @@ consteval CHARSET_GLYPHS CharSet_Read(const CHARSET_SOURCE &source, const CHARSE
     }
     text = source.Symbols;
     while (text.size() > 1) {
-        const size_t number = CharSet_TakeName(glyphs, text, source.Glyphs);
+        const size_t number = CharSet_TakeName(glyphs, text, source.Size.Glyphs);
         const auto &rows = symbols.Rows[CharSet_Named(symbols, glyphs.Names[number])];
         for (size_t y = 0; y < 8; y++)
-            glyphs.Rows[number][(source.Rows - 8) / 2 + y] = rows[y];
+            glyphs.Rows[number][(source.Size.Rows - 8) / 2 + y] = rows[y];
     }
-    if (CharSet_Find(glyphs, {}, 0, source.Glyphs) != source.Glyphs)
+    if (CharSet_Find(glyphs, {}, 0, source.Size.Glyphs) != source.Size.Glyphs)
         throw "a number without a picture";
     return glyphs;
 }
 
-/// The table: glyph after glyph, rows from the top, one or two bytes a row, big-endian.
-template <size_t Glyphs, size_t Columns, size_t Rows>
-consteval std::array<uint8_t, Glyphs * Columns / 8 * Rows> CharSet_Table(const CHARSET_GLYPHS &from)
+/// The table of a set: glyph after glyph, rows from the top, one or two bytes a row, big-endian.
+template <const CHARSET_SOURCE &Source>
+consteval auto CharSet_Table(const CHARSET_GLYPHS &glyphs)
 {
-    std::array<uint8_t, Glyphs * Columns / 8 * Rows> table{};
-    size_t at = 0;
-    for (size_t glyph = 0; glyph < Glyphs; glyph++)
-        for (size_t y = 0; y < Rows; y++)
-            for (size_t byte = 0; byte < Columns / 8; byte++)
-                table[at++] = static_cast<uint8_t>(from.Rows[glyph][y] >> (8 - 8 * byte));
+    constexpr size_t bytes = Source.Size.Columns / 8;
+    std::array<uint8_t, Source.Size.Glyphs * Source.Size.Rows * bytes> table{};
+    for (size_t i = 0; i < table.size(); i++) {
+        const size_t row = i / bytes;
+        const uint32_t points = glyphs.Rows[row / Source.Size.Rows][row % Source.Size.Rows];
+        table[i] = static_cast<uint8_t>(i % bytes ? points : points >> 8);
+    }
     return table;
 }

@@ -4,9 +4,7 @@
 #include "picture/charsets/sheet.h"
 
 constexpr CHARSET_SOURCE CHARSET_SOURCE_SYMBOLS = {
-    .Glyphs = 78,
-    .Columns = 8,
-    .Rows = 8,
+    .Size = {.Glyphs = 78, .Columns = 8, .Rows = 8, .Blank = 255},
     .Pictures = R"sheet(
   0 ─      1 │      2 ┌      3 ┐      4 └      5 ┘      6 ├      7 ┤
 ........ ...#.... ........ ........ ...#.... ...#.... ...#.... ...#....
