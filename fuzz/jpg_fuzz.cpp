@@ -8,7 +8,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Picture_MaxBytes = size_t{1} << 18;
+    Picture_MaxBytes = size_t{1} << 16;
     JPG_Load(FuzzFile(data, size).c_str());
     std::free(JPG_Decoding());
     std::free(JPG_GetThumbnail());
