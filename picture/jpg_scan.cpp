@@ -256,13 +256,13 @@ struct COMPONENT {
     std::vector<uint64_t> NonZero;     // and which of a block's are not 0, but for the first: a bit
                                        // each in zigzag order
     std::array<float, 64> Scale;
-    bool Scaled; // by the table that held at its first scan
-    int16_t DC;  // the last block's, which the next one's counts from
-    DECODING_TABLE DCTable, ACTable;
+    bool Scaled;                             // by the table that held at its first scan
+    int16_t DC;                              // the last block's, which the next one's counts from
+    const DECODING_TABLE *DCTable, *ACTable; // of the current scan
 
     uint8_t *SamplesOf(size_t x, size_t y)
     {
-        return Plane.Samples.data() + 8 * (y * Plane.Stride + x);
+        return Plane.Samples.data() + 8 * y % Plane.Rows * Plane.Stride + 8 * x;
     }
 };
 
@@ -272,6 +272,7 @@ struct PICTURE {
     bool Progressive;
     std::vector<uint8_t> Bits; // of the current restart interval
     uint32_t EndOfBandRun;
+    std::array<DECODING_TABLE, 4> DCTables, ACTables; // those that the current scan names
 };
 
 // Natural place of each coefficient in a block that stands column by column; places from 64 on are
@@ -322,7 +323,9 @@ static void MakeComponents(PICTURE &picture)
         c.CodedAcross = (c.Plane.Width + 7) / 8;
         c.CodedDown = (c.Plane.Height + 7) / 8;
         c.Plane.Stride = c.BlocksAcross * 8;
-        c.Plane.Samples.assign(c.Plane.Stride * c.BlocksDown * 8, 128);
+        // Progressive files get their samples last, two rows of MCUs at a time.
+        c.Plane.Rows = 8 * (picture.Progressive ? 2 * v : c.BlocksDown);
+        c.Plane.Samples.assign(c.Plane.Stride * c.Plane.Rows, 128);
         if (picture.Progressive) {
             c.Coefficients.assign(c.BlocksAcross * c.BlocksDown * 64, 0);
             c.NonZero.assign(c.BlocksAcross * c.BlocksDown, 0);
@@ -352,13 +355,13 @@ static size_t DecodeSequential(BITS &stream, COMPONENT &c, int16_t *block)
 {
     BITS bits = stream; // in registers
     bits.Refill();
-    c.DC = static_cast<int16_t>(c.DC + ValueOf(NextEntry(bits, c.DCTable, false)));
+    c.DC = static_cast<int16_t>(c.DC + ValueOf(NextEntry(bits, *c.DCTable, false)));
     block[0] = c.DC;
     size_t k = 1;
     while (k < 64) {
         if (bits.Left < 32)
             bits.Refill();
-        const uint32_t entry = NextEntry(bits, c.ACTable, true);
+        const uint32_t entry = NextEntry(bits, *c.ACTable, true);
         if (entry & ENTRY_END)
             break;
         k += ZerosOf(entry);
@@ -372,7 +375,7 @@ static size_t DecodeSequential(BITS &stream, COMPONENT &c, int16_t *block)
 static void DecodeDCFirst(BITS &bits, COMPONENT &c, int16_t *block)
 {
     bits.Refill();
-    c.DC = static_cast<int16_t>(c.DC + ValueOf(NextEntry(bits, c.DCTable, false)));
+    c.DC = static_cast<int16_t>(c.DC + ValueOf(NextEntry(bits, *c.DCTable, false)));
     block[0] = static_cast<int16_t>(c.DC * (1 << JPG_Header.Al));
 }
 
@@ -403,7 +406,7 @@ static void DecodeACFirst(BITS &stream, PICTURE &picture, COMPONENT &c, int16_t 
     for (size_t k = JPG_Header.Ss; k <= JPG_Header.Se; k++) {
         if (bits.Left < 32)
             bits.Refill();
-        const uint32_t entry = NextEntry(bits, c.ACTable, true);
+        const uint32_t entry = NextEntry(bits, *c.ACTable, true);
         if (entry & ENTRY_END) {
             picture.EndOfBandRun = EndOfBandRun(bits, entry) - 1;
             break;
@@ -440,7 +443,7 @@ static void DecodeACRefine(BITS &stream, PICTURE &picture, COMPONENT &c, int16_t
     while (k < end && picture.EndOfBandRun == 0) {
         if (bits.Left < 32)
             bits.Refill();
-        const uint32_t entry = NextEntry(bits, c.ACTable, true);
+        const uint32_t entry = NextEntry(bits, *c.ACTable, true);
         if (entry & ENTRY_END) {
             picture.EndOfBandRun = EndOfBandRun(bits, entry);
             break;
@@ -522,8 +525,10 @@ static std::vector<COMPONENT *> ScanComponents(PICTURE &picture)
                 COMPONENT &c = picture.Components[k];
                 const size_t dc = h.ScanComponents[i].Tables >> 4 & 3;
                 const size_t ac = h.ScanComponents[i].Tables & 3;
-                MakeTable(h.DC[dc], false, c.DCTable);
-                MakeTable(h.AC[ac], true, c.ACTable);
+                MakeTable(h.DC[dc], false, picture.DCTables[dc]);
+                MakeTable(h.AC[ac], true, picture.ACTables[ac]);
+                c.DCTable = &picture.DCTables[dc];
+                c.ACTable = &picture.ACTables[ac];
                 MakeScale(c, h.Components[k].Quantisation);
                 components.push_back(&c);
                 break;
@@ -628,13 +633,30 @@ static void DecodeScan(PICTURE &picture)
     }
 }
 
-static void TransformAll(COMPONENT &c)
+// Samples for a row of MCUs.
+static void TransformRow(COMPONENT &c, size_t row)
 {
-    const int16_t *block = c.Coefficients.data();
-    const uint64_t *nonZero = c.NonZero.data();
-    for (size_t y = 0; y < c.BlocksDown; y++)
+    for (size_t y = row * c.Plane.V; y < (row + 1) * c.Plane.V; y++) {
+        const int16_t *block = c.Coefficients.data() + 64 * y * c.BlocksAcross;
+        const uint64_t *nonZero = c.NonZero.data() + y * c.BlocksAcross;
         for (size_t x = 0; x < c.BlocksAcross; x++, block += 64, nonZero++)
             TransformBlock(c, block, *nonZero == 0, c.SamplesOf(x, y));
+    }
+}
+
+static void MakePixels(PICTURE &picture, uint8_t *pixels)
+{
+    size_t done = 0; // rows of MCUs
+    const auto await = [&](size_t row) {
+        for (; picture.Progressive && done <= row / (8u * JPG_Decoder.V); done++)
+            for (size_t i = 0; i < picture.Count; i++)
+                TransformRow(picture.Components[i], done);
+    };
+    std::array<const JPG_PLANE *, 3> planes;
+    for (size_t i = 0; i < picture.Count; i++)
+        planes[i] = &picture.Components[i].Plane;
+    JPG_ToPixels(std::span(planes).first(picture.Count), JPG_Decoder.PaddedWidth,
+                 JPG_Decoder.PaddedHeight, pixels, await);
 }
 
 // No encoder makes so many; so a small file cannot ask for hours.
@@ -658,14 +680,7 @@ static uint8_t *DecodePicture()
         JPG_Header.ComponentCount = header.ComponentCount;
         JPG_Header.Components = header.Components;
     }
-    std::array<JPG_PLANE, 3> planes;
-    for (size_t i = 0; i < picture->Count; i++) {
-        if (picture->Progressive)
-            TransformAll(picture->Components[i]);
-        planes[i] = std::move(picture->Components[i].Plane);
-    }
-    JPG_ToPixels(std::span(planes).first(picture->Count), decoder.PaddedWidth, decoder.PaddedHeight,
-                 pixels);
+    MakePixels(*picture, pixels);
     return pixels;
 }
 
