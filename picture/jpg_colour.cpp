@@ -52,52 +52,66 @@ static const uint8_t *RowOf(const JPG_PLANE &plane, ptrdiff_t y)
 {
     const auto last = static_cast<ptrdiff_t>(plane.Height) - 1;
     return plane.Samples.data() +
-           static_cast<size_t>(std::clamp<ptrdiff_t>(y, 0, last)) * plane.Stride;
+           static_cast<size_t>(std::clamp<ptrdiff_t>(y, 0, last)) % plane.Rows * plane.Stride;
 }
 
 // Mixes the two rows that pixel row y lies between, by weights that add up to 64.
-EXTRA_LANES static void BlendRows(STRETCH &s, size_t y)
+EXTRA_LANES static void Mix(const uint8_t *__restrict above, const uint8_t *__restrict below,
+                            uint16_t near, size_t count, uint16_t *__restrict blend)
+{
+    const auto far = static_cast<uint16_t>(64 - near);
+    for (size_t i = 0; i < count; i++)
+        blend[i] = static_cast<uint16_t>(above[i] * far + below[i] * near);
+}
+
+static void BlendRows(STRETCH &s, size_t y)
 {
     const PLACE place = PlaceOf(y, s.Plane.V, s.V);
-    const uint8_t *above = RowOf(s.Plane, place.Index), *below = RowOf(s.Plane, place.Index + 1);
     const auto near = static_cast<uint16_t>(place.Way * 64 / (2 * s.V));
-    const auto far = static_cast<uint16_t>(64 - near);
-    uint16_t *__restrict blend = s.Blend.data() + 1;
+    uint16_t *blend = s.Blend.data() + 1;
     const size_t count = std::min(s.Plane.Width, s.Width);
-    if (near == 0)
-        for (size_t i = 0; i < count; i++)
-            blend[i] = static_cast<uint16_t>(above[i] * 64);
-    else
-        for (size_t i = 0; i < count; i++)
-            blend[i] = static_cast<uint16_t>(above[i] * far + below[i] * near);
+    Mix(RowOf(s.Plane, place.Index), RowOf(s.Plane, place.Index + 1), near, count, blend);
     blend[-1] = blend[0];
     std::fill(blend + count, s.Blend.data() + s.Blend.size(), blend[count - 1]);
 }
 
-EXTRA_LANES static const uint8_t *StretchRow(STRETCH &s, size_t y)
+// The loops of StretchRow, whose results do not lie among what they read.
+EXTRA_LANES static void Unscale(const uint16_t *__restrict blend, size_t width,
+                                uint8_t *__restrict row)
+{
+    for (size_t x = 0; x < width; x++)
+        row[x] = static_cast<uint8_t>((blend[x] + 32) >> 6);
+}
+
+// A quarter of the way from each sample to its neighbours.
+EXTRA_LANES static void Double(const uint16_t *__restrict blend, size_t width,
+                               uint8_t *__restrict row)
+{
+    for (size_t i = 0; i < (width + 1) / 2; i++) {
+        const auto three = static_cast<uint16_t>(blend[i + 1] * 3 + 128);
+        const auto left = static_cast<uint16_t>(static_cast<uint16_t>(three + blend[i]) >> 8);
+        const auto right =
+            static_cast<uint16_t>(static_cast<uint16_t>(three + blend[i + 2]) & 0xFF00);
+        const auto pair = static_cast<uint16_t>(left | right);
+        std::memcpy(row + 2 * i, &pair, 2);
+    }
+}
+
+static const uint8_t *StretchRow(STRETCH &s, size_t y)
 {
     if (s.V == s.Plane.V && s.H == s.Plane.H)
         return RowOf(s.Plane, static_cast<ptrdiff_t>(y));
     BlendRows(s, y);
-    const uint16_t *__restrict blend = s.Blend.data();
-    uint8_t *__restrict row = s.Row.data();
+    uint8_t *row = s.Row.data();
     if (s.H == s.Plane.H) {
-        for (size_t x = 0; x < s.Width; x++)
-            row[x] = static_cast<uint8_t>((blend[x + 1] + 32) >> 6);
+        Unscale(s.Blend.data() + 1, s.Width, row);
     } else if (s.H == 2 * s.Plane.H) {
-        // A quarter of the way from each sample to its neighbours.
-        for (size_t i = 0; i < (s.Width + 1) / 2; i++) {
-            const auto three = static_cast<uint16_t>(blend[i + 1] * 3 + 128);
-            const auto left = static_cast<uint16_t>(three + blend[i]);
-            const auto right = static_cast<uint16_t>(three + blend[i + 2]);
-            const auto pair = static_cast<uint16_t>(left >> 8 | (right & 0xFF00));
-            std::memcpy(row + 2 * i, &pair, 2);
-        }
+        Double(s.Blend.data(), s.Width, row);
     } else {
         for (size_t x = 0; x < s.Width; x++) {
             const unsigned near = s.Nearness[x], at = s.Places[x];
             row[x] = static_cast<uint8_t>(
-                (blend[at] * (256 - near) + blend[at + 1] * near + (1 << 13)) >> 14);
+                (s.Blend[at] * (256 - near) + s.Blend[at + 1] * near + (1 << 13)) >> 14);
         }
     }
     return row;
@@ -130,15 +144,17 @@ EXTRA_LANES static void ConvertRow(const uint8_t *__restrict y, const uint8_t *_
     }
 }
 
-void JPG_ToPixels(std::span<const JPG_PLANE> planes, size_t width, size_t height, uint8_t *pixels)
+void JPG_ToPixels(std::span<const JPG_PLANE *const> planes, size_t width, size_t height,
+                  uint8_t *pixels, const std::function<void(size_t row)> &await)
 {
-    const JPG_PLANE &full = planes[0];
+    const JPG_PLANE &full = *planes[0];
     const std::vector<uint8_t> neutral(width, 128);
     std::vector<STRETCH> chroma;
-    for (const JPG_PLANE &plane : planes.subspan(1))
-        chroma.push_back(MakeStretch(plane, full, width));
+    for (const JPG_PLANE *plane : planes.subspan(1))
+        chroma.push_back(MakeStretch(*plane, full, width));
     for (size_t y = 0; y < height; y++) {
-        const uint8_t *level = full.Samples.data() + y * full.Stride;
+        await(std::min(y + full.V, height - 1)); // a smaller plane's next row is no further
+        const uint8_t *level = full.Samples.data() + y % full.Rows * full.Stride;
         uint8_t *row = pixels + 4 * y * width;
         if (chroma.empty()) {
             ConvertRow(level, neutral.data(), neutral.data(), width, row);

@@ -253,14 +253,16 @@ struct COMPONENT {
     size_t BlocksAcross, BlocksDown;   // with those that pad the last MCUs
     size_t CodedAcross, CodedDown;     // of a scan of this component alone
     std::vector<int16_t> Coefficients; // of all blocks, for progressive files
+    std::vector<uint64_t> NonZero;     // and which of a block's are not 0, but for the first: a bit
+                                       // each in zigzag order
     std::array<float, 64> Scale;
-    bool Scaled; // by the table that held at its first scan
-    int16_t DC;  // the last block's, which the next one's counts from
-    DECODING_TABLE DCTable, ACTable;
+    bool Scaled;                             // by the table that held at its first scan
+    int16_t DC;                              // the last block's, which the next one's counts from
+    const DECODING_TABLE *DCTable, *ACTable; // of the current scan
 
     uint8_t *SamplesOf(size_t x, size_t y)
     {
-        return Plane.Samples.data() + 8 * (y * Plane.Stride + x);
+        return Plane.Samples.data() + 8 * y % Plane.Rows * Plane.Stride + 8 * x;
     }
 };
 
@@ -270,6 +272,7 @@ struct PICTURE {
     bool Progressive;
     std::vector<uint8_t> Bits; // of the current restart interval
     uint32_t EndOfBandRun;
+    std::array<DECODING_TABLE, 4> DCTables, ACTables; // those that the current scan names
 };
 
 // Natural place of each coefficient in a block that stands column by column; places from 64 on are
@@ -320,9 +323,13 @@ static void MakeComponents(PICTURE &picture)
         c.CodedAcross = (c.Plane.Width + 7) / 8;
         c.CodedDown = (c.Plane.Height + 7) / 8;
         c.Plane.Stride = c.BlocksAcross * 8;
-        c.Plane.Samples.assign(c.Plane.Stride * c.BlocksDown * 8, 128);
-        if (picture.Progressive)
+        // Progressive files get their samples last, two rows of MCUs at a time.
+        c.Plane.Rows = 8 * (picture.Progressive ? 2 * v : c.BlocksDown);
+        c.Plane.Samples.assign(c.Plane.Stride * c.Plane.Rows, 128);
+        if (picture.Progressive) {
             c.Coefficients.assign(c.BlocksAcross * c.BlocksDown * 64, 0);
+            c.NonZero.assign(c.BlocksAcross * c.BlocksDown, 0);
+        }
     }
 }
 
@@ -348,13 +355,13 @@ static size_t DecodeSequential(BITS &stream, COMPONENT &c, int16_t *block)
 {
     BITS bits = stream; // in registers
     bits.Refill();
-    c.DC = static_cast<int16_t>(c.DC + ValueOf(NextEntry(bits, c.DCTable, false)));
+    c.DC = static_cast<int16_t>(c.DC + ValueOf(NextEntry(bits, *c.DCTable, false)));
     block[0] = c.DC;
     size_t k = 1;
     while (k < 64) {
         if (bits.Left < 32)
             bits.Refill();
-        const uint32_t entry = NextEntry(bits, c.ACTable, true);
+        const uint32_t entry = NextEntry(bits, *c.ACTable, true);
         if (entry & ENTRY_END)
             break;
         k += ZerosOf(entry);
@@ -368,7 +375,7 @@ static size_t DecodeSequential(BITS &stream, COMPONENT &c, int16_t *block)
 static void DecodeDCFirst(BITS &bits, COMPONENT &c, int16_t *block)
 {
     bits.Refill();
-    c.DC = static_cast<int16_t>(c.DC + ValueOf(NextEntry(bits, c.DCTable, false)));
+    c.DC = static_cast<int16_t>(c.DC + ValueOf(NextEntry(bits, *c.DCTable, false)));
     block[0] = static_cast<int16_t>(c.DC * (1 << JPG_Header.Al));
 }
 
@@ -388,69 +395,83 @@ static uint32_t EndOfBandRun(BITS &bits, uint32_t entry)
 }
 
 // ITU-T T.81, G.1.2.2.
-static void DecodeACFirst(BITS &bits, PICTURE &picture, COMPONENT &c, int16_t *block)
+static void DecodeACFirst(BITS &stream, PICTURE &picture, COMPONENT &c, int16_t *block,
+                          uint64_t &nonZero)
 {
     if (picture.EndOfBandRun > 0) {
         picture.EndOfBandRun--;
         return;
     }
+    BITS bits = stream; // in registers
     for (size_t k = JPG_Header.Ss; k <= JPG_Header.Se; k++) {
-        bits.Refill();
-        const uint32_t entry = NextEntry(bits, c.ACTable, true);
+        if (bits.Left < 32)
+            bits.Refill();
+        const uint32_t entry = NextEntry(bits, *c.ACTable, true);
         if (entry & ENTRY_END) {
             picture.EndOfBandRun = EndOfBandRun(bits, entry) - 1;
-            return;
+            break;
         }
         k += ZerosOf(entry);
-        if (k <= JPG_Header.Se)
+        if (k <= JPG_Header.Se && ValueOf(entry) != 0) {
             block[columnOrder[k]] = static_cast<int16_t>(ValueOf(entry) * (1 << JPG_Header.Al));
+            nonZero |= uint64_t{1} << k;
+        }
     }
+    stream = bits;
 }
 
 // Reads a correction bit for a coefficient that is not 0.
-static void Correct(BITS &bits, int16_t &coefficient)
+static void Correct(BITS &bits, int16_t &coefficient, int bit)
 {
-    const int bit = 1 << JPG_Header.Al;
+    if (bits.Left < 32)
+        bits.Refill();
     if (bits.Take(1) && (coefficient & bit) == 0)
         coefficient = static_cast<int16_t>(coefficient + (coefficient < 0 ? -bit : bit));
 }
 
 // ITU-T T.81, G.1.2.3.
-static void DecodeACRefine(BITS &bits, PICTURE &picture, COMPONENT &c, int16_t *block)
+static void DecodeACRefine(BITS &stream, PICTURE &picture, COMPONENT &c, int16_t *block,
+                           uint64_t &nonZero)
 {
+    BITS bits = stream; // in registers
+    const int bit = 1 << JPG_Header.Al;
     size_t k = JPG_Header.Ss;
     const size_t end = JPG_Header.Se + size_t{1};
+    // The coefficients still to correct.
+    const uint64_t band = ~uint64_t{0} >> (64 - end);
+    uint64_t known = k < end ? nonZero & band & ~uint64_t{0} << k : 0;
     while (k < end && picture.EndOfBandRun == 0) {
-        bits.Refill();
-        const uint32_t entry = NextEntry(bits, c.ACTable, true);
+        if (bits.Left < 32)
+            bits.Refill();
+        const uint32_t entry = NextEntry(bits, *c.ACTable, true);
         if (entry & ENTRY_END) {
             picture.EndOfBandRun = EndOfBandRun(bits, entry);
             break;
         }
         // Passes over so many zeros, correcting what lies between, to the place of the new one.
-        for (uint32_t zeros = ZerosOf(entry); k < end; k++) {
-            int16_t &coefficient = block[columnOrder[k]];
-            if (bits.Left < 32)
-                bits.Refill();
-            if (coefficient != 0)
-                Correct(bits, coefficient);
-            else if (zeros-- == 0)
+        for (size_t zeros = ZerosOf(entry);;) {
+            const size_t next = known ? static_cast<size_t>(std::countr_zero(known)) : end;
+            if (zeros < next - k || next == end) {
+                k = std::min(k + zeros, end);
                 break;
+            }
+            zeros -= next - k;
+            Correct(bits, block[columnOrder[next]], bit);
+            known &= known - 1;
+            k = next + 1;
         }
-        if (k < end && ValueOf(entry) != 0)
-            block[columnOrder[k]] =
-                static_cast<int16_t>((ValueOf(entry) < 0 ? -1 : 1) * (1 << JPG_Header.Al));
+        if (k < end && ValueOf(entry) != 0) {
+            block[columnOrder[k]] = static_cast<int16_t>(ValueOf(entry) < 0 ? -bit : bit);
+            nonZero |= uint64_t{1} << k;
+        }
         k++;
     }
-    if (picture.EndOfBandRun == 0)
-        return;
-    for (; k < end; k++) {
-        if (bits.Left < 32)
-            bits.Refill();
-        if (block[columnOrder[k]] != 0)
-            Correct(bits, block[columnOrder[k]]);
+    if (picture.EndOfBandRun > 0) {
+        for (; known; known &= known - 1)
+            Correct(bits, block[columnOrder[static_cast<size_t>(std::countr_zero(known))]], bit);
+        picture.EndOfBandRun--;
     }
-    picture.EndOfBandRun--;
+    stream = bits;
 }
 
 static void TransformBlock(const COMPONENT &c, const int16_t *block, bool onlyDC, uint8_t *samples)
@@ -472,7 +493,8 @@ static bool DecodeBlock(BITS &bits, PICTURE &picture, COMPONENT &c, size_t x, si
         TransformBlock(c, block.data(), end == 1, c.SamplesOf(x, y));
         return true;
     }
-    int16_t *block = c.Coefficients.data() + 64 * (y * c.BlocksAcross + x);
+    const size_t at = y * c.BlocksAcross + x;
+    int16_t *block = c.Coefficients.data() + 64 * at;
     switch (JPG_Header.ScanMode) {
     case 2:
         DecodeDCFirst(bits, c, block);
@@ -481,10 +503,10 @@ static bool DecodeBlock(BITS &bits, PICTURE &picture, COMPONENT &c, size_t x, si
         DecodeDCRefine(bits, block);
         break;
     case 4:
-        DecodeACFirst(bits, picture, c, block);
+        DecodeACFirst(bits, picture, c, block, c.NonZero[at]);
         break;
     case 5:
-        DecodeACRefine(bits, picture, c, block);
+        DecodeACRefine(bits, picture, c, block, c.NonZero[at]);
         break;
     }
     return !bits.Overrun();
@@ -503,8 +525,10 @@ static std::vector<COMPONENT *> ScanComponents(PICTURE &picture)
                 COMPONENT &c = picture.Components[k];
                 const size_t dc = h.ScanComponents[i].Tables >> 4 & 3;
                 const size_t ac = h.ScanComponents[i].Tables & 3;
-                MakeTable(h.DC[dc], false, c.DCTable);
-                MakeTable(h.AC[ac], true, c.ACTable);
+                MakeTable(h.DC[dc], false, picture.DCTables[dc]);
+                MakeTable(h.AC[ac], true, picture.ACTables[ac]);
+                c.DCTable = &picture.DCTables[dc];
+                c.ACTable = &picture.ACTables[ac];
                 MakeScale(c, h.Components[k].Quantisation);
                 components.push_back(&c);
                 break;
@@ -609,20 +633,30 @@ static void DecodeScan(PICTURE &picture)
     }
 }
 
-static bool OnlyDC(const int16_t *block)
+// Samples for a row of MCUs.
+static void TransformRow(COMPONENT &c, size_t row)
 {
-    int16_t rest = static_cast<int16_t>(block[1] | block[2] | block[3]);
-    for (size_t i = 4; i < 64; i++)
-        rest = static_cast<int16_t>(rest | block[i]);
-    return rest == 0;
+    for (size_t y = row * c.Plane.V; y < (row + 1) * c.Plane.V; y++) {
+        const int16_t *block = c.Coefficients.data() + 64 * y * c.BlocksAcross;
+        const uint64_t *nonZero = c.NonZero.data() + y * c.BlocksAcross;
+        for (size_t x = 0; x < c.BlocksAcross; x++, block += 64, nonZero++)
+            TransformBlock(c, block, *nonZero == 0, c.SamplesOf(x, y));
+    }
 }
 
-static void TransformAll(COMPONENT &c)
+static void MakePixels(PICTURE &picture, uint8_t *pixels)
 {
-    const int16_t *block = c.Coefficients.data();
-    for (size_t y = 0; y < c.BlocksDown; y++)
-        for (size_t x = 0; x < c.BlocksAcross; x++, block += 64)
-            TransformBlock(c, block, OnlyDC(block), c.SamplesOf(x, y));
+    size_t done = 0; // rows of MCUs
+    const auto await = [&](size_t row) {
+        for (; picture.Progressive && done <= row / (8u * JPG_Decoder.V); done++)
+            for (size_t i = 0; i < picture.Count; i++)
+                TransformRow(picture.Components[i], done);
+    };
+    std::array<const JPG_PLANE *, 3> planes;
+    for (size_t i = 0; i < picture.Count; i++)
+        planes[i] = &picture.Components[i].Plane;
+    JPG_ToPixels(std::span(planes).first(picture.Count), JPG_Decoder.PaddedWidth,
+                 JPG_Decoder.PaddedHeight, pixels, await);
 }
 
 // No encoder makes so many; so a small file cannot ask for hours.
@@ -646,14 +680,7 @@ static uint8_t *DecodePicture()
         JPG_Header.ComponentCount = header.ComponentCount;
         JPG_Header.Components = header.Components;
     }
-    std::array<JPG_PLANE, 3> planes;
-    for (size_t i = 0; i < picture->Count; i++) {
-        if (picture->Progressive)
-            TransformAll(picture->Components[i]);
-        planes[i] = std::move(picture->Components[i].Plane);
-    }
-    JPG_ToPixels(std::span(planes).first(picture->Count), decoder.PaddedWidth, decoder.PaddedHeight,
-                 pixels);
+    MakePixels(*picture, pixels);
     return pixels;
 }
 

@@ -14,14 +14,15 @@
 /// restart marker; what is missing is grey. Null when there is no frame or scan, for other than 1
 /// or 3 components of 8 bits, sampling factors outside 1 to 4 or above the first component's,
 /// pictures whose blocks could not be coded in 64 times the file, and more pixels than
-/// Picture_MaxBytes. Peak memory beside the file: 13 bytes a pixel for progressive files, 7 for
+/// Picture_MaxBytes. Peak memory beside the file: 11 bytes a pixel for progressive files, 7 for
 /// others.
 uint8_t *JPG_Decoding();
 
-/// The samples of one component, in whole blocks.
+/// The samples of one component, in whole blocks; perhaps only those of some rows at a time.
 struct JPG_PLANE {
     std::vector<uint8_t> Samples;
     size_t Stride;        // bytes from row to row
+    size_t Rows;          // that Samples holds: row y stands at y % Rows
     size_t Width, Height; // of the samples that count
     size_t H, V;          // sampling factors
 };
