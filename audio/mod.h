@@ -1,0 +1,50 @@
+// Tracker modules: the records of loaded songs and the refilling of sound buffers. The parts:
+// audio/mod_song.h reads a file, audio/mod_replay.h runs the song, audio/mod_mixer.h sounds it.
+//
+// A record is rendered by one thread at a time, while others load further ones.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+
+struct MOD_HEADER {
+    // The output format, which the engine overwrites behind the load.
+    uint8_t Channels;      // 1 or 2; of more than 2 the others are silent
+    uint32_t SamplingRate; // Hz
+    uint8_t BitsPerSample; // 8 (unsigned), 16, 24 or 32 (signed, little-endian)
+    uint32_t DataStart;    // 0: the sound is no part of the file
+    // The row that follows the last buffer. Setting both to 0 starts the song over, on any thread.
+    std::atomic<uint16_t> SongPosition, Row;
+    uint32_t Milliseconds;                            // of the song
+    std::array<char, 21> Title;                       // NUL at its end
+    uint8_t SongChannels;                             // of the song, 1 to 99
+    uint8_t SongLength;                               // orders that are played, 1 to 128
+    uint8_t SampleCount;                              // 15 or 31
+    std::array<std::array<char, 23>, 31> SampleNames; // NUL at the end of each
+};
+
+/// The loaded songs in the order of loading, null where none is; owned by this module.
+extern std::array<MOD_HEADER *, 32> MOD_Header;
+extern uint8_t MOD_SoundNumber; // slot that the next load fills
+
+/// Reads a module into slot MOD_SoundNumber, and moves that on. Does nothing for a file that cannot
+/// be opened or is no module, and when all slots are used.
+void MOD_Load(const char *path);
+
+/// Renders song n from where it stands into `buffer`: at most *length bytes, whole frames in the
+/// record's format. *length becomes the bytes written, 0 at the end of the song (where it stays
+/// until it is started over) and for a slot or a format that cannot be rendered.
+///
+/// A song ends behind its last order, where a command stops it, and where it would play a row for
+/// the second time by a jump: so every song ends (after 65536 rows at the latest).
+void MOD_Decoding(uint8_t *buffer, uint32_t *length, uint8_t n);
+
+/// Frees all records; MOD_SoundNumber is left as it is.
+void MOD_Destroy();
+
+/// Record n, null where none is.
+MOD_HEADER *MOD_GetHeader(uint8_t n);
+
+/// Sets the slot that the next load fills. A record there is freed by that load.
+void MOD_SetSoundNumber(uint8_t n);

@@ -1,0 +1,57 @@
+// From voices to sound: resampling, the two sides of the stereo picture, output formats.
+//
+// A voice models a channel of the original sound chip: it plays a run of memory once, then a loop
+// over and over, and a change of the loop is heard when the run that is playing has ended.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+/// Positions in samples, with 32 bits behind the point.
+struct MOD_VOICE {
+    const int8_t *Data;     // null: silent until a loop is heard
+    uint64_t Position;      // in Data
+    uint32_t End;           // of the run that plays
+    const int8_t *LoopData; // what follows it; null: nothing
+    uint32_t LoopStart, LoopEnd;
+    uint16_t Period; // clocks of the chip for a sample; at 0, which stands for 65536, it is silent
+    uint8_t Volume;  // 0 to 64
+    bool Started;    // a run was set since the voice was last heard
+    // What the mixer keeps:
+    int32_t Gain;             // now, in 1 / MOD_GainOne of a volume step
+    int32_t Heard;            // the last value of the run that went into a bus
+    int32_t Tail, TailFrames; // what a cut note left, and how long it is still heard
+};
+
+/// What the sound card gets.
+struct MOD_FORMAT {
+    uint32_t Channels; // 1: both sides, 2: left and right, more: the others are silent
+    uint32_t Rate;     // Hz
+    uint32_t Bits;     // 8 (unsigned), 16, 24 or 32 (signed, little-endian)
+};
+
+constexpr size_t MOD_Block = 512; // frames that are mixed at a time
+
+struct MOD_FILTER {
+    std::array<double, 5> Weights; // of the input now, once and twice before; of the output before
+    std::array<std::array<double, 4>, 2> Past; // those of each bus
+};
+
+struct MOD_MIXER {
+    std::array<std::array<int32_t, MOD_Block>, 2> Buses; // of the left and the right channels
+    bool Filter;         // the low-pass that the chip's power light switches
+    uint32_t FilterRate; // that LowPass was made for
+    MOD_FILTER LowPass;
+};
+
+/// Bytes of a frame; 0 for a format that cannot be rendered.
+uint32_t MOD_FrameBytes(const MOD_FORMAT &format);
+
+/// Renders `frames` (at most MOD_Block) of all voices to `out`. The voices stand left, right,
+/// right, left and so on; each side is heard softly on the other. All voices at their full volume
+/// just reach full scale.
+void MOD_Mix(MOD_MIXER &mixer, std::span<MOD_VOICE> voices, const MOD_FORMAT &format, size_t frames,
+             uint8_t *out);

@@ -1,0 +1,213 @@
+#include "audio/mod_song.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "extra/bytes.h"
+
+constexpr size_t MOD_SignatureAt = 1080;
+constexpr size_t MOD_SampleHeader = 30;
+constexpr uint32_t MOD_CellBytes = 4;
+
+struct MOD_SIGNATURE {
+    std::string_view Text;
+    uint8_t Channels;
+};
+
+// Those of which the digits do not tell the channels.
+constexpr MOD_SIGNATURE MOD_Signatures[] = {
+    {"M.K.", 4}, {"M!K!", 4}, {"FLT4", 4}, {"FLT8", 8}, {"CD81", 8},
+    {"OCTA", 8}, {"TDZ1", 1}, {"TDZ2", 2}, {"TDZ3", 3},
+};
+
+// What stands at the signature's place in well-known modules with 15 samples, which have none.
+constexpr uint32_t MOD_OldModules[] = {
+    0x00CA6000, 0x00BE1000, 0x00000000, 0x00FE4000, 0x011D1000,
+    0x00D61000, 0x00AA3000, 0x01C52000, 0x00000C0F, 0x00BE5000,
+};
+
+struct MOD_LAYOUT {
+    uint8_t Channels, SampleCount;
+    bool Halves; // eight channels as two patterns of four
+    size_t Orders() const
+    {
+        return 20 + SampleCount * MOD_SampleHeader; // its length and a restart byte, then the list
+    }
+    size_t Patterns() const
+    {
+        return Orders() + 2 + MOD_Orders + (SampleCount == MOD_MaxSamples ? 4 : 0);
+    }
+    size_t PatternBytes() const
+    {
+        return MOD_Rows * Channels * MOD_CellBytes;
+    }
+};
+
+static bool IsDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+// Channels by the signature, 0 for none.
+static uint8_t ChannelsOf(std::string_view s)
+{
+    for (const MOD_SIGNATURE &known : MOD_Signatures)
+        if (s == known.Text)
+            return known.Channels;
+    if (IsDigit(s[0]) && s.substr(1) == "CHN")
+        return static_cast<uint8_t>(s[0] - '0');
+    if (IsDigit(s[0]) && IsDigit(s[1]) && s.substr(2) == "CH")
+        return static_cast<uint8_t>((s[0] - '0') * 10 + s[1] - '0');
+    return 0;
+}
+
+// Without a signature only sensible headers count: most short files have zeros there.
+static bool LooksOld(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
+{
+    size_t position = MOD_SignatureAt;
+    const uint32_t mark = Bytes_GetBig(file, position, 4);
+    if (std::ranges::find(MOD_OldModules, mark) == std::end(MOD_OldModules))
+        return false;
+    for (size_t i = 0; i < layout.SampleCount; i++) {
+        position = 20 + i * MOD_SampleHeader + 24;
+        const uint8_t finetune = Bytes_GetByte(file, position);
+        if (finetune > 15 || Bytes_GetByte(file, position) > 64)
+            return false;
+    }
+    position = layout.Orders();
+    const uint8_t length = Bytes_GetByte(file, position);
+    const auto orders = Bytes_GetSpan(file, position + 1, MOD_Orders);
+    return length >= 1 && length <= MOD_Orders &&
+           std::ranges::all_of(orders, [](uint8_t order) { return order < 64; });
+}
+
+static std::optional<MOD_LAYOUT> FindLayout(std::span<const uint8_t> file)
+{
+    std::array<char, 4> signature;
+    size_t position = MOD_SignatureAt;
+    for (char &c : signature)
+        c = static_cast<char>(Bytes_GetByte(file, position));
+    const std::string_view text(signature.data(), signature.size());
+    if (const uint8_t channels = ChannelsOf(text))
+        return MOD_LAYOUT{channels, MOD_MaxSamples, text == "FLT8"};
+    if (const MOD_LAYOUT old = {4, 15, false}; LooksOld(file, old))
+        return old;
+    return {};
+}
+
+template <size_t N>
+static void ReadText(std::span<const uint8_t> file, size_t &position, std::array<char, N> &text)
+{
+    for (size_t i = 0; i + 1 < N; i++)
+        text[i] = static_cast<char>(Bytes_GetByte(file, position));
+    text[N - 1] = 0;
+}
+
+// The sample without its data; returns the bytes that it should have.
+static uint32_t ReadSampleHeader(std::span<const uint8_t> file, size_t position, MOD_SAMPLE &sample)
+{
+    ReadText(file, position, sample.Name);
+    const uint32_t length = Bytes_GetBig(file, position, 2) * 2;
+    sample.Finetune = Bytes_GetByte(file, position) & 15;
+    sample.Volume = std::min(Bytes_GetByte(file, position), uint8_t{64});
+    const uint32_t start = Bytes_GetBig(file, position, 2);
+    sample.LoopLength = Bytes_GetBig(file, position, 2) * 2;
+    // The oldest editors counted the start in bytes: then twice the figure does not fit.
+    const bool bytes =
+        start * 2 + sample.LoopLength > length && start + sample.LoopLength <= length;
+    sample.LoopStart = bytes ? start : start * 2;
+    return length;
+}
+
+static void ReadSampleData(std::span<const uint8_t> data, MOD_SAMPLE &sample)
+{
+    sample.Data.resize(data.size());
+    std::ranges::transform(data, sample.Data.begin(),
+                           [](uint8_t byte) { return static_cast<int8_t>(byte); });
+    const auto size = static_cast<uint32_t>(data.size());
+    if (sample.LoopStart >= size)
+        sample.LoopStart = sample.LoopLength = 0;
+    sample.LoopLength = std::min(sample.LoopLength, size - sample.LoopStart);
+}
+
+// Patterns are counted by the highest number in the list, the entries behind its end included, as
+// the original does; unless only those that are played leave room for the samples.
+static size_t CountPatterns(const MOD_SONG &song, const MOD_LAYOUT &layout, uint64_t samples,
+                            size_t fileSize)
+{
+    const auto used = song.Orders.begin() + song.Length;
+    const size_t halves = layout.Halves ? 2 : 1;
+    const size_t all = *std::max_element(song.Orders.begin(), song.Orders.end()) / halves + 1;
+    const size_t played = *std::max_element(song.Orders.begin(), used) / halves + 1;
+    const auto fits = [&](size_t patterns) {
+        return layout.Patterns() + patterns * layout.PatternBytes() + samples <= fileSize;
+    };
+    return !fits(all) && fits(played) ? played : all;
+}
+
+static MOD_CELL ReadCell(std::span<const uint8_t> file, size_t position)
+{
+    const uint32_t cell = Bytes_GetBig(file, position, 4);
+    return {static_cast<uint16_t>(cell >> 16 & 0xFFF),
+            static_cast<uint8_t>((cell >> 24 & 0xF0) | (cell >> 12 & 0x0F)),
+            static_cast<uint8_t>(cell >> 8 & 0x0F), static_cast<uint8_t>(cell)};
+}
+
+static void ReadPatterns(std::span<const uint8_t> file, const MOD_LAYOUT &layout, MOD_SONG &song)
+{
+    const size_t columns = layout.Halves ? 4u : layout.Channels;
+    song.Cells.resize((file.size() + layout.PatternBytes() - 1) / layout.PatternBytes() * MOD_Rows *
+                      layout.Channels);
+    for (size_t i = 0; i < song.Cells.size(); i++) {
+        const size_t channel = i % layout.Channels, row = i / layout.Channels % MOD_Rows;
+        const size_t pattern = i / layout.Channels / MOD_Rows;
+        const size_t block = pattern * (layout.Channels / columns) + channel / columns;
+        song.Cells[i] = ReadCell(file, ((block * MOD_Rows + row) * columns + channel % columns) *
+                                           MOD_CellBytes);
+    }
+    song.WideRange = std::ranges::any_of(song.Cells, [](const MOD_CELL &cell) {
+        return cell.Period != 0 && (cell.Period < 113 || cell.Period > 856);
+    });
+}
+
+std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file)
+{
+    const std::optional<MOD_LAYOUT> layout = FindLayout(file);
+    if (!layout || file.size() < layout->Patterns() + layout->Channels * MOD_CellBytes)
+        return {};
+    MOD_SONG song = {};
+    song.Channels = layout->Channels;
+    song.SampleCount = layout->SampleCount;
+    size_t position = 0;
+    ReadText(file, position, song.Title);
+    std::array<uint32_t, MOD_MaxSamples + 1> lengths{};
+    uint64_t total = 0;
+    for (size_t i = 1; i <= song.SampleCount; i++) {
+        lengths[i] = ReadSampleHeader(file, 20 + (i - 1) * MOD_SampleHeader, song.Samples[i]);
+        total += lengths[i];
+    }
+    position = layout->Orders();
+    song.Length = std::clamp(Bytes_GetByte(file, position), uint8_t{1}, uint8_t{MOD_Orders});
+    position++; // where a restart would go on, which players do not agree on
+    for (uint8_t &order : song.Orders)
+        order = Bytes_GetByte(file, position);
+
+    const size_t patterns = CountPatterns(song, *layout, total, file.size());
+    if (layout->Halves) // numbers count the halves
+        for (uint8_t &order : song.Orders)
+            order /= 2;
+    ReadPatterns(Bytes_GetSpan(file, layout->Patterns(), patterns * layout->PatternBytes()),
+                 *layout, song);
+    position = layout->Patterns() + patterns * layout->PatternBytes();
+    for (size_t i = 1; i <= song.SampleCount; i++) {
+        ReadSampleData(Bytes_GetSpan(file, position, lengths[i]), song.Samples[i]);
+        position += lengths[i];
+    }
+    return song;
+}
+
+MOD_CELL MOD_GetCell(const MOD_SONG &song, size_t pattern, size_t row, size_t channel)
+{
+    const size_t at = (pattern * MOD_Rows + row) * song.Channels + channel;
+    return at < song.Cells.size() ? song.Cells[at] : MOD_CELL{};
+}
