@@ -3,29 +3,14 @@
 #include <algorithm>
 #include <cstring>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 bool Sound_Open(SOUND_FILE &file, const char *path)
 {
     file = {};
-    // Without O_NONBLOCK a pipe that nobody writes to would hold up the opening.
-    const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor < 0)
+    file.File = Audio_OpenFile(path, &file.Size);
+    if (!file.File)
         return false;
-    file.File.reset(fdopen(descriptor, "rb"));
-    if (!file.File) {
-        close(descriptor);
-        return false;
-    }
-    struct stat status;
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_size > off_t{UINT32_MAX}) {
-        file = {};
-        return false;
-    }
-    file.Size = static_cast<uint32_t>(status.st_size);
     Sound_MoveBlock(file, 0);
     return true;
 }

@@ -14,24 +14,19 @@
 #include <string_view>
 #include <utility>
 
-struct SOUND_CLOSE {
-    void operator()(FILE *file) const
-    {
-        std::fclose(file);
-    }
-};
+#include "audio/audio_module.h"
 
 /// A file during its load: a block of it, which moves to where it is read.
 struct SOUND_FILE {
-    std::unique_ptr<FILE, SOUND_CLOSE> File; // null: none is open
-    uint32_t Size = 0;                       // bytes
-    uint64_t Start = 0;                      // of the block in the file
-    size_t Count = 0;                        // bytes in the block
+    AUDIO_FILE File;    // null: none is open
+    uint32_t Size = 0;  // bytes
+    uint64_t Start = 0; // of the block in the file
+    size_t Count = 0;   // bytes in the block
     std::array<uint8_t, 1024> Block = {};
 };
 
-/// Opens a regular file and reads its first block. False, with nothing open, for anything else:
-/// directories, pipes (which would wait), and files of 4 GiB and more, since positions are 32 bits.
+/// Opens a file by Audio_OpenFile and reads its first block. False, with nothing open, for what
+/// that refuses.
 bool Sound_Open(SOUND_FILE &file, const char *path);
 
 /// Moves the block so that it starts at `position`.
