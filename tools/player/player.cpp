@@ -258,7 +258,10 @@ int main(int argc, char **argv)
     try {
         ReadOptions(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? 0 : WrongUsage;
+        if (error.get_exit_code() == 0) // asked for help
+            return app.exit(error);
+        std::fprintf(stderr, "player: %s (--help tells more)\n", error.what());
+        return WrongUsage;
     }
     const int status = options.Info      ? Info(options)
                        : options.Convert ? Convert(options)
