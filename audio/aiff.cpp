@@ -40,7 +40,8 @@ static void ReadCOMM(AIFF_HEADER &record, uint32_t size)
         record.BitsPerSample = 16;
 }
 
-static void ReadHeader(AIFF_HEADER &record)
+// Fills the record up to the sound data; false where the walk meets none.
+static bool WalkChunks(AIFF_HEADER &record, bool padded)
 {
     AIFF_Position = 0;
     while (AIFF_Position < record.FileSize) {
@@ -55,11 +56,21 @@ static void ReadHeader(AIFF_HEADER &record)
             break;
         case Sound_Id("SSND"):
             record.DataStart = static_cast<uint32_t>(AIFF_Position);
-            return;
+            return true;
         default:
-            AIFF_Position += size;
+            AIFF_Position += uint64_t{size} + (padded ? size % 2 : 0);
         }
     }
+    return false;
+}
+
+// Chunks lie back to back, on purpose. Only where that leads to no sound data is each taken to
+// start at an even place, as the standard asks.
+static void ReadHeader(AIFF_HEADER &record)
+{
+    AIFF_HEADER padded = record;
+    if (!WalkChunks(record, false) && WalkChunks(padded, true))
+        record = padded;
 }
 
 uint8_t AIFF_GetByte()

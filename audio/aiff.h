@@ -1,5 +1,5 @@
 // AIFF and AIFF-C sounds. Apple Computer, "Audio Interchange File Format" 1.3 (1989) and "AIFF-C"
-// (1991), with three liberties kept on purpose: chunks of odd size are not padded, the rate is the
+// (1991), with three liberties kept on purpose: chunks of odd size need no padding, the rate is the
 // top of its mantissa, and the sound data chunk's offset and block size are played.
 #pragma once
 

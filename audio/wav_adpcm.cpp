@@ -20,10 +20,9 @@ static int32_t GetWord(std::span<const uint8_t> block, size_t position)
 
 static void PutPair(uint8_t *out, int32_t first, int32_t second)
 {
-    out[0] = static_cast<uint8_t>(first);
-    out[1] = static_cast<uint8_t>(first >> 8);
-    out[2] = static_cast<uint8_t>(second);
-    out[3] = static_cast<uint8_t>(second >> 8);
+    const uint32_t pair = static_cast<uint16_t>(first) | static_cast<uint32_t>(second) << 16;
+    for (int i = 0; i < 4; i++)
+        out[i] = static_cast<uint8_t>(pair >> (8 * i));
 }
 
 // Microsoft's header: of every channel first the predictor, then delta, newest and previous sample.
@@ -40,32 +39,46 @@ static void ReadMicrosoft(const WAV_ADPCM &adpcm, std::span<const uint8_t> block
     }
 }
 
+// The codes behind the header, high one first: of two channels in turn, or all of one.
+template <bool Stereo>
+static size_t DecodeMicrosoft(std::span<WAV_CHANNEL, 2> channels, std::span<const uint8_t> codes,
+                              std::span<uint8_t> out)
+{
+    codes = codes.first(std::min(codes.size(), out.size() / 4));
+    WAV_CHANNEL left = channels[0], right = channels[1];
+    uint8_t *next = out.data();
+    for (const uint8_t byte : codes) {
+        const int32_t first = WAV_MS_ADPCM_Next(left, byte >> 4);
+        int32_t second;
+        if constexpr (Stereo)
+            second = WAV_MS_ADPCM_Next(right, byte & 15u);
+        else
+            second = WAV_MS_ADPCM_Next(left, byte & 15u);
+        PutPair(next, first, second);
+        next += 4;
+    }
+    channels[0] = left;
+    channels[1] = right;
+    return 4 * codes.size();
+}
+
 size_t WAV_MS_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
                           std::span<uint8_t> out)
 {
     const size_t channels = adpcm.Stereo ? 2 : 1;
-    if (block.size() < 7 * channels || out.size() < 4 * channels)
+    const size_t first = 4 * channels; // bytes of the header's samples
+    if (block.size() < 7 * channels || out.size() < first)
         return 0;
     ReadMicrosoft(adpcm, block, channels);
-    WAV_CHANNEL left = adpcm.Channels[0], right = adpcm.Channels[1];
-    size_t written = 4 * channels;
-    if (adpcm.Stereo) {
-        PutPair(out.data(), left.Previous, right.Previous);
-        PutPair(out.data() + 4, left.Newest, right.Newest);
-    } else {
+    const WAV_CHANNEL &left = adpcm.Channels[0], &right = adpcm.Channels[1];
+    const std::span<const uint8_t> codes = block.subspan(7 * channels);
+    if (!adpcm.Stereo) {
         PutPair(out.data(), left.Previous, left.Newest);
+        return first + DecodeMicrosoft<false>(adpcm.Channels, codes, out.subspan(first));
     }
-    std::span<const uint8_t> codes = block.subspan(7 * channels);
-    codes = codes.first(std::min(codes.size(), (out.size() - written) / 4));
-    for (const uint8_t byte : codes) {
-        const int32_t first = WAV_MS_ADPCM_Next(left, byte >> 4);
-        const int32_t second = WAV_MS_ADPCM_Next(adpcm.Stereo ? right : left, byte & 15u);
-        PutPair(out.data() + written, first, second);
-        written += 4;
-    }
-    adpcm.Channels[0] = left;
-    adpcm.Channels[1] = right;
-    return written;
+    PutPair(out.data(), left.Previous, right.Previous);
+    PutPair(out.data() + 4, left.Newest, right.Newest);
+    return first + DecodeMicrosoft<true>(adpcm.Channels, codes, out.subspan(first));
 }
 
 // IMA's header of a channel: the predictor, the step index and an unused byte.

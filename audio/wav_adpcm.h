@@ -38,17 +38,29 @@ struct WAV_CHANNEL {
 /// The largest delta, which keeps the arithmetic within 32 bits; a sound that meets it is damaged.
 constexpr int32_t WAV_MaxDelta = INT32_MAX / 768;
 
+/// Cut to 16 bits. Sound seldom needs it: a branch keeps it out of the chain from sample to sample.
+inline int32_t WAV_ClampSample(int32_t sample)
+{
+    if (static_cast<uint32_t>(sample) + 32768 > 65535) [[unlikely]]
+        return sample < 0 ? -32768 : 32767;
+    return sample;
+}
+
 /// The sample (16 bits) that a code of 4 bits stands for; moves the channel on.
 inline int32_t WAV_MS_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
 {
-    const int64_t sum = int64_t{channel.Newest} * channel.Coefficient1 +
-                        int64_t{channel.Previous} * channel.Coefficient2;
+    // Modulo 2^32: what damaged files ask for may pass it.
+    const int32_t sum = static_cast<int32_t>(
+        static_cast<uint32_t>(channel.Newest) * static_cast<uint32_t>(channel.Coefficient1) +
+        static_cast<uint32_t>(channel.Previous) * static_cast<uint32_t>(channel.Coefficient2));
     const int32_t difference = (static_cast<int32_t>(code ^ 8) - 8) * channel.Delta;
-    const int32_t sample = std::clamp(static_cast<int32_t>(sum / 256) + difference, -32768, 32767);
+    const int32_t sample = WAV_ClampSample(sum / 256 + difference);
     channel.Previous = channel.Newest;
     channel.Newest = sample;
-    channel.Delta =
-        std::clamp(WAV_ADPCM_ADAPTATION_TABLE[code] * channel.Delta / 256, 16, WAV_MaxDelta);
+    const int32_t delta = WAV_ADPCM_ADAPTATION_TABLE[code] * channel.Delta >> 8;
+    channel.Delta = delta < 16 ? 16 : delta;
+    if (delta > WAV_MaxDelta) [[unlikely]]
+        channel.Delta = WAV_MaxDelta;
     return sample;
 }
 
@@ -72,8 +84,8 @@ inline constexpr std::array<std::array<int32_t, 16>, 89> WAV_IMA_Difference = WA
 inline int32_t WAV_IMA_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
 {
     const int32_t index = channel.StepIndex;
-    const int32_t sample = std::clamp(
-        channel.Newest + WAV_IMA_Difference[static_cast<size_t>(index)][code], -32768, 32767);
+    const int32_t sample =
+        WAV_ClampSample(channel.Newest + WAV_IMA_Difference[static_cast<size_t>(index)][code]);
     channel.Newest = sample;
     channel.StepIndex = static_cast<int8_t>(std::clamp(index + WAV_ADPCM_INDEX_TABLE[code], 0, 88));
     return sample;

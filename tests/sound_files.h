@@ -1,0 +1,90 @@
+// The sound modules behind one face, and their refills as the engine asks for them.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "audio/aiff.h"
+#include "audio/au.h"
+#include "audio/iff.h"
+#include "audio/voc.h"
+#include "audio/wav.h"
+#include "tests/files.h"
+
+struct FACTS {
+    uint32_t FileSize, Channels, SamplingRate, BitsPerSample, DataStart;
+    bool operator==(const FACTS &) const = default;
+};
+
+template <auto GetHeader>
+FACTS FactsOf(uint8_t n)
+{
+    const auto *r = GetHeader(n);
+    return r ? FACTS{r->FileSize, r->Channels, r->SamplingRate, r->BitsPerSample, r->DataStart}
+             : FACTS{};
+}
+
+struct MODULE {
+    std::string_view Name;
+    void (*Load)(const char *path);
+    void (*Decoding)(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
+    void (*Destroy)();
+    void (*SetSoundNumber)(uint8_t n);
+    FACTS (*Facts)(uint8_t n);
+    uint8_t *SoundNumber;
+};
+
+constexpr MODULE Modules[] = {
+    {"wav", WAV_Load, WAV_Decoding, WAV_Destroy, WAV_SetSoundNumber, FactsOf<WAV_GetHeader>,
+     &WAV_SoundNumber},
+    {"voc", VOC_Load, VOC_Decoding, VOC_Destroy, VOC_SetSoundNumber, FactsOf<VOC_GetHeader>,
+     &VOC_SoundNumber},
+    {"au", AU_Load, AU_Decoding, AU_Destroy, AU_SetSoundNumber, FactsOf<AU_GetHeader>,
+     &AU_SoundNumber},
+    {"8svx", IFF_Load, IFF_Decoding, IFF_Destroy, IFF_SetSoundNumber, FactsOf<IFF_GetHeader>,
+     &IFF_SoundNumber},
+    {"aiff", AIFF_Load, AIFF_Decoding, AIFF_Destroy, AIFF_SetSoundNumber, FactsOf<AIFF_GetHeader>,
+     &AIFF_SoundNumber},
+};
+
+// Null for a format that is none of them.
+inline const MODULE *ModuleOf(std::string_view name)
+{
+    for (const MODULE &module : Modules)
+        if (module.Name == name)
+            return &module;
+    return nullptr;
+}
+
+// Loads into slot 0.
+inline FACTS LoadFirst(const MODULE &module, const std::string &path)
+{
+    module.Destroy();
+    module.SetSoundNumber(0);
+    module.Load(path.c_str());
+    return module.Facts(0);
+}
+
+struct REFILL {
+    std::vector<uint8_t> Bytes; // the buffer; 0xEE where nothing was written
+    uint32_t Length;            // as reported
+    uint64_t Position;          // of the file afterwards
+};
+
+// Guarded: what lies behind the buffer must stay.
+inline REFILL Refill(const MODULE &module, const std::string &path, uint64_t position,
+                     uint32_t length)
+{
+    REFILL refill = {std::vector<uint8_t>(length + 8u, 0xEE), length, 0};
+    const std::unique_ptr<FILE, SOUND_CLOSE> file(std::fopen(path.c_str(), "rb"));
+    fseeko(file.get(), static_cast<off_t>(position), SEEK_SET);
+    module.Decoding(file.get(), refill.Bytes.data(), &refill.Length, 0);
+    refill.Position = static_cast<uint64_t>(ftello(file.get()));
+    for (size_t i = length; i < refill.Bytes.size(); i++)
+        EXPECT_EQ(refill.Bytes[i], 0xEE) << path << " writes behind the buffer";
+    EXPECT_LE(refill.Length, length) << path;
+    refill.Bytes.resize(length);
+    return refill;
+}
