@@ -4,7 +4,6 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
-#include <type_traits>
 
 #include "audio/mod_replay.h"
 
@@ -181,43 +180,57 @@ static void FilterBus(MOD_FILTER &filter, size_t side, std::span<int32_t> bus)
     }
 }
 
-// A sample of -1 to 1 as `Bytes` bytes, cut to what these hold.
-template <int Bytes>
-static void Store(uint8_t *out, std::conditional_t<Bytes <= 2, float, double> value)
+// What one side hears of the buses, rounded to `bits` and cut to what these hold.
+static void MixSide(const MOD_MIXER &mixer, double left, double right, uint32_t bits,
+                    std::span<int32_t> out)
 {
-    using REAL = decltype(value);
-    constexpr REAL full = static_cast<REAL>(int64_t{1} << (8 * Bytes - 1));
-    // Rounds to the nearest: what is truncated is never negative.
-    const REAL scaled = std::clamp(value * full + full, REAL{0}, 2 * full - 1) + REAL{0.5};
-    auto bits = static_cast<uint32_t>(static_cast<int64_t>(scaled));
-    if constexpr (Bytes > 1)
-        bits ^= 1u << (8 * Bytes - 1);
-    for (int i = 0; i < Bytes; i++)
-        out[i] = static_cast<uint8_t>(bits >> (8 * i));
+    const double full = static_cast<double>(int64_t{1} << (bits - 1));
+    left *= full;
+    right *= full;
+    for (size_t i = 0; i < out.size(); i++) {
+        const double value = mixer.Buses[0][i] * left + mixer.Buses[1][i] * right;
+        const double cut = std::min(std::max(value, -full), full - 1);
+        out[i] = static_cast<int32_t>(cut + (cut < 0 ? -0.5 : 0.5));
+    }
 }
 
+// Writes a side's samples `stride` bytes apart.
 template <int Bytes>
-static void StoreBuses(const MOD_MIXER &mixer, size_t voices, uint32_t channels, size_t frames,
-                       uint8_t *out)
+static void StoreSide(std::span<const int32_t> side, uint8_t *out, size_t stride)
 {
-    using REAL = std::conditional_t<Bytes <= 2, float, double>;
+    for (const int32_t sample : side) {
+        const auto bits = static_cast<uint32_t>(sample) ^ (Bytes == 1 ? 0x80u : 0u);
+        for (int i = 0; i < Bytes; i++)
+            out[i] = static_cast<uint8_t>(bits >> (8 * i));
+        out += stride;
+    }
+}
+
+static void StoreFrames(const MOD_MIXER &mixer, size_t voices, const MOD_FORMAT &format,
+                        size_t frames, uint8_t *out)
+{
     const double scale =
         1 / (MOD_VoiceFull * static_cast<double>(std::max<size_t>(2, (voices + 1) / 2)));
-    const auto nearSide = static_cast<REAL>(scale * MOD_NearSide);
-    const auto farSide = static_cast<REAL>(scale * (1 - MOD_NearSide));
-    const auto both = static_cast<REAL>(scale / 2);
-    for (size_t i = 0; i < frames; i++) {
-        const auto a = static_cast<REAL>(mixer.Buses[0][i]),
-                   b = static_cast<REAL>(mixer.Buses[1][i]);
-        if (channels == 1) {
-            Store<Bytes>(out, (a + b) * both);
-        } else {
-            Store<Bytes>(out, a * nearSide + b * farSide);
-            Store<Bytes>(out + Bytes, b * nearSide + a * farSide);
-        }
-        for (uint32_t c = 2; c < channels; c++)
-            Store<Bytes>(out + c * Bytes, 0);
-        out += channels * Bytes;
+    const double nearSide = scale * (format.Channels == 1 ? 0.5 : MOD_NearSide);
+    const double farSide = scale * (format.Channels == 1 ? 0.5 : 1 - MOD_NearSide);
+    const uint32_t bytes = format.Bits / 8;
+    const size_t stride = bytes * format.Channels;
+    for (uint32_t c = 0; c < format.Channels; c++, out += bytes) {
+        std::array<int32_t, MOD_Block> samples;
+        const std::span side(samples.data(), frames);
+        if (c < 2)
+            MixSide(mixer, c == 0 ? nearSide : farSide, c == 0 ? farSide : nearSide, format.Bits,
+                    side);
+        else
+            std::ranges::fill(side, 0);
+        if (bytes == 1)
+            StoreSide<1>(side, out, stride);
+        else if (bytes == 2)
+            StoreSide<2>(side, out, stride);
+        else if (bytes == 3)
+            StoreSide<3>(side, out, stride);
+        else
+            StoreSide<4>(side, out, stride);
     }
 }
 
@@ -240,12 +253,5 @@ void MOD_Mix(MOD_MIXER &mixer, std::span<MOD_VOICE> voices, const MOD_FORMAT &fo
         AddVoice(voices[i], format.Rate, std::span(mixer.Buses[IsLeft(i) ? 0 : 1].data(), frames));
     for (size_t side = 0; filter && side < 2; side++)
         FilterBus(mixer.LowPass, side, std::span(mixer.Buses[side].data(), frames));
-    if (format.Bits == 8)
-        StoreBuses<1>(mixer, voices.size(), format.Channels, frames, out);
-    else if (format.Bits == 16)
-        StoreBuses<2>(mixer, voices.size(), format.Channels, frames, out);
-    else if (format.Bits == 24)
-        StoreBuses<3>(mixer, voices.size(), format.Channels, frames, out);
-    else
-        StoreBuses<4>(mixer, voices.size(), format.Channels, frames, out);
+    StoreFrames(mixer, voices.size(), format, frames, out);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <unordered_set>
+#include <utility>
 
 constexpr size_t MOD_Notes = 36;
 
@@ -232,7 +233,7 @@ static void AimPortamento(MOD_CHANNEL &c)
 
 static void Portamento(MOD_CHANNEL &c, MOD_VOICE &v)
 {
-    if (c.Wanted == 0)
+    if (c.Wanted == 0 || c.Period == 0) // without a note to start from it is silent
         return;
     const int period = c.Period, speed = c.PortamentoSpeed, wanted = c.Wanted;
     c.Period = static_cast<uint16_t>(c.WantedIsHigher ? std::max(period - speed, wanted)
@@ -519,9 +520,9 @@ static void ReadCell(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, const MOD_CELL
     } else if (cell.Period != 0) {
         if (cell.Command == 0xE && High(c) == 5)
             c.Finetune = Low(c);
+        // Kept: it acts again below, so that the next note starts at twice the offset.
         if (cell.Command == 9)
-            RowEffects(p, c,
-                       v); // kept: and again below, so the next note starts at twice the offset
+            RowEffects(p, c, v);
         StartNote(p, c, v);
     }
     RowEffects(p, c, v);
@@ -587,7 +588,7 @@ static uint64_t FlowKey(const MOD_PLAYER &p)
 
 MOD_LENGTH MOD_Measure(const MOD_SONG &song)
 {
-    MOD_PLAYER p;
+    MOD_PLAYER p = {};
     MOD_Start(p, song, MOD_MostRows);
     std::unordered_set<uint64_t> played;
     double seconds = 0;
@@ -604,13 +605,18 @@ MOD_LENGTH MOD_Measure(const MOD_SONG &song)
 
 void MOD_Start(MOD_PLAYER &player, const MOD_SONG &song, uint32_t rows)
 {
-    player = {};
+    // The memory of the last run is kept: starting over in the sound card's callback allocates
+    // none.
+    MOD_PLAYER last = std::exchange(player, {});
     player.Song = &song;
     player.RowsLeft = rows;
+    player.Waves = std::move(last.Waves);
     for (size_t i = 0; i < player.Waves.size(); i++)
-        player.Waves[i] = song.Samples[i].Data;
-    player.Channels.resize(song.Channels);
-    player.Voices.resize(song.Channels);
+        player.Waves[i].assign(song.Samples[i].Data.begin(), song.Samples[i].Data.end());
+    player.Channels = std::move(last.Channels);
+    player.Channels.assign(song.Channels, {});
+    player.Voices = std::move(last.Voices);
+    player.Voices.assign(song.Channels, {});
     player.Speed = 6;
     player.Tempo = 125;
     player.Tick = player.Speed; // the first tick reads a row

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -10,16 +11,19 @@
 #include "tests/files.h"
 #include "tests/mod_writer.h"
 
-using INTS = std::vector<int>;
 using BYTES = std::vector<uint8_t>;
 
-// Sample 1 loops whole, 2 is heard once, 3 loops its end in another tuning, 4 is like 1 but quiet.
-static MOD_TEXT Song(const std::vector<std::string> &patterns,
-                     const std::vector<uint8_t> &orders = {0})
+// Patterns between '/', orders as digits. Sample 1 loops whole, 2 is heard once, 3 loops its end in
+// another tuning, 4 is like 1 but quiet.
+static MOD_TEXT Song(const std::string &patterns, const std::string &orders = "0")
 {
     MOD_TEXT song;
-    song.Patterns = patterns;
-    song.Orders = orders;
+    std::istringstream texts(patterns + '/');
+    for (std::string pattern; std::getline(texts, pattern, '/');)
+        song.Patterns.push_back(pattern);
+    song.Orders.assign(orders.begin(), orders.end());
+    for (uint8_t &order : song.Orders)
+        order = static_cast<uint8_t>(order - '0');
     std::vector<int8_t> wave(1024);
     for (size_t i = 0; i < wave.size(); i++)
         wave[i] = static_cast<int8_t>(
@@ -30,128 +34,103 @@ static MOD_TEXT Song(const std::vector<std::string> &patterns,
 
 struct PLAYING {
     MOD_SONG Song;
-    MOD_PLAYER Player;
+    MOD_PLAYER Player = {};
     MOD_LENGTH Length;
     explicit PLAYING(const MOD_TEXT &text) : Song(*MOD_ReadSong(WriteModule(text)))
     {
         Length = MOD_Measure(Song);
         MOD_Start(Player, Song, Length.Rows);
     }
+    MOD_VOICE &Tick(int count = 1)
+    {
+        while (count-- > 0)
+            EXPECT_TRUE(MOD_Tick(Player));
+        return Player.Voices[0];
+    }
 };
-
-// What `see` tells of the first channel after each of `count` ticks.
-template <class SEE>
-static INTS Watch(PLAYING &playing, size_t count, SEE see)
-{
-    INTS seen;
-    while (seen.size() < count && MOD_Tick(playing.Player))
-        seen.push_back(see(playing.Player.Voices[0]));
-    return seen;
-}
 
 struct TICKS {
     const char *what, *pattern;
-    INTS ticks; // at six a row
+    std::string ticks; // six a row, those that are the same as "VALUExTIMES"
 };
+
+// Plays each row's pattern, and compares what `see` tells of the first channel after each tick.
+template <size_t N, class SEE>
+static void Watch(const TICKS (&rows)[N], SEE see)
+{
+    for (const auto &r : rows) {
+        PLAYING playing(Song(r.pattern));
+        std::istringstream runs(r.ticks);
+        int tick = 0;
+        for (std::string run; runs >> run;) {
+            const size_t x = run.find('x');
+            for (int left = x != run.npos ? std::stoi(run.substr(x + 1)) : 1; left > 0; left--)
+                EXPECT_EQ(see(playing.Tick()), std::stoi(run)) << r.what << ", tick " << tick++;
+        }
+    }
+}
 
 TEST(MOD, Periods)
 {
     const TICKS rows[] = {
-        {"arpeggio", "C-2 01 037\n", {428, 360, 285, 428, 360, 285}},
-        {"above the top the next tuning", "B-3 01 012\n", {113, 0, 850}},
-        {"slide up", "C-2 01 110\n\n", {428, 412, 396, 380, 364, 348, 348}},
-        {"as far as B-3", "B-3 01 101\n", {113, 113}},
-        {"slide down as far as C-1", "B-1 01 2FF\n", {453, 708, 856, 856}},
-        {"portamento needs no new speed",
-         "C-2 01\nD-2 .. 310\nE-2 .. 300\n",
-         {428, 428, 428, 428, 428, 428, 428, 412, 396, 381, 381, 381, 381, 365, 349, 339}},
-        {"in semitones",
-         "C-2 01 E31\nD-2 .. 30A\n",
-         {428, 428, 428, 428, 428, 428, 428, 404, 404, 381, 381, 381}},
-        {"vibrato rests on the row",
-         "C-2 01 484\n... .. 400\n",
-         {428, 428, 433, 435, 433, 428, 428, 423, 421, 423, 428, 433}},
-        {"square",
-         "C-2 01 E42\n... .. 4F2\n... .. 400\n",
-         {428, 428, 428, 428, 428, 428, 428, 431, 431, 431, 425, 425, 428, 431}},
-        {"falling ramp",
-         "C-2 01 E41\n... .. 4F4\n",
-         {428, 428, 428, 428, 428, 428, 428, 428, 431, 435, 424, 428}},
-        {"vibrato and slide", "C-2 01 484\n... .. 604\n", {428, 428, 433, 435, 433, 428, 428, 423}},
-        {"fine slides",
-         "C-2 01 E12\n\n... .. E25\n",
-         {426, 426, 426, 426, 426, 426, 426, 426, 426, 426, 426, 426, 431}},
-        {"tuning",
-         "C-2 01 E5F\n... .. 000\nC-2 03\n",
-         {431, 431, 431, 431, 431, 431, 431, 431, 431, 431, 431, 431, 431}},
-        {"a period that a row does not set stays",
-         "C-2 01 0FF\n... .. C40\n",
-         {428, 180, 180, 428, 180, 180, 180, 428}},
-        {"a delayed note", "C-2 01\nE-2 01 ED2\n", {428, 428, 428, 428, 428, 428, 428, 428, 339}},
-        {"notes outside the table", "60 01 037\n1000 01\n", {60, 50, 40, 60, 50, 40, 1000}},
+        {"arpeggio", "C-2 01 037\n", "428 360 285 428 360 285"},
+        {"above the top the next tuning", "B-3 01 012\n", "113 0 850"},
+        {"slide up", "C-2 01 110\n\n", "428 412 396 380 364 348x2"},
+        {"as far as B-3", "B-3 01 101\n", "113x2"},
+        {"slide down as far as C-1", "B-1 01 2FF\n", "453 708 856x2"},
+        {"portamento needs no new speed", "C-2 01\nD-2 00 310\nE-2 00 300\n",
+         "428x7 412 396 381x4 365 349 339"},
+        {"portamento from no note", "C-2 01 310\n", "0x6"},
+        {"in semitones", "C-2 01 E31\nD-2 00 30A\n", "428x7 404x2 381x3"},
+        {"vibrato rests on the row", "C-2 01 484\n400\n",
+         "428x2 433 435 433 428x2 423 421 423 428 433"},
+        {"square", "C-2 01 E42\n4F2\n400\n", "428x7 431x3 425x2 428 431"},
+        {"falling ramp", "C-2 01 E41\n4F4\n", "428x8 431 435 424 428"},
+        {"vibrato and slide", "C-2 01 484\n604\n", "428x2 433 435 433 428x2 423"},
+        {"fine slides", "C-2 01 E12\n\nE25\n", "426x12 431"},
+        {"tuning", "C-2 01 E5F\n000\nC-2 03\n", "431x13"},
+        {"a period that a row does not set stays", "C-2 01 0FF\nC40\n", "428 180x2 428 180x3 428"},
+        {"a delayed note", "C-2 01\nE-2 01 ED2\n", "428x8 339"},
+        {"notes outside the table", "60 01 037\n1000 01\n", "60 50 40 60 50 40 1000"},
     };
-    for (const auto &r : rows) {
-        PLAYING playing(Song({r.pattern}));
-        EXPECT_EQ(Watch(playing, r.ticks.size(), [](const MOD_VOICE &v) { return v.Period; }),
-                  r.ticks)
-            << r.what;
-    }
+    Watch(rows, [](MOD_VOICE &v) { return int{v.Period}; });
 }
 
 TEST(MOD, Volumes)
 {
     const TICKS rows[] = {
-        {"set, at most 64", "C-2 01 C20\n... .. C7F\n", {32, 32, 32, 32, 32, 32, 64}},
-        {"slide", "C-2 01 A0F\n... .. A4F\n", {64, 49, 34, 19, 4, 0, 0, 4, 8, 12, 16, 20}},
-        {"with portamento", "C-2 01 000\nC-3 .. 502\n", {64, 64, 64, 64, 64, 64, 64, 62, 60}},
-        {"with vibrato", "C-2 01 602\n", {64, 62, 60}},
-        {"fine", "C-2 01 EB4\n... .. EA2\n", {60, 60, 60, 60, 60, 60, 62, 62}},
-        {"cut", "C-2 01 EC2\n", {64, 64, 0, 0}},
-        {"tremolo passes",
-         "C-2 01 C20\n... .. 784\n... .. 000\n",
-         {32, 32, 32, 32, 32, 32, 32, 32, 43, 47, 43, 32, 32}},
-        {"a sample's own",
-         "C-2 01 C10\n... 04\n... 03\n",
-         {16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 48}},
-        {"a repeated row starts over",
-         "C-2 01 EB1 | ... .. EE1\n\n",
-         {63, 63, 63, 63, 63, 63, 62, 62, 62, 62, 62, 62, 62}},
+        {"set, at most 64", "C-2 01 C20\nC7F\n", "32x6 64"},
+        {"slide", "C-2 01 A0F\nA4F\n", "64 49 34 19 4 0x2 4 8 12 16 20"},
+        {"with portamento", "C-2 01 000\nC-3 00 502\n", "64x7 62 60"},
+        {"with vibrato", "C-2 01 602\n", "64 62 60"},
+        {"fine", "C-2 01 EB4\nEA2\n", "60x6 62x2"},
+        {"cut", "C-2 01 EC2\n", "64x2 0x2"},
+        {"tremolo passes", "C-2 01 C20\n784\n000\n", "32x8 43 47 43 32x2"},
+        {"a sample's own", "C-2 01 C10\n... 04\n... 03\n", "16x12 48"},
+        {"a repeated row starts over", "C-2 01 EB1 | EE1\n\n", "63x6 62x7"},
     };
-    for (const auto &r : rows) {
-        PLAYING playing(Song({r.pattern}));
-        EXPECT_EQ(Watch(playing, r.ticks.size(), [](const MOD_VOICE &v) { return v.Volume; }),
-                  r.ticks)
-            << r.what;
-    }
+    Watch(rows, [](MOD_VOICE &v) { return int{v.Volume}; });
 }
 
 TEST(MOD, Starts)
 {
     // Where the sample starts in this tick, -1: it does not
     const TICKS rows[] = {
-        {"a note, none", "C-2 01\n", {0, -1, -1, -1, -1, -1, -1}},
-        {"portamento goes on", "C-2 01\nC-3 01 310\n", {0, -1, -1, -1, -1, -1, -1, -1}},
-        {"retrigger", "C-2 01 E92\n... .. E93\n", {0, -1, 0, -1, 0, -1, 0, -1, -1, 0}},
-        {"delay", "C-2 01 ED3\n... .. ED0\n", {-1, -1, -1, 0, -1, -1, -1}},
-        {"delay past the row", "C-2 01 ED6\n", {-1, -1, -1, -1, -1, -1, -1}},
-        {"an offset counts twice for the next note",
-         "C-2 02 901\nC-2\nC-2 02\n",
-         {256, -1, -1, -1, -1, -1, 512, -1, -1, -1, -1, -1, 0}},
-        {"and is remembered", "C-2 02 902\nC-2 02 900\n", {512, -1, -1, -1, -1, -1, 512}},
-        {"again in each repeat", "C-2 01 ED1 | ... .. EE1\n", {-1, 0, -1, -1, -1, -1, -1, 0}},
+        {"a note, none", "C-2 01\n", "0 -1x6"},
+        {"portamento goes on", "C-2 01\nC-3 01 310\n", "0 -1x7"},
+        {"retrigger", "C-2 01 E92\nE93\n", "0 -1 0 -1 0 -1 0 -1x2 0"},
+        {"delay", "C-2 01 ED3\nED0\n", "-1x3 0 -1x3"},
+        {"delay past the row", "C-2 01 ED6\n", "-1x7"},
+        {"an offset counts twice for the next note", "C-2 02 901\nC-2\nC-2 02\n",
+         "256 -1x5 512 -1x5 0"},
+        {"and is remembered", "C-2 02 902\nC-2 02 900\n", "512 -1x5 512"},
+        {"again in each repeat", "C-2 01 ED1 | EE1\n", "-1 0 -1x5 0"},
     };
-    for (const auto &r : rows) {
-        PLAYING playing(Song({r.pattern}));
-        const auto start = [&playing](const MOD_VOICE &v) {
-            const int at = v.Started ? static_cast<int>(v.Position >> 32) : -1;
-            playing.Player.Voices[0].Started = false;
-            return at;
-        };
-        EXPECT_EQ(Watch(playing, r.ticks.size(), start), r.ticks) << r.what;
-    }
-    PLAYING beyond(Song({"C-2 03 908\n"}));
-    MOD_Tick(beyond.Player);
-    const MOD_VOICE &v = beyond.Player.Voices[0];
+    Watch(rows, [](MOD_VOICE &v) {
+        return std::exchange(v.Started, false) ? static_cast<int>(v.Position >> 32) : -1;
+    });
+    PLAYING beyond(Song("C-2 03 908\n"));
+    const MOD_VOICE &v = beyond.Tick();
     EXPECT_LE(v.End - (v.Position >> 32), 2u) << "behind the end only the loop is left";
     EXPECT_EQ(v.LoopStart, 512u);
 }
@@ -159,39 +138,26 @@ TEST(MOD, Starts)
 TEST(MOD, Lengths)
 {
     const struct {
-        const char *what;
-        std::vector<std::string> patterns;
-        std::vector<uint8_t> orders;
+        std::string what, patterns, orders;
         uint32_t rows, milliseconds;
     } rows[] = {
-        {"all orders", {"", ""}, {0, 1, 0}, 192, 23040},
-        {"jump back", {"\n... .. B00\n"}, {0, 0}, 2, 240},
-        {"jump on", {"... .. B02\n", "\n... .. D00\n"}, {0, 0, 1}, 3, 360},
-        {"break to a decimal row", {"... .. D10\n", ""}, {0, 1}, 55, 6600},
-        {"break beyond the pattern", {"... .. D64\n", ""}, {0, 1}, 65, 7800},
-        {"jump, then break", {"... .. B01 | ... .. D62\n", ""}, {0, 1}, 3, 360},
-        {"break, then jump", {"... .. D62 | ... .. B01\n", ""}, {0, 1}, 65, 7800},
-        {"loop", {"\n... .. E60\n\n... .. E62\n... .. D00\n"}, {0}, 11, 1320},
-        {"a loop starts where the last did",
-         {"\n... .. E60\n... .. D00\n", "\n... .. E61\n... .. D00\n"},
-         {0, 1},
-         7,
-         840},
-        {"loops in two channels",
-         {"... .. E60 | ... .. E60\n... .. E61\n... .. 000 | ... .. E61\n... .. D00\n"},
-         {0},
-         11,
+        {"all orders", "/", "010", 192, 23040},
+        {"jump back", "\nB00\n", "00", 2, 240},
+        {"jump on", "B02\n/\nD00\n", "001", 3, 360},
+        {"break to a decimal row", "D10\n/", "01", 55, 6600},
+        {"break beyond the pattern", "D64\n/", "01", 65, 7800},
+        {"jump, then break", "B01 | D62\n/", "01", 3, 360},
+        {"break, then jump", "D62 | B01\n/", "01", 65, 7800},
+        {"loop", "\nE60\n\nE62\nD00\n", "0", 11, 1320},
+        {"a loop starts where the last did", "\nE60\nD00\n/\nE61\nD00\n", "01", 7, 840},
+        {"loops in two channels", "E60 | E60\nE61\n000 | E61\nD00\n", "0", 11, 1320},
+        {"a loop that never ends", "\nE61\nE61\n", "0", 5, 600},
+        {"a break out of a loop goes on with it", "E60\nD00\n\nE61\nD00\n/B00 | D02\n", "01", 11,
          1320},
-        {"a loop that never ends", {"\n... .. E61\n... .. E61\n"}, {0}, 5, 600},
-        {"a break out of a loop goes on with it",
-         {"... .. E60\n... .. D00\n\n... .. E61\n... .. D00\n", "... .. B00 | ... .. D02\n"},
-         {0, 1},
-         11,
-         1320},
-        {"delay", {"... .. EE3\n... .. D00\n"}, {0}, 2, 600},
-        {"delay and break skip a row", {"... .. EE1 | ... .. D62\n", ""}, {0, 1}, 2, 360},
-        {"speed and tempo", {"... .. F03\n... .. FFA\n... .. D00\n"}, {0}, 3, 120},
-        {"stop", {"\n... .. F00\n"}, {0}, 2, 240},
+        {"delay", "EE3\nD00\n", "0", 2, 600},
+        {"delay and break skip a row", "EE1 | D62\n/", "01", 2, 360},
+        {"speed and tempo", "F03\nFFA\nD00\n", "0", 3, 120},
+        {"stop", "\nF00\n", "0", 2, 240},
     };
     for (const auto &r : rows) {
         PLAYING playing(Song(r.patterns, r.orders));
@@ -207,8 +173,8 @@ TEST(MOD, Lengths)
 
 TEST(MOD, InvertLoopTurnsOneByteAfterTheOther)
 {
-    PLAYING playing(Song({"C-2 03 EFF\n... .. EF0\n"}));
-    Watch(playing, 6, [](const MOD_VOICE &) { return 0; }); // at the full speed: each tick
+    PLAYING playing(Song("C-2 03 EFF\nEF0\n"));
+    playing.Tick(6); // at the full speed: each inverts one
     for (size_t i = 510; i < 522; i++)
         EXPECT_EQ(playing.Player.Waves[3][i] != playing.Song.Samples[3].Data[i], i > 512 && i < 519)
             << i;
@@ -217,17 +183,16 @@ TEST(MOD, InvertLoopTurnsOneByteAfterTheOther)
 // A loaded song and all that it renders.
 struct RENDERED {
     MOD_HEADER *Header;
-    explicit RENDERED(const BYTES &file, uint8_t channels = 2, uint8_t bits = 16,
-                      uint32_t rate = 44100)
+    explicit RENDERED(const BYTES &file, int channels = 2, int bits = 16, uint32_t rate = 44100)
     {
         MOD_SetSoundNumber(0);
         MOD_Load(WriteTemp("mod", file).c_str());
         Header = MOD_GetHeader(0);
-        if (!Header)
-            return;
-        Header->Channels = channels;
-        Header->BitsPerSample = bits;
-        Header->SamplingRate = rate;
+        if (Header) {
+            Header->Channels = static_cast<uint8_t>(channels);
+            Header->BitsPerSample = static_cast<uint8_t>(bits);
+            Header->SamplingRate = rate;
+        }
     }
     ~RENDERED()
     {
@@ -246,13 +211,13 @@ struct RENDERED {
 };
 
 // Samples of -1 to 1, interleaved.
-static std::vector<double> Decode(const BYTES &bytes, uint8_t bits)
+static std::vector<double> Decode(const BYTES &bytes, int bits)
 {
     std::vector<double> samples;
     for (size_t at = 0; at < bytes.size();) {
         uint32_t value = 0;
-        for (uint32_t i = 0; i < bits / 8u; i++)
-            value |= static_cast<uint32_t>(bytes[at++]) << (32 - bits + 8 * i);
+        for (int shift = 32 - bits; shift < 32; shift += 8)
+            value |= static_cast<uint32_t>(bytes[at++]) << shift;
         samples.push_back(static_cast<int32_t>(value ^ (bits == 8 ? 1u << 31 : 0)) / 2147483648.0);
     }
     return samples;
@@ -260,14 +225,13 @@ static std::vector<double> Decode(const BYTES &bytes, uint8_t bits)
 
 TEST(MOD, EveryFormatHoldsTheSameSound)
 {
-    const BYTES file = WriteModule(Song({"C-2 01 | E-2 01 | G-2 01 | C-3 01\n\n\n... .. D00\n"}));
+    const BYTES file = WriteModule(Song("C-2 01 | E-2 01 | G-2 01 | C-3 01\n\n\nD00\n"));
     const auto whole = Decode(RENDERED(file, 2, 32).Bytes(), 32);
     ASSERT_EQ(whole.size(), 2 * 4 * 5292u);
     for (const int bits : {8, 16, 24}) {
-        const auto b = static_cast<uint8_t>(bits);
-        const auto stereo = Decode(RENDERED(file, 2, b).Bytes(), b);
-        const auto mono = Decode(RENDERED(file, 1, b).Bytes(), b);
-        const auto three = Decode(RENDERED(file, 3, b).Bytes(1000), b);
+        const auto stereo = Decode(RENDERED(file, 2, bits).Bytes(), bits);
+        const auto mono = Decode(RENDERED(file, 1, bits).Bytes(), bits);
+        const auto three = Decode(RENDERED(file, 3, bits).Bytes(1000), bits);
         ASSERT_EQ(stereo.size(), whole.size());
         ASSERT_EQ(mono.size(), whole.size() / 2);
         ASSERT_EQ(three.size(), whole.size() / 2 * 3);
@@ -281,17 +245,15 @@ TEST(MOD, EveryFormatHoldsTheSameSound)
     }
     for (const uint32_t rate : {1u, 8000u, 192000u})
         EXPECT_NEAR(static_cast<double>(RENDERED(file, 1, 8, rate).Bytes().size()), rate * 0.48, 1);
-    for (const auto &[channels, bits, rate] :
-         {std::array{2u, 12u, 44100u}, {0u, 16u, 44100u}, {2u, 16u, 0u}})
-        EXPECT_TRUE(RENDERED(file, static_cast<uint8_t>(channels), static_cast<uint8_t>(bits), rate)
-                        .Bytes()
-                        .empty());
+    EXPECT_TRUE(RENDERED(file, 2, 12).Bytes().empty());
+    EXPECT_TRUE(RENDERED(file, 0, 16).Bytes().empty());
+    EXPECT_TRUE(RENDERED(file, 2, 16, 0).Bytes().empty());
 }
 
 TEST(MOD, PitchAndSides)
 {
     // C-2 plays 3546895 / 428 samples a second, 32 of them a period; only the first channel sounds
-    const auto sound = Decode(RENDERED(WriteModule(Song({"C-2 01\n"}))).Bytes(), 16);
+    const auto sound = Decode(RENDERED(WriteModule(Song("C-2 01\n"))).Bytes(), 16);
     std::vector<double> up; // where the left side rises through 0
     double left = 0, right = 0;
     for (size_t i = 2; i < sound.size(); i += 2) {
@@ -308,10 +270,9 @@ TEST(MOD, PitchAndSides)
 TEST(MOD, FullMixNeitherClipsNorClicks)
 {
     for (const size_t channels : {1u, 4u, 5u, 8u, 32u}) {
-        MOD_TEXT song = Song({""});
+        MOD_TEXT song = Song("");
         song.Channels = channels;
-        song.Signature =
-            channels < 10 ? std::to_string(channels) + "CHN" : std::to_string(channels) + "CH";
+        song.Signature = std::to_string(channels) + (channels < 10 ? "CHN" : "CH");
         std::ranges::fill(song.Samples[0].Data, int8_t{-128});
         std::ranges::fill(song.Samples[1].Data, int8_t{127});
         for (const char *cell : {"C-2 01|", "C-2 02|", "C-2 01|"}) {
@@ -321,8 +282,7 @@ TEST(MOD, FullMixNeitherClipsNorClicks)
         }
         const auto sound = Decode(RENDERED(WriteModule(song)).Bytes(), 16);
         const auto [low, high] = std::ranges::minmax(sound);
-        EXPECT_GE(low, -1) << channels;
-        EXPECT_LE(low, channels >= 4 && channels % 4 == 0 ? -0.999 : -0.3) << channels;
+        EXPECT_LE(low, channels % 4 == 0 ? -0.999 : -0.3) << channels;
         EXPECT_LT(high, 32767.0 / 32768) << channels << ": not cut";
         double jump = 0;
         for (size_t i = 2; i < sound.size(); i++)
@@ -333,20 +293,17 @@ TEST(MOD, FullMixNeitherClipsNorClicks)
 
 TEST(MOD, PowerLightFiltersHighTones)
 {
-    const auto level = [](const char *pattern) {
-        const auto sound = Decode(RENDERED(WriteModule(Song({pattern}))).Bytes(), 16);
-        return std::accumulate(sound.begin(), sound.end(), 0.0,
-                               [](double a, double b) { return a + b * b; });
+    const auto level = [](const std::string &cell) {
+        const auto sound = Decode(RENDERED(WriteModule(Song(cell))).Bytes(), 16);
+        return std::inner_product(sound.begin(), sound.end(), sound.begin(), 0.0);
     };
-    EXPECT_LT(level("B-3 04 E00\n0 04 037\n"), 1.2 * level("B-3 04 E01\n0 04 037\n"));
-    const char *high[] = {"20 04 E01\n", "20 04 E00\n"}; // 5.5 kHz: 11 dB down
-    EXPECT_NEAR(level(high[0]) / level(high[1]), 12, 4);
+    EXPECT_NEAR(level("C-2 04 E01\n") / level("C-2 04 E00\n"), 1, 0.05); // 259 Hz
+    EXPECT_NEAR(level("20 04 E01\n") / level("20 04 E00\n"), 12, 4);     // 5.5 kHz: 11 dB down
 }
 
 TEST(MOD, SongsStartOver)
 {
-    const RENDERED song(
-        WriteModule(Song({"C-2 03 EFF\n\nC-2 01 A01\n", "C-3 01 F03\n... .. D00\n"}, {0, 1})));
+    const RENDERED song(WriteModule(Song("C-2 03 EFF\n\nC-2 01 A01\n/C-3 01 F03\nD00\n", "01")));
     const BYTES first = song.Bytes();
     EXPECT_EQ(song.Header->SongPosition, 2);
     EXPECT_TRUE(song.Bytes().empty());
@@ -354,10 +311,8 @@ TEST(MOD, SongsStartOver)
     restart();
     EXPECT_EQ(song.Bytes(), first);
     restart();
-    BYTES part(40000);
     uint32_t length = 40000;
-    MOD_Decoding(part.data(), &length, 0);
-    EXPECT_EQ(length, 40000u);
+    MOD_Decoding(BYTES(length).data(), &length, 0);
     EXPECT_EQ(song.Header->Row, 2);
     restart();
     EXPECT_EQ(song.Bytes(999), first) << "in the middle, in other pieces";
@@ -365,11 +320,10 @@ TEST(MOD, SongsStartOver)
 
 TEST(MOD, ChangesOfSampleWaitForTheLoop)
 {
-    PLAYING playing(Song({"C-2 03\n... 04\n... 02\n"}));
+    PLAYING playing(Song("C-2 03\n... 04\n... 02\n"));
     std::vector<const int8_t *> loops;
     for (int row = 0; row < 3; row++) {
-        Watch(playing, 6, [](const MOD_VOICE &) { return 0; });
-        EXPECT_EQ(playing.Player.Voices[0].Data, playing.Player.Waves[3].data());
+        EXPECT_EQ(playing.Tick(6).Data, playing.Player.Waves[3].data());
         loops.push_back(playing.Player.Voices[0].LoopData);
     }
     const auto &waves = playing.Player.Waves;
@@ -383,7 +337,7 @@ TEST(MOD, Signatures)
         {"1CHN", 1}, {"9CHN", 9}, {"10CH", 10}, {"64CH", 64}, {"", 4},     {"N.T.", 0}, {"0CHN", 0},
     };
     for (const auto &[signature, channels] : rows) {
-        MOD_TEXT text = Song({"", ""}, {0, 1});
+        MOD_TEXT text = Song("/", "01");
         text.Signature = signature;
         text.Channels = std::max<size_t>(channels, 4);
         const RENDERED song(WriteModule(text));
@@ -394,29 +348,26 @@ TEST(MOD, Signatures)
         EXPECT_EQ(song.Header->SongChannels, channels) << signature;
         EXPECT_EQ(song.Header->SampleCount, *signature ? 31 : 15) << signature;
         EXPECT_STREQ(song.Header->SampleNames[3].data(), "sample 4") << signature;
-        EXPECT_STREQ(song.Header->Title.data(), "T");
     }
-    // Eight channels as two patterns of four: the second half's first cell is channel 5's
-    MOD_TEXT halves = Song({"C-2 01\n", "E-2 01\n"}, {0});
+    MOD_TEXT halves = Song("C-2 01\n/E-2 01\n");
     halves.Signature = "FLT8";
-    const MOD_SONG song = *MOD_ReadSong(WriteModule(halves));
-    EXPECT_EQ(MOD_GetCell(song, 0, 0, 4).Period, 339);
-    EXPECT_EQ(MOD_GetCell(song, 0, 0, 0).Period, 428);
+    EXPECT_EQ(MOD_GetCell(*MOD_ReadSong(WriteModule(halves)), 0, 0, 4).Period, 339);
 }
 
 TEST(MOD, DamagedFilesPlayWhatIsThere)
 {
     for (const char *signature : {"M.K.", ""}) {
-        MOD_TEXT text = Song({"C-2 02\n... .. D00\n"});
+        MOD_TEXT text = Song("C-2 02\nD00\n");
         text.Signature = signature;
         BYTES file = WriteModule(text);
         const size_t needed = (*signature ? 1084 : 600) + 16;
-        for (size_t size = 0; size < file.size(); size += size < needed + 20 ? 1 : 97) {
-            const RENDERED cut(BYTES(file.begin(), file.begin() + static_cast<long>(size)));
+        for (size_t size = 0; size < file.size(); size += size < needed - 20   ? 29
+                                                          : size < needed + 20 ? 1
+                                                                               : 97) {
+            const RENDERED cut(BYTES(file.begin(), file.begin() + static_cast<long>(size)), 1, 8,
+                               800);
             ASSERT_EQ(cut.Header != nullptr, size >= needed) << signature << size;
-            if (cut.Header) {
-                EXPECT_GE(cut.Bytes().size(), 2 * 5292 * 4u) << signature << size;
-            }
+            ASSERT_TRUE(!cut.Header || cut.Bytes().size() >= 2 * 96) << signature << size;
         }
     }
     EXPECT_EQ(RENDERED(BYTES(1000, 'a')).Header, nullptr) << "a short text";
@@ -426,20 +377,18 @@ TEST(MOD, DamagedFilesPlayWhatIsThere)
 
 TEST(MOD, Records)
 {
-    const std::string path = WriteTemp("mod", WriteModule(Song({"C-2 01\n"})));
+    const std::string path = WriteTemp("mod", WriteModule(Song("C-2 01\n")));
     MOD_SetSoundNumber(0);
     MOD_Load("/no/such/file");
     EXPECT_EQ(MOD_SoundNumber, 0);
     for (int i = 0; i < 40; i++)
         MOD_Load(path.c_str());
     EXPECT_EQ(MOD_SoundNumber, 32);
-    EXPECT_NE(MOD_GetHeader(31), nullptr);
+    EXPECT_STREQ(MOD_GetHeader(31)->Title.data(), "T");
     EXPECT_EQ(MOD_GetHeader(32), nullptr);
     MOD_Destroy();
     EXPECT_EQ(MOD_GetHeader(31), nullptr);
     uint32_t length = 4;
-    uint8_t buffer[4];
-    MOD_Decoding(buffer, &length, 31);
+    MOD_Decoding(nullptr, &length, 31);
     EXPECT_EQ(length, 0u);
-    MOD_SetSoundNumber(0);
 }
