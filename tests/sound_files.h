@@ -78,7 +78,7 @@ inline REFILL Refill(const MODULE &module, const std::string &path, uint64_t pos
                      uint32_t length)
 {
     REFILL refill = {std::vector<uint8_t>(length + 8u, 0xEE), length, 0};
-    const std::unique_ptr<FILE, SOUND_CLOSE> file(std::fopen(path.c_str(), "rb"));
+    const AUDIO_FILE file(std::fopen(path.c_str(), "rb"));
     fseeko(file.get(), static_cast<off_t>(position), SEEK_SET);
     module.Decoding(file.get(), refill.Bytes.data(), &refill.Length, 0);
     refill.Position = static_cast<uint64_t>(ftello(file.get()));
