@@ -35,14 +35,20 @@ static void DecodeModule(FILE *, uint8_t *buffer, uint32_t *length, uint8_t n)
 std::array<AUDIO_MODULE, 9> Audio_Modules = {{
     {}, // AUDIO_NONE
     {}, // AUDIO_RAW, which the engine reads itself
-    {WAV_Load, WAV_Decoding, WAV_Destroy, Audio_FactsOf<WAV_GetHeader>, &WAV_SoundNumber},
+    {WAV_Load, WAV_Decoding, WAV_Destroy, Audio_FactsOf<WAV_GetHeader>, &WAV_SoundNumber,
+     WAV_SetSoundNumber},
     {MOD_Load, DecodeModule, MOD_Destroy, Audio_FactsOf<MOD_GetHeader>, &MOD_SoundNumber,
-     SetModuleOutput, StartModuleOver},
-    {MP3_Load, MP3_Decoding, MP3_Destroy, Audio_FactsOf<MP3_GetHeader>, &MP3_SoundNumber},
-    {VOC_Load, VOC_Decoding, VOC_Destroy, Audio_FactsOf<VOC_GetHeader>, &VOC_SoundNumber},
-    {AU_Load, AU_Decoding, AU_Destroy, Audio_FactsOf<AU_GetHeader>, &AU_SoundNumber},
-    {IFF_Load, IFF_Decoding, IFF_Destroy, Audio_FactsOf<IFF_GetHeader>, &IFF_SoundNumber},
-    {AIFF_Load, AIFF_Decoding, AIFF_Destroy, Audio_FactsOf<AIFF_GetHeader>, &AIFF_SoundNumber},
+     MOD_SetSoundNumber, SetModuleOutput, StartModuleOver},
+    {MP3_Load, MP3_Decoding, MP3_Destroy, Audio_FactsOf<MP3_GetHeader>, &MP3_SoundNumber,
+     MP3_SetSoundNumber},
+    {VOC_Load, VOC_Decoding, VOC_Destroy, Audio_FactsOf<VOC_GetHeader>, &VOC_SoundNumber,
+     VOC_SetSoundNumber},
+    {AU_Load, AU_Decoding, AU_Destroy, Audio_FactsOf<AU_GetHeader>, &AU_SoundNumber,
+     AU_SetSoundNumber},
+    {IFF_Load, IFF_Decoding, IFF_Destroy, Audio_FactsOf<IFF_GetHeader>, &IFF_SoundNumber,
+     IFF_SetSoundNumber},
+    {AIFF_Load, AIFF_Decoding, AIFF_Destroy, Audio_FactsOf<AIFF_GetHeader>, &AIFF_SoundNumber,
+     AIFF_SetSoundNumber},
 }};
 
 AUDIO_FILE Audio_OpenFile(const char *path, uint32_t *size)

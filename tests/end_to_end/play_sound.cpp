@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "audio/audio.h"
+#include "audio/audio_module.h"
 #include "audio/mp3.h"
 
 using namespace std::chrono_literals;
@@ -42,6 +42,8 @@ static void LoadAndUnLoad(const char *path)
 {
     AudioTrack *track = Audio_Load(path);
     const bool freed = track->Buffer[0]; // the others it leaves to their owner
+    if (track->Decoded)                  // the next takes its record's place
+        Audio_Modules[track->Type].SetSoundNumber(track->SoundNumber);
     Audio_UnLoad(track);
     if (!freed)
         delete track;

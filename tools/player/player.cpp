@@ -218,17 +218,19 @@ static int Convert(const OPTIONS &options)
     return reason.empty() ? 0 : Failure;
 }
 
-static void SetRaw(PLAYER_RAW &raw, const std::vector<uint32_t> &numbers)
+static PLAYER_RAW RawOf(const std::string &text)
 {
-    const auto [bits, channels, hz] = std::tuple(numbers[0], numbers[1], numbers[2]);
-    if ((bits != 8 && bits != 16) || channels < 1 || channels > 32 || hz < 1 || hz > 768000)
+    unsigned bits = 0, channels = 0, hz = 0;
+    char more;
+    if (std::sscanf(text.c_str(), "%9u,%9u,%9u%c", &bits, &channels, &hz, &more) != 3 ||
+        (bits != 8 && bits != 16) || channels < 1 || channels > 32 || hz < 1 || hz > 768000)
         throw CLI::ValidationError("--raw", "wants 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz");
-    raw = {static_cast<uint8_t>(bits), static_cast<uint8_t>(channels), hz};
+    return {static_cast<uint8_t>(bits), static_cast<uint8_t>(channels), hz};
 }
 
 static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
 {
-    std::vector<uint32_t> raw;
+    std::string raw;
     app.add_option("FILE", options.Files, "Sound files")->required();
     CLI::Option *info = app.add_flag("--info", options.Info, "Print what the headers say");
     app.add_flag("--convert", options.Convert, "Convert the first file to the second, a WAVE file")
@@ -237,14 +239,12 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
         ->type_name("N")
         ->check(CLI::Range(0, 1000000));
     app.add_option("--raw", raw, "What files of unknown format are taken for")
-        ->type_name("BITS,CHANNELS,HZ")
-        ->delimiter(',')
-        ->expected(3);
+        ->type_name("BITS,CHANNELS,HZ");
     app.footer("Keys: space pauses, arrows go to the next or the previous file, q quits.\n"
                "WAVE, MOD, MP3, VOC, AU, 8SVX, 16SV and AIFF are known by their contents.");
     app.parse(argc, argv);
     if (!raw.empty())
-        SetRaw(options.Raw, raw);
+        options.Raw = RawOf(raw);
     if (options.Convert && options.Files.size() != 2)
         throw CLI::ValidationError("--convert", "wants two files, IN and OUT.wav");
     if (options.Convert && options.Passes == 0)

@@ -1,5 +1,6 @@
 #include "tools/player/sound.h"
 
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -113,12 +114,11 @@ static uint64_t CountMP3(const AudioTrack &track)
     return samples;
 }
 
-// The longer of the two tags' texts.
+// The newer tag's text, which the older one cuts, if it has one.
 static std::string TagText(std::span<const char> v2, std::span<const char> v1)
 {
     const std::string text = Player_Text(v2);
-    const std::string other = Player_Text(v1);
-    return text.empty() ? other : text;
+    return text.empty() ? Player_Text(v1) : text;
 }
 
 static void AddTags(PLAYER_SOUND &sound, const MP3_ID3V1 &v1, const MP3_ID3V2 &v2)
@@ -137,16 +137,17 @@ static void AddTags(PLAYER_SOUND &sound, const MP3_ID3V1 &v1, const MP3_ID3V2 &v
 static void DescribeMP3(PLAYER_SOUND &sound)
 {
     const AudioTrack &track = *sound.Track;
-    // Loading has decoded the start already; the sound begins with a decoder that has not.
-    MP3_SetSoundNumber(track.SoundNumber);
-    MP3_Load(track.Path.c_str());
-    const MP3_HEADER &header = *MP3_GetHeader(track.SoundNumber);
+    const MP3_HEADER &header =
+        *MP3_GetHeader(track.SoundNumber); // its frame: what the load decoded
     sound.Format = "MPEG audio";
     sound.Codec = std::string(MP3_Version[header.Version & 3]) + " " + MP3_Layer[header.Layer & 3];
+    AddTags(sound, header.ID3v1, header.ID3v2);
     AddFact(sound, "bit rate", std::to_string(header.BitRate / 1000) + " kbit/s");
     AddFact(sound, "mode", MP3_Channels[header.ChannelMode & 3]);
-    AddTags(sound, header.ID3v1, header.ID3v2);
     sound.Bytes = CountMP3(track) * Player_FrameBytes(sound);
+    // The sound begins with a decoder that has not decoded yet.
+    MP3_SetSoundNumber(track.SoundNumber);
+    MP3_Load(track.Path.c_str());
 }
 
 static void DescribeVOC(PLAYER_SOUND &sound)
@@ -211,20 +212,10 @@ static void DescribeAIFF(PLAYER_SOUND &sound)
 }
 
 // By AUDIO_TYPE.
-struct FORMAT {
-    void (*Describe)(PLAYER_SOUND &sound);
-    void (*SetSoundNumber)(uint8_t n);
-};
-constexpr FORMAT Formats[] = {{nullptr, nullptr},
-                              {DescribeRaw, nullptr},
-                              {DescribeWAV, WAV_SetSoundNumber},
-                              {DescribeMOD, MOD_SetSoundNumber},
-                              {DescribeMP3, MP3_SetSoundNumber},
-                              {DescribeVOC, VOC_SetSoundNumber},
-                              {DescribeAU, AU_SetSoundNumber},
-                              {DescribeIFF, IFF_SetSoundNumber},
-                              {DescribeAIFF, AIFF_SetSoundNumber}};
-static_assert(std::size(Formats) == std::tuple_size_v<decltype(Audio_Modules)>);
+constexpr std::array<void (*)(PLAYER_SOUND &), 9> Describe = {
+    nullptr,     DescribeRaw, DescribeWAV, DescribeMOD, DescribeMP3,
+    DescribeVOC, DescribeAU,  DescribeIFF, DescribeAIFF};
+static_assert(Describe.size() == std::tuple_size_v<decltype(Audio_Modules)>);
 
 void PLAYER_UNLOAD::operator()(AudioTrack *track) const
 {
@@ -235,9 +226,9 @@ void PLAYER_UNLOAD::operator()(AudioTrack *track) const
     if (!freed)
         delete track;
     Audio_Destroy();
-    for (const FORMAT &format : Formats)
-        if (format.SetSoundNumber)
-            format.SetSoundNumber(0);
+    for (const AUDIO_MODULE &module : Audio_Modules)
+        if (module.SetSoundNumber)
+            module.SetSoundNumber(0);
 }
 
 // Why the file cannot be read; empty when it can.
@@ -269,7 +260,7 @@ static void ReadFacts(PLAYER_SOUND &sound)
     sound.Bits = facts.BitsPerSample;
     sound.Channels = facts.Channels;
     sound.Hz = facts.SamplingRate;
-    Formats[track.Type].Describe(sound);
+    Describe[track.Type](sound);
 }
 
 std::string Player_Open(const std::string &path, const PLAYER_RAW &raw, PLAYER_SOUND &sound)
