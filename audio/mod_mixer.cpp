@@ -5,13 +5,13 @@
 #include <limits>
 #include <numbers>
 
-#include "audio/mod_replay.h"
-
-// A bus holds 16-bit samples times volume times MOD_GainOne: 25 bits for a voice at its loudest.
-constexpr int32_t MOD_GainOne = 16;
-constexpr int32_t MOD_GainPoint = 65536; // of gains on their way
-constexpr double MOD_VoiceFull = 32768.0 * 64 * MOD_GainOne;
+// A bus holds 16-bit samples times volume times MOD_VolumeStep: 25 bits for a voice at its loudest.
+constexpr int32_t MOD_VolumeStep = 16;
+constexpr double MOD_VoiceFull = 32768.0 * 64 * MOD_VolumeStep;
 static_assert(MOD_VoiceFull * 50 < std::numeric_limits<int32_t>::max(), "99 voices: 50 on a bus");
+
+// Gains have 16 bits behind the point, so that they move evenly.
+constexpr int32_t MOD_GainOne = 65536;
 
 constexpr double MOD_NearSide = 0.75;  // of a bus on its own side; the rest goes to the other
 constexpr double MOD_RampTime = 0.001; // of a change of volume, in seconds
@@ -24,7 +24,7 @@ static bool IsLeft(size_t voice)
     return ((voice + 1) & 2) == 0; // left, right, right, left
 }
 
-// Frames that begin at `count` positions before `end`, at most `frames`.
+// Frames whose positions lie before `end`, at most `frames`.
 static size_t FramesBefore(uint64_t end, uint64_t position, uint64_t step, size_t frames)
 {
     return static_cast<size_t>(std::min<uint64_t>((end - position + step - 1) / step, frames));
@@ -37,26 +37,23 @@ static int32_t Between(int8_t a, int8_t b, uint64_t position)
     return a * 256 + ((b - a) * part >> 7);
 }
 
-// Adds frames of a run, of which the sample behind each is a part too. `gain` is in 1 /
-// MOD_GainPoint.
+// Adds frames of a run, of which the sample behind each is a part too.
 template <bool Ramp>
-static void AddRun(MOD_VOICE &v, uint64_t step, int32_t gain, int32_t rise, std::span<int32_t> bus)
+static void AddRun(MOD_VOICE &v, uint64_t step, std::span<int32_t> bus)
 {
     const int8_t *data = v.Data;
     uint64_t position = v.Position;
-    int32_t heard = v.Heard;
-    const int32_t level = gain / MOD_GainPoint;
+    int32_t gain = v.Gain, heard = v.Heard;
+    const int32_t rise = v.Rise, level = v.Gain / MOD_GainOne;
     for (int32_t &sum : bus) {
         const int8_t *at = data + (position >> 32);
-        if constexpr (Ramp) {
+        if constexpr (Ramp)
             gain += rise;
-            heard = Between(at[0], at[1], position) * (gain / MOD_GainPoint);
-        } else {
-            heard = Between(at[0], at[1], position) * level;
-        }
+        heard = Between(at[0], at[1], position) * (Ramp ? gain / MOD_GainOne : level);
         sum += heard;
         position += step;
     }
+    v.Gain = gain;
     v.Position = position;
     v.Heard = heard;
 }
@@ -77,11 +74,6 @@ static bool EnterRun(MOD_VOICE &v)
     return true;
 }
 
-static int32_t RampFrames(uint32_t rate)
-{
-    return std::max(static_cast<int32_t>(rate * MOD_RampTime), 1);
-}
-
 // Adds what cut notes left, falling to nothing in a straight line.
 static void AddTail(MOD_VOICE &v, std::span<int32_t> bus)
 {
@@ -91,68 +83,79 @@ static void AddTail(MOD_VOICE &v, std::span<int32_t> bus)
     }
 }
 
-// One frame between the run's last sample and what follows it.
-static int32_t LastOfRun(const MOD_VOICE &v, int32_t gain)
+// Adds the frame between the run's last sample and what follows it.
+static void AddLastOfRun(MOD_VOICE &v, uint64_t step, int32_t &sum)
 {
     const int8_t next = v.LoopData ? v.LoopData[v.LoopStart] : int8_t{0};
-    return Between(v.Data[v.End - 1], next, v.Position) * gain;
+    v.Gain += v.RampFrames != 0 ? v.Rise : 0;
+    v.Heard = Between(v.Data[v.End - 1], next, v.Position) * (v.Gain / MOD_GainOne);
+    sum += v.Heard;
+    v.Position += step;
+}
+
+// Sends the gain on its way to a new volume.
+static void StartRamp(MOD_VOICE &v, int32_t frames)
+{
+    const int32_t target = v.Volume * MOD_VolumeStep * MOD_GainOne;
+    if (target == v.Target)
+        return;
+    v.Target = target;
+    v.Rise = (target - v.Gain) / frames;
+    v.RampFrames = frames;
+}
+
+// Adds what the voice plays. Returns the frames until it fell silent.
+static size_t AddRuns(MOD_VOICE &v, uint64_t step, std::span<int32_t> bus)
+{
+    size_t done = 0;
+    while (done < bus.size() && EnterRun(v)) {
+        const uint64_t last = static_cast<uint64_t>(v.End - 1) << 32;
+        size_t count = 1;
+        if (v.Position < last) {
+            const auto ramp = static_cast<size_t>(v.RampFrames);
+            count = FramesBefore(last, v.Position, step, bus.size() - done);
+            if (ramp != 0)
+                AddRun<true>(v, step, bus.subspan(done, count = std::min(count, ramp)));
+            else
+                AddRun<false>(v, step, bus.subspan(done, count));
+        } else {
+            AddLastOfRun(v, step, bus[done]);
+        }
+        done += count;
+        if (v.RampFrames != 0 && (v.RampFrames -= static_cast<int32_t>(count)) == 0)
+            v.Gain = v.Target;
+    }
+    return done;
+}
+
+// What stops being heard at once fades instead.
+static void Leave(MOD_VOICE &v, int32_t frames)
+{
+    if (v.Heard != 0) {
+        v.Tail += v.Heard;
+        v.TailFrames = frames;
+    }
+    v.Heard = v.Gain = v.Target = v.RampFrames = 0;
 }
 
 // While a new note's gain rises, the tail of the one before falls: together they are never louder
 // than either.
 static void AddVoice(MOD_VOICE &v, uint32_t rate, std::span<int32_t> bus)
 {
-    const size_t frames = bus.size();
-    const int32_t rampFrames = RampFrames(rate);
-    size_t tailed = 0;
-    const auto addTail = [&](size_t end) {
-        AddTail(v, bus.subspan(tailed, end - tailed));
-        tailed = end;
-    };
-    const auto leave = [&](size_t at) {
-        addTail(at);
-        if (v.Heard != 0) {
-            v.Tail = (v.TailFrames != 0 ? v.Tail : 0) + v.Heard;
-            v.TailFrames = rampFrames;
-        }
-        v.Heard = v.Gain = 0;
-    };
+    const int32_t rampFrames = std::max(static_cast<int32_t>(rate * MOD_RampTime), 1);
     if (v.Started)
-        leave(0);
+        Leave(v, rampFrames);
     v.Started = false;
     size_t done = 0;
     if (v.Period != 0 && (v.Data || v.LoopData)) {
         const auto step = static_cast<uint64_t>(MOD_Clock / v.Period / rate * 4294967296.0) | 1;
-        const int32_t target = v.Volume * MOD_GainOne;
-        const int32_t rise = (target - v.Gain) * MOD_GainPoint / rampFrames;
-        int32_t gain = v.Gain * MOD_GainPoint;
-        size_t ramp = target != v.Gain ? static_cast<size_t>(rampFrames) : 0;
-        while (done < frames && EnterRun(v)) {
-            const size_t left = ramp != 0 ? std::min(frames - done, ramp) : frames - done;
-            const uint64_t last = static_cast<uint64_t>(v.End - 1) << 32;
-            size_t count = 1;
-            if (v.Position >= last) {
-                gain += ramp != 0 ? rise : 0;
-                v.Heard = LastOfRun(v, gain / MOD_GainPoint);
-                bus[done] += v.Heard;
-                v.Position += step;
-            } else {
-                count = FramesBefore(last, v.Position, step, left);
-                if (ramp != 0)
-                    AddRun<true>(v, step, gain, rise, bus.subspan(done, count));
-                else
-                    AddRun<false>(v, step, gain, 0, bus.subspan(done, count));
-                gain += ramp != 0 ? rise * static_cast<int32_t>(count) : 0;
-            }
-            done += count;
-            if (ramp != 0 && (ramp -= count) == 0)
-                gain = target * MOD_GainPoint;
-        }
-        v.Gain = gain / MOD_GainPoint;
+        StartRamp(v, rampFrames);
+        done = AddRuns(v, step, bus);
     }
-    if (done < frames)
-        leave(done);
-    addTail(frames);
+    AddTail(v, bus.first(done));
+    if (done < bus.size())
+        Leave(v, rampFrames);
+    AddTail(v, bus.subspan(done));
 }
 
 // Weights of a second-order low-pass by the bilinear transform.

@@ -8,7 +8,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
+
+/// Clock of the sound chip in Hz, on PAL machines: a voice plays MOD_Clock / Period samples a
+/// second.
+constexpr double MOD_Clock = 3546895.0;
 
 /// Positions in samples, with 32 bits behind the point.
 struct MOD_VOICE {
@@ -21,7 +24,8 @@ struct MOD_VOICE {
     uint8_t Volume;  // 0 to 64
     bool Started;    // a run was set since the voice was last heard
     // What the mixer keeps:
-    int32_t Gain;             // now, in 1 / MOD_GainOne of a volume step
+    int32_t Gain, Target, Rise,
+        RampFrames;           // on its way to the volume: rise of a frame, frames left
     int32_t Heard;            // the last value of the run that went into a bus
     int32_t Tail, TailFrames; // what a cut note left, and how long it is still heard
 };

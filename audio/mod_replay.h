@@ -12,9 +12,6 @@
 #include "audio/mod_mixer.h"
 #include "audio/mod_song.h"
 
-/// Clock of the sound chip in Hz: a voice plays MOD_Clock / Period samples a second.
-constexpr double MOD_Clock = 3546895.0;
-
 /// Vibrato or tremolo: a period is 256 steps of the position, which wraps.
 struct MOD_WAVE {
     uint8_t Speed, Depth; // 0 to 15, kept until others are given

@@ -37,7 +37,7 @@ inline size_t NotePeriod(const std::string &note)
 
 inline std::vector<uint8_t> WriteModule(const MOD_TEXT &song)
 {
-    std::vector<uint8_t> file(20);
+    std::vector<uint8_t> file;
     const auto put = [&file](size_t value, int count) {
         while (count--)
             file.push_back(static_cast<uint8_t>(value >> (8 * count)));
@@ -46,7 +46,7 @@ inline std::vector<uint8_t> WriteModule(const MOD_TEXT &song)
         file.insert(file.end(), s.begin(), s.end());
         file.resize(file.size() + size - s.size());
     };
-    file[0] = 'T';
+    putText("T", 20);
     const size_t samples = song.Signature.empty() ? 15 : 31;
     for (size_t i = 0; i < samples; i++) {
         const MOD_TEXT_SAMPLE s = i < song.Samples.size() ? song.Samples[i] : MOD_TEXT_SAMPLE{};
