@@ -20,13 +20,6 @@ static void SetModuleOutput(uint8_t n, uint8_t channels, uint32_t hz, uint8_t bi
     header.BitsPerSample = bits;
 }
 
-static void StartModuleOver(uint8_t n)
-{
-    MOD_HEADER &header = *MOD_GetHeader(n);
-    header.SongPosition = 0;
-    header.Row = 0;
-}
-
 static void DecodeModule(FILE *, uint8_t *buffer, uint32_t *length, uint8_t n)
 {
     MOD_Decoding(buffer, length, n);
@@ -38,7 +31,7 @@ std::array<AUDIO_MODULE, 9> Audio_Modules = {{
     {WAV_Load, WAV_Decoding, WAV_Destroy, Audio_FactsOf<WAV_GetHeader>, &WAV_SoundNumber,
      WAV_SetSoundNumber},
     {MOD_Load, DecodeModule, MOD_Destroy, Audio_FactsOf<MOD_GetHeader>, &MOD_SoundNumber,
-     MOD_SetSoundNumber, SetModuleOutput, StartModuleOver},
+     MOD_SetSoundNumber, SetModuleOutput, MOD_StartOver},
     {MP3_Load, MP3_Decoding, MP3_Destroy, Audio_FactsOf<MP3_GetHeader>, &MP3_SoundNumber,
      MP3_SetSoundNumber},
     {VOC_Load, VOC_Decoding, VOC_Destroy, Audio_FactsOf<VOC_GetHeader>, &VOC_SoundNumber,

@@ -93,9 +93,9 @@ std::string Player_Convert(PLAYER_SOUND &sound, uint32_t passes, const std::stri
     if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         return S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a regular file";
     const std::string beside = path + ".part";
-    AUDIO_FILE file(std::fopen(beside.c_str(), "wb"));
+    AUDIO_FILE file(std::fopen(beside.c_str(), "wbx"));
     if (!file)
-        return std::strerror(errno);
+        return errno == EEXIST ? beside + " is in the way" : std::strerror(errno);
     std::string failure = WriteSound(file.get(), sound, passes);
     Terminal_Clear();
     if (failure.empty() && std::rename(beside.c_str(), path.c_str()) != 0)

@@ -103,14 +103,24 @@ static void DescribeMOD(PLAYER_SOUND &sound)
     }
 }
 
-// Samples a channel of all frames that the decoder finds. The record's frame is then the last.
+// Samples a channel of the frames from where `file` stands on.
+static uint64_t CountFrames(FILE *file, uint8_t n)
+{
+    uint64_t samples = 0;
+    while (MP3_LoadFrame(file, n) != 0)
+        samples += MP3_GetHeader(n)->Version == 3 ? 1152 : 576;
+    return samples;
+}
+
+// Those of the sound. Where the search for frames gives up, the next refill goes on with it; only
+// one that finds none is the end.
 static uint64_t CountMP3(const AudioTrack &track)
 {
     uint32_t size;
     const AUDIO_FILE file = Audio_OpenFile(track.Path.c_str(), &size);
     uint64_t samples = 0;
-    while (file && MP3_LoadFrame(file.get(), track.SoundNumber) != 0)
-        samples += MP3_GetHeader(track.SoundNumber)->Version == 3 ? 1152 : 576;
+    while (const uint64_t more = file ? CountFrames(file.get(), track.SoundNumber) : 0)
+        samples += more;
     return samples;
 }
 
