@@ -83,7 +83,6 @@ TEST(Iff, Headers)
 {
     const BYTES body = Chunk("BODY", Data), odd = Chunk("NAME", Data), text(300, 'x');
     const FILE_ROW rows[] = {
-        {"8SVX", IffFile("8SVX", Vhdr + body), {1, 8363, 8, 48}, 1},
         {"16SV", IffFile("16SV", Chunk("ANNO", {'a'}) + body), {1, 0, 16, 29}, 0, "a"},
         {"a long text",
          IffFile("8SVX", Chunk("ANNO", text) + body),
@@ -156,7 +155,6 @@ TEST(Sounds, Codecs)
     };
     const BYTES turned = {127, 126, 125, 124, 123, 122}, swapped = {2, 1, 4, 3, 6, 5};
     const BYTES alaw = g711(Audio_Alaw), ulaw = g711(Audio_Ulaw);
-    const BYTES svx = IffFile("8SVX", Chunk("BODY", Data));
     const BYTES sv16 = IffFile("16SV", Chunk("BODY", Data));
     const struct {
         const char *what;
@@ -164,12 +162,9 @@ TEST(Sounds, Codecs)
         BYTES file, expected; // nothing: the buffer stays
         uint32_t given, reported, atEnd;
     } rows[] = {
-        {"VOC 8 bits", Voc, voc(0), Data, 100, 6, 0},
         {"VOC 16 bits, half a sample at the end", Voc, voc(4), Data, 100, 6, 0},
-        {"VOC A-law", Voc, voc(6), alaw, 100, 12, 0},
         {"VOC mu-law, a buffer's end", Voc, voc(7), ulaw, 6, 4, 4},
         {"VOC ADPCM", Voc, voc(1), {}, 100, 100, 100},
-        {"AU mu-law", Au, AuFile(1, Data), ulaw, 100, 12, 0},
         {"AU 8 bits", Au, AuFile(2, Data), turned, 100, 6, 0},
         {"AU 16 bits go on", Au, AuFile(3, Data), swapped + BYTES{255, 7, 255}, 100, 99, 99},
         {"AU 16 bits, an odd buffer", Au, AuFile(65536 + 3, Data), {2, 1, 4}, 3, 3, 3},
@@ -179,7 +174,6 @@ TEST(Sounds, Codecs)
         {"AU A-law", Au, AuFile(27, Data), alaw, 100, 12, 0},
         {"AU floating point", Au, AuFile(6, Data), {}, 100, 100, 100},
         {"8SVX", Iff, svx, turned, 100, 6, 0},
-        {"16SV, half a sample at the end", Iff, sv16, swapped, 100, 5, 0},
         {"16SV, an odd buffer", Iff, sv16, {2, 1, 4}, 3, 3, 1},
         {"AIFF 8 bits", Aiff, aiff(8), turned, 100, 6, 0},
         {"AIFF 16 bits", Aiff, aiff(16), swapped, 100, 5, 0},
@@ -187,7 +181,6 @@ TEST(Sounds, Codecs)
         {"AIFF 32 bits", Aiff, aiff(32), {4, 3, 2, 1}, 100, 4, 0},
         {"AIFF 12 bits", Aiff, aiff(12), {}, 100, 100, 100},
         {"AIFF raw", Aiff, aiff(16, Text("raw ")), Data, 100, 6, 0},
-        {"AIFF A-law", Aiff, aiff(16, Text("alaw")), alaw, 100, 12, 0},
         {"AIFF mu-law", Aiff, aiff(16, Text("ulaw")), ulaw, 100, 12, 0},
     };
     for (const auto &r : rows) {

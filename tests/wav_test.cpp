@@ -149,29 +149,14 @@ TEST(Wav, AdpcmSamples)
          Microsoft(1, 9),
          {9, 40, 0, 100, 0, 90, 0, 0x1F, 0},
          {90, 100, 150, 165}},
-        {"Microsoft, stereo",
-         Microsoft(2, 16),
-         {6, 6, 16, 0, 32, 0, 20, 0, 40, 0, 10, 0, 20, 0, 0x1F, 0},
-         {10, 20, 20, 40}},
         {"Microsoft, delta is 16 at least",
          Microsoft(1, 9),
          {6, 1, 0, 0, 0, 0, 0, 0x01, 0},
          {0, 0, 0, 16}},
-        // 192 / 256 of -3 is -2; then 7 times the adapted delta.
-        {"Microsoft, toward zero and cut",
-         Microsoft(1, 9),
-         {3, 0xFF, 0x7F, 0xFD, 0xFF, 0, 0, 0x07, 0},
-         {0, -3, -2, 32767}},
-        // 17 by step 7, 7 by step 9, 6 by step 11.
-        {"IMA, low code first", Ima(1, 6), {10, 0, 0, 0, 0x40, 0x8C}, {10, 17, 7, 6}},
         {"IMA, index 100 is 88",
          Ima(1, 6),
          {0, 0, 100, 0, 0x0F, 0},
          {-32768, -28673, -24949, -21564}},
-        {"IMA, stereo",
-         Ima(2, 16),
-         {0, 0, 0, 0, 100, 0, 0, 0, 0x44, 0, 0, 0, 0x0C, 0, 0, 0},
-         {7, 93, 17, 94, 18, 95, 19, 95, 20, 95, 21, 95, 21, 95, 21, 95}},
     };
     for (const auto &r : rows) {
         const BYTES file = AdpcmFile(r.format, r.block);
