@@ -83,6 +83,7 @@ TEST(Iff, Headers)
 {
     const BYTES body = Chunk("BODY", Data), odd = Chunk("NAME", Data), text(300, 'x');
     const FILE_ROW rows[] = {
+        {"8SVX", IffFile("8SVX", Vhdr + body), {1, 8363, 8, 48}, 1},
         {"16SV", IffFile("16SV", Chunk("ANNO", {'a'}) + body), {1, 0, 16, 29}, 0, "a"},
         {"a long text",
          IffFile("8SVX", Chunk("ANNO", text) + body),
@@ -173,7 +174,6 @@ TEST(Sounds, Codecs)
         {"AU 32 bits go on", Au, AuFile(5, Data), {4, 3, 2, 1, 255, 7, 6, 5}, 100, 99, 99},
         {"AU A-law", Au, AuFile(27, Data), alaw, 100, 12, 0},
         {"AU floating point", Au, AuFile(6, Data), {}, 100, 100, 100},
-        {"8SVX", Iff, svx, turned, 100, 6, 0},
         {"16SV, an odd buffer", Iff, sv16, {2, 1, 4}, 3, 3, 1},
         {"AIFF 8 bits", Aiff, aiff(8), turned, 100, 6, 0},
         {"AIFF 16 bits", Aiff, aiff(16), swapped, 100, 5, 0},
