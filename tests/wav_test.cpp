@@ -153,10 +153,7 @@ TEST(Wav, AdpcmSamples)
          Microsoft(1, 9),
          {6, 1, 0, 0, 0, 0, 0, 0x01, 0},
          {0, 0, 0, 16}},
-        {"IMA, index 100 is 88",
-         Ima(1, 6),
-         {0, 0, 100, 0, 0x0F, 0},
-         {-32768, -28673, -24949, -21564}},
+        {"IMA, index 100 is 88", Ima(1, 6), {0, 0, 100, 0, 0x80, 0}, {4095, 371, 3756, 6833}},
     };
     for (const auto &r : rows) {
         const BYTES file = AdpcmFile(r.format, r.block);
