@@ -13,7 +13,7 @@ struct AIFF_HEADER {
     uint32_t FileSize;      // bytes
     uint16_t Codec;         // 0 linear, 1 bytes as they are, 2 A-law, 3 mu-law
     uint16_t Channels = 1;  // as it stays without a common chunk
-    uint32_t SamplingRate;  // Hz: right from 32768 up, else times a power of two
+    uint32_t SamplingRate;  // Hz: right from 32768 to 65535, else times a power of two
     uint16_t BitsPerSample; // of the output
     uint32_t FrameCount;
     std::array<uint8_t, 10> Rate; // 80-bit extended floating point

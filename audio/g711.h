@@ -43,3 +43,9 @@ constexpr int16_t Audio_Ulaw(uint8_t byte)
 {
     return AUDIO_ULAW[byte];
 }
+
+// The standard's tables 1a to 2b: the ends of a segment, and the values around zero.
+static_assert(Audio_Alaw(0xAA) == 4032 * 8 && Audio_Alaw(0x2A) == -4032 * 8);
+static_assert(Audio_Alaw(0xA5) == 2112 * 8 && Audio_Alaw(0xD5) == 8 && Audio_Alaw(0x55) == -8);
+static_assert(Audio_Ulaw(0x80) == 8031 * 4 && Audio_Ulaw(0x00) == -8031 * 4);
+static_assert(Audio_Ulaw(0x8F) == 4191 * 4 && Audio_Ulaw(0xFF) == 0 && Audio_Ulaw(0x7F) == 0);

@@ -1,6 +1,7 @@
 // The sound modules behind one face, and their refills as the engine asks for them.
 #pragma once
 
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -13,8 +14,25 @@
 #include "audio/wav.h"
 #include "tests/files.h"
 
+using BYTES = std::vector<uint8_t>;
+
+inline BYTES operator+(BYTES a, const BYTES &b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// Big-endian with `count` bytes, little-endian with -`count`.
+inline BYTES Number(int64_t value, int count)
+{
+    BYTES bytes;
+    for (int i = 0; i < std::abs(count); i++)
+        bytes.push_back(static_cast<uint8_t>(value >> (8 * (count > 0 ? count - 1 - i : i))));
+    return bytes;
+}
+
 struct FACTS {
-    uint32_t FileSize, Channels, SamplingRate, BitsPerSample, DataStart;
+    uint32_t Channels, SamplingRate, BitsPerSample, DataStart;
     bool operator==(const FACTS &) const = default;
 };
 
@@ -22,8 +40,7 @@ template <auto GetHeader>
 FACTS FactsOf(uint8_t n)
 {
     const auto *r = GetHeader(n);
-    return r ? FACTS{r->FileSize, r->Channels, r->SamplingRate, r->BitsPerSample, r->DataStart}
-             : FACTS{};
+    return r ? FACTS{r->Channels, r->SamplingRate, r->BitsPerSample, r->DataStart} : FACTS{};
 }
 
 struct MODULE {
@@ -36,27 +53,14 @@ struct MODULE {
     uint8_t *SoundNumber;
 };
 
-constexpr MODULE Modules[] = {
-    {"wav", WAV_Load, WAV_Decoding, WAV_Destroy, WAV_SetSoundNumber, FactsOf<WAV_GetHeader>,
-     &WAV_SoundNumber},
-    {"voc", VOC_Load, VOC_Decoding, VOC_Destroy, VOC_SetSoundNumber, FactsOf<VOC_GetHeader>,
-     &VOC_SoundNumber},
-    {"au", AU_Load, AU_Decoding, AU_Destroy, AU_SetSoundNumber, FactsOf<AU_GetHeader>,
-     &AU_SoundNumber},
-    {"8svx", IFF_Load, IFF_Decoding, IFF_Destroy, IFF_SetSoundNumber, FactsOf<IFF_GetHeader>,
-     &IFF_SoundNumber},
-    {"aiff", AIFF_Load, AIFF_Decoding, AIFF_Destroy, AIFF_SetSoundNumber, FactsOf<AIFF_GetHeader>,
-     &AIFF_SoundNumber},
-};
-
-// Null for a format that is none of them.
-inline const MODULE *ModuleOf(std::string_view name)
-{
-    for (const MODULE &module : Modules)
-        if (module.Name == name)
-            return &module;
-    return nullptr;
-}
+// clang-format off
+constexpr MODULE Wav = {"wav", WAV_Load, WAV_Decoding, WAV_Destroy, WAV_SetSoundNumber, FactsOf<WAV_GetHeader>, &WAV_SoundNumber};
+constexpr MODULE Voc = {"voc", VOC_Load, VOC_Decoding, VOC_Destroy, VOC_SetSoundNumber, FactsOf<VOC_GetHeader>, &VOC_SoundNumber};
+constexpr MODULE Au = {"au", AU_Load, AU_Decoding, AU_Destroy, AU_SetSoundNumber, FactsOf<AU_GetHeader>, &AU_SoundNumber};
+constexpr MODULE Iff = {"8svx", IFF_Load, IFF_Decoding, IFF_Destroy, IFF_SetSoundNumber, FactsOf<IFF_GetHeader>, &IFF_SoundNumber};
+constexpr MODULE Aiff = {"aiff", AIFF_Load, AIFF_Decoding, AIFF_Destroy, AIFF_SetSoundNumber, FactsOf<AIFF_GetHeader>, &AIFF_SoundNumber};
+// clang-format on
+constexpr const MODULE *Modules[] = {&Wav, &Voc, &Au, &Iff, &Aiff};
 
 // Loads into slot 0.
 inline FACTS LoadFirst(const MODULE &module, const std::string &path)
@@ -67,23 +71,27 @@ inline FACTS LoadFirst(const MODULE &module, const std::string &path)
     return module.Facts(0);
 }
 
+inline FACTS LoadBytes(const MODULE &module, const BYTES &file)
+{
+    return LoadFirst(module, WriteTemp("sound", file));
+}
+
 struct REFILL {
-    std::vector<uint8_t> Bytes; // the buffer; 0xEE where nothing was written
-    uint32_t Length;            // as reported
-    uint64_t Position;          // of the file afterwards
+    BYTES Bytes;       // the buffer; 0xEE where nothing was written
+    uint32_t Length;   // as reported
+    uint64_t Position; // of the file afterwards
 };
 
 // Guarded: what lies behind the buffer must stay.
-inline REFILL Refill(const MODULE &module, const std::string &path, uint64_t position,
-                     uint32_t length)
+inline REFILL Refill(const MODULE &module, uint64_t position, uint32_t length,
+                     const std::string &path = TempPath("sound"))
 {
-    REFILL refill = {std::vector<uint8_t>(length + 8u, 0xEE), length, 0};
+    REFILL refill = {BYTES(length + 8u, 0xEE), length, 0};
     const AUDIO_FILE file(std::fopen(path.c_str(), "rb"));
     fseeko(file.get(), static_cast<off_t>(position), SEEK_SET);
     module.Decoding(file.get(), refill.Bytes.data(), &refill.Length, 0);
     refill.Position = static_cast<uint64_t>(ftello(file.get()));
-    for (size_t i = length; i < refill.Bytes.size(); i++)
-        EXPECT_EQ(refill.Bytes[i], 0xEE) << path << " writes behind the buffer";
+    EXPECT_EQ(BYTES(refill.Bytes.begin() + length, refill.Bytes.end()), BYTES(8, 0xEE)) << path;
     EXPECT_LE(refill.Length, length) << path;
     refill.Bytes.resize(length);
     return refill;
