@@ -8,8 +8,17 @@
 #include <numbers>
 #include <string_view>
 
+#include "picture/gif.h"
 #include "picture/graphics.h"
 #include "picture/ham68.h"
+#include "picture/jpg.h"
+#include "picture/jpg_scan.h"
+#include "picture/pcx.h"
+#include "picture/png.h"
+#include "picture/pxm.h"
+#include "picture/spr.h"
+#include "picture/tga.h"
+#include "picture/xbm.h"
 #include "platform/system.h"
 
 uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
@@ -103,23 +112,73 @@ static void LoadHAM68(Picture &picture, const char *path, uint16_t hint, uint16_
     HAM68_UnLoad();
 }
 
+// The sequence of most formats.
+template <auto Load, auto *Header, auto Decoding, auto UnLoad>
+static void LoadPlain(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    Load(path);
+    picture.Width = picture.BufferWidth = static_cast<uint16_t>(Header->Width);
+    picture.Height = picture.BufferHeight = static_cast<uint16_t>(Header->Height);
+    picture.Bits = static_cast<uint8_t>(Header->BitsPerPixel);
+    picture.Pixels = Decoding();
+    UnLoad();
+}
+
+static void LoadJPG(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    JPG_Load(path);
+    picture.Width = JPG_Header.Width;
+    picture.Height = JPG_Header.Height;
+    picture.BufferWidth = static_cast<uint16_t>(JPG_Decoder.PaddedWidth);
+    picture.BufferHeight = static_cast<uint16_t>(JPG_Decoder.PaddedHeight);
+    picture.Bits = static_cast<uint8_t>(JPG_Header.Precision * JPG_Header.ComponentCount);
+    picture.Pixels = JPG_Decoding();
+    picture.ThumbPixels = JPG_GetThumbnail();
+    picture.ThumbWidth = JPG_Header.ThumbWidth;
+    picture.ThumbHeight = JPG_Header.ThumbHeight;
+    picture.ThumbBufferWidth = static_cast<uint16_t>(JPG_Decoder.ThumbPaddedWidth);
+    picture.ThumbBufferHeight = static_cast<uint16_t>(JPG_Decoder.ThumbPaddedHeight);
+    JPG_UnLoad();
+}
+
+static void LoadXBM(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    XBM_Load(path);
+    picture.Width = XBM_Header.Width;
+    picture.BufferWidth = static_cast<uint16_t>(XBM_Header.BytesPerRow * 8);
+    picture.Height = picture.BufferHeight = XBM_Header.Height;
+    picture.Bits = XBM_Header.BitsPerPixel;
+    picture.Pixels = XBM_Decoding();
+    XBM_UnLoad();
+}
+
+static void LoadGIF(Picture &picture, const char *path, uint16_t hint, uint16_t)
+{
+    GIF_Load(path);
+    picture.Width = picture.BufferWidth = GIF_Header.Width;
+    picture.Height = picture.BufferHeight = GIF_Header.Height;
+    picture.Bits = GIF_Header.Bits;
+    picture.Pixels = GIF_Decoding(hint);
+    GIF_UnLoad();
+}
+
 // What loads each format, by its code; null where nothing decodes it.
 using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hint,
                                 uint16_t rawPlanes);
 static constexpr std::array<PICTURE_LOADER, 13> loaders = {
-    nullptr,   // PICTURE_UNKNOWN
-    LoadHAM68, // PICTURE_HAM68
-    nullptr,   // PICTURE_BMP
-    nullptr,   // PICTURE_PCX
-    nullptr,   // PICTURE_PNM
-    nullptr,   // PICTURE_JPEG
-    nullptr,   // PICTURE_TGA
-    nullptr,   // PICTURE_PNG
-    nullptr,   // PICTURE_ILBM
-    nullptr,   // PICTURE_XBM
-    nullptr,   // PICTURE_TIFF
-    nullptr,   // PICTURE_GIF
-    nullptr,   // PICTURE_SPRITES
+    nullptr,                                                    // PICTURE_UNKNOWN
+    LoadHAM68,                                                  // PICTURE_HAM68
+    nullptr,                                                    // PICTURE_BMP
+    LoadPlain<PCX_Load, &PCX_Header, PCX_Decoding, PCX_UnLoad>, // PICTURE_PCX
+    LoadPlain<PXM_Load, &PXM_Header, PXM_Decoding, PXM_UnLoad>, // PICTURE_PNM
+    LoadJPG,                                                    // PICTURE_JPEG
+    LoadPlain<TGA_Load, &TGA_Header, TGA_Decoding, TGA_UnLoad>, // PICTURE_TGA
+    LoadPlain<PNG_Load, &PNG_Header, PNG_Decoding, PNG_UnLoad>, // PICTURE_PNG
+    nullptr,                                                    // PICTURE_ILBM
+    LoadXBM,                                                    // PICTURE_XBM
+    nullptr,                                                    // PICTURE_TIFF
+    LoadGIF,                                                    // PICTURE_GIF
+    LoadPlain<SPR_Load, &SPR_Header, SPR_Decoding, SPR_UnLoad>, // PICTURE_SPRITES
 };
 
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
@@ -133,8 +192,16 @@ Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
 
 void Picture_UnLoad(Picture picture)
 {
-    std::free(picture.Pixels);
-    std::free(picture.ThumbPixels);
+    if (picture.Format == PICTURE_GIF) {
+        GIF_FreeFrames(picture.Pixels);
+    } else if (picture.Format == PICTURE_SPRITES) {
+        SPR_FreeImages(picture.Pixels);
+    } else {
+        std::free(picture.Pixels);
+        std::free(picture.ThumbPixels);
+        std::free(JPG_Header.Thumbnail); // should it not have been handed over
+        JPG_Header.Thumbnail = nullptr;
+    }
 }
 
 int Picture_Converter(uint8_t mode, const char *path, const Picture &picture)

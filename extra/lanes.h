@@ -1,0 +1,18 @@
+// Functions whose loops compilers run many lanes at a time.
+#pragma once
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define EXTRA_SANITIZED 1
+#endif
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define EXTRA_SANITIZED 1
+#endif
+
+// Before a function: it is compiled twice, and the processor's better half is chosen at run time.
+// Sanitizers start too late for the choosing.
+#if defined(__x86_64__) && defined(__linux__) && !defined(EXTRA_SANITIZED)
+#define EXTRA_LANES [[gnu::target_clones("avx2", "default")]]
+#else
+#define EXTRA_LANES
+#endif

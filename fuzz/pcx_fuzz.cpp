@@ -1,0 +1,17 @@
+// A PCX file of any bytes.
+#include <cstdlib>
+
+#include "fuzz/fuzz.h"
+#include "picture/pcx.h"
+#include "picture/picture.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    Picture_MaxBytes = size_t{1} << 16;
+    PCX_Load(FuzzFile(data, size).c_str());
+    std::free(PCX_Decoding());
+    PCX_HEADER header;
+    PCX_GetHeader(&header);
+    PCX_UnLoad();
+    return 0;
+}

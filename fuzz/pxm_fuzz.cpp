@@ -1,0 +1,16 @@
+// A PNM file of any bytes.
+#include <cstdlib>
+
+#include "fuzz/fuzz.h"
+#include "picture/picture.h"
+#include "picture/pxm.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    Picture_MaxBytes = size_t{1} << 16;
+    PXM_Load(FuzzFile(data, size).c_str());
+    std::free(PXM_Decoding());
+    PXM_GetHeader();
+    PXM_UnLoad();
+    return 0;
+}

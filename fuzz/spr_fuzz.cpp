@@ -1,0 +1,16 @@
+// A sprite file with all its images.
+#include "fuzz/fuzz.h"
+#include "picture/picture.h"
+#include "picture/spr.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    Picture_MaxBytes = size_t{1} << 16;
+    SPR_Load(FuzzFile(data, size).c_str());
+    uint8_t *pixels = SPR_Decoding();
+    SPR_HEADER header;
+    SPR_GetHeader(&header);
+    SPR_UnLoad();
+    SPR_FreeImages(pixels);
+    return 0;
+}

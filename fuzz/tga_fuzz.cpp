@@ -1,0 +1,16 @@
+// A TGA file of any bytes.
+#include <cstdlib>
+
+#include "fuzz/fuzz.h"
+#include "picture/picture.h"
+#include "picture/tga.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    Picture_MaxBytes = size_t{1} << 16;
+    TGA_Load(FuzzFile(data, size).c_str());
+    std::free(TGA_Decoding());
+    TGA_GetHeader();
+    TGA_UnLoad();
+    return 0;
+}

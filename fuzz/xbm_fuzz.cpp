@@ -1,0 +1,17 @@
+// A XBM file of any bytes.
+#include <cstdlib>
+
+#include "fuzz/fuzz.h"
+#include "picture/picture.h"
+#include "picture/xbm.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    Picture_MaxBytes = size_t{1} << 16;
+    XBM_Load(FuzzFile(data, size).c_str());
+    std::free(XBM_Decoding());
+    XBM_HEADER header;
+    XBM_GetHeader(&header);
+    XBM_UnLoad();
+    return 0;
+}

@@ -1,0 +1,182 @@
+#include "picture/pcx.h"
+
+#include <algorithm>
+
+#include "extra/bytes.h"
+#include "picture/picture.h"
+
+PCX_HEADER PCX_Header;
+std::vector<uint8_t> PCX_File;
+
+constexpr size_t PCX_HeaderSize = 128;
+constexpr size_t PCX_PaletteSize = 256 * 3; // at the end of a file of 256 colours
+constexpr size_t PCX_LongestRun = 63;
+
+// Bit 7 - i of a byte in byte i: the first of eight pixels is the highest bit.
+constexpr auto PCX_Spread = [] {
+    std::array<std::array<uint8_t, 8>, 256> table{};
+    for (size_t byte = 0; byte < 256; byte++)
+        for (size_t i = 0; i < 8; i++)
+            table[byte][i] = byte >> (7 - i) & 1;
+    return table;
+}();
+
+// Bit planes, one plane of indexes, or a plane for each of red, green and blue.
+static bool IsPlanar()
+{
+    return PCX_Header.BitsPerPixel == 1 || PCX_Header.BitsPerPixel == 4;
+}
+static bool IsKnown()
+{
+    return IsPlanar() || PCX_Header.BitsPerPixel == 8 ||
+           (PCX_Header.BitsPerPixel == 24 && PCX_Header.Planes == 3);
+}
+
+static size_t RowSize()
+{
+    return size_t{PCX_Header.Planes} * PCX_Header.BytesPerLine;
+}
+
+// Bytes behind the pixel data.
+static size_t TailSize()
+{
+    return PCX_Header.BitsPerPixel == 8 ? PCX_PaletteSize : 0;
+}
+
+// The pixel data, as far as the file has them.
+static std::span<const uint8_t> PixelData()
+{
+    const std::span<const uint8_t> rest = Bytes_GetSpan(PCX_File, PCX_HeaderSize);
+    return rest.first(rest.size() - std::min(rest.size(), TailSize()));
+}
+
+static void ReadHeader()
+{
+    PCX_HEADER &h = PCX_Header;
+    h = {};
+    h.FileSize = static_cast<uint32_t>(PCX_File.size());
+    size_t position = 2; // past the manufacturer and the version
+    h.Encoding = Bytes_GetByte(PCX_File, position);
+    h.BitsPerPlane = Bytes_GetByte(PCX_File, position);
+    for (uint16_t *corner : {&h.XMin, &h.YMin, &h.XMax, &h.YMax})
+        *corner = static_cast<uint16_t>(Bytes_GetLittle(PCX_File, position, 2));
+    position = 65;
+    h.Planes = Bytes_GetByte(PCX_File, position);
+    h.BytesPerLine = static_cast<uint16_t>(Bytes_GetLittle(PCX_File, position, 2));
+    h.Width = static_cast<uint16_t>(h.XMax - h.XMin + 1);
+    h.Height = static_cast<uint16_t>(h.YMax - h.YMin + 1);
+    h.BitsPerPixel = static_cast<uint8_t>(h.BitsPerPlane * h.Planes);
+    h.Size = uint32_t{h.Width} * h.Height * 4;
+    const int needed = h.BitsPerPixel < 8 ? (h.Width + 7) / 8 : h.Width;
+    h.BytesPerLine = std::max(h.BytesPerLine, static_cast<uint16_t>(needed));
+}
+
+// Bytes up to 192 stand for themselves; above, the low six bits count the byte that follows. Runs
+// go on across the ends of rows.
+static void ExpandRuns(std::span<const uint8_t> packed, size_t size, std::vector<uint8_t> &out)
+{
+    const size_t start = out.size();
+    size = std::min(size, packed.size() / 2 * PCX_LongestRun + 1);
+    out.resize(start + size + PCX_LongestRun); // a run is written whole, then the next goes over it
+    uint8_t *to = out.data() + start;
+    const uint8_t *const end = to + size;
+    for (size_t i = 0; i < packed.size() && to < end;) {
+        const uint8_t value = packed[i++];
+        if (value <= 192) {
+            *to++ = value;
+        } else if (i < packed.size()) {
+            std::memset(to, packed[i++], PCX_LongestRun);
+            to += value - 192;
+        }
+    }
+    out.resize(std::min(static_cast<size_t>(to - out.data()), start + size));
+}
+
+void PCX_Load(const char *path)
+{
+    PCX_File = Bytes_LoadFile(path);
+    ReadHeader();
+    const size_t size = RowSize() * PCX_Header.Height;
+    if (PCX_Header.Encoding != 1 || !IsKnown() || size > Picture_MaxBytes ||
+        PCX_File.size() < PCX_HeaderSize + TailSize())
+        return;
+    const auto tail = PCX_File.end() - static_cast<ptrdiff_t>(TailSize());
+    std::vector<uint8_t> expanded(PCX_File.begin(), PCX_File.begin() + PCX_HeaderSize);
+    ExpandRuns(PixelData(), size, expanded);
+    expanded.insert(expanded.end(), tail, PCX_File.end());
+    PCX_File = std::move(expanded);
+    PCX_Header.FileSize = static_cast<uint32_t>(PCX_File.size());
+}
+
+static void ReadPalette()
+{
+    const size_t colours = size_t{1} << PCX_Header.BitsPerPixel;
+    size_t position = colours == 256 ? PCX_File.size() - PCX_PaletteSize : 16;
+    for (size_t i = 0; i < colours; i++) {
+        for (size_t c = 0; c < 3; c++)
+            PCX_Header.Palette[i][c] = Bytes_GetByte(PCX_File, position);
+        PCX_Header.Palette[i][3] = 255;
+    }
+}
+
+// One bit of each of 1 or 4 planes makes an index, the first plane its lowest bit.
+static void DecodePlanes(std::span<const uint8_t> row, uint8_t *out)
+{
+    const PCX_HEADER &h = PCX_Header;
+    for (size_t x = 0; x < h.Width; x += 8) {
+        std::array<uint8_t, 8> indexes{};
+        for (size_t p = 0; p < h.BitsPerPixel; p++) {
+            size_t position = p * h.BytesPerLine + x / 8;
+            const auto &bits = PCX_Spread[Bytes_GetByte(row, position)];
+            for (size_t i = 0; i < 8; i++)
+                indexes[i] = static_cast<uint8_t>(indexes[i] | bits[i] << p);
+        }
+        Pixels_FromIndexes(std::span(indexes).first(std::min<size_t>(8, h.Width - x)), h.Palette,
+                           out + 4 * x);
+    }
+}
+
+static void DecodeTriples(std::span<const uint8_t> row, uint8_t *out)
+{
+    const size_t width = PCX_Header.Width;
+    const std::span<const uint8_t> red = row.first(width),
+                                   green = row.subspan(PCX_Header.BytesPerLine, width),
+                                   blue = row.subspan(2 * size_t{PCX_Header.BytesPerLine}, width);
+    for (size_t x = 0; x < width; x++)
+        Pixels_Put(out + 4 * x, Pixels_Pack(red[x], green[x], blue[x], 255));
+}
+
+uint8_t *PCX_Decoding()
+{
+    const PCX_HEADER &h = PCX_Header;
+    const std::span<const uint8_t> data = PixelData();
+    if (!IsKnown() || data.size() < RowSize())
+        return nullptr;
+    uint8_t *pixels = Picture_NewPixels(h.Width, h.Height);
+    if (!pixels)
+        return nullptr;
+    if (h.BitsPerPixel != 24)
+        ReadPalette();
+    for (size_t y = 0; y < h.Height && (y + 1) * RowSize() <= data.size(); y++) {
+        const std::span<const uint8_t> row = data.subspan(y * RowSize());
+        uint8_t *out = pixels + y * h.Width * 4;
+        if (IsPlanar())
+            DecodePlanes(row, out);
+        else if (h.BitsPerPixel == 8)
+            Pixels_FromIndexes(row.first(h.Width), h.Palette, out);
+        else
+            DecodeTriples(row, out);
+    }
+    return pixels;
+}
+
+void PCX_UnLoad()
+{
+    PCX_File = {};
+}
+
+PCX_HEADER *PCX_GetHeader(PCX_HEADER *out)
+{
+    *out = PCX_Header;
+    return out;
+}

@@ -1,0 +1,41 @@
+// PCX pictures (PC Paintbrush): 2 and 16 colours in bit planes, 256 colours, and 24 bits, plain or
+// run-length coded. The marker before the palette of 256 colours is not checked.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "picture/pixels.h"
+
+struct PCX_HEADER {
+    uint32_t FileSize;    // bytes; of a run-length coded file once expanded
+    uint8_t Encoding;     // 1: run-length
+    uint8_t BitsPerPlane; // per pixel
+    uint16_t XMin, YMin, XMax, YMax;
+    uint8_t Planes;
+    uint16_t Width, Height; // pixels
+    uint8_t BitsPerPixel;   // of all planes: 1, 4, 8 or 24
+    uint32_t Size;          // Width x Height x 4
+    PIXELS_PALETTE Palette;
+    uint16_t BytesPerLine; // of one plane; at least what Width needs
+};
+
+/// The file being decoded, one at a time. The header stays after PCX_UnLoad.
+extern PCX_HEADER PCX_Header;
+extern std::vector<uint8_t> PCX_File; // the image, runs expanded
+
+/// Reads a file and expands its runs, to the size that the header tells and to what the file can
+/// carry. A bytes-per-line field too small for the width is not believed.
+void PCX_Load(const char *path);
+
+/// Width x Height RGBA pixels, opaque; rows that the file lacks are 0. The caller frees them.
+/// Null for a file without its first row, for another depth than 1, 4, 8 and 24 (3 planes of 8),
+/// and past Picture_MaxBytes. The expanded image stands beside the pixels: at most 32 times the
+/// file, and three quarters of Width x Height x 4 where lines are not padded.
+uint8_t *PCX_Decoding();
+
+/// Frees the file image.
+void PCX_UnLoad();
+
+/// Copies the header to `out` and returns it.
+PCX_HEADER *PCX_GetHeader(PCX_HEADER *out);

@@ -1,0 +1,82 @@
+// Runs of samples into R G B A pixels, as several decoders need them. `out` has room for 4 bytes a
+// pixel; what is not said to be transparent gets alpha 255.
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <span>
+
+using PIXELS_PALETTE = std::array<std::array<uint8_t, 4>, 256>; // R G B A
+
+/// A pixel as the word whose bytes lie in memory in this order.
+constexpr uint32_t Pixels_Pack(uint32_t r, uint32_t g, uint32_t b, uint32_t a)
+{
+    return std::endian::native == std::endian::little ? r | g << 8 | b << 16 | a << 24
+                                                      : r << 24 | g << 16 | b << 8 | a;
+}
+
+inline void Pixels_Put(uint8_t *out, uint32_t pixel)
+{
+    std::memcpy(out, &pixel, 4);
+}
+
+inline uint32_t Pixels_Get(const uint8_t *bytes)
+{
+    uint32_t pixel;
+    std::memcpy(&pixel, bytes, 4);
+    return pixel;
+}
+
+/// The pixel with red and blue exchanged.
+constexpr uint32_t Pixels_SwapRedBlue(uint32_t pixel)
+{
+    constexpr uint32_t kept = Pixels_Pack(0, 255, 0, 255);
+    return (pixel & kept) | std::rotl(pixel & ~kept, 16);
+}
+
+/// As many triples of R, G, B (or B, G, R) as there are whole ones.
+template <bool BlueFirst>
+inline void Pixels_FromTriples(std::span<const uint8_t> samples, uint8_t *out)
+{
+    const auto put = [](uint8_t *to, uint32_t pixel) {
+        Pixels_Put(to, (BlueFirst ? Pixels_SwapRedBlue(pixel) : pixel) | Pixels_Pack(0, 0, 0, 255));
+    };
+    const uint8_t *s = samples.data();
+    const size_t count = samples.size() / 3;
+    for (size_t i = 0; i + 1 < count; i++) // the fourth byte is the next triple's first
+        put(out + 4 * i, Pixels_Get(s + 3 * i));
+    if (count > 0) {
+        const size_t last = count - 1;
+        put(out + 4 * last, Pixels_Pack(s[3 * last], s[3 * last + 1], s[3 * last + 2], 255));
+    }
+}
+
+/// One palette entry a pixel, its alpha included.
+inline void Pixels_FromIndexes(std::span<const uint8_t> indexes, const PIXELS_PALETTE &palette,
+                               uint8_t *out)
+{
+    for (size_t i = 0; i < indexes.size(); i++)
+        std::memcpy(out + 4 * i, palette[indexes[i]].data(), 4);
+}
+
+/// One grey sample a pixel.
+inline void Pixels_FromGreys(std::span<const uint8_t> greys, uint8_t *out)
+{
+    for (size_t i = 0; i < greys.size(); i++)
+        Pixels_Put(out + 4 * i, Pixels_Pack(greys[i], greys[i], greys[i], 255));
+}
+
+/// The eight pixels of a byte whose set bits are black and clear bits white, for either order.
+using PIXELS_BILEVEL = std::array<std::array<uint8_t, 32>, 256>;
+constexpr PIXELS_BILEVEL Pixels_MakeBilevel(bool highestFirst)
+{
+    PIXELS_BILEVEL table{};
+    for (size_t byte = 0; byte < 256; byte++)
+        for (size_t i = 0; i < 32; i++) {
+            const size_t bit = highestFirst ? 7 - i / 4 : i / 4;
+            table[byte][i] = i % 4 == 3 || !(byte >> bit & 1) ? 255 : 0;
+        }
+    return table;
+}

@@ -1,0 +1,39 @@
+// Sprite files, the framework's own: up to 255 images of one size. After "SPRITES" a byte each for
+// the number of images, their width and their height (0: 256), then the pixels of all images as
+// B G R, top row first, without gaps.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+struct SPR_HEADER {
+    uint16_t Width, Height;            // of each image, pixels
+    uint32_t Size;                     // Width x Height x 4
+    uint16_t BitsPerPixel;             // 24
+    uint8_t Count;                     // images
+    std::array<uint8_t *, 256> Images; // RGBA pixels of each, null where there is none
+};
+
+/// The file being decoded, one at a time. The header, and with it the images, stays after
+/// SPR_UnLoad until SPR_FreeImages.
+extern SPR_HEADER SPR_Header;
+extern std::vector<uint8_t> SPR_File;
+
+/// Reads a file's header. Frees the images of an earlier file, save the first, which belongs to the
+/// picture that it was loaded for.
+void SPR_Load(const char *path);
+
+/// Decodes all images into SPR_Header and returns the first. Each is Width x Height RGBA pixels,
+/// opaque; pixels that the file lacks are 0, and images without their first row stay null. Null
+/// when the first does. All together take at most 64 MiB (and each at most Picture_MaxBytes).
+uint8_t *SPR_Decoding();
+
+/// Frees the file image.
+void SPR_UnLoad();
+
+/// Frees `first`, which SPR_Decoding returned, with the other images of its file.
+void SPR_FreeImages(uint8_t *first);
+
+/// Copies the header, the addresses of the images with it, to `out` and returns it.
+SPR_HEADER *SPR_GetHeader(SPR_HEADER *out);

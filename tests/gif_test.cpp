@@ -1,0 +1,260 @@
+#include "picture/gif.h"
+
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "extra/heap.h"
+#include "tests/pictures.h"
+
+// A screen with 16 global colours (10 n, 0, 0), its background of index 2.
+static BYTES Screen(int width, int height)
+{
+    const auto byte = [](int v) { return static_cast<uint8_t>(v); };
+    BYTES head = Text("GIF89a") +
+                 BYTES{byte(width), byte(width >> 8), byte(height), byte(height >> 8), 0xB3, 2, 0};
+    for (int i = 0; i < 16; i++)
+        head = head + BYTES{byte(10 * i), 0, 0};
+    return head;
+}
+
+// Sub-blocks of at most 255 bytes.
+static BYTES SubBlocks(const BYTES &data)
+{
+    BYTES out;
+    for (size_t i = 0; i < data.size(); i += 255) {
+        const auto part = Bytes_GetSpan(data, i, 255);
+        out.push_back(static_cast<uint8_t>(part.size()));
+        out.insert(out.end(), part.begin(), part.end());
+    }
+    return out + BYTES{0};
+}
+
+// Codes as they stand in a file. Their size grows as the dictionary does: it has an entry more
+// after each code but the first, and none after the clear code.
+static BYTES Pack(const std::vector<size_t> &codes, unsigned minimum)
+{
+    const size_t clear = size_t{1} << minimum;
+    size_t next = clear + 1, bit = 0;
+    unsigned size = minimum + 1;
+    BYTES out;
+    for (const size_t code : codes) {
+        for (unsigned i = 0; i < size; i++, bit++) {
+            out.resize(bit / 8 + 1);
+            out[bit / 8] = static_cast<uint8_t>(out[bit / 8] | (code >> i & 1) << bit % 8);
+        }
+        if (code == clear) {
+            next = clear + 1;
+            size = minimum + 1;
+        } else if (next < 4096 && ++next == size_t{1} << size && size < 12) {
+            size++;
+        }
+    }
+    return out;
+}
+
+static BYTES Frame(int left, int top, int width, int height, const std::vector<size_t> &indexes,
+                   uint8_t packed = 0, const BYTES &palette = {})
+{
+    BYTES out = {','};
+    for (const int v : {left, top, width, height})
+        out = out + BYTES{static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8)};
+    std::vector<size_t> codes = indexes;
+    codes.insert(codes.begin(), 16);
+    codes.push_back(17);
+    return out + BYTES{packed} + palette + BYTES{4} + SubBlocks(Pack(codes, 4));
+}
+
+static BYTES Control(uint8_t packed, uint8_t transparent)
+{
+    return {'!', 249, 4, packed, 7, 1, transparent, 0};
+}
+
+// A frame's reds as hexadecimal digits (red / 10), "." where alpha is 0; a row a word.
+static std::string Reds(uint16_t frame = 0)
+{
+    const uint8_t *p = GIF_HEADER_GetFrameData(frame);
+    std::string text;
+    for (size_t i = 0; p && i < size_t{GIF_Header.Width} * GIF_Header.Height; i++) {
+        if (i > 0 && i % GIF_Header.Width == 0)
+            text += ' ';
+        text += p[4 * i + 3] == 0 ? '.' : "0123456789ABCDEF"[p[4 * i] / 10];
+    }
+    return text;
+}
+
+TEST(GIF, CodesBecomeIndexes)
+{
+    const struct {
+        const char *what;
+        std::vector<size_t> codes; // 4 clears, 5 ends, new ones from 6
+        const char *reds;
+    } rows[] = {
+        {"clear codes in front", {4, 4, 4, 1, 2, 3, 5}, "123000000000"},
+        {"no clear code", {1, 2, 3, 5}, "123000000000"},
+        {"strings", {4, 1, 2, 6, 7, 3, 5}, "121221300000"},
+        {"the code that is being made", {4, 1, 6, 7, 5}, "111111000000"},
+        {"a larger code size", {4, 1, 6, 7, 8, 3, 9, 5}, "111111111131"},
+        {"cleared half way", {4, 1, 6, 4, 2, 6, 4, 5}, "111222000000"},
+        {"cleared, then the end", {4, 1, 2, 4, 5, 3}, "120000000000"},
+        {"behind the end", {4, 1, 5, 2, 2}, "100000000000"},
+        {"a code that is none yet", {4, 1, 7, 2}, "100000000000"},
+        {"a first code that is none", {4, 6, 1}, "000000000000"},
+        {"no end code", {4, 3, 2, 1}, "321000000000"},
+        {"more than fits", {4, 1, 2, 6, 8, 9, 10, 11, 3, 5}, "121212112111"},
+        {"nothing", {}, "000000000000"},
+    };
+    for (const auto &r : rows) {
+        const BYTES file = Screen(12, 1) + BYTES{',', 0, 0, 0, 0, 12, 0, 1, 0, 0, 2} +
+                           SubBlocks(Pack(r.codes, 2)) + BYTES{';'};
+        const LOADED loaded(file);
+        EXPECT_EQ(Reds(), r.reds) << r.what;
+    }
+}
+
+TEST(GIF, AFullDictionaryKeepsItsCodes)
+{
+    std::mt19937 random(1);
+    for (unsigned minimum = 1; minimum < 12; minimum++) {
+        std::vector<size_t> codes;
+        BYTES expected;
+        for (size_t i = 0; i < 6000; i++) {
+            codes.push_back(random() & ((1u << minimum) - 1));
+            expected.push_back(static_cast<uint8_t>(codes.back()));
+        }
+        // A string from before the dictionary was full.
+        codes.push_back((size_t{1} << minimum) + 2);
+        expected.insert(expected.end(), {expected[0], expected[1]});
+        const size_t count = expected.size();
+        const BYTES file = Screen(1, 1) +
+                           BYTES{',',
+                                 0,
+                                 0,
+                                 0,
+                                 0,
+                                 static_cast<uint8_t>(count),
+                                 static_cast<uint8_t>(count >> 8),
+                                 1,
+                                 0,
+                                 0,
+                                 static_cast<uint8_t>(minimum)} +
+                           SubBlocks(Pack(codes, minimum));
+        GIF_Load(OwnFile(file).c_str());
+        ASSERT_EQ(GIF_Frames.size(), 1u);
+        EXPECT_EQ(BYTES(GIF_Frames[0].Data, GIF_Frames[0].Data + count), expected) << minimum;
+    }
+}
+
+TEST(GIF, FramesLieOnTheScreen)
+{
+    const BYTES full = Frame(0, 0, 4, 2, {1, 1, 1, 1, 5, 6, 7, 8}), gone = Control(1, 3);
+    const BYTES local = {10, 0, 0, 150, 0, 0};
+    const struct {
+        const char *what;
+        BYTES second;
+        const char *alone, *overlaid;
+    } rows[] = {
+        {"in the middle", Frame(1, 1, 2, 1, {3, 4}), ".... .34.", "1111 5348"},
+        {"a local palette", Frame(0, 0, 2, 2, {0, 1, 1, 0}, 0x80, local), "1F.. F1..", "1F11 F178"},
+        {"shows through from its place in the frame", gone + Frame(2, 0, 2, 2, {9, 3, 3, 9}),
+         "..9. ...9", "1191 5619"},
+        {"beyond the right: indexes run on", Frame(3, 0, 2, 2, {9, 10, 11, 12}), "...9 ...A",
+         "1119 567A"},
+        {"beyond the bottom", Frame(0, 1, 1, 3, {9, 10, 11}), ".... 9...", "1111 9678"},
+        {"off the screen", Frame(4, 0, 1, 1, {9}), ".... ....", "1111 5678"},
+        {"interlaced: at the top left", Frame(2, 1, 1, 4, {1, 2, 3, 4}, 0x40), "1324 ....",
+         "1324 ...."},
+        {"interlaced and too large", Frame(0, 0, 3, 4, {1, 1, 1, 2, 2, 2, 3, 3, 3}, 0x40),
+         "1113 3322", "1113 3322"},
+    };
+    for (const auto &r : rows)
+        for (uint16_t mode = 0; mode < 2; mode++) {
+            const LOADED loaded(Screen(4, 2) + full + r.second + BYTES{';'}, mode);
+            EXPECT_EQ(GIF_Header.FrameCount, 2) << r.what;
+            EXPECT_EQ(Reds(0), "1111 5678") << r.what;
+            EXPECT_EQ(Reds(1), mode == 0 ? r.alone : r.overlaid) << r.what;
+        }
+}
+
+TEST(GIF, TheFirstFrameLiesOverItsOwnIndexes)
+{
+    const LOADED loaded(Screen(3, 1) + Control(1, 3) + Frame(1, 0, 2, 1, {3, 9}), 1);
+    const BYTES pixels(loaded.Record.Pixels, loaded.Record.Pixels + 12);
+    EXPECT_EQ(pixels, (BYTES{3, 9, 0, 0, 3, 9, 0, 0, 90, 0, 0, 255}));
+    const LOADED alone(Screen(2, 1) + Frame(1, 0, 1, 1, {9}));
+    EXPECT_EQ(BYTES(alone.Record.Pixels, alone.Record.Pixels + 4), (BYTES{20, 0, 0, 0}));
+}
+
+TEST(GIF, BlocksBesideTheFrames)
+{
+    const BYTES comment = BYTES{'!', 254, 200} + BYTES(200, 'c') + BYTES{0};
+    const BYTES application = Text("!\xFF\x0BNETSCAPE2.0\3\1;!\0");
+    const BYTES plainText = BYTES{'!', 1, 12} + BYTES(12, ',') + BYTES{2, 'a', 'b', 0};
+    const LOADED loaded(Screen(1, 1) + application + Control(0, 9) + comment + plainText +
+                        BYTES{77} + Control(0x0E, 5) + Frame(0, 0, 1, 1, {4}) +
+                        Frame(0, 0, 1, 1, {5}, 0x20) + BYTES{';'} + Frame(0, 0, 1, 1, {6}));
+    EXPECT_EQ(loaded.Record.Bits, 2); // 4 bits a component, less 2
+    EXPECT_EQ(std::string(GIF_Header.Comment.data()), std::string(127, 'c'));
+    ASSERT_EQ(GIF_Header.FrameCount, 2);
+    EXPECT_EQ(GIF_Header.DataSize[0], 2u);
+    const GIF_FRAME *frames = GIF_GetFrames();
+    EXPECT_EQ(frames[0].Delay, 263);
+    EXPECT_EQ(frames[0].Disposal, 3);
+    EXPECT_EQ(frames[0].HasTransparency, 0);
+    EXPECT_EQ(frames[0].TransparentIndex, 5);
+    EXPECT_EQ(frames[1].Delay + frames[1].Disposal + frames[1].TransparentIndex, 0);
+    EXPECT_EQ(Extra_Pointer, 0);
+    EXPECT_EQ(Extra_Heap[0], nullptr);
+}
+
+TEST(GIF, FramesAreBounded)
+{
+    BYTES many = Screen(2, 2);
+    for (size_t i = 0; i < GIF_MaxFrames + 1; i++)
+        many = many + Frame(0, 0, 1, 1, {1});
+    EXPECT_NE(LOADED(many).Record.Pixels, nullptr);
+    EXPECT_EQ(GIF_Header.FrameCount, GIF_MaxFrames);
+
+    const BYTES first = Screen(2, 2) + Frame(0, 0, 2, 2, {1, 2, 3, 4});
+    const struct {
+        const char *what;
+        BYTES file;
+        uint16_t count;
+    } rows[] = {
+        {"as much as fits", first + Frame(0, 0, 1, 1, {1}), 2},
+        {"a picture too many", first + Frame(0, 0, 1, 1, {1}) + Frame(0, 0, 1, 1, {1}), 2},
+        {"a frame larger than the screen", first + Frame(0, 0, 5, 1, {1}), 1},
+        {"a screen too large", Screen(3, 3) + Frame(0, 0, 1, 1, {1}), 0},
+        {"a screen of no size", Screen(0, 9) + Frame(0, 0, 1, 1, {1}), 1},
+        {"a frame cut short in its descriptor", first + BYTES{',', 0, 0}, 1},
+        {"no frame", Screen(2, 2), 0},
+    };
+    const size_t limit = Picture_MaxBytes;
+    Picture_MaxBytes = 32;
+    for (const auto &r : rows) {
+        const LOADED loaded(r.file);
+        EXPECT_EQ(GIF_Header.FrameCount, r.count) << r.what;
+        EXPECT_EQ(loaded.Record.Pixels != nullptr, r.count > 0 && GIF_Header.Size > 0) << r.what;
+    }
+    Picture_MaxBytes = limit;
+}
+
+TEST(GIF, ALaterFileLeavesAnEarlierPictureWhole)
+{
+    const BYTES file = Screen(1, 1) + Frame(0, 0, 1, 1, {4}) + Frame(0, 0, 1, 1, {5});
+    auto *first = new LOADED(file);
+    {
+        const LOADED second(file);
+        EXPECT_EQ(first->Record.Pixels[0], 40);
+        delete first;
+        EXPECT_EQ(Reds(1), "5");
+    }
+    EXPECT_EQ(GIF_GetFrames(), nullptr);
+}
+
+TEST(GIF, RealFilesAndTheirPrefixes)
+{
+    CheckFile("gif/hippopotamus.interlaced.gif", 0x1295005ab14cbdfb, 7, {0x03, 0x1D, 0x1D, 255});
+    CheckFile("gif/animated-red-blue.gif", 0x6564893daa13f911, 7, {0, 0, 0, 255});
+    CheckFile("gif/transparent-index.gif", 0x7082513c4d0ed0a5, 1, {0, 0, 0, 255});
+}

@@ -1,0 +1,291 @@
+#include "picture/jpg.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <numbers>
+#include <sstream>
+
+#include "picture/jpg_scan.h"
+#include "picture/picture.h"
+#include "tests/files.h"
+
+using BYTES = std::vector<uint8_t>;
+
+static BYTES Read(const std::string &name)
+{
+    return Bytes_LoadFile((TEST_DATA "jpg/" + name).c_str());
+}
+
+static std::string Traced; // by the last decoding
+
+// The picture's own pixels without alpha; empty without a picture.
+static BYTES Decode(const BYTES &file)
+{
+    testing::internal::CaptureStdout();
+    JPG_Load(WriteTemp("test.jpg", file).c_str());
+    uint8_t *pixels = JPG_Decoding();
+    std::fflush(stdout);
+    Traced = testing::internal::GetCapturedStdout();
+    BYTES rgb;
+    for (size_t y = 0; pixels && y < JPG_Header.Height; y++)
+        for (size_t x = 0; x < JPG_Header.Width; x++) {
+            const uint8_t *pixel = pixels + 4 * (y * JPG_Decoder.PaddedWidth + x);
+            EXPECT_EQ(pixel[3], 255);
+            rgb.insert(rgb.end(), pixel, pixel + 3);
+        }
+    std::free(pixels);
+    JPG_UnLoad();
+    return rgb;
+}
+
+// The samples of a binary PGM or PPM picture, each grey thrice.
+static BYTES ReadPNM(const std::string &name)
+{
+    const BYTES file = Read(name);
+    std::istringstream text(std::string(file.begin(), file.end()));
+    std::string magic;
+    int width, height, most;
+    text >> magic >> width >> height >> most;
+    BYTES samples;
+    for (auto i = static_cast<size_t>(text.tellg()) + 1; i < file.size(); i++)
+        samples.insert(samples.end(), magic == "P5" ? 3 : 1, file[i]);
+    return samples;
+}
+
+static int Greatest(const BYTES &a, const BYTES &b, size_t first = 0)
+{
+    int greatest = a.size() == b.size() ? 0 : 256;
+    for (size_t i = first; i < std::min(a.size(), b.size()); i++)
+        greatest = std::max(greatest, std::abs(a[i] - b[i]));
+    return greatest;
+}
+
+TEST(JPG, FilesAsAnotherDecoderSeesThem)
+{
+    const struct {
+        const char *name;
+        int greatest; // difference; large where the other one repeats chroma instead of
+                      // interpolating
+    } rows[] = {{"grey", 1},         {"progressive_444", 2}, {"progressive_420", 2},
+                {"420_restarts", 2}, {"422_scans", 2},       {"440", 2},
+                {"411", 40},         {"2x2_odd", 40},        {"3x2", 40}};
+    for (const auto &r : rows)
+        EXPECT_LE(Greatest(Decode(Read(std::string(r.name) + ".jpg")),
+                           ReadPNM(std::string(r.name) + ".ppm")),
+                  r.greatest)
+            << r.name;
+}
+
+TEST(JPG, InverseDCTIsTheTextbooks)
+{
+    std::srand(1);
+    for (int n = 0; n < 200; n++) {
+        std::array<int16_t, 64> coefficients{};
+        std::array<float, 64> scale;
+        for (size_t i = 0; i < 64; i++) { // column by column
+            if (n < 64 ? i == static_cast<size_t>(n) : std::rand() % 3 == 0)
+                coefficients[i] = static_cast<int16_t>(std::rand() % 200 - 100);
+            scale[i] = JPG_ScaleFactor[i / 8] * JPG_ScaleFactor[i % 8] / 8;
+        }
+        std::array<uint8_t, 64> samples;
+        JPG_InverseDCT(coefficients.data(), scale.data(), samples.data(), 8);
+        for (size_t y = 0; y < 8; y++)
+            for (size_t x = 0; x < 8; x++) {
+                double sum = 0; // ITU-T T.81, A.3.3
+                for (size_t u = 0; u < 8; u++)
+                    for (size_t v = 0; v < 8; v++) {
+                        const auto cosine = [](size_t at, size_t frequency) {
+                            return std::cos(static_cast<double>((2 * at + 1) * frequency) *
+                                            std::numbers::pi / 16) *
+                                   (frequency == 0 ? std::numbers::sqrt2 / 2 : 1);
+                        };
+                        sum += coefficients[8 * u + v] * cosine(x, u) * cosine(y, v) / 4;
+                    }
+                EXPECT_NEAR(samples[8 * y + x], std::clamp(sum + 128, 0.0, 255.0), 0.51);
+            }
+    }
+}
+
+// Where a marker stands in the file.
+static size_t Find(const BYTES &file, uint8_t marker, size_t from = 0)
+{
+    for (size_t i = from; i + 1 < file.size(); i++)
+        if (file[i] == 0xFF && file[i + 1] == marker)
+            return i;
+    ADD_FAILURE() << "no such marker";
+    return 0;
+}
+
+static BYTES With(BYTES file, size_t at, const BYTES &bytes)
+{
+    file.insert(file.begin() + static_cast<ptrdiff_t>(at), bytes.begin(), bytes.end());
+    return file;
+}
+
+static BYTES Segment(uint8_t marker, const BYTES &data)
+{
+    BYTES segment(4 + data.size());
+    segment[0] = 0xFF;
+    segment[1] = marker;
+    segment[2] = static_cast<uint8_t>((data.size() + 2) >> 8);
+    segment[3] = static_cast<uint8_t>(data.size() + 2);
+    std::copy(data.begin(), data.end(), segment.begin() + 4);
+    return segment;
+}
+
+TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
+{
+    const BYTES good = Read("420_restarts.jpg");
+    const size_t frame = Find(good, 0xC0);
+    const auto changed = [&](size_t offset, uint8_t value) {
+        BYTES file = good;
+        file[frame + offset] = value;
+        return file;
+    };
+    BYTES huge = changed(5, 255);
+    huge[frame + 7] = 255;
+    const struct {
+        const char *what;
+        BYTES file;
+        const char *traced;
+        bool decoded;
+    } rows[] = {
+        {"as it is", good, "", true},
+        {"extended sequential", changed(1, 0xC1), "\n-->(SOF1)\n", false},
+        {"lossless", changed(1, 0xC3), "\n\n-->(SOF3)\n\n", false},
+        {"arithmetic", changed(1, 0xC9), "\n\n-->(SOF9)\n\n", false},
+        {"Adobe's segment", With(good, 2, Segment(0xEE, {1, 2, 3})), "\n\n-->(APP14)\n\n", true},
+        {"12 bits", changed(4, 12), "", false},
+        {"two components", changed(9, 2), "", false},
+        {"no width", changed(8, 0), "", false},
+        {"a second that is larger", changed(14, 0x32), "", false},
+        {"a factor of 0", changed(14, 0x10), "", false},
+        {"larger than it can be", huge, "", false},
+        {"nothing", {}, "", false},
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(!Decode(r.file).empty(), r.decoded) << r.what;
+        EXPECT_EQ(Traced, r.traced) << r.what;
+    }
+}
+
+TEST(JPG, HeaderFacts)
+{
+    BYTES file = Read("progressive_420.jpg");
+    file = With(file, Find(file, 0xDB), Segment(0xFE, BYTES(300, 'c')));
+    file = With(file, Find(file, 0xDB), Segment(0xED, Text("Photoshop\0rest")));
+    file = With(file, Find(file, 0xDB), Segment(0xDD, {1, 2}));
+    JPG_Load(WriteTemp("facts.jpg", file).c_str());
+    const JPG_HEADER &h = JPG_Header;
+    EXPECT_EQ(h.Width * 100 + h.Height, 3327);
+    EXPECT_EQ(JPG_Decoder.PaddedWidth * 100 + JPG_Decoder.PaddedHeight, 4832u);
+    EXPECT_EQ(h.OutputSize, 48u * 32 * 4);
+    EXPECT_EQ(h.Comment.data(), std::string(127, 'c'));
+    EXPECT_STREQ(h.Identifier.data(), "Photoshop"); // the last one
+    EXPECT_EQ(h.MajorVersion * 10 + h.MinorVersion, 11);
+    EXPECT_EQ(h.RestartInterval, 258);
+    EXPECT_EQ(h.ScanMode, 2);
+    EXPECT_STREQ(JPG_Modes[h.ScanMode], "Progressive DCT [1stDC]");
+    EXPECT_TRUE(h.Quantisation[0].Defined && h.Quantisation[1].Defined);
+    EXPECT_EQ(h.DC[0].First[0], 65535); // no codes of one bit
+    EXPECT_EQ(h.DC[0].Last[0], 0);
+    JPG_UnLoad();
+}
+
+TEST(JPG, DamageStaysWhereItIs)
+{
+    const BYTES file = Read("420_restarts.jpg"), whole = Decode(file);
+    const size_t rowOfMcus = 33 * 16 * 3, interval = 16 * 3; // bytes of the picture
+    const size_t second = Find(file, 0xD0), third = Find(file, 0xD1, second);
+    ASSERT_GT(third, second + 4);
+
+    // Cut: what stands before is there, what follows is grey.
+    const BYTES cut = Decode({file.begin(), file.begin() + static_cast<ptrdiff_t>(second)});
+    ASSERT_EQ(cut.size(), whole.size());
+    EXPECT_EQ(cut[0], whole[0]);
+    EXPECT_EQ(cut[cut.size() - 1], 128);
+
+    // The second interval's bits, all ones: the others are as before.
+    BYTES spoilt = file;
+    for (size_t i = second + 2; i < third; i++)
+        spoilt[i] = 0xFE;
+    EXPECT_LE(Greatest(Decode(spoilt), whole, rowOfMcus + interval * 3), 0);
+
+    // It is gone with its marker: what follows keeps its place.
+    BYTES lost = file;
+    lost.erase(lost.begin() + static_cast<ptrdiff_t>(second),
+               lost.begin() + static_cast<ptrdiff_t>(third));
+    EXPECT_LE(Greatest(Decode(lost), whole, rowOfMcus + interval * 3), 0);
+}
+
+// Exif data: an IFD of these entries behind the TIFF header, and a second one, in either byte
+// order.
+static BYTES Exif(bool big, const std::vector<std::array<uint32_t, 4>> &entries, uint32_t next,
+                  const BYTES &rest)
+{
+    BYTES data = Text("Exif\0\0");
+    const auto put = [&](uint32_t value, int count) {
+        for (int i = 0; i < count; i++)
+            data.push_back(static_cast<uint8_t>(value >> 8 * (big ? count - 1 - i : i)));
+    };
+    data.insert(data.end(), 2, big ? 'M' : 'I');
+    put(42, 2);
+    put(8, 4);
+    put(static_cast<uint32_t>(entries.size()), 2);
+    for (const auto &[tag, type, count, value] : entries) {
+        put(tag, 2);
+        put(type, 2);
+        put(count, 4);
+        put(value, 4);
+    }
+    put(next, 4);
+    data.insert(data.end(), rest.begin(), rest.end());
+    return data;
+}
+
+TEST(JPG, ExifFactsAndThumbnails)
+{
+    const BYTES picture = Read("progressive_420.jpg"), small = Read("grey.jpg");
+    for (const bool big : {false, true}) {
+        // Six entries end at 8 + 2 + 6 * 12 + 4 = 86, where the maker stands, and then the
+        // thumbnail.
+        BYTES rest = Text("Maker");
+        rest.insert(rest.end(), small.begin(), small.end());
+        const BYTES data = Exif(big,
+                                {{271, 2, 5, 86},
+                                 {1, 2, 2, big ? 0x4E000000u : 0x4E000000u},
+                                 {259, 4, 1, 6},
+                                 {513, 4, 1, 91},
+                                 {514, 4, 1, static_cast<uint32_t>(small.size())},
+                                 {34665, 4, 1, 8}}, // back to itself
+                                8, rest);
+        BYTES file = With(picture, 2, Segment(0xE1, data));
+        file.erase(file.begin() + static_cast<ptrdiff_t>(4 + data.size() + 2),
+                   file.begin() + static_cast<ptrdiff_t>(4 + data.size() + 2 + 18)); // JFIF's
+        const Picture loaded = Picture_Load(WriteTemp("exif.jpg", file).c_str(), 0, 0);
+        EXPECT_EQ(loaded.Format, PICTURE_JPEG);
+        EXPECT_EQ(loaded.Width * 100 + loaded.Height, 3327);
+        EXPECT_EQ(loaded.ThumbWidth * 100 + loaded.ThumbHeight, 3327);
+        EXPECT_EQ(loaded.ThumbBufferWidth * 100 + loaded.ThumbBufferHeight, 4032);
+        ASSERT_NE(loaded.ThumbPixels, nullptr);
+        EXPECT_EQ(loaded.ThumbPixels[0], Decode(small)[0]);
+        EXPECT_STREQ(JPG_Exif.Make.data(), "");
+        Picture_UnLoad(loaded);
+        Decode(file);
+        JPG_EXIF exif;
+        EXPECT_STREQ(JPG_GetExif(&exif)->Make.data(), "Maker");
+        EXPECT_EQ(exif.LatitudeReference, 'N');
+        EXPECT_EQ(exif.LongitudeReference, '0');
+        EXPECT_EQ(exif.ByteOrder, big ? 'M' : 'I');
+    }
+    // JFIF: raw RGB behind the segment's fields.
+    BYTES jfif = Text("JFIF\0\1\2\0\0\1\0\1");
+    jfif.insert(jfif.end(), {2, 1, 10, 20, 30, 40, 50, 60});
+    BYTES file = With(picture, 2, Segment(0xE0, jfif));
+    const Picture loaded = Picture_Load(WriteTemp("jfif.jpg", file).c_str(), 0, 0);
+    EXPECT_EQ(loaded.ThumbWidth * 10 + loaded.ThumbHeight, 21);
+    ASSERT_NE(loaded.ThumbPixels, nullptr);
+    EXPECT_EQ(BYTES(loaded.ThumbPixels, loaded.ThumbPixels + 8),
+              (BYTES{10, 20, 30, 255, 40, 50, 60, 255}));
+    Picture_UnLoad(loaded);
+}

@@ -1,0 +1,277 @@
+#include "picture/png.h"
+
+#include <cstdlib>
+
+#include "picture/inflate.h"
+#include "picture/picture.h"
+#include "tests/files.h"
+#include "tests/sha256.h"
+
+using BYTES = std::vector<uint8_t>;
+using namespace std::string_literals;
+
+// What PNG_Decoding makes of these bytes; empty without a picture.
+static BYTES Decode(const BYTES &file)
+{
+    PNG_Load(WriteTemp("test.png", file).c_str());
+    uint8_t *pixels = PNG_Decoding();
+    BYTES result;
+    if (pixels)
+        result.assign(pixels, pixels + PNG_Header.OutputSize);
+    std::free(pixels);
+    PNG_UnLoad();
+    return result;
+}
+
+static std::string HalfDigest(const BYTES &bytes)
+{
+    return Sha256(bytes).substr(0, 16);
+}
+
+TEST(PNG, RealFilesAsOtherDecodersSeeThem)
+{
+    const struct {
+        const char *name;
+        int side, bits;
+        const char *digest; // of the pixels, its first half
+    } rows[] = {
+        {"basn0g01", 32, 1, "661985e83f94a569"},  {"basn0g04", 32, 4, "b05a4bc8e7079c8a"},
+        {"basn0g16", 32, 16, "5f42df4fd50dbea3"}, {"basn2c08", 32, 24, "23a53c674ec50d5a"},
+        {"basn2c16", 32, 48, "7c4b73e829f02793"}, {"basn3p01", 32, 1, "614996feb597f62b"},
+        {"basn3p04", 32, 4, "a7abc212cf1a44c8"},  {"basn4a08", 32, 16, "76b94a71d3c183a3"},
+        {"basn6a08", 32, 32, "2eb6a2cb3166e9c1"}, {"basi0g08", 32, 8, "982faa277e83f73c"},
+        {"basi2c08", 32, 24, "23a53c674ec50d5a"}, {"basi3p02", 32, 2, "a383497791948d8b"},
+        {"basi4a08", 32, 16, "76b94a71d3c183a3"}, {"basi6a08", 32, 32, "2eb6a2cb3166e9c1"},
+        {"s33i3p04", 33, 4, "8a0c1de07c37eb77"},  {"tm3n3p02", 32, 2, "9d08928c6d9fefdd"},
+        {"f01n2c08", 32, 24, "731b37d789db8012"}, {"f03n2c08", 32, 24, "7e0d024ebfc4481c"},
+        {"f04n2c08", 32, 24, "c13eeb551ab25b0e"}, {"oi4n2c16", 32, 48, "7c4b73e829f02793"},
+        {"ct1n0g04", 32, 4, "8c96f73081edd12a"},
+
+    };
+    for (const auto &r : rows) {
+        const std::string path = std::string(TEST_DATA "png/") + r.name + ".png";
+        const Picture picture = Picture_Load(path.c_str(), 0, 0);
+        ASSERT_NE(picture.Pixels, nullptr) << r.name;
+        EXPECT_EQ(picture.Width, r.side) << r.name;
+        EXPECT_EQ(picture.Bits, r.bits) << r.name;
+        EXPECT_EQ(HalfDigest({picture.Pixels, picture.Pixels + picture.Width * picture.Height * 4}),
+                  r.digest)
+            << r.name;
+        Picture_UnLoad(picture);
+    }
+    PNG_HEADER header; // of ct1n0g04
+    EXPECT_EQ(PNG_GetHeader(&header)->TextCount, 6);
+    EXPECT_STREQ(header.Texts[0].Keyword.data(), "Title");
+    EXPECT_STREQ(header.Texts[0].Text.data(), "PngSuite");
+    EXPECT_EQ(header.Gamma, 100000u);
+}
+
+static void Append(BYTES &out, const BYTES &more)
+{
+    out.insert(out.end(), more.begin(), more.end());
+}
+
+static BYTES Big(uint32_t value)
+{
+    BYTES bytes;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes.push_back(static_cast<uint8_t>(value >> shift));
+    return bytes;
+}
+
+// The checksum is 0: nobody looks at it.
+static BYTES Chunk(const char *type, const BYTES &data)
+{
+    BYTES chunk = Big(static_cast<uint32_t>(data.size()));
+    chunk.insert(chunk.end(), type, type + 4);
+    Append(chunk, data);
+    Append(chunk, Big(0));
+    return chunk;
+}
+
+// A stream of one stored block a row.
+static BYTES Stored(const std::vector<BYTES> &rows)
+{
+    BYTES stream = {0x78, 1};
+    for (size_t i = 0; i < rows.size(); i++) {
+        const auto size = static_cast<uint8_t>(rows[i].size());
+        Append(stream, {i + 1 == rows.size(), size, 0, static_cast<uint8_t>(~size), 255});
+        Append(stream, rows[i]);
+    }
+    return stream;
+}
+
+static BYTES File(uint32_t width, uint32_t height, uint8_t depth, uint8_t type, const BYTES &chunks)
+{
+    BYTES header = Big(width);
+    Append(header, Big(height));
+    Append(header, {depth, type, 0, 0, 0});
+    BYTES file = Text("\x89PNG\r\n\x1A\n");
+    Append(file, Chunk("IHDR", header));
+    Append(file, chunks);
+    return file;
+}
+
+TEST(PNG, RulesOfItsOwn)
+{
+    const auto image = [](const std::vector<BYTES> &rows) { return Chunk("IDAT", Stored(rows)); };
+    const auto with = [](BYTES chunks, const BYTES &more) {
+        Append(chunks, more);
+        return chunks;
+    };
+    const BYTES palette = Chunk("PLTE", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
+    const struct {
+        const char *what;
+        BYTES file, pixels;
+    } rows[] = {
+        {"alphas for the first indices",
+         File(4, 1, 2, 3, with(with(palette, Chunk("tRNS", {50, 60})), image({{0, 0x1B}}))),
+         {1, 2, 3, 50, 4, 5, 6, 60, 7, 8, 9, 255, 10, 11, 12, 255}},
+        {"without a palette the last one stays", File(1, 1, 8, 3, image({{0, 1}})), {4, 5, 6, 60}},
+        {"a grey key is not applied",
+         File(1, 1, 8, 0, with(Chunk("tRNS", {0, 9}), image({{0, 9}}))),
+         {9, 9, 9, 255}},
+        {"no such filter leaves the row",
+         File(1, 3, 8, 0, image({{0, 9}, {5, 8}, {2, 3}})),
+         {9, 9, 9, 255, 0, 0, 0, 255, 3, 3, 3, 255}},
+        {"all filters on the first row",
+         File(2, 1, 8, 2, image({{4, 1, 2, 3, 1, 1, 1}})),
+         {1, 2, 3, 255, 2, 3, 4, 255}},
+        {"what is missing is transparent",
+         File(1, 3, 8, 0, image({{0, 9}})),
+         {9, 9, 9, 255, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {"half a row",
+         File(3, 1, 8, 0, image({{0, 9, 8}})),
+         {9, 9, 9, 255, 8, 8, 8, 255, 0, 0, 0, 0}},
+        {"an empty block is passed over", File(1, 1, 8, 0, image({{}, {0, 7}})), {7, 7, 7, 255}},
+        {"more than the picture", File(1, 1, 8, 0, image({{0, 7, 6, 5}})), {7, 7, 7, 255}},
+        {"unknown chunks, even critical ones",
+         File(1, 1, 8, 0, with(Chunk("ABCD", {1, 2}), image({{0, 7}}))),
+         {7, 7, 7, 255}},
+        {"no data", File(1, 1, 8, 0, {}), {}},
+        {"no such depth", File(1, 1, 3, 0, image({{0, 7}})), {}},
+        {"no such type", File(1, 1, 8, 7, image({{0, 7}})), {}},
+        {"no width", File(0, 1, 8, 0, image({{0, 7}})), {}},
+        {"too high", File(1, 65536, 8, 0, image({{0, 7}})), {}},
+        {"more than the data can carry", File(60000, 60000, 8, 0, image({{0, 7}})), {}},
+        {"no header", with(Text("\x89PNG\r\n\x1A\n"), image({{0, 7}})), {}},
+        {"nothing", {}, {}},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(Decode(r.file), r.pixels) << r.what;
+}
+
+TEST(PNG, HeaderFacts)
+{
+    BYTES chunks;
+    for (const auto &[type, data] : std::vector<std::pair<const char *, BYTES>>{
+             {"tEXt", Text("Title\0A text")},
+             {"tEXt", BYTES(400, 'k')}, // a key of 79, the rest its text, of 255
+             {"iTXt", Text("Key\0\0\0hu\0Kulcs\0Sz\xC3\xB6veg")},
+             {"iTXt", Text("Key\0\1\0\0\0packed")},
+             {"bKGD", {1, 2, 3, 4, 5, 6}},
+             {"pHYs", {0, 0, 1, 0, 0, 0, 2, 0, 1}},
+             {"tIME", {7, 0xEA, 11, 21, 9, 30, 59}},
+             {"tRNS", {0, 1, 0, 2, 0, 3}}})
+        Append(chunks, Chunk(type, data));
+    for (int i = 0; i < 10; i++)
+        Append(chunks, Chunk("tEXt", Text("more\0text")));
+    Decode(File(1, 1, 8, 2, chunks));
+    const PNG_HEADER &h = PNG_Header;
+    EXPECT_EQ(h.TextCount, 10);
+    EXPECT_STREQ(h.Texts[0].Text.data(), "A text");
+    EXPECT_EQ(h.Texts[1].Keyword.data(), std::string(79, 'k'));
+    EXPECT_EQ(h.Texts[1].Text.data(), std::string(255, 'k'));
+    EXPECT_EQ(h.InternationalTextCount, 2);
+    EXPECT_STREQ(h.InternationalTexts[0].Language.data(), "hu");
+    EXPECT_STREQ(h.InternationalTexts[0].TranslatedKeyword.data(), "Kulcs");
+    EXPECT_STREQ(h.InternationalTexts[0].Text.data(), "Sz\xC3\xB6veg");
+    EXPECT_STREQ(h.InternationalTexts[1].Text.data(), "");
+    EXPECT_EQ(h.BackgroundGreen, 0x304);
+    EXPECT_EQ(h.PixelsPerUnitY * 10 + h.Unit, 5121u);
+    EXPECT_EQ(h.Year * 100 + h.Second, 202659);
+    EXPECT_EQ(h.KeyBlue, 3);
+}
+
+static BYTES ReadData(const char *name)
+{
+    return Bytes_LoadFile((std::string(TEST_DATA "png/") + name).c_str());
+}
+
+TEST(PNG, EveryPrefixGivesAPrefix)
+{
+    const BYTES file = ReadData("f03n2c08.png"), whole = Decode(file);
+    ASSERT_EQ(whole.size(), 32u * 32 * 4);
+    size_t reached = 0;
+    for (size_t size = 33; size <= file.size(); size += 13) {
+        const BYTES part = Decode({file.begin(), file.begin() + static_cast<ptrdiff_t>(size)});
+        size_t same = 0;
+        while (same < part.size() && part[same] == whole[same])
+            same++;
+        EXPECT_GE(same, reached) << size;
+        EXPECT_TRUE(std::all_of(part.begin() + static_cast<ptrdiff_t>(same), part.end(),
+                                [](uint8_t byte) { return byte == 0; }))
+            << size;
+        reached = same;
+    }
+    EXPECT_GT(reached, whole.size() / 2);
+}
+
+// A stream's bytes from its bits, the first one lowest.
+static BYTES Bits(const std::string &bits)
+{
+    BYTES bytes;
+    size_t count = 0;
+    for (const char bit : bits) {
+        if (bit == ' ')
+            continue;
+        if (count % 8 == 0)
+            bytes.push_back(0);
+        bytes.back() = static_cast<uint8_t>(bytes.back() | (bit - '0') << count % 8);
+        count++;
+    }
+    return bytes;
+}
+
+TEST(Inflate, Streams)
+{
+    const std::string zlib = "00011110 10000000 ", fixed = "1 10 ", end = "0000000",
+                      a = "10010001 ";
+    const struct {
+        const char *what;
+        std::string bits, out;
+        bool ended;
+    } rows[] = {
+        {"fixed codes", zlib + fixed + a + a + end, "aa", true},
+        {"a distance of 1 repeats", zlib + fixed + a + "11000101 00000" + end,
+         std::string(259, 'a'), true},
+        {"codes 286 and 287 are passed over", zlib + fixed + a + "11000110 11000111" + a + end,
+         "aa", true},
+        {"further back than there is", zlib + fixed + a + "0000001 00001" + a + end, "a", false},
+        {"no such distance", zlib + fixed + a + "0000001 11110" + a + end, "a", false},
+        {"cut short", zlib + fixed + a + "1", "a", false},
+        {"no such block", zlib + "1 11", "", false},
+        {"a block that is not the last", zlib + "0 10 " + a + end + fixed + a + end, "aa", true},
+    };
+    for (const auto &r : rows) {
+        BYTES out(1000, '-');
+        const INFLATE_RESULT result = Inflate_All(Bits(r.bits), out);
+        EXPECT_EQ(std::string(out.begin(), out.begin() + static_cast<ptrdiff_t>(result.Size)),
+                  r.out)
+            << r.what;
+        EXPECT_EQ(result.Ended, r.ended) << r.what;
+    }
+}
+
+TEST(Inflate, ExactRoomIsNotOverrun)
+{
+    const std::string stream = "00011110 10000000 1 10 10010001 11000101 00000 0000000";
+    for (const size_t room : {259u, 258u, 100u, 1u, 0u}) {
+        BYTES out(room + 64, '-');
+        const INFLATE_RESULT result = Inflate_All(Bits(stream), std::span(out).first(room));
+        EXPECT_EQ(result.Size, room);
+        EXPECT_EQ(result.Ended, room == 259);
+        EXPECT_EQ(std::string(out.begin(), out.end()),
+                  std::string(room, 'a') + std::string(64, '-'));
+    }
+}

@@ -1,0 +1,215 @@
+// PCX, TGA, PNM, XBM and sprite files.
+#include <algorithm>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "picture/spr.h"
+#include "picture/tga.h"
+#include "picture/xbm.h"
+#include "tests/pictures.h"
+
+// Pixels as R G B in hexadecimal, behind them A if not opaque; "W" white, "B" black, "." nothing.
+static std::string Shown(const uint8_t *pixels, size_t width, size_t height)
+{
+    if (!pixels)
+        return "null";
+    std::string text;
+    for (size_t i = 0; i < width * height; i++) {
+        const uint8_t *p = pixels + 4 * i;
+        std::array<char, 9> hex{};
+        std::snprintf(hex.data(), hex.size(), p[3] == 255 ? "%02x%02x%02x" : "%02x%02x%02x%02x",
+                      p[0], p[1], p[2], p[3]);
+        const std::string pixel = hex.data();
+        text += i == 0 ? "" : i % width == 0 ? "/" : " ";
+        const std::array<std::string, 3> known = {"ffffff", "000000", "00000000"};
+        const auto found = std::find(known.begin(), known.end(), pixel);
+        text += found == known.end() ? pixel : std::string(1, "WB."[found - known.begin()]);
+    }
+    return text;
+}
+
+struct ROW {
+    const char *what;
+    BYTES file;
+    int bits;
+    const char *pixels; // of the whole buffer
+};
+
+static void Check(uint8_t format, const std::vector<ROW> &rows)
+{
+    for (const ROW &r : rows) {
+        const LOADED loaded(r.file);
+        const Picture &p = loaded.Record;
+        EXPECT_EQ(p.Format, format) << r.what;
+        EXPECT_EQ(p.Bits, r.bits) << r.what;
+        EXPECT_EQ(Shown(p.Pixels, p.BufferWidth, p.BufferHeight), r.pixels) << r.what;
+    }
+}
+
+// A picture of width x height; its palette of 16 has the entries (n, n + 1, n + 2).
+static BYTES Pcx(uint8_t encoding, uint8_t bits, uint8_t planes, uint8_t width, uint8_t height,
+                 uint8_t bytesPerLine, const BYTES &body)
+{
+    BYTES file = {10, 5, encoding, bits, 2, 0, 1, 0, static_cast<uint8_t>(width + 1), 0, height, 0};
+    file.resize(128);
+    for (uint8_t i = 0; i < 48; i++)
+        file[16u + i] = static_cast<uint8_t>(i / 3 + i % 3);
+    file[65] = planes;
+    file[66] = bytesPerLine;
+    return file + body;
+}
+
+static BYTES Palette256()
+{
+    BYTES palette = {12};
+    for (int i = 0; i < 256; i++)
+        palette = palette + BYTES{static_cast<uint8_t>(i), 0, static_cast<uint8_t>(255 - i)};
+    return palette;
+}
+
+TEST(PCX, PlanesAndRuns)
+{
+    const BYTES nines = {0xC3, 9};
+    const std::vector<ROW> rows = {
+        {"two colours", Pcx(1, 1, 1, 4, 2, 1, {0x50, 0xC1, 0xA0}), 1,
+         "000102 010203 000102 010203/010203 000102 010203 000102"},
+        {"two colours, padded", Pcx(0, 1, 1, 2, 2, 2, {0x40, 0, 0x80, 0}), 1,
+         "000102 010203/010203 000102"},
+        {"sixteen colours", Pcx(0, 1, 4, 2, 1, 2, {0x40, 0, 0x80, 0, 0xC0, 0, 0xC0, 0}), 4,
+         "0e0f10 0d0e0f"},
+        {"256 colours", Pcx(0, 8, 1, 2, 1, 2, BYTES{1, 254} + Palette256()), 8, "0100fe fe0001"},
+        {"256 colours, runs over row ends", Pcx(1, 8, 1, 2, 2, 2, nines + BYTES{7} + Palette256()),
+         8, "0900f6 0900f6/0900f6 0700f8"},
+        {"192 is itself", Pcx(1, 8, 1, 2, 1, 2, BYTES{0xC0, 0xC1, 0xC1} + Palette256()), 8,
+         "c0003f c1003e"},
+        {"a run beyond the end", Pcx(1, 8, 1, 1, 1, 1, BYTES{0xFF, 5} + Palette256()), 8, "0500fa"},
+        {"true colour, padded", Pcx(1, 8, 3, 1, 1, 2, {1, 99, 2, 99, 3, 99}), 24, "010203"},
+        {"a line too short for the width", Pcx(0, 8, 3, 2, 1, 0, {1, 2, 3, 4, 5, 6}), 24,
+         "010305 020406"},
+        {"a row missing", Pcx(1, 8, 3, 1, 2, 1, {1, 2, 3, 4, 5}), 24, "010203/."},
+        {"the first row missing", Pcx(1, 8, 3, 1, 2, 1, {1, 2}), 24, "null"},
+        {"24 bits in one plane", Pcx(0, 24, 1, 1, 1, 9, {1, 2, 3, 4, 5, 6, 7, 8, 9}), 24, "null"},
+        {"no width", Pcx(0, 8, 3, 0, 1, 1, {1, 2, 3}), 24, "null"},
+    };
+    Check(PICTURE_PCX, rows);
+}
+
+static BYTES Tga(uint8_t type, uint8_t depth, uint8_t descriptor, uint8_t width, uint8_t height,
+                 const BYTES &body)
+{
+    return BYTES{0, 0, type, 0, 0, 0, 0, 0, 0, 0, 0, 0, width, 0, height, 0, depth, descriptor} +
+           body;
+}
+
+TEST(TGA, OriginsAndPackets)
+{
+    const BYTES two = {1, 2, 3, 4, 5, 6};
+    const std::vector<ROW> rows = {
+        {"from the top", Tga(2, 24, 0x20, 1, 2, two), 24, "030201/060504"},
+        {"from the bottom", Tga(2, 24, 0, 1, 2, two), 24, "060504/030201"},
+        {"from the right", Tga(2, 24, 0x10, 2, 1, two), 24, "030201 060504"},
+        {"with alpha", Tga(2, 32, 0x28, 1, 1, {1, 2, 3, 4}), 32, "03020104"},
+        {"a run over rows", Tga(10, 24, 0x20, 2, 2, {0x82, 1, 2, 3, 0, 7, 8, 9}), 24,
+         "030201 030201/030201 090807"},
+        {"a run with alpha", Tga(10, 32, 0x28, 2, 1, {0x81, 1, 2, 3, 4}), 32, "03020104 03020104"},
+        {"a run too long", Tga(10, 24, 0x20, 2, 1, {0xFF, 1, 2, 3}), 24, "030201 030201"},
+        {"too many as they are", Tga(10, 24, 0x20, 1, 1, BYTES{1} + two), 24, "030201"},
+        {"a packet cut short", Tga(10, 24, 0, 1, 2, BYTES{3} + two), 24, "060504/030201"},
+        {"pixels missing", Tga(2, 24, 0x20, 1, 3, {1, 2, 3, 4, 5}), 24, "030201/./."},
+        {"the first row missing", Tga(2, 24, 0, 2, 2, {1, 2, 3, 4, 5}), 24, "null"},
+        {"16 bits", Tga(2, 16, 0, 1, 1, {1, 2, 3, 4}), 16, "null"},
+        {"grey", Tga(3, 8, 0, 1, 1, {1, 2, 3, 4}), 8, "null"},
+    };
+    Check(PICTURE_TGA, rows);
+    const BYTES footer(26, 'f');
+    TGA_Load(OwnFile(Tga(10, 24, 7, 1, 1, BYTES{0, 1, 2, 3} + footer)).c_str());
+    EXPECT_EQ(TGA_File, Tga(10, 24, 7, 1, 1, BYTES{1, 2, 3} + footer));
+    EXPECT_EQ(TGA_Header.ImageType, 2);
+    TGA_UnLoad();
+}
+
+TEST(PNM, TextsAndBytes)
+{
+    const std::vector<ROW> rows = {
+        {"P1 in lines and with blanks", Text("P1\n\n2 2\n0 1\n\n1 x"), 1, "W B/B B"},
+        {"P2", Text("P2\n#\n2 1\n15\n7 15\n"), 8, "777777 W"},
+        {"P2 with a low byte", Text("P2\n#\n1 1\n255\n258"), 8, "020202"},
+        {"P2 with blanks about", Text("P2\n#\n2  1 \n 10\r\n  1\n\n\t10"), 8, "191919 W"},
+        {"P3", Text("P3\n#\n1 2\n255\n1 2 3 4 5 6"), 24, "010203/040506"},
+        {"P3 cut short", Text("P3\n#\n1 2\n255\n1 2 3 4 5 "), 24, "010203/."},
+        {"P4", Text("P4\n#\n8 2\n\x81\x0F"), 1, "B W W W W W W B/W W W W B B B B"},
+        {"P4 of 12", Text("P4\n#\n12 2\n\0\xFF"), 1,
+         "W W W W W W W W B B B B/B B B B B B B B B B B B"},
+        {"P5 of 15", Text("P5\n#\n3 1\n15\n\x0F\x07\x1E"), 8, "W 777777 fefefe"},
+        {"P5 of 0", Text("P5\n#\n1 1\n0\n\x0F"), 8, "B"},
+        {"P5 of 16 bits", Text("P5\n#\n1 1\n65535\nzz"), 8, "B"},
+        {"P6", Text("P6\n#\n1 2\n255\n\1\2\3\n\r "), 24, "010203/0a0d20"},
+        {"no line behind the magic", Text("P6\n1 1\n255\n\1\2\3"), 24, "010203"},
+        {"any line behind the magic", Text("P6\nabc\n1 1\n255\n\1\2\3"), 24, "010203"},
+        {"further comments", Text("P6\n#\n# c\n1 1\n# 9\n#\n255\n\1\2\3"), 24, "010203"},
+        {"the first row missing", Text("P6\n#\n2 2\n255\n\1\2\3\4\5"), 24, "null"},
+        {"no width", Text("P5\n#\n0 9\n255\n..."), 8, "null"},
+        {"magic only", Text("P5"), 8, "null"},
+    };
+    Check(PICTURE_PNM, rows);
+}
+
+TEST(XBM, BytesAndWords)
+{
+    const auto xbm = [](const char *width, const char *data) {
+        const std::string text = std::string("#define a_width ") + width +
+                                 "\n#define a_height 2\nstatic char a_bits[] = {" + data;
+        return BYTES(text.begin(), text.end());
+    };
+    const char *bits = "B W B W W W W W B W W W W W W W/W W W W W W W W W W W W W W W B";
+    const std::vector<ROW> rows = {
+        {"bytes", xbm("10", "0x05, 0x01,\n0x00, 0x80};"), 1, bits},
+        {"words", xbm("10", "0x0105,0x8000};"), 1, bits},
+        {"words, an odd number of bytes", xbm("8", "0x8001"), 1, "B W W W W W W W/W W W W W W W B"},
+        {"capitals", Text("A_WIDTH 1\nA_HEIGHT 1\nA_BITS 0XfE"), 1, "W B B B B B B B"},
+        {"bytes missing", xbm("8", "0x01 0"), 1, "B W W W W W W W/. . . . . . . ."},
+        {"no bits", xbm("8", ""), 1, "null"},
+        {"the first row missing", xbm("4000", "0x00"), 1, "null"},
+    };
+    Check(PICTURE_XBM, rows);
+    EXPECT_EQ(LOADED(xbm("65530", "0x00")).Record.Pixels, nullptr);
+    const std::string hot = "_width 9\n_height 1\n_hot_x 3\n_HOT_Y   4 _bits 0x1234";
+    XBM_Load(OwnFile(BYTES(hot.begin(), hot.end())).c_str());
+    EXPECT_EQ(XBM_Header.HotX, 3);
+    EXPECT_EQ(XBM_Header.HotY, 4);
+    EXPECT_EQ(hot.substr(XBM_Header.DataOffset), "0x1234");
+    XBM_UnLoad();
+    LOADED(xbm("8", "0x01"));
+    EXPECT_EQ(XBM_Header.HotX, 0) << "nothing stays of an earlier file";
+}
+
+TEST(Sprites, AllImages)
+{
+    const BYTES head = Text("SPRITES") + BYTES{3, 2, 1};
+    const std::vector<ROW> rows = {
+        {"the first image", head + BYTES{1, 2, 3, 4, 5, 6, 7}, 24, "030201 060504"},
+        {"no image", Text("SPRITES") + BYTES{0, 1, 1, 1, 2, 3}, 24, "null"},
+        {"the first row missing", Text("SPRITES") + BYTES{1, 0, 1} + BYTES(767), 24, "null"},
+    };
+    Check(PICTURE_SPRITES, rows);
+    const BYTES file = head + BYTES{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13};
+    const LOADED first(file);
+    {
+        const LOADED second(file);
+        EXPECT_EQ(Shown(SPR_Header.Images[1], 2, 1), "090807 0c0b0a");
+        EXPECT_EQ(SPR_Header.Images[2], nullptr);
+    }
+    EXPECT_EQ(SPR_Header.Images[0], nullptr);
+    EXPECT_EQ(Shown(first.Record.Pixels, 2, 1), "030201 060504") << "outlives the later file";
+}
+
+TEST(SmallPictures, RealFilesAndTheirPrefixes)
+{
+    CheckFile("pcx/pil184.pcx", 0xd12cb0b4c2029f64, 29);
+    CheckFile("tga/rgb24_bottom_left_rle.tga", 0x83602f4a6918f23d, 7);
+    CheckFile("tga/rgb32_top_left_rle.tga", 0xc7a217ebd0c85077, 7);
+    CheckFile("pnm/hippopotamus.ppm", 0x19af49f898522702, 7);
+    CheckFile("xbm/spiral.xbm", 0xe0df60d5b1a64bb1, 1000); // text: a number cut is another
+    CheckFile("xbm/hotspot.xbm", 0x95f08cdd9e048c18, 1000);
+}
