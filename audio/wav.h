@@ -1,5 +1,5 @@
-// RIFF WAVE files: linear samples, G.711 and the two ADPCM codecs. Microsoft and IBM, "Multimedia
-// Programming Interface and Data Specifications 1.0" (1991), and the WAVEFORMATEXTENSIBLE of 2001.
+// RIFF WAVE files: linear samples, G.711 and the two ADPCM codecs. Microsoft and IBM's RIFF (1991),
+// Microsoft's "New Multimedia Data Types and Data Techniques" (1994) and WAVEFORMATEXTENSIBLE.
 //
 // Chunks are walked; where the walk finds no format or sound data chunk, the fields are taken from
 // where a file without extra chunks has them.

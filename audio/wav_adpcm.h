@@ -1,6 +1,6 @@
-// The two ADPCM codecs of WAVE files, block by block: Microsoft's and IMA's ("Multimedia Data
-// Standards Update", Microsoft, 1994; IMA, "Recommended Practices for Enhancing Digital Audio
-// Compatibility", 1992).
+// The two ADPCM codecs of WAVE files, block by block: Microsoft's ("New Multimedia Data Types and
+// Data Techniques", 1994) and IMA's ("Recommended Practices for Enhancing Digital Audio
+// Compatibility in Multimedia Systems", 1992).
 #pragma once
 
 #include <algorithm>
