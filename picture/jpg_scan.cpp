@@ -305,6 +305,13 @@ static bool Decodable()
     return blocks / 64 <= uint64_t{JPG_File.size()} * 8; // of a bit at least
 }
 
+// Whether the samples come, or are made last, in rows of MCUs: of progressive files, and of a scan
+// that has all components. Then two rows at a time are kept.
+static bool ComesByRows()
+{
+    return JPG_Decoder.Progressive || JPG_Header.ScanComponentCount == JPG_Header.ComponentCount;
+}
+
 static void MakeComponents(PICTURE &picture)
 {
     const JPG_DECODER &d = JPG_Decoder;
@@ -323,8 +330,7 @@ static void MakeComponents(PICTURE &picture)
         c.CodedAcross = (c.Plane.Width + 7) / 8;
         c.CodedDown = (c.Plane.Height + 7) / 8;
         c.Plane.Stride = c.BlocksAcross * 8;
-        // Progressive files get their samples last, two rows of MCUs at a time.
-        c.Plane.Rows = 8 * (picture.Progressive ? 2 * v : c.BlocksDown);
+        c.Plane.Rows = 8 * (ComesByRows() ? 2 * v : c.BlocksDown);
         c.Plane.Samples.assign(c.Plane.Stride * c.Plane.Rows, 128);
         if (picture.Progressive) {
             c.Coefficients.assign(c.BlocksAcross * c.BlocksDown * 64, 0);
@@ -562,75 +568,120 @@ static size_t TakeInterval(size_t position, std::vector<uint8_t> &bits)
     return std::min(position, size);
 }
 
-// The order of a scan's blocks: MCUs of all its components, or one component's blocks.
-struct MCU_GRID {
-    size_t Across, Count;
-    bool Interleaved;
+// A scan under way. Its blocks come in MCUs of all its components, or as one component's blocks.
+struct SCAN {
+    std::vector<COMPONENT *> Components;
+    size_t Across, Count; // MCUs
+    size_t Step;          // MCUs of a restart interval
+    size_t Start, End;    // MCUs of the current one
+    size_t Mcu;           // the next
+    bool Sound;           // no damage in the current interval so far
+    bool Over;            // no interval follows
+    BITS Bits;
 };
 
-static bool DecodeMCU(BITS &bits, PICTURE &picture, const std::vector<COMPONENT *> &components,
-                      const MCU_GRID &grid, size_t mcu)
+static bool DecodeMCU(PICTURE &picture, SCAN &scan)
 {
-    const size_t x = mcu % grid.Across, y = mcu / grid.Across;
-    if (!grid.Interleaved)
-        return DecodeBlock(bits, picture, *components[0], x, y);
-    for (COMPONENT *c : components)
+    const size_t x = scan.Mcu % scan.Across, y = scan.Mcu / scan.Across;
+    if (scan.Components.size() == 1)
+        return DecodeBlock(scan.Bits, picture, *scan.Components[0], x, y);
+    for (COMPONENT *c : scan.Components)
         for (size_t v = 0; v < c->Plane.V; v++)
             for (size_t h = 0; h < c->Plane.H; h++)
-                if (!DecodeBlock(bits, picture, *c, x * c->Plane.H + h, y * c->Plane.V + v))
+                if (!DecodeBlock(scan.Bits, picture, *c, x * c->Plane.H + h, y * c->Plane.V + v))
                     return false;
     return true;
 }
 
-// Decodes MCUs from `first` on with the interval in picture.Bits, up to `end` or the bits' own.
-static void DecodeInterval(PICTURE &picture, const std::vector<COMPONENT *> &components,
-                           const MCU_GRID &grid, size_t first, size_t end)
+// Makes an MCU grey that the file lacks.
+static void SkipMCU(const PICTURE &picture, SCAN &scan)
 {
-    BITS bits{};
-    bits.In = bits.Begin = picture.Bits.data();
-    bits.Count = (picture.Bits.size() - BITS_SLACK) * 8;
-    picture.EndOfBandRun = 0;
-    for (COMPONENT *c : components)
-        c->DC = 0;
-    for (size_t mcu = first; mcu < end; mcu++)
-        if (!DecodeMCU(bits, picture, components, grid, mcu))
-            break;
-}
-
-static MCU_GRID GridOf(const std::vector<COMPONENT *> &components)
-{
-    // A scan of one component has no MCUs beyond its samples. ITU-T T.81, A.2.2.
-    if (components.size() == 1)
-        return {components[0]->CodedAcross, components[0]->CodedAcross * components[0]->CodedDown,
-                false};
-    return {JPG_Decoder.McusAcross, size_t{JPG_Decoder.McusAcross} * JPG_Decoder.McusDown, true};
-}
-
-// Decodes the scan at JPG_Position and leaves that at the marker behind it. Where a restart marker
-// has another number than its turn, the intervals between were lost.
-static void DecodeScan(PICTURE &picture)
-{
-    const std::vector<COMPONENT *> components = ScanComponents(picture);
-    const bool band = JPG_Header.ScanMode >= 2 && JPG_Header.Se <= 63;
-    const bool wanted = !components.empty() && (band || !picture.Progressive);
-    const MCU_GRID grid = wanted ? GridOf(components) : MCU_GRID{1, 0, false};
-    const size_t step = JPG_Header.RestartInterval ? JPG_Header.RestartInterval : grid.Count;
-    size_t mcu = 0;
-    for (;;) {
-        JPG_Position = TakeInterval(JPG_Position, picture.Bits);
-        if (mcu < grid.Count)
-            DecodeInterval(picture, components, grid, mcu, std::min(mcu + step, grid.Count));
-        if (JPG_Position + 1 >= JPG_File.size())
-            return;
-        while (JPG_Position + 2 < JPG_File.size() && JPG_File[JPG_Position + 1] == 0xFF)
-            JPG_Position++; // fill
-        const uint8_t marker = JPG_File[JPG_Position + 1];
-        if (marker < 0xD0 || marker > 0xD7)
-            return;
-        const size_t lost = (marker - mcu / std::max<size_t>(step, 1)) & 7;
-        mcu += step * (lost < 4 ? lost + 1 : 1);
-        JPG_Position += 2;
+    if (picture.Progressive)
+        return; // coefficients are 0 from the start
+    const size_t x = scan.Mcu % scan.Across, y = scan.Mcu / scan.Across;
+    for (COMPONENT *c : scan.Components) {
+        const size_t across = scan.Components.size() == 1 ? 1 : c->Plane.H;
+        const size_t down = scan.Components.size() == 1 ? 1 : c->Plane.V;
+        for (size_t v = 0; v < down; v++)
+            for (size_t h = 0; h < across; h++)
+                FillBlock(0, 0, c->SamplesOf(x * across + h, y * down + v), c->Plane.Stride);
     }
+}
+
+// Takes the restart interval at JPG_Position, whose first MCU is scan.Start.
+static void BeginInterval(PICTURE &picture, SCAN &scan)
+{
+    JPG_Position = TakeInterval(JPG_Position, picture.Bits);
+    scan.End = std::min(scan.Start + scan.Step, scan.Count);
+    scan.Sound = true;
+    scan.Bits = {};
+    scan.Bits.In = scan.Bits.Begin = picture.Bits.data();
+    scan.Bits.Count = (picture.Bits.size() - BITS_SLACK) * 8;
+    picture.EndOfBandRun = 0;
+    for (COMPONENT *c : scan.Components)
+        c->DC = 0;
+}
+
+// Goes on with the interval behind the marker at JPG_Position, or ends the scan there. Where a
+// restart marker has another number than its turn, the intervals between were lost.
+static void NextInterval(PICTURE &picture, SCAN &scan)
+{
+    while (JPG_Position + 2 < JPG_File.size() && JPG_File[JPG_Position + 1] == 0xFF)
+        JPG_Position++; // fill
+    const uint8_t marker =
+        JPG_Position + 1 < JPG_File.size() ? JPG_File[JPG_Position + 1] : uint8_t{0};
+    scan.Over = marker < 0xD0 || marker > 0xD7;
+    if (scan.Over)
+        return;
+    const size_t lost = (marker - scan.Start / std::max<size_t>(scan.Step, 1)) & 7;
+    scan.Start += scan.Step * (lost < 4 ? lost + 1 : 1);
+    JPG_Position += 2;
+    BeginInterval(picture, scan);
+}
+
+static SCAN BeginScan(PICTURE &picture)
+{
+    SCAN scan{};
+    scan.Components = ScanComponents(picture);
+    const bool band = JPG_Header.ScanMode >= 2 && JPG_Header.Se <= 63;
+    if (scan.Components.empty() || (picture.Progressive && !band)) {
+        scan.Components.clear();
+    } else if (scan.Components.size() == 1) {
+        // A scan of one component has no MCUs beyond its samples. ITU-T T.81, A.2.2.
+        scan.Across = scan.Components[0]->CodedAcross;
+        scan.Count = scan.Across * scan.Components[0]->CodedDown;
+    } else {
+        scan.Across = JPG_Decoder.McusAcross;
+        scan.Count = scan.Across * JPG_Decoder.McusDown;
+    }
+    scan.Step = JPG_Header.RestartInterval ? JPG_Header.RestartInterval : scan.Count;
+    BeginInterval(picture, scan);
+    return scan;
+}
+
+// Decodes MCUs up to number `end`.
+static void DecodeUpTo(PICTURE &picture, SCAN &scan, size_t end)
+{
+    while (scan.Mcu < std::min(end, scan.Count)) {
+        if (scan.Mcu >= scan.End && !scan.Over) {
+            NextInterval(picture, scan);
+            continue;
+        }
+        if (scan.Mcu < scan.Start || scan.Mcu >= scan.End || !scan.Sound) {
+            SkipMCU(picture, scan);
+        } else if (!DecodeMCU(picture, scan)) {
+            scan.Sound = false;
+            SkipMCU(picture, scan);
+        }
+        scan.Mcu++;
+    }
+}
+
+// Leaves JPG_Position at the marker behind the scan.
+static void EndScan(PICTURE &picture, SCAN &scan)
+{
+    while (!scan.Over)
+        NextInterval(picture, scan);
 }
 
 // Samples for a row of MCUs.
@@ -644,14 +695,9 @@ static void TransformRow(COMPONENT &c, size_t row)
     }
 }
 
-static void MakePixels(PICTURE &picture, uint8_t *pixels)
+static void MakePixels(const PICTURE &picture, const std::function<void(size_t row)> &await,
+                       uint8_t *pixels)
 {
-    size_t done = 0; // rows of MCUs
-    const auto await = [&](size_t row) {
-        for (; picture.Progressive && done <= row / (8u * JPG_Decoder.V); done++)
-            for (size_t i = 0; i < picture.Count; i++)
-                TransformRow(picture.Components[i], done);
-    };
     std::array<const JPG_PLANE *, 3> planes;
     for (size_t i = 0; i < picture.Count; i++)
         planes[i] = &picture.Components[i].Plane;
@@ -659,8 +705,44 @@ static void MakePixels(PICTURE &picture, uint8_t *pixels)
                  JPG_Decoder.PaddedHeight, pixels, await);
 }
 
+// Pixels of a scan that has all components, as its MCUs come.
+static void DecodeByRows(PICTURE &picture, uint8_t *pixels)
+{
+    SCAN scan = BeginScan(picture);
+    const size_t height = picture.Count == 1 ? 8 : 8u * JPG_Decoder.V; // of an MCU
+    const auto await = [&](size_t row) {
+        DecodeUpTo(picture, scan, (row / height + 1) * scan.Across);
+    };
+    MakePixels(picture, await, pixels);
+}
+
 // No encoder makes so many; so a small file cannot ask for hours.
 constexpr int SCANS_MOST = 1000;
+
+// Decodes all scans, then the pixels.
+static void DecodeByScans(PICTURE &picture, uint8_t *pixels)
+{
+    const JPG_DECODER decoder = JPG_Decoder; // should a second frame header follow
+    const JPG_HEADER header = JPG_Header;
+    for (int scans = 0; JPG_Header.DataOffset != 0 && scans < SCANS_MOST; scans++) {
+        SCAN scan = BeginScan(picture);
+        DecodeUpTo(picture, scan, scan.Count);
+        EndScan(picture, scan);
+        JPG_Load("*");
+        JPG_Decoder = decoder;
+        JPG_Header.Width = header.Width;
+        JPG_Header.Height = header.Height;
+        JPG_Header.ComponentCount = header.ComponentCount;
+        JPG_Header.Components = header.Components;
+    }
+    size_t done = 0; // rows of MCUs
+    const auto await = [&](size_t row) {
+        for (; picture.Progressive && done <= row / (8u * decoder.V); done++)
+            for (size_t i = 0; i < picture.Count; i++)
+                TransformRow(picture.Components[i], done);
+    };
+    MakePixels(picture, await, pixels);
+}
 
 static uint8_t *DecodePicture()
 {
@@ -669,18 +751,10 @@ static uint8_t *DecodePicture()
         return nullptr;
     const auto picture = std::make_unique<PICTURE>();
     MakeComponents(*picture);
-    const JPG_DECODER decoder = JPG_Decoder; // should a second frame header follow
-    const JPG_HEADER header = JPG_Header;
-    for (int scans = 0; JPG_Header.DataOffset != 0 && scans < SCANS_MOST; scans++) {
-        DecodeScan(*picture);
-        JPG_Load("*");
-        JPG_Decoder = decoder;
-        JPG_Header.Width = header.Width;
-        JPG_Header.Height = header.Height;
-        JPG_Header.ComponentCount = header.ComponentCount;
-        JPG_Header.Components = header.Components;
-    }
-    MakePixels(*picture, pixels);
+    if (ComesByRows() && !picture->Progressive)
+        DecodeByRows(*picture, pixels);
+    else
+        DecodeByScans(*picture, pixels);
     return pixels;
 }
 

@@ -14,8 +14,8 @@
 /// restart marker; what is missing is grey. Null when there is no frame or scan, for other than 1
 /// or 3 components of 8 bits, sampling factors outside 1 to 4 or above the first component's,
 /// pictures whose blocks could not be coded in 64 times the file, and more pixels than
-/// Picture_MaxBytes. Peak memory beside the file: 11 bytes a pixel for progressive files, 7 for
-/// others.
+/// Picture_MaxBytes. Peak memory beside the file: 11 bytes a pixel for progressive files, 4 for
+/// those with one scan, 7 for others.
 uint8_t *JPG_Decoding();
 
 /// The samples of one component, in whole blocks; perhaps only those of some rows at a time.
