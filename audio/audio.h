@@ -87,6 +87,9 @@ extern std::atomic<uint16_t> Audio_DataTime;
 extern int32_t Audio_Error;
 /// Reserved.
 extern uint8_t Audio_WakeBit;
+/// What streams are opened with: PortAudio_CallBack, or what takes its place. It runs on
+/// PortAudio's thread, and Audio_UnLoad waits for it only where the track is the stream's own.
+extern PaStreamCallback *Audio_StreamCallBack;
 /// The device that Audio_Init examined last; PortAudio's own, null before.
 extern const PaDeviceInfo *PortAudio_DeviceInfo;
 /// Output format of the stream, set by Audio_SetMixer.
@@ -142,7 +145,8 @@ void Audio_LoadBuffers(AudioTrack *track, uint8_t which);
 void Audio_Decoding(FILE *file, AudioTrack *track, uint8_t which);
 
 /// Makes the track current and says that it plays. The first play opens and starts the stream, on
-/// PortAudio's default device when the chosen one is refused; it belongs to this track.
+/// PortAudio's default device when the chosen one is refused; it belongs to this track. Once that
+/// track is unloaded, Audio_FirstPlay may be set to 1 to have the next play open a stream anew.
 void Audio_Play(AudioTrack *track);
 
 /// Turn Audio_Playing over; clear it and Audio_Loop. The stream runs on all the same.

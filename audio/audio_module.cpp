@@ -4,18 +4,44 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "audio/aiff.h"
+#include "audio/au.h"
+#include "audio/iff.h"
+#include "audio/mod.h"
 #include "audio/mp3.h"
+#include "audio/voc.h"
+#include "audio/wav.h"
+
+static void SetModuleOutput(uint8_t n, uint8_t channels, uint32_t hz, uint8_t bits)
+{
+    MOD_HEADER &header = *MOD_GetHeader(n);
+    header.Channels = channels;
+    header.SamplingRate = hz;
+    header.BitsPerSample = bits;
+}
+
+static void DecodeModule(FILE *, uint8_t *buffer, uint32_t *length, uint8_t n)
+{
+    MOD_Decoding(buffer, length, n);
+}
 
 std::array<AUDIO_MODULE, 9> Audio_Modules = {{
     {}, // AUDIO_NONE
     {}, // AUDIO_RAW, which the engine reads itself
-    {}, // AUDIO_WAV
-    {}, // AUDIO_MOD
-    {MP3_Load, MP3_Decoding, MP3_Destroy, Audio_FactsOf<MP3_GetHeader>, &MP3_SoundNumber},
-    {}, // AUDIO_VOC
-    {}, // AUDIO_AU
-    {}, // AUDIO_IFF
-    {}, // AUDIO_AIFF
+    {WAV_Load, WAV_Decoding, WAV_Destroy, Audio_FactsOf<WAV_GetHeader>, &WAV_SoundNumber,
+     WAV_SetSoundNumber},
+    {MOD_Load, DecodeModule, MOD_Destroy, Audio_FactsOf<MOD_GetHeader>, &MOD_SoundNumber,
+     MOD_SetSoundNumber, SetModuleOutput, MOD_StartOver},
+    {MP3_Load, MP3_Decoding, MP3_Destroy, Audio_FactsOf<MP3_GetHeader>, &MP3_SoundNumber,
+     MP3_SetSoundNumber},
+    {VOC_Load, VOC_Decoding, VOC_Destroy, Audio_FactsOf<VOC_GetHeader>, &VOC_SoundNumber,
+     VOC_SetSoundNumber},
+    {AU_Load, AU_Decoding, AU_Destroy, Audio_FactsOf<AU_GetHeader>, &AU_SoundNumber,
+     AU_SetSoundNumber},
+    {IFF_Load, IFF_Decoding, IFF_Destroy, Audio_FactsOf<IFF_GetHeader>, &IFF_SoundNumber,
+     IFF_SetSoundNumber},
+    {AIFF_Load, AIFF_Decoding, AIFF_Destroy, Audio_FactsOf<AIFF_GetHeader>, &AIFF_SoundNumber,
+     AIFF_SetSoundNumber},
 }};
 
 AUDIO_FILE Audio_OpenFile(const char *path, uint32_t *size)

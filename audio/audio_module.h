@@ -32,6 +32,8 @@ struct AUDIO_MODULE {
     /// Facts of a record that was filled.
     AUDIO_FACTS (*Facts)(uint8_t n) = nullptr;
     const uint8_t *SoundNumber = nullptr;
+    /// Sets it. A record that the next load finds there goes.
+    void (*SetSoundNumber)(uint8_t n) = nullptr;
 
     /// Only for synthesised sound: the output format of a record, set behind Load; and back to the
     /// song's start, on the thread that refills.

@@ -16,6 +16,7 @@ uint8_t Audio_FirstPlay;
 int32_t Audio_Error;
 const PaDeviceInfo *PortAudio_DeviceInfo;
 PaStreamParameters PortAudio_Format;
+PaStreamCallback *Audio_StreamCallBack = PortAudio_CallBack;
 
 // Frame size of the stream and the byte of its silence; a size of 0: no stream was opened.
 static std::atomic<uint32_t> streamFrameBytes;
@@ -115,7 +116,7 @@ static PaError OpenStream(AudioTrack &track, const PaStreamParameters &format)
 {
     const PaError error = Pa_OpenStream(&track.Stream, nullptr, &format, Audio_Hz,
                                         track.Capacity / Audio_FrameBytes(track), paClipOff,
-                                        PortAudio_CallBack, nullptr);
+                                        Audio_StreamCallBack, nullptr);
     if (error != paNoError) {
         track.Stream = nullptr;
         return error;

@@ -115,6 +115,16 @@ void MOD_Decoding(uint8_t *buffer, uint32_t *length, uint8_t n)
     Publish(record.Header.Row, record.Row, record.Player.Row);
 }
 
+void MOD_StartOver(uint8_t n)
+{
+    MOD_HEADER *header = MOD_GetHeader(n);
+    if (!header)
+        return;
+    header->SongPosition = 0;
+    header->Row = 0;
+    StartOver(*MOD_Records[n]); // also where the next row is the first one anyway
+}
+
 void MOD_Destroy()
 {
     MOD_Header.fill(nullptr);

@@ -14,7 +14,8 @@ struct MOD_HEADER {
     uint32_t SamplingRate; // Hz
     uint8_t BitsPerSample; // 8 (unsigned), 16, 24 or 32 (signed, little-endian)
     uint32_t DataStart;    // 0: the sound is no part of the file
-    // The row that follows the last buffer. Setting both to 0 starts the song over, on any thread.
+    // The row that follows the last buffer. Setting both to 0, where they are not, starts the song
+    // over, on any thread.
     std::atomic<uint16_t> SongPosition, Row;
     uint32_t Milliseconds;                            // of the song
     std::array<char, 21> Title;                       // NUL at its end
@@ -39,6 +40,9 @@ void MOD_Load(const char *path);
 /// A song ends behind its last order, where a command stops it, and where it would play a row for
 /// the second time by a jump: so every song ends (after 65536 rows at the latest).
 void MOD_Decoding(uint8_t *buffer, uint32_t *length, uint8_t n);
+
+/// Has the next decoding of song n start at its beginning. For the thread that renders it.
+void MOD_StartOver(uint8_t n);
 
 /// Frees all records; MOD_SoundNumber is left as it is.
 void MOD_Destroy();

@@ -5,7 +5,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Picture_MaxBytes = size_t{1} << 20;
+    Picture_MaxBytes = size_t{1} << 16;
     const std::string path = FuzzFile(data, size);
     for (uint16_t mode = 0; mode < 2; mode++) {
         GIF_Load(path.c_str());

@@ -7,7 +7,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Picture_MaxBytes = size_t{1} << 20;
+    Picture_MaxBytes = size_t{1} << 16;
     PCX_Load(FuzzFile(data, size).c_str());
     std::free(PCX_Decoding());
     PCX_HEADER header;

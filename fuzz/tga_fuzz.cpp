@@ -7,7 +7,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Picture_MaxBytes = size_t{1} << 20;
+    Picture_MaxBytes = size_t{1} << 16;
     TGA_Load(FuzzFile(data, size).c_str());
     std::free(TGA_Decoding());
     TGA_GetHeader();

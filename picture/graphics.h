@@ -19,6 +19,10 @@ void Graphics_SetTarget(const Picture *target);
 void Graphics_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a);
 void Graphics_PutPixel(int16_t x, int16_t y);
 
+/// A block of width x height points with its top left at (x, y), its coordinates wrapped to 16
+/// bits; nothing when a side is below 1.
+void Graphics_PutBlock(int16_t x, int16_t y, int32_t width, int32_t height);
+
 /// The point as R | G << 8 | B << 16 | A << 24, or without A. 0 outside, or without a target.
 uint32_t Graphics_GetPixel(int16_t x, int16_t y);
 uint32_t Graphics_GetRGBPixel(int16_t x, int16_t y);

@@ -127,21 +127,47 @@ static uint32_t ReadSample(std::span<const uint8_t> file, size_t &position)
     return ReadNumber(file, position);
 }
 
-template <size_t Samples>
-static void DecodeNumbers(uint8_t *out, size_t count)
+// Fills `samples` with the low bytes of numbers; returns how many there are.
+static size_t ReadNumbers(std::span<const uint8_t> file, size_t &position,
+                          std::span<uint8_t> samples)
 {
-    const std::span<const uint8_t> file = PXM_File;
-    const std::array<uint8_t, 256> scale = MakeScale(PXM_Header.Maximum);
-    size_t position = PXM_Position;
-    for (; count > 0; count--, out += 4) {
-        std::array<uint8_t, Samples> samples;
-        for (uint8_t &sample : samples) {
-            SkipSpace(file, position);
-            if (position >= file.size())
-                return;
-            sample = scale[ReadSample(file, position) & 0xFF];
+    size_t at = position, count = 0;
+    for (; count < samples.size(); count++) {
+        SkipSpace(file, at);
+        if (at >= file.size())
+            break;
+        samples[count] = static_cast<uint8_t>(ReadSample(file, at));
+    }
+    position = at;
+    return count;
+}
+
+// Grey and colour, text and bytes, row by row.
+static void DecodeSamples(uint8_t *out)
+{
+    const PXM_HEADER &h = PXM_Header;
+    const std::array<uint8_t, 256> scale = MakeScale(h.Maximum);
+    const bool colour = h.BitsPerPixel == 24, text = h.Type <= 3;
+    std::vector<uint8_t> row(size_t{h.Width} * (colour ? 3 : 1));
+    for (size_t y = 0; y < h.Height; y++, out += size_t{h.Width} * 4) {
+        std::span<const uint8_t> samples;
+        if (text) {
+            samples = std::span(row).first(ReadNumbers(PXM_File, PXM_Position, row));
+        } else {
+            samples = Bytes_GetSpan(PXM_File, PXM_Position, row.size());
+            PXM_Position += row.size();
         }
-        Pixels_Put(out, Pixels_Pack(samples[0], samples[Samples / 2], samples[Samples - 1], 255));
+        if (h.Maximum != 255) {
+            std::transform(samples.begin(), samples.end(), row.begin(),
+                           [&scale](uint8_t s) { return scale[s]; });
+            samples = std::span(row).first(samples.size());
+        }
+        if (colour)
+            Pixels_FromTriples<false>(samples, out);
+        else
+            Pixels_FromGreys(samples, out);
+        if (samples.size() < row.size())
+            return;
     }
 }
 
@@ -158,23 +184,6 @@ static void DecodeBits(uint8_t *out)
         for (size_t i = 0; i < rest; i++)
             out = std::copy(black.begin(), black.end(), out);
     }
-}
-
-static void DecodeBytes(uint8_t *out, size_t count, size_t samples)
-{
-    const std::array<uint8_t, 256> scale = MakeScale(PXM_Header.Maximum);
-    std::span<const uint8_t> bytes = Bytes_GetSpan(PXM_File, PXM_Position, count * samples);
-    std::vector<uint8_t> scaled;
-    if (PXM_Header.Maximum != 255) {
-        scaled.resize(bytes.size());
-        std::transform(bytes.begin(), bytes.end(), scaled.begin(),
-                       [&scale](uint8_t s) { return scale[s]; });
-        bytes = scaled;
-    }
-    if (samples == 1)
-        Pixels_FromGreys(bytes, out);
-    else
-        Pixels_FromTriples<false>(bytes, out);
 }
 
 // Bytes or characters that a row takes at least.
@@ -202,17 +211,12 @@ uint8_t *PXM_Decoding()
     uint8_t *pixels = Picture_NewPixels(h.Width, h.Height);
     if (!pixels)
         return nullptr;
-    const size_t count = size_t{h.Width} * h.Height, samples = h.BitsPerPixel == 24 ? 3 : 1;
     if (h.Type == 1)
-        DecodeBitText(pixels, count);
+        DecodeBitText(pixels, size_t{h.Width} * h.Height);
     else if (h.Type == 4)
         DecodeBits(pixels);
-    else if (h.Type == 2)
-        DecodeNumbers<1>(pixels, count);
-    else if (h.Type == 3)
-        DecodeNumbers<3>(pixels, count);
     else
-        DecodeBytes(pixels, count, samples);
+        DecodeSamples(pixels);
     return pixels;
 }
 

@@ -9,6 +9,7 @@
 
 #include "audio/audio_module.h"
 #include "tests/files.h"
+#include "tests/mod_writer.h"
 
 using namespace std::string_literals;
 
@@ -251,6 +252,56 @@ TEST(AudioLoad, SynthesisedSoundReadsNoFile)
     }
     Audio_UnLoad(track);
     Audio_Modules[AUDIO_MOD] = before;
+}
+
+constexpr uint64_t Endless = 4 * uint64_t{Audio_Capacity};
+
+// Bytes that the buffers give up to the end of the data, or Endless.
+static uint64_t TotalLength(AudioTrack &track)
+{
+    uint64_t total = track.Length[0] + track.Length[1];
+    while (track.Length[0] != 0 && total < Endless) {
+        Audio_LoadBuffers(&track, 1);
+        total += track.Length[0];
+    }
+    return std::min(total, Endless);
+}
+
+TEST(AudioLoad, EveryTypeToItsEnd)
+{
+    const std::string data = TEST_DATA, sounds = data + "sounds/";
+    MOD_TEXT row;
+    row.Patterns = {"F03|D00"}; // three ticks of 882 frames
+    const struct {
+        std::string path;
+        int type;
+        int channels, bits;
+        uint32_t hz;
+        uint64_t total;
+    } rows[] = {
+        {sounds + "wav/test-8000Hz-le-2ch-1byteu.wav", AUDIO_WAV, 2, 8, 8000, 1600 - 1},
+        {WriteTemp("row.mod", WriteModule(row)), AUDIO_MOD, 2, 16, 44100, 3 * 882 * 4},
+        // Eight frames, of which such buffers hold whole samples of 4 bytes.
+        {data + "mp3_joint.mp3", AUDIO_MP3, 2, 16, 44100, 8 * (1671 / 4 * 4)},
+        {sounds + "voc/sox-u8.voc", AUDIO_VOC, 1, 8, 16129, 3801 - 1},
+        // Its buffers hold half as many samples as there are bytes, and each loses one.
+        {sounds + "au/pluck-ulaw.au", AUDIO_AU, 2, 16, 11025, 2 * 6614 - 2 * 2},
+        {sounds + "au/gen-s16-long-note.au", AUDIO_AU, 1, 16, 22050, Endless},
+        {sounds + "8svx/gen-16sv.8svx", AUDIO_IFF, 1, 16, 22050, 3000 - 1},
+        {sounds + "aiff/gen-s16-44100.aiff", AUDIO_AIFF, 2, 16, 44100, 6000 + 8 - 1},
+    };
+    SetRaw(2, 16);
+    Audio_SetHz(44100);
+    for (const auto &r : rows) {
+        AudioTrack *track = Audio_Load(r.path.c_str());
+        EXPECT_EQ(track->Type, r.type) << r.path;
+        EXPECT_EQ((std::vector<int>{track->Channels, track->BitsPerSample, track->SamplingRate}),
+                  (std::vector<int>{r.channels, r.bits, static_cast<int>(r.hz)}))
+            << r.path;
+        EXPECT_EQ(TotalLength(*track), r.total) << r.path;
+        Audio_UnLoad(track);
+    }
+    Audio_Destroy();
 }
 
 // What a device of so many frames gets, behind which nothing may be written.

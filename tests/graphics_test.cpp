@@ -1,5 +1,6 @@
 #include "picture/graphics.h"
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <vector>
@@ -56,6 +57,31 @@ TEST_F(Graphics, PointsStayInsideTheTarget)
     Graphics_SetTarget(nullptr);
     Graphics_PutPixel(1, 1);
     EXPECT_EQ(Graphics_GetPixel(0, 10), 0u);
+}
+
+TEST_F(Graphics, Blocks)
+{
+    const struct {
+        const char *what;
+        int16_t x, y;
+        int32_t width, height;
+        ptrdiff_t points;
+    } rows[] = {
+        {"inside", 1, 2, 3, 4, 12},
+        {"over the edges", -2, 9, 4, 4, 4},
+        {"no side", 1, 1, 0, 5, 0},
+        {"negative sides", 5, 5, -3, -3, 0},
+        {"back at 0 behind the wrap", 32767, 0, 32770, 1, 1},
+        {"more than all coordinates", -1, -1, 1 << 30, INT32_MAX, side * side},
+    };
+    for (const auto &r : rows) {
+        std::fill(pixels.begin(), pixels.end(), uint8_t{0});
+        Graphics_PutBlock(r.x, r.y, r.width, r.height);
+        const std::string drawn = Drawn();
+        EXPECT_EQ(std::count(drawn.begin(), drawn.end(), '#'), r.points) << r.what;
+    }
+    Graphics_SetTarget(nullptr);
+    Graphics_PutBlock(0, 0, 1, 1);
 }
 
 TEST_F(Graphics, Lines)

@@ -314,6 +314,15 @@ TEST(MOD, SongsStartOver)
     EXPECT_EQ(song.Header->Row, 2);
     restart();
     EXPECT_EQ(song.Bytes(100), first) << "in the middle, in other pieces";
+
+    const BYTES looped = WriteModule(Song("C-2 01 E61\nD00\n"));
+    const BYTES all = RENDERED(looped).Bytes();
+    const RENDERED begun(looped);
+    length = 400;
+    MOD_Decoding(BYTES(length).data(), &length, 0);
+    EXPECT_EQ(begun.Header->Row, 0);
+    MOD_StartOver(0);
+    EXPECT_EQ(begun.Bytes(), all) << "in the first row, which is the next one too";
 }
 
 TEST(MOD, ChangesOfSampleWaitForTheLoop)

@@ -10,6 +10,8 @@ import sys
 import tempfile
 import unittest
 
+import sound_files
+
 PLAY_SOUND = os.path.abspath(sys.argv[1])
 MUSIC = os.path.abspath(sys.argv[2])
 SEES_RACES = sys.argv[3:] == ["thread"]
@@ -108,11 +110,22 @@ class Sound(unittest.TestCase):
                 self.assertFalse(os.path.exists(self.path("captured")))
 
     def test_sounds_come_and_go_while_one_plays(self):
-        self.sound("sound", 3 * BUFFER)
+        """Of every format, over one of every format that is refilled from its file."""
+        for kind, make in {"wav": sound_files.wav, "voc": sound_files.voc, "au": sound_files.au,
+                           "8svx": sound_files.svx, "aiff": sound_files.aiff}.items():
+            for name, size in ("short", 3000), ("long", 3 * BUFFER):
+                with open(self.path(f"{name}.{kind}"), "wb") as file:
+                    file.write(make(sound_files.noise(size)))
+        with open(self.path("long.mod"), "wb") as file:
+            file.write(sound_files.module(command=0))
+        self.sound("long", 3 * BUFFER)
         self.sound("short", 3000)
-        self.sound("long", 2 * BUFFER)
-        words = ("sound", 300, 0, "short", "long", "absent")
-        self.assertIn("callbacks enough", self.play_well(SPARE | {"default": NULL}, *words))
+        others = sorted(name for name in os.listdir(self.folder.name) if name.startswith(("short", "long")))
+        others += [MUSIC, "absent"]
+        for playing in [name for name in others if not name.startswith(("short", "absent"))]:
+            with self.subTest(playing):
+                words = (playing, 60, 0, *others)
+                self.assertIn("callbacks enough", self.play_well(SPARE | {"default": NULL}, *words))
         if SEES_RACES:  # which a planted one proves
             status, _, errors = self.play(SPARE | {"default": NULL}, *words, "race")
             self.assertNotEqual(status, 0)

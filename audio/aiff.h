@@ -1,0 +1,53 @@
+// AIFF and AIFF-C sounds. Apple Computer, "Audio Interchange File Format" 1.3 (1989) and "AIFF-C"
+// (1991), with three liberties kept on purpose: chunks of odd size need no padding, the rate is the
+// top of its mantissa, and the sound data chunk's offset and block size are played.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+
+#include "audio/sound_file.h"
+
+struct AIFF_HEADER {
+    uint32_t FileSize;      // bytes
+    uint16_t Codec;         // 0 linear, 1 bytes as they are, 2 A-law, 3 mu-law
+    uint16_t Channels = 1;  // as it stays without a common chunk
+    uint32_t SamplingRate;  // Hz: right from 32768 to 65535, else times a power of two
+    uint16_t BitsPerSample; // of the output
+    uint32_t FrameCount;
+    std::array<uint8_t, 10> Rate; // 80-bit extended floating point
+    std::array<char, 18> Compression;
+    uint32_t DataStart; // first sample byte; 0 where the file has no sound data
+};
+
+/// The loaded files in the order of loading, null where none is; owned by this module.
+extern SOUND_TABLE<AIFF_HEADER> AIFF_Header;
+extern uint8_t AIFF_SoundNumber; // slot that the next load fills
+extern SOUND_FILE AIFF_File;     // open during a load
+extern uint64_t AIFF_Position;   // next byte to read of it
+
+/// Big-endian numbers of 1, 2 and 4 bytes of AIFF_File at AIFF_Position, which moves on; past the
+/// end bytes are 0.
+uint8_t AIFF_GetByte();
+uint16_t AIFF_GetWord();
+uint32_t AIFF_GetDWord();
+
+/// Walks the chunks up to the sound data into slot AIFF_SoundNumber, and moves that on. A file that
+/// cannot be opened, or when all slots are used, does nothing.
+void AIFF_Load(const char *path);
+
+/// Decodes from the position of `file` on into `buffer`: 8 bits as (128 - b) modulo 256, 16 and 32
+/// bits little-endian, 24 bits in the file's order, G.711 as 16 bits. *length becomes the bytes
+/// stored less one sample (linear 16 bits: one byte), on purpose; 0 at the end of the file. Other
+/// depths leave both as they are.
+void AIFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
+
+/// Frees all records. AIFF_SoundNumber stays as it is.
+void AIFF_Destroy();
+
+/// Record n, null when there is none.
+AIFF_HEADER *AIFF_GetHeader(uint8_t n);
+
+/// Sets the slot that the next load fills; a record that it finds there goes.
+void AIFF_SetSoundNumber(uint8_t n);

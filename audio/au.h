@@ -1,0 +1,40 @@
+// Sun and NeXT sound files: a header of big-endian numbers and samples of one of many encodings, of
+// which the linear ones up to 32 bits and G.711 are decoded.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "audio/sound_file.h"
+
+struct AU_HEADER {
+    uint32_t FileSize; // bytes
+    uint16_t Encoding; // 1 mu-law, 2 to 5 signed 8, 16, 24 and 32-bit, 27 A-law
+    uint16_t Channels;
+    uint32_t SamplingRate;  // Hz
+    uint16_t BitsPerSample; // of the output
+    uint32_t DataStart;     // first sample byte
+};
+
+/// The loaded files in the order of loading, null where none is; owned by this module.
+extern SOUND_TABLE<AU_HEADER> AU_Header;
+extern uint8_t AU_SoundNumber; // slot that the next load fills
+extern SOUND_FILE AU_File;     // open during a load
+
+/// Reads the header into slot AU_SoundNumber, and moves that on. A file that cannot be opened, or
+/// when all slots are used, does nothing.
+void AU_Load(const char *path);
+
+/// Decodes from the position of `file` on into `buffer`, little-endian. *length becomes the bytes
+/// stored less one sample, on purpose; 0 at the end of the file. Encodings 3 and 5 lose only one
+/// byte and never end: they go on with bytes 0xFF. Others leave both as they are.
+void AU_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
+
+/// Frees all records. AU_SoundNumber stays as it is.
+void AU_Destroy();
+
+/// Record n, null when there is none.
+AU_HEADER *AU_GetHeader(uint8_t n);
+
+/// Sets the slot that the next load fills; a record that it finds there goes.
+void AU_SetSoundNumber(uint8_t n);

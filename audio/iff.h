@@ -1,0 +1,51 @@
+// IFF sounds: 8SVX and 16SV forms. Electronic Arts, "8SVX" IFF 8-Bit Sampled Voice (1985), over
+// "EA IFF 85"; chunks of odd size are not padded here.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+
+#include "audio/sound_file.h"
+
+struct IFF_HEADER {
+    uint32_t FileSize;      // bytes
+    uint16_t Compression;   // as the file says; the samples are taken as they are all the same
+    uint16_t Channels = 1;  // always
+    uint32_t SamplingRate;  // Hz
+    uint16_t BitsPerSample; // 8 or 16; 0 without a form
+    std::array<char, 128> Annotation;
+    uint32_t OneShotCount, RepeatCount, SamplesPerCycle;
+    uint8_t Octaves;
+    uint32_t DataStart; // first sample byte; 0 where the file has no body
+};
+
+/// The loaded files in the order of loading, null where none is; owned by this module.
+extern SOUND_TABLE<IFF_HEADER> IFF_Header;
+extern uint8_t IFF_SoundNumber; // slot that the next load fills
+extern SOUND_FILE IFF_File;     // open during a load
+extern uint64_t IFF_Position;   // next byte to read of it
+
+/// Big-endian numbers of 1, 2 and 4 bytes of IFF_File at IFF_Position, which moves on; past the end
+/// bytes are 0.
+uint8_t IFF_GetByte();
+uint16_t IFF_GetWord();
+uint32_t IFF_GetDWord();
+
+/// Walks the chunks up to the body into slot IFF_SoundNumber, and moves that on. A file that cannot
+/// be opened, or when all slots are used, does nothing.
+void IFF_Load(const char *path);
+
+/// Decodes from the position of `file` on into `buffer`: 8 bits as (128 - b) modulo 256, 16 bits
+/// little-endian. *length becomes the bytes stored less one, on purpose; 0 at the end of the file.
+/// Without a form both are left as they are.
+void IFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
+
+/// Frees all records. IFF_SoundNumber stays as it is.
+void IFF_Destroy();
+
+/// Record n, null when there is none.
+IFF_HEADER *IFF_GetHeader(uint8_t n);
+
+/// Sets the slot that the next load fills; a record that it finds there goes.
+void IFF_SetSoundNumber(uint8_t n);

@@ -1,0 +1,42 @@
+// Creative Voice files: blocks of 8-bit, 16-bit or G.711 samples, described in Creative Labs' "VOC
+// File Format". The first sound block that the file's start shows is taken for all of the file.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "audio/sound_file.h"
+
+struct VOC_HEADER {
+    uint32_t FileSize;      // bytes
+    uint16_t Codec;         // 0 unsigned 8-bit, 4 signed 16-bit, 6 A-law, 7 mu-law
+    uint16_t Channels = 1;  // as it stays without a block that says it
+    uint32_t SamplingRate;  // Hz
+    uint16_t BitsPerSample; // of the output
+    uint16_t Version;       // major * 256 + minor
+    uint32_t Validation;    // not checked
+    uint32_t DataStart;     // first sample byte; 0 where no sound block was found
+};
+
+/// The loaded files in the order of loading, null where none is; owned by this module.
+extern SOUND_TABLE<VOC_HEADER> VOC_Header;
+extern uint8_t VOC_SoundNumber; // slot that the next load fills
+extern SOUND_FILE VOC_File;     // open during a load
+
+/// Reads the block headers in the first 1024 bytes into slot VOC_SoundNumber, and moves that on. A
+/// file that cannot be opened, or when all slots are used, does nothing.
+void VOC_Load(const char *path);
+
+/// Decodes from the position of `file` on into `buffer`. *length becomes the bytes stored less one
+/// (8 bits) or two (others), on purpose; 0 at the end of the file. Other codecs leave both as they
+/// are. A block header inside the data is played.
+void VOC_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
+
+/// Frees all records. VOC_SoundNumber stays as it is.
+void VOC_Destroy();
+
+/// Record n, null when there is none.
+VOC_HEADER *VOC_GetHeader(uint8_t n);
+
+/// Sets the slot that the next load fills; a record that it finds there goes.
+void VOC_SetSoundNumber(uint8_t n);

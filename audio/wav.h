@@ -1,0 +1,67 @@
+// RIFF WAVE files: linear samples, G.711 and the two ADPCM codecs. Microsoft and IBM's RIFF (1991),
+// Microsoft's "New Multimedia Data Types and Data Techniques" (1994) and WAVEFORMATEXTENSIBLE.
+//
+// Chunks are walked; where the walk finds no format or sound data chunk, the fields are taken from
+// where a file without extra chunks has them.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+
+#include "audio/sound_file.h"
+#include "audio/wav_adpcm.h"
+
+struct WAV_HEADER {
+    uint32_t FileSize;  // bytes
+    uint16_t FormatTag; // 1 linear, 2 Microsoft ADPCM, 6 A-law, 7 mu-law, 17 IMA ADPCM
+    uint16_t Channels;
+    uint32_t SamplingRate;   // Hz
+    uint32_t BytesPerSecond; // on average
+    uint16_t BlockAlign;     // bytes of an ADPCM block
+    uint16_t BitsPerSample;  // of the output
+    // ADPCM:
+    uint32_t FormatChunkSize;
+    // Microsoft ADPCM:
+    uint16_t ExtraFormatSize;
+    uint16_t SamplesPerBlock;
+    uint16_t CoefficientPairs;
+    std::array<int32_t, 32> Coefficients1, Coefficients2;
+
+    std::array<WAV_CHANNEL, 2> Decoder;
+    uint32_t DataStart; // first sample byte; 0 for other tags
+    uint32_t DataEnd;   // behind the last one
+};
+
+/// The loaded files in the order of loading, null where none is; owned by this module.
+extern SOUND_TABLE<WAV_HEADER> WAV_Header;
+extern uint8_t WAV_SoundNumber; // slot that the next load fills
+extern SOUND_FILE WAV_File;     // open during a load
+
+/// Reads the header into slot WAV_SoundNumber, and moves that on. FormatTag is the extensible
+/// format's sub-format where the file has one. A file that cannot be opened, or when all slots are
+/// used, does nothing.
+void WAV_Load(const char *path);
+
+/// Decodes from the position of `file` on into `buffer`, compressed sound as 16-bit little-endian
+/// samples. *length becomes, on purpose,
+/// - linear and G.711: the bytes stored less one sample;
+/// - ADPCM: 4 bytes for each byte of codes in a block, times the blocks that fit; their number is
+///   taken modulo 256. Microsoft's blocks store their two first frames as well, which makes the
+///   last ones of a refill those that are not counted.
+/// It is 0 at the end of the data. Other tags, and linear depths but 8, 16, 24 and 32 bits, leave
+/// both as they are.
+void WAV_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
+
+/// The next sample of a channel (0 or 1) of record n, whose decoder moves on by a code of 4 bits.
+int32_t WAV_MS_ADPCM_GetNextSample(uint8_t n, uint8_t channel, uint8_t code);
+int32_t WAV_IMA_ADPCM_GetNextSample(uint8_t n, uint8_t channel, uint8_t code);
+
+/// Frees all records. WAV_SoundNumber stays as it is.
+void WAV_Destroy();
+
+/// Record n, null when there is none.
+WAV_HEADER *WAV_GetHeader(uint8_t n);
+
+/// Sets the slot that the next load fills; a record that it finds there goes.
+void WAV_SetSoundNumber(uint8_t n);

@@ -1,0 +1,139 @@
+#include "audio/wav_adpcm.h"
+
+// IMA's steps grow by a tenth each, as far as whole numbers allow.
+static constexpr bool StepsGrowByTenths()
+{
+    for (size_t i = 20; i < WAV_ADPCM_STEP_TABLE.size(); i++) {
+        const uint32_t before = WAV_ADPCM_STEP_TABLE[i - 1], step = WAV_ADPCM_STEP_TABLE[i];
+        if (step * 1000 < before * 1082 || step * 1000 > before * 1116)
+            return false;
+    }
+    return true;
+}
+static_assert(StepsGrowByTenths());
+static_assert(WAV_IMA_Difference[88][7] == 32767 + 16383 + 8191 + 4095);
+
+static int32_t GetWord(std::span<const uint8_t> block, size_t position)
+{
+    return static_cast<int16_t>(block[position] | block[position + 1] << 8);
+}
+
+static void PutPair(uint8_t *out, int32_t first, int32_t second)
+{
+    const uint32_t pair = static_cast<uint16_t>(first) | static_cast<uint32_t>(second) << 16;
+    for (int i = 0; i < 4; i++)
+        out[i] = static_cast<uint8_t>(pair >> (8 * i));
+}
+
+// Microsoft's header: of every channel first the predictor, then delta, newest and previous sample.
+static void ReadMicrosoft(const WAV_ADPCM &adpcm, std::span<const uint8_t> block, size_t channels)
+{
+    for (size_t i = 0; i < channels; i++) {
+        WAV_CHANNEL &channel = adpcm.Channels[i];
+        channel.Predictor = std::min<uint8_t>(block[i], 6);
+        channel.Coefficient1 = adpcm.Coefficients1[channel.Predictor];
+        channel.Coefficient2 = adpcm.Coefficients2[channel.Predictor];
+        channel.Delta = GetWord(block, channels + 2 * i);
+        channel.Newest = GetWord(block, 3 * channels + 2 * i);
+        channel.Previous = GetWord(block, 5 * channels + 2 * i);
+    }
+}
+
+// The codes behind the header, high one first: of two channels in turn, or all of one.
+template <bool Stereo>
+static size_t DecodeMicrosoft(std::span<WAV_CHANNEL, 2> channels, std::span<const uint8_t> codes,
+                              std::span<uint8_t> out)
+{
+    codes = codes.first(std::min(codes.size(), out.size() / 4));
+    WAV_CHANNEL left = channels[0], right = channels[1];
+    uint8_t *next = out.data();
+    for (const uint8_t byte : codes) {
+        const int32_t first = WAV_MS_ADPCM_Next(left, byte >> 4);
+        int32_t second;
+        if constexpr (Stereo)
+            second = WAV_MS_ADPCM_Next(right, byte & 15u);
+        else
+            second = WAV_MS_ADPCM_Next(left, byte & 15u);
+        PutPair(next, first, second);
+        next += 4;
+    }
+    channels[0] = left;
+    channels[1] = right;
+    return 4 * codes.size();
+}
+
+size_t WAV_MS_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
+                          std::span<uint8_t> out)
+{
+    const size_t channels = adpcm.Stereo ? 2 : 1;
+    const size_t first = 4 * channels; // bytes of the header's samples
+    if (block.size() < 7 * channels || out.size() < first)
+        return 0;
+    ReadMicrosoft(adpcm, block, channels);
+    const WAV_CHANNEL &left = adpcm.Channels[0], &right = adpcm.Channels[1];
+    const std::span<const uint8_t> codes = block.subspan(7 * channels);
+    if (!adpcm.Stereo) {
+        PutPair(out.data(), left.Previous, left.Newest);
+        return first + DecodeMicrosoft<false>(adpcm.Channels, codes, out.subspan(first));
+    }
+    PutPair(out.data(), left.Previous, right.Previous);
+    PutPair(out.data() + 4, left.Newest, right.Newest);
+    return first + DecodeMicrosoft<true>(adpcm.Channels, codes, out.subspan(first));
+}
+
+// IMA's header of a channel: the predictor, the step index and an unused byte.
+static void ReadIMA(WAV_CHANNEL &channel, std::span<const uint8_t> block, size_t position)
+{
+    channel.Newest = GetWord(block, position);
+    channel.StepIndex = static_cast<int8_t>(std::min<uint8_t>(block[position + 2], 88));
+}
+
+static size_t DecodeMono(WAV_CHANNEL &channel, std::span<const uint8_t> codes,
+                         std::span<uint8_t> out)
+{
+    codes = codes.first(std::min(codes.size(), out.size() / 4));
+    WAV_CHANNEL state = channel;
+    uint8_t *next = out.data();
+    for (const uint8_t byte : codes) {
+        const int32_t first = WAV_IMA_ADPCM_Next(state, byte & 15u);
+        const int32_t second = WAV_IMA_ADPCM_Next(state, byte >> 4);
+        PutPair(next, first, second);
+        next += 4;
+    }
+    channel = state;
+    return 4 * codes.size();
+}
+
+// 8 bytes are 8 frames: 4 bytes of the left channel, then 4 of the right one.
+static size_t DecodeStereo(std::span<WAV_CHANNEL, 2> channels, std::span<const uint8_t> codes,
+                           std::span<uint8_t> out)
+{
+    const size_t rounds = std::min(codes.size() / 8, out.size() / 32);
+    WAV_CHANNEL left = channels[0], right = channels[1];
+    uint8_t *next = out.data();
+    for (size_t i = 0; i < 8 * rounds; i += 8)
+        for (size_t k = i; k < i + 4; k++) {
+            const uint8_t l = codes[k], r = codes[k + 4];
+            for (const int shift : {0, 4}) {
+                const int32_t first = WAV_IMA_ADPCM_Next(left, l >> shift & 15u);
+                PutPair(next, first, WAV_IMA_ADPCM_Next(right, r >> shift & 15u));
+                next += 4;
+            }
+        }
+    channels[0] = left;
+    channels[1] = right;
+    return 32 * rounds;
+}
+
+size_t WAV_IMA_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
+                           std::span<uint8_t> out)
+{
+    const size_t header = adpcm.Stereo ? 8 : 4;
+    if (block.size() < header)
+        return 0;
+    ReadIMA(adpcm.Channels[0], block, 0);
+    if (!adpcm.Stereo)
+        return DecodeMono(adpcm.Channels[0], block.subspan(header), out);
+    ReadIMA(adpcm.Channels[1], block, 4);
+    return DecodeStereo(adpcm.Channels, block.subspan(header), out);
+}

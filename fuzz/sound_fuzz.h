@@ -1,0 +1,40 @@
+// For fuzz targets of sound modules: any file through a load and refills to the end.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <vector>
+
+#include "fuzz/fuzz.h"
+
+struct SOUND_MODULE {
+    void (*Load)(const char *path);
+    void (*Decoding)(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
+    void (*Destroy)();
+    void (*SetSoundNumber)(uint8_t n);
+};
+
+// The first byte chooses the refills' lengths. Some sounds never end: a few refills do.
+inline void FuzzSound(const SOUND_MODULE &module, uint32_t (*dataStart)(), const uint8_t *data,
+                      size_t size)
+{
+    if (size == 0)
+        return;
+    const std::string path = FuzzFile(data + 1, size - 1);
+    module.SetSoundNumber(0);
+    module.Load(path.c_str());
+    FILE *file = std::fopen(path.c_str(), "rb");
+    std::fseek(file, dataStart(), SEEK_SET);
+    const uint32_t lengths[] = {data[0], data[0] * 257u, data[0] % 8u + 1, 4096};
+    for (size_t i = 0; i < 12; i++) {
+        std::vector<uint8_t> buffer(lengths[i % 4]);
+        uint32_t length = lengths[i % 4];
+        module.Decoding(file, buffer.data(), &length, 0);
+        if (length > buffer.size())
+            __builtin_trap();
+        if (length == 0 && std::fgetc(file) == EOF)
+            break;
+    }
+    std::fclose(file);
+    module.Destroy();
+}

@@ -1,0 +1,277 @@
+"""The player on files of every format and on sound cards that are files: player_test.py PLAYER DATA"""
+
+import array
+import os
+import pty
+import signal
+import struct
+import subprocess
+import sys
+import tempfile
+import termios
+import threading
+import time
+import unittest
+
+import sound_files
+from sound_files import aiff, au, module, svx, voc, wav
+
+PLAYER = os.path.abspath(sys.argv[1])
+DATA = os.path.abspath(sys.argv[2])
+
+NOISE = sound_files.noise(150000)
+
+NULL = "type null"
+MONO = "type multi slaves.a { pcm { type null } channels 1 } bindings.0 { slave a channel 0 }"
+ABSENT = "type hw card 31"
+FILE = 'type file file "FOLDER/captured" format raw slave.pcm { type null }'
+
+def mp3():
+    def text(name, value):
+        return struct.pack(">4sIH", name, len(value), 0) + value
+
+    frames = text(b"TIT2", b"\1\xfe\xff" + "Żółw".encode("utf-16-be")) + text(b"TPE1", b"\0Someone")
+    with open(os.path.join(DATA, "mp3_joint.mp3"), "rb") as file:
+        music = file.read()
+    return b"ID3\3\0\0" + struct.pack(">I", len(frames)) + frames + music + b"TAG" + b"shadowed".ljust(30) + bytes(95)
+
+
+def swapped(data):
+    samples = array.array("H", data)
+    samples.byteswap()
+    return samples.tobytes()
+
+
+FILES = {
+    "stereo.wav": wav(NOISE),
+    "deep.wav": wav(NOISE, 24),
+    "bytes.wav": wav(NOISE, 8, 1),
+    "alaw.wav": wav(b"\x55\xd5" * 2000, 8, 1, 6),
+    "three.au": au(NOISE, 3, 3),
+    "short.aiff": aiff(NOISE[:4000]),
+    "small.8svx": svx(NOISE[:3000]),
+    "small.voc": voc(NOISE[:3000]),
+    "song.mod": module(),
+    "tagged.mp3": mp3(),
+}
+UNPLAYABLE = {
+    "text.txt": (b"text " * 1000, "not a sound of a known format (--raw takes it for samples)"),
+    "tiny.mod": (b"tiny", "damaged, or not a sound"),
+    "float.wav": (wav(NOISE, 32, 2, 3), "RIFF WAVE with codec 3 is not decoded"),
+    "odd.wav": (wav(NOISE, 12), "RIFF WAVE of 2 channels of 12 bits at 44100 Hz is not decoded"),
+    "empty.wav": (wav(b""), "there is no sound in it"),
+}
+
+
+class Stage(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.environment = dict(os.environ, ALSA_CONFIG_PATH=self.path("alsa.conf"), JACK_NO_START_SERVER="1")
+        for name, data in (FILES | {name: data for name, (data, _) in UNPLAYABLE.items()}).items():
+            with open(self.path(name), "wb") as file:
+                file.write(data)
+        self.devices(first=NULL, second=NULL, default=FILE)
+
+    def tearDown(self):
+        self.folder.cleanup()
+
+    def path(self, name):
+        return os.path.join(self.folder.name, name)
+
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def devices(self, **devices):
+        with open(self.path("alsa.conf"), "w") as file:
+            for name, device in devices.items():
+                file.write(f"pcm.!{name} {{ {device} }}\n".replace("FOLDER", self.folder.name))
+
+    def run_player(self, *words):
+        run = subprocess.run([PLAYER, *words], env=self.environment, cwd=self.folder.name, capture_output=True,
+                             text=True, timeout=60)
+        return run.returncode, run.stdout, run.stderr
+
+    def convert(self, *words):
+        """The samples that the conversion gives, behind a header that says so."""
+        self.assertEqual(self.run_player("--convert", *words, "out.wav"), (0, "", ""))
+        out = self.read("out.wav")
+        fields = struct.unpack("<4sI8sIHHIIHH4sI", out[:44])
+        size, frame = fields[-1], fields[5] * fields[9] // 8
+        self.assertEqual((fields[1], fields[7:9]), (len(out) - 8, (fields[6] * frame, frame)))
+        self.assertEqual(len(out), 44 + size + size % 2)
+        return out[44:44 + size]
+
+
+class Player(Stage):
+    def test_info(self):
+        rows = {
+            "stereo.wav": "RIFF WAVE|linear|44100 Hz|2|16|0:00.850",
+            "deep.wav": "RIFF WAVE|linear|44100 Hz|2|24|0:00.566",
+            "alaw.wav": "RIFF WAVE|A-law|44100 Hz|1|16|0:00.090",
+            "three.au": "Sun/NeXT audio|linear|11025 Hz|3|16|0:02.267",
+            "short.aiff": "AIFF|linear|22050 Hz|2|16|0:00.045|frames 1000",
+            "small.8svx": "IFF 8SVX|linear|8363 Hz|1|8|0:00.358|annotation Hi !|octaves 1",
+            "small.voc": "Creative Voice|linear|8000 Hz|1|8|0:00.375|version 1.10",
+            "song.mod": "tracker module|4 voices|44100 Hz|2|16|0:00.060|title A song|positions 1|instruments 31|"
+                        "instrument 1 naïve",
+            "tagged.mp3": "MPEG audio|MPEG Version 1 Layer III|44100 Hz|2|16|0:00.208|title Żółw|artist Someone|"
+                          "genre Blues|bit rate 64 kbit/s|mode Joint stereo",
+        }
+        usual = ["format", "codec", "rate", "channels", "bits", "length"]
+        for name, values in rows.items():
+            with self.subTest(name):
+                status, printed, errors = self.run_player("--info", name)
+                self.assertEqual((status, errors), (0, ""))
+                values = values.split("|")
+                expected = [name] + [f"{what} {value}" for what, value in zip(usual, values)] + values[6:]
+                self.assertEqual([" ".join(line.split()) for line in printed.splitlines()], expected)
+
+    def test_convert(self):
+        rows = {  # whole but for a sample that each refill of 64 KiB of one channel loses
+            ("stereo.wav",): NOISE,
+            ("--loop", "3", "stereo.wav"): NOISE * 3,
+            ("deep.wav",): NOISE,
+            ("bytes.wav",): NOISE[:65535] + NOISE[65536:131071] + NOISE[131072:-1],
+            ("alaw.wav",): struct.pack("<hh", -8, 8) * 1999 + struct.pack("<h", -8),
+            ("three.au",): swapped(NOISE),
+            ("short.aiff",): bytes(8) + swapped(NOISE[:4000]),
+            ("small.8svx",): bytes((128 - byte) % 256 for byte in NOISE[:2999]),
+            ("small.voc",): NOISE[:2999],
+            ("--raw", "16,2,8000", "text.txt"): swapped(b"text " * 1000),
+        }
+        for words, expected in rows.items():
+            with self.subTest(words):
+                self.assertTrue(self.convert(*words) == expected, "the samples differ")
+        song = self.convert("song.mod")
+        self.assertEqual(len(song), 3 * 882 * 4)
+        self.assertGreater(max(array.array("h", song)), 2000)
+        self.assertTrue(self.convert("--loop", "2", "song.mod") == song * 2, "the second pass differs")
+        music = array.array("h", self.convert("tagged.mp3"))[::31]
+        with open(os.path.join(DATA, "mp3_joint.s16"), "rb") as file:
+            expected = array.array("h", file.read())
+        self.assertLessEqual(max(abs(a - b) for a, b in zip(music, expected, strict=True)), 1)
+
+    def test_statuses_and_messages(self):
+        rows = [(("--info", "absent"), 1, "player: absent: No such file or directory"),
+                (("--info", "."), 1, "player: .: Is a directory"),
+                (("--convert", "stereo.wav", "."), 1, "player: .: Is a directory"),
+                (("--convert", "stereo.wav", "no/out.wav"), 1, "player: no/out.wav: No such file or directory"),
+                ((), 2, "player: FILE is required (--help tells more)"),
+                (("--convert", "stereo.wav"), 2, "player: --convert: wants two files, IN and OUT.wav (--help tells more)"),
+                (("--convert", "--loop", "0", "a", "b"), 2, "player: --loop: a file is no place for ever (--help tells more)"),
+                (("--raw", "9,1,1", "a"), 2, "player: --raw: wants 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz "
+                                             "(--help tells more)")]
+        rows += [((name,), 1, f"player: {name}: {reason}") for name, (_, reason) in UNPLAYABLE.items()]
+        for words, status, line in rows:
+            with self.subTest(words):
+                self.assertEqual(self.run_player(*words), (status, "", line + "\n"))
+        silent = {"default": ABSENT}
+        mono = {"first": MONO, "second": MONO, "default": MONO}
+        for devices, line in ((silent, "player: no sound device: "),
+                              (mono, "player: stereo.wav: the sound device refuses 2 channels of 16 bits at 44100 Hz: ")):
+            self.devices(**devices)
+            status, _, errors = self.run_player("stereo.wav")
+            self.assertEqual((status, errors[:len(line)], errors.count("\n")), (1, line, 1))
+        self.assertEqual(self.run_player("--help")[0], 0)
+
+    def test_what_is_played_is_what_is_converted(self):
+        """Each after another format, which the engine's next stream must have."""
+        for name in FILES:
+            with self.subTest(name):
+                expected = self.convert("--loop", "2", name)
+                # The engine's buffers are behind the first sound: the file is written anew for each.
+                self.assertEqual(self.run_player("--loop", "2", "song.mod", name), (0, "", ""))
+                heard = self.read("captured")
+                silence = b"\x80" if name in ("bytes.wav", "small.8svx", "small.voc") else b"\0"
+                start = heard.find(expected)
+                self.assertGreaterEqual(start, 0, "what was heard differs")
+                self.assertEqual(heard[:start].strip(silence) + heard[start + len(expected):].strip(silence), b"")
+
+
+class OnTerminal(Stage):
+    """The player on a terminal, with a sound card that takes its time."""
+
+    def start(self, *words):
+        os.mkfifo(self.path("captured"))
+        self.process, self.terminal = pty.fork()
+        if self.process == 0:
+            os.chdir(self.folder.name)
+            os.execve(PLAYER, [PLAYER, *words], self.environment)
+        self.before = termios.tcgetattr(self.terminal)
+        self.heard = b""
+        self.shown = ""
+        threading.Thread(target=self.listen, daemon=True).start()
+        threading.Thread(target=self.look, daemon=True).start()
+
+    def listen(self):
+        with open(self.path("captured"), "rb", buffering=0) as card:
+            while chunk := card.read(65536):
+                self.heard += chunk
+                time.sleep(0.01)
+
+    def look(self):
+        try:
+            while chunk := os.read(self.terminal, 4096):
+                self.shown += chunk.decode()
+        except OSError:
+            pass
+
+    def wait_for(self, what, happened):
+        deadline = time.monotonic() + 20
+        while not happened():
+            self.assertLess(time.monotonic(), deadline, f"no {what} in {self.shown[-300:]!r}")
+            time.sleep(0.02)
+
+    def wait_for_line(self, text):
+        self.wait_for(text, lambda: text in self.shown)
+        self.shown = ""
+
+    def press(self, keys):
+        os.write(self.terminal, keys)
+
+    def silent(self):
+        before = len(self.heard)
+        time.sleep(0.5)
+        return len(self.heard) == before
+
+    def end(self):
+        status = os.waitstatus_to_exitcode(os.waitpid(self.process, 0)[1])
+        self.assertEqual(termios.tcgetattr(self.terminal), self.before)
+        os.close(self.terminal)
+        return status
+
+    def test_keys(self):
+        self.start("--loop", "0", "stereo.wav", "absent", "song.mod")
+        self.wait_for_line("/ 0:00 [")
+        self.wait_for_line("stereo.wav (1 of 3)")
+        self.assertFalse(self.silent())
+        self.press(b" ")
+        self.wait_for_line("paused: stereo.wav")
+        self.wait_for("silence", self.silent)
+        self.press(b" ")
+        self.wait_for("sound", lambda: not self.silent())
+        heard = bytes(self.heard).replace(bytes(4), b"")
+        self.assertTrue((NOISE * (len(heard) // len(NOISE) + 1)).startswith(heard), "the pause is heard")
+        self.press(b"\x1b[C")
+        self.wait_for_line("player: absent: No such file or directory")
+        self.wait_for_line("A song (2 of 2)")
+        self.press(b"\x1b[D")
+        self.wait_for_line("stereo.wav (1 of 2)")
+        self.press(b"q")
+        self.assertEqual(self.end(), 1)  # for the file that is absent
+
+    def test_signals(self):
+        self.start("--loop", "0", "stereo.wav")
+        self.wait_for_line("stereo.wav")
+        os.kill(self.process, signal.SIGTSTP)
+        self.assertTrue(os.WIFSTOPPED(os.waitpid(self.process, os.WUNTRACED)[1]))
+        self.assertEqual(termios.tcgetattr(self.terminal), self.before)
+        os.kill(self.process, signal.SIGCONT)
+        self.wait_for_line("stereo.wav")
+        self.press(b"\x03")  # Ctrl-C
+        self.assertEqual(self.end(), -signal.SIGINT)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)

@@ -1,0 +1,192 @@
+// Real files against what independent decoders make of them: all that expected_sounds.tsv lists, in
+// the test data and in the folder that the environment variable CORPUS names, if it does.
+#include <bit>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "extra/bytes.h"
+#include "tests/sha256.h"
+#include "tests/sound_files.h"
+
+namespace
+{
+
+// How a file's output differs on purpose from what other decoders give.
+struct DEVIATION {
+    const char *File;
+    bool Comparable;
+    const char *Reason;
+    uint32_t Rate = 0; // 0: the file's
+};
+constexpr DEVIATION Deviations[] = {
+    {"8svx/gen-fibonacci.8svx", false, "compression is not acted upon"},
+    {"8svx/gen-odd-chunks.8svx", false, "odd chunks have no padding, so no body is found"},
+    {"voc/gen-u8-stereo-block8.voc", true, "the rate of block 1 wins over block 8's", 45454},
+    {"voc/gen-u8-continued-block2.voc", false, "a block header inside the data is played"},
+    {"voc/ffmpeg-s16.voc", false, "a block header inside the data is played"},
+    {"aiff/sowt.aif", false, "little-endian samples are taken for big-endian"},
+};
+
+const MODULE *ModuleOf(const std::string &file)
+{
+    for (const MODULE *module : Modules)
+        if (file.starts_with(std::string(module->Name) + "/"))
+            return module;
+    return nullptr; // another test's
+}
+
+// What a refill does with the bytes that it takes from the file.
+struct RULE {
+    uint32_t Lost;    // bytes that the reported length lacks
+    uint32_t Out = 1; // bytes stored a byte taken
+    bool Endless = false;
+};
+
+RULE RuleOf(const MODULE &module, const FACTS &facts)
+{
+    const uint32_t sample = facts.BitsPerSample / 8;
+    if (&module == &Voc)
+        return {sample, VOC_GetHeader(0)->Codec >= 6 ? 2u : 1u};
+    if (&module == &Wav)
+        return {sample, WAV_GetHeader(0)->FormatTag >= 6 ? 2u : 1u};
+    if (&module == &Iff)
+        return {1};
+    if (&module == &Aiff)
+        return AIFF_GetHeader(0)->Codec == 0 ? RULE{sample == 2 ? 1 : sample} : RULE{2, 2};
+    const uint16_t encoding = AU_GetHeader(0)->Encoding;
+    if (encoding == 3 || encoding == 5)
+        return {1, 1, true};
+    return encoding == 1 || encoding == 27 ? RULE{2, 2} : RULE{sample};
+}
+
+// All that refills store, with what their lengths leave out.
+BYTES DecodePlain(const MODULE &module, const std::string &path, const FACTS &facts)
+{
+    const RULE rule = RuleOf(module, facts);
+    BYTES all;
+    for (uint64_t position = facts.DataStart;;) {
+        const uint32_t given = 12 * 512; // whole frames of any depth
+        const REFILL refill = Refill(module, position, given, path);
+        const uint64_t taken = (refill.Position - position) * rule.Out;
+        const uint64_t stored = rule.Endless ? given : Sound_Begun(taken, rule.Lost);
+        EXPECT_EQ(refill.Length, stored > rule.Lost ? stored - rule.Lost : 0) << position;
+        if (taken == 0)
+            return all;
+        all = std::move(all) + BYTES(refill.Bytes.data(), refill.Bytes.data() + taken);
+        position = refill.Position;
+    }
+}
+
+// The same for ADPCM, a block a refill. IMA's first samples, which are not output, come from the
+// file.
+BYTES DecodeADPCM(const std::string &path, const FACTS &facts)
+{
+    const WAV_HEADER &record = *WAV_GetHeader(0);
+    const bool microsoft = record.FormatTag == 2;
+    const uint32_t counted = 4 * (record.BlockAlign - (microsoft ? 7u : 4u) * record.Channels);
+    const BYTES file = Bytes_LoadFile(path.c_str());
+    BYTES all;
+    for (uint64_t position = facts.DataStart;;) {
+        const uint32_t given = counted + (microsoft ? 4u * record.Channels : 0);
+        const REFILL refill = Refill(Wav, position, given, path);
+        if (refill.Length == 0)
+            return all;
+        EXPECT_EQ(refill.Length, counted);
+        for (uint32_t i = 0; !microsoft && i < record.Channels; i++)
+            all = std::move(all) + BYTES{file[position + 4 * i], file[position + 4 * i + 1]};
+        all = std::move(all) + refill.Bytes;
+        position = refill.Position;
+    }
+}
+
+// Samples left-justified in 32 bits, little-endian. 8 bits are unsigned, or with their sign turned.
+BYTES Justify(const MODULE &module, const BYTES &bytes, size_t start, size_t size)
+{
+    BYTES samples;
+    for (size_t at = start; at + size <= bytes.size(); at += size) {
+        BYTES sample(bytes.data() + at, bytes.data() + at + size);
+        if (size == 1)
+            sample[0] = static_cast<uint8_t>(&module == &Wav || &module == &Voc ? sample[0] - 128
+                                                                                : 128 - sample[0]);
+        if (size == 3 && &module == &Aiff) // in the file's order
+            std::swap(sample[0], sample[2]);
+        samples = std::move(samples) + BYTES(4 - size) + sample;
+    }
+    return samples;
+}
+
+BYTES Decode(const MODULE &module, const std::string &path, const FACTS &facts)
+{
+    const uint16_t tag = &module == &Wav ? WAV_GetHeader(0)->FormatTag : uint16_t{0};
+    if (tag == 2 || tag == 17)
+        return Justify(module, DecodeADPCM(path, facts), 0, 2);
+    // AIFF's offset and block size are played as samples.
+    const size_t start = &module == &Aiff ? 8 * RuleOf(module, facts).Out : 0;
+    return Justify(module, DecodePlain(module, path, facts), start, facts.BitsPerSample / 8);
+}
+
+void CheckFile(const std::string &folder, const std::vector<std::string> &row)
+{
+    const std::string &file = row[0], &note = row[10];
+    const uint32_t channels = static_cast<uint32_t>(std::stoul(row[2]));
+    const size_t bytes = 4 * channels * std::stoul(row[4]);
+    uint32_t rate = static_cast<uint32_t>(std::stoul(row[3]));
+    const MODULE &module = *ModuleOf(file);
+    if (&module == &Aiff) // the top of the mantissa
+        rate = std::rotl(rate, std::countl_zero(rate)) >> 16;
+    bool comparable = true;
+    for (const DEVIATION &deviation : Deviations)
+        if (file == deviation.File) {
+            comparable = deviation.Comparable;
+            rate = deviation.Rate != 0 ? deviation.Rate : rate;
+        }
+    const FACTS facts = LoadFirst(module, folder + file);
+    EXPECT_EQ(facts.Channels, channels);
+    EXPECT_EQ(facts.SamplingRate, rate);
+    BYTES samples = Decode(module, folder + file, facts);
+    samples.resize(bytes); // what has no end of its own is played further
+    // Microsoft's predictions are cut toward zero.
+    const std::string cut = "truncation toward zero: ffmpeg s16=";
+    if (const size_t at = note.find(cut); at != std::string::npos) {
+        BYTES high;
+        for (size_t i = 0; i < bytes; i += 4)
+            high = std::move(high) + BYTES{samples[i + 2], samples[i + 3]};
+        EXPECT_EQ(Sha256(high), note.substr(at + cut.size(), 64));
+    } else {
+        EXPECT_EQ(Sha256(samples) == row[6], comparable);
+    }
+}
+
+void CheckFolder(const std::string &folder)
+{
+    std::ifstream list(folder + "expected_sounds.tsv");
+    int checked = 0;
+    for (std::string line; std::getline(list, line);) {
+        std::vector<std::string> cells;
+        std::istringstream text(line);
+        for (std::string cell; std::getline(text, cell, '\t');)
+            cells.push_back(cell);
+        if (cells.size() != 11 || !ModuleOf(cells[0]))
+            continue;
+        SCOPED_TRACE(cells[0]);
+        CheckFile(folder, cells);
+        checked++;
+    }
+    EXPECT_GT(checked, 0) << folder;
+}
+
+} // namespace
+
+TEST(SoundCorpus, TestData)
+{
+    CheckFolder(TEST_DATA "sounds/");
+}
+
+TEST(SoundCorpus, Corpus)
+{
+    const char *folder = std::getenv("CORPUS");
+    if (!folder)
+        GTEST_SKIP() << "no folder in CORPUS";
+    CheckFolder(std::string(folder) + "/");
+}

@@ -1,0 +1,200 @@
+#include "audio/g711.h"
+#include "tests/sound_files.h"
+
+namespace
+{
+
+BYTES Little(int64_t value, int count)
+{
+    return Number(value, -count);
+}
+
+// 0, 1, 2 ... so that a byte tells where it stood.
+BYTES Ramp(size_t count)
+{
+    BYTES bytes(count);
+    for (size_t i = 0; i < count; i++)
+        bytes[i] = static_cast<uint8_t>(i);
+    return bytes;
+}
+
+BYTES Chunk(const char (&id)[5], const BYTES &contents)
+{
+    return Text(id) + Little(static_cast<int64_t>(contents.size()), 4) + contents;
+}
+
+BYTES Riff(const BYTES &chunks)
+{
+    return Chunk("RIFF", Text("WAVE") + chunks);
+}
+
+// The contents of a format chunk at 8000 Hz.
+BYTES Format(uint16_t tag, uint16_t channels, uint16_t align, uint16_t bits)
+{
+    return Little(tag, 2) + Little(channels, 2) + Little(8000, 4) + Little(8000 * align, 4) +
+           Little(align, 2) + Little(bits, 2);
+}
+
+// With seven pairs of coefficients, the last of which goes straight on.
+BYTES Microsoft(uint16_t channels, uint16_t align)
+{
+    BYTES extra = Little(32, 2) + Little(0, 2) + Little(7, 2);
+    for (const int pair : {256, 0, 512, 0, 0, 0, 192, 64, 240, 0, 460, 0, 512, -256})
+        extra = extra + Little(pair, 2);
+    return Format(2, channels, align, 4) + extra;
+}
+
+BYTES Ima(uint16_t channels, uint16_t align)
+{
+    return Format(17, channels, align, 4) + Little(2, 2) + Little(0, 2);
+}
+
+// As ADPCM files usually are: with a fact chunk in front of the data.
+BYTES AdpcmFile(const BYTES &format, const BYTES &data)
+{
+    return Riff(Chunk("fmt ", format) + Chunk("fact", Little(0, 4)) + Chunk("data", data));
+}
+
+} // namespace
+
+// Lengths lack a sample, and one that passes the buffer's end is lost with it. The sound ends with
+// its chunk.
+TEST(Wav, Refills)
+{
+    const struct {
+        const char *what;
+        uint16_t tag, bits;
+        size_t data;
+        uint32_t given, reported, taken;
+    } rows[] = {
+        {"8 bits", 1, 8, 10, 10, 9, 10},
+        {"8 bits to the end", 1, 8, 10, 4096, 9, 10},
+        {"16 bits, a full buffer", 1, 16, 70000, 65536, 65534, 65536},
+        {"16 bits, half a sample at the end", 1, 16, 7, 100, 6, 7},
+        {"24 bits, a full buffer", 1, 24, 70000, 65536, 65535, 65538},
+        {"32 bits", 1, 32, 40, 38, 36, 40},
+        {"one sample is none", 1, 32, 4, 100, 0, 4},
+        {"12 bits are not decoded", 1, 12, 40, 40, 40, 0},
+        {"floating point is not decoded", 3, 32, 40, 40, 40, 0},
+        {"A-law", 6, 8, 10, 100, 18, 10},
+        {"mu-law, a full buffer", 7, 8, 70000, 65536, 65534, 32768},
+        {"mu-law, an odd buffer", 7, 8, 20, 7, 6, 4},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.what);
+        const BYTES data = Ramp(r.data);
+        LoadBytes(Wav, Riff(Chunk("fmt ", Format(r.tag, 1, 4, r.bits)) + Chunk("data", data) +
+                            Chunk("LIST", Ramp(20))));
+        const REFILL refill = Refill(Wav, 44, r.given);
+        EXPECT_EQ(refill.Length, r.reported);
+        EXPECT_EQ(refill.Position, 44 + r.taken);
+        const auto &table = r.tag == 6 ? AUDIO_ALAW : AUDIO_ULAW;
+        for (uint32_t i = 0; i < r.reported && r.taken != 0; i++)
+            ASSERT_EQ(refill.Bytes[i],
+                      r.tag == 1 ? data[i] : (table[data[i / 2]] >> (8 * (i % 2)) & 255));
+        if (r.taken == r.data) {
+            EXPECT_EQ(Refill(Wav, refill.Position, 100).Length, 0u);
+        }
+    }
+}
+
+TEST(Wav, Chunks)
+{
+    const BYTES format = Chunk("fmt ", Format(1, 2, 4, 16)), data = Chunk("data", Ramp(40));
+    const BYTES list = Chunk("LIST", Ramp(20)), odd = Chunk("odd ", Ramp(3)) + BYTES{0};
+    const BYTES extensible =
+        Chunk("fmt ", Format(0xFFFE, 2, 4, 16) + Little(22, 2) + Little(16, 2) + Little(3, 4) +
+                          Little(1, 2) + Ramp(14));
+    const BYTES unknown = Text("data\0\0\0\0") + Ramp(40), none = Chunk("none", {});
+    const BYTES large = Text("data\xFF\xFF\xFF\xFF") + Ramp(40);
+    const struct {
+        const char *what;
+        BYTES chunks;
+        uint16_t tag;
+        uint32_t start, end;
+    } rows[] = {
+        {"as usual", format + data, 1, 44, 84},
+        {"18 bytes", Chunk("fmt ", Format(1, 2, 4, 16) + Little(0, 2)) + data, 1, 46, 86},
+        {"a chunk before the data", format + list + data, 1, 72, 112},
+        {"a chunk before the format", list + format + data, 1, 72, 112},
+        {"an odd chunk is padded", format + odd + data, 1, 56, 96},
+        {"far behind the start", format + Chunk("far ", Ramp(5000)) + data, 1, 5052, 5092},
+        {"extensible", extensible + data, 1, 68, 108},
+        {"a chunk behind the data", format + data + list, 1, 44, 84},
+        {"a size of 0 is not known yet", format + unknown + list, 1, 44, 112},
+        {"a size that passes the end", format + large, 1, 44, 84},
+        {"no data chunk", format + list, 1, 44, 64},
+        {"no format chunk", list + data, 256, 0, 0},
+        {"chunks without contents", format + none + none + data, 1, 60, 100},
+        {"Microsoft ADPCM alone", Chunk("fmt ", Microsoft(1, 32)), 2, 90, 70},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.what);
+        EXPECT_EQ(LoadBytes(Wav, Riff(r.chunks)).DataStart, r.start);
+        EXPECT_EQ(WAV_GetHeader(0)->FormatTag, r.tag);
+        EXPECT_EQ(WAV_GetHeader(0)->DataEnd, r.end);
+    }
+}
+
+// Blocks worked by hand.
+TEST(Wav, AdpcmSamples)
+{
+    const struct {
+        const char *what;
+        BYTES format, block;
+        std::vector<int> samples; // that count
+    } rows[] = {
+        // Predictor 9 is 6. 2 * 100 - 90 + 40, delta 35; 2 * 150 - 100 - 35.
+        {"Microsoft, mono",
+         Microsoft(1, 9),
+         {9, 40, 0, 100, 0, 90, 0, 0x1F, 0},
+         {90, 100, 150, 165}},
+        {"Microsoft, delta is 16 at least",
+         Microsoft(1, 9),
+         {6, 1, 0, 0, 0, 0, 0, 0x01, 0},
+         {0, 0, 0, 16}},
+        {"IMA, index 100 is 88", Ima(1, 6), {0, 0, 100, 0, 0x80, 0}, {4095, 371, 3756, 6833}},
+    };
+    for (const auto &r : rows) {
+        const BYTES file = AdpcmFile(r.format, r.block);
+        const FACTS facts = LoadBytes(Wav, file);
+        EXPECT_EQ(facts.BitsPerSample, 16u) << r.what;
+        EXPECT_EQ(facts.DataStart, file.size() - r.block.size()) << r.what;
+        const REFILL refill =
+            Refill(Wav, facts.DataStart, static_cast<uint32_t>(2 * r.samples.size()));
+        std::vector<int> samples;
+        for (size_t i = 0; i < refill.Length; i += 2)
+            samples.push_back(static_cast<int16_t>(refill.Bytes[i] | refill.Bytes[i + 1] << 8));
+        EXPECT_EQ(samples, r.samples) << r.what;
+    }
+}
+
+TEST(Wav, AdpcmLengths)
+{
+    const struct {
+        const char *what;
+        BYTES format;
+        size_t data;
+        uint32_t given, reported, taken;
+    } rows[] = {
+        {"Microsoft", Microsoft(1, 2048), 70000, 65536, 8 * 4 * 2041, 8 * 2048},
+        {"what does not count passes the buffer", Microsoft(2, 2062), 70000, 65536, 65536, 16496},
+        {"IMA", Ima(1, 2048), 70000, 65536, 8 * 4 * 2044, 8 * 2048},
+        {"four times the rest of the file", Ima(1, 256), 768, 65536, 3 * 4 * 252, 768},
+        {"a block made of the headers' bytes", Ima(1, 8), 40, 65536, 10 * 16, 40},
+        {"less than a block", Ima(1, 256), 251, 65536, 0, 0},
+        {"256 blocks are none", Ima(1, 68), 70000, 65536, 0, 0},
+        {"257 blocks are one", Ima(1, 68), 70000, 65792, 256, 68},
+        {"no room for codes", Microsoft(2, 14), 100, 65536, 0, 0},
+        {"no bytes", Ima(0, 0), 100, 65536, 0, 0},
+        {"three channels", Ima(3, 32), 64, 65536, 3 * 4 * 20, 64},
+        {"no channels", Microsoft(0, 32), 64, 65536, 2 * 4 * 32, 64},
+        {"no whole round of stereo codes", Ima(2, 20), 20, 65536, 4 * 12, 20},
+    };
+    for (const auto &r : rows) {
+        const FACTS facts = LoadBytes(Wav, AdpcmFile(r.format, BYTES(r.data, 0x11)));
+        const REFILL refill = Refill(Wav, facts.DataStart, r.given);
+        EXPECT_EQ(refill.Length, r.reported) << r.what;
+        EXPECT_EQ(refill.Position, facts.DataStart + r.taken) << r.what;
+    }
+}

@@ -1,0 +1,106 @@
+#include "tools/player/convert.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "audio/audio_module.h"
+#include "tools/player/feed.h"
+#include "tools/player/terminal.h"
+#include "tools/player/text.h"
+
+constexpr uint32_t HeaderBytes = 44;
+constexpr uint64_t MaxData = UINT32_MAX - HeaderBytes; // the chunks count in 32 bits
+
+static std::array<uint8_t, HeaderBytes> Header(const PLAYER_SOUND &sound, uint32_t data)
+{
+    std::array<uint8_t, HeaderBytes> header;
+    size_t at = 0;
+    const auto text = [&](const char *id) {
+        for (; *id != 0; id++)
+            header[at++] = static_cast<uint8_t>(*id);
+    };
+    const auto number = [&](uint32_t value, int bytes) {
+        for (int i = 0; i < bytes; i++)
+            header[at++] = static_cast<uint8_t>(value >> (8 * i));
+    };
+    const uint32_t frame = Player_FrameBytes(sound);
+    text("RIFF");
+    number(data + data % 2 + HeaderBytes - 8, 4);
+    text("WAVEfmt ");
+    number(16, 4);
+    number(1, 2);
+    number(sound.Channels, 2);
+    number(sound.Hz, 4);
+    number(sound.Hz * frame, 4);
+    number(frame, 2);
+    number(sound.Bits, 2);
+    text("data");
+    number(data, 4);
+    return header;
+}
+
+static bool Write(FILE *file, std::span<const uint8_t> bytes)
+{
+    return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+}
+
+static void ShowProgress(const PLAYER_SOUND &sound, uint64_t data, uint64_t expected)
+{
+    const double done =
+        expected != 0 ? static_cast<double>(data) / static_cast<double>(expected) : 0;
+    const double seconds = static_cast<double>(data) / Player_FrameBytes(sound) / sound.Hz;
+    Terminal_Show(Player_Time(seconds), done, sound.Name);
+}
+
+// Writes header and samples. Returns why that failed.
+static std::string WriteSound(FILE *file, PLAYER_SOUND &sound, uint32_t passes)
+{
+    const uint32_t frame = Player_FrameBytes(sound);
+    PLAYER_FEED feed = {sound.Track.get(), frame, sound.Limit, passes, 0, 0, false};
+    Feed_Start(feed);
+    std::vector<uint8_t> block((1u << 20) / frame * frame);
+    uint64_t data = 0;
+    size_t taken = block.size();
+    if (!Write(file, Header(sound, 0)))
+        return std::strerror(errno);
+    while (taken == block.size()) {
+        if (Terminal_Signal() != 0)
+            return "interrupted";
+        taken = Feed_Take(feed, block);
+        data += taken;
+        if (data > MaxData)
+            return "more than 4 GiB of sound";
+        if (!Write(file, std::span(block).first(taken)))
+            return std::strerror(errno);
+        ShowProgress(sound, data, sound.Bytes * passes);
+    }
+    const auto size = static_cast<uint32_t>(data);
+    if ((data % 2 != 0 && std::fputc(0, file) == EOF) || std::fseek(file, 0, SEEK_SET) != 0 ||
+        !Write(file, Header(sound, size)) || std::fflush(file) != 0)
+        return std::strerror(errno);
+    return "";
+}
+
+std::string Player_Convert(PLAYER_SOUND &sound, uint32_t passes, const std::string &path)
+{
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+        return S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a regular file";
+    const std::string beside = path + ".part";
+    AUDIO_FILE file(std::fopen(beside.c_str(), "wbx"));
+    if (!file)
+        return errno == EEXIST ? beside + " is in the way" : std::strerror(errno);
+    std::string failure = WriteSound(file.get(), sound, passes);
+    Terminal_Clear();
+    if (failure.empty() && std::rename(beside.c_str(), path.c_str()) != 0)
+        failure = std::strerror(errno);
+    if (!failure.empty())
+        unlink(beside.c_str());
+    return failure;
+}

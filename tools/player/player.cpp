@@ -1,0 +1,274 @@
+// Plays sound files through the engine, tells what their headers say, or converts one.
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "audio/audio.h"
+#include "tools/player/convert.h"
+#include "tools/player/feed.h"
+#include "tools/player/sound.h"
+#include "tools/player/terminal.h"
+#include "tools/player/text.h"
+
+struct OPTIONS {
+    std::vector<std::string> Files;
+    bool Info = false, Convert = false;
+    uint32_t Passes = 1;
+    PLAYER_RAW Raw = {};
+};
+
+constexpr int Failure = 1;
+constexpr int WrongUsage = 2;
+constexpr int WaitMilliseconds = 50;
+
+// What plays, of which the stream's callback takes; and, in seconds, where in the sound the card is
+// when its clock is 0.
+static PLAYER_FEED feed;
+static std::atomic<double> clockStart;
+
+static void Report(const std::string &file, const std::string &reason)
+{
+    Terminal_Clear();
+    std::fprintf(stderr, "player: %s: %s\n", Player_Text(file).c_str(), reason.c_str());
+}
+
+static int PlayFeed(const void *, void *output, unsigned long frames,
+                    const PaStreamCallbackTimeInfo *timing, PaStreamCallbackFlags, void *)
+{
+    const double seconds =
+        static_cast<double>(feed.Position) / feed.FrameBytes / static_cast<double>(Audio_Hz);
+    clockStart = seconds - timing->outputBufferDacTime;
+    const std::span out(static_cast<uint8_t *>(output), frames * feed.FrameBytes);
+    const size_t taken = Feed_Take(feed, out);
+    std::ranges::fill(out.subspan(taken), uint8_t{Audio_BPS == 8 ? uint8_t{128} : uint8_t{0}});
+    return taken < out.size() ? paComplete : paContinue;
+}
+
+// Where the sound is that is heard now.
+static double Now(PaStream *stream)
+{
+    const double taken =
+        static_cast<double>(feed.Position) / feed.FrameBytes / static_cast<double>(Audio_Hz);
+    return std::clamp(clockStart + Pa_GetStreamTime(stream), 0.0, taken);
+}
+
+static void ShowProgress(const PLAYER_SOUND &sound, double now, bool paused, const std::string &of)
+{
+    const double total = Player_Seconds(sound);
+    const std::string &title = sound.Title.empty() ? sound.Name : sound.Title;
+    Terminal_Show(Player_Time(now) + " / " + Player_Time(total), now / total,
+                  (paused ? "paused: " : "") + title + of);
+}
+
+// Stopping waits until what is buffered has been heard, and so loses nothing.
+static void TurnPause(PaStream *stream, bool &paused)
+{
+    if (!paused)
+        Pa_StopStream(stream);
+    Audio_Pause();
+    if (paused)
+        Pa_StartStream(stream);
+    paused = !paused;
+}
+
+// Plays until the sound ends or a key says what is next: KEY_NEXT at the end.
+static PLAYER_KEY Watch(const PLAYER_SOUND &sound, const std::string &of)
+{
+    PaStream *stream = sound.Track->Stream;
+    bool paused = false;
+    double now = 0;
+    while (Terminal_Signal() == 0 && (paused || Pa_IsStreamActive(stream) == 1)) {
+        if (!paused)
+            now = Now(stream);
+        ShowProgress(sound, now, paused, of);
+        const PLAYER_KEY key = Terminal_Key(WaitMilliseconds);
+        if (key == KEY_PAUSE)
+            TurnPause(stream, paused);
+        else if (key != KEY_NONE)
+            return key;
+        if (Terminal_StopAsked()) {
+            const bool playing = !paused;
+            if (playing)
+                TurnPause(stream, paused);
+            Terminal_Stop();
+            if (playing)
+                TurnPause(stream, paused);
+        }
+    }
+    return Terminal_Signal() == 0 ? KEY_NEXT : KEY_QUIT;
+}
+
+// Has the engine open a stream of the sound's own format, and start it. Returns PortAudio's answer.
+static PaError StartStream(PLAYER_SOUND &sound, uint32_t passes)
+{
+    Audio_Init(static_cast<uint8_t>(sound.Channels));
+    Audio_SetMixer(static_cast<uint8_t>(sound.Bits), sound.Hz, 0, 0);
+    feed.Track = sound.Track.get();
+    feed.FrameBytes = Player_FrameBytes(sound);
+    feed.Limit = sound.Limit;
+    feed.Passes = passes;
+    Feed_Start(feed);
+    Audio_StreamCallBack = PlayFeed;
+    Audio_FirstPlay = 1; // the stream before, if any, went with its track
+    Audio_Error = paNoError;
+    Audio_Play(sound.Track.get());
+    return Audio_Error == paNoError && !sound.Track->Stream ? paDeviceUnavailable : Audio_Error;
+}
+
+static bool IsAboutFormat(PaError error)
+{
+    return error == paInvalidSampleRate || error == paInvalidChannelCount ||
+           error == paSampleFormatNotSupported;
+}
+
+static std::string WhyRefused(const PLAYER_SOUND &sound, PaError error)
+{
+    return "the sound device refuses " + std::to_string(sound.Channels) + " channels of " +
+           std::to_string(sound.Bits) + " bits at " + std::to_string(sound.Hz) +
+           " Hz: " + Pa_GetErrorText(error);
+}
+
+// What became of a file: the key that ended it, or that it cannot be played.
+struct OUTCOME {
+    PLAYER_KEY Key = KEY_NEXT;
+    bool Played = false, NoDevice = false;
+};
+
+static OUTCOME PlayFile(const std::string &path, const OPTIONS &options, const std::string &of)
+{
+    PLAYER_SOUND sound;
+    std::string reason = Player_Open(path, options.Raw, sound);
+    if (reason.empty())
+        reason = Player_WhySilent(sound);
+    if (!reason.empty()) {
+        Report(path, reason);
+        return {};
+    }
+    const PaError error = StartStream(sound, options.Passes);
+    if (error == paNoError)
+        return {Watch(sound, of), true};
+    if (IsAboutFormat(error)) {
+        Report(path, WhyRefused(sound, error));
+        return {};
+    }
+    std::fprintf(stderr, "player: no sound device: %s\n", Pa_GetErrorText(error));
+    return {.NoDevice = true};
+}
+
+static int Play(const OPTIONS &options)
+{
+    const PLAYER_TERMINAL terminal(true);
+    std::vector<std::string> files = options.Files; // without those that cannot be played
+    int status = 0;
+    size_t i = 0;
+    while (i < files.size()) {
+        const std::string number = std::to_string(i + 1) + " of " + std::to_string(files.size());
+        const OUTCOME outcome =
+            PlayFile(files[i], options, files.size() > 1 ? " (" + number + ")" : "");
+        if (outcome.NoDevice)
+            return Failure;
+        if (outcome.Key == KEY_QUIT)
+            break;
+        if (!outcome.Played) {
+            status = Failure;
+            files.erase(files.begin() + static_cast<ptrdiff_t>(i));
+        } else if (outcome.Key == KEY_PREVIOUS)
+            i -= i != 0;
+        else
+            i++;
+    }
+    return status;
+}
+
+static int Info(const OPTIONS &options)
+{
+    int status = 0;
+    for (const std::string &file : options.Files) {
+        PLAYER_SOUND sound;
+        const std::string reason = Player_Open(file, options.Raw, sound);
+        if (reason.empty()) {
+            std::fputs(Player_Info(sound).c_str(), stdout);
+            continue;
+        }
+        Report(file, reason);
+        status = Failure;
+    }
+    return status;
+}
+
+static int Convert(const OPTIONS &options)
+{
+    const PLAYER_TERMINAL terminal(false);
+    PLAYER_SOUND sound;
+    std::string reason = Player_Open(options.Files[0], options.Raw, sound);
+    if (reason.empty())
+        reason = Player_WhySilent(sound);
+    if (!reason.empty()) {
+        Report(options.Files[0], reason);
+        return Failure;
+    }
+    reason = Player_Convert(sound, options.Passes, options.Files[1]);
+    if (!reason.empty())
+        Report(options.Files[1], reason);
+    return reason.empty() ? 0 : Failure;
+}
+
+static PLAYER_RAW RawOf(const std::string &text)
+{
+    unsigned bits = 0, channels = 0, hz = 0;
+    char more;
+    if (std::sscanf(text.c_str(), "%9u,%9u,%9u%c", &bits, &channels, &hz, &more) != 3 ||
+        (bits != 8 && bits != 16) || channels < 1 || channels > 32 || hz < 1 || hz > 768000)
+        throw CLI::ValidationError("--raw", "wants 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz");
+    return {static_cast<uint8_t>(bits), static_cast<uint8_t>(channels), hz};
+}
+
+static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
+{
+    std::string raw;
+    app.add_option("FILE", options.Files, "Sound files")->required();
+    CLI::Option *info = app.add_flag("--info", options.Info, "Print what the headers say");
+    app.add_flag("--convert", options.Convert, "Convert the first file to the second, a WAVE file")
+        ->excludes(info);
+    app.add_option("--loop", options.Passes, "Play each file N times, 0: for ever")
+        ->type_name("N")
+        ->check(CLI::Range(0, 1000000));
+    app.add_option("--raw", raw, "What files of unknown format are taken for")
+        ->type_name("BITS,CHANNELS,HZ");
+    app.footer("Keys: space pauses, arrows go to the next or the previous file, q quits.\n"
+               "WAVE, MOD, MP3, VOC, AU, 8SVX, 16SV and AIFF are known by their contents.");
+    app.parse(argc, argv);
+    if (!raw.empty())
+        options.Raw = RawOf(raw);
+    if (options.Convert && options.Files.size() != 2)
+        throw CLI::ValidationError("--convert", "wants two files, IN and OUT.wav");
+    if (options.Convert && options.Passes == 0)
+        throw CLI::ValidationError("--loop", "a file is no place for ever");
+}
+
+int main(int argc, char **argv)
+{
+    OPTIONS options;
+    CLI::App app("Plays sound files, tells what they are, or converts one to WAVE.", "player");
+    try {
+        ReadOptions(app, argc, argv, options);
+    } catch (const CLI::ParseError &error) {
+        if (error.get_exit_code() == 0) // asked for help
+            return app.exit(error);
+        std::fprintf(stderr, "player: %s (--help tells more)\n", error.what());
+        return WrongUsage;
+    }
+    const int status = options.Info      ? Info(options)
+                       : options.Convert ? Convert(options)
+                                         : Play(options);
+    if (const int signal = Terminal_Signal()) {
+        std::signal(signal, SIG_DFL);
+        std::raise(signal);
+    }
+    return status;
+}

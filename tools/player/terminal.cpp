@@ -1,0 +1,142 @@
+#include "tools/player/terminal.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <string_view>
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "tools/player/text.h"
+
+constexpr int EndSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+static volatile std::sig_atomic_t endSignal;
+static volatile std::sig_atomic_t stopAsked;
+static bool hasKeys;
+static termios before;
+
+static void Note(int signal)
+{
+    (signal == SIGTSTP ? stopAsked : endSignal) = signal;
+}
+
+static void Catch(int signal)
+{
+    struct sigaction action = {};
+    action.sa_handler = Note; // without SA_RESTART: waiting ends
+    struct sigaction old;
+    sigaction(signal, nullptr, &old);
+    if (old.sa_handler != SIG_IGN) // as with nohup
+        sigaction(signal, &action, nullptr);
+}
+
+static void TakeKeys()
+{
+    if (!hasKeys)
+        return;
+    termios raw = before;
+    raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    raw.c_cc[VMIN] = 1;
+    raw.c_cc[VTIME] = 0;
+    tcsetattr(STDIN_FILENO, TCSANOW, &raw);
+}
+
+static void GiveKeysBack()
+{
+    if (hasKeys)
+        tcsetattr(STDIN_FILENO, TCSANOW, &before);
+}
+
+PLAYER_TERMINAL::PLAYER_TERMINAL(bool keys)
+{
+    for (const int signal : EndSignals)
+        Catch(signal);
+    // In the background the terminal is another's.
+    hasKeys = keys && isatty(STDIN_FILENO) && tcgetpgrp(STDIN_FILENO) == getpgrp() &&
+              tcgetattr(STDIN_FILENO, &before) == 0;
+    if (hasKeys)
+        Catch(SIGTSTP);
+    TakeKeys();
+}
+
+PLAYER_TERMINAL::~PLAYER_TERMINAL()
+{
+    Terminal_Clear();
+    GiveKeysBack();
+}
+
+static PLAYER_KEY KeyOf(std::string_view bytes)
+{
+    const std::pair<std::string_view, PLAYER_KEY> keys[] = {
+        {"q", KEY_QUIT},          {"Q", KEY_QUIT},          {" ", KEY_PAUSE},
+        {"\x1B[C", KEY_NEXT},     {"\x1B[B", KEY_NEXT},     {"\x1BOC", KEY_NEXT},
+        {"\x1BOB", KEY_NEXT},     {"\x1B[D", KEY_PREVIOUS}, {"\x1B[A", KEY_PREVIOUS},
+        {"\x1BOD", KEY_PREVIOUS}, {"\x1BOA", KEY_PREVIOUS},
+    };
+    for (const auto &[sequence, key] : keys)
+        if (bytes.starts_with(sequence))
+            return key;
+    return KEY_NONE;
+}
+
+PLAYER_KEY Terminal_Key(int milliseconds)
+{
+    pollfd input = {hasKeys ? STDIN_FILENO : -1, POLLIN, 0};
+    if (poll(&input, 1, milliseconds) <= 0)
+        return KEY_NONE;
+    std::array<char, 16> bytes;
+    const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
+    if (count == 0)
+        hasKeys = false; // hung up
+    return count > 0 ? KeyOf({bytes.data(), static_cast<size_t>(count)}) : KEY_NONE;
+}
+
+int Terminal_Signal()
+{
+    return endSignal;
+}
+
+bool Terminal_StopAsked()
+{
+    return stopAsked != 0;
+}
+
+void Terminal_Stop()
+{
+    stopAsked = 0;
+    Terminal_Clear();
+    GiveKeysBack();
+    raise(SIGSTOP);
+    TakeKeys();
+}
+
+static size_t Columns()
+{
+    winsize size;
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
+}
+
+void Terminal_Show(const std::string &left, double done, const std::string &right)
+{
+    if (!isatty(STDOUT_FILENO))
+        return;
+    constexpr size_t width = 20;
+    const auto filled = static_cast<size_t>(std::clamp(done, 0.0, 1.0) * width);
+    const std::string line =
+        left + " [" + std::string(filled, '=') + std::string(width - filled, ' ') + "] " + right;
+    std::printf("\r\x1B[K%s", Player_Cut(line, Columns() - 1).c_str());
+    std::fflush(stdout);
+}
+
+void Terminal_Clear()
+{
+    if (!isatty(STDOUT_FILENO))
+        return;
+    std::fputs("\r\x1B[K", stdout);
+    std::fflush(stdout);
+}
