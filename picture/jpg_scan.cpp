@@ -176,7 +176,7 @@ static size_t DecodeDCRefine(SCAN &scan, size_t x, size_t end, size_t y)
         if (bits.Left < 32)
             bits.Refill();
         int16_t &value = *c.BlockAt(bx, by);
-        value = static_cast<int16_t>(value | bits.Take(1) << JPG_Header.Al);
+        value = static_cast<int16_t>(value | static_cast<int>(bits.Take(1)) << JPG_Header.Al);
     });
 }
 
