@@ -8,6 +8,7 @@
 #include <numbers>
 #include <string_view>
 
+#include "picture/bmp.h"
 #include "picture/graphics.h"
 #include "picture/ham68.h"
 #include "platform/system.h"
@@ -103,13 +104,23 @@ static void LoadHAM68(Picture &picture, const char *path, uint16_t hint, uint16_
     HAM68_UnLoad();
 }
 
+static void LoadBMP(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    BMP_Load(path);
+    picture.Width = picture.BufferWidth = BMP_Header.Width;
+    picture.Height = picture.BufferHeight = BMP_Header.Height;
+    picture.Bits = static_cast<uint8_t>(BMP_Header.BitsPerPixel);
+    picture.Pixels = BMP_Decoding();
+    BMP_UnLoad();
+}
+
 // What loads each format, by its code; null where nothing decodes it.
 using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hint,
                                 uint16_t rawPlanes);
 static constexpr std::array<PICTURE_LOADER, 13> loaders = {
     nullptr,   // PICTURE_UNKNOWN
     LoadHAM68, // PICTURE_HAM68
-    nullptr,   // PICTURE_BMP
+    LoadBMP,   // PICTURE_BMP
     nullptr,   // PICTURE_PCX
     nullptr,   // PICTURE_PNM
     nullptr,   // PICTURE_JPEG
