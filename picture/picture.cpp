@@ -11,6 +11,7 @@
 #include "picture/bmp.h"
 #include "picture/graphics.h"
 #include "picture/ham68.h"
+#include "picture/lbm.h"
 #include "platform/system.h"
 
 uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
@@ -114,6 +115,20 @@ static void LoadBMP(Picture &picture, const char *path, uint16_t, uint16_t)
     BMP_UnLoad();
 }
 
+// The decoder's rows end on whole bytes of a plane; the record's on its width.
+static void LoadLBM(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    LBM_Load(path);
+    picture.Width = picture.BufferWidth = LBM_Header.Width;
+    picture.Height = picture.BufferHeight = LBM_Header.Height;
+    picture.Bits = LBM_Header.Planes;
+    picture.Pixels = LBM_Decoding();
+    const size_t row = size_t{LBM_Header.Width} * 4, stride = size_t{LBM_Header.BufferWidth} * 4;
+    for (size_t y = 1; picture.Pixels && row != stride && y < picture.Height; y++)
+        std::memmove(picture.Pixels + y * row, picture.Pixels + y * stride, row);
+    LBM_UnLoad();
+}
+
 // What loads each format, by its code; null where nothing decodes it.
 using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hint,
                                 uint16_t rawPlanes);
@@ -126,7 +141,7 @@ static constexpr std::array<PICTURE_LOADER, 13> loaders = {
     nullptr,   // PICTURE_JPEG
     nullptr,   // PICTURE_TGA
     nullptr,   // PICTURE_PNG
-    nullptr,   // PICTURE_ILBM
+    LoadLBM,   // PICTURE_ILBM
     nullptr,   // PICTURE_XBM
     nullptr,   // PICTURE_TIFF
     nullptr,   // PICTURE_GIF
