@@ -170,37 +170,6 @@ static bool IsPossible()
     return body != 0 && RowBytes(ShortPlane()) * h.Height / LBM_LeastShare <= body;
 }
 
-// Undoes ByteRun1, to `out`'s size at most; returns the bytes written.
-static size_t ExpandByteRuns(std::span<const uint8_t> packed, std::span<uint8_t> out)
-{
-    constexpr size_t chunk = 16;
-    size_t position = 0, written = 0;
-    while (position < packed.size() && written < out.size()) {
-        const uint8_t control = Bytes_GetByte(packed, position);
-        const size_t room = out.size() - written;
-        uint8_t *to = out.data() + written;
-        if (control < 128) {
-            const auto bytes = Bytes_GetSpan(packed, position, std::min(control + size_t{1}, room));
-            // Short copies, away from both ends, are one of a constant size.
-            if (bytes.size() <= chunk && room >= chunk && packed.size() - position >= chunk)
-                std::memcpy(to, bytes.data(), chunk);
-            else if (!bytes.empty())
-                std::memcpy(to, bytes.data(), bytes.size());
-            position += control + size_t{1};
-            written += bytes.size();
-        } else if (control > 128) {
-            const size_t count = std::min(size_t{257} - control, room);
-            const uint8_t value = Bytes_GetByte(packed, position);
-            if (count <= chunk && room >= chunk)
-                std::memset(to, value, chunk);
-            else
-                std::memset(to, value, count);
-            written += count;
-        }
-    }
-    return written;
-}
-
 // The file up to its BODY, then the BODY expanded.
 static std::vector<uint8_t> ExpandFile()
 {
@@ -210,7 +179,7 @@ static std::vector<uint8_t> ExpandFile()
     std::vector<uint8_t> expanded(offset +
                                   std::min(RowBytes(WordPlane()) * h.Height, packed.size() * 64));
     std::copy_n(LBM_File.begin(), offset, expanded.begin());
-    expanded.resize(offset + ExpandByteRuns(packed, std::span(expanded).subspan(offset)));
+    expanded.resize(offset + LBM_ExpandByteRuns(packed, std::span(expanded).subspan(offset)));
     return expanded;
 }
 
@@ -406,6 +375,36 @@ uint8_t *LBM_Decoding()
     else
         DecodePlanar(pixels);
     return pixels;
+}
+
+size_t LBM_ExpandByteRuns(std::span<const uint8_t> packed, std::span<uint8_t> out)
+{
+    constexpr size_t chunk = 16;
+    size_t position = 0, written = 0;
+    while (position < packed.size() && written < out.size()) {
+        const uint8_t control = Bytes_GetByte(packed, position);
+        const size_t room = out.size() - written;
+        uint8_t *to = out.data() + written;
+        if (control < 128) {
+            const auto bytes = Bytes_GetSpan(packed, position, std::min(control + size_t{1}, room));
+            // Short copies, away from both ends, are one of a constant size.
+            if (bytes.size() <= chunk && room >= chunk && packed.size() - position >= chunk)
+                std::memcpy(to, bytes.data(), chunk);
+            else if (!bytes.empty())
+                std::memcpy(to, bytes.data(), bytes.size());
+            position += control + size_t{1};
+            written += bytes.size();
+        } else if (control > 128) {
+            const size_t count = std::min(size_t{257} - control, room);
+            const uint8_t value = Bytes_GetByte(packed, position);
+            if (count <= chunk && room >= chunk)
+                std::memset(to, value, chunk);
+            else
+                std::memset(to, value, count);
+            written += count;
+        }
+    }
+    return written;
 }
 
 void LBM_UnLoad()

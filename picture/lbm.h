@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 struct LBM_HEADER {
@@ -49,6 +50,10 @@ void LBM_Load(const char *path);
 /// From malloc: the caller frees it. Null when nothing was loaded. The peak of memory is three
 /// times the buffer's size and the file.
 uint8_t *LBM_Decoding();
+
+/// For other decoders: undoes ByteRun1, which TIFF calls PackBits. Returns the bytes written; what
+/// `out` has no room for is left out.
+size_t LBM_ExpandByteRuns(std::span<const uint8_t> packed, std::span<uint8_t> out);
 
 /// Frees the file image.
 void LBM_UnLoad();

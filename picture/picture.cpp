@@ -12,6 +12,7 @@
 #include "picture/graphics.h"
 #include "picture/ham68.h"
 #include "picture/lbm.h"
+#include "picture/tif.h"
 #include "platform/system.h"
 
 uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
@@ -129,6 +130,16 @@ static void LoadLBM(Picture &picture, const char *path, uint16_t, uint16_t)
     LBM_UnLoad();
 }
 
+static void LoadTIF(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    TIF_Load(path);
+    picture.Width = picture.BufferWidth = TIF_Header.Width;
+    picture.Height = picture.BufferHeight = TIF_Header.Height;
+    picture.Bits = TIF_Header.BitsPerSample;
+    picture.Pixels = TIF_Decoding();
+    TIF_UnLoad();
+}
+
 // What loads each format, by its code; null where nothing decodes it.
 using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hint,
                                 uint16_t rawPlanes);
@@ -143,7 +154,7 @@ static constexpr std::array<PICTURE_LOADER, 13> loaders = {
     nullptr,   // PICTURE_PNG
     LoadLBM,   // PICTURE_ILBM
     nullptr,   // PICTURE_XBM
-    nullptr,   // PICTURE_TIFF
+    LoadTIF,   // PICTURE_TIFF
     nullptr,   // PICTURE_GIF
     nullptr,   // PICTURE_SPRITES
 };
