@@ -160,30 +160,29 @@ static size_t ExpandRuns(std::span<const uint8_t> file, std::span<uint8_t> pixel
     return out.Position;
 }
 
-// Joins RLE4's pixels to two a byte. Kept on purpose: as many of them as the width squared says,
-// not as the picture has.
-static void PackNibbles(std::span<uint8_t> pixels)
+// Joins RLE4's pixels to two a byte and returns the bytes that are left. Kept on purpose: as many
+// of them as the width squared says, not as the picture has; those behind stay as they are.
+static size_t PackNibbles(std::span<uint8_t> pixels)
 {
     constexpr size_t block = 8;
     const size_t wanted = (size_t{BMP_Header.Width} * BMP_Header.Width + 1) / 2;
-    const size_t whole = std::min(wanted, pixels.size() / 2);
+    const size_t pairs = std::min(wanted, pixels.size() / 2);
     size_t i = 0;
-    for (; i + block <= whole; i += block) {
-        std::array<uint8_t, 2 * block> pairs;
+    for (; i + block <= pairs; i += block) {
+        std::array<uint8_t, 2 * block> nibbles;
         std::array<uint8_t, block> bytes;
-        std::memcpy(pairs.data(), pixels.data() + 2 * i, pairs.size());
+        std::memcpy(nibbles.data(), pixels.data() + 2 * i, nibbles.size());
         for (size_t k = 0; k < block; k++)
-            bytes[k] = pairs[2 * k] | pairs[2 * k + 1];
+            bytes[k] = nibbles[2 * k] | nibbles[2 * k + 1];
         std::memcpy(pixels.data() + i, bytes.data(), bytes.size());
     }
-    for (; i < whole; i++)
+    for (; i < pairs; i++)
         pixels[i] = pixels[2 * i] | pixels[2 * i + 1];
-    if (i < wanted && 2 * i < pixels.size()) { // the last of an odd number
-        pixels[i] = pixels[2 * i];
-        i++;
-    }
-    for (; i < std::min(wanted, pixels.size()); i++)
-        pixels[i] = 0;
+    if (i == wanted)
+        return pixels.size();
+    if (pixels.size() % 2 != 0)
+        pixels[i++] = pixels.back();
+    return i;
 }
 
 // The file with its runs expanded: what stands before them as it was, then the pixels.
@@ -195,9 +194,11 @@ static std::vector<uint8_t> ExpandFile()
     const size_t pixels = std::min(size_t{h.Width} * h.Height, (BMP_File.size() - offset) * 128);
     std::vector<uint8_t> expanded(offset + pixels);
     std::copy_n(BMP_File.begin(), offset, expanded.begin());
-    expanded.resize(offset + ExpandRuns(BMP_File, std::span(expanded).subspan(offset)));
+    const std::span<uint8_t> room = std::span(expanded).subspan(offset);
+    size_t size = ExpandRuns(BMP_File, room);
     if (h.Compression == BMP_RLE4)
-        PackNibbles(std::span(expanded).subspan(offset));
+        size = PackNibbles(room.first(size));
+    expanded.resize(offset + size);
     return expanded;
 }
 

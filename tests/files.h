@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <fstream>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -29,4 +30,13 @@ template <size_t N>
 std::vector<uint8_t> Text(const char (&text)[N])
 {
     return {text, text + N - 1};
+}
+
+// 64-bit FNV-1a.
+inline uint64_t Digest(std::span<const uint8_t> bytes)
+{
+    uint64_t hash = 0xcbf29ce484222325;
+    for (const uint8_t byte : bytes)
+        hash = (hash ^ byte) * 0x100000001b3;
+    return hash;
 }
