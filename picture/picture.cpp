@@ -10,6 +10,7 @@
 
 #include "picture/graphics.h"
 #include "picture/ham68.h"
+#include "picture/png.h"
 #include "platform/system.h"
 
 uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
@@ -103,6 +104,16 @@ static void LoadHAM68(Picture &picture, const char *path, uint16_t hint, uint16_
     HAM68_UnLoad();
 }
 
+static void LoadPNG(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    PNG_Load(path);
+    picture.Width = picture.BufferWidth = PNG_Header.Width;
+    picture.Height = picture.BufferHeight = PNG_Header.Height;
+    picture.Bits = PNG_Header.BitsPerPixel;
+    picture.Pixels = PNG_Decoding();
+    PNG_UnLoad();
+}
+
 // What loads each format, by its code; null where nothing decodes it.
 using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hint,
                                 uint16_t rawPlanes);
@@ -114,7 +125,7 @@ static constexpr std::array<PICTURE_LOADER, 13> loaders = {
     nullptr,   // PICTURE_PNM
     nullptr,   // PICTURE_JPEG
     nullptr,   // PICTURE_TGA
-    nullptr,   // PICTURE_PNG
+    LoadPNG,   // PICTURE_PNG
     nullptr,   // PICTURE_ILBM
     nullptr,   // PICTURE_XBM
     nullptr,   // PICTURE_TIFF
