@@ -12,6 +12,7 @@
 #include "picture/graphics.h"
 #include "picture/ham68.h"
 #include "picture/lbm.h"
+#include "picture/png.h"
 #include "picture/tif.h"
 #include "platform/system.h"
 
@@ -140,6 +141,16 @@ static void LoadTIF(Picture &picture, const char *path, uint16_t, uint16_t)
     TIF_UnLoad();
 }
 
+static void LoadPNG(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    PNG_Load(path);
+    picture.Width = picture.BufferWidth = PNG_Header.Width;
+    picture.Height = picture.BufferHeight = PNG_Header.Height;
+    picture.Bits = PNG_Header.BitsPerPixel;
+    picture.Pixels = PNG_Decoding();
+    PNG_UnLoad();
+}
+
 // What loads each format, by its code; null where nothing decodes it.
 using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hint,
                                 uint16_t rawPlanes);
@@ -151,7 +162,7 @@ static constexpr std::array<PICTURE_LOADER, 13> loaders = {
     nullptr,   // PICTURE_PNM
     nullptr,   // PICTURE_JPEG
     nullptr,   // PICTURE_TGA
-    nullptr,   // PICTURE_PNG
+    LoadPNG,   // PICTURE_PNG
     LoadLBM,   // PICTURE_ILBM
     nullptr,   // PICTURE_XBM
     LoadTIF,   // PICTURE_TIFF

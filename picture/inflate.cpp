@@ -1,0 +1,586 @@
+#include "picture/inflate.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdio>
+#include <cstring>
+
+INFLATE_STATE Inflate_State;
+size_t PNG_BitPointer;
+
+static std::span<const uint8_t> Inflate_Stream;
+static bool Inflate_LastBlock;
+
+// What of the current block is still to come.
+enum INFLATE_BLOCK : uint8_t { BLOCK_NONE, BLOCK_STORED, BLOCK_CODED };
+static INFLATE_BLOCK Inflate_Block;
+static size_t Inflate_StoredLeft; // bytes
+
+constexpr size_t PNG_LiteralCodes = 288, PNG_DistanceCodes = 32, PNG_CLCodes = 19;
+constexpr size_t PNG_LongestCode = 15;
+
+// RFC 1951, 3.2.7: order in which the lengths of the code-length code are sent.
+constexpr std::array<uint8_t, PNG_CLCodes> PNG_CLorder = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
+                                                          11, 4,  12, 3, 13, 2, 14, 1, 15};
+
+// RFC 1951, 3.2.5: the least length of codes 257 to 285 and the bits that add to it, and the same
+// of the distances of codes 0 to 29.
+constexpr std::array<uint16_t, 29> PNG_LengthBase = {3,  4,  5,  6,   7,   8,   9,   10,  11, 13,
+                                                     15, 17, 19, 23,  27,  31,  35,  43,  51, 59,
+                                                     67, 83, 99, 115, 131, 163, 195, 227, 258};
+constexpr std::array<uint8_t, 29> PNG_LengthExtra = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2,
+                                                     2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0};
+constexpr std::array<uint16_t, 30> PNG_DistanceBase = {
+    1,   2,   3,   4,   5,   7,    9,    13,   17,   25,   33,   49,   65,    97,    129,
+    193, 257, 385, 513, 769, 1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
+constexpr std::array<uint8_t, 30> PNG_DistanceExtra = {0, 0, 0,  0,  1,  1,  2,  2,  3,  3,
+                                                       4, 4, 5,  5,  6,  6,  7,  7,  8,  8,
+                                                       9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
+
+// An entry of a decoding table is one number, so that one load tells all: the bits that its code
+// takes together with the extra bits, how many literals it stands for, the bits of the code alone,
+// flags, and the value: one or two literals, a base, or where a table of the second level begins.
+constexpr uint32_t ENTRY_BITS = 63, ENTRY_LITERALS = 3 << 6, ENTRY_LITERAL = 1 << 6;
+constexpr uint32_t ENTRY_SPECIAL = 1 << 12; // one of the next three, or a code to pass over
+constexpr uint32_t ENTRY_LONG = 1 << 13, ENTRY_END = 1 << 14, ENTRY_NONE = 1 << 15;
+constexpr int ENTRY_VALUE = 16;
+
+constexpr uint32_t EntryBits(uint32_t entry)
+{
+    return entry & ENTRY_BITS;
+}
+constexpr uint32_t EntryCodeBits(uint32_t entry)
+{
+    return entry >> 8 & 15;
+}
+constexpr uint32_t EntryExtraBits(uint32_t entry)
+{
+    return EntryBits(entry) - EntryCodeBits(entry);
+}
+constexpr uint32_t EntryValue(uint32_t entry)
+{
+    return entry >> ENTRY_VALUE;
+}
+
+constexpr uint32_t MeaningOf(uint32_t value, uint32_t extra)
+{
+    return value << ENTRY_VALUE | extra;
+}
+
+// What the symbols of the three alphabets mean, as entries that lack the bits of their code.
+constexpr auto PNG_LiteralMeaning = [] {
+    std::array<uint32_t, PNG_LiteralCodes> meaning{};
+    meaning.fill(ENTRY_SPECIAL); // kept on purpose: 286 and 287 are passed over
+    for (uint32_t i = 0; i < 256; i++)
+        meaning[i] = MeaningOf(i, 0) | ENTRY_LITERAL;
+    meaning[256] = ENTRY_SPECIAL | ENTRY_END;
+    for (size_t i = 0; i < PNG_LengthBase.size(); i++)
+        meaning[257 + i] = MeaningOf(PNG_LengthBase[i], PNG_LengthExtra[i]);
+    return meaning;
+}();
+constexpr auto PNG_DistanceMeaning = [] {
+    std::array<uint32_t, PNG_DistanceCodes> meaning{};
+    meaning.fill(ENTRY_SPECIAL | ENTRY_NONE);
+    for (size_t i = 0; i < PNG_DistanceBase.size(); i++)
+        meaning[i] = MeaningOf(PNG_DistanceBase[i], PNG_DistanceExtra[i]);
+    return meaning;
+}();
+constexpr auto PNG_CLMeaning = [] {
+    std::array<uint32_t, PNG_CLCodes> meaning{};
+    for (uint32_t i = 0; i < meaning.size(); i++)
+        meaning[i] = MeaningOf(i, i == 16 ? 2 : i == 17 ? 3 : i == 18 ? 7 : 0);
+    return meaning;
+}();
+
+// A code as a table that its next bits index; a longer code's entry leads to a table of the second
+// level, indexed by the bits behind. So many entries that each symbol may have one of its own.
+struct PNG_HUFFMAN {
+    uint32_t RootBits;
+    std::array<uint32_t, (1 << 11) + PNG_LiteralCodes *(1 << (PNG_LongestCode - 11))> Entries;
+};
+constexpr uint32_t LITERAL_ROOT = 11, DISTANCE_ROOT = 9, CL_ROOT = 7;
+static PNG_HUFFMAN PNG_LiteralTable, PNG_DistanceTable, PNG_CLTable;
+static bool Inflate_FixedTables; // the tables are those of blocks with fixed codes
+
+static std::array<uint64_t, 1 << LITERAL_ROOT> Inflate_Turns;
+
+static uint64_t Load64(const uint8_t *from)
+{
+    uint64_t value;
+    std::memcpy(&value, from, sizeof value);
+    if constexpr (std::endian::native == std::endian::big)
+        value = __builtin_bswap64(value);
+    return value;
+}
+
+static uint64_t LoadTail(size_t at)
+{
+    uint64_t value = 0;
+    for (size_t i = 0; at + i < Inflate_Stream.size() && i < 8; i++)
+        value |= uint64_t{Inflate_Stream[at + i]} << (8 * i);
+    return value;
+}
+
+// At least the next 57 bits of the stream.
+static uint64_t Peek()
+{
+    const size_t at = PNG_BitPointer / 8;
+    const uint64_t bits =
+        at + 8 <= Inflate_Stream.size() ? Load64(Inflate_Stream.data() + at) : LoadTail(at);
+    return bits >> PNG_BitPointer % 8;
+}
+
+static bool CutShort()
+{
+    return PNG_BitPointer > Inflate_Stream.size() * 8;
+}
+
+uint32_t PNG_ReadBits(int count)
+{
+    const uint64_t bits = Peek() & ((uint64_t{1} << count) - 1);
+    PNG_BitPointer += static_cast<size_t>(count);
+    return static_cast<uint32_t>(bits);
+}
+
+uint32_t PNG_ReadBit()
+{
+    return PNG_ReadBits(1);
+}
+
+uint32_t PNG_ReadReversedBit()
+{
+    const size_t at = PNG_BitPointer / 8, shift = 7 - PNG_BitPointer % 8;
+    PNG_BitPointer++;
+    return at < Inflate_Stream.size() ? Inflate_Stream[at] >> shift & 1 : 0;
+}
+
+// Decodes the next code with the table; extra bits stay unread. A code that the table lacks is
+// ENTRY_NONE.
+static uint32_t PNG_DecodeHuffmanSymbol(const PNG_HUFFMAN &table)
+{
+    const uint64_t bits = Peek();
+    uint32_t entry = table.Entries[bits & ((1u << table.RootBits) - 1)];
+    if (entry & ENTRY_LONG)
+        entry =
+            table.Entries[EntryValue(entry) + (bits >> table.RootBits &
+                                               ((1u << (PNG_LongestCode - table.RootBits)) - 1))];
+    PNG_BitPointer += EntryCodeBits(entry);
+    return entry;
+}
+
+// The code behind `code` among those of `size` / 2 bits, both with their first bit lowest: the
+// highest zero becomes one, and the ones above it zeros.
+static uint32_t NextReversed(uint32_t code, uint32_t size)
+{
+    const uint32_t bit = std::bit_floor(~code & (size - 1));
+    return bit ? (code & (bit - 1)) | bit : 0;
+}
+
+// Canonical codes of RFC 1951, 3.2.2, from the symbols' lengths. False when there are more codes
+// than their lengths can tell apart. Bits that lead to no code give ENTRY_NONE.
+static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8_t> lengths,
+                                       std::span<const uint32_t> meaning, uint32_t rootBits)
+{
+    std::array<uint16_t, PNG_LongestCode + 1> counts{}, starts{};
+    for (const uint8_t length : lengths)
+        counts[length]++;
+    counts[0] = 0;
+    int left = 1; // codes of the current length that are not taken
+    for (size_t n = 1; n <= PNG_LongestCode; n++) {
+        left = 2 * left - counts[n];
+        if (left < 0)
+            return false;
+        starts[n] = static_cast<uint16_t>(starts[n - 1] + counts[n - 1]);
+    }
+    std::array<uint16_t, PNG_LiteralCodes> sorted;
+    for (size_t i = 0; i < lengths.size(); i++)
+        if (lengths[i] != 0)
+            sorted[starts[lengths[i]]++] = static_cast<uint16_t>(i);
+
+    // Codes up to the root's bits: the table for each length is twice that for the one before, and
+    // then the codes of just this length.
+    constexpr uint32_t none = ENTRY_SPECIAL | ENTRY_NONE | 1 << 8 | 1;
+    const uint16_t *symbol = sorted.data();
+    uint32_t *entries = table.Entries.data();
+    uint32_t code = 0, size = 1;
+    table.RootBits = rootBits;
+    entries[0] = none;
+    for (uint32_t n = 1; n <= rootBits; n++) {
+        std::memcpy(entries + size, entries, size * sizeof *entries);
+        size *= 2;
+        for (int i = 0; i < counts[n]; i++, code = NextReversed(code, size))
+            entries[code] = meaning[*symbol++] + n * 0x101;
+    }
+
+    // Longer codes: their first bits lead to a table that the rest indexes.
+    const uint32_t subSize = 1u << (PNG_LongestCode - rootBits);
+    uint32_t end = size;
+    for (uint32_t n = rootBits + 1; n <= PNG_LongestCode; n++)
+        for (int i = 0; i < counts[n]; i++, code = NextReversed(code, 1u << n)) {
+            uint32_t &root = entries[code & (size - 1)];
+            if (!(root & ENTRY_LONG)) {
+                root = end << ENTRY_VALUE | ENTRY_SPECIAL | ENTRY_LONG;
+                std::fill_n(entries + end, subSize, none);
+                end += subSize;
+            }
+            const uint32_t entry = meaning[*symbol++] + n * 0x101;
+            for (uint32_t k = code >> rootBits; k < subSize; k += 1u << (n - rootBits))
+                entries[EntryValue(root) + k] = entry;
+        }
+    return true;
+}
+
+static void MakeTurns()
+{
+    const auto &single = PNG_LiteralTable.Entries;
+    for (size_t i = 0; i < Inflate_Turns.size(); i++) {
+        uint32_t entry = single[i], bits = 0, literals = 0;
+        for (int k = 0; k < 3; k++) {
+            const uint32_t after = bits + EntryBits(entry);
+            const bool fits = (entry & ENTRY_LITERAL) && after <= LITERAL_ROOT;
+            literals += fits ? (EntryValue(entry) << (8 + 8 * k)) + ENTRY_LITERAL : 0;
+            bits = fits ? after : bits;
+            entry = single[i >> bits];
+        }
+        const bool length = !(entry & (ENTRY_LITERALS | ENTRY_SPECIAL)) &&
+                            bits + EntryCodeBits(entry) <= LITERAL_ROOT;
+        entry = length || !literals ? entry + bits * 0x101 : 0;
+        Inflate_Turns[i] = uint64_t{entry} << 32 | literals | (entry ? EntryBits(entry) : bits);
+    }
+}
+
+static bool MakeTables(std::span<const uint8_t> literals, std::span<const uint8_t> distances)
+{
+    const bool good =
+        PNG_MakeHuffmanFromLengths(PNG_LiteralTable, literals, PNG_LiteralMeaning, LITERAL_ROOT) &&
+        PNG_MakeHuffmanFromLengths(PNG_DistanceTable, distances, PNG_DistanceMeaning,
+                                   DISTANCE_ROOT);
+    if (good)
+        MakeTurns();
+    return good;
+}
+
+// RFC 1951, 3.2.6.
+static bool PNG_GetFixedTree()
+{
+    if (Inflate_FixedTables)
+        return true;
+    std::array<uint8_t, PNG_LiteralCodes> literals;
+    for (size_t i = 0; i < literals.size(); i++)
+        literals[i] = i < 144 ? 8 : i < 256 ? 9 : i < 280 ? 7 : 8;
+    std::array<uint8_t, PNG_DistanceCodes> distances;
+    distances.fill(5);
+    Inflate_FixedTables = MakeTables(literals, distances);
+    return Inflate_FixedTables;
+}
+
+// RFC 1951, 3.2.7.
+static bool ReadTables()
+{
+    const size_t literalCount = PNG_ReadBits(5) + 257, distanceCount = PNG_ReadBits(5) + 1;
+    const size_t clCount = PNG_ReadBits(4) + 4;
+    std::array<uint8_t, PNG_CLCodes> clLengths{};
+    for (size_t i = 0; i < clCount; i++)
+        clLengths[PNG_CLorder[i]] = static_cast<uint8_t>(PNG_ReadBits(3));
+    if (!PNG_MakeHuffmanFromLengths(PNG_CLTable, clLengths, PNG_CLMeaning, CL_ROOT))
+        return false;
+
+    // Both alphabets' lengths are one sequence: a repeat may reach from the first into the second.
+    std::array<uint8_t, PNG_LiteralCodes + PNG_DistanceCodes> lengths{};
+    const size_t count = literalCount + distanceCount;
+    for (size_t i = 0; i < count && !CutShort();) {
+        const uint32_t entry = PNG_DecodeHuffmanSymbol(PNG_CLTable);
+        const uint32_t symbol = EntryValue(entry);
+        if (entry & ENTRY_NONE) {
+            std::fputs("Unexisting code!\n", stdout);
+            i++;
+        } else if (symbol < 16) {
+            lengths[i++] = static_cast<uint8_t>(symbol);
+        } else {
+            const uint32_t least = symbol == 18 ? 11 : 3;
+            const size_t repeats = least + PNG_ReadBits(static_cast<int>(EntryExtraBits(entry)));
+            if (repeats > count - i || (symbol == 16 && i == 0))
+                return false;
+            if (symbol == 16)
+                std::fill_n(lengths.begin() + static_cast<ptrdiff_t>(i), repeats, lengths[i - 1]);
+            i += repeats;
+        }
+    }
+    std::array<uint8_t, PNG_DistanceCodes> distances{};
+    std::copy_n(lengths.begin() + static_cast<ptrdiff_t>(literalCount), distanceCount,
+                distances.begin());
+    Inflate_FixedTables = false;
+    return !CutShort() && MakeTables(std::span(lengths).first(literalCount), distances);
+}
+
+static void ReadBlockHeader()
+{
+    Inflate_LastBlock = PNG_ReadBit();
+    const uint32_t type = PNG_ReadBits(2);
+    bool good = false;
+    if (type == 0) {
+        PNG_BitPointer = (PNG_BitPointer + 7) / 8 * 8;
+        Inflate_StoredLeft = PNG_ReadBits(16);
+        PNG_BitPointer += 16; // the length's complement, which nobody checks
+        Inflate_Block = BLOCK_STORED;
+        good = true;
+    } else {
+        Inflate_Block = BLOCK_CODED;
+        good = type == 1 ? PNG_GetFixedTree() : type == 2 && ReadTables();
+    }
+    if (!good || CutShort())
+        Inflate_State = INFLATE_DAMAGED;
+}
+
+static void EndBlock()
+{
+    Inflate_Block = BLOCK_NONE;
+    if (Inflate_LastBlock)
+        Inflate_State = INFLATE_ENDED;
+}
+
+static size_t CopyStored(std::span<uint8_t> buffer, size_t position)
+{
+    const size_t from = PNG_BitPointer / 8, present = Inflate_Stream.size() - from;
+    const size_t count = std::min({Inflate_StoredLeft, buffer.size() - position, present});
+    if (count > 0)
+        std::memcpy(buffer.data() + position, Inflate_Stream.data() + from, count);
+    PNG_BitPointer += count * 8;
+    Inflate_StoredLeft -= count;
+    if (Inflate_StoredLeft == 0)
+        EndBlock();
+    else if (count == present)
+        Inflate_State = INFLATE_DAMAGED;
+    return position + count;
+}
+
+// Copies `length` bytes from `distance` back, and up to 32 bytes of no account behind them.
+static inline void CopyMatch(uint8_t *out, size_t distance, size_t length)
+{
+    // Near distances repeat a pattern: eight bytes of it, and the greatest multiple of the distance
+    // that they hold.
+    constexpr std::array<uint64_t, 8> repeat = {0,
+                                                0x0101010101010101,
+                                                0x0001000100010001,
+                                                0x0001000001000001,
+                                                0x0000000100000001,
+                                                0x0000010000000001,
+                                                0x0001000000000001,
+                                                0x0100000000000001};
+    constexpr std::array<uint8_t, 8> step = {0, 8, 8, 6, 8, 5, 6, 7};
+    const uint8_t *from = out - distance, *const end = out + length;
+    if (distance >= 16) {
+        do {
+            std::memcpy(out, from, 16);
+            std::memcpy(out + 16, from + 16, 16);
+            out += 32;
+            from += 32;
+        } while (out < end);
+    } else if (distance >= 8) {
+        do {
+            std::memcpy(out, from, 8);
+            out += 8;
+            from += 8;
+        } while (out < end);
+    } else {
+        const uint64_t mask = (uint64_t{1} << (8 * distance)) - 1;
+        const uint64_t pattern = (Load64(from) & mask) * repeat[distance];
+        do {
+            std::memcpy(out, &pattern, 8);
+            out += step[distance];
+            std::memcpy(out, &pattern, 8);
+            out += step[distance];
+        } while (out < end);
+    }
+}
+
+// A register full of the stream: the next bits lowest. Only the low six bits of Left count, so
+// that whole entries can be taken from it.
+struct INFLATE_BITS {
+    const uint8_t *In;
+    uint64_t Buffer;
+    uint32_t Left;
+
+    // At least 56 bits afterwards. Reads 8 bytes, moves on by at most 7.
+    void Refill()
+    {
+        Buffer |= Load64(In) << (Left & 63);
+        In += 7 - (Left >> 3 & 7);
+        Left |= 56;
+    }
+    void Drop(uint32_t entry)
+    {
+        Buffer >>= EntryBits(entry);
+        Left -= entry;
+    }
+    // The value with the extra bits that follow the code.
+    uint32_t Value(uint32_t entry) const
+    {
+        return EntryValue(entry) + static_cast<uint32_t>(Buffer >> EntryCodeBits(entry) &
+                                                         ~(~uint64_t{0} << EntryExtraBits(entry)));
+    }
+    uint32_t Long(const PNG_HUFFMAN &table, uint32_t root, uint32_t entry) const
+    {
+        return table
+            .Entries[EntryValue(entry) + (Buffer >> root & ((1u << (PNG_LongestCode - root)) - 1))];
+    }
+};
+
+// Decodes while neither end is near: no bounds to look at within a turn.
+static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *outEnd)
+{
+    // Bytes that a turn may read, and bytes that it may write.
+    constexpr ptrdiff_t readMost = 32;
+    const uint8_t *const in = Inflate_Stream.data(), *const inLast = in + Inflate_Stream.size();
+    INFLATE_BITS bits{in + PNG_BitPointer / 8, 0, 0};
+    if (inLast - bits.In < readMost)
+        return out;
+    bits.Refill();
+    bits.Buffer >>= PNG_BitPointer % 8;
+    bits.Left -= PNG_BitPointer % 8;
+
+    const uint64_t *const turns = Inflate_Turns.data();
+    constexpr uint32_t rootMask = (1u << LITERAL_ROOT) - 1;
+    const auto take = [&] {
+        const uint64_t turn = turns[bits.Buffer & rootMask];
+        const uint32_t literals = static_cast<uint32_t>(turn) >> 8;
+        std::memcpy(out, &literals, 4);
+        out += turn >> 6 & 3;
+        return turn;
+    };
+    while (inLast - bits.In >= readMost && out < outEnd) {
+        bits.Refill();
+        uint64_t turn = take();
+        if (turn >> 32 == 0) {
+            bits.Drop(static_cast<uint32_t>(turn));
+            turn = take();
+            if (turn >> 32 == 0) {
+                bits.Drop(static_cast<uint32_t>(turn));
+                turn = take();
+                if (turn >> 32 == 0) {
+                    bits.Drop(static_cast<uint32_t>(turn));
+                    continue;
+                }
+            }
+        }
+        uint32_t entry = static_cast<uint32_t>(turn >> 32);
+        if (entry & ENTRY_SPECIAL) {
+            if (entry & ENTRY_LONG)
+                entry = bits.Long(PNG_LiteralTable, LITERAL_ROOT, entry);
+            if (entry & ENTRY_LITERALS) {
+                *out++ = static_cast<uint8_t>(EntryValue(entry));
+                bits.Drop(entry);
+                continue;
+            }
+            if (entry & ENTRY_SPECIAL) {
+                bits.Drop(entry);
+                if (entry & ENTRY_END) {
+                    EndBlock();
+                    break;
+                }
+                if (entry & ENTRY_NONE) {
+                    Inflate_State = INFLATE_DAMAGED;
+                    break;
+                }
+                continue;
+            }
+        }
+        const size_t length = bits.Value(entry);
+        bits.Drop(entry);
+        bits.Refill();
+        entry = PNG_DistanceTable.Entries[bits.Buffer & ((1u << DISTANCE_ROOT) - 1)];
+        if (entry & ENTRY_LONG)
+            entry = bits.Long(PNG_DistanceTable, DISTANCE_ROOT, entry);
+        const size_t distance = bits.Value(entry);
+        bits.Drop(entry);
+        if (entry & ENTRY_SPECIAL || distance > static_cast<size_t>(out - begin)) {
+            Inflate_State = INFLATE_DAMAGED;
+            break;
+        }
+        CopyMatch(out, distance, length);
+        out += length;
+    }
+    PNG_BitPointer = static_cast<size_t>(bits.In - in) * 8 - (bits.Left & 63);
+    return out;
+}
+
+// Symbol by symbol, where the end of the stream is near.
+static uint8_t *DecodeCarefully(const uint8_t *begin, uint8_t *out, const uint8_t *outEnd)
+{
+    const auto valueOf = [](uint32_t entry) {
+        return EntryValue(entry) + PNG_ReadBits(static_cast<int>(EntryExtraBits(entry)));
+    };
+    while (out < outEnd) {
+        const uint32_t entry = PNG_DecodeHuffmanSymbol(PNG_LiteralTable);
+        if (CutShort() || entry & ENTRY_NONE) {
+            Inflate_State = INFLATE_DAMAGED;
+            return out;
+        }
+        if (entry & ENTRY_END) {
+            EndBlock();
+            return out;
+        }
+        if (entry & ENTRY_LITERAL) {
+            *out++ = static_cast<uint8_t>(EntryValue(entry));
+        } else if (!(entry & ENTRY_SPECIAL)) {
+            const size_t length = valueOf(entry);
+            const uint32_t distanceEntry = PNG_DecodeHuffmanSymbol(PNG_DistanceTable);
+            const size_t distance = valueOf(distanceEntry);
+            if (CutShort() || distanceEntry & ENTRY_NONE ||
+                distance > static_cast<size_t>(out - begin)) {
+                Inflate_State = INFLATE_DAMAGED;
+                return out;
+            }
+            CopyMatch(out, distance, length);
+            out += length;
+        }
+    }
+    return out;
+}
+
+void Inflate_Begin(std::span<const uint8_t> zlib)
+{
+    Inflate_Stream = zlib;
+    PNG_BitPointer = 16;
+    Inflate_State = INFLATE_MORE;
+    Inflate_Block = BLOCK_NONE;
+}
+
+size_t Inflate_More(std::span<uint8_t> buffer, size_t position)
+{
+    while (Inflate_State == INFLATE_MORE && buffer.size() - position >= Inflate_Margin) {
+        if (Inflate_Block == BLOCK_NONE) {
+            ReadBlockHeader();
+        } else if (Inflate_Block == BLOCK_STORED) {
+            position = CopyStored(buffer, position);
+        } else {
+            uint8_t *const begin = buffer.data(), *out = begin + position;
+            const uint8_t *const outEnd = begin + (buffer.size() - Inflate_Margin + 1);
+            out = DecodeFast(begin, out, outEnd);
+            if (Inflate_State == INFLATE_MORE && Inflate_Block == BLOCK_CODED && out < outEnd)
+                out = DecodeCarefully(begin, out, outEnd);
+            position = static_cast<size_t>(out - begin);
+        }
+    }
+    return position;
+}
+
+INFLATE_RESULT Inflate_All(std::span<const uint8_t> zlib, std::span<uint8_t> out)
+{
+    Inflate_Begin(zlib);
+    size_t size = Inflate_More(out, 0);
+    if (Inflate_State == INFLATE_MORE) {
+        // The rest, of at most a margin, goes through a buffer with room to spare.
+        std::array<uint8_t, Inflate_History + 2 * Inflate_Margin> last;
+        const size_t history = std::min(size, Inflate_History);
+        std::copy_n(out.data() + (size - history), history, last.data());
+        const size_t end = Inflate_More(last, history);
+        const size_t count = std::min(end - history, out.size() - size);
+        std::copy_n(last.data() + history, count, out.data() + size);
+        size += count;
+        if (end - history > count)
+            return {size, false};
+    }
+    return {size, Inflate_State == INFLATE_ENDED};
+}

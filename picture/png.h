@@ -1,0 +1,84 @@
+// PNG pictures: chunks, scanline filters, Adam7. ISO/IEC 15948 (W3C "PNG"), every colour type and
+// depth. The zlib stream inside them belongs to picture/inflate.h.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+struct PNG_TEXT {
+    std::array<char, 80> Keyword; // as all texts here: cut to fit, NUL-terminated
+    std::array<char, 256> Text;
+};
+
+struct PNG_INTERNATIONAL_TEXT {
+    std::array<char, 80> Keyword;
+    uint8_t CompressionFlag, CompressionMethod;
+    std::array<char, 17> Language;
+    std::array<char, 80> TranslatedKeyword;
+    std::array<char, 256> Text; // UTF-8; empty when compressed
+};
+
+struct PNG_HEADER {
+    uint32_t FileSize;      // bytes
+    uint16_t Width, Height; // pixels: low halves of the fields below
+    uint8_t BitsPerPixel;   // bit depth times samples per pixel
+    uint32_t OutputSize;    // Width x Height x 4 bytes
+    uint32_t IHDRWidth, IHDRHeight;
+    uint8_t BitDepth;  // of a sample
+    uint8_t ColorType; // 0 grey, 2 RGB, 3 palette, 4 grey + alpha, 6 RGB + alpha
+    uint8_t Compression, Filter, Interlace;
+    uint32_t Gamma; // times 100000
+    std::array<uint8_t, 256> PaletteRed, PaletteGreen, PaletteBlue, PaletteAlpha;
+    uint8_t TextCount;
+    std::array<PNG_TEXT, 10> Texts;
+    uint8_t InternationalTextCount;
+    std::array<PNG_INTERNATIONAL_TEXT, 10> InternationalTexts;
+    uint8_t BackgroundIndex;                                 // by colour type: the palette's entry,
+    uint16_t BackgroundGrey;                                 // the grey level,
+    uint16_t BackgroundRed, BackgroundGreen, BackgroundBlue; // or the colour, at the file's depth
+    uint32_t PixelsPerUnitX, PixelsPerUnitY;
+    uint8_t Unit; // index into PNG_Unit
+    uint16_t Year;
+    uint8_t Month, Day, Hour, Minute, Second;    // last change, UTC
+    uint16_t KeyGrey, KeyRed, KeyGreen, KeyBlue; // transparent colour: stored, not applied
+    uint32_t DataOffset;                         // of the first IDAT chunk; 0: none
+};
+
+// The gathered IDAT data: one zlib stream.
+struct PNG_DECODER {
+    std::vector<uint8_t> Data;
+    uint32_t Length;
+};
+
+/// The file being decoded, one at a time. The header stays after PNG_UnLoad.
+extern PNG_HEADER PNG_Header;
+extern std::vector<uint8_t> PNG_File; // only while loading
+extern size_t PNG_Position;           // next byte, of the file and then of the inflated data
+extern PNG_DECODER PNG_Decoder;
+
+/// Names to show, by colour type, interlace method and unit.
+extern const std::array<const char *, 7> PNG_ColorType;
+extern const std::array<const char *, 2> PNG_Interlace, PNG_Unit;
+
+/// Reads the file's chunks into PNG_Header and gathers its IDAT data up to IEND. CRCs and the order
+/// of chunks are not checked, unknown chunks are passed over, a chunk that is cut short counts as
+/// far as it goes. A file that cannot be opened leaves nothing to decode.
+void PNG_Load(const char *path);
+
+/// Inflates, unfilters and converts what PNG_Load gathered.
+///
+/// Returns Width x Height pixels of 4 bytes (R G B A, 8 bits each, alpha not premultiplied), top
+/// row first; 16-bit samples keep their high byte, smaller greys are scaled to 0..255. What a
+/// damaged stream lacks is 0, alpha too. From calloc: the caller frees it. Null when there is
+/// nothing to decode: no header that the standard allows, a side of 0 or above 65535, no data, data
+/// that could not fill a 64th of the picture at the best compression there is, or more pixels than
+/// Picture_MaxBytes. Peak memory beside the file and the pixels: 400 KB and five rows.
+uint8_t *PNG_Decoding();
+
+/// Frees the gathered data.
+void PNG_UnLoad();
+
+/// Copies the header to `out` and returns it.
+PNG_HEADER *PNG_GetHeader(PNG_HEADER *out);
