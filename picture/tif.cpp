@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include "extra/bytes.h"
+#include "picture/inflate.h"
 #include "picture/lbm.h"
 #include "picture/picture.h"
 
@@ -35,6 +36,8 @@ enum TIF_TAG : uint16_t {
 enum TIF_COMPRESSION : uint16_t {
     TIF_Plain = 1,
     TIF_LZW = 5,
+    TIF_Deflate = 8,
+    TIF_OldDeflate = 32946,
     TIF_PackBits = 32773,
 };
 
@@ -244,6 +247,9 @@ static size_t MostOutOfOne()
         return 64;
     case TIF_LZW:
         return 4096 * 8 / 12;
+    case TIF_Deflate:
+    case TIF_OldDeflate:
+        return 1032;
     default:
         return 1;
     }
@@ -257,6 +263,8 @@ static bool IsSupported()
     case TIF_PackBits:
         break; // a predictor has no meaning here
     case TIF_LZW:
+    case TIF_Deflate:
+    case TIF_OldDeflate:
         if (h.Predictor != 1 && h.Predictor != 2)
             return false;
         break;
@@ -403,9 +411,15 @@ static std::span<const uint8_t> ExpandStrip(std::span<const uint8_t> stored, siz
         return stored;
     buffer.resize(LZW_Alphabet + size + LZW_Chunk);
     std::span<uint8_t> strip = std::span(buffer).subspan(LZW_Alphabet, size);
-    if (h.Compression == TIF_PackBits)
+    switch (h.Compression) {
+    case TIF_PackBits:
         return strip.first(LBM_ExpandByteRuns(stored, strip));
-    strip = strip.first(ExpandLZW(stored, buffer));
+    case TIF_LZW:
+        strip = strip.first(ExpandLZW(stored, buffer));
+        break;
+    default:
+        strip = strip.first(Inflate_All(stored, strip).Size);
+    }
     if (h.Predictor == 2)
         UndoPredictor(strip);
     return strip;

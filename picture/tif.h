@@ -1,6 +1,7 @@
 // TIFF pictures of 8-bit samples (TIFF 6.0): grey in both senses, palette and RGB, with or without
-// alpha, chunky or planar, in strips; plain or under PackBits or LZW, with or without the horizontal
-// predictor. The first of the file's pictures. Plain RGB that follows the file's 8-byte header needs no strips told.
+// alpha, chunky or planar, in strips; plain or under PackBits, LZW or Deflate (the zlib stream
+// belongs to picture/inflate.h), with or without the horizontal predictor. The first of the file's
+// pictures. Plain RGB that follows the file's 8-byte header needs no strips told.
 #pragma once
 
 #include <array>
@@ -26,7 +27,7 @@ struct TIF_HEADER {
     uint16_t Width, Height;             // pixels; 0 when they pass 16 bits
     uint8_t BitsPerSample;              // 8 is what decodes
     std::array<uint16_t, 3> SampleBits; // when given as a list
-    uint16_t Compression;               // 1 none, 5 LZW, 32773 PackBits
+    uint16_t Compression;               // 1 none, 5 LZW, 8 and 32946 Deflate, 32773 PackBits
     uint32_t OutputSize;                // bytes: Width x Height x 4
     uint8_t ByteOrder;                  // 'I' lowest byte first, 'M' highest
     uint16_t Magic;                     // 42

@@ -192,7 +192,8 @@ TEST(BMP, RealFiles)
 
 TEST(BMP, PrefixesHold)
 {
-    ExpectPrefixesHold(MakeFile({3, 4, 24, 0, {}, BYTES(45, 3)}), 0);
+    ExpectPrefixesHold(MakeFile({3, 4, 24, 0, {}, BYTES(45, 3)}), 0, 0);
     // the run whose value is cut off is of zeros
-    ExpectPrefixesHold(MakeFile({8, 4, 4, 2, Palette(16), {16, 0x12, 0, 4, 1, 2, 12, 0x34}}), 16);
+    ExpectPrefixesHold(MakeFile({8, 4, 4, 2, Palette(16), {16, 0x12, 0, 4, 1, 2, 12, 0x34}}), 0,
+                       16);
 }

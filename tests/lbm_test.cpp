@@ -171,5 +171,5 @@ TEST(LBM, RealFiles)
 TEST(LBM, PrefixesHold)
 {
     // a row that is cut reads as 0 from there
-    ExpectPrefixesHold(Bytes_LoadFile(TEST_DATA "ilbm/ham6.iff"), 26);
+    ExpectPrefixesHold(Bytes_LoadFile(TEST_DATA "ilbm/ham6.iff"), 0, 26);
 }

@@ -56,14 +56,14 @@ inline void AppendNumber(BYTES &out, uint32_t value, int count, bool bigEndian)
         out.push_back(static_cast<uint8_t>(value >> 8 * (bigEndian ? count - 1 - i : i)));
 }
 
-// Every prefix of a file: it is refused, or no more than `slack` of the pixels that it gives differ
-// from the whole picture's without being left out (0).
-inline void ExpectPrefixesHold(const BYTES &file, size_t slack)
+// Every prefix of a file from its first `head` bytes on: it is refused, or no more than `slack` of
+// the pixels that it gives differ from the whole picture's without being left out (0).
+inline void ExpectPrefixesHold(const BYTES &file, size_t head, size_t slack)
 {
     const DECODED whole = DecodeBytes(file);
     ASSERT_FALSE(whole.Null);
     size_t shown = 0;
-    for (size_t size = 0; size < file.size(); size++) {
+    for (size_t size = head; size < file.size(); size++) {
         const DECODED part =
             DecodeBytes({file.begin(), file.begin() + static_cast<ptrdiff_t>(size)});
         if (part.Null || part.Pixels.size() != whole.Pixels.size())
