@@ -1,48 +1,25 @@
-// Pictures in tests: made from bytes, seen as numbers.
+// Pictures in tests: files and pixels as text.
 #pragma once
 
-#include <algorithm>
-#include <cstdint>
-#include <vector>
+#include <cstdio>
+#include <cstdlib>
 
 #include "picture/picture.h"
 #include "tests/files.h"
 
 using BYTES = std::vector<uint8_t>;
-using PIXELS = std::vector<uint32_t>; // 0xRRGGBBAA, without what the buffer has beyond the width
 
-struct DECODED {
-    int Width, Height, Bits;
-    bool Null;
-    PIXELS Pixels;
-};
-
-inline DECODED DecodeFile(const std::string &path)
-{
-    const Picture p = Picture_Load(path.c_str(), 0, 0);
-    DECODED decoded{p.Width, p.Height, p.Bits, !p.Pixels, {}};
-    for (size_t y = 0; p.Pixels && y < p.Height; y++)
-        for (size_t x = 0; x < p.Width; x++) {
-            size_t at = (y * p.BufferWidth + x) * 4;
-            decoded.Pixels.push_back(Bytes_GetBig({p.Pixels, at + 4}, at, 4));
-        }
-    Picture_UnLoad(p);
-    return decoded;
-}
-
-inline DECODED DecodeBytes(const BYTES &file)
-{
-    return DecodeFile(WriteTemp("picture", file));
-}
-
-// Of the bytes R, G, B, A of all pixels.
-inline uint64_t Digest(const PIXELS &pixels)
+// Bytes written as pairs of hexadecimal digits, with any spaces between them.
+inline BYTES Hex(const std::string &text)
 {
     BYTES bytes;
-    for (const uint32_t pixel : pixels)
-        for (const int shift : {24, 16, 8, 0})
-            bytes.push_back(static_cast<uint8_t>(pixel >> shift));
-    return Digest(std::span<const uint8_t>(bytes));
+    std::string digits;
+    for (const char c : text)
+        if (c != ' ' && (digits += c).size() == 2) {
+            bytes.push_back(static_cast<uint8_t>(std::strtoul(digits.c_str(), nullptr, 16)));
+            digits.clear();
+        }
+    return bytes;
 }
 
 inline void Append(BYTES &out, const BYTES &bytes)
@@ -50,29 +27,78 @@ inline void Append(BYTES &out, const BYTES &bytes)
     out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
-inline void AppendNumber(BYTES &out, uint32_t value, int count, bool bigEndian)
+inline void AppendNumber(BYTES &out, size_t value, int count, bool bigEndian)
 {
     for (int i = 0; i < count; i++)
         out.push_back(static_cast<uint8_t>(value >> 8 * (bigEndian ? count - 1 - i : i)));
 }
 
+// A decoded picture's bytes without what its buffer has beyond the width; empty for the null
+// picture.
+struct DECODED {
+    int Width, Height, Bits;
+    BYTES Pixels;
+
+    explicit DECODED(const std::string &path)
+    {
+        const Picture p = Picture_Load(path.c_str(), 0, 0);
+        Width = p.Width, Height = p.Height, Bits = p.Bits;
+        for (size_t y = 0; p.Pixels && y < p.Height; y++) {
+            const uint8_t *row = p.Pixels + y * p.BufferWidth * 4;
+            Pixels.insert(Pixels.end(), row, row + p.Width * 4);
+        }
+        Picture_UnLoad(p);
+    }
+    explicit DECODED(const BYTES &file) : DECODED(WriteTemp("picture", file)) {}
+};
+
+// The pixels: an opaque grey as 2 digits, 0 as "-", others as 8; no text for the null picture.
+inline std::string Show(const BYTES &file)
+{
+    std::string text;
+    const BYTES pixels = DECODED(file).Pixels;
+    for (size_t i = 0; i < pixels.size(); i += 4) {
+        const int r = pixels[i], g = pixels[i + 1], b = pixels[i + 2], a = pixels[i + 3];
+        char digits[10] = "-";
+        if (r == g && g == b && a == 255)
+            std::snprintf(digits, sizeof digits, "%02X", r);
+        else if ((r | g | b | a) != 0)
+            std::snprintf(digits, sizeof digits, "%02X%02X%02X%02X", r, g, b, a);
+        if (i != 0)
+            text += ' ';
+        text += digits;
+    }
+    return text;
+}
+
+// A file of tests/data, its facts and the digest of its pixels.
+struct REAL_FILE {
+    const char *Path;
+    int Width, Height, Bits;
+    uint64_t Pixels;
+
+    void Expect() const
+    {
+        const DECODED d(std::string(TEST_DATA) + Path);
+        EXPECT_EQ(std::tuple(d.Width, d.Height, d.Bits), std::tuple(Width, Height, Bits)) << Path;
+        EXPECT_EQ(Digest(d.Pixels), Pixels) << Path;
+    }
+};
+
 // Every prefix of a file from its first `head` bytes on: it is refused, or no more than `slack` of
-// the pixels that it gives differ from the whole picture's without being left out (0).
+// the bytes that it gives differ from the whole picture's without being left out (0).
 inline void ExpectPrefixesHold(const BYTES &file, size_t head, size_t slack)
 {
-    const DECODED whole = DecodeBytes(file);
-    ASSERT_FALSE(whole.Null);
+    const BYTES whole = DECODED(file).Pixels;
     size_t shown = 0;
     for (size_t size = head; size < file.size(); size++) {
-        const DECODED part =
-            DecodeBytes({file.begin(), file.begin() + static_cast<ptrdiff_t>(size)});
-        if (part.Null || part.Pixels.size() != whole.Pixels.size())
-            continue;
+        const auto end = file.begin() + static_cast<ptrdiff_t>(size);
+        const BYTES part = DECODED(BYTES(file.begin(), end)).Pixels;
         size_t wrong = 0;
-        for (size_t i = 0; i < part.Pixels.size(); i++)
-            wrong += part.Pixels[i] != whole.Pixels[i] && part.Pixels[i] != 0;
+        for (size_t i = 0; i < part.size() && part.size() == whole.size(); i++)
+            wrong += part[i] != whole[i] && part[i] != 0;
         EXPECT_LE(wrong, slack) << "prefix of " << size;
-        shown++;
+        shown += part.size() == whole.size();
     }
     EXPECT_GT(shown, 0u) << "no prefix shows anything";
 }
