@@ -114,15 +114,14 @@ TEST(BMP, MaskLengths)
 
 TEST(BMP, RealFiles)
 {
-    for (const REAL_FILE &file : {
-             REAL_FILE{"bmp/bmp_1bpp.bmp", 96, 73, 1, 4117537754156108141u},
-             REAL_FILE{"bmp/bmp_4bpp.bmp", 96, 73, 4, 4958021424052708144u},
-             REAL_FILE{"bmp/pal8w124.bmp", 124, 61, 8, 13478426149005549193u},
-             // sheared: where the files have no padding, or 1 byte, 3 are skipped
-             REAL_FILE{"bmp/pal1.bmp", 127, 64, 1, 10989306678378096453u},
-             REAL_FILE{"bmp/pal4rle.bmp", 127, 64, 4, 10606109773487905350u},
-         })
-        file.Expect();
+    ExpectFiles({
+        {"bmp/bmp_1bpp.bmp", 96, 73, 1, 4117537754156108141u},
+        {"bmp/bmp_4bpp.bmp", 96, 73, 4, 4958021424052708144u},
+        {"bmp/pal8w124.bmp", 124, 61, 8, 13478426149005549193u},
+        // sheared: where the files have no padding, or 1 byte, 3 are skipped
+        {"bmp/pal1.bmp", 127, 64, 1, 10989306678378096453u},
+        {"bmp/pal4rle.bmp", 127, 64, 4, 10606109773487905350u},
+    });
 }
 
 TEST(BMP, PrefixesHold)

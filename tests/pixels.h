@@ -71,19 +71,23 @@ inline std::string Show(const BYTES &file)
     return text;
 }
 
-// A file of tests/data, its facts and the digest of its pixels.
+// Files of tests/data, their facts and the digests of their pixels.
 struct REAL_FILE {
     const char *Path;
     int Width, Height, Bits;
     uint64_t Pixels;
-
-    void Expect() const
-    {
-        const DECODED d(std::string(TEST_DATA) + Path);
-        EXPECT_EQ(std::tuple(d.Width, d.Height, d.Bits), std::tuple(Width, Height, Bits)) << Path;
-        EXPECT_EQ(Digest(d.Pixels), Pixels) << Path;
-    }
 };
+
+inline void ExpectFiles(const std::vector<REAL_FILE> &files)
+{
+    for (const REAL_FILE &file : files) {
+        const DECODED d(std::string(TEST_DATA) + file.Path);
+        EXPECT_EQ(std::tuple(d.Width, d.Height, d.Bits),
+                  std::tuple(file.Width, file.Height, file.Bits))
+            << file.Path;
+        EXPECT_EQ(Digest(d.Pixels), file.Pixels) << file.Path;
+    }
+}
 
 // Every prefix of a file from its first `head` bytes on: it is refused, or no more than `slack` of
 // the bytes that it gives differ from the whole picture's without being left out (0).
