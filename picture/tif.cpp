@@ -220,21 +220,28 @@ static size_t RowBytes()
     return TIF_Header.Width * PixelStep();
 }
 
+// Values of an entry that the file really has.
+static size_t CountValues(const TIF_ENTRY &entry)
+{
+    const size_t there = Bytes_GetSpan(TIF_File, entry.Position, entry.ByteSize).size();
+    return entry.ByteSize == 0 ? 0 : there / TIF_TypeSize[entry.Type];
+}
+
 // Where the strips are, and how many bytes they take.
 struct TIF_STRIPS {
     const TIF_ENTRY *Offsets = Find(TIF_StripOffsets);
     const TIF_ENTRY *ByteCounts = Find(TIF_StripByteCounts);
+    size_t Count = std::min(Offsets ? CountValues(*Offsets) : 1, PlaneCount() * StripCount());
 
     // The stored bytes of a strip; not more of them than could be of use.
-    std::span<const uint8_t> operator()(size_t plane, size_t strip) const
+    std::span<const uint8_t> operator()(size_t index) const
     {
-        const size_t index = plane * StripCount() + strip;
-        const size_t whole = RowsOf(strip) * RowBytes();
+        if (index >= Count)
+            return {};
+        const size_t whole = RowsOf(index % StripCount()) * RowBytes();
         const size_t most = TIF_Header.Compression == TIF_Plain ? whole : 2 * whole + 1024;
         const size_t count = ByteCounts ? GetValue(ByteCounts, index) : SIZE_MAX;
-        if (Offsets && index >= Offsets->Count)
-            return {};
-        const size_t offset = Offsets ? GetValue(Offsets, index) : TIF_HeaderSize + index * whole;
+        const size_t offset = Offsets ? GetValue(Offsets, index) : TIF_HeaderSize;
         return Bytes_GetSpan(TIF_File, offset, std::min(count, most));
     }
 };
@@ -284,9 +291,8 @@ static bool IsPossible()
         return false;
     const TIF_STRIPS strips;
     size_t stored = 0;
-    for (size_t plane = 0; plane < PlaneCount(); plane++)
-        for (size_t strip = 0; strip < StripCount(); strip++)
-            stored += strips(plane, strip).size();
+    for (size_t index = 0; index < strips.Count; index++)
+        stored += strips(index).size();
     return stored != 0 && pixels * h.Samples / TIF_LeastShare <= stored * MostOutOfOne();
 }
 
@@ -360,8 +366,11 @@ static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
         const size_t length = std::min<size_t>(string.Length, end - position);
         const uint8_t *from = base + string.Start;
         uint8_t *to = base + position;
-        for (size_t i = 0; i < length; i += LZW_Chunk) // may pass the end, by less than a chunk
-            std::memcpy(to + i, from + i, LZW_Chunk);
+        for (size_t i = 0; i < length; i += LZW_Chunk) { // may pass the end, by less than a chunk
+            std::array<uint8_t, LZW_Chunk> chunk;        // the two may overlap
+            std::memcpy(chunk.data(), from + i, LZW_Chunk);
+            std::memcpy(to + i, chunk.data(), LZW_Chunk);
+        }
         if (added && code == next - 1 && length == string.Length)
             to[length - 1] = *to; // the string just begun ends with its own first byte
         previous = {static_cast<uint32_t>(position), static_cast<uint32_t>(length)};
@@ -407,7 +416,7 @@ static std::span<const uint8_t> ExpandStrip(std::span<const uint8_t> stored, siz
                                             std::vector<uint8_t> &buffer)
 {
     const TIF_HEADER &h = TIF_Header;
-    if (h.Compression == TIF_Plain)
+    if (h.Compression == TIF_Plain || stored.empty())
         return stored;
     buffer.resize(LZW_Alphabet + size + LZW_Chunk);
     std::span<uint8_t> strip = std::span(buffer).subspan(LZW_Alphabet, size);
@@ -570,9 +579,11 @@ uint8_t *TIF_Decoding()
     const TIF_STRIPS strips;
     std::vector<std::vector<uint8_t>> buffers(PlaneCount());
     std::vector<std::span<const uint8_t>> planes(PlaneCount());
-    for (size_t strip = 0; strip < StripCount(); strip++) {
+    const size_t count = StripCount();
+    for (size_t strip = 0; strip < std::min(count, strips.Count); strip++) {
         for (size_t p = 0; p < planes.size(); p++)
-            planes[p] = ExpandStrip(strips(p, strip), RowsOf(strip) * RowBytes(), buffers[p]);
+            planes[p] =
+                ExpandStrip(strips(p * count + strip), RowsOf(strip) * RowBytes(), buffers[p]);
         PaintStrip(colors, planes, RowsOf(strip), pixels + strip * h.RowsPerStrip * h.Width * 4);
     }
     return pixels;

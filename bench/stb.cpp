@@ -1,0 +1,6 @@
+// The peer stb_image, whose implementation wants a file of its own.
+#pragma GCC diagnostic ignored "-Wconversion"
+#pragma GCC diagnostic ignored "-Wsign-conversion"
+#pragma GCC diagnostic ignored "-Wshadow"
+#define STB_IMAGE_IMPLEMENTATION
+#include <stb/stb_image.h>
