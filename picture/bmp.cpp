@@ -340,10 +340,18 @@ static void Decode16(uint8_t *pixels)
     });
 }
 
+// Each pixel but the last is taken with the byte behind it.
 static void Decode24(uint8_t *pixels)
 {
     DecodeRows(pixels, [](const uint8_t *in, size_t count, uint8_t *out) {
-        for (size_t i = 0; i < count; i++)
+        size_t i = 0;
+        if constexpr (std::endian::native == std::endian::little)
+            for (; i + 1 < count; i++) {
+                uint32_t bgr;
+                std::memcpy(&bgr, in + 3 * i, 4);
+                StorePixel(out + 4 * i, __builtin_bswap32(bgr) >> 8 | 0xFF000000);
+            }
+        for (; i < count; i++)
             StorePixel(out + 4 * i, PackPixel(in[3 * i + 2], in[3 * i + 1], in[3 * i], 255));
     });
 }

@@ -208,17 +208,24 @@ static constexpr std::array<uint64_t, 256> LBM_Spread = [] {
 }();
 static_assert(LBM_Spread[0x80] + LBM_Spread[0x01] == LBM_Spread[0x81]);
 
-// The values that `count` planes, the lowest bit first and `plane` bytes apart, give the pixels of
+// The values that COUNT planes, the lowest bit first and `plane` bytes apart, give the pixels of
 // each byte column.
-static void JoinPlanes(const uint8_t *in, size_t count, size_t plane, uint8_t *out)
+template <size_t COUNT>
+static void JoinPlanes(const uint8_t *in, size_t plane, uint8_t *out)
 {
-    for (size_t k = 0; k < ShortPlane(); k++) {
+    for (size_t k = 0; k < plane; k++) {
         uint64_t values = 0;
-        for (size_t p = 0; p < count; p++)
+        for (size_t p = 0; p < COUNT; p++)
             values |= LBM_Spread[in[p * plane + k]] << p;
         std::memcpy(out + 8 * k, &values, 8);
     }
 }
+
+using LBM_JOIN = void (*)(const uint8_t *in, size_t plane, uint8_t *out);
+constexpr std::array<LBM_JOIN, 8> LBM_Join = {
+    JoinPlanes<1>, JoinPlanes<2>, JoinPlanes<3>, JoinPlanes<4>,
+    JoinPlanes<5>, JoinPlanes<6>, JoinPlanes<7>, JoinPlanes<8>,
+};
 
 using LBM_COLORS = std::array<uint32_t, 256>; // R G B A in memory order
 
@@ -332,14 +339,14 @@ static void DecodeChunky(uint8_t *pixels)
 
 static void DecodeTrueColor(uint8_t *pixels)
 {
-    const size_t plane = PlaneBytes(), width = LBM_Header.BufferWidth;
-    std::vector<uint8_t> components(3 * width);
-    uint8_t *r = components.data(), *g = r + width, *b = g + width;
+    const size_t plane = PlaneBytes();
+    std::vector<uint8_t> components(3 * 8 * plane);
+    uint8_t *r = components.data(), *g = r + 8 * plane, *b = g + 8 * plane;
     DecodeRows(pixels, RowBytes(plane), [=](const uint8_t *in, uint8_t *out) {
-        JoinPlanes(in, 8, plane, r);
-        JoinPlanes(in + 8 * plane, 8, plane, g);
-        JoinPlanes(in + 16 * plane, 8, plane, b);
-        PaintComponents(r, g, b, width, out);
+        JoinPlanes<8>(in, plane, r);
+        JoinPlanes<8>(in + 8 * plane, plane, g);
+        JoinPlanes<8>(in + 16 * plane, plane, b);
+        PaintComponents(r, g, b, LBM_Header.BufferWidth, out);
     });
 }
 
@@ -350,13 +357,13 @@ static void DecodePlanar(uint8_t *pixels)
     const bool hold = (h.ViewMode & LBM_HoldAndModify) != 0 && (h.Planes == 6 || h.Planes == 8);
     const LBM_COLORS colors = ReadColors();
     const LBM_HAM ham = hold ? ReadHAM(colors) : LBM_HAM{};
-    std::vector<uint8_t> indices(h.BufferWidth);
+    std::vector<uint8_t> indices(8 * plane);
     DecodeRows(pixels, RowBytes(plane), [&](const uint8_t *in, uint8_t *out) {
-        JoinPlanes(in, h.Planes, plane, indices.data());
+        LBM_Join[h.Planes - 1u](in, plane, indices.data());
         if (hold)
-            PaintHAM(ham, indices.data(), indices.size(), out);
+            PaintHAM(ham, indices.data(), h.BufferWidth, out);
         else
-            PaintIndices(colors, indices.data(), indices.size(), out);
+            PaintIndices(colors, indices.data(), h.BufferWidth, out);
     });
 }
 

@@ -334,7 +334,7 @@ static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
     struct STRING {
         uint32_t Start, Length;
     };
-    std::array<STRING, LZW_MostCodes> strings;
+    std::array<STRING, LZW_MostCodes + 1> strings; // one of no meaning behind them
     for (uint32_t i = 0; i < LZW_Alphabet; i++) {
         buffer[i] = static_cast<uint8_t>(i);
         strings[i] = {i, 1};
@@ -356,10 +356,9 @@ static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
         if (code == LZW_End)
             break;
         const bool added = previous.Length != 0 && next < LZW_MostCodes;
-        if (added) {
-            strings[next++] = {previous.Start, previous.Length + 1};
-            width += next + 1 == 1u << width && width < 12; // one code earlier than need be
-        }
+        strings[next] = {previous.Start, previous.Length + 1};
+        next += added;
+        width += next + 1 == 1u << width && width < 12; // one code earlier than need be
         if (code >= next)
             break;
         const STRING string = strings[code];
@@ -371,7 +370,7 @@ static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
             std::memcpy(chunk.data(), from + i, LZW_Chunk);
             std::memcpy(to + i, chunk.data(), LZW_Chunk);
         }
-        if (added && code == next - 1 && length == string.Length)
+        if (code == next - 1 && added && length == string.Length)
             to[length - 1] = *to; // the string just begun ends with its own first byte
         previous = {static_cast<uint32_t>(position), static_cast<uint32_t>(length)};
         position += length;
@@ -489,18 +488,33 @@ static void PaintColors(const TIF_COLORS256 &colors, const TIF_ROW &in, size_t c
     });
 }
 
+// Samples that follow each other.
+static void PaintGrey(const uint8_t *in, uint8_t inversion, size_t count, uint8_t *out)
+{
+    for (size_t i = 0; i < count; i++) {
+        const uint8_t grey = in[i] ^ inversion;
+        out[4 * i] = out[4 * i + 1] = out[4 * i + 2] = grey;
+        out[4 * i + 3] = 255;
+    }
+}
+
+// Pixels that follow each other, each taken with the byte behind it.
+static void PaintChunkyRGB(const uint8_t *in, size_t count, uint8_t *out)
+{
+    const auto opaque = std::bit_cast<uint32_t>(std::array<uint8_t, 4>{0, 0, 0, 255});
+    for (size_t i = 0; i + 1 < count; i++) {
+        uint32_t pixel;
+        std::memcpy(&pixel, in + 3 * i, 4);
+        pixel |= opaque;
+        std::memcpy(out + 4 * i, &pixel, 4);
+    }
+    std::memcpy(out + 4 * count - 4, in + 3 * count - 3, 3);
+    out[4 * count - 1] = 255;
+}
+
 static void PaintRGB(const TIF_ROW &in, size_t count, uint8_t *out)
 {
     const uint8_t *r = in.Samples[0], *g = in.Samples[1], *b = in.Samples[2];
-    if (in.Step == 3) { // samples side by side
-        for (size_t i = 0; i < count; i++) {
-            out[4 * i] = r[3 * i];
-            out[4 * i + 1] = r[3 * i + 1];
-            out[4 * i + 2] = r[3 * i + 2];
-            out[4 * i + 3] = 255;
-        }
-        return;
-    }
     WithStep(in.Step, [&](auto step) {
         for (size_t i = 0; i < count; i++) {
             out[4 * i] = r[i * step];
@@ -538,8 +552,12 @@ static void PaintRow(const TIF_COLORS256 &colors, const TIF_ROW &in, size_t coun
     if (rgb && h.Alpha != 0 && in.Step == 4) {
         std::memcpy(out, in.Samples[0], 4 * count);
     } else {
-        if (rgb)
+        if (rgb && in.Step == 3)
+            PaintChunkyRGB(in.Samples[0], count, out);
+        else if (rgb)
             PaintRGB(in, count, out);
+        else if (h.Photometric != TIF_Palette && in.Step == 1)
+            PaintGrey(in.Samples[0], colors[0][0], count, out);
         else
             PaintColors(colors, in, count, out);
         if (h.Alpha != 0)
@@ -563,6 +581,8 @@ static void PaintStrip(const TIF_COLORS256 &colors,
         for (size_t c = 0; c < std::min<size_t>(h.Samples, row.Samples.size()); c++)
             row.Samples[c] = (h.Planar ? planes[c].data() : planes[0].data() + c) + at;
         const size_t count = std::min<size_t>(h.Width, (size - at) / row.Step);
+        if (count == 0)
+            break;
         PaintRow(colors, row, count, out + y * h.Width * 4);
     }
 }
