@@ -5,6 +5,7 @@
 #include <cstring>
 #include <span>
 #include <string_view>
+#include <type_traits>
 
 #include "extra/bytes.h"
 #include "picture/picture.h"
@@ -208,17 +209,91 @@ static constexpr std::array<uint64_t, 256> LBM_Spread = [] {
 }();
 static_assert(LBM_Spread[0x80] + LBM_Spread[0x01] == LBM_Spread[0x81]);
 
+// Byte columns that are turned at a time, and their bytes of eight planes.
+constexpr size_t LBM_Block = 8;
+using LBM_WORDS = std::array<uint64_t, LBM_Block>;
+
+// A word's first byte in memory is its lowest.
+static uint64_t InMemoryOrder(uint64_t word)
+{
+    return std::endian::native == std::endian::little ? word : __builtin_bswap64(word);
+}
+
+// Turns an 8 x 8 matrix of units of UNIT bits, a row in each word: unit i of word j, and of each
+// group of 8 units there is, becomes unit j of word i. Halves, quarters and eighths change places.
+template <int UNIT>
+static void Turn(LBM_WORDS &words)
+{
+    const auto swap = [&words]<size_t STEP>(std::integral_constant<size_t, STEP>) {
+        // the lower STEP of each 2 STEP units
+        constexpr uint64_t mask = [] {
+            uint64_t bits = 0;
+            for (size_t bit = 0; bit < 64; bit++)
+                bits |= uint64_t{bit / UNIT % (2 * STEP) < STEP} << bit;
+            return bits;
+        }();
+        for (size_t i = 0; i < words.size(); i++) {
+            if (i & STEP)
+                continue;
+            const uint64_t differing = (words[i] >> UNIT * STEP ^ words[i + STEP]) & mask;
+            words[i + STEP] ^= differing;
+            words[i] ^= differing << UNIT * STEP;
+        }
+    };
+    swap(std::integral_constant<size_t, 4>());
+    swap(std::integral_constant<size_t, 2>());
+    swap(std::integral_constant<size_t, 1>());
+}
+
+// A block's columns by table, which is faster for few planes.
+template <size_t COUNT>
+static void JoinFew(const LBM_WORDS &planes, uint8_t *out)
+{
+    for (size_t k = 0; k < LBM_Block; k++) {
+        uint64_t values = 0;
+        for (size_t p = 0; p < COUNT; p++)
+            values |= LBM_Spread[planes[p] >> 8 * k & 0xFF] << p;
+        std::memcpy(out + 8 * k, &values, 8);
+    }
+}
+
+// A block's columns by turning: first a word for each bit position, then one for each column.
+static void JoinMany(LBM_WORDS planes, uint8_t *out)
+{
+    Turn<1>(planes);
+    std::reverse(planes.begin(), planes.end());
+    Turn<8>(planes);
+    for (size_t k = 0; k < LBM_Block; k++) {
+        const uint64_t values = InMemoryOrder(planes[k]);
+        std::memcpy(out + 8 * k, &values, 8);
+    }
+}
+
 // The values that COUNT planes, the lowest bit first and `plane` bytes apart, give the pixels of
-// each byte column.
+// each byte column, the highest bit being the first. Writes whole blocks.
 template <size_t COUNT>
 static void JoinPlanes(const uint8_t *in, size_t plane, uint8_t *out)
 {
-    for (size_t k = 0; k < plane; k++) {
-        uint64_t values = 0;
-        for (size_t p = 0; p < COUNT; p++)
-            values |= LBM_Spread[in[p * plane + k]] << p;
-        std::memcpy(out + 8 * k, &values, 8);
+    for (size_t k = 0; k < plane; k += LBM_Block) {
+        LBM_WORDS words{};
+        for (size_t p = 0; p < COUNT; p++) {
+            if (k + LBM_Block <= plane)
+                std::memcpy(&words[p], in + p * plane + k, LBM_Block);
+            else
+                std::memcpy(&words[p], in + p * plane + k, plane - k);
+            words[p] = InMemoryOrder(words[p]);
+        }
+        if constexpr (COUNT <= 5)
+            JoinFew<COUNT>(words, out + 8 * k);
+        else
+            JoinMany(words, out + 8 * k);
     }
+}
+
+// Pixels that JoinPlanes writes.
+static size_t JoinedPixels(size_t plane)
+{
+    return (plane + LBM_Block - 1) / LBM_Block * LBM_Block * 8;
 }
 
 using LBM_JOIN = void (*)(const uint8_t *in, size_t plane, uint8_t *out);
@@ -340,8 +415,8 @@ static void DecodeChunky(uint8_t *pixels)
 static void DecodeTrueColor(uint8_t *pixels)
 {
     const size_t plane = PlaneBytes();
-    std::vector<uint8_t> components(3 * 8 * plane);
-    uint8_t *r = components.data(), *g = r + 8 * plane, *b = g + 8 * plane;
+    std::vector<uint8_t> components(3 * JoinedPixels(plane));
+    uint8_t *r = components.data(), *g = r + JoinedPixels(plane), *b = g + JoinedPixels(plane);
     DecodeRows(pixels, RowBytes(plane), [=](const uint8_t *in, uint8_t *out) {
         JoinPlanes<8>(in, plane, r);
         JoinPlanes<8>(in + 8 * plane, plane, g);
@@ -357,7 +432,7 @@ static void DecodePlanar(uint8_t *pixels)
     const bool hold = (h.ViewMode & LBM_HoldAndModify) != 0 && (h.Planes == 6 || h.Planes == 8);
     const LBM_COLORS colors = ReadColors();
     const LBM_HAM ham = hold ? ReadHAM(colors) : LBM_HAM{};
-    std::vector<uint8_t> indices(8 * plane);
+    std::vector<uint8_t> indices(JoinedPixels(plane));
     DecodeRows(pixels, RowBytes(plane), [&](const uint8_t *in, uint8_t *out) {
         LBM_Join[h.Planes - 1u](in, plane, indices.data());
         if (hold)
@@ -386,7 +461,7 @@ uint8_t *LBM_Decoding()
 
 size_t LBM_ExpandByteRuns(std::span<const uint8_t> packed, std::span<uint8_t> out)
 {
-    constexpr size_t chunk = 16;
+    constexpr size_t chunk = 16, safe = 128 + chunk; // chunks may pass a run's end
     size_t position = 0, written = 0;
     while (position < packed.size() && written < out.size()) {
         const uint8_t control = Bytes_GetByte(packed, position);
@@ -394,18 +469,19 @@ size_t LBM_ExpandByteRuns(std::span<const uint8_t> packed, std::span<uint8_t> ou
         uint8_t *to = out.data() + written;
         if (control < 128) {
             const auto bytes = Bytes_GetSpan(packed, position, std::min(control + size_t{1}, room));
-            // Short copies, away from both ends, are one of a constant size.
-            if (bytes.size() <= chunk && room >= chunk && packed.size() - position >= chunk)
-                std::memcpy(to, bytes.data(), chunk);
-            else if (!bytes.empty())
-                std::memcpy(to, bytes.data(), bytes.size());
+            if (room >= safe && packed.size() - position >= safe)
+                for (size_t i = 0; i < bytes.size(); i += chunk)
+                    std::memcpy(to + i, bytes.data() + i, chunk);
+            else
+                std::copy(bytes.begin(), bytes.end(), to);
             position += control + size_t{1};
             written += bytes.size();
         } else if (control > 128) {
             const size_t count = std::min(size_t{257} - control, room);
             const uint8_t value = Bytes_GetByte(packed, position);
-            if (count <= chunk && room >= chunk)
-                std::memset(to, value, chunk);
+            if (room >= safe)
+                for (size_t i = 0; i < count; i += chunk)
+                    std::memset(to + i, value, chunk);
             else
                 std::memset(to, value, count);
             written += count;

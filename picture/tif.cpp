@@ -489,12 +489,13 @@ static void PaintColors(const TIF_COLORS256 &colors, const TIF_ROW &in, size_t c
 }
 
 // Samples that follow each other.
-static void PaintGrey(const uint8_t *in, uint8_t inversion, size_t count, uint8_t *out)
+static void PaintGrey(const uint8_t *in, uint32_t inversion, size_t count, uint8_t *out)
 {
+    const auto opaque = std::bit_cast<uint32_t>(std::array<uint8_t, 4>{0, 0, 0, 255});
+    const auto ones = std::bit_cast<uint32_t>(std::array<uint8_t, 4>{1, 1, 1, 0});
     for (size_t i = 0; i < count; i++) {
-        const uint8_t grey = in[i] ^ inversion;
-        out[4 * i] = out[4 * i + 1] = out[4 * i + 2] = grey;
-        out[4 * i + 3] = 255;
+        const uint32_t pixel = (in[i] ^ inversion) * ones | opaque;
+        std::memcpy(out + 4 * i, &pixel, 4);
     }
 }
 
