@@ -307,8 +307,8 @@ void TIF_Load(const char *path)
 // LZW codes, the highest bit first (TIFF 6.0, section 13).
 constexpr uint32_t LZW_Clear = 256, LZW_End = 257, LZW_First = 258, LZW_MostCodes = 4096;
 // Room that a strip's buffer has before it, one byte of each value for the codes that are bytes,
-// and behind it, since strings are copied in chunks.
-constexpr size_t LZW_Alphabet = 256, LZW_Chunk = 16;
+// and behind it, for the longest string and since strings are copied in chunks.
+constexpr size_t LZW_Alphabet = 256, LZW_Chunk = 16, LZW_Margin = LZW_MostCodes + LZW_Chunk;
 
 // 64 bits at a bit position, the highest first; those past the end are 0.
 static uint64_t PeekBits(std::span<const uint8_t> in, size_t bit)
@@ -327,55 +327,56 @@ static uint64_t PeekBits(std::span<const uint8_t> in, size_t bit)
     return bits << bit % 8;
 }
 
-// Expands into `buffer`, behind the alphabet and up to the last chunk; returns the bytes written. A
+// Where a string starts in the buffer, and its length from bit 32 on.
+static uint64_t MakeString(size_t start, size_t length)
+{
+    return start | uint64_t{length} << 32;
+}
+
+// Expands into `buffer`, between the alphabet and the margin; returns the bytes written there. A
 // string is what the code before gave and one byte more, so it stands whole where that was written.
 static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
 {
-    struct STRING {
-        uint32_t Start, Length;
-    };
-    std::array<STRING, LZW_MostCodes + 1> strings; // one of no meaning behind them
-    for (uint32_t i = 0; i < LZW_Alphabet; i++) {
+    std::array<uint64_t, LZW_MostCodes + 1> strings; // one of no meaning behind them
+    for (size_t i = 0; i < LZW_Alphabet; i++) {
         buffer[i] = static_cast<uint8_t>(i);
-        strings[i] = {i, 1};
+        strings[i] = MakeString(i, 1);
     }
-    const size_t end = buffer.size() - LZW_Chunk, last = in.size() * 8;
+    const size_t end = buffer.size() - LZW_Margin, last = in.size() * 8;
     uint8_t *const base = buffer.data();
     size_t position = LZW_Alphabet, bit = 0;
     uint32_t next = LZW_First, width = 9;
-    STRING previous{0, 0};
+    uint64_t begun = 0; // the string that the code before began; 0: none
     while (position < end && bit + width <= last) {
         const auto code = static_cast<uint32_t>(PeekBits(in, bit) >> (64 - width));
         bit += width;
         if (code == LZW_Clear) {
             next = LZW_First;
             width = 9;
-            previous.Length = 0;
+            begun = 0;
             continue;
         }
         if (code == LZW_End)
             break;
-        const bool added = previous.Length != 0 && next < LZW_MostCodes;
-        strings[next] = {previous.Start, previous.Length + 1};
+        const bool added = begun != 0 && next < LZW_MostCodes;
+        strings[next] = begun;
         next += added;
         width += next + 1 == 1u << width && width < 12; // one code earlier than need be
         if (code >= next)
             break;
-        const STRING string = strings[code];
-        const size_t length = std::min<size_t>(string.Length, end - position);
-        const uint8_t *from = base + string.Start;
+        const size_t start = strings[code] & 0xFFFFFFFF, length = strings[code] >> 32;
         uint8_t *to = base + position;
         for (size_t i = 0; i < length; i += LZW_Chunk) { // may pass the end, by less than a chunk
             std::array<uint8_t, LZW_Chunk> chunk;        // the two may overlap
-            std::memcpy(chunk.data(), from + i, LZW_Chunk);
+            std::memcpy(chunk.data(), base + start + i, LZW_Chunk);
             std::memcpy(to + i, chunk.data(), LZW_Chunk);
         }
-        if (code == next - 1 && added && length == string.Length)
+        if (code == next - 1 && added)
             to[length - 1] = *to; // the string just begun ends with its own first byte
-        previous = {static_cast<uint32_t>(position), static_cast<uint32_t>(length)};
+        begun = MakeString(position, length + 1);
         position += length;
     }
-    return position - LZW_Alphabet;
+    return std::min(position, end) - LZW_Alphabet;
 }
 
 // Undoes the predictor: each byte holds the difference from that STEP before it.
@@ -417,7 +418,7 @@ static std::span<const uint8_t> ExpandStrip(std::span<const uint8_t> stored, siz
     const TIF_HEADER &h = TIF_Header;
     if (h.Compression == TIF_Plain || stored.empty())
         return stored;
-    buffer.resize(LZW_Alphabet + size + LZW_Chunk);
+    buffer.resize(LZW_Alphabet + size + LZW_Margin);
     std::span<uint8_t> strip = std::span(buffer).subspan(LZW_Alphabet, size);
     switch (h.Compression) {
     case TIF_PackBits:
