@@ -1,7 +1,6 @@
 #include "picture/png.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 #include <span>
 
@@ -291,9 +290,9 @@ static std::span<const uint8_t> PNG_NextBytes(PNG_WINDOW &window, size_t size)
     return std::span(window.Bytes).subspan(PNG_Position - count, count);
 }
 
-// Eight samples side by side, wide enough for sums and differences.
-using LANES = int16_t __attribute__((vector_size(16)));
+// Sixteen samples side by side; eight, wide enough for sums and differences; and how they move.
 using BYTES = uint8_t __attribute__((vector_size(16)));
+using LANES = int16_t __attribute__((vector_size(16)));
 using NARROW = uint8_t __attribute__((vector_size(8)));
 using WORDS = uint64_t __attribute__((vector_size(16)));
 
@@ -304,20 +303,37 @@ using PIXEL = std::conditional_t<
 
 // A pixel's bytes; 3 and 6 take one or two more with them.
 template <size_t Step>
-static inline LANES LoadPixel(const uint8_t *from)
+static inline BYTES LoadBytes(const uint8_t *from)
 {
     PIXEL<Step> pixel;
     std::memcpy(&pixel, from, sizeof pixel);
-    const BYTES bytes = reinterpret_cast<BYTES>(WORDS{pixel, 0});
-    return reinterpret_cast<LANES>(__builtin_shufflevector(bytes, BYTES{}, 0, 16, 1, 17, 2, 18, 3,
-                                                           19, 4, 20, 5, 21, 6, 22, 7, 23));
+    return reinterpret_cast<BYTES>(WORDS{pixel, 0});
 }
 
 template <size_t Step>
+static inline LANES LoadPixel(const uint8_t *from)
+{
+    return reinterpret_cast<LANES>(__builtin_shufflevector(
+        LoadBytes<Step>(from), BYTES{}, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23));
+}
+
+// Stores a pixel of `Step` bytes, or makes one of four of them: RGB becomes opaque RGBA.
+template <size_t Step, size_t Out>
+static inline void StoreBytes(uint8_t *to, BYTES bytes)
+{
+    if constexpr (Step < Out)
+        bytes |= BYTES{0, 0, 0, 255};
+    const WORDS words = reinterpret_cast<WORDS>(bytes);
+    const PIXEL<Out> pixel = static_cast<PIXEL<Out>>(words[0]);
+    std::memcpy(to, &pixel, sizeof pixel);
+}
+
+template <size_t Step, size_t Out>
 static inline void StorePixel(uint8_t *to, LANES pixel)
 {
     const NARROW bytes = __builtin_convertvector(pixel, NARROW);
-    std::memcpy(to, &bytes, std::bit_ceil(Step));
+    StoreBytes<Step, Out>(
+        to, __builtin_shufflevector(bytes, bytes, 0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7));
 }
 
 static inline LANES AddBytes(LANES a, LANES b)
@@ -325,80 +341,98 @@ static inline LANES AddBytes(LANES a, LANES b)
     return reinterpret_cast<LANES>(reinterpret_cast<BYTES>(a) + reinterpret_cast<BYTES>(b));
 }
 
-template <size_t Step>
-static void UnSub(const uint8_t *in, uint8_t *out, size_t bytes)
+// The filters' inverses take lines whose pixels are `Step` bytes apart to lines whose pixels are
+// `Out` bytes apart, of which the one above is `prior`.
+template <size_t Step, size_t Out>
+static void UnNone(const uint8_t *in, uint8_t *out, size_t pixels)
 {
-    LANES a{};
-    for (size_t i = 0; i < bytes; i += Step) {
-        a = AddBytes(a, LoadPixel<Step>(in + i));
-        StorePixel<Step>(out + i, a);
+    if constexpr (Step == Out)
+        std::memcpy(out, in, pixels * Step);
+    else
+        for (size_t i = 0; i < pixels; i++)
+            StoreBytes<Step, Out>(out + i * Out, LoadBytes<Step>(in + i * Step));
+}
+
+template <size_t Step, size_t Out>
+static void UnSub(const uint8_t *in, uint8_t *out, size_t pixels)
+{
+    BYTES a{};
+    for (size_t i = 0; i < pixels; i++) {
+        a += LoadBytes<Step>(in + i * Step);
+        StoreBytes<Step, Out>(out + i * Out, a);
     }
 }
 
-static void UnUp(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t bytes)
+template <size_t Step, size_t Out>
+static void UnUp(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t pixels)
 {
-    for (size_t i = 0; i < bytes; i++)
-        out[i] = static_cast<uint8_t>(in[i] + prior[i]);
+    if constexpr (Step == Out)
+        for (size_t i = 0; i < pixels * Step; i++)
+            out[i] = static_cast<uint8_t>(in[i] + prior[i]);
+    else
+        for (size_t i = 0; i < pixels; i++)
+            StoreBytes<Step, Out>(out + i * Out,
+                                  LoadBytes<Step>(in + i * Step) + LoadBytes<Out>(prior + i * Out));
 }
 
-template <size_t Step>
-static void UnAverage(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t bytes)
+template <size_t Step, size_t Out>
+static void UnAverage(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t pixels)
 {
     LANES a{};
-    for (size_t i = 0; i < bytes; i += Step) {
-        a = AddBytes((a + LoadPixel<Step>(prior + i)) >> 1, LoadPixel<Step>(in + i));
-        StorePixel<Step>(out + i, a);
+    for (size_t i = 0; i < pixels; i++) {
+        a = AddBytes((a + LoadPixel<Out>(prior + i * Out)) >> 1, LoadPixel<Step>(in + i * Step));
+        StorePixel<Step, Out>(out + i * Out, a);
     }
 }
 
 // The nearest of a, b, c to a + b - c is c where t = 3c - a - b lies between a and b, and else
 // the greater of a and b where t lies below both, the lesser where it lies above.
-template <size_t Step>
-static void UnPaeth(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t bytes)
+template <size_t Step, size_t Out>
+static void UnPaeth(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t pixels)
 {
     LANES a{}, c{};
-    for (size_t i = 0; i < bytes; i += Step) {
-        const LANES x = LoadPixel<Step>(in + i), b = LoadPixel<Step>(prior + i);
+    for (size_t i = 0; i < pixels; i++) {
+        const LANES x = LoadPixel<Step>(in + i * Step), b = LoadPixel<Out>(prior + i * Out);
         const LANES t = (3 * c - b) - a;
         const LANES low = a < b ? a : b, high = a < b ? b : a;
         const LANES belowHigh = high > t, aboveLow = t > low;
         a = (AddBytes(high, x) & ~aboveLow) | (AddBytes(low, x) & ~belowHigh) |
             (AddBytes(c, x) & aboveLow & belowHigh);
         c = b;
-        StorePixel<Step>(out + i, a);
+        StorePixel<Step, Out>(out + i * Out, a);
     }
 }
 
-template <size_t Step>
+template <size_t Step, size_t Out = Step>
 static void PNG_UnFilter(uint8_t filter, const uint8_t *in, const uint8_t *prior, uint8_t *out,
-                         size_t bytes)
+                         size_t pixels)
 {
     switch (filter) {
     case 0:
-        std::memcpy(out, in, bytes);
+        UnNone<Step, Out>(in, out, pixels);
         break;
     case 1:
-        UnSub<Step>(in, out, bytes);
+        UnSub<Step, Out>(in, out, pixels);
         break;
     case 2:
-        UnUp(in, prior, out, bytes);
+        UnUp<Step, Out>(in, prior, out, pixels);
         break;
     case 3:
-        UnAverage<Step>(in, prior, out, bytes);
+        UnAverage<Step, Out>(in, prior, out, pixels);
         break;
     case 4:
-        UnPaeth<Step>(in, prior, out, bytes);
+        UnPaeth<Step, Out>(in, prior, out, pixels);
         break;
     default: // no such filter
-        std::memset(out, 0, bytes);
+        std::memset(out, 0, pixels * Out);
         break;
     }
 }
 
 using UNFILTER = void (*)(uint8_t filter, const uint8_t *in, const uint8_t *prior, uint8_t *out,
-                          size_t bytes);
+                          size_t pixels);
 
-// By the bytes from a pixel to the next one, at least 1.
+// By the bytes from a pixel to the next one, at least 1. Only RGB of 8 bits has 3.
 static UNFILTER UnFilterOf(size_t step)
 {
     switch (step) {
@@ -407,7 +441,7 @@ static UNFILTER UnFilterOf(size_t step)
     case 2:
         return PNG_UnFilter<2>;
     case 3:
-        return PNG_UnFilter<3>;
+        return PNG_UnFilter<3, 4>;
     case 4:
         return PNG_UnFilter<4>;
     case 6:
@@ -462,14 +496,13 @@ using CONVERT = void (*)(const uint8_t *line, uint8_t *out, size_t pixels);
 
 static CONVERT ConvertOf(uint8_t type, uint8_t depth)
 {
-    const bool wide = depth == 16;
     switch (type) {
     case 2:
-        return wide ? Convert<6, 0, 2, 4, 6> : Convert<3, 0, 1, 2, 3>;
+        return Convert<6, 0, 2, 4, 6>;
     case 4:
-        return wide ? Convert<4, 0, 0, 0, 2> : Convert<2, 0, 0, 0, 1>;
+        return depth == 16 ? Convert<4, 0, 0, 0, 2> : Convert<2, 0, 0, 0, 1>;
     case 6:
-        return wide ? Convert<8, 0, 2, 4, 6> : Convert<4, 0, 1, 2, 3>;
+        return Convert<8, 0, 2, 4, 6>;
     }
     switch (depth) {
     case 1:
@@ -531,17 +564,19 @@ static bool Decodable()
            h.IHDRWidth <= 65535 && h.IHDRHeight <= 65535 && PNG_Decoder.Length != 0;
 }
 
-// Takes the passes' rows from the window as long as they come. Rows of the file's own RGBA pixels
-// are unfiltered where they belong, others on two lines by turns and then converted.
+// Takes the passes' rows from the window as long as they come. Rows of 8-bit RGB and RGBA become
+// RGBA while they are unfiltered, where they belong if they are whole rows of the picture; others
+// are unfiltered on two lines by turns and then converted.
 static void DecodeRows(PNG_WINDOW &window, std::span<const PNG_PASS> passes, uint8_t *pixels)
 {
     const PNG_HEADER &h = PNG_Header;
-    const UNFILTER unfilter = UnFilterOf((h.BitsPerPixel + 7u) / 8);
-    const CONVERT convert = ConvertOf(h.ColorType, h.BitDepth);
-    const bool inPlace = h.Interlace != 1 && h.ColorType == 6 && h.BitDepth == 8;
-    const std::vector<uint8_t> zeros(RowBytes(h.IHDRWidth) + LINE_SLACK);
+    const size_t step = (h.BitsPerPixel + 7u) / 8, stride = size_t{h.IHDRWidth} * 4;
+    const bool direct = h.BitDepth == 8 && (h.ColorType == 2 || h.ColorType == 6);
+    const UNFILTER unfilter = UnFilterOf(step);
+    const CONVERT convert = direct ? nullptr : ConvertOf(h.ColorType, h.BitDepth);
+    const std::vector<uint8_t> zeros((direct ? stride : RowBytes(h.IHDRWidth)) + LINE_SLACK);
     std::array<std::vector<uint8_t>, 2> lines = {zeros, zeros};
-    std::vector<RGBA> spread(h.IHDRWidth);
+    std::vector<uint8_t> converted(stride);
     for (const PNG_PASS &pass : passes) {
         const uint8_t *prior = zeros.data();
         const size_t bytes = RowBytes(pass.Width);
@@ -550,19 +585,16 @@ static void DecodeRows(PNG_WINDOW &window, std::span<const PNG_PASS> passes, uin
             if (in.empty())
                 return;
             const size_t present = in.size() - 1;
-            uint8_t *row = pixels + (pass.IY + y * pass.DY) * h.IHDRWidth * 4;
-            uint8_t *line = inPlace ? row : lines[y % 2].data();
-            unfilter(in[0], in.data() + 1, prior, line, inPlace ? present / 4 * 4 : present);
+            uint8_t *const row = pixels + (pass.IY + y * pass.DY) * stride;
+            uint8_t *const line = direct && pass.DX == 1 ? row : lines[y % 2].data();
+            unfilter(in[0], in.data() + 1, prior, line, present / step);
             prior = line;
-            const size_t count =
-                std::min<size_t>(pass.Width, present * 8 / h.BitsPerPixel); // whole pixels
-            if (!inPlace && pass.DX == 1) {
-                convert(line, row, count);
-            } else if (!inPlace) {
-                convert(line, spread[0].data(), count);
-                for (size_t x = 0; x < count; x++)
-                    std::memcpy(row + (pass.IX + x * pass.DX) * 4, spread[x].data(), 4);
-            }
+            const size_t whole = std::min<size_t>(pass.Width, present * 8 / h.BitsPerPixel);
+            uint8_t *const rgba = direct ? line : pass.DX == 1 ? row : converted.data();
+            if (!direct)
+                convert(line, rgba, whole);
+            for (size_t x = 0; pass.DX != 1 && x < whole; x++)
+                std::memcpy(row + (pass.IX + x * pass.DX) * 4, rgba + x * 4, 4);
             if (present < bytes)
                 return;
         }
