@@ -1,6 +1,7 @@
 #include "picture/png.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <span>
 
@@ -453,42 +454,47 @@ static UNFILTER UnFilterOf(size_t step)
 
 using RGBA = std::array<uint8_t, 4>;
 
-// The colours that grey levels or palette indices of up to 8 bits stand for.
-static std::array<RGBA, 256> PNG_Colors;
+// The colours that a line's byte of grey levels or palette indices stands for, the leftmost in its
+// highest bits: 8 / BitDepth of them a byte.
+static std::array<RGBA, 256 * 8> PNG_Colors;
 
 static void MakeColors()
 {
     const PNG_HEADER &h = PNG_Header;
-    const unsigned most = (1u << std::min<unsigned>(h.BitDepth, 8)) - 1;
-    for (unsigned i = 0; i < PNG_Colors.size(); i++) {
-        const uint8_t grey = static_cast<uint8_t>(i * 255 / most);
-        PNG_Colors[i] = h.ColorType == 3 ? RGBA{h.PaletteRed[i], h.PaletteGreen[i],
-                                                h.PaletteBlue[i], h.PaletteAlpha[i]}
-                                         : RGBA{grey, grey, grey, 255};
-    }
+    const size_t depth = std::min<size_t>(h.BitDepth, 8), most = (size_t{1} << depth) - 1;
+    RGBA *color = PNG_Colors.data();
+    for (size_t byte = 0; byte < 256; byte++)
+        for (size_t bit = depth; bit <= 8; bit += depth) {
+            const size_t i = byte >> (8 - bit) & most;
+            const uint8_t grey = static_cast<uint8_t>(i * 255 / most);
+            *color++ = h.ColorType == 3 ? RGBA{h.PaletteRed[i], h.PaletteGreen[i], h.PaletteBlue[i],
+                                               h.PaletteAlpha[i]}
+                                        : RGBA{grey, grey, grey, 255};
+        }
 }
 
-// Converters of a line's pixels to RGBA: through PNG_Colors, the leftmost pixel in the highest
-// bits;
+// Converters of a line's pixels to RGBA: through PNG_Colors,
 template <size_t Depth>
 static void ConvertIndices(const uint8_t *line, uint8_t *out, size_t pixels)
 {
-    for (size_t i = 0; i < pixels; i++, out += 4) {
-        const size_t bit = i * Depth;
-        const int index = line[bit / 8] >> (8 - Depth - bit % 8) & ((1 << Depth) - 1);
-        std::memcpy(out, PNG_Colors[static_cast<size_t>(index)].data(), 4);
-    }
+    constexpr size_t count = 8 / Depth;
+    for (; pixels >= count; pixels -= count, out += 4 * count)
+        std::memcpy(out, &PNG_Colors[*line++ * count], 4 * count);
+    if (pixels > 0)
+        std::memcpy(out, &PNG_Colors[*line * count], 4 * pixels);
 }
 
 // and from bytes of pixels `Step` long, alpha 255 where A lies outside.
 template <size_t Step, size_t R, size_t G, size_t B, size_t A>
 static void Convert(const uint8_t *line, uint8_t *out, size_t pixels)
 {
-    for (size_t i = 0; i < pixels; i++, line += Step, out += 4) {
-        out[0] = line[R];
-        out[1] = line[G];
-        out[2] = line[B];
-        out[3] = A < Step ? line[A] : uint8_t{255};
+    for (size_t i = 0; i < pixels; i++) {
+        const uint8_t *const from = line + i * Step;
+        const uint32_t r = from[R], g = from[G], b = from[B], a = A < Step ? from[A] : 255;
+        const uint32_t pixel = std::endian::native == std::endian::little
+                                   ? r | g << 8 | b << 16 | a << 24
+                                   : r << 24 | g << 16 | b << 8 | a;
+        std::memcpy(out + i * 4, &pixel, 4); // as one number: compilers make vectors of it
     }
 }
 
@@ -512,7 +518,7 @@ static CONVERT ConvertOf(uint8_t type, uint8_t depth)
     case 4:
         return ConvertIndices<4>;
     case 8:
-        return ConvertIndices<8>;
+        return type == 0 ? Convert<1, 0, 0, 0, 1> : ConvertIndices<8>;
     default:
         return Convert<2, 0, 0, 0, 2>;
     }
