@@ -306,6 +306,7 @@ using PIXEL = std::conditional_t<
 template <size_t Step>
 static inline BYTES LoadBytes(const uint8_t *from)
 {
+    static_assert(std::endian::native == std::endian::little, "numbers of bytes as they lie");
     PIXEL<Step> pixel;
     std::memcpy(&pixel, from, sizeof pixel);
     return reinterpret_cast<BYTES>(WORDS{pixel, 0});
@@ -491,9 +492,7 @@ static void Convert(const uint8_t *line, uint8_t *out, size_t pixels)
     for (size_t i = 0; i < pixels; i++) {
         const uint8_t *const from = line + i * Step;
         const uint32_t r = from[R], g = from[G], b = from[B], a = A < Step ? from[A] : 255;
-        const uint32_t pixel = std::endian::native == std::endian::little
-                                   ? r | g << 8 | b << 16 | a << 24
-                                   : r << 24 | g << 16 | b << 8 | a;
+        const uint32_t pixel = r | g << 8 | b << 16 | a << 24;
         std::memcpy(out + i * 4, &pixel, 4); // as one number: compilers make vectors of it
     }
 }
