@@ -296,6 +296,7 @@ using BYTES = uint8_t __attribute__((vector_size(16)));
 using LANES = int16_t __attribute__((vector_size(16)));
 using NARROW = uint8_t __attribute__((vector_size(8)));
 using WORDS = uint64_t __attribute__((vector_size(16)));
+using PIXELS = uint32_t __attribute__((vector_size(16)));
 
 template <size_t Step>
 using PIXEL = std::conditional_t<
@@ -343,23 +344,66 @@ static inline LANES AddBytes(LANES a, LANES b)
     return reinterpret_cast<LANES>(reinterpret_cast<BYTES>(a) + reinterpret_cast<BYTES>(b));
 }
 
+// Four pixels of RGBA, or of RGB as such, alphas to be made.
+template <size_t Step>
+static inline BYTES LoadFour(const uint8_t *from)
+{
+    PIXELS pixels;
+    for (size_t i = 0; i < 4; i++) {
+        uint32_t pixel;
+        std::memcpy(&pixel, from + i * Step, sizeof pixel);
+        pixels[i] = pixel;
+    }
+    return reinterpret_cast<BYTES>(pixels);
+}
+
+template <size_t Step>
+static inline void StoreFour(uint8_t *to, BYTES bytes)
+{
+    if constexpr (Step < 4)
+        bytes |= BYTES{0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 0, 255};
+    std::memcpy(to, &bytes, sizeof bytes);
+}
+
 // The filters' inverses take lines whose pixels are `Step` bytes apart to lines whose pixels are
 // `Out` bytes apart, of which the one above is `prior`.
 template <size_t Step, size_t Out>
 static void UnNone(const uint8_t *in, uint8_t *out, size_t pixels)
 {
-    if constexpr (Step == Out)
+    if constexpr (Step == Out) {
         std::memcpy(out, in, pixels * Step);
-    else
-        for (size_t i = 0; i < pixels; i++)
+    } else {
+        size_t i = 0;
+        for (; i + 4 <= pixels; i += 4)
+            StoreFour<Step>(out + i * Out, LoadFour<Step>(in + i * Step));
+        for (; i < pixels; i++)
             StoreBytes<Step, Out>(out + i * Out, LoadBytes<Step>(in + i * Step));
+    }
 }
 
 template <size_t Step, size_t Out>
 static void UnSub(const uint8_t *in, uint8_t *out, size_t pixels)
 {
     BYTES a{};
-    for (size_t i = 0; i < pixels; i++) {
+    size_t i = 0;
+    if constexpr (Out == 4) {
+        PIXELS last{}; // the pixel before the four, four times
+        for (; i + 4 <= pixels; i += 4) {
+            BYTES four = LoadFour<Step>(in + i * Step);
+            const auto add = [&four](PIXELS more) {
+                four += reinterpret_cast<BYTES>(more);
+                return reinterpret_cast<PIXELS>(four);
+            };
+            const PIXELS one = reinterpret_cast<PIXELS>(four);
+            const PIXELS two = add(__builtin_shufflevector(PIXELS{}, one, 0, 4, 5, 6));
+            add(__builtin_shufflevector(PIXELS{}, two, 0, 1, 4, 5));
+            const PIXELS all = add(last);
+            StoreFour<Step>(out + i * Out, four);
+            last = __builtin_shufflevector(all, all, 3, 3, 3, 3);
+        }
+        a = reinterpret_cast<BYTES>(last);
+    }
+    for (; i < pixels; i++) {
         a += LoadBytes<Step>(in + i * Step);
         StoreBytes<Step, Out>(out + i * Out, a);
     }
@@ -368,13 +412,18 @@ static void UnSub(const uint8_t *in, uint8_t *out, size_t pixels)
 template <size_t Step, size_t Out>
 static void UnUp(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t pixels)
 {
-    if constexpr (Step == Out)
+    if constexpr (Step == Out) {
         for (size_t i = 0; i < pixels * Step; i++)
             out[i] = static_cast<uint8_t>(in[i] + prior[i]);
-    else
-        for (size_t i = 0; i < pixels; i++)
+    } else {
+        size_t i = 0;
+        for (; i + 4 <= pixels; i += 4)
+            StoreFour<Step>(out + i * Out,
+                            LoadFour<Step>(in + i * Step) + LoadFour<Out>(prior + i * Out));
+        for (; i < pixels; i++)
             StoreBytes<Step, Out>(out + i * Out,
                                   LoadBytes<Step>(in + i * Step) + LoadBytes<Out>(prior + i * Out));
+    }
 }
 
 template <size_t Step, size_t Out>
