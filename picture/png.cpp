@@ -265,7 +265,7 @@ struct PNG_WINDOW {
 static void PNG_OpenWindow(PNG_WINDOW &window, uint64_t size, size_t longestRow)
 {
     constexpr size_t piece = 192 * 1024;
-    const size_t most = Inflate_History + std::max(piece, 2 * longestRow);
+    const size_t most = Inflate_History + std::max(piece, 3 * longestRow);
     window.Bytes.resize(std::min<uint64_t>(size, most) + Inflate_Margin + LINE_SLACK);
     window.End = PNG_Position = 0;
     Inflate_Begin(std::span(PNG_Decoder.Data).first(PNG_Decoder.Length));
@@ -310,7 +310,10 @@ static inline BYTES LoadBytes(const uint8_t *from)
     static_assert(std::endian::native == std::endian::little, "numbers of bytes as they lie");
     PIXEL<Step> pixel;
     std::memcpy(&pixel, from, sizeof pixel);
-    return reinterpret_cast<BYTES>(WORDS{pixel, 0});
+    if constexpr (Step == 3 || Step == 4)
+        return reinterpret_cast<BYTES>(PIXELS{pixel});
+    else
+        return reinterpret_cast<BYTES>(WORDS{pixel});
 }
 
 template <size_t Step>
@@ -334,9 +337,10 @@ static inline void StoreBytes(uint8_t *to, BYTES bytes)
 template <size_t Step, size_t Out>
 static inline void StorePixel(uint8_t *to, LANES pixel)
 {
-    const NARROW bytes = __builtin_convertvector(pixel, NARROW);
-    StoreBytes<Step, Out>(
-        to, __builtin_shufflevector(bytes, bytes, 0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7));
+    NARROW bytes = __builtin_convertvector(pixel, NARROW);
+    if constexpr (Step < Out)
+        bytes |= NARROW{0, 0, 0, 255};
+    std::memcpy(to, &bytes, sizeof(PIXEL<Out>));
 }
 
 static inline LANES AddBytes(LANES a, LANES b)
@@ -436,22 +440,50 @@ static void UnAverage(const uint8_t *in, const uint8_t *prior, uint8_t *out, siz
     }
 }
 
-// The nearest of a, b, c to a + b - c is c where t = 3c - a - b lies between a and b, and else
-// the greater of a and b where t lies below both, the lesser where it lies above.
+// x and the nearest of a, b, c to a + b - c. That is c where t = 3c - a - b lies between a and b,
+// and else the greater of a and b where t lies below both, the lesser where it lies above.
+static inline LANES AddPaeth(LANES a, LANES b, LANES c, LANES x)
+{
+    const LANES t = (3 * c - b) - a;
+    const LANES low = a < b ? a : b, high = a < b ? b : a;
+    const LANES belowHigh = high > t, aboveLow = t > low;
+    return (AddBytes(high, x) & ~aboveLow) | (AddBytes(low, x) & ~belowHigh) |
+           (AddBytes(c, x) & aboveLow & belowHigh);
+}
+
 template <size_t Step, size_t Out>
 static void UnPaeth(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t pixels)
 {
     LANES a{}, c{};
     for (size_t i = 0; i < pixels; i++) {
-        const LANES x = LoadPixel<Step>(in + i * Step), b = LoadPixel<Out>(prior + i * Out);
-        const LANES t = (3 * c - b) - a;
-        const LANES low = a < b ? a : b, high = a < b ? b : a;
-        const LANES belowHigh = high > t, aboveLow = t > low;
-        a = (AddBytes(high, x) & ~aboveLow) | (AddBytes(low, x) & ~belowHigh) |
-            (AddBytes(c, x) & aboveLow & belowHigh);
-        c = b;
+        const LANES b = LoadPixel<Out>(prior + i * Out);
+        a = AddPaeth(a, b, c, LoadPixel<Step>(in + i * Step));
         StorePixel<Step, Out>(out + i * Out, a);
+        c = b;
     }
+}
+
+// Two lines at once, the lower one a pixel behind: each pixel has to wait for the one to its left,
+// which leaves time for two.
+template <size_t Step>
+static void UnPaethTwo(const uint8_t *in, const uint8_t *lowerIn, const uint8_t *prior,
+                       uint8_t *out, uint8_t *lowerOut, size_t pixels)
+{
+    LANES a{}, c{}, lowerA{}, lowerC{};
+    const auto lower = [&](LANES b, size_t i) {
+        lowerA = AddPaeth(lowerA, b, lowerC, LoadPixel<Step>(lowerIn + i * Step));
+        StorePixel<Step, 4>(lowerOut + i * 4, lowerA);
+        lowerC = b;
+    };
+    for (size_t i = 0; i < pixels; i++) {
+        const LANES left = a, b = LoadPixel<4>(prior + i * 4);
+        a = AddPaeth(left, b, c, LoadPixel<Step>(in + i * Step));
+        StorePixel<Step, 4>(out + i * 4, a);
+        c = b;
+        if (i > 0)
+            lower(left, i - 1);
+    }
+    lower(a, pixels - 1);
 }
 
 template <size_t Step, size_t Out = Step>
@@ -627,6 +659,7 @@ static void DecodeRows(PNG_WINDOW &window, std::span<const PNG_PASS> passes, uin
     const size_t step = (h.BitsPerPixel + 7u) / 8, stride = size_t{h.IHDRWidth} * 4;
     const bool direct = h.BitDepth == 8 && (h.ColorType == 2 || h.ColorType == 6);
     const UNFILTER unfilter = UnFilterOf(step);
+    const auto unPaethTwo = step == 3 ? UnPaethTwo<3> : UnPaethTwo<4>;
     const CONVERT convert = direct ? nullptr : ConvertOf(h.ColorType, h.BitDepth);
     const std::vector<uint8_t> zeros((direct ? stride : RowBytes(h.IHDRWidth)) + LINE_SLACK);
     std::array<std::vector<uint8_t>, 2> lines = {zeros, zeros};
@@ -635,11 +668,23 @@ static void DecodeRows(PNG_WINDOW &window, std::span<const PNG_PASS> passes, uin
         const uint8_t *prior = zeros.data();
         const size_t bytes = RowBytes(pass.Width);
         for (size_t y = 0; y < pass.Height; y++) {
+            uint8_t *const row = pixels + (pass.IY + y * pass.DY) * stride;
+            if (direct && pass.DX == 1 && y + 1 < pass.Height) {
+                const std::span<const uint8_t> two = PNG_NextBytes(window, 2 * (bytes + 1));
+                if (two.size() == 2 * (bytes + 1) && two[0] == 4 && two[bytes + 1] == 4) {
+                    uint8_t *const lower = row + pass.DY * stride;
+                    unPaethTwo(two.data() + 1, two.data() + bytes + 2, prior, row, lower,
+                               pass.Width);
+                    prior = lower;
+                    y++;
+                    continue;
+                }
+                PNG_Position -= two.size();
+            }
             const std::span<const uint8_t> in = PNG_NextBytes(window, bytes + 1);
             if (in.empty())
                 return;
             const size_t present = in.size() - 1;
-            uint8_t *const row = pixels + (pass.IY + y * pass.DY) * stride;
             uint8_t *const line = direct && pass.DX == 1 ? row : lines[y % 2].data();
             unfilter(in[0], in.data() + 1, prior, line, present / step);
             prior = line;
