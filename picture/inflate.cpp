@@ -93,28 +93,31 @@ constexpr auto PNG_CLMeaning = [] {
     return meaning;
 }();
 
+struct PNG_CODE {
+    uint16_t Symbol, Code, Length; // Code: first bit lowest
+};
+
 // A code as a table that its next bits index; a longer code's entry leads to a table of the second
 // level, indexed by the bits behind. So many entries that each symbol may have one of its own.
 struct PNG_HUFFMAN {
     uint32_t RootBits;
     std::array<uint32_t, (1 << 11) + PNG_LiteralCodes *(1 << (PNG_LongestCode - 11))> Entries;
+    std::array<PNG_CODE, PNG_LiteralCodes> RootCodes; // of the first level, shorter ones first
+    size_t RootCount;
 };
 constexpr uint32_t LITERAL_ROOT = 11, DISTANCE_ROOT = 9, CL_ROOT = 7;
 static PNG_HUFFMAN PNG_LiteralTable, PNG_DistanceTable, PNG_CLTable;
 static bool Inflate_FixedTables; // the tables are those of blocks with fixed codes
 
-// What the next bits hold when up to three literals and the code behind them are taken at once: in
-// the low half the literals in order above ENTRY_LITERALS' count of them and the bits they take; in
-// the high half the entry of the code behind them, their bits counted in, or 0 where the bits at
-// hand do not tell that code.
-static std::array<uint64_t, 1 << LITERAL_ROOT> Inflate_Turns;
+// The first level of PNG_LiteralTable with up to three literals in an entry, as many as its bits
+// tell: they lie above their count in the bits that the other entries use for more.
+static std::array<uint32_t, 1 << LITERAL_ROOT> Inflate_Triples;
 
 static uint64_t Load64(const uint8_t *from)
 {
+    static_assert(std::endian::native == std::endian::little, "as the stream's bits and literals");
     uint64_t value;
     std::memcpy(&value, from, sizeof value);
-    if constexpr (std::endian::native == std::endian::big)
-        value = __builtin_bswap64(value);
     return value;
 }
 
@@ -209,12 +212,16 @@ static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8
     uint32_t *entries = table.Entries.data();
     uint32_t code = 0, size = 1;
     table.RootBits = rootBits;
+    table.RootCount = 0;
     entries[0] = none;
     for (uint32_t n = 1; n <= rootBits; n++) {
         std::memcpy(entries + size, entries, size * sizeof *entries);
         size *= 2;
-        for (int i = 0; i < counts[n]; i++, code = NextReversed(code, size))
+        for (int i = 0; i < counts[n]; i++, code = NextReversed(code, size)) {
+            table.RootCodes[table.RootCount++] = {*symbol, static_cast<uint16_t>(code),
+                                                  static_cast<uint16_t>(n)};
             entries[code] = meaning[*symbol++] + n * 0x101;
+        }
     }
 
     // Longer codes: their first bits lead to a table that the rest indexes.
@@ -236,23 +243,40 @@ static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8
 }
 
 // From the literal table, which is complete by then.
-static void MakeTurns()
+static void MakeTriples()
 {
-    const auto &single = PNG_LiteralTable.Entries;
-    for (size_t i = 0; i < Inflate_Turns.size(); i++) {
-        uint32_t entry = single[i], bits = 0, literals = 0;
-        for (int k = 0; k < 3; k++) {
-            const uint32_t after = bits + EntryBits(entry);
-            const bool fits = (entry & ENTRY_LITERAL) && after <= LITERAL_ROOT;
-            literals += fits ? (EntryValue(entry) << (8 + 8 * k)) + ENTRY_LITERAL : 0;
-            bits = fits ? after : bits;
-            entry = single[i >> bits];
+    // What any `width` bits hold, as triples: nothing, one literal at most, or two. Each table
+    // begins at its size. A literal's code in front turns one table into entries of the next.
+    using TRIPLES = std::array<uint32_t, 1 << LITERAL_ROOT>;
+    static TRIPLES nothing, ones, twos;
+    std::array<PNG_CODE, 256> literals;
+    const std::span codes = std::span(PNG_LiteralTable.RootCodes).first(PNG_LiteralTable.RootCount);
+    const auto end = std::copy_if(codes.begin(), codes.end(), literals.begin(),
+                                  [](const PNG_CODE &code) { return code.Symbol < 256; });
+    const auto put = [&](uint32_t *to, const TRIPLES &rests, uint32_t width) {
+        for (auto code = literals.begin(); code != end && code->Length <= width; ++code) {
+            const uint32_t first = uint32_t{code->Symbol} << 8 | ENTRY_LITERAL | code->Length;
+            const uint32_t size = 1u << (width - code->Length);
+            const uint32_t *rest = rests.data() + size;
+            for (uint32_t i = 0, at = code->Code; i < size; i++, at += 1u << code->Length)
+                to[at] = first + (rest[i] & 255) + (rest[i] >> 8 << 16);
         }
-        const bool length = !(entry & (ENTRY_LITERALS | ENTRY_SPECIAL)) &&
-                            bits + EntryCodeBits(entry) <= LITERAL_ROOT;
-        entry = length || !literals ? entry + bits * 0x101 : 0;
-        Inflate_Turns[i] = uint64_t{entry} << 32 | literals | (entry ? EntryBits(entry) : bits);
-    }
+    };
+    const auto putAll = [&](TRIPLES &to, const TRIPLES &rests, uint32_t widest) {
+        for (uint32_t width = 0; width <= widest; width++) {
+            uint32_t *const table = to.data() + (1u << width);
+            std::fill_n(table, 1u << width, 0);
+            put(table, rests, width);
+        }
+    };
+    std::copy_n(PNG_LiteralTable.Entries.begin(), Inflate_Triples.size(), Inflate_Triples.begin());
+    if (end == literals.begin())
+        return;
+    const uint32_t shortest = literals[0].Length;
+    if (2 * shortest <= LITERAL_ROOT)
+        putAll(ones, nothing, LITERAL_ROOT - 2 * shortest);
+    putAll(twos, ones, LITERAL_ROOT - shortest);
+    put(Inflate_Triples.data(), twos, LITERAL_ROOT);
 }
 
 static bool MakeTables(std::span<const uint8_t> literals, std::span<const uint8_t> distances)
@@ -262,7 +286,7 @@ static bool MakeTables(std::span<const uint8_t> literals, std::span<const uint8_
         PNG_MakeHuffmanFromLengths(PNG_DistanceTable, distances, PNG_DistanceMeaning,
                                    DISTANCE_ROOT);
     if (good)
-        MakeTurns();
+        MakeTriples();
     return good;
 }
 
@@ -363,24 +387,24 @@ static size_t CopyStored(std::span<uint8_t> buffer, size_t position)
 // Copies `length` bytes from `distance` back, and up to 32 bytes of no account behind them.
 static inline void CopyMatch(uint8_t *out, size_t distance, size_t length)
 {
-    // Near distances repeat a pattern: eight bytes of it, and the greatest multiple of the distance
-    // that they hold.
-    constexpr std::array<uint64_t, 8> repeat = {0,
-                                                0x0101010101010101,
-                                                0x0001000100010001,
-                                                0x0001000001000001,
-                                                0x0000000100000001,
-                                                0x0000010000000001,
-                                                0x0001000000000001,
-                                                0x0100000000000001};
-    constexpr std::array<uint8_t, 8> step = {0, 8, 8, 6, 8, 5, 6, 7};
+    using PATTERN = uint64_t __attribute__((vector_size(16)));
     const uint8_t *from = out - distance, *const end = out + length;
     if (distance >= 16) {
-        do {
-            std::memcpy(out, from, 16);
-            std::memcpy(out + 16, from + 16, 16);
+        std::memcpy(out, from, 16);
+        std::memcpy(out + 16, from + 16, 16);
+        while (out + 32 < end) {
             out += 32;
             from += 32;
+            std::memcpy(out, from, 16);
+            std::memcpy(out + 16, from + 16, 16);
+        }
+    } else if (distance == 1) {
+        const uint64_t byte = *from * uint64_t{0x0101010101010101};
+        const PATTERN pattern = {byte, byte};
+        do {
+            std::memcpy(out, &pattern, 16);
+            std::memcpy(out + 16, &pattern, 16);
+            out += 32;
         } while (out < end);
     } else if (distance >= 8) {
         do {
@@ -389,12 +413,26 @@ static inline void CopyMatch(uint8_t *out, size_t distance, size_t length)
             from += 8;
         } while (out < end);
     } else {
-        const uint64_t mask = (uint64_t{1} << (8 * distance)) - 1;
-        const uint64_t pattern = (Load64(from) & mask) * repeat[distance];
+        // Near distances repeat a pattern: sixteen bytes of it, twice eight, of which the second
+        // begin within the pattern, and the greatest multiple of the distance that they hold.
+        constexpr std::array<uint64_t, 8> repeat = {0,
+                                                    0x0101010101010101,
+                                                    0x0001000100010001,
+                                                    0x0001000001000001,
+                                                    0x0000000100000001,
+                                                    0x0000010000000001,
+                                                    0x0001000000000001,
+                                                    0x0100000000000001};
+        constexpr std::array<uint8_t, 8> begin = {0, 0, 0, 2, 0, 3, 2, 1};
+        constexpr std::array<uint8_t, 8> step = {0, 16, 16, 15, 16, 15, 12, 14};
+        const uint64_t mask = (uint64_t{1} << (8 * distance)) - 1, first = Load64(from) & mask;
+        const uint64_t second =
+            first >> 8 * begin[distance] | first << 8 * (distance - begin[distance]);
+        const PATTERN pattern = {first * repeat[distance], (second & mask) * repeat[distance]};
         do {
-            std::memcpy(out, &pattern, 8);
+            std::memcpy(out, &pattern, 16);
             out += step[distance];
-            std::memcpy(out, &pattern, 8);
+            std::memcpy(out, &pattern, 16);
             out += step[distance];
         } while (out < end);
     }
@@ -445,37 +483,38 @@ static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *ou
     bits.Buffer >>= PNG_BitPointer % 8;
     bits.Left -= PNG_BitPointer % 8;
 
-    const uint64_t *const turns = Inflate_Turns.data();
-    constexpr uint32_t rootMask = (1u << LITERAL_ROOT) - 1;
-    const auto take = [&] {
-        const uint64_t turn = turns[bits.Buffer & rootMask];
-        const uint32_t literals = static_cast<uint32_t>(turn) >> 8;
-        std::memcpy(out, &literals, 4);
-        out += turn >> 6 & 3;
-        return turn;
+    const auto nextEntry = [&bits] {
+        return Inflate_Triples[bits.Buffer & ((1u << LITERAL_ROOT) - 1)];
     };
+    const auto putLiterals = [&](uint32_t entry) {
+        const uint32_t three = entry >> 8;
+        std::memcpy(out, &three, 4);
+        out += (entry & ENTRY_LITERALS) / ENTRY_LITERAL;
+        bits.Drop(entry);
+        return nextEntry();
+    };
+    // A turn takes up to three entries of literals, or two and another symbol. It ends with the
+    // entry of the next one at hand, so that its load does not wait for the copying.
+    uint32_t entry = nextEntry();
     while (inLast - bits.In >= readMost && out < outEnd) {
         bits.Refill();
-        uint64_t turn = take();
-        if (turn >> 32 == 0) {
-            bits.Drop(static_cast<uint32_t>(turn));
-            turn = take();
-            if (turn >> 32 == 0) {
-                bits.Drop(static_cast<uint32_t>(turn));
-                turn = take();
-                if (turn >> 32 == 0) {
-                    bits.Drop(static_cast<uint32_t>(turn));
+        if (entry & ENTRY_LITERALS) {
+            entry = putLiterals(entry);
+            if (entry & ENTRY_LITERALS) {
+                entry = putLiterals(entry);
+                if (entry & ENTRY_LITERALS) {
+                    entry = putLiterals(entry);
                     continue;
                 }
             }
         }
-        uint32_t entry = static_cast<uint32_t>(turn >> 32);
         if (entry & ENTRY_SPECIAL) {
             if (entry & ENTRY_LONG)
                 entry = bits.Long(PNG_LiteralTable, LITERAL_ROOT, entry);
             if (entry & ENTRY_LITERALS) {
                 *out++ = static_cast<uint8_t>(EntryValue(entry));
                 bits.Drop(entry);
+                entry = nextEntry();
                 continue;
             }
             if (entry & ENTRY_SPECIAL) {
@@ -488,13 +527,14 @@ static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *ou
                     Inflate_State = INFLATE_DAMAGED;
                     break;
                 }
+                entry = nextEntry();
                 continue;
             }
         }
         const size_t length = bits.Value(entry);
         bits.Drop(entry);
-        bits.Refill();
         entry = PNG_DistanceTable.Entries[bits.Buffer & ((1u << DISTANCE_ROOT) - 1)];
+        bits.Refill();
         if (entry & ENTRY_LONG)
             entry = bits.Long(PNG_DistanceTable, DISTANCE_ROOT, entry);
         const size_t distance = bits.Value(entry);
@@ -503,6 +543,7 @@ static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *ou
             Inflate_State = INFLATE_DAMAGED;
             break;
         }
+        entry = nextEntry();
         CopyMatch(out, distance, length);
         out += length;
     }

@@ -8,16 +8,19 @@
 #include <numbers>
 #include <string_view>
 
+#include "picture/bmp.h"
 #include "picture/gif.h"
 #include "picture/graphics.h"
 #include "picture/ham68.h"
 #include "picture/jpg.h"
 #include "picture/jpg_scan.h"
+#include "picture/lbm.h"
 #include "picture/pcx.h"
 #include "picture/png.h"
 #include "picture/pxm.h"
 #include "picture/spr.h"
 #include "picture/tga.h"
+#include "picture/tif.h"
 #include "picture/xbm.h"
 #include "platform/system.h"
 
@@ -141,6 +144,30 @@ static void LoadJPG(Picture &picture, const char *path, uint16_t, uint16_t)
     JPG_UnLoad();
 }
 
+static void LoadTIF(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    TIF_Load(path);
+    picture.Width = picture.BufferWidth = TIF_Header.Width;
+    picture.Height = picture.BufferHeight = TIF_Header.Height;
+    picture.Bits = TIF_Header.BitsPerSample;
+    picture.Pixels = TIF_Decoding();
+    TIF_UnLoad();
+}
+
+// The decoder's rows end on whole bytes of a plane; the record's on its width.
+static void LoadLBM(Picture &picture, const char *path, uint16_t, uint16_t)
+{
+    LBM_Load(path);
+    picture.Width = picture.BufferWidth = LBM_Header.Width;
+    picture.Height = picture.BufferHeight = LBM_Header.Height;
+    picture.Bits = LBM_Header.Planes;
+    picture.Pixels = LBM_Decoding();
+    const size_t row = size_t{LBM_Header.Width} * 4, stride = size_t{LBM_Header.BufferWidth} * 4;
+    for (size_t y = 1; picture.Pixels && row != stride && y < picture.Height; y++)
+        std::memmove(picture.Pixels + y * row, picture.Pixels + y * stride, row);
+    LBM_UnLoad();
+}
+
 static void LoadXBM(Picture &picture, const char *path, uint16_t, uint16_t)
 {
     XBM_Load(path);
@@ -168,15 +195,15 @@ using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hin
 static constexpr std::array<PICTURE_LOADER, 13> loaders = {
     nullptr,                                                    // PICTURE_UNKNOWN
     LoadHAM68,                                                  // PICTURE_HAM68
-    nullptr,                                                    // PICTURE_BMP
+    LoadPlain<BMP_Load, &BMP_Header, BMP_Decoding, BMP_UnLoad>, // PICTURE_BMP
     LoadPlain<PCX_Load, &PCX_Header, PCX_Decoding, PCX_UnLoad>, // PICTURE_PCX
     LoadPlain<PXM_Load, &PXM_Header, PXM_Decoding, PXM_UnLoad>, // PICTURE_PNM
     LoadJPG,                                                    // PICTURE_JPEG
     LoadPlain<TGA_Load, &TGA_Header, TGA_Decoding, TGA_UnLoad>, // PICTURE_TGA
     LoadPlain<PNG_Load, &PNG_Header, PNG_Decoding, PNG_UnLoad>, // PICTURE_PNG
-    nullptr,                                                    // PICTURE_ILBM
+    LoadLBM,                                                    // PICTURE_ILBM
     LoadXBM,                                                    // PICTURE_XBM
-    nullptr,                                                    // PICTURE_TIFF
+    LoadTIF,                                                    // PICTURE_TIFF
     LoadGIF,                                                    // PICTURE_GIF
     LoadPlain<SPR_Load, &SPR_Header, SPR_Decoding, SPR_UnLoad>, // PICTURE_SPRITES
 };

@@ -265,7 +265,7 @@ struct PNG_WINDOW {
 static void PNG_OpenWindow(PNG_WINDOW &window, uint64_t size, size_t longestRow)
 {
     constexpr size_t piece = 192 * 1024;
-    const size_t most = Inflate_History + std::max(piece, 2 * longestRow);
+    const size_t most = Inflate_History + std::max(piece, 3 * longestRow);
     window.Bytes.resize(std::min<uint64_t>(size, most) + Inflate_Margin + LINE_SLACK);
     window.End = PNG_Position = 0;
     Inflate_Begin(std::span(PNG_Decoder.Data).first(PNG_Decoder.Length));
@@ -291,11 +291,12 @@ static std::span<const uint8_t> PNG_NextBytes(PNG_WINDOW &window, size_t size)
     return std::span(window.Bytes).subspan(PNG_Position - count, count);
 }
 
-// Eight samples side by side, wide enough for sums and differences.
-using LANES = int16_t __attribute__((vector_size(16)));
+// Sixteen samples side by side; eight, wide enough for sums and differences; and how they move.
 using BYTES = uint8_t __attribute__((vector_size(16)));
+using LANES = int16_t __attribute__((vector_size(16)));
 using NARROW = uint8_t __attribute__((vector_size(8)));
 using WORDS = uint64_t __attribute__((vector_size(16)));
+using PIXELS = uint32_t __attribute__((vector_size(16)));
 
 template <size_t Step>
 using PIXEL = std::conditional_t<
@@ -304,20 +305,42 @@ using PIXEL = std::conditional_t<
 
 // A pixel's bytes; 3 and 6 take one or two more with them.
 template <size_t Step>
-static inline LANES LoadPixel(const uint8_t *from)
+static inline BYTES LoadBytes(const uint8_t *from)
 {
+    static_assert(std::endian::native == std::endian::little, "numbers of bytes as they lie");
     PIXEL<Step> pixel;
     std::memcpy(&pixel, from, sizeof pixel);
-    const BYTES bytes = reinterpret_cast<BYTES>(WORDS{pixel, 0});
-    return reinterpret_cast<LANES>(__builtin_shufflevector(bytes, BYTES{}, 0, 16, 1, 17, 2, 18, 3,
-                                                           19, 4, 20, 5, 21, 6, 22, 7, 23));
+    if constexpr (Step == 3 || Step == 4)
+        return reinterpret_cast<BYTES>(PIXELS{pixel});
+    else
+        return reinterpret_cast<BYTES>(WORDS{pixel});
 }
 
 template <size_t Step>
+static inline LANES LoadPixel(const uint8_t *from)
+{
+    return reinterpret_cast<LANES>(__builtin_shufflevector(
+        LoadBytes<Step>(from), BYTES{}, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23));
+}
+
+// Stores a pixel of `Step` bytes, or makes one of four of them: RGB becomes opaque RGBA.
+template <size_t Step, size_t Out>
+static inline void StoreBytes(uint8_t *to, BYTES bytes)
+{
+    if constexpr (Step < Out)
+        bytes |= BYTES{0, 0, 0, 255};
+    const WORDS words = reinterpret_cast<WORDS>(bytes);
+    const PIXEL<Out> pixel = static_cast<PIXEL<Out>>(words[0]);
+    std::memcpy(to, &pixel, sizeof pixel);
+}
+
+template <size_t Step, size_t Out>
 static inline void StorePixel(uint8_t *to, LANES pixel)
 {
-    const NARROW bytes = __builtin_convertvector(pixel, NARROW);
-    std::memcpy(to, &bytes, std::bit_ceil(Step));
+    NARROW bytes = __builtin_convertvector(pixel, NARROW);
+    if constexpr (Step < Out)
+        bytes |= NARROW{0, 0, 0, 255};
+    std::memcpy(to, &bytes, sizeof(PIXEL<Out>));
 }
 
 static inline LANES AddBytes(LANES a, LANES b)
@@ -325,80 +348,174 @@ static inline LANES AddBytes(LANES a, LANES b)
     return reinterpret_cast<LANES>(reinterpret_cast<BYTES>(a) + reinterpret_cast<BYTES>(b));
 }
 
+// Four pixels of RGBA, or of RGB as such, alphas to be made.
 template <size_t Step>
-static void UnSub(const uint8_t *in, uint8_t *out, size_t bytes)
+static inline BYTES LoadFour(const uint8_t *from)
 {
-    LANES a{};
-    for (size_t i = 0; i < bytes; i += Step) {
-        a = AddBytes(a, LoadPixel<Step>(in + i));
-        StorePixel<Step>(out + i, a);
+    PIXELS pixels;
+    for (size_t i = 0; i < 4; i++) {
+        uint32_t pixel;
+        std::memcpy(&pixel, from + i * Step, sizeof pixel);
+        pixels[i] = pixel;
+    }
+    return reinterpret_cast<BYTES>(pixels);
+}
+
+template <size_t Step>
+static inline void StoreFour(uint8_t *to, BYTES bytes)
+{
+    if constexpr (Step < 4)
+        bytes |= BYTES{0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 0, 255};
+    std::memcpy(to, &bytes, sizeof bytes);
+}
+
+// The filters' inverses take lines whose pixels are `Step` bytes apart to lines whose pixels are
+// `Out` bytes apart, of which the one above is `prior`.
+template <size_t Step, size_t Out>
+static void UnNone(const uint8_t *in, uint8_t *out, size_t pixels)
+{
+    if constexpr (Step == Out) {
+        std::memcpy(out, in, pixels * Step);
+    } else {
+        size_t i = 0;
+        for (; i + 4 <= pixels; i += 4)
+            StoreFour<Step>(out + i * Out, LoadFour<Step>(in + i * Step));
+        for (; i < pixels; i++)
+            StoreBytes<Step, Out>(out + i * Out, LoadBytes<Step>(in + i * Step));
     }
 }
 
-static void UnUp(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t bytes)
+template <size_t Step, size_t Out>
+static void UnSub(const uint8_t *in, uint8_t *out, size_t pixels)
 {
-    for (size_t i = 0; i < bytes; i++)
-        out[i] = static_cast<uint8_t>(in[i] + prior[i]);
-}
-
-template <size_t Step>
-static void UnAverage(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t bytes)
-{
-    LANES a{};
-    for (size_t i = 0; i < bytes; i += Step) {
-        a = AddBytes((a + LoadPixel<Step>(prior + i)) >> 1, LoadPixel<Step>(in + i));
-        StorePixel<Step>(out + i, a);
+    BYTES a{};
+    size_t i = 0;
+    if constexpr (Out == 4) {
+        PIXELS last{}; // the pixel before the four, four times
+        for (; i + 4 <= pixels; i += 4) {
+            BYTES four = LoadFour<Step>(in + i * Step);
+            const auto add = [&four](PIXELS more) {
+                four += reinterpret_cast<BYTES>(more);
+                return reinterpret_cast<PIXELS>(four);
+            };
+            const PIXELS one = reinterpret_cast<PIXELS>(four);
+            const PIXELS two = add(__builtin_shufflevector(PIXELS{}, one, 0, 4, 5, 6));
+            add(__builtin_shufflevector(PIXELS{}, two, 0, 1, 4, 5));
+            const PIXELS all = add(last);
+            StoreFour<Step>(out + i * Out, four);
+            last = __builtin_shufflevector(all, all, 3, 3, 3, 3);
+        }
+        a = reinterpret_cast<BYTES>(last);
+    }
+    for (; i < pixels; i++) {
+        a += LoadBytes<Step>(in + i * Step);
+        StoreBytes<Step, Out>(out + i * Out, a);
     }
 }
 
-// The nearest of a, b, c to a + b - c is c where t = 3c - a - b lies between a and b, and else
-// the greater of a and b where t lies below both, the lesser where it lies above.
-template <size_t Step>
-static void UnPaeth(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t bytes)
+template <size_t Step, size_t Out>
+static void UnUp(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t pixels)
+{
+    if constexpr (Step == Out) {
+        for (size_t i = 0; i < pixels * Step; i++)
+            out[i] = static_cast<uint8_t>(in[i] + prior[i]);
+    } else {
+        size_t i = 0;
+        for (; i + 4 <= pixels; i += 4)
+            StoreFour<Step>(out + i * Out,
+                            LoadFour<Step>(in + i * Step) + LoadFour<Out>(prior + i * Out));
+        for (; i < pixels; i++)
+            StoreBytes<Step, Out>(out + i * Out,
+                                  LoadBytes<Step>(in + i * Step) + LoadBytes<Out>(prior + i * Out));
+    }
+}
+
+template <size_t Step, size_t Out>
+static void UnAverage(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t pixels)
+{
+    LANES a{};
+    for (size_t i = 0; i < pixels; i++) {
+        a = AddBytes((a + LoadPixel<Out>(prior + i * Out)) >> 1, LoadPixel<Step>(in + i * Step));
+        StorePixel<Step, Out>(out + i * Out, a);
+    }
+}
+
+// x and the nearest of a, b, c to a + b - c. That is c where t = 3c - a - b lies between a and b,
+// and else the greater of a and b where t lies below both, the lesser where it lies above.
+static inline LANES AddPaeth(LANES a, LANES b, LANES c, LANES x)
+{
+    const LANES t = (3 * c - b) - a;
+    const LANES low = a < b ? a : b, high = a < b ? b : a;
+    const LANES belowHigh = high > t, aboveLow = t > low;
+    return (AddBytes(high, x) & ~aboveLow) | (AddBytes(low, x) & ~belowHigh) |
+           (AddBytes(c, x) & aboveLow & belowHigh);
+}
+
+template <size_t Step, size_t Out>
+static void UnPaeth(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_t pixels)
 {
     LANES a{}, c{};
-    for (size_t i = 0; i < bytes; i += Step) {
-        const LANES x = LoadPixel<Step>(in + i), b = LoadPixel<Step>(prior + i);
-        const LANES t = (3 * c - b) - a;
-        const LANES low = a < b ? a : b, high = a < b ? b : a;
-        const LANES belowHigh = high > t, aboveLow = t > low;
-        a = (AddBytes(high, x) & ~aboveLow) | (AddBytes(low, x) & ~belowHigh) |
-            (AddBytes(c, x) & aboveLow & belowHigh);
+    for (size_t i = 0; i < pixels; i++) {
+        const LANES b = LoadPixel<Out>(prior + i * Out);
+        a = AddPaeth(a, b, c, LoadPixel<Step>(in + i * Step));
+        StorePixel<Step, Out>(out + i * Out, a);
         c = b;
-        StorePixel<Step>(out + i, a);
     }
 }
 
+// Two lines at once, the lower one a pixel behind: each pixel has to wait for the one to its left,
+// which leaves time for two.
 template <size_t Step>
+static void UnPaethTwo(const uint8_t *in, const uint8_t *lowerIn, const uint8_t *prior,
+                       uint8_t *out, uint8_t *lowerOut, size_t pixels)
+{
+    LANES a{}, c{}, lowerA{}, lowerC{};
+    const auto lower = [&](LANES b, size_t i) {
+        lowerA = AddPaeth(lowerA, b, lowerC, LoadPixel<Step>(lowerIn + i * Step));
+        StorePixel<Step, 4>(lowerOut + i * 4, lowerA);
+        lowerC = b;
+    };
+    for (size_t i = 0; i < pixels; i++) {
+        const LANES left = a, b = LoadPixel<4>(prior + i * 4);
+        a = AddPaeth(left, b, c, LoadPixel<Step>(in + i * Step));
+        StorePixel<Step, 4>(out + i * 4, a);
+        c = b;
+        if (i > 0)
+            lower(left, i - 1);
+    }
+    lower(a, pixels - 1);
+}
+
+template <size_t Step, size_t Out = Step>
 static void PNG_UnFilter(uint8_t filter, const uint8_t *in, const uint8_t *prior, uint8_t *out,
-                         size_t bytes)
+                         size_t pixels)
 {
     switch (filter) {
     case 0:
-        std::memcpy(out, in, bytes);
+        UnNone<Step, Out>(in, out, pixels);
         break;
     case 1:
-        UnSub<Step>(in, out, bytes);
+        UnSub<Step, Out>(in, out, pixels);
         break;
     case 2:
-        UnUp(in, prior, out, bytes);
+        UnUp<Step, Out>(in, prior, out, pixels);
         break;
     case 3:
-        UnAverage<Step>(in, prior, out, bytes);
+        UnAverage<Step, Out>(in, prior, out, pixels);
         break;
     case 4:
-        UnPaeth<Step>(in, prior, out, bytes);
+        UnPaeth<Step, Out>(in, prior, out, pixels);
         break;
     default: // no such filter
-        std::memset(out, 0, bytes);
+        std::memset(out, 0, pixels * Out);
         break;
     }
 }
 
 using UNFILTER = void (*)(uint8_t filter, const uint8_t *in, const uint8_t *prior, uint8_t *out,
-                          size_t bytes);
+                          size_t pixels);
 
-// By the bytes from a pixel to the next one, at least 1.
+// By the bytes from a pixel to the next one, at least 1. Only RGB of 8 bits has 3.
 static UNFILTER UnFilterOf(size_t step)
 {
     switch (step) {
@@ -407,7 +524,7 @@ static UNFILTER UnFilterOf(size_t step)
     case 2:
         return PNG_UnFilter<2>;
     case 3:
-        return PNG_UnFilter<3>;
+        return PNG_UnFilter<3, 4>;
     case 4:
         return PNG_UnFilter<4>;
     case 6:
@@ -419,42 +536,45 @@ static UNFILTER UnFilterOf(size_t step)
 
 using RGBA = std::array<uint8_t, 4>;
 
-// The colours that grey levels or palette indices of up to 8 bits stand for.
-static std::array<RGBA, 256> PNG_Colors;
+// The colours that a line's byte of grey levels or palette indices stands for, the leftmost in its
+// highest bits: 8 / BitDepth of them a byte.
+static std::array<RGBA, 256 * 8> PNG_Colors;
 
 static void MakeColors()
 {
     const PNG_HEADER &h = PNG_Header;
-    const unsigned most = (1u << std::min<unsigned>(h.BitDepth, 8)) - 1;
-    for (unsigned i = 0; i < PNG_Colors.size(); i++) {
-        const uint8_t grey = static_cast<uint8_t>(i * 255 / most);
-        PNG_Colors[i] = h.ColorType == 3 ? RGBA{h.PaletteRed[i], h.PaletteGreen[i],
-                                                h.PaletteBlue[i], h.PaletteAlpha[i]}
-                                         : RGBA{grey, grey, grey, 255};
-    }
+    const size_t depth = std::min<size_t>(h.BitDepth, 8), most = (size_t{1} << depth) - 1;
+    RGBA *color = PNG_Colors.data();
+    for (size_t byte = 0; byte < 256; byte++)
+        for (size_t bit = depth; bit <= 8; bit += depth) {
+            const size_t i = byte >> (8 - bit) & most;
+            const uint8_t grey = static_cast<uint8_t>(i * 255 / most);
+            *color++ = h.ColorType == 3 ? RGBA{h.PaletteRed[i], h.PaletteGreen[i], h.PaletteBlue[i],
+                                               h.PaletteAlpha[i]}
+                                        : RGBA{grey, grey, grey, 255};
+        }
 }
 
-// Converters of a line's pixels to RGBA: through PNG_Colors, the leftmost pixel in the highest
-// bits;
+// Converters of a line's pixels to RGBA: through PNG_Colors,
 template <size_t Depth>
 static void ConvertIndices(const uint8_t *line, uint8_t *out, size_t pixels)
 {
-    for (size_t i = 0; i < pixels; i++, out += 4) {
-        const size_t bit = i * Depth;
-        const int index = line[bit / 8] >> (8 - Depth - bit % 8) & ((1 << Depth) - 1);
-        std::memcpy(out, PNG_Colors[static_cast<size_t>(index)].data(), 4);
-    }
+    constexpr size_t count = 8 / Depth;
+    for (; pixels >= count; pixels -= count, out += 4 * count)
+        std::memcpy(out, &PNG_Colors[*line++ * count], 4 * count);
+    if (pixels > 0)
+        std::memcpy(out, &PNG_Colors[*line * count], 4 * pixels);
 }
 
 // and from bytes of pixels `Step` long, alpha 255 where A lies outside.
 template <size_t Step, size_t R, size_t G, size_t B, size_t A>
 static void Convert(const uint8_t *line, uint8_t *out, size_t pixels)
 {
-    for (size_t i = 0; i < pixels; i++, line += Step, out += 4) {
-        out[0] = line[R];
-        out[1] = line[G];
-        out[2] = line[B];
-        out[3] = A < Step ? line[A] : uint8_t{255};
+    for (size_t i = 0; i < pixels; i++) {
+        const uint8_t *const from = line + i * Step;
+        const uint32_t r = from[R], g = from[G], b = from[B], a = A < Step ? from[A] : 255;
+        const uint32_t pixel = r | g << 8 | b << 16 | a << 24;
+        std::memcpy(out + i * 4, &pixel, 4); // as one number: compilers make vectors of it
     }
 }
 
@@ -462,14 +582,13 @@ using CONVERT = void (*)(const uint8_t *line, uint8_t *out, size_t pixels);
 
 static CONVERT ConvertOf(uint8_t type, uint8_t depth)
 {
-    const bool wide = depth == 16;
     switch (type) {
     case 2:
-        return wide ? Convert<6, 0, 2, 4, 6> : Convert<3, 0, 1, 2, 3>;
+        return Convert<6, 0, 2, 4, 6>;
     case 4:
-        return wide ? Convert<4, 0, 0, 0, 2> : Convert<2, 0, 0, 0, 1>;
+        return depth == 16 ? Convert<4, 0, 0, 0, 2> : Convert<2, 0, 0, 0, 1>;
     case 6:
-        return wide ? Convert<8, 0, 2, 4, 6> : Convert<4, 0, 1, 2, 3>;
+        return Convert<8, 0, 2, 4, 6>;
     }
     switch (depth) {
     case 1:
@@ -479,7 +598,7 @@ static CONVERT ConvertOf(uint8_t type, uint8_t depth)
     case 4:
         return ConvertIndices<4>;
     case 8:
-        return ConvertIndices<8>;
+        return type == 0 ? Convert<1, 0, 0, 0, 1> : ConvertIndices<8>;
     default:
         return Convert<2, 0, 0, 0, 2>;
     }
@@ -531,38 +650,50 @@ static bool Decodable()
            h.IHDRWidth <= 65535 && h.IHDRHeight <= 65535 && PNG_Decoder.Length != 0;
 }
 
-// Takes the passes' rows from the window as long as they come. Rows of the file's own RGBA pixels
-// are unfiltered where they belong, others on two lines by turns and then converted.
+// Takes the passes' rows from the window as long as they come. Rows of 8-bit RGB and RGBA become
+// RGBA while they are unfiltered, where they belong if they are whole rows of the picture; others
+// are unfiltered on two lines by turns and then converted.
 static void DecodeRows(PNG_WINDOW &window, std::span<const PNG_PASS> passes, uint8_t *pixels)
 {
     const PNG_HEADER &h = PNG_Header;
-    const UNFILTER unfilter = UnFilterOf((h.BitsPerPixel + 7u) / 8);
-    const CONVERT convert = ConvertOf(h.ColorType, h.BitDepth);
-    const bool inPlace = h.Interlace != 1 && h.ColorType == 6 && h.BitDepth == 8;
-    const std::vector<uint8_t> zeros(RowBytes(h.IHDRWidth) + LINE_SLACK);
+    const size_t step = (h.BitsPerPixel + 7u) / 8, stride = size_t{h.IHDRWidth} * 4;
+    const bool direct = h.BitDepth == 8 && (h.ColorType == 2 || h.ColorType == 6);
+    const UNFILTER unfilter = UnFilterOf(step);
+    const auto unPaethTwo = step == 3 ? UnPaethTwo<3> : UnPaethTwo<4>;
+    const CONVERT convert = direct ? nullptr : ConvertOf(h.ColorType, h.BitDepth);
+    const std::vector<uint8_t> zeros((direct ? stride : RowBytes(h.IHDRWidth)) + LINE_SLACK);
     std::array<std::vector<uint8_t>, 2> lines = {zeros, zeros};
-    std::vector<RGBA> spread(h.IHDRWidth);
+    std::vector<uint8_t> converted(stride);
     for (const PNG_PASS &pass : passes) {
         const uint8_t *prior = zeros.data();
         const size_t bytes = RowBytes(pass.Width);
         for (size_t y = 0; y < pass.Height; y++) {
+            uint8_t *const row = pixels + (pass.IY + y * pass.DY) * stride;
+            if (direct && pass.DX == 1 && y + 1 < pass.Height) {
+                const std::span<const uint8_t> two = PNG_NextBytes(window, 2 * (bytes + 1));
+                if (two.size() == 2 * (bytes + 1) && two[0] == 4 && two[bytes + 1] == 4) {
+                    uint8_t *const lower = row + pass.DY * stride;
+                    unPaethTwo(two.data() + 1, two.data() + bytes + 2, prior, row, lower,
+                               pass.Width);
+                    prior = lower;
+                    y++;
+                    continue;
+                }
+                PNG_Position -= two.size();
+            }
             const std::span<const uint8_t> in = PNG_NextBytes(window, bytes + 1);
             if (in.empty())
                 return;
             const size_t present = in.size() - 1;
-            uint8_t *row = pixels + (pass.IY + y * pass.DY) * h.IHDRWidth * 4;
-            uint8_t *line = inPlace ? row : lines[y % 2].data();
-            unfilter(in[0], in.data() + 1, prior, line, inPlace ? present / 4 * 4 : present);
+            uint8_t *const line = direct && pass.DX == 1 ? row : lines[y % 2].data();
+            unfilter(in[0], in.data() + 1, prior, line, present / step);
             prior = line;
-            const size_t count =
-                std::min<size_t>(pass.Width, present * 8 / h.BitsPerPixel); // whole pixels
-            if (!inPlace && pass.DX == 1) {
-                convert(line, row, count);
-            } else if (!inPlace) {
-                convert(line, spread[0].data(), count);
-                for (size_t x = 0; x < count; x++)
-                    std::memcpy(row + (pass.IX + x * pass.DX) * 4, spread[x].data(), 4);
-            }
+            const size_t whole = std::min<size_t>(pass.Width, present * 8 / h.BitsPerPixel);
+            uint8_t *const rgba = direct ? line : pass.DX == 1 ? row : converted.data();
+            if (!direct)
+                convert(line, rgba, whole);
+            for (size_t x = 0; pass.DX != 1 && x < whole; x++)
+                std::memcpy(row + (pass.IX + x * pass.DX) * 4, rgba + x * 4, 4);
             if (present < bytes)
                 return;
         }

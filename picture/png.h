@@ -74,7 +74,7 @@ void PNG_Load(const char *path);
 /// damaged stream lacks is 0, alpha too. From calloc: the caller frees it. Null when there is
 /// nothing to decode: no header that the standard allows, a side of 0 or above 65535, no data, data
 /// that could not fill a 64th of the picture at the best compression there is, or more pixels than
-/// Picture_MaxBytes. Peak memory beside the file and the pixels: 400 KB and five rows.
+/// Picture_MaxBytes. Peak memory beside the file and the pixels: 400 KB and seven rows.
 uint8_t *PNG_Decoding();
 
 /// Frees the gathered data.

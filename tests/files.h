@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <span>
 #include <string>
@@ -11,9 +13,22 @@
 
 #include "extra/bytes.h"
 
+// In a folder of this process's own, which goes with it: tests run side by side.
 inline std::string TempPath(const std::string &name)
 {
-    return testing::TempDir() + "tessaruvinel_" + name;
+    static const struct FOLDER {
+        std::string Path = testing::TempDir() + "tessaruvinel_XXXXXX";
+        FOLDER()
+        {
+            if (!mkdtemp(Path.data()))
+                std::abort();
+        }
+        ~FOLDER()
+        {
+            std::filesystem::remove_all(Path);
+        }
+    } folder;
+    return folder.Path + "/" + name;
 }
 
 inline std::string WriteTemp(const std::string &name, const std::vector<uint8_t> &bytes)

@@ -137,6 +137,15 @@ TEST(PNG, RulesOfItsOwn)
         {"all filters on the first row",
          File(2, 1, 8, 2, image({{4, 1, 2, 3, 1, 1, 1}})),
          {1, 2, 3, 255, 2, 3, 4, 255}},
+        {"Paeth rows by twos, and one left",
+         File(1, 3, 8, 2, image({{4, 1, 2, 3}, {4, 1, 1, 1}, {4, 255, 1, 1}})),
+         {1, 2, 3, 255, 2, 3, 4, 255, 1, 4, 5, 255}},
+        {"Paeth rows by twos, the second cut short",
+         File(2, 2, 8, 2, image({{4, 1, 2, 3, 1, 1, 1}, {4, 9, 9, 9}})),
+         {1, 2, 3, 255, 2, 3, 4, 255, 10, 11, 12, 255, 0, 0, 0, 0}},
+        {"four pixels from the left at once, and one",
+         File(5, 1, 8, 2, image({{1, 1, 2, 3, 1, 1, 1, 1, 1, 1, 250, 1, 1, 1, 0, 0}})),
+         {1, 2, 3, 255, 2, 3, 4, 255, 3, 4, 5, 255, 253, 5, 6, 255, 254, 5, 6, 255}},
         {"what is missing is transparent",
          File(1, 3, 8, 0, image({{0, 9}})),
          {9, 9, 9, 255, 0, 0, 0, 0, 0, 0, 0, 0}},
@@ -273,5 +282,71 @@ TEST(Inflate, ExactRoomIsNotOverrun)
         EXPECT_EQ(result.Ended, room == 259);
         EXPECT_EQ(std::string(out.begin(), out.end()),
                   std::string(room, 'a') + std::string(64, '-'));
+    }
+}
+
+// The low `count` bits of a number, the highest or the lowest first.
+static std::string Digits(size_t value, size_t count, bool highFirst)
+{
+    std::string digits;
+    for (size_t i = 0; i < count; i++)
+        digits += value >> (highFirst ? count - 1 - i : i) & 1 ? '1' : '0';
+    return digits;
+}
+
+// A number by the class that it falls in and its place there: `classBits` gives a class's extra
+// bits, and the first class holds `least`.
+static std::string InClass(size_t value, size_t least, size_t (*classBits)(size_t),
+                           std::string (*code)(size_t))
+{
+    size_t number = 0;
+    for (; value >= least + (size_t{1} << classBits(number)); number++)
+        least += size_t{1} << classBits(number);
+    return code(number) + Digits(value - least, classBits(number), false);
+}
+
+// Length and distance in the fixed codes of RFC 1951, 3.2.5 and 3.2.6.
+static std::string Match(size_t length, size_t distance)
+{
+    return (length == 258 ? Digits(0xC5, 8, true)
+                          : InClass(
+                                length, 3, [](size_t i) { return i < 8 ? 0 : i / 4 - 1; },
+                                [](size_t i) {
+                                    return i < 23 ? Digits(i + 1, 7, true)
+                                                  : Digits(0xC0 + i - 23, 8, true);
+                                })) +
+           InClass(
+               distance, 1, [](size_t i) { return i < 4 ? 0 : i / 2 - 1; },
+               [](size_t i) { return Digits(i, 5, true); });
+}
+
+TEST(Inflate, CopiesByteByByte)
+{
+    std::vector<size_t> distances = {63, 64, 65, 500, 32768};
+    for (size_t d = 1; d <= 40; d++)
+        distances.push_back(d);
+    for (const size_t distance : distances) {
+        std::string literals;
+        BYTES start;
+        for (size_t i = 0; i < distance; i++) {
+            start.push_back(static_cast<uint8_t>(i * 37 % 131));
+            literals += Digits(0x30u + start.back(), 8, true);
+        }
+        // A match, and what is left of the stream behind it: the end is decoded by other steps.
+        for (const size_t length : {3u, 8u, 15u, 16u, 17u, 31u, 32u, 33u, 64u, 65u, 257u, 258u})
+            for (const size_t after : {0u, 100u}) {
+                BYTES expected = start;
+                for (size_t i = 0; i < length; i++)
+                    expected.push_back(expected[expected.size() - distance]);
+                expected.insert(expected.end(), after, 1);
+                std::string bits =
+                    Digits(0, 16, false) + "110" + literals + Match(length, distance);
+                for (size_t i = 0; i < after; i++)
+                    bits += Digits(0x31, 8, true);
+                BYTES out(expected.size() + 1000);
+                const INFLATE_RESULT result = Inflate_All(Bits(bits + "0000000"), out);
+                out.resize(result.Size);
+                EXPECT_TRUE(result.Ended && out == expected) << distance << ' ' << length;
+            }
     }
 }

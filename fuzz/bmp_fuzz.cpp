@@ -1,0 +1,17 @@
+// Any bytes as a file of the BMP decoder.
+#include <cstdlib>
+
+#include "fuzz/fuzz.h"
+#include "picture/bmp.h"
+#include "picture/picture.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    Picture_MaxBytes = size_t{1} << 20;
+    BMP_Load(FuzzFile(data, size).c_str());
+    std::free(BMP_Decoding());
+    BMP_HEADER header;
+    BMP_GetHeader(&header);
+    BMP_UnLoad();
+    return 0;
+}

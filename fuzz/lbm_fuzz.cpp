@@ -1,0 +1,17 @@
+// Any bytes as a file of the LBM decoder.
+#include <cstdlib>
+
+#include "fuzz/fuzz.h"
+#include "picture/lbm.h"
+#include "picture/picture.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    Picture_MaxBytes = size_t{1} << 20;
+    LBM_Load(FuzzFile(data, size).c_str());
+    std::free(LBM_Decoding());
+    LBM_HEADER header;
+    LBM_GetHeader(&header);
+    LBM_UnLoad();
+    return 0;
+}

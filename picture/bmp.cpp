@@ -1,0 +1,427 @@
+#include "picture/bmp.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <span>
+
+#include "extra/bytes.h"
+#include "picture/picture.h"
+
+BMP_HEADER BMP_Header;
+std::vector<uint8_t> BMP_File;
+
+enum BMP_COMPRESSION : uint16_t { BMP_PLAIN = 0, BMP_RLE8 = 1, BMP_RLE4 = 2, BMP_FIELDS = 3 };
+
+// A file that holds less than this part of its pixels has a size that is not believed; one that
+// holds more is cut short.
+constexpr size_t BMP_LeastShare = 8;
+
+static uint32_t GetLittle(size_t position, int count)
+{
+    return Bytes_GetLittle(BMP_File, position, count);
+}
+
+static void ReadHeader()
+{
+    BMP_HEADER &h = BMP_Header;
+    h = {};
+    h.DataOffset = GetLittle(10, 4);
+    h.PaletteOffset = GetLittle(14, 4) + 14;
+    h.Width = static_cast<uint16_t>(GetLittle(18, 4));
+    const uint32_t height = GetLittle(22, 4);
+    h.TopDown = height >> 31 != 0;
+    h.Height = static_cast<uint16_t>(h.TopDown ? 0 - height : height);
+    h.OutputSize = static_cast<uint32_t>(uint64_t{h.Width} * h.Height * 4);
+    h.BitsPerPixel = static_cast<uint16_t>(GetLittle(28, 2));
+    h.Compression = static_cast<uint16_t>(GetLittle(30, 4));
+}
+
+// Bytes of a row's pixels.
+static size_t RowBytes()
+{
+    return (size_t{BMP_Header.Width} * BMP_Header.BitsPerPixel + 7) / 8;
+}
+
+// Bytes from a row's pixels to the next row. Kept on purpose: the padding of 24-bit rows serves the
+// other depths too, and the shallow ones have a rule of their own.
+static size_t RowSkip()
+{
+    const BMP_HEADER &h = BMP_Header;
+    switch (h.BitsPerPixel) {
+    case 1:
+        return h.Width % 8 != 0 ? 3 : 0;
+    case 4:
+        return h.Width % 4 != 0 ? 3 : 0;
+    default:
+        return h.Width % 4;
+    }
+}
+
+static bool HasRuns()
+{
+    return BMP_Header.Compression == BMP_RLE8 || BMP_Header.Compression == BMP_RLE4;
+}
+
+static bool IsSupported()
+{
+    const BMP_HEADER &h = BMP_Header;
+    switch (h.BitsPerPixel) {
+    case 1:
+    case 4:
+    case 8:
+    case 24:
+        return true;
+    case 16:
+    case 32:
+        return h.Compression == BMP_PLAIN || h.Compression == BMP_FIELDS;
+    default:
+        return false;
+    }
+}
+
+static bool IsPossible()
+{
+    const BMP_HEADER &h = BMP_Header;
+    const size_t pixels = size_t{h.Width} * h.Height;
+    if (!IsSupported() || pixels == 0 || pixels > Picture_MaxBytes / 4 ||
+        h.DataOffset >= BMP_File.size())
+        return false;
+    return HasRuns() || RowBytes() * h.Height / BMP_LeastShare <= BMP_File.size() - h.DataOffset;
+}
+
+// Writes what runs say into a buffer that ends: what goes beyond is left out.
+struct BMP_WRITER {
+    std::span<uint8_t> Buffer;
+    size_t Position = 0;
+
+    size_t Room(size_t count) const
+    {
+        return std::min(count, Buffer.size() - Position);
+    }
+    // The two values in turn.
+    void Repeat(int first, int second, size_t count)
+    {
+        constexpr size_t chunk = 8;
+        std::array<uint8_t, chunk> pattern;
+        for (size_t i = 0; i < chunk; i++)
+            pattern[i] = static_cast<uint8_t>(i % 2 == 0 ? first : second);
+        uint8_t *out = Buffer.data() + Position;
+        count = Room(count);
+        if (Room(count + chunk) == count + chunk)
+            for (size_t i = 0; i < count; i += chunk) // a chunk may pass the run's end
+                std::memcpy(out + i, pattern.data(), chunk);
+        else
+            for (size_t i = 0; i < count; i++)
+                out[i] = pattern[i % chunk];
+        Position += count;
+    }
+    void Copy(std::span<const uint8_t> bytes)
+    {
+        const size_t count = Room(bytes.size());
+        std::copy_n(bytes.begin(), count, Buffer.begin() + static_cast<ptrdiff_t>(Position));
+        Position += count;
+    }
+    void CopyNibbles(std::span<const uint8_t> bytes, size_t count)
+    {
+        count = Room(std::min(count, 2 * bytes.size()));
+        for (size_t i = 0; i < count; i++)
+            Buffer[Position + i] = bytes[i / 2] & (i % 2 == 0 ? 0xF0 : 0x0F);
+        Position += count;
+    }
+};
+
+// One byte a pixel; of RLE4 the nibble, left where it stood in its byte. Kept on purpose: ends of
+// lines and of the bitmap do nothing, a delta skips bytes of the file and not pixels, and the
+// padding of RLE4's literal pixels is that of half as many.
+static size_t ExpandRuns(std::span<const uint8_t> file, std::span<uint8_t> pixels)
+{
+    const BMP_HEADER &h = BMP_Header;
+    const bool nibbles = h.Compression == BMP_RLE4;
+    BMP_WRITER out{pixels};
+    size_t p = h.DataOffset;
+    while (p < file.size() && out.Position < pixels.size()) {
+        const size_t count = Bytes_GetByte(file, p);
+        const uint8_t value = Bytes_GetByte(file, p);
+        if (count != 0) {
+            out.Repeat(value & (nibbles ? 0xF0 : 0xFF), value & (nibbles ? 0x0F : 0xFF), count);
+        } else if (value == 2) {
+            const size_t dx = Bytes_GetByte(file, p), dy = Bytes_GetByte(file, p);
+            p += dy * h.Width + dx;
+        } else if (value > 2 && nibbles) {
+            const size_t bytes = (value + size_t{1}) / 2;
+            out.CopyNibbles(Bytes_GetSpan(file, p, bytes), value);
+            p += bytes + value / 2 % 2;
+        } else if (value > 2) {
+            out.Copy(Bytes_GetSpan(file, p, value));
+            p += value + size_t{value} % 2;
+        }
+    }
+    return out.Position;
+}
+
+// Joins RLE4's pixels to two a byte and returns the bytes that are left. Kept on purpose: as many
+// of them as the width squared says, not as the picture has; those behind stay as they are.
+static size_t PackNibbles(std::span<uint8_t> pixels)
+{
+    constexpr size_t block = 8;
+    const size_t wanted = (size_t{BMP_Header.Width} * BMP_Header.Width + 1) / 2;
+    const size_t pairs = std::min(wanted, pixels.size() / 2);
+    size_t i = 0;
+    for (; i + block <= pairs; i += block) {
+        std::array<uint8_t, 2 * block> nibbles;
+        std::array<uint8_t, block> bytes;
+        std::memcpy(nibbles.data(), pixels.data() + 2 * i, nibbles.size());
+        for (size_t k = 0; k < block; k++)
+            bytes[k] = nibbles[2 * k] | nibbles[2 * k + 1];
+        std::memcpy(pixels.data() + i, bytes.data(), bytes.size());
+    }
+    for (; i < pairs; i++)
+        pixels[i] = pixels[2 * i] | pixels[2 * i + 1];
+    if (i == wanted)
+        return pixels.size();
+    if (pixels.size() % 2 != 0)
+        pixels[i++] = pixels.back();
+    return i;
+}
+
+// The file with its runs expanded: what stands before them as it was, then the pixels.
+static std::vector<uint8_t> ExpandFile()
+{
+    const BMP_HEADER &h = BMP_Header;
+    const size_t offset = h.DataOffset;
+    // Two bytes stand for 255 pixels at most.
+    const size_t pixels = std::min(size_t{h.Width} * h.Height, (BMP_File.size() - offset) * 128);
+    std::vector<uint8_t> expanded(offset + pixels);
+    std::copy_n(BMP_File.begin(), offset, expanded.begin());
+    const std::span<uint8_t> room = std::span(expanded).subspan(offset);
+    size_t size = ExpandRuns(BMP_File, room);
+    if (h.Compression == BMP_RLE4)
+        size = PackNibbles(room.first(size));
+    expanded.resize(offset + size);
+    return expanded;
+}
+
+void BMP_Load(const char *path)
+{
+    BMP_File = Bytes_LoadFile(path);
+    ReadHeader();
+    if (!IsPossible())
+        BMP_File = {};
+    else if (HasRuns())
+        BMP_File = ExpandFile();
+}
+
+static void ReadPalette(size_t count)
+{
+    for (size_t i = 0; i < count; i++) {
+        const uint32_t bgr = GetLittle(BMP_Header.PaletteOffset + 4 * i, 3);
+        BMP_Header.Palette[i] = {static_cast<uint8_t>(bgr >> 16), static_cast<uint8_t>(bgr >> 8),
+                                 static_cast<uint8_t>(bgr), 255};
+    }
+}
+
+// Masks are read in the byte order of the pixels: 32-bit pixels highest byte first.
+static void ReadMasks()
+{
+    BMP_HEADER &h = BMP_Header;
+    size_t position = h.PaletteOffset == h.DataOffset ? 54 : h.PaletteOffset;
+    for (uint32_t *mask : {&h.RedMask, &h.GreenMask, &h.BlueMask})
+        *mask = h.BitsPerPixel == 16 ? Bytes_GetLittle(BMP_File, position, 4)
+                                     : Bytes_GetBig(BMP_File, position, 4);
+}
+
+uint8_t BMP_BitCounter(uint32_t mask)
+{
+    return mask == 0 ? uint8_t{0}
+                     : static_cast<uint8_t>(std::countr_one(mask >> std::countr_zero(mask)));
+}
+
+// How a component is cut out of a pixel: (pixel & Mask) >> Right << Left, of which 8 bits count.
+struct BMP_FIELD {
+    uint32_t Mask;
+    int Right, Left;
+
+    // Shifts as far as they can be told; all bits gone is a mask of 0.
+    static BMP_FIELD Make(uint32_t mask, int right, int left)
+    {
+        right += left < 0 ? -left : 0;
+        return right > 31 ? BMP_FIELD{0, 0, 0} : BMP_FIELD{mask, right, left < 0 ? 0 : left};
+    }
+    uint32_t operator()(uint32_t pixel) const
+    {
+        return (pixel & Mask) >> Right << Left & 0xFF;
+    }
+};
+using BMP_FIELDS3 = std::array<BMP_FIELD, 3>; // red, green, blue
+
+// Fields lie side by side, blue lowest, in the pixel's 16 bits, and are brought to 8 bits.
+static BMP_FIELDS3 Fields16()
+{
+    const BMP_HEADER &h = BMP_Header;
+    if (h.Compression == BMP_PLAIN)
+        return {{{0x7C00, 7, 0}, {0x03E0, 2, 0}, {0x001F, 0, 3}}};
+    const int red = BMP_BitCounter(h.RedMask), green = BMP_BitCounter(h.GreenMask),
+              blue = BMP_BitCounter(h.BlueMask);
+    return {BMP_FIELD::Make(h.RedMask, green + blue, 8 - red),
+            BMP_FIELD::Make(h.GreenMask, blue, 8 - green),
+            BMP_FIELD::Make(h.BlueMask, 0, 8 - blue)};
+}
+
+// Fields lie side by side, red lowest, in the pixel's 32 bits, and are taken to have 8 bits.
+static BMP_FIELDS3 Fields32()
+{
+    const BMP_HEADER &h = BMP_Header;
+    const int red = BMP_BitCounter(h.RedMask), green = BMP_BitCounter(h.GreenMask);
+    return {BMP_FIELD::Make(h.RedMask, 0, 0), BMP_FIELD::Make(h.GreenMask, red, 0),
+            BMP_FIELD::Make(h.BlueMask, red + green, 0)};
+}
+
+// The four bytes of a pixel in memory order, as one number.
+static uint32_t PackPixel(uint32_t r, uint32_t g, uint32_t b, uint32_t a)
+{
+    if constexpr (std::endian::native == std::endian::little)
+        return r | g << 8 | b << 16 | a << 24;
+    else
+        return r << 24 | g << 16 | b << 8 | a;
+}
+
+static void StorePixel(uint8_t *out, uint32_t pixel)
+{
+    std::memcpy(out, &pixel, 4);
+}
+
+// Calls row(bytes, pixels, out) for each row of the file with as many pixels as are there whole.
+template <class ROW>
+static void DecodeRows(uint8_t *pixels, const ROW &row)
+{
+    const BMP_HEADER &h = BMP_Header;
+    const size_t bytes = RowBytes(), stride = bytes + RowSkip();
+    for (size_t r = 0; r < h.Height; r++) {
+        const auto in = Bytes_GetSpan(BMP_File, h.DataOffset + r * stride, bytes);
+        const size_t count = std::min<size_t>(h.Width, in.size() * 8 / h.BitsPerPixel);
+        const size_t y = h.TopDown ? r : h.Height - 1u - r;
+        row(in.data(), count, pixels + y * h.Width * 4);
+    }
+}
+
+// Pixels of `bits` bits, PER of them at a time out of a table; the highest bits are the first.
+template <size_t BITS, size_t PER>
+static void DecodeShallow(uint8_t *pixels)
+{
+    constexpr size_t step = BITS * PER, codes = size_t{1} << step;
+    static_assert(8 % step == 0);
+    std::array<std::array<uint32_t, PER>, codes> table;
+    for (size_t code = 0; code < codes; code++)
+        for (size_t i = 0; i < PER; i++)
+            table[code][i] = std::bit_cast<uint32_t>(
+                BMP_Header.Palette[code >> (PER - 1 - i) * BITS & ((1u << BITS) - 1)]);
+    DecodeRows(pixels, [&table](const uint8_t *in, size_t count, uint8_t *out) {
+        const auto entry = [&](size_t i) { // the one that holds pixel i
+            const size_t bit = i * BITS;
+            return table[in[bit / 8] >> (8 - step - bit % 8) & (codes - 1)].data();
+        };
+        size_t i = 0;
+        for (; i + PER <= count; i += PER)
+            std::memcpy(out + 4 * i, entry(i), 4 * PER);
+        if (i < count)
+            std::memcpy(out + 4 * i, entry(i), 4 * (count - i));
+    });
+}
+
+static void Decode16(uint8_t *pixels)
+{
+    DecodeRows(pixels, [fields = Fields16()](const uint8_t *in, size_t count, uint8_t *out) {
+        const auto [red, green, blue] = fields;
+        for (size_t i = 0; i < count; i++) {
+            const uint32_t w = in[2 * i] | static_cast<uint32_t>(in[2 * i + 1]) << 8;
+            StorePixel(out + 4 * i, PackPixel(red(w), green(w), blue(w), 255));
+        }
+    });
+}
+
+// Each pixel but the last is taken with the byte behind it.
+static void Decode24(uint8_t *pixels)
+{
+    DecodeRows(pixels, [](const uint8_t *in, size_t count, uint8_t *out) {
+        size_t i = 0;
+        if constexpr (std::endian::native == std::endian::little)
+            for (; i + 1 < count; i++) {
+                uint32_t bgr;
+                std::memcpy(&bgr, in + 3 * i, 4);
+                StorePixel(out + 4 * i, __builtin_bswap32(bgr) >> 8 | 0xFF000000);
+            }
+        for (; i < count; i++)
+            StorePixel(out + 4 * i, PackPixel(in[3 * i + 2], in[3 * i + 1], in[3 * i], 255));
+    });
+}
+
+// Kept on purpose: the first byte is the alpha, the last the red.
+static void Decode32(uint8_t *pixels)
+{
+    DecodeRows(pixels, [](const uint8_t *in, size_t count, uint8_t *out) {
+        for (size_t i = 0; i < count; i++)
+            StorePixel(out + 4 * i,
+                       PackPixel(in[4 * i + 3], in[4 * i + 2], in[4 * i + 1], in[4 * i]));
+    });
+}
+
+static void Decode32Fields(uint8_t *pixels)
+{
+    DecodeRows(pixels, [fields = Fields32()](const uint8_t *in, size_t count, uint8_t *out) {
+        const auto [red, green, blue] = fields;
+        for (size_t i = 0; i < count; i++) {
+            const uint32_t first = in[4 * i], second = in[4 * i + 1], third = in[4 * i + 2];
+            const uint32_t w = first << 24 | second << 16 | third << 8 | in[4 * i + 3];
+            StorePixel(out + 4 * i, PackPixel(red(w), green(w), blue(w), 255));
+        }
+    });
+}
+
+uint8_t *BMP_Decoding()
+{
+    const BMP_HEADER &h = BMP_Header;
+    if (BMP_File.empty())
+        return nullptr;
+    uint8_t *pixels = Picture_NewPixels(h.Width, h.Height);
+    if (!pixels)
+        return nullptr;
+    if (h.BitsPerPixel <= 8)
+        ReadPalette(size_t{1} << h.BitsPerPixel);
+    if (h.Compression == BMP_FIELDS)
+        ReadMasks();
+    switch (h.BitsPerPixel) {
+    case 1:
+        DecodeShallow<1, 4>(pixels);
+        break;
+    case 4:
+        DecodeShallow<4, 2>(pixels);
+        break;
+    case 8:
+        DecodeShallow<8, 1>(pixels);
+        break;
+    case 16:
+        Decode16(pixels);
+        break;
+    case 24:
+        Decode24(pixels);
+        break;
+    default:
+        if (h.Compression == BMP_FIELDS)
+            Decode32Fields(pixels);
+        else
+            Decode32(pixels);
+    }
+    return pixels;
+}
+
+void BMP_UnLoad()
+{
+    BMP_File = {};
+}
+
+BMP_HEADER *BMP_GetHeader(BMP_HEADER *out)
+{
+    *out = BMP_Header;
+    return out;
+}

@@ -1,0 +1,502 @@
+#include "picture/lbm.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <span>
+#include <string_view>
+#include <type_traits>
+
+#include "extra/bytes.h"
+#include "picture/picture.h"
+
+LBM_HEADER LBM_Header;
+std::vector<uint8_t> LBM_File;
+size_t LBM_Position;
+
+static constexpr uint32_t ID(std::string_view text)
+{
+    uint32_t id = 0;
+    for (const char c : text)
+        id = id << 8 | static_cast<uint8_t>(c);
+    return id;
+}
+
+constexpr uint32_t LBM_PBM = ID("PBM ");
+constexpr uint32_t LBM_HalfBright = 0x80, LBM_HoldAndModify = 0x800; // bits of CAMG
+constexpr size_t LBM_TrueColor = 24;                                 // planes
+constexpr uint8_t LBM_ByteRun1 = 1;
+// A file that can hold less than this part of its pixels has a size that is not believed.
+constexpr size_t LBM_LeastShare = 8;
+
+uint8_t LBM_GetByte()
+{
+    return Bytes_GetByte(LBM_File, LBM_Position);
+}
+
+uint16_t LBM_GetWord()
+{
+    return static_cast<uint16_t>(Bytes_GetBig(LBM_File, LBM_Position, 2));
+}
+
+uint32_t LBM_GetDWord()
+{
+    return Bytes_GetBig(LBM_File, LBM_Position, 4);
+}
+
+static void ReadBMHD()
+{
+    LBM_HEADER &h = LBM_Header;
+    h.Width = LBM_GetWord();
+    h.BufferWidth = static_cast<uint16_t>((h.Width + 7) & ~7); // 0 when it is too wide
+    h.Height = LBM_GetWord();
+    h.X = LBM_GetWord();
+    h.Y = LBM_GetWord();
+    h.Planes = LBM_GetByte();
+    h.Masking = LBM_GetByte();
+    h.Compression = LBM_GetByte();
+    h.Pad = LBM_GetByte();
+    h.TransparentColor = LBM_GetWord();
+    h.XAspect = LBM_GetByte();
+    h.YAspect = LBM_GetByte();
+    h.PageWidth = LBM_GetWord();
+    h.PageHeight = LBM_GetWord();
+    h.OutputSize = static_cast<uint32_t>(uint64_t{h.BufferWidth} * h.Height * 4);
+}
+
+// Kept on purpose: as many entries as the planes can tell apart, even when the chunk is shorter.
+static void ReadCMAP(size_t size)
+{
+    auto &palette = LBM_Header.Palette;
+    const size_t colors = size_t{1} << std::min<size_t>(LBM_Header.Planes, 8);
+    for (size_t i = 0; i < std::min(std::max(colors, size / 3), palette.size()); i++)
+        for (uint8_t &component : palette[i])
+            component = LBM_GetByte();
+}
+
+static void ReadANNO(size_t size)
+{
+    auto &text = LBM_Header.Annotation;
+    text = {};
+    for (size_t i = 0; i < std::min(size, text.size() - 1); i++)
+        text[i] = static_cast<char>(LBM_GetByte());
+}
+
+// Walks the chunks up to the BODY. A FORM is descended into.
+static void ReadChunks()
+{
+    LBM_HEADER &h = LBM_Header;
+    LBM_Position = 0;
+    while (LBM_Position < LBM_File.size() && h.BodyOffset == 0) {
+        const uint32_t id = LBM_GetDWord();
+        const uint32_t size = LBM_GetDWord();
+        size_t next = LBM_Position + size + size % 2;
+        switch (id) {
+        case ID("FORM"):
+            h.FormType = LBM_GetDWord();
+            next = LBM_Position;
+            break;
+        case ID("ANNO"):
+            ReadANNO(size);
+            break;
+        case ID("BMHD"):
+            ReadBMHD();
+            break;
+        case ID("CMAP"):
+            ReadCMAP(size);
+            break;
+        case ID("CAMG"):
+            h.ViewMode = LBM_GetDWord();
+            break;
+        case ID("BODY"):
+            h.BodyOffset = static_cast<uint32_t>(LBM_Position);
+            h.BodySize = size != 0
+                             ? size
+                             : static_cast<uint32_t>(h.FileSize - LBM_Position); // a lazy writer
+            break;
+        }
+        LBM_Position = next;
+    }
+}
+
+static bool IsChunky()
+{
+    return LBM_Header.FormType == LBM_PBM;
+}
+
+// Planes of a row in the file, with the mask.
+static size_t StoredPlanes()
+{
+    return LBM_Header.Planes + size_t{LBM_Header.Masking == 1};
+}
+
+// Bytes of a whole row: of PBM's pixels, or of all planes when each takes `plane` bytes.
+static size_t RowBytes(size_t plane)
+{
+    return IsChunky() ? (LBM_Header.Width + size_t{1}) & ~size_t{1} : plane * StoredPlanes();
+}
+
+static size_t ShortPlane()
+{
+    return LBM_Header.BufferWidth / 8u;
+}
+
+// The standard pads a plane's row to whole words.
+static size_t WordPlane()
+{
+    return (ShortPlane() + 1) & ~size_t{1};
+}
+
+// Bytes of a plane's row. Files whose planes are padded to bytes only are told by their BODY: it is
+// whole, and ends within the row behind their last.
+static size_t PlaneBytes()
+{
+    const LBM_HEADER &h = LBM_Header;
+    const size_t body = h.Compression == LBM_ByteRun1 ? LBM_File.size() - h.BodyOffset : h.BodySize;
+    const size_t needed = RowBytes(ShortPlane()) * h.Height;
+    const bool fits = body >= needed && body - needed < RowBytes(ShortPlane());
+    return fits && body < RowBytes(WordPlane()) * h.Height ? ShortPlane() : WordPlane();
+}
+
+static bool IsPossible()
+{
+    const LBM_HEADER &h = LBM_Header;
+    const size_t pixels = size_t{h.BufferWidth} * h.Height;
+    const bool planes =
+        (h.Planes >= 1 && h.Planes <= 8) || (h.Planes == LBM_TrueColor && !IsChunky());
+    if (!planes || h.BodyOffset == 0 || pixels == 0 || pixels > Picture_MaxBytes / 4)
+        return false;
+    const size_t most = h.Compression == LBM_ByteRun1 ? 64 : 1; // bytes out of one
+    const size_t body = Bytes_GetSpan(LBM_File, h.BodyOffset).size() * most;
+    return body != 0 && RowBytes(ShortPlane()) * h.Height / LBM_LeastShare <= body;
+}
+
+// The file up to its BODY, then the BODY expanded.
+static std::vector<uint8_t> ExpandFile()
+{
+    const LBM_HEADER &h = LBM_Header;
+    const size_t offset = h.BodyOffset;
+    const auto packed = Bytes_GetSpan(LBM_File, offset, h.BodySize);
+    std::vector<uint8_t> expanded(offset +
+                                  std::min(RowBytes(WordPlane()) * h.Height, packed.size() * 64));
+    std::copy_n(LBM_File.begin(), offset, expanded.begin());
+    expanded.resize(offset + LBM_ExpandByteRuns(packed, std::span(expanded).subspan(offset)));
+    return expanded;
+}
+
+void LBM_Load(const char *path)
+{
+    LBM_Header = {};
+    LBM_File = Bytes_LoadFile(path);
+    LBM_Header.FileSize = static_cast<uint32_t>(LBM_File.size());
+    ReadChunks();
+    if (!IsPossible())
+        LBM_File = {};
+    else if (LBM_Header.Compression == LBM_ByteRun1)
+        LBM_File = ExpandFile();
+}
+
+// A byte's bits as eight bytes of 0 or 1, the highest bit first in memory.
+static constexpr std::array<uint64_t, 256> LBM_Spread = [] {
+    std::array<uint64_t, 256> spread{};
+    for (size_t byte = 0; byte < spread.size(); byte++) {
+        std::array<uint8_t, 8> bits{};
+        for (size_t i = 0; i < bits.size(); i++)
+            bits[i] = byte >> (7 - i) & 1;
+        spread[byte] = std::bit_cast<uint64_t>(bits);
+    }
+    return spread;
+}();
+static_assert(LBM_Spread[0x80] + LBM_Spread[0x01] == LBM_Spread[0x81]);
+
+// Byte columns that are turned at a time, and their bytes of eight planes.
+constexpr size_t LBM_Block = 8;
+using LBM_WORDS = std::array<uint64_t, LBM_Block>;
+
+// A word's first byte in memory is its lowest.
+static uint64_t InMemoryOrder(uint64_t word)
+{
+    return std::endian::native == std::endian::little ? word : __builtin_bswap64(word);
+}
+
+// Turns an 8 x 8 matrix of units of UNIT bits, a row in each word: unit i of word j, and of each
+// group of 8 units there is, becomes unit j of word i. Halves, quarters and eighths change places.
+template <int UNIT>
+static void Turn(LBM_WORDS &words)
+{
+    const auto swap = [&words]<size_t STEP>(std::integral_constant<size_t, STEP>) {
+        // the lower STEP of each 2 STEP units
+        constexpr uint64_t mask = [] {
+            uint64_t bits = 0;
+            for (size_t bit = 0; bit < 64; bit++)
+                bits |= uint64_t{bit / UNIT % (2 * STEP) < STEP} << bit;
+            return bits;
+        }();
+        for (size_t i = 0; i < words.size(); i++) {
+            if (i & STEP)
+                continue;
+            const uint64_t differing = (words[i] >> UNIT * STEP ^ words[i + STEP]) & mask;
+            words[i + STEP] ^= differing;
+            words[i] ^= differing << UNIT * STEP;
+        }
+    };
+    swap(std::integral_constant<size_t, 4>());
+    swap(std::integral_constant<size_t, 2>());
+    swap(std::integral_constant<size_t, 1>());
+}
+
+// A block's columns by table, which is faster for few planes.
+template <size_t COUNT>
+static void JoinFew(const LBM_WORDS &planes, uint8_t *out)
+{
+    for (size_t k = 0; k < LBM_Block; k++) {
+        uint64_t values = 0;
+        for (size_t p = 0; p < COUNT; p++)
+            values |= LBM_Spread[planes[p] >> 8 * k & 0xFF] << p;
+        std::memcpy(out + 8 * k, &values, 8);
+    }
+}
+
+// A block's columns by turning: first a word for each bit position, then one for each column.
+static void JoinMany(LBM_WORDS planes, uint8_t *out)
+{
+    Turn<1>(planes);
+    std::reverse(planes.begin(), planes.end());
+    Turn<8>(planes);
+    for (size_t k = 0; k < LBM_Block; k++) {
+        const uint64_t values = InMemoryOrder(planes[k]);
+        std::memcpy(out + 8 * k, &values, 8);
+    }
+}
+
+// The values that COUNT planes, the lowest bit first and `plane` bytes apart, give the pixels of
+// each byte column, the highest bit being the first. Writes whole blocks.
+template <size_t COUNT>
+static void JoinPlanes(const uint8_t *in, size_t plane, uint8_t *out)
+{
+    for (size_t k = 0; k < plane; k += LBM_Block) {
+        LBM_WORDS words{};
+        for (size_t p = 0; p < COUNT; p++) {
+            if (k + LBM_Block <= plane)
+                std::memcpy(&words[p], in + p * plane + k, LBM_Block);
+            else
+                std::memcpy(&words[p], in + p * plane + k, plane - k);
+            words[p] = InMemoryOrder(words[p]);
+        }
+        if constexpr (COUNT <= 5)
+            JoinFew<COUNT>(words, out + 8 * k);
+        else
+            JoinMany(words, out + 8 * k);
+    }
+}
+
+// Pixels that JoinPlanes writes.
+static size_t JoinedPixels(size_t plane)
+{
+    return (plane + LBM_Block - 1) / LBM_Block * LBM_Block * 8;
+}
+
+using LBM_JOIN = void (*)(const uint8_t *in, size_t plane, uint8_t *out);
+constexpr std::array<LBM_JOIN, 8> LBM_Join = {
+    JoinPlanes<1>, JoinPlanes<2>, JoinPlanes<3>, JoinPlanes<4>,
+    JoinPlanes<5>, JoinPlanes<6>, JoinPlanes<7>, JoinPlanes<8>,
+};
+
+using LBM_COLORS = std::array<uint32_t, 256>; // R G B A in memory order
+
+static uint32_t Color(uint8_t r, uint8_t g, uint8_t b, uint8_t a)
+{
+    return std::bit_cast<uint32_t>(std::array<uint8_t, 4>{r, g, b, a});
+}
+
+// The palette; in half-bright its second 32 are the first at half their light.
+static LBM_COLORS ReadColors()
+{
+    const LBM_HEADER &h = LBM_Header;
+    const bool halfBright = h.Planes == 6 && (h.ViewMode & LBM_HalfBright) != 0 && !IsChunky();
+    LBM_COLORS colors;
+    for (size_t i = 0; i < colors.size(); i++) {
+        const bool half = halfBright && i >= 32;
+        const auto [r, g, b] = h.Palette[half ? i % 32 : i];
+        colors[i] = half ? Color(r / 2, g / 2, b / 2, 255) : Color(r, g, b, 255);
+    }
+    return colors;
+}
+
+static void PaintIndices(const LBM_COLORS &colors, const uint8_t *in, size_t count, uint8_t *out)
+{
+    for (size_t i = 0; i < count; i++)
+        std::memcpy(out + 4 * i, &colors[in[i]], 4);
+}
+
+// Hold-And-Modify: what each code keeps of its left neighbour's colour, and what it adds.
+struct LBM_HAM {
+    LBM_COLORS Kept, Added;
+};
+
+// The two highest planes say what the others, 4 or 6, are: an entry of the palette, or a new blue,
+// red or green.
+static LBM_HAM ReadHAM(const LBM_COLORS &colors)
+{
+    const size_t bits = LBM_Header.Planes - 2u;
+    LBM_HAM ham{};
+    for (size_t code = 0; code < size_t{1} << LBM_Header.Planes; code++) {
+        const size_t data = code & ((size_t{1} << bits) - 1);
+        const auto level = static_cast<uint8_t>(data << (8 - bits) | data >> (2 * bits - 8));
+        constexpr uint8_t all = 255;
+        switch (code >> bits) {
+        case 0:
+            ham.Added[code] = colors[data];
+            break;
+        case 1:
+            ham.Kept[code] = Color(all, all, 0, all);
+            ham.Added[code] = Color(0, 0, level, 0);
+            break;
+        case 2:
+            ham.Kept[code] = Color(0, all, all, all);
+            ham.Added[code] = Color(level, 0, 0, 0);
+            break;
+        case 3:
+            ham.Kept[code] = Color(all, 0, all, all);
+            ham.Added[code] = Color(0, level, 0, 0);
+            break;
+        }
+    }
+    return ham;
+}
+
+// A row starts from the first colour of the palette.
+static void PaintHAM(const LBM_HAM &ham, const uint8_t *in, size_t count, uint8_t *out)
+{
+    uint32_t color = ham.Added[0];
+    for (size_t i = 0; i < count; i++) {
+        color = (color & ham.Kept[in[i]]) | ham.Added[in[i]];
+        std::memcpy(out + 4 * i, &color, 4);
+    }
+}
+
+static void PaintComponents(const uint8_t *r, const uint8_t *g, const uint8_t *b, size_t count,
+                            uint8_t *out)
+{
+    for (size_t i = 0; i < count; i++) {
+        out[4 * i] = r[i];
+        out[4 * i + 1] = g[i];
+        out[4 * i + 2] = b[i];
+        out[4 * i + 3] = 255;
+    }
+}
+
+// Calls row(bytes, out) for each row of which the file has something; the rest of it reads as 0.
+template <class ROW>
+static void DecodeRows(uint8_t *pixels, size_t bytes, const ROW &row)
+{
+    const LBM_HEADER &h = LBM_Header;
+    std::vector<uint8_t> last;
+    for (size_t y = 0; y < h.Height; y++) {
+        auto in = Bytes_GetSpan(LBM_File, h.BodyOffset + y * bytes, bytes);
+        if (in.empty())
+            break;
+        if (in.size() < bytes) {
+            last.assign(in.begin(), in.end());
+            last.resize(bytes);
+            in = last;
+        }
+        row(in.data(), pixels + y * h.BufferWidth * 4);
+    }
+}
+
+static void DecodeChunky(uint8_t *pixels)
+{
+    DecodeRows(pixels, RowBytes(0), [colors = ReadColors()](const uint8_t *in, uint8_t *out) {
+        PaintIndices(colors, in, LBM_Header.Width, out);
+    });
+}
+
+static void DecodeTrueColor(uint8_t *pixels)
+{
+    const size_t plane = PlaneBytes();
+    std::vector<uint8_t> components(3 * JoinedPixels(plane));
+    uint8_t *r = components.data(), *g = r + JoinedPixels(plane), *b = g + JoinedPixels(plane);
+    DecodeRows(pixels, RowBytes(plane), [=](const uint8_t *in, uint8_t *out) {
+        JoinPlanes<8>(in, plane, r);
+        JoinPlanes<8>(in + 8 * plane, plane, g);
+        JoinPlanes<8>(in + 16 * plane, plane, b);
+        PaintComponents(r, g, b, LBM_Header.BufferWidth, out);
+    });
+}
+
+static void DecodePlanar(uint8_t *pixels)
+{
+    const LBM_HEADER &h = LBM_Header;
+    const size_t plane = PlaneBytes();
+    const bool hold = (h.ViewMode & LBM_HoldAndModify) != 0 && (h.Planes == 6 || h.Planes == 8);
+    const LBM_COLORS colors = ReadColors();
+    const LBM_HAM ham = hold ? ReadHAM(colors) : LBM_HAM{};
+    std::vector<uint8_t> indices(JoinedPixels(plane));
+    DecodeRows(pixels, RowBytes(plane), [&](const uint8_t *in, uint8_t *out) {
+        LBM_Join[h.Planes - 1u](in, plane, indices.data());
+        if (hold)
+            PaintHAM(ham, indices.data(), h.BufferWidth, out);
+        else
+            PaintIndices(colors, indices.data(), h.BufferWidth, out);
+    });
+}
+
+uint8_t *LBM_Decoding()
+{
+    const LBM_HEADER &h = LBM_Header;
+    if (LBM_File.empty())
+        return nullptr;
+    uint8_t *pixels = Picture_NewPixels(h.BufferWidth, h.Height);
+    if (!pixels)
+        return nullptr;
+    if (IsChunky())
+        DecodeChunky(pixels);
+    else if (h.Planes == LBM_TrueColor)
+        DecodeTrueColor(pixels);
+    else
+        DecodePlanar(pixels);
+    return pixels;
+}
+
+size_t LBM_ExpandByteRuns(std::span<const uint8_t> packed, std::span<uint8_t> out)
+{
+    constexpr size_t chunk = 16, safe = 128 + chunk; // chunks may pass a run's end
+    size_t position = 0, written = 0;
+    while (position < packed.size() && written < out.size()) {
+        const uint8_t control = Bytes_GetByte(packed, position);
+        const size_t room = out.size() - written;
+        uint8_t *to = out.data() + written;
+        if (control < 128) {
+            const auto bytes = Bytes_GetSpan(packed, position, std::min(control + size_t{1}, room));
+            if (room >= safe && packed.size() - position >= safe)
+                for (size_t i = 0; i < bytes.size(); i += chunk)
+                    std::memcpy(to + i, bytes.data() + i, chunk);
+            else
+                std::copy(bytes.begin(), bytes.end(), to);
+            position += control + size_t{1};
+            written += bytes.size();
+        } else if (control > 128) {
+            const size_t count = std::min(size_t{257} - control, room);
+            const uint8_t value = Bytes_GetByte(packed, position);
+            if (room >= safe)
+                for (size_t i = 0; i < count; i += chunk)
+                    std::memset(to + i, value, chunk);
+            else
+                std::memset(to, value, count);
+            written += count;
+        }
+    }
+    return written;
+}
+
+void LBM_UnLoad()
+{
+    LBM_File = {};
+}
+
+LBM_HEADER *LBM_GetHeader(LBM_HEADER *out)
+{
+    *out = LBM_Header;
+    return out;
+}

@@ -1,0 +1,208 @@
+#include "picture/tif.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "tests/pixels.h"
+
+// The header, the pixels right behind it, then a directory of tags told as "256=5 258=8,8,8".
+// Values are words, or double words beyond them.
+static BYTES MakeFile(const BYTES &data, const std::string &tags, bool bigEndian = false)
+{
+    BYTES entries, lists;
+    const auto append = [bigEndian](BYTES &out, size_t value, int bytes) {
+        AppendNumber(out, value, bytes, bigEndian);
+    };
+    const size_t directory = 8 + data.size();
+    const auto count = static_cast<size_t>(std::count(tags.begin(), tags.end(), '='));
+    std::istringstream in(tags);
+    char separator;
+    for (size_t tag; in >> tag >> separator;) {
+        std::vector<size_t> list;
+        size_t value, most = 0;
+        for (separator = ','; separator == ',' && in >> value;
+             separator = static_cast<char>(in.get())) {
+            list.push_back(value);
+            most = std::max(most, value);
+        }
+        BYTES values;
+        for (const size_t v : list)
+            append(values, v, most > 0xFFFF ? 4 : 2);
+        append(entries, tag, 2);
+        append(entries, most > 0xFFFF ? 4 : 3, 2);
+        append(entries, list.size(), 4);
+        if (values.size() > 4) {
+            append(entries, directory + 2 + 12 * count + 4 + lists.size(), 4);
+            Append(lists, values);
+        } else {
+            values.resize(4);
+            Append(entries, values);
+        }
+    }
+    BYTES file(2, bigEndian ? 'M' : 'I');
+    append(file, 42, 2);
+    append(file, directory, 4);
+    Append(file, data);
+    append(file, count, 2);
+    Append(file, entries);
+    append(file, 0, 4);
+    Append(file, lists);
+    return file;
+}
+
+// A tag of values that are all 0 but one in each third.
+static std::string Palette(const std::string &r, const std::string &g, const std::string &b)
+{
+    std::string text = "320=";
+    for (const std::string &value : {r, g, b})
+        for (int i = 0; i < 256; i++)
+            text += (i == 3 ? value : "0") + ",";
+    text.back() = ' ';
+    return text;
+}
+
+TEST(TIF, PixelsOfEveryKind)
+{
+    const std::string wide = Palette("4660", "22271", "65280"), narrow = Palette("18", "86", "255");
+    const struct {
+        const char *what, *data;
+        std::string tags;
+        const char *pixels;
+    } rows[] = {
+        {"RGB behind the header", "010203 040506", "256=2 257=1 258=8,8,8", "010203FF 040506FF"},
+        {"a single 8", "010203", "256=1 257=1 258=8", "010203FF"},
+        {"an uneven list counts as 8", "010203", "256=1 257=1 258=5,6,5", "010203FF"},
+        {"16 bits", "010203040506", "256=1 257=1 258=16,16,16", ""},
+        {"no bits", "010203", "256=1 257=1", ""},
+        {"black is 0", "0304", "256=2 257=1 258=8 262=1 273=8", "03 04"},
+        {"white is 0", "0304", "256=1 257=2 258=8 262=0 273=8", "FC FB"},
+        {"a palette of 16 bits", "03", "256=1 257=1 258=8 262=3 273=8 " + wide, "1256FFFF"},
+        {"a palette of 8 bits", "03", "256=1 257=1 258=8 262=3 273=8 " + narrow, "1256FFFF"},
+        {"grey with alpha", "0309", "256=1 257=1 258=8 262=1 273=8 277=2 338=2", "03030309"},
+        {"RGB, alpha multiplied in", "32640064 07000000",
+         "256=2 257=1 258=8 262=2 273=8 277=4 338=1", "80FF0064 07000000"},
+        {"RGB and something else", "01020304", "256=1 257=1 258=8 262=2 273=8 277=4 338=0",
+         "010203FF"},
+        {"strips in any order, planar", "010203040506",
+         "256=1 257=2 258=8 262=2 273=12,13,10,11,9,8 277=3 278=1 279=1,1,1,1,1,1 284=2",
+         "050302FF 060401FF"},
+        {"a strip that the file lacks", "0102",
+         "256=1 257=3 258=8 262=1 273=9,9999,8 278=1 279=1,1,1", "02 - 01"},
+        {"another compression", "010203", "256=1 257=1 258=8 259=4 273=8", ""},
+        {"tiles", "010203", "256=1 257=1 258=8 273=8 322=16", ""},
+        {"CMYK", "01020304", "256=1 257=1 258=8 262=5 273=8 277=4", ""},
+        {"RGB of two samples", "010203", "256=1 257=1 258=8 262=2 273=8 277=2", ""},
+        {"a width of 17 bits", "010203", "256=65537 257=1 258=8", ""},
+        {"a size that its bytes cannot carry", "010203", "256=50 257=50 258=8", ""},
+    };
+    for (const auto &r : rows)
+        for (const bool bigEndian : {false, true})
+            EXPECT_EQ(Show(MakeFile(Hex(r.data), r.tags, bigEndian)), r.pixels)
+                << r.what << (bigEndian ? ", highest byte first" : "");
+}
+
+// Codes as LZW writes them, the highest bit first, longer as the table fills.
+static BYTES PackCodes(const std::vector<uint32_t> &codes)
+{
+    BYTES bytes;
+    uint32_t held = 0, next = 258;
+    int count = 0;
+    for (const uint32_t code : codes) {
+        const int width = next < 511 ? 9 : next < 1023 ? 10 : next < 2047 ? 11 : 12;
+        held = held << width | code;
+        for (count += width; count >= 8; count -= 8)
+            bytes.push_back(static_cast<uint8_t>(held >> (count - 8)));
+        next = code == 256 ? 257 : next + 1; // the first code after a clear makes no string
+    }
+    bytes.push_back(static_cast<uint8_t>(held << (8 - count)));
+    return bytes;
+}
+
+// A row of greys out of an LZW strip.
+static BYTES MakeLZW(const std::vector<uint32_t> &codes, size_t width, int predictor)
+{
+    const BYTES data = PackCodes(codes);
+    return MakeFile(data, "257=1 258=8 259=5 262=1 273=8 256=" + std::to_string(width) + " 279=" +
+                              std::to_string(data.size()) + " 317=" + std::to_string(predictor));
+}
+
+TEST(TIF, LZWStrings)
+{
+    const struct {
+        const char *what;
+        int predictor;
+        std::vector<uint32_t> codes;
+        const char *pixels; // what the codes do not give is left out
+    } rows[] = {
+        {"its own start at the end", 1, {256, 7, 258, 259, 257}, "07 07 07 07 07 07 - -"},
+        {"strings of strings", 1, {256, 1, 2, 258, 3, 260, 257}, "01 02 01 02 03 01 02 03"},
+        {"a clear forgets", 1, {256, 1, 2, 256, 5, 6, 258, 257}, "01 02 05 06 05 06 - -"},
+        {"no clear at first", 1, {1, 2, 258}, "01 02 01 02 - - - -"},
+        {"a code not yet told ends it", 1, {256, 1, 260, 2}, "01 - - - - - - -"},
+        {"a string first", 1, {256, 258, 1, 1, 1}, "- - - - - - - -"},
+        {"differences", 2, {256, 1, 255, 3, 1, 257}, "01 00 03 04 - - - -"},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(Show(MakeLZW(r.codes, 8, r.predictor)), r.pixels) << r.what;
+
+    // a table that fills, and keeps its strings: code 258 + i is the pair from byte i
+    std::vector<uint32_t> codes = {256};
+    for (uint32_t i = 0; i < 5000; i++)
+        codes.push_back(i % 251);
+    codes.insert(codes.end(), {258, 4095});
+    const BYTES pixels = DECODED(MakeLZW(codes, 5004, 1)).Pixels;
+    ASSERT_EQ(pixels.size(), 5004u * 4);
+    for (size_t i = 0; i < 5004; i++)
+        EXPECT_EQ(pixels[4 * i], (i < 5000   ? i
+                                  : i < 5002 ? i - 5000
+                                             : i - 5002 + 4095 - 258) %
+                                     251);
+}
+
+TEST(TIF, HeaderKeepsDirectories)
+{
+    BYTES file = MakeFile(Hex("010203"), "256=1 257=1 258=8,8,8 269=25185,99");
+    file[8 + 3 + 2 + 3 * 12 + 2] = 2; // the name is a text of 2 bytes
+    file[8 + 3 + 2 + 4 * 12] = 11;    // the next directory is this one again
+    TIF_Load(WriteTemp("tif", file).c_str());
+    TIF_HEADER h;
+    EXPECT_EQ(TIF_GetHeader(&h)->DirectoryCount, 4);
+    EXPECT_EQ(h.Directories[3].Entries.size(), 4u);
+    EXPECT_EQ(h.Directories[0].Entries[2].ByteSize, 6u);
+    EXPECT_EQ(h.NextDirectory, 11u);
+    EXPECT_STREQ(h.DocumentName.data(), "ab");
+    EXPECT_EQ(std::tuple(h.ByteOrder, h.Magic, h.DataPosition), std::tuple('I', 42, 8u));
+    TIF_UnLoad();
+    EXPECT_EQ(TIF_Decoding(), nullptr);
+}
+
+TEST(TIF, RealFiles)
+{
+    ExpectFiles({
+        {"tiff/hippopotamus.tiff", 36, 28, 8, 0x19af49f898522702},
+        {"tiff/seq-1c-8b-deflate-20f3db0c.tiff", 16, 16, 8, 0x12d903f0f6e0a125},
+        {"tiff/seq-3c-8b-bigendian-8743c999.tiff", 16, 16, 8, 0x90efc2d1760b6925},
+        {"tiff/seq-3c-8b-lzw-8743c999.tiff", 16, 16, 8, 0x90efc2d1760b6925},
+        {"tiff/seq-4c-8b-rgba-unassoc-50969cda.tiff", 16, 16, 8, 0x1e5698f9d66e6f25},
+        {"tiff/rgb_planar_lzw.tif", 26, 15, 8, 0x75c51c15597c82c1},
+        {"tiff/rgb_planar_zip.tif", 26, 15, 8, 0x75c51c15597c82c1},
+        {"tiff/rgba_multiplied_zip.tif", 26, 15, 8, 0x45bac3c857991b3c},
+        {"tiff/white_packbits.tif", 26, 15, 8, 0xf9d73f734f0983b2},
+        {"tiff/palette_lzw.tif", 26, 15, 8, 0x145690843ce73e15},
+    });
+}
+
+TEST(TIF, PrefixesHold)
+{
+    // the directory, then a plain or an LZW strip
+    const BYTES plain(18, 5), codes = PackCodes({256, 7, 258, 259, 260, 8, 9, 10, 259, 257});
+    for (const char *tags :
+         {"256=6 257=3 258=8 262=1 273=74", "256=6 257=3 258=8 262=1 259=5 273=86"}) {
+        BYTES file = MakeFile({}, tags);
+        const size_t head = file.size();
+        Append(file, head == 74 ? plain : codes);
+        ExpectPrefixesHold(file, head, 0);
+    }
+}
