@@ -162,6 +162,8 @@ static void ReadEntry(const JPG_EXIF_ENTRY &entry, size_t field)
         break;
     case 34665: // Exif IFD
     case 34853: // GPS IFD
+        if (exif.IFDNumber >= exif.IFDs.size())
+            break;
         exif.IFDNumber++;
         JPG_Position = target;
         JPG_LoadExif();
@@ -322,7 +324,7 @@ static void ReadJFIF(size_t end)
     h.YDensity = JPG_GetWord();
     const uint8_t width = JPG_GetByte(), height = JPG_GetByte();
     JPG_Position = end;
-    if (h.Thumbnail)
+    if (h.Thumbnail || JPG_Decoder.Embedded)
         return;
     h.ThumbWidth = width;
     h.ThumbHeight = height;
@@ -434,6 +436,8 @@ static void WalkMarkers()
         if (JPG_GetByte() != 0xFF)
             continue;
         const uint8_t marker = JPG_GetByte();
+        if (marker == 0xD9 && JPG_Decoder.InScans)
+            break; // whatever follows is no part of the picture
         const bool bare = marker < 0xC0 || (marker >= 0xD0 && marker <= 0xD9);
         if (bare || ReadSegment(marker))
             continue;
@@ -469,6 +473,8 @@ static bool LoadEmbedded()
         return false;
     h.FileSize = static_cast<uint32_t>(std::min<uint64_t>(end, JPG_File.size()));
     h.Width = h.Height = h.RestartInterval = 0;
+    JPG_Decoder = {};
+    JPG_Decoder.Embedded = true;
     JPG_Position = exif.ThumbOffset;
     JPG_Load("*");
     JPG_Exif = exif; // should it have Exif data of its own

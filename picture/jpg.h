@@ -66,6 +66,8 @@ struct JPG_DECODER {
     uint32_t McusAcross, McusDown;
     uint32_t ThumbPaddedWidth, ThumbPaddedHeight;
     bool Progressive; // what the frame header's marker says
+    bool InScans;     // the first scan has been found: the picture ends with EOI
+    bool Embedded;    // it is the thumbnail
 };
 
 struct JPG_EXIF_ENTRY {

@@ -1,6 +1,8 @@
 // Every picture of a folder of real files against the results of other decoders. The folder is
 // named by the environment variable CORPUS; its expected.tsv tells file, kind, size and digests.
 // Photos need djpeg.
+#include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -9,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include "picture/gif.h"
+#include "picture/jpg.h"
 #include "picture/picture.h"
 #include "tests/files.h"
 #include "tests/sha256.h"
@@ -56,21 +60,28 @@ static std::string Folder()
     return folder ? std::string(folder) + "/" : "";
 }
 
-static std::vector<ROW> Rows()
+// The rows of a table, each with its fields.
+static std::vector<std::vector<std::string>> Table(const std::string &name)
 {
-    std::vector<ROW> rows;
-    std::ifstream file(Folder() + "expected.tsv");
+    std::vector<std::vector<std::string>> rows;
+    std::ifstream file(Folder() + name);
     std::string line;
     std::getline(file, line);
     while (std::getline(file, line)) {
-        std::vector<std::string> fields;
         std::istringstream fieldsOf(line);
+        rows.emplace_back();
         for (std::string field; std::getline(fieldsOf, field, '\t');)
-            fields.push_back(field);
-        fields.resize(10);
-        rows.push_back(
-            {fields[0], fields[1], fields[2], fields[3], fields[4], fields[5], fields[9]});
+            rows.back().push_back(field);
+        rows.back().resize(10);
     }
+    return rows;
+}
+
+static std::vector<ROW> Rows()
+{
+    std::vector<ROW> rows;
+    for (const auto &f : Table("expected.tsv"))
+        rows.push_back({f[0], f[1], f[2], f[3], f[4], f[5], f[9]});
     return rows;
 }
 
@@ -173,7 +184,47 @@ TEST_P(Corpus, Matches)
         << (deviation == deviations.end() ? "" : deviation->second);
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, Corpus, testing::ValuesIn(Rows()));
+INSTANTIATE_TEST_SUITE_P(Files, Corpus, testing::ValuesIn(Rows()), [](const auto &test) {
+    std::string name = test.param.File; // so that a filter takes one format
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char c) { return !std::isalnum(c); }, '_');
+    return name;
+});
+
+TEST(Corpus, Thumbnails)
+{
+    for (const auto &f : Table("expected_thumbs.tsv")) {
+        const std::string path = Folder() + f[0];
+        testing::internal::CaptureStdout();
+        const Picture picture = Picture_Load(path.c_str(), 0, 0);
+        testing::internal::GetCapturedStdout();
+        EXPECT_EQ(std::to_string(picture.ThumbWidth), f[2]) << f[0];
+        EXPECT_EQ(std::to_string(picture.ThumbHeight), f[3]) << f[0];
+        if (picture.ThumbPixels && f[1] == "jfif") {
+            const size_t size = size_t{picture.ThumbWidth} * picture.ThumbHeight * 4;
+            EXPECT_EQ(Sha256({picture.ThumbPixels, size}), f[4]) << f[0];
+        } else if (f[1] == "exif") {
+            const BYTES file = Bytes_LoadFile(path.c_str());
+            EXPECT_NE(picture.ThumbPixels, nullptr) << f[0];
+            EXPECT_EQ(Sha256(Bytes_GetSpan(file, JPG_Exif.ThumbOffset, JPG_Exif.ThumbLength)), f[4])
+                << f[0];
+        }
+        Picture_UnLoad(picture);
+    }
+}
+
+TEST(Corpus, GIFTimes)
+{
+    for (const auto &f : Table("expected_gif_frames.tsv")) {
+        const Picture picture = Picture_Load((Folder() + f[0]).c_str(), 0, 0);
+        const std::string what = f[0] + " " + f[1];
+        const auto i = static_cast<size_t>(std::stoul(f[1]));
+        ASSERT_GT(GIF_Frames.size(), i) << what;
+        EXPECT_EQ(std::to_string(GIF_Frames[i].Delay), f[2]) << what;
+        EXPECT_EQ(std::to_string(GIF_Frames[i].Disposal), f[3]) << what;
+        Picture_UnLoad(picture);
+    }
+}
 
 TEST(Corpus, IsNamed)
 {

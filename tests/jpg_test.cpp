@@ -1,10 +1,13 @@
 #include "picture/jpg.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <numbers>
 #include <sstream>
+#include <utility>
 
+#include "picture/jpg_block.h"
 #include "picture/jpg_scan.h"
 #include "picture/picture.h"
 #include "tests/files.h"
@@ -80,15 +83,17 @@ TEST(JPG, InverseDCTIsTheTextbooks)
 {
     std::srand(1);
     for (int n = 0; n < 200; n++) {
+        const size_t ends[] = {64, 1, 2, 10, 11}, end = n < 64 ? 64 : ends[n % 5];
         std::array<int16_t, 64> coefficients{};
         std::array<float, 64> scale;
         for (size_t i = 0; i < 64; i++) { // column by column
-            if (n < 64 ? i == static_cast<size_t>(n) : std::rand() % 3 == 0)
+            const bool within = JPG_ZigZag2[i % 8 * 8 + i / 8] < end;
+            if (n < 64 ? i == static_cast<size_t>(n) : within && std::rand() % 3 == 0)
                 coefficients[i] = static_cast<int16_t>(std::rand() % 200 - 100);
             scale[i] = JPG_ScaleFactor[i / 8] * JPG_ScaleFactor[i % 8] / 8;
         }
         std::array<uint8_t, 64> samples;
-        JPG_InverseDCT(coefficients.data(), scale.data(), samples.data(), 8);
+        JPG_InverseDCT(coefficients.data(), scale.data(), end, samples.data(), 8);
         for (size_t y = 0; y < 8; y++)
             for (size_t x = 0; x < 8; x++) {
                 double sum = 0; // ITU-T T.81, A.3.3
@@ -142,8 +147,9 @@ TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
         file[frame + offset] = value;
         return file;
     };
-    BYTES huge = changed(5, 255);
-    huge[frame + 7] = 255;
+    BYTES huge = changed(5, 255), wide = changed(5, 0);
+    huge[frame + 7] = wide[frame + 7] = wide[frame + 8] = 255;
+    wide.resize(wide.size() + 5000);
     const struct {
         const char *what;
         BYTES file;
@@ -161,6 +167,7 @@ TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
         {"a second that is larger", changed(14, 0x32), "", false},
         {"a factor of 0", changed(14, 0x10), "", false},
         {"larger than it can be", huge, "", false},
+        {"padded beyond 16 bits", wide, "", false},
         {"nothing", {}, "", false},
     };
     for (const auto &r : rows) {
@@ -216,6 +223,12 @@ TEST(JPG, DamageStaysWhereItIs)
     lost.erase(lost.begin() + static_cast<ptrdiff_t>(second),
                lost.begin() + static_cast<ptrdiff_t>(third));
     EXPECT_LE(Greatest(Decode(lost), whole, rowOfMcus + interval * 3), 0);
+
+    // Codes that are no markers, a marker that was there before: both end an interval.
+    for (const uint8_t code : BYTES{0x41, 0xD7})
+        EXPECT_LE(
+            Greatest(Decode(With(file, second + 4, {0xFF, code})), whole, rowOfMcus + interval * 3),
+            0);
 }
 
 // Exif data: an IFD of these entries behind the TIFF header, and a second one, in either byte
@@ -288,4 +301,209 @@ TEST(JPG, ExifFactsAndThumbnails)
     EXPECT_EQ(BYTES(loaded.ThumbPixels, loaded.ThumbPixels + 8),
               (BYTES{10, 20, 30, 255, 40, 50, 60, 255}));
     Picture_UnLoad(loaded);
+}
+
+TEST(JPG, DirectoriesThatBiteTheirTailsEnd)
+{
+    const std::vector<std::array<uint32_t, 4>> entries(250, {34665, 4, 1, 8});
+    const BYTES file = With(Read("grey.jpg"), 2, Segment(0xE1, Exif(true, entries, 8, {})));
+    EXPECT_FALSE(Decode(file).empty());
+    EXPECT_EQ(JPG_Exif.IFDs[15].Count, 250);
+}
+
+static void Append(BYTES &out, const BYTES &more)
+{
+    out.insert(out.end(), more.begin(), more.end());
+}
+
+// Huffman coded bits, with their stuffing.
+struct WRITER {
+    BYTES Bytes;
+    int Pending = 1; // a 1, then the bits not yet written
+    void Put(int value, int count)
+    {
+        for (int i = count - 1; i >= 0; i--) {
+            Pending = Pending << 1 | (value >> i & 1);
+            if (Pending < 256)
+                continue;
+            Bytes.push_back(static_cast<uint8_t>(Pending));
+            if (Bytes.back() == 0xFF)
+                Bytes.push_back(0);
+            Pending = 1;
+        }
+    }
+    void Finish()
+    {
+        while (Pending != 1)
+            Put(1, 1);
+    }
+};
+
+// A picture of flat blocks, in a code that anyone can write: 4 bits for the size of a difference
+// (12 to 15 are no codes), its bits, and a 0 for the end of the block.
+struct FLAT {
+    int Width, Height;
+    std::vector<int> Factors; // of each component, horizontal * 16 + vertical
+    int Interval = 0;
+    bool Interleaved = true;
+
+    int H(size_t c) const
+    {
+        return Factors[c] >> 4;
+    }
+    int V(size_t c) const
+    {
+        return Factors[c] & 15;
+    }
+    int SamplesAcross(size_t c) const
+    {
+        return (Width * H(c) + H(0) - 1) / H(0);
+    }
+    int SamplesDown(size_t c) const
+    {
+        return (Height * V(c) + V(0) - 1) / V(0);
+    }
+    static int Level(size_t c, int bx, int by)
+    {
+        return (static_cast<int>(c) * 37 + bx * 91 + by * 53) % 120 - 60;
+    }
+
+    BYTES Scan(const std::vector<size_t> &components) const
+    {
+        WRITER out;
+        const size_t c0 = components[0];
+        const bool alone = components.size() == 1;
+        const int across =
+            alone ? (SamplesAcross(c0) + 7) / 8 : (Width + 8 * H(0) - 1) / (8 * H(0));
+        const int down = alone ? (SamplesDown(c0) + 7) / 8 : (Height + 8 * V(0) - 1) / (8 * V(0));
+        int last[3] = {};
+        for (int mcu = 0; mcu < across * down; mcu++) {
+            if (Interval != 0 && mcu != 0 && mcu % Interval == 0) {
+                out.Finish();
+                Append(out.Bytes, {0xFF, static_cast<uint8_t>(0xD0 + (mcu / Interval - 1) % 8)});
+                std::fill_n(last, 3, 0);
+            }
+            for (const size_t c : components) {
+                const int h = alone ? 1 : H(c), v = alone ? 1 : V(c);
+                for (int i = 0; i < h * v; i++) {
+                    const int dc = Level(c, mcu % across * h + i % h, mcu / across * v + i / h);
+                    const int difference = dc - std::exchange(last[c], dc);
+                    int size = 0;
+                    while (std::abs(difference) >> size)
+                        size++;
+                    out.Put(size, 4);
+                    out.Put(difference < 0 ? difference - 1 : difference, size);
+                    out.Put(0, 1);
+                }
+            }
+        }
+        out.Finish();
+        BYTES header = {static_cast<uint8_t>(components.size())};
+        for (const size_t c : components)
+            Append(header, {static_cast<uint8_t>(c + 1), 0});
+        Append(header, {0, 63, 0});
+        BYTES scan = Segment(0xDA, header);
+        Append(scan, out.Bytes);
+        return scan;
+    }
+
+    BYTES File() const
+    {
+        BYTES quantisation(65, 8), dc(29), ac(18);
+        quantisation[0] = 0;
+        dc[4] = 12;
+        for (size_t i = 0; i < 12; i++)
+            dc[17 + i] = static_cast<uint8_t>(i);
+        ac[0] = 0x10;
+        ac[1] = 1;
+        BYTES header = {8,
+                        static_cast<uint8_t>(Height >> 8),
+                        static_cast<uint8_t>(Height),
+                        static_cast<uint8_t>(Width >> 8),
+                        static_cast<uint8_t>(Width),
+                        static_cast<uint8_t>(Factors.size())};
+        std::vector<size_t> all;
+        for (size_t c = 0; c < Factors.size(); c++) {
+            Append(header, {static_cast<uint8_t>(c + 1), static_cast<uint8_t>(Factors[c]), 0});
+            all.push_back(c);
+        }
+        BYTES file = {0xFF, 0xD8};
+        Append(file, Segment(0xDB, quantisation));
+        Append(file, Segment(0xC0, header));
+        Append(dc, ac);
+        Append(file, Segment(0xC4, dc));
+        if (Interval)
+            Append(file, Segment(0xDD, {static_cast<uint8_t>(Interval >> 8),
+                                        static_cast<uint8_t>(Interval)}));
+        if (Interleaved)
+            Append(file, Scan(all));
+        else
+            for (const size_t c : all)
+                Append(file, Scan({c}));
+        Append(file, {0xFF, 0xD9});
+        return file;
+    }
+};
+
+// A component's value at a pixel, in a straight line between the centres of its samples.
+static double Textbook(const FLAT &flat, size_t c, int x, int y)
+{
+    const double sx = (x + 0.5) * flat.H(c) / flat.H(0) - 0.5;
+    const double sy = (y + 0.5) * flat.V(c) / flat.V(0) - 0.5;
+    const auto at = [&](double column, double row) {
+        return FLAT::Level(c,
+                           std::clamp(static_cast<int>(column), 0, flat.SamplesAcross(c) - 1) / 8,
+                           std::clamp(static_cast<int>(row), 0, flat.SamplesDown(c) - 1) / 8);
+    };
+    const double x0 = std::floor(sx), y0 = std::floor(sy), dx = sx - x0, dy = sy - y0;
+    return (at(x0, y0) * (1 - dx) + at(x0 + 1, y0) * dx) * (1 - dy) +
+           (at(x0, y0 + 1) * (1 - dx) + at(x0 + 1, y0 + 1) * dx) * dy;
+}
+
+TEST(JPG, ChromaOfAnyFactorsIsInterpolated)
+{
+    const std::vector<int> rows[] = {
+        {0x11},
+        {0x22},
+        {0x11, 0x11, 0x11},
+        {0x21, 0x11, 0x11},
+        {0x12, 0x11, 0x11},
+        {0x22, 0x11, 0x11},
+        {0x22, 0x22, 0x22},
+        {0x41, 0x11, 0x11},
+        {0x14, 0x11, 0x12},
+        {0x44, 0x11, 0x22},
+        {0x31, 0x21, 0x11},
+        {0x13, 0x12, 0x11},
+        {0x33, 0x22, 0x32},
+        {0x43, 0x32, 0x12},
+        {0x42, 0x21, 0x31},
+        {0x24, 0x13, 0x24},
+    };
+    for (const auto &factors : rows)
+        for (const bool interleaved : {true, false}) {
+            const FLAT flat = {75, 61, factors, interleaved ? 2 : 0, interleaved};
+            const BYTES pixels = Decode(flat.File());
+            std::string what = interleaved ? "one scan" : "a scan each";
+            for (const int f : factors)
+                what.append(
+                    {' ', static_cast<char>('0' + f / 16), 'x', static_cast<char>('0' + f % 16)});
+            ASSERT_FALSE(pixels.empty()) << what;
+            EXPECT_EQ(JPG_Decoder.PaddedWidth % (8u * JPG_Decoder.H), 0u) << what;
+            double most = 0;
+            for (int y = 0; y < flat.Height; y++)
+                for (int x = 0; x < flat.Width; x++) {
+                    const double level = Textbook(flat, 0, x, y) + 128;
+                    const double cb = factors.size() == 1 ? 0 : Textbook(flat, 1, x, y);
+                    const double cr = factors.size() == 1 ? 0 : Textbook(flat, 2, x, y);
+                    const double rgba[] = {level + 1.402 * cr,
+                                           level - 0.344136 * cb - 0.714136 * cr,
+                                           level + 1.772 * cb};
+                    for (size_t i = 0; i < 3; i++)
+                        most = std::max(
+                            most, std::abs(pixels[static_cast<size_t>(y * flat.Width + x) * 3 + i] -
+                                           std::clamp(rgba[i], 0.0, 255.0)));
+                }
+            EXPECT_LT(most, 2) << what;
+        }
 }

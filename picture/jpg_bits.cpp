@@ -1,0 +1,77 @@
+#include "picture/jpg_bits.h"
+
+#include <algorithm>
+
+#include "picture/jpg.h"
+
+// What a symbol says, without what its bits may add.
+static int32_t EntryOf(uint8_t symbol, uint32_t bits, bool ac)
+{
+    const uint32_t zeros = ac ? symbol >> 4 : 0, size = symbol & 15;
+    if (ac && size == 0 && zeros < 15)
+        return JPG_MakeEntry(bits | JPG_EntryEnd, 0, symbol);
+    return JPG_MakeEntry(size == 0 ? bits : bits | JPG_EntrySize, zeros,
+                         static_cast<int32_t>(size));
+}
+
+// Fills what a code of n bits leads to: each way to go on may show its value, too.
+static void FillLook(JPG_CODES &codes, uint32_t code, uint32_t n, uint8_t symbol)
+{
+    const uint32_t free = JPG_LookBits - n, first = code << free;
+    const int32_t plain = EntryOf(symbol, n, codes.AC);
+    const auto size = static_cast<uint32_t>(JPG_ValueOf(plain));
+    const bool shown = (plain & static_cast<int32_t>(JPG_EntrySize)) != 0 && size <= free;
+    for (uint32_t k = 0; k < 1u << free; k++)
+        codes.Look[first + k] = shown ? JPG_MakeEntry(n + size, JPG_ZerosOf(plain),
+                                                      JPG_Extend(k >> (free - size), size))
+                                      : plain;
+}
+
+void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, JPG_CODES &codes)
+{
+    codes.AC = ac;
+    codes.Symbols = table.Symbols;
+    codes.Look.fill(JPG_EntryLong);
+    uint32_t code = 0, index = 0;
+    for (uint32_t n = 1; n <= 16; n++, code *= 2) {
+        const uint32_t room = std::min((1u << n) - std::min(code, 1u << n), 256 - index);
+        const uint32_t count = std::min<uint32_t>(table.Counts[n - 1], room);
+        codes.Offsets[n] = static_cast<int32_t>(index) - static_cast<int32_t>(code);
+        for (uint32_t i = 0; i < count && n <= JPG_LookBits; i++)
+            FillLook(codes, code + i, n, codes.Symbols[index + i]);
+        code += count;
+        index += count;
+        codes.Limits[n] = code << (16 - n);
+    }
+}
+
+int32_t JPG_LongEntry(uint64_t buffer, const JPG_CODES &codes)
+{
+    const auto window = static_cast<uint32_t>(buffer >> 48);
+    uint32_t n = JPG_LookBits + 1;
+    while (n <= 16 && window >= codes.Limits[n])
+        n++;
+    if (n > 16)
+        return JPG_EntryEnd;
+    const int32_t index = static_cast<int32_t>(window >> (16 - n)) + codes.Offsets[n];
+    return EntryOf(codes.Symbols[static_cast<size_t>(index) & 255], n, codes.AC);
+}
+
+size_t JPG_TakeInterval(std::span<const uint8_t> file, size_t position, std::vector<uint8_t> &bits)
+{
+    bits.clear();
+    while (position < file.size()) {
+        const std::span<const uint8_t> rest = file.subspan(position);
+        const auto *found =
+            static_cast<const uint8_t *>(std::memchr(rest.data(), 0xFF, rest.size()));
+        const size_t count = found ? static_cast<size_t>(found - rest.data()) : rest.size();
+        bits.insert(bits.end(), rest.begin(), rest.begin() + static_cast<ptrdiff_t>(count));
+        position += count;
+        if (count + 1 >= rest.size() || rest[count + 1] != 0)
+            break;
+        bits.push_back(0xFF);
+        position += 2;
+    }
+    bits.insert(bits.end(), JPG_BitsSlack, 0);
+    return position;
+}

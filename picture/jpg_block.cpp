@@ -1,0 +1,142 @@
+#include "picture/jpg_block.h"
+
+#include <algorithm>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "extra/lanes.h"
+
+// Eight numbers side by side: a row of a block, or a column.
+using LANES = float __attribute__((vector_size(32)));
+using SHORTS = int16_t __attribute__((vector_size(16)));
+using INTS = int32_t __attribute__((vector_size(32)));
+
+// The one-dimensional inverse DCT of Arai, Agui and Nakajima (1988), whose inputs are scaled by
+// JPG_ScaleFactor, on all eight lanes at once. Only the first `Inputs` (4 or 8) are not 0.
+template <int Inputs>
+[[gnu::always_inline]] static inline void Transform(LANES *v)
+{
+    constexpr float sqrt2 = 1.414213562F;
+    LANES even0, even1, even2, even3, odd0, odd1, odd2, odd3;
+    if constexpr (Inputs == 4) {
+        const LANES turned2 = v[2] * (sqrt2 - 1);
+        even0 = v[0] + v[2];
+        even3 = v[0] - v[2];
+        even1 = v[0] + turned2;
+        even2 = v[0] - turned2;
+        odd0 = v[1] + v[3];
+        const LANES turned = (v[1] - v[3]) * 1.847759065F;
+        odd1 = turned + v[3] * 2.613125930F - odd0;
+        odd2 = (v[1] - v[3]) * sqrt2 - odd1;
+        odd3 = turned - v[1] * 1.082392200F - odd2;
+    } else {
+        const LANES sum04 = v[0] + v[4], difference04 = v[0] - v[4], sum26 = v[2] + v[6];
+        const LANES turned26 = (v[2] - v[6]) * sqrt2 - sum26;
+        even0 = sum04 + sum26;
+        even3 = sum04 - sum26;
+        even1 = difference04 + turned26;
+        even2 = difference04 - turned26;
+
+        const LANES sum53 = v[5] + v[3], difference53 = v[5] - v[3];
+        const LANES sum17 = v[1] + v[7], difference17 = v[1] - v[7];
+        odd0 = sum17 + sum53;
+        const LANES turned = (difference53 + difference17) * 1.847759065F;
+        odd1 = turned - difference53 * 2.613125930F - odd0;
+        odd2 = (sum17 - sum53) * sqrt2 - odd1;
+        odd3 = turned - difference17 * 1.082392200F - odd2;
+    }
+    v[0] = even0 + odd0;
+    v[7] = even0 - odd0;
+    v[1] = even1 + odd1;
+    v[6] = even1 - odd1;
+    v[2] = even2 + odd2;
+    v[5] = even2 - odd2;
+    v[3] = even3 + odd3;
+    v[4] = even3 - odd3;
+}
+
+// Of rows that are 0 from lane `Inputs` on only that many columns are made.
+template <int Inputs>
+[[gnu::always_inline]] static inline void Transpose(LANES *v)
+{
+    LANES a[8], b[8];
+    for (int i = 0; i < 8; i += 2) { // pairs of rows, interleaved by pairs of lanes
+        a[i] = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 2, 10, 4, 12, 6, 14);
+        a[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 1, 9, 3, 11, 5, 13, 7, 15);
+    }
+    for (int i = 0; i < 8; i += 4)
+        for (int k = 0; k < 2; k++) {
+            b[i + k] = __builtin_shufflevector(a[i + k], a[i + k + 2], 0, 1, 8, 9, 4, 5, 12, 13);
+            b[i + k + 2] =
+                __builtin_shufflevector(a[i + k], a[i + k + 2], 2, 3, 10, 11, 6, 7, 14, 15);
+        }
+    for (int i = 0; i < 4; i++) {
+        v[i] = __builtin_shufflevector(b[i], b[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+        if constexpr (Inputs == 8)
+            v[i + 4] = __builtin_shufflevector(b[i], b[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+    }
+}
+
+// Rows of samples, cut to 0..255.
+[[gnu::always_inline]] static inline void StoreRows(const LANES *v, uint8_t *samples, size_t stride)
+{
+    for (int i = 0; i < 8; i += 2) {
+        const INTS first = __builtin_convertvector(v[i], INTS);
+        const INTS second = __builtin_convertvector(v[i + 1], INTS);
+#if defined(__SSE2__)
+        __m128i quarters[4];
+        std::memcpy(quarters, &first, sizeof first);
+        std::memcpy(quarters + 2, &second, sizeof second);
+        const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(quarters[0], quarters[1]),
+                                               _mm_packs_epi32(quarters[2], quarters[3]));
+        std::memcpy(samples, &bytes, 8);
+        const __m128i high = _mm_unpackhi_epi64(bytes, bytes);
+        std::memcpy(samples + stride, &high, 8);
+#else
+        for (size_t x = 0; x < 8; x++) {
+            samples[x] = static_cast<uint8_t>(std::clamp(first[x], 0, 255));
+            samples[stride + x] = static_cast<uint8_t>(std::clamp(second[x], 0, 255));
+        }
+#endif
+        samples += 2 * stride;
+    }
+}
+
+template <int Inputs>
+[[gnu::always_inline]] static inline void
+TransformBlock(const int16_t *coefficients, const float *scale, uint8_t *samples, size_t stride)
+{
+    LANES v[8];
+    for (size_t i = 0; i < Inputs; i++) {
+        SHORTS column;
+        LANES factors;
+        std::memcpy(&column, coefficients + 8 * i, sizeof column);
+        std::memcpy(&factors, scale + 8 * i, sizeof factors);
+        v[i] = __builtin_convertvector(column, LANES) * factors;
+    }
+    // The level shift and, since numbers are cut toward 0, rounding. Each sample has its share.
+    const LANES level = {128.5F};
+    v[0] += level;
+    Transform<Inputs>(v);
+    Transpose<Inputs>(v);
+    Transform<Inputs>(v);
+    StoreRows(v, samples, stride);
+}
+
+EXTRA_LANES void JPG_InverseDCT(const int16_t *coefficients, const float *scale, size_t end,
+                                uint8_t *samples, size_t stride)
+{
+    if (end == 1) {
+        const float sample = static_cast<float>(coefficients[0]) * scale[0] + 128.5F;
+        const auto level = static_cast<int>(std::clamp(sample, 0.0F, 255.0F));
+        for (size_t i = 0; i < 8; i++)
+            std::memset(samples + i * stride, level, 8);
+    } else if (end <= 10) { // the first four diagonals
+        TransformBlock<4>(coefficients, scale, samples, stride);
+    } else {
+        TransformBlock<8>(coefficients, scale, samples, stride);
+    }
+}
