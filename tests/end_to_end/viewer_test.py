@@ -115,7 +115,7 @@ class Viewer(unittest.TestCase):
             for _ in range(4):
                 display.xdotool("key", "equal")
                 time.sleep(0.3)
-            await_pixels([RED, GREEN, BLUE, WHITE, RED])
+            await_pixels([RED, GREEN, BLUE, WHITE, BLUE])
             display.xdotool("key", "Right")  # past the absent file
             # Squares of 8, white and grey.
             points = [(304, 104), (312, 104), (50, 400)]

@@ -237,7 +237,7 @@ static void Play()
 static void ZoomBy(float factor)
 {
     const float before = CurrentZoom();
-    view.Zoom = std::clamp(before * factor, 1.0F / 64, 64.0F);
+    view.Zoom = std::clamp(before * factor, 1.0F / 64, std::max(64.0F, 16 * FittingZoom()));
     view.X *= view.Zoom / before;
     view.Y *= view.Zoom / before;
 }
