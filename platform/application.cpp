@@ -186,3 +186,8 @@ int32_t System_MouseUp()
 {
     return std::exchange(System_MU, 0);
 }
+
+int32_t System_MouseWheel()
+{
+    return std::exchange(System_Wheel, 0);
+}

@@ -59,3 +59,6 @@ int32_t System_KeyUp();
 int32_t System_KeyDownCode();
 int32_t System_MouseDown();
 int32_t System_MouseUp();
+
+/// Steps of the wheel since the last call.
+int32_t System_MouseWheel();

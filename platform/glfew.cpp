@@ -79,6 +79,7 @@ int32_t GLFEW_Init()
     glfwSetKeyCallback(System_Window, GLFEW_KeyBoard);
     glfwSetMouseButtonCallback(System_Window, GLFEW_Mouse);
     glfwSetCursorPosCallback(System_Window, GLFEW_MouseMotion);
+    glfwSetScrollCallback(System_Window, GLFEW_Wheel);
     glfwSetWindowSizeCallback(System_Window, GLFEW_Screen);
     glfwSwapInterval(1);
     glGenVertexArrays(1, &GLFEW_VertexArrayID);
@@ -121,6 +122,11 @@ void GLFEW_MouseMotion(GLFWwindow *, double x, double y)
 {
     System_MouseX = static_cast<uint16_t>(static_cast<int32_t>(x));
     System_MouseY = static_cast<uint16_t>(static_cast<int32_t>(y));
+}
+
+void GLFEW_Wheel(GLFWwindow *, double, double y)
+{
+    System_Wheel += y > 0 ? 1 : y < 0 ? -1 : 0;
 }
 
 void GLFEW_Screen(GLFWwindow *, int width, int height)
@@ -194,6 +200,53 @@ uint32_t GLFEW_LoadTexture(const char *path, uint16_t hint, uint16_t rawPlanes)
     }
     Picture_UnLoad(picture);
     return texture;
+}
+
+uint32_t GLFEW_MakeTexture(const uint8_t *pixels, uint32_t width, uint32_t height)
+{
+    uint32_t texture;
+    glGenTextures(1, &texture);
+    glBindTexture(GL_TEXTURE_2D, texture);
+    current.Texture = texture;
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, static_cast<GLsizei>(width),
+                 static_cast<GLsizei>(height), 0, GL_RGBA, GL_UNSIGNED_BYTE, pixels);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
+    glGenerateMipmap(GL_TEXTURE_2D);
+    return texture;
+}
+
+void GLFEW_DestroyTexture(uint32_t texture)
+{
+    glDeleteTextures(1, &texture);
+    if (current.Texture == texture)
+        current.Texture = 0;
+}
+
+uint32_t GLFEW_MaxTextureSide()
+{
+    int side = 0;
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &side);
+    return static_cast<uint32_t>(std::max(side, 0));
+}
+
+void GLFEW_Clear()
+{
+    glClear(GL_COLOR_BUFFER_BIT);
+}
+
+void GLFEW_BlendByAlpha()
+{
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+}
+
+void GLFEW_SetTitle(const char *title)
+{
+    glfwSetWindowTitle(System_Window, title);
 }
 
 void GLFEW_SetIcon(const char *path)

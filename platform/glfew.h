@@ -50,6 +50,7 @@ int32_t GLFEW_Init();
 void GLFEW_KeyBoard(GLFWwindow *window, int key, int scancode, int action, int mods);
 void GLFEW_Mouse(GLFWwindow *window, int button, int action, int mods);
 void GLFEW_MouseMotion(GLFWwindow *window, double x, double y);
+void GLFEW_Wheel(GLFWwindow *window, double x, double y);
 void GLFEW_Screen(GLFWwindow *window, int width, int height);
 
 /// Draws into the middle of the window from now on: these shares of its width and height, 1 for
@@ -68,6 +69,21 @@ void GLFEW_LookAt(GLFEW_VERTEX &record);
 /// Texture of a picture file, repeating and with mipmaps; 0 when the picture does not load. Hint
 /// and rawPlanes are Picture_Load's.
 uint32_t GLFEW_LoadTexture(const char *path, uint16_t hint, uint16_t rawPlanes);
+
+/// Texture of width x height RGBA pixels, clamped at its edges and magnified as
+/// squares.
+uint32_t GLFEW_MakeTexture(const uint8_t *pixels, uint32_t width, uint32_t height);
+void GLFEW_DestroyTexture(uint32_t texture);
+
+/// The longest side that a texture may have.
+uint32_t GLFEW_MaxTextureSide();
+
+/// Clears the picture; lays what is drawn from now on over what is there, by its alpha.
+void GLFEW_Clear();
+void GLFEW_BlendByAlpha();
+
+/// Names the window.
+void GLFEW_SetTitle(const char *title);
 
 /// Shows the picture of a file as the window's icon; a picture that does not load changes nothing.
 void GLFEW_SetIcon(const char *path);

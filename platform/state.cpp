@@ -15,6 +15,7 @@ passwd *System_PW;
 const char *System_HOME;
 
 int32_t System_KD, System_KU, System_KD_Code, System_MD, System_MU;
+int32_t System_Wheel;
 uint16_t System_MouseX, System_MouseY;
 
 int32_t System_LeftMouseButton, System_MiddleMouseButton, System_RightMouseButton;

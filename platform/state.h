@@ -33,6 +33,8 @@ extern const char *System_HOME;
 /// Latest key press and release (GLFW's codes), scan code of either, and latest mouse button press
 /// and release (1 left, 2 middle, 3 right). 0: none pending.
 extern int32_t System_KD, System_KU, System_KD_Code, System_MD, System_MU;
+/// Steps that the wheel was turned since it was last asked for, away from the user positive.
+extern int32_t System_Wheel;
 /// Cursor in window units, fractions truncated.
 extern uint16_t System_MouseX, System_MouseY;
 

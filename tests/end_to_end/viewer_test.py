@@ -1,0 +1,141 @@
+"""The real viewer: viewer_test.py VIEWER DATA"""
+
+import os
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+from stage import Display
+
+VIEWER, DATA = (os.path.abspath(path) for path in sys.argv[1:3])
+RED, GREEN, BLUE, WHITE = b"\xff\0\0", b"\0\xff\0", b"\0\0\xff", b"\xff\xff\xff"
+
+
+def ppm(width, height, pixels):
+    return b"P6\n#\n%d %d\n255\n" % (width, height) + pixels
+
+
+class Viewer(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.environment = {"ASAN_OPTIONS": "detect_leaks=0"}  # the graphics drivers leak
+
+    def tearDown(self):
+        self.folder.cleanup()
+
+    def file(self, name, content=None):
+        path = os.path.join(self.folder.name, name)
+        if content is not None:
+            with open(path, "wb") as file:
+                file.write(content)
+        return path
+
+    def run_viewer(self, *words):
+        run = subprocess.run([VIEWER, *words], env=dict(os.environ, **self.environment), capture_output=True,
+                             text=True, timeout=60)
+        return run.returncode, run.stdout, run.stderr
+
+    def test_info(self):
+        rows = {
+            "png/ct1n0g04.png": ["PNG, 32x32, 4 bits a pixel\n", "  Title: PngSuite\n", "  colour: Grayscale\n"],
+            "jpg/progressive_420.jpg": ["JPEG, 33x27, 24 bits a pixel\n", "  identifier: JFIF\n"],
+        }
+        for name, lines in rows.items():
+            status, printed, errors = self.run_viewer("--info", os.path.join(DATA, name))
+            self.assertEqual((status, errors), (0, ""))
+            for line in lines:
+                self.assertIn(line, printed)
+
+    def test_convert(self):
+        picture = self.file("in.ppm", ppm(2, 1, RED + b"\x10\x20\x30"))
+        out = self.file("out.pam")
+        self.assertEqual(self.run_viewer("--convert", picture, out), (0, "", ""))
+        with open(out, "rb") as file:
+            self.assertEqual(file.read(), b"P7\nWIDTH 2\nHEIGHT 1\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\n"
+                                          b"ENDHDR\n\xff\0\0\xff\x10\x20\x30\xff")
+        sprites = self.file("in.spr", b"SPRITES\x02\x01\x01" + b"\x01\x02\x03" + b"\x0a\x0b\x0c")
+        self.assertEqual(self.run_viewer("--convert", "--frame", "1", sprites, out), (0, "", ""))
+        with open(out, "rb") as file:
+            self.assertTrue(file.read().endswith(b"ENDHDR\n\x0c\x0b\x0a\xff"))
+        sizes = []
+        for words in [["out.ham6"], ["out.ham8"], ["out.ham8", "--compress"]]:
+            out = self.file(words[0])
+            large = self.file("large.ppm", ppm(64, 64, BLUE * 64 * 64))
+            self.assertEqual(self.run_viewer("--convert", large, out, *words[1:]), (0, "", ""))
+            self.assertIn("HAM, 64x64", self.run_viewer("--info", out)[1])
+            sizes.append(os.path.getsize(out))
+        self.assertTrue(sizes[2] < sizes[0] < sizes[1], sizes)
+
+    def test_failures(self):
+        picture = self.file("in.ppm", ppm(1, 1, RED))
+        text = self.file("text", b"no picture")
+        cut = self.file("cut.png", b"\x89PNG\r\n\x1a\n")
+        rows = [
+            (["--info", "absent", picture], 1, "viewer: absent: No such file or directory\n"),
+            (["--info", text], 1, f"viewer: {text}: its format is not known\n"),
+            (["--info", cut], 1, "though it begins like PNG\n"),
+            (["--convert", text, self.file("x.pam")], 1, "its format is not known\n"),
+            (["--convert", picture, "/absent/x.pam"], 1, "viewer: /absent/x.pam: No such file or directory\n"),
+            (["--convert", "--frame", "1", picture, self.file("x.pam")], 1, "it has 1 frames, counted from 0\n"),
+            (["--convert", picture, "x.jpg"], 2, ""),
+            (["--convert", picture], 2, ""),
+            (["--frame", "1", picture], 2, ""),
+            (["--charset", "15"], 2, ""),
+            (["--no-such-option"], 2, ""),
+            ([], 2, ""),
+        ]
+        for words, status, errors in rows:
+            with self.subTest(words):
+                result = self.run_viewer(*words)
+                self.assertEqual((result[0], result[2].count("\n")), (status, 1))
+                self.assertTrue(result[2].endswith(errors), result[2])
+
+    def test_in_a_window(self):
+        quarters = self.file("quarters.ppm", ppm(2, 2, RED + GREEN + BLUE + WHITE))
+        clear = self.file("clear.gif", b"GIF89a\x02\0\x02\0\x80\0\0\xff\0\0\0\0\xff"
+                                       b"\x21\xf9\x04\x01\0\0\x01\0" b"\x2c\0\0\0\0\x02\0\x02\0\0\x02\x03\x0c\x10\x05\0;")
+        with Display() as display:
+            environment = dict(os.environ, **self.environment, DISPLAY=display.name)
+            viewer = subprocess.Popen([VIEWER, quarters, "absent", clear], env=environment, stderr=subprocess.PIPE)
+
+            def await_pixels(expected):
+                deadline = time.monotonic() + 30
+                while (seen := [self.pixel(display, *at) for at in points]) != expected:
+                    self.assertLess(time.monotonic(), deadline, seen)
+                    time.sleep(0.2)
+
+            # 2 by 2 pixels are 768 by 768 in the window's middle.
+            points = [(300, 100), (700, 100), (300, 600), (700, 600), (50, 400)]
+            await_pixels([RED, GREEN, BLUE, WHITE, b"\x30\x30\x34"])
+            window = display.xdotool("search", "--name", "quarters.ppm - PNM, 2x2, 24 bits").split()
+            self.assertEqual(len(window), 1)
+            for _ in range(4):
+                display.xdotool("key", "equal")
+                time.sleep(0.3)
+            await_pixels([RED, GREEN, BLUE, WHITE, BLUE])
+            display.xdotool("key", "Right")  # past the absent file
+            # Squares of 8, white and grey.
+            points = [(304, 104), (312, 104), (50, 400)]
+            deadline = time.monotonic() + 30
+            while {self.pixel(display, *at) for at in points[:2]} != {WHITE, b"\xcc\xcc\xcc"}:
+                self.assertLess(time.monotonic(), deadline)
+                time.sleep(0.2)
+            display.xdotool("key", "Escape")
+            self.assertEqual(viewer.wait(30), 1)  # one was absent
+            with viewer.stderr as stream:
+                self.assertEqual(stream.read(), b"viewer: absent: No such file or directory\n")
+
+    def pixel(self, display, x, y):
+        """A pixel of the screen, from a window dump (X11/XWDFile.h): its blue byte comes first."""
+        dump = subprocess.run(["xwd", "-root", "-silent"], env=dict(os.environ, DISPLAY=display.name), check=True,
+                              capture_output=True).stdout
+        header = struct.unpack(">25I", dump[:100])
+        at = header[0] + header[19] * 12 + y * header[12] + x * (header[11] // 8)
+        return bytes(reversed(dump[at:at + 3]))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)

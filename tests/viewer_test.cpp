@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+
+#include "tests/files.h"
+#include "tools/viewer/shown.h"
+
+// An image whose pixels are letters.
+static VIEWER_IMAGE ImageOf(const std::vector<std::string> &rows)
+{
+    VIEWER_IMAGE image{
+        static_cast<uint32_t>(rows[0].size()), static_cast<uint32_t>(rows.size()), {}};
+    for (const std::string &row : rows)
+        for (const char c : row)
+            image.Pixels.insert(image.Pixels.end(), 4, static_cast<uint8_t>(c));
+    return image;
+}
+
+static std::string TextOf(const VIEWER_IMAGE &image)
+{
+    std::string text;
+    for (size_t i = 0; i < image.Pixels.size(); i += 4) {
+        text += static_cast<char>(image.Pixels[i]);
+        if ((i / 4 + 1) % image.Width == 0)
+            text += '/';
+    }
+    return text;
+}
+
+TEST(Viewer, OrientationsAreMadeUpright)
+{
+    const char *expected[] = {"FGH/..J/",  "HGF/J../",  "J../HGF/",  "..J/FGH/",
+                              "F./G./HJ/", ".F/.G/JH/", "JH/.G/.F/", "HJ/G./F./"};
+    for (int orientation = 1; orientation <= 8; orientation++)
+        EXPECT_EQ(TextOf(Viewer_Upright(ImageOf({"FGH", "..J"}), orientation)),
+                  expected[orientation - 1])
+            << orientation;
+}
+
+// A GIF of a row of three pixels, red or blue, in frames of one pixel: left, disposal, colour.
+static std::vector<uint8_t> MakeGIF(const std::vector<std::array<uint8_t, 3>> &frames)
+{
+    std::vector<uint8_t> file = Text("GIF89a\3\0\1\0\x80\0\0\xFF\0\0\0\0\xFF");
+    for (const auto &[left, disposal, colour] : frames) {
+        // Codes of 3 bits: clear, the colour, end.
+        const uint16_t codes = static_cast<uint16_t>(4 | colour << 3 | 5 << 6);
+        const std::vector<uint8_t> frame = {0x21,
+                                            0xF9,
+                                            4,
+                                            static_cast<uint8_t>(disposal << 2),
+                                            10,
+                                            0,
+                                            0,
+                                            0,
+                                            0x2C,
+                                            left,
+                                            0,
+                                            0,
+                                            0,
+                                            1,
+                                            0,
+                                            1,
+                                            0,
+                                            0,
+                                            2,
+                                            2,
+                                            static_cast<uint8_t>(codes),
+                                            static_cast<uint8_t>(codes >> 8),
+                                            0};
+        file.insert(file.end(), frame.begin(), frame.end());
+    }
+    file.push_back(0x3B);
+    return file;
+}
+
+TEST(Viewer, FramesAreLaidDownAndDisposedOf)
+{
+    const std::string path =
+        WriteTemp("frames.gif", MakeGIF({{0, 1, 0}, {1, 2, 1}, {2, 3, 1}, {1, 0, 0}}));
+    const VIEWER_FILE file = Viewer_Open(path);
+    ASSERT_EQ(file.Frames, 4u);
+    EXPECT_NEAR(file.Ends.back(), 0.4, 1e-9);
+    const auto look = [](uint32_t frame) {
+        std::string seen;
+        const VIEWER_IMAGE &screen = Viewer_Screen(frame);
+        for (size_t i = 0; i < screen.Pixels.size(); i += 4)
+            seen += screen.Pixels[i + 3] == 0 ? '-' : screen.Pixels[i] ? 'r' : 'b';
+        return seen;
+    };
+    EXPECT_EQ(look(0), "r--");
+    EXPECT_EQ(look(1), "rb-");
+    EXPECT_EQ(look(2), "r-b");
+    EXPECT_EQ(look(3), "rr-");
+    EXPECT_EQ(look(1), "rb-"); // again from the start
+}

@@ -1,0 +1,10 @@
+// Pictures written to files.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// Writes frame `frame` of picture file `in` as `out`, by its ending: .ham6 and .ham8, with runs if
+/// `compress`, or .pam (RGBA). Returns why it did not, or "". `wrong` is whose fault that was.
+std::string Viewer_Convert(const std::string &in, const std::string &out, uint32_t frame,
+                           bool compress, std::string &wrong);

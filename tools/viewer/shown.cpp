@@ -1,0 +1,179 @@
+#include "tools/viewer/shown.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "picture/gif.h"
+#include "picture/jpg.h"
+#include "picture/spr.h"
+
+const char *Viewer_FormatName(uint8_t format)
+{
+    constexpr std::array names = {"unknown", "HAM",  "BMP", "PCX",  "PNM", "JPEG",   "TGA",
+                                  "PNG",     "ILBM", "XBM", "TIFF", "GIF", "sprites"};
+    return names[format < names.size() ? format : 0];
+}
+
+std::string Viewer_Reason(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    char byte;
+    if (!file || !file.read(&byte, 1))
+        return errno != 0 && !file.is_open() ? std::strerror(errno) : "it cannot be read";
+    const uint8_t format = Picture_Check(path.c_str(), 0);
+    return format == PICTURE_UNKNOWN
+               ? "its format is not known"
+               : std::string("it is no picture that can be decoded, though it begins like ") +
+                     Viewer_FormatName(format);
+}
+
+static VIEWER_IMAGE Crop(const uint8_t *pixels, uint32_t width, uint32_t height, size_t stride)
+{
+    VIEWER_IMAGE image;
+    if (!pixels)
+        return image;
+    image = {width, height, std::vector<uint8_t>(size_t{width} * height * 4)};
+    for (size_t y = 0; y < height; y++)
+        std::memcpy(image.Pixels.data() + y * width * 4, pixels + y * stride * 4,
+                    size_t{width} * 4);
+    return image;
+}
+
+VIEWER_IMAGE Viewer_Image(const Picture &picture)
+{
+    return Crop(picture.Pixels, picture.Width, picture.Height, picture.BufferWidth);
+}
+
+VIEWER_IMAGE Viewer_Thumbnail(const Picture &picture)
+{
+    return Crop(picture.ThumbPixels, picture.ThumbWidth, picture.ThumbHeight,
+                picture.ThumbBufferWidth);
+}
+
+uint32_t Viewer_FrameCount(const Picture &picture)
+{
+    return picture.Format == PICTURE_GIF       ? GIF_Header.FrameCount
+           : picture.Format == PICTURE_SPRITES ? SPR_Header.Count
+                                               : 1;
+}
+
+VIEWER_IMAGE Viewer_Frame(const Picture &picture, uint32_t n)
+{
+    if (n >= Viewer_FrameCount(picture))
+        return {};
+    if (picture.Format == PICTURE_GIF)
+        return Crop(GIF_Frames[n].Data, picture.Width, picture.Height, picture.BufferWidth);
+    if (picture.Format == PICTURE_SPRITES)
+        return Crop(SPR_Header.Images[n], picture.Width, picture.Height, picture.BufferWidth);
+    return Viewer_Image(picture);
+}
+
+int Viewer_Orientation()
+{
+    constexpr uint16_t tag = 274, typeShort = 3;
+    const JPG_IFD &ifd = JPG_Exif.IFDs[0];
+    for (size_t i = 0; i < std::min<size_t>(ifd.Count, ifd.Entries.size()); i++) {
+        const JPG_EXIF_ENTRY &entry = ifd.Entries[i];
+        // A short stands in the first bytes of its field.
+        const bool high = JPG_Exif.ByteOrder == 'M' && entry.Type == typeShort;
+        const uint32_t value = high ? entry.Value >> 16 : entry.Value & 0xFFFF;
+        if (entry.Tag == tag && value >= 1 && value <= 8)
+            return static_cast<int>(value);
+    }
+    return 1;
+}
+
+// Exif 2.3, 4.6.4 A: where row 0 and column 0 of the file's picture are to be seen.
+VIEWER_IMAGE Viewer_Upright(VIEWER_IMAGE image, int orientation)
+{
+    if (orientation < 2 || orientation > 8)
+        return image;
+    const bool turned = orientation >= 5;
+    const bool right = orientation == 2 || orientation == 3 || orientation == 7 || orientation == 8;
+    const bool bottom =
+        orientation == 3 || orientation == 4 || orientation == 6 || orientation == 7;
+    VIEWER_IMAGE upright = image;
+    if (turned)
+        std::swap(upright.Width, upright.Height);
+    for (uint32_t y = 0; y < upright.Height; y++)
+        for (uint32_t x = 0; x < upright.Width; x++) {
+            uint32_t column = turned ? y : x, row = turned ? x : y;
+            column = right ? image.Width - 1 - column : column;
+            row = bottom ? image.Height - 1 - row : row;
+            std::memcpy(upright.Pixels.data() + 4 * (size_t{y} * upright.Width + x),
+                        image.Pixels.data() + 4 * (size_t{row} * image.Width + column), 4);
+        }
+    return upright;
+}
+
+// Delays of less than two hundredths are taken for a tenth of a second, as is usual.
+static std::vector<double> Ends()
+{
+    std::vector<double> ends;
+    double end = 0;
+    for (const GIF_FRAME &frame : GIF_Frames) {
+        end += frame.Delay < 2 ? 0.1 : frame.Delay / 100.0;
+        ends.push_back(end);
+    }
+    return ends;
+}
+
+// The screen of the GIF that was loaded last: what is on it, and what the frame on top of it will
+// leave behind.
+static VIEWER_IMAGE screen, below;
+static uint32_t onTop;
+
+static void LayFrame(uint32_t n)
+{
+    const GIF_FRAME &frame = GIF_Frames[n];
+    if (n == 0)
+        std::ranges::fill(below.Pixels, uint8_t{0});
+    screen = below;
+    for (size_t i = 0; frame.Data && i < screen.Pixels.size(); i += 4)
+        if (frame.Data[i + 3] != 0)
+            std::memcpy(screen.Pixels.data() + i, frame.Data + i, 4);
+    if (frame.Disposal != 3)
+        below = screen;
+    for (size_t y = frame.Top; frame.Disposal == 2 && y < frame.Top + size_t{frame.Height}; y++)
+        for (size_t x = frame.Left; x < frame.Left + size_t{frame.Width}; x++)
+            if (x < screen.Width && y < screen.Height)
+                std::memset(below.Pixels.data() + 4 * (y * screen.Width + x), 0, 4);
+    onTop = n;
+}
+
+const VIEWER_IMAGE &Viewer_Screen(uint32_t n)
+{
+    if (n < onTop)
+        LayFrame(0);
+    while (onTop < n)
+        LayFrame(onTop + 1);
+    return screen;
+}
+
+VIEWER_FILE Viewer_Open(const std::string &path)
+{
+    static Picture last; // a GIF's frames are wanted until the next file
+    Picture_UnLoad(last);
+    last = Picture_Load(path.c_str(), 0, 0);
+    VIEWER_FILE file;
+    file.Path = path;
+    file.Format = last.Format;
+    file.Bits = last.Bits;
+    file.Picture = Viewer_Image(last);
+    if (!last.Pixels)
+        return file;
+    file.Frames = Viewer_FrameCount(last);
+    const int orientation = last.Format == PICTURE_JPEG ? Viewer_Orientation() : 1;
+    file.Picture = Viewer_Upright(std::move(file.Picture), orientation);
+    file.Thumbnail = Viewer_Upright(Viewer_Thumbnail(last), orientation);
+    if (last.Format == PICTURE_GIF) {
+        file.Ends = Ends();
+        screen = below = file.Picture;
+        LayFrame(0);
+        file.Picture = screen;
+    }
+    return file;
+}

@@ -1,0 +1,50 @@
+// A picture file opened for the viewer: its record, and its frames as they are to be seen.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "picture/picture.h"
+
+/// RGBA pixels without what a decoder's buffer has beyond them.
+struct VIEWER_IMAGE {
+    uint32_t Width = 0, Height = 0;
+    std::vector<uint8_t> Pixels;
+};
+
+struct VIEWER_FILE {
+    std::string Path;
+    uint8_t Format = 0, Bits = 0;
+    uint32_t Frames = 1;      // of a GIF or a sprite file
+    VIEWER_IMAGE Picture;     // upright; the first frame
+    VIEWER_IMAGE Thumbnail;   // upright; empty without one
+    std::vector<double> Ends; // of a GIF's frames, seconds from its start; empty for others
+};
+
+/// Name of a format, "unknown" for 0.
+const char *Viewer_FormatName(uint8_t format);
+
+/// Why a file has no picture, for a person.
+std::string Viewer_Reason(const std::string &path);
+
+/// The pixels of a record, or of its thumbnail. Empty where there are none.
+VIEWER_IMAGE Viewer_Image(const Picture &picture);
+VIEWER_IMAGE Viewer_Thumbnail(const Picture &picture);
+
+/// Frame `n` of the GIF or sprite file that was loaded last, as it was decoded; for other formats
+/// frame 0 is the picture. Empty when there is no such frame.
+VIEWER_IMAGE Viewer_Frame(const Picture &picture, uint32_t n);
+uint32_t Viewer_FrameCount(const Picture &picture);
+
+/// Exif's orientation (1 to 8) of the JPEG file that was loaded last; 1 without one. And an image
+/// turned upright by it.
+int Viewer_Orientation();
+VIEWER_IMAGE Viewer_Upright(VIEWER_IMAGE image, int orientation);
+
+/// Opens a file to be seen. Without a picture its Picture is empty.
+VIEWER_FILE Viewer_Open(const std::string &path);
+
+/// What a GIF's screen shows at frame `n`, its earlier frames laid down and disposed of. The file
+/// must be the one that was loaded last. Counts up from the last call where it can.
+const VIEWER_IMAGE &Viewer_Screen(uint32_t n);

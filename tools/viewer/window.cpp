@@ -1,0 +1,345 @@
+#include "tools/viewer/window.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "picture/charset.h"
+#include "picture/graphics.h"
+#include "platform/application.h"
+#include "platform/glfew.h"
+
+// What the window shows. Offsets count from the window's middle, in its units.
+static struct {
+    std::vector<std::string> Paths; // empty: only the image in File
+    size_t At;
+    VIEWER_FILE File;
+    uint32_t Frame;                    // of a GIF
+    double Start;                      // of a GIF's round, seconds
+    uint32_t Picture, Thumbnail, Help; // textures
+    VIEWER_IMAGE HelpImage;
+    bool ShowThumbnail, ShowHelp;
+    float Zoom; // 0: fitted
+    float X, Y;
+    bool Dragging;
+    int32_t DragX, DragY;
+} view;
+
+// The unit square: laid over a checkerboard, and over whatever is there.
+static GLFEW_VERTEX board, overlay;
+
+static double Now()
+{
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+static uint32_t TextureOf(const VIEWER_IMAGE &image)
+{
+    return GLFEW_MakeTexture(image.Pixels.data(), image.Width, image.Height);
+}
+
+// The size of the picture that is shown, and how large it is shown.
+static const VIEWER_IMAGE &Shown()
+{
+    return view.ShowThumbnail ? view.File.Thumbnail : view.File.Picture;
+}
+
+static float FittingZoom()
+{
+    const VIEWER_IMAGE &image = Shown();
+    const float across = static_cast<float>(System_ScreenWidth) / static_cast<float>(image.Width);
+    const float down = static_cast<float>(System_ScreenHeight) / static_cast<float>(image.Height);
+    const float zoom = std::min(across, down);
+    return zoom < 1 ? zoom : std::floor(zoom); // whole pixels stay whole
+}
+
+static float CurrentZoom()
+{
+    return view.Zoom == 0 ? FittingZoom() : view.Zoom;
+}
+
+static void SetTitle()
+{
+    const VIEWER_FILE &file = view.File;
+    std::string title = file.Path;
+    if (!view.Paths.empty())
+        title += std::string(" - ") + Viewer_FormatName(file.Format) + ", " +
+                 std::to_string(file.Picture.Width) + "x" + std::to_string(file.Picture.Height) +
+                 ", " + std::to_string(file.Bits) + " bits";
+    GLFEW_SetTitle(title.c_str());
+}
+
+static void ShowPicture()
+{
+    GLFEW_DestroyTexture(view.Picture);
+    view.Picture = TextureOf(view.File.Picture);
+}
+
+static void ShowFile()
+{
+    view.ShowThumbnail = false;
+    view.Zoom = view.X = view.Y = 0;
+    view.Frame = 0;
+    view.Start = Now();
+    GLFEW_DestroyTexture(view.Thumbnail);
+    view.Thumbnail = 0;
+    if (!view.File.Thumbnail.Pixels.empty())
+        view.Thumbnail = TextureOf(view.File.Thumbnail);
+    ShowPicture();
+    SetTitle();
+}
+
+static bool CanShow(const VIEWER_FILE &file)
+{
+    const uint32_t most = GLFEW_MaxTextureSide();
+    std::string reason;
+    if (file.Picture.Pixels.empty())
+        reason = Viewer_Reason(file.Path);
+    else if (file.Picture.Width > most || file.Picture.Height > most)
+        reason = "it is too large for this display";
+    if (!reason.empty())
+        std::fprintf(stderr, "viewer: %s: %s\n", file.Path.c_str(), reason.c_str());
+    return reason.empty();
+}
+
+// Goes to the next file that can be shown; those that cannot are taken out. False without any.
+static bool Step(size_t by)
+{
+    while (!view.Paths.empty()) {
+        view.At = (view.At + by) % view.Paths.size();
+        view.File = Viewer_Open(view.Paths[view.At]);
+        if (CanShow(view.File)) {
+            ShowFile();
+            return true;
+        }
+        view.Paths.erase(view.Paths.begin() + static_cast<ptrdiff_t>(view.At));
+        view.At = view.Paths.empty() ? 0 : (view.At + view.Paths.size() - 1) % view.Paths.size();
+        by = 1;
+    }
+    return false;
+}
+
+static VIEWER_IMAGE MakeHelp()
+{
+    constexpr std::array lines = {"left, right, space  another picture",
+                                  "+ - wheel           closer, farther",
+                                  "0                   fitted",
+                                  "drag                moves the picture",
+                                  "t                   thumbnail",
+                                  "h                   this help",
+                                  "escape              ends"};
+    constexpr uint8_t set = 3;
+    const CHARSET_SIZE size = CharSet_GetSize(set);
+    const uint32_t rowHeight = size.Rows + 4u;
+    VIEWER_IMAGE image{400, static_cast<uint32_t>(lines.size()) * rowHeight + 20, {}};
+    image.Pixels.resize(size_t{image.Width} * image.Height * 4);
+    for (size_t i = 3; i < image.Pixels.size(); i += 4)
+        image.Pixels[i] = 200;
+    Picture target{};
+    target.Width = target.BufferWidth = static_cast<uint16_t>(image.Width);
+    target.Height = target.BufferHeight = static_cast<uint16_t>(image.Height);
+    target.Pixels = image.Pixels.data();
+    Graphics_SetTarget(&target);
+    Graphics_SetColor(255, 255, 255, 255);
+    for (size_t i = 0; i < lines.size(); i++)
+        CharSet_PutText(10, static_cast<int16_t>(10 + i * rowHeight), lines[i], set, 1, 1);
+    Graphics_SetTarget(nullptr);
+    return image;
+}
+
+static GLFEW_VERTEX MakeQuad(const char *fragment)
+{
+    // Two triangles; rows of pixels go down.
+    static constexpr std::array<float, 30> corners = {0, 0, 0, 0, 0, 1, 0, 0, 1, 0, 1, 1, 0, 1, 1,
+                                                      0, 0, 0, 0, 0, 1, 1, 0, 1, 1, 0, 1, 0, 0, 1};
+    GLFEW_VERTEX quad{};
+    quad.Kind = GLFEW_TEXTURED;
+    quad.Count = 6;
+    quad.TexturedVertices = corners.data();
+    std::strcpy(quad.VertexShaderSource.data(),
+                "#version 330 core\nlayout(location = 0) in vec3 p;\n"
+                "layout(location = 1) in vec2 t;\nout vec2 uv;\nuniform mat4 MVP;\n"
+                "void main() { gl_Position = MVP * vec4(p, 1); uv = t; }\n");
+    std::strcpy(quad.FragmentShaderSource.data(), fragment);
+    GLFEW_CreateVertex(quad);
+    return quad;
+}
+
+static void MakeQuads()
+{
+    board = MakeQuad("#version 330 core\nin vec2 uv;\nout vec4 color;\n"
+                     "uniform sampler2D textureSampler1;\n"
+                     "void main() {\n"
+                     "  vec4 c = texture(textureSampler1, uv);\n"
+                     "  vec2 square = floor(gl_FragCoord.xy / 8);\n"
+                     "  float grey = mod(square.x + square.y, 2) < 0.5 ? 1.0 : 0.8;\n"
+                     "  color = vec4(mix(vec3(grey), c.rgb, c.a), 1);\n"
+                     "}\n");
+    overlay = MakeQuad("#version 330 core\nin vec2 uv;\nout vec4 color;\n"
+                       "uniform sampler2D textureSampler1;\n"
+                       "void main() { color = texture(textureSampler1, uv); }\n");
+}
+
+// Draws a texture over a rectangle of the window, its left top at (x, y).
+static void Draw(GLFEW_VERTEX &quad, uint32_t texture, float x, float y, float width, float height)
+{
+    const auto screenWidth = static_cast<float>(std::max(System_ScreenWidth, 1));
+    const auto screenHeight = static_cast<float>(std::max(System_ScreenHeight, 1));
+    quad.Texture = texture;
+    quad.MVP = {};
+    quad.MVP[0] = 2 * width / screenWidth; // column by column
+    quad.MVP[5] = -2 * height / screenHeight;
+    quad.MVP[10] = quad.MVP[15] = 1;
+    quad.MVP[12] = 2 * x / screenWidth - 1;
+    quad.MVP[13] = 1 - 2 * y / screenHeight;
+    GLFEW_Set3DWorld(quad);
+    GLFEW_SetTexture(quad);
+    GLFEW_DrawVertex(quad, 4);
+}
+
+void Paint()
+{
+    GLFEW_Clear();
+    const VIEWER_IMAGE &image = Shown();
+    const float zoom = CurrentZoom();
+    const float width = std::round(static_cast<float>(image.Width) * zoom);
+    const float height = std::round(static_cast<float>(image.Height) * zoom);
+    const float x = std::floor((static_cast<float>(System_ScreenWidth) - width) / 2 + view.X);
+    const float y = std::floor((static_cast<float>(System_ScreenHeight) - height) / 2 + view.Y);
+    Draw(board, view.ShowThumbnail ? view.Thumbnail : view.Picture, x, y, width, height);
+    if (view.ShowHelp)
+        Draw(overlay, view.Help, 20, 20, static_cast<float>(view.HelpImage.Width),
+             static_cast<float>(view.HelpImage.Height));
+}
+
+// Moves a GIF on to the frame whose time it is.
+static void Play()
+{
+    const std::vector<double> &ends = view.File.Ends;
+    if (ends.size() < 2)
+        return;
+    const double time = std::fmod(Now() - view.Start, ends.back());
+    uint32_t frame = 0;
+    while (frame + 1 < ends.size() && time >= ends[frame])
+        frame++;
+    if (frame == view.Frame)
+        return;
+    view.Frame = frame;
+    view.File.Picture = Viewer_Screen(frame);
+    ShowPicture();
+}
+
+// Keeps what lies in the window's middle there.
+static void ZoomBy(float factor)
+{
+    const float before = CurrentZoom();
+    view.Zoom = std::clamp(before * factor, 1.0F / 64, std::max(64.0F, 16 * FittingZoom()));
+    view.X *= view.Zoom / before;
+    view.Y *= view.Zoom / before;
+}
+
+static void Drag()
+{
+    const int32_t x = System_GetMouseX(), y = System_GetMouseY();
+    if (System_MouseDown() == 1) {
+        view.Dragging = true;
+        view.DragX = x;
+        view.DragY = y;
+    }
+    if (view.Dragging) {
+        view.X += static_cast<float>(x - view.DragX);
+        view.Y += static_cast<float>(y - view.DragY);
+        view.DragX = x;
+        view.DragY = y;
+    }
+    if (System_MouseUp() == 1)
+        view.Dragging = false;
+}
+
+static void Press(int32_t key)
+{
+    // As GLFW numbers keys: letters and signs by their ASCII codes of a US keyboard.
+    constexpr int32_t escape = 256, right = 262, left = 263, minusPad = 333, plusPad = 334,
+                      zeroPad = 320;
+    switch (key) {
+    case escape:
+        Velmorandis_CloseApplication(1);
+        break;
+    case right:
+    case ' ':
+        Step(1);
+        break;
+    case left:
+        if (!view.Paths.empty())
+            Step(view.Paths.size() - 1);
+        break;
+    case '=':
+    case plusPad:
+        ZoomBy(1.25F);
+        break;
+    case '-':
+    case minusPad:
+        ZoomBy(0.8F);
+        break;
+    case '0':
+    case zeroPad:
+        view.Zoom = view.X = view.Y = 0;
+        break;
+    case 'T':
+        view.ShowThumbnail = !view.ShowThumbnail && view.Thumbnail != 0;
+        break;
+    case 'H':
+        view.ShowHelp = !view.ShowHelp;
+        break;
+    }
+}
+
+void Scene()
+{
+    Press(System_KeyDown());
+    const int32_t wheel = System_MouseWheel();
+    if (wheel != 0)
+        ZoomBy(std::pow(1.25F, static_cast<float>(wheel)));
+    Drag();
+    Play();
+}
+
+void Timer() {}
+
+static bool OpenWindow()
+{
+    if (!CreateApplication(0, 0, 1024, 768, "viewer", "", "", 48, 48, 52, 255))
+        return false;
+    GLFEW_BlendByAlpha();
+    MakeQuads();
+    view.HelpImage = MakeHelp();
+    view.Help = TextureOf(view.HelpImage);
+    return true;
+}
+
+int Viewer_ShowFiles(const std::vector<std::string> &paths)
+{
+    if (!OpenWindow())
+        return 1;
+    view.Paths = paths;
+    if (Step(0))
+        ExecuteApplication();
+    DestroyApplication();
+    return view.Paths.size() == paths.size() ? 0 : 1;
+}
+
+int Viewer_ShowImage(const VIEWER_IMAGE &image, const std::string &title)
+{
+    if (!OpenWindow())
+        return 1;
+    view.File.Path = title;
+    view.File.Picture = image;
+    ShowFile();
+    ExecuteApplication();
+    DestroyApplication();
+    return 0;
+}
