@@ -3,17 +3,10 @@
 // Photos need djpeg.
 #include <cmath>
 #include <cstdlib>
-#include <filesystem>
 #include <map>
-#include <sstream>
 
-#include <gtest/gtest.h>
-
-#include "picture/picture.h"
-#include "tests/files.h"
+#include "tests/pictures.h"
 #include "tests/sha256.h"
-
-using BYTES = std::vector<uint8_t>;
 
 // Files whose result differs from the other decoders' by a rule of ours, and which rule.
 static const std::map<std::string, const char *> deviations = {
@@ -21,14 +14,7 @@ static const std::map<std::string, const char *> deviations = {
     {"png/tbrn2c08.png", "the transparent colour of RGB is stored, not applied"},
 };
 
-struct ROW {
-    std::string File, Kind, Width, Height, Digest, DigestWithoutTransparent, Note;
-};
-
-static void PrintTo(const ROW &row, std::ostream *out)
-{
-    *out << row.File;
-}
+using ROW = std::vector<std::string>;
 
 static std::string Folder()
 {
@@ -38,31 +24,7 @@ static std::string Folder()
 
 static std::vector<ROW> Rows()
 {
-    std::vector<ROW> rows;
-    std::ifstream file(Folder() + "expected.tsv");
-    std::string line;
-    std::getline(file, line);
-    while (std::getline(file, line)) {
-        std::vector<std::string> fields;
-        std::istringstream fieldsOf(line);
-        for (std::string field; std::getline(fieldsOf, field, '\t');)
-            fields.push_back(field);
-        fields.resize(10);
-        rows.push_back(
-            {fields[0], fields[1], fields[2], fields[3], fields[4], fields[5], fields[9]});
-    }
-    return rows;
-}
-
-// The picture's own pixels, without what its buffer has beyond them.
-static BYTES Cropped(const Picture &picture)
-{
-    BYTES pixels;
-    for (size_t y = 0; y < picture.Height; y++) {
-        const uint8_t *row = picture.Pixels + y * picture.BufferWidth * 4;
-        pixels.insert(pixels.end(), row, row + picture.Width * size_t{4});
-    }
-    return pixels;
+    return ReadTable(Folder() + "expected.tsv");
 }
 
 static BYTES WithoutTransparent(BYTES pixels)
@@ -71,19 +33,6 @@ static BYTES WithoutTransparent(BYTES pixels)
         if (pixels[i + 3] == 0)
             std::fill_n(pixels.begin() + static_cast<ptrdiff_t>(i), 3, uint8_t{0});
     return pixels;
-}
-
-// The samples of a binary PGM or PPM picture, each grey thrice.
-static BYTES SamplesOf(const std::string &pnm)
-{
-    std::istringstream text(pnm);
-    std::string magic;
-    int width = 0, height = 0, most = 0;
-    text >> magic >> width >> height >> most;
-    BYTES samples;
-    for (auto i = static_cast<size_t>(text.tellg()) + 1; i < pnm.size(); i++)
-        samples.insert(samples.end(), magic == "P5" ? 3 : 1, static_cast<uint8_t>(pnm[i]));
-    return samples;
 }
 
 struct DIFFERENCE {
@@ -112,8 +61,7 @@ static BYTES RunDjpeg(const std::string &options, const std::string &path)
     const std::string command = "djpeg -dct float " + options + " -pnm '" + path + "' > " + out;
     if (std::system(command.c_str()) != 0)
         return {};
-    const std::vector<uint8_t> bytes = Bytes_LoadFile(out.c_str());
-    return SamplesOf({bytes.begin(), bytes.end()});
+    return SamplesOfPNM(out);
 }
 
 class Corpus : public testing::TestWithParam<ROW>
@@ -124,21 +72,23 @@ GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Corpus);
 TEST_P(Corpus, Matches)
 {
     const ROW &row = GetParam();
-    const std::string path = Folder() + row.File;
+    SCOPED_TRACE(row[0]);
+    ASSERT_EQ(row.size(), 10u);
+    const std::string &kind = row[1], path = Folder() + row[0];
     testing::internal::CaptureStdout(); // some decoders talk
     const Picture picture = Picture_Load(path.c_str(), 0, 0);
     testing::internal::GetCapturedStdout();
-    const auto deviation = deviations.find(row.File);
-    if (row.Kind == "reject" || (row.Kind == "psnr" && deviation != deviations.end())) {
+    const auto deviation = deviations.find(row[0]);
+    if (kind == "reject" || (kind == "psnr" && deviation != deviations.end())) {
         EXPECT_EQ(picture.Pixels, nullptr);
         return;
     }
     ASSERT_NE(picture.Pixels, nullptr);
-    EXPECT_EQ(std::to_string(picture.Width), row.Width);
-    EXPECT_EQ(std::to_string(picture.Height), row.Height);
+    EXPECT_EQ(std::to_string(picture.Width), row[2]);
+    EXPECT_EQ(std::to_string(picture.Height), row[3]);
     const BYTES pixels = Cropped(picture);
     Picture_UnLoad(picture);
-    if (row.Kind == "psnr") {
+    if (kind == "psnr") {
         const DIFFERENCE smooth = Compare(pixels, RunDjpeg("", path));
         const DIFFERENCE plain = Compare(pixels, RunDjpeg("-nosmooth", path));
         EXPECT_GE(std::max(smooth.PSNR, plain.PSNR), 45);
@@ -146,9 +96,8 @@ TEST_P(Corpus, Matches)
         return;
     }
     const std::string digest = Sha256(pixels);
-    const bool matches = digest == row.Digest ||
-                         Sha256(WithoutTransparent(pixels)) == row.DigestWithoutTransparent ||
-                         (row.Kind == "split" && row.Note.find(digest) != std::string::npos);
+    const bool matches = digest == row[4] || Sha256(WithoutTransparent(pixels)) == row[5] ||
+                         (kind == "split" && row[9].find(digest) != std::string::npos);
     EXPECT_EQ(matches, deviation == deviations.end())
         << (deviation == deviations.end() ? "" : deviation->second);
 }

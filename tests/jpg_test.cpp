@@ -1,15 +1,9 @@
 #include "picture/jpg.h"
 
-#include <cmath>
 #include <cstdlib>
-#include <numbers>
-#include <sstream>
 
 #include "picture/jpg_scan.h"
-#include "picture/picture.h"
-#include "tests/files.h"
-
-using BYTES = std::vector<uint8_t>;
+#include "tests/pictures.h"
 
 static BYTES Read(const std::string &name)
 {
@@ -38,20 +32,6 @@ static BYTES Decode(const BYTES &file)
     return rgb;
 }
 
-// The samples of a binary PGM or PPM picture, each grey thrice.
-static BYTES ReadPNM(const std::string &name)
-{
-    const BYTES file = Read(name);
-    std::istringstream text(std::string(file.begin(), file.end()));
-    std::string magic;
-    int width, height, most;
-    text >> magic >> width >> height >> most;
-    BYTES samples;
-    for (auto i = static_cast<size_t>(text.tellg()) + 1; i < file.size(); i++)
-        samples.insert(samples.end(), magic == "P5" ? 3 : 1, file[i]);
-    return samples;
-}
-
 static int Greatest(const BYTES &a, const BYTES &b, size_t first = 0)
 {
     int greatest = a.size() == b.size() ? 0 : 256;
@@ -71,39 +51,9 @@ TEST(JPG, FilesAsAnotherDecoderSeesThem)
                 {"411", 40},         {"2x2_odd", 40},        {"3x2", 40}};
     for (const auto &r : rows)
         EXPECT_LE(Greatest(Decode(Read(std::string(r.name) + ".jpg")),
-                           ReadPNM(std::string(r.name) + ".ppm")),
+                           SamplesOfPNM(TEST_DATA "jpg/" + std::string(r.name) + ".ppm")),
                   r.greatest)
             << r.name;
-}
-
-TEST(JPG, InverseDCTIsTheTextbooks)
-{
-    std::srand(1);
-    for (int n = 0; n < 200; n++) {
-        std::array<int16_t, 64> coefficients{};
-        std::array<float, 64> scale;
-        for (size_t i = 0; i < 64; i++) { // column by column
-            if (n < 64 ? i == static_cast<size_t>(n) : std::rand() % 3 == 0)
-                coefficients[i] = static_cast<int16_t>(std::rand() % 200 - 100);
-            scale[i] = JPG_ScaleFactor[i / 8] * JPG_ScaleFactor[i % 8] / 8;
-        }
-        std::array<uint8_t, 64> samples;
-        JPG_InverseDCT(coefficients.data(), scale.data(), samples.data(), 8);
-        for (size_t y = 0; y < 8; y++)
-            for (size_t x = 0; x < 8; x++) {
-                double sum = 0; // ITU-T T.81, A.3.3
-                for (size_t u = 0; u < 8; u++)
-                    for (size_t v = 0; v < 8; v++) {
-                        const auto cosine = [](size_t at, size_t frequency) {
-                            return std::cos(static_cast<double>((2 * at + 1) * frequency) *
-                                            std::numbers::pi / 16) *
-                                   (frequency == 0 ? std::numbers::sqrt2 / 2 : 1);
-                        };
-                        sum += coefficients[8 * u + v] * cosine(x, u) * cosine(y, v) / 4;
-                    }
-                EXPECT_NEAR(samples[8 * y + x], std::clamp(sum + 128, 0.0, 255.0), 0.51);
-            }
-    }
 }
 
 // Where a marker stands in the file.
@@ -124,13 +74,7 @@ static BYTES With(BYTES file, size_t at, const BYTES &bytes)
 
 static BYTES Segment(uint8_t marker, const BYTES &data)
 {
-    BYTES segment(4 + data.size());
-    segment[0] = 0xFF;
-    segment[1] = marker;
-    segment[2] = static_cast<uint8_t>((data.size() + 2) >> 8);
-    segment[3] = static_cast<uint8_t>(data.size() + 2);
-    std::copy(data.begin(), data.end(), segment.begin() + 4);
-    return segment;
+    return BYTES{0xFF, marker} + Number(static_cast<int64_t>(data.size()) + 2, 2) + data;
 }
 
 TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
@@ -200,7 +144,7 @@ TEST(JPG, DamageStaysWhereItIs)
     ASSERT_GT(third, second + 4);
 
     // Cut: what stands before is there, what follows is grey.
-    const BYTES cut = Decode({file.begin(), file.begin() + static_cast<ptrdiff_t>(second)});
+    const BYTES cut = Decode(Prefix(file, second));
     ASSERT_EQ(cut.size(), whole.size());
     EXPECT_EQ(cut[0], whole[0]);
     EXPECT_EQ(cut[cut.size() - 1], 128);
@@ -223,24 +167,13 @@ TEST(JPG, DamageStaysWhereItIs)
 static BYTES Exif(bool big, const std::vector<std::array<uint32_t, 4>> &entries, uint32_t next,
                   const BYTES &rest)
 {
-    BYTES data = Text("Exif\0\0");
-    const auto put = [&](uint32_t value, int count) {
-        for (int i = 0; i < count; i++)
-            data.push_back(static_cast<uint8_t>(value >> 8 * (big ? count - 1 - i : i)));
-    };
-    data.insert(data.end(), 2, big ? 'M' : 'I');
-    put(42, 2);
-    put(8, 4);
-    put(static_cast<uint32_t>(entries.size()), 2);
-    for (const auto &[tag, type, count, value] : entries) {
-        put(tag, 2);
-        put(type, 2);
-        put(count, 4);
-        put(value, 4);
-    }
-    put(next, 4);
-    data.insert(data.end(), rest.begin(), rest.end());
-    return data;
+    const int sign = big ? 1 : -1;
+    BYTES data = Text("Exif\0\0") + (big ? Text("MM") : Text("II")) + Number(42, 2 * sign) +
+                 Number(8, 4 * sign) + Number(std::ssize(entries), 2 * sign);
+    for (const auto &[tag, type, count, value] : entries)
+        data = data + Number(tag, 2 * sign) + Number(type, 2 * sign) + Number(count, 4 * sign) +
+               Number(value, 4 * sign);
+    return data + Number(next, 4 * sign) + rest;
 }
 
 TEST(JPG, ExifFactsAndThumbnails)
@@ -249,16 +182,14 @@ TEST(JPG, ExifFactsAndThumbnails)
     for (const bool big : {false, true}) {
         // Six entries end at 8 + 2 + 6 * 12 + 4 = 86, where the maker stands, and then the
         // thumbnail.
-        BYTES rest = Text("Maker");
-        rest.insert(rest.end(), small.begin(), small.end());
         const BYTES data = Exif(big,
                                 {{271, 2, 5, 86},
-                                 {1, 2, 2, big ? 0x4E000000u : 0x4E000000u},
+                                 {1, 2, 2, 0x4E000000},
                                  {259, 4, 1, 6},
                                  {513, 4, 1, 91},
                                  {514, 4, 1, static_cast<uint32_t>(small.size())},
                                  {34665, 4, 1, 8}}, // back to itself
-                                8, rest);
+                                8, Text("Maker") + small);
         BYTES file = With(picture, 2, Segment(0xE1, data));
         file.erase(file.begin() + static_cast<ptrdiff_t>(4 + data.size() + 2),
                    file.begin() + static_cast<ptrdiff_t>(4 + data.size() + 2 + 18)); // JFIF's
@@ -279,9 +210,8 @@ TEST(JPG, ExifFactsAndThumbnails)
         EXPECT_EQ(exif.ByteOrder, big ? 'M' : 'I');
     }
     // JFIF: raw RGB behind the segment's fields.
-    BYTES jfif = Text("JFIF\0\1\2\0\0\1\0\1");
-    jfif.insert(jfif.end(), {2, 1, 10, 20, 30, 40, 50, 60});
-    BYTES file = With(picture, 2, Segment(0xE0, jfif));
+    const BYTES jfif = Text("JFIF\0\1\2\0\0\1\0\1") + BYTES{2, 1, 10, 20, 30, 40, 50, 60};
+    const BYTES file = With(picture, 2, Segment(0xE0, jfif));
     const Picture loaded = Picture_Load(WriteTemp("jfif.jpg", file).c_str(), 0, 0);
     EXPECT_EQ(loaded.ThumbWidth * 10 + loaded.ThumbHeight, 21);
     ASSERT_NE(loaded.ThumbPixels, nullptr);
