@@ -9,17 +9,22 @@
 constexpr char lostMessage[] = "Game Over - You have stepped on a mine!\n";
 constexpr char wonMessage[] = "Game Over - You have detected all mines!\n";
 
-// Ticks until the cubes rest, and what the ticks print.
-static std::string Settle(int *ticks = nullptr)
+// How long the game stays in a state.
+static int Ticks(uint8_t state)
+{
+    int count = 0;
+    while (mb == state && ++count < 1000)
+        Timer();
+    return count;
+}
+
+// Ticks until the cubes rest, and what they print.
+static std::pair<int, std::string> Settle()
 {
     testing::internal::CaptureStdout();
-    int count = 0;
-    while (mb == GAME_TURNING && ++count < 1000)
-        Timer();
-    if (ticks)
-        *ticks = count;
+    const int ticks = Ticks(GAME_TURNING);
     std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
+    return {ticks, testing::internal::GetCapturedStdout()};
 }
 
 TEST(Frame, ClockCarries)
@@ -68,8 +73,8 @@ TEST(Frame, EveryMoveIsJudgedWhenItsTurnsEnd)
         FieldFromText(r.field);
         Hour = 1, Minute = 2, Second = 3, mSecond = 4;
         Click(r.x, r.y, static_cast<uint8_t>(r.button));
-        int ticks;
-        EXPECT_EQ(Settle(&ticks), r.prints) << r.what;
+        const auto [ticks, printed] = Settle();
+        EXPECT_EQ(printed, r.prints) << r.what;
         EXPECT_EQ(ticks, r.ticks) << r.what;
         EXPECT_EQ(FieldToText(), r.seen) << r.what;
         EXPECT_EQ(mb, r.game) << r.what;
@@ -86,20 +91,14 @@ TEST(Frame, ALostGameUncoversRecedesAndSpins)
     FieldFromText("*.\n..\n");
     zDepth = 4.4f;
     Click(0, 0, 1);
-    EXPECT_EQ(Settle(), lostMessage);
+    EXPECT_EQ(Settle().second, lostMessage);
     EXPECT_EQ(mb, GAME_UNCOVERING);
-    EXPECT_EQ(MineField[1][0].turnSteps, 90);
-    int ticks = 0;
-    for (; mb == GAME_UNCOVERING && ticks < 1000; ticks++)
-        Timer();
-    EXPECT_EQ(ticks, 90);
+    EXPECT_EQ(Ticks(GAME_UNCOVERING), 90);
     EXPECT_EQ(mb, GAME_RECEDING);
     EXPECT_FLOAT_EQ(xr2, 1 / zDepth);
     EXPECT_FLOAT_EQ(yr2, 2 / zDepth);
     EXPECT_FLOAT_EQ(zr2, zDepth);
-    for (ticks = 0; mb == GAME_RECEDING && ticks < 1000; ticks++)
-        Timer();
-    EXPECT_NEAR(ticks, zDepth / 0.1f + 1, 1);
+    EXPECT_NEAR(Ticks(GAME_RECEDING), zDepth / 0.1f + 1, 1);
     EXPECT_EQ(mb, GAME_SPINNING);
     EXPECT_FLOAT_EQ(yr2, 0.1f);
     xr = 359.5f;
@@ -107,41 +106,4 @@ TEST(Frame, ALostGameUncoversRecedesAndSpins)
     EXPECT_FLOAT_EQ(xr, 360.5f);
     Timer();
     EXPECT_EQ(xr, 0);
-}
-
-// Puts a mouse event before the frame handler and gives what it prints.
-static std::string PressAt(uint16_t x, uint16_t y, int32_t button)
-{
-    System_MouseX = x;
-    System_MouseY = y;
-    System_MD = button;
-    testing::internal::CaptureStdout();
-    Scene();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
-
-TEST(Frame, ClicksBecomeSteps)
-{
-    FieldFromText("*...\n....\n");
-    System_ScreenWidth = 1024;
-    System_ScreenHeight = 768;
-    Second = 9;
-    EXPECT_EQ(PressAt(100, 10, 1), ""); // beside the board, but it starts the clock
-    EXPECT_EQ(Second, 0);
-    EXPECT_EQ(mb, GAME_IDLE);
-    EXPECT_EQ(PressAt(300, 300, 1), "    1.step: 00:00:00:0000 LEFT Mouse button at (2,1)\n");
-    EXPECT_EQ(FieldToText(), "#1##\n####\n");
-    EXPECT_EQ(PressAt(900, 300, 1), ""); // dropped while cubes turn
-    EXPECT_EQ(System_MouseDown(), 0);
-    Settle();
-    EXPECT_EQ(PressAt(900, 300, 2), ""); // the middle button
-    Hour = 12;
-    Second = 3;
-    mSecond = 45;
-    EXPECT_EQ(PressAt(300, 300, 1), "    2.step: 12:00:03:0450 LEFT Mouse button at (2,1)\n");
-    EXPECT_EQ(mb, GAME_IDLE); // no effect, but a step
-    System_KD = 32;
-    EXPECT_EQ(PressAt(0, 0, 0), "");
-    EXPECT_EQ(System_CloseApplication, 0) << "only Escape closes";
 }
