@@ -13,11 +13,8 @@
 
 #include "picture/gif.h"
 #include "picture/jpg.h"
-#include "picture/picture.h"
-#include "tests/files.h"
+#include "tests/pictures.h"
 #include "tests/sha256.h"
-
-using BYTES = std::vector<uint8_t>;
 
 // Files whose result differs from the other decoders' by a rule of ours, and which rule.
 static const std::map<std::string, const char *> deviations = {
@@ -60,20 +57,12 @@ static std::string Folder()
     return folder ? std::string(folder) + "/" : "";
 }
 
-// The rows of a table, each with its fields.
+// The rows of a table, each with as many fields as the widest has.
 static std::vector<std::vector<std::string>> Table(const std::string &name)
 {
-    std::vector<std::vector<std::string>> rows;
-    std::ifstream file(Folder() + name);
-    std::string line;
-    std::getline(file, line);
-    while (std::getline(file, line)) {
-        std::istringstream fieldsOf(line);
-        rows.emplace_back();
-        for (std::string field; std::getline(fieldsOf, field, '\t');)
-            rows.back().push_back(field);
-        rows.back().resize(10);
-    }
+    auto rows = ReadTable(Folder() + name);
+    for (auto &row : rows)
+        row.resize(10);
     return rows;
 }
 
@@ -85,36 +74,12 @@ static std::vector<ROW> Rows()
     return rows;
 }
 
-// The picture's own pixels, without what its buffer has beyond them.
-static BYTES Cropped(const Picture &picture)
-{
-    BYTES pixels;
-    for (size_t y = 0; y < picture.Height; y++) {
-        const uint8_t *row = picture.Pixels + y * picture.BufferWidth * 4;
-        pixels.insert(pixels.end(), row, row + picture.Width * size_t{4});
-    }
-    return pixels;
-}
-
 static BYTES WithoutTransparent(BYTES pixels)
 {
     for (size_t i = 0; i < pixels.size(); i += 4)
         if (pixels[i + 3] == 0)
             std::fill_n(pixels.begin() + static_cast<ptrdiff_t>(i), 3, uint8_t{0});
     return pixels;
-}
-
-// The samples of a binary PGM or PPM picture, each grey thrice.
-static BYTES SamplesOf(const std::string &pnm)
-{
-    std::istringstream text(pnm);
-    std::string magic;
-    int width = 0, height = 0, most = 0;
-    text >> magic >> width >> height >> most;
-    BYTES samples;
-    for (auto i = static_cast<size_t>(text.tellg()) + 1; i < pnm.size(); i++)
-        samples.insert(samples.end(), magic == "P5" ? 3 : 1, static_cast<uint8_t>(pnm[i]));
-    return samples;
 }
 
 struct DIFFERENCE {
@@ -143,8 +108,7 @@ static BYTES RunDjpeg(const std::string &options, const std::string &path)
     const std::string command = "djpeg -dct float " + options + " -pnm '" + path + "' > " + out;
     if (std::system(command.c_str()) != 0)
         return {};
-    const std::vector<uint8_t> bytes = Bytes_LoadFile(out.c_str());
-    return SamplesOf({bytes.begin(), bytes.end()});
+    return SamplesOfPNM(out);
 }
 
 class Corpus : public testing::TestWithParam<ROW>
@@ -202,12 +166,12 @@ TEST(Corpus, Thumbnails)
         EXPECT_EQ(std::to_string(picture.ThumbHeight), f[3]) << f[0];
         if (picture.ThumbPixels && f[1] == "jfif") {
             const size_t size = size_t{picture.ThumbWidth} * picture.ThumbHeight * 4;
-            EXPECT_EQ(Sha256({picture.ThumbPixels, size}), f[4]) << f[0];
+            EXPECT_EQ(Sha256({picture.ThumbPixels, picture.ThumbPixels + size}), f[4]) << f[0];
         } else if (f[1] == "exif") {
             const BYTES file = Bytes_LoadFile(path.c_str());
+            const auto stream = Bytes_GetSpan(file, JPG_Exif.ThumbOffset, JPG_Exif.ThumbLength);
             EXPECT_NE(picture.ThumbPixels, nullptr) << f[0];
-            EXPECT_EQ(Sha256(Bytes_GetSpan(file, JPG_Exif.ThumbOffset, JPG_Exif.ThumbLength)), f[4])
-                << f[0];
+            EXPECT_EQ(Sha256({stream.begin(), stream.end()}), f[4]) << f[0];
         }
         Picture_UnLoad(picture);
     }

@@ -6,12 +6,35 @@
 #include <filesystem>
 #include <fstream>
 #include <span>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "extra/bytes.h"
+
+using BYTES = std::vector<uint8_t>;
+
+inline BYTES operator+(BYTES a, const BYTES &b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// Big-endian with `count` bytes, little-endian with -`count`.
+inline BYTES Number(int64_t value, int count)
+{
+    BYTES bytes;
+    for (int i = 0; i < std::abs(count); i++)
+        bytes.push_back(static_cast<uint8_t>(value >> (8 * (count > 0 ? count - 1 - i : i))));
+    return bytes;
+}
+
+inline BYTES Prefix(const BYTES &bytes, size_t size)
+{
+    return {bytes.data(), bytes.data() + size};
+}
 
 // In a folder of this process's own, which goes with it: tests run side by side.
 inline std::string TempPath(const std::string &name)
@@ -31,7 +54,7 @@ inline std::string TempPath(const std::string &name)
     return folder.Path + "/" + name;
 }
 
-inline std::string WriteTemp(const std::string &name, const std::vector<uint8_t> &bytes)
+inline std::string WriteTemp(const std::string &name, const BYTES &bytes)
 {
     const std::string path = TempPath(name);
     std::ofstream(path, std::ios::binary)
@@ -40,9 +63,24 @@ inline std::string WriteTemp(const std::string &name, const std::vector<uint8_t>
     return path;
 }
 
+// The lines of a table, split at tabs, without its heading.
+inline std::vector<std::vector<std::string>> ReadTable(const std::string &path)
+{
+    std::vector<std::vector<std::string>> rows;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream text(line);
+        rows.emplace_back();
+        for (std::string cell; std::getline(text, cell, '\t');)
+            rows.back().push_back(cell);
+    }
+    rows.erase(rows.begin(), rows.begin() + !rows.empty());
+    return rows;
+}
+
 // Bytes of a text with NULs in it: Text("a\0b").
 template <size_t N>
-std::vector<uint8_t> Text(const char (&text)[N])
+BYTES Text(const char (&text)[N])
 {
     return {text, text + N - 1};
 }

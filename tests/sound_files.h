@@ -1,11 +1,9 @@
 // The sound modules behind one face, and their refills as the engine asks for them.
 #pragma once
 
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "audio/aiff.h"
 #include "audio/au.h"
@@ -13,23 +11,6 @@
 #include "audio/voc.h"
 #include "audio/wav.h"
 #include "tests/files.h"
-
-using BYTES = std::vector<uint8_t>;
-
-inline BYTES operator+(BYTES a, const BYTES &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-// Big-endian with `count` bytes, little-endian with -`count`.
-inline BYTES Number(int64_t value, int count)
-{
-    BYTES bytes;
-    for (int i = 0; i < std::abs(count); i++)
-        bytes.push_back(static_cast<uint8_t>(value >> (8 * (count > 0 ? count - 1 - i : i))));
-    return bytes;
-}
 
 struct FACTS {
     uint32_t Channels, SamplingRate, BitsPerSample, DataStart;
@@ -61,6 +42,12 @@ constexpr MODULE Iff = {"8svx", IFF_Load, IFF_Decoding, IFF_Destroy, IFF_SetSoun
 constexpr MODULE Aiff = {"aiff", AIFF_Load, AIFF_Decoding, AIFF_Destroy, AIFF_SetSoundNumber, FactsOf<AIFF_GetHeader>, &AIFF_SoundNumber};
 // clang-format on
 constexpr const MODULE *Modules[] = {&Wav, &Voc, &Au, &Iff, &Aiff};
+
+// A chunk of the IFF kind.
+inline BYTES Chunk(const char (&id)[5], const BYTES &contents)
+{
+    return Text(id) + Number(static_cast<int64_t>(contents.size()), 4) + contents;
+}
 
 // Loads into slot 0.
 inline FACTS LoadFirst(const MODULE &module, const std::string &path)

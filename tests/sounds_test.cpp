@@ -5,11 +5,6 @@
 namespace
 {
 
-BYTES Chunk(const char (&id)[5], const BYTES &contents)
-{
-    return Text(id) + Number(static_cast<int64_t>(contents.size()), 4) + contents;
-}
-
 BYTES VocFile(const BYTES &blocks)
 {
     return Text("Creative Voice File\x1A\x1A\0\x0A\x01\x29\x11") + blocks;
@@ -44,26 +39,15 @@ struct FILE_ROW {
     std::string Text = "";
 };
 
-template <typename Check>
-void CheckHeaders(const MODULE &module, std::span<const FILE_ROW> rows, Check check)
-{
-    for (const FILE_ROW &row : rows) {
-        SCOPED_TRACE(row.What);
-        EXPECT_EQ(LoadBytes(module, row.File), row.Facts);
-        check(row);
-    }
-}
-
 const BYTES Data = {1, 2, 3, 4, 5, 6, 7};
 
 } // namespace
 
-TEST(Voc, Headers)
+TEST(Sounds, Headers)
 {
     const BYTES block1 = {1, 9, 0, 0, 0xA6, 0}, block8 = {8, 4, 0, 0, 0x54, 0xE9, 4, 1};
     const BYTES block9 = {9, 15, 0, 0, 0x44, 0xAC, 0, 0, 16, 2, 4, 0, 0, 0, 0, 0};
-    const FILE_ROW rows[] = {
-        {"block 1", VocFile(block1 + Data), {1, 11111, 8, 32}, 0},
+    const FILE_ROW voc[] = {
         {"block 8, then block 1's rate", VocFile(block8 + block1), {2, 11111, 8, 40}, 0},
         {"block 8 alone", VocFile(block8), {2, 22053, 8, 0}, 4},
         {"block 9", VocFile(block9 + Data), {2, 44100, 16, 42}, 4},
@@ -72,73 +56,52 @@ TEST(Voc, Headers)
         {"at the scan's end", VocFile(BYTES(997) + block9), {2, 44100, 16, 1039}, 4},
         {"behind it", VocFile(BYTES(998) + block9), {1, 0, 8, 0}, 0},
     };
-    CheckHeaders(Voc, rows, [](const FILE_ROW &row) {
-        EXPECT_EQ(VOC_GetHeader(0)->Codec, row.Codec);
-        EXPECT_EQ(VOC_GetHeader(0)->Version, 0x010A);
-        EXPECT_EQ(VOC_GetHeader(0)->Validation, 0x1129u);
-    });
-}
+    for (const FILE_ROW &row : voc) {
+        EXPECT_EQ(LoadBytes(Voc, row.File), row.Facts) << row.What;
+        EXPECT_EQ(VOC_GetHeader(0)->Codec, row.Codec) << row.What;
+        EXPECT_EQ(VOC_GetHeader(0)->Version, 0x010A) << row.What;
+    }
 
-TEST(Iff, Headers)
-{
-    const BYTES body = Chunk("BODY", Data), odd = Chunk("NAME", Data), text(300, 'x');
-    const FILE_ROW rows[] = {
+    const BYTES body = Chunk("BODY", Data), odd = Chunk("NAME", Data);
+    const BYTES text = Chunk("ANNO", BYTES(300, 'x'));
+    const FILE_ROW iff[] = {
         {"8SVX", IffFile("8SVX", Vhdr + body), {1, 8363, 8, 48}, 1},
         {"16SV", IffFile("16SV", Chunk("ANNO", {'a'}) + body), {1, 0, 16, 29}, 0, "a"},
-        {"a long text",
-         IffFile("8SVX", Chunk("ANNO", text) + body),
-         {1, 0, 8, 328},
-         0,
-         std::string(127, 'x')},
+        {"long text", IffFile("8SVX", text + body), {1, 0, 8, 328}, 0, std::string(127, 'x')},
         {"odd chunks have no padding", IffFile("8SVX", odd + body), {1, 0, 8, 35}, 0},
         {"with it no body is found", IffFile("8SVX", odd + BYTES(1) + body), {1, 0, 8, 0}, 0},
         {"far", IffFile("8SVX", Chunk("NAME", BYTES(5000)) + body), {1, 0, 8, 5028}, 0},
         {"no form", body, {1, 0, 0, 8}, 0},
     };
-    CheckHeaders(Iff, rows, [](const FILE_ROW &row) {
-        EXPECT_EQ(IFF_GetHeader(0)->Compression, row.Codec);
-        EXPECT_EQ(IFF_GetHeader(0)->Annotation.data(), row.Text);
-    });
-}
+    for (const FILE_ROW &row : iff) {
+        EXPECT_EQ(LoadBytes(Iff, row.File), row.Facts) << row.What;
+        EXPECT_EQ(IFF_GetHeader(0)->Compression, row.Codec) << row.What;
+        EXPECT_EQ(IFF_GetHeader(0)->Annotation.data(), row.Text) << row.What;
+    }
 
-TEST(Aiff, Headers)
-{
-    const BYTES sound = Chunk("SSND", Data), odd = Chunk("NAME", Data), text(300, 'x');
-    const BYTES cut = BYTES(15, 'x') + Text("alaw");
-    const FILE_ROW rows[] = {
-        {"44100 Hz", IffFile("AIFF", Comm(16) + sound), {2, 44100, 16, 46}, 0},
+    const BYTES sound = Chunk("SSND", Data);
+    const auto aifc = [&](uint16_t bits, const BYTES &compression) {
+        return IffFile("AIFC", Comm(bits, compression) + sound);
+    };
+    const std::string cut = "xxxxxxxxxxxxxxxal", x17(17, 'x');
+    const FILE_ROW aiff[] = {
         {"22050 Hz, doubled", IffFile("AIFF", Comm(8, {}, 13) + sound), {2, 44100, 8, 46}, 0},
-        {"raw", IffFile("AIFC", Comm(8, Text("raw ")) + sound), {2, 44100, 8, 50}, 1, "raw "},
-        {"ALAW", IffFile("AIFC", Comm(8, Text("ALAW")) + sound), {2, 44100, 16, 50}, 2, "ALAW"},
-        {"the last name wins",
-         IffFile("AIFC", Comm(8, Text("uLawalaw")) + sound),
-         {2, 44100, 16, 54},
-         3,
-         "uLawalaw"},
-        {"none of them",
-         IffFile("AIFC", Comm(16, Text("sowt")) + sound),
-         {2, 44100, 16, 50},
-         0,
-         "sowt"},
-        {"a name behind the cut",
-         IffFile("AIFC", Comm(16, cut) + sound),
-         {2, 44100, 16, 65},
-         0,
-         "xxxxxxxxxxxxxxxal"},
-        {"a long text",
-         IffFile("AIFC", Comm(16, text) + sound),
-         {2, 44100, 16, 346},
-         0,
-         std::string(17, 'x')},
+        {"raw", aifc(8, Text("raw ")), {2, 44100, 8, 50}, 1, "raw "},
+        {"ALAW", aifc(8, Text("ALAW")), {2, 44100, 16, 50}, 2, "ALAW"},
+        {"the last name wins", aifc(8, Text("uLawalaw")), {2, 44100, 16, 54}, 3, "uLawalaw"},
+        {"none of them", aifc(16, Text("sowt")), {2, 44100, 16, 50}, 0, "sowt"},
+        {"behind the cut", aifc(16, BYTES(15, 'x') + Text("alaw")), {2, 44100, 16, 65}, 0, cut},
+        {"a long text", aifc(16, BYTES(300, 'x')), {2, 44100, 16, 346}, 0, x17},
         {"odd, not padded", IffFile("AIFF", odd + Comm(16) + sound), {2, 44100, 16, 61}, 0},
         {"odd, padded", IffFile("AIFF", Comm(16) + odd + BYTES(1) + sound), {2, 44100, 16, 62}, 0},
         {"no sound", IffFile("AIFF", Comm(16)), {2, 44100, 16, 0}, 0},
         {"no common chunk", IffFile("AIFF", sound), {1, 0, 0, 20}, 0},
     };
-    CheckHeaders(Aiff, rows, [](const FILE_ROW &row) {
-        EXPECT_EQ(AIFF_GetHeader(0)->Codec, row.Codec);
-        EXPECT_EQ(AIFF_GetHeader(0)->Compression.data(), row.Text);
-    });
+    for (const FILE_ROW &row : aiff) {
+        EXPECT_EQ(LoadBytes(Aiff, row.File), row.Facts) << row.What;
+        EXPECT_EQ(AIFF_GetHeader(0)->Codec, row.Codec) << row.What;
+        EXPECT_EQ(AIFF_GetHeader(0)->Compression.data(), row.Text) << row.What;
+    }
 }
 
 // What each codec makes of seven bytes, and by how much the length falls short.
@@ -170,17 +133,13 @@ TEST(Sounds, Codecs)
         {"AU 16 bits go on", Au, AuFile(3, Data), swapped + BYTES{255, 7, 255}, 100, 99, 99},
         {"AU 16 bits, an odd buffer", Au, AuFile(65536 + 3, Data), {2, 1, 4}, 3, 3, 3},
         {"AU 24 bits", Au, AuFile(4, Data), {3, 2, 1, 6, 5, 4}, 100, 6, 0},
-        {"AU 24 bits, a buffer's end", Au, AuFile(4, Data), {3, 2, 1}, 5, 3, 0},
         {"AU 32 bits go on", Au, AuFile(5, Data), {4, 3, 2, 1, 255, 7, 6, 5}, 100, 99, 99},
         {"AU A-law", Au, AuFile(27, Data), alaw, 100, 12, 0},
-        {"AU floating point", Au, AuFile(6, Data), {}, 100, 100, 100},
         {"16SV, an odd buffer", Iff, sv16, {2, 1, 4}, 3, 3, 1},
         {"AIFF 8 bits", Aiff, aiff(8), turned, 100, 6, 0},
         {"AIFF 16 bits", Aiff, aiff(16), swapped, 100, 5, 0},
         {"AIFF 24 bits in the file's order", Aiff, aiff(24), Data, 100, 6, 0},
         {"AIFF 32 bits", Aiff, aiff(32), {4, 3, 2, 1}, 100, 4, 0},
-        {"AIFF 12 bits", Aiff, aiff(12), {}, 100, 100, 100},
-        {"AIFF raw", Aiff, aiff(16, Text("raw ")), Data, 100, 6, 0},
         {"AIFF mu-law", Aiff, aiff(16, Text("ulaw")), ulaw, 100, 12, 0},
     };
     for (const auto &r : rows) {
@@ -191,36 +150,30 @@ TEST(Sounds, Codecs)
         EXPECT_EQ(refill.Length, r.reported);
         const BYTES expected = r.expected.empty() ? BYTES(100, 0xEE) : r.expected;
         const size_t count = std::min<size_t>(r.reported, expected.size());
-        EXPECT_TRUE(std::equal(refill.Bytes.begin(),
-                               refill.Bytes.begin() + static_cast<ptrdiff_t>(count),
-                               expected.begin()));
+        EXPECT_EQ(Prefix(refill.Bytes, count), Prefix(expected, count));
         EXPECT_EQ(Refill(r.module, refill.Position, r.given).Length, r.atEnd);
     }
 }
 
-// Of every module a file that shows most of its header.
-static BYTES FileOf(const MODULE &module)
-{
-    if (&module == &Voc)
-        return VocFile({8, 4, 0, 0, 0x54, 0xE9, 4, 1, 1, 9, 0, 0, 0xA6, 6, 1, 2, 3, 4});
-    if (&module == &Au)
-        return AuFile(4, Data);
-    if (&module == &Iff)
-        return IffFile("16SV", Vhdr + Chunk("ANNO", Data) + Chunk("BODY", Data));
-    if (&module == &Aiff)
-        return IffFile("AIFC", Comm(16, Text("alaw")) + Chunk("NAME", Data) + Chunk("SSND", Data));
-    return Bytes_LoadFile(TEST_DATA "sounds/wav/waveformatextensible-24bit-192kHz-mono.wav");
-}
+// Of every module, in their order, a file that shows most of its header.
+static const BYTES Samples[] = {
+    Bytes_LoadFile(TEST_DATA "sounds/wav/waveformatextensible-24bit-192kHz-mono.wav"),
+    VocFile({8, 4, 0, 0, 0x54, 0xE9, 4, 1, 1, 9, 0, 0, 0xA6, 6, 1, 2, 3, 4}),
+    AuFile(4, Data),
+    IffFile("16SV", Vhdr + Chunk("ANNO", Data) + Chunk("BODY", Data)),
+    IffFile("AIFC", Comm(16, Text("alaw")) + Chunk("NAME", Data) + Chunk("SSND", Data)),
+};
 
 TEST(Sounds, Records)
 {
-    for (const MODULE *module : Modules) {
+    for (size_t i = 0; i < std::size(Modules); i++) {
+        const MODULE *module = Modules[i];
         SCOPED_TRACE(module->Name);
-        const FACTS facts = LoadBytes(*module, FileOf(*module));
+        const FACTS facts = LoadBytes(*module, Samples[i]);
         module->Load(TempPath("absent").c_str());
         module->Load(testing::TempDir().c_str());
         EXPECT_EQ(*module->SoundNumber, 1) << "what cannot be opened takes no slot";
-        for (int i = 0; i < 40; i++)
+        for (int k = 0; k < 40; k++)
             module->Load(TempPath("sound").c_str());
         EXPECT_EQ(*module->SoundNumber, 32) << "all slots are used";
         EXPECT_EQ(module->Facts(31), facts);
@@ -240,16 +193,13 @@ TEST(Sounds, Records)
 // A file cut anywhere stays within the buffer, and finds its data where they are.
 TEST(Sounds, Prefixes)
 {
-    for (const MODULE *module : Modules) {
-        const BYTES file = FileOf(*module);
-        const uint32_t start = LoadBytes(*module, file).DataStart;
-        for (size_t size = 0; size < file.size(); size++) {
-            const FACTS facts = LoadBytes(*module, {file.data(), file.data() + size});
-            if (size > start) {
-                EXPECT_EQ(facts.DataStart, start) << module->Name << " " << size;
-            }
+    for (size_t i = 0; i < std::size(Modules); i++) {
+        const uint32_t start = LoadBytes(*Modules[i], Samples[i]).DataStart;
+        for (size_t size = 0; size < Samples[i].size(); size++) {
+            const FACTS facts = LoadBytes(*Modules[i], Prefix(Samples[i], size));
+            EXPECT_TRUE(size <= start || facts.DataStart == start) << i << ' ' << size;
             for (const uint32_t length : {0u, 1u, 5u, 64u})
-                Refill(*module, facts.DataStart, length);
+                Refill(*Modules[i], facts.DataStart, length);
         }
     }
 }

@@ -7,37 +7,10 @@
 
 #include <gtest/gtest.h>
 
-#include "extra/transform.h"
+#include "game/board.h"
 #include "picture/picture.h"
-
-// The faces of a cell's cube, 6 vertices of x, y, z and u, v: the tables of game/board.
-using FACE_VERTICES = std::array<float, 30>;
-// clang-format off
-static constexpr FACE_VERTICES vertices_front = {
-    -1, -1, -1, 0, 1,  -1,  1, -1, 0, 0,   1,  1, -1, 1, 0,
-     1,  1, -1, 1, 0,   1, -1, -1, 1, 1,  -1, -1, -1, 0, 1,
-};
-static constexpr FACE_VERTICES vertices_back = {
-     1, -1,  1, 1, 0,   1,  1,  1, 1, 1,  -1,  1,  1, 0, 1,
-    -1,  1,  1, 0, 1,  -1, -1,  1, 0, 0,   1, -1,  1, 1, 0,
-};
-static constexpr FACE_VERTICES vertices_top = {
-    -1,  1, -1, 0, 1,  -1,  1,  1, 0, 0,   1,  1,  1, 1, 0,
-     1,  1,  1, 1, 0,   1,  1, -1, 1, 1,  -1,  1, -1, 0, 1,
-};
-static constexpr FACE_VERTICES vertices_bottom = {
-     1, -1, -1, 1, 0,   1, -1,  1, 1, 1,  -1, -1,  1, 0, 1,
-    -1, -1,  1, 0, 1,  -1, -1, -1, 0, 0,   1, -1, -1, 1, 0,
-};
-static constexpr FACE_VERTICES vertices_left = {
-    -1, -1,  1, 0, 1,  -1,  1,  1, 0, 0,  -1,  1, -1, 1, 0,
-    -1,  1, -1, 1, 0,  -1, -1, -1, 1, 1,  -1, -1,  1, 0, 1,
-};
-static constexpr FACE_VERTICES vertices_right = {
-     1, -1, -1, 0, 1,   1,  1, -1, 0, 0,   1,  1,  1, 1, 0,
-     1,  1,  1, 1, 0,   1, -1,  1, 1, 1,   1, -1, -1, 0, 1,
-};
-// clang-format on
+#include "platform/timer.h"
+#include "tests/field.h"
 
 // Model, view and projection of a cell's cube in the middle of a 10 by 10 field.
 static EXTRA_MATRIX CubeMatrix(float xAngle, float yAngle)
@@ -55,29 +28,29 @@ static EXTRA_MATRIX CubeMatrix(float xAngle, float yAngle)
 
 TEST(Tiles, FacesComeRoundUpright)
 {
-    struct TURN {
-        float X, Y; // degrees added
-    };
-    const TURN empty = {-90, 0}, mine = {-180, 0}, number = {0, -90}, flag = {0, 90},
-               question = {90, -90}, base = {-90, 0}, none = {0, 0};
     const struct {
-        const char *what;
-        std::array<TURN, 3> turns;
+        const char *what, *field;
+        uint8_t button;
+        int clicks;
         const FACE_VERTICES &face;
     } rows[] = {
-        {"covered", {none, none, none}, vertices_front},
-        {"empty", {empty, none, none}, vertices_top},
-        {"mine", {mine, none, none}, vertices_back},
-        {"number", {number, none, none}, vertices_left},
-        {"flag", {flag, none, none}, vertices_right},
-        {"question mark", {flag, question, none}, vertices_bottom},
-        {"covered again", {flag, question, base}, vertices_front},
+        {"covered", "..\n", 1, 0, vertices_front},
+        {"empty", "..\n", 1, 1, vertices_top},
+        {"mine", "*.\n", 1, 1, vertices_back},
+        {"number", ".*\n", 1, 1, vertices_left},
+        {"flag", ".*\n", 2, 1, vertices_right},
+        {"question mark", ".*\n", 2, 2, vertices_bottom},
+        {"covered again", ".*\n", 2, 3, vertices_front},
     };
     for (const auto &r : rows) {
-        TURN sum = none;
-        for (const TURN &t : r.turns)
-            sum = {sum.X + t.X, sum.Y + t.Y};
-        const EXTRA_MATRIX m = CubeMatrix(sum.X, sum.Y);
+        FieldFromText(r.field);
+        for (int i = 0; i < r.clicks; i++) {
+            Click(0, 0, r.button);
+            while (mb == GAME_TURNING)
+                Timer();
+        }
+        const EXTRA_MATRIX m = CubeMatrix(MineField[0][0].xAngle, MineField[0][0].yAngle);
+        EXPECT_EQ(MineField[0][0].zAngle, 0) << r.what;
         for (size_t i = 0; i < r.face.size(); i += 5) {
             const float *v = &r.face[i];
             const auto clip = [&](size_t row) {

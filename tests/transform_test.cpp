@@ -49,16 +49,13 @@ TEST(Transform, StepsActAfterWhatWasThere)
         const EXTRA_VECTOR where = Apply(m, point);
         for (size_t i = 0; i < 4; i++)
             EXPECT_NEAR(where[i], r.where[i], 1e-6) << r.what;
-        EXTRA_MATRIX both;
+        EXTRA_MATRIX both, product, left = m, right = moved;
         r.step(both, moved, r.by);
-        EXTRA_MATRIX product;
         Extra_Multiply(product, m, moved);
-        ExpectNear(both, product, r.what);
-        EXTRA_MATRIX left = m, right = moved;
         Extra_Multiply(left, left, moved);
         Extra_Multiply(right, m, right);
-        ExpectNear(left, product, r.what);
-        ExpectNear(right, product, r.what);
+        for (const EXTRA_MATRIX &same : {both, left, right})
+            ExpectNear(same, product, r.what);
     }
 }
 
@@ -91,27 +88,23 @@ TEST(Projection, PointsTurnAndShrinkWithDepth)
     const struct {
         const char *what;
         int16_t a, b, c;
-        double x, y, z;
-        int x2, y2, visible;
+        double z;
+        EXTRA_POINT seen; // of (20, 10)
     } rows[] = {
-        {"ahead", 0, 0, 0, 20, 10, 0, 110, 85, 1},
-        {"farther", 0, 0, 0, 20, 10, 200, 105, 82, 1},
-        {"behind the scale distance", 0, 0, 0, 20, 10, -100, 120, 90, 0},
-        {"turned about z", 0, 0, 90, 20, 10, 0, 105, 70, 1},
-        {"turned about y", 0, 90, 0, 20, 10, 0, 100, 84, 1},
-        {"turned about x", 90, 0, 0, 20, 10, 0, 110, 80, 1},
-        {"no depth left", 0, 0, 0, 20, 10, -200, 0, 0, 0},
+        {"ahead", 0, 0, 0, 0, {110, 85, 1}},
+        {"farther", 0, 0, 0, 200, {105, 82, 1}},
+        {"behind the scale distance", 0, 0, 0, -100, {120, 90, 0}},
+        {"turned about z", 0, 0, 90, 0, {105, 70, 1}},
+        {"turned about y", 0, 90, 0, 0, {100, 84, 1}},
+        {"turned about x", 90, 0, 0, 0, {110, 80, 1}},
+        {"no depth left", 0, 0, 0, -200, {0, 0, 0}},
     };
     for (const auto &r : rows) {
         EXTRA_3DWORLD world = Extra_Get3DWorld();
-        world.AngleA = r.a;
-        world.AngleB = r.b;
-        world.AngleC = r.c;
+        world.AngleA = r.a, world.AngleB = r.b, world.AngleC = r.c;
         Extra_Set3DWorld(world);
-        const EXTRA_POINT p = Extra_2D(r.x, r.y, r.z);
-        EXPECT_EQ(p.X, r.x2) << r.what;
-        EXPECT_EQ(p.Y, r.y2) << r.what;
-        EXPECT_EQ(p.Visible, r.visible) << r.what;
+        const EXTRA_POINT p = Extra_2D(20, 10, r.z);
+        EXPECT_TRUE(p.X == r.seen.X && p.Y == r.seen.Y && p.Visible == r.seen.Visible) << r.what;
     }
 }
 
@@ -121,17 +114,12 @@ TEST(Projection, FacesAreSeenAndClickedInside)
                       hidden = {0, 10, 0};
     EXPECT_NE(Extra_3Dvisible(a, b, c, d), Extra_3Dvisible(a, d, c, b));
     EXPECT_EQ(Extra_3Dvisible(a, b, c, hidden), 0);
-    const struct {
-        const char *what;
-        float x, y;
-        int inside;
-    } rows[] = {
-        {"first triangle", 2, 3, 1}, {"second triangle", 8, 7, 1}, {"diagonal", 5, 5, 0},
-        {"edge", 0, 5, 0},           {"outside", 11, 5, 0},
-    };
-    for (const auto &r : rows) {
-        EXPECT_EQ(Extra_3Dclick(a, b, c, d, r.x, r.y), r.inside) << r.what;
-        EXPECT_EQ(Extra_3Dclick(d, c, b, a, r.x, r.y), r.inside) << r.what << ", other winding";
+    // Both triangles, the diagonal between them, an edge, outside.
+    for (const auto &[x, y, inside] :
+         {std::array{2, 3, 1}, {8, 7, 1}, {5, 5, 0}, {0, 5, 0}, {11, 5, 0}}) {
+        const auto fx = static_cast<float>(x), fy = static_cast<float>(y);
+        EXPECT_EQ(Extra_3Dclick(a, b, c, d, fx, fy), inside) << x;
+        EXPECT_EQ(Extra_3Dclick(d, c, b, a, fx, fy), inside) << x << ", other winding";
     }
     int32_t x = 100, y = 100;
     Extra_xy3d(&x, &y, 10);

@@ -5,15 +5,14 @@ import os
 import pty
 import signal
 import struct
-import subprocess
 import sys
-import tempfile
 import termios
 import threading
 import time
 import unittest
 
 import sound_files
+from cards import ABSENT, FILE, MONO, NULL, Cards
 from sound_files import aiff, au, module, svx, voc, wav
 
 PLAYER = os.path.abspath(sys.argv[1])
@@ -21,10 +20,6 @@ DATA = os.path.abspath(sys.argv[2])
 
 NOISE = sound_files.noise(150000)
 
-NULL = "type null"
-MONO = "type multi slaves.a { pcm { type null } channels 1 } bindings.0 { slave a channel 0 }"
-ABSENT = "type hw card 31"
-FILE = 'type file file "FOLDER/captured" format raw slave.pcm { type null }'
 
 def mp3():
     def text(name, value):
@@ -63,34 +58,15 @@ UNPLAYABLE = {
 }
 
 
-class Stage(unittest.TestCase):
+class Stage(Cards):
     def setUp(self):
-        self.folder = tempfile.TemporaryDirectory()
-        self.environment = dict(os.environ, ALSA_CONFIG_PATH=self.path("alsa.conf"), JACK_NO_START_SERVER="1")
+        super().setUp()
         for name, data in (FILES | {name: data for name, (data, _) in UNPLAYABLE.items()}).items():
-            with open(self.path(name), "wb") as file:
-                file.write(data)
+            self.write(name, data)
         self.devices(first=NULL, second=NULL, default=FILE)
 
-    def tearDown(self):
-        self.folder.cleanup()
-
-    def path(self, name):
-        return os.path.join(self.folder.name, name)
-
-    def read(self, name):
-        with open(self.path(name), "rb") as file:
-            return file.read()
-
-    def devices(self, **devices):
-        with open(self.path("alsa.conf"), "w") as file:
-            for name, device in devices.items():
-                file.write(f"pcm.!{name} {{ {device} }}\n".replace("FOLDER", self.folder.name))
-
     def run_player(self, *words):
-        run = subprocess.run([PLAYER, *words], env=self.environment, cwd=self.folder.name, capture_output=True,
-                             text=True, timeout=60)
-        return run.returncode, run.stdout, run.stderr
+        return self.run_program(PLAYER, *words)
 
     def convert(self, *words):
         """The samples that the conversion gives, behind a header that says so."""

@@ -7,20 +7,15 @@ import os
 import random
 import subprocess
 import sys
-import tempfile
 import unittest
 
 import sound_files
+from cards import ABSENT, FILE, MONO, NULL, Cards
 
 PLAY_SOUND = os.path.abspath(sys.argv[1])
 MUSIC = os.path.abspath(sys.argv[2])
 SEES_RACES = sys.argv[3:] == ["thread"]
 BUFFER = 65536
-
-NULL = "type null"
-MONO = "type multi slaves.a { pcm { type null } channels 1 } bindings.0 { slave a channel 0 }"
-ABSENT = "type hw card 31"
-FILE = 'type file file "FOLDER/captured" format raw slave.pcm { type null }'
 
 SPARE = {"first": NULL, "second": NULL}  # for indices 0 and 1
 
@@ -32,42 +27,23 @@ def refills(sound):
     return [bytes(swapped[i:i + BUFFER]) for i in range(0, len(swapped), BUFFER)]
 
 
-class Sound(unittest.TestCase):
-    def setUp(self):
-        self.folder = tempfile.TemporaryDirectory()
-        self.environment = dict(os.environ, ALSA_CONFIG_PATH=self.path("alsa.conf"), JACK_NO_START_SERVER="1")
-
-    def tearDown(self):
-        self.folder.cleanup()
-
-    def path(self, name):
-        return os.path.join(self.folder.name, name)
-
+class Sound(Cards):
     def sound(self, name, size):
         """A file of noise without the byte 255, which starts no frame of MPEG audio."""
-        data = random.Random(size).choices(range(255), k=size)
-        with open(self.path(name), "wb") as file:
-            file.write(bytes(data))
-        return bytes(data)
+        data = bytes(random.Random(size).choices(range(255), k=size))
+        self.write(name, data)
+        return data
 
     def play(self, devices, *words):
         """Runs the program on these devices; gives its status, what it printed, and its errors."""
-        with open(self.path("alsa.conf"), "w") as file:
-            for name, device in devices.items():
-                file.write(f"pcm.!{name} {{ {device} }}\n".replace("FOLDER", self.folder.name))
-        run = subprocess.run([PLAY_SOUND, *map(str, words)], env=self.environment, cwd=self.folder.name,
-                             capture_output=True, text=True, timeout=300)
-        return run.returncode, run.stdout, run.stderr
+        self.devices(**devices)
+        return self.run_program(PLAY_SOUND, *words)
 
     def play_well(self, devices, *words):
         """The same where nothing may be on the terminal but what it prints."""
         status, printed, errors = self.play(devices, *words)
         self.assertEqual((status, errors), (0, ""), errors)
         return printed
-
-    def captured(self):
-        with open(self.path("captured"), "rb") as file:
-            return file.read()
 
     def test_what_is_heard(self):
         """Every sample of a sound, three times over, on each kind of device that may be taken."""
@@ -87,7 +63,7 @@ class Sound(unittest.TestCase):
                 self.assertIn("error 0, stream open, callbacks enough, playing 1", printed)
                 if index is not None:
                     self.assertIn(f"device {index} of", printed)
-                heard = self.captured().lstrip(b"\0")  # the device is primed with silence
+                heard = self.read("captured").lstrip(b"\0")  # the device is primed with silence
                 self.assertTrue(heard.startswith(expected), "what was heard differs")
                 os.remove(self.path("captured"))
 
@@ -96,7 +72,7 @@ class Sound(unittest.TestCase):
         buffers = len(expected) // BUFFER
         self.assertGreater(buffers, 600)  # twice two minutes
         self.play_well(SPARE | {"default": FILE}, MUSIC, buffers + 8, 0)
-        heard = self.captured()
+        heard = self.read("captured")
         start = heard.find(expected[:4096])  # behind the silence that the device is primed with
         self.assertGreaterEqual(start, 0)
         self.assertTrue(heard[start:].startswith(expected), "what was heard differs")
@@ -114,10 +90,8 @@ class Sound(unittest.TestCase):
         for kind, make in {"wav": sound_files.wav, "voc": sound_files.voc, "au": sound_files.au,
                            "8svx": sound_files.svx, "aiff": sound_files.aiff}.items():
             for name, size in ("short", 3000), ("long", 3 * BUFFER):
-                with open(self.path(f"{name}.{kind}"), "wb") as file:
-                    file.write(make(sound_files.noise(size)))
-        with open(self.path("long.mod"), "wb") as file:
-            file.write(sound_files.module(command=0))
+                self.write(f"{name}.{kind}", make(sound_files.noise(size)))
+        self.write("long.mod", sound_files.module(command=0))
         self.sound("long", 3 * BUFFER)
         self.sound("short", 3000)
         others = sorted(name for name in os.listdir(self.folder.name) if name.startswith(("short", "long")))

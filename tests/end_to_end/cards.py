@@ -1,0 +1,43 @@
+"""Programs on sound cards that are files."""
+
+import os
+import subprocess
+import tempfile
+import unittest
+
+NULL = "type null"
+MONO = "type multi slaves.a { pcm { type null } channels 1 } bindings.0 { slave a channel 0 }"
+ABSENT = "type hw card 31"
+FILE = 'type file file "FOLDER/captured" format raw slave.pcm { type null }'
+
+
+class Cards(unittest.TestCase):
+    """A folder of each test's own, in which the programs run and the cards write."""
+
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.environment = dict(os.environ, ALSA_CONFIG_PATH=self.path("alsa.conf"), JACK_NO_START_SERVER="1")
+
+    def tearDown(self):
+        self.folder.cleanup()
+
+    def path(self, name):
+        return os.path.join(self.folder.name, name)
+
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def write(self, name, data):
+        with open(self.path(name), "wb") as file:
+            file.write(data)
+
+    def devices(self, **devices):
+        cards = "".join(f"pcm.!{name} {{ {device} }}\n" for name, device in devices.items())
+        self.write("alsa.conf", cards.replace("FOLDER", self.folder.name).encode())
+
+    def run_program(self, *words):
+        """Gives the status, what was printed, and the errors."""
+        run = subprocess.run([*map(str, words)], env=self.environment, cwd=self.folder.name, capture_output=True,
+                             text=True, timeout=300)
+        return run.returncode, run.stdout, run.stderr
