@@ -3,23 +3,10 @@
 #include <algorithm>
 
 #include "audio/mp3_window.h"
+#include "extra/lanes.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define MP3_SANITIZED 1
-#elif defined(__has_feature)
-#define MP3_SANITIZED                                                                              \
-    (__has_feature(address_sanitizer) || __has_feature(thread_sanitizer) ||                        \
-     __has_feature(memory_sanitizer))
-#endif
-
-// Loops over subbands and slots are written for compilers to run eight lanes at a time. With AVX2
-// they multiply 32 by 32 bits well, so that is chosen at run time; sanitizers start too late for
-// the choosing.
-#if defined(__x86_64__) && defined(__linux__) && !MP3_SANITIZED
-#define MP3_LANES [[gnu::target_clones("avx2", "default")]]
-#else
-#define MP3_LANES
-#endif
+// Loops over subbands and slots are written for compilers to run eight lanes at a time: with AVX2
+// they multiply 32 by 32 bits well.
 
 // ISO/IEC 11172-3, table 3-B.9: the coefficients of alias reduction, ci as it stands there.
 struct MP3_BUTTERFLY {
@@ -184,7 +171,7 @@ constexpr auto MP3_OddSubbands = [] {
     return t % 2 == 0 ? value : (value ^ MP3_OddSubbands[s]) - MP3_OddSubbands[s];
 }
 
-MP3_LANES static void ReduceAliases(MP3_SPECTRUM &lines, size_t boundaries)
+EXTRA_LANES static void ReduceAliases(MP3_SPECTRUM &lines, size_t boundaries)
 {
     for (size_t i = 0; i < 8; i++) {
         const auto [cosine, sine] = MP3_Butterflies[i];
@@ -199,10 +186,10 @@ MP3_LANES static void ReduceAliases(MP3_SPECTRUM &lines, size_t boundaries)
 
 // The functions that follow write slot t of subband s to out[t][s].
 
-MP3_LANES static void LongBlocks(const MP3_SPECTRUM &__restrict lines,
-                                 MP3_SPECTRUM &__restrict overlap, MP3_SPECTRUM &__restrict out,
-                                 const std::array<int32_t, 36> &__restrict window, size_t first,
-                                 size_t last)
+EXTRA_LANES static void LongBlocks(const MP3_SPECTRUM &__restrict lines,
+                                   MP3_SPECTRUM &__restrict overlap, MP3_SPECTRUM &__restrict out,
+                                   const std::array<int32_t, 36> &__restrict window, size_t first,
+                                   size_t last)
 {
     for (size_t s = first; s < last; s++) {
         std::array<MP3_FIXED, 18> x;
@@ -219,9 +206,9 @@ MP3_LANES static void LongBlocks(const MP3_SPECTRUM &__restrict lines,
     }
 }
 
-MP3_LANES static void ShortBlocks(const MP3_SPECTRUM &__restrict lines,
-                                  MP3_SPECTRUM &__restrict overlap, MP3_SPECTRUM &__restrict out,
-                                  size_t first, size_t last)
+EXTRA_LANES static void ShortBlocks(const MP3_SPECTRUM &__restrict lines,
+                                    MP3_SPECTRUM &__restrict overlap, MP3_SPECTRUM &__restrict out,
+                                    size_t first, size_t last)
 {
     for (size_t s = first; s < last; s++) {
         std::array<MP3_FIXED, 36> sum{};
@@ -302,7 +289,7 @@ template <size_t N>
 
 // The matrixing of the synthesis, all slots of a frame side by side: filter.Waves[m] becomes the
 // sum of the subbands s times cos(m (2s+1) pi / 64).
-MP3_LANES static void Matrix(MP3_FILTER &__restrict filter)
+EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter)
 {
     for (size_t t = 0; t < MP3_Columns; t++) {
         std::array<MP3_FIXED, MP3_Subbands> x;
@@ -343,8 +330,8 @@ struct MP3_ACCUMULATORS {
     alignas(64) std::array<std::array<int32_t, MP3_Columns>, 33> High, Low;
 };
 
-MP3_LANES static void Windowing(const MP3_FILTER &__restrict filter,
-                                MP3_ACCUMULATORS &__restrict out)
+EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter,
+                                  MP3_ACCUMULATORS &__restrict out)
 {
     constexpr int below = MP3_FixedBits + 16 - 15; // the window has 16 bits behind the point
     constexpr int low = below - MP3_CarriedBits;
@@ -379,9 +366,9 @@ MP3_LANES static void Windowing(const MP3_FILTER &__restrict filter,
 // Cuts the samples to 16 bits and carries what lies below into the next one. As the carry is the
 // sum of all that lies below, cut to its bits, it is found for the beginning of every slot first;
 // then the slots run side by side.
-MP3_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
-                               uint32_t &__restrict remainder,
-                               std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
+EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
+                                 uint32_t &__restrict remainder,
+                                 std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
 {
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
     std::array<int32_t, MP3_Columns> carry{};

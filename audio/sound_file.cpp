@@ -1,5 +1,7 @@
 #include "audio/sound_file.h"
 
+#include "extra/lanes.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -60,27 +62,16 @@ void Sound_GetText(SOUND_FILE &file, uint64_t &position, uint32_t count, std::sp
 }
 
 // The conversions are loops over whole samples that compilers run many bytes at a time.
-#ifndef __has_feature
-#define __has_feature(feature) 0
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) ||                               \
-    __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SOUND_LANES // sanitizers start too late for a choice at run time
-#elif defined(__x86_64__) && defined(__linux__)
-#define SOUND_LANES [[gnu::target_clones("avx2", "default")]]
-#else
-#define SOUND_LANES
-#endif
 
 void Sound_Keep(std::span<uint8_t>) {}
 
-SOUND_LANES void Sound_From8(std::span<uint8_t> samples)
+EXTRA_LANES void Sound_From8(std::span<uint8_t> samples)
 {
     for (uint8_t &sample : samples)
         sample = static_cast<uint8_t>(128 - sample);
 }
 
-SOUND_LANES void Sound_Swap16(std::span<uint8_t> samples)
+EXTRA_LANES void Sound_Swap16(std::span<uint8_t> samples)
 {
     uint8_t *bytes = samples.data();
     const size_t count = samples.size() / 2;
@@ -100,7 +91,7 @@ void Sound_Swap24(std::span<uint8_t> samples)
         std::swap(bytes[3 * i], bytes[3 * i + 2]);
 }
 
-SOUND_LANES void Sound_Swap32(std::span<uint8_t> samples)
+EXTRA_LANES void Sound_Swap32(std::span<uint8_t> samples)
 {
     uint8_t *bytes = samples.data();
     const size_t count = samples.size() / 4;
