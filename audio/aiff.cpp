@@ -27,7 +27,7 @@ static uint16_t CodecOf(const char *compression)
 
 static void ReadCOMM(AIFF_HEADER &record, uint32_t size)
 {
-    constexpr uint32_t fields = 18; // bytes in front of the compression
+    constexpr uint32_t fields = 18;  // bytes in front of the compression
     record.Channels = AIFF_GetWord();
     record.FrameCount = AIFF_GetDWord();
     record.BitsPerSample = AIFF_GetWord();
@@ -48,7 +48,7 @@ static bool WalkChunks(AIFF_HEADER &record, bool padded)
         const uint32_t id = AIFF_GetDWord();
         const uint32_t size = AIFF_GetDWord();
         switch (id) {
-        case Sound_Id("FORM"): // the walk goes on inside, whatever its type
+        case Sound_Id("FORM"):  // the walk goes on inside, whatever its type
             AIFF_GetDWord();
             break;
         case Sound_Id("COMM"):
@@ -99,7 +99,7 @@ static void DecodeLinear(const SOUND_REFILL &refill, uint16_t bits, uint32_t *le
         *length = Sound_Samples(refill, 1, Sound_From8);
     else if (bits == 16)
         *length = Sound_SwappedPairs(refill);
-    else if (bits == 24) // not swapped, on purpose
+    else if (bits == 24)  // not swapped, on purpose
         *length = Sound_Samples(refill, 3, Sound_Keep);
     else if (bits == 32)
         *length = Sound_Samples(refill, 4, Sound_Swap32);

@@ -10,22 +10,22 @@
 #include "audio/sound_file.h"
 
 struct AIFF_HEADER {
-    uint32_t FileSize;      // bytes
-    uint16_t Codec;         // 0 linear, 1 bytes as they are, 2 A-law, 3 mu-law
-    uint16_t Channels = 1;  // as it stays without a common chunk
-    uint32_t SamplingRate;  // Hz: right from 32768 to 65535, else times a power of two
-    uint16_t BitsPerSample; // of the output
+    uint32_t FileSize;       // bytes
+    uint16_t Codec;          // 0 linear, 1 bytes as they are, 2 A-law, 3 mu-law
+    uint16_t Channels = 1;   // as it stays without a common chunk
+    uint32_t SamplingRate;   // Hz: right from 32768 to 65535, else times a power of two
+    uint16_t BitsPerSample;  // of the output
     uint32_t FrameCount;
-    std::array<uint8_t, 10> Rate; // 80-bit extended floating point
+    std::array<uint8_t, 10> Rate;  // 80-bit extended floating point
     std::array<char, 18> Compression;
-    uint32_t DataStart; // first sample byte; 0 where the file has no sound data
+    uint32_t DataStart;  // first sample byte; 0 where the file has no sound data
 };
 
 /// The loaded files in the order of loading, null where none is; owned by this module.
 extern SOUND_TABLE<AIFF_HEADER> AIFF_Header;
-extern uint8_t AIFF_SoundNumber; // slot that the next load fills
-extern SOUND_FILE AIFF_File;     // open during a load
-extern uint64_t AIFF_Position;   // next byte to read of it
+extern uint8_t AIFF_SoundNumber;  // slot that the next load fills
+extern SOUND_FILE AIFF_File;      // open during a load
+extern uint64_t AIFF_Position;    // next byte to read of it
 
 /// Big-endian numbers of 1, 2 and 4 bytes of AIFF_File at AIFF_Position, which moves on; past the
 /// end bytes are 0.

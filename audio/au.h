@@ -8,18 +8,18 @@
 #include "audio/sound_file.h"
 
 struct AU_HEADER {
-    uint32_t FileSize; // bytes
-    uint16_t Encoding; // 1 mu-law, 2 to 5 signed 8, 16, 24 and 32-bit, 27 A-law
+    uint32_t FileSize;  // bytes
+    uint16_t Encoding;  // 1 mu-law, 2 to 5 signed 8, 16, 24 and 32-bit, 27 A-law
     uint16_t Channels;
-    uint32_t SamplingRate;  // Hz
-    uint16_t BitsPerSample; // of the output
-    uint32_t DataStart;     // first sample byte
+    uint32_t SamplingRate;   // Hz
+    uint16_t BitsPerSample;  // of the output
+    uint32_t DataStart;      // first sample byte
 };
 
 /// The loaded files in the order of loading, null where none is; owned by this module.
 extern SOUND_TABLE<AU_HEADER> AU_Header;
-extern uint8_t AU_SoundNumber; // slot that the next load fills
-extern SOUND_FILE AU_File;     // open during a load
+extern uint8_t AU_SoundNumber;  // slot that the next load fills
+extern SOUND_FILE AU_File;      // open during a load
 
 /// Reads the header into slot AU_SoundNumber, and moves that on. A file that cannot be opened, or
 /// when all slots are used, does nothing.

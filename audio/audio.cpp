@@ -138,7 +138,7 @@ static uint32_t ReadRaw16(FILE *file, std::span<uint8_t> buffer)
 {
     const size_t read = std::fread(buffer.data(), 1, buffer.size(), file);
     const size_t stored = read & ~size_t{1};
-    if (read != stored) // the half sample behind the last one
+    if (read != stored)  // the half sample behind the last one
         buffer[stored + 1] = 0;
     for (size_t k = 0; k < read; k += 2)
         std::swap(buffer[k], buffer[k + 1]);
@@ -175,7 +175,7 @@ static void Refill(AudioTrack &track, uint8_t which, FILE *file, uint32_t most)
 
 static void RefillGenerated(AudioTrack &track, uint8_t which)
 {
-    track.FileSize = track.Capacity + 1; // so that it has two buffers
+    track.FileSize = track.Capacity + 1;  // so that it has two buffers
     const AUDIO_MODULE &module = Audio_Modules[track.Type];
     if (track.StartOver.exchange(0) && module.StartOver)
         module.StartOver(track.SoundNumber);
@@ -275,7 +275,7 @@ static void EndData(GoOn goOn)
         return;
     }
     goOn();
-    if (loop > 1) // unless it was set anew meanwhile
+    if (loop > 1)  // unless it was set anew meanwhile
         Audio_Loop.compare_exchange_strong(loop, static_cast<uint8_t>(loop - 1));
 }
 
@@ -284,7 +284,7 @@ void Audio_ReadBuffers()
     AudioTrack *track = Audio_Current;
     if (!track)
         return;
-    const uint8_t played = track->State; // of single buffers 0, otherwise their number and bit
+    const uint8_t played = track->State;  // of single buffers 0, otherwise their number and bit
     if (played == 0) {
         EndData(Audio_Refresh);
         return;

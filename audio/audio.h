@@ -19,14 +19,14 @@
 #include <portaudio.h>
 
 enum AUDIO_TYPE : uint8_t {
-    AUDIO_NONE = 0, // nothing was detected yet
-    AUDIO_RAW = 1,  // unknown: samples in the engine's own settings
+    AUDIO_NONE = 0,  // nothing was detected yet
+    AUDIO_RAW = 1,   // unknown: samples in the engine's own settings
     AUDIO_WAV = 2,
     AUDIO_MOD = 3,
     AUDIO_MP3 = 4,
     AUDIO_VOC = 5,
     AUDIO_AU = 6,
-    AUDIO_IFF = 7, // 8SVX and 16SV
+    AUDIO_IFF = 7,  // 8SVX and 16SV
     AUDIO_AIFF = 8,
 };
 
@@ -36,26 +36,26 @@ constexpr uint32_t Audio_CheckBytes = 8192;
 
 /// A loaded sound. What the callback changes while the track plays is atomic.
 struct AudioTrack {
-    std::array<char, 64> FileName;                // cut to 63 characters and a NUL
-    std::atomic<uint32_t> ReadPosition;           // in the file, where the next refill starts
-    uint32_t DataStart;                           // first sample byte of the file
-    std::atomic<uint32_t> FileSize;               // 0 until the first refill
-    uint32_t Capacity;                            // of each buffer: Audio_Capacity
-    std::array<std::atomic<uint32_t>, 2> Length;  // bytes that the last refill gave
-    std::array<std::atomic<uint8_t *>, 2> Buffer; // the track's; null before the first refill
-    uint8_t Loaded;                               // 1; for whoever looks
-    std::atomic<uint8_t> State;  // 0: all in buffer 1; 1, 2: the buffer that plays next
-    uint8_t Type;                // AUDIO_TYPE
-    uint8_t SoundNumber;         // record of the format module
-    uint8_t Decoded, DecodedToo; // either: a format module decodes; neither: raw samples
-    uint8_t Generated;           // synthesised: refills read no file
+    std::array<char, 64> FileName;                 // cut to 63 characters and a NUL
+    std::atomic<uint32_t> ReadPosition;            // in the file, where the next refill starts
+    uint32_t DataStart;                            // first sample byte of the file
+    std::atomic<uint32_t> FileSize;                // 0 until the first refill
+    uint32_t Capacity;                             // of each buffer: Audio_Capacity
+    std::array<std::atomic<uint32_t>, 2> Length;   // bytes that the last refill gave
+    std::array<std::atomic<uint8_t *>, 2> Buffer;  // the track's; null before the first refill
+    uint8_t Loaded;                                // 1; for whoever looks
+    std::atomic<uint8_t> State;   // 0: all in buffer 1; 1, 2: the buffer that plays next
+    uint8_t Type;                 // AUDIO_TYPE
+    uint8_t SoundNumber;          // record of the format module
+    uint8_t Decoded, DecodedToo;  // either: a format module decodes; neither: raw samples
+    uint8_t Generated;            // synthesised: refills read no file
     uint8_t Channels;
-    uint16_t SamplingRate; // Hz
+    uint16_t SamplingRate;  // Hz
     uint8_t BitsPerSample;
-    PaStream *Stream; // of the track that was played first
+    PaStream *Stream;  // of the track that was played first
 
-    std::string Path;               // the whole name, for refills
-    std::atomic<uint8_t> StartOver; // generated: the next refill begins anew
+    std::string Path;                // the whole name, for refills
+    std::atomic<uint8_t> StartOver;  // generated: the next refill begins anew
 };
 
 /// PortAudio's output device; -1 before Audio_Init, the device count where none was chosen.
@@ -97,15 +97,15 @@ extern PaStreamParameters PortAudio_Format;
 
 /// The MPEG frame header that Audio_Check examined last. ISO/IEC 11172-3, 2.4.2.3.
 struct AUDIO_MP3FRAME {
-    uint8_t Version, Layer; // as coded: 3 is MPEG-1, 2 MPEG-2, 0 MPEG-2.5; 1 is Layer III
-    uint8_t Protection;     // 1: a CRC follows
-    uint8_t BitRate, SamplingRate, AdjustedSamplingRate; // indices
+    uint8_t Version, Layer;  // as coded: 3 is MPEG-1, 2 MPEG-2, 0 MPEG-2.5; 1 is Layer III
+    uint8_t Protection;      // 1: a CRC follows
+    uint8_t BitRate, SamplingRate, AdjustedSamplingRate;  // indices
     uint8_t Padding, Private, ChannelMode, ModeExtension, Copyright, Original, Emphasis;
-    uint16_t Length; // bytes
+    uint16_t Length;  // bytes
 };
 struct AUDIO_MP3DETECT {
     uint16_t Channels;
-    uint32_t SamplingRate, BitRate; // Hz, bit/s
+    uint32_t SamplingRate, BitRate;  // Hz, bit/s
 };
 extern AUDIO_MP3FRAME Audio_MP3Frame;
 extern AUDIO_MP3DETECT Audio_MP3Detect;

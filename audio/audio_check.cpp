@@ -105,7 +105,7 @@ static void ReadFrameHeader(const uint8_t *bytes)
 // and a frame that was hit predicts nothing itself.
 static bool LooksLikeMPEG(const AUDIO_HEAD &head)
 {
-    constexpr size_t shortest = 128; // a length up to that is passed over, but predicts nothing
+    constexpr size_t shortest = 128;  // a length up to that is passed over, but predicts nothing
     size_t predicted = SIZE_MAX;
     int hits = 0;
     for (size_t i = 0; i < Audio_CheckBytes;) {
@@ -164,7 +164,7 @@ static AUDIO_TYPE TypeOf(const AUDIO_HEAD &head)
         return AUDIO_AU;
     if (head.Has(0, "FORM") && (head.Has(8, "8SVX") || head.Has(8, "16SV")))
         return AUDIO_IFF;
-    if (head.Has(8, "AIFF") || head.Has(8, "AIFC")) // whatever stands before it
+    if (head.Has(8, "AIFF") || head.Has(8, "AIFC"))  // whatever stands before it
         return AUDIO_AIFF;
     if (LooksLikeMOD(head))
         return AUDIO_MOD;

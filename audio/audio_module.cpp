@@ -26,8 +26,8 @@ static void DecodeModule(FILE *, uint8_t *buffer, uint32_t *length, uint8_t n)
 }
 
 std::array<AUDIO_MODULE, 9> Audio_Modules = {{
-    {}, // AUDIO_NONE
-    {}, // AUDIO_RAW, which the engine reads itself
+    {},  // AUDIO_NONE
+    {},  // AUDIO_RAW, which the engine reads itself
     {WAV_Load, WAV_Decoding, WAV_Destroy, Audio_FactsOf<WAV_GetHeader>, &WAV_SoundNumber,
      WAV_SetSoundNumber},
     {MOD_Load, DecodeModule, MOD_Destroy, Audio_FactsOf<MOD_GetHeader>, &MOD_SoundNumber,

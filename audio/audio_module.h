@@ -16,7 +16,7 @@
 /// What a header record says of its sound.
 struct AUDIO_FACTS {
     uint32_t Channels, SamplingRate, BitsPerSample;
-    uint32_t DataStart; // first sample byte of the file
+    uint32_t DataStart;  // first sample byte of the file
 };
 
 struct AUDIO_MODULE {

@@ -142,7 +142,7 @@ static PaError OpenAnyStream(AudioTrack &track)
 
 void Audio_Play(AudioTrack *track)
 {
-    Audio_Current = track; // the first callback runs before Pa_StartStream returns
+    Audio_Current = track;  // the first callback runs before Pa_StartStream returns
     Audio_Playing = 1;
     if (Audio_Device < 2 || Audio_FirstPlay != 1)
         return;

@@ -24,7 +24,7 @@ static void ReadHeader(IFF_HEADER &record)
         const uint32_t id = IFF_GetDWord();
         const uint32_t size = IFF_GetDWord();
         switch (id) {
-        case Sound_Id("FORM"): // the walk goes on inside
+        case Sound_Id("FORM"):  // the walk goes on inside
             record.BitsPerSample = IFF_GetDWord() == Sound_Id("8SVX") ? 8 : 16;
             break;
         case Sound_Id("VHDR"):

@@ -9,22 +9,22 @@
 #include "audio/sound_file.h"
 
 struct IFF_HEADER {
-    uint32_t FileSize;      // bytes
-    uint16_t Compression;   // as the file says; the samples are taken as they are all the same
-    uint16_t Channels = 1;  // always
-    uint32_t SamplingRate;  // Hz
-    uint16_t BitsPerSample; // 8 or 16; 0 without a form
+    uint32_t FileSize;       // bytes
+    uint16_t Compression;    // as the file says; the samples are taken as they are all the same
+    uint16_t Channels = 1;   // always
+    uint32_t SamplingRate;   // Hz
+    uint16_t BitsPerSample;  // 8 or 16; 0 without a form
     std::array<char, 128> Annotation;
     uint32_t OneShotCount, RepeatCount, SamplesPerCycle;
     uint8_t Octaves;
-    uint32_t DataStart; // first sample byte; 0 where the file has no body
+    uint32_t DataStart;  // first sample byte; 0 where the file has no body
 };
 
 /// The loaded files in the order of loading, null where none is; owned by this module.
 extern SOUND_TABLE<IFF_HEADER> IFF_Header;
-extern uint8_t IFF_SoundNumber; // slot that the next load fills
-extern SOUND_FILE IFF_File;     // open during a load
-extern uint64_t IFF_Position;   // next byte to read of it
+extern uint8_t IFF_SoundNumber;  // slot that the next load fills
+extern SOUND_FILE IFF_File;      // open during a load
+extern uint64_t IFF_Position;    // next byte to read of it
 
 /// Big-endian numbers of 1, 2 and 4 bytes of IFF_File at IFF_Position, which moves on; past the end
 /// bytes are 0.

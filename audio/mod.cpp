@@ -16,12 +16,12 @@ uint8_t MOD_SoundNumber;
 struct MOD_RECORD {
     MOD_HEADER Header;
     MOD_SONG Song;
-    uint32_t Rows; // that are played of it
+    uint32_t Rows;  // that are played of it
     MOD_PLAYER Player;
     MOD_MIXER Mixer;
-    uint64_t TickFrames;        // left of this tick
-    uint64_t TickRest;          // parts of a frame owed to later ticks
-    uint16_t SongPosition, Row; // as the header got them last
+    uint64_t TickFrames;         // left of this tick
+    uint64_t TickRest;           // parts of a frame owed to later ticks
+    uint16_t SongPosition, Row;  // as the header got them last
 };
 
 static std::array<std::unique_ptr<MOD_RECORD>, 32> MOD_Records;
@@ -122,7 +122,7 @@ void MOD_StartOver(uint8_t n)
         return;
     header->SongPosition = 0;
     header->Row = 0;
-    StartOver(*MOD_Records[n]); // also where the next row is the first one anyway
+    StartOver(*MOD_Records[n]);  // also where the next row is the first one anyway
 }
 
 void MOD_Destroy()

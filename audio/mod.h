@@ -10,24 +10,24 @@
 
 struct MOD_HEADER {
     // The output format, which the engine overwrites behind the load.
-    uint8_t Channels;      // 1 or 2; of more than 2 the others are silent
-    uint32_t SamplingRate; // Hz
-    uint8_t BitsPerSample; // 8 (unsigned), 16, 24 or 32 (signed, little-endian)
-    uint32_t DataStart;    // 0: the sound is no part of the file
+    uint8_t Channels;       // 1 or 2; of more than 2 the others are silent
+    uint32_t SamplingRate;  // Hz
+    uint8_t BitsPerSample;  // 8 (unsigned), 16, 24 or 32 (signed, little-endian)
+    uint32_t DataStart;     // 0: the sound is no part of the file
     // The row that follows the last buffer. Setting both to 0, where they are not, starts the song
     // over, on any thread.
     std::atomic<uint16_t> SongPosition, Row;
-    uint32_t Milliseconds;                            // of the song
-    std::array<char, 21> Title;                       // NUL at its end
-    uint8_t SongChannels;                             // of the song, 1 to 99
-    uint8_t SongLength;                               // orders that are played, 1 to 128
-    uint8_t SampleCount;                              // 15 or 31
-    std::array<std::array<char, 23>, 31> SampleNames; // NUL at the end of each
+    uint32_t Milliseconds;                             // of the song
+    std::array<char, 21> Title;                        // NUL at its end
+    uint8_t SongChannels;                              // of the song, 1 to 99
+    uint8_t SongLength;                                // orders that are played, 1 to 128
+    uint8_t SampleCount;                               // 15 or 31
+    std::array<std::array<char, 23>, 31> SampleNames;  // NUL at the end of each
 };
 
 /// The loaded songs in the order of loading, null where none is; owned by this module.
 extern std::array<MOD_HEADER *, 32> MOD_Header;
-extern uint8_t MOD_SoundNumber; // slot that the next load fills
+extern uint8_t MOD_SoundNumber;  // slot that the next load fills
 
 /// Reads a module into slot MOD_SoundNumber, and moves that on. Does nothing for a file that cannot
 /// be opened or is no module, and when all slots are used.

@@ -13,15 +13,15 @@ static_assert(MOD_VoiceFull * 50 < std::numeric_limits<int32_t>::max(), "99 voic
 // Gains have 16 bits behind the point, so that they move evenly.
 constexpr int32_t MOD_GainOne = 65536;
 
-constexpr double MOD_NearSide = 0.75;  // of a bus on its own side; the rest goes to the other
-constexpr double MOD_RampTime = 0.001; // of a change of volume, in seconds
+constexpr double MOD_NearSide = 0.75;   // of a bus on its own side; the rest goes to the other
+constexpr double MOD_RampTime = 0.001;  // of a change of volume, in seconds
 
 // The low-pass behind the power light, a Butterworth-like section.
 constexpr double MOD_FilterCut = 3091.0, MOD_FilterQ = 0.66;
 
 static bool IsLeft(size_t voice)
 {
-    return ((voice + 1) & 2) == 0; // left, right, right, left
+    return ((voice + 1) & 2) == 0;  // left, right, right, left
 }
 
 // Frames whose positions lie before `end`, at most `frames`.

@@ -15,39 +15,39 @@ constexpr double MOD_Clock = 3546895.0;
 
 /// Positions in samples, with 32 bits behind the point.
 struct MOD_VOICE {
-    const int8_t *Data;     // null: silent until a loop is heard
-    uint64_t Position;      // in Data
-    uint32_t End;           // of the run that plays
-    const int8_t *LoopData; // what follows it; null: nothing
+    const int8_t *Data;      // null: silent until a loop is heard
+    uint64_t Position;       // in Data
+    uint32_t End;            // of the run that plays
+    const int8_t *LoopData;  // what follows it; null: nothing
     uint32_t LoopStart, LoopEnd;
-    uint16_t Period; // clocks of the chip for a sample; at 0, which stands for 65536, it is silent
-    uint8_t Volume;  // 0 to 64
-    bool Started;    // a run was set since the voice was last heard
+    uint16_t Period;  // clocks of the chip for a sample; at 0, which stands for 65536, it is silent
+    uint8_t Volume;   // 0 to 64
+    bool Started;     // a run was set since the voice was last heard
     // What the mixer keeps:
     int32_t Gain, Target, Rise,
-        RampFrames;           // on its way to the volume: rise of a frame, frames left
-    int32_t Heard;            // the last value of the run that went into a bus
-    int32_t Tail, TailFrames; // what a cut note left, and how long it is still heard
+        RampFrames;            // on its way to the volume: rise of a frame, frames left
+    int32_t Heard;             // the last value of the run that went into a bus
+    int32_t Tail, TailFrames;  // what a cut note left, and how long it is still heard
 };
 
 /// What the sound card gets.
 struct MOD_FORMAT {
-    uint32_t Channels; // 1: both sides, 2: left and right, more: the others are silent
-    uint32_t Rate;     // Hz
-    uint32_t Bits;     // 8 (unsigned), 16, 24 or 32 (signed, little-endian)
+    uint32_t Channels;  // 1: both sides, 2: left and right, more: the others are silent
+    uint32_t Rate;      // Hz
+    uint32_t Bits;      // 8 (unsigned), 16, 24 or 32 (signed, little-endian)
 };
 
-constexpr size_t MOD_Block = 512; // frames that are mixed at a time
+constexpr size_t MOD_Block = 512;  // frames that are mixed at a time
 
 struct MOD_FILTER {
-    std::array<double, 5> Weights; // of the input now, once and twice before; of the output before
-    std::array<std::array<double, 4>, 2> Past; // those of each bus
+    std::array<double, 5> Weights;  // of the input now, once and twice before; of the output before
+    std::array<std::array<double, 4>, 2> Past;  // those of each bus
 };
 
 struct MOD_MIXER {
-    std::array<std::array<int32_t, MOD_Block>, 2> Buses; // of the left and the right channels
-    bool Filter;         // the low-pass that the chip's power light switches
-    uint32_t FilterRate; // that LowPass was made for
+    std::array<std::array<int32_t, MOD_Block>, 2> Buses;  // of the left and the right channels
+    bool Filter;          // the low-pass that the chip's power light switches
+    uint32_t FilterRate;  // that LowPass was made for
     MOD_FILTER LowPass;
 };
 

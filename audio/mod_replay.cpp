@@ -106,13 +106,13 @@ constexpr std::array<double, 128> MOD_Eighths = [] {
     double ratio = 1;
     for (double &r : ratios) {
         r = ratio;
-        ratio *= 0.9928057204912689; // 2^(-1 / 96)
+        ratio *= 0.9928057204912689;  // 2^(-1 / 96)
     }
     return ratios;
 }();
 static_assert(MOD_Eighths[96] > 0.5 - 1e-12 && MOD_Eighths[96] < 0.5 + 1e-12);
 
-constexpr uint32_t MOD_MostRows = 65536; // of a song; 128 orders without loops have 8192
+constexpr uint32_t MOD_MostRows = 65536;  // of a song; 128 orders without loops have 8192
 
 static bool InTable(uint32_t period)
 {
@@ -189,7 +189,7 @@ static void StartNote(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 {
     c.Period = TuneNote(c);
     if (c.Cell.Command == 0xE && High(c) == 0xD)
-        return; // delayed
+        return;  // delayed
     for (MOD_WAVE *wave : {&c.Vibrato, &c.Tremolo})
         if (!(wave->Shape & 4))
             wave->Position = 0;
@@ -233,7 +233,7 @@ static void AimPortamento(MOD_CHANNEL &c)
 
 static void Portamento(MOD_CHANNEL &c, MOD_VOICE &v)
 {
-    if (c.Wanted == 0 || c.Period == 0) // without a note to start from it is silent
+    if (c.Wanted == 0 || c.Period == 0)  // without a note to start from it is silent
         return;
     const int period = c.Period, speed = c.PortamentoSpeed, wanted = c.Wanted;
     c.Period = static_cast<uint16_t>(c.WantedIsHigher ? std::max(period - speed, wanted)
@@ -306,7 +306,7 @@ static void SampleOffset(MOD_CHANNEL &c)
         c.Start += skip;
         c.Length -= skip;
     } else {
-        c.Length = std::min(c.Length, 2u); // as good as nothing: on with the loop
+        c.Length = std::min(c.Length, 2u);  // as good as nothing: on with the loop
     }
 }
 
@@ -371,7 +371,7 @@ static void Extended(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
     case 0x7:
         c.Tremolo.Shape = value;
         break;
-    case 0x9: // a note starts by itself
+    case 0x9:  // a note starts by itself
         if (value != 0 && p.Tick % value == 0 && !(first && c.Cell.Period != 0))
             Trigger(p, c, v);
         break;
@@ -418,7 +418,7 @@ static void SetSpeed(MOD_PLAYER &p, uint8_t value)
 static void PositionJump(MOD_PLAYER &p, uint8_t order)
 {
     p.Position = static_cast<uint8_t>(order - 1);
-    p.BreakRow = 0; // kept: a break in a channel before this one loses its row
+    p.BreakRow = 0;  // kept: a break in a channel before this one loses its row
     p.Jump = true;
 }
 
@@ -492,7 +492,7 @@ static void TickEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
     case 0x7:
         v.Period = c.Period;
         Tremolo(c, v);
-        return; // heard until the next tick, the channel's own volume stays
+        return;  // heard until the next tick, the channel's own volume stays
     case 0xA:
         v.Period = c.Period;
         SlideVolume(c);
@@ -580,7 +580,7 @@ static uint64_t FlowKey(const MOD_PLAYER &p)
     uint64_t key = p.Position * MOD_Rows + p.Row;
     for (const MOD_CHANNEL &c : p.Channels) {
         key ^= c.LoopsLeft != 0 ? (c.LoopsLeft * MOD_Rows + c.LoopRow) << 16 : 0;
-        key *= 0x9E3779B97F4A7C15; // odd: different keys stay different
+        key *= 0x9E3779B97F4A7C15;  // odd: different keys stay different
         key ^= key >> 29;
     }
     return key;
@@ -595,7 +595,7 @@ MOD_LENGTH MOD_Measure(const MOD_SONG &song)
     for (;;) {
         if (p.DelayLeft == 0 && !played.insert(FlowKey(p)).second)
             break;
-        p.Tick = p.Speed; // only first ticks lead anywhere
+        p.Tick = p.Speed;  // only first ticks lead anywhere
         if (!MOD_Tick(p))
             break;
         seconds += p.Speed * 2.5 / p.Tempo;
@@ -619,7 +619,7 @@ void MOD_Start(MOD_PLAYER &player, const MOD_SONG &song, uint32_t rows)
     player.Voices.assign(song.Channels, {});
     player.Speed = 6;
     player.Tempo = 125;
-    player.Tick = player.Speed; // the first tick reads a row
+    player.Tick = player.Speed;  // the first tick reads a row
 }
 
 bool MOD_Tick(MOD_PLAYER &player)
@@ -630,7 +630,7 @@ bool MOD_Tick(MOD_PLAYER &player)
         player.Tick = 0;
     if (first && player.DelayLeft == 0) {
         if (!ReadRow(player)) {
-            player.Tick = player.Speed; // so that it stays at the end
+            player.Tick = player.Speed;  // so that it stays at the end
             return false;
         }
     } else {

@@ -14,43 +14,43 @@
 
 /// Vibrato or tremolo: a period is 256 steps of the position, which wraps.
 struct MOD_WAVE {
-    uint8_t Speed, Depth; // 0 to 15, kept until others are given
+    uint8_t Speed, Depth;  // 0 to 15, kept until others are given
     uint8_t Position;
-    uint8_t Shape; // 0 sine, 1 ramp, 2 and 3 square; plus 4: notes do not restart it
+    uint8_t Shape;  // 0 sine, 1 ramp, 2 and 3 square; plus 4: notes do not restart it
 };
 
 struct MOD_CHANNEL {
-    MOD_CELL Cell; // of the row that plays
+    MOD_CELL Cell;  // of the row that plays
     uint8_t Sample, Finetune, Volume;
-    uint32_t Start, Length;         // run of the sample that the next note plays, bytes
-    uint32_t LoopStart, LoopLength; // and what follows it
-    uint16_t Period;                // without vibrato and arpeggio; 0 before the first note
-    uint16_t Wanted;                // where the portamento goes, 0: nowhere
-    bool WantedIsHigher;            // in pitch, when the portamento was aimed
+    uint32_t Start, Length;          // run of the sample that the next note plays, bytes
+    uint32_t LoopStart, LoopLength;  // and what follows it
+    uint16_t Period;                 // without vibrato and arpeggio; 0 before the first note
+    uint16_t Wanted;                 // where the portamento goes, 0: nowhere
+    bool WantedIsHigher;             // in pitch, when the portamento was aimed
     uint8_t PortamentoSpeed;
-    bool Glissando; // the portamento is heard in semitones
+    bool Glissando;  // the portamento is heard in semitones
     MOD_WAVE Vibrato, Tremolo;
-    uint8_t Offset;             // of the last sample offset
-    uint8_t LoopRow, LoopsLeft; // of the pattern loop
+    uint8_t Offset;              // of the last sample offset
+    uint8_t LoopRow, LoopsLeft;  // of the pattern loop
     uint8_t InvertSpeed, InvertCount;
-    uint32_t InvertAt; // byte of the loop that was inverted last
+    uint32_t InvertAt;  // byte of the loop that was inverted last
 };
 
 struct MOD_PLAYER {
     const MOD_SONG *Song;
-    std::array<std::vector<int8_t>, MOD_MaxSamples + 1> Waves; // the samples, as inverted so far
+    std::array<std::vector<int8_t>, MOD_MaxSamples + 1> Waves;  // the samples, as inverted so far
     std::vector<MOD_CHANNEL> Channels;
     std::vector<MOD_VOICE> Voices;
-    uint8_t Position, Row; // order, and row of its pattern
-    uint8_t Speed, Tempo;  // ticks a row; ticks in 2.5 s
-    uint8_t Tick;          // of the row
+    uint8_t Position, Row;  // order, and row of its pattern
+    uint8_t Speed, Tempo;   // ticks a row; ticks in 2.5 s
+    uint8_t Tick;           // of the row
     uint8_t Delay, DelayLeft;
-    uint8_t BreakRow; // row to go on with, when one of these says so:
-    bool RowBreak;    // in this pattern
-    bool Jump;        // in the next, after Position
+    uint8_t BreakRow;  // row to go on with, when one of these says so:
+    bool RowBreak;     // in this pattern
+    bool Jump;         // in the next, after Position
     bool Filter;
-    bool AtEnd;        // the next row is behind the last
-    uint32_t RowsLeft; // to be read
+    bool AtEnd;         // the next row is behind the last
+    uint32_t RowsLeft;  // to be read
 };
 
 struct MOD_LENGTH {

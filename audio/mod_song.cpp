@@ -28,10 +28,10 @@ constexpr uint32_t MOD_OldModules[] = {
 
 struct MOD_LAYOUT {
     uint8_t Channels, SampleCount;
-    bool Halves; // eight channels as two patterns of four
+    bool Halves;  // eight channels as two patterns of four
     size_t Orders() const
     {
-        return 20 + SampleCount * MOD_SampleHeader; // its length and a restart byte, then the list
+        return 20 + SampleCount * MOD_SampleHeader;  // its length and a restart byte, then the list
     }
     size_t Patterns() const
     {
@@ -188,12 +188,12 @@ std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file)
     }
     position = layout->Orders();
     song.Length = std::clamp(Bytes_GetByte(file, position), uint8_t{1}, uint8_t{MOD_Orders});
-    position++; // where a restart would go on, which players do not agree on
+    position++;  // where a restart would go on, which players do not agree on
     for (uint8_t &order : song.Orders)
         order = Bytes_GetByte(file, position);
 
     const size_t patterns = CountPatterns(song, *layout, total, file.size());
-    if (layout->Halves) // numbers count the halves
+    if (layout->Halves)  // numbers count the halves
         for (uint8_t &order : song.Orders)
             order /= 2;
     ReadPatterns(Bytes_GetSpan(file, layout->Patterns(), patterns * layout->PatternBytes()),

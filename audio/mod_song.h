@@ -14,31 +14,31 @@ constexpr size_t MOD_MaxSamples = 31;
 
 /// One channel of one row. A period and a sample of 0 stand for none.
 struct MOD_CELL {
-    uint16_t Period; // 12 bits
+    uint16_t Period;  // 12 bits
     uint8_t Sample;
-    uint8_t Command;   // 0 to 15
-    uint8_t Parameter; // both digits
+    uint8_t Command;    // 0 to 15
+    uint8_t Parameter;  // both digits
     bool operator==(const MOD_CELL &) const = default;
 };
 
 struct MOD_SAMPLE {
-    std::array<char, 23> Name; // NUL at its end
-    std::vector<int8_t> Data;  // what the file has of it
-    uint8_t Finetune;          // 0 to 7, then -8 to -1 as 8 to 15
-    uint8_t Volume;            // 0 to 64
-    uint32_t LoopStart;        // bytes, within Data
-    uint32_t LoopLength;       // bytes, within Data behind LoopStart; up to 2 stands for no loop
+    std::array<char, 23> Name;  // NUL at its end
+    std::vector<int8_t> Data;   // what the file has of it
+    uint8_t Finetune;           // 0 to 7, then -8 to -1 as 8 to 15
+    uint8_t Volume;             // 0 to 64
+    uint32_t LoopStart;         // bytes, within Data
+    uint32_t LoopLength;        // bytes, within Data behind LoopStart; up to 2 stands for no loop
 };
 
 struct MOD_SONG {
-    std::array<char, 21> Title; // NUL at its end
-    uint8_t Channels;           // 1 to 99
-    uint8_t SampleCount;        // 15 or 31
-    uint8_t Length;             // orders that are played, 1 to 128
-    bool WideRange;             // has notes outside the three octaves of the original player
+    std::array<char, 21> Title;  // NUL at its end
+    uint8_t Channels;            // 1 to 99
+    uint8_t SampleCount;         // 15 or 31
+    uint8_t Length;              // orders that are played, 1 to 128
+    bool WideRange;              // has notes outside the three octaves of the original player
     std::array<uint8_t, MOD_Orders> Orders;
-    std::array<MOD_SAMPLE, MOD_MaxSamples + 1> Samples; // counted from 1; 0 is an empty one
-    std::vector<MOD_CELL> Cells;                        // patterns x rows x channels
+    std::array<MOD_SAMPLE, MOD_MaxSamples + 1> Samples;  // counted from 1; 0 is an empty one
+    std::vector<MOD_CELL> Cells;                         // patterns x rows x channels
 };
 
 /// Reads a module: 31 samples and a signature, or 15 samples and none. What a damaged file lacks is

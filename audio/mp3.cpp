@@ -102,7 +102,7 @@ static std::span<char> TextOf(MP3_ID3V2 &tag, uint32_t id)
 // comment twice. The file stands where the counting ends, in the tag or behind it.
 static void ReadID3v2(FILE *file, MP3_ID3V2 &tag)
 {
-    if (GetBig(file, 3) != 0x494433) { // "ID3"
+    if (GetBig(file, 3) != 0x494433) {  // "ID3"
         std::rewind(file);
         return;
     }
@@ -117,14 +117,14 @@ static void ReadID3v2(FILE *file, MP3_ID3V2 &tag)
             break;
         }
         int64_t length = int64_t{GetBig(file, 4)} - 1;
-        GetBig(file, 3); // flags and text encoding
+        GetBig(file, 3);  // flags and text encoding
         if (remaining > length + 7)
             remaining -= length + 7;
         std::span<char> text = TextOf(tag, id);
         if (id == FrameId("COMM")) {
             const uint32_t language = GetBig(file, 4);
             length -= 4;
-            if (language >> 24 != 0) { // kept on purpose: only a comment without one is taken
+            if (language >> 24 != 0) {  // kept on purpose: only a comment without one is taken
                 GetText(file, length, {});
                 text = {};
             }
@@ -141,13 +141,13 @@ static void ReadID3v1(FILE *file, MP3_ID3V1 &tag)
 {
     tag = {};
     tag.Genre = 255;
-    if (std::fseek(file, -128, SEEK_END) == 0 && GetBig(file, 3) == 0x544147) { // "TAG"
+    if (std::fseek(file, -128, SEEK_END) == 0 && GetBig(file, 3) == 0x544147) {  // "TAG"
         GetText(file, 30, tag.Title);
         GetText(file, 30, tag.Artist);
         GetText(file, 30, tag.Album);
         GetText(file, 4, tag.Year);
         GetText(file, 30, tag.Comment);
-        if (tag.Comment[28] == 0) { // ID3v1.1
+        if (tag.Comment[28] == 0) {  // ID3v1.1
             tag.TrackNumber = static_cast<uint8_t>(tag.Comment[29]);
             tag.Comment[27] = 0;
         }
@@ -188,7 +188,7 @@ void MP3_Load(const char *path)
     MP3_SoundNumber++;
 }
 
-constexpr std::array<uint16_t, 4> MP3_SampleRate = {44100, 48000, 32000, 0}; // of MPEG-1
+constexpr std::array<uint16_t, 4> MP3_SampleRate = {44100, 48000, 32000, 0};  // of MPEG-1
 
 // Bytes of a frame, with its header; 0 without a sampling rate. All versions are counted as MPEG-1
 // is, on purpose: below it, where frames are half as long, a frame takes the next one with it.
@@ -222,7 +222,7 @@ static void ReadHeader(MP3_HEADER &record)
     record.Original = field(2, 1);
     record.Emphasis = field(0, 2);
 
-    const int low = record.Version == 0 ? 2 : record.Version == 2 ? 1 : 0; // halvings of the rate
+    const int low = record.Version == 0 ? 2 : record.Version == 2 ? 1 : 0;  // halvings of the rate
     record.Rate = static_cast<uint8_t>(record.SamplingRateIndex + 3 * low);
     record.Channels = record.ChannelMode == 3 ? 1 : 2;
     record.SamplingRate = static_cast<uint32_t>(MP3_SampleRate[record.SamplingRateIndex]) >> low;
@@ -244,7 +244,7 @@ uint8_t MP3_LoadFrame(FILE *file, uint8_t n)
         const uint8_t second = GetByte(file);
         if (second == 0xFF)
             return 0;
-        if ((second & 0xE2) != 0xE2) // Layer III and Layer I pass
+        if ((second & 0xE2) != 0xE2)  // Layer III and Layer I pass
             continue;
         record.FrameBuffer[0] = 0xFF;
         record.FrameBuffer[1] = second;
@@ -254,7 +254,7 @@ uint8_t MP3_LoadFrame(FILE *file, uint8_t n)
         if (record.FrameLength < 4)
             continue;
         if (record.Protection == 1)
-            GetBig(file, 2); // the CRC, which nobody checks
+            GetBig(file, 2);  // the CRC, which nobody checks
         const std::span body = std::span(record.FrameBuffer).subspan(4, record.FrameLength - 4u);
         const size_t size = body.size() - (record.Protection == 1 ? 2 : 0);
         const size_t read = std::fread(body.data(), 1, size, file);
@@ -278,7 +278,7 @@ int32_t MP3_Decode(MP3_HEADER &record, int16_t *samples)
     MP3_LAYER3 &layer3 = record.Layer3;
     MP3_InitGetBits(layer3.Bits, record.FrameBuffer.data() + 4, 8 * (record.FrameLength - 4));
     if (record.Protection == 1)
-        MP3_GetBits(layer3.Bits, 16); // kept on purpose, although the buffer has no CRC
+        MP3_GetBits(layer3.Bits, 16);  // kept on purpose, although the buffer has no CRC
     const bool joint = record.ChannelMode == 1;
     const MP3_FORMAT format = {record.Rate, static_cast<uint8_t>(record.Channels),
                                joint && (record.ModeExtension & 1) != 0,
@@ -312,7 +312,7 @@ void MP3_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
     std::array<int16_t, MP3_MaxSamples> samples;
     for (long start = std::ftell(file); MP3_LoadFrame(file, n) != 0; start = std::ftell(file)) {
         const uint32_t room = capacity - *length;
-        if (DecodedSize(record) > room && *length != 0) { // larger than the frames before it
+        if (DecodedSize(record) > room && *length != 0) {  // larger than the frames before it
             std::fseek(file, start, SEEK_SET);
             break;
         }

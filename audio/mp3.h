@@ -18,14 +18,14 @@ struct MP3_ID3V1 {
     std::array<char, 5> Year;
     std::array<char, 31> Comment;
     uint8_t TrackNumber;
-    uint8_t Genre; // index of MP3_Genre; 126 without a tag
+    uint8_t Genre;  // index of MP3_Genre; 126 without a tag
 };
 
 /// The same for ID3v2. Texts are the file's bytes, whatever encoding it says they have.
 struct MP3_ID3V2 {
-    uint16_t Version; // major * 256 + revision
+    uint16_t Version;  // major * 256 + revision
     uint8_t Flags;
-    uint32_t Size; // as it stands in the file, 8 bits a byte
+    uint32_t Size;  // as it stands in the file, 8 bits a byte
     std::array<char, 61> Title, Artist, Album;
     std::array<char, 31> Year;
     std::array<char, 255> Comment;
@@ -36,19 +36,19 @@ struct MP3_ID3V2 {
 /// A file that was loaded. The fields from Channels to FrameLength are those of the header in
 /// FrameBuffer: after MP3_Load the first one behind the tag, 0 where there is none.
 struct MP3_HEADER {
-    uint32_t FileSize;      // bytes
-    uint16_t Channels;      // 1 or 2
-    uint32_t SamplingRate;  // Hz
-    uint32_t BitRate;       // bit/s
-    uint16_t BitsPerSample; // of the output, 16
-    uint8_t Version;        // index of MP3_Version
-    uint8_t Layer;          // index of MP3_Layer
-    uint8_t Protection;     // index of MP3_Protected
+    uint32_t FileSize;       // bytes
+    uint16_t Channels;       // 1 or 2
+    uint32_t SamplingRate;   // Hz
+    uint32_t BitRate;        // bit/s
+    uint16_t BitsPerSample;  // of the output, 16
+    uint8_t Version;         // index of MP3_Version
+    uint8_t Layer;           // index of MP3_Layer
+    uint8_t Protection;      // index of MP3_Protected
     uint8_t BitRateIndex, SamplingRateIndex;
-    uint8_t Rate; // 0 to 8: the sampling rate's row in the decoder's tables
+    uint8_t Rate;  // 0 to 8: the sampling rate's row in the decoder's tables
     uint8_t Padding, Private, ChannelMode, ModeExtension, Copyright, Original, Emphasis;
-    uint16_t FrameLength;                          // bytes, with the header
-    std::array<uint8_t, MP3_MaxFrame> FrameBuffer; // header and body, without a CRC
+    uint16_t FrameLength;                           // bytes, with the header
+    std::array<uint8_t, MP3_MaxFrame> FrameBuffer;  // header and body, without a CRC
     MP3_ID3V1 ID3v1;
     MP3_ID3V2 ID3v2;
     MP3_LAYER3 Layer3;
@@ -56,8 +56,8 @@ struct MP3_HEADER {
 
 /// The loaded files in the order of loading, null where none is; owned by this module.
 extern std::array<MP3_HEADER *, 32> MP3_Header;
-extern uint8_t MP3_SoundNumber; // slot that the next load fills
-extern uint8_t MP3_Init;        // 1 once the decoder's tables are built
+extern uint8_t MP3_SoundNumber;  // slot that the next load fills
+extern uint8_t MP3_Init;         // 1 once the decoder's tables are built
 
 /// The most samples of a frame, all channels together.
 constexpr size_t MP3_MaxSamples = 2 * 1152;
@@ -104,7 +104,7 @@ constexpr char MP3_SampleRateStr[4][9] = {"44100", "48000", "32000", "reserved"}
 constexpr char MP3_Padding[2][11] = {"Not padded", "Padded"};
 constexpr char MP3_Private[2][12] = {"Not private", "Private"};
 constexpr char MP3_Channels[4][15] = {"Stereo", "Joint stereo", "Dual channel", "Single channel"};
-constexpr char MP3_Mode[4][8] = {"off-off", "on-off", "off-on", "on-on"}; // intensity, mid/side
+constexpr char MP3_Mode[4][8] = {"off-off", "on-off", "off-on", "on-on"};  // intensity, mid/side
 constexpr char MP3_Copyrighted[2][16] = {"Not copyrighted", "Copyrighted"};
 constexpr char MP3_Original[2][23] = {"Copy of original media", "Original media"};
 constexpr char MP3_Emphasis[4][10] = {"none", "50/15 ms", "reserved", "CCIT J.17"};

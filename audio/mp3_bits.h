@@ -6,10 +6,10 @@
 
 /// Where a header or side information is being read.
 struct MP3_BITS {
-    const uint8_t *Start; // the data, not owned
+    const uint8_t *Start;  // the data, not owned
     const uint8_t *End;
-    int32_t Index; // next bit
-    int32_t Size;  // in bits
+    int32_t Index;  // next bit
+    int32_t Size;   // in bits
 };
 
 /// Four bytes as a big-endian number.
@@ -29,7 +29,7 @@ inline uint64_t MP3_Peek(const uint8_t *data, size_t index)
 {
     const uint8_t *bytes = data + (index >> 3);
     uint64_t word = 0;
-    for (int i = 0; i < 8; i++) // compilers make this one load
+    for (int i = 0; i < 8; i++)  // compilers make this one load
         word = word << 8 | bytes[i];
     return word << (index & 7);
 }

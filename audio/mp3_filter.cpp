@@ -10,7 +10,7 @@
 
 // ISO/IEC 11172-3, table 3-B.9: the coefficients of alias reduction, ci as it stands there.
 struct MP3_BUTTERFLY {
-    int32_t Cosine, Sine; // cs and ca, 31 bits
+    int32_t Cosine, Sine;  // cs and ca, 31 bits
 };
 
 constexpr auto MP3_Butterflies = [] {
@@ -246,10 +246,10 @@ void MP3_Hybrid(MP3_FILTER &filter, MP3_SPECTRUM &lines, size_t used, MP3_BLOCK 
                 size_t granule)
 {
     if (block != MP3_SHORT || mixed) {
-        used = std::min(used + 1, MP3_Subbands); // aliases go into the next subband
+        used = std::min(used + 1, MP3_Subbands);  // aliases go into the next subband
         ReduceAliases(lines, block == MP3_SHORT ? 1 : used - 1);
     }
-    const size_t end = (used + 7) / 8 * 8; // whole vectors
+    const size_t end = (used + 7) / 8 * 8;  // whole vectors
     const size_t normal = mixed ? std::min<size_t>(end, 2) : 0;
     MP3_SPECTRUM out;
     if (normal != 0)
@@ -308,8 +308,8 @@ EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter)
 // wave 16 + j with the slots 0, 2, 4 ... back and wave 16 - j with the slots 1, 3, 5 ... back, and
 // differ in the coefficients.
 struct MP3_TAPS {
-    std::array<int32_t, 8> Upper, Lower;             // sample j: of wave 16 + j, of 16 - j
-    std::array<int32_t, 8> MirrorUpper, MirrorLower; // sample 32 - j
+    std::array<int32_t, 8> Upper, Lower;              // sample j: of wave 16 + j, of 16 - j
+    std::array<int32_t, 8> MirrorUpper, MirrorLower;  // sample 32 - j
 };
 
 constexpr auto MP3_Taps = [] {
@@ -333,7 +333,7 @@ struct MP3_ACCUMULATORS {
 EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter,
                                   MP3_ACCUMULATORS &__restrict out)
 {
-    constexpr int below = MP3_FixedBits + 16 - 15; // the window has 16 bits behind the point
+    constexpr int below = MP3_FixedBits + 16 - 15;  // the window has 16 bits behind the point
     constexpr int low = below - MP3_CarriedBits;
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
     for (size_t j = 0; j < MP3_Taps.size(); j++) {
@@ -344,7 +344,7 @@ EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter,
         for (size_t t = 0; t < MP3_Columns; t++) {
             int64_t sum = 0, mirror = 0;
 #pragma GCC unroll 8
-            for (size_t i = 0; i < 8; i++) { // from the newest on
+            for (size_t i = 0; i < 8; i++) {  // from the newest on
                 const MP3_FIXED u = upper[t + 15 - 2 * i], l = lower[t + 15 - 2 * i];
                 sum += Product(u, taps.Upper[i]) + Product(l, taps.Lower[i]);
                 mirror += Product(u, taps.MirrorUpper[i]) + Product(l, taps.MirrorLower[i]);

@@ -9,22 +9,22 @@
 #include "audio/mp3_fixed.h"
 
 constexpr size_t MP3_Subbands = 32;
-constexpr size_t MP3_Slots = 18;    // of a granule: samples of one subband, lines of one subband
-constexpr size_t MP3_History = 16;  // earlier slots that a sample depends on, and one to spare
-constexpr size_t MP3_Columns = 40;  // slots of a frame, 36, and padding to whole vectors
-constexpr int MP3_CarriedBits = 14; // of a 16-bit sample that are carried into the next one
+constexpr size_t MP3_Slots = 18;     // of a granule: samples of one subband, lines of one subband
+constexpr size_t MP3_History = 16;   // earlier slots that a sample depends on, and one to spare
+constexpr size_t MP3_Columns = 40;   // slots of a frame, 36, and padding to whole vectors
+constexpr int MP3_CarriedBits = 14;  // of a 16-bit sample that are carried into the next one
 
 /// Lines of a granule: line k of subband s stands at [k][s].
 using MP3_SPECTRUM = std::array<std::array<MP3_FIXED, MP3_Subbands>, MP3_Slots>;
 
 /// What one channel carries from granule to granule and from frame to frame; zero at the start.
 struct MP3_FILTER {
-    alignas(64) MP3_SPECTRUM Overlap; // second halves of the last IMDCT
+    alignas(64) MP3_SPECTRUM Overlap;  // second halves of the last IMDCT
     /// Samples of each subband in a frame.
     alignas(64) std::array<std::array<MP3_FIXED, MP3_Columns>, MP3_Subbands> Samples;
     /// Their cosine transforms across the subbands, behind those of the frame before.
     alignas(64) std::array<std::array<MP3_FIXED, MP3_History + MP3_Columns>, MP3_Subbands> Waves;
-    uint32_t Remainder; // what the last sample left below its 16 bits
+    uint32_t Remainder;  // what the last sample left below its 16 bits
 };
 
 enum MP3_BLOCK : uint8_t { MP3_NORMAL = 0, MP3_START = 1, MP3_SHORT = 2, MP3_STOP = 3 };

@@ -142,7 +142,7 @@ constexpr std::array<uint16_t, 16> MP3_QuadCodesB = {
     0x4F, 0x4E, 0x4D, 0x4C, 0x4B, 0x4A, 0x49, 0x48, 0x47, 0x46, 0x45, 0x44, 0x43, 0x42, 0x41, 0x40};
 
 constexpr int MP3_LongestCode = 19;
-constexpr int MP3_RootBits = 10; // of the first look-up; longer codes take a second one
+constexpr int MP3_RootBits = 10;  // of the first look-up; longer codes take a second one
 
 // Whether the lengths fill the code space exactly and every value has one code.
 static consteval bool IsComplete(std::span<const uint16_t> codes, int valueBits)
@@ -196,7 +196,7 @@ constexpr size_t LayOut(std::span<const uint16_t> codes, std::span<uint16_t> loo
         if (at + count <= lookup.size())
             std::fill_n(lookup.begin() + static_cast<ptrdiff_t>(at), count, entry);
     };
-    uint32_t next = 0; // the code, its first bit at MP3_LongestCode
+    uint32_t next = 0;  // the code, its first bit at MP3_LongestCode
     for (size_t i = 0; i < codes.size();) {
         const size_t prefix = next >> (MP3_LongestCode - root);
         if (codes[i] >> 8 <= root) {
@@ -205,7 +205,7 @@ constexpr size_t LayOut(std::span<const uint16_t> codes, std::span<uint16_t> loo
             next += 1u << (MP3_LongestCode - length);
             continue;
         }
-        size_t last = i; // of the codes with this prefix
+        size_t last = i;  // of the codes with this prefix
         int bits = 0;
         for (uint32_t n = next; last < codes.size() && n >> (MP3_LongestCode - root) == prefix;) {
             bits = std::max(bits, (codes[last] >> 8) - root);
@@ -232,9 +232,9 @@ constexpr auto MP3_Lookup = [] {
 }();
 
 struct MP3_PAIR_TABLE {
-    const uint16_t *Lookup; // null: every value is 0 and takes no bits
-    uint8_t Root;           // bits of the first look-up
-    uint8_t LinBits;        // bits behind a value of 15
+    const uint16_t *Lookup;  // null: every value is 0 and takes no bits
+    uint8_t Root;            // bits of the first look-up
+    uint8_t LinBits;         // bits behind a value of 15
 };
 
 template <const auto &CODES>
@@ -282,7 +282,7 @@ constexpr std::array<MP3_PAIR_TABLE, 32> MP3_PairTables = {{
 // Quadruples are looked up together with their signs.
 struct MP3_QUAD {
     std::array<int16_t, 4> Values;
-    uint16_t Length; // bits, with the signs
+    uint16_t Length;  // bits, with the signs
 };
 
 template <const auto &CODES, int BITS>
@@ -294,7 +294,7 @@ constexpr auto MP3_QuadLookup = [] {
         const int length = entry >> 4;
         for (const size_t end = code + (size_t{1} << (BITS - length)); code < end; code++) {
             MP3_QUAD &quad = lookup[code];
-            int next = BITS - length - 1; // bit of the next sign
+            int next = BITS - length - 1;  // bit of the next sign
             for (size_t i = 0; i < 4; i++)
                 if (entry >> (3 - i) & 1)
                     quad.Values[i] = code >> next-- & 1 ? -1 : 1;
@@ -369,7 +369,7 @@ static size_t ReadPairs(const uint8_t *data, size_t &bit, size_t end, const MP3_
 size_t MP3_ReadSpectrum(const uint8_t *data, size_t begin, size_t end, const MP3_REGIONS &regions,
                         MP3_QUANTISED &lines)
 {
-    size_t bit = std::min(begin, end), line = 0; // scale factors may have gone past the end
+    size_t bit = std::min(begin, end), line = 0;  // scale factors may have gone past the end
     for (size_t region = 0; region < 3; region++) {
         const MP3_PAIR_TABLE &table = MP3_PairTables[regions.Table[region]];
         const size_t last = regions.End[region];

@@ -10,9 +10,9 @@ constexpr size_t MP3_Lines = 576;
 
 /// Which tables a granule's spectrum is coded with.
 struct MP3_REGIONS {
-    std::array<uint16_t, 3> End;  // lines, ascending, even, 576 at most; pairs stop at the last
-    std::array<uint8_t, 3> Table; // 0 to 31
-    uint8_t QuadTable;            // 0 A, 1 B
+    std::array<uint16_t, 3> End;   // lines, ascending, even, 576 at most; pairs stop at the last
+    std::array<uint8_t, 3> Table;  // 0 to 31
+    uint8_t QuadTable;             // 0 A, 1 B
 };
 
 /// Quantised lines, with sign.

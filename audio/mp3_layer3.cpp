@@ -11,9 +11,9 @@ enum MP3_SHAPE : uint8_t { MP3_LONG = 0, MP3_SHORTS = 1, MP3_MIXED = 2 };
 
 struct MP3_BANDS {
     size_t Count;
-    size_t Long;                    // how many of them, from the first on, are of long blocks
-    std::array<uint8_t, 39> Width;  // in lines
-    std::array<uint16_t, 40> Start; // first line; behind the last band, 576
+    size_t Long;                     // how many of them, from the first on, are of long blocks
+    std::array<uint8_t, 39> Width;   // in lines
+    std::array<uint16_t, 40> Start;  // first line; behind the last band, 576
 };
 
 // ISO/IEC 11172-3, table 3-B.8, and 13818-3, annex B; by rate.
@@ -81,7 +81,7 @@ constexpr std::array<uint8_t, 22> MP3_PreTab = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
 
 // Scale factors come in four groups of bands, each with its own number of bits.
 struct MP3_SCALE_GROUPS {
-    std::array<uint8_t, 4> Count; // of bands
+    std::array<uint8_t, 4> Count;  // of bands
     std::array<uint8_t, 4> Bits;
 };
 
@@ -110,7 +110,7 @@ struct MP3_POWER {
     int32_t Mantissa, Exponent;
 };
 
-constexpr size_t MP3_MaxValue = 15 + 8191; // of a line: 13 bits behind a 15
+constexpr size_t MP3_MaxValue = 15 + 8191;  // of a line: 13 bits behind a 15
 static std::array<MP3_POWER, MP3_MaxValue + 1> MP3_Powers;
 
 // Small values with sign, times 2^(k/4) and with 21 bits behind the point: by k, and by value + 64.
@@ -124,21 +124,21 @@ constexpr std::array<int32_t, 4> MP3_QuarterPowers = {
 
 // Side information of a granule of one channel.
 struct MP3_GRANULE {
-    uint16_t Bits; // of scale factors and spectrum, "part2_3_length"
+    uint16_t Bits;  // of scale factors and spectrum, "part2_3_length"
     uint8_t GlobalGain;
     uint16_t ScaleCompress;
     MP3_BLOCK Block;
     bool Mixed;
     MP3_SHAPE Shape;
-    std::array<uint8_t, 3> WindowGain; // of short blocks
+    std::array<uint8_t, 3> WindowGain;  // of short blocks
     bool PreTab;
-    uint8_t ScaleStep; // of a scale factor, in quarters of a factor of 2
+    uint8_t ScaleStep;  // of a scale factor, in quarters of a factor of 2
     MP3_REGIONS Regions;
 };
 
 struct MP3_SIDE_INFO {
     size_t MainDataBegin;
-    std::array<std::array<bool, 4>, 2> Share; // scfsi, by channel and group
+    std::array<std::array<bool, 4>, 2> Share;  // scfsi, by channel and group
     std::array<std::array<MP3_GRANULE, 2>, 2> Granules;
 };
 
@@ -146,10 +146,10 @@ struct MP3_SIDE_INFO {
 struct MP3_CHANNEL {
     const MP3_GRANULE *Granule;
     const MP3_BANDS *Bands;
-    std::array<uint8_t, 39> Scale;   // factor by band
-    std::array<uint8_t, 39> Illegal; // scale factor from which on a band is no intensity band
+    std::array<uint8_t, 39> Scale;    // factor by band
+    std::array<uint8_t, 39> Illegal;  // scale factor from which on a band is no intensity band
     MP3_QUANTISED Quantised;
-    size_t Used; // lines up to the last that is not 0
+    size_t Used;  // lines up to the last that is not 0
     std::array<MP3_FIXED, MP3_Lines> Lines;
 };
 
@@ -206,7 +206,7 @@ static bool ReadSideInfo(MP3_BITS &bits, const MP3_FORMAT &format, MP3_SIDE_INFO
 {
     const bool low = format.Rate >= MP3_FirstLowRate, mono = format.Channels == 1;
     side.MainDataBegin = MP3_GetBits(bits, low ? 8 : 9);
-    MP3_GetBits(bits, low ? (mono ? 1 : 2) : (mono ? 5 : 3)); // private
+    MP3_GetBits(bits, low ? (mono ? 1 : 2) : (mono ? 5 : 3));  // private
     for (size_t channel = 0; !low && channel < format.Channels; channel++)
         for (bool &share : side.Share[channel])
             share = MP3_GetBits1(bits) != 0;
@@ -361,7 +361,7 @@ static MP3_FIXED Pan(MP3_FIXED line, int32_t factor)
 static std::array<bool, 39> FindIntensityBands(const MP3_CHANNEL &right)
 {
     const MP3_BANDS &bands = *right.Bands;
-    std::array<size_t, 4> above{}; // of the long bands, of those of each window
+    std::array<size_t, 4> above{};  // of the long bands, of those of each window
     for (size_t band = 0; band < bands.Count && bands.Start[band] < right.Used; band++) {
         const auto first = right.Quantised.begin() + bands.Start[band];
         if (std::all_of(first, first + bands.Width[band], [](int value) { return value == 0; }))
@@ -393,7 +393,7 @@ static void IntensityStereo(MP3_CHANNEL &left, MP3_CHANNEL &right, const MP3_FOR
     const std::array<bool, 39> intensity = FindIntensityBands(right);
     const size_t windows = right.Granule->Shape == MP3_LONG ? 1 : 3;
     for (size_t band = 0; band < bands.Count; band++) {
-        const bool last = band + windows >= bands.Count; // takes the position of the one before it
+        const bool last = band + windows >= bands.Count;  // takes the position of the one before it
         const size_t from = last ? band - windows : band;
         const uint8_t position = right.Scale[from];
         if (!intensity[band] || position >= right.Illegal[from]) {

@@ -13,23 +13,23 @@
 /// of earlier frames that the next one may use.
 constexpr size_t MP3_MaxFrame = 2881;
 constexpr size_t MP3_MaxReservoir = 512;
-constexpr size_t MP3_Spare = 64; // zeros behind them: readers run past the end
+constexpr size_t MP3_Spare = 64;  // zeros behind them: readers run past the end
 
 /// What a decoder keeps of a stream; zero at the start.
 struct MP3_LAYER3 {
-    MP3_BITS Bits;        // of the current frame, behind its header
-    size_t ReservoirSize; // bytes at the start of Main that came with earlier frames
-    size_t MainSize;      // bytes of Main, with the current frame's
+    MP3_BITS Bits;         // of the current frame, behind its header
+    size_t ReservoirSize;  // bytes at the start of Main that came with earlier frames
+    size_t MainSize;       // bytes of Main, with the current frame's
     ptrdiff_t MainIndex;  // bit of Main behind the last granule; negative: before all that is there
     std::array<uint8_t, MP3_MaxReservoir + MP3_MaxFrame + MP3_Spare> Main;
-    std::array<MP3_FILTER, 2> Filter; // by channel
+    std::array<MP3_FILTER, 2> Filter;  // by channel
 };
 
 /// What a frame's header says to the decoder.
 struct MP3_FORMAT {
-    uint8_t Rate;          // 0 to 8: 44100 48000 32000, 22050 24000 16000, 11025 12000 8000 Hz
-    uint8_t Channels;      // 1 or 2
-    bool Intensity, Sides; // joint stereo: intensity, mid and side
+    uint8_t Rate;           // 0 to 8: 44100 48000 32000, 22050 24000 16000, 11025 12000 8000 Hz
+    uint8_t Channels;       // 1 or 2
+    bool Intensity, Sides;  // joint stereo: intensity, mid and side
 };
 
 /// Rates from this one on have the syntax of lower sampling frequencies and one granule a frame.

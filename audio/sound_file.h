@@ -18,10 +18,10 @@
 
 /// A file during its load: a block of it, which moves to where it is read.
 struct SOUND_FILE {
-    AUDIO_FILE File;    // null: none is open
-    uint32_t Size = 0;  // bytes
-    uint64_t Start = 0; // of the block in the file
-    size_t Count = 0;   // bytes in the block
+    AUDIO_FILE File;     // null: none is open
+    uint32_t Size = 0;   // bytes
+    uint64_t Start = 0;  // of the block in the file
+    size_t Count = 0;    // bytes in the block
     std::array<uint8_t, 1024> Block = {};
 };
 
@@ -102,8 +102,8 @@ Header *Sound_GetHeader(const SOUND_TABLE<Header> &table, uint8_t n)
 /// Turns file samples into what a buffer holds, in place; whole samples only.
 using SOUND_CONVERSION = void (*)(std::span<uint8_t> samples);
 void Sound_Keep(std::span<uint8_t> samples);
-void Sound_From8(std::span<uint8_t> samples);  // (128 - b) modulo 256: signed, and its sign turned
-void Sound_Swap16(std::span<uint8_t> samples); // these three: from big-endian
+void Sound_From8(std::span<uint8_t> samples);   // (128 - b) modulo 256: signed, and its sign turned
+void Sound_Swap16(std::span<uint8_t> samples);  // these three: from big-endian
 void Sound_Swap24(std::span<uint8_t> samples);
 void Sound_Swap32(std::span<uint8_t> samples);
 

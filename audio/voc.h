@@ -8,20 +8,20 @@
 #include "audio/sound_file.h"
 
 struct VOC_HEADER {
-    uint32_t FileSize;      // bytes
-    uint16_t Codec;         // 0 unsigned 8-bit, 4 signed 16-bit, 6 A-law, 7 mu-law
-    uint16_t Channels = 1;  // as it stays without a block that says it
-    uint32_t SamplingRate;  // Hz
-    uint16_t BitsPerSample; // of the output
-    uint16_t Version;       // major * 256 + minor
-    uint32_t Validation;    // not checked
-    uint32_t DataStart;     // first sample byte; 0 where no sound block was found
+    uint32_t FileSize;       // bytes
+    uint16_t Codec;          // 0 unsigned 8-bit, 4 signed 16-bit, 6 A-law, 7 mu-law
+    uint16_t Channels = 1;   // as it stays without a block that says it
+    uint32_t SamplingRate;   // Hz
+    uint16_t BitsPerSample;  // of the output
+    uint16_t Version;        // major * 256 + minor
+    uint32_t Validation;     // not checked
+    uint32_t DataStart;      // first sample byte; 0 where no sound block was found
 };
 
 /// The loaded files in the order of loading, null where none is; owned by this module.
 extern SOUND_TABLE<VOC_HEADER> VOC_Header;
-extern uint8_t VOC_SoundNumber; // slot that the next load fills
-extern SOUND_FILE VOC_File;     // open during a load
+extern uint8_t VOC_SoundNumber;  // slot that the next load fills
+extern SOUND_FILE VOC_File;      // open during a load
 
 /// Reads the block headers in the first 1024 bytes into slot VOC_SoundNumber, and moves that on. A
 /// file that cannot be opened, or when all slots are used, does nothing.

@@ -17,8 +17,8 @@ constexpr uint16_t TagExtensible = 0xFFFE;
 
 // Where the contents of the chunks start, and the size that the sound data says it has.
 struct CHUNKS {
-    uint64_t Format = 20; // of a file without a format chunk before the data
-    uint64_t Data = 0;    // 0: not found
+    uint64_t Format = 20;  // of a file without a format chunk before the data
+    uint64_t Data = 0;     // 0: not found
     uint32_t DataSize = 0;
 };
 
@@ -162,7 +162,7 @@ static uint32_t DecodeADPCM(WAV_HEADER &record, const SOUND_REFILL &refill, uint
         return 0;
     const uint32_t blockBytes = 4u * (record.BlockAlign - headers);
     const uint64_t length = std::min<uint64_t>(refill.Buffer.size(), 4 * refill.Available);
-    const uint8_t blocks = static_cast<uint8_t>(length / blockBytes); // modulo 256, on purpose
+    const uint8_t blocks = static_cast<uint8_t>(length / blockBytes);  // modulo 256, on purpose
     DecodeBlocks(record, refill, blocks, blocks * blockBytes, decode);
     return blocks * blockBytes;
 }

@@ -13,13 +13,13 @@
 #include "audio/wav_adpcm.h"
 
 struct WAV_HEADER {
-    uint32_t FileSize;  // bytes
-    uint16_t FormatTag; // 1 linear, 2 Microsoft ADPCM, 6 A-law, 7 mu-law, 17 IMA ADPCM
+    uint32_t FileSize;   // bytes
+    uint16_t FormatTag;  // 1 linear, 2 Microsoft ADPCM, 6 A-law, 7 mu-law, 17 IMA ADPCM
     uint16_t Channels;
-    uint32_t SamplingRate;   // Hz
-    uint32_t BytesPerSecond; // on average
-    uint16_t BlockAlign;     // bytes of an ADPCM block
-    uint16_t BitsPerSample;  // of the output
+    uint32_t SamplingRate;    // Hz
+    uint32_t BytesPerSecond;  // on average
+    uint16_t BlockAlign;      // bytes of an ADPCM block
+    uint16_t BitsPerSample;   // of the output
     // ADPCM:
     uint32_t FormatChunkSize;
     // Microsoft ADPCM:
@@ -29,14 +29,14 @@ struct WAV_HEADER {
     std::array<int32_t, 32> Coefficients1, Coefficients2;
 
     std::array<WAV_CHANNEL, 2> Decoder;
-    uint32_t DataStart; // first sample byte; 0 for other tags
-    uint32_t DataEnd;   // behind the last one
+    uint32_t DataStart;  // first sample byte; 0 for other tags
+    uint32_t DataEnd;    // behind the last one
 };
 
 /// The loaded files in the order of loading, null where none is; owned by this module.
 extern SOUND_TABLE<WAV_HEADER> WAV_Header;
-extern uint8_t WAV_SoundNumber; // slot that the next load fills
-extern SOUND_FILE WAV_File;     // open during a load
+extern uint8_t WAV_SoundNumber;  // slot that the next load fills
+extern SOUND_FILE WAV_File;      // open during a load
 
 /// Reads the header into slot WAV_SoundNumber, and moves that on. FormatTag is the extensible
 /// format's sub-format where the file has one. A file that cannot be opened, or when all slots are

@@ -66,7 +66,7 @@ size_t WAV_MS_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block
                           std::span<uint8_t> out)
 {
     const size_t channels = adpcm.Stereo ? 2 : 1;
-    const size_t first = 4 * channels; // bytes of the header's samples
+    const size_t first = 4 * channels;  // bytes of the header's samples
     if (block.size() < 7 * channels || out.size() < first)
         return 0;
     ReadMicrosoft(adpcm, block, channels);

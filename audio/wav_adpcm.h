@@ -27,12 +27,12 @@ inline constexpr std::array<uint16_t, 89> WAV_ADPCM_STEP_TABLE = {
 
 /// A channel's decoder, set anew by every block's header.
 struct WAV_CHANNEL {
-    uint8_t Predictor;                  // Microsoft: index of the coefficients
-    int32_t Coefficient1, Coefficient2; // in use, in 1/256
+    uint8_t Predictor;                   // Microsoft: index of the coefficients
+    int32_t Coefficient1, Coefficient2;  // in use, in 1/256
     int32_t Delta;
-    int32_t Newest; // sample; also IMA's predictor
+    int32_t Newest;  // sample; also IMA's predictor
     int32_t Previous;
-    int8_t StepIndex; // IMA: 0 to 88
+    int8_t StepIndex;  // IMA: 0 to 88
 };
 
 /// The largest delta, which keeps the arithmetic within 32 bits; a sound that meets it is damaged.
@@ -93,7 +93,7 @@ inline int32_t WAV_IMA_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
 
 /// What the decoding of blocks needs of a file's header.
 struct WAV_ADPCM {
-    std::span<const int32_t, 32> Coefficients1, Coefficients2; // Microsoft
+    std::span<const int32_t, 32> Coefficients1, Coefficients2;  // Microsoft
     std::span<WAV_CHANNEL, 2> Channels;
     bool Stereo;
 };

@@ -91,7 +91,7 @@ static std::vector<BATCH_RUN> FillBatch()
 static void OneBatch(benchmark::State &state)
 {
     OpenBoard(static_cast<uint8_t>(state.range(0)));
-    Paint(); // makes the matrices
+    Paint();  // makes the matrices
     EndFrame();
     uint32_t buffer;
     glGenBuffers(1, &buffer);

@@ -20,7 +20,7 @@ int main()
             while (!stop) {
             }
         });
-    const auto start = steady_clock::now() + 1s; // of the first tick
+    const auto start = steady_clock::now() + 1s;  // of the first tick
     Timer_Create(0, 10000000);
     std::this_thread::sleep_until(start + 60s + 5ms);
     std::unique_lock lock(GameLock);

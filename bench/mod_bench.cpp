@@ -35,7 +35,7 @@ static std::string WriteSong()
         pattern += '\n';
     }
     song.Patterns = {pattern};
-    song.Orders.assign(9, 0); // 69 s
+    song.Orders.assign(9, 0);  // 69 s
     const std::vector<uint8_t> file = WriteModule(song);
     const char *path = "mod_bench.mod";
     std::ofstream(path, std::ios::binary)

@@ -60,7 +60,7 @@ static PIXELS DecodeLibpng(const INPUT &input)
         png_destroy_read_struct(&png, &info, nullptr);
         return nullptr;
     }
-    const uint8_t *next = input.File.data(); // files at hand are whole
+    const uint8_t *next = input.File.data();  // files at hand are whole
     png_set_read_fn(png, &next, [](png_structp from, png_bytep to, size_t size) {
         auto &at = *static_cast<const uint8_t **>(png_get_io_ptr(from));
         std::memcpy(to, at, size);

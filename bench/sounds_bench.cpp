@@ -26,8 +26,8 @@ extern "C" {
 #include "audio/wav.h"
 #include "extra/bytes.h"
 
-constexpr uint32_t Refill = 65536; // bytes
-constexpr int Rate = 44100;        // Hz
+constexpr uint32_t Refill = 65536;  // bytes
+constexpr int Rate = 44100;         // Hz
 constexpr int Frames = 60 * Rate;
 
 enum class OUTPUT : uint8_t { Raw, Short, Int };
@@ -53,8 +53,8 @@ struct CASE {
     const char *Name;
     const MODULE *Module;
     int Format, Channels;
-    OUTPUT Output;                      // of libsndfile
-    AVCodecID Codec = AV_CODEC_ID_NONE; // for libavcodec
+    OUTPUT Output;                       // of libsndfile
+    AVCodecID Codec = AV_CODEC_ID_NONE;  // for libavcodec
 };
 
 constexpr int WAV = SF_FORMAT_WAV, VOC = SF_FORMAT_VOC, AU = SF_FORMAT_AU, SVX = SF_FORMAT_SVX,

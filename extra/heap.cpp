@@ -7,7 +7,7 @@ std::array<uint32_t, 256> Extra_Head, Extra_Tail;
 uint8_t Extra_Pointer;
 uint8_t Extra_LIFOorFIFO;
 
-static std::array<uint32_t, 256> heapSize; // bytes behind each buffer
+static std::array<uint32_t, 256> heapSize;  // bytes behind each buffer
 
 void Extra_InitHeap()
 {

@@ -6,7 +6,7 @@
 
 struct EXTRA_ROME {
     uint16_t Value;
-    char Text[8]; // filled up with NULs
+    char Text[8];  // filled up with NULs
 };
 static_assert(sizeof(EXTRA_ROME) == 10);
 

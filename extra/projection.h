@@ -5,15 +5,15 @@
 #include <cstdint>
 
 struct EXTRA_3DWORLD {
-    int16_t CentreX, CentreY;       // projection centre on the screen, pixels
-    int16_t Distance;               // added to the depth before the division
-    int16_t Scale;                  // focal length; also used by the visibility test
-    int16_t AngleA, AngleB, AngleC; // degrees: about x (applied last), y, z (applied first)
+    int16_t CentreX, CentreY;        // projection centre on the screen, pixels
+    int16_t Distance;                // added to the depth before the division
+    int16_t Scale;                   // focal length; also used by the visibility test
+    int16_t AngleA, AngleB, AngleC;  // degrees: about x (applied last), y, z (applied first)
 };
 
 struct EXTRA_POINT {
-    int16_t X, Y;    // screen pixels
-    uint8_t Visible; // not 0: in front of the camera
+    int16_t X, Y;     // screen pixels
+    uint8_t Visible;  // not 0: in front of the camera
 };
 
 /// The camera.

@@ -57,7 +57,7 @@ void Extra_HeapSort(int32_t *a, uint16_t n)
 void Extra_BubbleSort(int32_t *a, uint16_t n)
 {
     for (int32_t i = 0; i < n; i++)
-        for (int32_t j = 0; j < n - i; j++) // the first pass reaches a[n], on purpose
+        for (int32_t j = 0; j < n - i; j++)  // the first pass reaches a[n], on purpose
             if (a[j] > a[j + 1])
                 std::swap(a[j], a[j + 1]);
 }
@@ -85,7 +85,7 @@ void Extra_MergeSort(int32_t *a, uint16_t n)
     std::vector<int32_t> merged(n);
     while (!Extra_EmptyHeap()) {
         const uint16_t hi = Extra_PullWord(), mid = Extra_PullWord(), lo = Extra_PullWord();
-        std::merge(a + lo, a + mid, a + mid, a + hi, merged.begin() + lo); // ties: the left first
+        std::merge(a + lo, a + mid, a + mid, a + hi, merged.begin() + lo);  // ties: the left first
         std::copy(merged.begin() + lo, merged.begin() + hi, a + lo);
     }
     Extra_DestroyHeap(255);

@@ -5,8 +5,8 @@
 
 #include <array>
 
-using EXTRA_MATRIX = std::array<float, 16>; // row r, column c at [4 r + c]
-using EXTRA_VECTOR = std::array<float, 4>;  // x y z w, all four used unless stated
+using EXTRA_MATRIX = std::array<float, 16>;  // row r, column c at [4 r + c]
+using EXTRA_VECTOR = std::array<float, 4>;   // x y z w, all four used unless stated
 
 /// Radians of `deg` degrees.
 float Extra_Deg2Rad(float deg);

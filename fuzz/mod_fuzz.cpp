@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     MOD_Load(FuzzFile(data, size).c_str());
     if (MOD_GetHeader(0)) {
         Render(2, 16, 2000, 1024);
-        Render(1, 8, 100, 499); // many rows
+        Render(1, 8, 100, 499);  // many rows
         Render(3, 24, 300, 497);
         Render(2, 32, 4000000000, 256);
     }

@@ -164,7 +164,7 @@ struct BOARD_VIEW {
         float x, y, z;
     };
     std::array<std::array<ANGLES, MaxDim>, MaxDim> Cube;
-    uint8_t State; // GAME
+    uint8_t State;  // GAME
     ANGLES Spin, Spin2;
 };
 static BOARD_VIEW view;
@@ -250,7 +250,7 @@ float GridShare(int window, int longest)
     // How much wider than the window camera and projection show the board, whatever its size.
     constexpr float overscan = 1.0041805f;
     if (window <= 0)
-        return 1; // an iconified window
+        return 1;  // an iconified window
     const int grid = window / longest * longest;
     return static_cast<float>(grid) / (static_cast<float>(window) * overscan);
 }

@@ -10,12 +10,12 @@
 
 /// Faces of a cube at rest, in the order in which they are drawn.
 enum FACE : uint8_t {
-    FACE_FRONT,  // towards the camera: covered
-    FACE_BACK,   // mine
-    FACE_TOP,    // empty
-    FACE_BOTTOM, // question mark
-    FACE_LEFT,   // number
-    FACE_RIGHT,  // flag
+    FACE_FRONT,   // towards the camera: covered
+    FACE_BACK,    // mine
+    FACE_TOP,     // empty
+    FACE_BOTTOM,  // question mark
+    FACE_LEFT,    // number
+    FACE_RIGHT,   // flag
     FACE_COUNT,
 };
 

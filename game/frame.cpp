@@ -191,7 +191,7 @@ void Timer()
 {
     std::unique_lock lock(GameLock);
     const VERDICT verdict = Tick();
-    lock.unlock(); // a terminal may keep its writer waiting
+    lock.unlock();  // a terminal may keep its writer waiting
     if (verdict.Lost)
         std::printf("Game Over - You have stepped on a mine!\n");
     if (verdict.Won)

@@ -9,14 +9,14 @@
 
 /// One place of the table, best first.
 struct HISCORE {
-    std::array<char, 20> Name;   // NUL-terminated, at most 16 characters when typed in
-    std::array<char, 24> Record; // NUL-terminated: hours:minutes:seconds:milliseconds, steps
+    std::array<char, 20> Name;    // NUL-terminated, at most 16 characters when typed in
+    std::array<char, 24> Record;  // NUL-terminated: hours:minutes:seconds:milliseconds, steps
 };
 extern std::array<HISCORE, 10> HiScore;
 
-extern std::array<char, 32> fnHiscore; // the table's file
-extern FILE *fhHiscore;                // while it is open
-extern std::array<char, 32> tmpStr;    // the player's result
+extern std::array<char, 32> fnHiscore;  // the table's file
+extern FILE *fhHiscore;                 // while it is open
+extern std::array<char, 32> tmpStr;     // the player's result
 
 /// Writes the text and a line feed to fhHiscore.
 void mine_fputs(const char *text);

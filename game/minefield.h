@@ -8,16 +8,16 @@
 
 #include "audio/audio.h"
 
-constexpr uint8_t MaxDim = 64; // longest side of a field, cells
+constexpr uint8_t MaxDim = 64;  // longest side of a field, cells
 constexpr uint8_t NoCell = 255;
 
 /// What a cell holds.
 enum CONTENT : uint8_t {
-    CONTENT_EMPTY = 0, // no mine and none around
-    CONTENT_OPEN = 1,  // not yet assigned; only during generation
+    CONTENT_EMPTY = 0,  // no mine and none around
+    CONTENT_OPEN = 1,   // not yet assigned; only during generation
     CONTENT_MINE = 4,
-    CONTENT_NUMBER = 5,    // mines around it
-    CONTENT_CLEARED = 255, // an empty cell that the flood fill has reached
+    CONTENT_NUMBER = 5,     // mines around it
+    CONTENT_CLEARED = 255,  // an empty cell that the flood fill has reached
 };
 
 /// What the player sees of a cell.
@@ -31,12 +31,12 @@ enum STATE : uint8_t {
 };
 
 struct MineCell {
-    uint8_t content; // CONTENT
-    uint8_t state;   // STATE
-    uint8_t count;   // mines around it; a cell without any gets a random 1 to 8 for its left face
-    float xAngle, yAngle, zAngle; // of the cube, degrees
-    float xSpin, ySpin, zSpin;    // degrees a timer tick while it turns
-    uint8_t turnSteps;            // ticks left to turn
+    uint8_t content;  // CONTENT
+    uint8_t state;    // STATE
+    uint8_t count;    // mines around it; a cell without any gets a random 1 to 8 for its left face
+    float xAngle, yAngle, zAngle;  // of the cube, degrees
+    float xSpin, ySpin, zSpin;     // degrees a timer tick while it turns
+    uint8_t turnSteps;             // ticks left to turn
 };
 
 /// The field, [x][y]: column from the left, row from the top; xDim by yDim of it are in play.
@@ -48,9 +48,9 @@ extern std::mutex GameLock;
 
 /// Size and mines, stored in 8 bits before they are checked, on purpose. Fixed once set up.
 extern uint8_t xDim, yDim, nMines;
-extern int32_t okFlag; // 1: they came from the command line
-extern uint32_t step;  // number of the next step
-extern float zDepth;   // camera's distance from the middle of the board
+extern int32_t okFlag;  // 1: they came from the command line
+extern uint32_t step;   // number of the next step
+extern float zDepth;    // camera's distance from the middle of the board
 extern AudioTrack *music;
 
 /// Takes the three parameters, or 10 by 10 with 20 mines unless there are just three that make a

@@ -81,7 +81,7 @@ static void PushCell(uint8_t x, uint8_t y)
 {
     Extra_PushByte(x);
     Extra_PushByte(y);
-    Extra_PushByte(1); // the direction in which its scan begins
+    Extra_PushByte(1);  // the direction in which its scan begins
 }
 
 void Turn2Empties()
@@ -103,7 +103,7 @@ void Turn2Empties()
                 PushCell(next->first, next->second);
                 cell.content = CONTENT_CLEARED;
                 TurnOther(*next, Turn2Empty);
-                direction = 0; // the scan begins again at north
+                direction = 0;  // the scan begins again at north
             } else if (cell.content == CONTENT_NUMBER && !marked && cell.state != STATE_NUMBER) {
                 TurnOther(*next, Turn2Number);
             }

@@ -6,16 +6,16 @@
 
 /// Game state.
 enum GAME : uint8_t {
-    GAME_IDLE = 0,       // waiting for a click
-    GAME_TURNING = 1,    // a move's cubes turn; clicks are ignored
-    GAME_WON = 2,        // final
-    GAME_UNCOVERING = 3, // lost: what is still covered turns
-    GAME_RECEDING = 4,   // lost: the camera moves back while the cubes move apart
-    GAME_SPINNING = 5,   // lost, final: the whole board spins
+    GAME_IDLE = 0,        // waiting for a click
+    GAME_TURNING = 1,     // a move's cubes turn; clicks are ignored
+    GAME_WON = 2,         // final
+    GAME_UNCOVERING = 3,  // lost: what is still covered turns
+    GAME_RECEDING = 4,    // lost: the camera moves back while the cubes move apart
+    GAME_SPINNING = 5,    // lost, final: the whole board spins
 };
 
-extern uint8_t mx, my; // cell that the changes act on; NoCell: none
-extern uint8_t mb;     // GAME
+extern uint8_t mx, my;  // cell that the changes act on; NoCell: none
+extern uint8_t mb;      // GAME
 
 /// Give cell (mx, my) its new state and set its cube turning, a degree a tick, so that the face
 /// that shows the state comes round. They touch nothing else.

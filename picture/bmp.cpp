@@ -109,7 +109,7 @@ struct BMP_WRITER {
         uint8_t *out = Buffer.data() + Position;
         count = Room(count);
         if (Room(count + chunk) == count + chunk)
-            for (size_t i = 0; i < count; i += chunk) // a chunk may pass the run's end
+            for (size_t i = 0; i < count; i += chunk)  // a chunk may pass the run's end
                 std::memcpy(out + i, pattern.data(), chunk);
         else
             for (size_t i = 0; i < count; i++)
@@ -253,7 +253,7 @@ struct BMP_FIELD {
         return (pixel & Mask) >> Right << Left & 0xFF;
     }
 };
-using BMP_FIELDS3 = std::array<BMP_FIELD, 3>; // red, green, blue
+using BMP_FIELDS3 = std::array<BMP_FIELD, 3>;  // red, green, blue
 
 // Fields lie side by side, blue lowest, in the pixel's 16 bits, and are brought to 8 bits.
 static BMP_FIELDS3 Fields16()
@@ -317,7 +317,7 @@ static void DecodeShallow(uint8_t *pixels)
             table[code][i] = std::bit_cast<uint32_t>(
                 BMP_Header.Palette[code >> (PER - 1 - i) * BITS & ((1u << BITS) - 1)]);
     DecodeRows(pixels, [&table](const uint8_t *in, size_t count, uint8_t *out) {
-        const auto entry = [&](size_t i) { // the one that holds pixel i
+        const auto entry = [&](size_t i) {  // the one that holds pixel i
             const size_t bit = i * BITS;
             return table[in[bit / 8] >> (8 - step - bit % 8) & (codes - 1)].data();
         };

@@ -9,20 +9,20 @@
 #include <vector>
 
 struct BMP_HEADER {
-    uint32_t DataOffset;                             // of the pixels
-    uint32_t PaletteOffset;                          // of the colour table, or of the masks
-    uint16_t Width, Height;                          // pixels
-    uint32_t OutputSize;                             // bytes: Width x Height x 4
-    uint16_t BitsPerPixel;                           // 1, 4, 8, 16, 24 or 32
-    uint16_t Compression;                            // 0 none, 1 RLE8, 2 RLE4, 3 bit fields
-    std::array<std::array<uint8_t, 4>, 256> Palette; // R G B A; filled while decoding
-    uint32_t RedMask, GreenMask, BlueMask;           // of bit fields; filled while decoding
-    bool TopDown; // the file's height is negative: its first row is the top one
+    uint32_t DataOffset;                              // of the pixels
+    uint32_t PaletteOffset;                           // of the colour table, or of the masks
+    uint16_t Width, Height;                           // pixels
+    uint32_t OutputSize;                              // bytes: Width x Height x 4
+    uint16_t BitsPerPixel;                            // 1, 4, 8, 16, 24 or 32
+    uint16_t Compression;                             // 0 none, 1 RLE8, 2 RLE4, 3 bit fields
+    std::array<std::array<uint8_t, 4>, 256> Palette;  // R G B A; filled while decoding
+    uint32_t RedMask, GreenMask, BlueMask;            // of bit fields; filled while decoding
+    bool TopDown;  // the file's height is negative: its first row is the top one
 };
 
 /// The file being decoded, one at a time. The header stays after BMP_UnLoad.
 extern BMP_HEADER BMP_Header;
-extern std::vector<uint8_t> BMP_File; // the image, runs expanded to as many pixels as there are
+extern std::vector<uint8_t> BMP_File;  // the image, runs expanded to as many pixels as there are
 
 /// Reads a file and expands its runs. BMP_File stays empty when the file cannot be read, its depth
 /// or compression is none of the above, its size is 0 or passes Picture_MaxBytes, or when, without

@@ -155,7 +155,7 @@ static consteval CHARSET_CODES LanguageCodes(size_t set)
     }
     SendLetters(codes, languages[set - 6], find);
     if (set == 9)
-        codes[140] = static_cast<uint8_t>(find("ẞ")); // Latin-2 has none
+        codes[140] = static_cast<uint8_t>(find("ẞ"));  // Latin-2 has none
     return codes;
 }
 
@@ -211,7 +211,7 @@ void CharSet_PutChar(int16_t x, int16_t y, uint8_t glyph, uint8_t set, int16_t s
     for (int r = 0; r < size.Rows; r++, rows = rows.subspan(bytes)) {
         const auto top = static_cast<int16_t>(y + r * scaleY);
         auto points = static_cast<uint16_t>(rows[0] << 8 | (bytes == 2 ? rows[1] : 0));
-        while (points) { // from the left, neighbours at once
+        while (points) {  // from the left, neighbours at once
             const int start = std::countl_zero(points);
             const int count = std::countl_one(static_cast<uint16_t>(points << start));
             Graphics_PutBlock(static_cast<int16_t>(x + start * scaleX), top, count * scaleX,

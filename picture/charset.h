@@ -8,22 +8,22 @@
 
 /// The tables: glyph after glyph, rows from the top, one byte a row (two in CHARSET_ROM_BLITTER,
 /// the left half first), the highest bit leftmost. A set bit is a point, a clear bit is not drawn.
-extern const std::array<uint8_t, 2048> CHARSET_ROM_CPLUS4;   // set 0
-extern const std::array<uint8_t, 2048> CHARSET_ROM_CBM;      // 1
-extern const std::array<uint8_t, 2048> CHARSET_ROM_PC8;      // 2
-extern const std::array<uint8_t, 4096> CHARSET_ROM_PC16;     // 3
-extern const std::array<uint8_t, 1024> CHARSET_ROM_COMPUTER; // 4
-extern const std::array<uint8_t, 1024> CHARSET_ROM_CIRILL;   // 5
-extern const std::array<uint8_t, 1632> CHARSET_ROM_LANGUAGE; // 6 to 13
-extern const std::array<uint8_t, 4096> CHARSET_ROM_BLITTER;  // 14
+extern const std::array<uint8_t, 2048> CHARSET_ROM_CPLUS4;    // set 0
+extern const std::array<uint8_t, 2048> CHARSET_ROM_CBM;       // 1
+extern const std::array<uint8_t, 2048> CHARSET_ROM_PC8;       // 2
+extern const std::array<uint8_t, 4096> CHARSET_ROM_PC16;      // 3
+extern const std::array<uint8_t, 1024> CHARSET_ROM_COMPUTER;  // 4
+extern const std::array<uint8_t, 1024> CHARSET_ROM_CIRILL;    // 5
+extern const std::array<uint8_t, 1632> CHARSET_ROM_LANGUAGE;  // 6 to 13
+extern const std::array<uint8_t, 4096> CHARSET_ROM_BLITTER;   // 14
 
 /// Sets that have a table are below this.
 constexpr uint8_t CharSet_Sets = 15;
 
 struct CHARSET_SIZE {
     uint16_t Glyphs;
-    uint8_t Columns, Rows; // of a glyph
-    uint8_t Blank;         // the glyph that is not drawn
+    uint8_t Columns, Rows;  // of a glyph
+    uint8_t Blank;          // the glyph that is not drawn
 };
 
 /// Size of a set; all 0 from CharSet_Sets on.

@@ -50,7 +50,7 @@ static void Scale(int16_t x, int16_t y, int16_t width, int16_t height, const Pic
         return;
     const float sx = static_cast<float>(picture.Width) / width;
     const float sy = static_cast<float>(picture.Height) / height;
-    std::vector<int64_t> columns(static_cast<size_t>(width)); // in bytes
+    std::vector<int64_t> columns(static_cast<size_t>(width));  // in bytes
     for (size_t j = 0; j < columns.size(); j++)
         columns[j] = static_cast<int64_t>(sx * static_cast<float>(j)) * 4;
     for (int i = 0; i < height; i++) {
@@ -166,7 +166,7 @@ static std::array<GRAPHICS_POINT, 4> RotationCorners(int a, int b, float angle)
     for (int k = 0; k < 360 && found < 4; k++) {
         const auto degrees = static_cast<float>(k);
         const double c = std::fabs(r * std::cos(static_cast<double>(RotationRadians(degrees))));
-        if (c <= a - 1 || c >= a + 1 || found * 90 >= k) // one corner a quarter turn at most
+        if (c <= a - 1 || c >= a + 1 || found * 90 >= k)  // one corner a quarter turn at most
             continue;
         const double u = RotationRadians(degrees + angle);
         corners[static_cast<size_t>(found++)] = {
@@ -201,7 +201,7 @@ void Picture_Rotate(int16_t x, int16_t y, int16_t width, int16_t height, float a
         const int64_t offset = row * picture.Width * 4;
         if (offset < 0 || offset >= BufferBytes(picture))
             continue;
-        for (const int shift : {0, 1}) // the second line closes the gaps between turned rows
+        for (const int shift : {0, 1})  // the second line closes the gaps between turned rows
             Picture_Line(To16(left[i].X + shift), left[i].Y, To16(right[i].X + shift), right[i].Y,
                          &picture, static_cast<uint32_t>(offset), hstep);
     }

@@ -30,7 +30,7 @@ constexpr uint8_t GIF_PlainText = 1, GIF_GraphicControl = 249, GIF_Comment = 254
 
 constexpr unsigned GIF_MaxCodeSize = 12;
 constexpr size_t GIF_MaxCodes = 1 << GIF_MaxCodeSize;
-constexpr size_t GIF_Chunk = 16; // bytes that strings are copied by
+constexpr size_t GIF_Chunk = 16;  // bytes that strings are copied by
 
 // What a code stands for: a place in the output. The string of a new code is the one put out last
 // and the byte that comes next, so it lies there already. One entry more than there are codes takes
@@ -164,7 +164,7 @@ static void ReadImageDescriptor(GIF_FRAME &frame)
 // Reader of codes: `End` bits at `Data`, behind which there are 4 bytes more.
 struct GIF_DECODER {
     const uint8_t *Data;
-    size_t Position, End; // in bits
+    size_t Position, End;  // in bits
 };
 
 // The next `count` bits, at most 25, the lowest first.
@@ -300,9 +300,9 @@ void GIF_Load(const char *path)
 
 // What a frame's pixels are made of.
 struct GIF_SOURCE {
-    std::span<const uint8_t> Indexes, Previous; // the picture before, R G B A
+    std::span<const uint8_t> Indexes, Previous;  // the picture before, R G B A
     PIXELS_PALETTE Palette;
-    int ShowThrough; // index that takes the pixel of the picture before, -1: none
+    int ShowThrough;  // index that takes the pixel of the picture before, -1: none
 };
 
 // Puts out `count` pixels of a frame from its index `first` on. A pixel that shows through takes
@@ -331,7 +331,7 @@ static void PutSurroundings(const GIF_SOURCE &source, bool overlay, std::span<ui
     }
     std::array<uint8_t, 4> background = GIF_Header.GlobalPalette[GIF_Header.Background];
     background[3] = 0;
-    if (background != std::array<uint8_t, 4>{}) // the screen is black from the start
+    if (background != std::array<uint8_t, 4>{})  // the screen is black from the start
         for (size_t i = 0; i < screen.size(); i += 4)
             std::memcpy(screen.data() + i, background.data(), 4);
 }

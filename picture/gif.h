@@ -9,24 +9,24 @@
 
 #include "picture/pixels.h"
 
-constexpr size_t GIF_MaxFrames = 1024; // a file's further frames are left out
+constexpr size_t GIF_MaxFrames = 1024;  // a file's further frames are left out
 
 struct GIF_HEADER {
-    uint16_t Width, Height; // of the screen, pixels
-    uint8_t Bits;           // the colour resolution field, bits a component less 1, less 1
-    uint8_t Version;        // '7' or '9'
-    uint16_t GlobalColors;  // entries of the global palette, if there is one
+    uint16_t Width, Height;  // of the screen, pixels
+    uint8_t Bits;            // the colour resolution field, bits a component less 1, less 1
+    uint8_t Version;         // '7' or '9'
+    uint16_t GlobalColors;   // entries of the global palette, if there is one
     uint8_t GlobalSorted;
-    uint8_t ColorResolution; // as Bits
+    uint8_t ColorResolution;  // as Bits
     uint8_t HasGlobalPalette;
-    PIXELS_PALETTE GlobalPalette; // alpha 255
-    uint8_t Background;           // index
+    PIXELS_PALETTE GlobalPalette;  // alpha 255
+    uint8_t Background;            // index
     uint8_t AspectRatio;
-    std::array<uint32_t, GIF_MaxFrames> DataSize; // of each frame's compressed data, bytes
+    std::array<uint32_t, GIF_MaxFrames> DataSize;  // of each frame's compressed data, bytes
     uint16_t FrameCount;
-    std::array<char, 128> Comment; // the last one, with a NUL
-    uint32_t Size;                 // of a picture: Width x Height x 4
-    uint32_t BlockOffset;          // of the first block in the file
+    std::array<char, 128> Comment;  // the last one, with a NUL
+    uint32_t Size;                  // of a picture: Width x Height x 4
+    uint32_t BlockOffset;           // of the first block in the file
 };
 
 struct GIF_FRAME {
@@ -34,14 +34,14 @@ struct GIF_FRAME {
     uint16_t LocalColors;
     uint8_t Sorted, Interlaced, HasLocalPalette;
     uint8_t MinimumCodeSize;
-    PIXELS_PALETTE LocalPalette; // alpha 255
+    PIXELS_PALETTE LocalPalette;  // alpha 255
     /// From malloc, owned by GIF_Frames. Width x Height palette indexes in file order after
     /// GIF_Load, the RGBA picture of the screen's size after GIF_Decoding.
     uint8_t *Data;
     // from the Graphic Control Extension in front of the frame
     uint8_t HasTransparency, UserInput;
     uint8_t Disposal;
-    uint16_t Delay; // hundredths of a second
+    uint16_t Delay;  // hundredths of a second
     uint8_t TransparentIndex;
 };
 
@@ -49,7 +49,7 @@ struct GIF_FRAME {
 extern GIF_HEADER GIF_Header;
 extern std::vector<GIF_FRAME> GIF_Frames;
 extern std::vector<uint8_t> GIF_File;
-extern size_t GIF_Position; // next byte to read
+extern size_t GIF_Position;  // next byte to read
 
 /// Reads a file and decompresses its frames to indexes; those that a frame's data lack are 0.
 /// Frees the frames of an earlier file, save the first's picture, which belongs to the picture that

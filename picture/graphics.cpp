@@ -44,14 +44,14 @@ void Graphics_PutPixel(int16_t x, int16_t y)
 }
 
 struct GRAPHICS_RUN {
-    int32_t From, To; // To is the first beyond; an empty run has none from From on
+    int32_t From, To;  // To is the first beyond; an empty run has none from From on
 };
 
 // The two runs of `count` coordinates from `first` on, as they lie in 16 bits, that the first
 // `limit` of a side show: up to where the coordinates wrap, and from 0 on behind it.
 static std::array<GRAPHICS_RUN, 2> VisibleRuns(int16_t first, int32_t count, int32_t limit)
 {
-    constexpr int32_t lap = 0x10000, shown = 0x8000; // the upper half of a lap is negative
+    constexpr int32_t lap = 0x10000, shown = 0x8000;  // the upper half of a lap is negative
     const int32_t from = static_cast<uint16_t>(first), to = from + std::min(count, lap);
     limit = std::min(limit, shown);
     return {{{from, std::min(to, limit)}, {0, std::min(to - lap, limit)}}};
@@ -61,7 +61,7 @@ void Graphics_PutBlock(int16_t x, int16_t y, int32_t width, int32_t height)
 {
     if (!PixelAt(0, 0))
         return;
-    const auto color = graphicsColor; // a copy, which no pixel may alias
+    const auto color = graphicsColor;  // a copy, which no pixel may alias
     const auto across = VisibleRuns(x, width, graphicsTarget->Width);
     for (const GRAPHICS_RUN &down : VisibleRuns(y, height, graphicsTarget->Height))
         for (int32_t row = down.From; row < down.To; row++) {

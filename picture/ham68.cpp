@@ -35,7 +35,8 @@ const std::array<char, 90> HAM68_Description = [] {
 
 constexpr size_t HAM68_HeaderSize = 100;
 constexpr uint8_t HAM68_Escape = 1;
-constexpr size_t HAM68_LongestRun = 0xFEFF; // a count's high byte is never 255, which is "1" itself
+constexpr size_t HAM68_LongestRun =
+    0xFEFF;  // a count's high byte is never 255, which is "1" itself
 
 static size_t PaletteSize(uint8_t planes)
 {
@@ -66,7 +67,7 @@ static void ExpandRuns(std::span<const uint8_t> packed, std::vector<uint8_t> &ou
 static void ReadHeader()
 {
     HAM68_HEADER &h = HAM68_Header;
-    size_t position = 4; // past the signature, which detection has seen
+    size_t position = 4;  // past the signature, which detection has seen
     h.BytesPerRow = static_cast<uint16_t>(Bytes_GetBig(HAM68_File, position, 2));
     h.Width = static_cast<uint16_t>(h.BytesPerRow * 8);
     h.Height = static_cast<uint16_t>(Bytes_GetBig(HAM68_File, position, 2));
@@ -150,7 +151,7 @@ static void DecodeRow(std::span<const uint8_t> row, uint8_t planes, uint8_t *out
     const HAM68_HEADER &h = HAM68_Header;
     std::array<uint8_t, 4> running = {0, 0, 0, 255};
     for (size_t k = 0; k < h.BytesPerRow; k++) {
-        std::array<uint8_t, 8> codes{}; // of the 8 pixels of a byte column
+        std::array<uint8_t, 8> codes{};  // of the 8 pixels of a byte column
         for (size_t p = 0; p < planes; p++) {
             size_t position = p * h.BytesPerRow + k;
             const uint8_t bits = Bytes_GetByte(row, position);
@@ -179,7 +180,7 @@ uint8_t *HAM68_Decoding(uint8_t planes)
     if (!pixels)
         return nullptr;
     ReadPalette(planes);
-    const uint8_t used = planes == 6 || planes == 8 ? planes : 0; // others: palette entry 0
+    const uint8_t used = planes == 6 || planes == 8 ? planes : 0;  // others: palette entry 0
     const size_t row = size_t{used} * h.BytesPerRow;
     for (size_t y = 0; y < h.Height; y++)
         DecodeRow(Bytes_GetSpan(HAM68_File, h.DataOffset + y * row, row), used,
@@ -204,7 +205,7 @@ static void EncodeRow(const uint8_t *pixels, std::span<uint8_t> codes, bool ham8
         } else if (rgb == running) {
             code = quantised(rgb[0]);
         } else {
-            size_t most = 0; // component with the greatest change, the earlier on a tie
+            size_t most = 0;  // component with the greatest change, the earlier on a tie
             for (size_t c = 1; c < 3; c++)
                 if (std::abs(rgb[c] - running[c]) > std::abs(rgb[most] - running[most]))
                     most = c;

@@ -14,18 +14,18 @@
 #include <vector>
 
 struct HAM68_HEADER {
-    uint16_t Width, Height; // pixels
-    uint8_t Planes;         // 6 or 8
-    uint16_t BytesPerRow;   // of one plane
-    uint8_t Compression;    // 1: run-length
+    uint16_t Width, Height;  // pixels
+    uint8_t Planes;          // 6 or 8
+    uint16_t BytesPerRow;    // of one plane
+    uint8_t Compression;     // 1: run-length
     std::array<char, 90> Description;
-    uint16_t DataOffset;                            // next byte to read of HAM68_File
-    std::array<std::array<uint8_t, 4>, 64> Palette; // R G B A
+    uint16_t DataOffset;                             // next byte to read of HAM68_File
+    std::array<std::array<uint8_t, 4>, 64> Palette;  // R G B A
 };
 
 /// The file being decoded, one at a time. The header stays after HAM68_UnLoad.
 extern HAM68_HEADER HAM68_Header;
-extern std::vector<uint8_t> HAM68_File; // the image, planes expanded
+extern std::vector<uint8_t> HAM68_File;  // the image, planes expanded
 
 /// Palettes that the encoder writes: grey ramps, as 12-bit words and as R G B.
 extern const std::array<uint16_t, 16> HAM68_Colors16;

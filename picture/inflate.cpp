@@ -15,7 +15,7 @@ static bool Inflate_LastBlock;
 // What of the current block is still to come.
 enum INFLATE_BLOCK : uint8_t { BLOCK_NONE, BLOCK_STORED, BLOCK_CODED };
 static INFLATE_BLOCK Inflate_Block;
-static size_t Inflate_StoredLeft; // bytes
+static size_t Inflate_StoredLeft;  // bytes
 
 constexpr size_t PNG_LiteralCodes = 288, PNG_DistanceCodes = 32, PNG_CLCodes = 19;
 constexpr size_t PNG_LongestCode = 15;
@@ -42,7 +42,7 @@ constexpr std::array<uint8_t, 30> PNG_DistanceExtra = {0, 0, 0,  0,  1,  1,  2, 
 // takes together with the extra bits, how many literals it stands for, the bits of the code alone,
 // flags, and the value: one or two literals, a base, or where a table of the second level begins.
 constexpr uint32_t ENTRY_BITS = 63, ENTRY_LITERALS = 3 << 6, ENTRY_LITERAL = 1 << 6;
-constexpr uint32_t ENTRY_SPECIAL = 1 << 12; // one of the next three, or a code to pass over
+constexpr uint32_t ENTRY_SPECIAL = 1 << 12;  // one of the next three, or a code to pass over
 constexpr uint32_t ENTRY_LONG = 1 << 13, ENTRY_END = 1 << 14, ENTRY_NONE = 1 << 15;
 constexpr int ENTRY_VALUE = 16;
 
@@ -71,7 +71,7 @@ constexpr uint32_t MeaningOf(uint32_t value, uint32_t extra)
 // What the symbols of the three alphabets mean, as entries that lack the bits of their code.
 constexpr auto PNG_LiteralMeaning = [] {
     std::array<uint32_t, PNG_LiteralCodes> meaning{};
-    meaning.fill(ENTRY_SPECIAL); // kept on purpose: 286 and 287 are passed over
+    meaning.fill(ENTRY_SPECIAL);  // kept on purpose: 286 and 287 are passed over
     for (uint32_t i = 0; i < 256; i++)
         meaning[i] = MeaningOf(i, 0) | ENTRY_LITERAL;
     meaning[256] = ENTRY_SPECIAL | ENTRY_END;
@@ -94,7 +94,7 @@ constexpr auto PNG_CLMeaning = [] {
 }();
 
 struct PNG_CODE {
-    uint16_t Symbol, Code, Length; // Code: first bit lowest
+    uint16_t Symbol, Code, Length;  // Code: first bit lowest
 };
 
 // A code as a table that its next bits index; a longer code's entry leads to a table of the second
@@ -102,12 +102,12 @@ struct PNG_CODE {
 struct PNG_HUFFMAN {
     uint32_t RootBits;
     std::array<uint32_t, (1 << 11) + PNG_LiteralCodes *(1 << (PNG_LongestCode - 11))> Entries;
-    std::array<PNG_CODE, PNG_LiteralCodes> RootCodes; // of the first level, shorter ones first
+    std::array<PNG_CODE, PNG_LiteralCodes> RootCodes;  // of the first level, shorter ones first
     size_t RootCount;
 };
 constexpr uint32_t LITERAL_ROOT = 11, DISTANCE_ROOT = 9, CL_ROOT = 7;
 static PNG_HUFFMAN PNG_LiteralTable, PNG_DistanceTable, PNG_CLTable;
-static bool Inflate_FixedTables; // the tables are those of blocks with fixed codes
+static bool Inflate_FixedTables;  // the tables are those of blocks with fixed codes
 
 // The first level of PNG_LiteralTable with up to three literals in an entry, as many as its bits
 // tell: they lie above their count in the bits that the other entries use for more.
@@ -193,7 +193,7 @@ static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8
     for (const uint8_t length : lengths)
         counts[length]++;
     counts[0] = 0;
-    int left = 1; // codes of the current length that are not taken
+    int left = 1;  // codes of the current length that are not taken
     for (size_t n = 1; n <= PNG_LongestCode; n++) {
         left = 2 * left - counts[n];
         if (left < 0)
@@ -351,7 +351,7 @@ static void ReadBlockHeader()
     if (type == 0) {
         PNG_BitPointer = (PNG_BitPointer + 7) / 8 * 8;
         Inflate_StoredLeft = PNG_ReadBits(16);
-        PNG_BitPointer += 16; // the length's complement, which nobody checks
+        PNG_BitPointer += 16;  // the length's complement, which nobody checks
         Inflate_Block = BLOCK_STORED;
         good = true;
     } else {

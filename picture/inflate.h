@@ -13,9 +13,9 @@
 #include <span>
 
 enum INFLATE_STATE : uint8_t {
-    INFLATE_MORE,    // the buffer is full
-    INFLATE_ENDED,   // the last block is done
-    INFLATE_DAMAGED, // cut short, or something that no stream can hold
+    INFLATE_MORE,     // the buffer is full
+    INFLATE_ENDED,    // the last block is done
+    INFLATE_DAMAGED,  // cut short, or something that no stream can hold
 };
 
 /// How far back a stream may refer, and the room in a buffer below which Inflate_More stops.
@@ -36,8 +36,8 @@ void Inflate_Begin(std::span<const uint8_t> stream);
 size_t Inflate_More(std::span<uint8_t> buffer, size_t position);
 
 struct INFLATE_RESULT {
-    size_t Size; // bytes written
-    bool Ended;  // the stream is whole and fits
+    size_t Size;  // bytes written
+    bool Ended;   // the stream is whole and fits
 };
 
 /// Inflates a whole stream into `out`, as much as fits; nothing behind it is touched.

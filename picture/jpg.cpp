@@ -160,8 +160,8 @@ static void ReadEntry(const JPG_EXIF_ENTRY &entry, size_t field)
     case 514:
         exif.ThumbLength = entry.Value;
         break;
-    case 34665: // Exif IFD
-    case 34853: // GPS IFD
+    case 34665:  // Exif IFD
+    case 34853:  // GPS IFD
         if (exif.IFDNumber >= exif.IFDs.size())
             break;
         exif.IFDNumber++;
@@ -358,10 +358,10 @@ static void ReadAPP1(size_t end, size_t length)
     ReadIdentifier(end);
     if (std::strcmp(JPG_Header.Identifier.data(), "Exif") != 0)
         return;
-    JPG_Position++; // the pad
+    JPG_Position++;  // the pad
     exif.Base = static_cast<uint16_t>(JPG_Position);
     exif.ByteOrder = JPG_GetByte();
-    JPG_Position += 7; // the rest of it, the number 42, and the first IFD's offset, where it is
+    JPG_Position += 7;  // the rest of it, the number 42, and the first IFD's offset, where it is
     exif.IFDNumber = 0;
     exif.LatitudeReference = exif.LongitudeReference = '0';
     exif.Latitude = exif.Longitude = 0;
@@ -411,7 +411,7 @@ static bool ReadSegment(uint8_t marker)
         return false;
     case 0xE0:
         ReadJFIF(end);
-        return true; // it says where to go on
+        return true;  // it says where to go on
     case 0xE1:
         ReadAPP1(end, length);
         break;
@@ -437,7 +437,7 @@ static void WalkMarkers()
             continue;
         const uint8_t marker = JPG_GetByte();
         if (marker == 0xD9 && JPG_Decoder.InScans)
-            break; // whatever follows is no part of the picture
+            break;  // whatever follows is no part of the picture
         const bool bare = marker < 0xC0 || (marker >= 0xD0 && marker <= 0xD9);
         if (bare || ReadSegment(marker))
             continue;
@@ -477,7 +477,7 @@ static bool LoadEmbedded()
     JPG_Decoder.Embedded = true;
     JPG_Position = exif.ThumbOffset;
     JPG_Load("*");
-    JPG_Exif = exif; // should it have Exif data of its own
+    JPG_Exif = exif;  // should it have Exif data of its own
     std::free(h.Thumbnail);
     h.Thumbnail = nullptr;
     return h.DataOffset != 0 && h.Width != 0;

@@ -11,68 +11,68 @@
 /// A Huffman table as a DHT segment brings it. Index n stands for codes of n + 1 bits.
 struct JPG_HUFFMAN {
     uint8_t Defined, Number;
-    uint8_t Class;                  // 0: DC; 0x10: AC
-    std::array<uint8_t, 16> Counts; // of codes
+    uint8_t Class;                   // 0: DC; 0x10: AC
+    std::array<uint8_t, 16> Counts;  // of codes
     uint16_t Total;
-    std::array<uint8_t, 256> Symbols;     // in the order of their codes
-    std::array<uint16_t, 16> First, Last; // codes; 65535 and 0 where there are none
+    std::array<uint8_t, 256> Symbols;      // in the order of their codes
+    std::array<uint16_t, 16> First, Last;  // codes; 65535 and 0 where there are none
 };
 
 /// A quantisation table as a DQT segment brings it.
 struct JPG_QUANTISATION {
     uint8_t Defined, Number;
-    uint8_t Precision;             // 0: 8 bits; otherwise 16
-    std::array<float, 64> Values;  // of 8 bits, by row and column, scaled for the inverse DCT
-    std::array<uint16_t, 64> Wide; // of 16 bits, as they stand in the file, in zigzag order
+    uint8_t Precision;              // 0: 8 bits; otherwise 16
+    std::array<float, 64> Values;   // of 8 bits, by row and column, scaled for the inverse DCT
+    std::array<uint16_t, 64> Wide;  // of 16 bits, as they stand in the file, in zigzag order
 };
 
 struct JPG_COMPONENT {
     uint8_t Id;
-    uint8_t Sampling; // horizontal factor * 16 + vertical
+    uint8_t Sampling;  // horizontal factor * 16 + vertical
     uint8_t Quantisation;
 };
 
 struct JPG_SCAN_COMPONENT {
     uint8_t Id;
-    uint8_t Tables; // DC * 16 + AC
+    uint8_t Tables;  // DC * 16 + AC
 };
 
 struct JPG_HEADER {
-    uint32_t FileSize;               // bytes; where the walk over the markers ends
-    uint16_t Width, Height;          // pixels
-    uint32_t OutputSize;             // bytes of the padded picture
-    uint8_t ScanMode;                // index of JPG_Modes
-    std::array<char, 32> Identifier; // of the last APP0, APP1 or APP13 segment
+    uint32_t FileSize;                // bytes; where the walk over the markers ends
+    uint16_t Width, Height;           // pixels
+    uint32_t OutputSize;              // bytes of the padded picture
+    uint8_t ScanMode;                 // index of JPG_Modes
+    std::array<char, 32> Identifier;  // of the last APP0, APP1 or APP13 segment
     uint8_t MajorVersion, MinorVersion, Units;
     uint16_t XDensity, YDensity;
     uint16_t ThumbWidth, ThumbHeight;
-    uint8_t *Thumbnail; // JFIF's, RGBA, from calloc; JPG_GetThumbnail hands it over
-    uint8_t Precision;  // bits of a sample
+    uint8_t *Thumbnail;  // JFIF's, RGBA, from calloc; JPG_GetThumbnail hands it over
+    uint8_t Precision;   // bits of a sample
     uint8_t ComponentCount;
     std::array<JPG_COMPONENT, 4> Components;
     std::array<JPG_HUFFMAN, 4> DC, AC;
     std::array<JPG_QUANTISATION, 4> Quantisation;
     uint8_t ScanComponentCount;
     std::array<JPG_SCAN_COMPONENT, 4> ScanComponents;
-    uint8_t Ss, Se, AhAl, Ah, Al; // first and last coefficient, bits: all in one and apart
+    uint8_t Ss, Se, AhAl, Ah, Al;  // first and last coefficient, bits: all in one and apart
     std::array<char, 128> Comment;
-    uint16_t RestartInterval; // MCUs; 0: none
-    uint32_t DataOffset;      // of the first entropy-coded byte; 0: no scan was found
+    uint16_t RestartInterval;  // MCUs; 0: none
+    uint32_t DataOffset;       // of the first entropy-coded byte; 0: no scan was found
 };
 
 struct JPG_DECODER {
-    uint8_t H, V; // sampling factors of the first component: an MCU is 8 H x 8 V pixels
+    uint8_t H, V;  // sampling factors of the first component: an MCU is 8 H x 8 V pixels
     uint32_t PaddedWidth, PaddedHeight;
     uint32_t McusAcross, McusDown;
     uint32_t ThumbPaddedWidth, ThumbPaddedHeight;
-    bool Progressive; // what the frame header's marker says
-    bool InScans;     // the first scan has been found: the picture ends with EOI
-    bool Embedded;    // it is the thumbnail
+    bool Progressive;  // what the frame header's marker says
+    bool InScans;      // the first scan has been found: the picture ends with EOI
+    bool Embedded;     // it is the thumbnail
 };
 
 struct JPG_EXIF_ENTRY {
     uint16_t Tag, Type;
-    uint32_t Count, Size, Value; // Size: bytes
+    uint32_t Count, Size, Value;  // Size: bytes
 };
 
 struct JPG_IFD {
@@ -82,17 +82,17 @@ struct JPG_IFD {
 };
 
 struct JPG_EXIF {
-    uint16_t Base;     // file position that offsets count from
-    uint8_t ByteOrder; // 'I' little-endian, 'M' big-endian
-    uint8_t IFDNumber; // of the IFD read last
+    uint16_t Base;      // file position that offsets count from
+    uint8_t ByteOrder;  // 'I' little-endian, 'M' big-endian
+    uint8_t IFDNumber;  // of the IFD read last
     std::array<JPG_IFD, 16> IFDs;
     std::array<char, 64> Description;
     std::array<char, 32> Make;
     std::array<char, 16> Model;
-    uint8_t ThumbCompression;                   // 6: JPEG
-    uint32_t ThumbOffset, ThumbLength;          // in the file
-    char LatitudeReference, LongitudeReference; // '0': none
-    float Latitude, Longitude;                  // degrees
+    uint8_t ThumbCompression;                    // 6: JPEG
+    uint32_t ThumbOffset, ThumbLength;           // in the file
+    char LatitudeReference, LongitudeReference;  // '0': none
+    float Latitude, Longitude;                   // degrees
 };
 
 /// The file being decoded, one at a time. Header and Exif stay after JPG_UnLoad.
@@ -100,7 +100,7 @@ extern JPG_HEADER JPG_Header;
 extern JPG_DECODER JPG_Decoder;
 extern JPG_EXIF JPG_Exif;
 extern std::vector<uint8_t> JPG_File;
-extern size_t JPG_Position; // next byte of the file
+extern size_t JPG_Position;  // next byte of the file
 
 /// Names to show, by scan mode.
 extern const std::array<const char *, 6> JPG_Modes;

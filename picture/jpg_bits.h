@@ -18,7 +18,7 @@ constexpr size_t JPG_BitsSlack = 2 * (64 * 4 + 16);
 /// The bits of one restart interval; zeros follow them. `Buffer` holds the next `Left` ones,
 /// highest first.
 struct JPG_BITS {
-    const uint8_t *In, *End; // End: of the interval's bytes, JPG_BitsSlack more can be read
+    const uint8_t *In, *End;  // End: of the interval's bytes, JPG_BitsSlack more can be read
     uint64_t Buffer;
     uint32_t Left;
 
@@ -60,16 +60,16 @@ struct JPG_BITS {
 /// A Huffman table to decode with. An entry is one number that holds what the next bits tell: the
 /// bits to drop, flags, the zeros before a coefficient, and above them its value.
 constexpr uint32_t JPG_LookBits = 10;
-constexpr uint32_t JPG_EntryDrop = 31;  // bits of the code, with the value's where that is known
-constexpr uint32_t JPG_EntrySize = 32;  // the value counts the bits of the true one, still to come
-constexpr uint32_t JPG_EntryEnd = 64;   // end of block, or of a band: the value is the symbol
-constexpr uint32_t JPG_EntryLong = 128; // a code longer than JPG_LookBits, or none
+constexpr uint32_t JPG_EntryDrop = 31;   // bits of the code, with the value's where that is known
+constexpr uint32_t JPG_EntrySize = 32;   // the value counts the bits of the true one, still to come
+constexpr uint32_t JPG_EntryEnd = 64;    // end of block, or of a band: the value is the symbol
+constexpr uint32_t JPG_EntryLong = 128;  // a code longer than JPG_LookBits, or none
 constexpr uint32_t JPG_EntryZeros = 8;
 
 struct JPG_CODES {
     std::array<int32_t, 1 << JPG_LookBits> Look;
-    std::array<uint32_t, 17> Limits; // first 16-bit window behind all codes of so many bits
-    std::array<int32_t, 17> Offsets; // from such a code to its symbol's index
+    std::array<uint32_t, 17> Limits;  // first 16-bit window behind all codes of so many bits
+    std::array<int32_t, 17> Offsets;  // from such a code to its symbol's index
     std::array<uint8_t, 256> Symbols;
     bool AC;
 };

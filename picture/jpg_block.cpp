@@ -63,7 +63,7 @@ template <int Inputs>
 [[gnu::always_inline]] static inline void Transpose(LANES *v)
 {
     LANES a[8], b[8];
-    for (int i = 0; i < 8; i += 2) { // pairs of rows, interleaved by pairs of lanes
+    for (int i = 0; i < 8; i += 2) {  // pairs of rows, interleaved by pairs of lanes
         a[i] = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 2, 10, 4, 12, 6, 14);
         a[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 1, 9, 3, 11, 5, 13, 7, 15);
     }
@@ -134,7 +134,7 @@ EXTRA_LANES void JPG_InverseDCT(const int16_t *coefficients, const float *scale,
         const auto level = static_cast<int>(std::clamp(sample, 0.0F, 255.0F));
         for (size_t i = 0; i < 8; i++)
             std::memset(samples + i * stride, level, 8);
-    } else if (end <= 10) { // the first four diagonals
+    } else if (end <= 10) {  // the first four diagonals
         TransformBlock<4>(coefficients, scale, samples, stride);
     } else {
         TransformBlock<8>(coefficients, scale, samples, stride);

@@ -9,10 +9,10 @@
 /// The samples of one component in whole blocks, of which the last two rows of MCUs are kept: row y
 /// stands at y % Rows.
 struct JPG_PLANE {
-    size_t Width, Height;         // of the samples that count; others pad
-    size_t H, V, FullH, FullV;    // sampling factors, its own and the first component's
-    size_t Stride, Rows;          // of Samples
-    std::vector<uint8_t> Samples; // first of all 128
+    size_t Width, Height;          // of the samples that count; others pad
+    size_t H, V, FullH, FullV;     // sampling factors, its own and the first component's
+    size_t Stride, Rows;           // of Samples
+    std::vector<uint8_t> Samples;  // first of all 128
     // For bringing a row to the pixels' width: two rows mixed by their nearness, with room at both
     // ends; for a width not 1, 2 or 4 times its own each pixel's place among those and its nearness
     // to the next, in parts of 256; the result, two pixels a number.

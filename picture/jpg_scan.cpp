@@ -22,15 +22,15 @@ struct FREE {
 
 struct COMPONENT {
     JPG_PLANE Plane;
-    size_t BlocksAcross, BlocksDown; // with those that pad the last MCUs
-    size_t CodedAcross, CodedDown;   // of a scan of this component alone
+    size_t BlocksAcross, BlocksDown;  // with those that pad the last MCUs
+    size_t CodedAcross, CodedDown;    // of a scan of this component alone
     // All blocks, column by column, and which of each block's coefficients in zigzag order but the
     // first are not 0. Only for pictures of several scans.
     int16_t *Coefficients;
     std::vector<uint64_t> NonZero;
     std::array<float, 64> Scale;
-    bool Scaled; // by the table that held at its first scan
-    int16_t DC;  // the last block's, which the next one's counts from
+    bool Scaled;  // by the table that held at its first scan
+    int16_t DC;   // the last block's, which the next one's counts from
     JPG_CODES DCCodes, ACCodes;
 
     int16_t *BlockAt(size_t x, size_t y)
@@ -45,9 +45,9 @@ struct COMPONENT {
 
 struct PICTURE {
     std::array<COMPONENT, 3> Components;
-    std::unique_ptr<int16_t, FREE> Coefficients; // of all components, in one piece
-    size_t Count;                                // of components
-    bool Direct; // one sequential scan holds everything: no coefficients are kept
+    std::unique_ptr<int16_t, FREE> Coefficients;  // of all components, in one piece
+    size_t Count;                                 // of components
+    bool Direct;  // one sequential scan holds everything: no coefficients are kept
 };
 
 // Place of each coefficient in a block that stands column by column; places from 64 on are those of
@@ -63,12 +63,12 @@ static const auto columnOrder = [] {
 // The scan being decoded.
 struct SCAN {
     std::vector<COMPONENT *> Components;
-    size_t Across, Down; // MCUs of all its components, or one component's blocks
-    size_t Interval;     // MCUs between restart markers
+    size_t Across, Down;  // MCUs of all its components, or one component's blocks
+    size_t Interval;      // MCUs between restart markers
     JPG_BITS Bits;
-    std::vector<uint8_t> Bytes; // that Bits stands in
-    size_t Pending;             // restart interval that JPG_Position stands before
-    bool Ended;                 // another marker follows
+    std::vector<uint8_t> Bytes;  // that Bits stands in
+    size_t Pending;              // restart interval that JPG_Position stands before
+    bool Ended;                  // another marker follows
     uint32_t EndOfBandRun;
 
     bool Interleaved() const
@@ -82,7 +82,7 @@ struct SCAN {
 template <typename Block>
 static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
 {
-    JPG_BITS bits = scan.Bits; // in registers
+    JPG_BITS bits = scan.Bits;  // in registers
     if (!scan.Interleaved()) {
         for (COMPONENT &c = *scan.Components[0]; x < end; x++) {
             block(bits, c, x, y);
@@ -270,7 +270,7 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
     for (; x < end; x++) {
         int16_t *block = c.BlockAt(x, y);
         uint64_t &nonZero = c.NonZero[y * c.BlocksAcross + x];
-        uint64_t left = band; // of this block
+        uint64_t left = band;  // of this block
         while (left != 0 && run == 0) {
             if (bits.Left < 32)
                 bits.Refill();
@@ -322,7 +322,7 @@ static bool Decodable()
     if (h.DataOffset == 0 || h.Precision != 8 || (h.ComponentCount != 1 && h.ComponentCount != 3) ||
         h.Width == 0 || h.Height == 0)
         return false;
-    uint64_t blocks = 0; // of an MCU
+    uint64_t blocks = 0;  // of an MCU
     for (size_t i = 0; i < h.ComponentCount; i++) {
         const unsigned horizontal = h.Components[i].Sampling >> 4;
         const unsigned vertical = h.Components[i].Sampling & 15;
@@ -333,7 +333,7 @@ static bool Decodable()
     }
     blocks *= uint64_t{d.McusAcross} * d.McusDown;
     return d.PaddedWidth <= 65535 && d.PaddedHeight <= 65535 &&
-           blocks / 64 <= uint64_t{JPG_File.size()} * 8; // of a bit at least
+           blocks / 64 <= uint64_t{JPG_File.size()} * 8;  // of a bit at least
 }
 
 // The components that the current scan header names; none when it names one that there is not.
@@ -448,7 +448,7 @@ static bool StartInterval(SCAN &scan, size_t number)
         if (file[JPG_Position] != 0xFF || marker < 0xC0 || marker == 0xFF)
             continue;
         scan.Ended = marker < 0xD0 || marker > 0xD7;
-        const size_t lost = (marker - number) & 7; // intervals; 4 and more: it is an earlier one
+        const size_t lost = (marker - number) & 7;  // intervals; 4 and more: it is an earlier one
         if (scan.Ended)
             return true;
         if (lost < 4) {
@@ -488,7 +488,7 @@ static void DecodeScan(PICTURE &picture, uint8_t *pixels)
     const DECODE decode = DecoderOf(picture, scan);
     if (!decode)
         return;
-    size_t mcu = 0, next = 0; // where the current interval ends
+    size_t mcu = 0, next = 0;  // where the current interval ends
     bool good = false;
     for (size_t y = 0; y < scan.Down; y++) {
         for (size_t x = 0; x < scan.Across;) {
@@ -527,7 +527,7 @@ constexpr int JPG_MostScans = 1000;
 static void DecodeScans(PICTURE &picture, uint8_t *pixels)
 {
     JPG_Decoder.InScans = true;
-    const JPG_DECODER decoder = JPG_Decoder; // should a second frame header follow
+    const JPG_DECODER decoder = JPG_Decoder;  // should a second frame header follow
     const JPG_HEADER header = JPG_Header;
     for (int scans = 0; JPG_Header.DataOffset != 0 && scans < JPG_MostScans; scans++) {
         DecodeScan(picture, pixels);

@@ -23,8 +23,8 @@ static constexpr uint32_t ID(std::string_view text)
 }
 
 constexpr uint32_t LBM_PBM = ID("PBM ");
-constexpr uint32_t LBM_HalfBright = 0x80, LBM_HoldAndModify = 0x800; // bits of CAMG
-constexpr size_t LBM_TrueColor = 24;                                 // planes
+constexpr uint32_t LBM_HalfBright = 0x80, LBM_HoldAndModify = 0x800;  // bits of CAMG
+constexpr size_t LBM_TrueColor = 24;                                  // planes
 constexpr uint8_t LBM_ByteRun1 = 1;
 // A file that can hold less than this part of its pixels has a size that is not believed.
 constexpr size_t LBM_LeastShare = 8;
@@ -48,7 +48,7 @@ static void ReadBMHD()
 {
     LBM_HEADER &h = LBM_Header;
     h.Width = LBM_GetWord();
-    h.BufferWidth = static_cast<uint16_t>((h.Width + 7) & ~7); // 0 when it is too wide
+    h.BufferWidth = static_cast<uint16_t>((h.Width + 7) & ~7);  // 0 when it is too wide
     h.Height = LBM_GetWord();
     h.X = LBM_GetWord();
     h.Y = LBM_GetWord();
@@ -112,7 +112,7 @@ static void ReadChunks()
             h.BodyOffset = static_cast<uint32_t>(LBM_Position);
             h.BodySize = size != 0
                              ? size
-                             : static_cast<uint32_t>(h.FileSize - LBM_Position); // a lazy writer
+                             : static_cast<uint32_t>(h.FileSize - LBM_Position);  // a lazy writer
             break;
         }
         LBM_Position = next;
@@ -166,7 +166,7 @@ static bool IsPossible()
         (h.Planes >= 1 && h.Planes <= 8) || (h.Planes == LBM_TrueColor && !IsChunky());
     if (!planes || h.BodyOffset == 0 || pixels == 0 || pixels > Picture_MaxBytes / 4)
         return false;
-    const size_t most = h.Compression == LBM_ByteRun1 ? 64 : 1; // bytes out of one
+    const size_t most = h.Compression == LBM_ByteRun1 ? 64 : 1;  // bytes out of one
     const size_t body = Bytes_GetSpan(LBM_File, h.BodyOffset).size() * most;
     return body != 0 && RowBytes(ShortPlane()) * h.Height / LBM_LeastShare <= body;
 }
@@ -302,7 +302,7 @@ constexpr std::array<LBM_JOIN, 8> LBM_Join = {
     JoinPlanes<5>, JoinPlanes<6>, JoinPlanes<7>, JoinPlanes<8>,
 };
 
-using LBM_COLORS = std::array<uint32_t, 256>; // R G B A in memory order
+using LBM_COLORS = std::array<uint32_t, 256>;  // R G B A in memory order
 
 static uint32_t Color(uint8_t r, uint8_t g, uint8_t b, uint8_t a)
 {
@@ -461,7 +461,7 @@ uint8_t *LBM_Decoding()
 
 size_t LBM_ExpandByteRuns(std::span<const uint8_t> packed, std::span<uint8_t> out)
 {
-    constexpr size_t chunk = 16, safe = 128 + chunk; // chunks may pass a run's end
+    constexpr size_t chunk = 16, safe = 128 + chunk;  // chunks may pass a run's end
     size_t position = 0, written = 0;
     while (position < packed.size() && written < out.size()) {
         const uint8_t control = Bytes_GetByte(packed, position);

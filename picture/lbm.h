@@ -10,31 +10,31 @@
 #include <vector>
 
 struct LBM_HEADER {
-    uint32_t FileSize;    // bytes
-    uint8_t Compression;  // 1: ByteRun1
-    uint16_t Width;       // pixels
-    uint16_t BufferWidth; // Width rounded up to a multiple of 8
+    uint32_t FileSize;     // bytes
+    uint8_t Compression;   // 1: ByteRun1
+    uint16_t Width;        // pixels
+    uint16_t BufferWidth;  // Width rounded up to a multiple of 8
     uint16_t Height;
     uint8_t Planes;
-    std::array<std::array<uint8_t, 3>, 256> Palette; // R G B
-    uint32_t OutputSize;                             // bytes: BufferWidth x Height x 4
-    std::array<char, 128> Annotation;                // ends with a 0
+    std::array<std::array<uint8_t, 3>, 256> Palette;  // R G B
+    uint32_t OutputSize;                              // bytes: BufferWidth x Height x 4
+    std::array<char, 128> Annotation;                 // ends with a 0
     uint16_t X, Y;
-    uint8_t Masking; // 1: a mask plane follows those of each row
+    uint8_t Masking;  // 1: a mask plane follows those of each row
     uint8_t Pad;
     uint16_t TransparentColor;
     uint8_t XAspect, YAspect;
     uint16_t PageWidth, PageHeight;
-    uint32_t BodyOffset; // of the pixels; 0: none
-    uint32_t BodySize;   // bytes, as the chunk says; the rest of the file for 0
-    uint32_t FormType;   // "ILBM" or "PBM ", the first letter highest
-    uint32_t ViewMode;   // CAMG: 0x80 half-bright, 0x800 Hold-And-Modify
+    uint32_t BodyOffset;  // of the pixels; 0: none
+    uint32_t BodySize;    // bytes, as the chunk says; the rest of the file for 0
+    uint32_t FormType;    // "ILBM" or "PBM ", the first letter highest
+    uint32_t ViewMode;    // CAMG: 0x80 half-bright, 0x800 Hold-And-Modify
 };
 
 /// The file being decoded, one at a time. The header stays after LBM_UnLoad.
 extern LBM_HEADER LBM_Header;
-extern std::vector<uint8_t> LBM_File; // the image, its BODY expanded and last
-extern size_t LBM_Position;           // next byte to read; beyond the size: cut short
+extern std::vector<uint8_t> LBM_File;  // the image, its BODY expanded and last
+extern size_t LBM_Position;            // next byte to read; beyond the size: cut short
 
 /// Big-endian numbers at LBM_Position; what is past the end reads as 0.
 uint8_t LBM_GetByte();

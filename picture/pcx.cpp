@@ -9,7 +9,7 @@ PCX_HEADER PCX_Header;
 std::vector<uint8_t> PCX_File;
 
 constexpr size_t PCX_HeaderSize = 128;
-constexpr size_t PCX_PaletteSize = 256 * 3; // at the end of a file of 256 colours
+constexpr size_t PCX_PaletteSize = 256 * 3;  // at the end of a file of 256 colours
 constexpr size_t PCX_LongestRun = 63;
 
 // Bit 7 - i of a byte in byte i: the first of eight pixels is the highest bit.
@@ -55,7 +55,7 @@ static void ReadHeader()
     PCX_HEADER &h = PCX_Header;
     h = {};
     h.FileSize = static_cast<uint32_t>(PCX_File.size());
-    size_t position = 2; // past the manufacturer and the version
+    size_t position = 2;  // past the manufacturer and the version
     h.Encoding = Bytes_GetByte(PCX_File, position);
     h.BitsPerPlane = Bytes_GetByte(PCX_File, position);
     for (uint16_t *corner : {&h.XMin, &h.YMin, &h.XMax, &h.YMax})
@@ -77,7 +77,8 @@ static void ExpandRuns(std::span<const uint8_t> packed, size_t size, std::vector
 {
     const size_t start = out.size();
     size = std::min(size, packed.size() / 2 * PCX_LongestRun + 1);
-    out.resize(start + size + PCX_LongestRun); // a run is written whole, then the next goes over it
+    out.resize(start + size +
+               PCX_LongestRun);  // a run is written whole, then the next goes over it
     uint8_t *to = out.data() + start;
     const uint8_t *const end = to + size;
     for (size_t i = 0; i < packed.size() && to < end;) {

@@ -8,21 +8,21 @@
 #include "picture/pixels.h"
 
 struct PCX_HEADER {
-    uint32_t FileSize;    // bytes; of a run-length coded file once expanded
-    uint8_t Encoding;     // 1: run-length
-    uint8_t BitsPerPlane; // per pixel
+    uint32_t FileSize;     // bytes; of a run-length coded file once expanded
+    uint8_t Encoding;      // 1: run-length
+    uint8_t BitsPerPlane;  // per pixel
     uint16_t XMin, YMin, XMax, YMax;
     uint8_t Planes;
-    uint16_t Width, Height; // pixels
-    uint8_t BitsPerPixel;   // of all planes: 1, 4, 8 or 24
-    uint32_t Size;          // Width x Height x 4
+    uint16_t Width, Height;  // pixels
+    uint8_t BitsPerPixel;    // of all planes: 1, 4, 8 or 24
+    uint32_t Size;           // Width x Height x 4
     PIXELS_PALETTE Palette;
-    uint16_t BytesPerLine; // of one plane; at least what Width needs
+    uint16_t BytesPerLine;  // of one plane; at least what Width needs
 };
 
 /// The file being decoded, one at a time. The header stays after PCX_UnLoad.
 extern PCX_HEADER PCX_Header;
-extern std::vector<uint8_t> PCX_File; // the image, runs expanded
+extern std::vector<uint8_t> PCX_File;  // the image, runs expanded
 
 /// Reads a file and expands its runs, to the size that the header tells and to what the file can
 /// carry. A bytes-per-line field too small for the width is not believed.

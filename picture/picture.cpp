@@ -68,7 +68,7 @@ uint8_t Picture_Check(const char *path, uint16_t rawPlanes)
     if (!file)
         return PICTURE_UNKNOWN;
     const size_t size = std::fread(head.Bytes.data(), 1, 256, file);
-    const bool readable = size > 0 || !std::ferror(file); // a directory opens, but does not read
+    const bool readable = size > 0 || !std::ferror(file);  // a directory opens, but does not read
     std::fclose(file);
     if (!readable)
         return PICTURE_UNKNOWN;
@@ -193,19 +193,19 @@ static void LoadGIF(Picture &picture, const char *path, uint16_t hint, uint16_t)
 using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hint,
                                 uint16_t rawPlanes);
 static constexpr std::array<PICTURE_LOADER, 13> loaders = {
-    nullptr,                                                    // PICTURE_UNKNOWN
-    LoadHAM68,                                                  // PICTURE_HAM68
-    LoadPlain<BMP_Load, &BMP_Header, BMP_Decoding, BMP_UnLoad>, // PICTURE_BMP
-    LoadPlain<PCX_Load, &PCX_Header, PCX_Decoding, PCX_UnLoad>, // PICTURE_PCX
-    LoadPlain<PXM_Load, &PXM_Header, PXM_Decoding, PXM_UnLoad>, // PICTURE_PNM
-    LoadJPG,                                                    // PICTURE_JPEG
-    LoadPlain<TGA_Load, &TGA_Header, TGA_Decoding, TGA_UnLoad>, // PICTURE_TGA
-    LoadPlain<PNG_Load, &PNG_Header, PNG_Decoding, PNG_UnLoad>, // PICTURE_PNG
-    LoadLBM,                                                    // PICTURE_ILBM
-    LoadXBM,                                                    // PICTURE_XBM
-    LoadTIF,                                                    // PICTURE_TIFF
-    LoadGIF,                                                    // PICTURE_GIF
-    LoadPlain<SPR_Load, &SPR_Header, SPR_Decoding, SPR_UnLoad>, // PICTURE_SPRITES
+    nullptr,                                                     // PICTURE_UNKNOWN
+    LoadHAM68,                                                   // PICTURE_HAM68
+    LoadPlain<BMP_Load, &BMP_Header, BMP_Decoding, BMP_UnLoad>,  // PICTURE_BMP
+    LoadPlain<PCX_Load, &PCX_Header, PCX_Decoding, PCX_UnLoad>,  // PICTURE_PCX
+    LoadPlain<PXM_Load, &PXM_Header, PXM_Decoding, PXM_UnLoad>,  // PICTURE_PNM
+    LoadJPG,                                                     // PICTURE_JPEG
+    LoadPlain<TGA_Load, &TGA_Header, TGA_Decoding, TGA_UnLoad>,  // PICTURE_TGA
+    LoadPlain<PNG_Load, &PNG_Header, PNG_Decoding, PNG_UnLoad>,  // PICTURE_PNG
+    LoadLBM,                                                     // PICTURE_ILBM
+    LoadXBM,                                                     // PICTURE_XBM
+    LoadTIF,                                                     // PICTURE_TIFF
+    LoadGIF,                                                     // PICTURE_GIF
+    LoadPlain<SPR_Load, &SPR_Header, SPR_Decoding, SPR_UnLoad>,  // PICTURE_SPRITES
 };
 
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
@@ -226,7 +226,7 @@ void Picture_UnLoad(Picture picture)
     } else {
         std::free(picture.Pixels);
         std::free(picture.ThumbPixels);
-        std::free(JPG_Header.Thumbnail); // should it not have been handed over
+        std::free(JPG_Header.Thumbnail);  // should it not have been handed over
         JPG_Header.Thumbnail = nullptr;
     }
 }
@@ -307,7 +307,7 @@ void Picture_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a)
 Picture Sprite_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
 {
     const Picture picture = Picture_Load(path, hint, rawPlanes);
-    Picture_UnLoad(picture); // kept on purpose: callers get the sizes only
+    Picture_UnLoad(picture);  // kept on purpose: callers get the sizes only
     return picture;
 }
 

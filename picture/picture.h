@@ -7,30 +7,30 @@
 #include <cstdint>
 
 enum PICTURE_FORMAT : uint8_t {
-    PICTURE_UNKNOWN = 0, // or the file cannot be opened
-    PICTURE_HAM68 = 1,   // HAM6, HAM8 and headerless planes
+    PICTURE_UNKNOWN = 0,  // or the file cannot be opened
+    PICTURE_HAM68 = 1,    // HAM6, HAM8 and headerless planes
     PICTURE_BMP = 2,
     PICTURE_PCX = 3,
     PICTURE_PNM = 4,
     PICTURE_JPEG = 5,
     PICTURE_TGA = 6,
     PICTURE_PNG = 7,
-    PICTURE_ILBM = 8, // and PBM
+    PICTURE_ILBM = 8,  // and PBM
     PICTURE_XBM = 9,
     PICTURE_TIFF = 10,
     PICTURE_GIF = 11,
-    PICTURE_SPRITES = 12, // the framework's own sprite file
+    PICTURE_SPRITES = 12,  // the framework's own sprite file
 };
 
 struct Picture {
-    uint16_t Width, Height;             // pixels
-    uint16_t BufferWidth, BufferHeight; // size of the pixel buffer: a row is BufferWidth x 4 bytes
-    uint8_t Bits;                       // bits per pixel of the source file
-    uint8_t *Pixels;                    // R G B A, 8 bits each, top row first; alpha 255 is opaque
-    uint16_t ThumbWidth, ThumbHeight;   // embedded thumbnail (JPEG), else 0
+    uint16_t Width, Height;              // pixels
+    uint16_t BufferWidth, BufferHeight;  // size of the pixel buffer: a row is BufferWidth x 4 bytes
+    uint8_t Bits;                        // bits per pixel of the source file
+    uint8_t *Pixels;                     // R G B A, 8 bits each, top row first; alpha 255 is opaque
+    uint16_t ThumbWidth, ThumbHeight;    // embedded thumbnail (JPEG), else 0
     uint16_t ThumbBufferWidth, ThumbBufferHeight;
     uint8_t *ThumbPixels;
-    uint8_t Format; // PICTURE_FORMAT
+    uint8_t Format;  // PICTURE_FORMAT
 };
 
 /// Current drawing colour, also the key colour of the drawing operations.

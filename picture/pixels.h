@@ -8,7 +8,7 @@
 #include <cstring>
 #include <span>
 
-using PIXELS_PALETTE = std::array<std::array<uint8_t, 4>, 256>; // R G B A
+using PIXELS_PALETTE = std::array<std::array<uint8_t, 4>, 256>;  // R G B A
 
 /// A pixel as the word whose bytes lie in memory in this order.
 constexpr uint32_t Pixels_Pack(uint32_t r, uint32_t g, uint32_t b, uint32_t a)
@@ -45,7 +45,7 @@ inline void Pixels_FromTriples(std::span<const uint8_t> samples, uint8_t *out)
     };
     const uint8_t *s = samples.data();
     const size_t count = samples.size() / 3;
-    for (size_t i = 0; i + 1 < count; i++) // the fourth byte is the next triple's first
+    for (size_t i = 0; i + 1 < count; i++)  // the fourth byte is the next triple's first
         put(out + 4 * i, Pixels_Get(s + 3 * i));
     if (count > 0) {
         const size_t last = count - 1;

@@ -147,7 +147,7 @@ static void PNG_GetText(std::array<char, Size> &out, size_t end)
         if (c == 0)
             return;
         if (i + 1 == Size) {
-            PNG_Position--; // the rest belongs to what follows
+            PNG_Position--;  // the rest belongs to what follows
             return;
         }
         out[i] = static_cast<char>(c);
@@ -194,7 +194,7 @@ static void PNG_GatherIDAT(size_t length)
 
 static void PNG_ReadChunks()
 {
-    PNG_Position = 8; // past the signature, which detection has seen
+    PNG_Position = 8;  // past the signature, which detection has seen
     while (PNG_Position < PNG_File.size()) {
         const size_t length = PNG_GetDWord();
         const uint32_t type = PNG_GetDWord();
@@ -233,14 +233,14 @@ static void PNG_ReadChunks()
             PNG_ReadTRNS(length);
             break;
         }
-        PNG_Position = end + 4; // past what was not read and the CRC, which nobody checks
+        PNG_Position = end + 4;  // past what was not read and the CRC, which nobody checks
     }
 }
 
 void PNG_Load(const char *path)
 {
     PNG_HEADER header = {};
-    header.PaletteRed = PNG_Header.PaletteRed; // kept on purpose: for a picture without its own
+    header.PaletteRed = PNG_Header.PaletteRed;  // kept on purpose: for a picture without its own
     header.PaletteGreen = PNG_Header.PaletteGreen;
     header.PaletteBlue = PNG_Header.PaletteBlue;
     header.PaletteAlpha = PNG_Header.PaletteAlpha;
@@ -259,7 +259,7 @@ constexpr size_t LINE_SLACK = 16;
 // Inflated data on their way: those still to use and, before them, what the stream may refer to.
 struct PNG_WINDOW {
     std::vector<uint8_t> Bytes;
-    size_t End; // of the inflated data in Bytes; PNG_Position is the next to use
+    size_t End;  // of the inflated data in Bytes; PNG_Position is the next to use
 };
 
 static void PNG_OpenWindow(PNG_WINDOW &window, uint64_t size, size_t longestRow)
@@ -391,7 +391,7 @@ static void UnSub(const uint8_t *in, uint8_t *out, size_t pixels)
     BYTES a{};
     size_t i = 0;
     if constexpr (Out == 4) {
-        PIXELS last{}; // the pixel before the four, four times
+        PIXELS last{};  // the pixel before the four, four times
         for (; i + 4 <= pixels; i += 4) {
             BYTES four = LoadFour<Step>(in + i * Step);
             const auto add = [&four](PIXELS more) {
@@ -506,7 +506,7 @@ static void PNG_UnFilter(uint8_t filter, const uint8_t *in, const uint8_t *prior
     case 4:
         UnPaeth<Step, Out>(in, prior, out, pixels);
         break;
-    default: // no such filter
+    default:  // no such filter
         std::memset(out, 0, pixels * Out);
         break;
     }
@@ -574,7 +574,7 @@ static void Convert(const uint8_t *line, uint8_t *out, size_t pixels)
         const uint8_t *const from = line + i * Step;
         const uint32_t r = from[R], g = from[G], b = from[B], a = A < Step ? from[A] : 255;
         const uint32_t pixel = r | g << 8 | b << 16 | a << 24;
-        std::memcpy(out + i * 4, &pixel, 4); // as one number: compilers make vectors of it
+        std::memcpy(out + i * 4, &pixel, 4);  // as one number: compilers make vectors of it
     }
 }
 
@@ -705,7 +705,7 @@ uint8_t *PNG_Decoding()
     if (!Decodable())
         return nullptr;
     const std::vector<PNG_PASS> passes = Passes();
-    uint64_t size = 0; // of the inflated data
+    uint64_t size = 0;  // of the inflated data
     for (const PNG_PASS &pass : passes)
         size += pass.Height * (RowBytes(pass.Width) + 1);
     // RFC 1951 makes at most 258 bytes of 2 bits. Data may be cut short, but not to next to

@@ -8,7 +8,7 @@
 #include <vector>
 
 struct PNG_TEXT {
-    std::array<char, 80> Keyword; // as all texts here: cut to fit, NUL-terminated
+    std::array<char, 80> Keyword;  // as all texts here: cut to fit, NUL-terminated
     std::array<char, 256> Text;
 };
 
@@ -17,33 +17,33 @@ struct PNG_INTERNATIONAL_TEXT {
     uint8_t CompressionFlag, CompressionMethod;
     std::array<char, 17> Language;
     std::array<char, 80> TranslatedKeyword;
-    std::array<char, 256> Text; // UTF-8; empty when compressed
+    std::array<char, 256> Text;  // UTF-8; empty when compressed
 };
 
 struct PNG_HEADER {
-    uint32_t FileSize;      // bytes
-    uint16_t Width, Height; // pixels: low halves of the fields below
-    uint8_t BitsPerPixel;   // bit depth times samples per pixel
-    uint32_t OutputSize;    // Width x Height x 4 bytes
+    uint32_t FileSize;       // bytes
+    uint16_t Width, Height;  // pixels: low halves of the fields below
+    uint8_t BitsPerPixel;    // bit depth times samples per pixel
+    uint32_t OutputSize;     // Width x Height x 4 bytes
     uint32_t IHDRWidth, IHDRHeight;
-    uint8_t BitDepth;  // of a sample
-    uint8_t ColorType; // 0 grey, 2 RGB, 3 palette, 4 grey + alpha, 6 RGB + alpha
+    uint8_t BitDepth;   // of a sample
+    uint8_t ColorType;  // 0 grey, 2 RGB, 3 palette, 4 grey + alpha, 6 RGB + alpha
     uint8_t Compression, Filter, Interlace;
-    uint32_t Gamma; // times 100000
+    uint32_t Gamma;  // times 100000
     std::array<uint8_t, 256> PaletteRed, PaletteGreen, PaletteBlue, PaletteAlpha;
     uint8_t TextCount;
     std::array<PNG_TEXT, 10> Texts;
     uint8_t InternationalTextCount;
     std::array<PNG_INTERNATIONAL_TEXT, 10> InternationalTexts;
-    uint8_t BackgroundIndex;                                 // by colour type: the palette's entry,
-    uint16_t BackgroundGrey;                                 // the grey level,
-    uint16_t BackgroundRed, BackgroundGreen, BackgroundBlue; // or the colour, at the file's depth
+    uint8_t BackgroundIndex;  // by colour type: the palette's entry,
+    uint16_t BackgroundGrey;  // the grey level,
+    uint16_t BackgroundRed, BackgroundGreen, BackgroundBlue;  // or the colour, at the file's depth
     uint32_t PixelsPerUnitX, PixelsPerUnitY;
-    uint8_t Unit; // index into PNG_Unit
+    uint8_t Unit;  // index into PNG_Unit
     uint16_t Year;
-    uint8_t Month, Day, Hour, Minute, Second;    // last change, UTC
-    uint16_t KeyGrey, KeyRed, KeyGreen, KeyBlue; // transparent colour: stored, not applied
-    uint32_t DataOffset;                         // of the first IDAT chunk; 0: none
+    uint8_t Month, Day, Hour, Minute, Second;     // last change, UTC
+    uint16_t KeyGrey, KeyRed, KeyGreen, KeyBlue;  // transparent colour: stored, not applied
+    uint32_t DataOffset;                          // of the first IDAT chunk; 0: none
 };
 
 // The gathered IDAT data: one zlib stream.
@@ -54,8 +54,8 @@ struct PNG_DECODER {
 
 /// The file being decoded, one at a time. The header stays after PNG_UnLoad.
 extern PNG_HEADER PNG_Header;
-extern std::vector<uint8_t> PNG_File; // only while loading
-extern size_t PNG_Position;           // next byte, of the file and then of the inflated data
+extern std::vector<uint8_t> PNG_File;  // only while loading
+extern size_t PNG_Position;            // next byte, of the file and then of the inflated data
 extern PNG_DECODER PNG_Decoder;
 
 /// Names to show, by colour type, interlace method and unit.

@@ -12,7 +12,7 @@ std::vector<uint8_t> PXM_File;
 size_t PXM_Position;
 
 static constexpr PIXELS_BILEVEL PXM_Bits = Pixels_MakeBilevel(true);
-static constexpr size_t PXM_NumberLength = 7; // characters, as System_ReadNumber takes
+static constexpr size_t PXM_NumberLength = 7;  // characters, as System_ReadNumber takes
 
 static bool IsDigit(uint8_t c)
 {

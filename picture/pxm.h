@@ -7,17 +7,17 @@
 #include <vector>
 
 struct PXM_HEADER {
-    uint8_t Type;           // the digit of the magic
-    uint16_t Width, Height; // pixels
-    uint16_t Maximum;       // sample that is full brightness; 0 for bitmaps
-    uint32_t Size;          // Width x Height x 4
-    uint8_t BitsPerPixel;   // 1, 8 or 24; 0 for a type that is none
+    uint8_t Type;            // the digit of the magic
+    uint16_t Width, Height;  // pixels
+    uint16_t Maximum;        // sample that is full brightness; 0 for bitmaps
+    uint32_t Size;           // Width x Height x 4
+    uint8_t BitsPerPixel;    // 1, 8 or 24; 0 for a type that is none
 };
 
 /// The file being decoded, one at a time. The header stays after PXM_UnLoad.
 extern PXM_HEADER PXM_Header;
 extern std::vector<uint8_t> PXM_File;
-extern size_t PXM_Position; // next byte to read
+extern size_t PXM_Position;  // next byte to read
 
 /// Reads a file and its header. The line behind the magic is skipped, whatever it holds, unless it
 /// begins with a digit; further comment lines may stand before each number.

@@ -18,7 +18,7 @@ void SPR_Load(const char *path)
         std::free(h.Images[i]);
     h = {};
     SPR_File = Bytes_LoadFile(path);
-    size_t position = 7; // past the signature
+    size_t position = 7;  // past the signature
     h.Count = Bytes_GetByte(SPR_File, position);
     const auto side = [&position] {
         const uint8_t size = Bytes_GetByte(SPR_File, position);

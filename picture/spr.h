@@ -8,11 +8,11 @@
 #include <vector>
 
 struct SPR_HEADER {
-    uint16_t Width, Height;            // of each image, pixels
-    uint32_t Size;                     // Width x Height x 4
-    uint16_t BitsPerPixel;             // 24
-    uint8_t Count;                     // images
-    std::array<uint8_t *, 256> Images; // RGBA pixels of each, null where there is none
+    uint16_t Width, Height;             // of each image, pixels
+    uint32_t Size;                      // Width x Height x 4
+    uint16_t BitsPerPixel;              // 24
+    uint8_t Count;                      // images
+    std::array<uint8_t *, 256> Images;  // RGBA pixels of each, null where there is none
 };
 
 /// The file being decoded, one at a time. The header, and with it the images, stays after

@@ -10,7 +10,7 @@ TGA_HEADER TGA_Header;
 std::vector<uint8_t> TGA_File;
 
 constexpr size_t TGA_HeaderSize = 18;
-constexpr size_t TGA_FooterSize = 26; // of version 2
+constexpr size_t TGA_FooterSize = 26;  // of version 2
 constexpr size_t TGA_LongestRun = 128;
 constexpr uint8_t TGA_Plain = 2, TGA_RunLength = 10;
 
@@ -28,7 +28,7 @@ static void ReadHeader()
 {
     TGA_HEADER &h = TGA_Header;
     h = {};
-    size_t position = 2; // past the lengths of image ID and colour map, which are 0
+    size_t position = 2;  // past the lengths of image ID and colour map, which are 0
     h.ImageType = Bytes_GetByte(TGA_File, position);
     position = 12;
     h.Width = Bytes_GetLittle(TGA_File, position, 2);
@@ -47,7 +47,7 @@ static size_t ExpandPackets(std::span<const uint8_t> packed, std::vector<uint8_t
 {
     const size_t start = out.size();
     const size_t size = std::min(ImageSize(), packed.size() * TGA_LongestRun);
-    out.resize(start + size + TGA_LongestRun * N); // the last packet may reach past the image
+    out.resize(start + size + TGA_LongestRun * N);  // the last packet may reach past the image
     uint8_t *to = out.data() + start;
     const uint8_t *const end = to + size;
     size_t i = 0;

@@ -7,20 +7,20 @@
 
 /// What TGA_GetHeader gives.
 struct TGA_SIZE {
-    uint32_t Width, Height; // pixels
-    uint32_t Size;          // Width x Height x 4
-    uint8_t BitsPerPixel;   // 24 and 32 are decoded
+    uint32_t Width, Height;  // pixels
+    uint32_t Size;           // Width x Height x 4
+    uint8_t BitsPerPixel;    // 24 and 32 are decoded
 };
 
 struct TGA_HEADER : TGA_SIZE {
-    uint8_t ImageType; // 2: plain; 10, run-length, becomes 2 once expanded
+    uint8_t ImageType;  // 2: plain; 10, run-length, becomes 2 once expanded
     uint8_t AlphaBits;
-    uint8_t Origin; // bit 0: columns from the right (not heeded), bit 1: rows from the top
+    uint8_t Origin;  // bit 0: columns from the right (not heeded), bit 1: rows from the top
 };
 
 /// The file being decoded, one at a time. The header stays after TGA_UnLoad.
 extern TGA_HEADER TGA_Header;
-extern std::vector<uint8_t> TGA_File; // the image, runs expanded
+extern std::vector<uint8_t> TGA_File;  // the image, runs expanded
 
 /// Reads a file and expands its runs, to the size that the header tells and to what the file can
 /// carry.

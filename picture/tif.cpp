@@ -88,7 +88,7 @@ static void ReadDirectories()
     TIF_HEADER &h = TIF_Header;
     TIF_Position = 0;
     h.ByteOrder = TIF_GetByte();
-    TIF_Position++; // the letter again
+    TIF_Position++;  // the letter again
     h.Magic = TIF_GetWord();
     h.NextDirectory = TIF_GetDWord();
     while (h.NextDirectory != 0 && h.DirectoryCount < h.Directories.size()) {
@@ -268,7 +268,7 @@ static bool IsSupported()
     switch (h.Compression) {
     case TIF_Plain:
     case TIF_PackBits:
-        break; // a predictor has no meaning here
+        break;  // a predictor has no meaning here
     case TIF_LZW:
     case TIF_Deflate:
     case TIF_OldDeflate:
@@ -337,7 +337,7 @@ static uint64_t MakeString(size_t start, size_t length)
 // string is what the code before gave and one byte more, so it stands whole where that was written.
 static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
 {
-    std::array<uint64_t, LZW_MostCodes + 1> strings; // one of no meaning behind them
+    std::array<uint64_t, LZW_MostCodes + 1> strings;  // one of no meaning behind them
     for (size_t i = 0; i < LZW_Alphabet; i++) {
         buffer[i] = static_cast<uint8_t>(i);
         strings[i] = MakeString(i, 1);
@@ -346,7 +346,7 @@ static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
     uint8_t *const base = buffer.data();
     size_t position = LZW_Alphabet, bit = 0;
     uint32_t next = LZW_First, width = 9;
-    uint64_t begun = 0; // the string that the code before began; 0: none
+    uint64_t begun = 0;  // the string that the code before began; 0: none
     while (position < end && bit + width <= last) {
         const auto code = static_cast<uint32_t>(PeekBits(in, bit) >> (64 - width));
         bit += width;
@@ -361,18 +361,18 @@ static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
         const bool added = begun != 0 && next < LZW_MostCodes;
         strings[next] = begun;
         next += added;
-        width += next + 1 == 1u << width && width < 12; // one code earlier than need be
+        width += next + 1 == 1u << width && width < 12;  // one code earlier than need be
         if (code >= next)
             break;
         const size_t start = strings[code] & 0xFFFFFFFF, length = strings[code] >> 32;
         uint8_t *to = base + position;
-        for (size_t i = 0; i < length; i += LZW_Chunk) { // may pass the end, by less than a chunk
-            std::array<uint8_t, LZW_Chunk> chunk;        // the two may overlap
+        for (size_t i = 0; i < length; i += LZW_Chunk) {  // may pass the end, by less than a chunk
+            std::array<uint8_t, LZW_Chunk> chunk;         // the two may overlap
             std::memcpy(chunk.data(), base + start + i, LZW_Chunk);
             std::memcpy(to + i, chunk.data(), LZW_Chunk);
         }
         if (code == next - 1 && added)
-            to[length - 1] = *to; // the string just begun ends with its own first byte
+            to[length - 1] = *to;  // the string just begun ends with its own first byte
         begun = MakeString(position, length + 1);
         position += length;
     }
@@ -434,7 +434,7 @@ static std::span<const uint8_t> ExpandStrip(std::span<const uint8_t> stored, siz
     return strip;
 }
 
-using TIF_COLORS256 = std::array<std::array<uint8_t, 4>, 256>; // R G B A
+using TIF_COLORS256 = std::array<std::array<uint8_t, 4>, 256>;  // R G B A
 
 // What the samples of grey and palette pictures stand for. Palettes have 16 bits a component; those
 // without a bit in the high bytes were written with 8.

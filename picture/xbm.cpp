@@ -11,8 +11,8 @@
 XBM_HEADER XBM_Header;
 std::vector<uint8_t> XBM_File;
 
-constexpr int8_t XBM_EitherCase = -32; // for System_StrSearch
-constexpr size_t XBM_Padding = 8;      // NULs behind the text: how far a number may be read
+constexpr int8_t XBM_EitherCase = -32;  // for System_StrSearch
+constexpr size_t XBM_Padding = 8;       // NULs behind the text: how far a number may be read
 
 static constexpr PIXELS_BILEVEL XBM_Bits = Pixels_MakeBilevel(false);
 
@@ -71,7 +71,7 @@ void XBM_Load(const char *path)
     h.BitsPerPixel = 1;
     h.BytesPerRow = static_cast<uint16_t>((h.Width + 7) / 8);
     h.Size = uint32_t{h.BytesPerRow} * 8 * h.Height * 4;
-    constexpr size_t shortest = 3; // characters a byte, two bytes being a word as "0x0000"
+    constexpr size_t shortest = 3;  // characters a byte, two bytes being a word as "0x0000"
     if (!FindData() || h.BytesPerRow > 0xFFFF / 8 ||
         h.BytesPerRow * shortest > XBM_File.size() - h.DataOffset)
         XBM_File = {};

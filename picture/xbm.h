@@ -6,21 +6,21 @@
 #include <cstdint>
 #include <vector>
 
-enum XBM_VARIANT : uint8_t { XBM_X10 = 10, XBM_X11 = 11 }; // words, bytes
+enum XBM_VARIANT : uint8_t { XBM_X10 = 10, XBM_X11 = 11 };  // words, bytes
 
 struct XBM_HEADER {
-    uint16_t Width, Height; // pixels
-    uint32_t Size;          // of the pixel buffer: BytesPerRow x 8 x Height x 4
-    uint8_t BitsPerPixel;   // 1
-    uint16_t HotX, HotY;    // 0 where the file has none
+    uint16_t Width, Height;  // pixels
+    uint32_t Size;           // of the pixel buffer: BytesPerRow x 8 x Height x 4
+    uint8_t BitsPerPixel;    // 1
+    uint16_t HotX, HotY;     // 0 where the file has none
     uint16_t BytesPerRow;
-    uint32_t DataOffset; // of the first "0x" behind "_bits"
-    uint8_t Variant;     // XBM_VARIANT
+    uint32_t DataOffset;  // of the first "0x" behind "_bits"
+    uint8_t Variant;      // XBM_VARIANT
 };
 
 /// The file being decoded, one at a time. The header stays after XBM_UnLoad.
 extern XBM_HEADER XBM_Header;
-extern std::vector<uint8_t> XBM_File; // the text and some NULs
+extern std::vector<uint8_t> XBM_File;  // the text and some NULs
 
 /// Reads a file and finds its numbers. A file without bits, or of bits too few for a row, leaves
 /// XBM_File empty.

@@ -20,7 +20,7 @@ uint32_t GLFEW_VertexArrayID;
 struct SHARED {
     uint32_t Name;
     uint32_t Users;
-    uint32_t VertexShader, FragmentShader; // programs
+    uint32_t VertexShader, FragmentShader;  // programs
 };
 using SHARED_TABLE = std::unordered_map<std::string, SHARED>;
 static SHARED_TABLE sharedPrograms, sharedBuffers;
@@ -28,11 +28,11 @@ static SHARED_TABLE sharedPrograms, sharedBuffers;
 // What the context has been told, so that it is not told again.
 struct GL_STATE {
     uint32_t Program, Texture, Buffer;
-    uint8_t Kind; // of the vertices that the attributes point to; 0: none
+    uint8_t Kind;  // of the vertices that the attributes point to; 0: none
 };
 static GL_STATE current;
 
-static std::string windowError; // what GLFW said last
+static std::string windowError;  // what GLFW said last
 
 static void KeepError(int, const char *description)
 {
@@ -105,7 +105,7 @@ void GLFEW_KeyBoard(GLFWwindow *, int key, int scancode, int action, int)
 
 void GLFEW_Mouse(GLFWwindow *window, int button, int action, int)
 {
-    constexpr std::array<int32_t, 3> codes = {1, 3, 2}; // left, right, middle
+    constexpr std::array<int32_t, 3> codes = {1, 3, 2};  // left, right, middle
     if (button >= 0 && button < static_cast<int>(codes.size())) {
         const int32_t code = codes[static_cast<size_t>(button)];
         if (action == GLFW_PRESS)

@@ -10,30 +10,30 @@
 #include "extra/transform.h"
 #include "platform/state.h"
 
-constexpr uint8_t GLFEW_VEC3 = 1;     // position and three more floats: 6 floats a vertex
-constexpr uint8_t GLFEW_TEXTURED = 2; // position and texture coordinate: 5 floats a vertex
+constexpr uint8_t GLFEW_VEC3 = 1;      // position and three more floats: 6 floats a vertex
+constexpr uint8_t GLFEW_TEXTURED = 2;  // position and texture coordinate: 5 floats a vertex
 
 /// One drawable piece, the caller's. The vertex data are copied by GLFEW_CreateVertex and must live
 /// until then.
 struct GLFEW_VERTEX {
-    uint8_t Kind;  // GLFEW_VEC3, GLFEW_TEXTURED; another has no buffer
-    int32_t Count; // vertices
+    uint8_t Kind;   // GLFEW_VEC3, GLFEW_TEXTURED; another has no buffer
+    int32_t Count;  // vertices
     uint32_t Buffer;
     const float *Vec3Vertices;
     const float *TexturedVertices;
     uint32_t VertexShader;
-    std::array<char, 256> VertexShaderFile;    // "": the source as it stands
-    std::array<char, 1024> VertexShaderSource; // GLSL
+    std::array<char, 256> VertexShaderFile;     // "": the source as it stands
+    std::array<char, 1024> VertexShaderSource;  // GLSL
     uint32_t FragmentShader;
     std::array<char, 256> FragmentShaderFile;
     std::array<char, 1024> FragmentShaderSource;
     uint32_t Program;
-    int32_t MVPLocation; // of uniform "MVP"
+    int32_t MVPLocation;  // of uniform "MVP"
     uint32_t PositionAttribute, Vec3Attribute, TextureAttribute;
-    int32_t SamplerLocation; // of uniform "textureSampler1", textured only
+    int32_t SamplerLocation;  // of uniform "textureSampler1", textured only
     std::array<uint8_t, 28> Reserved;
     EXTRA_MATRIX Model, View, Projection;
-    EXTRA_MATRIX MVP; // what is drawn with; the caller composes it
+    EXTRA_MATRIX MVP;  // what is drawn with; the caller composes it
     EXTRA_VECTOR Eye, Centre, Up;
     uint32_t Texture;
 };

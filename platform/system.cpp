@@ -117,7 +117,7 @@ int32_t System_Clamp(int32_t v, int32_t low, int32_t high)
 
 uint32_t System_TruncateToUDWord(double value)
 {
-    constexpr double limit = 9223372036854775808.0; // 2^63
+    constexpr double limit = 9223372036854775808.0;  // 2^63
     return std::fabs(value) < limit ? static_cast<uint32_t>(static_cast<int64_t>(value)) : 0;
 }
 

@@ -43,7 +43,7 @@ TEST(AudioCheck, TheFirstTestThatSucceedsWins)
         EXPECT_EQ(CheckOf(Dots(2000, {{0, r.at0}, {8, r.at8}})), r.type) << r.at0 << r.at8;
         EXPECT_EQ(Audio_Type, r.type);
     }
-    EXPECT_EQ(CheckOf({}), AUDIO_MOD); // zeros where modules have their tag
+    EXPECT_EQ(CheckOf({}), AUDIO_MOD);  // zeros where modules have their tag
     EXPECT_EQ(CheckOf(Dots(1080)), AUDIO_MOD);
     EXPECT_EQ(CheckOf(Dots(1081)), AUDIO_RAW);
 
@@ -156,7 +156,7 @@ TEST(AudioLoad, WhatCannotBeReadHasNoBuffers)
         AudioTrack *track = Audio_Load("no such file");
         EXPECT_EQ(track->Buffer[0], nullptr);
         EXPECT_EQ(Audio_Data, data);
-        Audio_UnLoad(track); // does not free it
+        Audio_UnLoad(track);  // does not free it
         delete track;
     }
     const std::string longName = std::string(200, 'n');
@@ -239,7 +239,7 @@ TEST(AudioPlay, LoopRules)
         size_t buffers;
         uint8_t loop;
         const char *played;
-        size_t stopped; // callbacks after which it no longer says that it plays; 0: never
+        size_t stopped;  // callbacks after which it no longer says that it plays; 0: never
     } rows[] = {
         {3, 0, "12312312312312", 0}, {3, 1, "123-1231231231", 2}, {3, 2, "123123-1231231", 5},
         {3, 3, "123123123-1231", 8}, {2, 0, "12121212121212", 0}, {2, 1, "12-12121212121", 1},
@@ -293,7 +293,7 @@ TEST(AudioPlay, FilesMayShrinkAndGo)
     Audio_SetLoop(0);
     EXPECT_EQ(Played(1), "1");
     std::filesystem::resize_file(track->Path, 2000);
-    EXPECT_EQ(Played(4), "2311"); // the third buffer had been read
+    EXPECT_EQ(Played(4), "2311");  // the third buffer had been read
     std::filesystem::remove(track->Path);
     EXPECT_EQ(Played(4), "11--");
     WriteTemp("numbers", BYTES(65536, 4));
@@ -316,7 +316,7 @@ TEST(AudioPlay, FlagsLeaveTheStreamRunning)
     EXPECT_EQ(Played(1), "2");
     Audio_ReStart();
     EXPECT_TRUE(Audio_IsPlaying());
-    EXPECT_EQ(Played(4), "3412"); // two buffers were full already
+    EXPECT_EQ(Played(4), "3412");  // two buffers were full already
     Audio_UnLoad(track);
 }
 
@@ -324,14 +324,14 @@ TEST(AudioPlay, UnloadedTracksAreOutOfReach)
 {
     AudioTrack *one = PlayNumbers(3);
     AudioTrack *other = Audio_Load(WriteTemp("other", BYTES(3000, 9)).c_str());
-    EXPECT_EQ(Played(2), "92"); // a load plays once whatever is current
+    EXPECT_EQ(Played(2), "92");  // a load plays once whatever is current
     Audio_UnLoad(other);
     EXPECT_EQ(Played(1), "3");
     Audio_UnLoad(Audio_Load(TempPath("other").c_str()));
     EXPECT_EQ(Played(2), "-2");
     Audio_UnLoad(one);
     EXPECT_EQ(Played(2), "--");
-    Audio_ReStart(); // nothing to rewind
+    Audio_ReStart();  // nothing to rewind
 }
 
 TEST(AudioMixer, NeedsADeviceFromTheThirdOn)
@@ -350,7 +350,7 @@ TEST(AudioMixer, NeedsADeviceFromTheThirdOn)
         EXPECT_EQ(Audio_Hz, 96000u);
         EXPECT_EQ(PortAudio_Format.sampleFormat, format) << int{bits};
         EXPECT_EQ(PortAudio_Format.channelCount * 10 + PortAudio_Format.device, 22);
-        EXPECT_EQ(PortAudio_Format.suggestedLatency, 0); // there is no such device
+        EXPECT_EQ(PortAudio_Format.suggestedLatency, 0);  // there is no such device
     }
     Audio_Device = -1;
 }

@@ -108,13 +108,13 @@ TEST(CharSet, AccentedLetters)
          hungarian,
          {98, 100, 102, 104, 108, 106, 110, 114, 112, 97, 99, 101, 103, 107, 105, 109, 113, 111}},
     };
-    std::array<std::map<int, int>, 16> expected; // 15: a number without a set
+    std::array<std::map<int, int>, 16> expected;  // 15: a number without a set
     for (const auto &r : rows)
         for (const size_t set : r.sets)
             for (size_t i = 0; i < r.letters.size(); i++)
                 expected[set][static_cast<uint8_t>(r.letters[i])] = r.glyphs[i];
     for (uint8_t set = 0; set < expected.size(); set++)
-        for (int b = 126; b < 256; b++) // all others stay as they are
+        for (int b = 126; b < 256; b++)  // all others stay as they are
             EXPECT_EQ(Decoded({static_cast<char>(b)}, set),
                       BYTES{expected[set].contains(b) ? expected[set][b] : b})
                 << "byte " << b << " of set " << int{set};
@@ -196,7 +196,7 @@ TEST(CharSet, Bytes)
     const auto &table = CHARSET_ROM_PC16;
     EXPECT_EQ(CharSet_ROM_GetByte(3, 65 * 16 + 12), table[65 * 16 + 12]);
     EXPECT_EQ(CharSet_ROM_GetByte(3, 65536 + 65 * 16 + 12), table[65 * 16 + 12]);
-    EXPECT_EQ(CharSet_ROM_GetByte(14, 4095), 0xFF); // the last glyph is a block
+    EXPECT_EQ(CharSet_ROM_GetByte(14, 4095), 0xFF);  // the last glyph is a block
     for (const uint32_t past : {4096u, 65535u})
         EXPECT_EQ(CharSet_ROM_GetByte(14, past), 0);
     EXPECT_EQ(CharSet_ROM_GetByte(15, 0) + CharSet_ROM_GetByte(255, 9), 0);

@@ -83,7 +83,7 @@ static BYTES WithoutTransparent(BYTES pixels)
 }
 
 struct DIFFERENCE {
-    double PSNR; // dB
+    double PSNR;  // dB
     int Greatest;
 };
 
@@ -120,7 +120,7 @@ TEST_P(Corpus, Matches)
 {
     const ROW &row = GetParam();
     const std::string path = Folder() + row.File;
-    testing::internal::CaptureStdout(); // some decoders talk
+    testing::internal::CaptureStdout();  // some decoders talk
     const Picture picture = Picture_Load(path.c_str(), 0, 0);
     testing::internal::GetCapturedStdout();
     const auto deviation = deviations.find(row.File);
@@ -149,7 +149,7 @@ TEST_P(Corpus, Matches)
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, Corpus, testing::ValuesIn(Rows()), [](const auto &test) {
-    std::string name = test.param.File; // so that a filter takes one format
+    std::string name = test.param.File;  // so that a filter takes one format
     std::replace_if(
         name.begin(), name.end(), [](unsigned char c) { return !std::isalnum(c); }, '_');
     return name;

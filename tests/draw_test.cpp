@@ -121,7 +121,7 @@ TEST(Drawing, PointsOfALine)
         {0, 0, -1, 4, 3, {0, 0, 0, 65535, 7}, {0, 1, 2, 3, 7}},
         {0, 0, 5, 2, 4, {0, 1, 2, 3, 4}, {0, 0, 1, 1, 2}},
         {3, 1, 3, 1, 65535, {7, 7, 7, 7, 7}, {7, 7, 7, 7, 7}},
-        {32767, 0, -32768, 0, 0, {32767, 7, 7, 7, 7}, {0, 7, 7, 7, 7}}, // 1 apart in 16 bits
+        {32767, 0, -32768, 0, 0, {32767, 7, 7, 7, 7}, {0, 7, 7, 7, 7}},  // 1 apart in 16 bits
     };
     for (const auto &r : rows) {
         POINTS xs(5, 7), ys(5, 7);
@@ -140,13 +140,13 @@ TEST(Drawing, ExtremeSizes)
         for (const int16_t width : sizes)
             for (const int16_t height : sizes) {
                 if (std::abs(width * height) > 1000000)
-                    continue; // only slow
+                    continue;  // only slow
                 sample.Width = sample.Height = claimed;
                 const std::string scaled =
                     Drawn([&] { Picture_Draw(4, 4, width, height, sample); });
                 EXPECT_EQ(scaled.find('a') != std::string::npos, width > 0 && height > 0);
                 std::string turned;
-                if (std::abs(width) > 3 || std::abs(height) < 1000) // also only slow
+                if (std::abs(width) > 3 || std::abs(height) < 1000)  // also only slow
                     turned = Drawn([&] { Picture_Rotate(-3, 7, width, height, 77, sample); });
                 EXPECT_EQ((scaled + turned).find_first_not_of("./abcdef"), std::string::npos)
                     << width << 'x' << height;

@@ -37,7 +37,7 @@ TEST(Frame, ClockCarries)
     } rows[] = {
         {{0, 0, 0, 0}, 100, {0, 0, 1, 0}},
         {{0, 0, 0, 0}, 6000, {0, 1, 0, 0}},
-        {{255, 59, 59, 99}, 1, {0, 0, 0, 0}}, // hours wrap
+        {{255, 59, 59, 99}, 1, {0, 0, 0, 0}},  // hours wrap
     };
     FieldFromText("..\n..\n");
     for (const auto &r : rows) {

@@ -94,7 +94,7 @@ TEST(GIF, CodesBecomeIndexes)
 {
     const struct {
         const char *what;
-        std::vector<size_t> codes; // 4 clears, 5 ends, new ones from 6
+        std::vector<size_t> codes;  // 4 clears, 5 ends, new ones from 6
         const char *reds;
     } rows[] = {
         {"clear codes in front", {4, 4, 4, 1, 2, 3, 5}, "123000000000"},
@@ -185,7 +185,7 @@ TEST(GIF, BlocksBesideTheFrames)
     const LOADED loaded(Screen(1, 1) + application + Control(0, 9) + comment + plainText +
                         BYTES{77} + Control(0x0E, 5) + Frame(0, 0, 1, 1, {4}) +
                         Frame(0, 0, 1, 1, {5}, 0x20) + BYTES{';'} + Frame(0, 0, 1, 1, {6}));
-    EXPECT_EQ(loaded.Record.Bits, 2); // 4 bits a component, less 2
+    EXPECT_EQ(loaded.Record.Bits, 2);  // 4 bits a component, less 2
     EXPECT_EQ(std::string(GIF_Header.Comment.data()), std::string(127, 'c'));
     ASSERT_EQ(GIF_Header.FrameCount, 2);
     EXPECT_EQ(GIF_Header.DataSize[0], 2u);

@@ -121,7 +121,7 @@ TEST(HAM68, AnySizeAndPrefix)
 // The codes that the encoder gives to the first row, by undoing its planes.
 static BYTES EncodedCodes(const BYTES &rgb, uint16_t code)
 {
-    BYTES pixels(8 * 2 * 4); // a second row, so that the lost last byte is not in the first
+    BYTES pixels(8 * 2 * 4);  // a second row, so that the lost last byte is not in the first
     for (size_t i = 0; i < rgb.size(); i++)
         pixels[i / 3 * 4 + i % 3] = rgb[i];
     const std::string path = TempPath("encoded.ham");
@@ -165,7 +165,7 @@ TEST(HAM68, WrittenFiles)
     picture.Width = 20;
     picture.Height = 3;
     picture.Pixels = pixels.data();
-    BYTES plain[2]; // what the modes 1 and 2 decode to, without runs
+    BYTES plain[2];  // what the modes 1 and 2 decode to, without runs
     for (uint8_t mode = 1; mode <= 4; mode++) {
         const bool runs = mode > 2;
         const int planes = mode % 2 == 1 ? 6 : 8;
@@ -176,8 +176,8 @@ TEST(HAM68, WrittenFiles)
         EXPECT_EQ(file[99], 0);
         EXPECT_TRUE(runs || file.size() == 100 + (planes == 6 ? 32u : 192u) + 6u * planes - 1);
         const LOADED loaded(file);
-        EXPECT_EQ(loaded.Record.Width, 16); // pixels beyond a multiple of 8 are not stored
-        const BYTES decoded = Prefix(Pixels(loaded), 16 * 2 * 4); // the last row loses its end
+        EXPECT_EQ(loaded.Record.Width, 16);  // pixels beyond a multiple of 8 are not stored
+        const BYTES decoded = Prefix(Pixels(loaded), 16 * 2 * 4);  // the last row loses its end
         if (!runs)
             plain[mode - 1u] = decoded;
         EXPECT_EQ(decoded, plain[(mode - 1u) % 2]);

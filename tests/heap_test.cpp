@@ -21,7 +21,7 @@ TEST(Heap, PullsGiveBackWhatWasPushed)
             EXPECT_EQ(Extra_Head[7], 7u);
         } else {
             EXPECT_EQ(Extra_PullDWord(), 0x11223344u);
-            EXPECT_EQ(Extra_PullByte(), 0x12); // a word from the top: high byte first
+            EXPECT_EQ(Extra_PullByte(), 0x12);  // a word from the top: high byte first
             EXPECT_EQ(Extra_PullByte(), 0x34);
             EXPECT_EQ(Extra_PullByte(), 1);
         }
@@ -34,7 +34,7 @@ TEST(Heap, RoomAndEmptinessAreNoDanger)
 {
     Extra_CreateHeap(3, 2);
     Extra_SetHeap(3, 0);
-    Extra_PushDWord(0x44332211); // two of its bytes fit
+    Extra_PushDWord(0x44332211);  // two of its bytes fit
     EXPECT_EQ(Extra_Head[3], 2u);
     EXPECT_EQ(Extra_PullWord(), 0x2211);
     EXPECT_EQ(Extra_PullByte(), 0);

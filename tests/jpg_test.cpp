@@ -16,7 +16,7 @@ static BYTES Read(const std::string &name)
     return Bytes_LoadFile((TEST_DATA "jpg/" + name).c_str());
 }
 
-static std::string Traced; // by the last decoding
+static std::string Traced;  // by the last decoding
 
 // The picture's own pixels without alpha; empty without a picture.
 static BYTES Decode(const BYTES &file)
@@ -50,8 +50,8 @@ TEST(JPG, FilesAsAnotherDecoderSeesThem)
 {
     const struct {
         const char *name;
-        int greatest; // difference; large where the other one repeats chroma instead of
-                      // interpolating
+        int greatest;  // difference; large where the other one repeats chroma instead of
+                       // interpolating
     } rows[] = {{"grey", 1},         {"progressive_444", 2}, {"progressive_420", 2},
                 {"420_restarts", 2}, {"422_scans", 2},       {"440", 2},
                 {"411", 40},         {"2x2_odd", 40},        {"3x2", 40}};
@@ -69,7 +69,7 @@ TEST(JPG, InverseDCTIsTheTextbooks)
         const size_t ends[] = {64, 1, 2, 10, 11}, end = n < 64 ? 64 : ends[n % 5];
         std::array<int16_t, 64> coefficients{};
         std::array<float, 64> scale;
-        for (size_t i = 0; i < 64; i++) { // column by column
+        for (size_t i = 0; i < 64; i++) {  // column by column
             const bool within = JPG_ZigZag2[i % 8 * 8 + i / 8] < end;
             if (n < 64 ? i == static_cast<size_t>(n) : within && std::rand() % 3 == 0)
                 coefficients[i] = static_cast<int16_t>(std::rand() % 200 - 100);
@@ -79,7 +79,7 @@ TEST(JPG, InverseDCTIsTheTextbooks)
         JPG_InverseDCT(coefficients.data(), scale.data(), end, samples.data(), 8);
         for (size_t y = 0; y < 8; y++)
             for (size_t x = 0; x < 8; x++) {
-                double sum = 0; // ITU-T T.81, A.3.3
+                double sum = 0;  // ITU-T T.81, A.3.3
                 for (size_t u = 0; u < 8; u++)
                     for (size_t v = 0; v < 8; v++) {
                         const auto cosine = [](size_t at, size_t frequency) {
@@ -171,13 +171,13 @@ TEST(JPG, HeaderFacts)
     EXPECT_EQ(JPG_Decoder.PaddedWidth * 100 + JPG_Decoder.PaddedHeight, 4832u);
     EXPECT_EQ(h.OutputSize, 48u * 32 * 4);
     EXPECT_EQ(h.Comment.data(), std::string(127, 'c'));
-    EXPECT_STREQ(h.Identifier.data(), "Photoshop"); // the last one
+    EXPECT_STREQ(h.Identifier.data(), "Photoshop");  // the last one
     EXPECT_EQ(h.MajorVersion * 10 + h.MinorVersion, 11);
     EXPECT_EQ(h.RestartInterval, 258);
     EXPECT_EQ(h.ScanMode, 2);
     EXPECT_STREQ(JPG_Modes[h.ScanMode], "Progressive DCT [1stDC]");
     EXPECT_TRUE(h.Quantisation[0].Defined && h.Quantisation[1].Defined);
-    EXPECT_EQ(h.DC[0].First[0], 65535); // no codes of one bit
+    EXPECT_EQ(h.DC[0].First[0], 65535);  // no codes of one bit
     EXPECT_EQ(h.DC[0].Last[0], 0);
     JPG_UnLoad();
 }
@@ -185,7 +185,7 @@ TEST(JPG, HeaderFacts)
 TEST(JPG, DamageStaysWhereItIs)
 {
     const BYTES file = Read("420_restarts.jpg"), whole = Decode(file);
-    const size_t rowOfMcus = 33 * 16 * 3, interval = 16 * 3; // bytes of the picture
+    const size_t rowOfMcus = 33 * 16 * 3, interval = 16 * 3;  // bytes of the picture
     const size_t second = Find(file, 0xD0), third = Find(file, 0xD1, second);
     ASSERT_GT(third, second + 4);
 
@@ -253,11 +253,11 @@ TEST(JPG, ExifFactsAndThumbnails)
                                  {259, 4, 1, 6},
                                  {513, 4, 1, 91},
                                  {514, 4, 1, static_cast<uint32_t>(small.size())},
-                                 {34665, 4, 1, 8}}, // back to itself
+                                 {34665, 4, 1, 8}},  // back to itself
                                 8, rest);
         BYTES file = With(picture, 2, Segment(0xE1, data));
         file.erase(file.begin() + static_cast<ptrdiff_t>(4 + data.size() + 2),
-                   file.begin() + static_cast<ptrdiff_t>(4 + data.size() + 2 + 18)); // JFIF's
+                   file.begin() + static_cast<ptrdiff_t>(4 + data.size() + 2 + 18));  // JFIF's
         const Picture loaded = Picture_Load(WriteTemp("exif.jpg", file).c_str(), 0, 0);
         EXPECT_EQ(loaded.Format, PICTURE_JPEG);
         EXPECT_EQ(loaded.Width * 100 + loaded.Height, 3327);
@@ -302,7 +302,7 @@ static void Append(BYTES &out, const BYTES &more)
 // Huffman coded bits, with their stuffing.
 struct WRITER {
     BYTES Bytes;
-    int Pending = 1; // a 1, then the bits not yet written
+    int Pending = 1;  // a 1, then the bits not yet written
     void Put(int value, int count)
     {
         for (int i = count - 1; i >= 0; i--) {
@@ -326,7 +326,7 @@ struct WRITER {
 // (12 to 15 are no codes), its bits, and a 0 for the end of the block.
 struct FLAT {
     int Width, Height;
-    std::vector<int> Factors; // of each component, horizontal * 16 + vertical
+    std::vector<int> Factors;  // of each component, horizontal * 16 + vertical
     int Interval = 0;
     bool Interleaved = true;
 

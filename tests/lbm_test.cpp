@@ -27,7 +27,7 @@ static BYTES MakeFile(const char *type, int width, int height, int planes, int m
         Append(palette, BYTES(3, static_cast<uint8_t>(i)));
     AppendNumber(mode, static_cast<size_t>(viewMode), 4, true);
     BYTES form(type, type + 4);
-    Append(form, Chunk("ANNO", Text("12345"))); // an odd size
+    Append(form, Chunk("ANNO", Text("12345")));  // an odd size
     Append(form, Chunk("BMHD", header));
     Append(form, Chunk("CMAP", palette));
     if (viewMode != 0)
@@ -86,7 +86,7 @@ TEST(LBM, HeaderAndBuffer)
     EXPECT_EQ(
         std::tuple(h.X, h.Y, h.TransparentColor, h.XAspect, h.YAspect, h.PageWidth, h.PageHeight),
         std::tuple(3, 4, 7, 10, 11, 320, 200));
-    uint8_t *pixels = LBM_Decoding(); // 24 bytes: 2 rows of 4 planes of 3 bytes
+    uint8_t *pixels = LBM_Decoding();  // 24 bytes: 2 rows of 4 planes of 3 bytes
     ASSERT_NE(pixels, nullptr);
     EXPECT_EQ(pixels[(24 + 19) * 4], 15);
     std::free(pixels);

@@ -22,7 +22,7 @@ TEST(Minefield, ParametersAreTakenOrReplaced)
         {{"game", "3", "3", "9"}, 10, 10, 20},
         {{"game", "1", "10", "5"}, 10, 10, 20},
         {{"game", "10", "65", "5"}, 10, 10, 20},
-        {{"game", "64", "64", "4095"}, 64, 64, 255}, // stored in 8 bits before the check
+        {{"game", "64", "64", "4095"}, 64, 64, 255},  // stored in 8 bits before the check
         {{"game", "266", "10", "5"}, 10, 10, 5},
         {{"game", "2", "2", "-3"}, 10, 10, 20},
     };

@@ -49,7 +49,7 @@ struct PLAYING {
 
 struct TICKS {
     const char *what, *pattern;
-    std::string ticks; // six a row, those that are the same as "VALUExTIMES"
+    std::string ticks;  // six a row, those that are the same as "VALUExTIMES"
 };
 
 // Plays each row's pattern, and compares what `see` tells of the first channel after each tick.
@@ -170,7 +170,7 @@ TEST(MOD, Lengths)
 TEST(MOD, InvertLoopTurnsOneByteAfterTheOther)
 {
     PLAYING playing(Song("C-2 03 EFF\nEF0\n"));
-    playing.Tick(6); // at the full speed: each inverts one
+    playing.Tick(6);  // at the full speed: each inverts one
     for (size_t i = 510; i < 522; i++)
         EXPECT_EQ(playing.Player.Waves[3][i] != playing.Song.Samples[3].Data[i], i > 512 && i < 519)
             << i;
@@ -250,7 +250,7 @@ TEST(MOD, PitchAndSides)
 {
     // C-2 plays 3546895 / 428 samples a second, 32 of them a period; only the first channel sounds
     const auto sound = Decode(RENDERED(WriteModule(Song("C-2 01\n"))).Bytes(), 16);
-    std::vector<double> up; // where the left side rises through 0
+    std::vector<double> up;  // where the left side rises through 0
     double left = 0, right = 0;
     for (size_t i = 2; i < sound.size(); i += 2) {
         if (sound[i - 2] < 0 && sound[i] >= 0)
@@ -293,8 +293,8 @@ TEST(MOD, PowerLightFiltersHighTones)
         const auto sound = Decode(RENDERED(WriteModule(Song(cell))).Bytes(), 16);
         return std::inner_product(sound.begin(), sound.end(), sound.begin(), 0.0);
     };
-    EXPECT_NEAR(level("C-2 04 E01\n") / level("C-2 04 E00\n"), 1, 0.05); // 259 Hz
-    EXPECT_NEAR(level("20 04 E01\n") / level("20 04 E00\n"), 12, 4);     // 5.5 kHz: 11 dB down
+    EXPECT_NEAR(level("C-2 04 E01\n") / level("C-2 04 E00\n"), 1, 0.05);  // 259 Hz
+    EXPECT_NEAR(level("20 04 E01\n") / level("20 04 E00\n"), 12, 4);      // 5.5 kHz: 11 dB down
 }
 
 TEST(MOD, SongsStartOver)

@@ -10,7 +10,7 @@
 #include <vector>
 
 struct MOD_TEXT_SAMPLE {
-    std::vector<int8_t> Data; // an even number
+    std::vector<int8_t> Data;  // an even number
     uint32_t LoopStart = 0, LoopLength = 2;
     uint8_t Volume = 64, Finetune = 0;
 };
@@ -19,7 +19,7 @@ struct MOD_TEXT {
     std::vector<std::string> Patterns;
     std::vector<MOD_TEXT_SAMPLE> Samples;
     std::vector<uint8_t> Orders = {0};
-    std::string Signature = "M.K."; // empty: 15 samples
+    std::string Signature = "M.K.";  // empty: 15 samples
     size_t Channels = 4;
 };
 

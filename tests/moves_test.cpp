@@ -49,7 +49,7 @@ TEST(Moves, ANumberByTwoCellsOfARegionTurnsOnce)
     Click(0, 0, 1);
     EXPECT_EQ(FieldToText(), "...\n.11\n.1#\n");
     MineField[1][1].turnSteps = 10;
-    Click(0, 0, 1); // an uncovered cell: nothing happens
+    Click(0, 0, 1);  // an uncovered cell: nothing happens
     EXPECT_EQ(mb, GAME_IDLE);
     EXPECT_EQ(MineField[1][1].turnSteps, 10);
 }

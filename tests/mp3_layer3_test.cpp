@@ -38,7 +38,7 @@ static BYTES DecodeFrames(const std::string &path, size_t freeLength)
         const bool checked = frame[1] % 2 == 0;
         frame[1] |= 1;
         if (freeLength != 0)
-            frame[2] |= 0xE0; // any other rate, for MP3_LoadFrame to take it
+            frame[2] |= 0xE0;  // any other rate, for MP3_LoadFrame to take it
         FILE *memory = fmemopen(frame.data(), frame.size(), "rb");
         EXPECT_EQ(MP3_LoadFrame(memory, 0), 1) << path << ", byte " << at;
         std::fclose(memory);
@@ -83,7 +83,7 @@ TEST(MP3Layer3, SmallFilesSoundAsElsewhere)
 {
     const struct {
         const char *name;
-        bool low; // the engine takes every other frame with the one before it
+        bool low;  // the engine takes every other frame with the one before it
     } rows[] = {{"joint", false}, {"short", false}, {"vbr", false},
                 {"types", false}, {"low", true},    {"low_types", true}};
     for (const auto &r : rows) {
@@ -103,7 +103,7 @@ TEST(MP3Layer3, ConformanceStreams)
     const struct {
         const char *name;
         size_t freeLength;
-        bool played; // the engine plays it: no checksums, no free format, no low rate
+        bool played;  // the engine plays it: no checksums, no free format, no low rate
     } rows[] = {{"l3-si", 0, true},
                 {"l3-si_block", 0, true},
                 {"l3-hecommon", 0, false},
@@ -211,7 +211,7 @@ TEST(MP3Layer3, ReservoirKeepsWhatIsUnread)
         ptrdiff_t index;
         size_t mainSize;
         bool failed;
-        size_t size, first; // Main holds its indices modulo 256, the frame of 600 bytes 7s
+        size_t size, first;  // Main holds its indices modulo 256, the frame of 600 bytes 7s
     } rows[] = {
         {"the rest", 8 * 590, 600, false, 10, 590 % 256},
         {"from a whole byte on", 8 * 590 + 1, 600, false, 9, 591 % 256},

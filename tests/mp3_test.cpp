@@ -24,7 +24,7 @@ static BYTES Frames(size_t count, uint32_t header, size_t length)
 {
     return Joined(std::vector(count, Frame(header, length)));
 }
-constexpr uint32_t Stereo = 0xFFFB1000, Mono = 0xFFFB10C0; // 32 kbit/s, 44100 Hz
+constexpr uint32_t Stereo = 0xFFFB1000, Mono = 0xFFFB10C0;  // 32 kbit/s, 44100 Hz
 constexpr size_t Length = 104;
 
 // Frame of an ID3v2 tag.
@@ -64,8 +64,8 @@ TEST(MP3, ID3v2)
     const struct {
         const char *what;
         BYTES frames;
-        size_t behind;     // zeros in the tag
-        std::string texts; // title, artist, album, year, comment, track, genre
+        size_t behind;      // zeros in the tag
+        std::string texts;  // title, artist, album, year, comment, track, genre
     } rows[] = {
         {"all texts",
          Joined({title, TagFrame("TPE1", Text("Artist")), TagFrame("TALB", Text("Album")),
@@ -218,7 +218,7 @@ TEST(MP3, ChecksumIsSkippedTwice)
 TEST(MP3, RefillsHoldWholeFrames)
 {
     BYTES bad = Frame(Stereo, Length);
-    std::fill(bad.begin() + 4, bad.end(), uint8_t{0x7F}); // more pairs than lines
+    std::fill(bad.begin() + 4, bad.end(), uint8_t{0x7F});  // more pairs than lines
     const struct {
         const char *what;
         BYTES file;

@@ -32,7 +32,7 @@ TEST(PNG, RealFilesAsOtherDecodersSeeThem)
     const struct {
         const char *name;
         int side, bits;
-        const char *digest; // of the pixels, its first half
+        const char *digest;  // of the pixels, its first half
     } rows[] = {
         {"basn0g01", 32, 1, "661985e83f94a569"},  {"basn0g04", 32, 4, "b05a4bc8e7079c8a"},
         {"basn0g16", 32, 16, "5f42df4fd50dbea3"}, {"basn2c08", 32, 24, "23a53c674ec50d5a"},
@@ -58,7 +58,7 @@ TEST(PNG, RealFilesAsOtherDecodersSeeThem)
             << r.name;
         Picture_UnLoad(picture);
     }
-    PNG_HEADER header; // of ct1n0g04
+    PNG_HEADER header;  // of ct1n0g04
     EXPECT_EQ(PNG_GetHeader(&header)->TextCount, 6);
     EXPECT_STREQ(header.Texts[0].Keyword.data(), "Title");
     EXPECT_STREQ(header.Texts[0].Text.data(), "PngSuite");
@@ -147,7 +147,7 @@ TEST(PNG, HeaderFacts)
     BYTES chunks;
     for (const auto &[type, data] : std::vector<std::pair<const char *, BYTES>>{
              {"tEXt", Text("Title\0A text")},
-             {"tEXt", BYTES(400, 'k')}, // a key of 79, the rest its text, of 255
+             {"tEXt", BYTES(400, 'k')},  // a key of 79, the rest its text, of 255
              {"iTXt", Text("Key\0\0\0hu\0Kulcs\0Sz\xC3\xB6veg")},
              {"iTXt", Text("Key\0\1\0\0\0packed")},
              {"bKGD", {1, 2, 3, 4, 5, 6}},

@@ -17,7 +17,7 @@
 static const struct SORT {
     const char *Name;
     void (*Sort)(int32_t *a, uint16_t n);
-    uint16_t Most; // elements that it sorts in a moment
+    uint16_t Most;  // elements that it sorts in a moment
 } sorts[] = {
     {"selection", Extra_SelectionSort, 4000}, {"insertion", Extra_InsertSort, 4000},
     {"heap", Extra_HeapSort, 65535},          {"bubble", Extra_BubbleSort, 3000},
@@ -39,7 +39,7 @@ static void ExpectSorts(const SORT &sort, std::vector<int32_t> values, const cha
 TEST(Sorts, GiveWhatTheStandardLibraryGives)
 {
     std::mt19937 random(1);
-    rlimit stack; // too small for recursions as deep as n
+    rlimit stack;  // too small for recursions as deep as n
     getrlimit(RLIMIT_STACK, &stack);
     stack.rlim_cur = 1 << 20;
     setrlimit(RLIMIT_STACK, &stack);
@@ -67,7 +67,7 @@ TEST(Sorts, LeaveBehind)
     Extra_BubbleSort(values.data(), 3);
     EXPECT_EQ(values, (std::vector<int32_t>{1, 5, 7, 9})) << "takes the slot behind in";
     Extra_CreateHeap(255, 4);
-    Extra_PushDWord(0xFFFFFFFF); // not taken for a segment of the array
+    Extra_PushDWord(0xFFFFFFFF);  // not taken for a segment of the array
     ExpectSorts({"merge", Extra_MergeSort, 3}, {3, 1, 2}, "beside a heap 255");
     EXPECT_EQ(Extra_Heap[255], nullptr);
     EXPECT_EQ(Extra_Pointer, 255);

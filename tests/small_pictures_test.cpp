@@ -33,7 +33,7 @@ struct ROW {
     const char *what;
     BYTES file;
     int bits;
-    const char *pixels; // of the whole buffer
+    const char *pixels;  // of the whole buffer
 };
 
 static void Check(uint8_t format, const std::vector<ROW> &rows)
@@ -178,7 +178,7 @@ TEST(XBM, BytesAndWords)
     EXPECT_EQ(hot.substr(XBM_Header.DataOffset), "0x1234");
     XBM_UnLoad();
     LOADED(xbm("8", "0x01"));
-    EXPECT_EQ(XBM_Header.HotX, 0); // nothing stays of an earlier file
+    EXPECT_EQ(XBM_Header.HotX, 0);  // nothing stays of an earlier file
 }
 
 TEST(Sprites, AllImages)
@@ -207,6 +207,6 @@ TEST(SmallPictures, RealFilesAndTheirPrefixes)
     CheckFile("tga/rgb24_bottom_left_rle.tga", 0x83602f4a6918f23d, 7);
     CheckFile("tga/rgb32_top_left_rle.tga", 0xc7a217ebd0c85077, 7);
     CheckFile("pnm/hippopotamus.ppm", 0x19af49f898522702, 7);
-    CheckFile("xbm/spiral.xbm", 0xe0df60d5b1a64bb1, 1000); // text: a number cut is another
+    CheckFile("xbm/spiral.xbm", 0xe0df60d5b1a64bb1, 1000);  // text: a number cut is another
     CheckFile("xbm/hotspot.xbm", 0x95f08cdd9e048c18, 1000);
 }

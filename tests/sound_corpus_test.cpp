@@ -14,7 +14,7 @@ struct DEVIATION {
     const char *File;
     bool Comparable;
     const char *Reason;
-    uint32_t Rate = 0; // 0: the file's
+    uint32_t Rate = 0;  // 0: the file's
 };
 constexpr DEVIATION Deviations[] = {
     {"8svx/gen-fibonacci.8svx", false, "compression is not acted upon"},
@@ -30,7 +30,7 @@ const MODULE *ModuleOf(const std::string &file)
     for (const MODULE *module : Modules)
         if (file.starts_with(std::string(module->Name) + "/"))
             return module;
-    return nullptr; // another test's
+    return nullptr;  // another test's
 }
 
 // Bytes that a refill stores for each that it takes.
@@ -48,7 +48,8 @@ BYTES DecodePlain(const MODULE &module, const std::string &path, const FACTS &fa
 {
     BYTES all;
     for (uint64_t position = facts.DataStart;;) {
-        const REFILL refill = Refill(module, position, 12 * 512, path); // whole frames of any depth
+        const REFILL refill =
+            Refill(module, position, 12 * 512, path);  // whole frames of any depth
         if (refill.Position == position)
             return all;
         all = all + Prefix(refill.Bytes, (refill.Position - position) * ExpansionOf(module));
@@ -87,7 +88,7 @@ BYTES Justify(const MODULE &module, const BYTES &bytes, size_t start, size_t siz
         if (size == 1)
             sample[0] = static_cast<uint8_t>(&module == &Wav || &module == &Voc ? sample[0] - 128
                                                                                 : 128 - sample[0]);
-        if (size == 3 && &module == &Aiff) // in the file's order
+        if (size == 3 && &module == &Aiff)  // in the file's order
             std::swap(sample[0], sample[2]);
         samples = std::move(samples) + BYTES(4 - size) + sample;
     }
@@ -111,7 +112,7 @@ void CheckFile(const std::string &folder, const std::vector<std::string> &row)
     const size_t bytes = 4 * channels * std::stoul(row[4]);
     uint32_t rate = static_cast<uint32_t>(std::stoul(row[3]));
     const MODULE &module = *ModuleOf(file);
-    if (&module == &Aiff) // the top of the mantissa
+    if (&module == &Aiff)  // the top of the mantissa
         rate = std::rotl(rate, std::countl_zero(rate)) >> 16;
     bool comparable = true;
     for (const DEVIATION &deviation : Deviations)
@@ -123,7 +124,7 @@ void CheckFile(const std::string &folder, const std::vector<std::string> &row)
     EXPECT_EQ(facts.Channels, channels);
     EXPECT_EQ(facts.SamplingRate, rate);
     BYTES samples = Decode(module, folder + file, facts);
-    samples.resize(bytes); // what has no end of its own is played further
+    samples.resize(bytes);  // what has no end of its own is played further
     // Microsoft's predictions are cut toward zero.
     const std::string cut = "truncation toward zero: ffmpeg s16=";
     if (const size_t at = note.find(cut); at != std::string::npos) {
@@ -149,7 +150,7 @@ void CheckFolder(const std::string &folder)
     EXPECT_GT(checked, 0) << folder;
 }
 
-} // namespace
+}  // namespace
 
 TEST(SoundCorpus, TestData)
 {

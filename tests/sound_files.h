@@ -64,9 +64,9 @@ inline FACTS LoadBytes(const MODULE &module, const BYTES &file)
 }
 
 struct REFILL {
-    BYTES Bytes;       // the buffer; 0xEE where nothing was written
-    uint32_t Length;   // as reported
-    uint64_t Position; // of the file afterwards
+    BYTES Bytes;        // the buffer; 0xEE where nothing was written
+    uint32_t Length;    // as reported
+    uint64_t Position;  // of the file afterwards
 };
 
 // Guarded: what lies behind the buffer must stay.

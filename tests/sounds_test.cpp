@@ -41,7 +41,7 @@ struct FILE_ROW {
 
 const BYTES Data = {1, 2, 3, 4, 5, 6, 7};
 
-} // namespace
+}  // namespace
 
 TEST(Sounds, Headers)
 {
@@ -123,7 +123,7 @@ TEST(Sounds, Codecs)
     const struct {
         const char *what;
         const MODULE &module;
-        BYTES file, expected; // nothing: the buffer stays
+        BYTES file, expected;  // nothing: the buffer stays
         uint32_t given, reported, atEnd;
     } rows[] = {
         {"VOC 16 bits, half a sample at the end", Voc, voc(4), Data, 100, 6, 0},

@@ -28,7 +28,7 @@ TEST(System, NumbersOfTexts)
         {"007", 7},        {"  12", 12},
         {"", 0},           {"000", 0},
         {" 0 10", 10},     {"4294967295", 4294967295u},
-        {"4294967296", 0}, {"-5", 4294967271u}, // the minus sign counts -3 tens
+        {"4294967296", 0}, {"-5", 4294967271u},  // the minus sign counts -3 tens
         {"1a", 59},        {"99999999999999999999999", 0},
     };
     for (const auto &r : rows)
@@ -59,7 +59,7 @@ TEST(System, SearchFindsWithCaseOffset)
         {"#define X_WIDTH 8", "_width", 0, -32, 1, 9},
         {"abab", "ab", 1, 0, 1, 2},
         {"ab", "abc", 0, 0, 0, 0},
-        {"ab", "b ", 0, -32, 0, 0}, // a blank less 32 is no match for the end
+        {"ab", "b ", 0, -32, 0, 0},  // a blank less 32 is no match for the end
         {"ab", "", 1, 0, 1, 1},
         {"", "", 0, 0, 0, 0},
     };
@@ -80,7 +80,7 @@ TEST(System, FieldsOfTexts)
         {"123 45", 123, 4},
         {"9\n\0\0\0\0\0", 9, 2},
         {"\r\0\0\0\0\0\0\0", 0, 1},
-        {"123456789", 1234567, 8}, // seven characters, and the eighth goes with them
+        {"123456789", 1234567, 8},  // seven characters, and the eighth goes with them
     };
     for (const auto &r : rows) {
         uint32_t position = 0;
@@ -106,7 +106,7 @@ TEST(System, BytesAndBounds)
 {
     EXPECT_EQ(System_MakeWord(255, 127), 32767);
     EXPECT_EQ(System_MakeUDWord(0x178, 0x56, 0x34, 0xFF12), 0x12345678u);
-    EXPECT_EQ(System_Clamp(5, 10, 0), 0); // the upper bound wins when they cross
+    EXPECT_EQ(System_Clamp(5, 10, 0), 0);  // the upper bound wins when they cross
 }
 
 TEST(System, TextFilesAreCutToTheirBuffer)
@@ -122,7 +122,7 @@ TEST(System, TextFilesAreCutToTheirBuffer)
     EXPECT_EQ(buffer[5], '5');
     std::ofstream(path) << std::string(65536 + 3, 'y');
     System_LoadTextFile(path.c_str(), buffer);
-    EXPECT_STREQ(buffer, "yyy"); // sizes count modulo 65536
+    EXPECT_STREQ(buffer, "yyy");  // sizes count modulo 65536
     EXPECT_TRUE(System_FileExists(path.c_str()));
     std::remove(path.c_str());
     EXPECT_FALSE(System_FileExists(path.c_str()));

@@ -114,7 +114,7 @@ static BYTES PackCodes(const std::vector<uint32_t> &codes)
         held = held << width | code;
         for (count += width; count >= 8; count -= 8)
             bytes.push_back(static_cast<uint8_t>(held >> (count - 8)));
-        next = code == 256 ? 257 : next + 1; // the first code after a clear makes no string
+        next = code == 256 ? 257 : next + 1;  // the first code after a clear makes no string
     }
     bytes.push_back(static_cast<uint8_t>(held << (8 - count)));
     return bytes;
@@ -134,7 +134,7 @@ TEST(TIF, LZWStrings)
         const char *what;
         int predictor;
         std::vector<uint32_t> codes;
-        const char *pixels; // what the codes do not give is left out
+        const char *pixels;  // what the codes do not give is left out
     } rows[] = {
         {"its own start at the end", 1, {256, 7, 258, 259, 257}, "07 07 07 07 07 07 - -"},
         {"strings of strings", 1, {256, 1, 2, 258, 3, 260, 257}, "01 02 01 02 03 01 02 03"},
@@ -164,8 +164,8 @@ TEST(TIF, LZWStrings)
 TEST(TIF, HeaderKeepsDirectories)
 {
     BYTES file = MakeFile(Hex("010203"), "256=1 257=1 258=8,8,8 269=25185,99");
-    file[8 + 3 + 2 + 3 * 12 + 2] = 2; // the name is a text of 2 bytes
-    file[8 + 3 + 2 + 4 * 12] = 11;    // the next directory is this one again
+    file[8 + 3 + 2 + 3 * 12 + 2] = 2;  // the name is a text of 2 bytes
+    file[8 + 3 + 2 + 4 * 12] = 11;     // the next directory is this one again
     TIF_Load(WriteTemp("tif", file).c_str());
     TIF_HEADER h;
     EXPECT_EQ(TIF_GetHeader(&h)->DirectoryCount, 4);

@@ -106,7 +106,7 @@ static TRIPLE Times(const MATRIX &m, const TRIPLE &v)
 // CIE L*a*b* (D65) of an sRGB colour for an eye that mixes the linear components.
 static TRIPLE Lab(const COLOUR &colour, const MATRIX &eye)
 {
-    constexpr MATRIX toXYZ = {{{0.4339535, 0.3762192, 0.1898273}, // over X, Y, Z of white
+    constexpr MATRIX toXYZ = {{{0.4339535, 0.3762192, 0.1898273},  // over X, Y, Z of white
                                {0.2126729, 0.7151522, 0.0721750},
                                {0.0177565, 0.1094713, 0.8727722}}};
     TRIPLE linear;
@@ -153,7 +153,7 @@ TEST(Tiles, DigitsDifferInColourToAllEyes)
            {-0.003882, -0.048116, 1.051998}}}},
     };
     const std::vector<COLOUR> empty = LoadTile("Empty");
-    std::vector<COLOUR> colours = {empty[Side * Side / 2 + Side / 2]}; // 0 is the floor
+    std::vector<COLOUR> colours = {empty[Side * Side / 2 + Side / 2]};  // 0 is the floor
     for (const char *name : {"One", "Two", "Three", "Four", "Five", "Six", "Seven", "Eight"})
         colours.push_back(DigitColour(name, empty));
     for (const auto &eye : eyes)

@@ -89,7 +89,7 @@ TEST(Projection, PointsTurnAndShrinkWithDepth)
         const char *what;
         int16_t a, b, c;
         double z;
-        EXTRA_POINT seen; // of (20, 10)
+        EXTRA_POINT seen;  // of (20, 10)
     } rows[] = {
         {"ahead", 0, 0, 0, 0, {110, 85, 1}},
         {"farther", 0, 0, 0, 200, {105, 82, 1}},

@@ -89,5 +89,5 @@ TEST(Viewer, FramesAreLaidDownAndDisposedOf)
     EXPECT_EQ(look(1), "rb-");
     EXPECT_EQ(look(2), "r-b");
     EXPECT_EQ(look(3), "rr-");
-    EXPECT_EQ(look(1), "rb-"); // again from the start
+    EXPECT_EQ(look(1), "rb-");  // again from the start
 }

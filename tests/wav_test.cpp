@@ -56,7 +56,7 @@ BYTES AdpcmFile(const BYTES &format, const BYTES &data)
     return Riff(Part("fmt ", format) + Part("fact", Little(0, 4)) + Part("data", data));
 }
 
-} // namespace
+}  // namespace
 
 // Lengths lack a sample, and one that passes the buffer's end is lost with it. The sound ends with
 // its chunk.
@@ -134,7 +134,7 @@ TEST(Wav, AdpcmSamples)
     const struct {
         const char *what;
         BYTES format, block;
-        std::vector<int> samples; // that count
+        std::vector<int> samples;  // that count
     } rows[] = {
         // Predictor 9 is 6. 2 * 100 - 90 + 40, delta 35; 2 * 150 - 100 - 35.
         {"Microsoft", Microsoft(1, 9), {9, 40, 0, 100, 0, 90, 0, 0x1F, 0}, {90, 100, 150, 165}},

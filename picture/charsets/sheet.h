@@ -107,7 +107,7 @@ consteval CHARSET_GLYPHS CharSet_ReadPictures(const CHARSET_SOURCE &source)
     const size_t columns = source.Size.Columns;
     size_t part = CHARSET_MAX_GLYPHS;
     std::string_view text = source.Pictures;
-    CharSet_TakeLine(text); // the rest of the line that opens the literal
+    CharSet_TakeLine(text);  // the rest of the line that opens the literal
     while (!text.empty()) {
         std::string_view names = CharSet_TakeLine(text);
         std::array<size_t, 8> cells{};
@@ -162,7 +162,7 @@ consteval CHARSET_GLYPHS CharSet_Read(const CHARSET_SOURCE &source, const CHARSE
 {
     CHARSET_GLYPHS glyphs = CharSet_ReadPictures(source);
     std::string_view text = source.Marked;
-    while (text.size() > 1) { // a '\n' closes the literal
+    while (text.size() > 1) {  // a '\n' closes the literal
         const size_t number = CharSet_TakeName(glyphs, text, source.Size.Glyphs);
         const size_t base = CharSet_Named(glyphs, CharSet_TakeWord(text));
         const size_t mark = CharSet_Named(glyphs, CharSet_TakeWord(text));

@@ -24,7 +24,7 @@ using namespace std::chrono_literals;
 
 static std::atomic<int> callbacks;
 static bool racing;
-static int planted; // written by both threads when racing
+static int planted;  // written by both threads when racing
 
 static int CountingCallBack(const void *input, void *output, unsigned long frames,
                             const PaStreamCallbackTimeInfo *timing, PaStreamCallbackFlags status,
@@ -41,8 +41,8 @@ static int CountingCallBack(const void *input, void *output, unsigned long frame
 static void LoadAndUnLoad(const char *path)
 {
     AudioTrack *track = Audio_Load(path);
-    const bool freed = track->Buffer[0]; // the others it leaves to their owner
-    if (track->Decoded)                  // the next takes its record's place
+    const bool freed = track->Buffer[0];  // the others it leaves to their owner
+    if (track->Decoded)                   // the next takes its record's place
         Audio_Modules[track->Type].SetSoundNumber(track->SoundNumber);
     Audio_UnLoad(track);
     if (!freed)

@@ -8,16 +8,16 @@
 
 #include "picture/ham68.h"
 
-constexpr size_t Beam = 16;             // running colours that a row's search keeps at each pixel
-constexpr size_t LookAhead = 3;         // pixels whose components a change may anticipate
-constexpr uint64_t ErrorUnit = 1 << 16; // of costs; less is a preference among equally good codes
+constexpr size_t Beam = 16;              // running colours that a row's search keeps at each pixel
+constexpr size_t LookAhead = 3;          // pixels whose components a change may anticipate
+constexpr uint64_t ErrorUnit = 1 << 16;  // of costs; less is a preference among equally good codes
 
 // A decoder's running colour after a pixel, on the cheapest known way there.
 struct STATE {
     HAM8_RGB Colour;
     uint8_t Code;
-    uint8_t From;  // index among the states of the pixel before
-    uint64_t Cost; // of the row so far: squared errors in ErrorUnit, and changes of code
+    uint8_t From;   // index among the states of the pixel before
+    uint64_t Cost;  // of the row so far: squared errors in ErrorUnit, and changes of code
 };
 
 // Control value of a code that replaces each component.
@@ -49,10 +49,10 @@ static std::vector<STATE> Successors(std::span<const STATE> states, std::span<co
         next.push_back({colour, code, static_cast<uint8_t>(from), cost});
     };
     for (size_t i = 0; i < palette.size(); i++)
-        add(0, palette[i], static_cast<uint8_t>(i << 2)); // the cheapest way comes first
+        add(0, palette[i], static_cast<uint8_t>(i << 2));  // the cheapest way comes first
     for (size_t from = 0; from < states.size(); from++) {
         const STATE &s = states[from];
-        add(from, s.Colour, s.Code); // the same code again holds the colour
+        add(from, s.Colour, s.Code);  // the same code again holds the colour
         for (size_t c = 0; c < 3; c++)
             for (size_t k = 0; k < ahead.size(); k++) {
                 HAM8_RGB colour = s.Colour;
@@ -106,7 +106,7 @@ static HAM8_IMAGE EncodeRows(std::span<const HAM8_RGB> pixels, uint16_t width,
                              const HAM8_PALETTE &palette)
 {
     HAM8_IMAGE image = {width, static_cast<uint16_t>(pixels.size() / width), palette, {}, 0};
-    std::map<std::vector<HAM8_RGB>, ROW> known; // rows recur
+    std::map<std::vector<HAM8_RGB>, ROW> known;  // rows recur
     for (size_t start = 0; start < pixels.size(); start += width) {
         const auto source = pixels.subspan(start, width);
         ROW &row = known[{source.begin(), source.end()}];
@@ -128,9 +128,9 @@ static uint8_t Median(std::vector<uint8_t> values)
 // Part of the pixels, for the median cut.
 struct BOX {
     std::span<HAM8_RGB> Pixels;
-    size_t Axis;     // the component of the greatest spread
-    uint64_t Sum;    // of that component
-    uint64_t Spread; // its squared deviations; 0: all pixels are alike
+    size_t Axis;      // the component of the greatest spread
+    uint64_t Sum;     // of that component
+    uint64_t Spread;  // its squared deviations; 0: all pixels are alike
 };
 
 static BOX Measure(std::span<HAM8_RGB> pixels)
@@ -191,7 +191,7 @@ static HAM8_PALETTE MedianCut(std::span<const HAM8_RGB> pixels)
 // component, as long as no other code replaces it, and the errors left, by source colour.
 struct SURVEY {
     std::array<std::array<std::vector<uint8_t>, 3>, 64> Values;
-    std::vector<std::pair<uint32_t, HAM8_RGB>> Errors; // the greatest sums first
+    std::vector<std::pair<uint32_t, HAM8_RGB>> Errors;  // the greatest sums first
 };
 
 static SURVEY Survey(const HAM8_IMAGE &image, std::span<const HAM8_RGB> pixels)
@@ -199,7 +199,7 @@ static SURVEY Survey(const HAM8_IMAGE &image, std::span<const HAM8_RGB> pixels)
     SURVEY survey;
     std::map<HAM8_RGB, uint32_t> errors;
     HAM8_RGB running{};
-    std::array<int, 3> owner{}; // palette entry that a component is from; below 0: none
+    std::array<int, 3> owner{};  // palette entry that a component is from; below 0: none
     for (size_t i = 0; i < pixels.size(); i++) {
         if (i % image.Width == 0) {
             running = {};

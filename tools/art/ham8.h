@@ -12,10 +12,10 @@ using HAM8_RGB = std::array<uint8_t, 3>;
 using HAM8_PALETTE = std::array<HAM8_RGB, 64>;
 
 struct HAM8_IMAGE {
-    uint16_t Width, Height; // pixels, the width a multiple of 8
+    uint16_t Width, Height;  // pixels, the width a multiple of 8
     HAM8_PALETTE Palette;
-    std::vector<uint8_t> Codes; // one a pixel, top row first
-    uint64_t Cost;              // sum of the squared errors of all components
+    std::vector<uint8_t> Codes;  // one a pixel, top row first
+    uint64_t Cost;               // sum of the squared errors of all components
 };
 
 /// Codes for `pixels` (width x height of them, top row first). `rounds` is the number of palettes

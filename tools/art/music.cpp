@@ -27,13 +27,13 @@
 // --- The grid ----------------------------------------------------------------------------------
 
 constexpr int Music_Rate = 44100;
-constexpr int Music_FrameSamples = 1152; // MPEG-1 Layer III
-constexpr int Music_StepFrames = 14;     // one refill of the engine
+constexpr int Music_FrameSamples = 1152;  // MPEG-1 Layer III
+constexpr int Music_StepFrames = 14;      // one refill of the engine
 constexpr int Music_Step = Music_StepFrames * Music_FrameSamples;
 constexpr int Music_BarSteps = 8;
 constexpr int Music_Bars = 40;
 constexpr int Music_Steps = Music_Bars * Music_BarSteps;
-constexpr int Music_Length = Music_Steps * Music_Step; // samples of one round
+constexpr int Music_Length = Music_Steps * Music_Step;  // samples of one round
 constexpr int Music_Frames = Music_Steps * Music_StepFrames;
 constexpr int Music_Rounds = 3;
 // The encoder's 576 samples and the decoder's 529: decoded sample 0 is this far before the first
@@ -46,18 +46,18 @@ static_assert(Music_Steps >= 312 && Music_Steps <= 324, "about two minutes");
 // --- Instruments -------------------------------------------------------------------------------
 
 struct PARTIAL {
-    double Ratio; // to the note's frequency
+    double Ratio;  // to the note's frequency
     double Level;
-    double Decay; // seconds to fall by 60 dB at A4; 0: it stays
-    double Pan;   // -1 left, 1 right
+    double Decay;  // seconds to fall by 60 dB at A4; 0: it stays
+    double Pan;    // -1 left, 1 right
 };
 
 struct INSTRUMENT {
     std::vector<PARTIAL> Partials;
-    double Attack;  // seconds
-    double Release; // seconds from the note's end to silence
-    double Pulse;   // how far the level sinks between two steps, 0 to 1
-    double Room;    // what it sends there
+    double Attack;   // seconds
+    double Release;  // seconds from the note's end to silence
+    double Pulse;    // how far the level sinks between two steps, 0 to 1
+    double Room;     // what it sends there
     double Echo;
 };
 
@@ -353,7 +353,7 @@ static_assert(std::ranges::all_of(Music_Score,
 
 struct NOTE {
     const INSTRUMENT *Instrument;
-    double Start, Length; // steps
+    double Start, Length;  // steps
     int Key;
     double Level, Pan;
 };

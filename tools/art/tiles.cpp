@@ -12,7 +12,7 @@
 
 constexpr uint16_t Side = 256;
 constexpr int Rounds = 60;
-constexpr double MeanLimit = 1; // of the absolute errors, in 255ths
+constexpr double MeanLimit = 1;  // of the absolute errors, in 255ths
 
 static std::vector<HAM8_RGB> ReadSource(const char *path)
 {

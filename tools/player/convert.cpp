@@ -15,7 +15,7 @@
 #include "tools/player/text.h"
 
 constexpr uint32_t HeaderBytes = 44;
-constexpr uint64_t MaxData = UINT32_MAX - HeaderBytes; // the chunks count in 32 bits
+constexpr uint64_t MaxData = UINT32_MAX - HeaderBytes;  // the chunks count in 32 bits
 
 static std::array<uint8_t, HeaderBytes> Header(const PLAYER_SOUND &sound, uint32_t data)
 {

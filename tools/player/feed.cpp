@@ -10,7 +10,7 @@ static bool NextBuffer(PLAYER_FEED &feed)
     Audio_SwapBuffers();
     Audio_ReadBuffers();
     feed.Used = 0;
-    feed.Last = !Audio_IsPlaying(); // it met the end of the data behind the buffer handed out
+    feed.Last = !Audio_IsPlaying();  // it met the end of the data behind the buffer handed out
     return true;
 }
 
@@ -19,7 +19,7 @@ static void StartPass(PLAYER_FEED &feed)
     Audio_SetLoop(1);
     Audio_ReStart();
     Audio_LoadBuffers(feed.Track, 1);
-    feed.Track->State = 2; // so that the first buffer is the next
+    feed.Track->State = 2;  // so that the first buffer is the next
     feed.Position = 0;
     feed.Last = false;
     NextBuffer(feed);
@@ -37,7 +37,7 @@ void Feed_Start(PLAYER_FEED &feed)
 
 static bool NextPass(PLAYER_FEED &feed)
 {
-    if (feed.Passes == 1 || feed.Position == 0) // an empty one is not repeated
+    if (feed.Passes == 1 || feed.Position == 0)  // an empty one is not repeated
         return false;
     if (feed.Passes != 0)
         feed.Passes--;

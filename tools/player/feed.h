@@ -15,12 +15,12 @@
 
 struct PLAYER_FEED {
     AudioTrack *Track;
-    uint32_t FrameBytes;            // of the output
-    uint64_t Limit;                 // bytes of a pass, where the refills would go on
-    uint32_t Passes;                // left, with this one; 0: for ever
-    std::atomic<uint64_t> Position; // bytes of this pass that were taken
-    size_t Used;                    // bytes of the buffer that is handed out
-    bool Last;                      // which is the last of the pass
+    uint32_t FrameBytes;             // of the output
+    uint64_t Limit;                  // bytes of a pass, where the refills would go on
+    uint32_t Passes;                 // left, with this one; 0: for ever
+    std::atomic<uint64_t> Position;  // bytes of this pass that were taken
+    size_t Used;                     // bytes of the buffer that is handed out
+    bool Last;                       // which is the last of the pass
 };
 
 /// Makes the track current and starts its first pass; no stream may be running. Track, FrameBytes,

@@ -114,7 +114,7 @@ static PaError StartStream(PLAYER_SOUND &sound, uint32_t passes)
     feed.Passes = passes;
     Feed_Start(feed);
     Audio_StreamCallBack = PlayFeed;
-    Audio_FirstPlay = 1; // the stream before, if any, went with its track
+    Audio_FirstPlay = 1;  // the stream before, if any, went with its track
     Audio_Error = paNoError;
     Audio_Play(sound.Track.get());
     return Audio_Error == paNoError && !sound.Track->Stream ? paDeviceUnavailable : Audio_Error;
@@ -163,7 +163,7 @@ static OUTCOME PlayFile(const std::string &path, const OPTIONS &options, const s
 static int Play(const OPTIONS &options)
 {
     const PLAYER_TERMINAL terminal(true);
-    std::vector<std::string> files = options.Files; // without those that cannot be played
+    std::vector<std::string> files = options.Files;  // without those that cannot be played
     int status = 0;
     size_t i = 0;
     while (i < files.size()) {
@@ -258,7 +258,7 @@ int main(int argc, char **argv)
     try {
         ReadOptions(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == 0) // asked for help
+        if (error.get_exit_code() == 0)  // asked for help
             return app.exit(error);
         std::fprintf(stderr, "player: %s (--help tells more)\n", error.what());
         return WrongUsage;

@@ -38,7 +38,7 @@ static void AddNumber(PLAYER_SOUND &sound, const char *what, uint64_t value)
 struct CODEC {
     uint16_t Code;
     const char *Name;
-    uint8_t Growth; // bytes of output for each of the file; 0: not decoded
+    uint8_t Growth;  // bytes of output for each of the file; 0: not decoded
 };
 
 // Sets codec and output bytes. `data` is the bytes of the sound in the file.
@@ -82,7 +82,7 @@ static void DescribeWAV(PLAYER_SOUND &sound)
     const bool microsoft = header.FormatTag == 2;
     if (!microsoft && header.FormatTag != 17)
         return;
-    const uint64_t codes = (microsoft ? 7u : 4u) * header.Channels; // in front of them
+    const uint64_t codes = (microsoft ? 7u : 4u) * header.Channels;  // in front of them
     sound.Plays = header.BlockAlign > codes && header.Channels <= 2;
     sound.Bytes = sound.Plays ? data / header.BlockAlign * (header.BlockAlign - codes) * 4 : 0;
     AddNumber(sound, "block bytes", header.BlockAlign);
@@ -148,7 +148,7 @@ static void DescribeMP3(PLAYER_SOUND &sound)
 {
     const AudioTrack &track = *sound.Track;
     const MP3_HEADER &header =
-        *MP3_GetHeader(track.SoundNumber); // its frame: what the load decoded
+        *MP3_GetHeader(track.SoundNumber);  // its frame: what the load decoded
     sound.Format = "MPEG audio";
     sound.Codec = std::string(MP3_Version[header.Version & 3]) + " " + MP3_Layer[header.Layer & 3];
     AddTags(sound, header.ID3v1, header.ID3v2);
@@ -181,7 +181,7 @@ static void DescribeAU(PLAYER_SOUND &sound)
               {4, "linear", 1},
               {5, "linear", 1},
               {27, "A-law", 2}});
-    sound.Limit = sound.Bytes; // two encodings are refilled for ever
+    sound.Limit = sound.Bytes;  // two encodings are refilled for ever
 }
 
 static void DescribeIFF(PLAYER_SOUND &sound)
@@ -229,9 +229,9 @@ static_assert(Describe.size() == std::tuple_size_v<decltype(Audio_Modules)>);
 
 void PLAYER_UNLOAD::operator()(AudioTrack *track) const
 {
-    const bool freed = track->Buffer[0]; // the others the engine leaves to their owner
+    const bool freed = track->Buffer[0];  // the others the engine leaves to their owner
     if (track->Stream)
-        Pa_AbortStream(track->Stream); // so that the unloading need not wait for what is buffered
+        Pa_AbortStream(track->Stream);  // so that the unloading need not wait for what is buffered
     Audio_UnLoad(track);
     if (!freed)
         delete track;

@@ -16,21 +16,21 @@ struct PLAYER_UNLOAD {
 
 /// What unknown files are taken for; without Channels they are refused.
 struct PLAYER_RAW {
-    uint8_t Bits; // 8 signed or 16 signed big-endian
+    uint8_t Bits;  // 8 signed or 16 signed big-endian
     uint8_t Channels;
     uint32_t Hz;
 };
 
 struct PLAYER_SOUND {
     std::unique_ptr<AudioTrack, PLAYER_UNLOAD> Track;
-    std::string Name; // of the file, without its folder
+    std::string Name;  // of the file, without its folder
     std::string Format, Codec;
-    bool Plays = true;                                      // the codec is decoded
-    uint32_t Bits, Channels, Hz;                            // of the output
-    uint64_t Bytes = 0;                                     // of the output, as the header has it
-    uint64_t Limit = std::numeric_limits<uint64_t>::max();  // of a pass, where refills never end
-    std::string Title;                                      // empty: none
-    std::vector<std::pair<std::string, std::string>> Facts; // further ones: what, and its value
+    bool Plays = true;                                       // the codec is decoded
+    uint32_t Bits, Channels, Hz;                             // of the output
+    uint64_t Bytes = 0;                                      // of the output, as the header has it
+    uint64_t Limit = std::numeric_limits<uint64_t>::max();   // of a pass, where refills never end
+    std::string Title;                                       // empty: none
+    std::vector<std::pair<std::string, std::string>> Facts;  // further ones: what, and its value
 };
 
 /// Opens a file in its own format, a tracker module in 16-bit stereo at 44100 Hz. Returns why it

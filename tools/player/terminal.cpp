@@ -28,10 +28,10 @@ static void Note(int signal)
 static void Catch(int signal)
 {
     struct sigaction action = {};
-    action.sa_handler = Note; // without SA_RESTART: waiting ends
+    action.sa_handler = Note;  // without SA_RESTART: waiting ends
     struct sigaction old;
     sigaction(signal, nullptr, &old);
-    if (old.sa_handler != SIG_IGN) // as with nohup
+    if (old.sa_handler != SIG_IGN)  // as with nohup
         sigaction(signal, &action, nullptr);
 }
 
@@ -92,7 +92,7 @@ PLAYER_KEY Terminal_Key(int milliseconds)
     std::array<char, 16> bytes;
     const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
     if (count == 0)
-        hasKeys = false; // hung up
+        hasKeys = false;  // hung up
     return count > 0 ? KeyOf({bytes.data(), static_cast<size_t>(count)}) : KEY_NONE;
 }
 

@@ -89,7 +89,7 @@ int main(int argc, char **argv)
     try {
         ReadOptions(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == 0) // asked for help
+        if (error.get_exit_code() == 0)  // asked for help
             return app.exit(error);
         std::fprintf(stderr, "viewer: %s (--help tells more)\n", error.what());
         return WrongUsage;

@@ -155,7 +155,7 @@ const VIEWER_IMAGE &Viewer_Screen(uint32_t n)
 
 VIEWER_FILE Viewer_Open(const std::string &path)
 {
-    static Picture last; // a GIF's frames are wanted until the next file
+    static Picture last;  // a GIF's frames are wanted until the next file
     Picture_UnLoad(last);
     last = Picture_Load(path.c_str(), 0, 0);
     VIEWER_FILE file;

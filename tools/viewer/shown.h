@@ -16,10 +16,10 @@ struct VIEWER_IMAGE {
 struct VIEWER_FILE {
     std::string Path;
     uint8_t Format = 0, Bits = 0;
-    uint32_t Frames = 1;      // of a GIF or a sprite file
-    VIEWER_IMAGE Picture;     // upright; the first frame
-    VIEWER_IMAGE Thumbnail;   // upright; empty without one
-    std::vector<double> Ends; // of a GIF's frames, seconds from its start; empty for others
+    uint32_t Frames = 1;       // of a GIF or a sprite file
+    VIEWER_IMAGE Picture;      // upright; the first frame
+    VIEWER_IMAGE Thumbnail;    // upright; empty without one
+    std::vector<double> Ends;  // of a GIF's frames, seconds from its start; empty for others
 };
 
 /// Name of a format, "unknown" for 0.

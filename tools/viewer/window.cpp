@@ -14,15 +14,15 @@
 
 // What the window shows. Offsets count from the window's middle, in its units.
 static struct {
-    std::vector<std::string> Paths; // empty: only the image in File
+    std::vector<std::string> Paths;  // empty: only the image in File
     size_t At;
     VIEWER_FILE File;
-    uint32_t Frame;                    // of a GIF
-    double Start;                      // of a GIF's round, seconds
-    uint32_t Picture, Thumbnail, Help; // textures
+    uint32_t Frame;                     // of a GIF
+    double Start;                       // of a GIF's round, seconds
+    uint32_t Picture, Thumbnail, Help;  // textures
     VIEWER_IMAGE HelpImage;
     bool ShowThumbnail, ShowHelp;
-    float Zoom; // 0: fitted
+    float Zoom;  // 0: fitted
     float X, Y;
     bool Dragging;
     int32_t DragX, DragY;
@@ -54,7 +54,7 @@ static float FittingZoom()
     const float across = static_cast<float>(System_ScreenWidth) / static_cast<float>(image.Width);
     const float down = static_cast<float>(System_ScreenHeight) / static_cast<float>(image.Height);
     const float zoom = std::min(across, down);
-    return zoom < 1 ? zoom : std::floor(zoom); // whole pixels stay whole
+    return zoom < 1 ? zoom : std::floor(zoom);  // whole pixels stay whole
 }
 
 static float CurrentZoom()
@@ -191,7 +191,7 @@ static void Draw(GLFEW_VERTEX &quad, uint32_t texture, float x, float y, float w
     const auto screenHeight = static_cast<float>(std::max(System_ScreenHeight, 1));
     quad.Texture = texture;
     quad.MVP = {};
-    quad.MVP[0] = 2 * width / screenWidth; // column by column
+    quad.MVP[0] = 2 * width / screenWidth;  // column by column
     quad.MVP[5] = -2 * height / screenHeight;
     quad.MVP[10] = quad.MVP[15] = 1;
     quad.MVP[12] = 2 * x / screenWidth - 1;
