@@ -80,7 +80,7 @@ TEST(HAM68, DumpsAreMeasured)
         int width, height;
     } rows[] = {
         {"width 320 by default", 192 + 3 * 320, 0, 8, 320, 2},
-        {"rows behind the palette, less one", 32 + 5 * 48, 64, 6, 64, 4},
+        {"rows behind the palette, less one", 6 * 48 + 1, 64, 6, 64, 5},
         {"no row left", 2 * 320, 0, 8, 320, 0},
         {"narrower than a byte", 5000, 7, 8, 7, 0},
         {"shorter than a row", 100, 0, 8, 320, 0},
@@ -174,7 +174,8 @@ TEST(HAM68, WrittenFiles)
         const BYTES head = Prefix(MakeFile(planes, 2, 3, runs, {}), 10);
         EXPECT_EQ(Prefix(file, 26), head + Text("Hold-And-Modify\n"));
         EXPECT_EQ(file[99], 0);
-        EXPECT_TRUE(runs || file.size() == 100 + (planes == 6 ? 32u : 192u) + 6u * planes - 1);
+        EXPECT_TRUE(runs || file.size() == 100 + (planes == 6 ? 32u : 192u) +
+                                               static_cast<size_t>(6 * planes) - 1);
         const LOADED loaded(file);
         EXPECT_EQ(loaded.Record.Width, 16);  // pixels beyond a multiple of 8 are not stored
         const BYTES decoded = Prefix(Pixels(loaded), 16 * 2 * 4);  // the last row loses its end

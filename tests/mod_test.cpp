@@ -171,9 +171,10 @@ TEST(MOD, InvertLoopTurnsOneByteAfterTheOther)
 {
     PLAYING playing(Song("C-2 03 EFF\nEF0\n"));
     playing.Tick(6);  // at the full speed: each inverts one
-    for (size_t i = 510; i < 522; i++)
-        EXPECT_EQ(playing.Player.Waves[3][i] != playing.Song.Samples[3].Data[i], i > 512 && i < 519)
-            << i;
+    for (size_t i = 510; i < 522; i++) {
+        const int before = playing.Song.Samples[3].Data[i];
+        EXPECT_EQ(playing.Player.Waves[3][i], i > 512 && i < 519 ? -1 - before : before) << i;
+    }
 }
 
 // A loaded song and all that it renders.

@@ -129,7 +129,7 @@ TEST(Sounds, Codecs)
         {"VOC 16 bits, half a sample at the end", Voc, voc(4), Data, 100, 6, 0},
         {"VOC mu-law, a buffer's end", Voc, voc(7), ulaw, 6, 4, 4},
         {"VOC ADPCM", Voc, voc(1), {}, 100, 100, 100},
-        {"AU 8 bits", Au, AuFile(2, Data), turned, 100, 6, 0},
+        {"AU 8 bits", Au, AuFile(2, Data), turned, 6, 5, 0},
         {"AU 16 bits go on", Au, AuFile(3, Data), swapped + BYTES{255, 7, 255}, 100, 99, 99},
         {"AU 16 bits, an odd buffer", Au, AuFile(65536 + 3, Data), {2, 1, 4}, 3, 3, 3},
         {"AU 24 bits", Au, AuFile(4, Data), {3, 2, 1, 6, 5, 4}, 100, 6, 0},
