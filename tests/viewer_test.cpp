@@ -42,29 +42,11 @@ static std::vector<uint8_t> MakeGIF(const std::vector<std::array<uint8_t, 3>> &f
     for (const auto &[left, disposal, colour] : frames) {
         // Codes of 3 bits: clear, the colour, end.
         const uint16_t codes = static_cast<uint16_t>(4 | colour << 3 | 5 << 6);
-        const std::vector<uint8_t> frame = {0x21,
-                                            0xF9,
-                                            4,
-                                            static_cast<uint8_t>(disposal << 2),
-                                            10,
-                                            0,
-                                            0,
-                                            0,
-                                            0x2C,
-                                            left,
-                                            0,
-                                            0,
-                                            0,
-                                            1,
-                                            0,
-                                            1,
-                                            0,
-                                            0,
-                                            2,
-                                            2,
-                                            static_cast<uint8_t>(codes),
-                                            static_cast<uint8_t>(codes >> 8),
-                                            0};
+        std::vector<uint8_t> frame = Text("!\xF9\4d\xA\0\0\0,l\0\0\0\1\0\1\0\0\2\2cc\0");
+        frame[3] = static_cast<uint8_t>(disposal << 2);
+        frame[9] = left;
+        frame[20] = static_cast<uint8_t>(codes);
+        frame[21] = static_cast<uint8_t>(codes >> 8);
         file.insert(file.end(), frame.begin(), frame.end());
     }
     file.push_back(0x3B);
@@ -90,4 +72,5 @@ TEST(Viewer, FramesAreLaidDownAndDisposedOf)
     EXPECT_EQ(look(2), "r-b");
     EXPECT_EQ(look(3), "rr-");
     EXPECT_EQ(look(1), "rb-");  // again from the start
+    Viewer_Close();
 }

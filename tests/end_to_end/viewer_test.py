@@ -116,6 +116,10 @@ class Viewer(unittest.TestCase):
                 display.xdotool("key", "equal")
                 time.sleep(0.3)
             await_pixels([RED, GREEN, BLUE, WHITE, BLUE])
+            for step in [("mousemove", "600", "200"), ("mousedown", "1"), ("mousemove", "200", "500"), ("mouseup", "1")]:
+                display.xdotool(*step)
+                time.sleep(0.3)
+            await_pixels([GREEN, GREEN, GREEN, GREEN, RED])
             display.xdotool("key", "Right")  # past the absent file
             # Squares of 8, white and grey.
             points = [(304, 104), (312, 104), (50, 400)]

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <utility>
 
 #include "picture/gif.h"
 #include "picture/jpg.h"
@@ -153,10 +154,17 @@ const VIEWER_IMAGE &Viewer_Screen(uint32_t n)
     return screen;
 }
 
+// The file that was opened last; a GIF's frames are wanted until the next one.
+static Picture last;
+
+void Viewer_Close()
+{
+    Picture_UnLoad(std::exchange(last, {}));
+}
+
 VIEWER_FILE Viewer_Open(const std::string &path)
 {
-    static Picture last;  // a GIF's frames are wanted until the next file
-    Picture_UnLoad(last);
+    Viewer_Close();
     last = Picture_Load(path.c_str(), 0, 0);
     VIEWER_FILE file;
     file.Path = path;

@@ -42,8 +42,9 @@ uint32_t Viewer_FrameCount(const Picture &picture);
 int Viewer_Orientation();
 VIEWER_IMAGE Viewer_Upright(VIEWER_IMAGE image, int orientation);
 
-/// Opens a file to be seen. Without a picture its Picture is empty.
+/// Opens a file to be seen and closes the one before. Without a picture its Picture is empty.
 VIEWER_FILE Viewer_Open(const std::string &path);
+void Viewer_Close();
 
 /// What a GIF's screen shows at frame `n`, its earlier frames laid down and disposed of. The file
 /// must be the one that was loaded last. Counts up from the last call where it can.

@@ -251,8 +251,9 @@ static void Drag()
         view.DragY = y;
     }
     if (view.Dragging) {
-        view.X += static_cast<float>(x - view.DragX);
-        view.Y += static_cast<float>(y - view.DragY);
+        // Left of the window and above it the mouse counts down from 65,535.
+        view.X += static_cast<int16_t>(x - view.DragX);
+        view.Y += static_cast<int16_t>(y - view.DragY);
         view.DragX = x;
         view.DragY = y;
     }
@@ -329,6 +330,7 @@ int Viewer_ShowFiles(const std::vector<std::string> &paths)
     if (Step(0))
         ExecuteApplication();
     DestroyApplication();
+    Viewer_Close();
     return view.Paths.size() == paths.size() ? 0 : 1;
 }
 
