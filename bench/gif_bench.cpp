@@ -67,7 +67,7 @@ static void Libavcodec(benchmark::State &state, const std::string &path)
 
 static void Stb(benchmark::State &state, const std::string &path)
 {
-    const std::vector<uint8_t> file = Bytes_LoadFile(path.c_str());
+    const BYTES_BUFFER file = Bytes_LoadFile(path.c_str());
     for (auto _ : state) {
         int *delays = nullptr, width, height, frames, channels;
         stbi_uc *pixels =

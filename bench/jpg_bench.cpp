@@ -25,7 +25,7 @@ static void Ours(benchmark::State &state, const std::string &path)
 static void Turbo(benchmark::State &state, const std::string &path)
 {
     for (auto _ : state) {
-        const std::vector<uint8_t> file = Bytes_LoadFile(path.c_str());
+        const BYTES_BUFFER file = Bytes_LoadFile(path.c_str());
         jpeg_decompress_struct info;
         jpeg_error_mgr errors;
         info.err = jpeg_std_error(&errors);
@@ -50,7 +50,7 @@ static void Turbo(benchmark::State &state, const std::string &path)
 static void STB(benchmark::State &state, const std::string &path)
 {
     for (auto _ : state) {
-        const std::vector<uint8_t> file = Bytes_LoadFile(path.c_str());
+        const BYTES_BUFFER file = Bytes_LoadFile(path.c_str());
         int width, height, channels;
         uint8_t *pixels = stbi_load_from_memory(file.data(), static_cast<int>(file.size()), &width,
                                                 &height, &channels, 4);

@@ -33,7 +33,7 @@
 
 struct INPUT {
     std::string Path;
-    std::vector<uint8_t> File;
+    BYTES_BUFFER File;
 };
 
 struct FREE {

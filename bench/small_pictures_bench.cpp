@@ -54,7 +54,7 @@ static void Libavcodec(benchmark::State &state, const std::string &path)
 static void Stb(benchmark::State &state, const std::string &path)
 {
     for (auto _ : state) {
-        const std::vector<uint8_t> file = Bytes_LoadFile(path.c_str());
+        const BYTES_BUFFER file = Bytes_LoadFile(path.c_str());
         int width, height, channels;
         stbi_uc *pixels = stbi_load_from_memory(file.data(), static_cast<int>(file.size()), &width,
                                                 &height, &channels, 4);

@@ -165,7 +165,7 @@ static void Avcodec(benchmark::State &state, const CASE &sound)
     WAV_SetSoundNumber(0);
     WAV_Load(PathOf(sound).c_str());
     const WAV_HEADER &record = *WAV_GetHeader(0);
-    std::vector<uint8_t> file = Bytes_LoadFile(PathOf(sound).c_str());
+    BYTES_BUFFER file = Bytes_LoadFile(PathOf(sound).c_str());
     file.resize(file.size() + AV_INPUT_BUFFER_PADDING_SIZE);
     AVCodecContext *context = avcodec_alloc_context3(avcodec_find_decoder(sound.Codec));
     av_channel_layout_default(&context->ch_layout, record.Channels);

@@ -1,18 +1,39 @@
 #include "extra/bytes.h"
 
-#include <cstdio>
-#include <memory>
-
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-std::vector<uint8_t> Bytes_LoadFile(const char *path)
+// Without waiting for somebody to write into it, should it be a pipe.
+static int Open(const char *path)
 {
-    const std::unique_ptr<FILE, int (*)(FILE *)> file(std::fopen(path, "rb"), std::fclose);
+    return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+}
+
+// Reads until `bytes` are full or the file ends or fails; returns how many were read.
+static size_t Read(int file, std::span<uint8_t> bytes)
+{
+    size_t size = 0;
+    ssize_t count = 1;
+    while (size < bytes.size() && count > 0) {
+        count = read(file, bytes.data() + size, bytes.size() - size);
+        size += count > 0 ? static_cast<size_t>(count) : 0;
+    }
+    return size;
+}
+
+BYTES_BUFFER Bytes_LoadFile(const char *path)
+{
+    BYTES_BUFFER bytes;
+    const int file = Open(path);
+    if (file < 0)
+        return bytes;
     struct stat status;
-    if (!file || fstat(fileno(file.get()), &status) != 0 || !S_ISREG(status.st_mode) ||
-        static_cast<size_t>(status.st_size) > Bytes_MaxFile)
-        return {};
-    std::vector<uint8_t> bytes(static_cast<size_t>(status.st_size));
-    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
+    if (fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+        static_cast<size_t>(status.st_size) <= Bytes_MaxFile) {
+        bytes.resize(static_cast<size_t>(status.st_size));
+        bytes.resize(Read(file, bytes));
+    }
+    close(file);
     return bytes;
 }

@@ -4,15 +4,33 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
+
+/// Makes a vector leave the bytes unset that it grows by without a value, so that what is written
+/// anyway is not cleared first.
+struct BYTES_ALLOCATOR : std::allocator<uint8_t> {
+    template <class>
+    struct rebind {
+        using other = BYTES_ALLOCATOR;
+    };
+    void construct(uint8_t *) {}
+    void construct(uint8_t *byte, uint8_t value)
+    {
+        *byte = value;
+    }
+};
+
+/// A file's bytes, or those of its image expanded.
+using BYTES_BUFFER = std::vector<uint8_t, BYTES_ALLOCATOR>;
 
 /// The largest file that Bytes_LoadFile takes, in bytes.
 constexpr size_t Bytes_MaxFile = size_t{1} << 30;
 
 /// The whole file at `path`. Empty when it cannot be opened or read, when it is no regular file
 /// with a size of its own (a pipe, a directory), or when it is larger than Bytes_MaxFile.
-std::vector<uint8_t> Bytes_LoadFile(const char *path);
+BYTES_BUFFER Bytes_LoadFile(const char *path);
 
 /// The byte at `position`, which moves on by one. Past the end it is 0 and the position moves on
 /// all the same: position > file.size() afterwards means "cut short".

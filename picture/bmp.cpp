@@ -9,7 +9,7 @@
 #include "picture/picture.h"
 
 BMP_HEADER BMP_Header;
-std::vector<uint8_t> BMP_File;
+BYTES_BUFFER BMP_File;
 
 enum BMP_COMPRESSION : uint16_t { BMP_PLAIN = 0, BMP_RLE8 = 1, BMP_RLE4 = 2, BMP_FIELDS = 3 };
 
@@ -186,13 +186,13 @@ static size_t PackNibbles(std::span<uint8_t> pixels)
 }
 
 // The file with its runs expanded: what stands before them as it was, then the pixels.
-static std::vector<uint8_t> ExpandFile()
+static BYTES_BUFFER ExpandFile()
 {
     const BMP_HEADER &h = BMP_Header;
     const size_t offset = h.DataOffset;
     // Two bytes stand for 255 pixels at most.
     const size_t pixels = std::min(size_t{h.Width} * h.Height, (BMP_File.size() - offset) * 128);
-    std::vector<uint8_t> expanded(offset + pixels);
+    BYTES_BUFFER expanded(offset + pixels);
     std::copy_n(BMP_File.begin(), offset, expanded.begin());
     const std::span<uint8_t> room = std::span(expanded).subspan(offset);
     size_t size = ExpandRuns(BMP_File, room);

@@ -6,7 +6,8 @@
 
 #include <array>
 #include <cstdint>
-#include <vector>
+
+#include "extra/bytes.h"
 
 struct BMP_HEADER {
     uint32_t DataOffset;                              // of the pixels
@@ -22,7 +23,7 @@ struct BMP_HEADER {
 
 /// The file being decoded, one at a time. The header stays after BMP_UnLoad.
 extern BMP_HEADER BMP_Header;
-extern std::vector<uint8_t> BMP_File;  // the image, runs expanded to as many pixels as there are
+extern BYTES_BUFFER BMP_File;  // the image, runs expanded to as many pixels as there are
 
 /// Reads a file and expands its runs. BMP_File stays empty when the file cannot be read, its depth
 /// or compression is none of the above, its size is 0 or passes Picture_MaxBytes, or when, without

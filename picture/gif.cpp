@@ -9,7 +9,7 @@
 
 GIF_HEADER GIF_Header;
 std::vector<GIF_FRAME> GIF_Frames;
-std::vector<uint8_t> GIF_File;
+BYTES_BUFFER GIF_File;
 size_t GIF_Position;
 
 // GIF89a, appendix E: row step and first row of each pass of an interlaced frame.

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "extra/bytes.h"
 #include "picture/pixels.h"
 
 constexpr size_t GIF_MaxFrames = 1024;  // a file's further frames are left out
@@ -48,7 +49,7 @@ struct GIF_FRAME {
 /// The file being decoded, one at a time. Header and frames stay after GIF_UnLoad.
 extern GIF_HEADER GIF_Header;
 extern std::vector<GIF_FRAME> GIF_Frames;
-extern std::vector<uint8_t> GIF_File;
+extern BYTES_BUFFER GIF_File;
 extern size_t GIF_Position;  // next byte to read
 
 /// Reads a file and decompresses its frames to indexes; those that a frame's data lack are 0.

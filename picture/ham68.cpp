@@ -9,7 +9,7 @@
 #include "picture/picture.h"
 
 HAM68_HEADER HAM68_Header;
-std::vector<uint8_t> HAM68_File;
+BYTES_BUFFER HAM68_File;
 
 const std::array<uint16_t, 16> HAM68_Colors16 = [] {
     std::array<uint16_t, 16> greys{};
@@ -44,7 +44,7 @@ static size_t PaletteSize(uint8_t planes)
 }
 
 // Undoes the run-length compression, to `size` bytes at most.
-static void ExpandRuns(std::span<const uint8_t> packed, std::vector<uint8_t> &out, size_t size)
+static void ExpandRuns(std::span<const uint8_t> packed, BYTES_BUFFER &out, size_t size)
 {
     size_t position = 0;
     while (position < packed.size() && out.size() < size) {
@@ -112,7 +112,7 @@ void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes)
     if (!possible) {
         HAM68_File = {};
     } else if (squeezed) {
-        std::vector<uint8_t> expanded(
+        BYTES_BUFFER expanded(
             HAM68_File.begin(),
             HAM68_File.begin() + static_cast<ptrdiff_t>(std::min(fixed, HAM68_File.size())));
         ExpandRuns(Bytes_GetSpan(HAM68_File, fixed), expanded,

@@ -13,6 +13,8 @@
 #include <span>
 #include <vector>
 
+#include "extra/bytes.h"
+
 struct HAM68_HEADER {
     uint16_t Width, Height;  // pixels
     uint8_t Planes;          // 6 or 8
@@ -25,7 +27,7 @@ struct HAM68_HEADER {
 
 /// The file being decoded, one at a time. The header stays after HAM68_UnLoad.
 extern HAM68_HEADER HAM68_Header;
-extern std::vector<uint8_t> HAM68_File;  // the image, planes expanded
+extern BYTES_BUFFER HAM68_File;  // the image, planes expanded
 
 /// Palettes that the encoder writes: grey ramps, as 12-bit words and as R G B.
 extern const std::array<uint16_t, 16> HAM68_Colors16;

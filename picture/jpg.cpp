@@ -14,7 +14,7 @@
 JPG_HEADER JPG_Header;
 JPG_DECODER JPG_Decoder;
 JPG_EXIF JPG_Exif;
-std::vector<uint8_t> JPG_File;
+BYTES_BUFFER JPG_File;
 size_t JPG_Position;
 
 const std::array<const char *, 6> JPG_Modes = {

@@ -6,7 +6,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+
+#include "extra/bytes.h"
 
 /// A Huffman table as a DHT segment brings it. Index n stands for codes of n + 1 bits.
 struct JPG_HUFFMAN {
@@ -99,7 +100,7 @@ struct JPG_EXIF {
 extern JPG_HEADER JPG_Header;
 extern JPG_DECODER JPG_Decoder;
 extern JPG_EXIF JPG_Exif;
-extern std::vector<uint8_t> JPG_File;
+extern BYTES_BUFFER JPG_File;
 extern size_t JPG_Position;  // next byte of the file
 
 /// Names to show, by scan mode.

@@ -11,7 +11,7 @@
 #include "picture/picture.h"
 
 LBM_HEADER LBM_Header;
-std::vector<uint8_t> LBM_File;
+BYTES_BUFFER LBM_File;
 size_t LBM_Position;
 
 static constexpr uint32_t ID(std::string_view text)
@@ -172,12 +172,12 @@ static bool IsPossible()
 }
 
 // The file up to its BODY, then the BODY expanded.
-static std::vector<uint8_t> ExpandFile()
+static BYTES_BUFFER ExpandFile()
 {
     const LBM_HEADER &h = LBM_Header;
     const size_t offset = h.BodyOffset;
     const auto packed = Bytes_GetSpan(LBM_File, offset, h.BodySize);
-    std::vector<uint8_t> expanded(offset +
+    BYTES_BUFFER expanded(offset +
                                   std::min(RowBytes(WordPlane()) * h.Height, packed.size() * 64));
     std::copy_n(LBM_File.begin(), offset, expanded.begin());
     expanded.resize(offset + LBM_ExpandByteRuns(packed, std::span(expanded).subspan(offset)));

@@ -7,7 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
+
+#include "extra/bytes.h"
 
 struct LBM_HEADER {
     uint32_t FileSize;     // bytes
@@ -33,7 +34,7 @@ struct LBM_HEADER {
 
 /// The file being decoded, one at a time. The header stays after LBM_UnLoad.
 extern LBM_HEADER LBM_Header;
-extern std::vector<uint8_t> LBM_File;  // the image, its BODY expanded and last
+extern BYTES_BUFFER LBM_File;  // the image, its BODY expanded and last
 extern size_t LBM_Position;            // next byte to read; beyond the size: cut short
 
 /// Big-endian numbers at LBM_Position; what is past the end reads as 0.

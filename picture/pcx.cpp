@@ -6,7 +6,7 @@
 #include "picture/picture.h"
 
 PCX_HEADER PCX_Header;
-std::vector<uint8_t> PCX_File;
+BYTES_BUFFER PCX_File;
 
 constexpr size_t PCX_HeaderSize = 128;
 constexpr size_t PCX_PaletteSize = 256 * 3;  // at the end of a file of 256 colours
@@ -73,7 +73,7 @@ static void ReadHeader()
 
 // Bytes up to 192 stand for themselves; above, the low six bits count the byte that follows. Runs
 // go on across the ends of rows.
-static void ExpandRuns(std::span<const uint8_t> packed, size_t size, std::vector<uint8_t> &out)
+static void ExpandRuns(std::span<const uint8_t> packed, size_t size, BYTES_BUFFER &out)
 {
     const size_t start = out.size();
     size = std::min(size, packed.size() / 2 * PCX_LongestRun + 1);
@@ -102,7 +102,7 @@ void PCX_Load(const char *path)
         PCX_File.size() < PCX_HeaderSize + TailSize())
         return;
     const auto tail = PCX_File.end() - static_cast<ptrdiff_t>(TailSize());
-    std::vector<uint8_t> expanded(PCX_File.begin(), PCX_File.begin() + PCX_HeaderSize);
+    BYTES_BUFFER expanded(PCX_File.begin(), PCX_File.begin() + PCX_HeaderSize);
     ExpandRuns(PixelData(), size, expanded);
     expanded.insert(expanded.end(), tail, PCX_File.end());
     PCX_File = std::move(expanded);

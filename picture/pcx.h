@@ -3,8 +3,8 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
+#include "extra/bytes.h"
 #include "picture/pixels.h"
 
 struct PCX_HEADER {
@@ -22,7 +22,7 @@ struct PCX_HEADER {
 
 /// The file being decoded, one at a time. The header stays after PCX_UnLoad.
 extern PCX_HEADER PCX_Header;
-extern std::vector<uint8_t> PCX_File;  // the image, runs expanded
+extern BYTES_BUFFER PCX_File;  // the image, runs expanded
 
 /// Reads a file and expands its runs, to the size that the header tells and to what the file can
 /// carry. A bytes-per-line field too small for the width is not believed.

@@ -10,7 +10,7 @@
 #include "picture/picture.h"
 
 PNG_HEADER PNG_Header;
-std::vector<uint8_t> PNG_File;
+BYTES_BUFFER PNG_File;
 size_t PNG_Position;
 PNG_DECODER PNG_Decoder;
 

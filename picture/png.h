@@ -5,7 +5,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+
+#include "extra/bytes.h"
 
 struct PNG_TEXT {
     std::array<char, 80> Keyword;  // as all texts here: cut to fit, NUL-terminated
@@ -48,13 +49,13 @@ struct PNG_HEADER {
 
 // The gathered IDAT data: one zlib stream.
 struct PNG_DECODER {
-    std::vector<uint8_t> Data;
+    BYTES_BUFFER Data;
     uint32_t Length;
 };
 
 /// The file being decoded, one at a time. The header stays after PNG_UnLoad.
 extern PNG_HEADER PNG_Header;
-extern std::vector<uint8_t> PNG_File;  // only while loading
+extern BYTES_BUFFER PNG_File;  // only while loading
 extern size_t PNG_Position;            // next byte, of the file and then of the inflated data
 extern PNG_DECODER PNG_Decoder;
 

@@ -8,7 +8,7 @@
 #include "picture/pixels.h"
 
 PXM_HEADER PXM_Header;
-std::vector<uint8_t> PXM_File;
+BYTES_BUFFER PXM_File;
 size_t PXM_Position;
 
 static constexpr PIXELS_BILEVEL PXM_Bits = Pixels_MakeBilevel(true);

@@ -4,7 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+
+#include "extra/bytes.h"
 
 struct PXM_HEADER {
     uint8_t Type;            // the digit of the magic
@@ -16,7 +17,7 @@ struct PXM_HEADER {
 
 /// The file being decoded, one at a time. The header stays after PXM_UnLoad.
 extern PXM_HEADER PXM_Header;
-extern std::vector<uint8_t> PXM_File;
+extern BYTES_BUFFER PXM_File;
 extern size_t PXM_Position;  // next byte to read
 
 /// Reads a file and its header. The line behind the magic is skipped, whatever it holds, unless it

@@ -7,7 +7,7 @@
 #include "picture/pixels.h"
 
 SPR_HEADER SPR_Header;
-std::vector<uint8_t> SPR_File;
+BYTES_BUFFER SPR_File;
 
 constexpr size_t SPR_HeaderSize = 10;
 

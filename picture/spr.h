@@ -5,7 +5,8 @@
 
 #include <array>
 #include <cstdint>
-#include <vector>
+
+#include "extra/bytes.h"
 
 struct SPR_HEADER {
     uint16_t Width, Height;             // of each image, pixels
@@ -18,7 +19,7 @@ struct SPR_HEADER {
 /// The file being decoded, one at a time. The header, and with it the images, stays after
 /// SPR_UnLoad until SPR_FreeImages.
 extern SPR_HEADER SPR_Header;
-extern std::vector<uint8_t> SPR_File;
+extern BYTES_BUFFER SPR_File;
 
 /// Reads a file's header. Frees the images of an earlier file, save the first, which belongs to the
 /// picture that it was loaded for.

@@ -7,7 +7,7 @@
 #include "picture/pixels.h"
 
 TGA_HEADER TGA_Header;
-std::vector<uint8_t> TGA_File;
+BYTES_BUFFER TGA_File;
 
 constexpr size_t TGA_HeaderSize = 18;
 constexpr size_t TGA_FooterSize = 26;  // of version 2
@@ -43,7 +43,7 @@ static void ReadHeader()
 // Packets of pixels of N bytes: the low seven bits and 1 count the pixels, the high bit says that
 // one pixel stands for them all. Returns how far `packed` was read.
 template <size_t N>
-static size_t ExpandPackets(std::span<const uint8_t> packed, std::vector<uint8_t> &out)
+static size_t ExpandPackets(std::span<const uint8_t> packed, BYTES_BUFFER &out)
 {
     const size_t start = out.size();
     const size_t size = std::min(ImageSize(), packed.size() * TGA_LongestRun);
@@ -78,7 +78,7 @@ void TGA_Load(const char *path)
     if (TGA_Header.ImageType != TGA_RunLength || (depth != 24 && depth != 32) ||
         TGA_File.size() < TGA_HeaderSize || ImageSize() > Picture_MaxBytes)
         return;
-    std::vector<uint8_t> expanded(TGA_File.begin(), TGA_File.begin() + TGA_HeaderSize);
+    BYTES_BUFFER expanded(TGA_File.begin(), TGA_File.begin() + TGA_HeaderSize);
     const std::span<const uint8_t> packed = Bytes_GetSpan(TGA_File, TGA_HeaderSize);
     const size_t used =
         depth == 24 ? ExpandPackets<3>(packed, expanded) : ExpandPackets<4>(packed, expanded);

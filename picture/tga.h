@@ -3,7 +3,8 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+
+#include "extra/bytes.h"
 
 /// What TGA_GetHeader gives.
 struct TGA_SIZE {
@@ -20,7 +21,7 @@ struct TGA_HEADER : TGA_SIZE {
 
 /// The file being decoded, one at a time. The header stays after TGA_UnLoad.
 extern TGA_HEADER TGA_Header;
-extern std::vector<uint8_t> TGA_File;  // the image, runs expanded
+extern BYTES_BUFFER TGA_File;  // the image, runs expanded
 
 /// Reads a file and expands its runs, to the size that the header tells and to what the file can
 /// carry.

@@ -12,7 +12,7 @@
 #include "picture/picture.h"
 
 TIF_HEADER TIF_Header;
-std::vector<uint8_t> TIF_File;
+BYTES_BUFFER TIF_File;
 size_t TIF_Position;
 
 enum TIF_TAG : uint16_t {
@@ -413,7 +413,7 @@ static void UndoPredictor(std::span<uint8_t> strip)
 
 // The strip's plain bytes: those of the file, or expanded into `buffer`.
 static std::span<const uint8_t> ExpandStrip(std::span<const uint8_t> stored, size_t size,
-                                            std::vector<uint8_t> &buffer)
+                                            BYTES_BUFFER &buffer)
 {
     const TIF_HEADER &h = TIF_Header;
     if (h.Compression == TIF_Plain || stored.empty())
@@ -599,7 +599,7 @@ uint8_t *TIF_Decoding()
         return nullptr;
     const TIF_COLORS256 colors = ReadColors();
     const TIF_STRIPS strips;
-    std::vector<std::vector<uint8_t>> buffers(PlaneCount());
+    std::vector<BYTES_BUFFER> buffers(PlaneCount());
     std::vector<std::span<const uint8_t>> planes(PlaneCount());
     const size_t count = StripCount();
     for (size_t strip = 0; strip < std::min(count, strips.Count); strip++) {

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "extra/bytes.h"
+
 struct TIF_ENTRY {
     uint16_t Tag;
     uint16_t Type;      // 1 byte, 2 text, 3 word, 4 double word, 5 fraction
@@ -46,7 +48,7 @@ struct TIF_HEADER {
 
 /// The file being decoded, one at a time. The header stays after TIF_UnLoad.
 extern TIF_HEADER TIF_Header;
-extern std::vector<uint8_t> TIF_File;
+extern BYTES_BUFFER TIF_File;
 extern size_t TIF_Position;  // next byte to read; beyond the size: cut short
 
 /// Numbers at TIF_Position in the file's byte order; what is past the end reads as 0.

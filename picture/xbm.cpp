@@ -9,7 +9,7 @@
 #include "platform/system.h"
 
 XBM_HEADER XBM_Header;
-std::vector<uint8_t> XBM_File;
+BYTES_BUFFER XBM_File;
 
 constexpr int8_t XBM_EitherCase = -32;  // for System_StrSearch
 constexpr size_t XBM_Padding = 8;       // NULs behind the text: how far a number may be read

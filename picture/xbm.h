@@ -4,7 +4,8 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+
+#include "extra/bytes.h"
 
 enum XBM_VARIANT : uint8_t { XBM_X10 = 10, XBM_X11 = 11 };  // words, bytes
 
@@ -20,7 +21,7 @@ struct XBM_HEADER {
 
 /// The file being decoded, one at a time. The header stays after XBM_UnLoad.
 extern XBM_HEADER XBM_Header;
-extern std::vector<uint8_t> XBM_File;  // the text and some NULs
+extern BYTES_BUFFER XBM_File;  // the text and some NULs
 
 /// Reads a file and finds its numbers. A file without bits, or of bits too few for a row, leaves
 /// XBM_File empty.

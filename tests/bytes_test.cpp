@@ -24,7 +24,7 @@ TEST(Bytes, OnlyRegularFilesLoad)
 {
     const std::string path = testing::TempDir() + "bytes_test.bin";
     std::ofstream(path) << "abc";
-    EXPECT_EQ(Bytes_LoadFile(path.c_str()), (std::vector<uint8_t>{'a', 'b', 'c'}));
+    EXPECT_EQ(Bytes_LoadFile(path.c_str()), (BYTES_BUFFER{'a', 'b', 'c'}));
     std::remove(path.c_str());
     for (const std::string &none : {path, testing::TempDir(), std::string("/dev/zero")})
         EXPECT_TRUE(Bytes_LoadFile(none.c_str()).empty()) << none;

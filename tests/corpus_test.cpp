@@ -168,7 +168,7 @@ TEST(Corpus, Thumbnails)
             const size_t size = size_t{picture.ThumbWidth} * picture.ThumbHeight * 4;
             EXPECT_EQ(Sha256({picture.ThumbPixels, picture.ThumbPixels + size}), f[4]) << f[0];
         } else if (f[1] == "exif") {
-            const BYTES file = Bytes_LoadFile(path.c_str());
+            const BYTES file = ReadFile(path);
             const auto stream = Bytes_GetSpan(file, JPG_Exif.ThumbOffset, JPG_Exif.ThumbLength);
             EXPECT_NE(picture.ThumbPixels, nullptr) << f[0];
             EXPECT_EQ(Sha256({stream.begin(), stream.end()}), f[4]) << f[0];

@@ -63,6 +63,12 @@ inline std::string WriteTemp(const std::string &name, const BYTES &bytes)
     return path;
 }
 
+inline BYTES ReadFile(const std::string &path)
+{
+    const BYTES_BUFFER file = Bytes_LoadFile(path.c_str());
+    return {file.begin(), file.end()};
+}
+
 // The lines of a table, split at tabs, without its heading.
 inline std::vector<std::vector<std::string>> ReadTable(const std::string &path)
 {

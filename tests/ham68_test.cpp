@@ -126,7 +126,7 @@ static BYTES EncodedCodes(const BYTES &rgb, uint16_t code)
         pixels[i / 3 * 4 + i % 3] = rgb[i];
     const std::string path = TempPath("encoded.ham");
     EXPECT_EQ(HAM68_Encoding(pixels.data(), 8, 2, path.c_str(), code), 0);
-    const BYTES file = Bytes_LoadFile(path.c_str());
+    const BYTES file = ReadFile(path);
     BYTES codes(rgb.size() / 3);
     for (size_t i = 0; i < codes.size(); i++)
         for (size_t p = 0; p < code; p++)
@@ -170,7 +170,7 @@ TEST(HAM68, WrittenFiles)
         const bool runs = mode > 2;
         const int planes = mode % 2 == 1 ? 6 : 8;
         ASSERT_EQ(Picture_Converter(mode, path.c_str(), picture), 0);
-        const BYTES file = Bytes_LoadFile(path.c_str());
+        const BYTES file = ReadFile(path);
         const BYTES head = Prefix(MakeFile(planes, 2, 3, runs, {}), 10);
         EXPECT_EQ(Prefix(file, 26), head + Text("Hold-And-Modify\n"));
         EXPECT_EQ(file[99], 0);
@@ -189,7 +189,7 @@ TEST(HAM68, WrittenFiles)
     // 8 equal bytes are a run; 65280 are one more than the longest.
     const BYTES black(8 * 255 * 32 * 4);
     HAM68_Encoding(black.data(), 8, 1, path.c_str(), 8 << 8);
-    EXPECT_EQ(Bytes_LoadFile(path.c_str()).size(), 292u + 4);
+    EXPECT_EQ(ReadFile(path).size(), 292u + 4);
     HAM68_Encoding(black.data(), 8 * 255, 32, path.c_str(), 8 << 8);
-    EXPECT_EQ(Bytes_LoadFile(path.c_str()).size(), 292u + 5);
+    EXPECT_EQ(ReadFile(path).size(), 292u + 5);
 }

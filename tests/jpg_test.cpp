@@ -13,7 +13,7 @@
 
 static BYTES Read(const std::string &name)
 {
-    return Bytes_LoadFile((TEST_DATA "jpg/" + name).c_str());
+    return ReadFile(TEST_DATA "jpg/" + name);
 }
 
 static std::string Traced;  // by the last decoding

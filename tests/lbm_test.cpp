@@ -127,5 +127,5 @@ TEST(LBM, RealFiles)
 TEST(LBM, PrefixesHold)
 {
     // a row that is cut reads as 0 from there
-    ExpectPrefixesHold(Bytes_LoadFile(TEST_DATA "ilbm/ham6.iff"), 0, 26 * 4);
+    ExpectPrefixesHold(ReadFile(TEST_DATA "ilbm/ham6.iff"), 0, 26 * 4);
 }

@@ -32,7 +32,7 @@ static BYTES DecodeFrames(const std::string &path, size_t freeLength)
     MP3_SetSoundNumber(0);
     MP3_Load(path.c_str());
     MP3_HEADER &record = *MP3_GetHeader(0);
-    const BYTES file = Bytes_LoadFile(path.c_str());
+    const BYTES file = ReadFile(path);
     for (size_t at = 0, length; at + 4 < file.size(); at += length) {
         BYTES frame(file.begin() + static_cast<ptrdiff_t>(at), file.end());
         const bool checked = frame[1] % 2 == 0;
@@ -66,7 +66,7 @@ static int Sample(const BYTES &sound, size_t i)
 // from one that rounds by 1.5 steps at most, and by the root of 1/6 + 1/12 on the average.
 static void ExpectClose(const BYTES &sound, size_t step, const std::string &reference)
 {
-    const BYTES file = Bytes_LoadFile(reference.c_str());
+    const BYTES file = ReadFile(reference);
     const size_t count = file.size() / 2;
     ASSERT_TRUE(count != 0 && (count - 1) * step < sound.size() / 2) << reference;
     double squares = 0, most = 0;

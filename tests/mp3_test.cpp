@@ -261,7 +261,7 @@ TEST(MP3, TheGamesMusic)
     std::vector<uint32_t> lengths(320, 64512);
     lengths.push_back(0);
     EXPECT_EQ(Refill(path, 0, 65536, sound), lengths);
-    const BYTES music = Bytes_LoadFile(path);
+    const BYTES music = ReadFile(path);
     EXPECT_LE(music.size(), 3000000u);
     size_t at = 10 + tag.Size, frames = 0;
     for (; at < music.size(); frames++) {

@@ -40,7 +40,7 @@ inline BYTES Cropped(const Picture &picture)
 // The samples of a binary PGM or PPM picture, each grey thrice.
 inline BYTES SamplesOfPNM(const std::string &path)
 {
-    const BYTES file = Bytes_LoadFile(path.c_str());
+    const BYTES file = ReadFile(path);
     std::istringstream text(std::string(file.begin(), file.end()));
     std::string magic;
     int width = 0, height = 0, most = 0;
@@ -56,7 +56,7 @@ inline BYTES SamplesOfPNM(const std::string &path)
 inline void CheckFile(const std::string &name, uint64_t digest, size_t step,
                       std::array<uint8_t, 4> missing = {})
 {
-    const BYTES file = Bytes_LoadFile((TEST_DATA + name).c_str());
+    const BYTES file = ReadFile(TEST_DATA + name);
     const BYTES whole = Cropped(LOADED(file).Record);
     EXPECT_EQ(Digest(whole), digest) << name;
     for (size_t length = 0; length < file.size(); length += step) {

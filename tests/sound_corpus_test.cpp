@@ -64,7 +64,7 @@ BYTES DecodeADPCM(const std::string &path, const FACTS &facts)
     const WAV_HEADER &record = *WAV_GetHeader(0);
     const bool microsoft = record.FormatTag == 2;
     const uint32_t counted = 4 * (record.BlockAlign - (microsoft ? 7u : 4u) * record.Channels);
-    const BYTES file = Bytes_LoadFile(path.c_str());
+    const BYTES file = ReadFile(path);
     BYTES all;
     for (uint64_t position = facts.DataStart;;) {
         const uint32_t given = counted + (microsoft ? 4u * record.Channels : 0);

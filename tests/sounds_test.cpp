@@ -157,7 +157,7 @@ TEST(Sounds, Codecs)
 
 // Of every module, in their order, a file that shows most of its header.
 static const BYTES Samples[] = {
-    Bytes_LoadFile(TEST_DATA "sounds/wav/waveformatextensible-24bit-192kHz-mono.wav"),
+    ReadFile(TEST_DATA "sounds/wav/waveformatextensible-24bit-192kHz-mono.wav"),
     VocFile({8, 4, 0, 0, 0x54, 0xE9, 4, 1, 1, 9, 0, 0, 0xA6, 6, 1, 2, 3, 4}),
     AuFile(4, Data),
     IffFile("16SV", Vhdr + Chunk("ANNO", Data) + Chunk("BODY", Data)),

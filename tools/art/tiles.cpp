@@ -16,7 +16,7 @@ constexpr double MeanLimit = 1;  // of the absolute errors, in 255ths
 
 static std::vector<HAM8_RGB> ReadSource(const char *path)
 {
-    const std::vector<uint8_t> bytes = Bytes_LoadFile(path);
+    const BYTES_BUFFER bytes = Bytes_LoadFile(path);
     std::vector<HAM8_RGB> pixels(size_t{Side} * Side);
     if (bytes.size() != pixels.size() * 3)
         return {};
