@@ -6,22 +6,29 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <span>
 
-#include "picture/charset.h"
-#include "picture/graphics.h"
 #include "platform/application.h"
 #include "platform/glfew.h"
+#include "tools/viewer/sheet.h"
+
+// Lines of text as they are laid over the picture.
+struct OVERLAY {
+    uint32_t Texture;
+    float Width, Height;
+};
 
 // What the window shows. Offsets count from the window's middle, in its units.
 static struct {
     std::vector<std::string> Paths;  // empty: only the image in File
     size_t At;
     VIEWER_FILE File;
-    uint32_t Frame;                     // of a GIF
-    double Start;                       // of a GIF's round, seconds
-    uint32_t Picture, Thumbnail, Help;  // textures
-    VIEWER_IMAGE HelpImage;
-    bool ShowThumbnail, ShowHelp;
+    uint32_t Frame;               // of a GIF
+    double Start;                 // of a GIF's round, seconds
+    uint32_t Picture, Thumbnail;  // textures
+    OVERLAY Help, Caption;
+    std::string CaptionText;  // as it was drawn
+    bool ShowThumbnail, ShowHelp, HideCaption;
     float Zoom;  // 0: fitted
     float X, Y;
     bool Dragging;
@@ -62,15 +69,40 @@ static float CurrentZoom()
     return view.Zoom == 0 ? FittingZoom() : view.Zoom;
 }
 
-static void SetTitle()
+static std::string SizeOf(const VIEWER_IMAGE &image)
+{
+    return std::to_string(image.Width) + "x" + std::to_string(image.Height);
+}
+
+static std::string Facts()
 {
     const VIEWER_FILE &file = view.File;
-    std::string title = file.Path;
-    if (!view.Paths.empty())
-        title += std::string(" - ") + Viewer_FormatName(file.Format) + ", " +
-                 std::to_string(file.Picture.Width) + "x" + std::to_string(file.Picture.Height) +
-                 ", " + std::to_string(file.Bits) + " bits";
-    GLFEW_SetTitle(title.c_str());
+    return std::string(Viewer_FormatName(file.Format)) + ", " + SizeOf(file.Picture) + ", " +
+           std::to_string(file.Bits) + (file.Bits == 1 ? " bit" : " bits");
+}
+
+static void SetTitle()
+{
+    const std::string facts = view.Paths.empty() ? "" : " - " + Facts();
+    GLFEW_SetTitle((view.File.Path + facts).c_str());
+}
+
+// What the caption says beside the name: the title's facts, and what changes while one looks.
+static std::string FactsNow()
+{
+    const auto of = [](size_t n, size_t count) {
+        return std::to_string(n + 1) + " of " + std::to_string(count);
+    };
+    std::string facts = Facts();
+    if (view.Paths.size() > 1)
+        facts += ", " + of(view.At, view.Paths.size());
+    if (view.File.Frames > 1)
+        facts += ", frame " + of(view.Frame, view.File.Frames);
+    if (view.ShowThumbnail)
+        facts += ", thumbnail " + SizeOf(view.File.Thumbnail);
+    if (const long percent = std::lround(CurrentZoom() * 100); percent != 100)
+        facts += ", zoom " + std::to_string(percent) + " %";
+    return facts;
 }
 
 static void ShowPicture()
@@ -123,32 +155,35 @@ static bool Step(size_t by)
     return false;
 }
 
-static VIEWER_IMAGE MakeHelp()
+static OVERLAY OverlayOf(std::span<const std::string> lines)
 {
-    constexpr std::array lines = {"left, right, space  another picture",
-                                  "+ - wheel           closer, farther",
-                                  "0                   fitted",
-                                  "drag                moves the picture",
-                                  "t                   thumbnail",
-                                  "h                   this help",
-                                  "escape              ends"};
-    constexpr uint8_t set = 3;
-    const CHARSET_SIZE size = CharSet_GetSize(set);
-    const uint32_t rowHeight = size.Rows + 4u;
-    VIEWER_IMAGE image{400, static_cast<uint32_t>(lines.size()) * rowHeight + 20, {}};
-    image.Pixels.resize(size_t{image.Width} * image.Height * 4);
-    for (size_t i = 3; i < image.Pixels.size(); i += 4)
-        image.Pixels[i] = 200;
-    Picture target{};
-    target.Width = target.BufferWidth = static_cast<uint16_t>(image.Width);
-    target.Height = target.BufferHeight = static_cast<uint16_t>(image.Height);
-    target.Pixels = image.Pixels.data();
-    Graphics_SetTarget(&target);
-    Graphics_SetColor(255, 255, 255, 255);
-    for (size_t i = 0; i < lines.size(); i++)
-        CharSet_PutText(10, static_cast<int16_t>(10 + i * rowHeight), lines[i], set, 1, 1);
-    Graphics_SetTarget(nullptr);
-    return image;
+    const VIEWER_IMAGE image = Viewer_Lines(lines);
+    return {TextureOf(image), static_cast<float>(image.Width), static_cast<float>(image.Height)};
+}
+
+static OVERLAY MakeHelp()
+{
+    return OverlayOf(std::array<std::string, 8>{
+        "left, right, space  another picture", "+ - wheel           closer, farther",
+        "0                   fitted", "drag                moves the picture",
+        "t                   thumbnail", "c                   caption",
+        "h                   this help", "escape              ends"});
+}
+
+// Writes the caption anew when it says something else, or has another width to say it in.
+static void MakeCaption()
+{
+    const size_t slash = view.File.Path.rfind('/') + 1;  // 0 without one
+    const uint32_t width = static_cast<uint32_t>(std::max(System_ScreenWidth, 0));
+    const uint32_t room =
+        (std::max(width, 2 * Viewer_LinesMargin) - 2 * Viewer_LinesMargin) / Viewer_LetterWidth;
+    const std::string text = Viewer_Caption(std::string_view(view.File.Path).substr(slash),
+                                            FactsNow(), std::min(room, 255u));
+    if (text == view.CaptionText)
+        return;
+    GLFEW_DestroyTexture(view.Caption.Texture);
+    view.Caption = OverlayOf({&text, 1});
+    view.CaptionText = text;
 }
 
 static GLFEW_VERTEX MakeQuad(const char *fragment)
@@ -201,6 +236,11 @@ static void Draw(GLFEW_VERTEX &quad, uint32_t texture, float x, float y, float w
     GLFEW_DrawVertex(quad, 4);
 }
 
+static void DrawOverlay(const OVERLAY &o, float x, float y)
+{
+    Draw(overlay, o.Texture, x, y, o.Width, o.Height);
+}
+
 void Paint()
 {
     GLFEW_Clear();
@@ -211,9 +251,12 @@ void Paint()
     const float x = std::floor((static_cast<float>(System_ScreenWidth) - width) / 2 + view.X);
     const float y = std::floor((static_cast<float>(System_ScreenHeight) - height) / 2 + view.Y);
     Draw(board, view.ShowThumbnail ? view.Thumbnail : view.Picture, x, y, width, height);
+    if (!view.HideCaption && !view.Paths.empty()) {
+        MakeCaption();
+        DrawOverlay(view.Caption, 0, static_cast<float>(System_ScreenHeight) - view.Caption.Height);
+    }
     if (view.ShowHelp)
-        Draw(overlay, view.Help, 20, 20, static_cast<float>(view.HelpImage.Width),
-             static_cast<float>(view.HelpImage.Height));
+        DrawOverlay(view.Help, 20, 20);
 }
 
 // Moves a GIF on to the frame whose time it is.
@@ -293,6 +336,9 @@ static void Press(int32_t key)
     case 'T':
         view.ShowThumbnail = !view.ShowThumbnail && view.Thumbnail != 0;
         break;
+    case 'C':
+        view.HideCaption = !view.HideCaption;
+        break;
     case 'H':
         view.ShowHelp = !view.ShowHelp;
         break;
@@ -317,8 +363,7 @@ static bool OpenWindow()
         return false;
     GLFEW_BlendByAlpha();
     MakeQuads();
-    view.HelpImage = MakeHelp();
-    view.Help = TextureOf(view.HelpImage);
+    view.Help = MakeHelp();
     return true;
 }
 
