@@ -42,14 +42,14 @@ TEST(Viewer, CaptionsAreCutAtTheName)
         const char *what, *name, *expected;
         size_t room;
     } rows[] = {
-        {"whole",               "a.png",              "a.png  PNG, 1x1",         80},
-        {"just fits",           "abcdefghijklm.png",  "abcdefghijklm.png  PNG, 1x1", 27},
-        {"its middle goes",     "abcdefghijklm.png",  "abcdefg...lm.png  PNG, 1x1",  26},
-        {"never all of it",     "abcdefghijklm.png",  "abcde....png  PNG,",       18},
-        {"no room",             "a.png",              "",                        0},
-        {"Latin-2",             "\u0151z\u017E.png", "\xF5z\xBE.png  PNG, 1x1", 80},
-        {"others, once each",   "\u00F1\u4E2D\n",     "???  PNG, 1x1",           80},
-        {"no UTF-8",            "\x9E\xC5",           "??  PNG, 1x1",            80},
+        {"whole", "a.png", "a.png  PNG, 1x1", 80},
+        {"just fits", "abcdefghijklm.png", "abcdefghijklm.png  PNG, 1x1", 27},
+        {"its middle goes", "abcdefghijklm.png", "abcdefg...lm.png  PNG, 1x1", 26},
+        {"never all of it", "abcdefghijklm.png", "abcde....png  PNG,", 18},
+        {"no room", "a.png", "", 0},
+        {"Latin-2", "\u0151z\u017E.png", "\xF5z\xBE.png  PNG, 1x1", 80},
+        {"others, once each", "\u00F1\u4E2D\n", "???  PNG, 1x1", 80},
+        {"no UTF-8", "\x9E\xC5", "??  PNG, 1x1", 80},
     };
     for (const auto &r : rows)
         EXPECT_EQ(Viewer_Caption(r.name, "PNG, 1x1", r.room), r.expected) << r.what;

@@ -99,7 +99,7 @@ class Viewer(unittest.TestCase):
                                        b"\x21\xf9\x04\x01\0\0\x01\0" b"\x2c\0\0\0\0\x02\0\x02\0\0\x02\x03\x0c\x10\x05\0;")
         with Display() as display:
             environment = dict(os.environ, **self.environment, DISPLAY=display.name)
-            viewer = subprocess.Popen([VIEWER, quarters, "absent", clear], env=environment, stderr=subprocess.PIPE)
+            viewer = subprocess.Popen([VIEWER, quarters, clear, "absent"], env=environment, stderr=subprocess.PIPE)
 
             def await_pixels(expected):
                 deadline = time.monotonic() + 30
@@ -109,9 +109,15 @@ class Viewer(unittest.TestCase):
 
             # 2 by 2 pixels are 768 by 768 in the window's middle.
             points = [(300, 100), (700, 100), (300, 600), (700, 600), (50, 400)]
-            await_pixels([RED, GREEN, BLUE, WHITE, b"\x30\x30\x34"])
+            fitted = [RED, GREEN, BLUE, WHITE, b"\x30\x30\x34"]
+            await_pixels(fitted)
             window = display.xdotool("search", "--name", "quarters.ppm - PNM, 2x2, 24 bits").split()
             self.assertEqual(len(window), 1)
+            # What lies under the pointer stays there.
+            display.xdotool("mousemove", "200", "100", "click", "--repeat", "4", "4")
+            await_pixels([RED] * 5)
+            display.xdotool("key", "0")
+            await_pixels(fitted)
             for _ in range(4):
                 display.xdotool("key", "equal")
                 time.sleep(0.3)
@@ -120,13 +126,17 @@ class Viewer(unittest.TestCase):
                 display.xdotool(*step)
                 time.sleep(0.3)
             await_pixels([GREEN, GREEN, GREEN, GREEN, RED])
-            display.xdotool("key", "Right")  # past the absent file
+            display.xdotool("key", "Left")  # past the absent file
             # Squares of 8, white and grey.
-            points = [(304, 104), (312, 104), (50, 400)]
+            points = [(304, 104), (312, 104)]
             deadline = time.monotonic() + 30
-            while {self.pixel(display, *at) for at in points[:2]} != {WHITE, b"\xcc\xcc\xcc"}:
+            while {self.pixel(display, *at) for at in points} != {WHITE, b"\xcc\xcc\xcc"}:
                 self.assertLess(time.monotonic(), deadline)
                 time.sleep(0.2)
+            points = [(2, 766)]  # the caption, over the window's grey
+            await_pixels([b"\x0a\x0a\x0b"])
+            display.xdotool("key", "c")
+            await_pixels([b"\x30\x30\x34"])
             display.xdotool("key", "Escape")
             self.assertEqual(viewer.wait(30), 1)  # one was absent
             with viewer.stderr as stream:

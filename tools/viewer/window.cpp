@@ -138,19 +138,20 @@ static bool CanShow(const VIEWER_FILE &file)
     return reason.empty();
 }
 
-// Goes to the next file that can be shown; those that cannot are taken out. False without any.
-static bool Step(size_t by)
+// Goes on or back (1 or -1) to a file that can be shown; those that cannot are taken out. False
+// without any.
+static bool Step(int by)
 {
     while (!view.Paths.empty()) {
-        view.At = (view.At + by) % view.Paths.size();
+        const size_t count = view.Paths.size();
+        view.At = (view.At + count + static_cast<size_t>(by)) % count;
         view.File = Viewer_Open(view.Paths[view.At]);
         if (CanShow(view.File)) {
             ShowFile();
             return true;
         }
         view.Paths.erase(view.Paths.begin() + static_cast<ptrdiff_t>(view.At));
-        view.At = view.Paths.empty() ? 0 : (view.At + view.Paths.size() - 1) % view.Paths.size();
-        by = 1;
+        by = std::min(by, 0);  // in its place is the next one now
     }
     return false;
 }
@@ -246,8 +247,8 @@ void Paint()
     GLFEW_Clear();
     const VIEWER_IMAGE &image = Shown();
     const float zoom = CurrentZoom();
-    const float width = std::round(static_cast<float>(image.Width) * zoom);
-    const float height = std::round(static_cast<float>(image.Height) * zoom);
+    const float width = std::max(std::round(static_cast<float>(image.Width) * zoom), 1.0F);
+    const float height = std::max(std::round(static_cast<float>(image.Height) * zoom), 1.0F);
     const float x = std::floor((static_cast<float>(System_ScreenWidth) - width) / 2 + view.X);
     const float y = std::floor((static_cast<float>(System_ScreenHeight) - height) / 2 + view.Y);
     Draw(board, view.ShowThumbnail ? view.Thumbnail : view.Picture, x, y, width, height);
@@ -276,13 +277,24 @@ static void Play()
     ShowPicture();
 }
 
-// Keeps what lies in the window's middle there.
-static void ZoomBy(float factor)
+// Keeps what lies at (x, y) there, which counts from the window's middle.
+static void ZoomBy(float factor, float x, float y)
 {
-    const float before = CurrentZoom();
-    view.Zoom = std::clamp(before * factor, 1.0F / 64, std::max(64.0F, 16 * FittingZoom()));
-    view.X *= view.Zoom / before;
-    view.Y *= view.Zoom / before;
+    const float fitting = FittingZoom(), before = CurrentZoom();
+    view.Zoom =
+        std::clamp(before * factor, std::min(1.0F / 64, fitting), std::max(64.0F, 16 * fitting));
+    view.X = x + (view.X - x) * view.Zoom / before;
+    view.Y = y + (view.Y - y) * view.Zoom / before;
+}
+
+static void Wheel()
+{
+    const int32_t steps = System_MouseWheel();
+    if (steps != 0)
+        ZoomBy(std::pow(1.25F, static_cast<float>(steps)),
+               static_cast<float>(System_GetMouseX()) - static_cast<float>(System_ScreenWidth) / 2,
+               static_cast<float>(System_GetMouseY()) -
+                   static_cast<float>(System_ScreenHeight) / 2);
 }
 
 static void Drag()
@@ -304,6 +316,13 @@ static void Drag()
         view.Dragging = false;
 }
 
+// Goes to another file; when none can be shown any more there is nothing to stay for.
+static void Turn(int by)
+{
+    if (!view.Paths.empty() && !Step(by))
+        Velmorandis_CloseApplication(1);
+}
+
 static void Press(int32_t key)
 {
     // As GLFW numbers keys: letters and signs by their ASCII codes of a US keyboard.
@@ -315,19 +334,18 @@ static void Press(int32_t key)
         break;
     case right:
     case ' ':
-        Step(1);
+        Turn(1);
         break;
     case left:
-        if (!view.Paths.empty())
-            Step(view.Paths.size() - 1);
+        Turn(-1);
         break;
     case '=':
     case plusPad:
-        ZoomBy(1.25F);
+        ZoomBy(1.25F, 0, 0);
         break;
     case '-':
     case minusPad:
-        ZoomBy(0.8F);
+        ZoomBy(0.8F, 0, 0);
         break;
     case '0':
     case zeroPad:
@@ -348,9 +366,7 @@ static void Press(int32_t key)
 void Scene()
 {
     Press(System_KeyDown());
-    const int32_t wheel = System_MouseWheel();
-    if (wheel != 0)
-        ZoomBy(std::pow(1.25F, static_cast<float>(wheel)));
+    Wheel();
     Drag();
     Play();
 }
