@@ -79,6 +79,7 @@ TEST(Viewer, FramesAreLaidDownAndDisposedOf)
         WriteTemp("frames.gif", MakeGIF({{0, 1, 0}, {1, 2, 1}, {2, 3, 1}, {1, 0, 0}}));
     const VIEWER_FILE file = Viewer_Open(path);
     ASSERT_EQ(file.Frames, 4u);
+    EXPECT_EQ(file.Facts, "GIF, 3x1, 1 bit");
     EXPECT_NEAR(file.Ends.back(), 0.4, 1e-9);
     const auto look = [](uint32_t frame) {
         std::string seen;

@@ -39,12 +39,23 @@ class Viewer(unittest.TestCase):
         return run.returncode, run.stdout, run.stderr
 
     def test_info(self):
+        def changed(name, at, inserted):
+            with open(os.path.join(DATA, name), "rb") as file:
+                content = file.read()
+            return self.file(os.path.basename(name), content[:at] + inserted + content[at:])
+
         rows = {
+            "tiff/seq-3c-8b-lzw-8743c999.tiff": ["TIFF, 16x16, 24 bits a pixel\n"],
+            # A name that would steer the terminal and a text in Latin-1; a segment that the decoder remarks on.
+            changed("png/basn0g01.png", 33, b"\0\0\0\x08tEXtA\x1bB\0caf\xe9CRC!"): ["1 bit a pixel\n", "  A B: café\n"],
+            changed("jpg/3x2.jpg", 20, b"\xff\xee\0\x03\x01"): ["JPEG, 33x27, 24 bits a pixel\n"],
             "png/ct1n0g04.png": ["PNG, 32x32, 4 bits a pixel\n", "  Title: PngSuite\n", "  colour: Grayscale\n"],
             "jpg/progressive_420.jpg": ["JPEG, 33x27, 24 bits a pixel\n", "  identifier: JFIF\n"],
         }
         for name, lines in rows.items():
-            status, printed, errors = self.run_viewer("--info", os.path.join(DATA, name))
+            path = os.path.join(DATA, name)
+            status, printed, errors = self.run_viewer("--info", path)
+            self.assertTrue(printed.startswith(path), printed)
             self.assertEqual((status, errors), (0, ""))
             for line in lines:
                 self.assertIn(line, printed)

@@ -69,21 +69,9 @@ static float CurrentZoom()
     return view.Zoom == 0 ? FittingZoom() : view.Zoom;
 }
 
-static std::string SizeOf(const VIEWER_IMAGE &image)
-{
-    return std::to_string(image.Width) + "x" + std::to_string(image.Height);
-}
-
-static std::string Facts()
-{
-    const VIEWER_FILE &file = view.File;
-    return std::string(Viewer_FormatName(file.Format)) + ", " + SizeOf(file.Picture) + ", " +
-           std::to_string(file.Bits) + (file.Bits == 1 ? " bit" : " bits");
-}
-
 static void SetTitle()
 {
-    const std::string facts = view.Paths.empty() ? "" : " - " + Facts();
+    const std::string facts = view.Paths.empty() ? "" : " - " + view.File.Facts;
     GLFEW_SetTitle((view.File.Path + facts).c_str());
 }
 
@@ -93,13 +81,13 @@ static std::string FactsNow()
     const auto of = [](size_t n, size_t count) {
         return std::to_string(n + 1) + " of " + std::to_string(count);
     };
-    std::string facts = Facts();
+    std::string facts = view.File.Facts;
     if (view.Paths.size() > 1)
         facts += ", " + of(view.At, view.Paths.size());
     if (view.File.Frames > 1)
         facts += ", frame " + of(view.Frame, view.File.Frames);
     if (view.ShowThumbnail)
-        facts += ", thumbnail " + SizeOf(view.File.Thumbnail);
+        facts += ", thumbnail " + Viewer_Size(view.File.Thumbnail);
     if (const long percent = std::lround(CurrentZoom() * 100); percent != 100)
         facts += ", zoom " + std::to_string(percent) + " %";
     return facts;
