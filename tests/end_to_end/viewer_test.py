@@ -86,6 +86,8 @@ class Viewer(unittest.TestCase):
         cut = self.file("cut.png", b"\x89PNG\r\n\x1a\n")
         rows = [
             (["--info", "absent", picture], 1, "viewer: absent: No such file or directory\n"),
+            (["--info", self.folder.name], 1, "Is a directory\n"),
+            (["--info", self.file("empty", b"")], 1, "it is empty\n"),
             (["--info", text], 1, f"viewer: {text}: its format is not known\n"),
             (["--info", cut], 1, "though it begins like PNG\n"),
             (["--convert", text, self.file("x.pam")], 1, "its format is not known\n"),

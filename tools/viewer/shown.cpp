@@ -39,10 +39,11 @@ static const char *FormatName(uint8_t format)
 
 std::string Viewer_Reason(const std::string &path)
 {
+    errno = 0;
     std::ifstream file(path, std::ios::binary);
     char byte;
-    if (!file || !file.read(&byte, 1))
-        return errno != 0 && !file.is_open() ? std::strerror(errno) : "it cannot be read";
+    if (!file.read(&byte, 1))
+        return errno != 0 ? std::strerror(errno) : "it is empty";
     const uint8_t format = Picture_Check(path.c_str(), 0);
     return format == PICTURE_UNKNOWN
                ? "its format is not known"

@@ -99,10 +99,15 @@ static void ShowPicture()
     view.Picture = TextureOf(view.File.Picture);
 }
 
+static void Fit()
+{
+    view.Zoom = view.X = view.Y = 0;
+}
+
 static void ShowFile()
 {
     view.ShowThumbnail = false;
-    view.Zoom = view.X = view.Y = 0;
+    Fit();
     view.Frame = 0;
     view.Start = Now();
     GLFEW_DestroyTexture(view.Thumbnail);
@@ -337,10 +342,11 @@ static void Press(int32_t key)
         break;
     case '0':
     case zeroPad:
-        view.Zoom = view.X = view.Y = 0;
+        Fit();
         break;
     case 'T':
         view.ShowThumbnail = !view.ShowThumbnail && view.Thumbnail != 0;
+        Fit();  // what was in the window's middle may lie beyond the thumbnail
         break;
     case 'C':
         view.HideCaption = !view.HideCaption;
