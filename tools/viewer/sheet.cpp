@@ -75,10 +75,10 @@ VIEWER_IMAGE Viewer_Lines(std::span<const std::string> lines)
     for (size_t i = 3; i < image.Pixels.size(); i += 4)
         image.Pixels[i] = ground;
     Draw(image, 255, [&] {
-        auto y = static_cast<int16_t>(Viewer_LinesMargin / 2 + 2);
+        uint32_t y = Viewer_LinesMargin / 2 + 2;
         for (const std::string &line : lines) {
-            CharSet_PutText(Viewer_LinesMargin, y, line.c_str(), set, 1, 1);
-            y = static_cast<int16_t>(y + height);
+            CharSet_PutText(Viewer_LinesMargin, static_cast<int16_t>(y), line.c_str(), set, 1, 1);
+            y += height;
         }
     });
     return image;

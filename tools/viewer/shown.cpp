@@ -52,17 +52,17 @@ std::string Viewer_Reason(const std::string &path)
 }
 
 // What the record calls bits is another field of a GIF, and of one sample of a TIFF.
-static int BitsOf(const Picture &picture)
+static uint32_t BitsOf(const Picture &picture)
 {
     if (picture.Format == PICTURE_TIFF)
-        return picture.Bits * TIF_Header.Samples;
+        return uint32_t{picture.Bits} * TIF_Header.Samples;
     if (picture.Format != PICTURE_GIF)
         return picture.Bits;
     unsigned colors = GIF_Header.HasGlobalPalette ? GIF_Header.GlobalColors : 2;
     for (const GIF_FRAME &frame : GIF_Frames)
         if (frame.HasLocalPalette)
             colors = std::max<unsigned>(colors, frame.LocalColors);
-    return std::bit_width(colors - 1);
+    return static_cast<uint32_t>(std::bit_width(colors - 1));
 }
 
 std::string Viewer_Size(const VIEWER_IMAGE &image)
@@ -72,7 +72,7 @@ std::string Viewer_Size(const VIEWER_IMAGE &image)
 
 std::string Viewer_Facts(const Picture &picture, const VIEWER_IMAGE &size)
 {
-    const int bits = BitsOf(picture);
+    const uint32_t bits = BitsOf(picture);
     return std::string(FormatName(picture.Format)) + ", " + Viewer_Size(size) + ", " +
            std::to_string(bits) + (bits == 1 ? " bit" : " bits");
 }
