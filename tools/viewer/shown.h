@@ -28,6 +28,8 @@ Picture Viewer_Load(const std::string &path);
 /// Format, size and bits a pixel of the picture that was loaded last, such as "PNG, 32x32, 4 bits".
 /// Of a GIF these are the bits of its largest palette. `size` is how it is shown.
 std::string Viewer_Facts(const Picture &picture, const VIEWER_IMAGE &size);
+
+/// Width and height, such as "32x32".
 std::string Viewer_Size(const VIEWER_IMAGE &image);
 
 /// Why a file has no picture, for a person.

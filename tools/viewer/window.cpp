@@ -157,11 +157,13 @@ static OVERLAY OverlayOf(std::span<const std::string> lines)
 
 static OVERLAY MakeHelp()
 {
-    return OverlayOf(std::array<std::string, 8>{
+    const std::array<std::string, 8> lines = {
         "left, right, space  another picture", "+ - wheel           closer, farther",
-        "0                   fitted", "drag                moves the picture",
-        "t                   thumbnail", "c                   caption",
-        "h                   this help", "escape              ends"});
+        "0                   fitted",          "drag                moves the picture",
+        "t                   thumbnail",       "c                   caption",
+        "h                   this help",       "escape              ends",
+    };
+    return OverlayOf(lines);
 }
 
 // Writes the caption anew when it says something else, or has another width to say it in.
