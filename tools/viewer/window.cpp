@@ -157,12 +157,18 @@ static OVERLAY OverlayOf(std::span<const std::string> lines)
 
 static OVERLAY MakeHelp()
 {
+    // clang-format off
     const std::array<std::string, 8> lines = {
-        "left, right, space  another picture", "+ - wheel           closer, farther",
-        "0                   fitted",          "drag                moves the picture",
-        "t                   thumbnail",       "c                   caption",
-        "h                   this help",       "escape              ends",
+        "left, right, space  another picture",
+        "+ - wheel           closer, farther",
+        "0                   fitted",
+        "drag                moves the picture",
+        "t                   thumbnail",
+        "c                   caption",
+        "h                   this help",
+        "escape              ends",
     };
+    // clang-format on
     return OverlayOf(lines);
 }
 
