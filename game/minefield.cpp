@@ -39,15 +39,19 @@ void ReadParameters()
     }
 }
 
+// The random numbers may run into a short cycle that never meets a free cell; a nudge leads out.
 static void LayMines()
 {
-    for (int mine = 0; mine < nMines; mine++) {
-        uint16_t x, y;
-        do {
-            x = System_RaNDom(xDim);
-            y = System_RaNDom(yDim);
-        } while (MineField[x][y].content != CONTENT_OPEN);
-        MineField[x][y].content = CONTENT_MINE;
+    uint16_t misses = 0;
+    for (int mine = 0; mine < nMines;) {
+        const uint16_t x = System_RaNDom(xDim), y = System_RaNDom(yDim);
+        if (MineField[x][y].content == CONTENT_OPEN) {
+            MineField[x][y].content = CONTENT_MINE;
+            mine++;
+            misses = 0;
+        } else if (++misses == 0) {
+            System_RND++;
+        }
     }
 }
 

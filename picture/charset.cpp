@@ -67,11 +67,6 @@ static constexpr const CHARSET_ROM &ROMOf(uint8_t set)
 // The glyph number of every byte of a text.
 using CHARSET_CODES = std::array<uint8_t, 256>;
 
-// ISO/IEC 8859-2 from 192 on, a letter as two bytes of UTF-8.
-constexpr std::string_view latin2 =
-    "ŔÁÂĂÄĹĆÇČÉĘËĚÍÎĎĐŃŇÓÔŐÖ×ŘŮÚŰÜÝŢßŕáâăäĺćçčéęëěíîďđńňóôőö÷řůúűüýţ˙";
-static_assert(latin2.size() == 64 * 2);
-
 constexpr std::string_view hungarian = "ÁÉÍÓŐÖÚŰÜáéíóőöúűü";
 
 // The accented letters that each of the sets 6 to 13 knows.
@@ -103,7 +98,8 @@ static consteval void SendLetters(CHARSET_CODES &codes, std::string_view letters
 {
     for (; !letters.empty(); letters.remove_prefix(2)) {
         const std::string_view letter = letters.substr(0, 2);
-        codes.at(192 + latin2.find(letter) / 2) = static_cast<uint8_t>(find(letter));
+        codes.at(CharSet_FirstLetter + CharSet_Letters.find(letter) / 2) =
+            static_cast<uint8_t>(find(letter));
     }
 }
 

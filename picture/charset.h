@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string_view>
 
 /// The tables: glyph after glyph, rows from the top, one byte a row (two in CHARSET_ROM_BLITTER,
 /// the left half first), the highest bit leftmost. A set bit is a point, a clear bit is not drawn.
@@ -16,6 +17,13 @@ extern const std::array<uint8_t, 1024> CHARSET_ROM_COMPUTER;  // 4
 extern const std::array<uint8_t, 1024> CHARSET_ROM_CIRILL;    // 5
 extern const std::array<uint8_t, 1632> CHARSET_ROM_LANGUAGE;  // 6 to 13
 extern const std::array<uint8_t, 4096> CHARSET_ROM_BLITTER;   // 14
+
+/// ISO/IEC 8859-2 from CharSet_FirstLetter on, every letter as two bytes of UTF-8.
+constexpr uint8_t CharSet_FirstLetter = 164;
+constexpr std::string_view CharSet_Letters =
+    "¤ĽŚ§¨ŠŞŤŹ\u00ADŽŻ°ą˛ł´ľśˇ¸šşťź˝žż"
+    "ŔÁÂĂÄĹĆÇČÉĘËĚÍÎĎĐŃŇÓÔŐÖ×ŘŮÚŰÜÝŢßŕáâăäĺćçčéęëěíîďđńňóôőö÷řůúűüýţ˙";
+static_assert(CharSet_Letters.size() == (256 - CharSet_FirstLetter) * 2);
 
 /// Sets that have a table are below this.
 constexpr uint8_t CharSet_Sets = 15;

@@ -429,6 +429,12 @@ static bool ReadSegment(uint8_t marker)
     return true;
 }
 
+// A second FF fills (T.81, B.1.1.2), unless what follows cannot be a marker and thus is a length.
+static bool IsFill(uint8_t marker)
+{
+    return marker == 0xFF && JPG_Position < JPG_File.size() && JPG_File[JPG_Position] >= 0xC0;
+}
+
 static void WalkMarkers()
 {
     const size_t limit = JPG_Header.FileSize;
@@ -436,6 +442,10 @@ static void WalkMarkers()
         if (JPG_GetByte() != 0xFF)
             continue;
         const uint8_t marker = JPG_GetByte();
+        if (IsFill(marker)) {
+            JPG_Position--;  // it begins the marker
+            continue;
+        }
         if (marker == 0xD9 && JPG_Decoder.InScans)
             break;  // whatever follows is no part of the picture
         const bool bare = marker < 0xC0 || (marker >= 0xD0 && marker <= 0xD9);

@@ -126,8 +126,8 @@ TransformBlock(const int16_t *coefficients, const float *scale, uint8_t *samples
     StoreRows(v, samples, stride);
 }
 
-EXTRA_LANES void JPG_InverseDCT(const int16_t *coefficients, const float *scale, size_t end,
-                                uint8_t *samples, size_t stride)
+EXTRA_LANES static void InverseDCT(const int16_t *coefficients, const float *scale, size_t end,
+                                   uint8_t *samples, size_t stride)
 {
     if (end == 1) {
         const float sample = static_cast<float>(coefficients[0]) * scale[0] + 128.5F;
@@ -139,4 +139,10 @@ EXTRA_LANES void JPG_InverseDCT(const int16_t *coefficients, const float *scale,
     } else {
         TransformBlock<8>(coefficients, scale, samples, stride);
     }
+}
+
+void JPG_InverseDCT(const int16_t *coefficients, const float *scale, size_t end, uint8_t *samples,
+                    size_t stride)
+{
+    InverseDCT(coefficients, scale, end, samples, stride);
 }

@@ -211,6 +211,7 @@ static constexpr std::array<PICTURE_LOADER, 13> loaders = {
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
 {
     Picture picture{};
+    rawPlanes &= 0xFF;
     picture.Format = Picture_Check(path, rawPlanes);
     if (const PICTURE_LOADER load = loaders[picture.Format])
         load(picture, path, hint, rawPlanes);

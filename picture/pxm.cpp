@@ -50,6 +50,7 @@ static uint32_t ReadNumber(std::span<const uint8_t> file, size_t &position)
     return value;
 }
 
+// 0 for what 16 bits cannot hold.
 static uint16_t ReadHeaderNumber()
 {
     SkipSpace(PXM_File, PXM_Position);
@@ -57,7 +58,8 @@ static uint16_t ReadHeaderNumber()
         SkipLine(PXM_File, PXM_Position);
         SkipSpace(PXM_File, PXM_Position);
     }
-    return static_cast<uint16_t>(ReadNumber(PXM_File, PXM_Position));
+    const uint32_t number = ReadNumber(PXM_File, PXM_Position);
+    return number <= 0xFFFF ? static_cast<uint16_t>(number) : uint16_t{0};
 }
 
 void PXM_Load(const char *path)

@@ -144,6 +144,8 @@ TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
         {"lossless", changed(1, 0xC3), "\n\n-->(SOF3)\n\n", false},
         {"arithmetic", changed(1, 0xC9), "\n\n-->(SOF9)\n\n", false},
         {"Adobe's segment", With(good, 2, Segment(0xEE, {1, 2, 3})), "\n\n-->(APP14)\n\n", true},
+        {"fill bytes", With(good, frame, {0xFF, 0xFF, 0xFF}), "", true},
+        {"a segment FF", With(good, 2, Segment(0xFF, {1, 2})), "\n\n-->(STUFF)\n\n", true},
         {"12 bits", changed(4, 12), "", false},
         {"two components", changed(9, 2), "", false},
         {"no width", changed(8, 0), "", false},

@@ -63,10 +63,16 @@ TEST(Minefield, MinesAndCountsAgree)
 {
     const struct {
         uint8_t x, y, mines;
-    } rows[] = {{10, 10, 20}, {2, 2, 3}, {64, 64, 255}, {7, 3, 0}, {3, 3, 8}};
+        uint16_t seed = 4711, seed2 = 1234;
+    } rows[] = {{10, 10, 20},
+                {2, 2, 3},
+                {64, 64, 255},
+                {7, 3, 0},
+                {3, 3, 8},
+                {16, 16, 255, 57495, 13223}};  // these numbers end in a cycle without a free cell
     for (const auto &r : rows) {
-        System_RND = 4711;
-        System_RND2 = 1234;
+        System_RND = r.seed;
+        System_RND2 = r.seed2;
         xDim = r.x;
         yDim = r.y;
         nMines = r.mines;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/files.h"
+#include "tools/viewer/sheet.h"
 #include "tools/viewer/shown.h"
 
 // An image whose pixels are letters.
@@ -35,6 +36,25 @@ TEST(Viewer, OrientationsAreMadeUpright)
             << orientation;
 }
 
+TEST(Viewer, CaptionsAreCutAtTheName)
+{
+    const struct {
+        const char *what, *name, *expected;
+        size_t room;
+    } rows[] = {
+        {"whole", "a.png", "a.png  PNG, 1x1", 80},
+        {"just fits", "abcdefghijklm.png", "abcdefghijklm.png  PNG, 1x1", 27},
+        {"its middle goes", "abcdefghijklm.png", "abcdefg...lm.png  PNG, 1x1", 26},
+        {"never all of it", "abcdefghijklm.png", "abcde....png  PNG,", 18},
+        {"no room", "a.png", "", 0},
+        {"Latin-2", "\u0151z\u017E.png", "\xF5z\xBE.png  PNG, 1x1", 80},
+        {"others, once each", "\u00F1\u4E2D\n", "???  PNG, 1x1", 80},
+        {"no UTF-8", "\x9E\xC5", "??  PNG, 1x1", 80},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(Viewer_Caption(r.name, "PNG, 1x1", r.room), r.expected) << r.what;
+}
+
 // A GIF of a row of three pixels, red or blue, in frames of one pixel: left, disposal, colour.
 static std::vector<uint8_t> MakeGIF(const std::vector<std::array<uint8_t, 3>> &frames)
 {
@@ -59,6 +79,7 @@ TEST(Viewer, FramesAreLaidDownAndDisposedOf)
         WriteTemp("frames.gif", MakeGIF({{0, 1, 0}, {1, 2, 1}, {2, 3, 1}, {1, 0, 0}}));
     const VIEWER_FILE file = Viewer_Open(path);
     ASSERT_EQ(file.Frames, 4u);
+    EXPECT_EQ(file.Facts, "GIF, 3x1, 1 bit");
     EXPECT_NEAR(file.Ends.back(), 0.4, 1e-9);
     const auto look = [](uint32_t frame) {
         std::string seen;

@@ -39,12 +39,23 @@ class Viewer(unittest.TestCase):
         return run.returncode, run.stdout, run.stderr
 
     def test_info(self):
+        def changed(name, at, inserted):
+            with open(os.path.join(DATA, name), "rb") as file:
+                content = file.read()
+            return self.file(os.path.basename(name), content[:at] + inserted + content[at:])
+
         rows = {
+            "tiff/seq-3c-8b-lzw-8743c999.tiff": ["TIFF, 16x16, 24 bits a pixel\n"],
+            # A name that would steer the terminal and a text in Latin-1; a segment that the decoder remarks on.
+            changed("png/basn0g01.png", 33, b"\0\0\0\x08tEXtA\x1bB\0caf\xe9CRC!"): ["1 bit a pixel\n", "  A B: café\n"],
+            changed("jpg/3x2.jpg", 20, b"\xff\xee\0\x03\x01"): ["JPEG, 33x27, 24 bits a pixel\n"],
             "png/ct1n0g04.png": ["PNG, 32x32, 4 bits a pixel\n", "  Title: PngSuite\n", "  colour: Grayscale\n"],
             "jpg/progressive_420.jpg": ["JPEG, 33x27, 24 bits a pixel\n", "  identifier: JFIF\n"],
         }
         for name, lines in rows.items():
-            status, printed, errors = self.run_viewer("--info", os.path.join(DATA, name))
+            path = os.path.join(DATA, name)
+            status, printed, errors = self.run_viewer("--info", path)
+            self.assertTrue(printed.startswith(path), printed)
             self.assertEqual((status, errors), (0, ""))
             for line in lines:
                 self.assertIn(line, printed)
@@ -75,6 +86,8 @@ class Viewer(unittest.TestCase):
         cut = self.file("cut.png", b"\x89PNG\r\n\x1a\n")
         rows = [
             (["--info", "absent", picture], 1, "viewer: absent: No such file or directory\n"),
+            (["--info", self.folder.name], 1, "Is a directory\n"),
+            (["--info", self.file("empty", b"")], 1, "it is empty\n"),
             (["--info", text], 1, f"viewer: {text}: its format is not known\n"),
             (["--info", cut], 1, "though it begins like PNG\n"),
             (["--convert", text, self.file("x.pam")], 1, "its format is not known\n"),
@@ -99,7 +112,7 @@ class Viewer(unittest.TestCase):
                                        b"\x21\xf9\x04\x01\0\0\x01\0" b"\x2c\0\0\0\0\x02\0\x02\0\0\x02\x03\x0c\x10\x05\0;")
         with Display() as display:
             environment = dict(os.environ, **self.environment, DISPLAY=display.name)
-            viewer = subprocess.Popen([VIEWER, quarters, "absent", clear], env=environment, stderr=subprocess.PIPE)
+            viewer = subprocess.Popen([VIEWER, quarters, clear, "absent"], env=environment, stderr=subprocess.PIPE)
 
             def await_pixels(expected):
                 deadline = time.monotonic() + 30
@@ -109,9 +122,15 @@ class Viewer(unittest.TestCase):
 
             # 2 by 2 pixels are 768 by 768 in the window's middle.
             points = [(300, 100), (700, 100), (300, 600), (700, 600), (50, 400)]
-            await_pixels([RED, GREEN, BLUE, WHITE, b"\x30\x30\x34"])
+            fitted = [RED, GREEN, BLUE, WHITE, b"\x30\x30\x34"]
+            await_pixels(fitted)
             window = display.xdotool("search", "--name", "quarters.ppm - PNM, 2x2, 24 bits").split()
             self.assertEqual(len(window), 1)
+            # What lies under the pointer stays there.
+            display.xdotool("mousemove", "200", "100", "click", "--repeat", "4", "4")
+            await_pixels([RED] * 5)
+            display.xdotool("key", "0")
+            await_pixels(fitted)
             for _ in range(4):
                 display.xdotool("key", "equal")
                 time.sleep(0.3)
@@ -120,13 +139,17 @@ class Viewer(unittest.TestCase):
                 display.xdotool(*step)
                 time.sleep(0.3)
             await_pixels([GREEN, GREEN, GREEN, GREEN, RED])
-            display.xdotool("key", "Right")  # past the absent file
+            display.xdotool("key", "Left")  # past the absent file
             # Squares of 8, white and grey.
-            points = [(304, 104), (312, 104), (50, 400)]
+            points = [(304, 104), (312, 104)]
             deadline = time.monotonic() + 30
-            while {self.pixel(display, *at) for at in points[:2]} != {WHITE, b"\xcc\xcc\xcc"}:
+            while {self.pixel(display, *at) for at in points} != {WHITE, b"\xcc\xcc\xcc"}:
                 self.assertLess(time.monotonic(), deadline)
                 time.sleep(0.2)
+            points = [(2, 766)]  # the caption, over the window's grey
+            await_pixels([b"\x0a\x0a\x0b"])
+            display.xdotool("key", "c")
+            await_pixels([b"\x30\x30\x34"])
             display.xdotool("key", "Escape")
             self.assertEqual(viewer.wait(30), 1)  # one was absent
             with viewer.stderr as stream:

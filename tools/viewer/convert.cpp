@@ -35,7 +35,7 @@ std::string Viewer_Convert(const std::string &in, const std::string &out, uint32
                            bool compress, std::string &wrong)
 {
     wrong = in;
-    const Picture picture = Picture_Load(in.c_str(), 0, 0);
+    const Picture picture = Viewer_Load(in);
     if (!picture.Pixels)
         return Viewer_Reason(in);
     VIEWER_IMAGE image = Viewer_Frame(picture, frame);

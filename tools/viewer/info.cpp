@@ -1,5 +1,7 @@
 #include "tools/viewer/info.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <string_view>
 
@@ -8,21 +10,39 @@
 #include "picture/png.h"
 #include "tools/viewer/shown.h"
 
-// Prints "  name: text" unless the text is empty; control characters, which could steer the
-// terminal, as blanks.
-static void Line(const char *name, std::string_view text)
+// Control characters, which could steer the terminal, become blanks.
+static std::string Harmless(std::string_view text)
 {
-    if (text.empty())
-        return;
-    std::printf("  %s: ", name);
-    for (const char c : text)
-        std::putchar(static_cast<unsigned char>(c) < 32 || c == 127 ? ' ' : c);
-    std::putchar('\n');
+    std::string harmless(text);
+    std::ranges::replace_if(
+        harmless, [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }, ' ');
+    return harmless;
 }
 
-static void Line(const char *name, uint32_t value)
+// Prints "  name: text" unless the text is empty.
+static void Line(std::string_view name, std::string_view text)
+{
+    if (!text.empty())
+        std::printf("  %s: %s\n", Harmless(name).c_str(), Harmless(text).c_str());
+}
+
+static void Line(std::string_view name, uint32_t value)
 {
     Line(name, std::to_string(value));
+}
+
+// ISO/IEC 8859-1 in UTF-8; its upper control characters as blanks.
+static std::string FromLatin1(std::string_view latin1)
+{
+    std::string text;
+    for (const char c : latin1) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 160)
+            text += {static_cast<char>(0xC0 | byte >> 6), static_cast<char>(0x80 | (byte & 63))};
+        else
+            text += byte < 128 ? c : ' ';
+    }
+    return text;
 }
 
 static void InfoOfPNG()
@@ -31,12 +51,14 @@ static void InfoOfPNG()
     Line("colour", PNG_ColorType[h.ColorType < PNG_ColorType.size() ? h.ColorType : 1]);
     Line("interlacing", PNG_Interlace[h.Interlace == 1 ? 1 : 0]);
     for (size_t i = 0; i < h.TextCount; i++)
-        Line(h.Texts[i].Keyword.data(), h.Texts[i].Text.data());
+        Line(FromLatin1(h.Texts[i].Keyword.data()), FromLatin1(h.Texts[i].Text.data()));
     for (size_t i = 0; i < h.InternationalTextCount; i++)
-        Line(h.InternationalTexts[i].Keyword.data(), h.InternationalTexts[i].Text.data());
+        Line(FromLatin1(h.InternationalTexts[i].Keyword.data()),
+             h.InternationalTexts[i].Text.data());
+    std::array<char, 32> changed;
+    std::snprintf(changed.data(), changed.size(), "%04d-%02d-%02d", h.Year, h.Month, h.Day);
     if (h.Year != 0)
-        Line("changed",
-             std::to_string(h.Year) + "-" + std::to_string(h.Month) + "-" + std::to_string(h.Day));
+        Line("changed", changed.data());
 }
 
 static void InfoOfJPEG(const Picture &picture)
@@ -47,14 +69,14 @@ static void InfoOfJPEG(const Picture &picture)
     Line("description", exif.Description.data());
     Line("make", exif.Make.data());
     Line("model", exif.Model.data());
-    Line("orientation", static_cast<uint32_t>(Viewer_Orientation()));
+    if (exif.IFDs[0].Count != 0)
+        Line("orientation", static_cast<uint32_t>(Viewer_Orientation()));
     if (exif.LatitudeReference > ' ' && exif.LatitudeReference != '0') {
         Line("latitude", std::to_string(exif.Latitude) + " " + exif.LatitudeReference);
         Line("longitude", std::to_string(exif.Longitude) + " " + exif.LongitudeReference);
     }
     if (picture.ThumbPixels)
-        Line("thumbnail",
-             std::to_string(picture.ThumbWidth) + "x" + std::to_string(picture.ThumbHeight));
+        Line("thumbnail", Viewer_Size({picture.ThumbWidth, picture.ThumbHeight, {}}));
 }
 
 static void InfoOfGIF()
@@ -71,11 +93,11 @@ static void InfoOfGIF()
 
 std::string Viewer_Info(const std::string &path)
 {
-    const Picture picture = Picture_Load(path.c_str(), 0, 0);
+    const Picture picture = Viewer_Load(path);
     if (!picture.Pixels)
         return Viewer_Reason(path);
-    std::printf("%s: %s, %dx%d, %d bits a pixel\n", path.c_str(), Viewer_FormatName(picture.Format),
-                picture.Width, picture.Height, picture.Bits);
+    const std::string facts = Viewer_Facts(picture, {picture.Width, picture.Height, {}});
+    std::printf("%s: %s a pixel\n", path.c_str(), facts.c_str());
     switch (picture.Format) {
     case PICTURE_PNG:
         InfoOfPNG();

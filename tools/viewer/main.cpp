@@ -44,7 +44,7 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
         ->excludes(info)
         ->excludes(convert);
     app.footer("Keys: left, right and space go to another picture, + - 0 and the wheel zoom, "
-               "dragging moves,\nt shows the thumbnail, h helps, escape ends.");
+               "dragging moves,\nt shows the thumbnail, c the caption, h helps, escape ends.");
     app.parse(argc, argv);
     if (options.Files.empty() == (options.CharSet < 0))
         throw CLI::ValidationError("FILE", "wants files, or --charset without any");

@@ -22,6 +22,20 @@ static constexpr std::array samples = {
     "ar\xE3 \xEEn p\xE3m\xE2nt",
 };
 
+// Draws into an image.
+template <typename Drawing>
+static void Draw(VIEWER_IMAGE &image, uint8_t grey, Drawing drawing)
+{
+    Picture target{};
+    target.Width = target.BufferWidth = static_cast<uint16_t>(image.Width);
+    target.Height = target.BufferHeight = static_cast<uint16_t>(image.Height);
+    target.Pixels = image.Pixels.data();
+    Graphics_SetTarget(&target);
+    Graphics_SetColor(grey, grey, grey, 255);
+    drawing();
+    Graphics_SetTarget(nullptr);
+}
+
 VIEWER_IMAGE Viewer_Sheet(uint8_t set)
 {
     const CHARSET_SIZE size = CharSet_GetSize(set);
@@ -36,18 +50,65 @@ VIEWER_IMAGE Viewer_Sheet(uint8_t set)
     image.Height = (rows + 1 + static_cast<uint32_t>(samples.size())) * cellHeight + 2 * margin;
     image.Pixels.assign(size_t{image.Width} * image.Height * 4, 255);
 
-    Picture target{};
-    target.Width = target.BufferWidth = static_cast<uint16_t>(image.Width);
-    target.Height = target.BufferHeight = static_cast<uint16_t>(image.Height);
-    target.Pixels = image.Pixels.data();
-    Graphics_SetTarget(&target);
-    Graphics_SetColor(0, 0, 0, 255);
     const auto y = [&](uint32_t row) { return static_cast<int16_t>(margin + row * cellHeight); };
-    for (uint32_t i = 0; i < size.Glyphs; i++)
-        CharSet_PutChar(static_cast<int16_t>(margin + i % across * cellWidth), y(i / across),
-                        static_cast<uint8_t>(i), set, 1, 1);
-    for (uint32_t i = 0; i < samples.size(); i++)
-        CharSet_PutText(margin, y(rows + 1 + i), samples[i], set, 1, 1);
-    Graphics_SetTarget(nullptr);
+    Draw(image, 0, [&] {
+        for (uint32_t i = 0; i < size.Glyphs; i++)
+            CharSet_PutChar(static_cast<int16_t>(margin + i % across * cellWidth), y(i / across),
+                            static_cast<uint8_t>(i), set, 1, 1);
+        for (uint32_t i = 0; i < samples.size(); i++)
+            CharSet_PutText(margin, y(rows + 1 + i), samples[i], set, 1, 1);
+    });
     return image;
+}
+
+VIEWER_IMAGE Viewer_Lines(std::span<const std::string> lines)
+{
+    constexpr uint8_t set = 3, ground = 200;
+    const uint32_t height = CharSet_GetSize(set).Rows + 4u;
+    size_t longest = 0;
+    for (const std::string &line : lines)
+        longest = std::max(longest, std::min<size_t>(line.size(), 255));
+    VIEWER_IMAGE image;
+    image.Width = static_cast<uint32_t>(longest) * Viewer_LetterWidth + 2 * Viewer_LinesMargin;
+    image.Height = static_cast<uint32_t>(lines.size()) * height + Viewer_LinesMargin;
+    image.Pixels.resize(size_t{image.Width} * image.Height * 4);
+    for (size_t i = 3; i < image.Pixels.size(); i += 4)
+        image.Pixels[i] = ground;
+    Draw(image, 255, [&] {
+        uint32_t y = Viewer_LinesMargin / 2 + 2;
+        for (const std::string &line : lines) {
+            CharSet_PutText(Viewer_LinesMargin, static_cast<int16_t>(y), line.c_str(), set, 1, 1);
+            y += height;
+        }
+    });
+    return image;
+}
+
+// UTF-8 in ISO/IEC 8859-2, as the character sets take it.
+static std::string Latin2(std::string_view utf8)
+{
+    std::string text;
+    while (!utf8.empty()) {
+        size_t length = 1;
+        while (length < utf8.size() && (utf8[length] & 0xC0) == 0x80)
+            length++;
+        const size_t letter = length == 2 ? CharSet_Letters.find(utf8.substr(0, 2)) : utf8.npos;
+        if (letter != utf8.npos)
+            text += static_cast<char>(CharSet_FirstLetter + letter / 2);
+        else
+            text += length == 1 && utf8[0] >= ' ' && utf8[0] < 127 ? utf8[0] : '?';
+        utf8.remove_prefix(length);
+    }
+    return text;
+}
+
+std::string Viewer_Caption(std::string_view name, const std::string &facts, size_t room)
+{
+    std::string text = Latin2(name);
+    const size_t rest = facts.size() + 2, least = 12;
+    const size_t most = std::max(room > rest ? room - rest : 0, least);
+    if (text.size() > most)  // its end tells more than its middle
+        text =
+            text.substr(0, (most - 3 + 1) / 2) + "..." + text.substr(text.size() - (most - 3) / 2);
+    return (text + "  " + facts).substr(0, room);
 }

@@ -2,16 +2,35 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <utility>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "picture/gif.h"
 #include "picture/jpg.h"
 #include "picture/spr.h"
+#include "picture/tif.h"
 
-const char *Viewer_FormatName(uint8_t format)
+Picture Viewer_Load(const std::string &path)
+{
+    std::fflush(stdout);
+    const int out = dup(STDOUT_FILENO), nowhere = open("/dev/null", O_WRONLY);
+    dup2(nowhere, STDOUT_FILENO);
+    const Picture picture = Picture_Load(path.c_str(), 0, 0);
+    std::fflush(stdout);
+    dup2(out, STDOUT_FILENO);
+    close(nowhere);
+    close(out);
+    return picture;
+}
+
+static const char *FormatName(uint8_t format)
 {
     constexpr std::array names = {"unknown", "HAM",  "BMP", "PCX",  "PNM", "JPEG",   "TGA",
                                   "PNG",     "ILBM", "XBM", "TIFF", "GIF", "sprites"};
@@ -20,15 +39,42 @@ const char *Viewer_FormatName(uint8_t format)
 
 std::string Viewer_Reason(const std::string &path)
 {
+    errno = 0;
     std::ifstream file(path, std::ios::binary);
     char byte;
-    if (!file || !file.read(&byte, 1))
-        return errno != 0 && !file.is_open() ? std::strerror(errno) : "it cannot be read";
+    if (!file.read(&byte, 1))
+        return errno != 0 ? std::strerror(errno) : "it is empty";
     const uint8_t format = Picture_Check(path.c_str(), 0);
     return format == PICTURE_UNKNOWN
                ? "its format is not known"
                : std::string("it is no picture that can be decoded, though it begins like ") +
-                     Viewer_FormatName(format);
+                     FormatName(format);
+}
+
+// What the record calls bits is another field of a GIF, and of one sample of a TIFF.
+static uint32_t BitsOf(const Picture &picture)
+{
+    if (picture.Format == PICTURE_TIFF)
+        return uint32_t{picture.Bits} * TIF_Header.Samples;
+    if (picture.Format != PICTURE_GIF)
+        return picture.Bits;
+    unsigned colors = GIF_Header.HasGlobalPalette ? GIF_Header.GlobalColors : 2;
+    for (const GIF_FRAME &frame : GIF_Frames)
+        if (frame.HasLocalPalette)
+            colors = std::max<unsigned>(colors, frame.LocalColors);
+    return static_cast<uint32_t>(std::bit_width(colors - 1));
+}
+
+std::string Viewer_Size(const VIEWER_IMAGE &image)
+{
+    return std::to_string(image.Width) + "x" + std::to_string(image.Height);
+}
+
+std::string Viewer_Facts(const Picture &picture, const VIEWER_IMAGE &size)
+{
+    const uint32_t bits = BitsOf(picture);
+    return std::string(FormatName(picture.Format)) + ", " + Viewer_Size(size) + ", " +
+           std::to_string(bits) + (bits == 1 ? " bit" : " bits");
 }
 
 static VIEWER_IMAGE Crop(const uint8_t *pixels, uint32_t width, uint32_t height, size_t stride)
@@ -165,17 +211,16 @@ void Viewer_Close()
 VIEWER_FILE Viewer_Open(const std::string &path)
 {
     Viewer_Close();
-    last = Picture_Load(path.c_str(), 0, 0);
+    last = Viewer_Load(path);
     VIEWER_FILE file;
     file.Path = path;
-    file.Format = last.Format;
-    file.Bits = last.Bits;
     file.Picture = Viewer_Image(last);
     if (!last.Pixels)
         return file;
     file.Frames = Viewer_FrameCount(last);
     const int orientation = last.Format == PICTURE_JPEG ? Viewer_Orientation() : 1;
     file.Picture = Viewer_Upright(std::move(file.Picture), orientation);
+    file.Facts = Viewer_Facts(last, file.Picture);
     file.Thumbnail = Viewer_Upright(Viewer_Thumbnail(last), orientation);
     if (last.Format == PICTURE_GIF) {
         file.Ends = Ends();

@@ -15,15 +15,22 @@ struct VIEWER_IMAGE {
 
 struct VIEWER_FILE {
     std::string Path;
-    uint8_t Format = 0, Bits = 0;
+    std::string Facts;         // format, size and depth, as Viewer_Facts tells them
     uint32_t Frames = 1;       // of a GIF or a sprite file
     VIEWER_IMAGE Picture;      // upright; the first frame
     VIEWER_IMAGE Thumbnail;    // upright; empty without one
     std::vector<double> Ends;  // of a GIF's frames, seconds from its start; empty for others
 };
 
-/// Name of a format, "unknown" for 0.
-const char *Viewer_FormatName(uint8_t format);
+/// Picture_Load without what the decoders trace on standard output.
+Picture Viewer_Load(const std::string &path);
+
+/// Format, size and bits a pixel of the picture that was loaded last, such as "PNG, 32x32, 4 bits".
+/// Of a GIF these are the bits of its largest palette. `size` is how it is shown.
+std::string Viewer_Facts(const Picture &picture, const VIEWER_IMAGE &size);
+
+/// Width and height, such as "32x32".
+std::string Viewer_Size(const VIEWER_IMAGE &image);
 
 /// Why a file has no picture, for a person.
 std::string Viewer_Reason(const std::string &path);

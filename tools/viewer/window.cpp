@@ -6,22 +6,29 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <span>
 
-#include "picture/charset.h"
-#include "picture/graphics.h"
 #include "platform/application.h"
 #include "platform/glfew.h"
+#include "tools/viewer/sheet.h"
+
+// Lines of text as they are laid over the picture.
+struct OVERLAY {
+    uint32_t Texture;
+    float Width, Height;
+};
 
 // What the window shows. Offsets count from the window's middle, in its units.
 static struct {
     std::vector<std::string> Paths;  // empty: only the image in File
     size_t At;
     VIEWER_FILE File;
-    uint32_t Frame;                     // of a GIF
-    double Start;                       // of a GIF's round, seconds
-    uint32_t Picture, Thumbnail, Help;  // textures
-    VIEWER_IMAGE HelpImage;
-    bool ShowThumbnail, ShowHelp;
+    uint32_t Frame;               // of a GIF
+    double Start;                 // of a GIF's round, seconds
+    uint32_t Picture, Thumbnail;  // textures
+    OVERLAY Help, Caption;
+    std::string CaptionText;  // as it was drawn
+    bool ShowThumbnail, ShowHelp, HideCaption;
     float Zoom;  // 0: fitted
     float X, Y;
     bool Dragging;
@@ -64,13 +71,26 @@ static float CurrentZoom()
 
 static void SetTitle()
 {
-    const VIEWER_FILE &file = view.File;
-    std::string title = file.Path;
-    if (!view.Paths.empty())
-        title += std::string(" - ") + Viewer_FormatName(file.Format) + ", " +
-                 std::to_string(file.Picture.Width) + "x" + std::to_string(file.Picture.Height) +
-                 ", " + std::to_string(file.Bits) + " bits";
-    GLFEW_SetTitle(title.c_str());
+    const std::string facts = view.Paths.empty() ? "" : " - " + view.File.Facts;
+    GLFEW_SetTitle((view.File.Path + facts).c_str());
+}
+
+// What the caption says beside the name: the title's facts, and what changes while one looks.
+static std::string FactsNow()
+{
+    const auto of = [](size_t n, size_t count) {
+        return std::to_string(n + 1) + " of " + std::to_string(count);
+    };
+    std::string facts = view.File.Facts;
+    if (view.Paths.size() > 1)
+        facts += ", " + of(view.At, view.Paths.size());
+    if (view.File.Frames > 1)
+        facts += ", frame " + of(view.Frame, view.File.Frames);
+    if (view.ShowThumbnail)
+        facts += ", thumbnail " + Viewer_Size(view.File.Thumbnail);
+    if (const long percent = std::lround(CurrentZoom() * 100); percent != 100)
+        facts += ", zoom " + std::to_string(percent) + " %";
+    return facts;
 }
 
 static void ShowPicture()
@@ -79,10 +99,15 @@ static void ShowPicture()
     view.Picture = TextureOf(view.File.Picture);
 }
 
+static void Fit()
+{
+    view.Zoom = view.X = view.Y = 0;
+}
+
 static void ShowFile()
 {
     view.ShowThumbnail = false;
-    view.Zoom = view.X = view.Y = 0;
+    Fit();
     view.Frame = 0;
     view.Start = Now();
     GLFEW_DestroyTexture(view.Thumbnail);
@@ -106,49 +131,61 @@ static bool CanShow(const VIEWER_FILE &file)
     return reason.empty();
 }
 
-// Goes to the next file that can be shown; those that cannot are taken out. False without any.
-static bool Step(size_t by)
+// Goes on or back (1 or -1) to a file that can be shown; those that cannot are taken out. False
+// without any.
+static bool Step(int by)
 {
     while (!view.Paths.empty()) {
-        view.At = (view.At + by) % view.Paths.size();
+        const size_t count = view.Paths.size();
+        view.At = (view.At + count + static_cast<size_t>(by)) % count;
         view.File = Viewer_Open(view.Paths[view.At]);
         if (CanShow(view.File)) {
             ShowFile();
             return true;
         }
         view.Paths.erase(view.Paths.begin() + static_cast<ptrdiff_t>(view.At));
-        view.At = view.Paths.empty() ? 0 : (view.At + view.Paths.size() - 1) % view.Paths.size();
-        by = 1;
+        by = std::min(by, 0);  // in its place is the next one now
     }
     return false;
 }
 
-static VIEWER_IMAGE MakeHelp()
+static OVERLAY OverlayOf(std::span<const std::string> lines)
 {
-    constexpr std::array lines = {"left, right, space  another picture",
-                                  "+ - wheel           closer, farther",
-                                  "0                   fitted",
-                                  "drag                moves the picture",
-                                  "t                   thumbnail",
-                                  "h                   this help",
-                                  "escape              ends"};
-    constexpr uint8_t set = 3;
-    const CHARSET_SIZE size = CharSet_GetSize(set);
-    const uint32_t rowHeight = size.Rows + 4u;
-    VIEWER_IMAGE image{400, static_cast<uint32_t>(lines.size()) * rowHeight + 20, {}};
-    image.Pixels.resize(size_t{image.Width} * image.Height * 4);
-    for (size_t i = 3; i < image.Pixels.size(); i += 4)
-        image.Pixels[i] = 200;
-    Picture target{};
-    target.Width = target.BufferWidth = static_cast<uint16_t>(image.Width);
-    target.Height = target.BufferHeight = static_cast<uint16_t>(image.Height);
-    target.Pixels = image.Pixels.data();
-    Graphics_SetTarget(&target);
-    Graphics_SetColor(255, 255, 255, 255);
-    for (size_t i = 0; i < lines.size(); i++)
-        CharSet_PutText(10, static_cast<int16_t>(10 + i * rowHeight), lines[i], set, 1, 1);
-    Graphics_SetTarget(nullptr);
-    return image;
+    const VIEWER_IMAGE image = Viewer_Lines(lines);
+    return {TextureOf(image), static_cast<float>(image.Width), static_cast<float>(image.Height)};
+}
+
+static OVERLAY MakeHelp()
+{
+    // clang-format off
+    const std::array<std::string, 8> lines = {
+        "left, right, space  another picture",
+        "+ - wheel           closer, farther",
+        "0                   fitted",
+        "drag                moves the picture",
+        "t                   thumbnail",
+        "c                   caption",
+        "h                   this help",
+        "escape              ends",
+    };
+    // clang-format on
+    return OverlayOf(lines);
+}
+
+// Writes the caption anew when it says something else, or has another width to say it in.
+static void MakeCaption()
+{
+    const size_t slash = view.File.Path.rfind('/') + 1;  // 0 without one
+    const uint32_t width = static_cast<uint32_t>(std::max(System_ScreenWidth, 0));
+    const uint32_t room =
+        (std::max(width, 2 * Viewer_LinesMargin) - 2 * Viewer_LinesMargin) / Viewer_LetterWidth;
+    const std::string text = Viewer_Caption(std::string_view(view.File.Path).substr(slash),
+                                            FactsNow(), std::min(room, 255u));
+    if (text == view.CaptionText)
+        return;
+    GLFEW_DestroyTexture(view.Caption.Texture);
+    view.Caption = OverlayOf({&text, 1});
+    view.CaptionText = text;
 }
 
 static GLFEW_VERTEX MakeQuad(const char *fragment)
@@ -201,19 +238,27 @@ static void Draw(GLFEW_VERTEX &quad, uint32_t texture, float x, float y, float w
     GLFEW_DrawVertex(quad, 4);
 }
 
+static void DrawOverlay(const OVERLAY &o, float x, float y)
+{
+    Draw(overlay, o.Texture, x, y, o.Width, o.Height);
+}
+
 void Paint()
 {
     GLFEW_Clear();
     const VIEWER_IMAGE &image = Shown();
     const float zoom = CurrentZoom();
-    const float width = std::round(static_cast<float>(image.Width) * zoom);
-    const float height = std::round(static_cast<float>(image.Height) * zoom);
+    const float width = std::max(std::round(static_cast<float>(image.Width) * zoom), 1.0F);
+    const float height = std::max(std::round(static_cast<float>(image.Height) * zoom), 1.0F);
     const float x = std::floor((static_cast<float>(System_ScreenWidth) - width) / 2 + view.X);
     const float y = std::floor((static_cast<float>(System_ScreenHeight) - height) / 2 + view.Y);
     Draw(board, view.ShowThumbnail ? view.Thumbnail : view.Picture, x, y, width, height);
+    if (!view.HideCaption && !view.Paths.empty()) {
+        MakeCaption();
+        DrawOverlay(view.Caption, 0, static_cast<float>(System_ScreenHeight) - view.Caption.Height);
+    }
     if (view.ShowHelp)
-        Draw(overlay, view.Help, 20, 20, static_cast<float>(view.HelpImage.Width),
-             static_cast<float>(view.HelpImage.Height));
+        DrawOverlay(view.Help, 20, 20);
 }
 
 // Moves a GIF on to the frame whose time it is.
@@ -233,13 +278,24 @@ static void Play()
     ShowPicture();
 }
 
-// Keeps what lies in the window's middle there.
-static void ZoomBy(float factor)
+// Keeps what lies at (x, y) there, which counts from the window's middle.
+static void ZoomBy(float factor, float x, float y)
 {
-    const float before = CurrentZoom();
-    view.Zoom = std::clamp(before * factor, 1.0F / 64, std::max(64.0F, 16 * FittingZoom()));
-    view.X *= view.Zoom / before;
-    view.Y *= view.Zoom / before;
+    const float fitting = FittingZoom(), before = CurrentZoom();
+    view.Zoom =
+        std::clamp(before * factor, std::min(1.0F / 64, fitting), std::max(64.0F, 16 * fitting));
+    view.X = x + (view.X - x) * view.Zoom / before;
+    view.Y = y + (view.Y - y) * view.Zoom / before;
+}
+
+static void Wheel()
+{
+    const int32_t steps = System_MouseWheel();
+    if (steps != 0)
+        ZoomBy(std::pow(1.25F, static_cast<float>(steps)),
+               static_cast<float>(System_GetMouseX()) - static_cast<float>(System_ScreenWidth) / 2,
+               static_cast<float>(System_GetMouseY()) -
+                   static_cast<float>(System_ScreenHeight) / 2);
 }
 
 static void Drag()
@@ -261,6 +317,13 @@ static void Drag()
         view.Dragging = false;
 }
 
+// Goes to another file; when none can be shown any more there is nothing to stay for.
+static void Turn(int by)
+{
+    if (!view.Paths.empty() && !Step(by))
+        Velmorandis_CloseApplication(1);
+}
+
 static void Press(int32_t key)
 {
     // As GLFW numbers keys: letters and signs by their ASCII codes of a US keyboard.
@@ -272,26 +335,29 @@ static void Press(int32_t key)
         break;
     case right:
     case ' ':
-        Step(1);
+        Turn(1);
         break;
     case left:
-        if (!view.Paths.empty())
-            Step(view.Paths.size() - 1);
+        Turn(-1);
         break;
     case '=':
     case plusPad:
-        ZoomBy(1.25F);
+        ZoomBy(1.25F, 0, 0);
         break;
     case '-':
     case minusPad:
-        ZoomBy(0.8F);
+        ZoomBy(0.8F, 0, 0);
         break;
     case '0':
     case zeroPad:
-        view.Zoom = view.X = view.Y = 0;
+        Fit();
         break;
     case 'T':
         view.ShowThumbnail = !view.ShowThumbnail && view.Thumbnail != 0;
+        Fit();  // what was in the window's middle may lie beyond the thumbnail
+        break;
+    case 'C':
+        view.HideCaption = !view.HideCaption;
         break;
     case 'H':
         view.ShowHelp = !view.ShowHelp;
@@ -302,9 +368,7 @@ static void Press(int32_t key)
 void Scene()
 {
     Press(System_KeyDown());
-    const int32_t wheel = System_MouseWheel();
-    if (wheel != 0)
-        ZoomBy(std::pow(1.25F, static_cast<float>(wheel)));
+    Wheel();
     Drag();
     Play();
 }
@@ -317,8 +381,7 @@ static bool OpenWindow()
         return false;
     GLFEW_BlendByAlpha();
     MakeQuads();
-    view.HelpImage = MakeHelp();
-    view.Help = TextureOf(view.HelpImage);
+    view.Help = MakeHelp();
     return true;
 }
 
