@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -31,6 +32,10 @@ constexpr size_t Bytes_MaxFile = size_t{1} << 30;
 /// The whole file at `path`. Empty when it cannot be opened or read, when it is no regular file
 /// with a size of its own (a pipe, a directory), or when it is larger than Bytes_MaxFile.
 BYTES_BUFFER Bytes_LoadFile(const char *path);
+
+/// Fills `head` with the file's first bytes and gives their number, which is less for a short file.
+/// Nothing when the file cannot be opened or read.
+std::optional<size_t> Bytes_LoadHead(const char *path, std::span<uint8_t> head);
 
 /// The byte at `position`, which moves on by one. Past the end it is 0 and the position moves on
 /// all the same: position > file.size() afterwards means "cut short".

@@ -7,6 +7,7 @@
 
 #include "extra/bytes.h"
 #include "picture/picture.h"
+#include "picture/pixels.h"
 
 BMP_HEADER BMP_Header;
 BYTES_BUFFER BMP_File;
@@ -277,21 +278,8 @@ static BMP_FIELDS3 Fields32()
             BMP_FIELD::Make(h.BlueMask, red + green, 0)};
 }
 
-// The four bytes of a pixel in memory order, as one number.
-static uint32_t PackPixel(uint32_t r, uint32_t g, uint32_t b, uint32_t a)
-{
-    if constexpr (std::endian::native == std::endian::little)
-        return r | g << 8 | b << 16 | a << 24;
-    else
-        return r << 24 | g << 16 | b << 8 | a;
-}
-
-static void StorePixel(uint8_t *out, uint32_t pixel)
-{
-    std::memcpy(out, &pixel, 4);
-}
-
-// Calls row(bytes, pixels, out) for each row of the file with as many pixels as are there whole.
+// Calls row(bytes, pixels, out) for each row of the file with as many pixels as are there whole;
+// the others stay transparent.
 template <class ROW>
 static void DecodeRows(uint8_t *pixels, const ROW &row)
 {
@@ -301,7 +289,9 @@ static void DecodeRows(uint8_t *pixels, const ROW &row)
         const auto in = Bytes_GetSpan(BMP_File, h.DataOffset + r * stride, bytes);
         const size_t count = std::min<size_t>(h.Width, in.size() * 8 / h.BitsPerPixel);
         const size_t y = h.TopDown ? r : h.Height - 1u - r;
-        row(in.data(), count, pixels + y * h.Width * 4);
+        uint8_t *out = pixels + y * h.Width * 4;
+        row(in.data(), count, out);
+        std::memset(out + 4 * count, 0, 4 * (h.Width - count));
     }
 }
 
@@ -335,24 +325,15 @@ static void Decode16(uint8_t *pixels)
         const auto [red, green, blue] = fields;
         for (size_t i = 0; i < count; i++) {
             const uint32_t w = in[2 * i] | static_cast<uint32_t>(in[2 * i + 1]) << 8;
-            StorePixel(out + 4 * i, PackPixel(red(w), green(w), blue(w), 255));
+            Pixels_Put(out + 4 * i, Pixels_Pack(red(w), green(w), blue(w), 255));
         }
     });
 }
 
-// Each pixel but the last is taken with the byte behind it.
 static void Decode24(uint8_t *pixels)
 {
     DecodeRows(pixels, [](const uint8_t *in, size_t count, uint8_t *out) {
-        size_t i = 0;
-        if constexpr (std::endian::native == std::endian::little)
-            for (; i + 1 < count; i++) {
-                uint32_t bgr;
-                std::memcpy(&bgr, in + 3 * i, 4);
-                StorePixel(out + 4 * i, __builtin_bswap32(bgr) >> 8 | 0xFF000000);
-            }
-        for (; i < count; i++)
-            StorePixel(out + 4 * i, PackPixel(in[3 * i + 2], in[3 * i + 1], in[3 * i], 255));
+        Pixels_FromTriples({in, 3 * count}, true, out);
     });
 }
 
@@ -361,8 +342,8 @@ static void Decode32(uint8_t *pixels)
 {
     DecodeRows(pixels, [](const uint8_t *in, size_t count, uint8_t *out) {
         for (size_t i = 0; i < count; i++)
-            StorePixel(out + 4 * i,
-                       PackPixel(in[4 * i + 3], in[4 * i + 2], in[4 * i + 1], in[4 * i]));
+            Pixels_Put(out + 4 * i,
+                       Pixels_Pack(in[4 * i + 3], in[4 * i + 2], in[4 * i + 1], in[4 * i]));
     });
 }
 
@@ -373,7 +354,7 @@ static void Decode32Fields(uint8_t *pixels)
         for (size_t i = 0; i < count; i++) {
             const uint32_t first = in[4 * i], second = in[4 * i + 1], third = in[4 * i + 2];
             const uint32_t w = first << 24 | second << 16 | third << 8 | in[4 * i + 3];
-            StorePixel(out + 4 * i, PackPixel(red(w), green(w), blue(w), 255));
+            Pixels_Put(out + 4 * i, Pixels_Pack(red(w), green(w), blue(w), 255));
         }
     });
 }
@@ -383,7 +364,7 @@ uint8_t *BMP_Decoding()
     const BMP_HEADER &h = BMP_Header;
     if (BMP_File.empty())
         return nullptr;
-    uint8_t *pixels = Picture_NewPixels(h.Width, h.Height);
+    uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)
         return nullptr;
     if (h.BitsPerPixel <= 8)

@@ -112,9 +112,9 @@ void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes)
     if (!possible) {
         HAM68_File = {};
     } else if (squeezed) {
-        BYTES_BUFFER expanded(
-            HAM68_File.begin(),
-            HAM68_File.begin() + static_cast<ptrdiff_t>(std::min(fixed, HAM68_File.size())));
+        BYTES_BUFFER expanded(HAM68_File.begin(),
+                              HAM68_File.begin() +
+                                  static_cast<ptrdiff_t>(std::min(fixed, HAM68_File.size())));
         ExpandRuns(Bytes_GetSpan(HAM68_File, fixed), expanded,
                    fixed + size_t{h.BytesPerRow} * h.Planes * h.Height);
         HAM68_File = std::move(expanded);

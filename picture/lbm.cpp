@@ -177,8 +177,7 @@ static BYTES_BUFFER ExpandFile()
     const LBM_HEADER &h = LBM_Header;
     const size_t offset = h.BodyOffset;
     const auto packed = Bytes_GetSpan(LBM_File, offset, h.BodySize);
-    BYTES_BUFFER expanded(offset +
-                                  std::min(RowBytes(WordPlane()) * h.Height, packed.size() * 64));
+    BYTES_BUFFER expanded(offset + std::min(RowBytes(WordPlane()) * h.Height, packed.size() * 64));
     std::copy_n(LBM_File.begin(), offset, expanded.begin());
     expanded.resize(offset + LBM_ExpandByteRuns(packed, std::span(expanded).subspan(offset)));
     return expanded;

@@ -1,6 +1,7 @@
 #include "picture/pcx.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "extra/bytes.h"
 #include "picture/picture.h"
@@ -153,14 +154,15 @@ uint8_t *PCX_Decoding()
     const std::span<const uint8_t> data = PixelData();
     if (!IsKnown() || data.size() < RowSize())
         return nullptr;
-    uint8_t *pixels = Picture_NewPixels(h.Width, h.Height);
+    uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)
         return nullptr;
     if (h.BitsPerPixel != 24)
         ReadPalette();
-    for (size_t y = 0; y < h.Height && (y + 1) * RowSize() <= data.size(); y++) {
+    const size_t rows = std::min<size_t>(h.Height, data.size() / RowSize());
+    uint8_t *out = pixels;
+    for (size_t y = 0; y < rows; y++, out += size_t{h.Width} * 4) {
         const std::span<const uint8_t> row = data.subspan(y * RowSize());
-        uint8_t *out = pixels + y * h.Width * 4;
         if (IsPlanar())
             DecodePlanes(row, out);
         else if (h.BitsPerPixel == 8)
@@ -168,6 +170,7 @@ uint8_t *PCX_Decoding()
         else
             DecodeTriples(row, out);
     }
+    std::memset(out, 0, (h.Height - rows) * h.Width * 4);
     return pixels;
 }
 

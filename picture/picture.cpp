@@ -2,12 +2,12 @@
 
 #include <array>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <numbers>
 #include <string_view>
 
+#include "extra/bytes.h"
 #include "picture/bmp.h"
 #include "picture/gif.h"
 #include "picture/graphics.h"
@@ -27,17 +27,33 @@
 uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
 size_t Picture_MaxBytes = size_t{1} << 30;
 
-uint8_t *Picture_NewPixels(uint32_t width, uint32_t height)
+// Bytes of a picture, 0 for one that cannot be.
+static size_t PixelBytes(uint32_t width, uint32_t height)
 {
     const uint64_t count = uint64_t{width} * height;
-    if (count == 0 || count > Picture_MaxBytes / 4)
-        return nullptr;
-    return static_cast<uint8_t *>(std::calloc(count, 4));
+    return count <= Picture_MaxBytes / 4 ? count * 4 : 0;
+}
+
+uint8_t *Picture_NewPixels(uint32_t width, uint32_t height)
+{
+    const size_t bytes = PixelBytes(width, height);
+    return bytes != 0 ? static_cast<uint8_t *>(std::calloc(bytes, 1)) : nullptr;
+}
+
+uint8_t *Picture_NewUnsetPixels(uint32_t width, uint32_t height)
+{
+    const size_t bytes = PixelBytes(width, height);
+    return bytes != 0 ? static_cast<uint8_t *>(std::malloc(bytes)) : nullptr;
 }
 
 // The first 256 bytes of a file; what it lacks is 0, and so is the byte behind them.
 struct PICTURE_HEAD {
-    std::array<char, 257> Bytes{};
+    std::array<uint8_t, 257> Bytes{};
+
+    const char *Text() const
+    {
+        return reinterpret_cast<const char *>(Bytes.data());
+    }
 
     bool Has(size_t offset, std::string_view magic) const
     {
@@ -45,7 +61,7 @@ struct PICTURE_HEAD {
     }
     uint8_t operator[](size_t i) const
     {
-        return static_cast<uint8_t>(Bytes[i]);
+        return Bytes[i];
     }
 };
 
@@ -54,7 +70,7 @@ static bool LooksLikeXBM(const PICTURE_HEAD &head)
 {
     for (const char *name : {"_width", "_height", "_bits"}) {
         uint32_t position = 0;
-        if (!System_StrSearch(head.Bytes.data(), name, &position, -32))
+        if (!System_StrSearch(head.Text(), name, &position, -32))
             return false;
     }
     return true;
@@ -64,13 +80,7 @@ uint8_t Picture_Check(const char *path, uint16_t rawPlanes)
 {
     using namespace std::string_view_literals;
     PICTURE_HEAD head;
-    FILE *file = std::fopen(path, "rb");
-    if (!file)
-        return PICTURE_UNKNOWN;
-    const size_t size = std::fread(head.Bytes.data(), 1, 256, file);
-    const bool readable = size > 0 || !std::ferror(file);  // a directory opens, but does not read
-    std::fclose(file);
-    if (!readable)
+    if (!Bytes_LoadHead(path, std::span(head.Bytes).first(256)))
         return PICTURE_UNKNOWN;
     if (rawPlanes == 6 || rawPlanes == 8)
         return PICTURE_HAM68;

@@ -43,6 +43,9 @@ extern size_t Picture_MaxBytes;
 /// a side is 0, when it would pass Picture_MaxBytes, or without memory.
 uint8_t *Picture_NewPixels(uint32_t width, uint32_t height);
 
+/// The same without clearing, for decoders that set every pixel whatever the file.
+uint8_t *Picture_NewUnsetPixels(uint32_t width, uint32_t height);
+
 /// Format of the file from its first 256 bytes; the last signature that matches wins, on purpose.
 /// `rawPlanes` 6 or 8 says that the file is a headerless HAM dump and makes it PICTURE_HAM68
 /// unread.

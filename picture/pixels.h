@@ -37,21 +37,7 @@ constexpr uint32_t Pixels_SwapRedBlue(uint32_t pixel)
 }
 
 /// As many triples of R, G, B (or B, G, R) as there are whole ones.
-template <bool BlueFirst>
-inline void Pixels_FromTriples(std::span<const uint8_t> samples, uint8_t *out)
-{
-    const auto put = [](uint8_t *to, uint32_t pixel) {
-        Pixels_Put(to, (BlueFirst ? Pixels_SwapRedBlue(pixel) : pixel) | Pixels_Pack(0, 0, 0, 255));
-    };
-    const uint8_t *s = samples.data();
-    const size_t count = samples.size() / 3;
-    for (size_t i = 0; i + 1 < count; i++)  // the fourth byte is the next triple's first
-        put(out + 4 * i, Pixels_Get(s + 3 * i));
-    if (count > 0) {
-        const size_t last = count - 1;
-        put(out + 4 * last, Pixels_Pack(s[3 * last], s[3 * last + 1], s[3 * last + 2], 255));
-    }
-}
+void Pixels_FromTriples(std::span<const uint8_t> samples, bool blueFirst, uint8_t *out);
 
 /// One palette entry a pixel, its alpha included.
 inline void Pixels_FromIndexes(std::span<const uint8_t> indexes, const PIXELS_PALETTE &palette,

@@ -56,7 +56,7 @@ struct PNG_DECODER {
 /// The file being decoded, one at a time. The header stays after PNG_UnLoad.
 extern PNG_HEADER PNG_Header;
 extern BYTES_BUFFER PNG_File;  // only while loading
-extern size_t PNG_Position;            // next byte, of the file and then of the inflated data
+extern size_t PNG_Position;    // next byte, of the file and then of the inflated data
 extern PNG_DECODER PNG_Decoder;
 
 /// Names to show, by colour type, interlace method and unit.

@@ -91,18 +91,21 @@ static std::array<uint8_t, 256> MakeScale(uint16_t maximum)
     return scale;
 }
 
+// The decoders return where the pixels that the file has end.
+
 // One character a pixel, with white space between them or without.
-static void DecodeBitText(uint8_t *out, size_t count)
+static uint8_t *DecodeBitText(uint8_t *out, size_t count)
 {
     for (const uint8_t c : Bytes_GetSpan(PXM_File, PXM_Position)) {
         if (IsSpace(c))
             continue;
         if (count-- == 0)
-            return;
+            break;
         const uint8_t level = c == '0' ? 255 : 0;
         Pixels_Put(out, Pixels_Pack(level, level, level, 255));
         out += 4;
     }
+    return out;
 }
 
 // The next number, as above, with a short way for what nearly all are: one to three digits and a
@@ -145,7 +148,7 @@ static size_t ReadNumbers(std::span<const uint8_t> file, size_t &position,
 }
 
 // Grey and colour, text and bytes, row by row.
-static void DecodeSamples(uint8_t *out)
+static uint8_t *DecodeSamples(uint8_t *out)
 {
     const PXM_HEADER &h = PXM_Header;
     const std::array<uint8_t, 256> scale = MakeScale(h.Maximum);
@@ -165,27 +168,29 @@ static void DecodeSamples(uint8_t *out)
             samples = std::span(row).first(samples.size());
         }
         if (colour)
-            Pixels_FromTriples<false>(samples, out);
+            Pixels_FromTriples(samples, false, out);
         else
             Pixels_FromGreys(samples, out);
         if (samples.size() < row.size())
-            return;
+            return out + samples.size() / (colour ? 3 : 1) * 4;
     }
+    return out;
 }
 
-static void DecodeBits(uint8_t *out)
+static uint8_t *DecodeBits(uint8_t *out)
 {
     const size_t row = PXM_Header.Width / 8, rest = PXM_Header.Width % 8;
     constexpr std::array<uint8_t, 4> black = {0, 0, 0, 255};
     for (size_t y = 0; y < PXM_Header.Height; y++, PXM_Position += row) {
         const std::span<const uint8_t> bytes = Bytes_GetSpan(PXM_File, PXM_Position, row);
         if (bytes.size() < row)
-            return;
+            break;
         for (const uint8_t byte : bytes)
             out = std::copy(PXM_Bits[byte].begin(), PXM_Bits[byte].end(), out);
         for (size_t i = 0; i < rest; i++)
             out = std::copy(black.begin(), black.end(), out);
     }
+    return out;
 }
 
 // Bytes or characters that a row takes at least.
@@ -210,15 +215,14 @@ uint8_t *PXM_Decoding()
     if (h.BitsPerPixel == 0 || h.Width == 0 ||
         Bytes_GetSpan(PXM_File, PXM_Position).size() < ShortestRow())
         return nullptr;
-    uint8_t *pixels = Picture_NewPixels(h.Width, h.Height);
+    uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)
         return nullptr;
-    if (h.Type == 1)
-        DecodeBitText(pixels, size_t{h.Width} * h.Height);
-    else if (h.Type == 4)
-        DecodeBits(pixels);
-    else
-        DecodeSamples(pixels);
+    const size_t count = size_t{h.Width} * h.Height;
+    uint8_t *end = h.Type == 1   ? DecodeBitText(pixels, count)
+                   : h.Type == 4 ? DecodeBits(pixels)
+                                 : DecodeSamples(pixels);
+    std::fill(end, pixels + 4 * count, uint8_t{0});
     return pixels;
 }
 

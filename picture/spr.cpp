@@ -38,7 +38,7 @@ uint8_t *SPR_Decoding()
         const auto stored = Bytes_GetSpan(SPR_File, SPR_HeaderSize + i * image, image);
         if (stored.size() < row || !(h.Images[i] = Picture_NewPixels(h.Width, h.Height)))
             break;
-        Pixels_FromTriples<true>(stored, h.Images[i]);
+        Pixels_FromTriples(stored, true, h.Images[i]);
     }
     return h.Images[0];
 }

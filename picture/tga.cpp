@@ -1,6 +1,7 @@
 #include "picture/tga.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "extra/bytes.h"
 #include "picture/picture.h"
@@ -90,13 +91,16 @@ void TGA_Load(const char *path)
     TGA_Header.ImageType = TGA_Plain;
 }
 
+// What the row lacks stays transparent.
 static void DecodeRow(std::span<const uint8_t> row, uint8_t *out)
 {
     if (PixelSize() == 3)
-        Pixels_FromTriples<true>(row, out);
+        Pixels_FromTriples(row, true, out);
     else
         for (size_t i = 0; i + 4 <= row.size(); i += 4)
             Pixels_Put(out + i, Pixels_SwapRedBlue(Pixels_Get(row.data() + i)));
+    const size_t count = row.size() / PixelSize();
+    std::memset(out + 4 * count, 0, 4 * (TGA_Header.Width - count));
 }
 
 uint8_t *TGA_Decoding()
@@ -107,7 +111,7 @@ uint8_t *TGA_Decoding()
     if (h.ImageType != TGA_Plain || (h.BitsPerPixel != 24 && h.BitsPerPixel != 32) ||
         data.size() < row)
         return nullptr;
-    uint8_t *pixels = Picture_NewPixels(h.Width, h.Height);
+    uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)
         return nullptr;
     for (size_t y = 0; y < h.Height; y++) {

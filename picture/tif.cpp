@@ -10,6 +10,7 @@
 #include "picture/inflate.h"
 #include "picture/lbm.h"
 #include "picture/picture.h"
+#include "picture/pixels.h"
 
 TIF_HEADER TIF_Header;
 BYTES_BUFFER TIF_File;
@@ -500,20 +501,6 @@ static void PaintGrey(const uint8_t *in, uint32_t inversion, size_t count, uint8
     }
 }
 
-// Pixels that follow each other, each taken with the byte behind it.
-static void PaintChunkyRGB(const uint8_t *in, size_t count, uint8_t *out)
-{
-    const auto opaque = std::bit_cast<uint32_t>(std::array<uint8_t, 4>{0, 0, 0, 255});
-    for (size_t i = 0; i + 1 < count; i++) {
-        uint32_t pixel;
-        std::memcpy(&pixel, in + 3 * i, 4);
-        pixel |= opaque;
-        std::memcpy(out + 4 * i, &pixel, 4);
-    }
-    std::memcpy(out + 4 * count - 4, in + 3 * count - 3, 3);
-    out[4 * count - 1] = 255;
-}
-
 static void PaintRGB(const TIF_ROW &in, size_t count, uint8_t *out)
 {
     const uint8_t *r = in.Samples[0], *g = in.Samples[1], *b = in.Samples[2];
@@ -555,7 +542,7 @@ static void PaintRow(const TIF_COLORS256 &colors, const TIF_ROW &in, size_t coun
         std::memcpy(out, in.Samples[0], 4 * count);
     } else {
         if (rgb && in.Step == 3)
-            PaintChunkyRGB(in.Samples[0], count, out);
+            Pixels_FromTriples({in.Samples[0], 3 * count}, false, out);
         else if (rgb)
             PaintRGB(in, count, out);
         else if (h.Photometric != TIF_Palette && in.Step == 1)
@@ -569,7 +556,7 @@ static void PaintRow(const TIF_COLORS256 &colors, const TIF_ROW &in, size_t coun
         DivideByAlpha(count, out);
 }
 
-// Decodes one strip, of all planes; only pixels that all of them have are painted.
+// Decodes one strip, of all planes; pixels that not all of them have stay transparent.
 static void PaintStrip(const TIF_COLORS256 &colors,
                        std::span<const std::span<const uint8_t>> planes, size_t rows, uint8_t *out)
 {
@@ -577,15 +564,16 @@ static void PaintStrip(const TIF_COLORS256 &colors,
     size_t size = SIZE_MAX;
     for (const auto &plane : planes)
         size = std::min(size, plane.size());
-    for (size_t y = 0; y < rows && y * RowBytes() < size; y++) {
-        const size_t at = y * RowBytes();
-        TIF_ROW row{{}, PixelStep()};
-        for (size_t c = 0; c < std::min<size_t>(h.Samples, row.Samples.size()); c++)
-            row.Samples[c] = (h.Planar ? planes[c].data() : planes[0].data() + c) + at;
-        const size_t count = std::min<size_t>(h.Width, (size - at) / row.Step);
-        if (count == 0)
-            break;
-        PaintRow(colors, row, count, out + y * h.Width * 4);
+    for (size_t y = 0; y < rows; y++, out += size_t{h.Width} * 4) {
+        const size_t at = std::min(y * RowBytes(), size);
+        const size_t count = std::min<size_t>(h.Width, (size - at) / PixelStep());
+        if (count != 0) {
+            TIF_ROW row{{}, PixelStep()};
+            for (size_t c = 0; c < std::min<size_t>(h.Samples, row.Samples.size()); c++)
+                row.Samples[c] = (h.Planar ? planes[c].data() : planes[0].data() + c) + at;
+            PaintRow(colors, row, count, out);
+        }
+        std::memset(out + 4 * count, 0, 4 * (h.Width - count));
     }
 }
 
@@ -594,7 +582,7 @@ uint8_t *TIF_Decoding()
     const TIF_HEADER &h = TIF_Header;
     if (TIF_File.empty())
         return nullptr;
-    uint8_t *pixels = Picture_NewPixels(h.Width, h.Height);
+    uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)
         return nullptr;
     const TIF_COLORS256 colors = ReadColors();
@@ -602,7 +590,7 @@ uint8_t *TIF_Decoding()
     std::vector<BYTES_BUFFER> buffers(PlaneCount());
     std::vector<std::span<const uint8_t>> planes(PlaneCount());
     const size_t count = StripCount();
-    for (size_t strip = 0; strip < std::min(count, strips.Count); strip++) {
+    for (size_t strip = 0; strip < count; strip++) {
         for (size_t p = 0; p < planes.size(); p++)
             planes[p] =
                 ExpandStrip(strips(p * count + strip), RowsOf(strip) * RowBytes(), buffers[p]);

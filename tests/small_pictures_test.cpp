@@ -123,7 +123,8 @@ TEST(TGA, OriginsAndPackets)
     Check(PICTURE_TGA, rows);
     const BYTES footer(26, 'f');
     TGA_Load(OwnFile(Tga(10, 24, 7, 1, 1, BYTES{0, 1, 2, 3} + footer)).c_str());
-    EXPECT_EQ(TGA_File, Tga(10, 24, 7, 1, 1, BYTES{1, 2, 3} + footer));
+    const BYTES expanded(TGA_File.begin(), TGA_File.end());
+    EXPECT_EQ(expanded, Tga(10, 24, 7, 1, 1, BYTES{1, 2, 3} + footer));
     EXPECT_EQ(TGA_Header.ImageType, 2);
     TGA_UnLoad();
 }
