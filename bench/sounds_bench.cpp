@@ -146,9 +146,11 @@ static void Sndfile(benchmark::State &state, const CASE &sound)
 {
     SF_INFO info = {};
     SNDFILE *file = sf_open(PathOf(sound).c_str(), SFM_READ, &info);
+    const int bytes = (sound.Format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_24 ? 3 : 1;
+    const sf_count_t frame = bytes * sound.Channels;  // of those that are read raw
     const auto read = [&]() -> sf_count_t {
         if (sound.Output == OUTPUT::Raw)
-            return sf_read_raw(file, Buffer, Refill / 12 * 12);
+            return sf_read_raw(file, Buffer, Refill / frame * frame);
         if (sound.Output == OUTPUT::Short)
             return sf_read_short(file, reinterpret_cast<short *>(Buffer), Refill / 2);
         return sf_read_int(file, reinterpret_cast<int *>(Buffer), Refill / 4);
