@@ -192,6 +192,8 @@ static void RefillFromFile(AudioTrack &track, uint8_t which)
                 track.Length[i] = 0;
         return;
     }
+    if (!Audio_Modules[track.Type].SmallReads)
+        std::setvbuf(file.get(), nullptr, _IONBF, 0);
     if (track.FileSize == 0)
         track.FileSize = size;
     uint32_t most = track.Capacity;

@@ -33,7 +33,7 @@ std::array<AUDIO_MODULE, 9> Audio_Modules = {{
     {MOD_Load, DecodeModule, MOD_Destroy, Audio_FactsOf<MOD_GetHeader>, &MOD_SoundNumber,
      MOD_SetSoundNumber, SetModuleOutput, MOD_StartOver},
     {MP3_Load, MP3_Decoding, MP3_Destroy, Audio_FactsOf<MP3_GetHeader>, &MP3_SoundNumber,
-     MP3_SetSoundNumber},
+     MP3_SetSoundNumber, nullptr, nullptr, true},
     {VOC_Load, VOC_Decoding, VOC_Destroy, Audio_FactsOf<VOC_GetHeader>, &VOC_SoundNumber,
      VOC_SetSoundNumber},
     {AU_Load, AU_Decoding, AU_Destroy, Audio_FactsOf<AU_GetHeader>, &AU_SoundNumber,

@@ -39,6 +39,10 @@ struct AUDIO_MODULE {
     /// song's start, on the thread that refills.
     void (*SetOutput)(uint8_t n, uint8_t channels, uint32_t hz, uint8_t bits) = nullptr;
     void (*StartOver)(uint8_t n) = nullptr;
+
+    /// Decoding reads the file in small pieces, which a buffer of the stream's own makes cheap.
+    /// Where a read fills much of a refill that buffer would cost a second read and a copy.
+    bool SmallReads = false;
 };
 
 /// The modules by AUDIO_TYPE. Without Load: nothing decodes this type.

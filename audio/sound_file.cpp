@@ -112,21 +112,35 @@ static uint64_t ReadPadded(FILE *file, std::span<uint8_t> bytes, uint64_t availa
     return read;
 }
 
+// Completes the sample whose first bytes are at the buffer's end, by at most `available` bytes.
+// Kept as it is it needs none of them, and passing over them is cheaper than a second read.
+static uint64_t EndSample(const SOUND_REFILL &refill, uint32_t bytes, std::span<uint8_t> begun,
+                          uint64_t available, SOUND_CONVERSION convert)
+{
+    const size_t missing = bytes - begun.size();
+    if (convert == Sound_Keep) {
+        const uint64_t passed = std::min<uint64_t>(missing, available);
+        fseeko(refill.File, static_cast<off_t>(passed), SEEK_CUR);
+        return passed;
+    }
+    std::array<uint8_t, 4> sample;
+    const std::span<uint8_t> whole = std::span(sample).first(bytes);
+    std::ranges::copy(begun, whole.begin());
+    const uint64_t read = ReadPadded(refill.File, whole.last(missing), available);
+    convert(whole);
+    std::ranges::copy(whole.first(begun.size()), begun.begin());
+    return read;
+}
+
 uint64_t Sound_ReadSamples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert)
 {
     const size_t size = refill.Buffer.size() / bytes * bytes;
-    const std::span<uint8_t> whole = refill.Buffer.first(size);
-    const std::span<uint8_t> rest = refill.Buffer.subspan(size);
-    uint64_t read = ReadPadded(refill.File, whole, refill.Available);
-    convert(whole);
-    if (!rest.empty()) {
-        std::array<uint8_t, 4> sample;
-        const std::span<uint8_t> last = std::span(sample).first(bytes);
-        read += ReadPadded(refill.File, last, refill.Available - read);
-        convert(last);
-        std::ranges::copy(last.first(rest.size()), rest.begin());
-    }
-    return read;
+    const uint64_t read = ReadPadded(refill.File, refill.Buffer, refill.Available);
+    convert(refill.Buffer.first(size));
+    if (size == refill.Buffer.size())
+        return read;
+    const uint64_t available = read < refill.Buffer.size() ? 0 : refill.Available - read;
+    return read + EndSample(refill, bytes, refill.Buffer.subspan(size), available, convert);
 }
 
 uint32_t Sound_Samples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert)

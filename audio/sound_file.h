@@ -116,8 +116,8 @@ struct SOUND_REFILL {
 };
 
 /// Fills the buffer with converted samples of `bytes` (1 to 4) bytes each. A sample that passes the
-/// buffer's end is read whole and cut; what the file lacks is 0xFF. Returns the bytes that were
-/// read.
+/// buffer's end is read whole and cut, one that is kept as it is passed over without a look at
+/// whether the file has all of it; what the file lacks is 0xFF. Returns the bytes that were read.
 uint64_t Sound_ReadSamples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert);
 
 /// `count` up to whole samples: with the one that has begun.
