@@ -552,7 +552,7 @@ static void NextOrder(MOD_PLAYER &p)
     p.Position = static_cast<uint8_t>((p.Position + 1) & 127);
     if (p.Position >= p.Song->Length) {
         p.Position = 0;
-        p.AtEnd = true;
+        p.AtEnd = p.Row == 0;  // a break that leads into the middle goes on there, once
     }
 }
 

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <memory>
 #include <span>
 
-#include <sys/stat.h>
+#include "audio/audio_module.h"
 
 std::array<MP3_HEADER *, 32> MP3_Header;
 uint8_t MP3_SoundNumber = 0;
@@ -33,8 +32,6 @@ const char MP3_Genre[127][18] = {
     "Drum Solo", "A Capela", "Euro-House", "Dance Hall", "unknown"};
 // clang-format on
 static_assert(std::size(MP3_Genre) == MP3_UnknownGenre + 1);
-
-using MP3_FILE = std::unique_ptr<FILE, int (*)(FILE *)>;
 
 // The next byte; 0xFF at the end of the file, which the frame search takes for one.
 static uint8_t GetByte(FILE *file)
@@ -156,20 +153,12 @@ static void ReadID3v1(FILE *file, MP3_ID3V1 &tag)
     tag.Genre = std::min(tag.Genre, MP3_UnknownGenre);
 }
 
-static MP3_FILE Open(const char *path)
-{
-    MP3_FILE file(std::fopen(path, "rb"), std::fclose);
-    struct stat status;
-    if (file && (fstat(fileno(file.get()), &status) != 0 || !S_ISREG(status.st_mode)))
-        file.reset();
-    return file;
-}
-
 void MP3_Load(const char *path)
 {
     if (MP3_SoundNumber >= MP3_Header.size())
         return;
-    const MP3_FILE file = Open(path);
+    uint32_t size;
+    const AUDIO_FILE file = Audio_OpenFile(path, &size);
     if (!file)
         return;
     MP3_HEADER *&record = MP3_Header[MP3_SoundNumber];
@@ -177,8 +166,7 @@ void MP3_Load(const char *path)
     record = new MP3_HEADER{};
     ReadID3v2(file.get(), record->ID3v2);
     MP3_LoadFrame(file.get(), MP3_SoundNumber);
-    std::fseek(file.get(), 0, SEEK_END);
-    record->FileSize = static_cast<uint32_t>(std::ftell(file.get()));
+    record->FileSize = size;
     ReadID3v1(file.get(), record->ID3v1);
     if (MP3_Init == 0) {
         MP3_BuildTables();

@@ -65,13 +65,18 @@ void Sound_GetText(SOUND_FILE &file, uint64_t &position, uint32_t count, std::sp
 
 void Sound_Keep(std::span<uint8_t>) {}
 
-EXTRA_LANES void Sound_From8(std::span<uint8_t> samples)
+EXTRA_LANES static void From8(std::span<uint8_t> samples)
 {
     for (uint8_t &sample : samples)
         sample = static_cast<uint8_t>(128 - sample);
 }
 
-EXTRA_LANES void Sound_Swap16(std::span<uint8_t> samples)
+void Sound_From8(std::span<uint8_t> samples)
+{
+    From8(samples);
+}
+
+EXTRA_LANES static void Swap16(std::span<uint8_t> samples)
 {
     uint8_t *bytes = samples.data();
     const size_t count = samples.size() / 2;
@@ -83,6 +88,11 @@ EXTRA_LANES void Sound_Swap16(std::span<uint8_t> samples)
     }
 }
 
+void Sound_Swap16(std::span<uint8_t> samples)
+{
+    Swap16(samples);
+}
+
 void Sound_Swap24(std::span<uint8_t> samples)
 {
     uint8_t *bytes = samples.data();
@@ -91,7 +101,7 @@ void Sound_Swap24(std::span<uint8_t> samples)
         std::swap(bytes[3 * i], bytes[3 * i + 2]);
 }
 
-EXTRA_LANES void Sound_Swap32(std::span<uint8_t> samples)
+EXTRA_LANES static void Swap32(std::span<uint8_t> samples)
 {
     uint8_t *bytes = samples.data();
     const size_t count = samples.size() / 4;
@@ -101,6 +111,11 @@ EXTRA_LANES void Sound_Swap32(std::span<uint8_t> samples)
         sample = sample << 24 | (sample & 0xFF00) << 8 | (sample >> 8 & 0xFF00) | sample >> 24;
         std::memcpy(bytes + 4 * i, &sample, sizeof sample);
     }
+}
+
+void Sound_Swap32(std::span<uint8_t> samples)
+{
+    Swap32(samples);
 }
 
 // Reads what there is, at most `available` bytes, and makes the rest 0xFF.

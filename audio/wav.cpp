@@ -49,14 +49,15 @@ static uint64_t UsualDataStart(const WAV_HEADER &record)
 }
 
 // A size of 0, which recorders write before they know, and one that passes the file's end both mean
-// the rest of the file.
+// the rest of the file. It is true where the size of the whole is.
 static void ReadDataChunk(WAV_HEADER &record, const CHUNKS &chunks)
 {
     const uint64_t start = chunks.Data != 0 ? chunks.Data : UsualDataStart(record);
     const uint64_t end = start + chunks.DataSize;
     record.DataStart = static_cast<uint32_t>(start);
-    record.DataEnd = chunks.DataSize != 0 && end < record.FileSize ? static_cast<uint32_t>(end)
-                                                                   : record.FileSize;
+    const bool known =
+        chunks.DataSize != 0 || Sound_LittleAt(WAV_File, 4, 4) + uint64_t{8} == record.FileSize;
+    record.DataEnd = known && end < record.FileSize ? static_cast<uint32_t>(end) : record.FileSize;
 }
 
 static void ReadMicrosoft(WAV_HEADER &record, uint64_t position)
