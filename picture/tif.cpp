@@ -22,6 +22,7 @@ enum TIF_TAG : uint16_t {
     TIF_BitsPerSample = 258,
     TIF_Compression = 259,
     TIF_Photometric = 262,
+    TIF_FillOrder = 266,
     TIF_DocumentName = 269,
     TIF_StripOffsets = 273,
     TIF_SamplesPerPixel = 277,
@@ -186,6 +187,7 @@ static void ReadHeader()
     ReadSamples();
     h.Planar = GetTag(TIF_PlanarConfiguration, 1) == 2 && h.Samples > 1;
     h.Predictor = GetTag(TIF_Predictor, 1);
+    h.FillOrder = GetTag(TIF_FillOrder, 1);
     const TIF_ENTRY *strips = Find(TIF_StripOffsets);
     h.DataPosition = strips ? GetValue(strips, 0) : TIF_HeaderSize;
     const uint32_t rows = GetValue(strips ? Find(TIF_RowsPerStrip) : nullptr, 0);
@@ -412,20 +414,40 @@ static void UndoPredictor(std::span<uint8_t> strip)
     }
 }
 
-// The strip's plain bytes: those of the file, or expanded into `buffer`.
+// Each byte with its bits the other way round.
+constexpr std::array<uint8_t, 256> TIF_Mirror = [] {
+    std::array<uint8_t, 256> mirror{};
+    for (size_t byte = 0; byte < mirror.size(); byte++)
+        for (size_t bit = 0; bit < 8; bit++)
+            mirror[byte] |= static_cast<uint8_t>((byte >> bit & 1) << (7 - bit));
+    return mirror;
+}();
+
+// What a plane's strip is brought into.
+struct TIF_BUFFERS {
+    BYTES_BUFFER Mirrored, Expanded;
+};
+
+// The strip's plain bytes: those of the file, or made in the buffers.
 static std::span<const uint8_t> ExpandStrip(std::span<const uint8_t> stored, size_t size,
-                                            BYTES_BUFFER &buffer)
+                                            TIF_BUFFERS &buffers)
 {
     const TIF_HEADER &h = TIF_Header;
+    if (h.FillOrder == 2) {
+        buffers.Mirrored.resize(stored.size());
+        std::transform(stored.begin(), stored.end(), buffers.Mirrored.begin(),
+                       [](uint8_t byte) { return TIF_Mirror[byte]; });
+        stored = buffers.Mirrored;
+    }
     if (h.Compression == TIF_Plain || stored.empty())
         return stored;
-    buffer.resize(LZW_Alphabet + size + LZW_Margin);
-    std::span<uint8_t> strip = std::span(buffer).subspan(LZW_Alphabet, size);
+    buffers.Expanded.resize(LZW_Alphabet + size + LZW_Margin);
+    std::span<uint8_t> strip = std::span(buffers.Expanded).subspan(LZW_Alphabet, size);
     switch (h.Compression) {
     case TIF_PackBits:
         return strip.first(LBM_ExpandByteRuns(stored, strip));
     case TIF_LZW:
-        strip = strip.first(ExpandLZW(stored, buffer));
+        strip = strip.first(ExpandLZW(stored, buffers.Expanded));
         break;
     default:
         strip = strip.first(Inflate_All(stored, strip).Size);
@@ -587,7 +609,7 @@ uint8_t *TIF_Decoding()
         return nullptr;
     const TIF_COLORS256 colors = ReadColors();
     const TIF_STRIPS strips;
-    std::vector<BYTES_BUFFER> buffers(PlaneCount());
+    std::vector<TIF_BUFFERS> buffers(PlaneCount());
     std::vector<std::span<const uint8_t>> planes(PlaneCount());
     const size_t count = StripCount();
     for (size_t strip = 0; strip < count; strip++) {

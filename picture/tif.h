@@ -42,6 +42,7 @@ struct TIF_HEADER {
     uint16_t Samples;                    // a pixel
     uint16_t Alpha;                      // behind the colour: 0 none, 1 multiplied in, 2 plain
     bool Planar;                         // each sample has its own strips
+    uint16_t FillOrder;                  // 2: the bytes' bits are the other way round
     uint16_t Predictor;                  // 2: differences from the left neighbour
     uint32_t RowsPerStrip;
 };

@@ -144,6 +144,7 @@ TEST(MOD, Lengths)
         {"break beyond the pattern", "D64\n/", "01", 65, 7800},
         {"jump, then break", "B01 | D62\n/", "01", 3, 360},
         {"break, then jump", "D62 | B01\n/", "01", 65, 7800},
+        {"a break out of the last order", "\nD62\n", "0", 4, 480},
         {"loop", "\nE60\n\nE62\nD00\n", "0", 11, 1320},
         {"a loop starts where the last did", "\nE60\nD00\n/\nE61\nD00\n", "01", 7, 840},
         {"loops in two channels", "E60 | E60\nE61\n000 | E61\nD00\n", "0", 11, 1320},
