@@ -173,15 +173,29 @@ static std::vector<double> Ends()
 static VIEWER_IMAGE screen, below;
 static uint32_t onTop;
 
+// Lays what a frame shows over an image of the screen's size. The decoder's picture of an
+// interlaced frame runs on from its first pixel to its last, as far as a screen holds them.
+static void LayOver(VIEWER_IMAGE &image, const GIF_FRAME &frame)
+{
+    const size_t right = std::min<size_t>(image.Width, size_t{frame.Left} + frame.Width);
+    const size_t bottom = std::min<size_t>(image.Height, size_t{frame.Top} + frame.Height);
+    for (size_t y = frame.Top; frame.Data && y < bottom; y++)
+        for (size_t x = frame.Left; x < right; x++) {
+            const size_t to = 4 * (y * image.Width + x);
+            const size_t from =
+                frame.Interlaced ? 4 * ((y - frame.Top) * frame.Width + x - frame.Left) : to;
+            if (from < image.Pixels.size() && frame.Data[from + 3] != 0)
+                std::memcpy(image.Pixels.data() + to, frame.Data + from, 4);
+        }
+}
+
 static void LayFrame(uint32_t n)
 {
     const GIF_FRAME &frame = GIF_Frames[n];
     if (n == 0)
         std::ranges::fill(below.Pixels, uint8_t{0});
     screen = below;
-    for (size_t i = 0; frame.Data && i < screen.Pixels.size(); i += 4)
-        if (frame.Data[i + 3] != 0)
-            std::memcpy(screen.Pixels.data() + i, frame.Data + i, 4);
+    LayOver(screen, frame);
     if (frame.Disposal != 3)
         below = screen;
     for (size_t y = frame.Top; frame.Disposal == 2 && y < frame.Top + size_t{frame.Height}; y++)
