@@ -23,6 +23,10 @@ Picture Viewer_Load(const std::string &path)
     const int out = dup(STDOUT_FILENO), nowhere = open("/dev/null", O_WRONLY);
     dup2(nowhere, STDOUT_FILENO);
     const Picture picture = Picture_Load(path.c_str(), 0, 0);
+    if (picture.Format == PICTURE_JPEG && JPG_Decoder.Embedded) {
+        JPG_Load(path.c_str());  // the headers stand there as its thumbnail has left them
+        JPG_UnLoad();
+    }
     std::fflush(stdout);
     dup2(out, STDOUT_FILENO);
     close(nowhere);

@@ -22,7 +22,8 @@ struct VIEWER_FILE {
     std::vector<double> Ends;  // of a GIF's frames, seconds from its start; empty for others
 };
 
-/// Picture_Load without what the decoders trace on standard output.
+/// Picture_Load without what the decoders trace on standard output. A JPEG file's headers are its
+/// picture's, not those of an embedded thumbnail.
 Picture Viewer_Load(const std::string &path);
 
 /// Format, size and bits a pixel of the picture that was loaded last, such as "PNG, 32x32, 4 bits".
