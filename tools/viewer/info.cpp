@@ -61,6 +61,27 @@ static void InfoOfPNG()
         Line("changed", changed.data());
 }
 
+// N, S, E or W of a GPS entry: 1 is the latitude's, 3 the longitude's. The decoder takes the letter
+// from the top of the entry's field, where only big-endian data have it.
+static char Reference(uint16_t tag, char decoded)
+{
+    constexpr uint16_t typeText = 2;
+    if (JPG_Exif.ByteOrder != 'I')
+        return decoded;
+    for (const JPG_IFD &ifd : JPG_Exif.IFDs)
+        for (size_t i = 0; i < std::min<size_t>(ifd.Count, ifd.Entries.size()); i++)
+            if (ifd.Entries[i].Tag == tag && ifd.Entries[i].Type == typeText)
+                return static_cast<char>(ifd.Entries[i].Value & 0xFF);
+    return decoded;
+}
+
+// Prints degrees with their letter, unless there is none.
+static void Line(std::string_view name, float degrees, char reference)
+{
+    if (std::string_view("NSEW").find(reference) != std::string_view::npos)
+        Line(name, std::to_string(degrees) + " " + reference);
+}
+
 static void InfoOfJPEG(const Picture &picture)
 {
     const JPG_EXIF &exif = JPG_Exif;
@@ -71,10 +92,8 @@ static void InfoOfJPEG(const Picture &picture)
     Line("model", exif.Model.data());
     if (exif.IFDs[0].Count != 0)
         Line("orientation", static_cast<uint32_t>(Viewer_Orientation()));
-    if (exif.LatitudeReference > ' ' && exif.LatitudeReference != '0') {
-        Line("latitude", std::to_string(exif.Latitude) + " " + exif.LatitudeReference);
-        Line("longitude", std::to_string(exif.Longitude) + " " + exif.LongitudeReference);
-    }
+    Line("latitude", exif.Latitude, Reference(1, exif.LatitudeReference));
+    Line("longitude", exif.Longitude, Reference(3, exif.LongitudeReference));
     if (picture.ThumbPixels)
         Line("thumbnail", Viewer_Size({picture.ThumbWidth, picture.ThumbHeight, {}}));
 }
