@@ -18,6 +18,21 @@ def ppm(width, height, pixels):
     return b"P6\n#\n%d %d\n255\n" % (width, height) + pixels
 
 
+def segment(marker, content):
+    return struct.pack(">BBH", 255, marker, 2 + len(content)) + content
+
+
+def exif(thumbnail):
+    """Little-endian Exif data: 1.5 degrees south, 2.25 west, and a thumbnail."""
+    def ifd(following, *entries):
+        return struct.pack("<H", len(entries)) + b"".join(struct.pack("<HHII", *entry) for entry in entries) + \
+            struct.pack("<I", following)
+    places = struct.pack("<12I", 1, 1, 30, 1, 0, 1, 2, 1, 15, 1, 0, 1)
+    return b"Exif\0\0II*\0\x08\0\0\0" + ifd(80, (34853, 4, 1, 26)) + \
+        ifd(0, (1, 2, 2, ord("S")), (2, 5, 3, 110), (3, 2, 2, ord("W")), (4, 5, 3, 134)) + \
+        ifd(0, (513, 4, 1, 158), (514, 4, 1, len(thumbnail))) + places + thumbnail
+
+
 class Viewer(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory()
@@ -44,11 +59,17 @@ class Viewer(unittest.TestCase):
                 content = file.read()
             return self.file(os.path.basename(name), content[:at] + inserted + content[at:])
 
+        with open(os.path.join(DATA, "jpg/3x2.jpg"), "rb") as file:
+            photograph = file.read()
         rows = {
             "tiff/seq-3c-8b-lzw-8743c999.tiff": ["TIFF, 16x16, 24 bits a pixel\n"],
             # A name that would steer the terminal and a text in Latin-1; a segment that the decoder remarks on.
             changed("png/basn0g01.png", 33, b"\0\0\0\x08tEXtA\x1bB\0caf\xe9CRC!"): ["1 bit a pixel\n", "  A B: café\n"],
             changed("jpg/3x2.jpg", 20, b"\xff\xee\0\x03\x01"): ["JPEG, 33x27, 24 bits a pixel\n"],
+            # The picture's facts, not the thumbnail's; a comment that would steer the terminal in two ways.
+            changed("jpg/grey.jpg", 20, segment(0xE1, exif(photograph[:20] + segment(0xFE, b"thumb?") + photograph[20:])) +
+                    segment(0xFE, b"A\xc2\x9bB\x9bC\xc3\x9b?")):
+                ["  comment: A B CÛ\n", "  latitude: 1.500000 S\n", "  longitude: 2.250000 W\n", "  thumbnail: 33x27\n"],
             "png/ct1n0g04.png": ["PNG, 32x32, 4 bits a pixel\n", "  Title: PngSuite\n", "  colour: Grayscale\n"],
             "jpg/progressive_420.jpg": ["JPEG, 33x27, 24 bits a pixel\n", "  identifier: JFIF\n"],
         }

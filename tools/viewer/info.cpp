@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdio>
 #include <string_view>
 
@@ -10,12 +11,22 @@
 #include "picture/png.h"
 #include "tools/viewer/shown.h"
 
-// Control characters, which could steer the terminal, become blanks.
+// UTF-8 whose control characters, which could steer the terminal, have become blanks: ASCII's, and
+// U+0080 to U+009F, also where they stand as one byte.
 static std::string Harmless(std::string_view text)
 {
-    std::string harmless(text);
-    std::ranges::replace_if(
-        harmless, [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }, ' ');
+    std::string harmless;
+    while (!text.empty()) {
+        const auto lead = static_cast<unsigned char>(text[0]);
+        const size_t most = std::clamp<size_t>(std::countl_one(lead), 1, text.size());
+        size_t length = 1;
+        while (length < most && (text[length] & 0xC0) == 0x80)
+            length++;
+        const auto last = static_cast<unsigned char>(text[length - 1]);
+        const bool upper = last >= 0x80 && last < 0xA0 && (length == 1 || lead == 0xC2);
+        harmless += lead < 32 || lead == 127 || upper ? " " : text.substr(0, length);
+        text.remove_prefix(length);
+    }
     return harmless;
 }
 
@@ -31,16 +42,16 @@ static void Line(std::string_view name, uint32_t value)
     Line(name, std::to_string(value));
 }
 
-// ISO/IEC 8859-1 in UTF-8; its upper control characters as blanks.
+// ISO/IEC 8859-1 in UTF-8.
 static std::string FromLatin1(std::string_view latin1)
 {
     std::string text;
     for (const char c : latin1) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 160)
+        if (byte >= 128)
             text += {static_cast<char>(0xC0 | byte >> 6), static_cast<char>(0x80 | (byte & 63))};
         else
-            text += byte < 128 ? c : ' ';
+            text += c;
     }
     return text;
 }
