@@ -69,6 +69,10 @@ static int Info(const OPTIONS &options)
             status = Failure;
         }
     }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+        Report("standard output", "it cannot be written");
+        status = Failure;
+    }
     return status;
 }
 
