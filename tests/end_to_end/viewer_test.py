@@ -100,11 +100,16 @@ class Viewer(unittest.TestCase):
             self.assertIn("HAM, 64x64", self.run_viewer("--info", out)[1])
             sizes.append(os.path.getsize(out))
         self.assertTrue(sizes[2] < sizes[0] < sizes[1], sizes)
+        odd = self.file("odd.ppm", ppm(15, 1, BLUE * 15))
+        self.assertEqual(self.run_viewer("--convert", odd, out),
+                         (0, "", f"viewer: {out}: it has the first 8 of 15 columns, a multiple of 8\n"))
+        self.assertIn("HAM, 8x1", self.run_viewer("--info", out)[1])
 
     def test_failures(self):
         picture = self.file("in.ppm", ppm(1, 1, RED))
         text = self.file("text", b"no picture")
         cut = self.file("cut.png", b"\x89PNG\r\n\x1a\n")
+        sprites = self.file("cut.spr", b"SPRITES\x03\x01\x01" + b"\x01\x02\x03" * 2)  # the third is missing
         rows = [
             (["--info", "absent", picture], 1, "viewer: absent: No such file or directory\n"),
             (["--info", self.folder.name], 1, "Is a directory\n"),
@@ -114,6 +119,8 @@ class Viewer(unittest.TestCase):
             (["--convert", text, self.file("x.pam")], 1, "its format is not known\n"),
             (["--convert", picture, "/absent/x.pam"], 1, "viewer: /absent/x.pam: No such file or directory\n"),
             (["--convert", "--frame", "1", picture, self.file("x.pam")], 1, "it has 1 frames, counted from 0\n"),
+            (["--convert", picture, self.file("x.ham6")], 1, "too narrow for .ham6 and .ham8\n"),
+            (["--convert", "--frame", "2", sprites, self.file("x.pam")], 1, "it has 2 frames, counted from 0\n"),
             (["--convert", picture, "x.jpg"], 2, ""),
             (["--convert", picture], 2, ""),
             (["--frame", "1", picture], 2, ""),

@@ -17,8 +17,10 @@
 #include "picture/spr.h"
 #include "picture/tif.h"
 
-Picture Viewer_Load(const std::string &path)
+Picture Viewer_Load(const std::string &name)
 {
+    // A '*' in front has a meaning of its own for JPG_Load.
+    const std::string path = name.starts_with('*') ? "./" + name : name;
     std::fflush(stdout);
     const int out = dup(STDOUT_FILENO), nowhere = open("/dev/null", O_WRONLY);
     dup2(nowhere, STDOUT_FILENO);
@@ -106,9 +108,10 @@ VIEWER_IMAGE Viewer_Thumbnail(const Picture &picture)
 
 uint32_t Viewer_FrameCount(const Picture &picture)
 {
-    return picture.Format == PICTURE_GIF       ? GIF_Header.FrameCount
-           : picture.Format == PICTURE_SPRITES ? SPR_Header.Count
-                                               : 1;
+    if (picture.Format == PICTURE_SPRITES)  // a file cut short has fewer than it says
+        return static_cast<uint32_t>(std::ranges::find(SPR_Header.Images, nullptr) -
+                                     SPR_Header.Images.begin());
+    return picture.Format == PICTURE_GIF ? GIF_Header.FrameCount : 1;
 }
 
 VIEWER_IMAGE Viewer_Frame(const Picture &picture, uint32_t n)
