@@ -229,15 +229,19 @@ void Viewer_Close()
     Picture_UnLoad(std::exchange(last, {}));
 }
 
-VIEWER_FILE Viewer_Open(const std::string &path)
+VIEWER_FILE Viewer_Open(const std::string &path, uint32_t mostSide)
 {
     Viewer_Close();
     last = Viewer_Load(path);
     VIEWER_FILE file;
     file.Path = path;
-    file.Picture = Viewer_Image(last);
     if (!last.Pixels)
+        file.Reason = Viewer_Reason(path);
+    else if (std::max(last.Width, last.Height) > mostSide)
+        file.Reason = "it is too large for this display";
+    if (!file.Reason.empty())
         return file;
+    file.Picture = Viewer_Image(last);
     file.Frames = Viewer_FrameCount(last);
     const int orientation = last.Format == PICTURE_JPEG ? Viewer_Orientation() : 1;
     file.Picture = Viewer_Upright(std::move(file.Picture), orientation);

@@ -15,6 +15,7 @@ struct VIEWER_IMAGE {
 
 struct VIEWER_FILE {
     std::string Path;
+    std::string Reason;        // why it cannot be shown; then it has no picture
     std::string Facts;         // format, size and depth, as Viewer_Facts tells them
     uint32_t Frames = 1;       // of a GIF or a sprite file
     VIEWER_IMAGE Picture;      // upright; the first frame
@@ -50,8 +51,9 @@ uint32_t Viewer_FrameCount(const Picture &picture);
 int Viewer_Orientation();
 VIEWER_IMAGE Viewer_Upright(VIEWER_IMAGE image, int orientation);
 
-/// Opens a file to be seen and closes the one before. Without a picture its Picture is empty.
-VIEWER_FILE Viewer_Open(const std::string &path);
+/// Opens a file to be seen and closes the one before. A picture with a side above `mostSide` is
+/// refused.
+VIEWER_FILE Viewer_Open(const std::string &path, uint32_t mostSide = UINT32_MAX);
 void Viewer_Close();
 
 /// What a GIF's screen shows at frame `n`, its earlier frames laid down and disposed of. The file

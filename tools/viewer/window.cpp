@@ -118,19 +118,6 @@ static void ShowFile()
     SetTitle();
 }
 
-static bool CanShow(const VIEWER_FILE &file)
-{
-    const uint32_t most = GLFEW_MaxTextureSide();
-    std::string reason;
-    if (file.Picture.Pixels.empty())
-        reason = Viewer_Reason(file.Path);
-    else if (file.Picture.Width > most || file.Picture.Height > most)
-        reason = "it is too large for this display";
-    if (!reason.empty())
-        std::fprintf(stderr, "viewer: %s: %s\n", file.Path.c_str(), reason.c_str());
-    return reason.empty();
-}
-
 // Goes on or back (1 or -1) to a file that can be shown; those that cannot are taken out. False
 // without any.
 static bool Step(int by)
@@ -138,11 +125,12 @@ static bool Step(int by)
     while (!view.Paths.empty()) {
         const size_t count = view.Paths.size();
         view.At = (view.At + count + static_cast<size_t>(by)) % count;
-        view.File = Viewer_Open(view.Paths[view.At]);
-        if (CanShow(view.File)) {
+        view.File = Viewer_Open(view.Paths[view.At], GLFEW_MaxTextureSide());
+        if (view.File.Reason.empty()) {
             ShowFile();
             return true;
         }
+        std::fprintf(stderr, "viewer: %s: %s\n", view.File.Path.c_str(), view.File.Reason.c_str());
         view.Paths.erase(view.Paths.begin() + static_cast<ptrdiff_t>(view.At));
         by = std::min(by, 0);  // in its place is the next one now
     }
