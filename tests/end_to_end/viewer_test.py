@@ -123,7 +123,7 @@ class Viewer(unittest.TestCase):
             (["--convert", "--frame", "2", sprites, self.file("x.pam")], 1, "it has 2 frames, counted from 0\n"),
             (["--convert", picture, "x.jpg"], 2, ""),
             (["--convert", picture], 2, ""),
-            (["--frame", "1", picture], 2, ""),
+            (["--info", "--frame", "1", picture], 2, ""),
             (["--charset", "15"], 2, ""),
             (["--no-such-option"], 2, ""),
             ([], 2, ""),
@@ -138,9 +138,13 @@ class Viewer(unittest.TestCase):
         quarters = self.file("quarters.ppm", ppm(2, 2, RED + GREEN + BLUE + WHITE))
         clear = self.file("clear.gif", b"GIF89a\x02\0\x02\0\x80\0\0\xff\0\0\0\0\xff"
                                        b"\x21\xf9\x04\x01\0\0\x01\0" b"\x2c\0\0\0\0\x02\0\x02\0\0\x02\x03\x0c\x10\x05\0;")
+        sprites = self.file("two.spr", b"SPRITES\x02\x01\x01" + BLUE + RED)  # of B G R
         with Display() as display:
-            environment = dict(os.environ, **self.environment, DISPLAY=display.name)
-            viewer = subprocess.Popen([VIEWER, quarters, clear, "absent"], env=environment, stderr=subprocess.PIPE)
+            self.environment["DISPLAY"] = display.name
+            self.assertEqual(self.run_viewer("--frame", "2", sprites),
+                             (1, "", f"viewer: {sprites}: it has 2 frames, counted from 0\n"))
+            viewer = subprocess.Popen([VIEWER, quarters, clear, sprites, "absent"], stderr=subprocess.PIPE,
+                                      env=dict(os.environ, **self.environment))
 
             def await_pixels(expected):
                 deadline = time.monotonic() + 30
@@ -167,7 +171,11 @@ class Viewer(unittest.TestCase):
                 display.xdotool(*step)
                 time.sleep(0.3)
             await_pixels([GREEN, GREEN, GREEN, GREEN, RED])
-            display.xdotool("key", "Left")  # past the absent file
+            points = [(512, 384)]
+            for key, color in [("Left", RED), ("Next", BLUE), ("Next", RED), ("Prior", BLUE)]:  # past the absent file
+                display.xdotool("key", key)
+                await_pixels([color])
+            display.xdotool("key", "Left")
             # Squares of 8, white and grey.
             points = [(304, 104), (312, 104)]
             deadline = time.monotonic() + 30

@@ -43,7 +43,7 @@ std::string Viewer_Convert(const std::string &in, const std::string &out, uint32
     const uint32_t frames = Viewer_FrameCount(picture);
     Picture_UnLoad(picture);
     if (image.Pixels.empty())
-        return "it has " + std::to_string(frames) + " frames, counted from 0";
+        return Viewer_FrameReason(frames);
     const bool pam = EndsIn(out, ".pam");
     const uint32_t kept = pam ? image.Width : image.Width / 8 * 8;  // planes are whole bytes
     if (kept == 0)

@@ -114,6 +114,11 @@ uint32_t Viewer_FrameCount(const Picture &picture)
     return picture.Format == PICTURE_GIF ? GIF_Header.FrameCount : 1;
 }
 
+std::string Viewer_FrameReason(uint32_t frames)
+{
+    return "it has " + std::to_string(frames) + " frames, counted from 0";
+}
+
 VIEWER_IMAGE Viewer_Frame(const Picture &picture, uint32_t n)
 {
     if (n >= Viewer_FrameCount(picture))
@@ -212,17 +217,19 @@ static void LayFrame(uint32_t n)
     onTop = n;
 }
 
+// The file that was opened last; its frames are wanted until the next one.
+static Picture last;
+
 const VIEWER_IMAGE &Viewer_Screen(uint32_t n)
 {
+    if (last.Format == PICTURE_SPRITES)
+        return screen = Viewer_Frame(last, n);
     if (n < onTop)
         LayFrame(0);
     while (onTop < n)
         LayFrame(onTop + 1);
     return screen;
 }
-
-// The file that was opened last; a GIF's frames are wanted until the next one.
-static Picture last;
 
 void Viewer_Close()
 {

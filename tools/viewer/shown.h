@@ -46,6 +46,9 @@ VIEWER_IMAGE Viewer_Thumbnail(const Picture &picture);
 VIEWER_IMAGE Viewer_Frame(const Picture &picture, uint32_t n);
 uint32_t Viewer_FrameCount(const Picture &picture);
 
+/// Why there is no frame beyond the first `frames`, for a person.
+std::string Viewer_FrameReason(uint32_t frames);
+
 /// Exif's orientation (1 to 8) of the JPEG file that was loaded last; 1 without one. And an image
 /// turned upright by it.
 int Viewer_Orientation();
@@ -56,6 +59,7 @@ VIEWER_IMAGE Viewer_Upright(VIEWER_IMAGE image, int orientation);
 VIEWER_FILE Viewer_Open(const std::string &path, uint32_t mostSide = UINT32_MAX);
 void Viewer_Close();
 
-/// What a GIF's screen shows at frame `n`, its earlier frames laid down and disposed of. The file
-/// must be the one that was loaded last. Counts up from the last call where it can.
+/// What the file that was opened last, a GIF or a sprite file, shows at frame `n`: a GIF's screen,
+/// its earlier frames laid down and disposed of, or an image. Counts up from the last call where it
+/// can.
 const VIEWER_IMAGE &Viewer_Screen(uint32_t n);
