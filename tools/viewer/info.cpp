@@ -18,9 +18,9 @@ static std::string Harmless(std::string_view text)
     std::string harmless;
     while (!text.empty()) {
         const auto lead = static_cast<unsigned char>(text[0]);
-        const size_t most = std::clamp<size_t>(std::countl_one(lead), 1, text.size());
+        const auto most = static_cast<size_t>(std::max(std::countl_one(lead), 1));
         size_t length = 1;
-        while (length < most && (text[length] & 0xC0) == 0x80)
+        while (length < std::min(most, text.size()) && (text[length] & 0xC0) == 0x80)
             length++;
         const auto last = static_cast<unsigned char>(text[length - 1]);
         const bool upper = last >= 0x80 && last < 0xA0 && (length == 1 || lead == 0xC2);
