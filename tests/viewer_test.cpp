@@ -56,7 +56,9 @@ TEST(Viewer, CaptionsAreCutAtTheName)
 }
 
 // A GIF of a row of three pixels, red or blue, in frames of one pixel: left, disposal, colour.
-static std::vector<uint8_t> MakeGIF(const std::vector<std::array<uint8_t, 3>> &frames)
+// Flags: 64 interlaced.
+static std::vector<uint8_t> MakeGIF(const std::vector<std::array<uint8_t, 3>> &frames,
+                                    uint8_t flags)
 {
     std::vector<uint8_t> file = Text("GIF89a\3\0\1\0\x80\0\0\xFF\0\0\0\0\xFF");
     for (const auto &[left, disposal, colour] : frames) {
@@ -65,6 +67,7 @@ static std::vector<uint8_t> MakeGIF(const std::vector<std::array<uint8_t, 3>> &f
         std::vector<uint8_t> frame = Text("!\xF9\4d\xA\0\0\0,l\0\0\0\1\0\1\0\0\2\2cc\0");
         frame[3] = static_cast<uint8_t>(disposal << 2);
         frame[9] = left;
+        frame[17] = flags;
         frame[20] = static_cast<uint8_t>(codes);
         frame[21] = static_cast<uint8_t>(codes >> 8);
         file.insert(file.end(), frame.begin(), frame.end());
@@ -75,23 +78,26 @@ static std::vector<uint8_t> MakeGIF(const std::vector<std::array<uint8_t, 3>> &f
 
 TEST(Viewer, FramesAreLaidDownAndDisposedOf)
 {
-    const std::string path =
-        WriteTemp("frames.gif", MakeGIF({{0, 1, 0}, {1, 2, 1}, {2, 3, 1}, {1, 0, 0}}));
-    const VIEWER_FILE file = Viewer_Open(path);
-    ASSERT_EQ(file.Frames, 4u);
-    EXPECT_EQ(file.Facts, "GIF, 3x1, 1 bit");
-    EXPECT_NEAR(file.Ends.back(), 0.4, 1e-9);
-    const auto look = [](uint32_t frame) {
-        std::string seen;
-        const VIEWER_IMAGE &screen = Viewer_Screen(frame);
-        for (size_t i = 0; i < screen.Pixels.size(); i += 4)
-            seen += screen.Pixels[i + 3] == 0 ? '-' : screen.Pixels[i] ? 'r' : 'b';
-        return seen;
-    };
-    EXPECT_EQ(look(0), "r--");
-    EXPECT_EQ(look(1), "rb-");
-    EXPECT_EQ(look(2), "r-b");
-    EXPECT_EQ(look(3), "rr-");
-    EXPECT_EQ(look(1), "rb-");  // again from the start
-    Viewer_Close();
+    for (const uint8_t flags : {uint8_t{0}, uint8_t{64}}) {
+        const std::string path =
+            WriteTemp("frames.gif", MakeGIF({{0, 1, 0}, {1, 2, 1}, {2, 3, 1}, {1, 0, 0}}, flags));
+        const VIEWER_FILE file = Viewer_Open(path);
+        ASSERT_EQ(file.Frames, 4u);
+        EXPECT_EQ(file.Facts, "GIF, 3x1, 1 bit");
+        EXPECT_NEAR(file.Ends.back(), 0.4, 1e-9);
+        const auto look = [](uint32_t frame) {
+            std::string seen;
+            const VIEWER_IMAGE &screen = Viewer_Screen(frame);
+            for (size_t i = 0; i < screen.Pixels.size(); i += 4)
+                seen += screen.Pixels[i + 3] == 0 ? '-' : screen.Pixels[i] ? 'r' : 'b';
+            return seen;
+        };
+        SCOPED_TRACE(flags == 0 ? "in place" : "interlaced");
+        EXPECT_EQ(look(0), "r--");
+        EXPECT_EQ(look(1), "rb-");
+        EXPECT_EQ(look(2), "r-b");
+        EXPECT_EQ(look(3), "rr-");
+        EXPECT_EQ(look(1), "rb-");  // again from the start
+        Viewer_Close();
+    }
 }

@@ -18,6 +18,21 @@ def ppm(width, height, pixels):
     return b"P6\n#\n%d %d\n255\n" % (width, height) + pixels
 
 
+def segment(marker, content):
+    return struct.pack(">BBH", 255, marker, 2 + len(content)) + content
+
+
+def exif(thumbnail):
+    """Little-endian Exif data: 1.5 degrees south, 2.25 west, and a thumbnail."""
+    def ifd(following, *entries):
+        return struct.pack("<H", len(entries)) + b"".join(struct.pack("<HHII", *entry) for entry in entries) + \
+            struct.pack("<I", following)
+    places = struct.pack("<12I", 1, 1, 30, 1, 0, 1, 2, 1, 15, 1, 0, 1)
+    return b"Exif\0\0II*\0\x08\0\0\0" + ifd(80, (34853, 4, 1, 26)) + \
+        ifd(0, (1, 2, 2, ord("S")), (2, 5, 3, 110), (3, 2, 2, ord("W")), (4, 5, 3, 134)) + \
+        ifd(0, (513, 4, 1, 158), (514, 4, 1, len(thumbnail))) + places + thumbnail
+
+
 class Viewer(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory()
@@ -44,11 +59,17 @@ class Viewer(unittest.TestCase):
                 content = file.read()
             return self.file(os.path.basename(name), content[:at] + inserted + content[at:])
 
+        with open(os.path.join(DATA, "jpg/3x2.jpg"), "rb") as file:
+            photograph = file.read()
         rows = {
             "tiff/seq-3c-8b-lzw-8743c999.tiff": ["TIFF, 16x16, 24 bits a pixel\n"],
             # A name that would steer the terminal and a text in Latin-1; a segment that the decoder remarks on.
             changed("png/basn0g01.png", 33, b"\0\0\0\x08tEXtA\x1bB\0caf\xe9CRC!"): ["1 bit a pixel\n", "  A B: café\n"],
             changed("jpg/3x2.jpg", 20, b"\xff\xee\0\x03\x01"): ["JPEG, 33x27, 24 bits a pixel\n"],
+            # The picture's facts, not the thumbnail's; a comment that would steer the terminal in two ways.
+            changed("jpg/grey.jpg", 20, segment(0xE1, exif(photograph[:20] + segment(0xFE, b"thumb?") + photograph[20:])) +
+                    segment(0xFE, b"A\xc2\x9bB\x9bC\xc3\x9b?")):
+                ["  comment: A B CÛ\n", "  latitude: 1.500000 S\n", "  longitude: 2.250000 W\n", "  thumbnail: 33x27\n"],
             "png/ct1n0g04.png": ["PNG, 32x32, 4 bits a pixel\n", "  Title: PngSuite\n", "  colour: Grayscale\n"],
             "jpg/progressive_420.jpg": ["JPEG, 33x27, 24 bits a pixel\n", "  identifier: JFIF\n"],
         }
@@ -79,11 +100,16 @@ class Viewer(unittest.TestCase):
             self.assertIn("HAM, 64x64", self.run_viewer("--info", out)[1])
             sizes.append(os.path.getsize(out))
         self.assertTrue(sizes[2] < sizes[0] < sizes[1], sizes)
+        odd = self.file("odd.ppm", ppm(15, 1, BLUE * 15))
+        self.assertEqual(self.run_viewer("--convert", odd, out),
+                         (0, "", f"viewer: {out}: it has the first 8 of 15 columns, a multiple of 8\n"))
+        self.assertIn("HAM, 8x1", self.run_viewer("--info", out)[1])
 
     def test_failures(self):
         picture = self.file("in.ppm", ppm(1, 1, RED))
         text = self.file("text", b"no picture")
         cut = self.file("cut.png", b"\x89PNG\r\n\x1a\n")
+        sprites = self.file("cut.spr", b"SPRITES\x03\x01\x01" + b"\x01\x02\x03" * 2)  # the third is missing
         rows = [
             (["--info", "absent", picture], 1, "viewer: absent: No such file or directory\n"),
             (["--info", self.folder.name], 1, "Is a directory\n"),
@@ -93,9 +119,11 @@ class Viewer(unittest.TestCase):
             (["--convert", text, self.file("x.pam")], 1, "its format is not known\n"),
             (["--convert", picture, "/absent/x.pam"], 1, "viewer: /absent/x.pam: No such file or directory\n"),
             (["--convert", "--frame", "1", picture, self.file("x.pam")], 1, "it has 1 frames, counted from 0\n"),
+            (["--convert", picture, self.file("x.ham6")], 1, "too narrow for .ham6 and .ham8\n"),
+            (["--convert", "--frame", "2", sprites, self.file("x.pam")], 1, "it has 2 frames, counted from 0\n"),
             (["--convert", picture, "x.jpg"], 2, ""),
             (["--convert", picture], 2, ""),
-            (["--frame", "1", picture], 2, ""),
+            (["--info", "--frame", "1", picture], 2, ""),
             (["--charset", "15"], 2, ""),
             (["--no-such-option"], 2, ""),
             ([], 2, ""),
@@ -110,9 +138,13 @@ class Viewer(unittest.TestCase):
         quarters = self.file("quarters.ppm", ppm(2, 2, RED + GREEN + BLUE + WHITE))
         clear = self.file("clear.gif", b"GIF89a\x02\0\x02\0\x80\0\0\xff\0\0\0\0\xff"
                                        b"\x21\xf9\x04\x01\0\0\x01\0" b"\x2c\0\0\0\0\x02\0\x02\0\0\x02\x03\x0c\x10\x05\0;")
+        sprites = self.file("two.spr", b"SPRITES\x02\x01\x01" + BLUE + RED)  # of B G R
         with Display() as display:
-            environment = dict(os.environ, **self.environment, DISPLAY=display.name)
-            viewer = subprocess.Popen([VIEWER, quarters, clear, "absent"], env=environment, stderr=subprocess.PIPE)
+            self.environment["DISPLAY"] = display.name
+            self.assertEqual(self.run_viewer("--frame", "2", sprites),
+                             (1, "", f"viewer: {sprites}: it has 2 frames, counted from 0\n"))
+            viewer = subprocess.Popen([VIEWER, quarters, clear, sprites, "absent"], stderr=subprocess.PIPE,
+                                      env=dict(os.environ, **self.environment))
 
             def await_pixels(expected):
                 deadline = time.monotonic() + 30
@@ -139,7 +171,11 @@ class Viewer(unittest.TestCase):
                 display.xdotool(*step)
                 time.sleep(0.3)
             await_pixels([GREEN, GREEN, GREEN, GREEN, RED])
-            display.xdotool("key", "Left")  # past the absent file
+            points = [(512, 384)]
+            for key, color in [("Left", RED), ("Next", BLUE), ("Next", RED), ("Prior", BLUE)]:  # past the absent file
+                display.xdotool("key", key)
+                await_pixels([color])
+            display.xdotool("key", "Left")
             # Squares of 8, white and grey.
             points = [(304, 104), (312, 104)]
             deadline = time.monotonic() + 30

@@ -1,6 +1,7 @@
 #include "tools/viewer/convert.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 
@@ -42,11 +43,18 @@ std::string Viewer_Convert(const std::string &in, const std::string &out, uint32
     const uint32_t frames = Viewer_FrameCount(picture);
     Picture_UnLoad(picture);
     if (image.Pixels.empty())
-        return "it has " + std::to_string(frames) + " frames, counted from 0";
+        return Viewer_FrameReason(frames);
+    const bool pam = EndsIn(out, ".pam");
+    const uint32_t kept = pam ? image.Width : image.Width / 8 * 8;  // planes are whole bytes
+    if (kept == 0)
+        return "it is less than 8 pixels wide, too narrow for .ham6 and .ham8";
     wrong = out;
     errno = 0;
-    const bool written = EndsIn(out, ".pam")    ? WritePAM(image, out)
+    const bool written = pam                    ? WritePAM(image, out)
                          : EndsIn(out, ".ham6") ? WriteHAM(image, compress ? 3 : 1, out)
                                                 : WriteHAM(image, compress ? 4 : 2, out);
+    if (written && kept != image.Width)
+        std::fprintf(stderr, "viewer: %s: it has the first %u of %u columns, a multiple of 8\n",
+                     out.c_str(), kept, image.Width);
     return written ? "" : errno != 0 ? std::strerror(errno) : "it cannot be written";
 }

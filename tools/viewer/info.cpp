@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdio>
 #include <string_view>
 
@@ -10,12 +11,22 @@
 #include "picture/png.h"
 #include "tools/viewer/shown.h"
 
-// Control characters, which could steer the terminal, become blanks.
+// UTF-8 whose control characters, which could steer the terminal, have become blanks: ASCII's, and
+// U+0080 to U+009F, also where they stand as one byte.
 static std::string Harmless(std::string_view text)
 {
-    std::string harmless(text);
-    std::ranges::replace_if(
-        harmless, [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }, ' ');
+    std::string harmless;
+    while (!text.empty()) {
+        const auto lead = static_cast<unsigned char>(text[0]);
+        const auto most = static_cast<size_t>(std::max(std::countl_one(lead), 1));
+        size_t length = 1;
+        while (length < std::min(most, text.size()) && (text[length] & 0xC0) == 0x80)
+            length++;
+        const auto last = static_cast<unsigned char>(text[length - 1]);
+        const bool upper = last >= 0x80 && last < 0xA0 && (length == 1 || lead == 0xC2);
+        harmless += lead < 32 || lead == 127 || upper ? " " : text.substr(0, length);
+        text.remove_prefix(length);
+    }
     return harmless;
 }
 
@@ -31,16 +42,16 @@ static void Line(std::string_view name, uint32_t value)
     Line(name, std::to_string(value));
 }
 
-// ISO/IEC 8859-1 in UTF-8; its upper control characters as blanks.
+// ISO/IEC 8859-1 in UTF-8.
 static std::string FromLatin1(std::string_view latin1)
 {
     std::string text;
     for (const char c : latin1) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 160)
+        if (byte >= 128)
             text += {static_cast<char>(0xC0 | byte >> 6), static_cast<char>(0x80 | (byte & 63))};
         else
-            text += byte < 128 ? c : ' ';
+            text += c;
     }
     return text;
 }
@@ -61,6 +72,27 @@ static void InfoOfPNG()
         Line("changed", changed.data());
 }
 
+// N, S, E or W of a GPS entry: 1 is the latitude's, 3 the longitude's. The decoder takes the letter
+// from the top of the entry's field, where only big-endian data have it.
+static char Reference(uint16_t tag, char decoded)
+{
+    constexpr uint16_t typeText = 2;
+    if (JPG_Exif.ByteOrder != 'I')
+        return decoded;
+    for (const JPG_IFD &ifd : JPG_Exif.IFDs)
+        for (size_t i = 0; i < std::min<size_t>(ifd.Count, ifd.Entries.size()); i++)
+            if (ifd.Entries[i].Tag == tag && ifd.Entries[i].Type == typeText)
+                return static_cast<char>(ifd.Entries[i].Value & 0xFF);
+    return decoded;
+}
+
+// Prints degrees with their letter, unless there is none.
+static void Line(std::string_view name, float degrees, char reference)
+{
+    if (std::string_view("NSEW").find(reference) != std::string_view::npos)
+        Line(name, std::to_string(degrees) + " " + reference);
+}
+
 static void InfoOfJPEG(const Picture &picture)
 {
     const JPG_EXIF &exif = JPG_Exif;
@@ -71,10 +103,8 @@ static void InfoOfJPEG(const Picture &picture)
     Line("model", exif.Model.data());
     if (exif.IFDs[0].Count != 0)
         Line("orientation", static_cast<uint32_t>(Viewer_Orientation()));
-    if (exif.LatitudeReference > ' ' && exif.LatitudeReference != '0') {
-        Line("latitude", std::to_string(exif.Latitude) + " " + exif.LatitudeReference);
-        Line("longitude", std::to_string(exif.Longitude) + " " + exif.LongitudeReference);
-    }
+    Line("latitude", exif.Latitude, Reference(1, exif.LatitudeReference));
+    Line("longitude", exif.Longitude, Reference(3, exif.LongitudeReference));
     if (picture.ThumbPixels)
         Line("thumbnail", Viewer_Size({picture.ThumbWidth, picture.ThumbHeight, {}}));
 }

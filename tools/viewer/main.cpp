@@ -1,5 +1,6 @@
 // Shows pictures in a window, tells what their headers say, or converts one.
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@
 struct OPTIONS {
     std::vector<std::string> Files;
     bool Info = false, Convert = false, Compress = false;
-    uint32_t Frame = 0;
+    std::optional<uint32_t> Frame;
     int CharSet = -1;
 };
 
@@ -35,16 +36,21 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
                      "Convert the first file to the second: .ham6, .ham8 or .pam (RGBA)")
             ->excludes(info);
     app.add_flag("--compress", options.Compress, "Write .ham6 and .ham8 with runs")->needs(convert);
-    app.add_option("--frame", options.Frame, "Frame of a GIF or a sprite file, from 0")
-        ->type_name("N")
-        ->needs(convert);
+    CLI::Option *frame =
+        app.add_option("--frame", options.Frame,
+                       "Frame of a GIF or a sprite file, from 0, to be converted or shown")
+            ->type_name("N")
+            ->excludes(info);
     app.add_option("--charset", options.CharSet, "Show a character set")
         ->type_name("N")
         ->check(CLI::Range(0, CharSet_Sets - 1))
         ->excludes(info)
-        ->excludes(convert);
-    app.footer("Keys: left, right and space go to another picture, + - 0 and the wheel zoom, "
-               "dragging moves,\nt shows the thumbnail, c the caption, h helps, escape ends.");
+        ->excludes(convert)
+        ->excludes(frame);
+    app.footer(
+        "Keys: left, right and space go to another picture, page up and page down to another\n"
+        "frame, + - 0 and the wheel zoom, dragging moves, t shows the thumbnail, c the\n"
+        "caption, h helps, escape ends.");
     app.parse(argc, argv);
     if (options.Files.empty() == (options.CharSet < 0))
         throw CLI::ValidationError("FILE", "wants files, or --charset without any");
@@ -69,14 +75,18 @@ static int Info(const OPTIONS &options)
             status = Failure;
         }
     }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+        Report("standard output", "it cannot be written");
+        status = Failure;
+    }
     return status;
 }
 
 static int Convert(const OPTIONS &options)
 {
     std::string wrong;
-    const std::string reason =
-        Viewer_Convert(options.Files[0], options.Files[1], options.Frame, options.Compress, wrong);
+    const std::string reason = Viewer_Convert(options.Files[0], options.Files[1],
+                                              options.Frame.value_or(0), options.Compress, wrong);
     if (!reason.empty())
         Report(wrong, reason);
     return reason.empty() ? 0 : Failure;
@@ -100,5 +110,5 @@ int main(int argc, char **argv)
     }
     return options.Info      ? Info(options)
            : options.Convert ? Convert(options)
-                             : Viewer_ShowFiles(options.Files);
+                             : Viewer_ShowFiles(options.Files, options.Frame);
 }

@@ -17,12 +17,18 @@
 #include "picture/spr.h"
 #include "picture/tif.h"
 
-Picture Viewer_Load(const std::string &path)
+Picture Viewer_Load(const std::string &name)
 {
+    // A '*' in front has a meaning of its own for JPG_Load.
+    const std::string path = name.starts_with('*') ? "./" + name : name;
     std::fflush(stdout);
     const int out = dup(STDOUT_FILENO), nowhere = open("/dev/null", O_WRONLY);
     dup2(nowhere, STDOUT_FILENO);
     const Picture picture = Picture_Load(path.c_str(), 0, 0);
+    if (picture.Format == PICTURE_JPEG && JPG_Decoder.Embedded) {
+        JPG_Load(path.c_str());  // the headers stand there as its thumbnail has left them
+        JPG_UnLoad();
+    }
     std::fflush(stdout);
     dup2(out, STDOUT_FILENO);
     close(nowhere);
@@ -102,9 +108,15 @@ VIEWER_IMAGE Viewer_Thumbnail(const Picture &picture)
 
 uint32_t Viewer_FrameCount(const Picture &picture)
 {
-    return picture.Format == PICTURE_GIF       ? GIF_Header.FrameCount
-           : picture.Format == PICTURE_SPRITES ? SPR_Header.Count
-                                               : 1;
+    if (picture.Format == PICTURE_SPRITES)  // a file cut short has fewer than it says
+        return static_cast<uint32_t>(std::ranges::find(SPR_Header.Images, nullptr) -
+                                     SPR_Header.Images.begin());
+    return picture.Format == PICTURE_GIF ? GIF_Header.FrameCount : 1;
+}
+
+std::string Viewer_FrameReason(uint32_t frames)
+{
+    return "it has " + std::to_string(frames) + " frames, counted from 0";
 }
 
 VIEWER_IMAGE Viewer_Frame(const Picture &picture, uint32_t n)
@@ -173,15 +185,29 @@ static std::vector<double> Ends()
 static VIEWER_IMAGE screen, below;
 static uint32_t onTop;
 
+// Lays what a frame shows over an image of the screen's size. The decoder's picture of an
+// interlaced frame runs on from its first pixel to its last, as far as a screen holds them.
+static void LayOver(VIEWER_IMAGE &image, const GIF_FRAME &frame)
+{
+    const size_t right = std::min<size_t>(image.Width, size_t{frame.Left} + frame.Width);
+    const size_t bottom = std::min<size_t>(image.Height, size_t{frame.Top} + frame.Height);
+    for (size_t y = frame.Top; frame.Data && y < bottom; y++)
+        for (size_t x = frame.Left; x < right; x++) {
+            const size_t to = 4 * (y * image.Width + x);
+            const size_t from =
+                frame.Interlaced ? 4 * ((y - frame.Top) * frame.Width + x - frame.Left) : to;
+            if (from < image.Pixels.size() && frame.Data[from + 3] != 0)
+                std::memcpy(image.Pixels.data() + to, frame.Data + from, 4);
+        }
+}
+
 static void LayFrame(uint32_t n)
 {
     const GIF_FRAME &frame = GIF_Frames[n];
     if (n == 0)
         std::ranges::fill(below.Pixels, uint8_t{0});
     screen = below;
-    for (size_t i = 0; frame.Data && i < screen.Pixels.size(); i += 4)
-        if (frame.Data[i + 3] != 0)
-            std::memcpy(screen.Pixels.data() + i, frame.Data + i, 4);
+    LayOver(screen, frame);
     if (frame.Disposal != 3)
         below = screen;
     for (size_t y = frame.Top; frame.Disposal == 2 && y < frame.Top + size_t{frame.Height}; y++)
@@ -191,8 +217,13 @@ static void LayFrame(uint32_t n)
     onTop = n;
 }
 
+// The file that was opened last; its frames are wanted until the next one.
+static Picture last;
+
 const VIEWER_IMAGE &Viewer_Screen(uint32_t n)
 {
+    if (last.Format == PICTURE_SPRITES)
+        return screen = Viewer_Frame(last, n);
     if (n < onTop)
         LayFrame(0);
     while (onTop < n)
@@ -200,23 +231,24 @@ const VIEWER_IMAGE &Viewer_Screen(uint32_t n)
     return screen;
 }
 
-// The file that was opened last; a GIF's frames are wanted until the next one.
-static Picture last;
-
 void Viewer_Close()
 {
     Picture_UnLoad(std::exchange(last, {}));
 }
 
-VIEWER_FILE Viewer_Open(const std::string &path)
+VIEWER_FILE Viewer_Open(const std::string &path, uint32_t mostSide)
 {
     Viewer_Close();
     last = Viewer_Load(path);
     VIEWER_FILE file;
     file.Path = path;
-    file.Picture = Viewer_Image(last);
     if (!last.Pixels)
+        file.Reason = Viewer_Reason(path);
+    else if (std::max(last.Width, last.Height) > mostSide)
+        file.Reason = "it is too large for this display";
+    if (!file.Reason.empty())
         return file;
+    file.Picture = Viewer_Image(last);
     file.Frames = Viewer_FrameCount(last);
     const int orientation = last.Format == PICTURE_JPEG ? Viewer_Orientation() : 1;
     file.Picture = Viewer_Upright(std::move(file.Picture), orientation);

@@ -15,6 +15,7 @@ struct VIEWER_IMAGE {
 
 struct VIEWER_FILE {
     std::string Path;
+    std::string Reason;        // why it cannot be shown; then it has no picture
     std::string Facts;         // format, size and depth, as Viewer_Facts tells them
     uint32_t Frames = 1;       // of a GIF or a sprite file
     VIEWER_IMAGE Picture;      // upright; the first frame
@@ -22,7 +23,8 @@ struct VIEWER_FILE {
     std::vector<double> Ends;  // of a GIF's frames, seconds from its start; empty for others
 };
 
-/// Picture_Load without what the decoders trace on standard output.
+/// Picture_Load without what the decoders trace on standard output. A JPEG file's headers are its
+/// picture's, not those of an embedded thumbnail.
 Picture Viewer_Load(const std::string &path);
 
 /// Format, size and bits a pixel of the picture that was loaded last, such as "PNG, 32x32, 4 bits".
@@ -44,15 +46,20 @@ VIEWER_IMAGE Viewer_Thumbnail(const Picture &picture);
 VIEWER_IMAGE Viewer_Frame(const Picture &picture, uint32_t n);
 uint32_t Viewer_FrameCount(const Picture &picture);
 
+/// Why there is no frame beyond the first `frames`, for a person.
+std::string Viewer_FrameReason(uint32_t frames);
+
 /// Exif's orientation (1 to 8) of the JPEG file that was loaded last; 1 without one. And an image
 /// turned upright by it.
 int Viewer_Orientation();
 VIEWER_IMAGE Viewer_Upright(VIEWER_IMAGE image, int orientation);
 
-/// Opens a file to be seen and closes the one before. Without a picture its Picture is empty.
-VIEWER_FILE Viewer_Open(const std::string &path);
+/// Opens a file to be seen and closes the one before. A picture with a side above `mostSide` is
+/// refused.
+VIEWER_FILE Viewer_Open(const std::string &path, uint32_t mostSide = UINT32_MAX);
 void Viewer_Close();
 
-/// What a GIF's screen shows at frame `n`, its earlier frames laid down and disposed of. The file
-/// must be the one that was loaded last. Counts up from the last call where it can.
+/// What the file that was opened last, a GIF or a sprite file, shows at frame `n`: a GIF's screen,
+/// its earlier frames laid down and disposed of, or an image. Counts up from the last call where it
+/// can.
 const VIEWER_IMAGE &Viewer_Screen(uint32_t n);

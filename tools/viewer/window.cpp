@@ -23,9 +23,11 @@ static struct {
     std::vector<std::string> Paths;  // empty: only the image in File
     size_t At;
     VIEWER_FILE File;
-    uint32_t Frame;               // of a GIF
-    double Start;                 // of a GIF's round, seconds
-    uint32_t Picture, Thumbnail;  // textures
+    std::optional<uint32_t> Wanted;  // frame that every file is to show
+    uint32_t Frame;                  // of a GIF or a sprite file
+    bool Still;                      // a GIF does not play
+    double Start;                    // of a GIF's round, seconds
+    uint32_t Picture, Thumbnail;     // textures
     OVERLAY Help, Caption;
     std::string CaptionText;  // as it was drawn
     bool ShowThumbnail, ShowHelp, HideCaption;
@@ -104,31 +106,29 @@ static void Fit()
     view.Zoom = view.X = view.Y = 0;
 }
 
+static void ShowFrame(uint32_t frame)
+{
+    view.Frame = frame;
+    view.File.Picture = Viewer_Screen(frame);
+    ShowPicture();
+}
+
 static void ShowFile()
 {
     view.ShowThumbnail = false;
     Fit();
     view.Frame = 0;
+    view.Still = view.Wanted.has_value();
     view.Start = Now();
     GLFEW_DestroyTexture(view.Thumbnail);
     view.Thumbnail = 0;
     if (!view.File.Thumbnail.Pixels.empty())
         view.Thumbnail = TextureOf(view.File.Thumbnail);
-    ShowPicture();
+    if (const uint32_t frame = view.Wanted.value_or(0); frame != 0)
+        ShowFrame(frame);
+    else
+        ShowPicture();
     SetTitle();
-}
-
-static bool CanShow(const VIEWER_FILE &file)
-{
-    const uint32_t most = GLFEW_MaxTextureSide();
-    std::string reason;
-    if (file.Picture.Pixels.empty())
-        reason = Viewer_Reason(file.Path);
-    else if (file.Picture.Width > most || file.Picture.Height > most)
-        reason = "it is too large for this display";
-    if (!reason.empty())
-        std::fprintf(stderr, "viewer: %s: %s\n", file.Path.c_str(), reason.c_str());
-    return reason.empty();
 }
 
 // Goes on or back (1 or -1) to a file that can be shown; those that cannot are taken out. False
@@ -138,11 +138,14 @@ static bool Step(int by)
     while (!view.Paths.empty()) {
         const size_t count = view.Paths.size();
         view.At = (view.At + count + static_cast<size_t>(by)) % count;
-        view.File = Viewer_Open(view.Paths[view.At]);
-        if (CanShow(view.File)) {
+        view.File = Viewer_Open(view.Paths[view.At], GLFEW_MaxTextureSide());
+        if (view.File.Reason.empty() && view.Wanted.value_or(0) >= view.File.Frames)
+            view.File.Reason = Viewer_FrameReason(view.File.Frames);
+        if (view.File.Reason.empty()) {
             ShowFile();
             return true;
         }
+        std::fprintf(stderr, "viewer: %s: %s\n", view.File.Path.c_str(), view.File.Reason.c_str());
         view.Paths.erase(view.Paths.begin() + static_cast<ptrdiff_t>(view.At));
         by = std::min(by, 0);  // in its place is the next one now
     }
@@ -158,8 +161,9 @@ static OVERLAY OverlayOf(std::span<const std::string> lines)
 static OVERLAY MakeHelp()
 {
     // clang-format off
-    const std::array<std::string, 8> lines = {
+    const std::array<std::string, 9> lines = {
         "left, right, space  another picture",
+        "page up, page down  another frame",
         "+ - wheel           closer, farther",
         "0                   fitted",
         "drag                moves the picture",
@@ -265,17 +269,24 @@ void Paint()
 static void Play()
 {
     const std::vector<double> &ends = view.File.Ends;
-    if (ends.size() < 2)
+    if (ends.size() < 2 || view.Still)
         return;
     const double time = std::fmod(Now() - view.Start, ends.back());
     uint32_t frame = 0;
     while (frame + 1 < ends.size() && time >= ends[frame])
         frame++;
-    if (frame == view.Frame)
+    if (frame != view.Frame)
+        ShowFrame(frame);
+}
+
+// Goes to another frame, of a GIF that stands still from now on or of a sprite file.
+static void Leaf(int by)
+{
+    const uint32_t count = view.File.Frames;
+    if (count < 2)
         return;
-    view.Frame = frame;
-    view.File.Picture = Viewer_Screen(frame);
-    ShowPicture();
+    view.Still = true;
+    ShowFrame((view.Frame + count + static_cast<uint32_t>(by)) % count);
 }
 
 // Keeps what lies at (x, y) there, which counts from the window's middle.
@@ -327,8 +338,8 @@ static void Turn(int by)
 static void Press(int32_t key)
 {
     // As GLFW numbers keys: letters and signs by their ASCII codes of a US keyboard.
-    constexpr int32_t escape = 256, right = 262, left = 263, minusPad = 333, plusPad = 334,
-                      zeroPad = 320;
+    constexpr int32_t escape = 256, right = 262, left = 263, pageUp = 266, pageDown = 267,
+                      zeroPad = 320, minusPad = 333, plusPad = 334;
     switch (key) {
     case escape:
         Velmorandis_CloseApplication(1);
@@ -339,6 +350,12 @@ static void Press(int32_t key)
         break;
     case left:
         Turn(-1);
+        break;
+    case pageDown:
+        Leaf(1);
+        break;
+    case pageUp:
+        Leaf(-1);
         break;
     case '=':
     case plusPad:
@@ -385,10 +402,11 @@ static bool OpenWindow()
     return true;
 }
 
-int Viewer_ShowFiles(const std::vector<std::string> &paths)
+int Viewer_ShowFiles(const std::vector<std::string> &paths, std::optional<uint32_t> frame)
 {
     if (!OpenWindow())
         return 1;
+    view.Wanted = frame;
     view.Paths = paths;
     if (Step(0))
         ExecuteApplication();
