@@ -348,32 +348,40 @@ static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
     const size_t end = buffer.size() - LZW_Margin, last = in.size() * 8;
     uint8_t *const base = buffer.data();
     size_t position = LZW_Alphabet, bit = 0;
-    uint32_t next = LZW_First, width = 9;
-    uint64_t begun = 0;  // the string that the code before began; 0: none
+    // Each code makes a string out of the one before; what the first one makes stands unused in the
+    // place of LZW_End. Codes grow one earlier than need be.
+    constexpr uint32_t first = LZW_First - 1, grown = 1u << 9;
+    uint32_t next = first, width = 9, widest = grown - 1;
+    uint64_t begun = 0;
     while (position < end && bit + width <= last) {
         const auto code = static_cast<uint32_t>(PeekBits(in, bit) >> (64 - width));
         bit += width;
-        if (code == LZW_Clear) {
-            next = LZW_First;
-            width = 9;
-            begun = 0;
-            continue;
-        }
         if (code == LZW_End)
             break;
-        const bool added = begun != 0 && next < LZW_MostCodes;
+        if (code == LZW_Clear) {
+            next = first;
+            width = 9;
+            widest = grown - 1;
+            continue;
+        }
+        const bool added = next < LZW_MostCodes;
         strings[next] = begun;
         next += added;
-        width += next + 1 == 1u << width && width < 12;  // one code earlier than need be
+        if (next == widest) {
+            width += width < 12;
+            widest = (1u << width) - 1;
+        }
         if (code >= next)
             break;
         const size_t start = strings[code] & 0xFFFFFFFF, length = strings[code] >> 32;
         uint8_t *to = base + position;
-        for (size_t i = 0; i < length; i += LZW_Chunk) {  // may pass the end, by less than a chunk
-            std::array<uint8_t, LZW_Chunk> chunk;         // the two may overlap
+        size_t i = 0;
+        do {                                       // may pass the end, by less than a chunk
+            std::array<uint8_t, LZW_Chunk> chunk;  // the two may overlap
             std::memcpy(chunk.data(), base + start + i, LZW_Chunk);
             std::memcpy(to + i, chunk.data(), LZW_Chunk);
-        }
+            i += LZW_Chunk;
+        } while (i < length);
         if (code == next - 1 && added)
             to[length - 1] = *to;  // the string just begun ends with its own first byte
         begun = MakeString(position, length + 1);
