@@ -25,6 +25,7 @@ struct OPTIONS {
 constexpr int Failure = 1;
 constexpr int WrongUsage = 2;
 constexpr int WaitMilliseconds = 50;
+constexpr uint32_t CallsPerSecond = 10;  // for more of the sound: a pause waits for some of them
 
 // What plays, of which the stream's callback takes; and, in seconds, where in the sound the card is
 // when its clock is 0.
@@ -114,6 +115,7 @@ static PaError StartStream(PLAYER_SOUND &sound, uint32_t passes)
     feed.Passes = passes;
     Feed_Start(feed);
     Audio_StreamCallBack = PlayFeed;
+    Audio_StreamFrames = std::max(sound.Hz / CallsPerSecond, 1u);
     Audio_FirstPlay = 1;  // the stream before, if any, went with its track
     Audio_Error = paNoError;
     Audio_Play(sound.Track.get());
