@@ -159,6 +159,8 @@ class Player(Stage):
                 # The engine's buffers are behind the first sound: the file is written anew for each.
                 self.assertEqual(self.run_player("--loop", "2", "song.mod", name), (0, "", ""))
                 heard = self.read("captured")
+                if name == "small.voc":  # a buffer of the track would be seconds of it, for which a pause waits
+                    self.assertLess(len(heard), 20000)
                 silence = b"\x80" if name in ("bytes.wav", "small.8svx", "small.voc") else b"\0"
                 start = heard.find(expected)
                 self.assertGreaterEqual(start, 0, "what was heard differs")
@@ -170,11 +172,14 @@ class OnTerminal(Stage):
 
     def start(self, *words):
         os.mkfifo(self.path("captured"))
+        fresh = pty.openpty()
+        self.before = termios.tcgetattr(fresh[0])  # the player may change its own at once
+        for end in fresh:
+            os.close(end)
         self.process, self.terminal = pty.fork()
         if self.process == 0:
             os.chdir(self.folder.name)
             os.execve(PLAYER, [PLAYER, *words], self.environment)
-        self.before = termios.tcgetattr(self.terminal)
         self.heard = b""
         self.shown = ""
         threading.Thread(target=self.listen, daemon=True).start()
