@@ -1,5 +1,6 @@
 #include "tools/player/sound.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cmath>
@@ -181,6 +182,7 @@ static void DescribeAU(PLAYER_SOUND &sound)
               {4, "linear", 1},
               {5, "linear", 1},
               {27, "A-law", 2}});
+    sound.Bytes -= sound.Bytes % std::max(Player_FrameBytes(sound), 1u);
     sound.Limit = sound.Bytes;  // two encodings are refilled for ever
 }
 
