@@ -21,14 +21,16 @@ DATA = os.path.abspath(sys.argv[2])
 NOISE = sound_files.noise(150000)
 
 
-def mp3():
+def mp3(track, number):
     def text(name, value):
         return struct.pack(">4sIH", name, len(value), 0) + value
 
-    frames = text(b"TIT2", b"\1\xfe\xff" + "Żółw".encode("utf-16-be")) + text(b"TPE1", b"\0Someone")
+    frames = text(b"TIT2", b"\1\xfe\xff" + "Żółw".encode("utf-16-be")) + text(b"TRCK", track)
+    frames += text(b"TPE1", b"\0Someone")
     with open(os.path.join(DATA, "mp3_joint.mp3"), "rb") as file:
         music = file.read()
-    return b"ID3\3\0\0" + struct.pack(">I", len(frames)) + frames + music + b"TAG" + b"shadowed".ljust(30) + bytes(95)
+    older = b"TAG" + b"shadowed".ljust(30) + bytes([*bytes(93), number, 0])
+    return b"ID3\3\0\0" + struct.pack(">I", len(frames)) + frames + music + older
 
 
 def swapped(data):
@@ -48,7 +50,8 @@ FILES = {
     "small.8svx": svx(NOISE[:3000]),
     "small.voc": voc(NOISE[:3000]),
     "song.mod": module(),
-    "tagged.mp3": mp3(),
+    "tagged.mp3": mp3(b"\0007", 12),
+    "wide.mp3": mp3(b"\1\xfe\xff\0007", 0),
 }
 UNPLAYABLE = {
     "text.txt": (b"text " * 1000, "not a sound of a known format (--raw takes it for samples)"),
@@ -93,8 +96,9 @@ class Player(Stage):
             "song.mod": "tracker module|4 voices|44100 Hz|2|16|0:00.060|title A song|positions 1|instruments 31|"
                         "instrument 1 naïve",
             "tagged.mp3": "MPEG audio|MPEG Version 1 Layer III|44100 Hz|2|16|0:00.208|title Żółw|artist Someone|"
-                          "genre Blues|bit rate 64 kbit/s|mode Joint stereo",
+                          "track 12|genre Blues|bit rate 64 kbit/s|mode Joint stereo",
         }
+        rows["wide.mp3"] = rows["tagged.mp3"].replace("track 12|", "")
         usual = ["format", "codec", "rate", "channels", "bits", "length"]
         for name, values in rows.items():
             with self.subTest(name):
