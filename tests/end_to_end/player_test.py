@@ -243,9 +243,14 @@ class OnTerminal(Stage):
         self.press(b"\x1b[C")
         self.wait_for_line("player: absent: No such file or directory")
         self.wait_for_line("A song (2 of 2)")
-        self.press(b"\x1b[D")
+        self.press(b"\x1b")
+        time.sleep(0.1)
+        self.press(b"[D")
         self.wait_for_line("stereo.wav (1 of 2)")
-        self.press(b"q")
+        self.press(b"\x1b[B\x1bOA\x1bOQ")  # there and back; the last is F2, not Q
+        self.wait_for_line("A song (2 of 2)")
+        self.wait_for_line("stereo.wav (1 of 2)")
+        self.press(b"xq")
         self.assertEqual(self.end(), 1)  # for the file that is absent
 
     def test_signals(self):
