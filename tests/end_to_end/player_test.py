@@ -139,6 +139,7 @@ class Player(Stage):
                 (("--info", "."), 1, "player: .: Is a directory"),
                 (("--convert", "stereo.wav", "."), 1, "player: .: Is a directory"),
                 (("--convert", "stereo.wav", "no/out.wav"), 1, "player: no/out.wav: No such file or directory"),
+                (("--convert", "--loop", "1000000", "stereo.wav", "out.wav"), 1, "player: out.wav: more than 4 GiB of sound"),
                 ((), 2, "player: FILE is required (--help tells more)"),
                 (("--convert", "stereo.wav"), 2, "player: --convert: wants two files, IN and OUT.wav (--help tells more)"),
                 (("--convert", "--loop", "0", "a", "b"), 2, "player: --loop: a file is no place for ever (--help tells more)"),
@@ -156,6 +157,8 @@ class Player(Stage):
             status, _, errors = self.run_player("stereo.wav")
             self.assertEqual((status, errors[:len(line)], errors.count("\n")), (1, line, 1))
         self.assertEqual(self.run_player("--help")[0], 0)
+        self.assertEqual(self.run_program("sh", "-c", '"$0" --info stereo.wav > /dev/full', PLAYER),
+                         (1, "", "player: standard output: No space left on device\n"))
 
     def test_what_is_played_is_what_is_converted(self):
         """Each after another format, which the engine's next stream must have."""

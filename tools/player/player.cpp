@@ -1,8 +1,10 @@
 // Plays sound files through the engine, tells what their headers say, or converts one.
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -214,20 +216,28 @@ static int Play(const OPTIONS &options)
     return status;
 }
 
+// The status, unless standard output could not be written.
+static int Printed(int status)
+{
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return status;
+    std::fprintf(stderr, "player: standard output: %s\n", std::strerror(errno));
+    return Failure;
+}
+
 static int Info(const OPTIONS &options)
 {
     int status = 0;
     for (const std::string &file : options.Files) {
         PLAYER_SOUND sound;
         const std::string reason = Player_Open(file, options.Raw, sound);
-        if (reason.empty()) {
-            std::fputs(Player_Info(sound).c_str(), stdout);
-            continue;
-        }
-        Report(file, reason);
-        status = Failure;
+        if (!reason.empty()) {
+            Report(file, reason);
+            status = Failure;
+        } else if (std::fputs(Player_Info(sound).c_str(), stdout) == EOF)
+            break;
     }
-    return status;
+    return Printed(status);
 }
 
 static int Convert(const OPTIONS &options)
@@ -288,7 +298,7 @@ int main(int argc, char **argv)
         ReadOptions(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0)  // asked for help
-            return app.exit(error);
+            return Printed(app.exit(error));
         std::fprintf(stderr, "player: %s (--help tells more)\n", error.what());
         return WrongUsage;
     }
