@@ -94,7 +94,7 @@ static void TurnPause(PaStream *stream, bool &paused)
     paused = !paused;
     hushed = paused;
     if (paused) {
-        while (!HasEnded(stream))
+        while (Terminal_Signal() == 0 && !HasEnded(stream))
             Pa_Sleep(WaitMilliseconds / 5);
         Pa_AbortStream(stream);
         Audio_Pause();
