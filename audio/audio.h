@@ -90,6 +90,8 @@ extern uint8_t Audio_WakeBit;
 /// What streams are opened with: PortAudio_CallBack, or what takes its place. It runs on
 /// PortAudio's thread, and Audio_UnLoad waits for it only where the track is the stream's own.
 extern PaStreamCallback *Audio_StreamCallBack;
+/// Frames that it is asked for at a time; 0: as many as a buffer of the track holds.
+extern uint32_t Audio_StreamFrames;
 /// The device that Audio_Init examined last; PortAudio's own, null before.
 extern const PaDeviceInfo *PortAudio_DeviceInfo;
 /// Output format of the stream, set by Audio_SetMixer.

@@ -17,6 +17,7 @@ int32_t Audio_Error;
 const PaDeviceInfo *PortAudio_DeviceInfo;
 PaStreamParameters PortAudio_Format;
 PaStreamCallback *Audio_StreamCallBack = PortAudio_CallBack;
+uint32_t Audio_StreamFrames;
 
 // Frame size of the stream and the byte of its silence; a size of 0: no stream was opened.
 static std::atomic<uint32_t> streamFrameBytes;
@@ -114,9 +115,10 @@ void Audio_SetMixer(uint8_t bits, uint32_t hz, uint32_t, uint32_t)
 
 static PaError OpenStream(AudioTrack &track, const PaStreamParameters &format)
 {
-    const PaError error = Pa_OpenStream(&track.Stream, nullptr, &format, Audio_Hz,
-                                        track.Capacity / Audio_FrameBytes(track), paClipOff,
-                                        Audio_StreamCallBack, nullptr);
+    const uint32_t frames =
+        Audio_StreamFrames != 0 ? Audio_StreamFrames : track.Capacity / Audio_FrameBytes(track);
+    const PaError error = Pa_OpenStream(&track.Stream, nullptr, &format, Audio_Hz, frames,
+                                        paClipOff, Audio_StreamCallBack, nullptr);
     if (error != paNoError) {
         track.Stream = nullptr;
         return error;

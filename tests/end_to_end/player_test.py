@@ -21,14 +21,16 @@ DATA = os.path.abspath(sys.argv[2])
 NOISE = sound_files.noise(150000)
 
 
-def mp3():
+def mp3(track, number):
     def text(name, value):
         return struct.pack(">4sIH", name, len(value), 0) + value
 
-    frames = text(b"TIT2", b"\1\xfe\xff" + "Żółw".encode("utf-16-be")) + text(b"TPE1", b"\0Someone")
+    frames = text(b"TIT2", b"\1\xfe\xff" + "Żółw".encode("utf-16-be")) + text(b"TRCK", track)
+    frames += text(b"TPE1", b"\0Someone")
     with open(os.path.join(DATA, "mp3_joint.mp3"), "rb") as file:
         music = file.read()
-    return b"ID3\3\0\0" + struct.pack(">I", len(frames)) + frames + music + b"TAG" + b"shadowed".ljust(30) + bytes(95)
+    older = b"TAG" + b"shadowed".ljust(30) + bytes([*bytes(93), number, 0])
+    return b"ID3\3\0\0" + struct.pack(">I", len(frames)) + frames + music + older
 
 
 def swapped(data):
@@ -43,11 +45,13 @@ FILES = {
     "bytes.wav": wav(NOISE, 8, 1),
     "alaw.wav": wav(b"\x55\xd5" * 2000, 8, 1, 6),
     "three.au": au(NOISE, 3, 3),
+    "cut.au": au(NOISE[:4003]),
     "short.aiff": aiff(NOISE[:4000]),
     "small.8svx": svx(NOISE[:3000]),
     "small.voc": voc(NOISE[:3000]),
     "song.mod": module(),
-    "tagged.mp3": mp3(),
+    "tagged.mp3": mp3(b"\0007", 12),
+    "wide.mp3": mp3(b"\1\xfe\xff\0007", 0),
 }
 UNPLAYABLE = {
     "text.txt": (b"text " * 1000, "not a sound of a known format (--raw takes it for samples)"),
@@ -92,8 +96,9 @@ class Player(Stage):
             "song.mod": "tracker module|4 voices|44100 Hz|2|16|0:00.060|title A song|positions 1|instruments 31|"
                         "instrument 1 naïve",
             "tagged.mp3": "MPEG audio|MPEG Version 1 Layer III|44100 Hz|2|16|0:00.208|title Żółw|artist Someone|"
-                          "genre Blues|bit rate 64 kbit/s|mode Joint stereo",
+                          "track 12|genre Blues|bit rate 64 kbit/s|mode Joint stereo",
         }
+        rows["wide.mp3"] = rows["tagged.mp3"].replace("track 12|", "")
         usual = ["format", "codec", "rate", "channels", "bits", "length"]
         for name, values in rows.items():
             with self.subTest(name):
@@ -111,6 +116,7 @@ class Player(Stage):
             ("bytes.wav",): NOISE[:65535] + NOISE[65536:131071] + NOISE[131072:-1],
             ("alaw.wav",): struct.pack("<hh", -8, 8) * 1999 + struct.pack("<h", -8),
             ("three.au",): swapped(NOISE),
+            ("--loop", "2", "cut.au"): swapped(NOISE[:4000]) * 2,
             ("short.aiff",): bytes(8) + swapped(NOISE[:4000]),
             ("small.8svx",): bytes((128 - byte) % 256 for byte in NOISE[:2999]),
             ("small.voc",): NOISE[:2999],
@@ -133,6 +139,7 @@ class Player(Stage):
                 (("--info", "."), 1, "player: .: Is a directory"),
                 (("--convert", "stereo.wav", "."), 1, "player: .: Is a directory"),
                 (("--convert", "stereo.wav", "no/out.wav"), 1, "player: no/out.wav: No such file or directory"),
+                (("--convert", "--loop", "1000000", "stereo.wav", "out.wav"), 1, "player: out.wav: more than 4 GiB of sound"),
                 ((), 2, "player: FILE is required (--help tells more)"),
                 (("--convert", "stereo.wav"), 2, "player: --convert: wants two files, IN and OUT.wav (--help tells more)"),
                 (("--convert", "--loop", "0", "a", "b"), 2, "player: --loop: a file is no place for ever (--help tells more)"),
@@ -150,6 +157,8 @@ class Player(Stage):
             status, _, errors = self.run_player("stereo.wav")
             self.assertEqual((status, errors[:len(line)], errors.count("\n")), (1, line, 1))
         self.assertEqual(self.run_player("--help")[0], 0)
+        self.assertEqual(self.run_program("sh", "-c", '"$0" --info stereo.wav > /dev/full', PLAYER),
+                         (1, "", "player: standard output: No space left on device\n"))
 
     def test_what_is_played_is_what_is_converted(self):
         """Each after another format, which the engine's next stream must have."""
@@ -159,6 +168,8 @@ class Player(Stage):
                 # The engine's buffers are behind the first sound: the file is written anew for each.
                 self.assertEqual(self.run_player("--loop", "2", "song.mod", name), (0, "", ""))
                 heard = self.read("captured")
+                if name == "small.voc":  # a buffer of the track would be seconds of it, for which a pause waits
+                    self.assertLess(len(heard), 20000)
                 silence = b"\x80" if name in ("bytes.wav", "small.8svx", "small.voc") else b"\0"
                 start = heard.find(expected)
                 self.assertGreaterEqual(start, 0, "what was heard differs")
@@ -170,11 +181,14 @@ class OnTerminal(Stage):
 
     def start(self, *words):
         os.mkfifo(self.path("captured"))
+        fresh = pty.openpty()
+        self.before = termios.tcgetattr(fresh[0])  # the player may change its own at once
+        for end in fresh:
+            os.close(end)
         self.process, self.terminal = pty.fork()
         if self.process == 0:
             os.chdir(self.folder.name)
             os.execve(PLAYER, [PLAYER, *words], self.environment)
-        self.before = termios.tcgetattr(self.terminal)
         self.heard = b""
         self.shown = ""
         threading.Thread(target=self.listen, daemon=True).start()
@@ -232,9 +246,14 @@ class OnTerminal(Stage):
         self.press(b"\x1b[C")
         self.wait_for_line("player: absent: No such file or directory")
         self.wait_for_line("A song (2 of 2)")
-        self.press(b"\x1b[D")
+        self.press(b"\x1b")
+        time.sleep(0.1)
+        self.press(b"[D")
         self.wait_for_line("stereo.wav (1 of 2)")
-        self.press(b"q")
+        self.press(b"\x1b[B\x1bOA\x1bOQ")  # there and back; the last is F2, not Q
+        self.wait_for_line("A song (2 of 2)")
+        self.wait_for_line("stereo.wav (1 of 2)")
+        self.press(b"xq")
         self.assertEqual(self.end(), 1)  # for the file that is absent
 
     def test_signals(self):

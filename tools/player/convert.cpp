@@ -16,6 +16,7 @@
 
 constexpr uint32_t HeaderBytes = 44;
 constexpr uint64_t MaxData = UINT32_MAX - HeaderBytes;  // the chunks count in 32 bits
+constexpr const char *TooMuch = "more than 4 GiB of sound";
 
 static std::array<uint8_t, HeaderBytes> Header(const PLAYER_SOUND &sound, uint32_t data)
 {
@@ -75,7 +76,7 @@ static std::string WriteSound(FILE *file, PLAYER_SOUND &sound, uint32_t passes)
         taken = Feed_Take(feed, block);
         data += taken;
         if (data > MaxData)
-            return "more than 4 GiB of sound";
+            return TooMuch;
         if (!Write(file, std::span(block).first(taken)))
             return std::strerror(errno);
         ShowProgress(sound, data, sound.Bytes * passes);
@@ -92,6 +93,9 @@ std::string Player_Convert(PLAYER_SOUND &sound, uint32_t passes, const std::stri
     struct stat status;
     if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         return S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a regular file";
+    const uint64_t expected = sound.Bytes * passes;
+    if (expected - expected / 64 > MaxData)  // the header's length may be some samples too long
+        return TooMuch;
     const std::string beside = path + ".part";
     AUDIO_FILE file(std::fopen(beside.c_str(), "wbx"));
     if (!file)

@@ -1,8 +1,10 @@
 // Plays sound files through the engine, tells what their headers say, or converts one.
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -25,11 +27,15 @@ struct OPTIONS {
 constexpr int Failure = 1;
 constexpr int WrongUsage = 2;
 constexpr int WaitMilliseconds = 50;
+constexpr uint32_t CallsPerSecond = 10;  // of the stream's callback
 
-// What plays, of which the stream's callback takes; and, in seconds, where in the sound the card is
-// when its clock is 0.
+// What plays, of which the stream's callback takes unless it is to be silent; when all that was
+// taken has been heard, in seconds of the stream's clock; and the calls since then that were not
+// filled.
 static PLAYER_FEED feed;
-static std::atomic<double> clockStart;
+static std::atomic<bool> hushed;
+static std::atomic<double> heardAt;
+static std::atomic<uint32_t> silentCalls;
 
 static void Report(const std::string &file, const std::string &reason)
 {
@@ -37,24 +43,41 @@ static void Report(const std::string &file, const std::string &reason)
     std::fprintf(stderr, "player: %s: %s\n", Player_Text(file).c_str(), reason.c_str());
 }
 
+static double SecondsOf(uint64_t bytes)
+{
+    return static_cast<double>(bytes) / feed.FrameBytes / static_cast<double>(Audio_Hz);
+}
+
+// Silence follows the sound before the stream completes: not every back end lets what is buffered
+// be heard then.
 static int PlayFeed(const void *, void *output, unsigned long frames,
                     const PaStreamCallbackTimeInfo *timing, PaStreamCallbackFlags, void *)
 {
-    const double seconds =
-        static_cast<double>(feed.Position) / feed.FrameBytes / static_cast<double>(Audio_Hz);
-    clockStart = seconds - timing->outputBufferDacTime;
     const std::span out(static_cast<uint8_t *>(output), frames * feed.FrameBytes);
-    const size_t taken = Feed_Take(feed, out);
+    const size_t taken = hushed ? 0 : Feed_Take(feed, out);
+    if (taken != 0)
+        heardAt = timing->outputBufferDacTime + SecondsOf(taken);
     std::ranges::fill(out.subspan(taken), uint8_t{Audio_BPS == 8 ? uint8_t{128} : uint8_t{0}});
-    return taken < out.size() ? paComplete : paContinue;
+    if (taken < out.size())
+        silentCalls++;
+    return silentCalls < CallsPerSecond ? paContinue : paComplete;
+}
+
+// Seconds of what was taken that are not heard yet.
+static double Unheard(PaStream *stream)
+{
+    return std::max(heardAt - Pa_GetStreamTime(stream), 0.0);
 }
 
 // Where the sound is that is heard now.
 static double Now(PaStream *stream)
 {
-    const double taken =
-        static_cast<double>(feed.Position) / feed.FrameBytes / static_cast<double>(Audio_Hz);
-    return std::clamp(clockStart + Pa_GetStreamTime(stream), 0.0, taken);
+    return std::max(SecondsOf(feed.Position) - Unheard(stream), 0.0);
+}
+
+static bool HasEnded(PaStream *stream)
+{
+    return Pa_IsStreamActive(stream) != 1 || (silentCalls != 0 && Unheard(stream) == 0);
 }
 
 static void ShowProgress(const PLAYER_SOUND &sound, double now, bool paused, const std::string &of)
@@ -65,15 +88,21 @@ static void ShowProgress(const PLAYER_SOUND &sound, double now, bool paused, con
                   (paused ? "paused: " : "") + title + of);
 }
 
-// Stopping waits until what is buffered has been heard, and so loses nothing.
+// Stopping waits until what was taken has been heard, and so loses nothing.
 static void TurnPause(PaStream *stream, bool &paused)
 {
-    if (!paused)
-        Pa_StopStream(stream);
-    Audio_Pause();
-    if (paused)
-        Pa_StartStream(stream);
     paused = !paused;
+    hushed = paused;
+    if (paused) {
+        while (Terminal_Signal() == 0 && !HasEnded(stream))
+            Pa_Sleep(WaitMilliseconds / 5);
+        Pa_AbortStream(stream);
+        Audio_Pause();
+    } else {
+        silentCalls = 0;
+        Audio_Pause();
+        Pa_StartStream(stream);
+    }
 }
 
 // Plays until the sound ends or a key says what is next: KEY_NEXT at the end.
@@ -82,7 +111,7 @@ static PLAYER_KEY Watch(const PLAYER_SOUND &sound, const std::string &of)
     PaStream *stream = sound.Track->Stream;
     bool paused = false;
     double now = 0;
-    while (Terminal_Signal() == 0 && (paused || Pa_IsStreamActive(stream) == 1)) {
+    while (Terminal_Signal() == 0 && (paused || !HasEnded(stream))) {
         if (!paused)
             now = Now(stream);
         ShowProgress(sound, now, paused, of);
@@ -113,7 +142,9 @@ static PaError StartStream(PLAYER_SOUND &sound, uint32_t passes)
     feed.Limit = sound.Limit;
     feed.Passes = passes;
     Feed_Start(feed);
+    silentCalls = 0;
     Audio_StreamCallBack = PlayFeed;
+    Audio_StreamFrames = std::max(sound.Hz / CallsPerSecond, 1u);
     Audio_FirstPlay = 1;  // the stream before, if any, went with its track
     Audio_Error = paNoError;
     Audio_Play(sound.Track.get());
@@ -185,20 +216,28 @@ static int Play(const OPTIONS &options)
     return status;
 }
 
+// The status, unless standard output could not be written.
+static int Printed(int status)
+{
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return status;
+    std::fprintf(stderr, "player: standard output: %s\n", std::strerror(errno));
+    return Failure;
+}
+
 static int Info(const OPTIONS &options)
 {
     int status = 0;
     for (const std::string &file : options.Files) {
         PLAYER_SOUND sound;
         const std::string reason = Player_Open(file, options.Raw, sound);
-        if (reason.empty()) {
-            std::fputs(Player_Info(sound).c_str(), stdout);
-            continue;
-        }
-        Report(file, reason);
-        status = Failure;
+        if (!reason.empty()) {
+            Report(file, reason);
+            status = Failure;
+        } else if (std::fputs(Player_Info(sound).c_str(), stdout) == EOF)
+            break;
     }
-    return status;
+    return Printed(status);
 }
 
 static int Convert(const OPTIONS &options)
@@ -259,7 +298,7 @@ int main(int argc, char **argv)
         ReadOptions(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0)  // asked for help
-            return app.exit(error);
+            return Printed(app.exit(error));
         std::fprintf(stderr, "player: %s (--help tells more)\n", error.what());
         return WrongUsage;
     }

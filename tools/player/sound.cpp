@@ -1,5 +1,6 @@
 #include "tools/player/sound.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cmath>
@@ -131,15 +132,23 @@ static std::string TagText(std::span<const char> v2, std::span<const char> v1)
     return text.empty() ? Player_Text(v1) : text;
 }
 
+// The newer tag's number is cut to one character: it may be part of the number, or of no text.
+static std::string TrackText(const MP3_ID3V1 &v1, const MP3_ID3V2 &v2)
+{
+    if (v1.TrackNumber != 0)
+        return std::to_string(v1.TrackNumber);
+    const char first = v2.Track[0];
+    return first >= '0' && first <= '9' ? std::string(1, first) : "";
+}
+
 static void AddTags(PLAYER_SOUND &sound, const MP3_ID3V1 &v1, const MP3_ID3V2 &v2)
 {
     const std::string genre = v1.Genre < MP3_UnknownGenre ? MP3_Genre[v1.Genre] : "";
-    const std::string track = v1.TrackNumber != 0 ? std::to_string(v1.TrackNumber) : "";
     sound.Title = TagText(v2.Title, v1.Title);
     AddFact(sound, "artist", TagText(v2.Artist, v1.Artist));
     AddFact(sound, "album", TagText(v2.Album, v1.Album));
     AddFact(sound, "year", TagText(v2.Year, v1.Year));
-    AddFact(sound, "track", TagText(v2.Track, track));
+    AddFact(sound, "track", TrackText(v1, v2));
     AddFact(sound, "genre", TagText(v2.Genre, genre));
     AddFact(sound, "comment", TagText(v2.Comment, v1.Comment));
 }
@@ -181,6 +190,7 @@ static void DescribeAU(PLAYER_SOUND &sound)
               {4, "linear", 1},
               {5, "linear", 1},
               {27, "A-law", 2}});
+    sound.Bytes -= sound.Bytes % std::max(Player_FrameBytes(sound), 1u);
     sound.Limit = sound.Bytes;  // two encodings are refilled for ever
 }
 

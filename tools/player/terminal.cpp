@@ -18,6 +18,7 @@ constexpr int EndSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 static volatile std::sig_atomic_t endSignal;
 static volatile std::sig_atomic_t stopAsked;
 static bool hasKeys;
+static std::string typed;  // and not taken yet
 static termios before;
 
 static void Note(int signal)
@@ -79,13 +80,41 @@ static PLAYER_KEY KeyOf(std::string_view bytes)
         {"\x1BOD", KEY_PREVIOUS}, {"\x1BOA", KEY_PREVIOUS},
     };
     for (const auto &[sequence, key] : keys)
-        if (bytes.starts_with(sequence))
+        if (bytes == sequence)
             return key;
     return KEY_NONE;
 }
 
+// Bytes of the first key, of which there is at least one; 0 while its control sequence (ECMA-48,
+// 5.4) is not whole.
+static size_t KeyLength(std::string_view bytes)
+{
+    if (bytes.size() == 1)
+        return bytes[0] == '\x1B' ? 0 : 1;
+    if (bytes[0] != '\x1B' || (bytes[1] != '[' && bytes[1] != 'O'))
+        return 1;
+    const auto ends = [](char byte) { return byte < ' ' || byte > '?'; };
+    const auto last = std::find_if(bytes.begin() + 2, bytes.end(), ends);
+    return last == bytes.end() ? 0 : static_cast<size_t>(last - bytes.begin()) + 1;
+}
+
+static PLAYER_KEY TakeKey()
+{
+    PLAYER_KEY key = KEY_NONE;
+    while (key == KEY_NONE && !typed.empty()) {
+        const size_t length = KeyLength(typed);
+        if (length == 0)
+            break;
+        key = KeyOf(std::string_view(typed).substr(0, length));
+        typed.erase(0, length);
+    }
+    return key;
+}
+
 PLAYER_KEY Terminal_Key(int milliseconds)
 {
+    if (const PLAYER_KEY key = TakeKey())
+        return key;
     pollfd input = {hasKeys ? STDIN_FILENO : -1, POLLIN, 0};
     if (poll(&input, 1, milliseconds) <= 0)
         return KEY_NONE;
@@ -93,7 +122,10 @@ PLAYER_KEY Terminal_Key(int milliseconds)
     const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
     if (count == 0)
         hasKeys = false;  // hung up
-    return count > 0 ? KeyOf({bytes.data(), static_cast<size_t>(count)}) : KEY_NONE;
+    if (typed.size() > bytes.size())
+        typed.clear();  // no key is that long
+    typed.append(bytes.data(), static_cast<size_t>(std::max<ssize_t>(count, 0)));
+    return TakeKey();
 }
 
 int Terminal_Signal()

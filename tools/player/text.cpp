@@ -4,6 +4,9 @@
 #include <cstdint>
 #include <cstdio>
 
+#include <locale.h>
+#include <wchar.h>
+
 using CODES = std::u32string;
 
 static bool IsControl(char32_t code)
@@ -109,11 +112,21 @@ std::string Player_Text(const std::string &bytes)
 
 std::string Player_Cut(const std::string &utf8, size_t columns)
 {
-    size_t at = 0;
-    for (; at < utf8.size(); at++)
-        if (static_cast<uint8_t>(utf8[at]) >> 6 != 2 && columns-- == 0)
+    static const locale_t known = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    const locale_t before = uselocale(known);
+    CODES codes;
+    FromUTF8(utf8, codes);
+    std::string text;
+    for (const char32_t code : codes) {
+        const int width = wcwidth(static_cast<wchar_t>(code));
+        const size_t wanted = width < 0 ? 1 : static_cast<size_t>(width);  // below 0: unknown
+        if (wanted > columns)
             break;
-    return utf8.substr(0, at);
+        columns -= wanted;
+        PutUTF8(text, code);
+    }
+    uselocale(before);
+    return text;
 }
 
 std::string Player_Time(double seconds)

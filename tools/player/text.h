@@ -12,7 +12,8 @@ std::string Player_Text(std::span<const char> bytes);
 /// The same of a name.
 std::string Player_Text(const std::string &bytes);
 
-/// Its first `columns` characters.
+/// As many characters from its start as take at most so many columns of a terminal: wide ones take
+/// two, combining ones none.
 std::string Player_Cut(const std::string &utf8, size_t columns);
 
 /// "3:07", from an hour on "1:03:07".
