@@ -1,5 +1,5 @@
 #!/bin/sh
-# Makes the files for gif_bench and small_pictures_bench: make_small_pictures.sh PHOTO FOLDER.
+# Makes GIF, PCX, TGA, PNM and XBM files for pictures_bench: make_small_pictures.sh PHOTO FOLDER.
 # Needs ImageMagick, netpbm, ffmpeg and gifsicle.
 set -e
 photo=$1
