@@ -42,7 +42,7 @@ extern const std::array<char, 90> HAM68_Description;
 void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes);
 
 /// Width x Height RGBA pixels, opaque; bytes that the file lacks read as 0. From malloc: the caller
-/// frees it. Null when nothing was loaded.
+/// frees it. Null when nothing was loaded. The peak of memory is 5 bytes a pixel and the file.
 uint8_t *HAM68_Decoding(uint8_t planes);
 
 /// Writes RGBA pixels (row stride `width`) with grey palettes. `code`: planes, or planes x 256 to
