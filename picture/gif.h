@@ -63,7 +63,9 @@ void GIF_Load(const char *path);
 /// Turns all frames into pictures and returns the first's, which GIF_FreeFrames frees. Null without
 /// frames. Mode 0: every frame stands alone, transparent around it and where it says so; 1: it is
 /// laid over the frame before. Interlaced frames lie at the top left and run on from row to row as
-/// if the screen had their width, on purpose.
+/// if the screen had their width, on purpose. Frames count 4 bytes for every pixel of the screen,
+/// or of their own where these are more; those that would pass Picture_MaxBytes together are left
+/// out. That, one frame's indexes and the file twice are the peak of memory.
 uint8_t *GIF_Decoding(uint16_t mode);
 
 /// Frees the file image.
