@@ -14,9 +14,8 @@ BYTES_BUFFER BMP_File;
 
 enum BMP_COMPRESSION : uint16_t { BMP_PLAIN = 0, BMP_RLE8 = 1, BMP_RLE4 = 2, BMP_FIELDS = 3 };
 
-// A file that holds less than this part of its pixels has a size that is not believed; one that
-// holds more is cut short.
-constexpr size_t BMP_LeastShare = 8;
+// Pixels that one byte of runs can stand for: two are one of 255.
+constexpr size_t BMP_MostOutOfOne = 128;
 
 static uint32_t GetLittle(size_t position, int count)
 {
@@ -88,7 +87,8 @@ static bool IsPossible()
     if (!IsSupported() || pixels == 0 || pixels > Picture_MaxBytes / 4 ||
         h.DataOffset >= BMP_File.size())
         return false;
-    return HasRuns() || RowBytes() * h.Height / BMP_LeastShare <= BMP_File.size() - h.DataOffset;
+    const size_t most = (BMP_File.size() - h.DataOffset) * (HasRuns() ? BMP_MostOutOfOne : 1);
+    return RowBytes() * h.Height / Picture_LeastShare <= most;
 }
 
 // Writes what runs say into a buffer that ends: what goes beyond is left out.
@@ -191,8 +191,8 @@ static BYTES_BUFFER ExpandFile()
 {
     const BMP_HEADER &h = BMP_Header;
     const size_t offset = h.DataOffset;
-    // Two bytes stand for 255 pixels at most.
-    const size_t pixels = std::min(size_t{h.Width} * h.Height, (BMP_File.size() - offset) * 128);
+    const size_t pixels =
+        std::min(size_t{h.Width} * h.Height, (BMP_File.size() - offset) * BMP_MostOutOfOne);
     BYTES_BUFFER expanded(offset + pixels);
     std::copy_n(BMP_File.begin(), offset, expanded.begin());
     const std::span<uint8_t> room = std::span(expanded).subspan(offset);

@@ -26,8 +26,6 @@ constexpr uint32_t LBM_PBM = ID("PBM ");
 constexpr uint32_t LBM_HalfBright = 0x80, LBM_HoldAndModify = 0x800;  // bits of CAMG
 constexpr size_t LBM_TrueColor = 24;                                  // planes
 constexpr uint8_t LBM_ByteRun1 = 1;
-// A file that can hold less than this part of its pixels has a size that is not believed.
-constexpr size_t LBM_LeastShare = 8;
 
 uint8_t LBM_GetByte()
 {
@@ -168,7 +166,7 @@ static bool IsPossible()
         return false;
     const size_t most = h.Compression == LBM_ByteRun1 ? 64 : 1;  // bytes out of one
     const size_t body = Bytes_GetSpan(LBM_File, h.BodyOffset).size() * most;
-    return body != 0 && RowBytes(ShortPlane()) * h.Height / LBM_LeastShare <= body;
+    return body != 0 && RowBytes(ShortPlane()) * h.Height / Picture_LeastShare <= body;
 }
 
 // The file up to its BODY, then the BODY expanded.

@@ -152,7 +152,8 @@ uint8_t *PCX_Decoding()
 {
     const PCX_HEADER &h = PCX_Header;
     const std::span<const uint8_t> data = PixelData();
-    if (!IsKnown() || data.size() < RowSize())
+    if (!IsKnown() || data.size() < RowSize() ||
+        data.size() < RowSize() * h.Height / Picture_LeastShare)
         return nullptr;
     uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)

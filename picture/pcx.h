@@ -29,9 +29,9 @@ extern BYTES_BUFFER PCX_File;  // the image, runs expanded
 void PCX_Load(const char *path);
 
 /// Width x Height RGBA pixels, opaque; rows that the file lacks are 0. The caller frees them.
-/// Null for a file without its first row, for another depth than 1, 4, 8 and 24 (3 planes of 8),
-/// and past Picture_MaxBytes. The expanded image stands beside the pixels: at most 32 times the
-/// file, and three quarters of Width x Height x 4 where lines are not padded.
+/// Null for a file without its first row or an eighth of its pixels, for another depth than 1, 4, 8
+/// and 24 (3 planes of 8), and past Picture_MaxBytes. The expanded image stands beside the pixels:
+/// at most 32 times the file, and three quarters of Width x Height x 4 where lines are not padded.
 uint8_t *PCX_Decoding();
 
 /// Frees the file image.

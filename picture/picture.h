@@ -39,6 +39,10 @@ extern uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
 /// Bytes that one pixel buffer may have; larger pictures are null pictures. May be lowered.
 extern size_t Picture_MaxBytes;
 
+/// For decoders: a file that can hold less than this part of its pixels has a size that is not
+/// believed, and gives the null picture; one that holds more is cut short.
+constexpr size_t Picture_LeastShare = 8;
+
 /// For decoders: a zeroed buffer of width x height RGBA pixels from calloc, the caller's. Null when
 /// a side is 0, when it would pass Picture_MaxBytes, or without memory.
 uint8_t *Picture_NewPixels(uint32_t width, uint32_t height);

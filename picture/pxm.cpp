@@ -212,8 +212,9 @@ static size_t ShortestRow()
 uint8_t *PXM_Decoding()
 {
     const PXM_HEADER &h = PXM_Header;
-    if (h.BitsPerPixel == 0 || h.Width == 0 ||
-        Bytes_GetSpan(PXM_File, PXM_Position).size() < ShortestRow())
+    const size_t stored = Bytes_GetSpan(PXM_File, PXM_Position).size();
+    if (h.BitsPerPixel == 0 || h.Width == 0 || stored < ShortestRow() ||
+        stored < ShortestRow() * h.Height / Picture_LeastShare)
         return nullptr;
     uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)

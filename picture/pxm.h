@@ -27,8 +27,8 @@ void PXM_Load(const char *path);
 /// Width x Height RGBA pixels, opaque; those that the file lacks are 0. A sample s is
 /// trunc(s / Maximum x 255), computed in single precision, its low byte. A P4 row has Width / 8
 /// bytes, on purpose: the pixels of a remainder are black. The caller frees them. Null for another
-/// type, for a file without its first row, and past Picture_MaxBytes. Nothing but the file and
-/// one row of samples stands beside the pixels.
+/// type, for a file without its first row or an eighth of its pixels, and past Picture_MaxBytes.
+/// Nothing but the file and one row of samples stands beside the pixels.
 uint8_t *PXM_Decoding();
 
 /// Frees the file image.

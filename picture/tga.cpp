@@ -109,7 +109,7 @@ uint8_t *TGA_Decoding()
     const std::span<const uint8_t> data = Bytes_GetSpan(TGA_File, TGA_HeaderSize, ImageSize());
     const size_t row = h.Width * PixelSize();
     if (h.ImageType != TGA_Plain || (h.BitsPerPixel != 24 && h.BitsPerPixel != 32) ||
-        data.size() < row)
+        data.size() < row || data.size() < ImageSize() / Picture_LeastShare)
         return nullptr;
     uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)

@@ -29,8 +29,9 @@ void TGA_Load(const char *path);
 
 /// Width x Height RGBA pixels; those that the file lacks are 0. From bottom to top only when both
 /// origin bits are clear, and never mirrored, on purpose. The caller frees them. Null for a file
-/// without its first row, for other types and depths, and past Picture_MaxBytes. The expanded image
-/// stands beside the pixels: at most Width x Height x 4 bytes, and 128 times the file.
+/// without its first row or an eighth of its pixels, for other types and depths, and past
+/// Picture_MaxBytes. The expanded image stands beside the pixels: at most Width x Height x 4 bytes,
+/// and 128 times the file.
 uint8_t *TGA_Decoding();
 
 /// Frees the file image.

@@ -47,8 +47,6 @@ enum TIF_COLORS : uint16_t { TIF_WhiteIs0, TIF_BlackIs0, TIF_RGB, TIF_Palette };
 
 constexpr uint32_t TIF_HeaderSize = 8;
 constexpr uint16_t TIF_MostSamples = 8;
-// Strips that can hold less than this part of the pixels leave a size that is not believed.
-constexpr size_t TIF_LeastShare = 8;
 
 uint8_t TIF_GetByte()
 {
@@ -296,7 +294,7 @@ static bool IsPossible()
     size_t stored = 0;
     for (size_t index = 0; index < strips.Count; index++)
         stored += strips(index).size();
-    return stored != 0 && pixels * h.Samples / TIF_LeastShare <= stored * MostOutOfOne();
+    return stored != 0 && pixels * h.Samples / Picture_LeastShare <= stored * MostOutOfOne();
 }
 
 void TIF_Load(const char *path)
