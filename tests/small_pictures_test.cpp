@@ -117,6 +117,7 @@ TEST(TGA, OriginsAndPackets)
         {"a packet cut short", Tga(10, 24, 0, 1, 2, BYTES{3} + two), 24, "060504/030201"},
         {"pixels missing", Tga(2, 24, 0x20, 1, 3, {1, 2, 3, 4, 5}), 24, "030201/./."},
         {"the first row missing", Tga(2, 24, 0, 2, 2, {1, 2, 3, 4, 5}), 24, "null"},
+        {"less than an eighth", Tga(2, 24, 0, 1, 24, {1, 2, 3, 4, 5, 6}), 24, "null"},
         {"16 bits", Tga(2, 16, 0, 1, 1, {1, 2, 3, 4}), 16, "null"},
         {"grey", Tga(3, 8, 0, 1, 1, {1, 2, 3, 4}), 8, "null"},
     };
@@ -147,6 +148,7 @@ TEST(PNM, TextsAndBytes)
         {"any line behind the magic", Text("P6\nabc\n1 1\n255\n\1\2\3"), 24, "010203"},
         {"further comments", Text("P6\n#\n# c\n1 1\n# 9\n#\n255\n\1\2\3"), 24, "010203"},
         {"the first row missing", Text("P6\n#\n2 2\n255\n\1\2\3\4\5"), 24, "null"},
+        {"less than an eighth", Text("P5\n#\n1 24\n255\n\1\2"), 8, "null"},
         {"no width", Text("P5\n#\n0 9\n255\n..."), 8, "null"},
         {"magic only", Text("P5"), 8, "null"},
     };
