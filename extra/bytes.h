@@ -33,6 +33,19 @@ constexpr size_t Bytes_MaxFile = size_t{1} << 30;
 /// with a size of its own (a pipe, a directory), or when it is larger than Bytes_MaxFile.
 BYTES_BUFFER Bytes_LoadFile(const char *path);
 
+/// While it lives, what this thread loads from the same path comes out of one opened file: what was
+/// recognised is what is decoded, should the path be given to another file meanwhile.
+struct BYTES_OPEN {
+    explicit BYTES_OPEN(const char *path);
+    ~BYTES_OPEN();
+    BYTES_OPEN(const BYTES_OPEN &) = delete;
+    BYTES_OPEN &operator=(const BYTES_OPEN &) = delete;
+
+    const char *Path;
+    const BYTES_OPEN *Before;
+    int File;  // below 0: it cannot be opened
+};
+
 /// Fills `head` with the file's first bytes and gives their number, which is less for a short file.
 /// Nothing when the file cannot be opened or read.
 std::optional<size_t> Bytes_LoadHead(const char *path, std::span<uint8_t> head);

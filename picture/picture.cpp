@@ -220,6 +220,7 @@ static constexpr std::array<PICTURE_LOADER, 13> loaders = {
 
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
 {
+    const BYTES_OPEN file(path);
     Picture picture{};
     rawPlanes &= 0xFF;
     picture.Format = Picture_Check(path, rawPlanes);
