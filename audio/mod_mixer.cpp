@@ -148,7 +148,7 @@ static void AddVoice(MOD_VOICE &v, uint32_t rate, std::span<int32_t> bus)
     v.Started = false;
     size_t done = 0;
     if (v.Period != 0 && (v.Data || v.LoopData)) {
-        const auto step = static_cast<uint64_t>(MOD_Clock / v.Period / rate * 4294967296.0) | 1;
+        const auto step = static_cast<uint64_t>(4 * MOD_Clock / v.Period / rate * 4294967296.0) | 1;
         StartRamp(v, rampFrames);
         done = AddRuns(v, step, bus);
     }

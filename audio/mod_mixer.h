@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <span>
 
-/// Clock of the sound chip in Hz, on PAL machines: a voice plays MOD_Clock / Period samples a
+/// Clock of the sound chip in Hz, on PAL machines: a voice plays 4 x MOD_Clock / Period samples a
 /// second.
 constexpr double MOD_Clock = 3546895.0;
 
@@ -20,7 +20,7 @@ struct MOD_VOICE {
     uint32_t End;            // of the run that plays
     const int8_t *LoopData;  // what follows it; null: nothing
     uint32_t LoopStart, LoopEnd;
-    uint16_t Period;  // clocks of the chip for a sample; at 0, which stands for 65536, it is silent
+    uint32_t Period;  // of a sample, in quarters of a clock of the chip; 0: silent
     uint8_t Volume;   // 0 to 64
     bool Started;     // a run was set since the voice was last heard
     // What the mixer keeps:

@@ -1,6 +1,8 @@
 #include "audio/mod_replay.h"
 
 #include <algorithm>
+#include <cmath>
+#include <span>
 #include <unordered_set>
 #include <utility>
 
@@ -100,17 +102,17 @@ constexpr std::array<uint8_t, 16> MOD_InvertSteps = {0,  5,  6,  7,  8,  10, 11,
                                                      16, 19, 22, 26, 32, 43, 64, 128};
 static_assert(std::ranges::is_sorted(MOD_InvertSteps));
 
-// 2^(-i / 96), an eighth of a semitone a step, for notes that the table lacks.
-constexpr std::array<double, 128> MOD_Eighths = [] {
-    std::array<double, 128> ratios{};
+// 2^(-i / 12), for notes that the table lacks.
+constexpr std::array<double, 16> MOD_Semitones = [] {
+    std::array<double, 16> ratios{};
     double ratio = 1;
     for (double &r : ratios) {
         r = ratio;
-        ratio *= 0.9928057204912689;  // 2^(-1 / 96)
+        ratio *= 0.9438743126816935;  // 2^(-1 / 12)
     }
     return ratios;
 }();
-static_assert(MOD_Eighths[96] > 0.5 - 1e-12 && MOD_Eighths[96] < 0.5 + 1e-12);
+static_assert(MOD_Semitones[12] > 0.5 - 1e-12 && MOD_Semitones[12] < 0.5 + 1e-12);
 
 constexpr uint32_t MOD_MostRows = 65536;  // of a song; 128 orders without loops have 8192
 
@@ -127,20 +129,51 @@ static size_t FindNote(uint8_t finetune, uint16_t period)
                                notes.begin());
 }
 
-// A period moved up by `eighths` of a semitone.
-static uint16_t Raise(uint16_t period, int eighths)
+static MOD_PITCH MakePitch(int period, int heard)
 {
-    const double ratio = eighths < 0 ? 2 * MOD_Eighths[static_cast<size_t>(96 + eighths)]
-                                     : MOD_Eighths[static_cast<size_t>(eighths)];
-    return static_cast<uint16_t>(period * ratio + 0.5);
+    return {static_cast<uint16_t>(period), static_cast<int8_t>(heard - 4 * period)};
 }
 
-// Period of a cell's note in the channel's tuning.
-static uint16_t TuneNote(const MOD_CHANNEL &c)
+// What a voice plays at a pitch: quarters of a clock.
+static uint32_t Heard(MOD_PITCH pitch)
 {
-    if (InTable(c.Cell.Period))
-        return MOD_Periods[c.Finetune][FindNote(0, c.Cell.Period)];
-    return Raise(c.Cell.Period, c.Finetune < 8 ? c.Finetune : c.Finetune - 16);
+    return pitch.Period == 0 ? 0 : static_cast<uint32_t>(4 * pitch.Period + pitch.Quarters);
+}
+
+// A note of the table; the 0 behind a tuning's last is none. What is heard is the first octave's,
+// halved, as today's players have it; in tuning 0, but for its last note, what files state.
+static MOD_PITCH NotePitch(size_t finetune, size_t note)
+{
+    const auto &notes = MOD_Periods[finetune];
+    const int period = notes[note];
+    const bool asStated = finetune == 0 && note != MOD_Notes - 1;
+    return MakePitch(period, asStated ? 4 * period : 4 * notes[note % 12] >> note / 12);
+}
+
+// A note outside the table is tuned as its namesake of the first octave.
+static MOD_PITCH OutsidePitch(size_t finetune, uint16_t period)
+{
+    if (finetune == 0 || period == 0)
+        return MakePitch(period, 4 * period);
+    double inOctave = period;
+    int octave = 0;
+    for (; inOctave < 441; octave++)  // nearer to the note below C-2
+        inOctave *= 2;
+    for (; inOctave >= 882; octave--)
+        inOctave /= 2;
+    const std::span notes(MOD_Periods[0].data(), 12);
+    const auto nearest =
+        std::ranges::min_element(notes, {}, [=](int p) { return std::abs(p - inOctave); });
+    const int first = 4 * MOD_Periods[finetune][static_cast<size_t>(nearest - notes.begin())];
+    const int heard = octave >= 0 ? first >> octave : first << -octave;
+    return MakePitch((heard + 2) / 4, heard);
+}
+
+// Pitch of a cell's note in the channel's tuning.
+static MOD_PITCH TuneNote(const MOD_CHANNEL &c)
+{
+    return InTable(c.Cell.Period) ? NotePitch(c.Finetune, FindNote(0, c.Cell.Period))
+                                  : OutsidePitch(c.Finetune, c.Cell.Period);
 }
 
 static uint8_t High(const MOD_CHANNEL &c)
@@ -166,7 +199,7 @@ static void Trigger(const MOD_PLAYER &p, const MOD_CHANNEL &c, MOD_VOICE &v)
     v.Data = p.Waves[c.Sample].data();
     v.Position = static_cast<uint64_t>(c.Start) << 32;
     v.End = c.Start + c.Length;
-    v.Period = c.Period;
+    v.Period = Heard(c.Pitch);
     v.Started = true;
     SetLoop(p, c, v);
 }
@@ -187,7 +220,7 @@ static void SetSample(const MOD_PLAYER &p, MOD_CHANNEL &c)
 
 static void StartNote(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 {
-    c.Period = TuneNote(c);
+    c.Pitch = TuneNote(c);
     if (c.Cell.Command == 0xE && High(c) == 0xD)
         return;  // delayed
     for (MOD_WAVE *wave : {&c.Vibrato, &c.Tremolo})
@@ -198,51 +231,57 @@ static void StartNote(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 
 static void Slide(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, int step)
 {
-    if (c.Period == 0)
+    if (c.Pitch.Period == 0)
         return;
-    const int highest = p.Song->WideRange ? 14 : 113, lowest = p.Song->WideRange ? 3424 : 856;
-    const int period = c.Period + step;
-    c.Period =
-        static_cast<uint16_t>(step < 0 ? std::max(period, highest) : std::min(period, lowest));
-    v.Period = c.Period;
+    const bool wide = p.Song->WideRange;
+    const MOD_PITCH highest = wide ? MOD_PITCH{14, 0} : NotePitch(0, MOD_Notes - 1);
+    const MOD_PITCH lowest = wide ? MOD_PITCH{3424, 0} : NotePitch(0, 0);
+    const int period = c.Pitch.Period + step;
+    if (step < 0 ? period < highest.Period : period > lowest.Period)
+        c.Pitch = step < 0 ? highest : lowest;
+    else
+        c.Pitch.Period = static_cast<uint16_t>(period);
+    v.Period = Heard(c.Pitch);
 }
 
 static void Arpeggio(const MOD_PLAYER &p, const MOD_CHANNEL &c, MOD_VOICE &v)
 {
     const uint8_t up = p.Tick % 3 == 0 ? uint8_t{0} : p.Tick % 3 == 1 ? High(c) : Low(c);
-    v.Period = c.Period;
+    v.Period = Heard(c.Pitch);
     if (up == 0)
         return;
-    if (p.Song->WideRange && !InTable(c.Period)) {
-        v.Period = Raise(c.Period, up * 8);
+    if (p.Song->WideRange && !InTable(c.Pitch.Period)) {
+        v.Period = static_cast<uint32_t>(Heard(c.Pitch) * MOD_Semitones[up] + 0.5);
         return;
     }
     // Kept: above the highest note comes the 0, then the next tuning.
-    const size_t note = c.Finetune * (MOD_Notes + 1) + FindNote(c.Finetune, c.Period) + up;
+    const size_t note = c.Finetune * (MOD_Notes + 1) + FindNote(c.Finetune, c.Pitch.Period) + up;
     const size_t row = note / (MOD_Notes + 1);
-    v.Period = row < 16 ? MOD_Periods[row][note % (MOD_Notes + 1)] : uint16_t{0};
+    v.Period = row < 16 ? Heard(NotePitch(row, note % (MOD_Notes + 1))) : 0;
 }
 
 static void AimPortamento(MOD_CHANNEL &c)
 {
     c.Wanted = TuneNote(c);
-    c.WantedIsHigher = c.Wanted < c.Period;
-    if (c.Wanted == c.Period)
-        c.Wanted = 0;
+    c.WantedIsHigher = c.Wanted.Period < c.Pitch.Period;
+    if (c.Wanted.Period == c.Pitch.Period)
+        c.Wanted = {};
 }
 
 static void Portamento(MOD_CHANNEL &c, MOD_VOICE &v)
 {
-    if (c.Wanted == 0 || c.Period == 0)  // without a note to start from it is silent
+    uint16_t &period = c.Pitch.Period;
+    if (c.Wanted.Period == 0 || period == 0)  // without a note to start from it is silent
         return;
-    const int period = c.Period, speed = c.PortamentoSpeed, wanted = c.Wanted;
-    c.Period = static_cast<uint16_t>(c.WantedIsHigher ? std::max(period - speed, wanted)
-                                                      : std::min(period + speed, wanted));
-    if (c.Period == wanted)
-        c.Wanted = 0;
-    v.Period = c.Period;
-    if (c.Glissando && InTable(c.Period))
-        v.Period = MOD_Periods[c.Finetune][std::min(FindNote(c.Finetune, c.Period), MOD_Notes - 1)];
+    const int speed = c.PortamentoSpeed, wanted = c.Wanted.Period;
+    period = static_cast<uint16_t>(c.WantedIsHigher ? std::max(period - speed, wanted)
+                                                    : std::min(period + speed, wanted));
+    if (period == wanted)
+        c.Pitch = std::exchange(c.Wanted, {});
+    v.Period = Heard(c.Pitch);
+    if (c.Glissando && InTable(period))
+        v.Period =
+            Heard(NotePitch(c.Finetune, std::min(FindNote(c.Finetune, period), MOD_Notes - 1)));
 }
 
 static void NewPortamento(MOD_CHANNEL &c, MOD_VOICE &v)
@@ -274,7 +313,10 @@ static int WaveValue(const MOD_WAVE &wave, bool rampFalls, int shift)
 
 static void Vibrate(MOD_CHANNEL &c, MOD_VOICE &v)
 {
-    v.Period = static_cast<uint16_t>(c.Period + WaveValue(c.Vibrato, c.Vibrato.Position >= 128, 7));
+    MOD_PITCH pitch = c.Pitch;
+    pitch.Period =
+        static_cast<uint16_t>(pitch.Period + WaveValue(c.Vibrato, c.Vibrato.Position >= 128, 7));
+    v.Period = Heard(pitch);
     c.Vibrato.Position = static_cast<uint8_t>(c.Vibrato.Position + c.Vibrato.Speed * 4);
 }
 
@@ -454,7 +496,7 @@ static void RowEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
         SetSpeed(p, c.Cell.Parameter);
         break;
     default:
-        v.Period = c.Period;
+        v.Period = Heard(c.Pitch);
         break;
     }
 }
@@ -490,18 +532,18 @@ static void TickEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
         SlideVolume(c);
         break;
     case 0x7:
-        v.Period = c.Period;
+        v.Period = Heard(c.Pitch);
         Tremolo(c, v);
         return;  // heard until the next tick, the channel's own volume stays
     case 0xA:
-        v.Period = c.Period;
+        v.Period = Heard(c.Pitch);
         SlideVolume(c);
         break;
     case 0xE:
         Extended(p, c, v);
         break;
     default:
-        v.Period = c.Period;
+        v.Period = Heard(c.Pitch);
         break;
     }
     v.Volume = c.Volume;
@@ -510,7 +552,7 @@ static void TickEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 static void ReadCell(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, const MOD_CELL &cell)
 {
     if (c.Cell == MOD_CELL{})
-        v.Period = c.Period;
+        v.Period = Heard(c.Pitch);
     c.Cell = cell;
     if (cell.Sample != 0)
         SetSample(p, c);

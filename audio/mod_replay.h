@@ -19,13 +19,20 @@ struct MOD_WAVE {
     uint8_t Shape;  // 0 sine, 1 ramp, 2 and 3 square; plus 4: notes do not restart it
 };
 
+/// What the commands count and what is heard: the original's whole periods lie up to seven cents
+/// off their notes.
+struct MOD_PITCH {
+    uint16_t Period;  // clocks of the chip for a sample; 0: none
+    int8_t Quarters;  // of a clock, that the true period is longer
+};
+
 struct MOD_CHANNEL {
     MOD_CELL Cell;  // of the row that plays
     uint8_t Sample, Finetune, Volume;
     uint32_t Start, Length;          // run of the sample that the next note plays, bytes
     uint32_t LoopStart, LoopLength;  // and what follows it
-    uint16_t Period;                 // without vibrato and arpeggio; 0 before the first note
-    uint16_t Wanted;                 // where the portamento goes, 0: nowhere
+    MOD_PITCH Pitch;                 // without vibrato and arpeggio; none before the first note
+    MOD_PITCH Wanted;                // where the portamento goes
     bool WantedIsHigher;             // in pitch, when the portamento was aimed
     uint8_t PortamentoSpeed;
     bool Glissando;  // the portamento is heard in semitones

@@ -63,7 +63,8 @@ static void Watch(const TICKS (&rows)[N], SEE see)
         for (std::string run; runs >> run;) {
             const size_t x = run.find('x');
             for (int left = x != run.npos ? std::stoi(run.substr(x + 1)) : 1; left > 0; left--)
-                EXPECT_EQ(see(playing.Tick()), std::stoi(run)) << r.what << ", tick " << tick++;
+                EXPECT_EQ(see(playing.Tick()), std::stod(run.substr(0, x)))
+                    << r.what << ", tick " << tick++;
         }
     }
 }
@@ -72,9 +73,9 @@ TEST(MOD, Periods)
 {
     const TICKS rows[] = {
         {"arpeggio", "C-2 01 037\n", "428 360 285 428 360 285"},
-        {"above the top the next tuning", "B-3 01 012\n", "113 0 850"},
+        {"above the top the next tuning", "B-3 01 012\n", "113.25 0 850"},
         {"slide up", "C-2 01 110\n\n", "428 412 396 380 364 348x2"},
-        {"as far as B-3", "B-3 01 101\n", "113x2"},
+        {"as far as B-3", "B-3 01 101\n", "113.25x2"},
         {"slide down as far as C-1", "B-1 01 2FF\n", "453 708 856x2"},
         {"portamento needs no new speed", "C-2 01\nD-2 00 310\nE-2 00 300\n",
          "428x7 412 396 381x4 365 349 339"},
@@ -87,11 +88,16 @@ TEST(MOD, Periods)
         {"vibrato and slide", "C-2 01 484\n604\n", "428x2 433 435 433 428x2 423"},
         {"fine slides", "C-2 01 E12\n\nE25\n", "426x12 431"},
         {"tuning", "C-2 01 E5F\n000\nC-2 03\n", "431x13"},
+        {"a tuned note lies between periods", "A#3 01 E53\n101\n", "117.5x7 116.5"},
+        {"in an arpeggio", "A-3 01 E53\n010\n", "124.5x7 117.5 124.5"},
+        {"where a portamento ends", "G#3 01 E53\nA-3 00 306\n", "132x7 126 124.5"},
+        {"and its semitones", "G#3 01 E53\nE31\nA-3 00 303\n", "132x13 124.5x2"},
         {"a period that a row does not set stays", "C-2 01 0FF\nC40\n", "428 180x2 428 180x3 428"},
         {"a delayed note", "C-2 01\nE-2 01 ED2\n", "428x8 339"},
-        {"notes outside the table", "60 01 037\n1000 01\n", "60 50 40 60 50 40 1000"},
+        {"notes outside the table", "60 01 037\n1000 01\n", "60 50.5 40 60 50.5 40 1000"},
+        {"tuned", "57 01 E58\n1712 01 E54\n", "60x6 1664"},
     };
-    Watch(rows, [](MOD_VOICE &v) { return int{v.Period}; });
+    Watch(rows, [](MOD_VOICE &v) { return v.Period / 4.0; });
 }
 
 TEST(MOD, Volumes)
