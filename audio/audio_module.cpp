@@ -57,6 +57,9 @@ AUDIO_FILE Audio_OpenFile(const char *path, uint32_t *size)
         close(descriptor);
         return nullptr;
     }
+    // Each read notes its time in the file, unless told not to. Of another's file this is refused,
+    // which is as well.
+    fcntl(descriptor, F_SETFL, O_NOATIME);
     *size = static_cast<uint32_t>(status.st_size);
     return AUDIO_FILE(fdopen(descriptor, "rb"));
 }

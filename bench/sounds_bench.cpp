@@ -127,9 +127,10 @@ static void Own(benchmark::State &state, const CASE &sound)
     const MODULE &module = *sound.Module;
     module.SetSoundNumber(0);
     module.Load(path.c_str());
-    FILE *file = std::fopen(path.c_str(), "rb");
+    uint32_t size = 0;
+    const AUDIO_FILE opened = Audio_OpenFile(path.c_str(), &size);
+    FILE *file = opened.get();
     std::setvbuf(file, nullptr, _IONBF, 0);  // as the engine reads them
-    const off_t size = static_cast<off_t>(std::filesystem::file_size(path));
     for (auto _ : state) {
         fseeko(file, module.DataStart(), SEEK_SET);
         for (uint32_t length = 1; length != 0 && ftello(file) < size;) {
@@ -138,7 +139,6 @@ static void Own(benchmark::State &state, const CASE &sound)
             benchmark::DoNotOptimize(Buffer[0]);
         }
     }
-    std::fclose(file);
     Count(state, sound);
 }
 
