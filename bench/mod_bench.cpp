@@ -3,6 +3,7 @@
 // MOD names, or a busy one of four voices.
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -37,7 +38,8 @@ static std::string WriteSong()
     song.Patterns = {pattern};
     song.Orders.assign(9, 0);  // 69 s
     const std::vector<uint8_t> file = WriteModule(song);
-    const char *path = "mod_bench.mod";
+    const std::string path =
+        (std::filesystem::temp_directory_path() / "tessaruvinel_bench.mod").string();
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char *>(file.data()),
                static_cast<std::streamsize>(file.size()));
