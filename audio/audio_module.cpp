@@ -57,9 +57,15 @@ AUDIO_FILE Audio_OpenFile(const char *path, uint32_t *size)
         close(descriptor);
         return nullptr;
     }
+#ifdef O_NOATIME
     // Each read notes its time in the file, unless told not to. Of another's file this is refused,
     // which is as well.
     fcntl(descriptor, F_SETFL, O_NOATIME);
-    *size = static_cast<uint32_t>(status.st_size);
-    return AUDIO_FILE(fdopen(descriptor, "rb"));
+#endif
+    AUDIO_FILE file(fdopen(descriptor, "rb"));
+    if (file)
+        *size = static_cast<uint32_t>(status.st_size);
+    else
+        close(descriptor);
+    return file;
 }

@@ -23,6 +23,7 @@ struct MOD_VOICE {
     uint32_t Period;  // of a sample, in quarters of a clock of the chip; 0: silent
     uint8_t Volume;   // 0 to 64
     bool Started;     // a run was set since the voice was last heard
+    bool On;          // a run was ever set: before the first no loop is heard
     // What the mixer keeps:
     int32_t Gain, Target, Rise,
         RampFrames;            // on its way to the volume: rise of a frame, frames left

@@ -157,7 +157,7 @@ static MOD_PITCH OutsidePitch(size_t finetune, uint16_t period)
         return MakePitch(period, 4 * period);
     double inOctave = period;
     int octave = 0;
-    for (; inOctave < 441; octave++)  // nearer to the note below C-2
+    for (; inOctave < 441; octave++)  // from halfway between C-2 and B-1 on
         inOctave *= 2;
     for (; inOctave >= 882; octave--)
         inOctave /= 2;
@@ -188,7 +188,7 @@ static uint8_t Low(const MOD_CHANNEL &c)
 
 static void SetLoop(const MOD_PLAYER &p, const MOD_CHANNEL &c, MOD_VOICE &v)
 {
-    const bool heard = c.LoopLength > 2;
+    const bool heard = v.On && c.LoopLength > 2;
     v.LoopData = heard ? p.Waves[c.Sample].data() : nullptr;
     v.LoopStart = c.LoopStart;
     v.LoopEnd = c.LoopStart + c.LoopLength;
@@ -200,7 +200,7 @@ static void Trigger(const MOD_PLAYER &p, const MOD_CHANNEL &c, MOD_VOICE &v)
     v.Position = static_cast<uint64_t>(c.Start) << 32;
     v.End = c.Start + c.Length;
     v.Period = Heard(c.Pitch);
-    v.Started = true;
+    v.Started = v.On = true;
     SetLoop(p, c, v);
 }
 
@@ -229,18 +229,28 @@ static void StartNote(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
     Trigger(p, c, v);
 }
 
-static void Slide(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, int step)
+// Slides stop at the same two notes in every tuning; notes beyond go there at once.
+static void SlideUp(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, uint8_t step)
 {
     if (c.Pitch.Period == 0)
         return;
-    const bool wide = p.Song->WideRange;
-    const MOD_PITCH highest = wide ? MOD_PITCH{14, 0} : NotePitch(0, MOD_Notes - 1);
-    const MOD_PITCH lowest = wide ? MOD_PITCH{3424, 0} : NotePitch(0, 0);
-    const int period = c.Pitch.Period + step;
-    if (step < 0 ? period < highest.Period : period > lowest.Period)
-        c.Pitch = step < 0 ? highest : lowest;
+    const MOD_PITCH highest = p.Song->WideRange ? MOD_PITCH{14, 0} : NotePitch(0, MOD_Notes - 1);
+    if (c.Pitch.Period < highest.Period + step)
+        c.Pitch = highest;
     else
-        c.Pitch.Period = static_cast<uint16_t>(period);
+        c.Pitch.Period = static_cast<uint16_t>(c.Pitch.Period - step);
+    v.Period = Heard(c.Pitch);
+}
+
+static void SlideDown(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, uint8_t step)
+{
+    if (c.Pitch.Period == 0)
+        return;
+    const MOD_PITCH lowest = p.Song->WideRange ? MOD_PITCH{3424, 0} : NotePitch(0, 0);
+    if (c.Pitch.Period + step > lowest.Period)
+        c.Pitch = lowest;
+    else
+        c.Pitch.Period = static_cast<uint16_t>(c.Pitch.Period + step);
     v.Period = Heard(c.Pitch);
 }
 
@@ -250,12 +260,13 @@ static void Arpeggio(const MOD_PLAYER &p, const MOD_CHANNEL &c, MOD_VOICE &v)
     v.Period = Heard(c.Pitch);
     if (up == 0)
         return;
-    if (p.Song->WideRange && !InTable(c.Pitch.Period)) {
+    const size_t raised = FindNote(c.Finetune, c.Pitch.Period) + up;
+    if (p.Song->WideRange && (!InTable(c.Pitch.Period) || raised >= MOD_Notes)) {
         v.Period = static_cast<uint32_t>(Heard(c.Pitch) * MOD_Semitones[up] + 0.5);
         return;
     }
     // Kept: above the highest note comes the 0, then the next tuning.
-    const size_t note = c.Finetune * (MOD_Notes + 1) + FindNote(c.Finetune, c.Pitch.Period) + up;
+    const size_t note = c.Finetune * (MOD_Notes + 1) + raised;
     const size_t row = note / (MOD_Notes + 1);
     v.Period = row < 16 ? Heard(NotePitch(row, note % (MOD_Notes + 1))) : 0;
 }
@@ -265,10 +276,10 @@ static void AimPortamento(MOD_CHANNEL &c)
     c.Wanted = TuneNote(c);
     c.WantedIsHigher = c.Wanted.Period < c.Pitch.Period;
     if (c.Wanted.Period == c.Pitch.Period)
-        c.Wanted = {};
+        c.Pitch = std::exchange(c.Wanted, {});
 }
 
-static void Portamento(MOD_CHANNEL &c, MOD_VOICE &v)
+static void Portamento(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 {
     uint16_t &period = c.Pitch.Period;
     if (c.Wanted.Period == 0 || period == 0)  // without a note to start from it is silent
@@ -279,16 +290,16 @@ static void Portamento(MOD_CHANNEL &c, MOD_VOICE &v)
     if (period == wanted)
         c.Pitch = std::exchange(c.Wanted, {});
     v.Period = Heard(c.Pitch);
-    if (c.Glissando && InTable(period))
+    if (c.Glissando && (!p.Song->WideRange || InTable(period)))
         v.Period =
             Heard(NotePitch(c.Finetune, std::min(FindNote(c.Finetune, period), MOD_Notes - 1)));
 }
 
-static void NewPortamento(MOD_CHANNEL &c, MOD_VOICE &v)
+static void NewPortamento(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 {
     if (c.Cell.Parameter != 0)
         c.PortamentoSpeed = c.Cell.Parameter;
-    Portamento(c, v);
+    Portamento(p, c, v);
 }
 
 static void SetWave(const MOD_CHANNEL &c, MOD_WAVE &wave)
@@ -391,11 +402,11 @@ static void Extended(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
         break;
     case 0x1:
         if (first)
-            Slide(p, c, v, -value);
+            SlideUp(p, c, v, value);
         break;
     case 0x2:
         if (first)
-            Slide(p, c, v, value);
+            SlideDown(p, c, v, value);
         break;
     case 0x3:
         c.Glissando = value != 0;
@@ -511,20 +522,20 @@ static void TickEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
         Arpeggio(p, c, v);
         break;
     case 0x1:
-        Slide(p, c, v, -c.Cell.Parameter);
+        SlideUp(p, c, v, c.Cell.Parameter);
         break;
     case 0x2:
-        Slide(p, c, v, c.Cell.Parameter);
+        SlideDown(p, c, v, c.Cell.Parameter);
         break;
     case 0x3:
-        NewPortamento(c, v);
+        NewPortamento(p, c, v);
         break;
     case 0x4:
         SetWave(c, c.Vibrato);
         Vibrate(c, v);
         break;
     case 0x5:
-        Portamento(c, v);
+        Portamento(p, c, v);
         SlideVolume(c);
         break;
     case 0x6:

@@ -12,7 +12,7 @@
 #include "tests/mod_writer.h"
 
 // Patterns between '/', orders as digits. Sample 1 loops whole, 2 is heard once, 3 loops its end in
-// another tuning, 4 is like 1 but quiet.
+// another tuning, 4 is like 1 but quiet, 17 has a volume only.
 static MOD_TEXT Song(const std::string &patterns, const std::string &orders = "0")
 {
     MOD_TEXT song;
@@ -27,6 +27,8 @@ static MOD_TEXT Song(const std::string &patterns, const std::string &orders = "0
         wave[i] = static_cast<int8_t>(
             std::lround(127 * std::sin(6.283185307 / 32 * static_cast<double>(i))));
     song.Samples = {{wave, 0, 1024}, {wave}, {wave, 512, 256, 48, 15}, {wave, 0, 1024, 16}};
+    song.Samples.resize(16);
+    song.Samples.push_back({{}, 0, 2, 16});
     return song;
 }
 
@@ -80,7 +82,10 @@ TEST(MOD, Periods)
         {"portamento needs no new speed", "C-2 01\nD-2 00 310\nE-2 00 300\n",
          "428x7 412 396 381x4 365 349 339"},
         {"portamento from no note", "C-2 01 310\n", "0x6"},
+        {"beside a volume slide", "C-2 01\nE-2 00 310\n... 00 500\n",
+         "428x7 412 396 380 364 348x2 339x5"},
         {"in semitones", "C-2 01 E31\nD-2 00 30A\n", "428x7 404x2 381x3"},
+        {"vibrato of a tuned note", "A#3 01 E53\n484\n", "117.5x8 122.5 124.5 122.5 117.5"},
         {"vibrato rests on the row", "C-2 01 484\n400\n",
          "428x2 433 435 433 428x2 423 421 423 428 433"},
         {"square", "C-2 01 E42\n4F2\n400\n", "428x7 431x3 425x2 428 431"},
@@ -88,6 +93,8 @@ TEST(MOD, Periods)
         {"vibrato and slide", "C-2 01 484\n604\n", "428x2 433 435 433 428x2 423"},
         {"fine slides", "C-2 01 E12\n\nE25\n", "426x12 431"},
         {"tuning", "C-2 01 E5F\n000\nC-2 03\n", "431x13"},
+        {"a sample's own tuning", "C-2 03\n", "431x6"},
+        {"an untuned note as the file has it", "B-2 01\n", "226x6"},
         {"a tuned note lies between periods", "A#3 01 E53\n101\n", "117.5x7 116.5"},
         {"in an arpeggio", "A-3 01 E53\n010\n", "124.5x7 117.5 124.5"},
         {"where a portamento ends", "G#3 01 E53\nA-3 00 306\n", "132x7 126 124.5"},
@@ -96,6 +103,10 @@ TEST(MOD, Periods)
         {"a delayed note", "C-2 01\nE-2 01 ED2\n", "428x8 339"},
         {"notes outside the table", "60 01 037\n1000 01\n", "60 50.5 40 60 50.5 40 1000"},
         {"tuned", "57 01 E58\n1712 01 E54\n", "60x6 1664"},
+        {"their slides", "60 01 101\n900 01 201\n", "60 59 58 57 56 55 900 901"},
+        {"in their songs arpeggios leave the table", "A-3 01 037\n1000\n", "127 106.75 84.75"},
+        {"a slide of 0", "C-1 01 E58\n100\nE10\n200\n", "907x19 856x5"},
+        {"semitones below the untuned C-1", "C#1 01 E58\nE31\nC-1 00 30A\n300\n", "856x18 906 907"},
     };
     Watch(rows, [](MOD_VOICE &v) { return v.Period / 4.0; });
 }
@@ -107,6 +118,7 @@ TEST(MOD, Volumes)
         {"slide", "C-2 01 A0F\nA4F\n", "64 49 34 19 4 0x2 4 8 12 16 20"},
         {"with portamento", "C-2 01 000\nC-3 00 502\n", "64x7 62 60"},
         {"with vibrato", "C-2 01 602\n", "64 62 60"},
+        {"a sample above 15", "C-2 11\n", "16x6"},
         {"fine", "C-2 01 EB4\nEA2\n", "60x6 62x2"},
         {"cut", "C-2 01 EC2\n", "64x2 0x2"},
         {"tremolo passes", "C-2 01 C20\n784\n000\n", "32x8 43 47 43 32x2"},
@@ -136,6 +148,8 @@ TEST(MOD, Starts)
     const MOD_VOICE &v = beyond.Tick();
     EXPECT_LE(v.End - (v.Position >> 32), 2u) << "behind the end only the loop is left";
     EXPECT_EQ(v.LoopStart, 512u);
+    PLAYING never(Song("C-2 01 ED6\n... 01\n"));
+    EXPECT_EQ(never.Tick(7).LoopData, nullptr) << "no loop before the first note";
 }
 
 TEST(MOD, Lengths)
@@ -256,19 +270,23 @@ TEST(MOD, EveryFormatHoldsTheSameSound)
 
 TEST(MOD, PitchAndSides)
 {
-    // C-2 plays 3546895 / 428 samples a second, 32 of them a period; only the first channel sounds
-    const auto sound = Decode(RENDERED(WriteModule(Song("C-2 01\n"))).Bytes(), 16);
-    std::vector<double> up;  // where the left side rises through 0
-    double left = 0, right = 0;
-    for (size_t i = 2; i < sound.size(); i += 2) {
-        if (sound[i - 2] < 0 && sound[i] >= 0)
-            up.push_back(static_cast<double>(i) / 2 - sound[i] / (sound[i] - sound[i - 2]));
-        left += sound[i] * sound[i];
-        right += sound[i + 1] * sound[i + 1];
+    // C-2 plays 3546895 / 428 samples a second, 32 of them a period; one channel sounds
+    for (size_t channel = 0; channel < 4; channel++) {
+        const std::string pattern = std::string(channel, '|') + "C-2 01\n";
+        const auto sound = Decode(RENDERED(WriteModule(Song(pattern))).Bytes(), 16);
+        std::vector<double> up;  // where the left side rises through 0
+        double left = 0, right = 0;
+        for (size_t i = 2; i < sound.size(); i += 2) {
+            if (sound[i - 2] < 0 && sound[i] >= 0)
+                up.push_back(static_cast<double>(i) / 2 - sound[i] / (sound[i] - sound[i - 2]));
+            left += sound[i] * sound[i];
+            right += sound[i + 1] * sound[i + 1];
+        }
+        const double hz = 44100 * static_cast<double>(up.size() - 1) / (up.back() - up.front());
+        EXPECT_LT(std::abs(1200 * std::log2(hz * 32 * 428 / 3546895)), 0.1) << "cents";
+        const bool onLeft = channel == 0 || channel == 3;
+        EXPECT_NEAR(std::sqrt(left / right), onLeft ? 3 : 1 / 3.0, 0.01) << channel;
     }
-    const double hz = 44100 * static_cast<double>(up.size() - 1) / (up.back() - up.front());
-    EXPECT_LT(std::abs(1200 * std::log2(hz * 32 * 428 / 3546895)), 0.1) << "cents";
-    EXPECT_NEAR(std::sqrt(left / right), 3, 0.01);
 }
 
 TEST(MOD, FullMixNeitherClipsNorClicks)
@@ -362,9 +380,11 @@ TEST(MOD, Signatures)
         EXPECT_EQ(song.Header->SampleCount, *signature ? 31 : 15) << signature;
         EXPECT_STREQ(song.Header->SampleNames[3].data(), "sample 4") << signature;
     }
-    MOD_TEXT halves = Song("C-2 01\n/E-2 01\n");
+    MOD_TEXT halves = Song("C-2 01\n/E-2 01\n/D-2 01\n/\n", "02");
     halves.Signature = "FLT8";
-    EXPECT_EQ(MOD_GetCell(*MOD_ReadSong(WriteModule(halves)), 0, 0, 4).Period, 339);
+    const MOD_SONG song = *MOD_ReadSong(WriteModule(halves));
+    EXPECT_EQ(MOD_GetCell(song, song.Orders[0], 0, 4).Period, 339);
+    EXPECT_EQ(MOD_GetCell(song, song.Orders[1], 0, 0).Period, 381);
 }
 
 TEST(MOD, DamagedFilesPlayWhatIsThere)
