@@ -101,8 +101,12 @@ static void LoadRaw(AudioTrack &track)
 
 AudioTrack *Audio_Load(const char *path)
 {
+    return Audio_LoadAs(path, Audio_Check(path));
+}
+
+AudioTrack *Audio_LoadAs(const char *path, uint8_t type)
+{
     AudioTrack *track = NewTrack(path);
-    const uint8_t type = Audio_Check(path);
     if (type == AUDIO_RAW)
         LoadRaw(*track);
     else if (!LoadHeader(*track, type))

@@ -136,6 +136,8 @@ uint8_t Audio_Check(const char *path);
 /// null, the caller's until Audio_UnLoad. Without buffers when the file cannot be read, nothing
 /// decodes its format, or the format module is full.
 AudioTrack *Audio_Load(const char *path);
+/// The same for a file that is taken for an AUDIO_TYPE, whatever it looks like.
+AudioTrack *Audio_LoadAs(const char *path, uint8_t type);
 
 /// Refills buffer 1 (bit 0 of `which`) and buffer 2 (bit 1) from the read position on. Length is
 /// what came: 0 at the end of the data. Raw samples: 8 bits as 128 minus the byte, 16 bits from

@@ -21,16 +21,17 @@ DATA = os.path.abspath(sys.argv[2])
 NOISE = sound_files.noise(150000)
 
 
-def mp3(track, number):
+def mp3(track, number, picture=b""):
     def text(name, value):
         return struct.pack(">4sIH", name, len(value), 0) + value
 
     frames = text(b"TIT2", b"\1\xfe\xff" + "Żółw".encode("utf-16-be")) + text(b"TRCK", track)
-    frames += text(b"TPE1", b"\0Someone")
+    frames += text(b"TPE1", b"\0Someone") + picture
     with open(os.path.join(DATA, "mp3_joint.mp3"), "rb") as file:
         music = file.read()
     older = b"TAG" + b"shadowed".ljust(30) + bytes([*bytes(93), number, 0])
-    return b"ID3\3\0\0" + struct.pack(">I", len(frames)) + frames + music + older
+    size = bytes(len(frames) >> shift & 127 for shift in (21, 14, 7, 0))
+    return b"ID3\3\0\0" + size + frames + music + older
 
 
 def swapped(data):
@@ -52,6 +53,7 @@ FILES = {
     "song.mod": module(),
     "tagged.mp3": mp3(b"\0007", 12),
     "wide.mp3": mp3(b"\1\xfe\xff\0007", 0),
+    "cover.mp3": mp3(b"\0007", 12, b"APIC" + b"\xff\xfb\x50\xc4" * 5000 + bytes(99)),
 }
 UNPLAYABLE = {
     "text.txt": (b"text " * 1000, "not a sound of a known format (--raw takes it for samples)"),
@@ -98,6 +100,7 @@ class Player(Stage):
             "tagged.mp3": "MPEG audio|MPEG Version 1 Layer III|44100 Hz|2|16|0:00.208|title Żółw|artist Someone|"
                           "track 12|genre Blues|bit rate 64 kbit/s|mode Joint stereo",
         }
+        rows["cover.mp3"] = rows["tagged.mp3"]
         rows["wide.mp3"] = rows["tagged.mp3"].replace("track 12|", "")
         usual = ["format", "codec", "rate", "channels", "bits", "length"]
         for name, values in rows.items():
@@ -129,6 +132,7 @@ class Player(Stage):
         self.assertEqual(len(song), 3 * 882 * 4)
         self.assertGreater(max(array.array("h", song)), 2000)
         self.assertTrue(self.convert("--loop", "2", "song.mod") == song * 2, "the second pass differs")
+        self.assertTrue(self.convert("cover.mp3") == self.convert("tagged.mp3"), "the picture is heard")
         music = array.array("h", self.convert("tagged.mp3"))[::31]
         with open(os.path.join(DATA, "mp3_joint.s16"), "rb") as file:
             expected = array.array("h", file.read())
@@ -179,7 +183,7 @@ class Player(Stage):
 class OnTerminal(Stage):
     """The player on a terminal, with a sound card that takes its time."""
 
-    def start(self, *words):
+    def start(self, *words, program=PLAYER):
         os.mkfifo(self.path("captured"))
         fresh = pty.openpty()
         self.before = termios.tcgetattr(fresh[0])  # the player may change its own at once
@@ -188,7 +192,7 @@ class OnTerminal(Stage):
         self.process, self.terminal = pty.fork()
         if self.process == 0:
             os.chdir(self.folder.name)
-            os.execve(PLAYER, [PLAYER, *words], self.environment)
+            os.execve(program, [program, *words], self.environment)
         self.heard = b""
         self.shown = ""
         threading.Thread(target=self.listen, daemon=True).start()
@@ -266,6 +270,23 @@ class OnTerminal(Stage):
         self.wait_for_line("stereo.wav")
         self.press(b"\x03")  # Ctrl-C
         self.assertEqual(self.end(), -signal.SIGINT)
+
+    def test_in_the_background(self):
+        self.start("-i", program="/bin/sh")
+        self.press(f"{PLAYER} --loop 0 stereo.wav\n".encode())
+        self.wait_for_line("] stereo.wav")
+        self.press(b"\x1a")  # Ctrl-Z
+        self.wait_for("silence", self.silent)
+        self.press(b"bg\n")
+        self.wait_for("sound", lambda: not self.silent())
+        self.assertFalse(self.silent())
+        self.press(b"fg\n")
+        self.press(b" ")
+        self.wait_for_line("paused: stereo.wav")
+        self.press(b"q")
+        self.wait_for("prompt", lambda: self.shown.endswith(("$ ", "# ")))
+        self.press(b"exit\n")
+        self.assertEqual(self.end(), 0)
 
 
 if __name__ == "__main__":

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <span>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -115,12 +116,10 @@ static uint64_t CountFrames(FILE *file, uint8_t n)
 
 // Those of the sound. Where the search for frames gives up, the next refill goes on with it; only
 // one that finds none is the end.
-static uint64_t CountMP3(const AudioTrack &track)
+static uint64_t CountMP3(FILE *file, uint8_t n)
 {
-    uint32_t size;
-    const AUDIO_FILE file = Audio_OpenFile(track.Path.c_str(), &size);
     uint64_t samples = 0;
-    while (const uint64_t more = file ? CountFrames(file.get(), track.SoundNumber) : 0)
+    while (const uint64_t more = CountFrames(file, n))
         samples += more;
     return samples;
 }
@@ -156,16 +155,25 @@ static void AddTags(PLAYER_SOUND &sound, const MP3_ID3V1 &v1, const MP3_ID3V2 &v
 static void DescribeMP3(PLAYER_SOUND &sound)
 {
     const AudioTrack &track = *sound.Track;
-    const MP3_HEADER &header =
-        *MP3_GetHeader(track.SoundNumber);  // its frame: what the load decoded
+    const uint8_t n = track.SoundNumber;
+    uint32_t size;
+    const AUDIO_FILE file = Audio_OpenFile(track.Path.c_str(), &size);
+    if (!file)
+        return;
+    fseeko(file.get(), track.DataStart, SEEK_SET);
+    MP3_LoadFrame(file.get(), n);
+    const MP3_HEADER &header = *MP3_GetHeader(n);
+    sound.Channels = header.Channels;
+    sound.Hz = header.SamplingRate;
     sound.Format = "MPEG audio";
     sound.Codec = std::string(MP3_Version[header.Version & 3]) + " " + MP3_Layer[header.Layer & 3];
     AddTags(sound, header.ID3v1, header.ID3v2);
     AddFact(sound, "bit rate", std::to_string(header.BitRate / 1000) + " kbit/s");
     AddFact(sound, "mode", MP3_Channels[header.ChannelMode & 3]);
-    sound.Bytes = CountMP3(track) * Player_FrameBytes(sound);
+    fseeko(file.get(), track.DataStart, SEEK_SET);
+    sound.Bytes = CountMP3(file.get(), n) * Player_FrameBytes(sound);
     // The sound begins with a decoder that has not decoded yet.
-    MP3_SetSoundNumber(track.SoundNumber);
+    MP3_SetSoundNumber(n);
     MP3_Load(track.Path.c_str());
 }
 
@@ -283,20 +291,47 @@ static void ReadFacts(PLAYER_SOUND &sound)
     Describe[track.Type](sound);
 }
 
+// Bytes in front of an MPEG stream that its tag takes (ID3v2.4, 3.1), with what pads it; 0 without.
+// The engine looks for frames from the first byte on, where a tag's pictures may pass for some, and
+// hide the sound where they are large.
+static uint32_t TagBytes(const std::string &path)
+{
+    uint32_t size;
+    const AUDIO_FILE file = Audio_OpenFile(path.c_str(), &size);
+    std::array<uint8_t, 10> head{};
+    if (!file || std::fread(head.data(), 1, head.size(), file.get()) != head.size() ||
+        std::memcmp(head.data(), "ID3", 3) != 0)
+        return 0;
+    uint32_t bytes = 0;
+    for (const uint8_t seven : std::span(head).last(4))
+        bytes = bytes << 7 | (seven & 0x7Fu);
+    bytes += (head[5] & 0x10) != 0 ? 20 : 10;  // with a footer or without
+    fseeko(file.get(), bytes, SEEK_SET);
+    int byte = std::getc(file.get());
+    for (; byte == 0; byte = std::getc(file.get()))
+        bytes++;
+    const int second = std::getc(file.get());
+    return byte == 0xFF && second != EOF && (second & 0xE2) == 0xE2 ? bytes : 0;
+}
+
 std::string Player_Open(const std::string &path, const PLAYER_RAW &raw, PLAYER_SOUND &sound)
 {
     const std::string unreadable = WhyUnreadable(path);
     if (!unreadable.empty())
         return unreadable;
-    if (Audio_Check(path.c_str()) != AUDIO_RAW)
+    const uint32_t tag = TagBytes(path);
+    const uint8_t type = tag != 0 ? uint8_t{AUDIO_MP3} : Audio_Check(path.c_str());
+    if (type != AUDIO_RAW)
         SetOutput(ModuleBits, ModuleChannels, ModuleHz);
     else if (raw.Channels != 0)
         SetOutput(raw.Bits, raw.Channels, raw.Hz);
     else
         return "not a sound of a known format (--raw takes it for samples)";
-    sound.Track.reset(Audio_Load(path.c_str()));
+    sound.Track.reset(Audio_LoadAs(path.c_str(), type));
     if (!sound.Track->Buffer[0])
         return "damaged, or not a sound";
+    if (tag != 0)
+        sound.Track->DataStart = tag;
     ReadFacts(sound);
     return "";
 }

@@ -17,7 +17,8 @@ constexpr int EndSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 static volatile std::sig_atomic_t endSignal;
 static volatile std::sig_atomic_t stopAsked;
-static bool hasKeys;
+static bool hasKeys;       // the terminal's keys are for the player, while it is in the foreground
+static bool taken;         // and come at once now
 static std::string typed;  // and not taken yet
 static termios before;
 
@@ -36,9 +37,15 @@ static void Catch(int signal)
         sigaction(signal, &action, nullptr);
 }
 
+static bool IsInForeground()
+{
+    return tcgetpgrp(STDIN_FILENO) == getpgrp();
+}
+
 static void TakeKeys()
 {
-    if (!hasKeys)
+    taken = hasKeys && IsInForeground();
+    if (!taken)
         return;
     termios raw = before;
     raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
@@ -49,7 +56,7 @@ static void TakeKeys()
 
 static void GiveKeysBack()
 {
-    if (hasKeys)
+    if (taken)
         tcsetattr(STDIN_FILENO, TCSANOW, &before);
 }
 
@@ -57,9 +64,9 @@ PLAYER_TERMINAL::PLAYER_TERMINAL(bool keys)
 {
     for (const int signal : EndSignals)
         Catch(signal);
-    // In the background the terminal is another's.
-    hasKeys = keys && isatty(STDIN_FILENO) && tcgetpgrp(STDIN_FILENO) == getpgrp() &&
-              tcgetattr(STDIN_FILENO, &before) == 0;
+    // In the background the terminal is another's, and is as that one wants it.
+    hasKeys =
+        keys && isatty(STDIN_FILENO) && IsInForeground() && tcgetattr(STDIN_FILENO, &before) == 0;
     if (hasKeys)
         Catch(SIGTSTP);
     TakeKeys();
@@ -115,13 +122,15 @@ PLAYER_KEY Terminal_Key(int milliseconds)
 {
     if (const PLAYER_KEY key = TakeKey())
         return key;
-    pollfd input = {hasKeys ? STDIN_FILENO : -1, POLLIN, 0};
+    if (!taken)
+        TakeKeys();
+    pollfd input = {taken ? STDIN_FILENO : -1, POLLIN, 0};
     if (poll(&input, 1, milliseconds) <= 0)
         return KEY_NONE;
     std::array<char, 16> bytes;
     const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
     if (count == 0)
-        hasKeys = false;  // hung up
+        hasKeys = taken = false;  // hung up
     if (typed.size() > bytes.size())
         typed.clear();  // no key is that long
     typed.append(bytes.data(), static_cast<size_t>(std::max<ssize_t>(count, 0)));
