@@ -191,6 +191,8 @@ TEST(AudioLoad, SynthesisedSoundReadsNoFile)
     Audio_ReStart();
     Audio_LoadBuffers(track, 3);
     EXPECT_EQ(track->Length[0] + track->Length[1], 3 * 640u) << "started over";
+    Audio_LoadBuffers(track, 1);
+    EXPECT_EQ(track->Length[0], 0u) << "once";
     Audio_UnLoad(track);
     Audio_Modules[AUDIO_MOD].SetSoundNumber(32);
     track = Audio_Load(WriteRow().c_str());

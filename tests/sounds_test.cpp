@@ -146,6 +146,8 @@ TEST(Sounds, Codecs)
         SCOPED_TRACE(r.what);
         const FACTS facts = LoadBytes(r.module, r.file);
         EXPECT_EQ(facts.DataStart, r.file.size() - Data.size());
+        const bool g711Codes = r.expected == alaw || r.expected == ulaw;
+        EXPECT_TRUE(!g711Codes || facts.BitsPerSample == 16);
         const REFILL refill = Refill(r.module, facts.DataStart, r.given);
         EXPECT_EQ(refill.Length, r.reported);
         const BYTES expected = r.expected.empty() ? BYTES(100, 0xEE) : r.expected;
