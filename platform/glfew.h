@@ -54,7 +54,7 @@ void GLFEW_Wheel(GLFWwindow *window, double x, double y);
 void GLFEW_Screen(GLFWwindow *window, int width, int height);
 
 /// Draws into the middle of the window from now on: these shares of its width and height, 1 for
-/// all. A change of the window's size goes back to all of it.
+/// all. A change of the window's size or of its display's scale goes back to all of it.
 void GLFEW_SetViewport(float widthShare, float heightShare);
 
 /// Letter-boxes to 16:9: cuts the height and gives the rows left free above.
