@@ -404,6 +404,7 @@ void GLFEW_DestroyVertex(GLFEW_VERTEX &record)
         glDeleteProgram(record.Program);
         current.Program = 0;
     }
+    record.Buffer = record.Program = 0;
 }
 
 void GLFEW_SwapBuffers()

@@ -98,7 +98,8 @@ void GLFEW_Set3DWorld(const GLFEW_VERTEX &record);
 void GLFEW_SetTexture(const GLFEW_VERTEX &record);
 void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode);
 
-/// Lets go of buffer and program, which go with their last user. Shaders and textures stay.
+/// Lets go of buffer and program, which go with their last user. Shaders and textures stay. A
+/// second time changes nothing.
 void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
 
 /// Shows the frame and delivers the window's events.
