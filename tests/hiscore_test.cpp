@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "game/minefield.h"
+#include "game/moves.h"
 #include "tests/files.h"
 
 // Tables of an 8 by 9 field with 10 mines, in a folder of their own.
@@ -99,4 +100,34 @@ TEST_F(Hiscore, AFileThatCannotBeReplacedStays)
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "datas/topten_8x9_10.txt: cannot be written: Is a directory\n");
     EXPECT_EQ(ReadText(), "old");
+}
+
+TEST_F(Hiscore, AFileThatCannotBeReadStays)
+{
+    using std::filesystem::file_type;
+    std::filesystem::create_directory("folder");
+    std::filesystem::create_symlink("topten_8x9_10.txt", "loop");
+    const struct {
+        const char *file, *reason;
+        file_type type;
+    } rows[] = {
+        {"folder", "Is a directory", file_type::directory},
+        {"loop", "Too many levels of symbolic links", file_type::symlink},
+    };
+    ASSERT_TRUE(std::freopen("/dev/null", "r", stdin));
+    for (const auto &r : rows)
+        for (const uint8_t end : {GAME_WON, GAME_SPINNING}) {
+            std::filesystem::rename(r.file, fnHiscore.data());
+            mb = end;
+            testing::internal::CaptureStdout();
+            testing::internal::CaptureStderr();
+            Destroy();
+            std::fflush(stdout);
+            EXPECT_EQ(testing::internal::GetCapturedStdout().find("day dear") != std::string::npos,
+                      end == GAME_WON);
+            EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                      std::string("datas/topten_8x9_10.txt: cannot be read: ") + r.reason + '\n');
+            EXPECT_EQ(std::filesystem::symlink_status(fnHiscore.data()).type(), r.type);
+            std::filesystem::rename(fnHiscore.data(), r.file);
+        }
 }
