@@ -247,8 +247,10 @@ static void TransformCube(std::array<GLFEW_VERTEX, FACE_COUNT> &faces, int x, in
 
 float GridShare(int window, int longest)
 {
-    // How much wider than the window camera and projection show the board, whatever its size.
-    constexpr float overscan = 1.0041805f;
+    // How much wider than the window camera and projection show the board, whatever its size: the
+    // cotangent of half the angle by the view's scale by the camera's distance from the front faces
+    // over half of the board's longer side.
+    constexpr float overscan = 2.4142135f * 0.70710678f / 1.7f;
     if (window <= 0)
         return 1;  // an iconified window
     const int grid = window / longest * longest;

@@ -74,16 +74,20 @@ static bool IsRecord(const char *text)
     return std::regex_match(text, form);
 }
 
-void ReadHiscore()
+int ReadHiscore()
 {
     fhHiscore = std::fopen(fnHiscore.data(), "rb");
     for (HISCORE &entry : HiScore)
         if (!fhHiscore || !mine_fgets(entry.Name) || !mine_fgets(entry.Record) ||
             !IsRecord(entry.Record.data()))
             entry = DefaultEntry();
+    const int error = !fhHiscore || std::ferror(fhHiscore) ? errno : 0;
     if (fhHiscore)
         std::fclose(fhHiscore);
     fhHiscore = nullptr;
+    if (error != 0 && error != ENOENT)
+        std::fprintf(stderr, "%s: cannot be read: %s\n", fnHiscore.data(), std::strerror(error));
+    return error;
 }
 
 // Writes all of HiScore to a new file; false, with errno set, when any of it did not reach the
@@ -145,7 +149,8 @@ static void AskName(HISCORE &entry)
     entry.Name.fill(0);
     std::printf("What is your name? ");
     std::fflush(stdout);
-    // An answer that starts with another character leaves the name empty.
+    // An answer that starts with another character leaves the name empty. A name whose seventeenth
+    // character is an s lets the line feed behind it wait for one more character: meant so.
     (void)!std::scanf("%16[0-9a-zA-Z ]s\n", entry.Name.data());
     std::printf("Have a good day dear %s!\n\n", entry.Name.data());
 }
@@ -153,9 +158,8 @@ static void AskName(HISCORE &entry)
 static void ShowLost()
 {
     NameHiscoreFile();
-    if (!System_FileExists(fnHiscore.data()))
+    if (ReadHiscore() != 0)
         return;
-    ReadHiscore();
     PrintHiscore();
     std::printf("\n");
 }
@@ -164,11 +168,9 @@ static void ShowWon()
 {
     std::printf("WoW! You may be managed to climb up to the hiscore table...\n");
     NameHiscoreFile();
-    if (!System_FileExists(fnHiscore.data())) {
-        HiScore.fill(DefaultEntry());
+    const int error = ReadHiscore();
+    if (error == ENOENT)
         WriteHiscore();
-    }
-    ReadHiscore();
     // `step` is the next step's number, one more than were made: results are kept that way.
     std::snprintf(tmpStr.data(), tmpStr.size(), "%02d:%02d:%02d:%04d, %05d", timeH, timeM, timeS,
                   timeMS * 10, static_cast<int>(step));
@@ -179,7 +181,8 @@ static void ShowWon()
         return;
     }
     AskName(HiScore[place]);
-    WriteHiscore();
+    if (error == 0 || error == ENOENT)
+        WriteHiscore();
 }
 
 void Destroy()

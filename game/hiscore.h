@@ -29,7 +29,9 @@ bool mine_fgets(std::span<char> buffer);
 void NameHiscoreFile();
 
 /// Fills HiScore from the file. A place that it lacks, or whose record is none, gets the default.
-void ReadHiscore();
+/// Gives 0, ENOENT without a file, or after a line on standard error another value of errno: a file
+/// is there but cannot be read, and must not be replaced.
+int ReadHiscore();
 
 /// Writes HiScore beside the file and then puts it in its place; says so on standard error when it
 /// cannot, and the old file stays.

@@ -36,6 +36,10 @@ void BASE_Init()
 
 void ExecuteApplication()
 {
+    // The window system may have chosen another size, before there were callbacks to hear of it.
+    int width, height;
+    glfwGetWindowSize(System_Window, &width, &height);
+    GLFEW_Screen(System_Window, width, height);
     System_RePaint = 1;
     do {
         Paint();

@@ -21,8 +21,9 @@ int32_t CreateApplication(int32_t x, int32_t y, int32_t width, int32_t height, c
 /// Fills System_PW and System_HOME.
 void BASE_Init();
 
-/// Paint, Scene, buffer swap and events, again and again until the window is asked to close or
-/// Velmorandis_CloseApplication; both are looked at only after a whole frame.
+/// Takes the window's size as it now is; then Paint, Scene, buffer swap and events, again and again
+/// until the window is asked to close or Velmorandis_CloseApplication; both are looked at only
+/// after a whole frame.
 void ExecuteApplication();
 
 /// Closes the window and frees all byte heaps.

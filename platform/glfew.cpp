@@ -81,6 +81,9 @@ int32_t GLFEW_Init()
     glfwSetCursorPosCallback(System_Window, GLFEW_MouseMotion);
     glfwSetScrollCallback(System_Window, GLFEW_Wheel);
     glfwSetWindowSizeCallback(System_Window, GLFEW_Screen);
+    // A display's scale may change without the window's size.
+    glfwSetFramebufferSizeCallback(System_Window,
+                                   [](GLFWwindow *, int, int) { MeasureFramebuffer(); });
     glfwSwapInterval(1);
     glGenVertexArrays(1, &GLFEW_VertexArrayID);
     glBindVertexArray(GLFEW_VertexArrayID);
@@ -401,6 +404,7 @@ void GLFEW_DestroyVertex(GLFEW_VERTEX &record)
         glDeleteProgram(record.Program);
         current.Program = 0;
     }
+    record.Buffer = record.Program = 0;
 }
 
 void GLFEW_SwapBuffers()

@@ -54,7 +54,7 @@ void GLFEW_Wheel(GLFWwindow *window, double x, double y);
 void GLFEW_Screen(GLFWwindow *window, int width, int height);
 
 /// Draws into the middle of the window from now on: these shares of its width and height, 1 for
-/// all. A change of the window's size goes back to all of it.
+/// all. A change of the window's size or of its display's scale goes back to all of it.
 void GLFEW_SetViewport(float widthShare, float heightShare);
 
 /// Letter-boxes to 16:9: cuts the height and gives the rows left free above.
@@ -98,7 +98,8 @@ void GLFEW_Set3DWorld(const GLFEW_VERTEX &record);
 void GLFEW_SetTexture(const GLFEW_VERTEX &record);
 void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode);
 
-/// Lets go of buffer and program, which go with their last user. Shaders and textures stay.
+/// Lets go of buffer and program, which go with their last user. Shaders and textures stay. A
+/// second time changes nothing.
 void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
 
 /// Shows the frame and delivers the window's events.

@@ -107,3 +107,42 @@ TEST(Frame, ALostGameUncoversRecedesAndSpins)
     Timer();
     EXPECT_EQ(xr, 0);
 }
+
+TEST(Frame, ClicksBecomeSteps)
+{
+    const struct {
+        const char *what;
+        int button, mouseY, game;
+        uint32_t step;
+        const char *prints;
+        bool clockRuns;  // on: it has not been set to 0
+        const char *seen;
+    } rows[] = {
+        {"first", 1, 380, 0, 1, "    1.step: 00:00:00:0000 LEFT Mouse button at (3,1)\n", false,
+         "##1\n"},
+        {"later", 3, 380, 0, 27, "   27.step: 01:02:03:0040 RIGHT Mouse button at (3,1)\n", true,
+         "##F\n"},
+        {"beside the board first", 1, 100, 0, 1, "", false, "###\n"},
+        {"beside the board later", 3, 700, 0, 2, "", true, "###\n"},
+        {"the middle button", 2, 380, 0, 1, "", true, "###\n"},
+        {"while cubes turn", 1, 380, GAME_TURNING, 1, "", true, "###\n"},
+    };
+    System_ScreenWidth = 1024, System_ScreenHeight = 768, System_MouseX = 850;
+    for (const auto &r : rows) {
+        FieldFromText(".*.\n");
+        Hour = 1, Minute = 2, Second = 3, mSecond = 4;
+        System_MD = r.button;
+        System_MouseY = static_cast<uint16_t>(r.mouseY);
+        mb = static_cast<uint8_t>(r.game);
+        step = r.step;
+        testing::internal::CaptureStdout();
+        Scene();
+        std::fflush(stdout);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), r.prints) << r.what;
+        EXPECT_EQ((std::array{Hour, Minute, Second, mSecond}),
+                  (r.clockRuns ? std::array<uint8_t, 4>{1, 2, 3, 4} : std::array<uint8_t, 4>{}))
+            << r.what;
+        EXPECT_EQ(FieldToText(), r.seen) << r.what;
+        EXPECT_EQ(step, r.step + (*r.prints != 0)) << r.what;
+    }
+}

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "game/minefield.h"
+#include "game/moves.h"
 #include "tests/files.h"
 
 // Tables of an 8 by 9 field with 10 mines, in a folder of their own.
@@ -99,4 +100,22 @@ TEST_F(Hiscore, AFileThatCannotBeReplacedStays)
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "datas/topten_8x9_10.txt: cannot be written: Is a directory\n");
     EXPECT_EQ(ReadText(), "old");
+}
+
+TEST_F(Hiscore, AFileThatCannotBeReadStays)
+{
+    const std::string refusal = std::string(fnHiscore.data()) + ": cannot be read: ";
+    ASSERT_TRUE(std::freopen("/dev/null", "r", stdin));
+    const auto play = [](uint8_t end) {
+        mb = end;
+        testing::internal::CaptureStderr();
+        Destroy();
+        return testing::internal::GetCapturedStderr();
+    };
+    std::filesystem::create_directory(fnHiscore.data());
+    EXPECT_EQ(play(GAME_WON), refusal + "Is a directory\n");
+    std::filesystem::remove(fnHiscore.data());
+    std::filesystem::create_symlink("topten_8x9_10.txt", fnHiscore.data());  // to itself
+    EXPECT_EQ(play(GAME_WON), refusal + "Too many levels of symbolic links\n");
+    EXPECT_EQ(play(GAME_SPINNING), refusal + "Too many levels of symbolic links\n") << "still so";
 }

@@ -76,6 +76,7 @@ class Games(unittest.TestCase):
 
     def start(self, *size, program=PROGRAM):
         game = Game(program, self.display, self.folder, size, self.environment)
+        self.addCleanup(game.process.kill)  # a window that a failed test left would take the next one's clicks
         game.wait_for("OK, let's play.\n\n")
         time.sleep(1)  # the first frame and the first tick
         return game
@@ -238,15 +239,17 @@ class Games(unittest.TestCase):
     def test_the_installed_game(self):
         prefix, home = os.path.join(self.folder.path, "prefix"), os.path.join(self.folder.path, "home")
         subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], check=True, capture_output=True)
-        # Without the fixed time: a launcher that has it, and a sanitizer in what it starts, deadlock.
-        self.environment = {"HOME": home, "XDG_DATA_HOME": "", "ASAN_OPTIONS": FIXED_TIME["ASAN_OPTIONS"]}
-        game = self.win(3, 3, 0, program=os.path.join(prefix, "bin", "tessaruvinel"))
-        game.wait_for("What is your name? ")
-        game.type("me\n")
-        self.assertIn("Title: ", self.end(game))
-        with open(os.path.join(home, ".local/share/tessaruvinel/datas/topten_3x3_0.txt")) as file:
-            self.assertEqual(file.readline(), "me\n")
         share = os.path.join(prefix, "share")
+        # The player's own folder: the one that is shared, as with a prefix of ~/.local, and one apart.
+        for name, data, own in [("owner", share, share), ("other", "", os.path.join(home, ".local/share"))]:
+            # Without the fixed time: a launcher that has it, and a sanitizer in what it starts, deadlock.
+            self.environment = {"HOME": home, "XDG_DATA_HOME": data, "ASAN_OPTIONS": FIXED_TIME["ASAN_OPTIONS"]}
+            game = self.win(3, 3, 0, program=os.path.join(prefix, "bin", "tessaruvinel"))
+            game.wait_for("What is your name? ")
+            game.type(name + "\n")
+            self.assertIn("Title: ", self.end(game))
+            with open(os.path.join(own, "tessaruvinel/datas/topten_3x3_0.txt")) as file:
+                self.assertEqual(file.read().split("\n")[:3:2], [name, "NoName"])
         for name in ["applications/tessaruvinel.desktop", "man/man6/tessaruvinel.6",
                      "icons/hicolor/256x256/apps/tessaruvinel.png", "tessaruvinel/datas/Base.ham8"]:
             self.assertTrue(os.path.exists(os.path.join(share, name)), name)

@@ -1,7 +1,7 @@
 """A scripted game for the thread sanitizer: race_test.py PROGRAM DATAS
 
-Plays with music on a file-writing device: marks, uncovers, loses, watches the end views, plays again
-and wins. Any report of a race makes the game end with the sanitizer's status.
+Plays with music on silent sound cards: marks, uncovers, loses, watches the end views, plays again and
+wins. Any report of a race makes the game end with the sanitizer's status.
 """
 
 import os
