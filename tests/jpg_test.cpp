@@ -227,7 +227,8 @@ static BYTES Exif(bool big, const std::vector<std::array<uint32_t, 4>> &entries,
 
 TEST(JPG, ExifFactsAndThumbnails)
 {
-    const BYTES picture = Read("progressive_420.jpg"), small = Read("grey.jpg");
+    const BYTES picture = Read("progressive_420.jpg"), grey = Read("grey.jpg");
+    const BYTES small = With(grey, 2, Segment(0xE1, Exif(false, {}, 0, {})));  // of its own
     for (const bool big : {false, true}) {
         // Six entries end at 8 + 2 + 6 * 12 + 4 = 86, where the maker stands, and then the
         // thumbnail.
@@ -242,7 +243,9 @@ TEST(JPG, ExifFactsAndThumbnails)
         BYTES file = With(picture, 2, Segment(0xE1, data));
         file.erase(file.begin() + static_cast<ptrdiff_t>(4 + data.size() + 2),
                    file.begin() + static_cast<ptrdiff_t>(4 + data.size() + 2 + 18));  // JFIF's
+        file = With(file, 6 + data.size(), Segment(0xE1, Text("http://other/\0<data>")));
         const Picture loaded = Picture_Load(WriteTemp("exif.jpg", file).c_str(), 0, 0);
+        EXPECT_EQ(JPG_Exif.LatitudeReference, 'N');
         EXPECT_EQ(loaded.Format, PICTURE_JPEG);
         EXPECT_EQ(loaded.Width * 100 + loaded.Height, 3327);
         EXPECT_EQ(loaded.ThumbWidth * 100 + loaded.ThumbHeight, 3327);
@@ -267,6 +270,23 @@ TEST(JPG, ExifFactsAndThumbnails)
     EXPECT_EQ(BYTES(loaded.ThumbPixels, loaded.ThumbPixels + 8),
               (BYTES{10, 20, 30, 255, 40, 50, 60, 255}));
     Picture_UnLoad(loaded);
+}
+
+TEST(JPG, ThumbnailsThatNoTagPlaces)
+{
+    // Looked for as far into the file as the segment is long, which begins after 6 bytes.
+    const BYTES small = Read("grey.jpg");
+    for (const size_t behind : {6u, 5u}) {
+        const BYTES data = Exif(true, {}, 0, small + BYTES(behind));
+        const LOADED loaded(With(Read("progressive_420.jpg"), 2, Segment(0xE1, data)));
+        EXPECT_EQ(loaded.Record.ThumbWidth, behind == 6 ? 33 : 0) << behind;
+    }
+}
+
+TEST(JPG, NothingFollowsTheEnd)
+{
+    const BYTES file = Read("progressive_420.jpg");
+    EXPECT_EQ(Decode(file + Read("progressive_444.jpg")), Decode(file));
 }
 
 TEST(JPG, DirectoriesThatBiteTheirTailsEnd)
@@ -456,4 +476,45 @@ TEST(JPG, ChromaOfAnyFactorsIsInterpolated)
                 }
             EXPECT_LT(most, 2) << what;
         }
+}
+
+TEST(JPG, QuantisationOfSixteenBits)
+{
+    const auto widened = [](BYTES file, int factor) {
+        const auto table = file.begin() + static_cast<ptrdiff_t>(Find(file, 0xDB)) + 4;
+        BYTES wide = {0x10};
+        for (ptrdiff_t i = 1; i <= 64; i++)
+            wide = wide + Number(table[i] * factor, 2);
+        table[-1] = static_cast<uint8_t>(2 + wide.size());
+        file.insert(file.erase(table, table + 65), wide.begin(), wide.end());
+        return file;
+    };
+    const BYTES grey = Read("grey.jpg");
+    EXPECT_EQ(Decode(widened(grey, 1)), Decode(grey));
+
+    // The greatest numbers and coefficients, whose waves all have their crest in the first corner.
+    BYTES steep = widened(FLAT{8, 8, {0x11}}.File(), 8191);
+    steep[Find(steep, 0xC4) + 4 + 29 + 17] = 15;  // what ended a block has 15 bits
+    WRITER bits;
+    bits.Put(0x5FFF, 15);
+    for (int i = 0; i < 63; i++)
+        bits.Put(0x7FFF, 16);
+    bits.Finish();
+    const BYTES pixels = Decode(Prefix(steep, steep.size() - 4) + bits.Bytes);
+    ASSERT_EQ(pixels.size(), 8u * 8 * 3);
+    EXPECT_EQ(pixels[0], 255);
+}
+
+TEST(JPG, ScansWithoutEnd)
+{
+    const FLAT flat = {8, 8, {0x11, 0x11, 0x11}, 0, false};
+    const BYTES whole = flat.File(), pixels = Decode(whole);
+    BYTES other = flat.Scan({1});
+    other[5] = 1;  // for the first component
+    for (const int scans : {4, 1001}) {
+        BYTES file = Prefix(whole, whole.size() - 2);
+        for (int i = 4; i < scans; i++)
+            file = file + flat.Scan({0});
+        EXPECT_EQ(Decode(file + other) == pixels, scans > 1000) << scans;
+    }
 }
