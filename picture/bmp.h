@@ -26,8 +26,8 @@ extern BMP_HEADER BMP_Header;
 extern BYTES_BUFFER BMP_File;  // the image, runs expanded to as many pixels as there are
 
 /// Reads a file and expands its runs. BMP_File stays empty when the file cannot be read, its depth
-/// or compression is none of the above, its size is 0 or passes Picture_MaxBytes, or when, without
-/// runs, it holds less than an eighth of its pixels.
+/// or compression is none of the above, its size is 0 or passes Picture_MaxBytes, or when it
+/// holds less than an eighth of its pixels, bytes of runs being taken for 128 each.
 void BMP_Load(const char *path);
 
 /// Width x Height RGBA pixels, the top row first. Only 32-bit pixels without bit fields have an

@@ -340,6 +340,8 @@ static void PutFrame(const GIF_FRAME &frame, const GIF_SOURCE &source, uint8_t *
 {
     const size_t width = GIF_Header.Width, height = GIF_Header.Height;
     const size_t shown = frame.Left < width ? std::min<size_t>(frame.Width, width - frame.Left) : 0;
+    if (shown == 0)
+        return;
     const size_t bottom = std::min<size_t>(height, size_t{frame.Top} + frame.Height);
     for (size_t y = frame.Top, first = 0; y < bottom; y++, first += shown)
         PutPixels(source, first, shown, screen + (y * width + frame.Left) * 4);

@@ -54,18 +54,16 @@ extern size_t GIF_Position;  // next byte to read
 
 /// Reads a file and decompresses its frames to indexes; those that a frame's data lack are 0.
 /// Frees the frames of an earlier file, save the first's picture, which belongs to the picture that
-/// it was loaded for. Larger (frame or screen) x 4 bytes summed over the frames stay within
-/// Picture_MaxBytes: frames from the first that does not fit on are left out. With the indexes
-/// (a quarter of that sum) and the file that is all the memory in use. Leaves byte heap 0 current,
-/// last in first out, and without a buffer.
+/// it was loaded for. Frames count 4 bytes for every pixel of the screen, or of their own where
+/// these are more: from the first on with which they pass Picture_MaxBytes together they are left
+/// out. Leaves byte heap 0 current, last in first out, and without a buffer.
 void GIF_Load(const char *path);
 
 /// Turns all frames into pictures and returns the first's, which GIF_FreeFrames frees. Null without
 /// frames. Mode 0: every frame stands alone, transparent around it and where it says so; 1: it is
 /// laid over the frame before. Interlaced frames lie at the top left and run on from row to row as
-/// if the screen had their width, on purpose. Frames count 4 bytes for every pixel of the screen,
-/// or of their own where these are more; those that would pass Picture_MaxBytes together are left
-/// out. That, one frame's indexes and the file twice are the peak of memory.
+/// if the screen had their width, on purpose. What the frames count, one frame's indexes and the
+/// file twice are the peak of memory.
 uint8_t *GIF_Decoding(uint16_t mode);
 
 /// Frees the file image.

@@ -34,9 +34,10 @@ const std::array<char, 90> HAM68_Description = [] {
 }();
 
 constexpr size_t HAM68_HeaderSize = 100;
-constexpr uint8_t HAM68_Escape = 1;
+constexpr uint8_t HAM68_Runs = 1, HAM68_Escape = 1;
 constexpr size_t HAM68_LongestRun =
     0xFEFF;  // a count's high byte is never 255, which is "1" itself
+constexpr size_t HAM68_MostOutOfOne = HAM68_LongestRun / 4 + 1;  // bytes: a run takes four
 
 static size_t PaletteSize(uint8_t planes)
 {
@@ -94,29 +95,41 @@ static void MeasureRawPlanes(uint16_t width, uint8_t rawPlanes)
     h.Height = height <= 0xFFFF ? static_cast<uint16_t>(height) : uint16_t{0};
 }
 
+static size_t PlaneBytes()
+{
+    const HAM68_HEADER &h = HAM68_Header;
+    return size_t{h.BytesPerRow} * std::max<uint8_t>(h.Planes, 1) * h.Height;
+}
+
+static bool IsPossible()
+{
+    const HAM68_HEADER &h = HAM68_Header;
+    const size_t pixels = size_t{h.Width} * h.Height;
+    const bool squeezed = h.Compression == HAM68_Runs;
+    if (pixels == 0 || pixels > Picture_MaxBytes / 4 || h.BytesPerRow > 0xFFFF / 8 ||
+        HAM68_File.size() <= h.DataOffset || (squeezed && PaletteSize(h.Planes) == 0))
+        return false;
+    const size_t most = (HAM68_File.size() - h.DataOffset) * (squeezed ? HAM68_MostOutOfOne : 1);
+    return PlaneBytes() / Picture_LeastShare <= most;
+}
+
 void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes)
 {
     HAM68_HEADER &h = HAM68_Header;
     HAM68_File = Bytes_LoadFile(path);
-    if (rawPlanes != 0)
+    if (rawPlanes == 6 || rawPlanes == 8)
         MeasureRawPlanes(width, rawPlanes);
     else
         ReadHeader();
 
-    const size_t pixels = size_t{h.Width} * h.Height;
-    const size_t fixed = h.DataOffset + PaletteSize(h.Planes);
-    const bool squeezed = h.Compression == 1;
-    const bool possible = pixels != 0 && h.BytesPerRow <= 0xFFFF / 8 &&
-                          pixels <= Picture_MaxBytes / 4 && HAM68_File.size() > h.DataOffset &&
-                          (!squeezed || PaletteSize(h.Planes) != 0);
-    if (!possible) {
+    if (!IsPossible()) {
         HAM68_File = {};
-    } else if (squeezed) {
+    } else if (h.Compression == HAM68_Runs) {
+        const size_t fixed = h.DataOffset + PaletteSize(h.Planes);
         BYTES_BUFFER expanded(HAM68_File.begin(),
                               HAM68_File.begin() +
                                   static_cast<ptrdiff_t>(std::min(fixed, HAM68_File.size())));
-        ExpandRuns(Bytes_GetSpan(HAM68_File, fixed), expanded,
-                   fixed + size_t{h.BytesPerRow} * h.Planes * h.Height);
+        ExpandRuns(Bytes_GetSpan(HAM68_File, fixed), expanded, fixed + PlaneBytes());
         HAM68_File = std::move(expanded);
     }
 }

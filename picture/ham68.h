@@ -36,9 +36,9 @@ extern const std::array<std::array<uint8_t, 3>, 64> HAM68_Colors64;
 extern const std::array<char, 90> HAM68_Description;
 
 /// Reads a file. `rawPlanes` 6 or 8: the file is a palette and planes without a header, `width`
-/// pixels wide (0: 320), its height counted from its size. 0: a file with a header. A size that
-/// cannot be (0, wider than its rows can say, larger than Picture_MaxBytes) leaves HAM68_File
-/// empty.
+/// pixels wide (0: 320), its height counted from its size. Others: a file with a header. A size
+/// that cannot be (0, wider than its rows can say, larger than Picture_MaxBytes or than eight times
+/// what the file can hold) leaves HAM68_File empty.
 void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes);
 
 /// Width x Height RGBA pixels, opaque; bytes that the file lacks read as 0. From malloc: the caller

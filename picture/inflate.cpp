@@ -176,8 +176,8 @@ static uint32_t PNG_DecodeHuffmanSymbol(const PNG_HUFFMAN &table)
     return entry;
 }
 
-// The code behind `code` among those of `size` / 2 bits, both with their first bit lowest: the
-// highest zero becomes one, and the ones above it zeros.
+// The code behind `code` among codes of n bits, `size` being 2^n, both with their first bit lowest:
+// the highest zero becomes one, and the ones above it zeros.
 static uint32_t NextReversed(uint32_t code, uint32_t size)
 {
     const uint32_t bit = std::bit_floor(~code & (size - 1));

@@ -390,6 +390,12 @@ static bool MakeComponents(PICTURE &picture)
     return picture.Direct || MakeCoefficients(picture);
 }
 
+// Greater numbers of a table are taken for this one. A sample is less than 7 x 2^15 times the
+// greatest, coefficients having 16 bits, and so within an int before it is cut to 255. Encoders
+// divide coefficients of at most 1024 by such numbers: pictures are what they were.
+constexpr uint16_t JPG_MostQuantisation = 8192;
+static_assert((int64_t{7} << 15) * JPG_MostQuantisation < INT32_MAX);
+
 static void MakeScale(COMPONENT &c, size_t number)
 {
     if (c.Scaled || number >= JPG_Header.Quantisation.size())
@@ -398,7 +404,8 @@ static void MakeScale(COMPONENT &c, size_t number)
     for (size_t row = 0; row < 8; row++)
         for (size_t column = 0; column < 8; column++) {
             const size_t natural = 8 * row + column;
-            const float wide = static_cast<float>(table.Wide[JPG_ZigZag2[natural]]) *
+            const float wide = static_cast<float>(std::min(table.Wide[JPG_ZigZag2[natural]],
+                                                           JPG_MostQuantisation)) *
                                JPG_ScaleFactor[row] * JPG_ScaleFactor[column];
             c.Scale[8 * column + row] = (table.Precision ? wide : table.Values[natural]) / 8;
         }

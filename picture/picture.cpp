@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <numbers>
@@ -248,6 +249,8 @@ int Picture_Converter(uint8_t mode, const char *path, const Picture &picture)
     constexpr std::array<uint16_t, 5> codes = {0, 6, 8, 6 << 8, 8 << 8};
     if (mode == 0 || mode >= codes.size())
         return 0;
+    if (!picture.Pixels)
+        return EOF;
     return HAM68_Encoding(picture.Pixels, picture.Width, picture.Height, path, codes[mode]);
 }
 

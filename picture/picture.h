@@ -64,7 +64,8 @@ Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes);
 void Picture_UnLoad(Picture picture);
 
 /// Writes the picture as HAM6 (1), HAM8 (2), or either with run-length compression (3, 4). Returns
-/// 0 when the file was written whole; other modes do nothing and return 0.
+/// 0 when the file was written whole; other modes do nothing and return 0. The null picture writes
+/// nothing and gives EOF; rows are taken to be Width long, whatever BufferWidth says.
 int Picture_Converter(uint8_t mode, const char *path, const Picture &picture);
 
 /// Draws the picture, or its thumbnail, with its top left at (x, y) and rows going to smaller y.

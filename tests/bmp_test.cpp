@@ -10,19 +10,12 @@ static BYTES MakeFile(int width, int height, int bits, int compression, const st
 {
     BYTES table = Hex(masks);
     for (size_t i = 0; bits <= 8 && i < size_t{1} << bits; i++)
-        Append(table, i == 0 ? Hex("1E 14 0A 77") : BYTES(4, static_cast<uint8_t>(i)));
-    BYTES file = Hex("42 4D 00000000 00000000");
-    AppendNumber(file, 54 + table.size(), 4, false);
-    AppendNumber(file, 40, 4, false);
-    AppendNumber(file, static_cast<size_t>(width), 4, false);
-    AppendNumber(file, static_cast<size_t>(height), 4, false);
-    AppendNumber(file, 1, 2, false);
-    AppendNumber(file, static_cast<size_t>(bits), 2, false);
-    AppendNumber(file, static_cast<size_t>(compression), 4, false);
+        table = table + (i == 0 ? Hex("1E 14 0A 77") : BYTES(4, static_cast<uint8_t>(i)));
+    BYTES file = Hex("42 4D 00000000 00000000") + Number(std::ssize(table) + 54, -4) +
+                 Number(40, -4) + Number(width, -4) + Number(height, -4) + Number(1, -2) +
+                 Number(bits, -2) + Number(compression, -4);
     file.resize(54);
-    Append(file, table);
-    Append(file, data);
-    return file;
+    return file + table + data;
 }
 
 TEST(BMP, PixelsOfEveryDepth)
@@ -74,8 +67,7 @@ TEST(BMP, MasksInsideALongHeader)
     file[10] = 14 + 108;
     file[14] = 108;
     file.resize(14 + 108);
-    Append(file, Hex("5A03"));
-    EXPECT_EQ(Show(file), "3050A0FF");
+    EXPECT_EQ(Show(file + Hex("5A03")), "3050A0FF");
 }
 
 TEST(BMP, RunsExpand)
@@ -128,5 +120,5 @@ TEST(BMP, PrefixesHold)
 {
     ExpectPrefixesHold(MakeFile(3, 4, 24, 0, "", BYTES(45, 3)), 0, 0);
     // a run whose value is cut off is one of zeros
-    ExpectPrefixesHold(MakeFile(8, 4, 4, 2, "", Hex("1012 0004 0102 0C34")), 0, 16 * 4);
+    ExpectPrefixesHold(MakeFile(8, 4, 4, 2, "", Hex("1012 0004 0102 0C34")), 0, 16);
 }

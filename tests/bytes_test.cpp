@@ -1,9 +1,8 @@
 #include "extra/bytes.h"
 
-#include <cstdio>
-#include <fstream>
+#include <array>
 
-#include <gtest/gtest.h>
+#include "tests/files.h"
 
 TEST(Bytes, NumbersReadZeroPastTheEnd)
 {
@@ -22,10 +21,23 @@ TEST(Bytes, NumbersReadZeroPastTheEnd)
 
 TEST(Bytes, OnlyRegularFilesLoad)
 {
-    const std::string path = testing::TempDir() + "bytes_test.bin";
-    std::ofstream(path) << "abc";
-    EXPECT_EQ(Bytes_LoadFile(path.c_str()), (BYTES_BUFFER{'a', 'b', 'c'}));
-    std::remove(path.c_str());
-    for (const std::string &none : {path, testing::TempDir(), std::string("/dev/zero")})
+    const std::string path = WriteTemp("file", Text("abc"));
+    EXPECT_EQ(ReadFile(path), Text("abc"));
+    for (const std::string &none :
+         {TempPath("absent"), testing::TempDir(), std::string("/dev/zero")})
         EXPECT_TRUE(Bytes_LoadFile(none.c_str()).empty()) << none;
+}
+
+TEST(Bytes, AnOpenFileStaysTheSame)
+{
+    const std::string path = WriteTemp("file", Text("before"));
+    std::array<uint8_t, 99> head;
+    {
+        const BYTES_OPEN open(path.c_str());
+        std::filesystem::rename(WriteTemp("other", Text("now")), path);
+        EXPECT_EQ(ReadFile(WriteTemp("other", Text("third"))), Text("third"));
+        EXPECT_EQ(ReadFile(path), Text("before"));
+        EXPECT_EQ(Bytes_LoadHead(path.c_str(), head), 6u);
+    }
+    EXPECT_EQ(ReadFile(path), Text("now"));
 }

@@ -13,24 +13,24 @@
 #include "picture/graphics.h"
 #include "picture/picture.h"
 
-using BYTES = std::vector<int>;
+using NUMBERS = std::vector<int>;
 
-static BYTES Decoded(const std::string &text, uint8_t set)
+static NUMBERS Decoded(const std::string &text, uint8_t set)
 {
     std::array<uint8_t, 256> out;
     out.fill(255);
     CharSet_Decode(text.c_str(), set, out.data());
-    BYTES glyphs;
+    NUMBERS glyphs;
     for (size_t i = 0; out.at(i); i++)
         glyphs.push_back(out[i]);
     return glyphs;
 }
 
-static BYTES Picture_Of(uint8_t set, int glyph)
+static NUMBERS Picture_Of(uint8_t set, int glyph)
 {
     const CHARSET_SIZE size = CharSet_GetSize(set);
     const int bytes = size.Columns / 8 * size.Rows;
-    BYTES rows;
+    NUMBERS rows;
     for (int i = 0; i < bytes; i++)
         rows.push_back(CharSet_ROM_GetByte(set, static_cast<uint32_t>(glyph * bytes + i)));
     return rows;
@@ -116,7 +116,7 @@ TEST(CharSet, AccentedLetters)
     for (uint8_t set = 0; set < expected.size(); set++)
         for (int b = 126; b < 256; b++)  // all others stay as they are
             EXPECT_EQ(Decoded({static_cast<char>(b)}, set),
-                      BYTES{expected[set].contains(b) ? expected[set][b] : b})
+                      NUMBERS{expected[set].contains(b) ? expected[set][b] : b})
                 << "byte " << b << " of set " << int{set};
 }
 
@@ -125,7 +125,7 @@ TEST(CharSet, Texts)
     const struct {
         const char *what;
         std::string text;
-        BYTES sets, glyphs;
+        NUMBERS sets, glyphs;
     } rows[] = {
         {"home computers", "@AZ[`az{|0 ", {0, 1}, {64, 1, 26, 27, 32, 129, 154, 155, 124, 48, 32}},
         {"ASCII", "@AZ[`az{|0 ", {2, 3, 4, 5, 15}, {64, 65, 90, 91, 96, 97, 122, 123, 124, 48, 32}},
@@ -147,7 +147,7 @@ TEST(CharSet, Texts)
           129, 130, 131, 132, 133, 134, 135, 138, 139, 140, 141, 143, 144, 146, 147, 148, 149, 150,
           151, 152, 153, 154, 155, 156, 157, 158, 159, 160, 161, 162, 163, 164, 165, 168}},
         {"a Hungarian word", "\xE1rv\xEDzt\xFBr\xF5", {7}, {40, 62, 69, 50, 73, 64, 68, 62, 59}},
-        {"cut to 255", std::string(300, 'a'), {4}, BYTES(255, 97)},
+        {"cut to 255", std::string(300, 'a'), {4}, NUMBERS(255, 97)},
     };
     for (const auto &r : rows)
         for (const int set : r.sets)
@@ -159,26 +159,26 @@ TEST(CharSet, EveryGlyphIsItself)
 {
     // Glyphs that look like another of a lower number, on purpose: soft hyphens, and Latin capitals
     // with the shape of Cyrillic ones.
-    const std::map<int, BYTES> same = {{0, {173}},
-                                       {1, {173}},
-                                       {2, {173}},
-                                       {3, {173}},
-                                       {5, {65, 66, 67, 69, 72, 75, 77, 79, 80, 84, 88}}};
-    const std::map<int, BYTES> empty = {{0, {32, 160}}, {1, {32, 160}}, {2, {32}}, {3, {32}},
-                                        {4, {32}},      {5, {32}},      {14, {64}}};
+    const std::map<int, NUMBERS> same = {{0, {173}},
+                                         {1, {173}},
+                                         {2, {173}},
+                                         {3, {173}},
+                                         {5, {65, 66, 67, 69, 72, 75, 77, 79, 80, 84, 88}}};
+    const std::map<int, NUMBERS> empty = {{0, {32, 160}}, {1, {32, 160}}, {2, {32}}, {3, {32}},
+                                          {4, {32}},      {5, {32}},      {14, {64}}};
     for (uint8_t set = 0; set < CharSet_Sets; set++) {
-        std::set<BYTES> seen;
-        BYTES repeated, blank;
+        std::set<NUMBERS> seen;
+        NUMBERS repeated, blank;
         const CHARSET_SIZE size = CharSet_GetSize(set);
         for (int glyph = 0; glyph < size.Glyphs; glyph++) {
-            const BYTES rows = Picture_Of(set, glyph);
+            const NUMBERS rows = Picture_Of(set, glyph);
             if (std::ranges::count(rows, 0) == std::ssize(rows))
                 blank.push_back(glyph);
             else if (!seen.insert(rows).second)
                 repeated.push_back(glyph);
         }
-        EXPECT_EQ(repeated, same.contains(set) ? same.at(set) : BYTES{}) << int{set};
-        EXPECT_EQ(blank, empty.contains(set) ? empty.at(set) : BYTES{203}) << int{set};
+        EXPECT_EQ(repeated, same.contains(set) ? same.at(set) : NUMBERS{}) << int{set};
+        EXPECT_EQ(blank, empty.contains(set) ? empty.at(set) : NUMBERS{203}) << int{set};
         // All of ASCII has pictures, but for what the rules send to the blank or leave out.
         std::string ascii = Range('!', ']') + Range('a', '}');
         if (set < 6 || set == 14)

@@ -5,8 +5,8 @@
 // A file with header: its planes follow a palette of numbered entries.
 static BYTES MakeFile(int planes, int bytesPerRow, int height, int compression, const BYTES &body)
 {
-    BYTES file = Text("HAM") + Number('0' + planes, 1) + Number(bytesPerRow, 2) +
-                 Number(height, 2) + Number(planes, 1) + Number(compression, 1);
+    BYTES file = Text(planes == 6 ? "HAM6" : "HAM8") + Number(bytesPerRow, 2) + Number(height, 2) +
+                 Number(planes, 1) + Number(compression, 1);
     file.resize(100, ' ');
     for (int i = 0; planes == 6 && i < 16; i++)
         file = file + Number(0xF00F + i * 0x100 + i * 15, 2);
@@ -91,6 +91,9 @@ TEST(HAM68, DumpsAreMeasured)
         EXPECT_EQ(dump.Record.Height, r.height) << r.what;
         EXPECT_EQ(dump.Record.Pixels != nullptr, r.height != 0) << r.what;
     }
+    // Other numbers of planes than 6 and 8 ask for none.
+    const BYTES file = MakeFile(8, 1, 1, 0, Planes(8, BYTES(8, 99)));
+    EXPECT_EQ(Pixels(LOADED(file, 0, 7)), Pixels(LOADED(file)));
     // The palette is the start of the dump.
     EXPECT_EQ(Prefix(Pixels(LOADED(BYTES(32 + 4 * 6, 0xA7), 8, 6)), 8),
               (BYTES{0, 0xF0, 0, 255, 0x70, 0xA0, 0x70, 255}));
@@ -105,6 +108,9 @@ TEST(HAM68, AnySizeAndPrefix)
         {"no width", MakeFile(8, 0, 4, 0, BYTES(99))},
         {"no height", MakeFile(8, 4, 0, 0, BYTES(99))},
         {"a width beyond 16 bits", MakeFile(8, 8192, 4, 0, BYTES(99))},
+        {"less than an eighth", MakeFile(6, 8, 40, 0, BYTES(40 * 6 - 33))},
+        {"less than an eighth of no planes", MakeFile(0, 8, 400, 0, BYTES(399))},
+        {"more than runs can give", MakeFile(8, 4000, 1000, 1, {})},
         {"runs of unknown planes", MakeFile(7, 4, 4, 1, BYTES(99))},
         {"a header and nothing else", Prefix(MakeFile(8, 1, 1, 0, {}), 100)},
         {"a signature and nothing else", Text("HAM8")},
@@ -112,9 +118,9 @@ TEST(HAM68, AnySizeAndPrefix)
     for (const auto &r : rows)
         EXPECT_EQ(LOADED(r.file).Record.Pixels, nullptr) << r.what;
     for (const int compression : {0, 1}) {
-        const BYTES file = MakeFile(8, 2, 3, compression, BYTES(48, 1));
-        for (size_t size = 101; size <= file.size(); size++)
-            ASSERT_EQ(Pixels(LOADED(Prefix(file, size))).size(), 16 * 3 * 4u) << size;
+        const BYTES file = MakeFile(8, 2, 4, compression, BYTES(64, 1));
+        for (size_t size = compression ? 101 : 108; size <= file.size(); size++)
+            ASSERT_EQ(Pixels(LOADED(Prefix(file, size))).size(), 16 * 4 * 4u) << size;
     }
 }
 
@@ -184,12 +190,14 @@ TEST(HAM68, WrittenFiles)
         EXPECT_EQ(decoded, plain[(mode - 1u) % 2]);
     }
     EXPECT_EQ(Picture_Converter(5, path.c_str(), picture), 0);
+    EXPECT_NE(Picture_Converter(1, path.c_str(), {}), 0);
     EXPECT_NE(Picture_Converter(2, "no such folder/file", picture), 0);
 
-    // 8 equal bytes are a run; 65280 are one more than the longest.
+    // 5 equal bytes are a run; 65280 are one more than the longest.
+    EXPECT_EQ(HAM68_CompressRuns(BYTES(4, 7)), BYTES(4, 7));
+    EXPECT_EQ(HAM68_CompressRuns(BYTES(5, 7)), (BYTES{1, 0, 5, 7}));
     const BYTES black(8 * 255 * 32 * 4);
-    HAM68_Encoding(black.data(), 8, 1, path.c_str(), 8 << 8);
-    EXPECT_EQ(ReadFile(path).size(), 292u + 4);
     HAM68_Encoding(black.data(), 8 * 255, 32, path.c_str(), 8 << 8);
     EXPECT_EQ(ReadFile(path).size(), 292u + 5);
+    EXPECT_NE(LOADED(ReadFile(path)).Record.Pixels, nullptr);
 }

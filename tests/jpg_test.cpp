@@ -112,13 +112,7 @@ static BYTES With(BYTES file, size_t at, const BYTES &bytes)
 
 static BYTES Segment(uint8_t marker, const BYTES &data)
 {
-    BYTES segment(4 + data.size());
-    segment[0] = 0xFF;
-    segment[1] = marker;
-    segment[2] = static_cast<uint8_t>((data.size() + 2) >> 8);
-    segment[3] = static_cast<uint8_t>(data.size() + 2);
-    std::copy(data.begin(), data.end(), segment.begin() + 4);
-    return segment;
+    return BYTES{0xFF, marker} + Number(std::ssize(data) + 2, 2) + data;
 }
 
 TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
@@ -221,46 +215,37 @@ TEST(JPG, DamageStaysWhereItIs)
 static BYTES Exif(bool big, const std::vector<std::array<uint32_t, 4>> &entries, uint32_t next,
                   const BYTES &rest)
 {
-    BYTES data = Text("Exif\0\0");
-    const auto put = [&](uint32_t value, int count) {
-        for (int i = 0; i < count; i++)
-            data.push_back(static_cast<uint8_t>(value >> 8 * (big ? count - 1 - i : i)));
+    const auto number = [big](uint32_t value, int count) {
+        return Number(value, big ? count : -count);
     };
-    data.insert(data.end(), 2, big ? 'M' : 'I');
-    put(42, 2);
-    put(8, 4);
-    put(static_cast<uint32_t>(entries.size()), 2);
-    for (const auto &[tag, type, count, value] : entries) {
-        put(tag, 2);
-        put(type, 2);
-        put(count, 4);
-        put(value, 4);
-    }
-    put(next, 4);
-    data.insert(data.end(), rest.begin(), rest.end());
-    return data;
+    BYTES data = Text("Exif\0\0") + BYTES(2, big ? 'M' : 'I') + number(42, 2) + number(8, 4) +
+                 number(static_cast<uint32_t>(entries.size()), 2);
+    for (const auto &[tag, type, count, value] : entries)
+        data = data + number(tag, 2) + number(type, 2) + number(count, 4) + number(value, 4);
+    return data + number(next, 4) + rest;
 }
 
 TEST(JPG, ExifFactsAndThumbnails)
 {
-    const BYTES picture = Read("progressive_420.jpg"), small = Read("grey.jpg");
+    const BYTES picture = Read("progressive_420.jpg"), grey = Read("grey.jpg");
+    const BYTES small = With(grey, 2, Segment(0xE1, Exif(false, {}, 0, {})));  // of its own
     for (const bool big : {false, true}) {
         // Six entries end at 8 + 2 + 6 * 12 + 4 = 86, where the maker stands, and then the
         // thumbnail.
-        BYTES rest = Text("Maker");
-        rest.insert(rest.end(), small.begin(), small.end());
         const BYTES data = Exif(big,
                                 {{271, 2, 5, 86},
-                                 {1, 2, 2, big ? 0x4E000000u : 0x4E000000u},
+                                 {1, 2, 2, 0x4E000000},
                                  {259, 4, 1, 6},
                                  {513, 4, 1, 91},
                                  {514, 4, 1, static_cast<uint32_t>(small.size())},
                                  {34665, 4, 1, 8}},  // back to itself
-                                8, rest);
+                                8, Text("Maker") + small);
         BYTES file = With(picture, 2, Segment(0xE1, data));
         file.erase(file.begin() + static_cast<ptrdiff_t>(4 + data.size() + 2),
                    file.begin() + static_cast<ptrdiff_t>(4 + data.size() + 2 + 18));  // JFIF's
+        file = With(file, 6 + data.size(), Segment(0xE1, Text("http://other/\0<data>")));
         const Picture loaded = Picture_Load(WriteTemp("exif.jpg", file).c_str(), 0, 0);
+        EXPECT_EQ(JPG_Exif.LatitudeReference, 'N');
         EXPECT_EQ(loaded.Format, PICTURE_JPEG);
         EXPECT_EQ(loaded.Width * 100 + loaded.Height, 3327);
         EXPECT_EQ(loaded.ThumbWidth * 100 + loaded.ThumbHeight, 3327);
@@ -277,8 +262,7 @@ TEST(JPG, ExifFactsAndThumbnails)
         EXPECT_EQ(exif.ByteOrder, big ? 'M' : 'I');
     }
     // JFIF: raw RGB behind the segment's fields.
-    BYTES jfif = Text("JFIF\0\1\2\0\0\1\0\1");
-    jfif.insert(jfif.end(), {2, 1, 10, 20, 30, 40, 50, 60});
+    const BYTES jfif = Text("JFIF\0\1\2\0\0\1\0\1") + BYTES{2, 1, 10, 20, 30, 40, 50, 60};
     BYTES file = With(picture, 2, Segment(0xE0, jfif));
     const Picture loaded = Picture_Load(WriteTemp("jfif.jpg", file).c_str(), 0, 0);
     EXPECT_EQ(loaded.ThumbWidth * 10 + loaded.ThumbHeight, 21);
@@ -288,17 +272,29 @@ TEST(JPG, ExifFactsAndThumbnails)
     Picture_UnLoad(loaded);
 }
 
+TEST(JPG, ThumbnailsThatNoTagPlaces)
+{
+    // Looked for as far into the file as the segment is long, which begins after 6 bytes.
+    const BYTES small = Read("grey.jpg");
+    for (const size_t behind : {6u, 5u}) {
+        const BYTES data = Exif(true, {}, 0, small + BYTES(behind));
+        const LOADED loaded(With(Read("progressive_420.jpg"), 2, Segment(0xE1, data)));
+        EXPECT_EQ(loaded.Record.ThumbWidth, behind == 6 ? 33 : 0) << behind;
+    }
+}
+
+TEST(JPG, NothingFollowsTheEnd)
+{
+    const BYTES file = Read("progressive_420.jpg");
+    EXPECT_EQ(Decode(file + Read("progressive_444.jpg")), Decode(file));
+}
+
 TEST(JPG, DirectoriesThatBiteTheirTailsEnd)
 {
     const std::vector<std::array<uint32_t, 4>> entries(250, {34665, 4, 1, 8});
     const BYTES file = With(Read("grey.jpg"), 2, Segment(0xE1, Exif(true, entries, 8, {})));
     EXPECT_FALSE(Decode(file).empty());
     EXPECT_EQ(JPG_Exif.IFDs[15].Count, 250);
-}
-
-static void Append(BYTES &out, const BYTES &more)
-{
-    out.insert(out.end(), more.begin(), more.end());
 }
 
 // Huffman coded bits, with their stuffing.
@@ -365,7 +361,7 @@ struct FLAT {
         for (int mcu = 0; mcu < across * down; mcu++) {
             if (Interval != 0 && mcu != 0 && mcu % Interval == 0) {
                 out.Finish();
-                Append(out.Bytes, {0xFF, static_cast<uint8_t>(0xD0 + (mcu / Interval - 1) % 8)});
+                out.Bytes = out.Bytes + Number(0xFFD0 + (mcu / Interval - 1) % 8, 2);
                 std::fill_n(last, 3, 0);
             }
             for (const size_t c : components) {
@@ -385,11 +381,8 @@ struct FLAT {
         out.Finish();
         BYTES header = {static_cast<uint8_t>(components.size())};
         for (const size_t c : components)
-            Append(header, {static_cast<uint8_t>(c + 1), 0});
-        Append(header, {0, 63, 0});
-        BYTES scan = Segment(0xDA, header);
-        Append(scan, out.Bytes);
-        return scan;
+            header = header + BYTES{static_cast<uint8_t>(c + 1), 0};
+        return Segment(0xDA, header + BYTES{0, 63, 0}) + out.Bytes;
     }
 
     BYTES File() const
@@ -401,32 +394,24 @@ struct FLAT {
             dc[17 + i] = static_cast<uint8_t>(i);
         ac[0] = 0x10;
         ac[1] = 1;
-        BYTES header = {8,
-                        static_cast<uint8_t>(Height >> 8),
-                        static_cast<uint8_t>(Height),
-                        static_cast<uint8_t>(Width >> 8),
-                        static_cast<uint8_t>(Width),
-                        static_cast<uint8_t>(Factors.size())};
+        BYTES header =
+            BYTES{8} + Number(Height, 2) + Number(Width, 2) + Number(std::ssize(Factors), 1);
         std::vector<size_t> all;
         for (size_t c = 0; c < Factors.size(); c++) {
-            Append(header, {static_cast<uint8_t>(c + 1), static_cast<uint8_t>(Factors[c]), 0});
+            header =
+                header + BYTES{static_cast<uint8_t>(c + 1), static_cast<uint8_t>(Factors[c]), 0};
             all.push_back(c);
         }
-        BYTES file = {0xFF, 0xD8};
-        Append(file, Segment(0xDB, quantisation));
-        Append(file, Segment(0xC0, header));
-        Append(dc, ac);
-        Append(file, Segment(0xC4, dc));
+        BYTES file = BYTES{0xFF, 0xD8} + Segment(0xDB, quantisation) + Segment(0xC0, header) +
+                     Segment(0xC4, dc + ac);
         if (Interval)
-            Append(file, Segment(0xDD, {static_cast<uint8_t>(Interval >> 8),
-                                        static_cast<uint8_t>(Interval)}));
+            file = file + Segment(0xDD, Number(Interval, 2));
         if (Interleaved)
-            Append(file, Scan(all));
+            file = file + Scan(all);
         else
             for (const size_t c : all)
-                Append(file, Scan({c}));
-        Append(file, {0xFF, 0xD9});
-        return file;
+                file = file + Scan({c});
+        return file + BYTES{0xFF, 0xD9};
     }
 };
 
@@ -491,4 +476,45 @@ TEST(JPG, ChromaOfAnyFactorsIsInterpolated)
                 }
             EXPECT_LT(most, 2) << what;
         }
+}
+
+TEST(JPG, QuantisationOfSixteenBits)
+{
+    const auto widened = [](BYTES file, int factor) {
+        const auto table = file.begin() + static_cast<ptrdiff_t>(Find(file, 0xDB)) + 4;
+        BYTES wide = {0x10};
+        for (ptrdiff_t i = 1; i <= 64; i++)
+            wide = wide + Number(table[i] * factor, 2);
+        table[-1] = static_cast<uint8_t>(2 + wide.size());
+        file.insert(file.erase(table, table + 65), wide.begin(), wide.end());
+        return file;
+    };
+    const BYTES grey = Read("grey.jpg");
+    EXPECT_EQ(Decode(widened(grey, 1)), Decode(grey));
+
+    // The greatest numbers and coefficients, whose waves all have their crest in the first corner.
+    BYTES steep = widened(FLAT{8, 8, {0x11}}.File(), 8191);
+    steep[Find(steep, 0xC4) + 4 + 29 + 17] = 15;  // what ended a block has 15 bits
+    WRITER bits;
+    bits.Put(0x5FFF, 15);
+    for (int i = 0; i < 63; i++)
+        bits.Put(0x7FFF, 16);
+    bits.Finish();
+    const BYTES pixels = Decode(Prefix(steep, steep.size() - 4) + bits.Bytes);
+    ASSERT_EQ(pixels.size(), 8u * 8 * 3);
+    EXPECT_EQ(pixels[0], 255);
+}
+
+TEST(JPG, ScansWithoutEnd)
+{
+    const FLAT flat = {8, 8, {0x11, 0x11, 0x11}, 0, false};
+    const BYTES whole = flat.File(), pixels = Decode(whole);
+    BYTES other = flat.Scan({1});
+    other[5] = 1;  // for the first component
+    for (const int scans : {4, 1001}) {
+        BYTES file = Prefix(whole, whole.size() - 2);
+        for (int i = 4; i < scans; i++)
+            file = file + flat.Scan({0});
+        EXPECT_EQ(Decode(file + other) == pixels, scans > 1000) << scans;
+    }
 }

@@ -6,11 +6,7 @@
 
 static BYTES Chunk(const char *id, const BYTES &data)
 {
-    BYTES chunk(id, id + 4);
-    AppendNumber(chunk, data.size(), 4, true);
-    Append(chunk, data);
-    chunk.resize(chunk.size() + data.size() % 2);
-    return chunk;
+    return BYTES(id, id + 4) + Number(std::ssize(data), 4) + data + BYTES(data.size() % 2);
 }
 
 // Entry i of the palette is the grey i, but for the first; half-bright pictures have 32.
@@ -19,21 +15,16 @@ static BYTES MakeFile(const char *type, int width, int height, int planes, int m
 {
     BYTES header;
     for (const int v : {width, height, 3, 4})
-        AppendNumber(header, static_cast<size_t>(v), 2, true);
+        header = header + Number(v, 2);
     for (const int v : {planes, masking, compression, 0, 0, 7, 10, 11, 1, 64, 0, 200})
         header.push_back(static_cast<uint8_t>(v));
-    BYTES palette = Hex("0A141E"), mode;
+    BYTES palette = Hex("0A141E");
     for (size_t i = 1; i < (viewMode == 0x80 ? 32 : 256); i++)
-        Append(palette, BYTES(3, static_cast<uint8_t>(i)));
-    AppendNumber(mode, static_cast<size_t>(viewMode), 4, true);
-    BYTES form(type, type + 4);
-    Append(form, Chunk("ANNO", Text("12345")));  // an odd size
-    Append(form, Chunk("BMHD", header));
-    Append(form, Chunk("CMAP", palette));
-    if (viewMode != 0)
-        Append(form, Chunk("CAMG", mode));
-    Append(form, Chunk("BODY", body));
-    Append(form, Chunk("JUNK", Hex("01020304")));
+        palette = palette + BYTES(3, static_cast<uint8_t>(i));
+    const BYTES form = BYTES(type, type + 4) + Chunk("ANNO", Text("12345")) +  // an odd size
+                       Chunk("BMHD", header) + Chunk("CMAP", palette) +
+                       (viewMode != 0 ? Chunk("CAMG", Number(viewMode, 4)) : BYTES{}) +
+                       Chunk("BODY", body) + Chunk("JUNK", Hex("01020304"));
     return Chunk("FORM", form);
 }
 
@@ -49,7 +40,8 @@ TEST(LBM, PixelsOfEveryKind)
          "05 08 06 01"},
         {"4 planes, rows of bytes", 2, 2, 4, 0, 0, "80008040 40808000", "05 08 06 01"},
         {"a mask is skipped", 1, 2, 2, 1, 0, "8000 0000 FFFF 0000 8000 0000", "01 02"},
-        {"a transparent colour is not applied", 1, 1, 1, 2, 0, "8000", "01"},
+        {"a transparent colour is not applied", 1, 2, 3, 2, 0, "8000 8000 8000 8000 0000 0000",
+         "07 01"},
         {"8 planes are planes", 1, 1, 8, 0, 0, "8000 0000 0000 0000 0000 0000 0000 8000", "81"},
         {"PBM's bytes, rows of words", 3, 2, 8, 0, 0, "0102C809 040506", "01 02 C8 04 05 06"},
         {"half-bright", 2, 1, 6, 0, 0x80, "C000 4000 4000 0000 0000 4000", "01 03"},
@@ -127,5 +119,5 @@ TEST(LBM, RealFiles)
 TEST(LBM, PrefixesHold)
 {
     // a row that is cut reads as 0 from there
-    ExpectPrefixesHold(ReadFile(TEST_DATA "ilbm/ham6.iff"), 0, 26 * 4);
+    ExpectPrefixesHold(ReadFile(TEST_DATA "ilbm/ham6.iff"), 0, 26);
 }

@@ -101,6 +101,10 @@ TEST(PNG, RulesOfItsOwn)
          File(4, 1, 2, 3, palette + Chunk("tRNS", {50, 60}) + image({{0, 0x1B}})),
          {1, 2, 3, 50, 4, 5, 6, 60, 7, 8, 9, 255, 10, 11, 12, 255}},
         {"without a palette the last one stays", File(1, 1, 8, 3, image({{0, 1}})), {4, 5, 6, 60}},
+        {"RGB and alpha of 16 bits",
+         File(1, 1, 16, 6, image({{0, 1, 9, 2, 9, 3, 9, 4, 9}})),
+         {1, 2, 3, 4}},
+        {"grey and alpha of 16 bits", File(1, 1, 16, 4, image({{0, 1, 9, 2, 9}})), {1, 1, 1, 2}},
         {"a grey key is not applied",
          File(1, 1, 8, 0, Chunk("tRNS", {0, 9}) + image({{0, 9}})),
          {9, 9, 9, 255}},
@@ -190,6 +194,37 @@ static BYTES Bits(const std::string &bits)
     return bytes;
 }
 
+// The low `count` bits of a number, the highest or the lowest first.
+static std::string Digits(size_t value, size_t count, bool highFirst)
+{
+    std::string digits;
+    for (size_t i = 0; i < count; i++)
+        digits += value >> (highFirst ? count - 1 - i : i) & 1 ? '1' : '0';
+    return digits;
+}
+
+// The code lengths of a dynamic block: each of the code-length code's symbols has 5 bits. The codes
+// behind its 19 are no codes, of which one bit is dropped.
+static std::string Length(size_t length)
+{
+    return Digits(length, 5, true);
+}
+
+static std::string Zeros(size_t count)  // 11 to 138
+{
+    return Length(18) + Digits(count - 11, 7, false);
+}
+
+// The start of a last block with dynamic codes (RFC 1951, 3.2.7), of so many of either kind.
+static std::string Dynamic(size_t literals, size_t distances)
+{
+    std::string bits = "101" + Digits(literals - 257, 5, false) + Digits(distances - 1, 5, false) +
+                       Digits(19 - 4, 4, false);
+    for (int i = 0; i < 19; i++)
+        bits += Digits(5, 3, false);
+    return bits;
+}
+
 TEST(Inflate, Streams)
 {
     const std::string zlib = "00011110 10000000 ", fixed = "1 10 ", end = "0000000",
@@ -208,16 +243,79 @@ TEST(Inflate, Streams)
         {"no such distance", zlib + fixed + a + "0000001 11110" + a + end, "a", false},
         {"cut short", zlib + fixed + a + "1", "a", false},
         {"no such block", zlib + "1 11", "", false},
+        {"a repeat from the literals' lengths to the distances'",
+         zlib + Dynamic(258, 2) + Zeros(97) + Length(2) + Zeros(138) + Zeros(20) + Length(2) +
+             Length(16) + "00" + "00 00 10 01 01",
+         "aaaaa", true},
+        {"no such code length",
+         zlib + Dynamic(257, 1) + "1" + Zeros(97) + Length(1) + Zeros(138) + Zeros(19) + Length(1) +
+             Length(0) + "0 0 1",
+         "bb", true},
+        {"more codes than their bits tell apart",
+         zlib + Dynamic(257, 1) + Zeros(97) + Length(1) + Length(1) + Zeros(138) + Zeros(19) +
+             Length(1) + Length(0) + "0",
+         "", false},
         {"a block that is not the last", zlib + "0 10 " + a + end + fixed + a + end, "aa", true},
     };
     for (const auto &r : rows) {
         BYTES out(1000, '-');
+        testing::internal::CaptureStdout();
         const INFLATE_RESULT result = Inflate_All(Bits(r.bits), out);
+        std::fflush(stdout);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  r.what == std::string("no such code length") ? "Unexisting code!\n" : "")
+            << r.what;
         EXPECT_EQ(std::string(out.begin(), out.begin() + static_cast<ptrdiff_t>(result.Size)),
                   r.out)
             << r.what;
         EXPECT_EQ(result.Ended, r.ended) << r.what;
     }
+}
+
+// Canonical codes of the lengths (RFC 1951, 3.2.2).
+static std::vector<std::string> CodesOf(const std::vector<size_t> &lengths)
+{
+    std::vector<std::string> codes(lengths.size());
+    for (size_t n = 1, code = 0; n <= 15; n++, code *= 2)
+        for (size_t i = 0; i < lengths.size(); i++)
+            if (lengths[i] == n)
+                codes[i] = Digits(code++, n, true);
+    return codes;
+}
+
+TEST(Inflate, CodesOfUpTo15Bits)
+{
+    // Letters have 3 to 15 bits, matches of 3 and the end fewer; near distances have the most.
+    constexpr size_t letters[] = {3, 4, 5, 6, 7, 8, 9, 10, 12, 12, 12, 13, 14, 15, 15};
+    std::vector<size_t> literals(258), distances;
+    std::copy(std::begin(letters), std::end(letters), literals.begin() + 'a');
+    literals[256] = 2;
+    literals[257] = 1;
+    for (size_t i = 0; i < 8; i++)
+        distances.push_back(std::min<size_t>(16 - i, 15));
+    std::string bits = Digits(0, 16, false) + Dynamic(258, 8);
+    for (const auto &lengths : {literals, distances})
+        for (const size_t length : lengths)
+            bits += Length(length);
+    const auto codes = CodesOf(literals), distanceCodes = CodesOf(distances);
+    BYTES expected;
+    for (int round = 0; round < 3; round++) {  // the last one where the stream's end is near
+        for (size_t i = 0; i < std::size(letters); i++) {
+            bits += codes['a' + i];
+            expected.push_back(static_cast<uint8_t>('a' + i));
+        }
+        for (size_t i = 0; i < 8; i++) {
+            constexpr size_t least[] = {1, 2, 3, 4, 5, 7, 9, 13};
+            bits += codes[257] + distanceCodes[i] + std::string(i < 4 ? 0 : i / 2 - 1, '0');
+            for (int k = 0; k < 3; k++)
+                expected.push_back(expected[expected.size() - least[i]]);
+        }
+    }
+    BYTES out(1000);
+    const INFLATE_RESULT result = Inflate_All(Bits(bits + codes[256]), out);
+    out.resize(result.Size);
+    EXPECT_TRUE(result.Ended);
+    EXPECT_EQ(out, expected);
 }
 
 TEST(Inflate, ExactRoomIsNotOverrun)
@@ -231,15 +329,6 @@ TEST(Inflate, ExactRoomIsNotOverrun)
         EXPECT_EQ(std::string(out.begin(), out.end()),
                   std::string(room, 'a') + std::string(64, '-'));
     }
-}
-
-// The low `count` bits of a number, the highest or the lowest first.
-static std::string Digits(size_t value, size_t count, bool highFirst)
-{
-    std::string digits;
-    for (size_t i = 0; i < count; i++)
-        digits += value >> (highFirst ? count - 1 - i : i) & 1 ? '1' : '0';
-    return digits;
 }
 
 // A number by the class that it falls in and its place there: `classBits` gives a class's extra
@@ -295,6 +384,33 @@ TEST(Inflate, CopiesByteByByte)
                 const INFLATE_RESULT result = Inflate_All(Bits(bits + "0000000"), out);
                 out.resize(result.Size);
                 EXPECT_TRUE(result.Ended && out == expected) << distance << ' ' << length;
+            }
+    }
+}
+
+// Rows that differ from those above by what the stream repeats from as far back as can be, in a
+// picture of which the decoder holds only a part at a time; a row may be longer than it goes back.
+TEST(PNG, LargePictures)
+{
+    for (const auto &[bytes, height] : {std::pair<size_t, size_t>{1001, 500}, {60001, 9}}) {
+        BYTES first(Inflate_History);
+        for (size_t i = 0; i < first.size(); i++)
+            first[i] = static_cast<uint8_t>(i * i / 7);
+        for (size_t y = 0; y < height; y++)
+            first[y * bytes % first.size()] = 2;
+        std::string bits = "110";
+        for (size_t i = first.size(); i < bytes * height; i += 256)
+            bits += Match(256, Inflate_History);
+        const BYTES stream = BYTES{0x78, 1, 0} + Number(std::ssize(first), -2) +
+                             Number(~std::ssize(first), -2) + first + Bits(bits + "0000000");
+        const auto width = static_cast<uint32_t>(bytes - 1), rows = static_cast<uint32_t>(height);
+        const BYTES pixels = Decode(File(width, rows, 8, 0, Chunk("IDAT", stream)));
+        ASSERT_EQ(pixels.size(), (bytes - 1) * height * 4);
+        BYTES row(bytes);
+        for (size_t y = 0, i = 0; y < height; y++)
+            for (size_t x = 1; x < bytes; x++, i += 4) {
+                row[x] = static_cast<uint8_t>(row[x] + first[(y * bytes + x) % first.size()]);
+                ASSERT_EQ(pixels[i] * 256 + pixels[i + 3], row[x] * 256 + 255) << x << ' ' << y;
             }
     }
 }

@@ -135,6 +135,8 @@ TEST(PNM, TextsAndBytes)
     const std::vector<ROW> rows = {
         {"P1 in lines and with blanks", Text("P1\n\n2 2\n0 1\n\n1 x"), 1, "W B/B B"},
         {"P2", Text("P2\n#\n2 1\n15\n7 15\n"), 8, "777777 W"},
+        {"P2 of two digits and three", Text("P2\n#\n3 1\n255\n12 123 45 0 0 0"), 8,
+         "0c0c0c 7b7b7b 2d2d2d"},
         {"P2 with a low byte", Text("P2\n#\n1 1\n255\n258"), 8, "020202"},
         {"P2 with blanks about", Text("P2\n#\n2  1 \n 10\r\n  1\n\n\t10"), 8, "191919 W"},
         {"P3", Text("P3\n#\n1 2\n255\n1 2 3 4 5 6"), 24, "010203/040506"},
@@ -169,6 +171,8 @@ TEST(XBM, BytesAndWords)
         {"words, an odd number of bytes", xbm("8", "0x8001"), 1, "B W W W W W W W/W W W W W W W B"},
         {"capitals", Text("A_WIDTH 1\nA_HEIGHT 1\nA_BITS 0XfE"), 1, "W B B B B B B B"},
         {"bytes missing", xbm("8", "0x01 0"), 1, "B W W W W W W W/. . . . . . . ."},
+        {"nothing behind a NUL", Text("_width 8\n_height 2\n_bits 0x01 \0 0x80"), 1,
+         "B W W W W W W W/. . . . . . . ."},
         {"no bits", xbm("8", ""), 1, "null"},
         {"the first row missing", xbm("4000", "0x00"), 1, "null"},
     };
@@ -210,6 +214,6 @@ TEST(SmallPictures, RealFilesAndTheirPrefixes)
     CheckFile("tga/rgb24_bottom_left_rle.tga", 0x83602f4a6918f23d, 7);
     CheckFile("tga/rgb32_top_left_rle.tga", 0xc7a217ebd0c85077, 7);
     CheckFile("pnm/hippopotamus.ppm", 0x19af49f898522702, 7);
-    CheckFile("xbm/spiral.xbm", 0xe0df60d5b1a64bb1, 1000);  // text: a number cut is another
-    CheckFile("xbm/hotspot.xbm", 0x95f08cdd9e048c18, 1000);
+    CheckFile("xbm/spiral.xbm", 0xe0df60d5b1a64bb1, 1, {}, 8);  // a number cut is another
+    CheckFile("xbm/hotspot.xbm", 0x95f08cdd9e048c18, 1, {}, 8);
 }

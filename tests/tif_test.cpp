@@ -12,8 +12,8 @@
 static BYTES MakeFile(const BYTES &data, const std::string &tags, bool bigEndian = false)
 {
     BYTES entries, lists;
-    const auto append = [bigEndian](BYTES &out, size_t value, int bytes) {
-        AppendNumber(out, value, bytes, bigEndian);
+    const auto number = [bigEndian](size_t value, int bytes) {
+        return Number(static_cast<int64_t>(value), bigEndian ? bytes : -bytes);
     };
     const size_t directory = 8 + data.size();
     const auto count = static_cast<size_t>(std::count(tags.begin(), tags.end(), '='));
@@ -29,27 +29,19 @@ static BYTES MakeFile(const BYTES &data, const std::string &tags, bool bigEndian
         }
         BYTES values;
         for (const size_t v : list)
-            append(values, v, most > 0xFFFF ? 4 : 2);
-        append(entries, tag, 2);
-        append(entries, most > 0xFFFF ? 4 : 3, 2);
-        append(entries, list.size(), 4);
+            values = values + number(v, most > 0xFFFF ? 4 : 2);
+        entries =
+            entries + number(tag, 2) + number(most > 0xFFFF ? 4 : 3, 2) + number(list.size(), 4);
         if (values.size() > 4) {
-            append(entries, directory + 2 + 12 * count + 4 + lists.size(), 4);
-            Append(lists, values);
+            entries = entries + number(directory + 2 + 12 * count + 4 + lists.size(), 4);
+            lists = lists + values;
         } else {
             values.resize(4);
-            Append(entries, values);
+            entries = entries + values;
         }
     }
-    BYTES file(2, bigEndian ? 'M' : 'I');
-    append(file, 42, 2);
-    append(file, directory, 4);
-    Append(file, data);
-    append(file, count, 2);
-    Append(file, entries);
-    append(file, 0, 4);
-    Append(file, lists);
-    return file;
+    return BYTES(2, bigEndian ? 'M' : 'I') + number(42, 2) + number(directory, 4) + data +
+           number(count, 2) + entries + number(0, 4) + lists;
 }
 
 // A tag of values that are all 0 but one in each third.
@@ -81,6 +73,10 @@ TEST(TIF, PixelsOfEveryKind)
         {"a palette of 16 bits", "03", "256=1 257=1 258=8 262=3 273=8 " + wide, "1256FFFF"},
         {"a palette of 8 bits", "03", "256=1 257=1 258=8 262=3 273=8 " + narrow, "1256FFFF"},
         {"grey with alpha", "0309", "256=1 257=1 258=8 262=1 273=8 277=2 338=2", "03030309"},
+        {"grey with alpha, as differences", "7801 01 0400FBFF 0309 0101",
+         "256=2 257=1 258=8 259=8 262=1 273=8 277=2 317=2 338=2", "03030309 0404040A"},
+        {"a fourth sample of no kind is alpha", "01020304", "256=1 257=1 258=8 262=2 273=8 277=4",
+         "01020304"},
         {"RGB, alpha multiplied in", "32640064 07000000",
          "256=2 257=1 258=8 262=2 273=8 277=4 338=1", "80FF0064 07000000"},
         {"RGB and something else", "01020304", "256=1 257=1 258=8 262=2 273=8 277=4 338=0",
@@ -153,7 +149,7 @@ TEST(TIF, LZWStrings)
     for (uint32_t i = 0; i < 5000; i++)
         codes.push_back(i % 251);
     codes.insert(codes.end(), {258, 4095});
-    const BYTES pixels = DECODED(MakeLZW(codes, 5004, 1)).Pixels;
+    const BYTES pixels = PixelsOf(MakeLZW(codes, 5004, 1));
     ASSERT_EQ(pixels.size(), 5004u * 4);
     for (size_t i = 0; i < 5004; i++)
         EXPECT_EQ(pixels[4 * i], (i < 5000   ? i
@@ -201,9 +197,7 @@ TEST(TIF, PrefixesHold)
     const BYTES plain(18, 5), codes = PackCodes({256, 7, 258, 259, 260, 8, 9, 10, 259, 257});
     for (const char *tags :
          {"256=6 257=3 258=8 262=1 273=74", "256=6 257=3 258=8 262=1 259=5 273=86"}) {
-        BYTES file = MakeFile({}, tags);
-        const size_t head = file.size();
-        Append(file, head == 74 ? plain : codes);
-        ExpectPrefixesHold(file, head, 0);
+        const BYTES head = MakeFile({}, tags);
+        ExpectPrefixesHold(head + (head.size() == 74 ? plain : codes), head.size(), 0);
     }
 }

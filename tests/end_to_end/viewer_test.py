@@ -109,11 +109,17 @@ class Viewer(unittest.TestCase):
         picture = self.file("in.ppm", ppm(1, 1, RED))
         text = self.file("text", b"no picture")
         cut = self.file("cut.png", b"\x89PNG\r\n\x1a\n")
+        pipe, outlet = self.file("pipe"), self.file("pipe.pam")  # that nobody writes into or reads from
+        os.mkfifo(pipe)
+        os.mkfifo(outlet)
         sprites = self.file("cut.spr", b"SPRITES\x03\x01\x01" + b"\x01\x02\x03" * 2)  # the third is missing
         rows = [
             (["--info", "absent", picture], 1, "viewer: absent: No such file or directory\n"),
             (["--info", self.folder.name], 1, "Is a directory\n"),
             (["--info", self.file("empty", b"")], 1, "it is empty\n"),
+            (["--info", pipe], 1, f"viewer: {pipe}: it is not a regular file\n"),
+            (["--convert", pipe, self.file("x.pam")], 1, f"viewer: {pipe}: it is not a regular file\n"),
+            (["--convert", picture, outlet], 1, f"viewer: {outlet}: it is not a regular file\n"),
             (["--info", text], 1, f"viewer: {text}: its format is not known\n"),
             (["--info", cut], 1, "though it begins like PNG\n"),
             (["--convert", text, self.file("x.pam")], 1, "its format is not known\n"),

@@ -49,6 +49,8 @@ std::string Viewer_Convert(const std::string &in, const std::string &out, uint32
     if (kept == 0)
         return "it is less than 8 pixels wide, too narrow for .ham6 and .ham8";
     wrong = out;
+    if (const std::string reason = Viewer_NoFile(out); !reason.empty())
+        return reason;
     errno = 0;
     const bool written = pam                    ? WritePAM(image, out)
                          : EndsIn(out, ".ham6") ? WriteHAM(image, compress ? 3 : 1, out)

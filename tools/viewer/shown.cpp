@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <utility>
 
@@ -43,8 +44,16 @@ static const char *FormatName(uint8_t format)
     return names[format < names.size() ? format : 0];
 }
 
+std::string Viewer_NoFile(const std::string &path)
+{
+    std::error_code unknown;
+    return std::filesystem::is_other(path, unknown) ? "it is not a regular file" : "";
+}
+
 std::string Viewer_Reason(const std::string &path)
 {
+    if (const std::string reason = Viewer_NoFile(path); !reason.empty())
+        return reason;
     errno = 0;
     std::ifstream file(path, std::ios::binary);
     char byte;

@@ -34,6 +34,10 @@ std::string Viewer_Facts(const Picture &picture, const VIEWER_IMAGE &size);
 /// Width and height, such as "32x32".
 std::string Viewer_Size(const VIEWER_IMAGE &image);
 
+/// Why what is at the path is not even opened, for a person: a pipe, say, which may keep one
+/// waiting for ever. Empty for files and folders, and where there is nothing.
+std::string Viewer_NoFile(const std::string &path);
+
 /// Why a file has no picture, for a person.
 std::string Viewer_Reason(const std::string &path);
 
