@@ -69,9 +69,9 @@ static AudioTrack *NewTrack(const char *path)
 // Has the format module read the file's header. Returns whether it did.
 static bool LoadHeader(AudioTrack &track, uint8_t type)
 {
-    const AUDIO_MODULE &module = Audio_Modules[type];
-    if (!module.Load)
+    if (type >= Audio_Modules.size() || !Audio_Modules[type].Load)
         return false;
+    const AUDIO_MODULE &module = Audio_Modules[type];
     const uint8_t n = *module.SoundNumber;
     module.Load(track.Path.c_str());
     if (*module.SoundNumber == n)

@@ -136,7 +136,8 @@ uint8_t Audio_Check(const char *path);
 /// null, the caller's until Audio_UnLoad. Without buffers when the file cannot be read, nothing
 /// decodes its format, or the format module is full.
 AudioTrack *Audio_Load(const char *path);
-/// The same for a file that is taken for an AUDIO_TYPE, whatever it looks like.
+/// The same for a file that is taken for an AUDIO_TYPE, whatever it looks like. Without buffers for
+/// any other number.
 AudioTrack *Audio_LoadAs(const char *path, uint8_t type);
 
 /// Refills buffer 1 (bit 0 of `which`) and buffer 2 (bit 1) from the read position on. Length is

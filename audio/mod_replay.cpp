@@ -229,29 +229,30 @@ static void StartNote(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
     Trigger(p, c, v);
 }
 
-// Slides stop at the same two notes in every tuning; notes beyond go there at once.
-static void SlideUp(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, uint8_t step)
+static void SlideTo(MOD_CHANNEL &c, MOD_VOICE &v, int period, bool beyond, MOD_PITCH limit)
 {
     if (c.Pitch.Period == 0)
         return;
-    const MOD_PITCH highest = p.Song->WideRange ? MOD_PITCH{14, 0} : NotePitch(0, MOD_Notes - 1);
-    if (c.Pitch.Period < highest.Period + step)
-        c.Pitch = highest;
+    if (beyond)
+        c.Pitch = limit;
     else
-        c.Pitch.Period = static_cast<uint16_t>(c.Pitch.Period - step);
+        c.Pitch.Period = static_cast<uint16_t>(period);
     v.Period = Heard(c.Pitch);
+}
+
+// Slides stop at the same two notes in every tuning; notes beyond go there at once.
+static void SlideUp(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, uint8_t step)
+{
+    const MOD_PITCH highest = p.Song->WideRange ? MOD_PITCH{14, 0} : NotePitch(0, MOD_Notes - 1);
+    const int period = c.Pitch.Period - step;
+    SlideTo(c, v, period, period < highest.Period, highest);
 }
 
 static void SlideDown(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, uint8_t step)
 {
-    if (c.Pitch.Period == 0)
-        return;
     const MOD_PITCH lowest = p.Song->WideRange ? MOD_PITCH{3424, 0} : NotePitch(0, 0);
-    if (c.Pitch.Period + step > lowest.Period)
-        c.Pitch = lowest;
-    else
-        c.Pitch.Period = static_cast<uint16_t>(c.Pitch.Period + step);
-    v.Period = Heard(c.Pitch);
+    const int period = c.Pitch.Period + step;
+    SlideTo(c, v, period, period > lowest.Period, lowest);
 }
 
 static void Arpeggio(const MOD_PLAYER &p, const MOD_CHANNEL &c, MOD_VOICE &v)

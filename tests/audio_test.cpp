@@ -158,6 +158,9 @@ TEST(AudioLoad, WhatCannotBeReadHasNoBuffers)
         EXPECT_EQ(Audio_Data, data);
         Audio_UnLoad(track);  // does not free it
         delete track;
+        track = Audio_LoadAs("no such file", 9);
+        EXPECT_EQ(track->Buffer[0], nullptr) << "no such type";
+        delete track;
     }
     const std::string longName = std::string(200, 'n');
     AudioTrack *track = Audio_Load(WriteTemp(longName, Dots(3000)).c_str());
