@@ -49,11 +49,13 @@ build() {
     cmake -G Ninja -S . -B "$folder" "$@" >&2 && cmake --build "$folder" >&2
 }
 
-# Starts a virtual display and points DISPLAY at it until the script ends.
+# Starts a virtual display and points DISPLAY at it until the script ends. It has a session of its own,
+# so that Ctrl-C reaches the game alone.
 virtual_display() {
     local number
-    coproc XVFB { exec Xvfb -displayfd 1 -screen 0 1280x1024x24 -noreset -nolisten tcp 2>/dev/null; }
-    trap 'kill $XVFB_PID 2>/dev/null' EXIT
+    coproc XVFB { exec setsid Xvfb -displayfd 1 -screen 0 1280x1024x24 -noreset -nolisten tcp 2>/dev/null; }
+    xvfb=$XVFB_PID
+    trap 'kill "$xvfb" 2>/dev/null || true' EXIT
     read -r number <&"${XVFB[0]}" || {
         say "the virtual display did not start"
         return 1
