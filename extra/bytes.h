@@ -9,8 +9,8 @@
 #include <span>
 #include <vector>
 
-/// Makes a vector leave the bytes unset that it grows by without a value, so that what is written
-/// anyway is not cleared first.
+/// Allocator whose resize() leaves new bytes uninitialised, so that a buffer that will be
+/// overwritten is not cleared first.
 struct BYTES_ALLOCATOR : std::allocator<uint8_t> {
     template <class>
     struct rebind {
@@ -29,25 +29,31 @@ using BYTES_BUFFER = std::vector<uint8_t, BYTES_ALLOCATOR>;
 /// The largest file that Bytes_LoadFile takes, in bytes.
 constexpr size_t Bytes_MaxFile = size_t{1} << 30;
 
-/// The whole file at `path`. Empty when it cannot be opened or read, when it is no regular file
-/// with a size of its own (a pipe, a directory), or when it is larger than Bytes_MaxFile.
+/// The whole file at `path`. Empty, with a reason (extra/reason.h), when it cannot be opened or
+/// read to its end, when it is no regular file with a size of its own (a pipe, a directory), or
+/// when it is larger than Bytes_MaxFile.
 BYTES_BUFFER Bytes_LoadFile(const char *path);
 
-/// While it lives, what this thread loads from the same path comes out of one opened file: what was
-/// recognised is what is decoded, should the path be given to another file meanwhile.
+/// While it lives, loads of this path on this thread read one open file: what was detected is what
+/// is decoded. Or, made from bytes, loads of its Path (which names no file) read those bytes, which
+/// must outlive it.
 struct BYTES_OPEN {
     explicit BYTES_OPEN(const char *path);
+    explicit BYTES_OPEN(std::span<const uint8_t> memory);
     ~BYTES_OPEN();
     BYTES_OPEN(const BYTES_OPEN &) = delete;
     BYTES_OPEN &operator=(const BYTES_OPEN &) = delete;
 
     const char *Path;
     const BYTES_OPEN *Before;
-    int File;  // below 0: it cannot be opened
+    int File;   // below 0: it cannot be opened, or is memory
+    int Error;  // of opening, an errno
+    std::span<const uint8_t> Memory;
+    bool IsMemory;
 };
 
 /// Fills `head` with the file's first bytes and gives their number, which is less for a short file.
-/// Nothing when the file cannot be opened or read.
+/// Nothing, with a reason, when the file cannot be opened or read.
 std::optional<size_t> Bytes_LoadHead(const char *path, std::span<uint8_t> head);
 
 /// The byte at `position`, which moves on by one. Past the end it is 0 and the position moves on

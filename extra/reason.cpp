@@ -1,0 +1,27 @@
+#include "extra/reason.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+
+static constinit thread_local std::array<char, 160> reason{};
+
+void Reason_Clear()
+{
+    reason[0] = 0;
+}
+
+void Reason_Set(const char *format, ...)
+{
+    if (reason[0] != 0)
+        return;
+    va_list values;
+    va_start(values, format);
+    std::vsnprintf(reason.data(), reason.size(), format, values);
+    va_end(values);
+}
+
+const char *Reason_Get()
+{
+    return reason.data();
+}
