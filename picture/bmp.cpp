@@ -6,11 +6,10 @@
 #include <span>
 
 #include "extra/bytes.h"
-#include "picture/picture.h"
 #include "picture/pixels.h"
 
-BMP_HEADER BMP_Header;
-BYTES_BUFFER BMP_File;
+constinit thread_local BMP_HEADER BMP_Header{};
+constinit thread_local BYTES_BUFFER BMP_File{};
 
 enum BMP_COMPRESSION : uint16_t { BMP_PLAIN = 0, BMP_RLE8 = 1, BMP_RLE4 = 2, BMP_FIELDS = 3 };
 
@@ -88,7 +87,7 @@ static bool IsPossible()
         h.DataOffset >= BMP_File.size())
         return false;
     const size_t most = (BMP_File.size() - h.DataOffset) * (HasRuns() ? BMP_MostOutOfOne : 1);
-    return RowBytes() * h.Height / Picture_LeastShare <= most;
+    return RowBytes() * h.Height / Picture_MinShare <= most;
 }
 
 // Writes what runs say into a buffer that ends: what goes beyond is left out.

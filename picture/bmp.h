@@ -22,8 +22,9 @@ struct BMP_HEADER {
 };
 
 /// The file being decoded, one at a time. The header stays after BMP_UnLoad.
-extern BMP_HEADER BMP_Header;
-extern BYTES_BUFFER BMP_File;  // the image, runs expanded to as many pixels as there are
+extern constinit thread_local BMP_HEADER BMP_Header;
+extern constinit thread_local BYTES_BUFFER
+    BMP_File;  // the image, runs expanded to as many pixels as there are
 
 /// Reads a file and expands its runs. BMP_File stays empty when the file cannot be read, its depth
 /// or compression is none of the above, its size is 0 or passes Picture_MaxBytes, or when it

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "extra/bytes.h"
+#include "extra/reason.h"
 #include "picture/bmp.h"
 #include "picture/gif.h"
 #include "picture/graphics.h"
@@ -25,27 +26,12 @@
 #include "picture/xbm.h"
 #include "platform/system.h"
 
-uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
-size_t Picture_MaxBytes = size_t{1} << 30;
+using namespace std::string_view_literals;
 
-// Bytes of a picture, 0 for one that cannot be.
-static size_t PixelBytes(uint32_t width, uint32_t height)
-{
-    const uint64_t count = uint64_t{width} * height;
-    return count <= Picture_MaxBytes / 4 ? count * 4 : 0;
-}
+constinit thread_local uint8_t PictureCR{}, PictureCG{}, PictureCB{}, PictureCA{};
 
-uint8_t *Picture_NewPixels(uint32_t width, uint32_t height)
+namespace
 {
-    const size_t bytes = PixelBytes(width, height);
-    return bytes != 0 ? static_cast<uint8_t *>(std::calloc(bytes, 1)) : nullptr;
-}
-
-uint8_t *Picture_NewUnsetPixels(uint32_t width, uint32_t height)
-{
-    const size_t bytes = PixelBytes(width, height);
-    return bytes != 0 ? static_cast<uint8_t *>(std::malloc(bytes)) : nullptr;
-}
 
 // The first 256 bytes of a file; what it lacks is 0, and so is the byte behind them.
 struct PICTURE_HEAD {
@@ -66,6 +52,8 @@ struct PICTURE_HEAD {
     }
 };
 
+}  // namespace
+
 // An XBM file is C text: its three names appear, in either case, before the first NUL.
 static bool LooksLikeXBM(const PICTURE_HEAD &head)
 {
@@ -77,70 +65,37 @@ static bool LooksLikeXBM(const PICTURE_HEAD &head)
     return true;
 }
 
-uint8_t Picture_Check(const char *path, uint16_t rawPlanes)
+template <typename... Magic>
+static bool Begins(const PICTURE_HEAD &head, Magic... magic)
 {
-    using namespace std::string_view_literals;
-    PICTURE_HEAD head;
-    if (!Bytes_LoadHead(path, std::span(head.Bytes).first(256)))
-        return PICTURE_UNKNOWN;
-    if (rawPlanes == 6 || rawPlanes == 8)
-        return PICTURE_HAM68;
-
-    // The order matters: the last signature that matches wins.
-    uint8_t format = PICTURE_UNKNOWN;
-    if (head.Has(0, "HAM6") || head.Has(0, "HAM8"))
-        format = PICTURE_HAM68;
-    if (head.Has(0, "BM"))
-        format = PICTURE_BMP;
-    if (head[0] == 0x0A)
-        format = PICTURE_PCX;
-    if (head[0] == 'P' && head[1] >= '1' && head[1] <= '6')
-        format = PICTURE_PNM;
-    if ((head.Has(0, "\xFF\xD8\xFF\xE0"sv) && head.Has(6, "JFIF")) ||
-        (head.Has(0, "\xFF\xD8\xFF\xE1"sv) && head.Has(6, "Exif")))
-        format = PICTURE_JPEG;
-    if (head[0] == 0 && head[1] == 0 && head[2] != 0 && head[16] % 8 == 0)
-        format = PICTURE_TGA;
-    if (head.Has(0, "\x89PNG\r\n\x1A\n"))
-        format = PICTURE_PNG;
-    if (head.Has(0, "FORM") && (head.Has(8, "ILBM") || head.Has(8, "PBM ")))
-        format = PICTURE_ILBM;
-    if (LooksLikeXBM(head))
-        format = PICTURE_XBM;
-    if (head.Has(0, "II") || head.Has(0, "MM"))
-        format = PICTURE_TIFF;
-    if (head.Has(0, "GIF8"))
-        format = PICTURE_GIF;
-    if (head.Has(0, "SPRITES"))
-        format = PICTURE_SPRITES;
-    return format;
+    return (head.Has(0, magic) || ...);
 }
 
-static void LoadHAM68(Picture &picture, const char *path, uint16_t hint, uint16_t rawPlanes)
+static bool LooksLikeJPEG(const PICTURE_HEAD &head)
 {
-    HAM68_Load(path, hint, static_cast<uint8_t>(rawPlanes));
-    picture.Width = picture.BufferWidth = HAM68_Header.Width;
-    picture.Height = picture.BufferHeight = HAM68_Header.Height;
+    return (Begins(head, "\xFF\xD8\xFF\xE0"sv) && head.Has(6, "JFIF")) ||
+           (Begins(head, "\xFF\xD8\xFF\xE1"sv) && head.Has(6, "Exif"));
+}
+
+// What most headers give.
+template <typename Header>
+static void Fill(Picture &picture, const Header &header, uint8_t *(*decode)())
+{
+    picture.Width = picture.BufferWidth = static_cast<uint16_t>(header.Width);
+    picture.Height = picture.BufferHeight = static_cast<uint16_t>(header.Height);
+    if constexpr (requires { header.BitsPerPixel; })
+        picture.Bits = static_cast<uint8_t>(header.BitsPerPixel);
+    picture.Pixels = decode();
+}
+
+static void FillHAM68(Picture &picture, uint16_t)
+{
     picture.Bits = HAM68_Header.Planes;
-    picture.Pixels = HAM68_Decoding(HAM68_Header.Planes);
-    HAM68_UnLoad();
+    Fill(picture, HAM68_Header, [] { return HAM68_Decoding(HAM68_Header.Planes); });
 }
 
-// The sequence of most formats.
-template <auto Load, auto *Header, auto Decoding, auto UnLoad>
-static void LoadPlain(Picture &picture, const char *path, uint16_t, uint16_t)
+static void FillJPG(Picture &picture, uint16_t)
 {
-    Load(path);
-    picture.Width = picture.BufferWidth = static_cast<uint16_t>(Header->Width);
-    picture.Height = picture.BufferHeight = static_cast<uint16_t>(Header->Height);
-    picture.Bits = static_cast<uint8_t>(Header->BitsPerPixel);
-    picture.Pixels = Decoding();
-    UnLoad();
-}
-
-static void LoadJPG(Picture &picture, const char *path, uint16_t, uint16_t)
-{
-    JPG_Load(path);
     picture.Width = JPG_Header.Width;
     picture.Height = JPG_Header.Height;
     picture.BufferWidth = static_cast<uint16_t>(JPG_Decoder.PaddedWidth);
@@ -152,96 +107,178 @@ static void LoadJPG(Picture &picture, const char *path, uint16_t, uint16_t)
     picture.ThumbHeight = JPG_Header.ThumbHeight;
     picture.ThumbBufferWidth = static_cast<uint16_t>(JPG_Decoder.ThumbPaddedWidth);
     picture.ThumbBufferHeight = static_cast<uint16_t>(JPG_Decoder.ThumbPaddedHeight);
-    JPG_UnLoad();
 }
 
-static void LoadTIF(Picture &picture, const char *path, uint16_t, uint16_t)
+static void FillTIF(Picture &picture, uint16_t)
 {
-    TIF_Load(path);
-    picture.Width = picture.BufferWidth = TIF_Header.Width;
-    picture.Height = picture.BufferHeight = TIF_Header.Height;
     picture.Bits = TIF_Header.BitsPerSample;
-    picture.Pixels = TIF_Decoding();
-    TIF_UnLoad();
+    Fill(picture, TIF_Header, TIF_Decoding);
 }
 
 // The decoder's rows end on whole bytes of a plane; the record's on its width.
-static void LoadLBM(Picture &picture, const char *path, uint16_t, uint16_t)
+static void FillLBM(Picture &picture, uint16_t)
 {
-    LBM_Load(path);
-    picture.Width = picture.BufferWidth = LBM_Header.Width;
-    picture.Height = picture.BufferHeight = LBM_Header.Height;
     picture.Bits = LBM_Header.Planes;
-    picture.Pixels = LBM_Decoding();
+    Fill(picture, LBM_Header, LBM_Decoding);
     const size_t row = size_t{LBM_Header.Width} * 4, stride = size_t{LBM_Header.BufferWidth} * 4;
     for (size_t y = 1; picture.Pixels && row != stride && y < picture.Height; y++)
         std::memmove(picture.Pixels + y * row, picture.Pixels + y * stride, row);
-    LBM_UnLoad();
 }
 
-static void LoadXBM(Picture &picture, const char *path, uint16_t, uint16_t)
+static void FillXBM(Picture &picture, uint16_t)
 {
-    XBM_Load(path);
-    picture.Width = XBM_Header.Width;
+    Fill(picture, XBM_Header, XBM_Decoding);
     picture.BufferWidth = static_cast<uint16_t>(XBM_Header.BytesPerRow * 8);
-    picture.Height = picture.BufferHeight = XBM_Header.Height;
-    picture.Bits = XBM_Header.BitsPerPixel;
-    picture.Pixels = XBM_Decoding();
-    XBM_UnLoad();
 }
 
-static void LoadGIF(Picture &picture, const char *path, uint16_t hint, uint16_t)
+static void FillGIF(Picture &picture, uint16_t hint)
 {
-    GIF_Load(path);
     picture.Width = picture.BufferWidth = GIF_Header.Width;
     picture.Height = picture.BufferHeight = GIF_Header.Height;
     picture.Bits = GIF_Header.Bits;
     picture.Pixels = GIF_Decoding(hint);
-    GIF_UnLoad();
 }
 
-// What loads each format, by its code; null where nothing decodes it.
-using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hint,
-                                uint16_t rawPlanes);
-static constexpr std::array<PICTURE_LOADER, 13> loaders = {
-    nullptr,                                                     // PICTURE_UNKNOWN
-    LoadHAM68,                                                   // PICTURE_HAM68
-    LoadPlain<BMP_Load, &BMP_Header, BMP_Decoding, BMP_UnLoad>,  // PICTURE_BMP
-    LoadPlain<PCX_Load, &PCX_Header, PCX_Decoding, PCX_UnLoad>,  // PICTURE_PCX
-    LoadPlain<PXM_Load, &PXM_Header, PXM_Decoding, PXM_UnLoad>,  // PICTURE_PNM
-    LoadJPG,                                                     // PICTURE_JPEG
-    LoadPlain<TGA_Load, &TGA_Header, TGA_Decoding, TGA_UnLoad>,  // PICTURE_TGA
-    LoadPlain<PNG_Load, &PNG_Header, PNG_Decoding, PNG_UnLoad>,  // PICTURE_PNG
-    LoadLBM,                                                     // PICTURE_ILBM
-    LoadXBM,                                                     // PICTURE_XBM
-    LoadTIF,                                                     // PICTURE_TIFF
-    LoadGIF,                                                     // PICTURE_GIF
-    LoadPlain<SPR_Load, &SPR_Header, SPR_Decoding, SPR_UnLoad>,  // PICTURE_SPRITES
+static void FreePixels(const Picture &picture)
+{
+    std::free(picture.Pixels);
+    std::free(picture.ThumbPixels);
+}
+
+namespace
+{
+
+// All that is known of a format, in one place. Detected: whether a file's head is one's own. Load,
+// Fill (the decoder's header and pixels into the record) and UnLoad run in this order, Free when
+// the record goes. Load and Fill are null where nothing decodes it.
+struct PICTURE_ROW {
+    PICTURE_FORMAT Format;
+    const char *Name;
+    bool (*Detected)(const PICTURE_HEAD &head);
+    void (*Load)(const char *path, uint16_t hint, uint8_t rawPlanes);
+    void (*Fill)(Picture &picture, uint16_t hint);
+    void (*UnLoad)();
+    void (*Free)(const Picture &picture) = FreePixels;
 };
+
+}  // namespace
+
+template <void (*LoadFile)(const char *path)>
+static void Load(const char *path, uint16_t, uint8_t)
+{
+    LoadFile(path);
+}
+
+static constexpr std::array<PICTURE_ROW, PICTURE_FORMATS> formats = {{
+    {PICTURE_UNKNOWN, "unknown", nullptr, nullptr, nullptr, nullptr},
+    {PICTURE_HAM68, "HAM", [](const PICTURE_HEAD &h) { return Begins(h, "HAM6", "HAM8"); },
+     HAM68_Load, FillHAM68, HAM68_UnLoad},
+    {PICTURE_BMP, "BMP", [](const PICTURE_HEAD &h) { return Begins(h, "BM"); }, Load<BMP_Load>,
+     [](Picture &p, uint16_t) { Fill(p, BMP_Header, BMP_Decoding); }, BMP_UnLoad},
+    {PICTURE_PCX, "PCX", [](const PICTURE_HEAD &h) { return h[0] == 0x0A; }, Load<PCX_Load>,
+     [](Picture &p, uint16_t) { Fill(p, PCX_Header, PCX_Decoding); }, PCX_UnLoad},
+    {PICTURE_PNM, "PNM",
+     [](const PICTURE_HEAD &h) { return h[0] == 'P' && h[1] >= '1' && h[1] <= '6'; },
+     Load<PXM_Load>, [](Picture &p, uint16_t) { Fill(p, PXM_Header, PXM_Decoding); }, PXM_UnLoad},
+    {PICTURE_JPEG, "JPEG", LooksLikeJPEG, Load<JPG_Load>, FillJPG, JPG_UnLoad},
+    {PICTURE_TGA, "TGA",
+     [](const PICTURE_HEAD &h) { return h[0] == 0 && h[1] == 0 && h[2] != 0 && h[16] % 8 == 0; },
+     Load<TGA_Load>, [](Picture &p, uint16_t) { Fill(p, TGA_Header, TGA_Decoding); }, TGA_UnLoad},
+    {PICTURE_PNG, "PNG", [](const PICTURE_HEAD &h) { return Begins(h, "\x89PNG\r\n\x1A\n"); },
+     Load<PNG_Load>, [](Picture &p, uint16_t) { Fill(p, PNG_Header, PNG_Decoding); }, PNG_UnLoad},
+    {PICTURE_ILBM, "ILBM",
+     [](const PICTURE_HEAD &h) {
+         return Begins(h, "FORM") && (h.Has(8, "ILBM") || h.Has(8, "PBM "));
+     },
+     Load<LBM_Load>, FillLBM, LBM_UnLoad},
+    {PICTURE_XBM, "XBM", LooksLikeXBM, Load<XBM_Load>, FillXBM, XBM_UnLoad},
+    {PICTURE_TIFF, "TIFF", [](const PICTURE_HEAD &h) { return Begins(h, "II", "MM"); },
+     Load<TIF_Load>, FillTIF, TIF_UnLoad},
+    {PICTURE_GIF, "GIF", [](const PICTURE_HEAD &h) { return Begins(h, "GIF8"); }, Load<GIF_Load>,
+     FillGIF, GIF_UnLoad, [](const Picture &p) { GIF_FreeFrames(p.Pixels); }},
+    {PICTURE_SPRITES, "sprites", [](const PICTURE_HEAD &h) { return Begins(h, "SPRITES"); },
+     Load<SPR_Load>, [](Picture &p, uint16_t) { Fill(p, SPR_Header, SPR_Decoding); }, SPR_UnLoad,
+     [](const Picture &p) { SPR_FreeImages(p.Pixels); }},
+}};
+static_assert(
+    [] {
+        for (size_t i = 0; i < formats.size(); i++)
+            if (formats[i].Format != i)
+                return false;
+        return true;
+    }(),
+    "a row a format, in the order of their codes");
+
+static const PICTURE_ROW &RowOf(uint8_t format)
+{
+    return formats[format < formats.size() ? format : 0];
+}
+
+const char *Picture_FormatName(uint8_t format)
+{
+    return RowOf(format).Name;
+}
+
+uint8_t Picture_Check(const char *path, uint16_t rawPlanes)
+{
+    PICTURE_HEAD head;
+    if (!Bytes_LoadHead(path, std::span(head.Bytes).first(256)))
+        return PICTURE_UNKNOWN;
+    if (rawPlanes == 6 || rawPlanes == 8)
+        return PICTURE_HAM68;
+    uint8_t found = PICTURE_UNKNOWN;
+    for (const PICTURE_ROW &row : formats)  // the last one that matches wins, on purpose
+        if (row.Detected && row.Detected(head))
+            found = row.Format;
+    return found;
+}
+
+uint8_t Picture_CheckBytes(std::span<const uint8_t> file, uint16_t rawPlanes)
+{
+    const BYTES_OPEN memory(file);
+    return Picture_Check(memory.Path, rawPlanes);
+}
+
+// Loads what is open under the path.
+static Picture LoadOpened(const char *path, uint16_t hint, uint16_t rawPlanes)
+{
+    Reason_Clear();
+    Picture picture{};
+    rawPlanes &= 0xFF;
+    picture.Format = Picture_Check(path, rawPlanes);
+    const PICTURE_ROW &row = RowOf(picture.Format);
+    if (!row.Load) {
+        Reason_Set("not a picture of a known format");
+        return picture;
+    }
+    row.Load(path, hint, static_cast<uint8_t>(rawPlanes));
+    row.Fill(picture, hint);
+    row.UnLoad();
+    if (!picture.Pixels)
+        Reason_Set("damaged, or of a kind that is not supported");
+    return picture;
+}
 
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
 {
     const BYTES_OPEN file(path);
-    Picture picture{};
-    rawPlanes &= 0xFF;
-    picture.Format = Picture_Check(path, rawPlanes);
-    if (const PICTURE_LOADER load = loaders[picture.Format])
-        load(picture, path, hint, rawPlanes);
-    return picture;
+    return LoadOpened(path, hint, rawPlanes);
+}
+
+Picture Picture_LoadBytes(std::span<const uint8_t> file, uint16_t hint, uint16_t rawPlanes)
+{
+    const BYTES_OPEN memory(file);
+    return LoadOpened(memory.Path, hint, rawPlanes);
+}
+
+const char *Picture_Reason()
+{
+    return Reason_Get();
 }
 
 void Picture_UnLoad(Picture picture)
 {
-    if (picture.Format == PICTURE_GIF) {
-        GIF_FreeFrames(picture.Pixels);
-    } else if (picture.Format == PICTURE_SPRITES) {
-        SPR_FreeImages(picture.Pixels);
-    } else {
-        std::free(picture.Pixels);
-        std::free(picture.ThumbPixels);
-        std::free(JPG_Header.Thumbnail);  // should it not have been handed over
-        JPG_Header.Thumbnail = nullptr;
-    }
+    RowOf(picture.Format).Free(picture);
 }
 
 int Picture_Converter(uint8_t mode, const char *path, const Picture &picture)

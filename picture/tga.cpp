@@ -4,11 +4,10 @@
 #include <cstring>
 
 #include "extra/bytes.h"
-#include "picture/picture.h"
 #include "picture/pixels.h"
 
-TGA_HEADER TGA_Header;
-BYTES_BUFFER TGA_File;
+constinit thread_local TGA_HEADER TGA_Header{};
+constinit thread_local BYTES_BUFFER TGA_File{};
 
 constexpr size_t TGA_HeaderSize = 18;
 constexpr size_t TGA_FooterSize = 26;  // of version 2
@@ -109,7 +108,7 @@ uint8_t *TGA_Decoding()
     const std::span<const uint8_t> data = Bytes_GetSpan(TGA_File, TGA_HeaderSize, ImageSize());
     const size_t row = h.Width * PixelSize();
     if (h.ImageType != TGA_Plain || (h.BitsPerPixel != 24 && h.BitsPerPixel != 32) ||
-        data.size() < row || data.size() < ImageSize() / Picture_LeastShare)
+        data.size() < row || data.size() < ImageSize() / Picture_MinShare)
         return nullptr;
     uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)

@@ -20,8 +20,8 @@ struct TGA_HEADER : TGA_SIZE {
 };
 
 /// The file being decoded, one at a time. The header stays after TGA_UnLoad.
-extern TGA_HEADER TGA_Header;
-extern BYTES_BUFFER TGA_File;  // the image, runs expanded
+extern constinit thread_local TGA_HEADER TGA_Header;
+extern constinit thread_local BYTES_BUFFER TGA_File;  // the image, runs expanded
 
 /// Reads a file and expands its runs, to the size that the header tells and to what the file can
 /// carry.
