@@ -307,9 +307,9 @@ static void MakeTriples(const PNG_HUFFMAN &table)
     };
     const auto putAll = [&](TRIPLES &to, const TRIPLES &rests, uint32_t widest) {
         for (uint32_t width = 0; width <= widest; width++) {
-            uint32_t *const table = to.data() + (1u << width);
-            std::fill_n(table, 1u << width, 0);
-            put(table, rests, width);
+            uint32_t *const sized = to.data() + (1u << width);
+            std::fill_n(sized, 1u << width, 0);
+            put(sized, rests, width);
         }
     };
     TRIPLES &triples = Extra_Local(Inflate_Triples);
