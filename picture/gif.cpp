@@ -460,6 +460,8 @@ void GIF_Load(const char *path)
         GIF_File = Bytes_LoadFile(path);
         ReadHeader();
         GIF_LoadFrames(*GIF_Loaded);
+        if (Picture_Rules == PICTURE_RULES_FORMAT)
+            GIF_Loaded->Codes = std::exchange(GIF_File, {});
     });
     if (GIF_Loaded)
         GIF_Frames = GIF_Loaded->Frames;
@@ -583,7 +585,21 @@ static void FillBackground(const GIF_PICTURE &gif, uint8_t *screen)
         Pixels_Put(screen + i, pixel);
 }
 
-// Whether a frame leaves nothing to be seen of what was before it, then or later.
+// A frame's indexes, as many as its data hold.
+static std::span<const uint8_t> IndexesOf(const GIF_FRAME &frame, BYTES_BUFFER &indexes)
+{
+    const size_t count = size_t{frame.Width} * frame.Height;
+    indexes.resize(count + OutputPadding(frame.MinimumCodeSize));
+    return {indexes.data(),
+            GIF_LZW_Decompress(frame, {frame.Data, frame.DataSize}, indexes.data(), count)};
+}
+
+static bool IsWhole(const GIF_FRAME &frame, std::span<const uint8_t> indexes)
+{
+    return indexes.size() == size_t{frame.Width} * frame.Height;
+}
+
+// Whether a frame, if it is whole, leaves nothing to be seen of what was before it, then or later.
 static bool HidesAll(const GIF_PICTURE &gif, const GIF_FRAME &frame)
 {
     return frame.Left == 0 && frame.Top == 0 && frame.Width >= gif.Header.Width &&
@@ -591,26 +607,22 @@ static bool HidesAll(const GIF_PICTURE &gif, const GIF_FRAME &frame)
            frame.Disposal != GIF_DisposeRestore;
 }
 
-// Draws a frame on the screen by the format's rules; returns how many of its pixels were there.
-static size_t DrawFrame(const GIF_PICTURE &gif, const GIF_FRAME &frame, BYTES_BUFFER &indexes,
-                        uint8_t *screen)
+// Draws a frame on the screen by the format's rules.
+static void DrawFrame(const GIF_PICTURE &gif, const GIF_FRAME &frame,
+                      std::span<const uint8_t> indexes, uint8_t *screen)
 {
-    const size_t width = frame.Width, count = width * frame.Height;
-    indexes.resize(count + OutputPadding(frame.MinimumCodeSize));
-    const size_t made =
-        GIF_LZW_Decompress(frame, {frame.Data, frame.DataSize}, indexes.data(), count);
+    const size_t width = frame.Width;
     const size_t right = std::min<size_t>(gif.Header.Width, frame.Left + width);
     const PIXELS_PALETTE &palette =
         frame.HasLocalPalette ? frame.LocalPalette : gif.Header.GlobalPalette;
     const int hidden = frame.HasTransparency ? frame.TransparentIndex : -1;
     size_t first = 0;
     const auto draw = [&](size_t y) {
-        const size_t at = std::min(first, made), end = std::min(first + width, made);
+        const auto stored = Bytes_GetSpan(indexes, first, width);
         first += width;
         if (frame.Top + y >= gif.Header.Height || frame.Left >= right)
             return;
-        const std::span row =
-            std::span(indexes).subspan(at, std::min(end - at, right - frame.Left));
+        const auto row = Bytes_GetSpan(stored, 0, right - frame.Left);
         uint8_t *out = screen + ((frame.Top + y) * gif.Header.Width + frame.Left) * 4;
         if (hidden < 0)
             return Pixels_FromIndexes(row, palette, out);
@@ -627,7 +639,6 @@ static size_t DrawFrame(const GIF_PICTURE &gif, const GIF_FRAME &frame, BYTES_BU
     else
         for (size_t y = 0; y < frame.Height; y++)
             draw(y);
-    return made;
 }
 
 uint8_t *GIF_Decoding(uint16_t mode)
@@ -651,14 +662,15 @@ uint8_t *GIF_Decoding(uint16_t mode)
             gif.FirstOwned = 1;
             return true;
         }
-        if (!HidesAll(gif, gif.Frames[0]))
+        const GIF_FRAME &frame = gif.Frames[0];
+        BYTES_BUFFER buffer;
+        const auto indexes = IndexesOf(frame, buffer);
+        if (!IsWhole(frame, indexes))
+            Reason_Set("frame 1 ends after %zu of %zu pixels", indexes.size(),
+                       size_t{frame.Width} * frame.Height);
+        if (!IsWhole(frame, indexes) || !HidesAll(gif, frame))
             FillBackground(gif, first);
-        BYTES_BUFFER indexes;
-        const size_t made = DrawFrame(gif, gif.Frames[0], indexes, first);
-        const size_t count = size_t{gif.Frames[0].Width} * gif.Frames[0].Height;
-        if (made < count)
-            Reason_Set("frame 1 ends after %zu of %zu pixels", made, count);
-        gif.Codes = std::exchange(GIF_File, {});
+        DrawFrame(gif, frame, indexes, first);
         return true;
     });
     if (!done) {
@@ -702,18 +714,23 @@ static void ClearRectangle(const GIF_PICTURE &gif, const GIF_FRAME &frame, uint8
         std::memset(screen + (y * width + frame.Left) * 4, 0, (right - frame.Left) * 4);
 }
 
+// Takes the frame on top away as it is to be.
+static void Dispose(const GIF_PICTURE &gif, GIF_CANVAS &canvas)
+{
+    const GIF_FRAME &frame = gif.Frames[canvas.Laid - 1];
+    if (frame.Disposal == GIF_DisposeClear)
+        ClearRectangle(gif, frame, canvas.Screen.data());
+    else if (frame.Disposal == GIF_DisposeRestore)
+        std::swap(canvas.Screen, canvas.Below);
+}
+
 // Lays the next frame on the canvas.
 static void LayFrame(const GIF_PICTURE &gif, GIF_CANVAS &canvas)
 {
     const GIF_FRAME &frame = gif.Frames[canvas.Laid];
-    const uint8_t before = canvas.Laid > 0 ? gif.Frames[canvas.Laid - 1].Disposal : uint8_t{0};
-    if (before == GIF_DisposeClear)
-        ClearRectangle(gif, gif.Frames[canvas.Laid - 1], canvas.Screen.data());
-    else if (before == GIF_DisposeRestore)
-        std::swap(canvas.Screen, canvas.Below);
     if (frame.Disposal == GIF_DisposeRestore)
         canvas.Below = canvas.Screen;
-    DrawFrame(gif, frame, canvas.Indexes, canvas.Screen.data());
+    DrawFrame(gif, frame, IndexesOf(frame, canvas.Indexes), canvas.Screen.data());
     canvas.Laid++;
 }
 
@@ -725,16 +742,22 @@ bool GIF_Compose(const GIF_PICTURE &gif, size_t n, GIF_CANVAS &canvas)
     }
     return Reason_Guard([&gif, n, &canvas] {
         const size_t laid = canvas.Laid <= n + 1 ? canvas.Laid : 0;
+        const auto isStart = [&gif, &canvas](const GIF_FRAME &frame) {
+            return HidesAll(gif, frame) && IsWhole(frame, IndexesOf(frame, canvas.Indexes));
+        };
         size_t start = n;
-        while (start > laid && !HidesAll(gif, gif.Frames[start]))
+        while (start > laid && !isStart(gif.Frames[start]))
             start--;
         if (start > laid || laid == 0) {
             canvas.Screen.resize(gif.Header.Size);
             FillBackground(gif, canvas.Screen.data());
             canvas.Laid = start;
-        }
-        while (canvas.Laid <= n)
             LayFrame(gif, canvas);
+        }
+        while (canvas.Laid <= n) {
+            Dispose(gif, canvas);
+            LayFrame(gif, canvas);
+        }
         return true;
     });
 }

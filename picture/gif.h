@@ -81,8 +81,8 @@ extern constinit thread_local size_t GIF_Position;  // next byte to read
 /// Reads a file. By the framework's rules its frames are decompressed to indexes, those that a
 /// frame's data lack being 0. Each frame is charged 4 bytes per pixel of the screen or of itself,
 /// whichever is more; loading stops, with a reason, where the total passes what is believed of a
-/// file of this size, or Picture_MaxBytes. Leaves byte heap 0 current, last in first out, and
-/// without a buffer. GIF_File is gathered in place.
+/// file of this size, or Picture_MaxBytes. GIF_File is gathered in place; by the format's rules it
+/// goes to the picture. Leaves byte heap 0 current, last in first out, and without a buffer.
 void GIF_Load(const char *path);
 
 /// Returns the first frame's picture, which GIF_FreeFrames frees; null, with a reason, without
