@@ -26,21 +26,6 @@ static auto Retry(const Call &call) -> decltype(call())
     return result;
 }
 
-// Follows symbolic links, also to a file that does not exist yet.
-static int Resolve(std::filesystem::path &path)
-{
-    std::error_code error;
-    for (int i = 0; i < Replace_MaxLinks; i++) {
-        if (!std::filesystem::is_symlink(std::filesystem::symlink_status(path, error)))
-            return 0;
-        const std::filesystem::path link = std::filesystem::read_symlink(path, error);
-        if (error)
-            return error.value();
-        path = path.parent_path() / link;  // an absolute one replaces all of it
-    }
-    return ELOOP;
-}
-
 static int WhyNotReplaceable(const std::string &path, const struct stat &status)
 {
     if (S_ISDIR(status.st_mode))
@@ -73,14 +58,30 @@ static int CreateBeside(REPLACE &file, mode_t mode)
     return descriptor;
 }
 
+int Replace_Resolve(std::string &path)
+{
+    std::filesystem::path target = path;
+    std::error_code error;
+    for (int i = 0; i < Replace_MaxLinks; i++) {
+        if (!std::filesystem::is_symlink(std::filesystem::symlink_status(target, error))) {
+            path = target;
+            return 0;
+        }
+        const std::filesystem::path link = std::filesystem::read_symlink(target, error);
+        if (error)
+            return error.value();
+        target = target.parent_path() / link;  // an absolute one replaces all of it
+    }
+    return ELOOP;
+}
+
 int Replace_Open(REPLACE &file, const std::string &path)
 {
     Replace_Discard(file);
-    std::filesystem::path target = path;
-    int error = Resolve(target);
+    file.Target = path;
+    int error = Replace_Resolve(file.Target);
     if (error != 0)
         return error;
-    file.Target = target;
     struct stat status;
     const bool exists = stat(file.Target.c_str(), &status) == 0;
     if (!exists && errno != ENOENT)

@@ -17,6 +17,10 @@ struct REPLACE {
     REPLACE &operator=(const REPLACE &) = delete;
 };
 
+/// Follows symbolic links from `path`, also to a file that does not exist yet. Returns 0 or an
+/// errno.
+int Replace_Resolve(std::string &path);
+
 /// Opens a new file beside `path`, for writing in binary. It takes the mode of the file there, or
 /// the umask's; of a symbolic link what it points to is replaced, and the link stays. The name is
 /// new, so what a killed writer left is never in the way.
