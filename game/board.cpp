@@ -87,7 +87,8 @@ static void LoadTextures()
     for (const auto &tile : tiles) {
         tile.texture = GLFEW_LoadTexture(tile.file, 0, 0);
         if (tile.texture == 0 && ++others == 0)
-            missing = std::string(tile.file) + ": no picture: " + Reason_Get();
+            missing = std::string(tile.file) +
+                      ": no picture: " + (*Reason_Get() ? Reason_Get() : "it does not decode");
     }
     if (others < 0)
         return;
