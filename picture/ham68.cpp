@@ -6,10 +6,10 @@
 #include <span>
 
 #include "extra/bytes.h"
-#include "picture/picture.h"
+#include "picture/pixels.h"
 
-HAM68_HEADER HAM68_Header;
-BYTES_BUFFER HAM68_File;
+constinit thread_local HAM68_HEADER HAM68_Header{};
+constinit thread_local BYTES_BUFFER HAM68_File{};
 
 const std::array<uint16_t, 16> HAM68_Colors16 = [] {
     std::array<uint16_t, 16> greys{};
@@ -110,7 +110,7 @@ static bool IsPossible()
         HAM68_File.size() <= h.DataOffset || (squeezed && PaletteSize(h.Planes) == 0))
         return false;
     const size_t most = (HAM68_File.size() - h.DataOffset) * (squeezed ? HAM68_MostOutOfOne : 1);
-    return PlaneBytes() / Picture_LeastShare <= most;
+    return PlaneBytes() / Picture_MinShare <= most;
 }
 
 void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes)

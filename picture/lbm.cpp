@@ -8,11 +8,11 @@
 #include <type_traits>
 
 #include "extra/bytes.h"
-#include "picture/picture.h"
+#include "picture/pixels.h"
 
-LBM_HEADER LBM_Header;
-BYTES_BUFFER LBM_File;
-size_t LBM_Position;
+constinit thread_local LBM_HEADER LBM_Header{};
+constinit thread_local BYTES_BUFFER LBM_File{};
+constinit thread_local size_t LBM_Position{};
 
 static constexpr uint32_t ID(std::string_view text)
 {
@@ -166,7 +166,7 @@ static bool IsPossible()
         return false;
     const size_t most = h.Compression == LBM_ByteRun1 ? 64 : 1;  // bytes out of one
     const size_t body = Bytes_GetSpan(LBM_File, h.BodyOffset).size() * most;
-    return body != 0 && RowBytes(ShortPlane()) * h.Height / Picture_LeastShare <= body;
+    return body != 0 && RowBytes(ShortPlane()) * h.Height / Picture_MinShare <= body;
 }
 
 // The file up to its BODY, then the BODY expanded.

@@ -33,9 +33,9 @@ struct LBM_HEADER {
 };
 
 /// The file being decoded, one at a time. The header stays after LBM_UnLoad.
-extern LBM_HEADER LBM_Header;
-extern BYTES_BUFFER LBM_File;  // the image, its BODY expanded and last
-extern size_t LBM_Position;    // next byte to read; beyond the size: cut short
+extern constinit thread_local LBM_HEADER LBM_Header;
+extern constinit thread_local BYTES_BUFFER LBM_File;  // the image, its BODY expanded and last
+extern constinit thread_local size_t LBM_Position;  // next byte to read; beyond the size: cut short
 
 /// Big-endian numbers at LBM_Position; what is past the end reads as 0.
 uint8_t LBM_GetByte();

@@ -4,10 +4,10 @@
 #include <cstring>
 
 #include "extra/bytes.h"
-#include "picture/picture.h"
+#include "picture/pixels.h"
 
-PCX_HEADER PCX_Header;
-BYTES_BUFFER PCX_File;
+constinit thread_local PCX_HEADER PCX_Header{};
+constinit thread_local BYTES_BUFFER PCX_File{};
 
 constexpr size_t PCX_HeaderSize = 128;
 constexpr size_t PCX_PaletteSize = 256 * 3;  // at the end of a file of 256 colours
@@ -153,7 +153,7 @@ uint8_t *PCX_Decoding()
     const PCX_HEADER &h = PCX_Header;
     const std::span<const uint8_t> data = PixelData();
     if (!IsKnown() || data.size() < RowSize() ||
-        data.size() < RowSize() * h.Height / Picture_LeastShare)
+        data.size() < RowSize() * h.Height / Picture_MinShare)
         return nullptr;
     uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)

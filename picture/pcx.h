@@ -21,8 +21,8 @@ struct PCX_HEADER {
 };
 
 /// The file being decoded, one at a time. The header stays after PCX_UnLoad.
-extern PCX_HEADER PCX_Header;
-extern BYTES_BUFFER PCX_File;  // the image, runs expanded
+extern constinit thread_local PCX_HEADER PCX_Header;
+extern constinit thread_local BYTES_BUFFER PCX_File;  // the image, runs expanded
 
 /// Reads a file and expands its runs, to the size that the header tells and to what the file can
 /// carry. A bytes-per-line field too small for the width is not believed.

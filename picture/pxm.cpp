@@ -4,12 +4,11 @@
 #include <bit>
 
 #include "extra/bytes.h"
-#include "picture/picture.h"
 #include "picture/pixels.h"
 
-PXM_HEADER PXM_Header;
-BYTES_BUFFER PXM_File;
-size_t PXM_Position;
+constinit thread_local PXM_HEADER PXM_Header{};
+constinit thread_local BYTES_BUFFER PXM_File{};
+constinit thread_local size_t PXM_Position{};
 
 static constexpr PIXELS_BILEVEL PXM_Bits = Pixels_MakeBilevel(true);
 static constexpr size_t PXM_NumberLength = 7;  // characters, as System_ReadNumber takes
@@ -214,7 +213,7 @@ uint8_t *PXM_Decoding()
     const PXM_HEADER &h = PXM_Header;
     const size_t stored = Bytes_GetSpan(PXM_File, PXM_Position).size();
     if (h.BitsPerPixel == 0 || h.Width == 0 || stored < ShortestRow() ||
-        stored < ShortestRow() * h.Height / Picture_LeastShare)
+        stored < ShortestRow() * h.Height / Picture_MinShare)
         return nullptr;
     uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)

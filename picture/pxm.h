@@ -16,9 +16,9 @@ struct PXM_HEADER {
 };
 
 /// The file being decoded, one at a time. The header stays after PXM_UnLoad.
-extern PXM_HEADER PXM_Header;
-extern BYTES_BUFFER PXM_File;
-extern size_t PXM_Position;  // next byte to read
+extern constinit thread_local PXM_HEADER PXM_Header;
+extern constinit thread_local BYTES_BUFFER PXM_File;
+extern constinit thread_local size_t PXM_Position;  // next byte to read
 
 /// Reads a file and its header. The line behind the magic is skipped, whatever it holds, unless it
 /// begins with a digit; further comment lines may stand before each number.

@@ -4,12 +4,11 @@
 #include <string_view>
 
 #include "extra/bytes.h"
-#include "picture/picture.h"
 #include "picture/pixels.h"
 #include "platform/system.h"
 
-XBM_HEADER XBM_Header;
-BYTES_BUFFER XBM_File;
+constinit thread_local XBM_HEADER XBM_Header{};
+constinit thread_local BYTES_BUFFER XBM_File{};
 
 constexpr int8_t XBM_EitherCase = -32;  // for System_StrSearch
 constexpr size_t XBM_Padding = 8;       // NULs behind the text: how far a number may be read

@@ -20,8 +20,8 @@ struct XBM_HEADER {
 };
 
 /// The file being decoded, one at a time. The header stays after XBM_UnLoad.
-extern XBM_HEADER XBM_Header;
-extern BYTES_BUFFER XBM_File;  // the text and some NULs
+extern constinit thread_local XBM_HEADER XBM_Header;
+extern constinit thread_local BYTES_BUFFER XBM_File;  // the text and some NULs
 
 /// Reads a file and finds its numbers. A file without bits, or of bits too few for a row, leaves
 /// XBM_File empty.
