@@ -55,7 +55,7 @@ static pid_t ProbeSound()
     std::signal(SIGABRT, SIG_DFL);
     if (!std::freopen("/dev/null", "w", stderr) || !std::freopen("/dev/null", "w", stdout))
         _exit(EXIT_FAILURE);
-    Pa_Initialize();
+    Audio_Init(2);
     _exit(EXIT_SUCCESS);
 }
 

@@ -38,6 +38,7 @@ Generate minefield...
 LOST = "Game Over - You have stepped on a mine!\n"
 WON = "Game Over - You have detected all mines!\n"
 QUESTION = "What is your name? "
+AGAIN = "Enter closes, a new game: n "
 GOODBYE = "\nThank you for the playing. See U next time!\n\n"
 DEFAULT = ["NoName", "59:59:59:1000, 10000"]
 
@@ -335,25 +336,80 @@ class Games(unittest.TestCase):
         game.key("Escape")
         self.assertEqual(game.finish(), (0, "No sound: the sound system cannot be started\n"))
 
-    def test_the_installed_game(self):
+    def install(self):
         prefix, home = os.path.join(self.folder.path, "prefix"), os.path.join(self.folder.path, "home")
         subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], check=True, capture_output=True)
+        return prefix, home, os.path.join(prefix, "bin", "tessaruvinel")
+
+    def test_the_installed_game(self):
+        prefix, home, launcher = self.install()
         share = os.path.join(prefix, "share")
         # The player's own folder: the one that is shared, as with a prefix of ~/.local, and one apart.
         for name, data, own in [("owner", share, share), ("other", "", os.path.join(home, ".local/share"))]:
             # Without the fixed time: a launcher that has it, and a sanitizer in what it starts, deadlock.
             self.environment = {"HOME": home, "XDG_DATA_HOME": data, "ASAN_OPTIONS": FIXED_TIME["ASAN_OPTIONS"]}
-            game = self.win(3, 3, 0, program=os.path.join(prefix, "bin", "tessaruvinel"))
-            game.wait_for("What is your name? ")
+            game = self.win(3, 3, 0, program=launcher, until=QUESTION)
             game.type(name + "\n")
+            game.wait_for(AGAIN)
+            game.type("\n")
             self.assertIn("Title: ", self.end(game))
             with open(os.path.join(own, "tessaruvinel/datas/topten_3x3_0.txt")) as file:
                 self.assertEqual(file.read().split("\n")[:3:2], [name, "NoName"])
+        # A tile of the player's own stays, an old link is renewed; then another game of the same field.
+        datas = os.path.join(own, "tessaruvinel/datas")
+        for tile, link in [("Flag", os.path.join(DATAS, "Flag.ham8")), ("Mine", "/old/share/tessaruvinel/datas/Mine.ham8")]:
+            os.remove(f"{datas}/{tile}.ham8")
+            os.symlink(link, f"{datas}/{tile}.ham8")
+        game = self.start("--small", program=launcher)
+        self.assertEqual(os.readlink(f"{datas}/Flag.ham8"), os.path.join(DATAS, "Flag.ham8"))
+        self.assertEqual(os.readlink(f"{datas}/Mine.ham8"), os.path.join(share, "tessaruvinel/datas/Mine.ham8"))
+        game.key("Escape")
+        game.wait_for(AGAIN)
+        game.type("n\n")
+        game.wait_for("OK, let's play.")
+        self.display.xdotool("search", "--sync", "--name", "flags 0 of 10")
+        game.key("Escape")
+        game.wait_for(AGAIN)
+        game.type("\n")
+        self.assertEqual(self.end(game).count("X dimension : 8\nY dimension : 8\nMines       : 10\n"), 2)
+
         for name in ["applications/tessaruvinel.desktop", "man/man6/tessaruvinel.6",
                      "icons/hicolor/256x256/apps/tessaruvinel.png", "tessaruvinel/datas/Base.ham8"]:
             self.assertTrue(os.path.exists(os.path.join(share, name)), name)
         with open(os.path.join(share, "applications/tessaruvinel.desktop")) as file:
             self.assertIn("Terminal=true\n", file.read())
+
+    def test_what_the_launcher_says(self):
+        launcher = self.install()[2]
+        play = os.path.join(os.path.dirname(DATAS), "play")
+
+        def run(arguments, program=launcher, **environment):
+            result = subprocess.run([program, *arguments.split()], cwd=self.folder.path, capture_output=True, text=True,
+                                    env={"PATH": os.environ["PATH"], "HOME": self.folder.path, **environment})
+            return result.returncode, result.stdout, result.stderr
+
+        for program in launcher, play:
+            self.assertEqual(run("--version", program), (0, "Tessaruvinel 3.23\n", ""))
+            status, printed, errors = run("5 5 --help", program)
+            self.assertEqual((status, errors), (0, ""))
+            self.assertRegex(printed, r"\AUsage: (\./play|tessaruvinel) \[OPTION...\] \[xDim yDim nMines\]\n")
+        nowhere = (1, "", "tessaruvinel: no HOME: where to keep the tables is unknown\n")
+        self.assertEqual(run("", HOME=""), nowhere)
+        for environment in {"XDG_DATA_HOME": "share"}, {"HOME": "home"}:
+            status, printed, errors = run("", **environment)
+            self.assertEqual((status, printed), (1, ""))
+            self.assertRegex(errors, r"\Atessaruvinel: '[^\n]*' is no absolute path: [^\n]+\n\Z")
+        for arguments, why in [
+            ("3 3", "not three numbers, but 2"), ("a 3 4", "'a' is no number or option"),
+            ("--large 5", "not three numbers, but 4"), ("1 10 5", "the width 1 is not 2 to 64"),
+            ("10 0065 5", "the height 0065 is not 2 to 64"), ("3 3 9", "9 mines are too many for 3 by 3"),
+            ("266 08 300", None), ("--medium", None), ("", None),  # the game takes these, and has no display
+        ]:
+            status, printed, errors = run(arguments)
+            lines = errors.splitlines()
+            self.assertEqual((status, printed), (1, ""))
+            self.assertRegex(lines.pop(), "^No window: ")
+            self.assertEqual(lines, [f"tessaruvinel: {why}: playing 10 by 10 with 20 mines"] if why else [])
 
     def test_without_a_display(self):
         run = subprocess.run([PROGRAM], cwd=self.folder.path, capture_output=True, text=True,
