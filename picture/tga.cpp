@@ -161,23 +161,23 @@ void TGA_Load(const char *path)
     });
 }
 
-// 5 bits each of red, green and blue from bit 10 down, brought to 8 by repeating their own; bit 15
-// is the alpha of files that have one.
-static uint32_t FromWord(uint32_t word, bool alpha)
+// 5 bits each of red, green and blue from bit 10 down, brought to 8 by repeating their own. Bit 15
+// is left out: files call it alpha and leave it 0 throughout.
+static uint32_t FromWord(uint32_t word)
 {
     const auto wide = [word](int shift) {
         const uint32_t value = word >> shift & 31;
         return value << 3 | value >> 2;
     };
-    return Pixels_Pack(wide(10), wide(5), wide(0), alpha && word >> 15 == 0 ? 0 : 255);
+    return Pixels_Pack(wide(10), wide(5), wide(0), 255);
 }
 
 // A pixel or an entry of a colour map of 15, 16, 24 or 32 bits.
-static uint32_t FromEntry(const uint8_t *entry, uint8_t bits, bool alpha)
+static uint32_t FromEntry(const uint8_t *entry, uint8_t bits)
 {
     if (bits <= 16)
-        return FromWord(entry[0] | static_cast<uint32_t>(entry[1]) << 8, alpha);
-    return Pixels_Pack(entry[2], entry[1], entry[0], bits == 32 && alpha ? entry[3] : 255);
+        return FromWord(entry[0] | static_cast<uint32_t>(entry[1]) << 8);
+    return Pixels_Pack(entry[2], entry[1], entry[0], bits == 32 ? entry[3] : 255);
 }
 
 // The colours by index; what the map does not have is opaque black.
@@ -189,7 +189,7 @@ static std::vector<uint32_t> ReadMap()
     for (size_t i = 0; i < h.MapLength && h.MapFirst + i < colours.size(); i++) {
         const auto bytes = Bytes_GetSpan(TGA_File, start + i * entry, entry);
         if (bytes.size() == entry)
-            colours[h.MapFirst + i] = FromEntry(bytes.data(), h.MapBits, h.MapBits == 32);
+            colours[h.MapFirst + i] = FromEntry(bytes.data(), h.MapBits);
     }
     return colours;
 }
@@ -232,7 +232,7 @@ static void DecodeRare(std::span<const uint8_t> data, uint8_t *pixels)
             return Pixels_Pack(p[0], p[0], p[0], wide ? p[1] : 255);
         });
     } else {
-        each([&h](const uint8_t *p) { return FromEntry(p, h.BitsPerPixel, h.AlphaBits != 0); });
+        each([&h](const uint8_t *p) { return FromEntry(p, h.BitsPerPixel); });
     }
 }
 
@@ -279,8 +279,7 @@ uint8_t *TGA_Decoding()
         uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
         if (!pixels)
             return nullptr;
-        const bool plain =
-            h.BitsPerPixel == 24 || (h.BitsPerPixel == 32 && (!ByFormat() || h.AlphaBits != 0));
+        const bool plain = h.BitsPerPixel >= 24;
         if (h.ImageType == TGA_TrueColour && plain)
             DecodePlain(data, pixels);
         else

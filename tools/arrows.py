@@ -11,7 +11,7 @@ import fnmatch, pathlib, re, sys
 TABLE = [
     ("ground", "platform/system platform/state extra/*", "ground"),
     ("pixels", "picture/pixels", "ground"),
-    ("coders", "picture/inflate picture/fax", "ground pixels"),
+    ("coders", "picture/inflate picture/fax picture/packbits picture/bits", "ground pixels"),
     ("jpg", "picture/jpg picture/jpg_*", "ground pixels"),
     ("picture", "picture/picture", "ground pixels jpg decoders"),
     ("raster", "picture/picture_* picture/graphics picture/draw picture/charset picture/charset_* "
