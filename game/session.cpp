@@ -2,12 +2,14 @@
 
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <span>
 #include <string>
+#include <utility>
 
 #include <poll.h>
 #include <sys/prctl.h>
@@ -40,14 +42,34 @@ constexpr int EventPeriod = 50;  // milliseconds between looks at the window's e
 static std::atomic<int> endSignal;  // that asked the program to end; 0: none
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler stores it");
 
-// ---- set-up ----
+static int volume = 100;  // of the music, percent; 0: no stream is opened
+
+// Takes the volume from the environment, and tells the sound servers who plays.
+static void ReadSoundSettings()
+{
+    for (const auto &[name, value] :
+         {std::pair{"PULSE_PROP_OVERRIDE", "application.name=Tessaruvinel media.role=game"},
+          std::pair{"PIPEWIRE_ALSA", "{ application.name = Tessaruvinel, media.role = Game }"}})
+        setenv(name, value, 0);
+    const char *text = std::getenv("TESSARUVINEL_VOLUME");
+    if (!text)
+        return;
+    const char *end = text + std::strlen(text);
+    int value = -1;
+    const auto [rest, error] = std::from_chars(text, end, value);
+    if (error == std::errc() && rest == end && value >= 0 && value <= 100)
+        volume = value;
+    else
+        std::fprintf(stderr, "TESSARUVINEL_VOLUME is not 0 to 100: 100 is taken\n");
+}
 
 // The sound system's library asserts what some machines do not have, such as a default device.
-// Whether it starts is tried in a process of its own, while the board is being built.
+// Whether it starts is tried in a process of its own, while the board is being built: gives that,
+// or 0 where there is nothing to try.
 static pid_t ProbeSound()
 {
-    const pid_t probe = fork();
-    if (probe != 0)
+    const pid_t probe = volume != 0 ? fork() : 0;
+    if (probe != 0 || volume == 0)
         return probe;
     const rlimit noCore = {0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
@@ -67,12 +89,23 @@ static bool SoundStarts(pid_t probe)
     return !WIFSIGNALED(status);
 }
 
+// The stream's callback: the engine's, at the player's volume.
+static int PlayAtVolume(const void *input, void *output, unsigned long frames,
+                        const PaStreamCallbackTimeInfo *timing, unsigned long status, void *user)
+{
+    const int result = PortAudio_CallBack(input, output, frames, timing, status, user);
+    for (int16_t &sample : std::span(static_cast<int16_t *>(output), frames * Audio_Channel))
+        sample = static_cast<int16_t>(sample * volume / 100);
+    return result;
+}
+
 static void StartMusic(bool sound)
 {
-    if (!sound) {
-        Audio_FirstPlay = 2;  // as after a stream that could not be opened
+    if (!sound)
         std::fprintf(stderr, "No sound: the sound system cannot be started\n");
-    }
+    if (!sound || volume == 0)
+        Audio_FirstPlay = 2;  // as after a stream that could not be opened
+    Audio_StreamCallBack = PlayAtVolume;
     Audio_Init(2);
     Audio_SetMixer(16, 44100, 32768, 32768);
     Audio_SetMode(1);
@@ -114,6 +147,7 @@ static void EndWithoutDisplay();
 
 void Velmorandis()
 {
+    ReadSoundSettings();
     const pid_t probe = ProbeSound();
     const bool window = CreateApplication(
         0, 0, 1024, 768, "Tessaruvinel v3.23 - a VELMORANDIS production", "", "", 255, 255, 0, 255);
@@ -138,8 +172,6 @@ void Velmorandis()
     CatchSignals();
     Timer_Create(0, 10000000);
 }
-
-// ---- the end ----
 
 // Prints that the table cannot be read or written, and why, once for each error.
 static void Complain(const char *what, int error)

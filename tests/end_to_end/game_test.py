@@ -1,5 +1,6 @@
 """Whole games with the real program in a real window: game_test.py BUILD DATAS [TEST...]"""
 
+import array
 import os
 import re
 import signal
@@ -328,6 +329,28 @@ class Games(unittest.TestCase):
             status, errors = game.finish()
             self.assertEqual(status, 0)
             self.assertRegex(errors, rf"\A{line}; looked for in {self.folder.path}\n\Z")
+
+    def test_volume_of_the_music(self):
+        """Half as loud is half of every sample; at 0 no sound card is opened."""
+        heard = []
+        for volume in 100, 50, 0:
+            captured = os.path.join(self.folder.path, f"captured{volume}")
+            conf = "".join(f"pcm.!{name} {{ type null }}\n" for name in ("first", "second"))
+            conf += f'pcm.!default {{ type file file "{captured}" format raw slave.pcm {{ type null }} }}\n'
+            with open(os.path.join(self.folder.path, "alsa.conf"), "w") as file:
+                file.write(conf)
+            self.environment.update(ALSA_CONFIG_PATH=file.name, JACK_NO_START_SERVER="1", TESSARUVINEL_VOLUME=str(volume))
+            game = self.start(2, 2, 1)
+            game.key("Escape")
+            self.end(game)
+            if volume == 0:
+                self.assertFalse(os.path.exists(captured))
+            else:
+                with open(captured, "rb") as file:
+                    heard.append(array.array("h", file.read(262144)))
+        whole, half = heard
+        self.assertGreater(max(whole), 1000)
+        self.assertEqual([int(sample / 2) for sample in whole], list(half))
 
     def test_without_sound(self):
         """The sound system's library ends a program by an assertion when it finds no default device."""
