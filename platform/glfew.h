@@ -102,6 +102,15 @@ void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode);
 /// second time changes nothing.
 void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
 
+/// Takes the window off the screen; delivers the events of a window that shows nothing more.
+/// Without a window they do nothing.
+void GLFEW_HideWindow();
+void GLFEW_AnswerEvents();
+
+/// Has `end` called when the connection to an X display breaks, on the thread that found out. It
+/// must end the process without calling anything here.
+void GLFEW_WhenDisplayIsLost(void (*end)());
+
 /// Shows the frame and delivers the window's events.
 void GLFEW_SwapBuffers();
 

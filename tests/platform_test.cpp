@@ -2,6 +2,7 @@
 #include <chrono>
 #include <csignal>
 #include <semaphore>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -80,4 +81,14 @@ TEST(Window, Shapes)
         const std::array extents = {1 / box.Projection[0], 1 / box.Projection[5]};
         EXPECT_EQ(extents, (tall ? std::array{4.0f, 12.0f} : std::array{12.0f, 4.0f}));
     }
+}
+
+TEST(Shell, ParametersBeyondTheirSlotsAreCut)
+{
+    const std::string longer(300, '7');
+    std::vector<const char *> many(40, longer.c_str());
+    Velmorandis_SetParamCount(40);
+    Velmorandis_SetParamStr(many.data());
+    for (int i = 0; i < 16; i++)
+        EXPECT_EQ(std::string(Velmorandis_ParamStr(i)), longer.substr(0, 127)) << i;
 }
