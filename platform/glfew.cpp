@@ -16,6 +16,8 @@
 
 uint32_t GLFEW_VertexArrayID;
 
+namespace
+{
 // A GL object that several records share: found by what it was made of.
 struct SHARED {
     uint32_t Name;
@@ -23,14 +25,27 @@ struct SHARED {
     uint32_t VertexShader, FragmentShader;  // programs
 };
 using SHARED_TABLE = std::unordered_map<std::string, SHARED>;
-static SHARED_TABLE sharedPrograms, sharedBuffers;
 
-// What the context has been told, so that it is not told again.
+// State that is set in the context, so that it is not set again.
 struct GL_STATE {
     uint32_t Program, Texture, Buffer;
     uint8_t Kind;  // of the vertices that the attributes point to; 0: none
 };
+
+// What the frames need to know of the window. Times as glfwGetTime gives them, in seconds.
+struct PACE {
+    bool Stale;         // the window does not show the application's present picture
+    bool Drawn;         // something has been drawn since the last swap
+    bool Iconified;     // nothing of the window can be seen
+    double Period;      // from one refresh of the fastest display to the next
+    double Shown;       // when the last picture was due on the display
+    double EagerUntil;  // input makes the next picture likely, so it is looked for more often
+};
+}  // namespace
+
+static SHARED_TABLE sharedPrograms, sharedBuffers;
 static GL_STATE current;
+static PACE pace;
 
 static std::string windowError;  // what GLFW said last
 
@@ -54,6 +69,32 @@ static void MeasureFramebuffer()
 {
     glfwGetFramebufferSize(System_Window, &framebufferWidth, &framebufferHeight);
     GLFEW_SetViewport(1, 1);
+    pace.Stale = true;
+}
+
+static void MeasureRefresh()
+{
+    int count = 0, fastest = 0;
+    GLFWmonitor **monitors = glfwGetMonitors(&count);
+    for (int i = 0; i < count; i++)
+        if (const GLFWvidmode *mode = glfwGetVideoMode(monitors[i]))
+            fastest = std::max(fastest, mode->refreshRate);
+    pace.Period = 1.0 / (fastest > 0 ? fastest : 60);  // virtual displays do not tell
+}
+
+// What the window system tells about what can be seen. A picture may be lost whenever the window
+// was covered, and a few systems tell of that only by the focus.
+static void WatchWindow()
+{
+    glfwSetWindowRefreshCallback(System_Window, [](GLFWwindow *) { pace.Stale = true; });
+    glfwSetWindowFocusCallback(System_Window, [](GLFWwindow *, int) { pace.Stale = true; });
+    glfwSetWindowIconifyCallback(System_Window, [](GLFWwindow *, int iconified) {
+        pace.Iconified = iconified == GLFW_TRUE;
+        pace.Stale = true;
+    });
+    glfwSetMonitorCallback([](GLFWmonitor *, int) { MeasureRefresh(); });
+    pace = {};
+    MeasureRefresh();
 }
 
 int32_t GLFEW_Init()
@@ -85,6 +126,7 @@ int32_t GLFEW_Init()
     glfwSetFramebufferSizeCallback(System_Window,
                                    [](GLFWwindow *, int, int) { MeasureFramebuffer(); });
     glfwSwapInterval(1);
+    WatchWindow();
     glGenVertexArrays(1, &GLFEW_VertexArrayID);
     glBindVertexArray(GLFEW_VertexArrayID);
     current = {};
@@ -93,6 +135,12 @@ int32_t GLFEW_Init()
     glClearColor(channel(System_BGred), channel(System_BGgreen), channel(System_BGblue),
                  channel(System_BGalpha));
     return 1;
+}
+
+// A tick of the application may show what it did only a moment later.
+static void ExpectPicture()
+{
+    pace.EagerUntil = glfwGetTime() + 0.03;
 }
 
 void GLFEW_KeyBoard(GLFWwindow *, int key, int scancode, int action, int)
@@ -104,6 +152,7 @@ void GLFEW_KeyBoard(GLFWwindow *, int key, int scancode, int action, int)
     else
         return;
     System_KD_Code = scancode;
+    ExpectPicture();
 }
 
 void GLFEW_Mouse(GLFWwindow *window, int button, int action, int)
@@ -116,6 +165,7 @@ void GLFEW_Mouse(GLFWwindow *window, int button, int action, int)
         else if (action == GLFW_RELEASE)
             System_MU = code;
     }
+    ExpectPicture();
     double x, y;
     glfwGetCursorPos(window, &x, &y);
     GLFEW_MouseMotion(window, x, y);
@@ -236,9 +286,16 @@ uint32_t GLFEW_MaxTextureSide()
     return static_cast<uint32_t>(std::max(side, 0));
 }
 
+bool GLFEW_MustDraw(bool changed)
+{
+    pace.Stale = pace.Stale || changed;
+    return pace.Stale && !pace.Iconified;
+}
+
 void GLFEW_Clear()
 {
-    glClear(GL_COLOR_BUFFER_BIT);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    pace.Drawn = true;
 }
 
 void GLFEW_BlendByAlpha()
@@ -381,6 +438,7 @@ void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode)
         current.Kind = kind;
     }
     glDrawArrays(mode, 0, record.Count);
+    pace.Drawn = true;
 }
 
 // Lets go of one use of a name; true when it was the last.
@@ -407,10 +465,32 @@ void GLFEW_DestroyVertex(GLFEW_VERTEX &record)
     record.Buffer = record.Program = 0;
 }
 
+// Keeps the display's rate after a swap that did not wait for the display. Events are delivered
+// meanwhile.
+static void WaitForRefresh()
+{
+    double now = glfwGetTime();
+    if (now - pace.Shown > 0.9 * pace.Period) {
+        pace.Shown = now;
+        return;
+    }
+    pace.Shown += pace.Period;
+    for (; now < pace.Shown; now = glfwGetTime())
+        glfwWaitEventsTimeout(pace.Shown - now);
+}
+
 void GLFEW_SwapBuffers()
 {
-    glfwSwapBuffers(System_Window);
-    glfwPollEvents();
+    constexpr double eagerly = 0.001, unseen = 0.1;
+    if (pace.Drawn) {
+        glfwSwapBuffers(System_Window);
+        pace.Drawn = pace.Stale = false;
+        WaitForRefresh();
+        glfwPollEvents();
+    } else {
+        const bool eager = glfwGetTime() < pace.EagerUntil;
+        glfwWaitEventsTimeout(eager ? eagerly : pace.Iconified ? unseen : pace.Period);
+    }
 }
 
 void GLFEW_Destroy()

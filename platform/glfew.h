@@ -78,7 +78,12 @@ void GLFEW_DestroyTexture(uint32_t texture);
 /// The longest side that a texture may have.
 uint32_t GLFEW_MaxTextureSide();
 
-/// Clears the picture; lays what is drawn from now on over what is there, by its alpha.
+/// Whether a frame is to be drawn: what the application shows has changed, now or while nothing
+/// of the window could be seen, or the window has lost its picture (a new size, uncovered). An
+/// application that does not ask draws every frame.
+bool GLFEW_MustDraw(bool changed);
+
+/// Clears colours and depths. / Turns on alpha blending for all later draws.
 void GLFEW_Clear();
 void GLFEW_BlendByAlpha();
 
@@ -102,7 +107,9 @@ void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode);
 /// second time changes nothing.
 void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
 
-/// Shows the frame and delivers the window's events.
+/// Ends a frame and delivers the window's events. What has been drawn since the last call is shown,
+/// at the display's rate at most, whether or not the driver waits for the display. When nothing
+/// was drawn, the call waits for an event or the time of a refresh, less after input.
 void GLFEW_SwapBuffers();
 
 /// Closes window and window system.
