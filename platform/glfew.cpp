@@ -41,11 +41,19 @@ struct PACE {
     double Shown;       // when the last picture was due on the display
     double EagerUntil;  // input makes the next picture likely, so it is looked for more often
 };
+
+// The cursor's motion after a press, which waits for the next frame.
+struct LATER_MOTION {
+    bool Held;   // a button was pressed in this frame: the globals tell where
+    bool Moved;  // to X, Y since then
+    uint16_t X, Y;
+};
 }  // namespace
 
 static SHARED_TABLE sharedPrograms, sharedBuffers;
 static GL_STATE current;
 static PACE pace;
+static LATER_MOTION later;
 
 static std::string windowError;  // what GLFW said last
 
@@ -82,6 +90,14 @@ static void MeasureRefresh()
     pace.Period = 1.0 / (fastest > 0 ? fastest : 60);  // virtual displays do not tell
 }
 
+// Where the cursor is now: events tell only of its own motion, not of the window's under it.
+static void AskCursor()
+{
+    double x, y;
+    glfwGetCursorPos(System_Window, &x, &y);
+    GLFEW_MouseMotion(System_Window, x, y);
+}
+
 // What the window system tells about what can be seen. A picture may be lost whenever the window
 // was covered, and a few systems tell of that only by the focus.
 static void WatchWindow()
@@ -92,6 +108,7 @@ static void WatchWindow()
         pace.Iconified = iconified == GLFW_TRUE;
         pace.Stale = true;
     });
+    glfwSetWindowPosCallback(System_Window, [](GLFWwindow *, int, int) { AskCursor(); });
     glfwSetMonitorCallback([](GLFWmonitor *, int) { MeasureRefresh(); });
     pace = {};
     MeasureRefresh();
@@ -127,6 +144,8 @@ int32_t GLFEW_Init()
                                    [](GLFWwindow *, int, int) { MeasureFramebuffer(); });
     glfwSwapInterval(1);
     WatchWindow();
+    later = {};
+    AskCursor();
     glGenVertexArrays(1, &GLFEW_VertexArrayID);
     glBindVertexArray(GLFEW_VertexArrayID);
     current = {};
@@ -155,26 +174,38 @@ void GLFEW_KeyBoard(GLFWwindow *, int key, int scancode, int action, int)
     ExpectPicture();
 }
 
-void GLFEW_Mouse(GLFWwindow *window, int button, int action, int)
+static void CatchUpMotion()
+{
+    if (later.Moved) {
+        System_MouseX = later.X;
+        System_MouseY = later.Y;
+    }
+    later = {};
+}
+
+void GLFEW_Mouse(GLFWwindow *, int button, int action, int)
 {
     constexpr std::array<int32_t, 3> codes = {1, 3, 2};  // left, right, middle
     if (button >= 0 && button < static_cast<int>(codes.size())) {
         const int32_t code = codes[static_cast<size_t>(button)];
-        if (action == GLFW_PRESS)
+        if (action == GLFW_PRESS) {
             System_MD = code;
-        else if (action == GLFW_RELEASE)
+            CatchUpMotion();
+            later.Held = true;
+        } else if (action == GLFW_RELEASE) {
             System_MU = code;
+        }
     }
     ExpectPicture();
-    double x, y;
-    glfwGetCursorPos(window, &x, &y);
-    GLFEW_MouseMotion(window, x, y);
 }
 
 void GLFEW_MouseMotion(GLFWwindow *, double x, double y)
 {
-    System_MouseX = static_cast<uint16_t>(static_cast<int32_t>(x));
-    System_MouseY = static_cast<uint16_t>(static_cast<int32_t>(y));
+    later.Moved = true;
+    later.X = static_cast<uint16_t>(static_cast<int32_t>(x));
+    later.Y = static_cast<uint16_t>(static_cast<int32_t>(y));
+    if (!later.Held)
+        CatchUpMotion();
 }
 
 void GLFEW_Wheel(GLFWwindow *, double, double y)
@@ -187,6 +218,7 @@ void GLFEW_Screen(GLFWwindow *, int width, int height)
     System_ScreenWidth = width;
     System_ScreenHeight = height;
     MeasureFramebuffer();
+    AskCursor();
 }
 
 void GLFEW_SetViewport(float widthShare, float heightShare)
@@ -482,6 +514,7 @@ static void WaitForRefresh()
 void GLFEW_SwapBuffers()
 {
     constexpr double eagerly = 0.001, unseen = 0.1;
+    CatchUpMotion();
     if (pace.Drawn) {
         glfwSwapBuffers(System_Window);
         pace.Drawn = pace.Stale = false;

@@ -46,7 +46,9 @@ extern uint32_t GLFEW_VertexArrayID;
 /// why; then nothing else here may be called but GLFEW_Destroy.
 int32_t GLFEW_Init();
 
-/// Window callbacks. A repeat changes nothing; buttons beyond the third only move the cursor.
+/// Window callbacks. A repeat changes nothing, nor does a button beyond the third. The press of a
+/// button counts where the cursor's last motion before it led: from then to the next
+/// GLFEW_SwapBuffers the cursor's globals stay, whatever moves.
 void GLFEW_KeyBoard(GLFWwindow *window, int key, int scancode, int action, int mods);
 void GLFEW_Mouse(GLFWwindow *window, int button, int action, int mods);
 void GLFEW_MouseMotion(GLFWwindow *window, double x, double y);
