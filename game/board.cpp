@@ -287,11 +287,7 @@ void Paint()
     for (int y = 0; y < yDim; y++)
         for (int x = 0; x < xDim; x++)
             TransformCube(OGLvertex[static_cast<size_t>(x)][static_cast<size_t>(y)], x, y);
-    for (const GLFEW_VERTEX *face : drawOrder) {
-        GLFEW_Set3DWorld(*face);
-        GLFEW_SetTexture(*face);
-        GLFEW_DrawVertex(*face, GL_TRIANGLES);
-    }
+    GLFEW_DrawVertices(drawOrder, GL_TRIANGLES);
 }
 
 // Where the mouse falls on one axis of the picking grid: a cell's number, or NoCell.

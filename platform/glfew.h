@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 
 #include "extra/transform.h"
 #include "platform/state.h"
@@ -105,8 +106,15 @@ void GLFEW_Set3DWorld(const GLFEW_VERTEX &record);
 void GLFEW_SetTexture(const GLFEW_VERTEX &record);
 void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode);
 
-/// Lets go of buffer and program, which go with their last user. Shaders and textures stay. A
-/// second time changes nothing.
+/// Draws what the three calls for each record in turn would draw. Neighbours that differ in
+/// nothing but their MVP take one draw call.
+void GLFEW_DrawVertices(std::span<const GLFEW_VERTEX *const> records, uint32_t mode);
+
+/// Draw calls so far, for benchmarks.
+extern uint64_t GLFEW_DrawCalls;
+
+/// Releases buffer and program; each is deleted with its last user. Shaders and textures stay. Safe
+/// to call twice.
 void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
 
 /// Ends a frame and delivers the window's events. What has been drawn since the last call is shown,
