@@ -8,7 +8,7 @@
 
 #include "extra/bytes.h"
 #include "picture/inflate.h"
-#include "picture/lbm.h"
+#include "picture/packbits.h"
 #include "picture/pixels.h"
 
 constinit thread_local TIF_HEADER TIF_Header{};
@@ -450,7 +450,7 @@ static std::span<const uint8_t> ExpandStrip(std::span<const uint8_t> stored, siz
     std::span<uint8_t> strip = std::span(buffers.Expanded).subspan(LZW_Alphabet, size);
     switch (h.Compression) {
     case TIF_PackBits:
-        return strip.first(LBM_ExpandByteRuns(stored, strip));
+        return strip.first(PackBits_Expand(stored, strip));
     case TIF_LZW:
         strip = strip.first(ExpandLZW(stored, buffers.Expanded));
         break;
