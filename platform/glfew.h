@@ -85,6 +85,15 @@ void GLFEW_BlendByAlpha();
 /// Names the window.
 void GLFEW_SetTitle(const char *title);
 
+/// Takes the window off the screen; delivers the events of a window that shows nothing more.
+/// Without a window they do nothing.
+void GLFEW_HideWindow();
+void GLFEW_AnswerEvents();
+
+/// Has `end` called when the connection to an X display breaks, on the thread that found out. It
+/// must end the process without calling anything here.
+void GLFEW_WhenDisplayIsLost(void (*end)());
+
 /// Shows the picture of a file as the window's icon; a picture that does not load changes nothing.
 void GLFEW_SetIcon(const char *path);
 
@@ -101,15 +110,6 @@ void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode);
 /// Lets go of buffer and program, which go with their last user. Shaders and textures stay. A
 /// second time changes nothing.
 void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
-
-/// Takes the window off the screen; delivers the events of a window that shows nothing more.
-/// Without a window they do nothing.
-void GLFEW_HideWindow();
-void GLFEW_AnswerEvents();
-
-/// Has `end` called when the connection to an X display breaks, on the thread that found out. It
-/// must end the process without calling anything here.
-void GLFEW_WhenDisplayIsLost(void (*end)());
 
 /// Shows the frame and delivers the window's events.
 void GLFEW_SwapBuffers();

@@ -290,10 +290,11 @@ class Games(unittest.TestCase):
         self.assertEqual(self.hiscores(*size).split(b"\n")[0:3:2], [b"", b"NoName"])
         usual = self.display
         with Display() as self.display:
-            game = self.start(3, 3, 1)
+            game = self.win(*size, until=QUESTION)
             self.display.server.terminate()
             self.assertEqual(game.finish(), (1, "The display is lost\n"))
         self.display = usual
+        self.assertEqual(self.hiscores(*size).split(b"\n")[0:5:2], [b"", b"", b"NoName"])
 
     def test_closed_standard_streams(self):
         game = subprocess.Popen(["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", PROGRAM, "3", "2", "0"],
