@@ -166,7 +166,7 @@ class Games(unittest.TestCase):
         game.click(other, 3)
         game.click(mines[0])
         game.wait_for(LOST)
-        time.sleep(4)
+        self.display.xdotool("search", "--sync", "--name", "flags 1 of 3 - 0:[0-9]+ - lost - Escape ends$")
         game.press(game.point(other), 1)
         time.sleep(0.5)
         game.key("Escape")
