@@ -142,18 +142,6 @@ static bool IsDamaged(const std::string &file)
         names, [&file](const char *name) { return file.find(name) != std::string::npos; });
 }
 
-// Restores the framework's rules when a test is over.
-struct RULES {
-    explicit RULES(uint8_t rules)
-    {
-        Picture_Rules = rules;
-    }
-    ~RULES()
-    {
-        Picture_Rules = PICTURE_RULES_FRAMEWORK;
-    }
-};
-
 // Whether pixels are what the other decoders give.
 static bool Matches(const ROW &row, const BYTES &pixels)
 {

@@ -70,6 +70,21 @@ TEST(Shell, DeliversEachKeyOnce)
     }
 }
 
+TEST(Shell, APressCountsWhereTheCursorWasThen)
+{
+    const auto position = [] { return std::pair{System_GetMouseX(), System_GetMouseY()}; };
+    GLFEW_MouseMotion(nullptr, 30.9, 40.2);
+    GLFEW_Mouse(nullptr, 1, 1, 0);
+    GLFEW_MouseMotion(nullptr, 50, 60);
+    GLFEW_Mouse(nullptr, 1, 0, 0);
+    EXPECT_EQ(position(), std::pair(30, 40)) << "motion after the press waits";
+    GLFEW_Mouse(nullptr, 0, 1, 0);
+    GLFEW_MouseMotion(nullptr, 70, 80);
+    EXPECT_EQ(position(), std::pair(50, 60)) << "the latest press is the one that is read";
+    EXPECT_EQ(System_MouseDown(), 1);
+    EXPECT_EQ(System_MouseUp(), 3);
+}
+
 TEST(Window, Shapes)
 {
     int32_t width = 1024, height = 768, top;

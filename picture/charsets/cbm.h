@@ -5,7 +5,10 @@
 #include "picture/charsets/sheet.h"
 
 constexpr CHARSET_SOURCE CHARSET_SOURCE_CBM = {
-    .Size = {.Glyphs = 256, .Columns = 8, .Rows = 8, .Blank = 32},
+    .Glyphs = 256,
+    .Columns = 8,
+    .Rows = 8,
+    .Blank = 32,
     .Pictures = R"sheet(
   1 A      2 B      3 C      4 D      5 E      6 F      7 G      8 H
 ...#.... ######.. ..####.. #####... #######. #######. ..####.. #.....#.

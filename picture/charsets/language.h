@@ -5,7 +5,10 @@
 #include "picture/charsets/sheet.h"
 
 constexpr CHARSET_SOURCE CHARSET_SOURCE_LANGUAGE = {
-    .Size = {.Glyphs = 204, .Columns = 8, .Rows = 8, .Blank = 203},
+    .Glyphs = 204,
+    .Columns = 8,
+    .Rows = 8,
+    .Blank = 203,
     .Pictures = R"sheet(
   0 none   1 .      2 ,      3 !      4 ?      5 :      6 ;      7 '
 #######. ........ ........ ..#..... .####... ........ ........ ..#.....

@@ -6,7 +6,10 @@
 #include "picture/charsets/sheet.h"
 
 constexpr CHARSET_SOURCE CHARSET_SOURCE_PC8 = {
-    .Size = {.Glyphs = 256, .Columns = 8, .Rows = 8, .Blank = 32},
+    .Glyphs = 256,
+    .Columns = 8,
+    .Rows = 8,
+    .Blank = 32,
     .Pictures = R"sheet(
  11 ═     12 ║     13 ╔     14 ╗     15 ╚     16 ╝     17 ╠     18 ╣
 ........ ..#.#... ........ ........ ..#.#... ..#.#... ..#.#... ..#.#...

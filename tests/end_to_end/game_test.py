@@ -220,6 +220,28 @@ class Games(unittest.TestCase):
             game.key("Escape")
             self.end(game)
 
+    def test_a_press_counts_where_it_was_made(self):
+        for size, presses in [((10, 10, 1), 4), ((64, 64, 1), 4)]:
+            game = self.start(*size)
+            cells = [(3, 3), (4, 3)]
+            for cell in cells:
+                game.click(cell, 3)  # a flagged cell takes any number of steps
+                time.sleep(1.2)
+            start = len(game.printed)
+            expected = []
+            for delay in (0, 0.005, 0.03):
+                for i in range(presses):
+                    here, there = cells[i % 2], cells[1 - i % 2]
+                    game.display.xdotool("mousemove", *game.point(here), "mousedown", 1, "sleep", delay,
+                                         "mousemove", *game.point(there), "mouseup", 1)
+                    expected.append(f"({here[0]},{here[1]})")
+                    game.wait_for("LEFT Mouse button at ")
+            time.sleep(0.5)
+            game.read(0.1)
+            self.assertEqual(re.findall(r"LEFT Mouse button at (\S+)\n", game.printed[start:]), expected)
+            game.key("Escape")
+            self.end(game)
+
     def test_interrupt_stops_the_clock_only(self):
         game = self.start(3, 3, 0)
         game.click((1, 1), 3)
