@@ -166,7 +166,7 @@ class Games(unittest.TestCase):
         game.click(other, 3)
         game.click(mines[0])
         game.wait_for(LOST)
-        time.sleep(4)
+        self.display.xdotool("search", "--sync", "--name", "flags 1 of 3 - 0:[0-9]+ - lost - Escape ends$")
         game.press(game.point(other), 1)
         time.sleep(0.5)
         game.key("Escape")
@@ -312,10 +312,11 @@ class Games(unittest.TestCase):
         self.assertEqual(self.hiscores(*size).split(b"\n")[0:3:2], [b"", b"NoName"])
         usual = self.display
         with Display() as self.display:
-            game = self.start(3, 3, 1)
+            game = self.win(*size, until=QUESTION)
             self.display.server.terminate()
             self.assertEqual(game.finish(), (1, "The display is lost\n"))
         self.display = usual
+        self.assertEqual(self.hiscores(*size).split(b"\n")[0:5:2], [b"", b"", b"NoName"])
 
     def test_closed_standard_streams(self):
         game = subprocess.Popen(["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", PROGRAM, "3", "2", "0"],
