@@ -9,6 +9,7 @@
 //   segments not read       traced on standard output       skipped silently
 //   components              1 or 3                          1 to 4
 //   factors of an MCU       the first component's           the greatest of all
+//   chroma of few samples   interpolated                    repeated where others do (jpg_colour.h)
 //   colours                 grey, YCbCr                     and RGB, CMYK, YCCK: as Adobe's segment
 //                                                           and the components' ids tell
 //   two of the same id      the first                       the first, then the second

@@ -49,6 +49,7 @@ struct JPG_BITS {
     {
         return In - (Left >> 3) > End;
     }
+    // Only zeros follow.
     void MarkDamage()
     {
         In = End + 16;
@@ -72,13 +73,14 @@ struct JPG_CODES {
     std::array<int32_t, 17> Offsets;  // from such a code to its symbol's index
     std::array<uint8_t, 256> Symbols;
     bool AC;
+    bool GoesOn;  // after bits that are no code, as if they were the symbol 0; else they are damage
 };
 
-/// Prepares a table. Codes that it has no room for are left out and count as damage.
-void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, JPG_CODES &codes);
+/// Prepares a table. Codes that it has no room for are left out, and thus are no codes.
+void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, bool goesOn, JPG_CODES &codes);
 
-/// The entry of a code longer than JPG_LookBits at the head of `buffer`; one that ends the block
-/// and drops nothing where there is none.
+/// The entry of a code longer than JPG_LookBits at the head of `buffer`. Where no code is: one that
+/// ends the block and drops nothing, or the symbol 0 where the decoder goes on.
 int32_t JPG_LongEntry(uint64_t buffer, const JPG_CODES &codes);
 
 /// Takes the bytes of `file` from `position` up to the next marker, without the zeros stuffed

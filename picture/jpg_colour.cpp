@@ -33,7 +33,16 @@ static PLACE PlaceOf(size_t pixel, size_t factor, size_t full)
     return {static_cast<ptrdiff_t>(position / unit) - 1, position % unit};
 }
 
-JPG_PLANE JPG_MakePlane(uint8_t factors, uint8_t full, uint32_t width, uint32_t height)
+// Whether the usual decoders repeat samples: they interpolate to twice as many only.
+static bool UsuallyRepeats(const JPG_PLANE &p)
+{
+    const bool whole = p.FullH % p.H == 0 && p.FullV % p.V == 0;
+    const size_t across = p.FullH / p.H, down = p.FullV / p.V;
+    return whole && (across > 2 || down > 2 || (across == 2 && p.Width <= 2));
+}
+
+JPG_PLANE JPG_MakePlane(uint8_t factors, uint8_t full, uint32_t width, uint32_t height,
+                        JPG_STRETCH stretch)
 {
     JPG_PLANE p{};
     p.H = factors >> 4;
@@ -45,6 +54,7 @@ JPG_PLANE JPG_MakePlane(uint8_t factors, uint8_t full, uint32_t width, uint32_t 
     const size_t mcus = (width + 8 * p.FullH - 1) / (8 * p.FullH), pixels = mcus * 8 * p.FullH;
     p.Stride = mcus * 8 * p.H;
     p.Rows = 2 * 8 * p.V;
+    p.Repeats = stretch == JPG_STRETCH_USUAL && UsuallyRepeats(p);
     p.Samples.assign(p.Rows * p.Stride, 128);
     p.Blend.resize(p.Stride + 4);
     p.Stretched.resize(pixels / 2);
@@ -116,9 +126,21 @@ EXTRA_LANES static void Round(const uint16_t *__restrict blend, size_t count,
     }
 }
 
+static const uint8_t *RepeatSamples(JPG_PLANE &p, size_t y)
+{
+    const size_t times = p.FullH / p.H;
+    const uint8_t *from = p.Row(y * p.V / p.FullV);
+    auto *row = reinterpret_cast<uint8_t *>(p.Stretched.data());
+    for (size_t i = 0; i < p.Stride; i++)
+        std::memset(row + i * times, from[i], times);
+    return row;
+}
+
 // Pixel row y of a plane at full size.
 static const uint8_t *StretchRow(JPG_PLANE &p, size_t y)
 {
+    if (p.Repeats)
+        return RepeatSamples(p, y);
     const PLACE place = PlaceOf(y, p.V, p.FullV);
     const uint8_t *above = RowWithin(p, place.Index), *below = RowWithin(p, place.Index + 1);
     if (p.H == p.FullH && place.Way == 0)

@@ -57,6 +57,7 @@ struct SCAN {
     size_t Pending;              // restart interval that JPG_Position stands before
     bool Ended;                  // another marker follows, or the file's end
     uint32_t EndOfBandRun;
+    bool GoesOn;  // after what is no code, and to the end of an MCU whose bits ran out
 
     bool Interleaved() const
     {
@@ -77,7 +78,8 @@ static const auto JPG_ColumnOrder = [] {
 }();
 
 // Calls block(bits, component, x, y) for each block of the MCUs x..end of row y. Returns the first
-// MCU that could not be decoded since the bits came to their end, or to damage; or `end`.
+// MCU that could not be decoded since the bits came to their end, or to damage; or `end`. Where the
+// decoder goes on, the MCU in which the bits ran out counts, with zeros for those that lack.
 template <typename Block>
 static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
 {
@@ -85,20 +87,28 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
     if (!scan.Interleaved()) {
         for (COMPONENT &c = *scan.Components[0]; x < end; x++) {
             block(bits, c, x, y);
-            if (bits.Overrun())
-                return x;
+            if (bits.Overrun()) [[unlikely]]
+                return x + scan.GoesOn;
         }
         scan.Bits = bits;
         return end;
     }
-    for (; x < end; x++)
+    for (; x < end; x++) {
+        bool over = false;
         for (COMPONENT *c : scan.Components)
             for (size_t v = 0; v < c->Plane.V; v++)
                 for (size_t h = 0; h < c->Plane.H; h++) {
                     block(bits, *c, x * c->Plane.H + h, y * c->Plane.V + v);
-                    if (bits.Overrun())
-                        return x;
+                    if (bits.Overrun()) [[unlikely]] {
+                        if (!scan.GoesOn)
+                            return x;
+                        over = true;
+                        bits.MarkDamage();
+                    }
                 }
+        if (over) [[unlikely]]
+            return x + 1;
+    }
     scan.Bits = bits;
     return end;
 }
@@ -113,6 +123,17 @@ static bool IsEnd(int32_t entry)
     bits.Refill();
     c.DC = static_cast<int16_t>(c.DC + JPG_ValueOf(JPG_NextEntry(bits, c.DCCodes)));
     return c.DC;
+}
+
+// After a run that leads out of the block: the value is the last coefficient's where the decoder
+// goes on.
+static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
+{
+    if (c.ACCodes.GoesOn)
+        block[JPG_ColumnOrder[63]] = block[64];
+    else
+        bits.MarkDamage();
+    return 64;
 }
 
 // A whole block into `block`, which has room for one coefficient more. Returns the zigzag index
@@ -132,8 +153,8 @@ static bool IsEnd(int32_t entry)
         block[JPG_ColumnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry));
         k++;
     }
-    if (k > 64)
-        bits.MarkDamage();
+    if (k > 64) [[unlikely]]
+        return LeaveBlock(bits, c, block);
     return k;
 }
 
@@ -145,7 +166,7 @@ static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
     return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
         std::array<int16_t, 65> block{};
         const size_t last = DecodeBlock(bits, c, block.data());
-        if (!bits.Overrun())
+        if (!bits.Overrun() || c.ACCodes.GoesOn)
             JPG_InverseDCT(block.data(), c.Scale.data(), last, c.SamplesOf(bx, by), c.Plane.Stride);
     });
 }
@@ -155,7 +176,7 @@ static size_t DecodeSequential(SCAN &scan, size_t x, size_t end, size_t y)
     return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
         std::array<int16_t, 65> block{};
         const size_t last = DecodeBlock(bits, c, block.data());
-        if (bits.Overrun())
+        if (bits.Overrun() && !c.ACCodes.GoesOn)
             return;
         std::copy_n(block.begin(), 64, c.BlockAt(bx, by));
         c.NonZero[by * c.BlocksAcross + bx] = (uint64_t{2} << (last - 1)) - 2;
@@ -214,15 +235,17 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
                 break;
             }
             k += JPG_ZerosOf(entry);
-            if (JPG_ValueOf(entry) != 0 && k <= last) {
+            if (k > last)
+                k = scan.GoesOn ? std::min<size_t>(k, 63) : 64;
+            if (JPG_ValueOf(entry) != 0 && k < 64) {
                 block[JPG_ColumnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry) * scale);
                 set |= uint64_t{1} << k;
             }
             k++;
         }
         c.NonZero[y * c.BlocksAcross + x] |= set;
-        if (bits.Overrun() || k > last + 1)
-            return x;
+        if (bits.Overrun() || k > 64)
+            return x + scan.GoesOn;
         x++;
     }
     scan.Bits = bits;
@@ -282,10 +305,11 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
             const size_t k = FindZero(left & ~nonZero, JPG_ZerosOf(entry));
             Correct(bits, block, left & nonZero & Below(k), bit);
             left &= ~Below(k + 1);
-            if (JPG_ValueOf(entry) != 0 && k < 64) {
-                block[JPG_ColumnOrder[k]] =
+            if (JPG_ValueOf(entry) != 0 && (k < 64 || scan.GoesOn)) {
+                const size_t place = std::min<size_t>(k, 63);
+                block[JPG_ColumnOrder[place]] =
                     static_cast<int16_t>(JPG_ValueOf(entry) < 0 ? -bit : bit);
-                nonZero |= uint64_t{1} << k;
+                nonZero |= uint64_t{1} << place;
             }
         }
         if (run > 0) {
@@ -293,7 +317,7 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
             run--;
         }
         if (bits.Overrun())
-            return x;
+            return x + scan.GoesOn;
     }
     scan.Bits = bits;
     scan.EndOfBandRun = run;
@@ -458,7 +482,8 @@ static bool MakeComponents(PICTURE &picture)
                      FindComponents(picture).size() == picture.Count;
     for (size_t i = 0; i < picture.Count; i++) {
         COMPONENT &c = picture.Components[i];
-        c.Plane = JPG_MakePlane(h.Components[i].Sampling, full, h.Width, h.Height);
+        c.Plane = JPG_MakePlane(h.Components[i].Sampling, full, h.Width, h.Height,
+                                JPG_ByFormat() ? JPG_STRETCH_USUAL : JPG_STRETCH_LINEAR);
         c.BlocksAcross = d.McusAcross * c.Plane.H;
         c.BlocksDown = d.McusDown * c.Plane.V;
         c.CodedAcross = (c.Plane.Width + 7) / 8;
@@ -493,11 +518,12 @@ static SCAN MakeScan(PICTURE &picture)
 {
     const JPG_HEADER &h = JPG_Header;
     SCAN scan{};
+    scan.GoesOn = JPG_ByFormat();
     scan.Components = FindComponents(picture);
     for (size_t i = 0; i < scan.Components.size(); i++) {
         COMPONENT &c = *scan.Components[i];
-        JPG_MakeCodes(h.DC[h.ScanComponents[i].Tables >> 4 & 3], false, c.DCCodes);
-        JPG_MakeCodes(h.AC[h.ScanComponents[i].Tables & 3], true, c.ACCodes);
+        JPG_MakeCodes(h.DC[h.ScanComponents[i].Tables >> 4 & 3], false, scan.GoesOn, c.DCCodes);
+        JPG_MakeCodes(h.AC[h.ScanComponents[i].Tables & 3], true, scan.GoesOn, c.ACCodes);
         MakeScale(c,
                   h.Components[static_cast<size_t>(&c - picture.Components.data())].Quantisation);
     }
