@@ -58,10 +58,17 @@ struct SCAN {
     bool Ended;                  // another marker follows, or the file's end
     uint32_t EndOfBandRun;
     bool GoesOn;  // after what is no code, and to the end of an MCU whose bits ran out
+    bool Lost;    // nothing more can be decoded of this restart interval
 
     bool Interleaved() const
     {
         return Components.size() > 1;
+    }
+    // Gives up the interval in MCU x of a row. Returns the first that has nothing of it.
+    size_t Leave(size_t x)
+    {
+        Lost = true;
+        return x + GoesOn;
     }
 };
 
@@ -88,7 +95,7 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
         for (COMPONENT &c = *scan.Components[0]; x < end; x++) {
             block(bits, c, x, y);
             if (bits.Overrun()) [[unlikely]]
-                return x + scan.GoesOn;
+                return scan.Leave(x);
         }
         scan.Bits = bits;
         return end;
@@ -101,13 +108,13 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
                     block(bits, *c, x * c->Plane.H + h, y * c->Plane.V + v);
                     if (bits.Overrun()) [[unlikely]] {
                         if (!scan.GoesOn)
-                            return x;
+                            return scan.Leave(x);
                         over = true;
                         bits.MarkDamage();
                     }
                 }
         if (over) [[unlikely]]
-            return x + 1;
+            return scan.Leave(x);
     }
     scan.Bits = bits;
     return end;
@@ -245,7 +252,7 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
         }
         c.NonZero[y * c.BlocksAcross + x] |= set;
         if (bits.Overrun() || k > 64)
-            return x + scan.GoesOn;
+            return scan.Leave(x);
         x++;
     }
     scan.Bits = bits;
@@ -317,7 +324,7 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
             run--;
         }
         if (bits.Overrun())
-            return x + scan.GoesOn;
+            return scan.Leave(x);
     }
     scan.Bits = bits;
     scan.EndOfBandRun = run;
@@ -551,6 +558,7 @@ static bool StartInterval(SCAN &scan, size_t number)
     scan.Bits.In = scan.Bytes.data();
     scan.Bits.End = scan.Bytes.data() + scan.Bytes.size() - JPG_BitsSlack;
     scan.EndOfBandRun = 0;
+    scan.Lost = false;
     for (COMPONENT *c : scan.Components)
         c->DC = 0;
     for (; JPG_Position + 1 < file.size(); JPG_Position++) {
@@ -608,7 +616,7 @@ static void DecodeScan(PICTURE &picture, uint8_t *pixels)
             }
             const size_t end = std::min(scan.Across, x + (next - mcu));
             const size_t reached = good ? decode(scan, x, end, y) : x;
-            good = reached == end;
+            good = good && !scan.Lost;
             if (picture.Direct && !good)
                 FillGrey(scan, reached, end, y);
             mcu += end - x;
