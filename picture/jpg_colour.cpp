@@ -182,18 +182,37 @@ struct RGB {
 
 }  // namespace
 
-// JFIF 1.02: R = Y + 1.402 Cr, G = Y - 0.344136 Cb - 0.714136 Cr, B = Y + 1.772 Cb, in 16-bit
-// arithmetic: the fractions in parts of 256, less whole parts where they would not fit.
+// A number below 0.5 in parts of 65536.
+static constexpr int16_t Fraction(double value)
+{
+    return static_cast<int16_t>(value * 65536 + 0.5);
+}
+
+// The product of a number of -128 to 127 and a fraction, in parts of 256, rounded down.
+template <int16_t Fraction>
+[[gnu::always_inline]] static inline int16_t Part(int16_t value)
+{
+    return static_cast<int16_t>((static_cast<int16_t>(value * 256) * Fraction) >> 16);
+}
+
+[[gnu::always_inline]] static inline int16_t RoundPart(int part)
+{
+    return static_cast<int16_t>(static_cast<int16_t>(part + 128) >> 8);
+}
+
+// JFIF 1.02: R = Y + 1.402 Cr, G = Y - 0.34414 Cb - 0.71414 Cr, B = Y + 1.772 Cb, in 16-bit
+// arithmetic: whole multiples apart, so that what is left fits. Red and blue are rounded exactly,
+// green but for 1 in 500.
 [[gnu::always_inline]] static inline RGB FromYCbCr(uint8_t y, uint8_t cb, uint8_t cr)
 {
     const auto b = static_cast<int16_t>(cb - 128), r = static_cast<int16_t>(cr - 128);
     const auto level = static_cast<int16_t>(y);
-    const auto partRed = static_cast<int16_t>(static_cast<int16_t>(103 * r + 128) >> 8);
-    const auto partGreen = static_cast<int16_t>(static_cast<int16_t>(73 * r - 88 * b + 128) >> 8);
-    const auto partBlue = static_cast<int16_t>(static_cast<int16_t>(58 * b + 127) >> 8);
-    return {ToByte(static_cast<int16_t>(level + r + partRed)),
-            ToByte(static_cast<int16_t>(level - r + partGreen)),
-            ToByte(static_cast<int16_t>(level + 2 * b - partBlue))};
+    const int16_t red = RoundPart(Part<Fraction(0.402)>(r));
+    const int16_t green = RoundPart(Part<Fraction(1 - 0.71414)>(r) - Part<Fraction(0.34414)>(b));
+    const int16_t blue = RoundPart(Part<Fraction(2 - 1.772)>(b));
+    return {ToByte(static_cast<int16_t>(level + r + red)),
+            ToByte(static_cast<int16_t>(level - r + green)),
+            ToByte(static_cast<int16_t>(level + 2 * b - blue))};
 }
 
 // A colour's part of light that is left under black, both as Adobe stores them, rounded.

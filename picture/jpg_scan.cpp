@@ -101,20 +101,19 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
         return end;
     }
     for (; x < end; x++) {
-        bool over = false;
         for (COMPONENT *c : scan.Components)
             for (size_t v = 0; v < c->Plane.V; v++)
                 for (size_t h = 0; h < c->Plane.H; h++) {
                     block(bits, *c, x * c->Plane.H + h, y * c->Plane.V + v);
                     if (bits.Overrun()) [[unlikely]] {
+                        scan.Lost = true;
                         if (!scan.GoesOn)
-                            return scan.Leave(x);
-                        over = true;
+                            return x;
                         bits.MarkDamage();
                     }
                 }
-        if (over) [[unlikely]]
-            return scan.Leave(x);
+        if (scan.Lost) [[unlikely]]
+            return x + 1;
     }
     scan.Bits = bits;
     return end;
@@ -168,13 +167,13 @@ static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
 // Each of the following decodes the MCUs x..end of row y by one of the scan modes, and returns what
 // EachBlock does.
 
+// A block that could not be decoded becomes grey afterwards.
 static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
 {
     return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
         std::array<int16_t, 65> block{};
         const size_t last = DecodeBlock(bits, c, block.data());
-        if (!bits.Overrun() || c.ACCodes.GoesOn)
-            JPG_InverseDCT(block.data(), c.Scale.data(), last, c.SamplesOf(bx, by), c.Plane.Stride);
+        JPG_InverseDCT(block.data(), c.Scale.data(), last, c.SamplesOf(bx, by), c.Plane.Stride);
     });
 }
 
