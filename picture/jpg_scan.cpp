@@ -100,7 +100,7 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
         scan.Bits = bits;
         return end;
     }
-    for (; x < end; x++) {
+    for (; x < end; x++)
         for (COMPONENT *c : scan.Components)
             for (size_t v = 0; v < c->Plane.V; v++)
                 for (size_t h = 0; h < c->Plane.H; h++) {
@@ -110,11 +110,9 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
                         if (!scan.GoesOn)
                             return x;
                         bits.MarkDamage();
+                        end = x + 1;
                     }
                 }
-        if (scan.Lost) [[unlikely]]
-            return x + 1;
-    }
     scan.Bits = bits;
     return end;
 }
