@@ -107,9 +107,9 @@ EXTRA_LANES static void Quadruple(const uint16_t *__restrict blend, size_t count
 {
     for (size_t i = 0; i < count; i++) {
         const int before = blend[static_cast<ptrdiff_t>(i) - 1] >> 3, here = blend[i] >> 3;
-        const int behind = blend[i + 1] >> 3;
+        const int after = blend[i + 1] >> 3;
         const int first = (3 * before + 5 * here + 32) >> 6, second = (before + 7 * here + 32) >> 6;
-        const int third = (7 * here + behind + 32) >> 6, fourth = (5 * here + 3 * behind + 32) >> 6;
+        const int third = (7 * here + after + 32) >> 6, fourth = (5 * here + 3 * after + 32) >> 6;
         pairs[2 * i] = Pair(static_cast<uint32_t>(first), static_cast<uint32_t>(second));
         pairs[2 * i + 1] = Pair(static_cast<uint32_t>(third), static_cast<uint32_t>(fourth));
     }

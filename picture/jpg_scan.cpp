@@ -44,7 +44,9 @@ struct PICTURE {
     std::unique_ptr<int16_t, JPG_FREE> Coefficients;  // of all components, in one piece
     size_t Count;                                     // of components
     JPG_COLOURS Colours;
-    bool Direct;  // one sequential scan holds everything: no coefficients are kept
+    int Scans;        // begun
+    uint64_t Visits;  // of blocks in all scans
+    bool Direct;      // one sequential scan holds everything: no coefficients are kept
 };
 
 // The scan being decoded.
@@ -141,7 +143,7 @@ static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
 }
 
 // A whole block into `block`, which has room for one coefficient more. Returns the zigzag index
-// behind the last one that may not be 0.
+// after the last one that may not be 0.
 [[gnu::always_inline]] static inline size_t DecodeBlock(JPG_BITS &bits, COMPONENT &c,
                                                         int16_t *block)
 {
@@ -276,7 +278,7 @@ static uint64_t Below(size_t k)
     return k > 63 ? ~uint64_t{0} : (uint64_t{1} << k) - 1;
 }
 
-// Where the zero behind `zeros` others stands in `free`, whose bits are zero coefficients; 64 when
+// Where the zero after `zeros` others stands in `free`, whose bits are zero coefficients; 64 when
 // there are not so many.
 static size_t FindZero(uint64_t free, uint32_t zeros)
 {
@@ -542,9 +544,9 @@ static SCAN MakeScan(PICTURE &picture)
     return scan;
 }
 
-// Reads the bits of restart interval `number`; false when they were lost. The marker behind them
-// tells which interval follows: a later one than the next, then those between are lost; an earlier
-// one, then it is passed over with what follows it. Codes that nobody uses are damage.
+// Reads the bits of restart interval `number`; false when they are lost. The marker after them
+// tells which interval follows: up to 3 ahead, the ones between are lost; else it is stale and
+// skipped with what follows it. Markers that have no meaning here are skipped.
 static bool StartInterval(SCAN &scan, size_t number)
 {
     if (scan.Ended || scan.Pending > number)
@@ -563,7 +565,7 @@ static bool StartInterval(SCAN &scan, size_t number)
         if (file[JPG_Position] != 0xFF || marker < 0xC0 || marker == 0xFF)
             continue;
         scan.Ended = marker < 0xD0 || marker > 0xD7;
-        const size_t lost = (marker - number) & 7;  // intervals; 4 and more: it is an earlier one
+        const size_t lost = (marker - number) & 7;  // intervals; 4 and more: it is stale
         if (scan.Ended)
             return true;
         if (lost < 4) {
@@ -596,7 +598,20 @@ static void MakePixels(PICTURE &picture, size_t y, uint8_t *pixels)
                  y == 0 ? 0 : JPG_RowsReady(*planes[0], step * y), to, pixels);
 }
 
-// Decodes the scan at JPG_Position, which is left before the marker behind it.
+// Why MCU row y of a scan has not all of its blocks.
+static void NoteLoss(const PICTURE &picture, const SCAN &scan, size_t y)
+{
+    const JPG_HEADER &h = JPG_Header;
+    const size_t rows = std::min<size_t>(h.Height, y * JPG_Decoder.PaddedHeight / scan.Down);
+    const char *what = JPG_Position + 1 >= JPG_File.size() ? "cut" : "damaged";
+    if (picture.Direct)
+        Reason_Set("%s after %zu of %d rows", what, rows, h.Height);
+    else
+        Reason_Set("%s in scan %d after %zu of %d rows", what, picture.Scans, rows, h.Height);
+}
+
+// Decodes the scan at JPG_Position, which is left before the marker after it. Without more bits it
+// ends at once, unless rows of pixels are still to be made.
 static void DecodeScan(PICTURE &picture, uint8_t *pixels)
 {
     SCAN scan = MakeScan(picture);
@@ -613,9 +628,15 @@ static void DecodeScan(PICTURE &picture, uint8_t *pixels)
             }
             const size_t end = std::min(scan.Across, x + (next - mcu));
             const size_t reached = good ? decode(scan, x, end, y) : x;
+            picture.Visits += (reached - x + 1) * scan.Components.size();
             good = good && !scan.Lost;
-            if (picture.Direct && !good)
-                FillGrey(scan, reached, end, y);
+            if (!good) {
+                NoteLoss(picture, scan, y);
+                if (picture.Direct)
+                    FillGrey(scan, reached, end, y);
+                else if (scan.Ended)
+                    return;
+            }
             mcu += end - x;
             x = end;
         }
@@ -636,25 +657,54 @@ static void TransformRow(COMPONENT &c, size_t y)
         }
 }
 
-// No encoder makes so many; so a small file cannot ask for hours.
+// No encoder makes so many scans, nor such that visit their blocks so often: so a small file cannot
+// ask for hours.
 constexpr int JPG_MaxScans = 1000;
+constexpr uint64_t JPG_VisitsPerByte = 128, JPG_VisitsPerBlock = 32;
 
-static void DecodeScans(PICTURE &picture, uint8_t *pixels)
+// Whether the next scan is within those bounds.
+static bool IsBounded(const PICTURE &picture, uint64_t blocks)
+{
+    if (picture.Scans >= JPG_MaxScans)
+        Reason_Set("more than %d scans", JPG_MaxScans);
+    else if (picture.Visits > OwnBytes() * JPG_VisitsPerByte + blocks * JPG_VisitsPerBlock)
+        Reason_Set("scan %d and on: more work than its bytes are worth", picture.Scans + 1);
+    else
+        return true;
+    return false;
+}
+
+// What the file lacks although none of its scans is cut.
+static void NoteMissingScans(const PICTURE &picture)
+{
+    for (size_t i = 0; i < picture.Count; i++)
+        if (!picture.Components[i].Scaled)
+            Reason_Set("no scan of component %zu", i + 1);
+    if (JPG_Decoder.Progressive && !JPG_Decoder.Ended)
+        Reason_Set("cut after scan %d", picture.Scans);
+}
+
+static void DecodeAllScans(PICTURE &picture, uint8_t *pixels)
 {
     JPG_Decoder.InScans = true;
     const JPG_DECODER decoder = JPG_Decoder;  // should a second frame header follow
     const JPG_HEADER header = JPG_Header;
-    for (int scans = 0; JPG_Header.DataOffset != 0 && scans < JPG_MaxScans; scans++) {
+    const uint64_t blocks = BlocksOfMcu() * decoder.McusAcross * decoder.McusDown;
+    while (JPG_Header.DataOffset != 0 && IsBounded(picture, blocks)) {
+        picture.Scans++;
         DecodeScan(picture, pixels);
         if (picture.Direct)
             return;
         JPG_WalkMarkers();
+        const bool ended = JPG_Decoder.Ended;
         JPG_Decoder = decoder;
+        JPG_Decoder.Ended = ended;
         JPG_Header.Width = header.Width;
         JPG_Header.Height = header.Height;
         JPG_Header.ComponentCount = header.ComponentCount;
         JPG_Header.Components = header.Components;
     }
+    NoteMissingScans(picture);
     for (size_t y = 0; y < decoder.McusDown; y++) {
         for (size_t i = 0; i < picture.Count; i++)
             TransformRow(picture.Components[i], y);
@@ -675,6 +725,6 @@ uint8_t *JPG_DecodeScans(JPG_COLOURS colours)
         Reason_Set("out of memory");
         return nullptr;
     }
-    DecodeScans(*picture, pixels.get());
+    DecodeAllScans(*picture, pixels.get());
     return pixels.release();
 }
