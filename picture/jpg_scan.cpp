@@ -177,15 +177,18 @@ static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
     });
 }
 
+// What an earlier scan of the same component left stays where this one has zeros.
 static size_t DecodeSequential(SCAN &scan, size_t x, size_t end, size_t y)
 {
     return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
-        std::array<int16_t, 65> block{};
+        int16_t *kept = c.BlockAt(bx, by);
+        std::array<int16_t, 65> block;
+        std::copy_n(kept, 64, block.begin());
         const size_t last = DecodeBlock(bits, c, block.data());
         if (bits.Overrun() && !c.ACCodes.GoesOn)
             return;
-        std::copy_n(block.begin(), 64, c.BlockAt(bx, by));
-        c.NonZero[by * c.BlocksAcross + bx] = (uint64_t{2} << (last - 1)) - 2;
+        std::copy_n(block.begin(), 64, kept);
+        c.NonZero[by * c.BlocksAcross + bx] |= (uint64_t{2} << (last - 1)) - 2;
     });
 }
 
