@@ -537,13 +537,21 @@ void TIF_Load(const char *path)
         TIF_File = {};
 }
 
+// Framework: colours that a palette lacks are black. Format: a palette that is not whole does not
+// count, so that its picture is grey.
+static const TIF_ENTRY *FindPalette(size_t colours)
+{
+    const TIF_ENTRY *map = TIF_Header.Photometric == TIF_Palette ? Find(TIF_ColorMap) : nullptr;
+    return map && (map->Count >= 3 * colours || !ByFormat()) ? map : nullptr;
+}
+
 // What the samples of grey and palette pictures stand for. Palettes have 16 bits a component; those
 // without a bit in the high bytes were written with 8.
 static void ReadPalette(TIF_PAINT &paint)
 {
     const TIF_HEADER &h = TIF_Header;
-    const TIF_ENTRY *map = h.Photometric == TIF_Palette ? Find(TIF_ColorMap) : nullptr;
     const size_t count = size_t{1} << std::min<size_t>(h.BitsPerSample, 8);
+    const TIF_ENTRY *map = FindPalette(count);
     bool wide = false;
     for (size_t i = 0; map && i < 3 * count && !wide; i++)
         wide = GetValue(map, i) > 0xFF;

@@ -230,9 +230,12 @@ std::span<const uint8_t> TIF_Expand(std::span<const uint8_t> stored,
         break;
     default: {
         const FAX_RESULT fax = FAX_Expand(stored, FaxScheme(), width, out);
-        if (fax.Damaged)
-            Reason_Set("damaged %s data", TIF_FindPacking(h.Compression)->Name);
-        return out.first(fax.Rows * ((width + 7) / 8));
+        const size_t rowBytes = (width + 7) / 8, rows = size / rowBytes;
+        if (fax.Damaged || fax.Rows < rows)
+            Reason_Set("%s data %s, %zu of %zu rows", TIF_FindPacking(h.Compression)->Name,
+                       fax.Damaged ? "damaged" : "cut", fax.Rows, rows);
+        std::fill(out.begin() + static_cast<ptrdiff_t>(fax.Rows * rowBytes), out.end(), uint8_t{0});
+        return out;  // rows that were not sent are white
     }
     }
     if (h.Predictor == 2)
