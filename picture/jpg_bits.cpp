@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "picture/jpg.h"
+#include "picture/jpg_markers.h"
 
 // What a symbol says, without what its bits may add.
 static int32_t EntryOf(uint8_t symbol, uint32_t bits, bool ac)

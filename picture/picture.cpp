@@ -15,7 +15,6 @@
 #include "picture/graphics.h"
 #include "picture/ham68.h"
 #include "picture/jpg.h"
-#include "picture/jpg_scan.h"
 #include "picture/lbm.h"
 #include "picture/pcx.h"
 #include "picture/png.h"
@@ -73,8 +72,7 @@ static bool Begins(const PICTURE_HEAD &head, Magic... magic)
 
 static bool LooksLikeJPEG(const PICTURE_HEAD &head)
 {
-    return (Begins(head, "\xFF\xD8\xFF\xE0"sv) && head.Has(6, "JFIF")) ||
-           (Begins(head, "\xFF\xD8\xFF\xE1"sv) && head.Has(6, "Exif"));
+    return JPG_Detected(head.Bytes);
 }
 
 // What most headers give.
