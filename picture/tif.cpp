@@ -55,8 +55,10 @@ enum TIF_TAG : uint16_t {
 constexpr uint32_t TIF_HeaderSize = 8;
 constexpr uint16_t TIF_Big = 43;  // the magic number of files with 64-bit offsets
 constexpr uint16_t TIF_MaxSamples = 8;
-// How many times over a file's strips may take its bytes.
-constexpr uint64_t TIF_MaxOverlap = 8;
+// How many times over a file's strips may take its bytes. JPEG streams cost more, and bring tables
+// along; those of less than 2 KiB are not counted.
+constexpr uint64_t TIF_MaxOverlap = 8, TIF_MaxOverlapOfJPEG = 2;
+constexpr size_t TIF_FreeTables = 2048;
 
 static bool ByFormat()
 {
@@ -510,15 +512,16 @@ static bool IsPossible()
     for (size_t index = 0; index < strips.Count; index++) {
         const size_t size = strips(index).size();
         stored += size;
-        used += size + (size != 0 ? tables : 0);
+        used += size + (size != 0 && tables > TIF_FreeTables ? tables : 0);
     }
     const uint64_t file = TIF_File.size(), pixels = uint64_t{h.Width} * h.Height;
     const uint64_t perByte =
         std::max<uint64_t>(uint64_t{Packing()->Ratio} * 8 / (h.Samples * h.BitsPerSample), 1);
+    const uint64_t overlap = h.Compression == TIF_JPEG ? TIF_MaxOverlapOfJPEG : TIF_MaxOverlap;
     const uint64_t chunk =
         h.Compression == TIF_Plain ? 0 : strips.Grid.BytesOf(0) * strips.Grid.Planes;
     return Demand(stored != 0, "no pixels stored") &&
-           Demand(used <= TIF_MaxOverlap * file, "strips that overlap") &&
+           Demand(used <= overlap * file, "strips that overlap") &&
            Picture_Believes(h.Width, h.Height, std::min(stored, file), perByte) &&
            Demand(chunk <= Picture_MaxBytes, "strips of more than %zu MiB",
                   Picture_MaxBytes >> 20) &&
@@ -661,7 +664,7 @@ static uint8_t *Decode()
     const TIF_GRID &grid = strips.Grid;
     const auto paint = std::make_unique<TIF_PAINT>();
     ReadPalette(*paint);
-    const bool converted = h.Compression == TIF_JPEG && h.Photometric == TIF_YCbCr;
+    const bool converted = h.Compression == TIF_JPEG && h.Photometric == TIF_YCbCr && !h.Planar;
     TIF_InitPaint(*paint, converted ? uint16_t{TIF_RGB} : h.Photometric, ReadYCbCr());
     std::vector<TIF_BUFFERS> buffers(grid.Planes);
     TIF_PLANES planes(grid.Planes);

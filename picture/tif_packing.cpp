@@ -9,6 +9,7 @@
 #include "picture/bits.h"
 #include "picture/fax.h"
 #include "picture/inflate.h"
+#include "picture/jpg.h"
 #include "picture/lbm.h"
 #include "picture/pixels.h"
 #include "picture/tif.h"
@@ -197,13 +198,40 @@ static FAX_SCHEME FaxScheme()
     }
 }
 
+// The stream's samples; in YCbCr pictures they become RGB. One of another width, or of other
+// samples a pixel, gives the part that it shares with the strip.
+static std::span<const uint8_t> ExpandJPEG(std::span<const uint8_t> stored,
+                                           std::span<const uint8_t> tables, size_t size,
+                                           size_t width, size_t step, TIF_BUFFERS &buffers)
+{
+    if (stored.empty())
+        return {};
+    JPG_STREAM jpeg = JPG_DecodeStream(tables, stored, TIF_Header.Photometric == TIF_YCbCr);
+    if (jpeg.Samples.empty())
+        return {};
+    buffers.Expanded = std::move(jpeg.Samples);
+    if (jpeg.Width == width && jpeg.Components == step)
+        return std::span(buffers.Expanded).first(std::min(size, buffers.Expanded.size()));
+    const size_t rows = std::min<size_t>(jpeg.Height, size / (width * step));
+    BYTES_BUFFER &out = buffers.Mirrored;
+    out.assign(rows * width * step, 0);
+    for (size_t y = 0; y < rows; y++)
+        for (size_t x = 0; x < std::min<size_t>(jpeg.Width, width); x++)
+            std::copy_n(buffers.Expanded.begin() +
+                            static_cast<ptrdiff_t>((y * jpeg.Width + x) * jpeg.Components),
+                        std::min<size_t>(jpeg.Components, step),
+                        out.begin() + static_cast<ptrdiff_t>((y * width + x) * step));
+    return out;
+}
+
 std::span<const uint8_t> TIF_Expand(std::span<const uint8_t> stored,
                                     std::span<const uint8_t> tables, size_t size, size_t width,
                                     size_t step, TIF_BUFFERS &buffers, std::span<uint8_t> out)
 {
     const TIF_HEADER &h = TIF_Header;
-    (void)tables;
-    if (h.FillOrder == 2 && h.Compression != TIF_JPEG) {
+    if (h.Compression == TIF_JPEG)
+        return ExpandJPEG(stored, tables, size, width, step, buffers);
+    if (h.FillOrder == 2) {
         buffers.Mirrored.resize(stored.size());
         std::transform(stored.begin(), stored.end(), buffers.Mirrored.begin(),
                        [](uint8_t byte) { return mirror[byte]; });
