@@ -57,20 +57,24 @@ void TIF_InitPaint(TIF_PAINT &paint, uint16_t photometric, const TIF_YCBCR &ycbc
     if (photometric != TIF_YCbCr)
         return;
     const auto [red, green, blue] = ycbcr.Luma;
-    const auto &ref = ycbcr.Reference;
     const auto fixed = [](double value) {
-        return static_cast<int32_t>(std::lround(std::clamp(value, -8191.0, 8191.0) * 65536));
+        return static_cast<int32_t>(std::lround(std::clamp(value, -8.0, 8.0) * 65536));
+    };
+    const int32_t crToR = fixed(2 - 2 * red), crToG = fixed(-(2 - 2 * red) * red / green);
+    const int32_t cbToB = fixed(2 - 2 * blue), cbToG = fixed(-(2 - 2 * blue) * blue / green);
+    // Whole numbers of their full range, as other decoders take them.
+    const auto scaled = [&ref = ycbcr.Reference](size_t code, size_t black, double range) {
+        const double value = (static_cast<double>(code) - ref[black]) * range;
+        return static_cast<int32_t>(
+            std::clamp(value / (ref[black + 1] - ref[black]), -512.0, 511.0));
     };
     for (size_t i = 0; i < 256; i++) {
-        const auto code = static_cast<double>(i);
-        const double y = (code - ref[0]) * 255 / (ref[1] - ref[0]);
-        const double cb = (code - ref[2]) * 127 / (ref[3] - ref[2]);
-        const double cr = (code - ref[4]) * 127 / (ref[5] - ref[4]);
-        paint.Y[i] = fixed(y);
-        paint.CrToR[i] = fixed(cr * (2 - 2 * red));
-        paint.CbToB[i] = fixed(cb * (2 - 2 * blue));
-        paint.CrToG[i] = fixed(-cr * (2 - 2 * red) * red / green);
-        paint.CbToG[i] = fixed(-cb * (2 - 2 * blue) * blue / green);
+        const int32_t cb = scaled(i, 2, 127), cr = scaled(i, 4, 127);
+        paint.Y[i] = scaled(i, 0, 255) * 65536;
+        paint.CrToR[i] = cr * crToR;
+        paint.CbToB[i] = cb * cbToB;
+        paint.CrToG[i] = cr * crToG;
+        paint.CbToG[i] = cb * cbToG;
     }
 }
 
