@@ -604,37 +604,50 @@ static bool AreBytesPixels()
 
 using TIF_PLANES = std::vector<std::span<const uint8_t>>;
 
+// Paints `count` pixels whose bytes begin at `at` in every plane and end `left` later.
+static void PaintPixels(TIF_PAINT &paint, const TIF_GRID &grid, const TIF_PLANES &planes, size_t y,
+                        size_t at, size_t left, size_t count, uint8_t *out)
+{
+    const TIF_HEADER &h = TIF_Header;
+    TIF_ROW row{{}, grid.UnitBytes != 0 ? 3 : grid.Step};
+    const size_t used = std::min<size_t>(h.Samples, row.Samples.size());
+    for (size_t p = 0; p < std::min(planes.size(), used); p++) {
+        const auto bytes = planes[p].subspan(at, left);
+        const uint8_t *first = grid.UnitBytes != 0
+                                   ? TIF_UnpackUnits(paint, bytes, y % grid.LineCount, count)
+                                   : TIF_Unpack(paint, p, bytes, count * grid.Step);
+        for (size_t c = p; c < (h.Planar ? p + 1 : used); c++)
+            row.Samples[c] = first + (c - p);
+    }
+    TIF_PaintRow(paint, row, count, out);
+    if (DividesAlpha())
+        TIF_DivideByAlpha(count, out);
+}
+
 // Paints one strip or tile, of all planes, into `columns` of each row of the picture; pixels that
 // not all of the planes have stay transparent. Returns whether there are none.
 static bool PaintChunk(TIF_PAINT &paint, const TIF_GRID &grid, const TIF_PLANES &planes,
                        size_t rows, size_t columns, uint8_t *out)
 {
     const TIF_HEADER &h = TIF_Header;
-    size_t size = SIZE_MAX, least = columns;
+    size_t size = SIZE_MAX, least = columns, y = 0;
     for (const auto &plane : planes)
         size = std::min(size, plane.size());
-    for (size_t y = 0; y < rows; y++, out += size_t{h.Width} * 4) {
+    if (columns == h.Width && h.TileWidth == h.Width && h.BitsPerSample == 8 &&
+        grid.UnitBytes == 0) {
+        y = std::min(rows, size / grid.LineBytes);  // rows of bytes follow each other in both
+        if (y != 0)
+            PaintPixels(paint, grid, planes, 0, 0, y * grid.LineBytes, y * columns, out);
+    }
+    for (out += y * h.Width * 4; y < rows; y++, out += size_t{h.Width} * 4) {
         const size_t at = std::min(y / grid.LineCount * grid.LineBytes, size);
         const size_t left = std::min(size - at, grid.LineBytes);
         const size_t there = grid.UnitBytes != 0 ? left / grid.UnitBytes * h.Subsampling[0]
                                                  : left * 8 / h.BitsPerSample / grid.Step;
         const size_t count = std::min(columns, there);
         least = std::min(least, count);
-        if (count != 0) {
-            TIF_ROW row{{}, grid.UnitBytes != 0 ? 3 : grid.Step};
-            const size_t used = std::min<size_t>(h.Samples, row.Samples.size());
-            for (size_t p = 0; p < std::min(planes.size(), used); p++) {
-                const auto bytes = planes[p].subspan(at, left);
-                const uint8_t *first =
-                    grid.UnitBytes != 0 ? TIF_UnpackUnits(paint, bytes, y % grid.LineCount, count)
-                                        : TIF_Unpack(paint, p, bytes, count * grid.Step);
-                for (size_t c = p; c < (h.Planar ? p + 1 : used); c++)
-                    row.Samples[c] = first + (c - p);
-            }
-            TIF_PaintRow(paint, row, count, out);
-            if (DividesAlpha())
-                TIF_DivideByAlpha(count, out);
-        }
+        if (count != 0)
+            PaintPixels(paint, grid, planes, y, at, left, count, out);
         std::memset(out + 4 * count, 0, 4 * (columns - count));
     }
     return least == columns;

@@ -143,11 +143,19 @@ static void WithStep(size_t step, const Paint &paint)
     }
 }
 
+template <typename Step>
+static void PaintIndexes(const uint8_t *__restrict from, Step step,
+                         const std::array<uint8_t, 4> *__restrict palette, size_t count,
+                         uint8_t *__restrict out)
+{
+    for (size_t i = 0; i < count; i++)
+        std::memcpy(out + 4 * i, palette[from[i * step]].data(), 4);
+}
+
 static void PaintColours(const TIF_PAINT &paint, const TIF_ROW &in, size_t count, uint8_t *out)
 {
-    WithStep(in.Step, [&, from = in.Samples[0], palette = paint.Palette.data()](auto step) {
-        for (size_t i = 0; i < count; i++)
-            std::memcpy(out + 4 * i, palette[from[i * step]].data(), 4);
+    WithStep(in.Step, [&](auto step) {
+        PaintIndexes(in.Samples[0], step, paint.Palette.data(), count, out);
     });
 }
 
