@@ -427,6 +427,13 @@ struct TIF_STRIPS {
         return Bytes_GetSpan(TIF_File, offset, std::min(count, most));
     }
 
+    // How many strips or tiles there are all planes of, counted from the first.
+    size_t CountWhole() const
+    {
+        const size_t others = (Grid.Planes - 1) * Grid.Across * Grid.Down;
+        return Count > others ? Count - others : 0;
+    }
+
     std::span<const uint8_t> SharedTables() const
     {
         return Tables ? Bytes_GetSpan(TIF_File, Tables->Position, Tables->ByteSize)
@@ -670,7 +677,8 @@ static uint8_t *Decode()
     const TIF_HEADER &h = TIF_Header;
     if (TIF_File.empty())
         return nullptr;
-    std::unique_ptr<uint8_t, TIF_FREE> pixels(Picture_NewUnsetPixels(h.Width, h.Height));
+    std::unique_ptr<uint8_t, TIF_FREE> pixels(h.Tiled ? Picture_NewPixels(h.Width, h.Height)
+                                                      : Picture_NewUnsetPixels(h.Width, h.Height));
     if (!pixels)
         return nullptr;
     const TIF_STRIPS strips;
@@ -681,9 +689,9 @@ static uint8_t *Decode()
     TIF_InitPaint(*paint, converted ? uint16_t{TIF_RGB} : h.Photometric, ReadYCbCr());
     std::vector<TIF_BUFFERS> buffers(grid.Planes);
     TIF_PLANES planes(grid.Planes);
-    const size_t count = grid.Across * grid.Down;
-    size_t missing = 0;
-    for (size_t chunk = 0; chunk < count; chunk++) {
+    const size_t count = grid.Across * grid.Down, whole = strips.CountWhole();
+    size_t missing = count - whole;
+    for (size_t chunk = 0; chunk < whole; chunk++) {
         const size_t x = chunk % grid.Across * h.TileWidth;
         const size_t y = chunk / grid.Across * h.RowsPerStrip, rows = grid.RowsOf(chunk);
         const size_t columns = std::min<size_t>(h.TileWidth, h.Width - x);
@@ -693,6 +701,10 @@ static uint8_t *Decode()
             planes[p] = TIF_Expand(strips(p * count + chunk), strips.SharedTables(),
                                    grid.BytesOf(chunk), h.TileWidth, grid.Step, buffers[p], room);
         missing += !PaintChunk(*paint, grid, planes, rows, columns, out);
+    }
+    if (!h.Tiled) {
+        const size_t rows = std::min<size_t>(whole * h.RowsPerStrip, h.Height);
+        std::memset(pixels.get() + rows * h.Width * 4, 0, (h.Height - rows) * h.Width * 4);
     }
     if (missing != 0)
         Reason_Set("%zu of %zu %s are cut short or missing", missing, count,
