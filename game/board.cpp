@@ -11,7 +11,6 @@
 #include <GL/glew.h>
 
 #include "extra/reason.h"
-#include "game/frame.h"
 #include "game/moves.h"
 #include "platform/application.h"
 #include "platform/system.h"

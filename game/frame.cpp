@@ -13,8 +13,6 @@
 
 uint8_t mSecond, Second, Minute, Hour;
 uint8_t timeMS, timeS, timeM, timeH;
-float xr, yr, zr;
-float xr2, yr2, zr2;
 
 constexpr int32_t KeyEscape = 256;
 constexpr int32_t MouseLeft = 1, MouseRight = 3;

@@ -9,6 +9,8 @@
 
 uint8_t mx, my;
 uint8_t mb;
+float xr, yr, zr;
+float xr2, yr2, zr2;
 
 static MineCell &CurrentCell()
 {
