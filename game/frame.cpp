@@ -1,18 +1,24 @@
 #include "game/frame.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 
 #include "game/board.h"
 #include "game/minefield.h"
 #include "game/moves.h"
 #include "platform/application.h"
+#include "platform/glfew.h"
 #include "platform/timer.h"
 
 uint8_t mSecond, Second, Minute, Hour;
 uint8_t timeMS, timeS, timeM, timeH;
 float xr, yr, zr;
 float xr2, yr2, zr2;
+
+static std::optional<std::chrono::steady_clock::time_point> lastTick;  // GameLock guards it
 
 constexpr int32_t KeyEscape = 256;
 constexpr int32_t MouseLeft = 1, MouseRight = 3;
@@ -38,8 +44,18 @@ static bool AcceptStep(int32_t button)
     return true;
 }
 
+// The pointer tells while clicks are dropped; once the game is over there is nothing to wait for.
+static void ShowBusy()
+{
+    std::unique_lock lock(GameLock);
+    const bool busy = mb == GAME_TURNING || mb == GAME_UNCOVERING;
+    lock.unlock();
+    GLFEW_SetBusy(busy);
+}
+
 void Scene()
 {
+    ShowBusy();
     if (System_KeyDown() == KeyEscape)
         Velmorandis_CloseApplication(1);
     const int32_t button = System_MouseDown();
@@ -81,19 +97,19 @@ static void AdvanceEndViews()
 {
     if (mb > GAME_TURNING)
         for (float *angle : {&xr, &yr, &zr})
-            Spin(*angle, 1);
+            Spin(*angle, SpinTick);
     if (mb == GAME_RECEDING) {
         if (2 * zDepth > zr2) {
-            zr2 = static_cast<float>(zr2 + 0.1);
+            zr2 = static_cast<float>(zr2 + RecedeTick);
         } else {
             xr2 = yr2 = zr2 = 0;
             mb = GAME_SPINNING;
         }
     }
     if (mb == GAME_SPINNING) {
-        Spin(xr2, 0.075);
-        Spin(yr2, 0.1);
-        Spin(zr2, 0.025);
+        Spin(xr2, BoardSpinTick[0]);
+        Spin(yr2, BoardSpinTick[1]);
+        Spin(zr2, BoardSpinTick[2]);
     }
 }
 
@@ -137,9 +153,12 @@ static void UncoverAll()
     });
 }
 
+namespace
+{
 struct VERDICT {
     bool Lost, Won;
 };
+}  // namespace
 
 // Both may be true: a losing step that leaves nothing covered and as many flags, right or wrong, as
 // there are mines also wins, on purpose.
@@ -187,10 +206,19 @@ static VERDICT Tick()
     return verdict;
 }
 
+float TickShare()
+{
+    if (!lastTick)
+        return 0;
+    using TICKS = std::chrono::duration<float, std::centi>;
+    return std::min(TICKS(std::chrono::steady_clock::now() - *lastTick).count(), 1.0f);
+}
+
 void Timer()
 {
     std::unique_lock lock(GameLock);
     const VERDICT verdict = Tick();
+    lastTick = std::chrono::steady_clock::now();
     lock.unlock();  // a terminal may keep its writer waiting
     if (verdict.Lost)
         std::printf("Game Over - You have stepped on a mine!\n");
