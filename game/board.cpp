@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include <GL/glew.h>
 
+#include "extra/reason.h"
 #include "game/frame.h"
 #include "game/moves.h"
 #include "platform/application.h"
@@ -79,8 +82,21 @@ static void LoadTextures()
         {texSix, "datas/Six.ham8"},     {texSeven, "datas/Seven.ham8"},
         {texEight, "datas/Eight.ham8"},
     };
-    for (const auto &tile : tiles)
+    std::string missing;  // the first
+    int others = -1;
+    for (const auto &tile : tiles) {
         tile.texture = GLFEW_LoadTexture(tile.file, 0, 0);
+        if (tile.texture == 0 && ++others == 0)
+            missing = std::string(tile.file) +
+                      ": no picture: " + (*Reason_Get() ? Reason_Get() : "it does not decode");
+    }
+    if (others < 0)
+        return;
+    if (others > 0)
+        missing += ", nor of " + std::to_string(others) + " other tiles";
+    std::error_code error;
+    std::fprintf(stderr, "%s; looked for in %s\n", missing.c_str(),
+                 std::filesystem::current_path(error).c_str());
 }
 
 static uint32_t NumberTexture(MineCell &cell)
@@ -158,28 +174,45 @@ void DestroyBoard()
                 GLFEW_DestroyVertex(face);
 }
 
+namespace
+{
+struct ANGLES {
+    float x, y, z;
+    bool operator==(const ANGLES &) const = default;
+};
+
 // What a frame draws, copied from the game under its lock.
 struct BOARD_VIEW {
-    struct ANGLES {
-        float x, y, z;
-    };
     std::array<std::array<ANGLES, MaxDim>, MaxDim> Cube;
     uint8_t State;  // GAME
     ANGLES Spin, Spin2;
 };
+}  // namespace
+
 static BOARD_VIEW view;
 
-static void CopyView()
+// Stores what is to be drawn; true when that has changed.
+template <typename T>
+static bool Update(T &shown, const T &now)
+{
+    const bool changed = !(shown == now);
+    shown = now;
+    return changed;
+}
+
+static bool CopyView()
 {
     const std::lock_guard lock(GameLock);
+    bool changed = false;
     for (size_t x = 0; x < xDim; x++)
         for (size_t y = 0; y < yDim; y++) {
             const MineCell &cell = MineField[x][y];
-            view.Cube[x][y] = {cell.xAngle, cell.yAngle, cell.zAngle};
+            changed |= Update(view.Cube[x][y], {cell.xAngle, cell.yAngle, cell.zAngle});
         }
-    view.State = mb;
-    view.Spin = {xr, yr, zr};
-    view.Spin2 = {xr2, yr2, zr2};
+    changed |= Update(view.State, mb);
+    changed |= Update(view.Spin, {xr, yr, zr});
+    changed |= Update(view.Spin2, {xr2, yr2, zr2});
+    return changed;
 }
 
 static void Rotate(EXTRA_MATRIX &model, float x, float y, float z)
@@ -230,7 +263,7 @@ static void TransformCube(std::array<GLFEW_VERTEX, FACE_COUNT> &faces, int x, in
     const auto &angles = view.Cube[static_cast<size_t>(x)][static_cast<size_t>(y)];
     const bool apart = view.State == GAME_RECEDING || view.State == GAME_SPINNING;
     const bool spinning = view.State == GAME_WON || view.State == GAME_SPINNING;
-    const BOARD_VIEW::ANGLES spin = spinning ? view.Spin : BOARD_VIEW::ANGLES{};
+    const ANGLES spin = spinning ? view.Spin : ANGLES{};
     GLFEW_VERTEX &first = faces[0];
     Extra_Identity(first.Model);
     Rotate(first.Model, angles.x + spin.x, angles.y + spin.y, angles.z + spin.z);
@@ -259,21 +292,18 @@ float GridShare(int window, int longest)
 
 void Paint()
 {
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    if (!GLFEW_MustDraw(CopyView()))
+        return;
+    GLFEW_Clear();
     const int longest = std::max(xDim, yDim);
     GLFEW_SetViewport(GridShare(System_GetScreenWidth(), longest),
                       GridShare(System_GetScreenHeight(), longest));
-    CopyView();
     if (view.State == GAME_RECEDING || view.State == GAME_SPINNING)
         ViewWorld();
     for (int y = 0; y < yDim; y++)
         for (int x = 0; x < xDim; x++)
             TransformCube(OGLvertex[static_cast<size_t>(x)][static_cast<size_t>(y)], x, y);
-    for (const GLFEW_VERTEX *face : drawOrder) {
-        GLFEW_Set3DWorld(*face);
-        GLFEW_SetTexture(*face);
-        GLFEW_DrawVertex(*face, GL_TRIANGLES);
-    }
+    GLFEW_DrawVertices(drawOrder, GL_TRIANGLES);
 }
 
 // Where the mouse falls on one axis of the picking grid: a cell's number, or NoCell.

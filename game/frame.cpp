@@ -1,5 +1,6 @@
 #include "game/frame.h"
 
+#include <chrono>
 #include <cstdio>
 #include <mutex>
 
@@ -7,6 +8,7 @@
 #include "game/minefield.h"
 #include "game/moves.h"
 #include "platform/application.h"
+#include "platform/glfew.h"
 #include "platform/timer.h"
 
 uint8_t mSecond, Second, Minute, Hour;
@@ -38,8 +40,25 @@ static bool AcceptStep(int32_t button)
     return true;
 }
 
+// Sets the window's title where that has changed, once a second at most.
+static void ShowTitle()
+{
+    using namespace std::chrono;
+    static std::string shown;
+    static steady_clock::time_point due;
+    const steady_clock::time_point now = steady_clock::now();
+    if (!System_Window || now < due)
+        return;
+    due = now + 1s;
+    const std::string title = GameTitle();
+    if (title != shown)
+        GLFEW_SetTitle(title.c_str());
+    shown = title;
+}
+
 void Scene()
 {
+    ShowTitle();
     if (System_KeyDown() == KeyEscape)
         Velmorandis_CloseApplication(1);
     const int32_t button = System_MouseDown();
@@ -196,4 +215,27 @@ void Timer()
         std::printf("Game Over - You have stepped on a mine!\n");
     if (verdict.Won)
         std::printf("Game Over - You have detected all mines!\n");
+}
+
+std::string GameTitle()
+{
+    const std::lock_guard lock(GameLock);
+    int flags = 0;
+    ForEachCell(
+        [&flags](const MineCell &cell, uint8_t, uint8_t) { flags += cell.state == STATE_FLAG; });
+    int h = Hour, m = Minute, s = Second;
+    if (mb >= GAME_WON)
+        h = timeH, m = timeM, s = timeS;
+    else if (step == 1)
+        h = m = s = 0;  // the clock is reset by the first step
+    const auto twoDigits = [](int value) {
+        return ':' + std::string(value < 10 ? "0" : "") + std::to_string(value);
+    };
+    const std::string minutes = h > 0 ? std::to_string(h) + twoDigits(m) : std::to_string(m);
+    return "Tessaruvinel v3.23 - " + std::to_string(xDim) + 'x' + std::to_string(yDim) +
+           " - flags " + std::to_string(flags) + " of " + std::to_string(nMines) + " - " + minutes +
+           twoDigits(s) +
+           (mb == GAME_WON  ? " - won"
+            : mb > GAME_WON ? " - lost - Escape ends"
+                            : "");
 }

@@ -5,12 +5,12 @@
 
 #include "extra/bytes.h"
 #include "extra/heap.h"
-#include "picture/picture.h"
+#include "picture/pixels.h"
 
-GIF_HEADER GIF_Header;
-std::vector<GIF_FRAME> GIF_Frames;
-BYTES_BUFFER GIF_File;
-size_t GIF_Position;
+constinit thread_local GIF_HEADER GIF_Header{};
+constinit thread_local std::vector<GIF_FRAME> GIF_Frames{};
+constinit thread_local BYTES_BUFFER GIF_File{};
+constinit thread_local size_t GIF_Position{};
 
 // GIF89a, appendix E: row step and first row of each pass of an interlaced frame.
 constexpr std::array<std::array<uint8_t, 2>, 4> GIF_Interlace = {{{8, 0}, {8, 4}, {4, 2}, {2, 1}}};
@@ -38,10 +38,10 @@ constexpr size_t GIF_Chunk = 16;  // bytes that strings are copied by
 struct GIF_STRING {
     uint32_t Start, Length;
 };
-static std::array<GIF_STRING, GIF_MaxCodes + 1> GIF_DictionaryTree;
+static constinit thread_local std::array<GIF_STRING, GIF_MaxCodes + 1> GIF_DictionaryTree{};
 
 // True once frames have been given out as a picture, which then owns the first.
-static bool GIF_GivenOut;
+static constinit thread_local bool GIF_GivenOut{};
 
 static uint8_t GIF_GetByte()
 {

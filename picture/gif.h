@@ -47,10 +47,10 @@ struct GIF_FRAME {
 };
 
 /// The file being decoded, one at a time. Header and frames stay after GIF_UnLoad.
-extern GIF_HEADER GIF_Header;
-extern std::vector<GIF_FRAME> GIF_Frames;
-extern BYTES_BUFFER GIF_File;
-extern size_t GIF_Position;  // next byte to read
+extern constinit thread_local GIF_HEADER GIF_Header;
+extern constinit thread_local std::vector<GIF_FRAME> GIF_Frames;
+extern constinit thread_local BYTES_BUFFER GIF_File;
+extern constinit thread_local size_t GIF_Position;  // next byte to read
 
 /// Reads a file and decompresses its frames to indexes; those that a frame's data lack are 0.
 /// Frees the frames of an earlier file, save the first's picture, which belongs to the picture that

@@ -6,16 +6,16 @@
 #include <cstdio>
 #include <cstring>
 
-INFLATE_STATE Inflate_State;
-size_t PNG_BitPointer;
+constinit thread_local INFLATE_STATE Inflate_State{};
+constinit thread_local size_t PNG_BitPointer{};
 
-static std::span<const uint8_t> Inflate_Stream;
-static bool Inflate_LastBlock;
+static constinit thread_local std::span<const uint8_t> Inflate_Stream{};
+static constinit thread_local bool Inflate_LastBlock{};
 
 // What of the current block is still to come.
 enum INFLATE_BLOCK : uint8_t { BLOCK_NONE, BLOCK_STORED, BLOCK_CODED };
-static INFLATE_BLOCK Inflate_Block;
-static size_t Inflate_StoredLeft;  // bytes
+static constinit thread_local INFLATE_BLOCK Inflate_Block{};
+static constinit thread_local size_t Inflate_StoredLeft{};  // bytes
 
 constexpr size_t PNG_LiteralCodes = 288, PNG_DistanceCodes = 32, PNG_CLCodes = 19;
 constexpr size_t PNG_LongestCode = 15;
@@ -106,12 +106,13 @@ struct PNG_HUFFMAN {
     size_t RootCount;
 };
 constexpr uint32_t LITERAL_ROOT = 11, DISTANCE_ROOT = 9, CL_ROOT = 7;
-static PNG_HUFFMAN PNG_LiteralTable, PNG_DistanceTable, PNG_CLTable;
-static bool Inflate_FixedTables;  // the tables are those of blocks with fixed codes
+static constinit thread_local PNG_HUFFMAN PNG_LiteralTable{}, PNG_DistanceTable{}, PNG_CLTable{};
+static constinit thread_local bool
+    Inflate_FixedTables{};  // the tables are those of blocks with fixed codes
 
 // The first level of PNG_LiteralTable with up to three literals in an entry, as many as its bits
 // tell: they lie above their count in the bits that the other entries use for more.
-static std::array<uint32_t, 1 << LITERAL_ROOT> Inflate_Triples;
+static constinit thread_local std::array<uint32_t, 1 << LITERAL_ROOT> Inflate_Triples{};
 
 static uint64_t Load64(const uint8_t *from)
 {
@@ -248,7 +249,7 @@ static void MakeTriples()
     // What any `width` bits hold, as triples: nothing, one literal at most, or two. Each table
     // begins at its size. A literal's code in front turns one table into entries of the next.
     using TRIPLES = std::array<uint32_t, 1 << LITERAL_ROOT>;
-    static TRIPLES nothing, ones, twos;
+    static constinit thread_local TRIPLES nothing{}, ones{}, twos{};
     std::array<PNG_CODE, 256> literals;
     const std::span codes = std::span(PNG_LiteralTable.RootCodes).first(PNG_LiteralTable.RootCount);
     const auto end = std::copy_if(codes.begin(), codes.end(), literals.begin(),

@@ -22,9 +22,9 @@ enum INFLATE_STATE : uint8_t {
 constexpr size_t Inflate_History = 32768, Inflate_Margin = 320;
 
 /// Where the stream stands.
-extern INFLATE_STATE Inflate_State;
+extern constinit thread_local INFLATE_STATE Inflate_State;
 /// Next bit of the stream, counted from its first byte's lowest. Beyond the last bit: cut short.
-extern size_t PNG_BitPointer;
+extern constinit thread_local size_t PNG_BitPointer;
 
 /// Starts on a stream, which stays the caller's and in place. The header's two bytes are skipped
 /// unread; the checksum behind the blocks is not looked at.

@@ -9,13 +9,13 @@
 
 #include "extra/bytes.h"
 #include "picture/jpg_scan.h"
-#include "picture/picture.h"
+#include "picture/pixels.h"
 
-JPG_HEADER JPG_Header;
-JPG_DECODER JPG_Decoder;
-JPG_EXIF JPG_Exif;
-BYTES_BUFFER JPG_File;
-size_t JPG_Position;
+constinit thread_local JPG_HEADER JPG_Header{};
+constinit thread_local JPG_DECODER JPG_Decoder{};
+constinit thread_local JPG_EXIF JPG_Exif{};
+constinit thread_local BYTES_BUFFER JPG_File{};
+constinit thread_local size_t JPG_Position{};
 
 const std::array<const char *, 6> JPG_Modes = {
     "UNKNOWN",

@@ -97,11 +97,11 @@ struct JPG_EXIF {
 };
 
 /// The file being decoded, one at a time. Header and Exif stay after JPG_UnLoad.
-extern JPG_HEADER JPG_Header;
-extern JPG_DECODER JPG_Decoder;
-extern JPG_EXIF JPG_Exif;
-extern BYTES_BUFFER JPG_File;
-extern size_t JPG_Position;  // next byte of the file
+extern constinit thread_local JPG_HEADER JPG_Header;
+extern constinit thread_local JPG_DECODER JPG_Decoder;
+extern constinit thread_local JPG_EXIF JPG_Exif;
+extern constinit thread_local BYTES_BUFFER JPG_File;
+extern constinit thread_local size_t JPG_Position;  // next byte of the file
 
 /// Names to show, by scan mode.
 extern const std::array<const char *, 6> JPG_Modes;

@@ -11,7 +11,7 @@
 #include "picture/jpg_bits.h"
 #include "picture/jpg_block.h"
 #include "picture/jpg_colour.h"
-#include "picture/picture.h"
+#include "picture/pixels.h"
 
 struct FREE {
     void operator()(void *memory) const

@@ -7,12 +7,12 @@
 
 #include "extra/bytes.h"
 #include "picture/inflate.h"
-#include "picture/picture.h"
+#include "picture/pixels.h"
 
-PNG_HEADER PNG_Header;
-BYTES_BUFFER PNG_File;
-size_t PNG_Position;
-PNG_DECODER PNG_Decoder;
+constinit thread_local PNG_HEADER PNG_Header{};
+constinit thread_local BYTES_BUFFER PNG_File{};
+constinit thread_local size_t PNG_Position{};
+constinit thread_local PNG_DECODER PNG_Decoder{};
 
 const std::array<const char *, 7> PNG_ColorType = {
     "Grayscale", "???", "RGB triple", "Palette", "Grayscale + Alpha", "???", "RGB + Alpha"};
@@ -538,7 +538,7 @@ using RGBA = std::array<uint8_t, 4>;
 
 // The colours that a line's byte of grey levels or palette indices stands for, the leftmost in its
 // highest bits: 8 / BitDepth of them a byte.
-static std::array<RGBA, 256 * 8> PNG_Colors;
+static constinit thread_local std::array<RGBA, 256 * 8> PNG_Colors{};
 
 static void MakeColors()
 {

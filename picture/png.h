@@ -54,10 +54,11 @@ struct PNG_DECODER {
 };
 
 /// The file being decoded, one at a time. The header stays after PNG_UnLoad.
-extern PNG_HEADER PNG_Header;
-extern BYTES_BUFFER PNG_File;  // only while loading
-extern size_t PNG_Position;    // next byte, of the file and then of the inflated data
-extern PNG_DECODER PNG_Decoder;
+extern constinit thread_local PNG_HEADER PNG_Header;
+extern constinit thread_local BYTES_BUFFER PNG_File;  // only while loading
+extern constinit thread_local size_t
+    PNG_Position;  // next byte, of the file and then of the inflated data
+extern constinit thread_local PNG_DECODER PNG_Decoder;
 
 /// Names to show, by colour type, interlace method and unit.
 extern const std::array<const char *, 7> PNG_ColorType;

@@ -3,11 +3,10 @@
 #include <cstdlib>
 
 #include "extra/bytes.h"
-#include "picture/picture.h"
 #include "picture/pixels.h"
 
-SPR_HEADER SPR_Header;
-BYTES_BUFFER SPR_File;
+constinit thread_local SPR_HEADER SPR_Header{};
+constinit thread_local BYTES_BUFFER SPR_File{};
 
 constexpr size_t SPR_HeaderSize = 10;
 

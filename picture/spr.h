@@ -18,8 +18,8 @@ struct SPR_HEADER {
 
 /// The file being decoded, one at a time. The header, and with it the images, stays after
 /// SPR_UnLoad until SPR_FreeImages.
-extern SPR_HEADER SPR_Header;
-extern BYTES_BUFFER SPR_File;
+extern constinit thread_local SPR_HEADER SPR_Header;
+extern constinit thread_local BYTES_BUFFER SPR_File;
 
 /// Reads a file's header. Frees the images of an earlier file, save the first, which belongs to the
 /// picture that it was loaded for.

@@ -8,13 +8,12 @@
 
 #include "extra/bytes.h"
 #include "picture/inflate.h"
-#include "picture/lbm.h"
-#include "picture/picture.h"
+#include "picture/packbits.h"
 #include "picture/pixels.h"
 
-TIF_HEADER TIF_Header;
-BYTES_BUFFER TIF_File;
-size_t TIF_Position;
+constinit thread_local TIF_HEADER TIF_Header{};
+constinit thread_local BYTES_BUFFER TIF_File{};
+constinit thread_local size_t TIF_Position{};
 
 enum TIF_TAG : uint16_t {
     TIF_ImageWidth = 256,
@@ -294,7 +293,7 @@ static bool IsPossible()
     size_t stored = 0;
     for (size_t index = 0; index < strips.Count; index++)
         stored += strips(index).size();
-    return stored != 0 && pixels * h.Samples / Picture_LeastShare <= stored * MostOutOfOne();
+    return stored != 0 && pixels * h.Samples / Picture_MinShare <= stored * MostOutOfOne();
 }
 
 void TIF_Load(const char *path)
@@ -451,7 +450,7 @@ static std::span<const uint8_t> ExpandStrip(std::span<const uint8_t> stored, siz
     std::span<uint8_t> strip = std::span(buffers.Expanded).subspan(LZW_Alphabet, size);
     switch (h.Compression) {
     case TIF_PackBits:
-        return strip.first(LBM_ExpandByteRuns(stored, strip));
+        return strip.first(PackBits_Expand(stored, strip));
     case TIF_LZW:
         strip = strip.first(ExpandLZW(stored, buffers.Expanded));
         break;

@@ -48,9 +48,9 @@ struct TIF_HEADER {
 };
 
 /// The file being decoded, one at a time. The header stays after TIF_UnLoad.
-extern TIF_HEADER TIF_Header;
-extern BYTES_BUFFER TIF_File;
-extern size_t TIF_Position;  // next byte to read; beyond the size: cut short
+extern constinit thread_local TIF_HEADER TIF_Header;
+extern constinit thread_local BYTES_BUFFER TIF_File;
+extern constinit thread_local size_t TIF_Position;  // next byte to read; beyond the size: cut short
 
 /// Numbers at TIF_Position in the file's byte order; what is past the end reads as 0.
 uint8_t TIF_GetByte();

@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include <dlfcn.h>
 
 #include <GL/glew.h>
 #include <GLFW/glfw3.h>
@@ -16,21 +19,54 @@
 
 uint32_t GLFEW_VertexArrayID;
 
-// A GL object that several records share: found by what it was made of.
-struct SHARED {
-    uint32_t Name;
-    uint32_t Users;
-    uint32_t VertexShader, FragmentShader;  // programs
+namespace
+{
+// GL objects that several records share, found by what they were made of. There are few of them.
+struct BUFFER {
+    uint32_t Name, Users;
+    std::string Bytes;
 };
-using SHARED_TABLE = std::unordered_map<std::string, SHARED>;
-static SHARED_TABLE sharedPrograms, sharedBuffers;
+struct PROGRAM {
+    uint32_t Name, Users;
+    uint32_t VertexShader, FragmentShader;
+    std::string VertexSource, FragmentSource;
+    int32_t MVPLocation, SamplerLocation;
+    uint32_t Instanced;  // takes an MVP an instance; 0: none was made, or none can be
+    bool TriedInstanced;
+};
 
-// What the context has been told, so that it is not told again.
+// State that is set in the context, so that it is not set again.
 struct GL_STATE {
     uint32_t Program, Texture, Buffer;
     uint8_t Kind;  // of the vertices that the attributes point to; 0: none
 };
+
+// What the frames need to know of the window. Times as glfwGetTime gives them, in seconds.
+struct PACE {
+    bool Stale;         // the window does not show the application's present picture
+    bool Drawn;         // something has been drawn since the last swap
+    bool Iconified;     // nothing of the window can be seen
+    double Period;      // from one refresh of the fastest display to the next
+    double Shown;       // when the last picture was due on the display
+    double EagerUntil;  // input makes the next picture likely, so it is looked for more often
+};
+
+// The cursor's motion after a press, which waits for the next frame.
+struct LATER_MOTION {
+    bool Held;   // a button was pressed in this frame: the globals tell where
+    bool Moved;  // to X, Y since then
+    uint16_t X, Y;
+};
+}  // namespace
+
+static std::vector<PROGRAM> programs;
+static std::vector<BUFFER> buffers;
+static uint32_t instanceBuffer;  // of MVPs; 0 until it is needed
+static std::vector<EXTRA_MATRIX> instances;
+uint64_t GLFEW_DrawCalls;
 static GL_STATE current;
+static PACE pace;
+static LATER_MOTION later;
 
 static std::string windowError;  // what GLFW said last
 
@@ -54,6 +90,41 @@ static void MeasureFramebuffer()
 {
     glfwGetFramebufferSize(System_Window, &framebufferWidth, &framebufferHeight);
     GLFEW_SetViewport(1, 1);
+    pace.Stale = true;
+}
+
+static void MeasureRefresh()
+{
+    int count = 0, fastest = 0;
+    GLFWmonitor **monitors = glfwGetMonitors(&count);
+    for (int i = 0; i < count; i++)
+        if (const GLFWvidmode *mode = glfwGetVideoMode(monitors[i]))
+            fastest = std::max(fastest, mode->refreshRate);
+    pace.Period = 1.0 / (fastest > 0 ? fastest : 60);  // virtual displays do not tell
+}
+
+// Where the cursor is now: events tell only of its own motion, not of the window's under it.
+static void AskCursor()
+{
+    double x, y;
+    glfwGetCursorPos(System_Window, &x, &y);
+    GLFEW_MouseMotion(System_Window, x, y);
+}
+
+// What the window system tells about what can be seen. A picture may be lost whenever the window
+// was covered, and a few systems tell of that only by the focus.
+static void WatchWindow()
+{
+    glfwSetWindowRefreshCallback(System_Window, [](GLFWwindow *) { pace.Stale = true; });
+    glfwSetWindowFocusCallback(System_Window, [](GLFWwindow *, int) { pace.Stale = true; });
+    glfwSetWindowIconifyCallback(System_Window, [](GLFWwindow *, int iconified) {
+        pace.Iconified = iconified == GLFW_TRUE;
+        pace.Stale = true;
+    });
+    glfwSetWindowPosCallback(System_Window, [](GLFWwindow *, int, int) { AskCursor(); });
+    glfwSetMonitorCallback([](GLFWmonitor *, int) { MeasureRefresh(); });
+    pace = {};
+    MeasureRefresh();
 }
 
 int32_t GLFEW_Init()
@@ -85,6 +156,9 @@ int32_t GLFEW_Init()
     glfwSetFramebufferSizeCallback(System_Window,
                                    [](GLFWwindow *, int, int) { MeasureFramebuffer(); });
     glfwSwapInterval(1);
+    WatchWindow();
+    later = {};
+    AskCursor();
     glGenVertexArrays(1, &GLFEW_VertexArrayID);
     glBindVertexArray(GLFEW_VertexArrayID);
     current = {};
@@ -93,6 +167,12 @@ int32_t GLFEW_Init()
     glClearColor(channel(System_BGred), channel(System_BGgreen), channel(System_BGblue),
                  channel(System_BGalpha));
     return 1;
+}
+
+// A tick of the application may show what it did only a moment later.
+static void ExpectPicture()
+{
+    pace.EagerUntil = glfwGetTime() + 0.03;
 }
 
 void GLFEW_KeyBoard(GLFWwindow *, int key, int scancode, int action, int)
@@ -104,27 +184,41 @@ void GLFEW_KeyBoard(GLFWwindow *, int key, int scancode, int action, int)
     else
         return;
     System_KD_Code = scancode;
+    ExpectPicture();
 }
 
-void GLFEW_Mouse(GLFWwindow *window, int button, int action, int)
+static void CatchUpMotion()
+{
+    if (later.Moved) {
+        System_MouseX = later.X;
+        System_MouseY = later.Y;
+    }
+    later = {};
+}
+
+void GLFEW_Mouse(GLFWwindow *, int button, int action, int)
 {
     constexpr std::array<int32_t, 3> codes = {1, 3, 2};  // left, right, middle
     if (button >= 0 && button < static_cast<int>(codes.size())) {
         const int32_t code = codes[static_cast<size_t>(button)];
-        if (action == GLFW_PRESS)
+        if (action == GLFW_PRESS) {
             System_MD = code;
-        else if (action == GLFW_RELEASE)
+            CatchUpMotion();
+            later.Held = true;
+        } else if (action == GLFW_RELEASE) {
             System_MU = code;
+        }
     }
-    double x, y;
-    glfwGetCursorPos(window, &x, &y);
-    GLFEW_MouseMotion(window, x, y);
+    ExpectPicture();
 }
 
 void GLFEW_MouseMotion(GLFWwindow *, double x, double y)
 {
-    System_MouseX = static_cast<uint16_t>(static_cast<int32_t>(x));
-    System_MouseY = static_cast<uint16_t>(static_cast<int32_t>(y));
+    later.Moved = true;
+    later.X = static_cast<uint16_t>(static_cast<int32_t>(x));
+    later.Y = static_cast<uint16_t>(static_cast<int32_t>(y));
+    if (!later.Held)
+        CatchUpMotion();
 }
 
 void GLFEW_Wheel(GLFWwindow *, double, double y)
@@ -137,6 +231,7 @@ void GLFEW_Screen(GLFWwindow *, int width, int height)
     System_ScreenWidth = width;
     System_ScreenHeight = height;
     MeasureFramebuffer();
+    AskCursor();
 }
 
 void GLFEW_SetViewport(float widthShare, float heightShare)
@@ -236,9 +331,16 @@ uint32_t GLFEW_MaxTextureSide()
     return static_cast<uint32_t>(std::max(side, 0));
 }
 
+bool GLFEW_MustDraw(bool changed)
+{
+    pace.Stale = pace.Stale || changed;
+    return pace.Stale && !pace.Iconified;
+}
+
 void GLFEW_Clear()
 {
-    glClear(GL_COLOR_BUFFER_BIT);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    pace.Drawn = true;
 }
 
 void GLFEW_BlendByAlpha()
@@ -287,32 +389,84 @@ static std::string_view VertexBytes(const GLFEW_VERTEX &record)
 static void AcquireBuffer(GLFEW_VERTEX &record)
 {
     const std::string_view bytes = VertexBytes(record);
-    SHARED &shared = sharedBuffers[std::string(bytes)];
-    if (shared.Users++ == 0) {
-        glGenBuffers(1, &shared.Name);
-        glBindBuffer(GL_ARRAY_BUFFER, shared.Name);
+    auto shared = std::ranges::find(buffers, bytes, &BUFFER::Bytes);
+    if (shared == buffers.end()) {
+        shared = buffers.insert(shared, {0, 0, std::string(bytes)});
+        glGenBuffers(1, &shared->Name);
+        glBindBuffer(GL_ARRAY_BUFFER, shared->Name);
+        current.Buffer = current.Kind = 0;
         glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(bytes.size()), bytes.data(),
                      GL_STATIC_DRAW);
     }
-    record.Buffer = shared.Name;
+    shared->Users++;
+    record.Buffer = shared->Name;
+}
+
+static uint32_t LinkProgram(uint32_t vertexShader, uint32_t fragmentShader)
+{
+    const uint32_t program = glCreateProgram();
+    glAttachShader(program, vertexShader);
+    glAttachShader(program, fragmentShader);
+    glLinkProgram(program);
+    return program;
+}
+
+static PROGRAM MakeProgram(const char *vertex, const char *fragment)
+{
+    PROGRAM program{};
+    program.VertexSource = vertex;
+    program.FragmentSource = fragment;
+    program.VertexShader = CompileShader(GL_VERTEX_SHADER, vertex);
+    program.FragmentShader = CompileShader(GL_FRAGMENT_SHADER, fragment);
+    program.Name = LinkProgram(program.VertexShader, program.FragmentShader);
+    program.MVPLocation = glGetUniformLocation(program.Name, "MVP");
+    program.SamplerLocation = glGetUniformLocation(program.Name, "textureSampler1");
+    return program;
 }
 
 static void AcquireProgram(GLFEW_VERTEX &record)
 {
     const char *vertex = record.VertexShaderSource.data();
     const char *fragment = record.FragmentShaderSource.data();
-    SHARED &shared = sharedPrograms[std::string(vertex) + '\0' + fragment];
-    if (shared.Users++ == 0) {
-        shared.VertexShader = CompileShader(GL_VERTEX_SHADER, vertex);
-        shared.FragmentShader = CompileShader(GL_FRAGMENT_SHADER, fragment);
-        shared.Name = glCreateProgram();
-        glAttachShader(shared.Name, shared.VertexShader);
-        glAttachShader(shared.Name, shared.FragmentShader);
-        glLinkProgram(shared.Name);
+    auto shared = std::ranges::find_if(programs, [=](const PROGRAM &program) {
+        return program.VertexSource == vertex && program.FragmentSource == fragment;
+    });
+    if (shared == programs.end())
+        shared = programs.insert(shared, MakeProgram(vertex, fragment));
+    shared->Users++;
+    record.VertexShader = shared->VertexShader;
+    record.FragmentShader = shared->FragmentShader;
+    record.Program = shared->Name;
+    record.MVPLocation = shared->MVPLocation;
+    if (record.Kind == GLFEW_TEXTURED)
+        record.SamplerLocation = shared->SamplerLocation;
+}
+
+// The program that draws many records of this one at once: the same text, but for MVP, which comes
+// with each instance instead of with each call. 0 for a text that takes its MVP in another way.
+static uint32_t InstancedProgram(uint32_t name)
+{
+    const auto program = std::ranges::find(programs, name, &PROGRAM::Name);
+    if (program == programs.end())
+        return 0;
+    if (!std::exchange(program->TriedInstanced, true)) {
+        constexpr std::string_view single = "uniform mat4 MVP;";
+        std::string source = program->VertexSource;
+        const size_t at = source.find(single);
+        if (at == std::string::npos)
+            return 0;
+        source.replace(at, single.size(), "layout(location = 2) in mat4 MVP;");
+        const uint32_t shader = CompileShader(GL_VERTEX_SHADER, source.c_str());
+        program->Instanced = LinkProgram(shader, program->FragmentShader);
+        glDeleteShader(shader);  // with its program
+        GLint linked;
+        glGetProgramiv(program->Instanced, GL_LINK_STATUS, &linked);
+        if (!linked) {
+            glDeleteProgram(program->Instanced);
+            program->Instanced = 0;
+        }
     }
-    record.VertexShader = shared.VertexShader;
-    record.FragmentShader = shared.FragmentShader;
-    record.Program = shared.Name;
+    return program->Instanced;
 }
 
 void GLFEW_CreateVertex(GLFEW_VERTEX &record)
@@ -324,15 +478,11 @@ void GLFEW_CreateVertex(GLFEW_VERTEX &record)
     if (FloatsPerVertex(record.Kind) != 0)
         AcquireBuffer(record);
     AcquireProgram(record);
-
-    record.MVPLocation = glGetUniformLocation(record.Program, "MVP");
     record.PositionAttribute = 0;
-    if (record.Kind == GLFEW_VEC3) {
+    if (record.Kind == GLFEW_VEC3)
         record.Vec3Attribute = 1;
-    } else if (record.Kind == GLFEW_TEXTURED) {
+    else if (record.Kind == GLFEW_TEXTURED)
         record.TextureAttribute = 1;
-        record.SamplerLocation = glGetUniformLocation(record.Program, "textureSampler1");
-    }
 }
 
 static void UseProgram(uint32_t program)
@@ -371,52 +521,187 @@ static void PointAttributes(uint8_t kind)
                           reinterpret_cast<const void *>(3 * sizeof(float)));
 }
 
-void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode)
+static void PointVertices(const GLFEW_VERTEX &record)
 {
     const uint8_t kind = FloatsPerVertex(record.Kind) != 0 ? record.Kind : uint8_t{0};
-    if (current.Buffer != record.Buffer || current.Kind != kind) {
-        glBindBuffer(GL_ARRAY_BUFFER, record.Buffer);
-        PointAttributes(kind);
-        current.Buffer = record.Buffer;
-        current.Kind = kind;
-    }
-    glDrawArrays(mode, 0, record.Count);
+    if (current.Buffer == record.Buffer && current.Kind == kind)
+        return;
+    glBindBuffer(GL_ARRAY_BUFFER, record.Buffer);
+    PointAttributes(kind);
+    current.Buffer = record.Buffer;
+    current.Kind = kind;
 }
 
-// Lets go of one use of a name; true when it was the last.
-static bool Release(SHARED_TABLE &table, uint32_t name)
+void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode)
 {
-    const auto entry = std::find_if(table.begin(), table.end(),
-                                    [name](const auto &e) { return e.second.Name == name; });
-    if (entry == table.end() || --entry->second.Users > 0)
-        return false;
-    table.erase(entry);
-    return true;
+    PointVertices(record);
+    glDrawArrays(mode, 0, record.Count);
+    GLFEW_DrawCalls++;
+    pace.Drawn = true;
+}
+
+// A matrix takes as many attributes as it has columns.
+constexpr GLuint firstMatrixAttribute = 2, matrixAttributes = 4;
+
+static void PointInstances(size_t first)
+{
+    glBindBuffer(GL_ARRAY_BUFFER, instanceBuffer);
+    for (GLuint i = 0; i < matrixAttributes; i++)
+        glVertexAttribPointer(
+            firstMatrixAttribute + i, 4, GL_FLOAT, GL_FALSE, sizeof(EXTRA_MATRIX),
+            reinterpret_cast<const void *>(first * sizeof(EXTRA_MATRIX) + i * 4 * sizeof(float)));
+    glBindBuffer(GL_ARRAY_BUFFER, current.Buffer);
+}
+
+static void SwitchInstances(bool on)
+{
+    for (GLuint i = firstMatrixAttribute; i < firstMatrixAttribute + matrixAttributes; i++) {
+        if (on)
+            glEnableVertexAttribArray(i);
+        else
+            glDisableVertexAttribArray(i);
+        glVertexAttribDivisor(i, 1);
+    }
+}
+
+static void LoadInstances(std::span<const GLFEW_VERTEX *const> records)
+{
+    instances.resize(records.size());
+    for (size_t i = 0; i < records.size(); i++)
+        instances[i] = records[i]->MVP;
+    if (instanceBuffer == 0)
+        glGenBuffers(1, &instanceBuffer);
+    glBindBuffer(GL_ARRAY_BUFFER, instanceBuffer);
+    current.Buffer = current.Kind = 0;
+    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(instances.size() * sizeof(EXTRA_MATRIX)),
+                 instances.data(), GL_STREAM_DRAW);
+}
+
+void GLFEW_DrawVertices(std::span<const GLFEW_VERTEX *const> records, uint32_t mode)
+{
+    const auto differs = [](const GLFEW_VERTEX *a, const GLFEW_VERTEX *b) {
+        return a->Buffer != b->Buffer || a->Texture != b->Texture || a->Program != b->Program ||
+               a->Kind != b->Kind || a->Count != b->Count;
+    };
+    LoadInstances(records);
+    SwitchInstances(true);
+    for (auto first = records.begin(); first != records.end();) {
+        auto end = std::adjacent_find(first, records.end(), differs);
+        if (end != records.end())
+            ++end;
+        if (const uint32_t program = InstancedProgram((*first)->Program)) {
+            UseProgram(program);
+            GLFEW_SetTexture(**first);
+            PointVertices(**first);
+            PointInstances(static_cast<size_t>(first - records.begin()));
+            glDrawArraysInstanced(mode, 0, (*first)->Count, static_cast<GLsizei>(end - first));
+            GLFEW_DrawCalls++;
+            pace.Drawn = true;
+        } else {
+            for (const GLFEW_VERTEX *record : std::span(first, end)) {
+                GLFEW_Set3DWorld(*record);
+                GLFEW_SetTexture(*record);
+                GLFEW_DrawVertex(*record, mode);
+            }
+        }
+        first = end;
+    }
+    SwitchInstances(false);
+}
+
+// Ends one use of a name. Gives the object when that was the last, no longer in the table.
+template <typename Object>
+static std::optional<Object> Release(std::vector<Object> &table, uint32_t name)
+{
+    const auto object = std::ranges::find(table, name, &Object::Name);
+    if (object == table.end() || --object->Users > 0)
+        return std::nullopt;
+    std::optional<Object> last = std::move(*object);
+    table.erase(object);
+    return last;
 }
 
 void GLFEW_DestroyVertex(GLFEW_VERTEX &record)
 {
-    if (Release(sharedBuffers, record.Buffer)) {
+    if (Release(buffers, record.Buffer)) {
         glDeleteBuffers(1, &record.Buffer);
         current.Buffer = current.Kind = 0;
     }
-    if (Release(sharedPrograms, record.Program)) {
-        glDeleteProgram(record.Program);
+    if (const auto program = Release(programs, record.Program)) {
+        glDeleteProgram(program->Name);
+        glDeleteProgram(program->Instanced);  // 0 is ignored
         current.Program = 0;
     }
     record.Buffer = record.Program = 0;
 }
 
+void GLFEW_HideWindow()
+{
+    if (System_Window)
+        glfwHideWindow(System_Window);
+}
+
+void GLFEW_AnswerEvents()
+{
+    if (System_Window)
+        glfwPollEvents();
+}
+
+static void (*whenDisplayIsLost)();
+
+// Xlib's answer to both kinds of error is two lines and exit(); its own handlers are put in their
+// place by name, since GLFW may have been built without X11.
+void GLFEW_WhenDisplayIsLost(void (*end)())
+{
+    using HANDLER = int (*)(void *display, void *event);
+    whenDisplayIsLost = end;
+    void *library = dlopen("libX11.so.6", RTLD_LAZY | RTLD_NOLOAD);
+    if (!library)
+        return;
+    const HANDLER handler = [](void *, void *) {
+        whenDisplayIsLost();
+        return 0;
+    };
+    for (const char *name : {"XSetIOErrorHandler", "XSetErrorHandler"})
+        if (void *set = dlsym(library, name))
+            reinterpret_cast<HANDLER (*)(HANDLER)>(set)(handler);
+}
+
+// Keeps the display's rate after a swap that did not wait for the display. Events are delivered
+// meanwhile.
+static void WaitForRefresh()
+{
+    double now = glfwGetTime();
+    if (now - pace.Shown > 0.9 * pace.Period) {
+        pace.Shown = now;
+        return;
+    }
+    pace.Shown += pace.Period;
+    for (; now < pace.Shown; now = glfwGetTime())
+        glfwWaitEventsTimeout(pace.Shown - now);
+}
+
 void GLFEW_SwapBuffers()
 {
-    glfwSwapBuffers(System_Window);
-    glfwPollEvents();
+    constexpr double eagerly = 0.001, unseen = 0.1;
+    CatchUpMotion();
+    if (pace.Drawn) {
+        glfwSwapBuffers(System_Window);
+        pace.Drawn = pace.Stale = false;
+        WaitForRefresh();
+        glfwPollEvents();
+    } else {
+        const bool eager = glfwGetTime() < pace.EagerUntil;
+        glfwWaitEventsTimeout(eager ? eagerly : pace.Iconified ? unseen : pace.Period);
+    }
 }
 
 void GLFEW_Destroy()
 {
     if (System_Window) {
         glDeleteVertexArrays(1, &GLFEW_VertexArrayID);
+        glDeleteBuffers(1, &instanceBuffer);
+        instanceBuffer = 0;
         glfwDestroyWindow(System_Window);
         System_Window = nullptr;
     }

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 
 #include "extra/transform.h"
 #include "platform/state.h"
@@ -46,7 +47,9 @@ extern uint32_t GLFEW_VertexArrayID;
 /// why; then nothing else here may be called but GLFEW_Destroy.
 int32_t GLFEW_Init();
 
-/// Window callbacks. A repeat changes nothing; buttons beyond the third only move the cursor.
+/// Window callbacks. A repeat changes nothing, nor does a button beyond the third. The press of a
+/// button counts where the cursor's last motion before it led: from then to the next
+/// GLFEW_SwapBuffers the cursor's globals stay, whatever moves.
 void GLFEW_KeyBoard(GLFWwindow *window, int key, int scancode, int action, int mods);
 void GLFEW_Mouse(GLFWwindow *window, int button, int action, int mods);
 void GLFEW_MouseMotion(GLFWwindow *window, double x, double y);
@@ -78,7 +81,12 @@ void GLFEW_DestroyTexture(uint32_t texture);
 /// The longest side that a texture may have.
 uint32_t GLFEW_MaxTextureSide();
 
-/// Clears the picture; lays what is drawn from now on over what is there, by its alpha.
+/// Whether a frame is to be drawn: what the application shows has changed, now or while nothing
+/// of the window could be seen, or the window has lost its picture (a new size, uncovered). An
+/// application that does not ask draws every frame.
+bool GLFEW_MustDraw(bool changed);
+
+/// Clears colours and depths. / Turns on alpha blending for all later draws.
 void GLFEW_Clear();
 void GLFEW_BlendByAlpha();
 
@@ -98,11 +106,29 @@ void GLFEW_Set3DWorld(const GLFEW_VERTEX &record);
 void GLFEW_SetTexture(const GLFEW_VERTEX &record);
 void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode);
 
-/// Lets go of buffer and program, which go with their last user. Shaders and textures stay. A
-/// second time changes nothing.
+/// Draws what the three calls for each record in turn would draw. Neighbours that differ in
+/// nothing but their MVP take one draw call.
+void GLFEW_DrawVertices(std::span<const GLFEW_VERTEX *const> records, uint32_t mode);
+
+/// Draw calls so far, for benchmarks.
+extern uint64_t GLFEW_DrawCalls;
+
+/// Releases buffer and program; each is deleted with its last user. Shaders and textures stay. Safe
+/// to call twice.
 void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
 
-/// Shows the frame and delivers the window's events.
+/// Takes the window off the screen; delivers the events of a window that shows nothing more.
+/// Without a window they do nothing.
+void GLFEW_HideWindow();
+void GLFEW_AnswerEvents();
+
+/// Has `end` called when the connection to an X display breaks, on the thread that found out. It
+/// must end the process without calling anything here.
+void GLFEW_WhenDisplayIsLost(void (*end)());
+
+/// Ends a frame and delivers the window's events. What has been drawn since the last call is shown,
+/// at the display's rate at most, whether or not the driver waits for the display. When nothing
+/// was drawn, the call waits for an event or the time of a refresh, less after input.
 void GLFEW_SwapBuffers();
 
 /// Closes window and window system.
