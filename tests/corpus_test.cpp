@@ -43,6 +43,11 @@ static const std::map<std::string, const char *> deviations = {
     {"tiff/bw-uncompressed.tiff", "samples of a bit are passed over"},
 };
 
+// The same under the formats' own rules.
+static const std::map<std::string, const char *> formatDeviations = {
+    {"bmp/image__tests_images_bmp_images_V5_A1_R5_G5_B5.bmp", "its alpha of one bit is honoured"},
+};
+
 struct ROW {
     std::string File, Kind, Width, Height, Digest, DigestWithoutTransparent, Features, Note;
 };
@@ -137,18 +142,6 @@ static bool IsDamaged(const std::string &file)
         names, [&file](const char *name) { return file.find(name) != std::string::npos; });
 }
 
-// Restores the framework's rules when a test is over.
-struct RULES {
-    explicit RULES(uint8_t rules)
-    {
-        Picture_Rules = rules;
-    }
-    ~RULES()
-    {
-        Picture_Rules = PICTURE_RULES_FRAMEWORK;
-    }
-};
-
 // Whether pixels are what the other decoders give.
 static bool Matches(const ROW &row, const BYTES &pixels)
 {
@@ -220,7 +213,7 @@ TEST_P(Corpus, FormatRules)
     if (row.Kind == "psnr")
         ExpectPhoto(pixels, path);
     else
-        EXPECT_TRUE(Matches(row, pixels)) << reason;
+        EXPECT_EQ(Matches(row, pixels), !formatDeviations.contains(row.File)) << reason;
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, Corpus, testing::ValuesIn(Rows()), [](const auto &test) {
