@@ -3,14 +3,16 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <numeric>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include <GL/glew.h>
 
-#include "game/frame.h"
+#include "extra/reason.h"
 #include "game/moves.h"
 #include "platform/application.h"
 #include "platform/system.h"
@@ -81,8 +83,21 @@ static void LoadTextures()
         {texSix, "datas/Six.ham8"},     {texSeven, "datas/Seven.ham8"},
         {texEight, "datas/Eight.ham8"},
     };
-    for (const auto &tile : tiles)
+    std::string missing;  // the first
+    int others = -1;
+    for (const auto &tile : tiles) {
         tile.texture = GLFEW_LoadTexture(tile.file, 0, 0);
+        if (tile.texture == 0 && ++others == 0)
+            missing = std::string(tile.file) +
+                      ": no picture: " + (*Reason_Get() ? Reason_Get() : "it does not decode");
+    }
+    if (others < 0)
+        return;
+    if (others > 0)
+        missing += ", nor of " + std::to_string(others) + " other tiles";
+    std::error_code error;
+    std::fprintf(stderr, "%s; looked for in %s\n", missing.c_str(),
+                 std::filesystem::current_path(error).c_str());
 }
 
 static uint32_t NumberTexture(MineCell &cell)

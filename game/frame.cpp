@@ -1,10 +1,8 @@
 #include "game/frame.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <mutex>
-#include <optional>
 
 #include "game/board.h"
 #include "game/minefield.h"
@@ -15,10 +13,6 @@
 
 uint8_t mSecond, Second, Minute, Hour;
 uint8_t timeMS, timeS, timeM, timeH;
-float xr, yr, zr;
-float xr2, yr2, zr2;
-
-static std::optional<std::chrono::steady_clock::time_point> lastTick;  // GameLock guards it
 
 constexpr int32_t KeyEscape = 256;
 constexpr int32_t MouseLeft = 1, MouseRight = 3;
@@ -53,9 +47,26 @@ static void ShowBusy()
     GLFEW_SetBusy(busy);
 }
 
+// Sets the window's title where that has changed, once a second at most.
+static void ShowTitle()
+{
+    using namespace std::chrono;
+    static std::string shown;
+    static steady_clock::time_point due;
+    const steady_clock::time_point now = steady_clock::now();
+    if (!System_Window || now < due)
+        return;
+    due = now + 1s;
+    const std::string title = GameTitle();
+    if (title != shown)
+        GLFEW_SetTitle(title.c_str());
+    shown = title;
+}
+
 void Scene()
 {
     ShowBusy();
+    ShowTitle();
     if (System_KeyDown() == KeyEscape)
         Velmorandis_CloseApplication(1);
     const int32_t button = System_MouseDown();
@@ -206,22 +217,37 @@ static VERDICT Tick()
     return verdict;
 }
 
-float TickShare()
-{
-    if (!lastTick)
-        return 0;
-    using TICKS = std::chrono::duration<float, std::centi>;
-    return std::min(TICKS(std::chrono::steady_clock::now() - *lastTick).count(), 1.0f);
-}
-
 void Timer()
 {
     std::unique_lock lock(GameLock);
     const VERDICT verdict = Tick();
-    lastTick = std::chrono::steady_clock::now();
+    LastTick = std::chrono::steady_clock::now();
     lock.unlock();  // a terminal may keep its writer waiting
     if (verdict.Lost)
         std::printf("Game Over - You have stepped on a mine!\n");
     if (verdict.Won)
         std::printf("Game Over - You have detected all mines!\n");
+}
+
+std::string GameTitle()
+{
+    const std::lock_guard lock(GameLock);
+    int flags = 0;
+    ForEachCell(
+        [&flags](const MineCell &cell, uint8_t, uint8_t) { flags += cell.state == STATE_FLAG; });
+    int h = Hour, m = Minute, s = Second;
+    if (mb >= GAME_WON)
+        h = timeH, m = timeM, s = timeS;
+    else if (step == 1)
+        h = m = s = 0;  // the clock is reset by the first step
+    const auto twoDigits = [](int value) {
+        return ':' + std::string(value < 10 ? "0" : "") + std::to_string(value);
+    };
+    const std::string minutes = h > 0 ? std::to_string(h) + twoDigits(m) : std::to_string(m);
+    return "Tessaruvinel v3.23 - " + std::to_string(xDim) + 'x' + std::to_string(yDim) +
+           " - flags " + std::to_string(flags) + " of " + std::to_string(nMines) + " - " + minutes +
+           twoDigits(s) +
+           (mb == GAME_WON  ? " - won"
+            : mb > GAME_WON ? " - lost - Escape ends"
+                            : "");
 }

@@ -1,5 +1,6 @@
 #include "game/moves.h"
 
+#include <algorithm>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -9,6 +10,9 @@
 
 uint8_t mx, my;
 uint8_t mb;
+float xr, yr, zr;
+float xr2, yr2, zr2;
+std::optional<std::chrono::steady_clock::time_point> LastTick;
 
 static MineCell &CurrentCell()
 {
@@ -146,4 +150,12 @@ void DoSomething(uint8_t button)
         LeftClick();
     else if (button == 2)
         RightClick();
+}
+
+float TickShare()
+{
+    if (!LastTick)
+        return 0;
+    using TICKS = std::chrono::duration<float, std::centi>;
+    return std::min(TICKS(std::chrono::steady_clock::now() - *LastTick).count(), 1.0f);
 }

@@ -26,8 +26,8 @@ struct HAM68_HEADER {
 };
 
 /// The file being decoded, one at a time. The header stays after HAM68_UnLoad.
-extern HAM68_HEADER HAM68_Header;
-extern BYTES_BUFFER HAM68_File;  // the image, planes expanded
+extern constinit thread_local HAM68_HEADER HAM68_Header;
+extern constinit thread_local BYTES_BUFFER HAM68_File;  // the image, planes expanded
 
 /// Palettes that the encoder writes: grey ramps, as 12-bit words and as R G B.
 extern const std::array<uint16_t, 16> HAM68_Colors16;

@@ -1,20 +1,17 @@
 #include "picture/picture.h"
 
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <numbers>
 #include <string_view>
 
 #include "extra/bytes.h"
+#include "extra/reason.h"
 #include "picture/bmp.h"
 #include "picture/gif.h"
-#include "picture/graphics.h"
 #include "picture/ham68.h"
 #include "picture/jpg.h"
-#include "picture/jpg_scan.h"
 #include "picture/lbm.h"
 #include "picture/pcx.h"
 #include "picture/png.h"
@@ -25,27 +22,12 @@
 #include "picture/xbm.h"
 #include "platform/system.h"
 
-uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
-size_t Picture_MaxBytes = size_t{1} << 30;
+using namespace std::string_view_literals;
 
-// Bytes of a picture, 0 for one that cannot be.
-static size_t PixelBytes(uint32_t width, uint32_t height)
-{
-    const uint64_t count = uint64_t{width} * height;
-    return count <= Picture_MaxBytes / 4 ? count * 4 : 0;
-}
+constinit thread_local uint8_t PictureCR{}, PictureCG{}, PictureCB{}, PictureCA{};
 
-uint8_t *Picture_NewPixels(uint32_t width, uint32_t height)
+namespace
 {
-    const size_t bytes = PixelBytes(width, height);
-    return bytes != 0 ? static_cast<uint8_t *>(std::calloc(bytes, 1)) : nullptr;
-}
-
-uint8_t *Picture_NewUnsetPixels(uint32_t width, uint32_t height)
-{
-    const size_t bytes = PixelBytes(width, height);
-    return bytes != 0 ? static_cast<uint8_t *>(std::malloc(bytes)) : nullptr;
-}
 
 // The first 256 bytes of a file; what it lacks is 0, and so is the byte behind them.
 struct PICTURE_HEAD {
@@ -66,6 +48,8 @@ struct PICTURE_HEAD {
     }
 };
 
+}  // namespace
+
 // An XBM file is C text: its three names appear, in either case, before the first NUL.
 static bool LooksLikeXBM(const PICTURE_HEAD &head)
 {
@@ -77,70 +61,66 @@ static bool LooksLikeXBM(const PICTURE_HEAD &head)
     return true;
 }
 
-uint8_t Picture_Check(const char *path, uint16_t rawPlanes)
+template <typename... Magic>
+static bool Begins(const PICTURE_HEAD &head, Magic... magic)
 {
-    using namespace std::string_view_literals;
-    PICTURE_HEAD head;
-    if (!Bytes_LoadHead(path, std::span(head.Bytes).first(256)))
-        return PICTURE_UNKNOWN;
-    if (rawPlanes == 6 || rawPlanes == 8)
-        return PICTURE_HAM68;
-
-    // The order matters: the last signature that matches wins.
-    uint8_t format = PICTURE_UNKNOWN;
-    if (head.Has(0, "HAM6") || head.Has(0, "HAM8"))
-        format = PICTURE_HAM68;
-    if (head.Has(0, "BM"))
-        format = PICTURE_BMP;
-    if (head[0] == 0x0A)
-        format = PICTURE_PCX;
-    if (head[0] == 'P' && head[1] >= '1' && head[1] <= '6')
-        format = PICTURE_PNM;
-    if ((head.Has(0, "\xFF\xD8\xFF\xE0"sv) && head.Has(6, "JFIF")) ||
-        (head.Has(0, "\xFF\xD8\xFF\xE1"sv) && head.Has(6, "Exif")))
-        format = PICTURE_JPEG;
-    if (head[0] == 0 && head[1] == 0 && head[2] != 0 && head[16] % 8 == 0)
-        format = PICTURE_TGA;
-    if (head.Has(0, "\x89PNG\r\n\x1A\n"))
-        format = PICTURE_PNG;
-    if (head.Has(0, "FORM") && (head.Has(8, "ILBM") || head.Has(8, "PBM ")))
-        format = PICTURE_ILBM;
-    if (LooksLikeXBM(head))
-        format = PICTURE_XBM;
-    if (head.Has(0, "II") || head.Has(0, "MM"))
-        format = PICTURE_TIFF;
-    if (head.Has(0, "GIF8"))
-        format = PICTURE_GIF;
-    if (head.Has(0, "SPRITES"))
-        format = PICTURE_SPRITES;
-    return format;
+    return (head.Has(0, magic) || ...);
 }
 
-static void LoadHAM68(Picture &picture, const char *path, uint16_t hint, uint16_t rawPlanes)
+// By the format's rules: what is detected otherwise than by the framework's.
+
+static bool FormatPNM(const PICTURE_HEAD &head)
 {
-    HAM68_Load(path, hint, static_cast<uint8_t>(rawPlanes));
-    picture.Width = picture.BufferWidth = HAM68_Header.Width;
-    picture.Height = picture.BufferHeight = HAM68_Header.Height;
+    return head[0] == 'P' && head[1] >= '1' && head[1] <= '7' &&
+           (head[2] == '#' || head[2] == ' ' || (head[2] >= '\t' && head[2] <= '\r'));
+}
+
+static bool FormatPCX(const PICTURE_HEAD &head)
+{
+    const uint8_t version = head[1], encoding = head[2], bits = head[3];
+    return head[0] == 0x0A && version <= 5 && version != 1 && encoding <= 1 &&
+           (bits == 1 || bits == 2 || bits == 4 || bits == 8);
+}
+
+static bool FormatTIFF(const PICTURE_HEAD &head)
+{
+    return Begins(head, "II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv);
+}
+
+// TGA has no signature: a header whose fields are all of those that occur.
+static bool FormatTGA(const PICTURE_HEAD &head)
+{
+    const uint8_t map = head[1], type = head[2], mapBits = head[7], bits = head[16];
+    const bool mapped = type == 1 || type == 9, grey = type == 3 || type == 11;
+    const bool colour = type == 2 || type == 10;
+    const bool mapFits =
+        map == 0 ? !mapped
+                 : map == 1 && (mapBits == 15 || mapBits == 16 || mapBits == 24 || mapBits == 32);
+    const bool bitsFit = colour ? bits == 15 || bits == 16 || bits == 24 || bits == 32
+                                : (mapped || grey) && (bits == 8 || bits == 16);
+    const bool sides = (head[12] | head[13]) != 0 && (head[14] | head[15]) != 0;
+    return mapFits && bitsFit && sides && (head[17] & 0xC0) == 0;
+}
+
+// What most headers give.
+template <typename Header>
+static void Fill(Picture &picture, const Header &header, uint8_t *(*decode)())
+{
+    picture.Width = picture.BufferWidth = static_cast<uint16_t>(header.Width);
+    picture.Height = picture.BufferHeight = static_cast<uint16_t>(header.Height);
+    if constexpr (requires { header.BitsPerPixel; })
+        picture.Bits = static_cast<uint8_t>(header.BitsPerPixel);
+    picture.Pixels = decode();
+}
+
+static void FillHAM68(Picture &picture, uint16_t)
+{
     picture.Bits = HAM68_Header.Planes;
-    picture.Pixels = HAM68_Decoding(HAM68_Header.Planes);
-    HAM68_UnLoad();
+    Fill(picture, HAM68_Header, [] { return HAM68_Decoding(HAM68_Header.Planes); });
 }
 
-// The sequence of most formats.
-template <auto Load, auto *Header, auto Decoding, auto UnLoad>
-static void LoadPlain(Picture &picture, const char *path, uint16_t, uint16_t)
+static void FillJPG(Picture &picture, uint16_t)
 {
-    Load(path);
-    picture.Width = picture.BufferWidth = static_cast<uint16_t>(Header->Width);
-    picture.Height = picture.BufferHeight = static_cast<uint16_t>(Header->Height);
-    picture.Bits = static_cast<uint8_t>(Header->BitsPerPixel);
-    picture.Pixels = Decoding();
-    UnLoad();
-}
-
-static void LoadJPG(Picture &picture, const char *path, uint16_t, uint16_t)
-{
-    JPG_Load(path);
     picture.Width = JPG_Header.Width;
     picture.Height = JPG_Header.Height;
     picture.BufferWidth = static_cast<uint16_t>(JPG_Decoder.PaddedWidth);
@@ -152,96 +132,249 @@ static void LoadJPG(Picture &picture, const char *path, uint16_t, uint16_t)
     picture.ThumbHeight = JPG_Header.ThumbHeight;
     picture.ThumbBufferWidth = static_cast<uint16_t>(JPG_Decoder.ThumbPaddedWidth);
     picture.ThumbBufferHeight = static_cast<uint16_t>(JPG_Decoder.ThumbPaddedHeight);
-    JPG_UnLoad();
 }
 
-static void LoadTIF(Picture &picture, const char *path, uint16_t, uint16_t)
+static void FillTIF(Picture &picture, uint16_t)
 {
-    TIF_Load(path);
-    picture.Width = picture.BufferWidth = TIF_Header.Width;
-    picture.Height = picture.BufferHeight = TIF_Header.Height;
     picture.Bits = TIF_Header.BitsPerSample;
-    picture.Pixels = TIF_Decoding();
-    TIF_UnLoad();
+    Fill(picture, TIF_Header, TIF_Decoding);
 }
 
 // The decoder's rows end on whole bytes of a plane; the record's on its width.
-static void LoadLBM(Picture &picture, const char *path, uint16_t, uint16_t)
+static void FillLBM(Picture &picture, uint16_t)
 {
-    LBM_Load(path);
-    picture.Width = picture.BufferWidth = LBM_Header.Width;
-    picture.Height = picture.BufferHeight = LBM_Header.Height;
     picture.Bits = LBM_Header.Planes;
-    picture.Pixels = LBM_Decoding();
+    Fill(picture, LBM_Header, LBM_Decoding);
     const size_t row = size_t{LBM_Header.Width} * 4, stride = size_t{LBM_Header.BufferWidth} * 4;
     for (size_t y = 1; picture.Pixels && row != stride && y < picture.Height; y++)
         std::memmove(picture.Pixels + y * row, picture.Pixels + y * stride, row);
-    LBM_UnLoad();
 }
 
-static void LoadXBM(Picture &picture, const char *path, uint16_t, uint16_t)
+static void FillXBM(Picture &picture, uint16_t)
 {
-    XBM_Load(path);
-    picture.Width = XBM_Header.Width;
+    Fill(picture, XBM_Header, XBM_Decoding);
     picture.BufferWidth = static_cast<uint16_t>(XBM_Header.BytesPerRow * 8);
-    picture.Height = picture.BufferHeight = XBM_Header.Height;
-    picture.Bits = XBM_Header.BitsPerPixel;
-    picture.Pixels = XBM_Decoding();
-    XBM_UnLoad();
 }
 
-static void LoadGIF(Picture &picture, const char *path, uint16_t hint, uint16_t)
+static void FillGIF(Picture &picture, uint16_t hint)
 {
-    GIF_Load(path);
     picture.Width = picture.BufferWidth = GIF_Header.Width;
     picture.Height = picture.BufferHeight = GIF_Header.Height;
     picture.Bits = GIF_Header.Bits;
     picture.Pixels = GIF_Decoding(hint);
-    GIF_UnLoad();
 }
 
-// What loads each format, by its code; null where nothing decodes it.
-using PICTURE_LOADER = void (*)(Picture &picture, const char *path, uint16_t hint,
-                                uint16_t rawPlanes);
-static constexpr std::array<PICTURE_LOADER, 13> loaders = {
-    nullptr,                                                     // PICTURE_UNKNOWN
-    LoadHAM68,                                                   // PICTURE_HAM68
-    LoadPlain<BMP_Load, &BMP_Header, BMP_Decoding, BMP_UnLoad>,  // PICTURE_BMP
-    LoadPlain<PCX_Load, &PCX_Header, PCX_Decoding, PCX_UnLoad>,  // PICTURE_PCX
-    LoadPlain<PXM_Load, &PXM_Header, PXM_Decoding, PXM_UnLoad>,  // PICTURE_PNM
-    LoadJPG,                                                     // PICTURE_JPEG
-    LoadPlain<TGA_Load, &TGA_Header, TGA_Decoding, TGA_UnLoad>,  // PICTURE_TGA
-    LoadPlain<PNG_Load, &PNG_Header, PNG_Decoding, PNG_UnLoad>,  // PICTURE_PNG
-    LoadLBM,                                                     // PICTURE_ILBM
-    LoadXBM,                                                     // PICTURE_XBM
-    LoadTIF,                                                     // PICTURE_TIFF
-    LoadGIF,                                                     // PICTURE_GIF
-    LoadPlain<SPR_Load, &SPR_Header, SPR_Decoding, SPR_UnLoad>,  // PICTURE_SPRITES
+static void FreePixels(const Picture &picture)
+{
+    std::free(picture.Pixels);
+    std::free(picture.ThumbPixels);
+}
+
+namespace
+{
+
+// How much a match says by the format's rules: candidates are tried from the surest on.
+enum PICTURE_SURENESS : uint8_t { PICTURE_SIGNATURE, PICTURE_MAGIC, PICTURE_PLAUSIBLE };
+
+// All that is known of a format, in one place. Detected: whether a file's head is its own, and the
+// same by the format's rules. Load, Fill (the decoder's header and pixels into the record) and
+// UnLoad run in this order, Free when the record goes. Load and Fill are null where nothing decodes
+// it.
+struct PICTURE_ROW {
+    PICTURE_FORMAT Format;
+    const char *Name;
+    bool (*Detected)(const PICTURE_HEAD &head);
+    bool (*FormatDetected)(const PICTURE_HEAD &head);
+    PICTURE_SURENESS Sureness;
+    void (*Load)(const char *path, uint16_t hint, uint8_t rawPlanes);
+    void (*Fill)(Picture &picture, uint16_t hint);
+    void (*UnLoad)();
+    void (*Free)(const Picture &picture) = FreePixels;
 };
+
+}  // namespace
+
+template <void (*LoadFile)(const char *path)>
+static void Load(const char *path, uint16_t, uint8_t)
+{
+    LoadFile(path);
+}
+
+static constexpr auto IsHAM = [](const PICTURE_HEAD &h) { return Begins(h, "HAM6", "HAM8"); };
+static constexpr auto IsBMP = [](const PICTURE_HEAD &h) { return Begins(h, "BM"); };
+static constexpr auto IsPCX = [](const PICTURE_HEAD &h) { return h[0] == 0x0A; };
+static constexpr auto IsPNM = [](const PICTURE_HEAD &h) {
+    return h[0] == 'P' && h[1] >= '1' && h[1] <= '6';
+};
+static constexpr auto IsJPEG = [](const PICTURE_HEAD &h) { return JPG_Detected(h.Bytes); };
+static constexpr auto IsTGA = [](const PICTURE_HEAD &h) {
+    return h[0] == 0 && h[1] == 0 && h[2] != 0 && h[16] % 8 == 0;
+};
+static constexpr auto IsPNG = [](const PICTURE_HEAD &h) { return Begins(h, "\x89PNG\r\n\x1A\n"); };
+static constexpr auto IsILBM = [](const PICTURE_HEAD &h) {
+    return Begins(h, "FORM") && (h.Has(8, "ILBM") || h.Has(8, "PBM "));
+};
+static constexpr auto IsTIFF = [](const PICTURE_HEAD &h) { return Begins(h, "II", "MM"); };
+static constexpr auto IsGIF = [](const PICTURE_HEAD &h) { return Begins(h, "GIF8"); };
+static constexpr auto IsSPR = [](const PICTURE_HEAD &h) { return Begins(h, "SPRITES"); };
+
+// By the format's rules.
+static constexpr auto IsAnyILBM = [](const PICTURE_HEAD &h) {
+    return IsILBM(h) || (Begins(h, "FORM") && h.Has(8, "ACBM"));
+};
+
+static constexpr std::array<PICTURE_ROW, PICTURE_FORMATS> formats = {{
+    {PICTURE_UNKNOWN, "unknown", nullptr, nullptr, PICTURE_PLAUSIBLE, nullptr, nullptr, nullptr},
+    {PICTURE_HAM68, "HAM", IsHAM, IsHAM, PICTURE_SIGNATURE, HAM68_Load, FillHAM68, HAM68_UnLoad},
+    {PICTURE_BMP, "BMP", IsBMP, IsBMP, PICTURE_MAGIC, Load<BMP_Load>,
+     [](Picture &p, uint16_t) { Fill(p, BMP_Header, BMP_Decoding); }, BMP_UnLoad},
+    {PICTURE_PCX, "PCX", IsPCX, FormatPCX, PICTURE_PLAUSIBLE, Load<PCX_Load>,
+     [](Picture &p, uint16_t) { Fill(p, PCX_Header, PCX_Decoding); }, PCX_UnLoad},
+    {PICTURE_PNM, "PNM", IsPNM, FormatPNM, PICTURE_MAGIC, Load<PXM_Load>,
+     [](Picture &p, uint16_t) { Fill(p, PXM_Header, PXM_Decoding); }, PXM_UnLoad},
+    {PICTURE_JPEG, "JPEG", IsJPEG, IsJPEG, PICTURE_SIGNATURE, Load<JPG_Load>, FillJPG, JPG_UnLoad},
+    {PICTURE_TGA, "TGA", IsTGA, FormatTGA, PICTURE_PLAUSIBLE, Load<TGA_Load>,
+     [](Picture &p, uint16_t) { Fill(p, TGA_Header, TGA_Decoding); }, TGA_UnLoad},
+    {PICTURE_PNG, "PNG", IsPNG, IsPNG, PICTURE_SIGNATURE, Load<PNG_Load>,
+     [](Picture &p, uint16_t) { Fill(p, PNG_Header, PNG_Decoding); }, PNG_UnLoad},
+    {PICTURE_ILBM, "ILBM", IsILBM, IsAnyILBM, PICTURE_SIGNATURE, Load<LBM_Load>, FillLBM,
+     LBM_UnLoad},
+    {PICTURE_XBM, "XBM", LooksLikeXBM, LooksLikeXBM, PICTURE_PLAUSIBLE, Load<XBM_Load>, FillXBM,
+     XBM_UnLoad},
+    {PICTURE_TIFF, "TIFF", IsTIFF, FormatTIFF, PICTURE_SIGNATURE, Load<TIF_Load>, FillTIF,
+     TIF_UnLoad},
+    {PICTURE_GIF, "GIF", IsGIF, IsGIF, PICTURE_SIGNATURE, Load<GIF_Load>, FillGIF, GIF_UnLoad,
+     [](const Picture &p) { GIF_FreeFrames(p.Pixels); }},
+    {PICTURE_SPRITES, "sprites", IsSPR, IsSPR, PICTURE_SIGNATURE, Load<SPR_Load>,
+     [](Picture &p, uint16_t) { Fill(p, SPR_Header, SPR_Decoding); }, SPR_UnLoad,
+     [](const Picture &p) { SPR_FreeImages(p.Pixels); }},
+}};
+static_assert(
+    [] {
+        for (size_t i = 0; i < formats.size(); i++)
+            if (formats[i].Format != i)
+                return false;
+        return true;
+    }(),
+    "a row a format, in the order of their codes");
+
+static const PICTURE_ROW &RowOf(uint8_t format)
+{
+    return formats[format < formats.size() ? format : 0];
+}
+
+const char *Picture_FormatName(uint8_t format)
+{
+    return RowOf(format).Name;
+}
+
+namespace
+{
+
+// Formats that a file may be of, to be tried in this order.
+struct PICTURE_CANDIDATES {
+    std::array<uint8_t, PICTURE_FORMATS> Formats{};
+    size_t Count = 0;
+};
+
+}  // namespace
+
+static PICTURE_CANDIDATES Candidates(const char *path, uint16_t rawPlanes)
+{
+    PICTURE_CANDIDATES found;
+    const auto add = [&found](uint8_t format) { found.Formats[found.Count++] = format; };
+    PICTURE_HEAD head;
+    if (!Bytes_LoadHead(path, std::span(head.Bytes).first(256)))
+        return found;
+    if (rawPlanes == 6 || rawPlanes == 8) {
+        add(PICTURE_HAM68);
+    } else if (Picture_Rules == PICTURE_RULES_FORMAT) {
+        for (const auto sureness : {PICTURE_SIGNATURE, PICTURE_MAGIC, PICTURE_PLAUSIBLE})
+            for (const PICTURE_ROW &row : formats)
+                if (row.Sureness == sureness && row.FormatDetected && row.FormatDetected(head))
+                    add(row.Format);
+    } else {
+        uint8_t last = PICTURE_UNKNOWN;  // the last signature that matches wins, on purpose
+        for (const PICTURE_ROW &row : formats)
+            if (row.Detected && row.Detected(head))
+                last = row.Format;
+        if (last != PICTURE_UNKNOWN)
+            add(last);
+    }
+    if (found.Count == 0)
+        Reason_Set("not a picture of a known format");
+    return found;
+}
+
+uint8_t Picture_Check(const char *path, uint16_t rawPlanes)
+{
+    return Candidates(path, rawPlanes).Formats[0];
+}
+
+uint8_t Picture_CheckBytes(std::span<const uint8_t> file, uint16_t rawPlanes)
+{
+    const BYTES_OPEN memory(file);
+    return Picture_Check(memory.Path, rawPlanes);
+}
+
+static Picture LoadAs(const PICTURE_ROW &row, const char *path, uint16_t hint, uint16_t rawPlanes)
+{
+    Picture picture{};
+    picture.Format = row.Format;
+    row.Load(path, hint, static_cast<uint8_t>(rawPlanes));
+    row.Fill(picture, hint);
+    row.UnLoad();
+    if (!picture.Pixels)
+        Reason_Set("damaged, or of a kind that is not supported");
+    return picture;
+}
+
+// Loads what is open under the path. What its first candidate refuses goes to the next; where all
+// refuse, the first one's verdict stands.
+static Picture LoadOpened(const char *path, uint16_t hint, uint16_t rawPlanes)
+{
+    Reason_Clear();
+    rawPlanes &= 0xFF;
+    const PICTURE_CANDIDATES candidates = Candidates(path, rawPlanes);
+    Picture first{};
+    std::string reason;
+    for (size_t i = 0; i < candidates.Count; i++) {
+        if (i == 1)
+            reason = Reason_Get();
+        Reason_Clear();
+        const Picture picture = LoadAs(RowOf(candidates.Formats[i]), path, hint, rawPlanes);
+        if (picture.Pixels)
+            return picture;
+        if (i == 0)
+            first = picture;
+    }
+    if (candidates.Count > 1) {
+        Reason_Clear();
+        Reason_Set("%s", reason.c_str());
+    }
+    return first;
+}
 
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
 {
     const BYTES_OPEN file(path);
-    Picture picture{};
-    rawPlanes &= 0xFF;
-    picture.Format = Picture_Check(path, rawPlanes);
-    if (const PICTURE_LOADER load = loaders[picture.Format])
-        load(picture, path, hint, rawPlanes);
-    return picture;
+    return LoadOpened(path, hint, rawPlanes);
+}
+
+Picture Picture_LoadBytes(std::span<const uint8_t> file, uint16_t hint, uint16_t rawPlanes)
+{
+    const BYTES_OPEN memory(file);
+    return LoadOpened(memory.Path, hint, rawPlanes);
+}
+
+const char *Picture_Reason()
+{
+    return Reason_Get();
 }
 
 void Picture_UnLoad(Picture picture)
 {
-    if (picture.Format == PICTURE_GIF) {
-        GIF_FreeFrames(picture.Pixels);
-    } else if (picture.Format == PICTURE_SPRITES) {
-        SPR_FreeImages(picture.Pixels);
-    } else {
-        std::free(picture.Pixels);
-        std::free(picture.ThumbPixels);
-        std::free(JPG_Header.Thumbnail);  // should it not have been handed over
-        JPG_Header.Thumbnail = nullptr;
-    }
+    RowOf(picture.Format).Free(picture);
 }
 
 int Picture_Converter(uint8_t mode, const char *path, const Picture &picture)
@@ -252,63 +385,6 @@ int Picture_Converter(uint8_t mode, const char *path, const Picture &picture)
     if (!picture.Pixels)
         return EOF;
     return HAM68_Encoding(picture.Pixels, picture.Width, picture.Height, path, codes[mode]);
-}
-
-static int16_t To16(int value)
-{
-    return static_cast<int16_t>(value);
-}
-
-// Draws a pixel in its own colour unless it is wholly transparent.
-static void PutVisible(int16_t x, int16_t y, const uint8_t *rgba)
-{
-    if (rgba[3] == 0)
-        return;
-    Graphics_SetColor(rgba[0], rgba[1], rgba[2], rgba[3]);
-    Graphics_PutPixel(x, y);
-}
-
-static void PutAll(int16_t x, int16_t y, const uint8_t *pixels, int width, int height,
-                   size_t stride)
-{
-    if (!pixels)
-        return;
-    for (int r = 0; r < height; r++)
-        for (int c = 0; c < width; c++)
-            PutVisible(To16(x + c), To16(y - r),
-                       pixels + (static_cast<size_t>(r) * stride + static_cast<size_t>(c)) * 4);
-}
-
-void Picture_Put(int16_t x, int16_t y, const Picture &picture)
-{
-    PutAll(x, y, picture.Pixels, picture.Width, picture.Height, picture.BufferWidth);
-}
-
-void Picture_PutThumbnail(int16_t x, int16_t y, const Picture &picture)
-{
-    PutAll(x, y, picture.ThumbPixels, picture.ThumbWidth, picture.ThumbHeight,
-           picture.ThumbBufferWidth);
-}
-
-void Picture_PutRotate(int16_t x, int16_t y, double angle, int16_t newWidth, int16_t newHeight,
-                       const Picture &picture)
-{
-    if (!picture.Pixels || picture.Width == 0 || picture.Height == 0 || !std::isfinite(angle))
-        return;
-    const double a = (angle + 180) * std::numbers::pi / 180, cosine = std::cos(a),
-                 sine = std::sin(a);
-    const float sx = static_cast<float>(picture.Width) / newWidth;
-    const float sy = static_cast<float>(picture.Height) / newHeight;
-    for (int i = 0; i < newHeight; i++)
-        for (int j = 0; j < newWidth; j++) {
-            const int dx = newWidth / 2 - j, dy = newHeight / 2 - i;
-            const int rx = static_cast<int>(dx * cosine - dy * sine);
-            const int ry = static_cast<int>(dx * sine + dy * cosine);
-            const size_t column = static_cast<size_t>(sx * static_cast<float>(j)) % picture.Width;
-            const size_t row = static_cast<size_t>(sy * static_cast<float>(i)) % picture.Height;
-            PutVisible(To16(x + rx), To16(y - ry),
-                       picture.Pixels + (row * picture.BufferWidth + column) * 4);
-        }
 }
 
 void Picture_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a)

@@ -1,10 +1,14 @@
 // Pictures of every format as one record of RGBA pixels: detection by content, loading, release,
-// conversion to HAM68, and output through the raster layer. One picture loads at a time: decoders
-// keep the file that they read in globals.
+// conversion to HAM68, and output through the raster layer. Any number of threads may load, each
+// its own pictures: the decoders' globals are thread-local. A picture may be used and unloaded on
+// another thread than the one that loaded it.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
+
+#include "picture/pixels.h"
 
 enum PICTURE_FORMAT : uint8_t {
     PICTURE_UNKNOWN = 0,  // or the file cannot be opened
@@ -20,10 +24,11 @@ enum PICTURE_FORMAT : uint8_t {
     PICTURE_TIFF = 10,
     PICTURE_GIF = 11,
     PICTURE_SPRITES = 12,  // the framework's own sprite file
+    PICTURE_FORMATS        // how many codes there are
 };
 
 struct Picture {
-    uint16_t Width, Height;              // pixels
+    uint16_t Width, Height;              // pixels; may be set while Pixels is null
     uint16_t BufferWidth, BufferHeight;  // size of the pixel buffer: a row is BufferWidth x 4 bytes
     uint8_t Bits;                        // bits per pixel of the source file
     uint8_t *Pixels;                     // R G B A, 8 bits each, top row first; alpha 255 is opaque
@@ -33,34 +38,33 @@ struct Picture {
     uint8_t Format;  // PICTURE_FORMAT
 };
 
-/// Current drawing colour, also the key colour of the drawing operations.
-extern uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
+/// Current drawing colour, also the key colour of the drawing operations; every thread has its own.
+extern constinit thread_local uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
 
-/// Bytes that one pixel buffer may have; larger pictures are null pictures. May be lowered.
-extern size_t Picture_MaxBytes;
-
-/// For decoders: a file that can hold less than this part of its pixels has a size that is not
-/// believed, and gives the null picture; one that holds more is cut short.
-constexpr size_t Picture_LeastShare = 8;
-
-/// For decoders: a zeroed buffer of width x height RGBA pixels from calloc, the caller's. Null when
-/// a side is 0, when it would pass Picture_MaxBytes, or without memory.
-uint8_t *Picture_NewPixels(uint32_t width, uint32_t height);
-
-/// The same without clearing, for decoders that set every pixel whatever the file.
-uint8_t *Picture_NewUnsetPixels(uint32_t width, uint32_t height);
+/// A format's name for a person, such as "PNG"; "unknown" for any other number.
+const char *Picture_FormatName(uint8_t format);
 
 /// Format of the file from its first 256 bytes; the last signature that matches wins, on purpose.
 /// `rawPlanes` 6 or 8 says that the file is a headerless HAM dump and makes it PICTURE_HAM68
 /// unread.
 uint8_t Picture_Check(const char *path, uint16_t rawPlanes);
+/// The same for a file in memory.
+uint8_t Picture_CheckBytes(std::span<const uint8_t> file, uint16_t rawPlanes);
 
-/// Detects, reads and decodes a file. `hint` is the width of a headerless HAM file (0: 320), and
-/// for GIF 1 to lay every frame over the one before. Pixels is null, and nothing is printed, when
-/// the file cannot be read. The caller owns the record until Picture_UnLoad.
+/// Detects, reads and decodes a file under the rules that Picture_Rules names. `hint` is the width
+/// of a headerless HAM file (0: 320), and for GIF 1 to lay every frame over the one before. Pixels
+/// is null, and nothing is printed, when the file cannot be read. Nothing is thrown. The caller
+/// owns the record until Picture_UnLoad.
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes);
+/// The same for a file in memory, which is wanted only during the call.
+Picture Picture_LoadBytes(std::span<const uint8_t> file, uint16_t hint, uint16_t rawPlanes);
 
-/// Frees what the record owns. A GIF's frames and a sprite file's images go with it.
+/// Why this thread's last load gave no pixels, or fewer than its file promises, such as "cut after
+/// 312 of 480 rows"; "" when nothing is missing. Valid until the thread's next load.
+const char *Picture_Reason();
+
+/// Frees what the record owns. A GIF's frames and a sprite file's images go with it. The record may
+/// come from another thread.
 void Picture_UnLoad(Picture picture);
 
 /// Writes the picture as HAM6 (1), HAM8 (2), or either with run-length compression (3, 4). Returns
@@ -74,7 +78,7 @@ void Picture_Put(int16_t x, int16_t y, const Picture &picture);
 void Picture_PutThumbnail(int16_t x, int16_t y, const Picture &picture);
 
 /// Draws the picture scaled to newWidth x newHeight and turned by `angle` degrees about the middle
-/// of that area, which comes to lie at (x, y). An angle that is no number draws nothing.
+/// of that area, which comes to lie at (x, y). NaN draws nothing.
 void Picture_PutRotate(int16_t x, int16_t y, double angle, int16_t newWidth, int16_t newHeight,
                        const Picture &picture);
 

@@ -1,12 +1,42 @@
-// Runs of samples into R G B A pixels, as several decoders need them. `out` has room for 4 bytes a
-// pixel; what is not said to be transparent gets alpha 255.
+// The floor of the decoders: the rules they read by, the bounds of what they believe, buffers of
+// pixels, and runs of samples into R G B A pixels. `out` has room for 4 bytes a pixel; what is not
+// said to be transparent gets alpha 255.
 #pragma once
 
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <span>
+
+/// By which rules files are read. A decoder reads the switch when a load begins; its header lists
+/// where the two differ.
+enum PICTURE_RULES : uint8_t {
+    PICTURE_RULES_FRAMEWORK = 0,  // the framework's own, oddities and all
+    PICTURE_RULES_FORMAT = 1,     // each format's published ones
+};
+extern constinit thread_local uint8_t Picture_Rules;
+
+/// Bytes that one pixel buffer may have; larger pictures are null pictures. To be lowered or raised
+/// before other threads load.
+extern size_t Picture_MaxBytes;
+
+/// A file that can hold less than one part in this many of its pixels is rejected; one that holds
+/// more is decoded as truncated.
+constexpr size_t Picture_MinShare = 8;
+
+/// Whether a size is to be believed: neither side is 0, the pixels fit into Picture_MaxBytes, and
+/// `fileBytes` bytes of pixel data, of which each can stand for `pixelsPerByte` pixels at the
+/// compression's best, hold at least one part in Picture_MinShare of them. Sets the reason if not.
+bool Picture_Believes(uint64_t width, uint64_t height, uint64_t fileBytes, uint64_t pixelsPerByte);
+
+/// A zeroed buffer of width x height RGBA pixels from calloc, the caller's. Null, with a reason,
+/// when a side is 0, when it would pass Picture_MaxBytes, or without memory.
+uint8_t *Picture_NewPixels(uint32_t width, uint32_t height);
+
+/// The same without clearing, for decoders that set every pixel whatever the file.
+uint8_t *Picture_NewUnsetPixels(uint32_t width, uint32_t height);
 
 using PIXELS_PALETTE = std::array<std::array<uint8_t, 4>, 256>;  // R G B A
 

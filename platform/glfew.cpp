@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include <dlfcn.h>
+
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
@@ -706,6 +708,38 @@ void GLFEW_DestroyVertex(GLFEW_VERTEX &record)
         current.Program = 0;
     }
     record.Buffer = record.Program = 0;
+}
+
+void GLFEW_HideWindow()
+{
+    if (System_Window)
+        glfwHideWindow(System_Window);
+}
+
+void GLFEW_AnswerEvents()
+{
+    if (System_Window)
+        glfwPollEvents();
+}
+
+static void (*whenDisplayIsLost)();
+
+// Xlib's answer to both kinds of error is two lines and exit(); its own handlers are put in their
+// place by name, since GLFW may have been built without X11.
+void GLFEW_WhenDisplayIsLost(void (*end)())
+{
+    using HANDLER = int (*)(void *display, void *event);
+    whenDisplayIsLost = end;
+    void *library = dlopen("libX11.so.6", RTLD_LAZY | RTLD_NOLOAD);
+    if (!library)
+        return;
+    const HANDLER handler = [](void *, void *) {
+        whenDisplayIsLost();
+        return 0;
+    };
+    for (const char *name : {"XSetIOErrorHandler", "XSetErrorHandler"})
+        if (void *set = dlsym(library, name))
+            reinterpret_cast<HANDLER (*)(HANDLER)>(set)(handler);
 }
 
 // Keeps the display's rate after a swap that did not wait for the display. Events are delivered

@@ -124,6 +124,15 @@ extern uint64_t GLFEW_DrawCalls;
 /// to call twice.
 void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
 
+/// Takes the window off the screen; delivers the events of a window that shows nothing more.
+/// Without a window they do nothing.
+void GLFEW_HideWindow();
+void GLFEW_AnswerEvents();
+
+/// Has `end` called when the connection to an X display breaks, on the thread that found out. It
+/// must end the process without calling anything here.
+void GLFEW_WhenDisplayIsLost(void (*end)());
+
 /// Ends a frame and delivers the window's events. What has been drawn since the last call is shown,
 /// at the display's rate at most, whether or not the driver waits for the display. When nothing
 /// was drawn, the call waits for an event or the time of a refresh, less after input.

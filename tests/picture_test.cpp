@@ -63,6 +63,7 @@ TEST(PictureLoad, WhatCannotBeReadIsTheNullPicture)
         EXPECT_EQ(picture.Format, PICTURE_UNKNOWN);
         EXPECT_EQ(picture.Pixels, nullptr);
         EXPECT_EQ(picture.Width + picture.Height + picture.Bits, 0);
+        EXPECT_STRNE(Picture_Reason(), "");
         Picture_UnLoad(picture);
     }
 }

@@ -2,6 +2,7 @@
 #include <chrono>
 #include <csignal>
 #include <semaphore>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -36,6 +37,7 @@ TEST(TimerService, BeginsAfterASecondAndMakesUpForASlowTick)
     Timer_Create(0, 50000000);
     enough.acquire();
     Timer_Destroy();
+    EXPECT_EQ(std::signal(SIGINT, SIG_DFL), SIG_DFL) << "given back to whom it had before";
     // Ticks that are owed follow each other at once: a busy machine holds up some, but not all.
     bool owed = false;
     for (size_t i = 0; i < 9; i++) {
@@ -95,4 +97,14 @@ TEST(Window, Shapes)
         const std::array extents = {1 / box.Projection[0], 1 / box.Projection[5]};
         EXPECT_EQ(extents, (tall ? std::array{4.0f, 12.0f} : std::array{12.0f, 4.0f}));
     }
+}
+
+TEST(Shell, ParametersBeyondTheirSlotsAreCut)
+{
+    const std::string longer(300, '7');
+    std::vector<const char *> many(40, longer.c_str());
+    Velmorandis_SetParamCount(40);
+    Velmorandis_SetParamStr(many.data());
+    for (int i = 0; i < 16; i++)
+        EXPECT_EQ(std::string(Velmorandis_ParamStr(i)), longer.substr(0, 127)) << i;
 }
