@@ -663,7 +663,7 @@ static void TransformRow(COMPONENT &c, size_t y)
 // No encoder makes so many scans, nor such that visit their blocks so often: so a small file cannot
 // ask for hours.
 constexpr int JPG_MaxScans = 1000;
-constexpr uint64_t JPG_VisitsPerByte = 128, JPG_VisitsPerBlock = 32;
+constexpr uint64_t JPG_VisitsPerByte = 64, JPG_VisitsPerBlock = 32;
 
 // Whether the next scan is within those bounds.
 static bool IsBounded(const PICTURE &picture, uint64_t blocks)
