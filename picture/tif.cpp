@@ -447,9 +447,13 @@ struct TIF_STRIPS {
 template <typename... Values>
 static bool Demand(bool holds, const char *reason, Values... values)
 {
-    if (!holds)
+    if (holds)
+        return true;
+    if constexpr (sizeof...(values) == 0)
+        Reason_Set("%s", reason);
+    else
         Reason_Set(reason, values...);
-    return holds;
+    return false;
 }
 
 // Whether the rules read what the header says, and if not, why.
