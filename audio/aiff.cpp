@@ -5,10 +5,10 @@
 #include "audio/g711.h"
 #include "platform/system.h"
 
-SOUND_TABLE<AIFF_HEADER> AIFF_Header;
-uint8_t AIFF_SoundNumber = 0;
-SOUND_FILE AIFF_File;
-uint64_t AIFF_Position = 0;
+constinit thread_local SOUND_TABLE<AIFF_HEADER> AIFF_Header{};
+constinit thread_local uint8_t AIFF_SoundNumber = 0;
+constinit thread_local SOUND_FILE AIFF_File{};
+constinit thread_local uint64_t AIFF_Position = 0;
 
 // Of the names in the text, the last of this list wins; without a text, or without any of them,
 // samples are linear.
@@ -40,14 +40,15 @@ static void ReadCOMM(AIFF_HEADER &record, uint32_t size)
         record.BitsPerSample = 16;
 }
 
-// Fills the record up to the sound data; false where the walk meets none.
-static bool WalkChunks(AIFF_HEADER &record, bool padded)
+// Fills the record up to the sound data and gives the size of that; false where the walk meets
+// none.
+static bool WalkChunks(AIFF_HEADER &record, uint32_t &soundSize, bool padded)
 {
     AIFF_Position = 0;
-    while (AIFF_Position < record.FileSize) {
-        const uint32_t id = AIFF_GetDWord();
-        const uint32_t size = AIFF_GetDWord();
-        switch (id) {
+    AIFF_File.Chunks = 0;
+    while (const auto chunk = Sound_GetChunk(AIFF_File, AIFF_Position, Sound_GetBig)) {
+        const uint32_t size = chunk->Size;
+        switch (chunk->Id) {
         case Sound_Id("FORM"):  // the walk goes on inside, whatever its type
             AIFF_GetDWord();
             break;
@@ -56,6 +57,7 @@ static bool WalkChunks(AIFF_HEADER &record, bool padded)
             break;
         case Sound_Id("SSND"):
             record.DataStart = static_cast<uint32_t>(AIFF_Position);
+            soundSize = size;
             return true;
         default:
             AIFF_Position += uint64_t{size} + (padded ? size % 2 : 0);
@@ -69,8 +71,16 @@ static bool WalkChunks(AIFF_HEADER &record, bool padded)
 static void ReadHeader(AIFF_HEADER &record)
 {
     AIFF_HEADER padded = record;
-    if (!WalkChunks(record, false) && WalkChunks(padded, true))
+    uint32_t size = 0;
+    bool found = WalkChunks(record, size, false);
+    if (!found && (found = WalkChunks(padded, size, true)))
         record = padded;
+    if (!found)
+        return Reason_Set("no sound data chunk");
+    const uint16_t bits = record.BitsPerSample;
+    if (record.Codec == 0 && bits != 8 && bits != 16 && bits != 24 && bits != 32)
+        Reason_Set("%u bits a sample", bits);
+    Sound_CheckCut(AIFF_File, record.DataStart, size);
 }
 
 uint8_t AIFF_GetByte()
@@ -90,35 +100,40 @@ uint32_t AIFF_GetDWord()
 
 void AIFF_Load(const char *path)
 {
-    Sound_Load(AIFF_Header, AIFF_SoundNumber, AIFF_File, path, ReadHeader);
+    Sound_Load<AIFF_HEADER>({AIFF_Header, AIFF_SoundNumber, AIFF_File, ReadHeader}, path);
 }
 
-static void DecodeLinear(const SOUND_REFILL &refill, uint16_t bits, uint32_t *length)
+static SOUND_FILLED FillLinear(const SOUND_REFILL &refill, uint16_t bits)
 {
-    if (bits == 8)
-        *length = Sound_Samples(refill, 1, Sound_From8);
-    else if (bits == 16)
-        *length = Sound_SwappedPairs(refill);
-    else if (bits == 24)  // not swapped, on purpose
-        *length = Sound_Samples(refill, 3, Sound_Keep);
-    else if (bits == 32)
-        *length = Sound_Samples(refill, 4, Sound_Swap32);
+    switch (bits) {
+    case 8:
+        return Sound_Samples(refill, 1, Sound_From8);
+    case 16:
+        return Sound_Pairs(refill, Sound_Swap16);
+    case 24:  // not swapped, on purpose
+        return Sound_Samples(refill, 3, Sound_Keep);
+    case 32:
+        return Sound_Samples(refill, 4, Sound_Swap32);
+    }
+    return Sound_Nothing(refill);
 }
 
 void AIFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
 {
-    const AIFF_HEADER *record = AIFF_GetHeader(n);
-    const SOUND_REFILL refill = {file, {buffer, *length}};
-    if (!record)
-        *length = 0;
-    else if (record->Codec == 0)
-        DecodeLinear(refill, record->BitsPerSample, length);
-    else if (record->Codec == 1)
-        *length = Sound_Samples(refill, 1, Sound_Keep);
-    else if (record->Codec == 2)
-        *length = Sound_G711(refill, AUDIO_ALAW);
-    else if (record->Codec == 3)
-        *length = Sound_G711(refill, AUDIO_ULAW);
+    Sound_Decoding(AIFF_GetHeader(n), AIFF_Fill, file, buffer, length);
+}
+
+SOUND_FILLED AIFF_Fill(AIFF_HEADER &record, const SOUND_REFILL &refill)
+{
+    switch (record.Codec) {
+    case 1:
+        return Sound_Samples(refill, 1, Sound_Keep);
+    case 2:
+        return Sound_G711(refill, AUDIO_ALAW);
+    case 3:
+        return Sound_G711(refill, AUDIO_ULAW);
+    }
+    return FillLinear(refill, record.BitsPerSample);
 }
 
 void AIFF_Destroy()

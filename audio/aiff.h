@@ -19,13 +19,14 @@ struct AIFF_HEADER {
     std::array<uint8_t, 10> Rate;  // 80-bit extended floating point
     std::array<char, 18> Compression;
     uint32_t DataStart;  // first sample byte; 0 where the file has no sound data
+    uint8_t Rules;       // AUDIO_RULES that it was loaded by
 };
 
-/// The loaded files in the order of loading, null where none is; owned by this module.
-extern SOUND_TABLE<AIFF_HEADER> AIFF_Header;
-extern uint8_t AIFF_SoundNumber;  // slot that the next load fills
-extern SOUND_FILE AIFF_File;      // open during a load
-extern uint64_t AIFF_Position;    // next byte to read of it
+/// The files that this thread loaded, in the order of loading; null where none is.
+extern constinit thread_local SOUND_TABLE<AIFF_HEADER> AIFF_Header;
+extern constinit thread_local uint8_t AIFF_SoundNumber;  // slot that the next load fills
+extern constinit thread_local SOUND_FILE AIFF_File;      // being loaded
+extern constinit thread_local uint64_t AIFF_Position;    // next byte to read of it
 
 /// Big-endian numbers of 1, 2 and 4 bytes of AIFF_File at AIFF_Position, which moves on; past the
 /// end bytes are 0.
@@ -34,7 +35,7 @@ uint16_t AIFF_GetWord();
 uint32_t AIFF_GetDWord();
 
 /// Walks the chunks up to the sound data into slot AIFF_SoundNumber, and moves that on. A file that
-/// cannot be opened, or when all slots are used, does nothing.
+/// cannot be opened, or when all slots are used, does nothing but leave a reason.
 void AIFF_Load(const char *path);
 
 /// Decodes from the position of `file` on into `buffer`: 8 bits as (128 - b) modulo 256, 16 and 32
@@ -43,11 +44,14 @@ void AIFF_Load(const char *path);
 /// depths leave both as they are.
 void AIFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 
-/// Frees all records. AIFF_SoundNumber stays as it is.
+/// The same by record, on any thread.
+SOUND_FILLED AIFF_Fill(AIFF_HEADER &record, const SOUND_REFILL &refill);
+
+/// Empties this thread's table. AIFF_SoundNumber stays as it is.
 void AIFF_Destroy();
 
 /// Record n, null when there is none.
 AIFF_HEADER *AIFF_GetHeader(uint8_t n);
 
-/// Sets the slot that the next load fills; a record that it finds there goes.
+/// Sets the slot that the next load fills; the table lets a record there go.
 void AIFF_SetSoundNumber(uint8_t n);

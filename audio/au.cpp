@@ -2,9 +2,9 @@
 
 #include "audio/g711.h"
 
-SOUND_TABLE<AU_HEADER> AU_Header;
-uint8_t AU_SoundNumber = 0;
-SOUND_FILE AU_File;
+constinit thread_local SOUND_TABLE<AU_HEADER> AU_Header{};
+constinit thread_local uint8_t AU_SoundNumber = 0;
+constinit thread_local SOUND_FILE AU_File{};
 
 static uint16_t BitsOf(uint16_t encoding)
 {
@@ -21,6 +21,11 @@ static uint16_t BitsOf(uint16_t encoding)
     return 8;
 }
 
+static bool IsDecoded(uint16_t encoding)
+{
+    return (encoding >= 1 && encoding <= 5) || encoding == 27;
+}
+
 static void ReadHeader(AU_HEADER &record)
 {
     const auto at = [](uint64_t position) { return Sound_BigAt(AU_File, position, 4); };
@@ -29,48 +34,40 @@ static void ReadHeader(AU_HEADER &record)
     record.SamplingRate = at(16);
     record.Channels = static_cast<uint16_t>(at(20));
     record.BitsPerSample = BitsOf(record.Encoding);
+    if (!IsDecoded(record.Encoding))
+        Reason_Set("encoding %u", record.Encoding);
+    constexpr uint32_t unknown = UINT32_MAX;  // of a sound that was not complete yet
+    if (const uint32_t size = at(8); size != unknown)
+        Sound_CheckCut(AU_File, record.DataStart, size);
 }
 
 void AU_Load(const char *path)
 {
-    Sound_Load(AU_Header, AU_SoundNumber, AU_File, path, ReadHeader);
-}
-
-// Fills all of the buffer, past the end of the file too, on purpose.
-static uint32_t Endless(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert)
-{
-    Sound_ReadSamples(refill, bytes, convert);
-    return Sound_Length(refill, Sound_Begun(refill.Buffer.size(), bytes), 1);
+    Sound_Load<AU_HEADER>({AU_Header, AU_SoundNumber, AU_File, ReadHeader}, path);
 }
 
 void AU_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
 {
-    const AU_HEADER *record = AU_GetHeader(n);
-    const SOUND_REFILL refill = {file, {buffer, *length}};
-    if (!record) {
-        *length = 0;
-        return;
-    }
-    switch (record->Encoding) {
+    Sound_Decoding(AU_GetHeader(n), AU_Fill, file, buffer, length);
+}
+
+SOUND_FILLED AU_Fill(AU_HEADER &record, const SOUND_REFILL &refill)
+{
+    switch (record.Encoding) {
     case 1:
-        *length = Sound_G711(refill, AUDIO_ULAW);
-        break;
+        return Sound_G711(refill, AUDIO_ULAW);
     case 2:
-        *length = Sound_Samples(refill, 1, Sound_From8);
-        break;
+        return Sound_Samples(refill, 1, Sound_From8);
     case 3:
-        *length = Endless(refill, 2, Sound_Swap16);
-        break;
+        return Sound_Endless(refill, 2, Sound_Swap16);
     case 4:
-        *length = Sound_Samples(refill, 3, Sound_Swap24);
-        break;
+        return Sound_Samples(refill, 3, Sound_Swap24);
     case 5:
-        *length = Endless(refill, 4, Sound_Swap32);
-        break;
+        return Sound_Endless(refill, 4, Sound_Swap32);
     case 27:
-        *length = Sound_G711(refill, AUDIO_ALAW);
-        break;
+        return Sound_G711(refill, AUDIO_ALAW);
     }
+    return Sound_Nothing(refill);
 }
 
 void AU_Destroy()

@@ -14,12 +14,13 @@ struct AU_HEADER {
     uint32_t SamplingRate;   // Hz
     uint16_t BitsPerSample;  // of the output
     uint32_t DataStart;      // first sample byte
+    uint8_t Rules;           // AUDIO_RULES that it was loaded by
 };
 
-/// The loaded files in the order of loading, null where none is; owned by this module.
-extern SOUND_TABLE<AU_HEADER> AU_Header;
-extern uint8_t AU_SoundNumber;  // slot that the next load fills
-extern SOUND_FILE AU_File;      // open during a load
+/// The files that this thread loaded, in the order of loading; null where none is.
+extern constinit thread_local SOUND_TABLE<AU_HEADER> AU_Header;
+extern constinit thread_local uint8_t AU_SoundNumber;  // slot that the next load fills
+extern constinit thread_local SOUND_FILE AU_File;      // being loaded
 
 /// Reads the header into slot AU_SoundNumber, and moves that on. A file that cannot be opened, or
 /// when all slots are used, does nothing.
@@ -30,11 +31,14 @@ void AU_Load(const char *path);
 /// byte and never end: they go on with bytes 0xFF. Others leave both as they are.
 void AU_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 
-/// Frees all records. AU_SoundNumber stays as it is.
+/// The same by record, on any thread.
+SOUND_FILLED AU_Fill(AU_HEADER &record, const SOUND_REFILL &refill);
+
+/// Empties this thread's table. AU_SoundNumber stays as it is.
 void AU_Destroy();
 
 /// Record n, null when there is none.
 AU_HEADER *AU_GetHeader(uint8_t n);
 
-/// Sets the slot that the next load fills; a record that it finds there goes.
+/// Sets the slot that the next load fills; the table lets a record there go.
 void AU_SetSoundNumber(uint8_t n);

@@ -1,10 +1,8 @@
 #include "audio/audio.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
-#include <span>
-
-#include "audio/audio_module.h"
 
 uint8_t Audio_Mode = 1;
 uint8_t Audio_Channel = 1;
@@ -58,29 +56,34 @@ static void HandOut(const AudioTrack &track, size_t buffer)
 
 static AudioTrack *NewTrack(const char *path)
 {
-    AudioTrack *track = new AudioTrack{};
-    track->Path = path;
-    track->Path.copy(track->FileName.data(), track->FileName.size() - 1);
-    track->Capacity = Audio_Capacity;
-    track->Loaded = 1;
-    return track;
+    return Reason_Guard([path] {
+               auto track = std::make_unique<AudioTrack>();
+               track->Path = path;
+               track->Path.copy(track->FileName.data(), track->FileName.size() - 1);
+               track->Capacity = Audio_Capacity;
+               track->Loaded = 1;
+               return track;
+           })
+        .release();
 }
 
-// Has the format module read the file's header. Returns whether it did.
+// Has the format module read the header of the file that is open under the track's path. Returns
+// whether it did.
 static bool LoadHeader(AudioTrack &track, uint8_t type)
 {
     if (type >= Audio_Modules.size() || !Audio_Modules[type].Load)
         return false;
     const AUDIO_MODULE &module = Audio_Modules[type];
-    const uint8_t n = *module.SoundNumber;
+    const uint8_t n = module.GetSoundNumber();
     module.Load(track.Path.c_str());
-    if (*module.SoundNumber == n)
+    if (module.GetSoundNumber() == n)
         return false;
+    track.Record = module.Record(n);
     if (module.SetOutput) {
         track.Generated = 1;
-        module.SetOutput(n, Audio_Channel, Audio_Hz, Audio_BPS);
+        module.SetOutput(track.Record.get(), Audio_Channel, Audio_Hz, Audio_BPS);
     }
-    const AUDIO_FACTS facts = module.Facts(n);
+    const AUDIO_FACTS facts = module.Facts(track.Record.get());
     track.Type = type;
     track.SoundNumber = n;
     track.Decoded = 1;
@@ -99,18 +102,26 @@ static void LoadRaw(AudioTrack &track)
     track.BitsPerSample = Audio_BPS;
 }
 
-AudioTrack *Audio_Load(const char *path)
+// Keeps what is open for the refills.
+static void KeepOpen(AudioTrack &track, const BYTES_OPEN &from)
 {
-    return Audio_LoadAs(path, Audio_Check(path));
+    track.File = Sound_OpenStream(from);
+    track.OpenSize = Sound_GetSize(from).value_or(0);
+    if (track.File && !Audio_Modules[track.Type].SmallReads)
+        std::setvbuf(track.File.get(), nullptr, _IONBF, 0);
 }
 
-AudioTrack *Audio_LoadAs(const char *path, uint8_t type)
+static AudioTrack *LoadOpened(const BYTES_OPEN &from, uint8_t type)
 {
-    AudioTrack *track = NewTrack(path);
+    AudioTrack *track = NewTrack(from.Path);
+    if (!track)
+        return nullptr;
     if (type == AUDIO_RAW)
         LoadRaw(*track);
     else if (!LoadHeader(*track, type))
         return track;
+    if (!track->Generated)
+        KeepOpen(*track, from);
     track->ReadPosition = track->DataStart;
     Audio_LoadBuffers(track, 1);
     if (!track->Buffer[0])
@@ -123,30 +134,81 @@ AudioTrack *Audio_LoadAs(const char *path, uint8_t type)
     return track;
 }
 
-// What is kept of the bytes that were stored: one is lost, on purpose.
-static uint32_t LessOne(size_t stored)
+static AudioTrack *CheckAndLoad(const BYTES_OPEN &from)
 {
-    return stored == 0 ? 0 : static_cast<uint32_t>(stored - 1);
+    Reason_Clear();
+    const uint8_t type = Audio_Check(from.Path);
+    AudioTrack *track = LoadOpened(from, type);
+    if (type == AUDIO_RAW)
+        Reason_Set("not a sound of a known format");
+    return track;
 }
 
-// Both fill `buffer`, as far as the file goes, and return the length to record.
-static uint32_t ReadRaw8(FILE *file, std::span<uint8_t> buffer)
+AudioTrack *Audio_Load(const char *path)
+{
+    return CheckAndLoad(BYTES_OPEN(path));
+}
+
+AudioTrack *Audio_LoadAs(const char *path, uint8_t type)
+{
+    Reason_Clear();
+    return LoadOpened(BYTES_OPEN(path), type);
+}
+
+AudioTrack *Audio_LoadBytes(std::span<const uint8_t> file)
+{
+    return CheckAndLoad(BYTES_OPEN(file));
+}
+
+const char *Audio_Reason()
+{
+    return Reason_Get();
+}
+
+uint32_t Audio_FrameBytes(const AudioTrack &track)
+{
+    return std::max(track.BitsPerSample / 8u * track.Channels, 1u);
+}
+
+// What is reported of the bytes that were stored: one is lost, on purpose.
+static SOUND_FILLED LessOne(size_t stored)
+{
+    const auto count = static_cast<uint32_t>(stored);
+    return {count == 0 ? 0 : count - 1, count};
+}
+
+// Both fill `buffer`, as far as the file goes.
+static SOUND_FILLED ReadRaw8(FILE *file, std::span<uint8_t> buffer)
 {
     const size_t stored = std::fread(buffer.data(), 1, buffer.size(), file);
-    for (uint8_t &sample : buffer.first(stored))
-        sample = static_cast<uint8_t>(128 - sample);
+    Sound_From8(buffer.first(stored));
     return LessOne(stored);
 }
 
-static uint32_t ReadRaw16(FILE *file, std::span<uint8_t> buffer)
+static SOUND_FILLED ReadRaw16(FILE *file, std::span<uint8_t> buffer)
 {
     const size_t read = std::fread(buffer.data(), 1, buffer.size(), file);
     const size_t stored = read & ~size_t{1};
-    if (read != stored)  // the half sample behind the last one
+    if (read != stored)  // the half sample after the last one
         buffer[stored + 1] = 0;
-    for (size_t k = 0; k < read; k += 2)
-        std::swap(buffer[k], buffer[k + 1]);
+    Sound_Swap16(buffer.first((read + 1) & ~size_t{1}));
     return LessOne(stored);
+}
+
+// Decodes from where the file stands on. Raw samples of 16 bits may take a byte more than `room`.
+static SOUND_FILLED Fill(AudioTrack &track, const SOUND_REFILL &refill)
+{
+    const AUDIO_MODULE &module = Audio_Modules[track.Type];
+    if (track.Decoded || track.DecodedToo)
+        return module.Fill && track.Record
+                   ? Reason_Guard([&] { return module.Fill(track.Record.get(), refill); })
+                   : SOUND_FILLED{};
+    const std::span<uint8_t> buffer = refill.Buffer;
+    if (track.BitsPerSample == 8)
+        return ReadRaw8(refill.File, buffer);
+    if (track.BitsPerSample == 16)
+        return ReadRaw16(refill.File, {buffer.data(), buffer.size() + buffer.size() % 2});
+    return Sound_Nothing(refill);
 }
 
 // The track's buffer with room for Capacity bytes, whatever it is to take: so the callback may
@@ -158,56 +220,82 @@ static uint8_t *BufferOf(AudioTrack &track, size_t buffer)
     return track.Buffer[buffer];
 }
 
+static void RefillBuffer(FILE *file, AudioTrack &track, size_t i)
+{
+    const SOUND_FILLED filled = Fill(track, {file, {track.Buffer[i].load(), track.Length[i]}});
+    track.Length[i] = std::min(filled.Length, track.Capacity);
+    track.Unfinished = filled.Unfinished;
+}
+
 // Fills the chosen buffers with at most `most` bytes each.
-static void Refill(AudioTrack &track, uint8_t which, FILE *file, uint32_t most)
+static void Refill(AudioTrack &track, uint8_t which, uint32_t most)
 {
     for (size_t i = 0; i < 2; i++) {
         if ((which >> i & 1) == 0)
             continue;
         uint8_t *buffer = BufferOf(track, i);
         track.Length[i] = buffer ? most : 0;
-        if (!buffer)
-            continue;
-        if (track.Decoded || track.DecodedToo)
-            Audio_Decoding(file, &track, static_cast<uint8_t>(i + 1));
-        else if (track.BitsPerSample == 8)
-            track.Length[i] = ReadRaw8(file, {buffer, most});
-        else if (track.BitsPerSample == 16)
-            track.Length[i] = ReadRaw16(file, {buffer, most + most % 2});
+        if (buffer)
+            RefillBuffer(track.File.get(), track, i);
     }
+}
+
+static void StartOver(AudioTrack &track)
+{
+    const AUDIO_MODULE &module = Audio_Modules[track.Type];
+    if (module.StartOver && track.Record)
+        Reason_Guard([&] { module.StartOver(track.Record.get()); });
 }
 
 static void RefillGenerated(AudioTrack &track, uint8_t which)
 {
     track.FileSize = track.Capacity + 1;  // so that it has two buffers
-    const AUDIO_MODULE &module = Audio_Modules[track.Type];
-    if (track.StartOver.exchange(0) && module.StartOver)
-        module.StartOver(track.SoundNumber);
-    Refill(track, which, nullptr, track.Capacity);
+    const uint32_t restarts = track.Restarts;
+    if (track.Restarted != restarts)
+        StartOver(track);
+    track.Restarted = restarts;
+    Refill(track, which, track.Capacity);
+}
+
+// The most that a buffer gets: of a file that is smaller than one, on purpose, as many bytes as the
+// file has of the sound, whatever they unpack to.
+static uint32_t MostOf(AudioTrack &track)
+{
+    if (track.FileSize == 0)
+        track.FileSize = track.OpenSize;
+    const uint32_t size = track.FileSize;
+    return size < track.Capacity ? size - std::min(size, track.DataStart) : track.Capacity;
+}
+
+// Notes the position for the next refill, unless the sound was rewound meanwhile, and whether a
+// read failed.
+static void NotePosition(AudioTrack &track, uint32_t restarts)
+{
+    FILE *file = track.File.get();
+    if (std::ferror(file)) {
+        track.Error = errno != 0 ? errno : EIO;
+        std::clearerr(file);
+    }
+    const auto position = static_cast<uint32_t>(ftello(file));
+    uint32_t before = track.ReadPosition;
+    if (track.Restarts == restarts)
+        track.ReadPosition.compare_exchange_strong(before, position);
 }
 
 static void RefillFromFile(AudioTrack &track, uint8_t which)
 {
-    uint32_t size;
-    const AUDIO_FILE file = Audio_OpenFile(track.Path.c_str(), &size);
-    if (!file) {
+    if (!track.File) {
         for (size_t i = 0; i < 2; i++)
             if (which >> i & 1)
                 track.Length[i] = 0;
         return;
     }
-    if (!Audio_Modules[track.Type].SmallReads)
-        std::setvbuf(file.get(), nullptr, _IONBF, 0);
-    if (track.FileSize == 0)
-        track.FileSize = size;
-    uint32_t most = track.Capacity;
-    if (track.FileSize < track.Capacity)
-        most = track.FileSize - std::min<uint32_t>(track.FileSize, track.DataStart);
-    uint32_t position = track.ReadPosition;
-    fseeko(file.get(), position, SEEK_SET);
-    Refill(track, which, file.get(), most);
-    // Unless the sound was rewound meanwhile.
-    track.ReadPosition.compare_exchange_strong(position, static_cast<uint32_t>(ftello(file.get())));
+    const uint32_t restarts = track.Restarts;
+    const bool rewound = track.Restarted != restarts;
+    track.Restarted = restarts;
+    fseeko(track.File.get(), rewound ? track.DataStart : track.ReadPosition.load(), SEEK_SET);
+    Refill(track, which, MostOf(track));
+    NotePosition(track, restarts);
 }
 
 void Audio_LoadBuffers(AudioTrack *track, uint8_t which)
@@ -220,13 +308,8 @@ void Audio_LoadBuffers(AudioTrack *track, uint8_t which)
 
 void Audio_Decoding(FILE *file, AudioTrack *track, uint8_t which)
 {
-    const AUDIO_MODULE &module = Audio_Modules[track->Type];
-    if (!module.Decoding)
-        return;
-    const size_t i = which == 2 ? 1 : 0;
-    uint32_t length = track->Length[i];
-    module.Decoding(file, track->Buffer[i], &length, track->SoundNumber);
-    track->Length[i] = std::min(length, track->Capacity);
+    if (Audio_Modules[track->Type].Fill)
+        RefillBuffer(file, *track, which == 2 ? 1 : 0);
 }
 
 void Audio_Pause()
@@ -240,10 +323,11 @@ void Audio_Stop()
     Audio_Loop = 0;
 }
 
+// A refill that is running meanwhile does not see it; the next one does, by the counter.
 static void Rewind(AudioTrack &track)
 {
     track.ReadPosition = track.DataStart;
-    track.StartOver = 1;
+    track.Restarts++;
 }
 
 void Audio_ReStart()
@@ -297,11 +381,75 @@ void Audio_ReadBuffers()
     }
     Audio_LoadBuffers(track, played);
     track->State = static_cast<uint8_t>(3 - played);
-    if (track->Length[played - 1u] == 0)
+    if (track->Length[played - 1u] == 0 && !track->Unfinished)
         EndData([=] {
             Rewind(*track);
             Audio_LoadBuffers(track, played);
         });
+}
+
+// Refills buffer 1 with whole frames of what comes next. Returns whether the search is to go on in
+// another call, where there is nothing.
+static bool TakeMore(AudioTrack &track)
+{
+    AUDIO_TAKE &take = track.Take;
+    take.Used = take.Stored = 0;
+    uint8_t *buffer = track.File || track.Generated ? BufferOf(track, 0) : nullptr;
+    if (!buffer)
+        return false;
+    const uint32_t restarts = track.Restarted, frame = Audio_FrameBytes(track);
+    const std::span<uint8_t> room(buffer, track.Capacity - track.Capacity % frame);
+    if (track.File)
+        fseeko(track.File.get(), track.ReadPosition, SEEK_SET);
+    const SOUND_FILLED filled = Fill(track, {track.File.get(), room, true});
+    if (track.File)
+        NotePosition(track, restarts);
+    take.Stored = filled.Stored - filled.Stored % frame;
+    return filled.Unfinished;
+}
+
+static void StartPass(AudioTrack &track)
+{
+    track.Take = {.Begun = true, .Used = 0, .Stored = 0};
+    track.Restarted = track.Restarts;
+    track.ReadPosition = track.DataStart;
+    track.Taken = 0;
+    track.Ended = 0;
+    track.Error = 0;
+    StartOver(track);
+}
+
+// Goes on with the next pass, if one follows. An empty one, or one that could not be read to its
+// end, is not repeated.
+static void EndPass(AudioTrack &track)
+{
+    if (track.Taken == 0 || track.Error != 0)
+        Audio_Loop = 1;
+    track.Ended = 1;
+    EndData([&track] { StartPass(track); });
+}
+
+size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes)
+{
+    AUDIO_TAKE &take = track->Take;
+    if (!take.Begun || track->Restarted != track->Restarts)
+        StartPass(*track);
+    size_t done = 0;
+    while (done < bytes && !track->Ended) {
+        if (take.Used == take.Stored) {
+            const bool unfinished = TakeMore(*track);
+            if (unfinished && take.Stored == 0)
+                break;
+            if (take.Stored == 0)
+                EndPass(*track);
+        }
+        const size_t count = std::min<size_t>(take.Stored - take.Used, bytes - done);
+        std::copy_n(track->Buffer[0] + take.Used, count, out + done);
+        take.Used += static_cast<uint32_t>(count);
+        track->Taken += count;
+        done += count;
+    }
+    return done;
 }
 
 void Audio_Refresh() {}

@@ -3,36 +3,43 @@
 // the sound card takes one buffer away and refills the one that was taken before.
 //
 // Order of use: Audio_Init, Audio_SetMixer, Audio_Load, Audio_SetLoop, Audio_Play; Audio_UnLoad for
-// each track, Audio_Destroy last. Failures are silence: Audio_Error keeps PortAudio's last code.
+// each track, Audio_Destroy last. Failures are silence: Audio_Error keeps PortAudio's last code,
+// Audio_Reason says what became of a load.
 //
-// Two threads meet here. The main thread calls everything but PortAudio_CallBack and what that is
-// made of; what both read is atomic. The callback waits for nobody, Audio_UnLoad and Audio_Destroy
-// wait for a call that is running. Tracks load and go while another plays.
+// Two threads meet here. The main thread calls everything but the stream's callback and what that
+// is made of; what both read is atomic. The callback opens no file and waits for nobody;
+// Audio_UnLoad and Audio_Destroy wait for a call that is running. Tracks load and go while another
+// plays. Other threads may load, refill and unload tracks of their own; the engine's settings are
+// the same for all, and are set before.
 #pragma once
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
+#include <span>
 #include <string>
 
-#include <portaudio.h>
+#include "audio/audio_module.h"
 
-enum AUDIO_TYPE : uint8_t {
-    AUDIO_NONE = 0,  // nothing was detected yet
-    AUDIO_RAW = 1,   // unknown: samples in the engine's own settings
-    AUDIO_WAV = 2,
-    AUDIO_MOD = 3,
-    AUDIO_MP3 = 4,
-    AUDIO_VOC = 5,
-    AUDIO_AU = 6,
-    AUDIO_IFF = 7,  // 8SVX and 16SV
-    AUDIO_AIFF = 8,
-};
+// PortAudio's: its header is for those who look into them.
+struct PaDeviceInfo;
+struct PaStreamParameters;
+struct PaStreamCallbackTimeInfo;
+using AUDIO_CALLBACK = int(const void *input, void *output, unsigned long frames,
+                           const PaStreamCallbackTimeInfo *timing, unsigned long status,
+                           void *user);
 
-/// Bytes of a track's buffer, and that Audio_Check looks at.
+/// Bytes of a track's buffer.
 constexpr uint32_t Audio_Capacity = 65536;
-constexpr uint32_t Audio_CheckBytes = 8192;
+
+/// What Audio_Take keeps of a track, in buffer 1.
+struct AUDIO_TAKE {
+    bool Begun;
+    uint32_t Used, Stored;  // bytes
+};
 
 /// A loaded sound. What the callback changes while the track plays is atomic.
 struct AudioTrack {
@@ -43,7 +50,7 @@ struct AudioTrack {
     uint32_t Capacity;                             // of each buffer: Audio_Capacity
     std::array<std::atomic<uint32_t>, 2> Length;   // bytes that the last refill gave
     std::array<std::atomic<uint8_t *>, 2> Buffer;  // the track's; null before the first refill
-    uint8_t Loaded;                                // 1; for whoever looks
+    uint8_t Loaded;                                // always 1, kept for callers
     std::atomic<uint8_t> State;   // 0: all in buffer 1; 1, 2: the buffer that plays next
     uint8_t Type;                 // AUDIO_TYPE
     uint8_t SoundNumber;          // record of the format module
@@ -52,15 +59,24 @@ struct AudioTrack {
     uint8_t Channels;
     uint16_t SamplingRate;  // Hz
     uint8_t BitsPerSample;
-    PaStream *Stream;  // of the track that was played first
+    void *Stream;  // PortAudio's, of the track that was played first
 
-    std::string Path;                // the whole name, for refills
-    std::atomic<uint8_t> StartOver;  // generated: the next refill begins anew
+    std::string Path;                // the whole name; empty for a sound in memory
+    std::shared_ptr<void> Record;    // of the format module; null for raw samples
+    SOUND_STREAM File;               // open from load to unload; null for synthesised sound
+    uint32_t OpenSize;               // bytes of it when it was opened
+    std::atomic<uint32_t> Restarts;  // counts what has the next refill start at the beginning
+    uint32_t Restarted;              // those that a refill has seen
+    bool Unfinished;                 // the last refill was empty, but not at the end of the data
+    std::atomic<int32_t> Error;      // errno of a read that failed, 0: none
+    AUDIO_TAKE Take;
+    std::atomic<uint64_t> Taken;  // bytes of this pass that Audio_Take gave
+    std::atomic<uint8_t> Ended;   // 1 after the last pass's last byte
 };
 
 /// PortAudio's output device; -1 before Audio_Init, the device count where none was chosen.
 extern int16_t Audio_Device;
-/// Stored by Audio_SetMode for whoever asks.
+/// Stored by Audio_SetMode, kept for callers.
 extern uint8_t Audio_Mode;
 /// Channels, rate and bits of the output, of raw samples and of synthesised sound.
 extern uint8_t Audio_Channel;
@@ -68,8 +84,6 @@ extern uint32_t Audio_Hz;
 extern uint8_t Audio_BPS;
 /// The track whose buffers the callback refills.
 extern std::atomic<AudioTrack *> Audio_Current;
-/// Result of the last Audio_Check.
-extern uint8_t Audio_Type;
 /// 1 while a track is said to be playing.
 extern std::atomic<uint8_t> Audio_Playing;
 /// 0: PortAudio is not initialised; 1: it is; 2: the stream was opened, or was tried to.
@@ -89,28 +103,13 @@ extern int32_t Audio_Error;
 extern uint8_t Audio_WakeBit;
 /// What streams are opened with: PortAudio_CallBack, or what takes its place. It runs on
 /// PortAudio's thread, and Audio_UnLoad waits for it only where the track is the stream's own.
-extern PaStreamCallback *Audio_StreamCallBack;
+extern AUDIO_CALLBACK *Audio_StreamCallBack;
 /// Frames that it is asked for at a time; 0: as many as a buffer of the track holds.
 extern uint32_t Audio_StreamFrames;
 /// The device that Audio_Init examined last; PortAudio's own, null before.
 extern const PaDeviceInfo *PortAudio_DeviceInfo;
 /// Output format of the stream, set by Audio_SetMixer.
 extern PaStreamParameters PortAudio_Format;
-
-/// The MPEG frame header that Audio_Check examined last. ISO/IEC 11172-3, 2.4.2.3.
-struct AUDIO_MP3FRAME {
-    uint8_t Version, Layer;  // as coded: 3 is MPEG-1, 2 MPEG-2, 0 MPEG-2.5; 1 is Layer III
-    uint8_t Protection;      // 1: a CRC follows
-    uint8_t BitRate, SamplingRate, AdjustedSamplingRate;  // indices
-    uint8_t Padding, Private, ChannelMode, ModeExtension, Copyright, Original, Emphasis;
-    uint16_t Length;  // bytes
-};
-struct AUDIO_MP3DETECT {
-    uint16_t Channels;
-    uint32_t SamplingRate, BitRate;  // Hz, bit/s
-};
-extern AUDIO_MP3FRAME Audio_MP3Frame;
-extern AUDIO_MP3DETECT Audio_MP3Detect;
 
 /// Sets Audio_Channel. The first call also initialises PortAudio and chooses the first device
 /// whose name (its first 31 characters) contains "Output".
@@ -127,18 +126,20 @@ void Audio_SetHz(uint32_t hz);
 void Audio_SetBPS(uint8_t bits);
 void Audio_SetLoop(uint8_t loop);
 
-/// Format of a file (AUDIO_TYPE) from its first Audio_CheckBytes bytes, also put in Audio_Type. A
-/// file that cannot be read leaves that as it was.
-uint8_t Audio_Check(const char *path);
-
 /// Detects and reads a file: header facts, and one buffer or, for files larger than a buffer, two.
-/// From then on the callback plays the new track's first buffer next, whatever is current. Never
-/// null, the caller's until Audio_UnLoad. Without buffers when the file cannot be read, nothing
-/// decodes its format, or the format module is full.
+/// From then on the callback plays the new track's first buffer next, whatever is current. The
+/// caller's until Audio_UnLoad; null only without memory. Without buffers, and with a reason, when
+/// the file cannot be read, nothing decodes its format, or the format module is full.
 AudioTrack *Audio_Load(const char *path);
 /// The same for a file that is taken for an AUDIO_TYPE, whatever it looks like. Without buffers for
 /// any other number.
 AudioTrack *Audio_LoadAs(const char *path, uint8_t type);
+/// The same for a sound in memory, which must stay until the track is unloaded.
+AudioTrack *Audio_LoadBytes(std::span<const uint8_t> file);
+
+/// Why this thread's last load gave nothing, or less than the file promises; empty otherwise. Valid
+/// until the next load.
+const char *Audio_Reason();
 
 /// Refills buffer 1 (bit 0 of `which`) and buffer 2 (bit 1) from the read position on. Length is
 /// what came: 0 at the end of the data. Raw samples: 8 bits as 128 minus the byte, 16 bits from
@@ -154,7 +155,7 @@ void Audio_Decoding(FILE *file, AudioTrack *track, uint8_t which);
 /// track is unloaded, Audio_FirstPlay may be set to 1 to have the next play open a stream anew.
 void Audio_Play(AudioTrack *track);
 
-/// Turn Audio_Playing over; clear it and Audio_Loop. The stream runs on all the same.
+/// Audio_Pause toggles Audio_Playing, Audio_Stop clears it and Audio_Loop. The stream runs on.
 void Audio_Pause();
 void Audio_Stop();
 
@@ -167,8 +168,20 @@ void Audio_SetCurrent(AudioTrack *track);
 /// The stream's callback: plays Audio_Data, the rest of the output is silence; then swaps the
 /// current track's buffers and refills the one that was played. Always continues (0).
 int PortAudio_CallBack(const void *input, void *output, unsigned long frames,
-                       const PaStreamCallbackTimeInfo *timing, PaStreamCallbackFlags status,
-                       void *user);
+                       const PaStreamCallbackTimeInfo *timing, unsigned long status, void *user);
+
+/// The decoded sound without holes and lost samples: what refills store, pass after pass as
+/// Audio_Loop says, whatever lengths they report. Begins at the start of the data, and there again
+/// after Audio_ReStart; passes are alike. Returns the bytes that `out` got, whole frames. Fewer
+/// than `bytes` at the end of the last pass, when Ended is set and Audio_Stop was called; after a
+/// read that failed, which also sets Error; and where a search for the next MPEG frame takes long:
+/// then the next call goes on. A track is taken from or refilled, not both in turns.
+size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes);
+
+/// A stream's callback in place of PortAudio_CallBack: what Audio_Take gives of the current track,
+/// then silence. Always continues.
+int Audio_GaplessCallBack(const void *input, void *output, unsigned long frames,
+                          const PaStreamCallbackTimeInfo *timing, unsigned long status, void *user);
 
 /// Hands out the current track's other buffer.
 void Audio_SwapBuffers();
@@ -184,5 +197,8 @@ void Audio_PlayBuffers();
 /// callback that runs. A track without buffers is not freed, on purpose.
 void Audio_UnLoad(AudioTrack *track);
 
-/// Silences the callback and frees the header records of all format modules.
+/// Bytes of one of the track's sample frames, at least 1.
+uint32_t Audio_FrameBytes(const AudioTrack &track);
+
+/// Silences the callback and empties this thread's tables of all format modules.
 void Audio_Destroy();

@@ -1,71 +1,215 @@
 #include "audio/audio_module.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <algorithm>
+#include <string_view>
 
 #include "audio/aiff.h"
 #include "audio/au.h"
 #include "audio/iff.h"
 #include "audio/mod.h"
+#include "audio/mod_song.h"
 #include "audio/mp3.h"
+#include "audio/mp3_frame.h"
 #include "audio/voc.h"
 #include "audio/wav.h"
 
-static void SetModuleOutput(uint8_t n, uint8_t channels, uint32_t hz, uint8_t bits)
+constinit thread_local uint8_t Audio_Type = AUDIO_NONE;
+constinit thread_local AUDIO_MP3FRAME Audio_MP3Frame{};
+constinit thread_local AUDIO_MP3DETECT Audio_MP3Detect{};
+
+static bool Has(const AUDIO_HEAD &head, size_t offset, std::string_view tag)
 {
-    MOD_HEADER &header = *MOD_GetHeader(n);
+    return std::equal(tag.begin(), tag.end(), head.begin() + static_cast<ptrdiff_t>(offset),
+                      [](char a, uint8_t b) { return static_cast<uint8_t>(a) == b; });
+}
+
+static bool IsWAV(const AUDIO_HEAD &head)
+{
+    return Has(head, 0, "RIFF") && Has(head, 8, "WAVE");
+}
+
+static_assert(MP3_MaxFrame < Audio_HeadBytes,
+              "no frame is so long that it would have to be taken as none");
+
+// Returns the frame's length.
+static size_t ExamineFrame(std::span<const uint8_t, 4> header)
+{
+    const MP3_FRAME f = MP3_ReadFrameHeader(header);
+    Audio_MP3Frame = {f.Version,   f.Layer,    f.Protection, f.BitRateIndex, f.SamplingRateIndex,
+                      f.Rate,      f.Padding,  f.Private,    f.ChannelMode,  f.ModeExtension,
+                      f.Copyright, f.Original, f.Emphasis,   f.Length};
+    Audio_MP3Detect = {f.Channels, f.SamplingRate, f.BitRate};
+    return f.Length;
+}
+
+// Two frames that lie where an earlier one's length said. Such hits add up over the whole block,
+// and a frame that was hit predicts nothing itself.
+static bool IsMPEG(const AUDIO_HEAD &head)
+{
+    constexpr size_t shortest = 128;  // a length up to that is skipped, but predicts nothing
+    size_t predicted = SIZE_MAX;
+    int hits = 0;
+    for (size_t i = 0; i < Audio_HeadBytes;) {
+        if (!MP3_IsSync(head[i], head[i + 1])) {
+            i++;
+            continue;
+        }
+        if (i == predicted) {
+            if (++hits == 2)
+                return true;
+            i++;
+            continue;
+        }
+        const size_t length = ExamineFrame(std::span<const uint8_t, 4>(&head[i], 4));
+        i += std::max<size_t>(length, 1);
+        if (length > shortest)
+            predicted = i;
+    }
+    return false;
+}
+
+// The name, a byte that ends it on a terminal, and where the blocks begin.
+static bool IsVOC(const AUDIO_HEAD &head)
+{
+    return Has(head, 0, std::string_view("Creative Voice File\x1A\x1A\0", 22));
+}
+
+static bool IsAU(const AUDIO_HEAD &head)
+{
+    return Has(head, 0, ".snd");
+}
+
+static bool IsIFF(const AUDIO_HEAD &head)
+{
+    return Has(head, 0, "FORM") && (Has(head, 8, "8SVX") || Has(head, 8, "16SV"));
+}
+
+// Whatever stands before the form's type.
+static bool IsAIFF(const AUDIO_HEAD &head)
+{
+    return Has(head, 8, "AIFF") || Has(head, 8, "AIFC");
+}
+
+static bool IsMOD(const AUDIO_HEAD &head)
+{
+    return MOD_IsSignature(std::span<const uint8_t, 4>(&head[MOD_SignatureAt], 4));
+}
+
+// A row's operations by record, from those that know its type.
+template <typename Header, SOUND_FILLED (*Fill)(Header &, const SOUND_REFILL &)>
+static SOUND_FILLED FillRecord(void *record, const SOUND_REFILL &refill)
+{
+    return Fill(*static_cast<Header *>(record), refill);
+}
+
+template <typename Header>
+static std::shared_ptr<void> RecordOf(const SOUND_TABLE<Header> &table, uint8_t n)
+{
+    return n < table.size() ? table[n] : nullptr;
+}
+
+// Records without DataStart start at 0.
+template <typename Header>
+static AUDIO_FACTS FactsOf(const void *record)
+{
+    const auto &header = *static_cast<const Header *>(record);
+    AUDIO_FACTS facts = {header.Channels, header.SamplingRate, header.BitsPerSample, 0};
+    if constexpr (requires { header.DataStart; })
+        facts.DataStart = header.DataStart;
+    return facts;
+}
+
+template <typename Header, void (*StartOver)(Header &)>
+static void StartOverRecord(void *record)
+{
+    StartOver(*static_cast<Header *>(record));
+}
+
+static void SetModuleOutput(void *record, uint8_t channels, uint32_t hz, uint8_t bits)
+{
+    auto &header = *static_cast<MOD_HEADER *>(record);
     header.Channels = channels;
     header.SamplingRate = hz;
     header.BitsPerSample = bits;
 }
 
-static void DecodeModule(FILE *, uint8_t *buffer, uint32_t *length, uint8_t n)
+// clang-format off
+static constexpr std::array<AUDIO_MODULE, AUDIO_TYPES> rows = {{
+    {AUDIO_NONE, "nothing"},
+    {AUDIO_RAW, "raw samples"},  // which the engine reads itself
+    {AUDIO_WAV, "RIFF WAVE", 1, IsWAV,
+     WAV_Load, FillRecord<WAV_HEADER, WAV_Fill>, WAV_Destroy,
+     [](uint8_t n) { return RecordOf(WAV_Header, n); }, FactsOf<WAV_HEADER>,
+     [] { return WAV_SoundNumber; }, WAV_SetSoundNumber},
+    {AUDIO_MOD, "tracker module", 7, IsMOD,
+     MOD_Load, FillRecord<MOD_HEADER, MOD_Fill>, MOD_Destroy,
+     [](uint8_t n) { return RecordOf(MOD_Header, n); }, FactsOf<MOD_HEADER>,
+     [] { return MOD_SoundNumber; }, MOD_SetSoundNumber,
+     StartOverRecord<MOD_HEADER, MOD_StartOver>, SetModuleOutput},
+    {AUDIO_MP3, "MPEG audio", 2, IsMPEG,
+     MP3_Load, FillRecord<MP3_HEADER, MP3_Fill>, MP3_Destroy,
+     [](uint8_t n) { return RecordOf(MP3_Header, n); }, FactsOf<MP3_HEADER>,
+     [] { return MP3_SoundNumber; }, MP3_SetSoundNumber,
+     StartOverRecord<MP3_HEADER, MP3_StartOver>, nullptr, true},
+    {AUDIO_VOC, "Creative Voice", 3, IsVOC,
+     VOC_Load, FillRecord<VOC_HEADER, VOC_Fill>, VOC_Destroy,
+     [](uint8_t n) { return RecordOf(VOC_Header, n); }, FactsOf<VOC_HEADER>,
+     [] { return VOC_SoundNumber; }, VOC_SetSoundNumber},
+    {AUDIO_AU, "Sun/NeXT audio", 4, IsAU,
+     AU_Load, FillRecord<AU_HEADER, AU_Fill>, AU_Destroy,
+     [](uint8_t n) { return RecordOf(AU_Header, n); }, FactsOf<AU_HEADER>,
+     [] { return AU_SoundNumber; }, AU_SetSoundNumber},
+    {AUDIO_IFF, "IFF 8SVX or 16SV", 5, IsIFF,
+     IFF_Load, FillRecord<IFF_HEADER, IFF_Fill>, IFF_Destroy,
+     [](uint8_t n) { return RecordOf(IFF_Header, n); }, FactsOf<IFF_HEADER>,
+     [] { return IFF_SoundNumber; }, IFF_SetSoundNumber},
+    {AUDIO_AIFF, "AIFF", 6, IsAIFF,
+     AIFF_Load, FillRecord<AIFF_HEADER, AIFF_Fill>, AIFF_Destroy,
+     [](uint8_t n) { return RecordOf(AIFF_Header, n); }, FactsOf<AIFF_HEADER>,
+     [] { return AIFF_SoundNumber; }, AIFF_SetSoundNumber},
+}};
+// clang-format on
+
+// Every type has its row, and the ranks run from 1 without a gap.
+static consteval bool RowsAreComplete()
 {
-    MOD_Decoding(buffer, length, n);
+    uint32_t types = 0, ranks = 0;
+    for (size_t i = 0; i < rows.size(); i++) {
+        types += rows[i].Type == i;
+        ranks |= rows[i].Detected ? 1u << rows[i].Rank : 0;
+        if ((rows[i].Rank != 0) != (rows[i].Detected != nullptr))
+            return false;
+    }
+    return types == AUDIO_TYPES && ranks == (1u << (AUDIO_TYPES - 1)) - 2;
+}
+static_assert(RowsAreComplete());
+
+const std::array<AUDIO_MODULE, AUDIO_TYPES> Audio_Modules = rows;
+
+static uint8_t TypeOf(const AUDIO_HEAD &head)
+{
+    for (uint8_t rank = 1; rank < AUDIO_TYPES; rank++)
+        for (const AUDIO_MODULE &module : rows)
+            if (module.Rank == rank && module.Detected(head))
+                return module.Type;
+    return AUDIO_RAW;
 }
 
-std::array<AUDIO_MODULE, 9> Audio_Modules = {{
-    {},  // AUDIO_NONE
-    {},  // AUDIO_RAW, which the engine reads itself
-    {WAV_Load, WAV_Decoding, WAV_Destroy, Audio_FactsOf<WAV_GetHeader>, &WAV_SoundNumber,
-     WAV_SetSoundNumber},
-    {MOD_Load, DecodeModule, MOD_Destroy, Audio_FactsOf<MOD_GetHeader>, &MOD_SoundNumber,
-     MOD_SetSoundNumber, SetModuleOutput, MOD_StartOver},
-    {MP3_Load, MP3_Decoding, MP3_Destroy, Audio_FactsOf<MP3_GetHeader>, &MP3_SoundNumber,
-     MP3_SetSoundNumber, nullptr, nullptr, true},
-    {VOC_Load, VOC_Decoding, VOC_Destroy, Audio_FactsOf<VOC_GetHeader>, &VOC_SoundNumber,
-     VOC_SetSoundNumber},
-    {AU_Load, AU_Decoding, AU_Destroy, Audio_FactsOf<AU_GetHeader>, &AU_SoundNumber,
-     AU_SetSoundNumber},
-    {IFF_Load, IFF_Decoding, IFF_Destroy, Audio_FactsOf<IFF_GetHeader>, &IFF_SoundNumber,
-     IFF_SetSoundNumber},
-    {AIFF_Load, AIFF_Decoding, AIFF_Destroy, Audio_FactsOf<AIFF_GetHeader>, &AIFF_SoundNumber,
-     AIFF_SetSoundNumber},
-}};
-
-AUDIO_FILE Audio_OpenFile(const char *path, uint32_t *size)
+uint8_t Audio_Check(const char *path)
 {
-    *size = 0;
-    // Without O_NONBLOCK a pipe that nobody writes to would hold up the opening.
-    const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    struct stat status;
-    if (descriptor < 0)
-        return nullptr;
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_size > off_t{UINT32_MAX}) {
-        close(descriptor);
-        return nullptr;
+    const BYTES_OPEN *from = Bytes_FindOpen(path);
+    if (!from) {
+        const BYTES_OPEN opened(path);
+        return Audio_Check(path);
     }
-#ifdef O_NOATIME
-    // Each read notes its time in the file, unless told not to. Of another's file this is refused,
-    // which is as well.
-    fcntl(descriptor, F_SETFL, O_NOATIME);
-#endif
-    AUDIO_FILE file(fdopen(descriptor, "rb"));
-    if (file)
-        *size = static_cast<uint32_t>(status.st_size);
-    else
-        close(descriptor);
-    return file;
+    AUDIO_HEAD head{};
+    if (Sound_GetSize(*from) && Bytes_ReadAt(*from, 0, std::span(head).first(Audio_HeadBytes)))
+        Audio_Type = TypeOf(head);
+    return Audio_Type;
+}
+
+uint8_t Audio_CheckBytes(std::span<const uint8_t> file)
+{
+    const BYTES_OPEN memory(file);
+    return Audio_Check(memory.Path);
 }

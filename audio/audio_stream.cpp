@@ -6,9 +6,9 @@
 #include <cstdlib>
 
 #include <fcntl.h>
+#include <portaudio.h>
 #include <unistd.h>
 
-#include "audio/audio_module.h"
 #include "platform/system.h"
 
 int16_t Audio_Device = -1;
@@ -16,7 +16,7 @@ uint8_t Audio_FirstPlay;
 int32_t Audio_Error;
 const PaDeviceInfo *PortAudio_DeviceInfo;
 PaStreamParameters PortAudio_Format;
-PaStreamCallback *Audio_StreamCallBack = PortAudio_CallBack;
+AUDIO_CALLBACK *Audio_StreamCallBack = PortAudio_CallBack;
 uint32_t Audio_StreamFrames;
 
 // Frame size of the stream and the byte of its silence; a size of 0: no stream was opened.
@@ -25,7 +25,12 @@ static std::atomic<uint8_t> streamSilence;
 // Counts the entries and exits of the callback: odd while it runs.
 static std::atomic<uint32_t> callbackSteps;
 
-// While it lives, standard error is the null device: the host back ends behind PortAudio report
+static_assert(std::is_same_v<AUDIO_CALLBACK, PaStreamCallback>);
+
+namespace
+{
+
+// While it lives, standard error is the null device: the host back ends under PortAudio report
 // there whatever they fail to find, on the terminal that belongs to the player.
 class QUIET
 {
@@ -51,6 +56,8 @@ public:
 private:
     int terminal;
 };
+
+}  // namespace
 
 static void ChooseDevice()
 {
@@ -129,7 +136,7 @@ static PaError OpenStream(AudioTrack &track, const PaStreamParameters &format)
     return error;
 }
 
-// Opens the stream on the chosen device; where that is none or refuses, on the default one.
+// Opens the stream on the chosen device, or on the default one where that fails.
 static PaError OpenAnyStream(AudioTrack &track)
 {
     const PaError error = OpenStream(track, PortAudio_Format);
@@ -155,38 +162,76 @@ void Audio_Play(AudioTrack *track)
     Audio_FirstPlay = 2;
 }
 
-// Without a stream the output's format is the one that was set.
-static void CopyData(uint8_t *output, size_t frames)
+namespace
 {
-    size_t frame = streamFrameBytes;
-    uint8_t silence = streamSilence;
-    if (frame == 0) {
-        frame = std::max(Audio_BPS / 8u * Audio_Channel, 1u);
-        silence = Audio_BPS == 8 ? 128 : 0;
+
+// What a callback fills. Without a stream the output's format is the one that was set.
+struct OUTPUT {
+    std::span<uint8_t> Room;
+    size_t FrameBytes;
+    uint8_t Silence;
+
+    OUTPUT(void *output, size_t frames) : FrameBytes(streamFrameBytes), Silence(streamSilence)
+    {
+        if (FrameBytes == 0) {
+            FrameBytes = std::max(Audio_BPS / 8u * Audio_Channel, 1u);
+            Silence = Audio_BPS == 8 ? 128 : 0;
+        }
+        Room = {static_cast<uint8_t *>(output), frames * FrameBytes};
     }
-    const size_t room = frames * frame;
+};
+
+// While it lives, those who wait for a callback to leave do.
+struct CALLBACK {
+    CALLBACK()
+    {
+        callbackSteps++;
+    }
+    ~CALLBACK()
+    {
+        callbackSteps++;
+        callbackSteps.notify_all();
+    }
+    CALLBACK(const CALLBACK &) = delete;
+    CALLBACK &operator=(const CALLBACK &) = delete;
+};
+
+}  // namespace
+
+static void CopyData(const OUTPUT &output)
+{
+    const size_t frame = output.FrameBytes;
     const uint8_t *data = Audio_Data;
     size_t size = data ? Audio_DataSize.load() : 0;
-    // What the last frame lacks stands behind it: raw samples are recorded one byte short.
+    // What the last frame lacks follows it: raw samples are recorded one byte short.
     size = (size + frame - 1) / frame * frame;
-    size = std::min({size, room, size_t{Audio_Capacity}});
-    std::copy_n(data, size, output);
-    std::fill(output + size, output + room, silence);
+    size = std::min({size, output.Room.size(), size_t{Audio_Capacity}});
+    std::copy_n(data, size, output.Room.data());
+    std::ranges::fill(output.Room.subspan(size), output.Silence);
 }
 
 int PortAudio_CallBack(const void *, void *output, unsigned long frames,
-                       const PaStreamCallbackTimeInfo *, PaStreamCallbackFlags, void *)
+                       const PaStreamCallbackTimeInfo *, unsigned long, void *)
 {
-    callbackSteps++;
-    CopyData(static_cast<uint8_t *>(output), frames);
+    const CALLBACK running;
+    CopyData({output, frames});
     Audio_SwapBuffers();
     Audio_ReadBuffers();
-    callbackSteps++;
-    callbackSteps.notify_all();
     return paContinue;
 }
 
-// Waits until the callback has left that may have seen what stood before.
+int Audio_GaplessCallBack(const void *, void *output, unsigned long frames,
+                          const PaStreamCallbackTimeInfo *, unsigned long, void *)
+{
+    const CALLBACK running;
+    const OUTPUT out(output, frames);
+    AudioTrack *track = Audio_Current;
+    const size_t taken = track ? Audio_Take(track, out.Room.data(), out.Room.size()) : 0;
+    std::ranges::fill(out.Room.subspan(taken), out.Silence);
+    return paContinue;
+}
+
+// Waits for any callback that may still hold the old pointers.
 static void AwaitCallback()
 {
     const uint32_t step = callbackSteps;

@@ -1,9 +1,9 @@
 #include "audio/iff.h"
 
-SOUND_TABLE<IFF_HEADER> IFF_Header;
-uint8_t IFF_SoundNumber = 0;
-SOUND_FILE IFF_File;
-uint64_t IFF_Position = 0;
+constinit thread_local SOUND_TABLE<IFF_HEADER> IFF_Header{};
+constinit thread_local uint8_t IFF_SoundNumber = 0;
+constinit thread_local SOUND_FILE IFF_File{};
+constinit thread_local uint64_t IFF_Position = 0;
 
 // Voice header; the volume at its end is dropped. Its size is not looked at.
 static void ReadVHDR(IFF_HEADER &record)
@@ -20,10 +20,9 @@ static void ReadVHDR(IFF_HEADER &record)
 static void ReadHeader(IFF_HEADER &record)
 {
     IFF_Position = 0;
-    while (IFF_Position < record.FileSize) {
-        const uint32_t id = IFF_GetDWord();
-        const uint32_t size = IFF_GetDWord();
-        switch (id) {
+    while (const auto chunk = Sound_GetChunk(IFF_File, IFF_Position, Sound_GetBig)) {
+        const uint32_t size = chunk->Size;
+        switch (chunk->Id) {
         case Sound_Id("FORM"):  // the walk goes on inside
             record.BitsPerSample = IFF_GetDWord() == Sound_Id("8SVX") ? 8 : 16;
             break;
@@ -35,11 +34,17 @@ static void ReadHeader(IFF_HEADER &record)
             break;
         case Sound_Id("BODY"):
             record.DataStart = static_cast<uint32_t>(IFF_Position);
+            if (record.BitsPerSample == 0)
+                Reason_Set("neither an 8SVX nor a 16SV form");
+            if (record.Compression != 0)
+                Reason_Set("compression %u, played as linear samples", record.Compression);
+            Sound_CheckCut(IFF_File, IFF_Position, size);
             return;
         default:
             IFF_Position += size;
         }
     }
+    Reason_Set("no body chunk");
 }
 
 uint8_t IFF_GetByte()
@@ -59,19 +64,19 @@ uint32_t IFF_GetDWord()
 
 void IFF_Load(const char *path)
 {
-    Sound_Load(IFF_Header, IFF_SoundNumber, IFF_File, path, ReadHeader);
+    Sound_Load<IFF_HEADER>({IFF_Header, IFF_SoundNumber, IFF_File, ReadHeader}, path);
 }
 
 void IFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
 {
-    const IFF_HEADER *record = IFF_GetHeader(n);
-    const SOUND_REFILL refill = {file, {buffer, *length}};
-    if (!record)
-        *length = 0;
-    else if (record->BitsPerSample == 8)
-        *length = Sound_Samples(refill, 1, Sound_From8);
-    else if (record->BitsPerSample == 16)
-        *length = Sound_SwappedPairs(refill);
+    Sound_Decoding(IFF_GetHeader(n), IFF_Fill, file, buffer, length);
+}
+
+SOUND_FILLED IFF_Fill(IFF_HEADER &record, const SOUND_REFILL &refill)
+{
+    if (record.BitsPerSample == 8)
+        return Sound_Samples(refill, 1, Sound_From8);
+    return record.BitsPerSample == 16 ? Sound_Pairs(refill, Sound_Swap16) : Sound_Nothing(refill);
 }
 
 void IFF_Destroy()

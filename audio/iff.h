@@ -18,13 +18,14 @@ struct IFF_HEADER {
     uint32_t OneShotCount, RepeatCount, SamplesPerCycle;
     uint8_t Octaves;
     uint32_t DataStart;  // first sample byte; 0 where the file has no body
+    uint8_t Rules;       // AUDIO_RULES that it was loaded by
 };
 
-/// The loaded files in the order of loading, null where none is; owned by this module.
-extern SOUND_TABLE<IFF_HEADER> IFF_Header;
-extern uint8_t IFF_SoundNumber;  // slot that the next load fills
-extern SOUND_FILE IFF_File;      // open during a load
-extern uint64_t IFF_Position;    // next byte to read of it
+/// The files that this thread loaded, in the order of loading; null where none is.
+extern constinit thread_local SOUND_TABLE<IFF_HEADER> IFF_Header;
+extern constinit thread_local uint8_t IFF_SoundNumber;  // slot that the next load fills
+extern constinit thread_local SOUND_FILE IFF_File;      // being loaded
+extern constinit thread_local uint64_t IFF_Position;    // next byte to read of it
 
 /// Big-endian numbers of 1, 2 and 4 bytes of IFF_File at IFF_Position, which moves on; past the end
 /// bytes are 0.
@@ -41,11 +42,14 @@ void IFF_Load(const char *path);
 /// Without a form both are left as they are.
 void IFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 
-/// Frees all records. IFF_SoundNumber stays as it is.
+/// The same by record, on any thread.
+SOUND_FILLED IFF_Fill(IFF_HEADER &record, const SOUND_REFILL &refill);
+
+/// Empties this thread's table. IFF_SoundNumber stays as it is.
 void IFF_Destroy();
 
 /// Record n, null when there is none.
 IFF_HEADER *IFF_GetHeader(uint8_t n);
 
-/// Sets the slot that the next load fills; a record that it finds there goes.
+/// Sets the slot that the next load fills; the table lets a record there go.
 void IFF_SetSoundNumber(uint8_t n);

@@ -1,15 +1,17 @@
 // Tracker modules: the records of loaded songs and the refilling of sound buffers. The parts:
 // audio/mod_song.h reads a file, audio/mod_replay.h runs the song, audio/mod_mixer.h sounds it.
 //
-// A record is rendered by one thread at a time, while others load further ones.
+// Every thread has its own table; a record is rendered by one thread at a time.
 #pragma once
 
 #include <array>
 #include <atomic>
 #include <cstdint>
 
+#include "audio/sound_file.h"
+
 struct MOD_HEADER {
-    // The output format, which the engine overwrites behind the load.
+    // The output format, which the engine overwrites after the load.
     uint8_t Channels;       // 1 or 2; of more than 2 the others are silent
     uint32_t SamplingRate;  // Hz
     uint8_t BitsPerSample;  // 8 (unsigned), 16, 24 or 32 (signed, little-endian)
@@ -23,32 +25,36 @@ struct MOD_HEADER {
     uint8_t SongLength;                                // orders that are played, 1 to 128
     uint8_t SampleCount;                               // 15 or 31
     std::array<std::array<char, 23>, 31> SampleNames;  // NUL at the end of each
+    uint8_t Rules;                                     // AUDIO_RULES that it was loaded by
 };
 
-/// The loaded songs in the order of loading, null where none is; owned by this module.
-extern std::array<MOD_HEADER *, 32> MOD_Header;
-extern uint8_t MOD_SoundNumber;  // slot that the next load fills
+/// The songs that this thread loaded, in the order of loading; null where none is.
+extern constinit thread_local SOUND_TABLE<MOD_HEADER> MOD_Header;
+extern constinit thread_local uint8_t MOD_SoundNumber;  // slot that the next load fills
 
-/// Reads a module into slot MOD_SoundNumber, and moves that on. Does nothing for a file that cannot
-/// be opened or is no module, and when all slots are used.
+/// Reads a module into slot MOD_SoundNumber, and moves that on. Does nothing but leave a
+/// reason for a file that cannot be opened or is no module, and when all slots are used.
 void MOD_Load(const char *path);
 
 /// Renders song n from where it stands into `buffer`: at most *length bytes, whole frames in the
 /// record's format. *length becomes the bytes written, 0 at the end of the song (where it stays
 /// until it is started over) and for a slot or a format that cannot be rendered.
 ///
-/// A song ends behind its last order, where a command stops it, and where it would play a row for
+/// A song ends after its last order, where a command stops it, and where it would play a row for
 /// the second time by a jump: so every song ends (after 65536 rows at the latest).
 void MOD_Decoding(uint8_t *buffer, uint32_t *length, uint8_t n);
 
-/// Has the next decoding of song n start at its beginning. For the thread that renders it.
-void MOD_StartOver(uint8_t n);
+/// The same by record, which MOD_Load made, on any thread.
+SOUND_FILLED MOD_Fill(MOD_HEADER &header, const SOUND_REFILL &refill);
 
-/// Frees all records; MOD_SoundNumber is left as it is.
+/// Has the next decoding of a song start at its beginning. For the thread that renders it.
+void MOD_StartOver(MOD_HEADER &header);
+
+/// Empties this thread's table; MOD_SoundNumber is left as it is.
 void MOD_Destroy();
 
-/// Record n, null where none is.
+/// Record n, null when there is none.
 MOD_HEADER *MOD_GetHeader(uint8_t n);
 
-/// Sets the slot that the next load fills. A record there is freed by that load.
+/// Sets the slot that the next load fills. The table lets a record there go.
 void MOD_SetSoundNumber(uint8_t n);

@@ -4,23 +4,28 @@
 #include <string_view>
 
 #include "extra/bytes.h"
+#include "extra/reason.h"
 
-constexpr size_t MOD_SignatureAt = 1080;
 constexpr size_t MOD_SampleHeader = 30;
 constexpr uint32_t MOD_CellBytes = 4;
+
+namespace
+{
 
 struct MOD_SIGNATURE {
     std::string_view Text;
     uint8_t Channels;
+    bool Detected = true;
 };
 
-// Those of which the digits do not tell the channels.
+// Those whose digits are not their number of channels.
 constexpr MOD_SIGNATURE MOD_Signatures[] = {
-    {"M.K.", 4}, {"M!K!", 4}, {"FLT4", 4}, {"FLT8", 8}, {"CD81", 8},
-    {"OCTA", 8}, {"TDZ1", 1}, {"TDZ2", 2}, {"TDZ3", 3},
+    {"M.K.", 4}, {"M!K!", 4}, {"FLT4", 4},        {"FLT8", 8},        {"CD81", 8},
+    {"OCTA", 8}, {"TDZ1", 1}, {"TDZ2", 2, false}, {"TDZ3", 3, false},
 };
 
-// What stands at the signature's place in well-known modules with 15 samples, which have none.
+// What stands at the signature's place in well-known modules with 15 samples, which have none. The
+// zeros are on purpose: detection takes every other file of up to 1080 bytes for a module.
 constexpr uint32_t MOD_OldModules[] = {
     0x00CA6000, 0x00BE1000, 0x00000000, 0x00FE4000, 0x011D1000,
     0x00D61000, 0x00AA3000, 0x01C52000, 0x00000C0F, 0x00BE5000,
@@ -43,6 +48,8 @@ struct MOD_LAYOUT {
     }
 };
 
+}  // namespace
+
 static bool IsDigit(char c)
 {
     return c >= '0' && c <= '9';
@@ -59,6 +66,20 @@ static uint8_t ChannelsOf(std::string_view s)
     if (IsDigit(s[0]) && IsDigit(s[1]) && s.substr(2) == "CH")
         return static_cast<uint8_t>((s[0] - '0') * 10 + s[1] - '0');
     return 0;
+}
+
+bool MOD_IsSignature(std::span<const uint8_t, 4> bytes)
+{
+    size_t position = 0;
+    const uint32_t mark = Bytes_GetBig(bytes, position, 4);
+    if (std::ranges::find(MOD_OldModules, mark) != std::end(MOD_OldModules))
+        return true;
+    const std::string_view text(reinterpret_cast<const char *>(bytes.data()), bytes.size());
+    for (const MOD_SIGNATURE &known : MOD_Signatures)
+        if (text == known.Text)
+            return known.Detected;
+    const uint8_t channels = ChannelsOf(text);
+    return text.ends_with("CHN") ? channels != 0 : channels >= 10 && channels <= 64;
 }
 
 // Without a signature only sensible headers count: most short files have zeros there.
@@ -130,7 +151,7 @@ static void ReadSampleData(std::span<const uint8_t> data, MOD_SAMPLE &sample)
     sample.LoopLength = std::min(sample.LoopLength, size - sample.LoopStart);
 }
 
-// Patterns are counted by the highest number in the list, the entries behind its end included, as
+// Patterns are counted by the highest number in the list, the entries after its end included, as
 // the original does; unless only those that are played leave room for the samples.
 static size_t CountPatterns(const MOD_SONG &song, const MOD_LAYOUT &layout, uint64_t samples,
                             size_t fileSize)
@@ -173,8 +194,10 @@ static void ReadPatterns(std::span<const uint8_t> file, const MOD_LAYOUT &layout
 std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file)
 {
     const std::optional<MOD_LAYOUT> layout = FindLayout(file);
-    if (!layout || file.size() < layout->Patterns() + layout->Channels * MOD_CellBytes)
+    if (!layout || file.size() < layout->Patterns() + layout->Channels * MOD_CellBytes) {
+        Reason_Set(layout ? "cut before its first row" : "no signature of a module");
         return {};
+    }
     MOD_SONG song = {};
     song.Channels = layout->Channels;
     song.SampleCount = layout->SampleCount;
@@ -203,6 +226,8 @@ std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file)
         ReadSampleData(Bytes_GetSpan(file, position, lengths[i]), song.Samples[i]);
         position += lengths[i];
     }
+    if (position > file.size())
+        Reason_Set("cut: %zu bytes of patterns and samples are missing", position - file.size());
     return song;
 }
 

@@ -27,7 +27,7 @@ struct MOD_SAMPLE {
     uint8_t Finetune;           // 0 to 7, then -8 to -1 as 8 to 15
     uint8_t Volume;             // 0 to 64
     uint32_t LoopStart;         // bytes, within Data
-    uint32_t LoopLength;        // bytes, within Data behind LoopStart; up to 2 stands for no loop
+    uint32_t LoopLength;        // bytes, within Data after LoopStart; up to 2 stands for no loop
 };
 
 struct MOD_SONG {
@@ -41,8 +41,15 @@ struct MOD_SONG {
     std::vector<MOD_CELL> Cells;                         // patterns x rows x channels
 };
 
+/// Where a module with 31 samples has its signature of 4 bytes.
+constexpr size_t MOD_SignatureAt = 1080;
+
+/// Whether detection takes what stands there for a module: most of the signatures that MOD_ReadSong
+/// knows, or what known modules with 15 samples, which have none, have in its place.
+bool MOD_IsSignature(std::span<const uint8_t, 4> bytes);
+
 /// Reads a module: 31 samples and a signature, or 15 samples and none. What a damaged file lacks is
-/// empty. Nothing when the file is no module or too short to hold a row.
+/// empty. Nothing, with a reason, when the file is no module or too short to hold a row.
 std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file);
 
 /// The cell of a channel below Channels; an empty one where the file has no such pattern.

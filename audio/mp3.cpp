@@ -5,11 +5,13 @@
 #include <cstring>
 #include <span>
 
-#include "audio/audio_module.h"
+constinit thread_local SOUND_TABLE<MP3_HEADER> MP3_Header{};
+constinit thread_local uint8_t MP3_SoundNumber = 0;
+constinit thread_local SOUND_FILE MP3_File{};
+constinit thread_local uint8_t MP3_Init = 0;
 
-std::array<MP3_HEADER *, 32> MP3_Header;
-uint8_t MP3_SoundNumber = 0;
-uint8_t MP3_Init = 0;
+constexpr size_t MP3_MaxSearch = size_t{1} << 20;  // bytes without a frame, in one turn
+constexpr int MP3_MaxTagFrames = 4096;
 
 // clang-format off
 const char MP3_Genre[127][18] = {
@@ -33,223 +35,229 @@ const char MP3_Genre[127][18] = {
 // clang-format on
 static_assert(std::size(MP3_Genre) == MP3_UnknownGenre + 1);
 
-// The next byte; 0xFF at the end of the file, which the frame search takes for one.
-static uint8_t GetByte(FILE *file)
-{
-    return static_cast<uint8_t>(getc_unlocked(file));
-}
-
-static uint32_t GetBig(FILE *file, int count)
-{
-    uint32_t value = 0;
-    for (int i = 0; i < count; i++)
-        value = value << 8 | GetByte(file);
-    return value;
-}
-
-// Reads `count` bytes, or what is left of the file, and keeps as many as the text holds.
-static void GetText(FILE *file, int64_t count, std::span<char> text)
-{
-    size_t kept = 0;
-    for (; count > 0; count--) {
-        const int byte = getc_unlocked(file);
-        if (byte == EOF)
-            break;
-        if (kept + 1 < text.size())
-            text[kept++] = static_cast<char>(byte);
-    }
-    if (!text.empty())
-        text[kept] = 0;
-}
-
-constexpr uint32_t FrameId(const char (&id)[5])
-{
-    uint32_t value = 0;
-    for (int i = 0; i < 4; i++)
-        value = value << 8 | static_cast<uint8_t>(id[i]);
-    return value;
-}
-
 // Where the text of an ID3v2 frame goes; nowhere for most.
 static std::span<char> TextOf(MP3_ID3V2 &tag, uint32_t id)
 {
     switch (id) {
-    case FrameId("TIT2"):
+    case Sound_Id("TIT2"):
         return tag.Title;
-    case FrameId("TPE1"):
+    case Sound_Id("TPE1"):
         return tag.Artist;
-    case FrameId("TALB"):
+    case Sound_Id("TALB"):
         return tag.Album;
-    case FrameId("TDRC"):
-    case FrameId("TYER"):
+    case Sound_Id("TDRC"):
+    case Sound_Id("TYER"):
         return tag.Year;
-    case FrameId("COMM"):
+    case Sound_Id("COMM"):
         return tag.Comment;
-    case FrameId("TRCK"):
+    case Sound_Id("TRCK"):
         return tag.Track;
-    case FrameId("TCON"):
+    case Sound_Id("TCON"):
         return tag.Genre;
     default:
         return {};
     }
 }
 
-// Reads the tag if the file begins with one, else nothing. What it counts is kept on purpose: the
-// size's bytes as if they had 8 bits, texts of other frames not passed over, four bytes of a
-// comment twice. The file stands where the counting ends, in the tag or behind it.
-static void ReadID3v2(FILE *file, MP3_ID3V2 &tag)
+// Reads the tag if the file begins with one, and gives the position where the counting ends, in
+// the tag or after it. What it counts is kept on purpose: the size's bytes as if they had 8 bits,
+// texts of other frames not skipped, four bytes of a comment twice.
+static uint64_t ReadID3v2(SOUND_FILE &file, MP3_ID3V2 &tag)
 {
-    if (GetBig(file, 3) != 0x494433) {  // "ID3"
-        std::rewind(file);
-        return;
-    }
-    tag.Version = static_cast<uint16_t>(GetBig(file, 2));
-    tag.Flags = GetByte(file);
-    tag.Size = GetBig(file, 4);
-    for (int64_t remaining = tag.Size; remaining >= 9 && !feof(file);) {
-        const uint32_t id = GetBig(file, 4);
+    uint64_t position = 0;
+    if (Sound_GetBig(file, position, 3) != 0x494433)  // "ID3"
+        return 0;
+    tag.Version = static_cast<uint16_t>(Sound_GetBig(file, position, 2));
+    tag.Flags = Sound_GetByte(file, position);
+    tag.Size = Sound_GetBig(file, position, 4);
+    int64_t remaining = tag.Size;
+    for (int i = 0; i < MP3_MaxTagFrames && remaining >= 9 && position <= file.Size; i++) {
+        const uint32_t id = Sound_GetBig(file, position, 4);
         remaining -= 4;
-        if (id >> 24 < '0' || id >> 24 > 'Z') {
-            GetText(file, remaining, {});
-            break;
-        }
-        int64_t length = int64_t{GetBig(file, 4)} - 1;
-        GetBig(file, 3);  // flags and text encoding
+        if (id >> 24 < '0' || id >> 24 > 'Z')
+            return position + static_cast<uint64_t>(remaining);
+        int64_t length = int64_t{Sound_GetBig(file, position, 4)} - 1;
+        position += 3;  // flags and text encoding
         if (remaining > length + 7)
             remaining -= length + 7;
         std::span<char> text = TextOf(tag, id);
-        if (id == FrameId("COMM")) {
-            const uint32_t language = GetBig(file, 4);
-            length -= 4;
-            if (language >> 24 != 0) {  // kept on purpose: only a comment without one is taken
-                GetText(file, length, {});
-                text = {};
-            }
-            if (remaining >= 5)
-                remaining -= 4;
+        const bool comment = id == Sound_Id("COMM");
+        const uint32_t language = comment ? Sound_GetBig(file, position, 4) : 0;
+        length = std::max<int64_t>(length - (comment ? 4 : 0), 0);
+        if (language >> 24 != 0) {  // on purpose: only a comment without one is taken
+            position += static_cast<uint64_t>(length);
+            text = {};
         }
+        if (comment && remaining >= 5)
+            remaining -= 4;
         if (!text.empty() && remaining >= 9)
-            GetText(file, length, text);
+            Sound_GetText(file, position, static_cast<uint32_t>(length), text);
     }
+    return position;
 }
 
 // Reads the tag in the file's last 128 bytes.
-static void ReadID3v1(FILE *file, MP3_ID3V1 &tag)
+static void ReadID3v1(SOUND_FILE &file, MP3_ID3V1 &tag)
 {
-    tag = {};
-    tag.Genre = 255;
-    if (std::fseek(file, -128, SEEK_END) == 0 && GetBig(file, 3) == 0x544147) {  // "TAG"
-        GetText(file, 30, tag.Title);
-        GetText(file, 30, tag.Artist);
-        GetText(file, 30, tag.Album);
-        GetText(file, 4, tag.Year);
-        GetText(file, 30, tag.Comment);
-        if (tag.Comment[28] == 0) {  // ID3v1.1
-            tag.TrackNumber = static_cast<uint8_t>(tag.Comment[29]);
-            tag.Comment[27] = 0;
-        }
-        tag.Genre = GetByte(file);
-    }
-    tag.Genre = std::min(tag.Genre, MP3_UnknownGenre);
-}
-
-void MP3_Load(const char *path)
-{
-    if (MP3_SoundNumber >= MP3_Header.size())
+    tag.Genre = MP3_UnknownGenre;
+    if (file.Size < 128)
         return;
-    uint32_t size;
-    const AUDIO_FILE file = Audio_OpenFile(path, &size);
-    if (!file)
+    uint64_t position = file.Size - 128;
+    if (Sound_GetBig(file, position, 3) != 0x544147)  // "TAG"
         return;
-    MP3_HEADER *&record = MP3_Header[MP3_SoundNumber];
-    delete record;
-    record = new MP3_HEADER{};
-    ReadID3v2(file.get(), record->ID3v2);
-    MP3_LoadFrame(file.get(), MP3_SoundNumber);
-    record->FileSize = size;
-    ReadID3v1(file.get(), record->ID3v1);
-    if (MP3_Init == 0) {
-        MP3_BuildTables();
-        MP3_Init = 1;
+    Sound_GetText(file, position, 30, tag.Title);
+    Sound_GetText(file, position, 30, tag.Artist);
+    Sound_GetText(file, position, 30, tag.Album);
+    Sound_GetText(file, position, 4, tag.Year);
+    Sound_GetText(file, position, 30, tag.Comment);
+    if (tag.Comment[28] == 0) {  // ID3v1.1
+        tag.TrackNumber = static_cast<uint8_t>(tag.Comment[29]);
+        tag.Comment[27] = 0;
     }
-    record->BitsPerSample = 16;
-    MP3_SoundNumber++;
+    tag.Genre = std::min(Sound_GetByte(file, position), MP3_UnknownGenre);
 }
 
-constexpr std::array<uint16_t, 4> MP3_SampleRate = {44100, 48000, 32000, 0};  // of MPEG-1
-
-// Bytes of a frame, with its header; 0 without a sampling rate. All versions are counted as MPEG-1
-// is, on purpose: below it, where frames are half as long, a frame takes the next one with it.
-static constexpr uint32_t FrameLength(uint32_t bitRate, uint32_t samplingRate, uint32_t padding)
-{
-    return samplingRate == 0 ? 0 : 144 * bitRate / samplingRate + padding;
-}
-static_assert(FrameLength(160000, 32000 / 4, 1) == MP3_MaxFrame &&
-              FrameLength(320000, 32000, 1) < MP3_MaxFrame);
-static_assert(FrameLength(0, 8000, 1) < 4 && FrameLength(1, 8000, 1) < 4 &&
-                  FrameLength(8000, 24000, 0) >= 6 && FrameLength(32000, 48000, 0) >= 6,
-              "frames are either rejected or have room for a checksum");
-
-// Sets the record's fields from the four bytes of a header.
+// Sets the record's fields from the header in its buffer.
 static void ReadHeader(MP3_HEADER &record)
 {
-    const uint32_t header = MP3_UnAligned32(record.FrameBuffer.data());
-    const auto field = [header](int lowest, int bits) {
-        return static_cast<uint8_t>(header >> lowest & ((1u << bits) - 1));
-    };
-    record.Version = field(19, 2);
-    record.Layer = field(17, 2);
-    record.Protection = static_cast<uint8_t>(1 - field(16, 1));
-    record.BitRateIndex = field(12, 4);
-    record.SamplingRateIndex = field(10, 2);
-    record.Padding = field(9, 1);
-    record.Private = field(8, 1);
-    record.ChannelMode = field(6, 2);
-    record.ModeExtension = field(4, 2);
-    record.Copyright = field(3, 1);
-    record.Original = field(2, 1);
-    record.Emphasis = field(0, 2);
-
-    const int low = record.Version == 0 ? 2 : record.Version == 2 ? 1 : 0;  // halvings of the rate
-    record.Rate = static_cast<uint8_t>(record.SamplingRateIndex + 3 * low);
-    record.Channels = record.ChannelMode == 3 ? 1 : 2;
-    record.SamplingRate = static_cast<uint32_t>(MP3_SampleRate[record.SamplingRateIndex]) >> low;
-    record.BitRate = record.BitRateIndex == 15
-                         ? 1
-                         : 1000u * MP3_BitRate[record.Version == 3][record.BitRateIndex];
-    record.FrameLength =
-        static_cast<uint16_t>(FrameLength(record.BitRate, record.SamplingRate, record.Padding));
+    const MP3_FRAME frame = MP3_ReadFrameHeader(std::span(record.FrameBuffer).first<4>());
+    record.Version = frame.Version;
+    record.Layer = frame.Layer;
+    record.Protection = frame.Protection;
+    record.BitRateIndex = frame.BitRateIndex;
+    record.SamplingRateIndex = frame.SamplingRateIndex;
+    record.Rate = frame.Rate;
+    record.Padding = frame.Padding;
+    record.Private = frame.Private;
+    record.ChannelMode = frame.ChannelMode;
+    record.ModeExtension = frame.ModeExtension;
+    record.Copyright = frame.Copyright;
+    record.Original = frame.Original;
+    record.Emphasis = frame.Emphasis;
+    record.Channels = frame.Channels;
+    record.SamplingRate = frame.SamplingRate;
+    record.BitRate = frame.BitRate;
+    record.FrameLength = frame.Length;
 }
 
-uint8_t MP3_LoadFrame(FILE *file, uint8_t n)
+// The next byte; 0xFF at the end of the file, which the frame search takes for one.
+static uint8_t GetByte(FILE *file)
 {
-    if (MP3_GetHeader(n) == nullptr)
-        return 0;
-    MP3_HEADER &record = *MP3_Header[n];
+    return static_cast<uint8_t>(getc_unlocked(file));
+}
+
+// Moves on past the next byte 0xFF. False when none was found in some bytes or up to the file's
+// end. Mostly it is the first byte; a long way to it is searched by blocks. `passed` counts.
+static bool SkipToSync(FILE *file, size_t &passed)
+{
+    constexpr size_t few = 256;
+    for (size_t i = 0; i < few; i++) {
+        passed++;
+        if (GetByte(file) == 0xFF)
+            return !feof(file);
+    }
+    std::array<uint8_t, 16384> block;
+    const size_t read = std::fread(block.data(), 1, block.size(), file);
+    const auto *sync = static_cast<const uint8_t *>(std::memchr(block.data(), 0xFF, read));
+    const size_t used = sync ? static_cast<size_t>(sync - block.data()) + 1 : read;
+    passed += used;
+    if (sync)
+        fseeko(file, static_cast<off_t>(used) - static_cast<off_t>(read), SEEK_CUR);
+    return sync;
+}
+
+// Reads the body of the frame whose header stands in the record's buffer.
+static void ReadBody(FILE *file, MP3_HEADER &record)
+{
+    const size_t checksum = record.Protection == 1 ? 2 : 0;
+    for (size_t i = 0; i < checksum; i++)
+        GetByte(file);  // not checked
+    const std::span body = std::span(record.FrameBuffer).subspan(4, record.FrameLength - 4u);
+    const size_t read = std::fread(body.data(), 1, body.size() - checksum, file);
+    std::fill(body.begin() + static_cast<ptrdiff_t>(read), body.end(), uint8_t{0});
+}
+
+namespace
+{
+
+enum class SEARCH : uint8_t { Found, End, Unfinished };
+
+}  // namespace
+
+// Reads the next frame into the record's buffer, unless it takes so many bytes that `passed`, to
+// which they are added, exceeds MP3_MaxSearch.
+static SEARCH FindFrame(FILE *file, MP3_HEADER &record, size_t &passed)
+{
     while (!feof(file)) {
-        if (GetByte(file) != 0xFF)
+        if (passed > MP3_MaxSearch)
+            return SEARCH::Unfinished;
+        if (!SkipToSync(file, passed))
             continue;
         const uint8_t second = GetByte(file);
+        passed++;
         if (second == 0xFF)
-            return 0;
-        if ((second & 0xE2) != 0xE2)  // Layer III and Layer I pass
+            return SEARCH::End;
+        if ((second & 0xE6) == 0xE4)
+            Reason_Set("Layer II");
+        if (!MP3_IsSync(0xFF, second))
             continue;
         record.FrameBuffer[0] = 0xFF;
         record.FrameBuffer[1] = second;
         record.FrameBuffer[2] = GetByte(file);
         record.FrameBuffer[3] = GetByte(file);
+        passed += 2;
         ReadHeader(record);
         if (record.FrameLength < 4)
             continue;
-        if (record.Protection == 1)
-            GetBig(file, 2);  // the CRC, which nobody checks
-        const std::span body = std::span(record.FrameBuffer).subspan(4, record.FrameLength - 4u);
-        const size_t size = body.size() - (record.Protection == 1 ? 2 : 0);
-        const size_t read = std::fread(body.data(), 1, size, file);
-        std::fill(body.begin() + static_cast<ptrdiff_t>(read), body.end(), uint8_t{0});
-        return 1;
+        ReadBody(file, record);
+        passed += record.FrameLength;
+        return SEARCH::Found;
     }
-    return 0;
+    return SEARCH::End;
+}
+
+// Opens a stream of its own for the first frame, which lies after the tag.
+static void ReadFirstFrame(MP3_HEADER &record, uint64_t position)
+{
+    const SOUND_STREAM stream = Sound_OpenStream(*MP3_File.From);
+    if (!stream)
+        return;
+    fseeko(stream.get(), static_cast<off_t>(position), SEEK_SET);
+    size_t passed = 0;
+    if (FindFrame(stream.get(), record, passed) != SEARCH::Found)
+        Reason_Set("no frame of Layer III");
+    else if (record.Layer == 3)
+        Reason_Set("Layer I");
+    else
+        Reason_Clear();
+}
+
+static void ReadFile(MP3_HEADER &record)
+{
+    const uint64_t position = ReadID3v2(MP3_File, record.ID3v2);
+    ReadFirstFrame(record, position);
+    ReadID3v1(MP3_File, record.ID3v1);
+    MP3_BuildTables();
+    MP3_Init = 1;
+    record.BitsPerSample = 16;
+}
+
+void MP3_Load(const char *path)
+{
+    Sound_Load<MP3_HEADER>({MP3_Header, MP3_SoundNumber, MP3_File, ReadFile}, path);
+}
+
+uint8_t MP3_LoadFrame(FILE *file, uint8_t n)
+{
+    MP3_HEADER *record = MP3_GetHeader(n);
+    if (!record)
+        return 0;
+    SEARCH found;
+    do {
+        size_t passed = 0;
+        found = FindFrame(file, *record, passed);
+    } while (found == SEARCH::Unfinished);
+    return found == SEARCH::Found ? 1 : 0;
 }
 
 // Bytes of the samples that the record's frame is decoded to.
@@ -290,43 +298,61 @@ static void StoreSamples(const int16_t *samples, size_t bytes, uint8_t *out)
             out[i] = static_cast<uint8_t>(samples[i / 2] >> i % 2 * 8);
 }
 
-void MP3_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
+SOUND_FILLED MP3_Fill(MP3_HEADER &record, const SOUND_REFILL &refill)
 {
-    const uint32_t capacity = *length;
-    *length = 0;
-    if (MP3_GetHeader(n) == nullptr)
-        return;
-    MP3_HEADER &record = *MP3_Header[n];
+    FILE *file = refill.File;
     std::array<int16_t, MP3_MaxSamples> samples;
-    for (long start = std::ftell(file); MP3_LoadFrame(file, n) != 0; start = std::ftell(file)) {
-        const uint32_t room = capacity - *length;
-        if (DecodedSize(record) > room && *length != 0) {  // larger than the frames before it
-            std::fseek(file, start, SEEK_SET);
-            break;
+    std::span<uint8_t> room = refill.Buffer;
+    const auto filled = [&](bool unfinished = false) {
+        const auto length = static_cast<uint32_t>(refill.Buffer.size() - room.size());
+        return SOUND_FILLED{length, length, unfinished && length == 0};
+    };
+    size_t passed = 0;  // since the last frame that was decoded
+    for (;;) {
+        const long start = std::ftell(file);
+        const SEARCH found = FindFrame(file, record, passed);
+        if (found != SEARCH::Found)
+            return filled(found == SEARCH::Unfinished);
+        if (DecodedSize(record) > room.size() && room.size() != refill.Buffer.size()) {
+            std::fseek(file, start, SEEK_SET);  // larger than the frames before it
+            return filled();
         }
         const int32_t decoded = MP3_Decode(record, samples.data());
         if (decoded < 0)
             continue;
-        const auto size = static_cast<uint32_t>(decoded);
-        const uint32_t stored = std::min(size, room - room % (2u * record.Channels));
-        StoreSamples(samples.data(), stored, buffer + *length);
-        *length += stored;
-        if (capacity - *length < size)
-            break;
+        passed = 0;
+        const auto size = static_cast<size_t>(decoded);
+        const size_t stored = std::min(size, room.size() - room.size() % (2u * record.Channels));
+        StoreSamples(samples.data(), stored, room.data());
+        room = room.subspan(stored);
+        if (room.size() < size)
+            return filled();
     }
+}
+
+void MP3_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
+{
+    MP3_HEADER *record = MP3_GetHeader(n);
+    SOUND_FILLED filled;
+    do
+        filled = record ? MP3_Fill(*record, {file, {buffer, *length}}) : SOUND_FILLED{};
+    while (filled.Unfinished);
+    *length = filled.Length;
+}
+
+void MP3_StartOver(MP3_HEADER &record)
+{
+    record.Layer3 = {};
 }
 
 void MP3_Destroy()
 {
-    for (MP3_HEADER *&record : MP3_Header) {
-        delete record;
-        record = nullptr;
-    }
+    Sound_Destroy(MP3_Header);
 }
 
 MP3_HEADER *MP3_GetHeader(uint8_t n)
 {
-    return n < MP3_Header.size() ? MP3_Header[n] : nullptr;
+    return Sound_GetHeader(MP3_Header, n);
 }
 
 void MP3_SetSoundNumber(uint8_t n)

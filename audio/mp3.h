@@ -1,8 +1,7 @@
 // MPEG audio files: tags, frames and the refilling of sound buffers. ISO/IEC 11172-3 and 13818-3
 // for the frames, ID3v1 and ID3v2.3 (id3.org) for the tags. audio/mp3_layer3.h decodes a frame.
 //
-// A record is used by one thread at a time; different records may be decoded on different threads
-// while others are loaded.
+// Every thread has its own table; a record is used by one thread at a time.
 #pragma once
 
 #include <array>
@@ -10,7 +9,9 @@
 #include <cstdio>
 
 #include "audio/mp3_bits.h"
+#include "audio/mp3_frame.h"
 #include "audio/mp3_layer3.h"
+#include "audio/sound_file.h"
 
 /// Texts of a tag, each with a NUL at its end; empty without a tag.
 struct MP3_ID3V1 {
@@ -34,7 +35,7 @@ struct MP3_ID3V2 {
 };
 
 /// A file that was loaded. The fields from Channels to FrameLength are those of the header in
-/// FrameBuffer: after MP3_Load the first one behind the tag, 0 where there is none.
+/// FrameBuffer: after MP3_Load the first one after the tag, 0 where none exists.
 struct MP3_HEADER {
     uint32_t FileSize;       // bytes
     uint16_t Channels;       // 1 or 2
@@ -52,23 +53,26 @@ struct MP3_HEADER {
     MP3_ID3V1 ID3v1;
     MP3_ID3V2 ID3v2;
     MP3_LAYER3 Layer3;
+    uint8_t Rules;  // AUDIO_RULES that it was loaded by
 };
 
-/// The loaded files in the order of loading, null where none is; owned by this module.
-extern std::array<MP3_HEADER *, 32> MP3_Header;
-extern uint8_t MP3_SoundNumber;  // slot that the next load fills
-extern uint8_t MP3_Init;         // 1 once the decoder's tables are built
+/// The files that this thread loaded, in the order of loading; null where none is.
+extern constinit thread_local SOUND_TABLE<MP3_HEADER> MP3_Header;
+extern constinit thread_local uint8_t MP3_SoundNumber;  // slot that the next load fills
+extern constinit thread_local SOUND_FILE MP3_File;      // being loaded
+extern constinit thread_local uint8_t MP3_Init;  // 1 once this thread knows the tables to be built
 
 /// The most samples of a frame, all channels together.
 constexpr size_t MP3_MaxSamples = 2 * 1152;
 
 /// Reads tags and the first frame's header into slot MP3_SoundNumber, and moves that on. A file
-/// that cannot be opened, or when all slots are used, does nothing.
+/// that cannot be opened, or when all slots are used, does nothing but leave a reason. The first
+/// frame is looked for in 1 MiB after the tag.
 void MP3_Load(const char *path);
 
 /// Searches `file` from its position on for the next frame and reads it into record n. Returns 1,
 /// or 0 at the end of the file and at two bytes 0xFF in a row. Frames of Layer II and of free
-/// format are passed over. What a cut file lacks of a frame is 0.
+/// format are skipped. What a cut file lacks of a frame is 0.
 uint8_t MP3_LoadFrame(FILE *file, uint8_t n);
 
 /// Decodes the frame in the record's buffer into `samples` (MP3_MaxSamples of them, channels
@@ -80,18 +84,20 @@ int32_t MP3_Decode(MP3_HEADER &record, int16_t *samples);
 /// the bytes stored: 0 at the end of the data. The next call goes on where `file` stands then.
 void MP3_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 
-/// Frees all records. MP3_SoundNumber stays as it is.
+/// The same by record, on any thread. After 1 MiB without a frame it gives up its turn: Unfinished,
+/// and the next call goes on with the search.
+SOUND_FILLED MP3_Fill(MP3_HEADER &record, const SOUND_REFILL &refill);
+
+/// Forgets what the decoder carries from frame to frame, as for another sound.
+void MP3_StartOver(MP3_HEADER &record);
+
+/// Empties this thread's table. MP3_SoundNumber stays as it is.
 void MP3_Destroy();
 
 /// Record n, null when there is none.
 MP3_HEADER *MP3_GetHeader(uint8_t n);
-/// Sets the slot that the next load fills; a record that it finds there goes.
+/// Sets the slot that the next load fills; the table lets a record there go.
 void MP3_SetSoundNumber(uint8_t n);
-
-/// Bit rate in kbit/s by index, for the versions below MPEG-1 and for MPEG-1. Index 15 is bad.
-constexpr std::array<std::array<uint16_t, 15>, 2> MP3_BitRate = {
-    {{0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
-     {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}}};
 
 /// The header's fields for a person, by their values.
 constexpr char MP3_Version[4][17] = {"MPEG Version 2.5", "reserved", "MPEG Version 2",

@@ -455,7 +455,8 @@ static void GatherMainData(MP3_LAYER3 &layer3)
     std::fill_n(end, MP3_Spare, uint8_t{0});
 }
 
-void MP3_BuildTables()
+// Returns that the tables are built.
+static bool BuildTables()
 {
     for (size_t n = 1; n < MP3_Powers.size(); n++) {
         const double value = static_cast<double>(n);
@@ -467,6 +468,13 @@ void MP3_BuildTables()
         for (int n = -MP3_SmallValues; n < MP3_SmallValues; n++)
             MP3_SmallPowers[k][static_cast<size_t>(n + MP3_SmallValues)] = MP3_Constant(
                 n * std::cbrt(std::abs(n)) * std::exp2(static_cast<double>(k) / 4), MP3_SmallBits);
+    return true;
+}
+
+void MP3_BuildTables()
+{
+    [[maybe_unused]] static const bool built =
+        BuildTables();  // the first thread builds, others wait
 }
 
 int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)

@@ -8,10 +8,9 @@
 
 #include "audio/mp3_bits.h"
 #include "audio/mp3_filter.h"
+#include "audio/mp3_frame.h"
 
-/// The longest frame that the length formula gives, 144 x 160000 / 8000 + 1 bytes, and the bytes
-/// of earlier frames that the next one may use.
-constexpr size_t MP3_MaxFrame = 2881;
+/// The bytes of earlier frames that the next one may use.
 constexpr size_t MP3_MaxReservoir = 512;
 constexpr size_t MP3_Spare = 64;  // zeros behind them: readers run past the end
 
@@ -35,7 +34,8 @@ struct MP3_FORMAT {
 /// Rates from this one on have the syntax of lower sampling frequencies and one granule a frame.
 constexpr uint8_t MP3_FirstLowRate = 3;
 
-/// Builds the tables of powers, which all decoders share: once, before the first of them runs.
+/// Builds the tables of powers, which all decoders share: before the first of them runs. Later
+/// calls find them built; any thread may call.
 void MP3_BuildTables();
 
 /// Reads side information at layer3.Bits and decodes its granules into the filters' samples, ready

@@ -1,44 +1,121 @@
 #include "audio/sound_file.h"
 
-#include "extra/lanes.h"
-
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <utility>
 
+#include <fcntl.h>
 #include <unistd.h>
 
-bool Sound_Open(SOUND_FILE &file, const char *path)
+constinit thread_local uint8_t Audio_Rules = AUDIO_RULES_FRAMEWORK;
+
+std::optional<uint32_t> Sound_GetSize(const BYTES_OPEN &from)
 {
-    file = {};
-    file.File = Audio_OpenFile(path, &file.Size);
-    if (!file.File)
-        return false;
-    Sound_MoveBlock(file, 0);
-    return true;
+    const std::optional<uint64_t> size = Bytes_GetSize(from);
+    if (!size)
+        return std::nullopt;
+    if (*size > UINT32_MAX) {
+        Reason_Set("4 GiB or more");
+        return std::nullopt;
+    }
+    return static_cast<uint32_t>(*size);
+}
+
+// A stream over memory; where the system has none, over a temporary file.
+static FILE *OpenMemory(std::span<const uint8_t> bytes)
+{
+#if _POSIX_C_SOURCE >= 200809L
+    if (!bytes.empty())
+        return fmemopen(const_cast<uint8_t *>(bytes.data()), bytes.size(), "rb");
+#endif
+    FILE *file = std::tmpfile();
+    if (file && std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
+        std::fclose(file);
+        return nullptr;
+    }
+    return file;
+}
+
+static FILE *OpenDescriptor(int opened)
+{
+    const int descriptor = fcntl(opened, F_DUPFD_CLOEXEC, 0);
+    if (descriptor < 0)
+        return nullptr;
+#ifdef O_NOATIME
+    // Do not update access times; refused for other users' files, harmlessly.
+    fcntl(descriptor, F_SETFL, O_NOATIME);
+#endif
+    FILE *file = fdopen(descriptor, "rb");
+    if (!file)
+        close(descriptor);
+    return file;
+}
+
+SOUND_STREAM Sound_OpenStream(const BYTES_OPEN &from)
+{
+    if (!Sound_GetSize(from))
+        return nullptr;
+    SOUND_STREAM stream(from.IsMemory ? OpenMemory(from.Memory) : OpenDescriptor(from.File));
+    if (!stream)
+        Reason_Set("cannot be read: %s", std::strerror(errno));
+    else if (!from.IsMemory)
+        std::rewind(stream.get());  // descriptors of one file share their position
+    return stream;
+}
+
+SOUND_STREAM Sound_OpenFile(const char *path, uint32_t *size)
+{
+    const BYTES_OPEN *from = Bytes_FindOpen(path);
+    if (!from) {
+        const BYTES_OPEN opened(path);
+        return Sound_OpenFile(path, size);
+    }
+    *size = Sound_GetSize(*from).value_or(0);
+    return Sound_OpenStream(*from);
+}
+
+void Sound_WithFile(const char *path, SOUND_FILE &file, uint8_t used, SOUND_LOAD load, void *what)
+{
+    const BYTES_OPEN *from = Bytes_FindOpen(path);
+    if (!from) {
+        const BYTES_OPEN opened(path);
+        return Sound_WithFile(path, file, used, load, what);
+    }
+    Reason_Clear();
+    if (used >= Sound_MaxRecords)
+        return Reason_Set("%zu sounds of its format are loaded already", Sound_MaxRecords);
+    const std::optional<uint32_t> size = Sound_GetSize(*from);
+    if (!size)
+        return;
+    file = {.From = from, .Size = *size};
+    Reason_Guard([=] { load(what); });
+    file.From = nullptr;
 }
 
 void Sound_MoveBlock(SOUND_FILE &file, uint64_t position)
 {
-    const ssize_t count = pread(fileno(file.File.get()), file.Block.data(), file.Block.size(),
-                                static_cast<off_t>(position));
     file.Start = position;
-    file.Count = count < 0 ? 0 : static_cast<size_t>(count);
+    file.Count = file.From ? Bytes_ReadAt(*file.From, position, file.Block).value_or(0) : 0;
 }
 
 uint32_t Sound_GetBig(SOUND_FILE &file, uint64_t &position, int count)
 {
-    uint32_t value = 0;
+    std::array<uint8_t, 4> bytes;
     for (int i = 0; i < count; i++)
-        value = value << 8 | Sound_GetByte(file, position);
-    return value;
+        bytes[static_cast<size_t>(i)] = Sound_GetByte(file, position);
+    size_t at = 0;
+    return Bytes_GetBig(bytes, at, count);
 }
 
 uint32_t Sound_GetLittle(SOUND_FILE &file, uint64_t &position, int count)
 {
-    uint32_t value = 0;
-    for (int i = 0; i < count; i++)
-        value |= static_cast<uint32_t>(Sound_GetByte(file, position)) << (8 * i);
-    return value;
+    const uint32_t big = Sound_GetBig(file, position, count);
+    const std::array<uint8_t, 4> bytes = {
+        static_cast<uint8_t>(big >> 24), static_cast<uint8_t>(big >> 16),
+        static_cast<uint8_t>(big >> 8), static_cast<uint8_t>(big)};
+    size_t at = static_cast<size_t>(4 - count);
+    return Bytes_GetLittle(bytes, at, count);
 }
 
 uint32_t Sound_BigAt(SOUND_FILE &file, uint64_t position, int count)
@@ -61,62 +138,66 @@ void Sound_GetText(SOUND_FILE &file, uint64_t &position, uint32_t count, std::sp
     position = end;
 }
 
-// The conversions are loops over whole samples that compilers run many bytes at a time.
+constexpr uint32_t Sound_MaxChunks = 16384;             // of a walk
+constexpr uint64_t Sound_MaxZeros = uint64_t{4} << 20;  // bytes of a run that are looked at
+
+// The first byte from `position` on that may be another than 0: past a hole of a sparse file.
+static uint64_t SkipHole(const BYTES_OPEN &from, uint64_t position)
+{
+#ifdef SEEK_DATA
+    if (!from.IsMemory) {
+        const off_t data = lseek(from.File, static_cast<off_t>(position), SEEK_DATA);
+        if (data >= 0)
+            return static_cast<uint64_t>(data);
+        return errno == ENXIO ? UINT64_MAX : position;
+    }
+#endif
+    return position;
+}
+
+// The last of the chunks of zeros that lie from `position` on, back to back.
+static uint64_t SkipZeroChunks(const SOUND_FILE &file, uint64_t position)
+{
+    std::array<uint8_t, 32768> block;
+    uint64_t left = Sound_MaxZeros;
+    for (uint64_t at = position; left != 0;) {
+        at = SkipHole(*file.From, at);
+        if (at >= file.Size)
+            break;
+        const auto bytes =
+            std::span(block).first(Bytes_ReadAt(*file.From, at, std::span(block)).value_or(0));
+        const auto other = std::ranges::find_if(bytes, [](uint8_t byte) { return byte != 0; });
+        at += static_cast<uint64_t>(other - bytes.begin());
+        if (other != bytes.end())
+            return position + (at - position) / 8 * 8;
+        if (bytes.empty())
+            break;
+        left -= std::min<uint64_t>(left, bytes.size());
+    }
+    return file.Size;
+}
+
+std::optional<SOUND_CHUNK> Sound_GetChunk(SOUND_FILE &file, uint64_t &position,
+                                          uint32_t (*size)(SOUND_FILE &, uint64_t &, int))
+{
+    if (position >= file.Size || file.Chunks++ == Sound_MaxChunks)
+        return std::nullopt;
+    const uint32_t id = Sound_GetBig(file, position, 4);
+    const SOUND_CHUNK chunk = {id, size(file, position, 4)};
+    if (chunk.Id == 0 && chunk.Size == 0)
+        position = SkipZeroChunks(file, position);
+    return chunk;
+}
+
+void Sound_CheckCut(const SOUND_FILE &file, uint64_t start, uint64_t promised)
+{
+    const uint64_t there = start < file.Size ? file.Size - start : 0;
+    if (promised > there)
+        Reason_Set("cut after %llu of %llu bytes of sound", static_cast<unsigned long long>(there),
+                   static_cast<unsigned long long>(promised));
+}
 
 void Sound_Keep(std::span<uint8_t>) {}
-
-EXTRA_LANES static void From8(std::span<uint8_t> samples)
-{
-    for (uint8_t &sample : samples)
-        sample = static_cast<uint8_t>(128 - sample);
-}
-
-void Sound_From8(std::span<uint8_t> samples)
-{
-    From8(samples);
-}
-
-EXTRA_LANES static void Swap16(std::span<uint8_t> samples)
-{
-    uint8_t *bytes = samples.data();
-    const size_t count = samples.size() / 2;
-    for (size_t i = 0; i < count; i++) {
-        uint16_t sample;
-        std::memcpy(&sample, bytes + 2 * i, sizeof sample);
-        sample = static_cast<uint16_t>(sample << 8 | sample >> 8);
-        std::memcpy(bytes + 2 * i, &sample, sizeof sample);
-    }
-}
-
-void Sound_Swap16(std::span<uint8_t> samples)
-{
-    Swap16(samples);
-}
-
-void Sound_Swap24(std::span<uint8_t> samples)
-{
-    uint8_t *bytes = samples.data();
-    const size_t count = samples.size() / 3;
-    for (size_t i = 0; i < count; i++)
-        std::swap(bytes[3 * i], bytes[3 * i + 2]);
-}
-
-EXTRA_LANES static void Swap32(std::span<uint8_t> samples)
-{
-    uint8_t *bytes = samples.data();
-    const size_t count = samples.size() / 4;
-    for (size_t i = 0; i < count; i++) {
-        uint32_t sample;
-        std::memcpy(&sample, bytes + 4 * i, sizeof sample);
-        sample = sample << 24 | (sample & 0xFF00) << 8 | (sample >> 8 & 0xFF00) | sample >> 24;
-        std::memcpy(bytes + 4 * i, &sample, sizeof sample);
-    }
-}
-
-void Sound_Swap32(std::span<uint8_t> samples)
-{
-    Swap32(samples);
-}
 
 // Reads what there is, at most `available` bytes, and makes the rest 0xFF.
 static uint64_t ReadPadded(FILE *file, std::span<uint8_t> bytes, uint64_t available)
@@ -128,7 +209,7 @@ static uint64_t ReadPadded(FILE *file, std::span<uint8_t> bytes, uint64_t availa
 }
 
 // Completes the sample whose first bytes are at the buffer's end, by at most `available` bytes.
-// Kept as it is it needs none of them, and passing over them is cheaper than a second read.
+// Kept as it is it needs none of them, and skipping them is cheaper than a second read.
 static uint64_t EndSample(const SOUND_REFILL &refill, uint32_t bytes, std::span<uint8_t> begun,
                           uint64_t available, SOUND_CONVERSION convert)
 {
@@ -147,7 +228,8 @@ static uint64_t EndSample(const SOUND_REFILL &refill, uint32_t bytes, std::span<
     return read;
 }
 
-uint64_t Sound_ReadSamples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert)
+// Fills the buffer with converted samples. Returns the bytes that were read.
+static uint64_t ReadSamples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert)
 {
     const size_t size = refill.Buffer.size() / bytes * bytes;
     const uint64_t read = ReadPadded(refill.File, refill.Buffer, refill.Available);
@@ -158,16 +240,37 @@ uint64_t Sound_ReadSamples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CON
     return read + EndSample(refill, bytes, refill.Buffer.subspan(size), available, convert);
 }
 
-uint32_t Sound_Samples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert)
+// `lost` fewer bytes are reported than `count`, and never more than the buffer holds; of the bytes
+// that were `read`, whole samples of `bytes` bytes are stored.
+static SOUND_FILLED Filled(const SOUND_REFILL &refill, uint64_t count, uint32_t lost, uint64_t read,
+                           uint32_t bytes)
 {
-    const uint64_t read = Sound_ReadSamples(refill, bytes, convert);
-    return Sound_Length(refill, Sound_Begun(read, bytes), bytes);
+    const uint64_t kept = count > lost ? count - lost : 0, size = refill.Buffer.size();
+    const uint64_t stored = std::min(read, size);
+    return {static_cast<uint32_t>(std::min(kept, size)),
+            static_cast<uint32_t>(stored - stored % bytes)};
 }
 
-uint32_t Sound_SwappedPairs(const SOUND_REFILL &refill)
+SOUND_FILLED Sound_Samples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert)
 {
-    const uint64_t read = Sound_ReadSamples(refill, 2, Sound_Swap16);
-    return Sound_Length(refill, read & ~uint64_t{1}, 1);
+    const uint64_t read = ReadSamples(refill, bytes, convert);
+    const uint64_t begun = (read + bytes - 1) / bytes * bytes;  // with the one that has begun
+    return Filled(refill, begun, bytes, read, bytes);
+}
+
+SOUND_FILLED Sound_Pairs(const SOUND_REFILL &refill, SOUND_CONVERSION convert)
+{
+    const uint64_t read = ReadSamples(refill, 2, convert);
+    return Filled(refill, read & ~uint64_t{1}, 1, read, 2);
+}
+
+SOUND_FILLED Sound_Endless(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert)
+{
+    if (refill.Gapless)
+        return Sound_Samples(refill, bytes, convert);
+    const uint64_t read = ReadSamples(refill, bytes, convert);
+    const uint64_t all = (refill.Buffer.size() + bytes - 1) / bytes * bytes;
+    return Filled(refill, all, 1, read, bytes);
 }
 
 static void ExpandG711(std::span<const uint8_t> codes, uint8_t *buffer,
@@ -180,7 +283,7 @@ static void ExpandG711(std::span<const uint8_t> codes, uint8_t *buffer,
     }
 }
 
-uint32_t Sound_G711(const SOUND_REFILL &refill, const std::array<int16_t, 256> &table)
+SOUND_FILLED Sound_G711(const SOUND_REFILL &refill, const std::array<int16_t, 256> &table)
 {
     // An odd buffer begins a last sample, which is lost.
     const uint64_t samples = std::min<uint64_t>((refill.Buffer.size() + 1) / 2, refill.Available);
@@ -196,5 +299,10 @@ uint32_t Sound_G711(const SOUND_REFILL &refill, const std::array<int16_t, 256> &
         if (read < wanted)
             break;
     }
-    return Sound_Length(refill, 2 * done, 2);
+    return Filled(refill, 2 * done, 2, 2 * done, 2);
+}
+
+SOUND_FILLED Sound_Nothing(const SOUND_REFILL &refill)
+{
+    return {static_cast<uint32_t>(refill.Buffer.size()), 0};
 }

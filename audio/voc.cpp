@@ -2,9 +2,9 @@
 
 #include "audio/g711.h"
 
-SOUND_TABLE<VOC_HEADER> VOC_Header;
-uint8_t VOC_SoundNumber = 0;
-SOUND_FILE VOC_File;
+constinit thread_local SOUND_TABLE<VOC_HEADER> VOC_Header{};
+constinit thread_local uint8_t VOC_SoundNumber = 0;
+constinit thread_local SOUND_FILE VOC_File{};
 
 constexpr uint64_t VOC_FirstBlock = 26;
 constexpr uint64_t VOC_ScanEnd = 1024;
@@ -22,7 +22,7 @@ static void ReadBlock1(VOC_HEADER &record, uint64_t block)
     record.DataStart = static_cast<uint32_t>(block + 6);
 }
 
-// Extended: what the sound data block behind it cannot say. That block's rate wins, on purpose.
+// Extended: what the sound data block after it cannot say. That block's rate wins, on purpose.
 static void ReadBlock8(VOC_HEADER &record, uint64_t block)
 {
     record.Codec = static_cast<uint16_t>(At(block + 6, 1));
@@ -65,27 +65,35 @@ static void ReadHeader(VOC_HEADER &record)
     ReadBlocks(record);
     if (record.Codec == 6 || record.Codec == 7)
         record.BitsPerSample = 16;
+    else if (record.Codec != 0 && record.Codec != 4)
+        Reason_Set("codec %u", record.Codec);
+    if (record.DataStart == 0)
+        Reason_Set("no sound block");
 }
 
 void VOC_Load(const char *path)
 {
-    Sound_Load(VOC_Header, VOC_SoundNumber, VOC_File, path, ReadHeader);
+    Sound_Load<VOC_HEADER>({VOC_Header, VOC_SoundNumber, VOC_File, ReadHeader}, path);
 }
 
 void VOC_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
 {
-    const VOC_HEADER *record = VOC_GetHeader(n);
-    const SOUND_REFILL refill = {file, {buffer, *length}};
-    if (!record)
-        *length = 0;
-    else if (record->Codec == 0)
-        *length = Sound_Samples(refill, 1, Sound_Keep);
-    else if (record->Codec == 4)
-        *length = Sound_Samples(refill, 2, Sound_Keep);
-    else if (record->Codec == 6)
-        *length = Sound_G711(refill, AUDIO_ALAW);
-    else if (record->Codec == 7)
-        *length = Sound_G711(refill, AUDIO_ULAW);
+    Sound_Decoding(VOC_GetHeader(n), VOC_Fill, file, buffer, length);
+}
+
+SOUND_FILLED VOC_Fill(VOC_HEADER &record, const SOUND_REFILL &refill)
+{
+    switch (record.Codec) {
+    case 0:
+        return Sound_Samples(refill, 1, Sound_Keep);
+    case 4:
+        return Sound_Samples(refill, 2, Sound_Keep);
+    case 6:
+        return Sound_G711(refill, AUDIO_ALAW);
+    case 7:
+        return Sound_G711(refill, AUDIO_ULAW);
+    }
+    return Sound_Nothing(refill);
 }
 
 void VOC_Destroy()

@@ -16,12 +16,13 @@ struct VOC_HEADER {
     uint16_t Version;        // major * 256 + minor
     uint32_t Validation;     // not checked
     uint32_t DataStart;      // first sample byte; 0 where no sound block was found
+    uint8_t Rules;           // AUDIO_RULES that it was loaded by
 };
 
-/// The loaded files in the order of loading, null where none is; owned by this module.
-extern SOUND_TABLE<VOC_HEADER> VOC_Header;
-extern uint8_t VOC_SoundNumber;  // slot that the next load fills
-extern SOUND_FILE VOC_File;      // open during a load
+/// The files that this thread loaded, in the order of loading; null where none is.
+extern constinit thread_local SOUND_TABLE<VOC_HEADER> VOC_Header;
+extern constinit thread_local uint8_t VOC_SoundNumber;  // slot that the next load fills
+extern constinit thread_local SOUND_FILE VOC_File;      // being loaded
 
 /// Reads the block headers in the first 1024 bytes into slot VOC_SoundNumber, and moves that on. A
 /// file that cannot be opened, or when all slots are used, does nothing.
@@ -32,11 +33,14 @@ void VOC_Load(const char *path);
 /// are. A block header inside the data is played.
 void VOC_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 
-/// Frees all records. VOC_SoundNumber stays as it is.
+/// The same by record, on any thread.
+SOUND_FILLED VOC_Fill(VOC_HEADER &record, const SOUND_REFILL &refill);
+
+/// Empties this thread's table. VOC_SoundNumber stays as it is.
 void VOC_Destroy();
 
 /// Record n, null when there is none.
 VOC_HEADER *VOC_GetHeader(uint8_t n);
 
-/// Sets the slot that the next load fills; a record that it finds there goes.
+/// Sets the slot that the next load fills; the table lets a record there go.
 void VOC_SetSoundNumber(uint8_t n);

@@ -4,16 +4,19 @@
 
 #include "audio/g711.h"
 
-SOUND_TABLE<WAV_HEADER> WAV_Header;
-uint8_t WAV_SoundNumber = 0;
-SOUND_FILE WAV_File;
+constinit thread_local SOUND_TABLE<WAV_HEADER> WAV_Header{};
+constinit thread_local uint8_t WAV_SoundNumber = 0;
+constinit thread_local SOUND_FILE WAV_File{};
 
-constexpr uint16_t TagLinear = 1;
-constexpr uint16_t TagMicrosoft = 2;
-constexpr uint16_t TagAlaw = 6;
-constexpr uint16_t TagUlaw = 7;
-constexpr uint16_t TagIMA = 17;
-constexpr uint16_t TagExtensible = 0xFFFE;
+constexpr uint16_t WAV_TagLinear = 1;
+constexpr uint16_t WAV_TagMicrosoft = 2;
+constexpr uint16_t WAV_TagAlaw = 6;
+constexpr uint16_t WAV_TagUlaw = 7;
+constexpr uint16_t WAV_TagIMA = 17;
+constexpr uint16_t WAV_TagExtensible = 0xFFFE;
+
+namespace
+{
 
 // Where the contents of the chunks start, and the size that the sound data says it has.
 struct CHUNKS {
@@ -22,21 +25,21 @@ struct CHUNKS {
     uint32_t DataSize = 0;
 };
 
+}  // namespace
+
 static CHUNKS FindChunks()
 {
     CHUNKS chunks;
     uint64_t position = 12;
-    while (position < WAV_File.Size) {
-        const uint32_t id = Sound_GetBig(WAV_File, position, 4);
-        const uint32_t size = Sound_GetLittle(WAV_File, position, 4);
-        if (id == Sound_Id("fmt "))
+    while (const auto chunk = Sound_GetChunk(WAV_File, position, Sound_GetLittle)) {
+        if (chunk->Id == Sound_Id("fmt "))
             chunks.Format = position;
-        if (id == Sound_Id("data")) {
+        if (chunk->Id == Sound_Id("data")) {
             chunks.Data = position;
-            chunks.DataSize = size;
+            chunks.DataSize = chunk->Size;
             break;
         }
-        position += uint64_t{size} + size % 2;
+        position += uint64_t{chunk->Size} + chunk->Size % 2;
     }
     return chunks;
 }
@@ -44,7 +47,7 @@ static CHUNKS FindChunks()
 // Where the sound data of a file start that has no chunks but format, fact (with ADPCM) and data.
 static uint64_t UsualDataStart(const WAV_HEADER &record)
 {
-    const bool adpcm = record.FormatTag == TagMicrosoft || record.FormatTag == TagIMA;
+    const bool adpcm = record.FormatTag == WAV_TagMicrosoft || record.FormatTag == WAV_TagIMA;
     return adpcm ? uint64_t{record.FormatChunkSize} + 40 : 44;
 }
 
@@ -58,6 +61,11 @@ static void ReadDataChunk(WAV_HEADER &record, const CHUNKS &chunks)
     const bool known =
         chunks.DataSize != 0 || Sound_LittleAt(WAV_File, 4, 4) + uint64_t{8} == record.FileSize;
     record.DataEnd = known && end < record.FileSize ? static_cast<uint32_t>(end) : record.FileSize;
+    if (chunks.Data == 0)
+        Reason_Set("no data chunk");
+    constexpr uint32_t unknown = UINT32_MAX;  // of a sound that was not complete yet
+    if (chunks.DataSize != unknown)
+        Sound_CheckCut(WAV_File, start, chunks.DataSize);
 }
 
 static void ReadMicrosoft(WAV_HEADER &record, uint64_t position)
@@ -86,10 +94,16 @@ static void ReadFormat(WAV_HEADER &record, uint64_t &position)
     record.BytesPerSecond = Sound_GetLittle(WAV_File, position, 4);
     record.BlockAlign = word();
     record.BitsPerSample = word();
-    if (record.FormatTag == TagExtensible && size >= 40)
+    if (record.FormatTag == WAV_TagExtensible && size >= 40)
         record.FormatTag = static_cast<uint16_t>(Sound_LittleAt(WAV_File, subFormat, 2));
-    if (record.FormatTag == TagMicrosoft || record.FormatTag == TagIMA)
+    if (record.FormatTag == WAV_TagMicrosoft || record.FormatTag == WAV_TagIMA)
         record.FormatChunkSize = size;
+}
+
+// Whether linear samples of so many bits are.
+static bool IsDecoded(uint16_t bits)
+{
+    return bits == 8 || bits == 16 || bits == 24 || bits == 32;
 }
 
 static void ReadHeader(WAV_HEADER &record)
@@ -98,39 +112,35 @@ static void ReadHeader(WAV_HEADER &record)
     uint64_t position = chunks.Format;
     ReadFormat(record, position);
     switch (record.FormatTag) {
-    case TagLinear:
+    case WAV_TagLinear:
+        if (!IsDecoded(record.BitsPerSample))
+            Reason_Set("%u bits a sample", record.BitsPerSample);
         break;
-    case TagMicrosoft:
+    case WAV_TagMicrosoft:
         ReadMicrosoft(record, position);
         [[fallthrough]];
-    case TagAlaw:
-    case TagUlaw:
-    case TagIMA:
+    case WAV_TagAlaw:
+    case WAV_TagUlaw:
+    case WAV_TagIMA:
         record.BitsPerSample = 16;
         break;
     default:
-        return;
+        return Reason_Set("format tag %u", record.FormatTag);
     }
     ReadDataChunk(record, chunks);
 }
 
 void WAV_Load(const char *path)
 {
-    Sound_Load(WAV_Header, WAV_SoundNumber, WAV_File, path, ReadHeader);
-}
-
-static void DecodeLinear(const SOUND_REFILL &refill, uint16_t bits, uint32_t *length)
-{
-    if (bits == 8 || bits == 16 || bits == 24 || bits == 32)
-        *length = Sound_Samples(refill, bits / 8u, Sound_Keep);
+    Sound_Load<WAV_HEADER>({WAV_Header, WAV_SoundNumber, WAV_File, ReadHeader}, path);
 }
 
 using BLOCK_DECODER = size_t (*)(const WAV_ADPCM &, std::span<const uint8_t>, std::span<uint8_t>);
 
 // Decodes `blocks` blocks; codes that the file lacks are 0. What they leave of the counted bytes is
-// silence.
-static void DecodeBlocks(WAV_HEADER &record, const SOUND_REFILL &refill, uint32_t blocks,
-                         uint32_t counted, BLOCK_DECODER decode)
+// silence. Returns the bytes that they store.
+static uint32_t DecodeBlocks(WAV_HEADER &record, const SOUND_REFILL &refill, uint32_t blocks,
+                             uint32_t counted, BLOCK_DECODER decode)
 {
     const WAV_ADPCM adpcm = {record.Coefficients1, record.Coefficients2, record.Decoder,
                              record.Channels == 2};
@@ -152,20 +162,27 @@ static void DecodeBlocks(WAV_HEADER &record, const SOUND_REFILL &refill, uint32_
     const size_t written = refill.Buffer.size() - out.size();
     if (written < counted)
         std::ranges::fill(refill.Buffer.subspan(written, counted - written), uint8_t{0});
+    return static_cast<uint32_t>(written);
 }
 
-// `header`: a channel's bytes in front of a block's codes.
-static uint32_t DecodeADPCM(WAV_HEADER &record, const SOUND_REFILL &refill, uint32_t header,
-                            BLOCK_DECODER decode)
+// `header`: a channel's bytes in front of a block's codes; `samples`: those that it stores of them.
+// A length is four times the bytes of codes in its blocks, whatever else they store, on purpose.
+static SOUND_FILLED FillADPCM(WAV_HEADER &record, const SOUND_REFILL &refill, uint32_t header,
+                              uint32_t samples, BLOCK_DECODER decode)
 {
     const uint32_t headers = header * record.Channels;
     if (record.BlockAlign <= headers)
-        return 0;
-    const uint32_t blockBytes = 4u * (record.BlockAlign - headers);
+        return {};
+    const uint32_t counted = 4u * (record.BlockAlign - headers);
+    const uint32_t stored = counted + samples * record.Channels;
+    if (refill.Gapless) {
+        const auto blocks = static_cast<uint32_t>(std::min<uint64_t>(
+            refill.Buffer.size() / stored, refill.Available / record.BlockAlign));
+        return {blocks * counted, DecodeBlocks(record, refill, blocks, blocks * counted, decode)};
+    }
     const uint64_t length = std::min<uint64_t>(refill.Buffer.size(), 4 * refill.Available);
-    const uint8_t blocks = static_cast<uint8_t>(length / blockBytes);  // modulo 256, on purpose
-    DecodeBlocks(record, refill, blocks, blocks * blockBytes, decode);
-    return blocks * blockBytes;
+    const auto blocks = static_cast<uint8_t>(length / counted);  // modulo 256, on purpose
+    return {blocks * counted, DecodeBlocks(record, refill, blocks, blocks * counted, decode)};
 }
 
 // The sound's bytes from the position of `file` on.
@@ -179,29 +196,28 @@ static uint64_t Remaining(const WAV_HEADER &record, FILE *file)
 
 void WAV_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
 {
-    WAV_HEADER *record = WAV_GetHeader(n);
-    if (!record) {
-        *length = 0;
-        return;
+    Sound_Decoding(WAV_GetHeader(n), WAV_Fill, file, buffer, length);
+}
+
+SOUND_FILLED WAV_Fill(WAV_HEADER &record, const SOUND_REFILL &given)
+{
+    SOUND_REFILL refill = given;
+    refill.Available = Remaining(record, refill.File);
+    switch (record.FormatTag) {
+    case WAV_TagLinear:
+        if (IsDecoded(record.BitsPerSample))
+            return Sound_Samples(refill, record.BitsPerSample / 8u, Sound_Keep);
+        break;
+    case WAV_TagMicrosoft:
+        return FillADPCM(record, refill, 7, 4, WAV_MS_ADPCM_Block);
+    case WAV_TagAlaw:
+        return Sound_G711(refill, AUDIO_ALAW);
+    case WAV_TagUlaw:
+        return Sound_G711(refill, AUDIO_ULAW);
+    case WAV_TagIMA:
+        return FillADPCM(record, refill, 4, 0, WAV_IMA_ADPCM_Block);
     }
-    const SOUND_REFILL refill = {file, {buffer, *length}, Remaining(*record, file)};
-    switch (record->FormatTag) {
-    case TagLinear:
-        DecodeLinear(refill, record->BitsPerSample, length);
-        break;
-    case TagMicrosoft:
-        *length = DecodeADPCM(*record, refill, 7, WAV_MS_ADPCM_Block);
-        break;
-    case TagAlaw:
-        *length = Sound_G711(refill, AUDIO_ALAW);
-        break;
-    case TagUlaw:
-        *length = Sound_G711(refill, AUDIO_ULAW);
-        break;
-    case TagIMA:
-        *length = DecodeADPCM(*record, refill, 4, WAV_IMA_ADPCM_Block);
-        break;
-    }
+    return Sound_Nothing(refill);
 }
 
 // The decoder of a channel that may be none.

@@ -30,13 +30,14 @@ struct WAV_HEADER {
 
     std::array<WAV_CHANNEL, 2> Decoder;
     uint32_t DataStart;  // first sample byte; 0 for other tags
-    uint32_t DataEnd;    // behind the last one
+    uint32_t DataEnd;    // past the last one
+    uint8_t Rules;       // AUDIO_RULES that it was loaded by
 };
 
-/// The loaded files in the order of loading, null where none is; owned by this module.
-extern SOUND_TABLE<WAV_HEADER> WAV_Header;
-extern uint8_t WAV_SoundNumber;  // slot that the next load fills
-extern SOUND_FILE WAV_File;      // open during a load
+/// The files that this thread loaded, in the order of loading; null where none is.
+extern constinit thread_local SOUND_TABLE<WAV_HEADER> WAV_Header;
+extern constinit thread_local uint8_t WAV_SoundNumber;  // slot that the next load fills
+extern constinit thread_local SOUND_FILE WAV_File;      // being loaded
 
 /// Reads the header into slot WAV_SoundNumber, and moves that on. FormatTag is the extensible
 /// format's sub-format where the file has one. A file that cannot be opened, or when all slots are
@@ -53,15 +54,18 @@ void WAV_Load(const char *path);
 /// both as they are.
 void WAV_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 
+/// The same by record, on any thread.
+SOUND_FILLED WAV_Fill(WAV_HEADER &record, const SOUND_REFILL &refill);
+
 /// The next sample of a channel (0 or 1) of record n, whose decoder moves on by a code of 4 bits.
 int32_t WAV_MS_ADPCM_GetNextSample(uint8_t n, uint8_t channel, uint8_t code);
 int32_t WAV_IMA_ADPCM_GetNextSample(uint8_t n, uint8_t channel, uint8_t code);
 
-/// Frees all records. WAV_SoundNumber stays as it is.
+/// Empties this thread's table. WAV_SoundNumber stays as it is.
 void WAV_Destroy();
 
 /// Record n, null when there is none.
 WAV_HEADER *WAV_GetHeader(uint8_t n);
 
-/// Sets the slot that the next load fills; a record that it finds there goes.
+/// Sets the slot that the next load fills; the table lets a record there go.
 void WAV_SetSoundNumber(uint8_t n);

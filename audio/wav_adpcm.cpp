@@ -15,7 +15,7 @@ static_assert(WAV_IMA_Difference[88][7] == 32767 + 16383 + 8191 + 4095);
 
 static int32_t GetWord(std::span<const uint8_t> block, size_t position)
 {
-    return static_cast<int16_t>(block[position] | block[position + 1] << 8);
+    return static_cast<int16_t>(Bytes_GetLittle(block, position, 2));
 }
 
 static void PutPair(uint8_t *out, int32_t first, int32_t second)
@@ -39,7 +39,7 @@ static void ReadMicrosoft(const WAV_ADPCM &adpcm, std::span<const uint8_t> block
     }
 }
 
-// The codes behind the header, high one first: of two channels in turn, or all of one.
+// The codes after the header, high one first: of two channels in turn, or all of one.
 template <bool Stereo>
 static size_t DecodeMicrosoft(std::span<WAV_CHANNEL, 2> channels, std::span<const uint8_t> codes,
                               std::span<uint8_t> out)

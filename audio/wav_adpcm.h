@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <span>
 
+#include "audio/sound_file.h"
+
 /// Microsoft ADPCM: how a code scales the next delta, in 1/256.
 inline constexpr std::array<int16_t, 16> WAV_ADPCM_ADAPTATION_TABLE = {
     230, 230, 230, 230, 307, 409, 512, 614, 768, 614, 512, 409, 307, 230, 230, 230};
@@ -38,14 +40,6 @@ struct WAV_CHANNEL {
 /// The largest delta, which keeps the arithmetic within 32 bits; a sound that meets it is damaged.
 constexpr int32_t WAV_MaxDelta = INT32_MAX / 768;
 
-/// Cut to 16 bits. Sound seldom needs it: a branch keeps it out of the chain from sample to sample.
-inline int32_t WAV_ClampSample(int32_t sample)
-{
-    if (static_cast<uint32_t>(sample) + 32768 > 65535) [[unlikely]]
-        return sample < 0 ? -32768 : 32767;
-    return sample;
-}
-
 /// The sample (16 bits) that a code of 4 bits stands for; moves the channel on.
 inline int32_t WAV_MS_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
 {
@@ -54,7 +48,7 @@ inline int32_t WAV_MS_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
         static_cast<uint32_t>(channel.Newest) * static_cast<uint32_t>(channel.Coefficient1) +
         static_cast<uint32_t>(channel.Previous) * static_cast<uint32_t>(channel.Coefficient2));
     const int32_t difference = (static_cast<int32_t>(code ^ 8) - 8) * channel.Delta;
-    const int32_t sample = WAV_ClampSample(sum / 256 + difference);
+    const int32_t sample = Sound_Clamp16(sum / 256 + difference);
     channel.Previous = channel.Newest;
     channel.Newest = sample;
     const int32_t delta = WAV_ADPCM_ADAPTATION_TABLE[code] * channel.Delta >> 8;
@@ -85,7 +79,7 @@ inline int32_t WAV_IMA_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
 {
     const int32_t index = channel.StepIndex;
     const int32_t sample =
-        WAV_ClampSample(channel.Newest + WAV_IMA_Difference[static_cast<size_t>(index)][code]);
+        Sound_Clamp16(channel.Newest + WAV_IMA_Difference[static_cast<size_t>(index)][code]);
     channel.Newest = sample;
     channel.StepIndex = static_cast<int8_t>(std::clamp(index + WAV_ADPCM_INDEX_TABLE[code], 0, 88));
     return sample;

@@ -128,7 +128,7 @@ static void Own(benchmark::State &state, const CASE &sound)
     module.SetSoundNumber(0);
     module.Load(path.c_str());
     uint32_t size = 0;
-    const AUDIO_FILE opened = Audio_OpenFile(path.c_str(), &size);
+    const SOUND_STREAM opened = Sound_OpenFile(path.c_str(), &size);
     FILE *file = opened.get();
     std::setvbuf(file, nullptr, _IONBF, 0);  // as the engine reads them
     for (auto _ : state) {

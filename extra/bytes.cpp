@@ -42,19 +42,24 @@ BYTES_OPEN::~BYTES_OPEN()
         close(File);
 }
 
-// Reads from the file's start until `bytes` are full or it ends; returns how many were read.
-// Nothing, with a reason, when a read fails, as a directory's does.
-static std::optional<size_t> Read(const BYTES_OPEN &from, std::span<uint8_t> bytes)
+const BYTES_OPEN *Bytes_FindOpen(const char *path)
+{
+    return opened && std::strcmp(opened->Path, path) == 0 ? opened : nullptr;
+}
+
+std::optional<size_t> Bytes_ReadAt(const BYTES_OPEN &from, uint64_t position,
+                                   std::span<uint8_t> bytes)
 {
     if (from.IsMemory) {
-        const size_t count = std::min(bytes.size(), from.Memory.size());
-        std::copy_n(from.Memory.begin(), count, bytes.begin());
+        const size_t start = std::min<uint64_t>(position, from.Memory.size());
+        const size_t count = std::min(bytes.size(), from.Memory.size() - start);
+        std::ranges::copy(from.Memory.subspan(start, count), bytes.begin());
         return count;
     }
     size_t size = 0;
     while (size < bytes.size()) {
-        const ssize_t count =
-            pread(from.File, bytes.data() + size, bytes.size() - size, static_cast<off_t>(size));
+        const ssize_t count = pread(from.File, bytes.data() + size, bytes.size() - size,
+                                    static_cast<off_t>(position + size));
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0) {
@@ -68,11 +73,14 @@ static std::optional<size_t> Read(const BYTES_OPEN &from, std::span<uint8_t> byt
     return size;
 }
 
-// Bytes of what was opened. Nothing, with a reason, where that has no size of its own or too many.
-static std::optional<size_t> SizeOf(const BYTES_OPEN &from)
+std::optional<uint64_t> Bytes_GetSize(const BYTES_OPEN &from)
 {
     if (from.IsMemory)
         return from.Memory.size();
+    if (from.Error != 0) {
+        Reason_Set("cannot be opened: %s", std::strerror(from.Error));
+        return std::nullopt;
+    }
     struct stat status;
     if (fstat(from.File, &status) != 0) {
         Reason_Set("cannot be read: %s", std::strerror(errno));
@@ -82,11 +90,7 @@ static std::optional<size_t> SizeOf(const BYTES_OPEN &from)
         Reason_Set(S_ISDIR(status.st_mode) ? "a directory" : "not a regular file");
         return std::nullopt;
     }
-    if (static_cast<uint64_t>(status.st_size) > Bytes_MaxFile) {
-        Reason_Set("more than %zu MiB", Bytes_MaxFile >> 20);
-        return std::nullopt;
-    }
-    return static_cast<size_t>(status.st_size);
+    return static_cast<uint64_t>(status.st_size);
 }
 
 // Calls read(source) with what is open under this path, or opens it for the call. Gives an empty
@@ -95,29 +99,34 @@ template <typename Reader>
 static auto WithFile(const char *path, const Reader &read)
     -> decltype(read(std::declval<const BYTES_OPEN &>()))
 {
-    if (!opened || std::strcmp(opened->Path, path) != 0) {
+    const BYTES_OPEN *from = Bytes_FindOpen(path);
+    if (!from) {
         const BYTES_OPEN file(path);
         return WithFile(path, read);
     }
-    if (opened->Error != 0) {
-        Reason_Set("cannot be opened: %s", std::strerror(opened->Error));
+    if (from->Error != 0) {
+        Reason_Set("cannot be opened: %s", std::strerror(from->Error));
         return {};
     }
-    return read(*opened);
+    return read(*from);
 }
 
 std::optional<size_t> Bytes_LoadHead(const char *path, std::span<uint8_t> head)
 {
-    return WithFile(path, [head](const BYTES_OPEN &from) { return Read(from, head); });
+    return WithFile(path, [head](const BYTES_OPEN &from) { return Bytes_ReadAt(from, 0, head); });
 }
 
 BYTES_BUFFER Bytes_LoadFile(const char *path)
 {
     return WithFile(path, [](const BYTES_OPEN &from) {
         BYTES_BUFFER bytes;
-        if (const auto size = SizeOf(from)) {
-            bytes.resize(*size);
-            bytes.resize(Read(from, bytes).value_or(0));
+        const auto size = Bytes_GetSize(from);
+        if (size && *size > Bytes_MaxFile && !from.IsMemory)
+            Reason_Set("more than %zu MiB", Bytes_MaxFile >> 20);
+        else if (size) {
+            bytes = BYTES_BUFFER(*size);
+            const size_t read = Bytes_ReadAt(from, 0, bytes).value_or(0);
+            bytes.erase(bytes.begin() + static_cast<ptrdiff_t>(read), bytes.end());
         }
         return bytes;
     });

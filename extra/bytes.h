@@ -52,6 +52,18 @@ struct BYTES_OPEN {
     bool IsMemory;
 };
 
+/// What is open under this path on this thread; null where nothing is.
+const BYTES_OPEN *Bytes_FindOpen(const char *path);
+
+/// Bytes of what was opened. Nothing, with a reason, where it cannot be opened or has no size of
+/// its own, as a pipe or a directory.
+std::optional<uint64_t> Bytes_GetSize(const BYTES_OPEN &from);
+
+/// Reads from `position` on until `bytes` are full or the file ends; gives how many were read.
+/// Nothing, with a reason, when a read fails.
+std::optional<size_t> Bytes_ReadAt(const BYTES_OPEN &from, uint64_t position,
+                                   std::span<uint8_t> bytes);
+
 /// Fills `head` with the file's first bytes and gives their number, which is less for a short file.
 /// Nothing, with a reason, when the file cannot be opened or read.
 std::optional<size_t> Bytes_LoadHead(const char *path, std::span<uint8_t> head);

@@ -1,14 +1,14 @@
 #include "extra/colour.h"
 
-uint8_t Extra_Yluma, Extra_ChromaBlue, Extra_ChromaRed;
-uint8_t Extra_Red, Extra_Green, Extra_Blue;
+constinit thread_local uint8_t Extra_Yluma = 0, Extra_ChromaBlue = 0, Extra_ChromaRed = 0;
+constinit thread_local uint8_t Extra_Red = 0, Extra_Green = 0, Extra_Blue = 0;
 
 static uint8_t ToByte(double value)
 {
     return static_cast<uint8_t>(static_cast<int>(value));
 }
 
-// The order of the terms counts: the red chroma of white falls a hair short of 128.
+// The order of the terms matters: the red chroma of white falls a hair short of 128.
 void Extra_RGBtoYCbCr(uint8_t r, uint8_t g, uint8_t b)
 {
     Extra_Yluma = ToByte(0.299 * r + 0.587 * g + 0.114 * b);

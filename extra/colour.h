@@ -1,13 +1,14 @@
-// One colour at a time between RGB and YCbCr (ITU-T T.871), 8 bits each. Results are truncated
-// towards zero and wrap at 8 bits instead of being cut to 0..255, on purpose.
+// Converts one colour at a time between RGB and YCbCr (ITU-T T.871), 8 bits each. Results are
+// truncated toward zero and wrap at 8 bits instead of being clamped to 0..255, on purpose. Every
+// thread has results of its own.
 #pragma once
 
 #include <cstdint>
 
-/// What Extra_RGBtoYCbCr found last.
-extern uint8_t Extra_Yluma, Extra_ChromaBlue, Extra_ChromaRed;
-/// What Extra_YCbCrtoRGB found last.
-extern uint8_t Extra_Red, Extra_Green, Extra_Blue;
+/// Results of the last Extra_RGBtoYCbCr.
+extern constinit thread_local uint8_t Extra_Yluma, Extra_ChromaBlue, Extra_ChromaRed;
+/// Results of the last Extra_YCbCrtoRGB.
+extern constinit thread_local uint8_t Extra_Red, Extra_Green, Extra_Blue;
 
 /// Sets Extra_Yluma, Extra_ChromaBlue and Extra_ChromaRed.
 void Extra_RGBtoYCbCr(uint8_t r, uint8_t g, uint8_t b);

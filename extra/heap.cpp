@@ -2,12 +2,12 @@
 
 #include <cstdlib>
 
-std::array<uint8_t *, 256> Extra_Heap;
-std::array<uint32_t, 256> Extra_Head, Extra_Tail;
-uint8_t Extra_Pointer;
-uint8_t Extra_LIFOorFIFO;
+constinit thread_local std::array<uint8_t *, 256> Extra_Heap{};
+constinit thread_local std::array<uint32_t, 256> Extra_Head{}, Extra_Tail{};
+constinit thread_local uint8_t Extra_Pointer = 0;
+constinit thread_local uint8_t Extra_LIFOorFIFO = 0;
 
-static std::array<uint32_t, 256> heapSize;  // bytes behind each buffer
+static constinit thread_local std::array<uint32_t, 256> heapSizes{};  // bytes of each buffer
 
 void Extra_InitHeap()
 {
@@ -20,7 +20,7 @@ void Extra_CreateHeap(uint8_t n, int32_t size)
     // A buffer that is here already stays allocated, on purpose: someone may hold its address.
     Extra_Heap[n] =
         size > 0 ? static_cast<uint8_t *>(std::malloc(static_cast<size_t>(size))) : nullptr;
-    heapSize[n] = Extra_Heap[n] ? static_cast<uint32_t>(size) : 0;
+    heapSizes[n] = Extra_Heap[n] ? static_cast<uint32_t>(size) : 0;
     Extra_Head[n] = Extra_Tail[n] = 0;
 }
 
@@ -41,23 +41,30 @@ uint8_t Extra_EmptyHeap()
     return Extra_Tail[Extra_Pointer] == Extra_Head[Extra_Pointer];
 }
 
-void Extra_PushByte(uint8_t value)
+// Appends the low bytes of `value`, the lowest first: all of them, or none without room.
+static void Push(uint32_t value, uint32_t bytes)
 {
     const uint8_t n = Extra_Pointer;
-    if (Extra_Heap[n] && Extra_Head[n] < heapSize[n])
-        Extra_Heap[n][Extra_Head[n]++] = value;
+    uint32_t &head = Extra_Head[n];
+    if (!Extra_Heap[n] || head > heapSizes[n] || heapSizes[n] - head < bytes)
+        return;
+    for (; bytes > 0; bytes--, value >>= 8)
+        Extra_Heap[n][head++] = static_cast<uint8_t>(value);
+}
+
+void Extra_PushByte(uint8_t value)
+{
+    Push(value, 1);
 }
 
 void Extra_PushWord(uint16_t value)
 {
-    Extra_PushByte(static_cast<uint8_t>(value));
-    Extra_PushByte(static_cast<uint8_t>(value >> 8));
+    Push(value, 2);
 }
 
 void Extra_PushDWord(uint32_t value)
 {
-    Extra_PushWord(static_cast<uint16_t>(value));
-    Extra_PushWord(static_cast<uint16_t>(value >> 16));
+    Push(value, 4);
 }
 
 uint8_t Extra_PullByte()

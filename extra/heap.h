@@ -1,25 +1,25 @@
 // Byte heaps: 256 numbered byte buffers of fixed size, each used as a stack or as a queue. One heap
 // is current at a time and every push and pull acts on it. Words and double words lie in the buffer
-// with their low byte first. One thread at a time may use them.
+// with their low byte first. Every thread has heaps of its own, which it destroys before it ends.
 #pragma once
 
 #include <array>
 #include <cstdint>
 
 /// The buffers (from malloc, owned here), null where a number has none.
-extern std::array<uint8_t *, 256> Extra_Heap;
+extern constinit thread_local std::array<uint8_t *, 256> Extra_Heap;
 /// Per heap: index of the next byte to write, and of the next byte that a queue reads.
-extern std::array<uint32_t, 256> Extra_Head, Extra_Tail;
+extern constinit thread_local std::array<uint32_t, 256> Extra_Head, Extra_Tail;
 /// Number of the current heap.
-extern uint8_t Extra_Pointer;
+extern constinit thread_local uint8_t Extra_Pointer;
 /// Discipline of all pulls, whatever the heap: 0 last in, first out; else first in, first out.
-extern uint8_t Extra_LIFOorFIFO;
+extern constinit thread_local uint8_t Extra_LIFOorFIFO;
 
 /// Forgets all buffers without freeing them; heads and tails stay.
 void Extra_InitHeap();
 
 /// Makes heap `n` of `size` bytes, empty and current. A buffer that the number already had is not
-/// freed. When there is no memory (or `size` is below 1) nothing fits into the heap.
+/// freed. Without memory, or if `size` is below 1, nothing fits into the heap.
 void Extra_CreateHeap(uint8_t n, int32_t size);
 
 /// Makes heap `n` current and sets the discipline of all pulls.
@@ -31,13 +31,14 @@ void Extra_DestroyHeap(uint8_t n);
 /// 1 when tail and head of the current heap are equal, else 0.
 uint8_t Extra_EmptyHeap();
 
-/// Appends 1, 2 or 4 bytes, low byte first. Bytes for which there is no room are dropped.
+/// Appends 1, 2 or 4 bytes, low byte first. A push without room for all of its bytes is dropped
+/// whole.
 void Extra_PushByte(uint8_t value);
 void Extra_PushWord(uint16_t value);
 void Extra_PushDWord(uint32_t value);
 
-/// Takes back what the matching push stored, under either discipline. Each byte that is not there
-/// reads as 0 and moves nothing.
+/// Takes back what the matching push stored, under either discipline. Each missing byte reads as 0
+/// and moves nothing.
 uint8_t Extra_PullByte();
 uint16_t Extra_PullWord();
 uint32_t Extra_PullDWord();

@@ -16,7 +16,7 @@ constexpr std::array<EXTRA_ROME, 30> Extra_Rome = {{
     {700, "DCC"}, {800, "DCCC"}, {900, "CM"},  {1000, "M"}, {2000, "MM"}, {3000, "MMM"},
 }};
 
-constexpr uint16_t LetterValue(char letter)
+static constexpr uint16_t LetterValue(char letter)
 {
     constexpr std::string_view letters = "IVXLCDM";
     constexpr std::array<uint16_t, letters.size()> values = {1, 5, 10, 50, 100, 500, 1000};
@@ -24,7 +24,7 @@ constexpr uint16_t LetterValue(char letter)
 }
 
 // A letter counts negative before a greater one.
-constexpr bool RomeAddsUp()
+static constexpr bool RomeAddsUp()
 {
     for (const EXTRA_ROME &rome : Extra_Rome) {
         const std::string_view text = rome.Text;

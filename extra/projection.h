@@ -1,5 +1,5 @@
 // Software projection of single points onto the screen, and tests on projected points: is a face
-// turned to the viewer, is the mouse inside it. One camera for all.
+// turned to the viewer, is the mouse inside it. All threads share one camera.
 #pragma once
 
 #include <cstdint>
@@ -25,21 +25,21 @@ void Extra_3Dinit(int16_t centreX, int16_t centreY, int16_t distance, int16_t sc
 EXTRA_3DWORLD Extra_Get3DWorld();
 void Extra_Set3DWorld(const EXTRA_3DWORLD &record);
 
-/// Projects a point; coordinates are truncated toward zero. A point whose depth plus Distance is 0
-/// has no screen position (it reads as the centre). Visible compares the depth with Scale, not
+/// Projects a point; coordinates are truncated toward zero. Depth plus Distance 0 reads as (0, 0),
+/// and so does a coordinate that 32 bits cannot hold. Visible compares the depth with Scale, not
 /// with Distance, on purpose.
 EXTRA_POINT Extra_2D(double x, double y, double z);
 
 /// 1 when all four points are in front and A, B, C run round the face as seen by the viewer.
 uint8_t Extra_3Dvisible(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, EXTRA_POINT D);
 
-/// On which side of the edge A-B, B-C or C-A the mouse lies: the sign tells, 0 is on the edge.
+/// The sign says on which side of the edge A-B, B-C or C-A the mouse lies; 0 is on the edge.
 float Extra_3DclickAB(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, float mx, float my);
 float Extra_3DclickBC(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, float mx, float my);
 float Extra_3DclickCA(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, float mx, float my);
 
 /// 1 when the mouse lies strictly inside triangle A B D or B C D, in either winding. The diagonal
-/// B-D belongs to neither. The visible flags are not asked.
+/// B-D belongs to neither. The visible flags are ignored.
 uint8_t Extra_3Dclick(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, EXTRA_POINT D, float mx,
                       float my);
 

@@ -42,8 +42,8 @@ void Extra_NormalVector(EXTRA_VECTOR &dst, const EXTRA_VECTOR &src);
 void Extra_CrossVector(EXTRA_VECTOR &dst, const EXTRA_VECTOR &a, const EXTRA_VECTOR &b);
 
 /// View matrix of a camera at `eye` looking at `centre`. Negates x, y and z of the caller's `eye`.
-/// The side vector is up x forward and is normalised with its w of 1, which makes it shorter than
-/// one and the picture smaller accordingly: meant so, the board's view is laid out for it.
+/// The side vector is up x forward, normalised with its w of 1: shorter than one, which scales the
+/// view down, on purpose; the board's view is laid out for it.
 void Extra_LookAt(EXTRA_MATRIX &dst, EXTRA_VECTOR &eye, const EXTRA_VECTOR &centre,
                   const EXTRA_VECTOR &up);
 

@@ -1,5 +1,6 @@
 #include "game/frame.h"
 
+#include <chrono>
 #include <cstdio>
 #include <mutex>
 
@@ -7,12 +8,11 @@
 #include "game/minefield.h"
 #include "game/moves.h"
 #include "platform/application.h"
+#include "platform/glfew.h"
 #include "platform/timer.h"
 
 uint8_t mSecond, Second, Minute, Hour;
 uint8_t timeMS, timeS, timeM, timeH;
-float xr, yr, zr;
-float xr2, yr2, zr2;
 
 constexpr int32_t KeyEscape = 256;
 constexpr int32_t MouseLeft = 1, MouseRight = 3;
@@ -38,8 +38,35 @@ static bool AcceptStep(int32_t button)
     return true;
 }
 
+// Sets the window's title where that has changed, once a second at most.
+static void ShowTitle()
+{
+    using namespace std::chrono;
+    static std::string shown;
+    static steady_clock::time_point due;
+    const steady_clock::time_point now = steady_clock::now();
+    if (!System_Window || now < due)
+        return;
+    due = now + 1s;
+    const std::string title = GameTitle();
+    if (title != shown)
+        GLFEW_SetTitle(title.c_str());
+    shown = title;
+}
+
+// The pointer tells while clicks are dropped; once the game is over there is nothing to wait for.
+static void ShowBusy()
+{
+    std::unique_lock lock(GameLock);
+    const bool busy = mb == GAME_TURNING || mb == GAME_UNCOVERING;
+    lock.unlock();
+    GLFEW_SetBusy(busy);
+}
+
 void Scene()
 {
+    ShowTitle();
+    ShowBusy();
     if (System_KeyDown() == KeyEscape)
         Velmorandis_CloseApplication(1);
     const int32_t button = System_MouseDown();
@@ -81,19 +108,19 @@ static void AdvanceEndViews()
 {
     if (mb > GAME_TURNING)
         for (float *angle : {&xr, &yr, &zr})
-            Spin(*angle, 1);
+            Spin(*angle, SpinTick);
     if (mb == GAME_RECEDING) {
         if (2 * zDepth > zr2) {
-            zr2 = static_cast<float>(zr2 + 0.1);
+            zr2 = static_cast<float>(zr2 + RecedeTick);
         } else {
             xr2 = yr2 = zr2 = 0;
             mb = GAME_SPINNING;
         }
     }
     if (mb == GAME_SPINNING) {
-        Spin(xr2, 0.075);
-        Spin(yr2, 0.1);
-        Spin(zr2, 0.025);
+        Spin(xr2, BoardSpinTick[0]);
+        Spin(yr2, BoardSpinTick[1]);
+        Spin(zr2, BoardSpinTick[2]);
     }
 }
 
@@ -137,9 +164,12 @@ static void UncoverAll()
     });
 }
 
+namespace
+{
 struct VERDICT {
     bool Lost, Won;
 };
+}  // namespace
 
 // Both may be true: a losing step that leaves nothing covered and as many flags, right or wrong, as
 // there are mines also wins, on purpose.
@@ -191,9 +221,33 @@ void Timer()
 {
     std::unique_lock lock(GameLock);
     const VERDICT verdict = Tick();
+    NoteTick();
     lock.unlock();  // a terminal may keep its writer waiting
     if (verdict.Lost)
         std::printf("Game Over - You have stepped on a mine!\n");
     if (verdict.Won)
         std::printf("Game Over - You have detected all mines!\n");
+}
+
+std::string GameTitle()
+{
+    const std::lock_guard lock(GameLock);
+    int flags = 0;
+    ForEachCell(
+        [&flags](const MineCell &cell, uint8_t, uint8_t) { flags += cell.state == STATE_FLAG; });
+    int h = Hour, m = Minute, s = Second;
+    if (mb >= GAME_WON)
+        h = timeH, m = timeM, s = timeS;
+    else if (step == 1)
+        h = m = s = 0;  // the clock is reset by the first step
+    const auto twoDigits = [](int value) {
+        return ':' + std::string(value < 10 ? "0" : "") + std::to_string(value);
+    };
+    const std::string minutes = h > 0 ? std::to_string(h) + twoDigits(m) : std::to_string(m);
+    return "Tessaruvinel v3.23 - " + std::to_string(xDim) + 'x' + std::to_string(yDim) +
+           " - flags " + std::to_string(flags) + " of " + std::to_string(nMines) + " - " + minutes +
+           twoDigits(s) +
+           (mb == GAME_WON  ? " - won"
+            : mb > GAME_WON ? " - lost - Escape ends"
+                            : "");
 }

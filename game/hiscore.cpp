@@ -7,31 +7,62 @@
 #include <string>
 #include <string_view>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include "audio/audio.h"
-#include "extra/heap.h"
-#include "game/board.h"
-#include "game/frame.h"
+#include "extra/bytes.h"
+#include "extra/replace.h"
 #include "game/minefield.h"
-#include "game/moves.h"
 #include "platform/system.h"
-#include "platform/timer.h"
 
 std::array<HISCORE, 10> HiScore;
 std::array<char, 32> fnHiscore;
 FILE *fhHiscore;
-std::array<char, 32> tmpStr;
 
-constexpr size_t NoPlace = 255;
+static bool damaged;  // the file that was read last is not one that the game writes
+
+// Held while it lives, against the other games that save to the same table. Without it (a folder
+// that cannot be written to, a file system without locks) saving is tried all the same.
+namespace
+{
+class LOCK
+{
+public:
+    explicit LOCK(std::string path)
+    {
+        if (Replace_Resolve(path) != 0)
+            return;
+        file = open((path + ".lock").c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666);
+        while (file >= 0 && flock(file, LOCK_EX) != 0 && errno == EINTR)
+            continue;
+    }
+    ~LOCK()
+    {
+        if (file >= 0)
+            close(file);
+    }
+    LOCK(const LOCK &) = delete;
+    LOCK &operator=(const LOCK &) = delete;
+
+private:
+    int file = -1;
+};
+}  // namespace
+
+static HISCORE Entry(std::string_view name, std::string_view record)
+{
+    HISCORE entry{};
+    name.copy(entry.Name.data(), entry.Name.size() - 1);
+    record.copy(entry.Record.data(), entry.Record.size() - 1);
+    return entry;
+}
 
 // The clock never shows 1000 milliseconds, so every game of under 60 hours is better.
 static HISCORE DefaultEntry()
 {
-    HISCORE entry{};
-    std::strcpy(entry.Name.data(), "NoName");
-    std::strcpy(entry.Record.data(), "59:59:59:1000, 10000");
-    return entry;
+    return Entry("NoName", "59:59:59:1000, 10000");
 }
 
 void mine_fputs(const char *text)
@@ -74,6 +105,19 @@ static bool IsRecord(const char *text)
     return std::regex_match(text, form);
 }
 
+// Whether writing HiScore, just read from the file, would lose anything but ends of lines.
+static bool IsDamaged()
+{
+    const BYTES_BUFFER bytes = Bytes_LoadFile(fnHiscore.data());
+    std::string file(bytes.begin(), bytes.end()), table;
+    std::erase(file, '\r');
+    if (!file.empty() && file.back() != '\n')
+        file += '\n';
+    for (const HISCORE &entry : HiScore)
+        table += std::string(entry.Name.data()) + '\n' + entry.Record.data() + '\n';
+    return !file.empty() && file != table;
+}
+
 int ReadHiscore()
 {
     fhHiscore = std::fopen(fnHiscore.data(), "rb");
@@ -85,42 +129,45 @@ int ReadHiscore()
     if (fhHiscore)
         std::fclose(fhHiscore);
     fhHiscore = nullptr;
-    if (error != 0 && error != ENOENT)
-        std::fprintf(stderr, "%s: cannot be read: %s\n", fnHiscore.data(), std::strerror(error));
+    damaged = error == 0 && IsDamaged();
     return error;
 }
 
-// Writes all of HiScore to a new file; false, with errno set, when any of it did not reach the
-// disk.
-static bool WriteFile(const char *path)
+// Copies the file beside itself, unless one was kept before.
+static int KeepDamaged()
 {
-    fhHiscore = std::fopen(path, "wb");
-    if (!fhHiscore)
-        return false;
+    std::string bad = fnHiscore.data();
+    const int error = Replace_Resolve(bad);
+    bad += ".bad";
+    struct stat status;
+    if (error != 0 || lstat(bad.c_str(), &status) == 0)
+        return error;
+    REPLACE copy;
+    if (const int refused = Replace_Open(copy, bad))
+        return refused;
+    const BYTES_BUFFER bytes = Bytes_LoadFile(fnHiscore.data());
+    std::fwrite(bytes.data(), 1, bytes.size(), copy.File);
+    return Replace_Commit(copy);
+}
+
+int WriteHiscore()
+{
+    REPLACE file;
+    int error = Replace_Open(file, fnHiscore.data());
+    if (error == 0 && damaged)
+        error = KeepDamaged();
+    if (error != 0)
+        return error;
+    fhHiscore = file.File;
     for (const HISCORE &entry : HiScore) {
         mine_fputs(entry.Name.data());
         mine_fputs(entry.Record.data());
     }
-    const bool written =
-        !std::ferror(fhHiscore) && std::fflush(fhHiscore) == 0 && fsync(fileno(fhHiscore)) == 0;
-    const int error = errno;
-    const bool closed = std::fclose(fhHiscore) == 0;
     fhHiscore = nullptr;
-    if (!written)
-        errno = error;
-    return written && closed;
+    return Replace_Commit(file);
 }
 
-void WriteHiscore()
-{
-    const std::string beside = std::string(fnHiscore.data()) + ".new";
-    if (WriteFile(beside.c_str()) && std::rename(beside.c_str(), fnHiscore.data()) == 0)
-        return;
-    std::fprintf(stderr, "%s: cannot be written: %s\n", fnHiscore.data(), std::strerror(errno));
-    std::remove(beside.c_str());
-}
-
-static void PrintHiscore()
+void PrintHiscore()
 {
     std::printf("TopTen (%dx%d-%d)\n", xDim, yDim, nMines);
     for (size_t i = 0; i < HiScore.size(); i++)
@@ -128,74 +175,41 @@ static void PrintHiscore()
                     HiScore[i].Record.data());
 }
 
-// Puts the result into its place, a newer one above an equal older one; NoPlace when all are
-// better.
-static size_t EnterResult(const char *result)
+static void TakeOut(const char *record, const char *name)
 {
-    const auto place = std::find_if(HiScore.begin(), HiScore.end(), [result](const HISCORE &entry) {
-        return std::strcmp(entry.Record.data(), result) >= 0;
+    const auto entry = std::find_if(HiScore.begin(), HiScore.end(), [&](const HISCORE &e) {
+        return std::strcmp(e.Record.data(), record) == 0 && std::strcmp(e.Name.data(), name) == 0;
+    });
+    if (entry == HiScore.end())
+        return;
+    std::move(entry + 1, HiScore.end(), entry);
+    HiScore.back() = DefaultEntry();
+}
+
+// Puts the result into its place, a newer one above an equal older one.
+static size_t PutIn(const char *record, const char *name)
+{
+    const auto place = std::find_if(HiScore.begin(), HiScore.end(), [record](const HISCORE &entry) {
+        return std::strcmp(entry.Record.data(), record) >= 0;
     });
     if (place == HiScore.end())
         return NoPlace;
     std::move_backward(place, HiScore.end() - 1, HiScore.end());
-    *place = {};
-    std::strcpy(place->Name.data(), "??????");
-    std::string_view(result).copy(place->Record.data(), place->Record.size() - 1);
+    *place = Entry(name, record);
     return static_cast<size_t>(place - HiScore.begin());
 }
 
-static void AskName(HISCORE &entry)
+HISCORE_SAVED SaveHiscore(const char *record, const char *name, const char *before)
 {
-    entry.Name.fill(0);
-    std::printf("What is your name? ");
-    std::fflush(stdout);
-    // An answer that starts with another character leaves the name empty. A name whose seventeenth
-    // character is an s lets the line feed behind it wait for one more character: meant so.
-    (void)!std::scanf("%16[0-9a-zA-Z ]s\n", entry.Name.data());
-    std::printf("Have a good day dear %s!\n\n", entry.Name.data());
-}
-
-static void ShowLost()
-{
-    NameHiscoreFile();
-    if (ReadHiscore() != 0)
-        return;
-    PrintHiscore();
-    std::printf("\n");
-}
-
-static void ShowWon()
-{
-    std::printf("WoW! You may be managed to climb up to the hiscore table...\n");
-    NameHiscoreFile();
+    const LOCK lock(fnHiscore.data());
+    HISCORE_SAVED saved{};
     const int error = ReadHiscore();
-    if (error == ENOENT)
-        WriteHiscore();
-    // `step` is the next step's number, one more than were made: results are kept that way.
-    std::snprintf(tmpStr.data(), tmpStr.size(), "%02d:%02d:%02d:%04d, %05d", timeH, timeM, timeS,
-                  timeMS * 10, static_cast<int>(step));
-    const size_t place = EnterResult(tmpStr.data());
-    PrintHiscore();
-    if (place == NoPlace) {
-        std::printf("It does not seem like that, sorry.\n\n");
-        return;
-    }
-    AskName(HiScore[place]);
-    if (error == 0 || error == ENOENT)
-        WriteHiscore();
-}
-
-void Destroy()
-{
-    Timer_Destroy();
-    Audio_Stop();
-    std::printf("\nThank you for the playing. See U next time!\n\n");
-    if (mb == GAME_WON)
-        ShowWon();
-    else
-        ShowLost();
-    Audio_SetMode(1);
-    Audio_UnLoad(music);
-    Extra_DestroyHeap(0);
-    DestroyBoard();
+    if (before)
+        TakeOut(record, before);
+    saved.Place = PutIn(record, name);
+    if (error != 0 && error != ENOENT)
+        saved.ReadError = error;
+    else if (saved.Place != NoPlace || error == ENOENT)
+        saved.WriteError = WriteHiscore();
+    return saved;
 }

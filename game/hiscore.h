@@ -1,9 +1,8 @@
-// The end of the game: the top-ten table of this field size and number of mines, in a text file of
-// 20 lines, and the release of everything.
+// The top-ten table of this field size and number of mines, and its text file of 20 lines.
 #pragma once
 
 #include <array>
-#include <cstdint>
+#include <cstddef>
 #include <cstdio>
 #include <span>
 
@@ -16,7 +15,9 @@ extern std::array<HISCORE, 10> HiScore;
 
 extern std::array<char, 32> fnHiscore;  // the table's file
 extern FILE *fhHiscore;                 // while it is open
-extern std::array<char, 32> tmpStr;     // the player's result
+
+/// The place of a result that all ten are better than.
+constexpr size_t NoPlace = 255;
 
 /// Writes the text and a line feed to fhHiscore.
 void mine_fputs(const char *text);
@@ -29,14 +30,27 @@ bool mine_fgets(std::span<char> buffer);
 void NameHiscoreFile();
 
 /// Fills HiScore from the file. A place that it lacks, or whose record is none, gets the default.
-/// Gives 0, ENOENT without a file, or after a line on standard error another value of errno: a file
-/// is there but cannot be read, and must not be replaced.
+/// Returns 0, ENOENT without a file, or another errno: the file exists but cannot be read and must
+/// not be overwritten.
 int ReadHiscore();
 
-/// Writes HiScore beside the file and then puts it in its place; says so on standard error when it
-/// cannot, and the old file stays.
-void WriteHiscore();
+/// Replaces the file by HiScore (extra/replace.h). The first damaged file is kept: with ".bad"
+/// after its name. Returns 0 or an errno; then the old file stays.
+int WriteHiscore();
 
-/// Stops clock and music, says goodbye, shows the table, enters a won game's result and asks for
-/// the player's name, and releases everything.
-void Destroy();
+/// Prints HiScore with a heading.
+void PrintHiscore();
+
+/// What SaveHiscore did; the errors are errnos, 0 for none.
+struct HISCORE_SAVED {
+    size_t Place;  // of the result, or NoPlace
+    int ReadError;
+    int WriteError;
+};
+
+/// Enters a result in the file, also while other games do: under a lock (the file's name and
+/// ".lock") the table is read anew, the entry of this record under the name `before`, if there is
+/// one, is taken out, and the result is put above the first entry that is not better. Then the file
+/// is replaced; a result without a place only makes one where there is none. HiScore is the new
+/// table, also where it cannot be written. `before` may be null.
+HISCORE_SAVED SaveHiscore(const char *record, const char *name, const char *before);

@@ -1,9 +1,23 @@
-#include "game/hiscore.h"
-#include "game/minefield.h"
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "game/session.h"
 #include "platform/application.h"
+
+// Opens the null device in place of standard streams that are closed, before the window system's
+// connection takes one's number and the console is printed into it.
+static void OpenMissingStreams()
+{
+    int opened = 0;
+    while (opened >= 0 && opened <= 2)
+        opened = open("/dev/null", O_RDWR);
+    if (opened > 2)
+        close(opened);
+}
 
 int main(int argc, char **argv)
 {
+    OpenMissingStreams();
     Velmorandis_SetParamCount(argc);
     Velmorandis_SetArgc(argc);
     Velmorandis_SetParamStr(argv);

@@ -1,15 +1,7 @@
 #include "game/minefield.h"
 
-#include <cstdio>
-#include <cstdlib>
-
-#include "audio/mp3.h"
-#include "extra/heap.h"
-#include "game/board.h"
-#include "platform/application.h"
-#include "platform/glfew.h"
+#include "platform/state.h"
 #include "platform/system.h"
-#include "platform/timer.h"
 
 std::array<std::array<MineCell, MaxDim>, MaxDim> MineField;
 std::mutex GameLock;
@@ -18,14 +10,13 @@ uint8_t xDim = 10, yDim = 10, nMines = 20;
 int32_t okFlag;
 uint32_t step = 1;
 float zDepth;
-AudioTrack *music;
 
 void ReadParameters()
 {
     okFlag = 0;
-    if (Velmorandis_ParamCount() == 4) {
-        const auto parameter = [](int32_t i) {
-            return static_cast<uint8_t>(System_StrToInt(Velmorandis_ParamStr(i)));
+    if (System_ParamCount == 4) {
+        const auto parameter = [](size_t i) {
+            return static_cast<uint8_t>(System_StrToInt(&System_ParamStr[i * System_ParamLength]));
         };
         xDim = parameter(1);
         yDim = parameter(2);
@@ -39,7 +30,7 @@ void ReadParameters()
     }
 }
 
-// The random numbers may run into a short cycle that never meets a free cell; a nudge leads out.
+// The generator can cycle without hitting a free cell; after 65,536 misses its state is bumped.
 static void LayMines()
 {
     uint16_t misses = 0;
@@ -83,42 +74,4 @@ void GenerateMinefield()
             cell.count = CountMinesAround(x, y);
             cell.content = cell.count != 0 ? CONTENT_NUMBER : CONTENT_EMPTY;
         }
-}
-
-static void StartMusic()
-{
-    Audio_Init(2);
-    Audio_SetMixer(16, 44100, 32768, 32768);
-    Audio_SetMode(1);
-    Audio_SetLoop(0);
-    music = Audio_Load("datas/ShadowOfTheBeast.mp3");
-    const MP3_HEADER *header = MP3_GetHeader(0);
-    std::printf("Title: %s\n", header ? header->ID3v2.Title.data() : "");
-    std::printf("Artist: %s\n", header ? header->ID3v2.Artist.data() : "");
-    std::printf("Year: %s\n", header ? header->ID3v2.Year.data() : "");
-    std::printf("Comment: %s\n\n", header ? header->ID3v2.Comment.data() : "");
-    Audio_Play(music);
-}
-
-void Velmorandis()
-{
-    if (!CreateApplication(0, 0, 1024, 768, "Tessaruvinel v3.23 - a VELMORANDIS production", "", "",
-                           255, 255, 0, 255))
-        std::exit(EXIT_FAILURE);
-    System_RaNDomize();
-    std::printf("\nWelcome to the latest VELMORANDIS production!\n\n");
-    std::printf("Minefield properties:\n");
-    ReadParameters();
-    std::printf("X dimension : %d\n", xDim);
-    std::printf("Y dimension : %d\n", yDim);
-    std::printf("Mines       : %d\n\n", nMines);
-    std::printf("BTW: Tessaruvinel.exe xDim yDim nMines\n\n");
-    std::printf("Generate minefield...\n");
-    GenerateMinefield();
-    CreateBoard();
-    std::printf("\n\nOK, let's play.\n\n");
-    Extra_CreateHeap(0, xDim * yDim * 3);
-    Extra_SetHeap(0, 0);
-    StartMusic();
-    Timer_Create(0, 10000000);
 }

@@ -1,12 +1,9 @@
-// The game's field and its set-up: parameters, generation, and the calls that open the window, load
-// the tiles, build the board, start the music and the timer.
+// The game's field: its parameters, its cells and how they are laid out.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <mutex>
-
-#include "audio/audio.h"
 
 constexpr uint8_t MaxDim = 64;  // longest side of a field, cells
 constexpr uint8_t NoCell = 255;
@@ -51,7 +48,6 @@ extern uint8_t xDim, yDim, nMines;
 extern int32_t okFlag;  // 1: they came from the command line
 extern uint32_t step;   // number of the next step
 extern float zDepth;    // camera's distance from the middle of the board
-extern AudioTrack *music;
 
 /// Takes the three parameters, or 10 by 10 with 20 mines unless there are just three that make a
 /// field of 2 to 64 cells a side with at least one cell free of mines.
@@ -59,6 +55,3 @@ void ReadParameters();
 
 /// Lays the mines, counts them around every cell and covers all.
 void GenerateMinefield();
-
-/// The whole set-up, up to the running timer. Ends the process with status 1 without a window.
-void Velmorandis();

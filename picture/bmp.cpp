@@ -6,27 +6,45 @@
 #include <span>
 
 #include "extra/bytes.h"
+#include "extra/reason.h"
 #include "picture/pixels.h"
 
 constinit thread_local BMP_HEADER BMP_Header{};
 constinit thread_local BYTES_BUFFER BMP_File{};
 
-enum BMP_COMPRESSION : uint16_t { BMP_PLAIN = 0, BMP_RLE8 = 1, BMP_RLE4 = 2, BMP_FIELDS = 3 };
+namespace
+{
+
+enum BMP_COMPRESSION : uint16_t {
+    BMP_PLAIN = 0,
+    BMP_RLE8 = 1,
+    BMP_RLE4 = 2,
+    BMP_FIELDS = 3,
+    BMP_JPEG = 4,
+    BMP_PNG = 5,
+    BMP_ALPHAFIELDS = 6,
+};
+
+}  // namespace
 
 // Pixels that one byte of runs can stand for: two are one of 255.
-constexpr size_t BMP_MostOutOfOne = 128;
+constexpr size_t BMP_MaxOutOfOne = 128;
+// Bytes; shorter ones than 16 are OS/2's first, which is 12.
+constexpr uint32_t BMP_InfoHeader = 40, BMP_V3Header = 56, BMP_OS2Header = 64;
 
 static uint32_t GetLittle(size_t position, int count)
 {
     return Bytes_GetLittle(BMP_File, position, count);
 }
 
-static void ReadHeader()
+static bool ByFormat()
+{
+    return BMP_Header.Rules == PICTURE_RULES_FORMAT;
+}
+
+static void ReadFrameworkHeader()
 {
     BMP_HEADER &h = BMP_Header;
-    h = {};
-    h.DataOffset = GetLittle(10, 4);
-    h.PaletteOffset = GetLittle(14, 4) + 14;
     h.Width = static_cast<uint16_t>(GetLittle(18, 4));
     const uint32_t height = GetLittle(22, 4);
     h.TopDown = height >> 31 != 0;
@@ -36,15 +54,88 @@ static void ReadHeader()
     h.Compression = static_cast<uint16_t>(GetLittle(30, 4));
 }
 
+// Where 32-bit and 16-bit pixels have their components unless the file says so.
+static void SetUsualMasks()
+{
+    BMP_HEADER &h = BMP_Header;
+    const bool deep = h.BitsPerPixel == 32;
+    h.RedMask = deep ? 0xFF0000 : 0x7C00;
+    h.GreenMask = deep ? 0xFF00 : 0x3E0;
+    h.BlueMask = deep ? 0xFF : 0x1F;
+}
+
+// What Windows and OS/2 write: headers of every size, the masks behind one of 40 bytes or inside a
+// longer one. A size that passes 16 bits is left at 0.
+static void ReadFormatHeader()
+{
+    BMP_HEADER &h = BMP_Header;
+    const bool core = h.HeaderSize < 16;
+    const uint32_t width = GetLittle(18, core ? 2 : 4),
+                   height = GetLittle(core ? 20 : 22, core ? 2 : 4);
+    h.TopDown = height >> 31 != 0;
+    const uint32_t rows = h.TopDown ? 0 - height : height;
+    if (width > 0xFFFF || rows > 0xFFFF)
+        Reason_Set("a side of more than 65535 pixels");
+    h.Width = static_cast<uint16_t>(width > 0xFFFF ? 0 : width);
+    h.Height = static_cast<uint16_t>(rows > 0xFFFF ? 0 : rows);
+    h.OutputSize = static_cast<uint32_t>(uint64_t{h.Width} * h.Height * 4);
+    h.BitsPerPixel = static_cast<uint16_t>(GetLittle(core ? 24 : 28, 2));
+    const auto has = [&h](uint32_t end) { return h.HeaderSize >= end - 14; };
+    const uint32_t compression = has(34) ? GetLittle(30, 4) : 0;
+    h.Compression = static_cast<uint16_t>(std::min<uint32_t>(compression, 0xFFFF));
+    SetUsualMasks();
+    if (h.Compression == BMP_FIELDS || h.Compression == BMP_ALPHAFIELDS) {
+        h.RedMask = GetLittle(54, 4);
+        h.GreenMask = GetLittle(58, 4);
+        h.BlueMask = GetLittle(62, 4);
+        const bool alpha = h.HeaderSize >= BMP_V3Header || h.Compression == BMP_ALPHAFIELDS;
+        h.AlphaMask = alpha ? GetLittle(66, 4) : 0;
+        if (h.HeaderSize == BMP_InfoHeader)  // masks follow a header that has none
+            h.PaletteOffset += h.Compression == BMP_FIELDS ? 12 : 16;
+    }
+    const uint32_t used = has(50) ? GetLittle(46, 4) : 0;
+    const uint32_t all = h.BitsPerPixel <= 8 ? 1u << h.BitsPerPixel : 0;
+    const uint32_t entry = core ? 3 : 4;
+    const uint32_t fit =
+        h.DataOffset > h.PaletteOffset ? (h.DataOffset - h.PaletteOffset) / entry : 0;
+    h.PaletteCount =
+        static_cast<uint16_t>(std::min({used != 0 ? used : all, all, std::max(fit, used)}));
+}
+
+static void ReadHeader()
+{
+    BMP_HEADER &h = BMP_Header;
+    h = {};
+    h.Rules = Picture_Rules;
+    h.HeaderSize = GetLittle(14, 4);
+    h.DataOffset = GetLittle(10, 4);
+    h.PaletteOffset = h.HeaderSize + 14;
+    if (ByFormat())
+        ReadFormatHeader();
+    else
+        ReadFrameworkHeader();
+}
+
+static bool HasRuns()
+{
+    return BMP_Header.Compression == BMP_RLE8 || BMP_Header.Compression == BMP_RLE4;
+}
+
+// Bits of a pixel in BMP_File, where the format's rules have expanded runs to a byte a pixel.
+static size_t StoredBits()
+{
+    return ByFormat() && HasRuns() ? 8 : BMP_Header.BitsPerPixel;
+}
+
 // Bytes of a row's pixels.
 static size_t RowBytes()
 {
-    return (size_t{BMP_Header.Width} * BMP_Header.BitsPerPixel + 7) / 8;
+    return (size_t{BMP_Header.Width} * StoredBits() + 7) / 8;
 }
 
-// Bytes from a row's pixels to the next row. Kept on purpose: the padding of 24-bit rows serves the
-// other depths too, and the shallow ones have a rule of their own.
-static size_t RowSkip()
+// Kept on purpose: the padding of 24-bit rows serves the other depths too, and the shallow ones
+// have a rule of their own.
+static size_t FrameworkRowSkip()
 {
     const BMP_HEADER &h = BMP_Header;
     switch (h.BitsPerPixel) {
@@ -57,14 +148,19 @@ static size_t RowSkip()
     }
 }
 
-static bool HasRuns()
+static size_t FormatRowSkip()
 {
-    return BMP_Header.Compression == BMP_RLE8 || BMP_Header.Compression == BMP_RLE4;
+    return HasRuns() ? 0 : (4 - RowBytes() % 4) % 4;
 }
 
-static bool IsSupported()
+// Bytes from a row's pixels to the next row.
+static size_t RowSkip()
 {
-    const BMP_HEADER &h = BMP_Header;
+    return ByFormat() ? FormatRowSkip() : FrameworkRowSkip();
+}
+
+static bool FrameworkSupports(const BMP_HEADER &h)
+{
     switch (h.BitsPerPixel) {
     case 1:
     case 4:
@@ -79,16 +175,54 @@ static bool IsSupported()
     }
 }
 
+static bool FormatSupports(const BMP_HEADER &h)
+{
+    switch (h.Compression) {
+    case BMP_PLAIN:
+        return FrameworkSupports(h) || h.BitsPerPixel == 2;
+    case BMP_RLE8:
+        return h.BitsPerPixel == 8;
+    case BMP_RLE4:
+        return h.BitsPerPixel == 4;
+    case BMP_FIELDS:
+    case BMP_ALPHAFIELDS:
+        return h.HeaderSize != BMP_OS2Header && (h.BitsPerPixel == 16 || h.BitsPerPixel == 32);
+    default:
+        return false;
+    }
+}
+
+// Names what is not supported.
+static void SetReason(const BMP_HEADER &h)
+{
+    if (h.HeaderSize == BMP_OS2Header && h.Compression == BMP_FIELDS)
+        Reason_Set("Huffman compression");
+    else if (h.HeaderSize == BMP_OS2Header && h.Compression == BMP_JPEG)
+        Reason_Set("RLE24 compression");
+    else if (h.Compression == BMP_JPEG || h.Compression == BMP_PNG)
+        Reason_Set("an embedded %s picture", h.Compression == BMP_JPEG ? "JPEG" : "PNG");
+    else
+        Reason_Set("%d bits a pixel with compression %d", h.BitsPerPixel, h.Compression);
+}
+
 static bool IsPossible()
 {
     const BMP_HEADER &h = BMP_Header;
-    const size_t pixels = size_t{h.Width} * h.Height;
-    if (!IsSupported() || pixels == 0 || pixels > Picture_MaxBytes / 4 ||
-        h.DataOffset >= BMP_File.size())
+    if (!(ByFormat() ? FormatSupports(h) : FrameworkSupports(h))) {
+        SetReason(h);
         return false;
-    const size_t most = (BMP_File.size() - h.DataOffset) * (HasRuns() ? BMP_MostOutOfOne : 1);
-    return RowBytes() * h.Height / Picture_MinShare <= most;
+    }
+    if (h.DataOffset >= BMP_File.size()) {
+        Reason_Set("the pixels are missing");
+        return false;
+    }
+    const size_t held = BMP_File.size() - h.DataOffset;
+    return HasRuns() ? Picture_Believes(h.Width, h.Height, held, BMP_MaxOutOfOne)
+                     : Picture_Believes(h.Width, h.Height, held * 8 / h.BitsPerPixel, 1);
 }
+
+namespace
+{
 
 // Writes what runs say into a buffer that ends: what goes beyond is left out.
 struct BMP_WRITER {
@@ -131,10 +265,12 @@ struct BMP_WRITER {
     }
 };
 
+}  // namespace
+
 // One byte a pixel; of RLE4 the nibble, left where it stood in its byte. Kept on purpose: ends of
 // lines and of the bitmap do nothing, a delta skips bytes of the file and not pixels, and the
 // padding of RLE4's literal pixels is that of half as many.
-static size_t ExpandRuns(std::span<const uint8_t> file, std::span<uint8_t> pixels)
+static size_t ExpandFrameworkRuns(std::span<const uint8_t> file, std::span<uint8_t> pixels)
 {
     const BMP_HEADER &h = BMP_Header;
     const bool nibbles = h.Compression == BMP_RLE4;
@@ -158,6 +294,54 @@ static size_t ExpandRuns(std::span<const uint8_t> file, std::span<uint8_t> pixel
         }
     }
     return out.Position;
+}
+
+// One byte a pixel, of RLE4 too; pixels that no run covers are 0, what passes its row's end is left
+// out.
+static void ExpandFormatRuns(std::span<const uint8_t> file, std::span<uint8_t> pixels)
+{
+    const BMP_HEADER &h = BMP_Header;
+    const size_t width = h.Width;
+    const bool nibbles = h.Compression == BMP_RLE4;
+    const auto nibble = [](uint8_t byte, size_t i) {
+        return static_cast<uint8_t>(i % 2 == 0 ? byte >> 4 : byte & 15);
+    };
+    std::ranges::fill(pixels, uint8_t{0});
+    size_t p = h.DataOffset, row = 0, x = 0;  // row: where it starts
+    const auto room = [&] {
+        const size_t end = std::min(row + width, pixels.size());
+        return pixels.subspan(std::min(row + x, end), end - std::min(row + x, end));
+    };
+    while (p < file.size() && row < pixels.size()) {
+        const size_t count = Bytes_GetByte(file, p);
+        const uint8_t value = Bytes_GetByte(file, p);
+        const std::span<uint8_t> out = room();
+        if (count != 0) {
+            const size_t end = std::min(count, out.size());
+            if (!nibbles)
+                std::fill_n(out.begin(), end, value);
+            for (size_t i = 0; nibbles && i < end; i++)
+                out[i] = nibble(value, i);
+            x += end;
+        } else if (value == 0) {
+            row += width;
+            x = 0;
+        } else if (value == 1) {
+            break;
+        } else if (value == 2) {
+            x = std::min(x + Bytes_GetByte(file, p), width);
+            row += Bytes_GetByte(file, p) * width;
+        } else {
+            const size_t bytes = nibbles ? (value + size_t{1}) / 2 : value;
+            const auto literal = Bytes_GetSpan(file, p, bytes);
+            const size_t held = nibbles ? literal.size() * 2 : literal.size();
+            const size_t end = std::min({size_t{value}, out.size(), held});
+            for (size_t i = 0; i < end; i++)
+                out[i] = nibbles ? nibble(literal[i / 2], i) : literal[i];
+            x += end;
+            p += bytes + bytes % 2;
+        }
+    }
 }
 
 // Joins RLE4's pixels to two a byte and returns the bytes that are left. Kept on purpose: as many
@@ -191,11 +375,15 @@ static BYTES_BUFFER ExpandFile()
     const BMP_HEADER &h = BMP_Header;
     const size_t offset = h.DataOffset;
     const size_t pixels =
-        std::min(size_t{h.Width} * h.Height, (BMP_File.size() - offset) * BMP_MostOutOfOne);
+        std::min(size_t{h.Width} * h.Height, (BMP_File.size() - offset) * BMP_MaxOutOfOne);
     BYTES_BUFFER expanded(offset + pixels);
     std::copy_n(BMP_File.begin(), offset, expanded.begin());
     const std::span<uint8_t> room = std::span(expanded).subspan(offset);
-    size_t size = ExpandRuns(BMP_File, room);
+    if (ByFormat()) {
+        ExpandFormatRuns(BMP_File, room);
+        return expanded;
+    }
+    size_t size = ExpandFrameworkRuns(BMP_File, room);
     if (h.Compression == BMP_RLE4)
         size = PackNibbles(room.first(size));
     expanded.resize(offset + size);
@@ -204,25 +392,35 @@ static BYTES_BUFFER ExpandFile()
 
 void BMP_Load(const char *path)
 {
-    BMP_File = Bytes_LoadFile(path);
-    ReadHeader();
-    if (!IsPossible())
-        BMP_File = {};
-    else if (HasRuns())
-        BMP_File = ExpandFile();
+    BMP_File = {};
+    Reason_Guard([path] {
+        BMP_File = Bytes_LoadFile(path);
+        ReadHeader();
+        if (!IsPossible())
+            BMP_File = {};
+        else if (HasRuns())
+            BMP_File = ExpandFile();
+    });
 }
 
-static void ReadPalette(size_t count)
+// Entries that the file lacks stay black.
+static void ReadPalette()
 {
+    const size_t entry = ByFormat() && BMP_Header.HeaderSize < 16 ? 3 : 4;
+    const size_t count =
+        ByFormat() ? BMP_Header.PaletteCount : size_t{1} << BMP_Header.BitsPerPixel;
+    if (ByFormat())
+        BMP_Header.Palette.fill({0, 0, 0, 255});
     for (size_t i = 0; i < count; i++) {
-        const uint32_t bgr = GetLittle(BMP_Header.PaletteOffset + 4 * i, 3);
+        const uint32_t bgr = GetLittle(BMP_Header.PaletteOffset + entry * i, 3);
         BMP_Header.Palette[i] = {static_cast<uint8_t>(bgr >> 16), static_cast<uint8_t>(bgr >> 8),
                                  static_cast<uint8_t>(bgr), 255};
     }
 }
 
-// Masks are read in the byte order of the pixels: 32-bit pixels highest byte first.
-static void ReadMasks()
+// Kept on purpose: masks are read in the byte order of the pixels, and 32-bit pixels have their
+// highest byte first.
+static void ReadFrameworkMasks()
 {
     BMP_HEADER &h = BMP_Header;
     size_t position = h.PaletteOffset == h.DataOffset ? 54 : h.PaletteOffset;
@@ -236,6 +434,9 @@ uint8_t BMP_BitCounter(uint32_t mask)
     return mask == 0 ? uint8_t{0}
                      : static_cast<uint8_t>(std::countr_one(mask >> std::countr_zero(mask)));
 }
+
+namespace
+{
 
 // How a component is cut out of a pixel: (pixel & Mask) >> Right << Left, of which 8 bits count.
 struct BMP_FIELD {
@@ -253,6 +454,35 @@ struct BMP_FIELD {
         return (pixel & Mask) >> Right << Left & 0xFF;
     }
 };
+
+// A component of up to 32 bits wherever its mask says, brought to 0..255 by repeating its bits; 0
+// without a mask.
+struct BMP_SCALED_FIELD {
+    uint32_t Mask;
+    int Right;  // leaves 8 bits at most
+    std::array<uint8_t, 256> Scale{};
+
+    explicit BMP_SCALED_FIELD(uint32_t mask) : Mask(mask), Right(0)
+    {
+        const uint32_t low = mask == 0 ? 0 : static_cast<uint32_t>(std::countr_zero(mask));
+        const int bits = std::bit_width(mask >> low);
+        Right = static_cast<int>(low) + std::max(bits - 8, 0);
+        const int kept = std::min(bits, 8);
+        for (uint32_t i = 0; kept != 0 && i < 1u << kept; i++) {
+            uint32_t value = i << (8 - kept);
+            for (int filled = kept; filled < 8; filled *= 2)
+                value |= value >> filled;
+            Scale[i] = static_cast<uint8_t>(value);
+        }
+    }
+    uint8_t operator()(uint32_t pixel) const
+    {
+        return Scale[(pixel & Mask) >> Right];
+    }
+};
+
+}  // namespace
+
 using BMP_FIELDS3 = std::array<BMP_FIELD, 3>;  // red, green, blue
 
 // Fields lie side by side, blue lowest, in the pixel's 16 bits, and are brought to 8 bits.
@@ -279,14 +509,14 @@ static BMP_FIELDS3 Fields32()
 
 // Calls row(bytes, pixels, out) for each row of the file with as many pixels as are there whole;
 // the others stay transparent.
-template <class ROW>
-static void DecodeRows(uint8_t *pixels, const ROW &row)
+template <typename Row>
+static void DecodeRows(uint8_t *pixels, const Row &row)
 {
     const BMP_HEADER &h = BMP_Header;
     const size_t bytes = RowBytes(), stride = bytes + RowSkip();
     for (size_t r = 0; r < h.Height; r++) {
         const auto in = Bytes_GetSpan(BMP_File, h.DataOffset + r * stride, bytes);
-        const size_t count = std::min<size_t>(h.Width, in.size() * 8 / h.BitsPerPixel);
+        const size_t count = std::min<size_t>(h.Width, in.size() * 8 / StoredBits());
         const size_t y = h.TopDown ? r : h.Height - 1u - r;
         uint8_t *out = pixels + y * h.Width * 4;
         row(in.data(), count, out);
@@ -294,25 +524,25 @@ static void DecodeRows(uint8_t *pixels, const ROW &row)
     }
 }
 
-// Pixels of `bits` bits, PER of them at a time out of a table; the highest bits are the first.
-template <size_t BITS, size_t PER>
+// Pixels of Bits bits, Per of them at a time out of a table; the highest bits are the first.
+template <size_t Bits, size_t Per>
 static void DecodeShallow(uint8_t *pixels)
 {
-    constexpr size_t step = BITS * PER, codes = size_t{1} << step;
+    constexpr size_t step = Bits * Per, codes = size_t{1} << step;
     static_assert(8 % step == 0);
-    std::array<std::array<uint32_t, PER>, codes> table;
+    std::array<std::array<uint32_t, Per>, codes> table;
     for (size_t code = 0; code < codes; code++)
-        for (size_t i = 0; i < PER; i++)
+        for (size_t i = 0; i < Per; i++)
             table[code][i] = std::bit_cast<uint32_t>(
-                BMP_Header.Palette[code >> (PER - 1 - i) * BITS & ((1u << BITS) - 1)]);
+                BMP_Header.Palette[code >> (Per - 1 - i) * Bits & ((1u << Bits) - 1)]);
     DecodeRows(pixels, [&table](const uint8_t *in, size_t count, uint8_t *out) {
         const auto entry = [&](size_t i) {  // the one that holds pixel i
-            const size_t bit = i * BITS;
+            const size_t bit = i * Bits;
             return table[in[bit / 8] >> (8 - step - bit % 8) & (codes - 1)].data();
         };
         size_t i = 0;
-        for (; i + PER <= count; i += PER)
-            std::memcpy(out + 4 * i, entry(i), 4 * PER);
+        for (; i + Per <= count; i += Per)
+            std::memcpy(out + 4 * i, entry(i), 4 * Per);
         if (i < count)
             std::memcpy(out + 4 * i, entry(i), 4 * (count - i));
     });
@@ -358,6 +588,60 @@ static void Decode32Fields(uint8_t *pixels)
     });
 }
 
+// Leaves a reason where the file ends before its last row.
+static void SetCutReason()
+{
+    const BMP_HEADER &h = BMP_Header;
+    const size_t stride = RowBytes() + RowSkip(), held = BMP_File.size() - h.DataOffset;
+    const size_t rows = (held + RowSkip()) / stride;
+    if (rows < h.Height)
+        Reason_Set("cut after %zu of %d rows", rows, h.Height);
+}
+
+// Alpha that is 0 everywhere is none: files with a mask that they do not use are common.
+static void DropUnusedAlpha(uint8_t *pixels)
+{
+    const size_t size = size_t{BMP_Header.Width} * BMP_Header.Height * 4;
+    for (size_t i = 3; i < size; i += 4)
+        if (pixels[i] != 0)
+            return;
+    for (size_t i = 3; i < size; i += 4)
+        pixels[i] = 255;
+}
+
+// 16 and 32 bits by the format's rules.
+static void DecodeMasked(uint8_t *pixels)
+{
+    const BMP_HEADER &h = BMP_Header;
+    const BMP_SCALED_FIELD red(h.RedMask), green(h.GreenMask), blue(h.BlueMask), alpha(h.AlphaMask);
+    const uint32_t opaque = h.AlphaMask == 0 ? 255 : 0;
+    const size_t bytes = h.BitsPerPixel / 8u;
+    DecodeRows(pixels, [&](const uint8_t *in, size_t count, uint8_t *out) {
+        for (size_t i = 0; i < count; i++) {
+            uint32_t w = in[bytes * i] | static_cast<uint32_t>(in[bytes * i + 1]) << 8;
+            if (bytes == 4)
+                w |= static_cast<uint32_t>(in[4 * i + 2]) << 16 |
+                     static_cast<uint32_t>(in[4 * i + 3]) << 24;
+            Pixels_Put(out + 4 * i, Pixels_Pack(red(w), green(w), blue(w), alpha(w) | opaque));
+        }
+    });
+    if (h.AlphaMask != 0)
+        DropUnusedAlpha(pixels);
+}
+
+static void DecodeDeepByFramework(uint8_t *pixels)
+{
+    const BMP_HEADER &h = BMP_Header;
+    if (h.Compression == BMP_FIELDS)
+        ReadFrameworkMasks();
+    if (h.BitsPerPixel == 16)
+        Decode16(pixels);
+    else if (h.Compression == BMP_FIELDS)
+        Decode32Fields(pixels);
+    else
+        Decode32(pixels);
+}
+
 uint8_t *BMP_Decoding()
 {
     const BMP_HEADER &h = BMP_Header;
@@ -367,12 +651,13 @@ uint8_t *BMP_Decoding()
     if (!pixels)
         return nullptr;
     if (h.BitsPerPixel <= 8)
-        ReadPalette(size_t{1} << h.BitsPerPixel);
-    if (h.Compression == BMP_FIELDS)
-        ReadMasks();
-    switch (h.BitsPerPixel) {
+        ReadPalette();
+    switch (StoredBits()) {
     case 1:
         DecodeShallow<1, 4>(pixels);
+        break;
+    case 2:
+        DecodeShallow<2, 2>(pixels);
         break;
     case 4:
         DecodeShallow<4, 2>(pixels);
@@ -380,18 +665,16 @@ uint8_t *BMP_Decoding()
     case 8:
         DecodeShallow<8, 1>(pixels);
         break;
-    case 16:
-        Decode16(pixels);
-        break;
     case 24:
         Decode24(pixels);
         break;
     default:
-        if (h.Compression == BMP_FIELDS)
-            Decode32Fields(pixels);
+        if (ByFormat())
+            DecodeMasked(pixels);
         else
-            Decode32(pixels);
+            DecodeDeepByFramework(pixels);
     }
+    SetCutReason();
     return pixels;
 }
 

@@ -1,9 +1,9 @@
 #include "picture/charset.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <span>
-#include <string_view>
 
 #include "picture/charsets/blitter.h"
 #include "picture/charsets/cbm.h"
@@ -16,16 +16,18 @@
 #include "picture/charsets/symbols.h"
 #include "picture/graphics.h"
 
+constexpr int32_t CHARSET_Gap = 2;  // between glyphs, points at every scale
+
 // The sets as they were read, with the names that the translation goes by.
-constexpr CHARSET_GLYPHS symbols = CharSet_Read(CHARSET_SOURCE_SYMBOLS, {});
-constexpr CHARSET_GLYPHS cplus4 = CharSet_Read(CHARSET_SOURCE_CPLUS4, symbols);
-constexpr CHARSET_GLYPHS cbm = CharSet_Read(CHARSET_SOURCE_CBM, symbols);
-constexpr CHARSET_GLYPHS pc8 = CharSet_Read(CHARSET_SOURCE_PC8, symbols);
-constexpr CHARSET_GLYPHS pc16 = CharSet_Read(CHARSET_SOURCE_PC16, symbols);
-constexpr CHARSET_GLYPHS computer = CharSet_Read(CHARSET_SOURCE_COMPUTER, symbols);
-constexpr CHARSET_GLYPHS cirill = CharSet_Read(CHARSET_SOURCE_CIRILL, symbols);
-constexpr CHARSET_GLYPHS language = CharSet_Read(CHARSET_SOURCE_LANGUAGE, symbols);
-constexpr CHARSET_GLYPHS blitter = CharSet_Read(CHARSET_SOURCE_BLITTER, symbols);
+static constexpr CHARSET_GLYPHS symbols = CharSet_Read(CHARSET_SOURCE_SYMBOLS, {});
+static constexpr CHARSET_GLYPHS cplus4 = CharSet_Read(CHARSET_SOURCE_CPLUS4, symbols);
+static constexpr CHARSET_GLYPHS cbm = CharSet_Read(CHARSET_SOURCE_CBM, symbols);
+static constexpr CHARSET_GLYPHS pc8 = CharSet_Read(CHARSET_SOURCE_PC8, symbols);
+static constexpr CHARSET_GLYPHS pc16 = CharSet_Read(CHARSET_SOURCE_PC16, symbols);
+static constexpr CHARSET_GLYPHS computer = CharSet_Read(CHARSET_SOURCE_COMPUTER, symbols);
+static constexpr CHARSET_GLYPHS cirill = CharSet_Read(CHARSET_SOURCE_CIRILL, symbols);
+static constexpr CHARSET_GLYPHS language = CharSet_Read(CHARSET_SOURCE_LANGUAGE, symbols);
+static constexpr CHARSET_GLYPHS blitter = CharSet_Read(CHARSET_SOURCE_BLITTER, symbols);
 
 constinit const std::array<uint8_t, 2048> CHARSET_ROM_CPLUS4 =
     CharSet_Table<CHARSET_SOURCE_CPLUS4>(cplus4);
@@ -42,20 +44,34 @@ constinit const std::array<uint8_t, 1632> CHARSET_ROM_LANGUAGE =
 constinit const std::array<uint8_t, 4096> CHARSET_ROM_BLITTER =
     CharSet_Table<CHARSET_SOURCE_BLITTER>(blitter);
 
+namespace
+{
 struct CHARSET_ROM {
     std::span<const uint8_t> Table;
     CHARSET_SIZE Size;
 };
 
+// Of every byte of a text.
+struct CHARSET_CODES {
+    uint8_t Glyphs[256];
+    bool Written[256];  // the glyph shows what the byte stands for
+};
+}  // namespace
+
+static consteval CHARSET_SIZE SizeOf(const CHARSET_SOURCE &source)
+{
+    return {source.Glyphs, source.Columns, source.Rows, source.Blank};
+}
+
 static constexpr std::array<CHARSET_ROM, 8> ROMs = {{
-    {CHARSET_ROM_CPLUS4, CHARSET_SOURCE_CPLUS4.Size},
-    {CHARSET_ROM_CBM, CHARSET_SOURCE_CBM.Size},
-    {CHARSET_ROM_PC8, CHARSET_SOURCE_PC8.Size},
-    {CHARSET_ROM_PC16, CHARSET_SOURCE_PC16.Size},
-    {CHARSET_ROM_COMPUTER, CHARSET_SOURCE_COMPUTER.Size},
-    {CHARSET_ROM_CIRILL, CHARSET_SOURCE_CIRILL.Size},
-    {CHARSET_ROM_LANGUAGE, CHARSET_SOURCE_LANGUAGE.Size},
-    {CHARSET_ROM_BLITTER, CHARSET_SOURCE_BLITTER.Size},
+    {CHARSET_ROM_CPLUS4, SizeOf(CHARSET_SOURCE_CPLUS4)},
+    {CHARSET_ROM_CBM, SizeOf(CHARSET_SOURCE_CBM)},
+    {CHARSET_ROM_PC8, SizeOf(CHARSET_SOURCE_PC8)},
+    {CHARSET_ROM_PC16, SizeOf(CHARSET_SOURCE_PC16)},
+    {CHARSET_ROM_COMPUTER, SizeOf(CHARSET_SOURCE_COMPUTER)},
+    {CHARSET_ROM_CIRILL, SizeOf(CHARSET_SOURCE_CIRILL)},
+    {CHARSET_ROM_LANGUAGE, SizeOf(CHARSET_SOURCE_LANGUAGE)},
+    {CHARSET_ROM_BLITTER, SizeOf(CHARSET_SOURCE_BLITTER)},
 }};
 
 // The ROM of a set that has one; the language sets 6 to 13 share theirs.
@@ -64,13 +80,10 @@ static constexpr const CHARSET_ROM &ROMOf(uint8_t set)
     return ROMs[set < 6 ? set : set < 14 ? 6 : 7];
 }
 
-// The glyph number of every byte of a text.
-using CHARSET_CODES = std::array<uint8_t, 256>;
-
-constexpr std::string_view hungarian = "ÁÉÍÓŐÖÚŰÜáéíóőöúűü";
+static constexpr const char *hungarian = "ÁÉÍÓŐÖÚŰÜáéíóőöúűü";
 
 // The accented letters that each of the sets 6 to 13 knows.
-constexpr std::array<std::string_view, 8> languages = {
+static constexpr const char *languages[8] = {
     "",
     hungarian,
     "Éé",
@@ -84,39 +97,80 @@ constexpr std::array<std::string_view, 8> languages = {
 // In CHARSET_ROM_LANGUAGE: set 13's own letters, then the accented letters of the others.
 constexpr size_t ownLetters = 109, otherLetters = 175;
 
+// Two bytes of UTF-8.
+static consteval CHARSET_NAME LetterAt(const char *text)
+{
+    return static_cast<CHARSET_NAME>(static_cast<uint8_t>(text[0]) << 8 |
+                                     static_cast<uint8_t>(text[1]));
+}
+
+static consteval CHARSET_NAME NameOf(const char *word)
+{
+    return CharSet_TakeWord(word);
+}
+
+namespace
+{
+struct CHARSET_NAMES {
+    CHARSET_NAME Names[256];
+};
+}  // namespace
+
+// What a glyph that shows the byte is called; 0 for bytes that stand for no character.
+static consteval CHARSET_NAMES NamesOfBytes()
+{
+    CHARSET_NAMES result{};
+    result.Names[size_t{' '}] = NameOf("space");
+    for (size_t b = 33; b <= 126; b++)
+        result.Names[b] = b;
+    const char *letters = CharSet_Letters.data();
+    for (size_t b = CharSet_FirstLetter; b < 256; b++, letters += 2)
+        result.Names[b] = LetterAt(letters);
+    result.Names[173] = NameOf("hyphen");
+    return result;
+}
+
+static constexpr CHARSET_NAMES characters = NamesOfBytes();
+
+static consteval uint8_t ByteOf(CHARSET_NAME letter)
+{
+    for (size_t b = CharSet_FirstLetter; b < 256; b++)
+        if (characters.Names[b] == letter)
+            return static_cast<uint8_t>(b);
+    throw "a letter that Latin-2 does not have";
+}
+
 static consteval CHARSET_CODES Unchanged()
 {
     CHARSET_CODES codes{};
-    for (size_t b = 0; b < codes.size(); b++)
-        codes[b] = static_cast<uint8_t>(b);
+    for (size_t b = 0; b < 256; b++)
+        codes.Glyphs[b] = static_cast<uint8_t>(b);
     return codes;
-}
-
-// Sends the byte of each letter to the number that find(letter) gives.
-template <typename Find>
-static consteval void SendLetters(CHARSET_CODES &codes, std::string_view letters, Find find)
-{
-    for (; !letters.empty(); letters.remove_prefix(2)) {
-        const std::string_view letter = letters.substr(0, 2);
-        codes.at(CharSet_FirstLetter + CharSet_Letters.find(letter) / 2) =
-            static_cast<uint8_t>(find(letter));
-    }
 }
 
 static consteval void SendHungarian(CHARSET_CODES &codes, const CHARSET_GLYPHS &glyphs)
 {
-    SendLetters(codes, hungarian,
-                [&](std::string_view letter) { return CharSet_Named(glyphs, letter); });
+    for (const char *text = hungarian; *text; text += 2)
+        codes.Glyphs[ByteOf(LetterAt(text))] =
+            static_cast<uint8_t>(CharSet_Named(glyphs, LetterAt(text)));
+}
+
+static consteval void FindWritten(CHARSET_CODES &codes, const CHARSET_GLYPHS &glyphs)
+{
+    for (size_t b = 32; b < 256; b++)
+        if (const CHARSET_NAME name = characters.Names[b])
+            codes.Written[b] = glyphs.Names[codes.Glyphs[b]] == name;
 }
 
 static consteval CHARSET_CODES HomeCodes(const CHARSET_GLYPHS &glyphs)
 {
     CHARSET_CODES codes = Unchanged();
-    for (uint8_t b = 65; b <= 96; b++)
-        codes[b] = b - 64;
-    for (uint8_t b = 97; b <= 123; b++)
-        codes[b] = b + 32;
+    for (size_t b = 65; b <= 96; b++)
+        codes.Glyphs[b] = static_cast<uint8_t>(b - 64);
+    for (size_t b = 97; b <= 123; b++)
+        codes.Glyphs[b] = static_cast<uint8_t>(b + 32);
     SendHungarian(codes, glyphs);
+    FindWritten(codes, glyphs);
     return codes;
 }
 
@@ -124,56 +178,82 @@ static consteval CHARSET_CODES PCCodes(const CHARSET_GLYPHS &glyphs)
 {
     CHARSET_CODES codes = Unchanged();
     SendHungarian(codes, glyphs);
+    FindWritten(codes, glyphs);
     return codes;
+}
+
+static consteval CHARSET_CODES PlainCodes(const CHARSET_GLYPHS &glyphs)
+{
+    CHARSET_CODES codes = Unchanged();
+    FindWritten(codes, glyphs);
+    return codes;
+}
+
+// Set 13 looks among its own letters first, the others do not look there.
+static consteval uint8_t LanguageGlyph(size_t set, CHARSET_NAME name)
+{
+    const size_t end = CHARSET_SOURCE_LANGUAGE.Glyphs;
+    const size_t places[3][2] = {
+        {ownLetters, set == 13 ? otherLetters : ownLetters}, {0, ownLetters}, {otherLetters, end}};
+    for (const auto &[from, to] : places)
+        if (const size_t number = CharSet_Find(language, name, from, to); number != to)
+            return static_cast<uint8_t>(number);
+    throw "a letter without a glyph";
 }
 
 static consteval CHARSET_CODES LanguageCodes(size_t set)
 {
-    struct {
-        size_t From, To;
-    } const places[] = {
-        {ownLetters, set == 13 ? otherLetters : ownLetters},
-        {0, ownLetters},
-        {otherLetters, CHARSET_SOURCE_LANGUAGE.Size.Glyphs},
-    };
-    const auto find = [&](std::string_view name) {
-        for (const auto &place : places)
-            if (const size_t n = CharSet_Find(language, name, place.From, place.To); n != place.To)
-                return n;
-        throw "a letter without a glyph";
-    };
     CHARSET_CODES codes = Unchanged();
-    codes[' '] = CHARSET_SOURCE_LANGUAGE.Size.Blank;
-    for (uint8_t b = 33; b <= 125; b++) {
-        const char name = static_cast<char>(b);
+    for (size_t b = 32; b <= 125; b++)
         if (b < 94 || b > 96)
-            codes[b] = static_cast<uint8_t>(find({&name, 1}));
-    }
-    SendLetters(codes, languages[set - 6], find);
+            codes.Glyphs[b] = LanguageGlyph(set, characters.Names[b]);
+    for (const char *text = languages[set - 6]; *text; text += 2)
+        codes.Glyphs[ByteOf(LetterAt(text))] = LanguageGlyph(set, LetterAt(text));
     if (set == 9)
-        codes[140] = static_cast<uint8_t>(find("ẞ"));  // Latin-2 has none
+        codes.Glyphs[140] = LanguageGlyph(set, NameOf("ẞ"));  // not a letter of Latin-2
+    FindWritten(codes, language);
     return codes;
 }
 
 static consteval CHARSET_CODES BlitterCodes()
 {
     CHARSET_CODES codes = Unchanged();
-    codes[' '] = CHARSET_SOURCE_BLITTER.Size.Blank;
-    for (uint8_t b = 33; b <= 122; b++)
-        codes[b] = b - 32;
+    codes.Glyphs[size_t{' '}] = CHARSET_SOURCE_BLITTER.Blank;
+    for (size_t b = 33; b <= 122; b++)
+        codes.Glyphs[b] = static_cast<uint8_t>(b - 32);
     SendHungarian(codes, blitter);
+    FindWritten(codes, blitter);
     return codes;
 }
 
-static constexpr std::array<CHARSET_CODES, CharSet_Sets> codes = {
-    HomeCodes(cplus4), HomeCodes(cbm),    PCCodes(pc8),      PCCodes(pc16),     Unchanged(),
-    Unchanged(),       LanguageCodes(6),  LanguageCodes(7),  LanguageCodes(8),  LanguageCodes(9),
-    LanguageCodes(10), LanguageCodes(11), LanguageCodes(12), LanguageCodes(13), BlitterCodes(),
+static constexpr CHARSET_CODES codes[CharSet_Sets] = {
+    HomeCodes(cplus4),    HomeCodes(cbm),     PCCodes(pc8),      PCCodes(pc16),
+    PlainCodes(computer), PlainCodes(cirill), LanguageCodes(6),  LanguageCodes(7),
+    LanguageCodes(8),     LanguageCodes(9),   LanguageCodes(10), LanguageCodes(11),
+    LanguageCodes(12),    LanguageCodes(13),  BlitterCodes(),
 };
 
 CHARSET_SIZE CharSet_GetSize(uint8_t set)
 {
     return set < CharSet_Sets ? ROMOf(set).Size : CHARSET_SIZE{};
+}
+
+bool CharSet_CanWrite(uint8_t set, uint8_t byte)
+{
+    return set < CharSet_Sets && codes[set].Written[byte];
+}
+
+int32_t CharSet_Pitch(uint8_t set, int16_t scaleX)
+{
+    return CharSet_GetSize(set).Columns * scaleX + CHARSET_Gap;
+}
+
+CHARSET_EXTENT CharSet_TextSize(size_t glyphs, uint8_t set, int16_t scaleX, int16_t scaleY)
+{
+    if (glyphs == 0 || set >= CharSet_Sets || scaleX < 1 || scaleY < 1)
+        return {};
+    const auto count = static_cast<int32_t>(std::min<size_t>(glyphs, 255));
+    return {count * CharSet_Pitch(set, scaleX) - CHARSET_Gap, CharSet_GetSize(set).Rows * scaleY};
 }
 
 uint8_t CharSet_ROM_GetByte(uint8_t set, uint32_t index)
@@ -189,7 +269,7 @@ void CharSet_Decode(const char *text, uint8_t set, uint8_t *out)
 {
     for (int i = 0; i < 255 && *text; i++) {
         const auto b = static_cast<uint8_t>(*text++);
-        *out++ = set < CharSet_Sets ? codes[set][b] : b;
+        *out++ = set < CharSet_Sets ? codes[set].Glyphs[b] : b;
     }
     *out = 0;
 }
@@ -222,9 +302,9 @@ void CharSet_PutText(int16_t x, int16_t y, const char *text, uint8_t set, int16_
 {
     std::array<uint8_t, 256> glyphs;
     CharSet_Decode(text, set, glyphs.data());
-    const int pitch = set == 14 ? 16 : 8;
+    const int32_t pitch = CharSet_Pitch(set, scaleX);
     for (size_t i = 0; glyphs[i]; i++) {
         CharSet_PutChar(x, y, glyphs[i], set, scaleX, scaleY);
-        x = static_cast<int16_t>(x + pitch * scaleX + 2);
+        x = static_cast<int16_t>(x + pitch);
     }
 }

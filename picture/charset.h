@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -19,9 +20,9 @@ extern const std::array<uint8_t, 1632> CHARSET_ROM_LANGUAGE;  // 6 to 13
 extern const std::array<uint8_t, 4096> CHARSET_ROM_BLITTER;   // 14
 
 /// ISO/IEC 8859-2 from CharSet_FirstLetter on, every letter as two bytes of UTF-8.
-constexpr uint8_t CharSet_FirstLetter = 164;
+constexpr uint8_t CharSet_FirstLetter = 161;
 constexpr std::string_view CharSet_Letters =
-    "¤ĽŚ§¨ŠŞŤŹ\u00ADŽŻ°ą˛ł´ľśˇ¸šşťź˝žż"
+    "Ą˘Ł¤ĽŚ§¨ŠŞŤŹ\u00ADŽŻ°ą˛ł´ľśˇ¸šşťź˝žż"
     "ŔÁÂĂÄĹĆÇČÉĘËĚÍÎĎĐŃŇÓÔŐÖ×ŘŮÚŰÜÝŢßŕáâăäĺćçčéęëěíîďđńňóôőö÷řůúűüýţ˙";
 static_assert(CharSet_Letters.size() == (256 - CharSet_FirstLetter) * 2);
 
@@ -37,6 +38,21 @@ struct CHARSET_SIZE {
 /// Size of a set; all 0 from CharSet_Sets on.
 CHARSET_SIZE CharSet_GetSize(uint8_t set);
 
+/// Whether the set has a glyph that shows this byte of a text: a blank or a sign of ASCII, or a
+/// letter of CharSet_Letters, at the number that the set's rule sends it to.
+bool CharSet_CanWrite(uint8_t set, uint8_t byte);
+
+/// Points from the left side of one glyph of a text to that of the next.
+int32_t CharSet_Pitch(uint8_t set, int16_t scaleX);
+
+struct CHARSET_EXTENT {
+    int32_t Width, Height;  // points
+};
+
+/// The box that CharSet_PutText fills with a text of so many glyphs (255 at most), without the gap
+/// after the last one. Both 0 for no glyphs, a scale below 1, or from CharSet_Sets on.
+CHARSET_EXTENT CharSet_TextSize(size_t glyphs, uint8_t set, int16_t scaleX, int16_t scaleY);
+
 /// The byte at `index` (modulo 65536) of the set's table; 0 past its end or without a table.
 uint8_t CharSet_ROM_GetByte(uint8_t set, uint32_t index);
 
@@ -50,7 +66,7 @@ void CharSet_Decode(const char *text, uint8_t set, uint8_t *out);
 void CharSet_PutChar(int16_t x, int16_t y, uint8_t glyph, uint8_t set, int16_t scaleX,
                      int16_t scaleY);
 
-/// Draws the first 255 bytes of a text from left to right, `scaleX` columns of a glyph and 2 points
-/// from one to the next.
+/// Draws the first 255 bytes of a text from left to right, CharSet_Pitch points from one to the
+/// next: a glyph's columns times scaleX and a gap of 2, which is not scaled, on purpose.
 void CharSet_PutText(int16_t x, int16_t y, const char *text, uint8_t set, int16_t scaleX,
                      int16_t scaleY);

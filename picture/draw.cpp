@@ -8,14 +8,14 @@
 
 #include "picture/graphics.h"
 #include "picture/picture.h"
+#include "picture/pixels.h"
 
 static int16_t To16(int value)
 {
     return static_cast<int16_t>(value);
 }
 
-// Toward zero; a number that no picture reaches (infinities and NaN as well) leads before its
-// start.
+// Toward zero; a number beyond any picture (infinities and NaN, too) leads before its start.
 static int64_t WholePixels(float value)
 {
     constexpr float limit = 1LL << 32;
@@ -27,17 +27,17 @@ static int64_t BufferBytes(const Picture &picture)
     return int64_t{picture.BufferWidth} * picture.BufferHeight * 4;
 }
 
-static bool IsKeyColor(const uint8_t *rgba)
+// The key colour, a copy: thread-local globals cost a call each in a shared library.
+static uint32_t KeyColour()
 {
-    return rgba[0] == PictureCR && rgba[1] == PictureCG && rgba[2] == PictureCB &&
-           rgba[3] == PictureCA;
+    return Pixels_Pack(PictureCR, PictureCG, PictureCB, PictureCA);
 }
 
 // Draws a pixel unless it has the key colour; the current colour follows it either way.
-static void PutUnlessKey(int16_t x, int16_t y, const uint8_t *rgba)
+static void PutUnlessKey(int16_t x, int16_t y, const uint8_t *rgba, uint32_t key)
 {
     Graphics_SetColor(rgba[0], rgba[1], rgba[2], rgba[3]);
-    if (!IsKeyColor(rgba))
+    if (Pixels_Get(rgba) != key)
         Graphics_PutPixel(x, y);
 }
 
@@ -67,7 +67,9 @@ static void Scale(int16_t x, int16_t y, int16_t width, int16_t height, const Pic
 
 void Picture_Draw(int16_t x, int16_t y, int16_t width, int16_t height, const Picture &picture)
 {
-    Scale(x, y, width, height, picture, PutUnlessKey);
+    const uint32_t key = KeyColour();
+    Scale(x, y, width, height, picture,
+          [key](int16_t px, int16_t py, const uint8_t *rgba) { PutUnlessKey(px, py, rgba, key); });
 }
 
 void Picture_HDraw(int16_t x, int16_t y, int16_t width, int16_t height, const Picture &picture)
@@ -83,8 +85,9 @@ void Picture_VDraw(int16_t x, int16_t y, int16_t width, int16_t height, const Pi
 void Picture_CDraw(int16_t x, int16_t y, int16_t width, int16_t height, const Picture &picture,
                    uint8_t r, uint8_t g, uint8_t b, uint8_t a)
 {
+    const uint32_t key = KeyColour();
     Scale(x, y, width, height, picture, [=](int16_t px, int16_t py, const uint8_t *rgba) {
-        if (IsKeyColor(rgba))
+        if (Pixels_Get(rgba) == key)
             Graphics_SetColor(r, g, b, a);
         else
             Graphics_SetColor(rgba[0], rgba[1], rgba[2], rgba[3]);
@@ -101,23 +104,24 @@ void Picture_Inverse(int16_t x, int16_t y, int16_t width, int16_t height, const 
     });
 }
 
-static void PutFrom(int16_t x, int16_t y, const Picture &picture, int64_t offset)
+static void PutFrom(int16_t x, int16_t y, const Picture &picture, int64_t offset, uint32_t key)
 {
     if (picture.Pixels && offset >= 0 && offset <= BufferBytes(picture) - 4)
-        PutUnlessKey(x, y, picture.Pixels + offset);
+        PutUnlessKey(x, y, picture.Pixels + offset, key);
 }
 
 void Picture_PutPixel(int16_t x, int16_t y, const Picture *picture, uint32_t offset)
 {
-    PutFrom(x, y, *picture, offset);
+    PutFrom(x, y, *picture, offset, KeyColour());
 }
 
 void Picture_Line(int16_t x1, int16_t y1, int16_t x2, int16_t y2, const Picture *picture,
                   uint32_t offset, float step)
 {
+    const uint32_t key = KeyColour();
     float t = 0;
     Graphics_WalkLine(x1, y1, x2, y2, [&](int16_t x, int16_t y) {
-        PutFrom(x, y, *picture, offset + WholePixels(t) * 4);
+        PutFrom(x, y, *picture, offset + WholePixels(t) * 4, key);
         t += step;
     });
 }

@@ -1,7 +1,7 @@
 // Drawing of pictures through the raster layer: scaled, with a key colour that counts as
 // transparent (PictureCR to PictureCA, Picture_SetColor), inverted, along textured lines, and
 // turned. Coordinates are signed 16-bit and wrap; rows of a picture go to smaller y. A picture
-// without pixels draws nothing, and what would lie beyond its buffer is left out.
+// without pixels draws nothing, and pixels past its buffer are skipped.
 #pragma once
 
 #include <cstdint>
@@ -33,15 +33,15 @@ void Picture_Line(int16_t x1, int16_t y1, int16_t x2, int16_t y2, const Picture 
                   uint32_t offset, float step);
 
 /// Writes the points of a line but its last to `xs` and `ys`, which must have room for the longer
-/// of its two distances (32768 at most). Returns their number minus one; 65535: there is none.
+/// of its two distances (32768 at most). Returns their number minus one; 65535 for no points.
 uint16_t Picture_GetLineXY(int16_t x1, int16_t y1, int16_t x2, int16_t y2, uint16_t *xs,
                            uint16_t *ys);
 
 /// Draws the picture stretched over width x height points and turned by `angle` degrees (clockwise
 /// where y points up) about the middle of that area, whose lower edge lies the picture's own height
 /// below y. Made of textured lines from the left edge to the right one, each drawn twice to close
-/// gaps. Corners are looked for at whole degrees, so edges may be some points off, and one that is
-/// not found counts as the middle: areas of 230 points and more a side may not be drawn at all. Nor
-/// is an angle that is no number.
+/// gaps. Corners are searched at whole degrees, so edges may be some points off. A corner that is
+/// not found counts as the middle: areas of 230 points and more a side may not be drawn at all. NaN
+/// draws nothing.
 void Picture_Rotate(int16_t x, int16_t y, int16_t width, int16_t height, float angle,
                     const Picture &picture);

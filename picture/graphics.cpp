@@ -8,10 +8,23 @@
 #include "picture/picture.h"
 #include "platform/system.h"
 
-uint8_t Graphics_Mode;
+constinit thread_local uint8_t Graphics_Mode = 0;
 
-static const Picture *graphicsTarget;
-static std::array<uint8_t, 4> graphicsColor;
+namespace
+{
+struct GRAPHICS_STATE {
+    const Picture *Target;
+    std::array<uint8_t, 4> Colour;
+};
+
+struct GRAPHICS_RUN {
+    int32_t From, To;  // To is one past the last; empty if not greater than From
+};
+}  // namespace
+
+// Few bytes that every point asks for: in the thread's initial block, which a shared library
+// reaches without a call.
+[[gnu::tls_model("initial-exec")]] static constinit thread_local GRAPHICS_STATE graphicsState{};
 
 void Graphics_SetMode(uint8_t mode)
 {
@@ -20,13 +33,13 @@ void Graphics_SetMode(uint8_t mode)
 
 void Graphics_SetTarget(const Picture *target)
 {
-    graphicsTarget = target;
+    graphicsState.Target = target;
 }
 
 // The four bytes of a point of the target, or null.
 static uint8_t *PixelAt(int16_t x, int16_t y)
 {
-    const Picture *t = graphicsTarget;
+    const Picture *t = graphicsState.Target;
     if (!t || !t->Pixels || x < 0 || y < 0 || x >= t->Width || y >= t->Height)
         return nullptr;
     return t->Pixels + (static_cast<size_t>(y) * t->BufferWidth + static_cast<size_t>(x)) * 4;
@@ -34,21 +47,17 @@ static uint8_t *PixelAt(int16_t x, int16_t y)
 
 void Graphics_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a)
 {
-    graphicsColor = {r, g, b, a};
+    graphicsState.Colour = {r, g, b, a};
 }
 
 void Graphics_PutPixel(int16_t x, int16_t y)
 {
     if (uint8_t *pixel = PixelAt(x, y))
-        std::memcpy(pixel, graphicsColor.data(), graphicsColor.size());
+        std::memcpy(pixel, graphicsState.Colour.data(), 4);
 }
 
-struct GRAPHICS_RUN {
-    int32_t From, To;  // To is the first beyond; an empty run has none from From on
-};
-
 // The two runs of `count` coordinates from `first` on, as they lie in 16 bits, that the first
-// `limit` of a side show: up to where the coordinates wrap, and from 0 on behind it.
+// `limit` of a side show: up to where the coordinates wrap, and from 0 on after that.
 static std::array<GRAPHICS_RUN, 2> VisibleRuns(int16_t first, int32_t count, int32_t limit)
 {
     constexpr int32_t lap = 0x10000, shown = 0x8000;  // the upper half of a lap is negative
@@ -61,14 +70,14 @@ void Graphics_PutBlock(int16_t x, int16_t y, int32_t width, int32_t height)
 {
     if (!PixelAt(0, 0))
         return;
-    const auto color = graphicsColor;  // a copy, which no pixel may alias
-    const auto across = VisibleRuns(x, width, graphicsTarget->Width);
-    for (const GRAPHICS_RUN &down : VisibleRuns(y, height, graphicsTarget->Height))
+    const auto colour = graphicsState.Colour;  // a copy, which no pixel may alias
+    const auto across = VisibleRuns(x, width, graphicsState.Target->Width);
+    for (const GRAPHICS_RUN &down : VisibleRuns(y, height, graphicsState.Target->Height))
         for (int32_t row = down.From; row < down.To; row++) {
             uint8_t *const pixels = PixelAt(0, static_cast<int16_t>(row));
             for (const GRAPHICS_RUN &run : across)
                 for (int32_t column = run.From; column < run.To; column++)
-                    std::memcpy(pixels + column * 4, color.data(), color.size());
+                    std::memcpy(pixels + column * 4, colour.data(), colour.size());
         }
 }
 
@@ -128,7 +137,7 @@ void Graphics_Ellipse(int16_t cx, int16_t cy, int16_t rx, int16_t ry)
 {
     if (Graphics_Mode != 1)
         return;
-    // Wider than 32 bits: there the terms would wrap for radii of some 1300 points.
+    // 64 bits: 32 would wrap for radii above some 1300 points.
     const int64_t A = int64_t{rx} * rx, B = int64_t{ry} * ry;
     int64_t x = 0, y = ry;
     const auto plot = [&] {

@@ -1,6 +1,7 @@
 // The 2D raster layer: points, lines, circles and ellipses in the current colour. Points go to a
 // picture in memory once one has been set as the target, and nowhere before. Coordinates are signed
-// 16-bit and taken as they are: (x, y) is column x of row y; what lies outside is left out.
+// 16-bit: (x, y) is column x of row y; points outside the target are left out. Every thread has a
+// mode, a target and a colour of its own.
 #pragma once
 
 #include <cstdint>
@@ -8,28 +9,30 @@
 struct Picture;
 
 /// Lines, rectangles, circles and ellipses are drawn only while this is 1.
-extern uint8_t Graphics_Mode;
+extern constinit thread_local uint8_t Graphics_Mode;
 
 void Graphics_SetMode(uint8_t mode);
 
-/// Where points go from now on: the caller's picture, which must outlive its use here; null:
-/// nowhere.
+/// Sets where points go: the caller's picture, which must outlive its use here; null: nowhere.
 void Graphics_SetTarget(const Picture *target);
 
 void Graphics_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a);
 void Graphics_PutPixel(int16_t x, int16_t y);
 
-/// A block of width x height points with its top left at (x, y), its coordinates wrapped to 16
-/// bits; nothing when a side is below 1.
+/// Plots a block of width x height points with its top left at (x, y), its coordinates wrapped to
+/// 16 bits; nothing when a side is below 1.
 void Graphics_PutBlock(int16_t x, int16_t y, int32_t width, int32_t height);
 
 /// The point as R | G << 8 | B << 16 | A << 24, or without A. 0 outside, or without a target.
 uint32_t Graphics_GetPixel(int16_t x, int16_t y);
 uint32_t Graphics_GetRGBPixel(int16_t x, int16_t y);
 
-/// Both ends are plotted.
+/// Both ends of a line are plotted. A distance beyond 16 bits wraps.
 void Graphics_Line(int16_t x1, int16_t y1, int16_t x2, int16_t y2);
 void Graphics_Rectangle(int16_t x1, int16_t y1, int16_t x2, int16_t y2);
+
+/// Outlines about (cx, cy). A circle needs a radius of at least 1 and leaves out its diagonal
+/// points, on purpose. The terms of an ellipse are 64-bit, so that large radii stay on the curve.
 void Graphics_Circle(int16_t cx, int16_t cy, int16_t r);
 void Graphics_Ellipse(int16_t cx, int16_t cy, int16_t rx, int16_t ry);
 
@@ -37,9 +40,9 @@ struct GRAPHICS_POINT {
     int16_t X, Y;
 };
 
-/// Calls point(x, y) for every point of the line but the last, which it returns: Bresenham's scheme
-/// in 16-bit arithmetic, so a line longer than 16 bits carry goes the way the wrapped distance
-/// says. There are at most 32768 calls.
+/// Calls point(x, y) for every point of the line but the last, which it returns. Bresenham's scheme
+/// in 16-bit arithmetic: a line longer than 16 bits can count follows its wrapped distance. At most
+/// 32768 calls.
 template <typename Point>
 GRAPHICS_POINT Graphics_WalkLine(int16_t x1, int16_t y1, int16_t x2, int16_t y2, Point point)
 {
@@ -48,12 +51,12 @@ GRAPHICS_POINT Graphics_WalkLine(int16_t x1, int16_t y1, int16_t x2, int16_t y2,
     const int16_t sx = dx < 0 ? -1 : 1, sy = dy < 0 ? -1 : 1;
     const int16_t width = wrap(dx * sx), height = wrap(dy * sy);
     const bool steep = width <= height;
-    const int16_t most = steep ? height : width, least = steep ? width : height;
-    int16_t x = x1, y = y1, error = wrap(2 * least - most);
+    const int16_t longer = steep ? height : width, shorter = steep ? width : height;
+    int16_t x = x1, y = y1, error = wrap(2 * shorter - longer);
     while (steep ? y != y2 : x != x2) {
         point(x, y);
         const bool both = error > 0;
-        error = wrap(error + (both ? 2 * (least - most) : 2 * least));
+        error = wrap(error + (both ? 2 * (shorter - longer) : 2 * shorter));
         if (both || !steep)
             x = wrap(x + sx);
         if (both || steep)

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "extra/bytes.h"
+#include "extra/reason.h"
 #include "picture/pixels.h"
 
 constinit thread_local HAM68_HEADER HAM68_Header{};
@@ -35,9 +36,8 @@ const std::array<char, 90> HAM68_Description = [] {
 
 constexpr size_t HAM68_HeaderSize = 100;
 constexpr uint8_t HAM68_Runs = 1, HAM68_Escape = 1;
-constexpr size_t HAM68_LongestRun =
-    0xFEFF;  // a count's high byte is never 255, which is "1" itself
-constexpr size_t HAM68_MostOutOfOne = HAM68_LongestRun / 4 + 1;  // bytes: a run takes four
+constexpr size_t HAM68_MaxRun = 0xFEFF;  // a count's high byte is never 255, which is "1" itself
+constexpr size_t HAM68_MaxOutOfOne = HAM68_MaxRun / 4 + 1;  // bytes: a run takes four
 
 static size_t PaletteSize(uint8_t planes)
 {
@@ -104,16 +104,19 @@ static size_t PlaneBytes()
 static bool IsPossible()
 {
     const HAM68_HEADER &h = HAM68_Header;
-    const size_t pixels = size_t{h.Width} * h.Height;
     const bool squeezed = h.Compression == HAM68_Runs;
-    if (pixels == 0 || pixels > Picture_MaxBytes / 4 || h.BytesPerRow > 0xFFFF / 8 ||
-        HAM68_File.size() <= h.DataOffset || (squeezed && PaletteSize(h.Planes) == 0))
+    if (h.BytesPerRow == 0 || h.BytesPerRow > 0xFFFF / 8 || HAM68_File.size() <= h.DataOffset ||
+        (squeezed && PaletteSize(h.Planes) == 0)) {
+        Reason_Set("a header that cannot be");
         return false;
-    const size_t most = (HAM68_File.size() - h.DataOffset) * (squeezed ? HAM68_MostOutOfOne : 1);
-    return PlaneBytes() / Picture_MinShare <= most;
+    }
+    const size_t held =
+        (HAM68_File.size() - h.DataOffset) * (squeezed ? HAM68_MaxOutOfOne : size_t{1});
+    const size_t row = size_t{h.BytesPerRow} * std::max<uint8_t>(h.Planes, 1);
+    return Picture_Believes(h.Width, h.Height, held * h.Width / row, 1);
 }
 
-void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes)
+static void LoadFile(const char *path, uint16_t width, uint8_t rawPlanes)
 {
     HAM68_HEADER &h = HAM68_Header;
     HAM68_File = Bytes_LoadFile(path);
@@ -132,6 +135,12 @@ void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes)
         ExpandRuns(Bytes_GetSpan(HAM68_File, fixed), expanded, fixed + PlaneBytes());
         HAM68_File = std::move(expanded);
     }
+}
+
+void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes)
+{
+    HAM68_File = {};
+    Reason_Guard([&] { LoadFile(path, width, rawPlanes); });
 }
 
 static void ReadPalette(uint8_t planes)
@@ -235,7 +244,7 @@ void HAM68_AppendPlanes(std::span<const uint8_t> codes, uint8_t planes, std::vec
         for (size_t k = 0; k < codes.size() / 8; k++) {
             int bits = 0;
             for (size_t j = 0; j < 8; j++)
-                bits = bits << 1 | (codes[8 * k + j] >> p & 1);
+                bits = bits << 1 | (p < 8 ? codes[8 * k + j] >> p & 1 : 0);
             out.push_back(static_cast<uint8_t>(bits));
         }
 }
@@ -246,7 +255,7 @@ std::vector<uint8_t> HAM68_CompressRuns(std::span<const uint8_t> plain)
     for (size_t i = 0; i < plain.size();) {
         const uint8_t value = plain[i];
         size_t run = 1;
-        while (run < HAM68_LongestRun && i + run < plain.size() && plain[i + run] == value)
+        while (run < HAM68_MaxRun && i + run < plain.size() && plain[i + run] == value)
             run++;
         if (run >= 5)
             out.insert(out.end(), {HAM68_Escape, static_cast<uint8_t>(run >> 8),
@@ -294,8 +303,9 @@ int HAM68_Encoding(const uint8_t *pixels, uint16_t width, uint16_t height, const
     FILE *file = std::fopen(path, "wb");
     if (!file)
         return EOF;
-    const bool written = std::fwrite(head.data(), 1, head.size(), file) == head.size() &&
-                         std::fwrite(body.data(), 1, body.size(), file) == body.size();
+    const bool written =
+        std::fwrite(head.data(), 1, head.size(), file) == head.size() &&
+        (body.empty() || std::fwrite(body.data(), 1, body.size(), file) == body.size());
     const int closed = std::fclose(file);
     return written ? closed : EOF;
 }

@@ -108,25 +108,30 @@ static bool LoadEmbedded()
     return h.DataOffset != 0 && h.Width != 0;
 }
 
-uint8_t *JPG_GetThumbnail()
+static uint8_t *DecodeThumbnail()
 {
     JPG_HEADER &h = JPG_Header;
-    if (h.Thumbnail) {
-        uint8_t *thumbnail = h.Thumbnail;
-        h.Thumbnail = nullptr;
-        return thumbnail;
-    }
     h.ThumbWidth = h.ThumbHeight = 0;
     if (!LoadEmbedded())
         return nullptr;
-    const JPG_DECODER &d = JPG_Decoder;
     uint8_t *thumbnail = JPG_Decoding();
     if (thumbnail) {
         h.ThumbWidth = h.Width;
         h.ThumbHeight = h.Height;
-        JPG_Decoder.ThumbPaddedWidth = d.PaddedWidth;
-        JPG_Decoder.ThumbPaddedHeight = d.PaddedHeight;
+        JPG_Decoder.ThumbPaddedWidth = JPG_Decoder.PaddedWidth;
+        JPG_Decoder.ThumbPaddedHeight = JPG_Decoder.PaddedHeight;
     }
+    return thumbnail;
+}
+
+uint8_t *JPG_GetThumbnail()
+{
+    if (JPG_Header.Thumbnail)
+        return std::exchange(JPG_Header.Thumbnail, nullptr);
+    const bool whole = Reason_Get()[0] == 0;
+    uint8_t *thumbnail = Reason_Guard(DecodeThumbnail);
+    if (whole)
+        Reason_Clear();  // the picture itself lacks nothing
     return thumbnail;
 }
 

@@ -9,6 +9,7 @@
 //   segments not read       traced on standard output       skipped silently
 //   components              1 or 3                          1 to 4
 //   factors of an MCU       the first component's           the greatest of all
+//   chroma of few samples   interpolated                    repeated where others do (jpg_colour.h)
 //   colours                 grey, YCbCr                     and RGB, CMYK, YCCK: as Adobe's segment
 //                                                           and the components' ids tell
 //   two of the same id      the first                       the first, then the second
@@ -17,6 +18,13 @@
 //   no Huffman tables       damage                          those of T.81, annex K
 //   JFIF's thumbnail        at byte 20, then the walk goes  in its segment
 //                           on at width x height
+//   first Exif IFD          after the TIFF header           where that says
+//   Exif thumbnail          or the file's first FF D8       what the tags say
+//   letters of GPS tags     the value's highest byte        the field's first byte
+//   Exif texts of 4 bytes   at the value, a maker's far     in the field
+//                           into the file in the field
+//   bits that are no code   damage to the next restart      as if they were the symbol 0
+//   an MCU cut short        grey                            as if zeros followed
 #pragma once
 
 #include <cstdint>

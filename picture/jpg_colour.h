@@ -29,6 +29,7 @@ struct JPG_PLANE {
     size_t Width, Height;          // of the samples that count; others pad
     size_t H, V, FullH, FullV;     // sampling factors, its own and an MCU's
     size_t Stride, Rows;           // of Samples
+    bool Repeats;                  // no interpolation
     std::vector<uint8_t> Samples;  // first of all 128
     // For bringing a row to the pixels' width: two rows mixed by their nearness, with room at both
     // ends; for a width not 1, 2 or 4 times its own each pixel's place among those and its nearness
@@ -41,16 +42,23 @@ struct JPG_PLANE {
     }
 };
 
+/// How samples become as many as there are pixels.
+enum JPG_STRETCH : uint8_t {
+    JPG_STRETCH_LINEAR,  // interpolated between their centres; beyond the outermost they stay
+    // Repeated where they are a third or a quarter of the pixels, or 2 a row at the most; else as
+    // above. The usual decoders do so.
+    JPG_STRETCH_USUAL,
+};
+
 /// A component of `factors` (horizontal * 16 + vertical) in a picture of these pixels, whose MCUs
 /// have the factors `full`.
-JPG_PLANE JPG_MakePlane(uint8_t factors, uint8_t full, uint32_t width, uint32_t height);
+JPG_PLANE JPG_MakePlane(uint8_t factors, uint8_t full, uint32_t width, uint32_t height,
+                        JPG_STRETCH stretch);
 
 /// The rows of pixels that can be made once `rows` of them have their samples; those of chroma may
 /// lie between two, of which the lower one is not there yet.
 size_t JPG_RowsReady(const JPG_PLANE &first, size_t rows);
 
 /// Makes pixel rows from..to of a picture's planes, of JPG_PixelBytes bytes a pixel; alpha is 255.
-/// Components are interpolated linearly between their samples' centres; beyond the outermost ones
-/// they stay.
 void JPG_MakeRows(std::span<JPG_PLANE *const> planes, JPG_COLOURS colours, size_t from, size_t to,
                   uint8_t *pixels);

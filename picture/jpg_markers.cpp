@@ -93,7 +93,7 @@ uint32_t JPG_GetExifDWord()
     return GetExif(4);
 }
 
-// Copies `count` bytes of the file to a text, as many as it holds, with a NUL behind them.
+// Copies `count` bytes of the file to a text, as many as it holds, and a NUL.
 static void CopyText(size_t from, size_t count, std::span<char> text)
 {
     const std::span<const uint8_t> bytes =
@@ -116,6 +116,32 @@ static float ReadDegrees(size_t position)
     return degrees;
 }
 
+// The first byte of the field; by the framework's rules the highest of its value, which in
+// little-endian files is the fourth.
+static char Letter(const JPG_EXIF_ENTRY &entry)
+{
+    const bool first = JPG_ByFormat() && JPG_Exif.ByteOrder == 'I';
+    return static_cast<char>(entry.Value >> (first ? 0 : 24));
+}
+
+// Whether a text stands in the entry's own field: when it fits; by the framework's rules a maker's
+// name whose place lies far into the file.
+static bool IsInField(const JPG_EXIF_ENTRY &entry)
+{
+    if (JPG_ByFormat())
+        return entry.Count <= 4;
+    return entry.Tag == 271 && size_t{JPG_Exif.Base} + entry.Value > 8092;
+}
+
+// `field` is the file position of the entry's value.
+static void CopyExifText(const JPG_EXIF_ENTRY &entry, size_t field, std::span<char> text)
+{
+    if (IsInField(entry))
+        CopyText(field, JPG_ByFormat() ? entry.Count : 4, text);
+    else
+        CopyText(size_t{JPG_Exif.Base} + entry.Value, entry.Count, text);
+}
+
 // Does what the tag of an entry asks for; `field` is the file position of its value.
 static void ReadEntry(const JPG_EXIF_ENTRY &entry, size_t field)
 {
@@ -123,13 +149,13 @@ static void ReadEntry(const JPG_EXIF_ENTRY &entry, size_t field)
     const size_t target = size_t{exif.Base} + entry.Value;
     switch (entry.Tag) {
     case 1:
-        exif.LatitudeReference = static_cast<char>(entry.Value >> 24);
+        exif.LatitudeReference = Letter(entry);
         break;
     case 2:
         exif.Latitude = ReadDegrees(target);
         break;
     case 3:
-        exif.LongitudeReference = static_cast<char>(entry.Value >> 24);
+        exif.LongitudeReference = Letter(entry);
         break;
     case 4:
         exif.Longitude = ReadDegrees(target);
@@ -141,16 +167,13 @@ static void ReadEntry(const JPG_EXIF_ENTRY &entry, size_t field)
             static_cast<uint8_t>(entry.Type == 3 ? JPG_GetExifWord() : JPG_GetExifDWord());
         break;
     case 270:
-        CopyText(target, entry.Count, exif.Description);
+        CopyExifText(entry, field, exif.Description);
         break;
     case 271:
-        if (target > 8092)
-            CopyText(field, 4, exif.Make);
-        else
-            CopyText(target, entry.Count, exif.Make);
+        CopyExifText(entry, field, exif.Make);
         break;
     case 272:
-        CopyText(target, entry.Count, exif.Model);
+        CopyExifText(entry, field, exif.Model);
         break;
     case 513:
         exif.ThumbOffset = static_cast<uint32_t>(target);
@@ -169,7 +192,10 @@ static void ReadEntry(const JPG_EXIF_ENTRY &entry, size_t field)
     }
 }
 
-// Each IFD takes a number of its own, and they run out: so chains that bite their tail end.
+// Entries of all Exif segments of a file that are read: four times those of one full segment.
+constexpr uint32_t JPG_MaxEntries = 4 * 16 * 256;
+
+// Each IFD takes one of 16 slots, so cyclic chains end.
 void JPG_LoadExif()
 {
     constexpr std::array<uint8_t, 13> typeSizes = {0, 1, 1, 2, 4, 8, 1, 1, 2, 4, 8, 4, 8};
@@ -178,6 +204,8 @@ void JPG_LoadExif()
         JPG_IFD &ifd = exif.IFDs[exif.IFDNumber];
         ifd.Count = JPG_GetExifWord();
         for (size_t i = 0; i < std::min<size_t>(ifd.Count, 255); i++) {
+            if (JPG_Decoder.IFDEntries++ >= JPG_MaxEntries)
+                return;
             JPG_EXIF_ENTRY entry;
             entry.Tag = JPG_GetExifWord();
             entry.Type = JPG_GetExifWord();
@@ -403,14 +431,14 @@ static void ReadScanHeader()
         h.ScanMode = h.Ah ? 5 : 4;
 }
 
-// Copies an APP segment's name and leaves the position behind its zero.
+// Copies an APP segment's name and leaves the position after its zero.
 static void ReadIdentifier(size_t end)
 {
     const size_t start = JPG_Position;
     while (JPG_Position < end && JPG_GetByte() != 0) {
     }
-    const size_t behind = std::max(JPG_Position, start + 1);
-    CopyText(start, behind - 1 - start, JPG_Header.Identifier);
+    const size_t next = std::max(JPG_Position, start + 1);
+    CopyText(start, next - 1 - start, JPG_Header.Identifier);
 }
 
 // Where the thumbnail's bytes are. The framework's rules take them from where they lie when the
@@ -486,6 +514,31 @@ static size_t FindMarker(size_t from, size_t end, uint8_t second)
     return end;
 }
 
+// Where the first IFD is: by the framework's rules right after the TIFF header, whatever that says.
+static size_t FirstIFD(size_t base)
+{
+    size_t position = base + 4;
+    const uint32_t offset = JPG_Exif.ByteOrder == 'M' ? Bytes_GetBig(JPG_File, position, 4)
+                                                      : Bytes_GetLittle(JPG_File, position, 4);
+    return JPG_ByFormat() ? base + offset : base + 8;
+}
+
+// A thumbnail that no tag places: the framework's rules look for one in as many of the file's first
+// bytes as the segment has.
+static void FindThumbnail(size_t length)
+{
+    JPG_EXIF &exif = JPG_Exif;
+    if (JPG_ByFormat() || exif.ThumbOffset != 0 || length <= 2)
+        return;
+    const size_t limit = length - 2, offset = FindMarker(1, limit, 0xD8);
+    if (offset >= limit)
+        return;
+    exif.ThumbOffset = static_cast<uint32_t>(offset);
+    const size_t stop = FindMarker(offset, limit, 0xD9);
+    if (exif.ThumbLength == 0 && stop < limit)
+        exif.ThumbLength = static_cast<uint32_t>(stop - offset);
+}
+
 static void ReadAPP1(size_t end, size_t length)
 {
     JPG_EXIF &exif = JPG_Exif;
@@ -493,23 +546,15 @@ static void ReadAPP1(size_t end, size_t length)
     if (std::strcmp(JPG_Header.Identifier.data(), "Exif") != 0)
         return;
     JPG_Position++;  // the pad
-    exif.Base = static_cast<uint16_t>(JPG_Position);
+    const size_t base = JPG_Position;
+    exif.Base = static_cast<uint16_t>(base);
     exif.ByteOrder = JPG_GetByte();
-    JPG_Position += 7;  // the rest of it, the number 42, and the first IFD's offset, where it is
+    JPG_Position = FirstIFD(base);
     exif.IFDNumber = 0;
     exif.LatitudeReference = exif.LongitudeReference = '0';
     exif.Latitude = exif.Longitude = 0;
     JPG_LoadExif();
-    if (exif.ThumbOffset == 0 && length > 2) {
-        const size_t limit = length - 2;
-        const size_t offset = FindMarker(1, limit, 0xD8);
-        if (offset < limit) {
-            exif.ThumbOffset = static_cast<uint32_t>(offset);
-            const size_t stop = FindMarker(offset, limit, 0xD9);
-            if (exif.ThumbLength == 0 && stop < limit)
-                exif.ThumbLength = static_cast<uint32_t>(stop - offset);
-        }
-    }
+    FindThumbnail(length);
     if (exif.ThumbCompression == 0)
         exif.ThumbCompression = 6;
 }

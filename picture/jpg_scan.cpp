@@ -44,7 +44,9 @@ struct PICTURE {
     std::unique_ptr<int16_t, JPG_FREE> Coefficients;  // of all components, in one piece
     size_t Count;                                     // of components
     JPG_COLOURS Colours;
-    bool Direct;  // one sequential scan holds everything: no coefficients are kept
+    int Scans;        // begun
+    uint64_t Visits;  // of blocks in all scans
+    bool Direct;      // one sequential scan holds everything: no coefficients are kept
 };
 
 // The scan being decoded.
@@ -57,10 +59,18 @@ struct SCAN {
     size_t Pending;              // restart interval that JPG_Position stands before
     bool Ended;                  // another marker follows, or the file's end
     uint32_t EndOfBandRun;
+    bool GoesOn;  // after what is no code, and to the end of an MCU whose bits ran out
+    bool Lost;    // nothing more can be decoded of this restart interval
 
     bool Interleaved() const
     {
         return Components.size() > 1;
+    }
+    // Gives up the interval in MCU x of a row. Returns the first that has nothing of it.
+    size_t Leave(size_t x)
+    {
+        Lost = true;
+        return x + GoesOn;
     }
 };
 
@@ -77,7 +87,8 @@ static const auto JPG_ColumnOrder = [] {
 }();
 
 // Calls block(bits, component, x, y) for each block of the MCUs x..end of row y. Returns the first
-// MCU that could not be decoded since the bits came to their end, or to damage; or `end`.
+// MCU that could not be decoded since the bits came to their end, or to damage; or `end`. Where the
+// decoder goes on, the MCU in which the bits ran out counts, with zeros for those that lack.
 template <typename Block>
 static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
 {
@@ -85,8 +96,8 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
     if (!scan.Interleaved()) {
         for (COMPONENT &c = *scan.Components[0]; x < end; x++) {
             block(bits, c, x, y);
-            if (bits.Overrun())
-                return x;
+            if (bits.Overrun()) [[unlikely]]
+                return scan.Leave(x);
         }
         scan.Bits = bits;
         return end;
@@ -96,8 +107,13 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
             for (size_t v = 0; v < c->Plane.V; v++)
                 for (size_t h = 0; h < c->Plane.H; h++) {
                     block(bits, *c, x * c->Plane.H + h, y * c->Plane.V + v);
-                    if (bits.Overrun())
-                        return x;
+                    if (bits.Overrun()) [[unlikely]] {
+                        scan.Lost = true;
+                        if (!scan.GoesOn)
+                            return x;
+                        bits.MarkDamage();
+                        end = x + 1;
+                    }
                 }
     scan.Bits = bits;
     return end;
@@ -115,8 +131,19 @@ static bool IsEnd(int32_t entry)
     return c.DC;
 }
 
+// After a run that leads out of the block: the value is the last coefficient's where the decoder
+// goes on.
+static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
+{
+    if (c.ACCodes.GoesOn)
+        block[JPG_ColumnOrder[63]] = block[64];
+    else
+        bits.MarkDamage();
+    return 64;
+}
+
 // A whole block into `block`, which has room for one coefficient more. Returns the zigzag index
-// behind the last one that may not be 0.
+// after the last one that may not be 0.
 [[gnu::always_inline]] static inline size_t DecodeBlock(JPG_BITS &bits, COMPONENT &c,
                                                         int16_t *block)
 {
@@ -132,33 +159,36 @@ static bool IsEnd(int32_t entry)
         block[JPG_ColumnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry));
         k++;
     }
-    if (k > 64)
-        bits.MarkDamage();
+    if (k > 64) [[unlikely]]
+        return LeaveBlock(bits, c, block);
     return k;
 }
 
 // Each of the following decodes the MCUs x..end of row y by one of the scan modes, and returns what
 // EachBlock does.
 
+// A block that could not be decoded becomes grey afterwards.
 static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
 {
     return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
         std::array<int16_t, 65> block{};
         const size_t last = DecodeBlock(bits, c, block.data());
-        if (!bits.Overrun())
-            JPG_InverseDCT(block.data(), c.Scale.data(), last, c.SamplesOf(bx, by), c.Plane.Stride);
+        JPG_InverseDCT(block.data(), c.Scale.data(), last, c.SamplesOf(bx, by), c.Plane.Stride);
     });
 }
 
+// What an earlier scan of the same component left stays where this one has zeros.
 static size_t DecodeSequential(SCAN &scan, size_t x, size_t end, size_t y)
 {
     return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
-        std::array<int16_t, 65> block{};
+        int16_t *kept = c.BlockAt(bx, by);
+        std::array<int16_t, 65> block;
+        std::copy_n(kept, 64, block.begin());
         const size_t last = DecodeBlock(bits, c, block.data());
-        if (bits.Overrun())
+        if (bits.Overrun() && !c.ACCodes.GoesOn)
             return;
-        std::copy_n(block.begin(), 64, c.BlockAt(bx, by));
-        c.NonZero[by * c.BlocksAcross + bx] = (uint64_t{2} << (last - 1)) - 2;
+        std::copy_n(block.begin(), 64, kept);
+        c.NonZero[by * c.BlocksAcross + bx] |= (uint64_t{2} << (last - 1)) - 2;
     });
 }
 
@@ -214,15 +244,17 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
                 break;
             }
             k += JPG_ZerosOf(entry);
-            if (JPG_ValueOf(entry) != 0 && k <= last) {
+            if (k > last)
+                k = scan.GoesOn ? std::min<size_t>(k, 63) : 64;
+            if (JPG_ValueOf(entry) != 0 && k < 64) {
                 block[JPG_ColumnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry) * scale);
                 set |= uint64_t{1} << k;
             }
             k++;
         }
         c.NonZero[y * c.BlocksAcross + x] |= set;
-        if (bits.Overrun() || k > last + 1)
-            return x;
+        if (bits.Overrun() || k > 64)
+            return scan.Leave(x);
         x++;
     }
     scan.Bits = bits;
@@ -249,7 +281,7 @@ static uint64_t Below(size_t k)
     return k > 63 ? ~uint64_t{0} : (uint64_t{1} << k) - 1;
 }
 
-// Where the zero behind `zeros` others stands in `free`, whose bits are zero coefficients; 64 when
+// Where the zero after `zeros` others stands in `free`, whose bits are zero coefficients; 64 when
 // there are not so many.
 static size_t FindZero(uint64_t free, uint32_t zeros)
 {
@@ -282,10 +314,11 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
             const size_t k = FindZero(left & ~nonZero, JPG_ZerosOf(entry));
             Correct(bits, block, left & nonZero & Below(k), bit);
             left &= ~Below(k + 1);
-            if (JPG_ValueOf(entry) != 0 && k < 64) {
-                block[JPG_ColumnOrder[k]] =
+            if (JPG_ValueOf(entry) != 0 && (k < 64 || scan.GoesOn)) {
+                const size_t place = std::min<size_t>(k, 63);
+                block[JPG_ColumnOrder[place]] =
                     static_cast<int16_t>(JPG_ValueOf(entry) < 0 ? -bit : bit);
-                nonZero |= uint64_t{1} << k;
+                nonZero |= uint64_t{1} << place;
             }
         }
         if (run > 0) {
@@ -293,7 +326,7 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
             run--;
         }
         if (bits.Overrun())
-            return x;
+            return scan.Leave(x);
     }
     scan.Bits = bits;
     scan.EndOfBandRun = run;
@@ -458,7 +491,8 @@ static bool MakeComponents(PICTURE &picture)
                      FindComponents(picture).size() == picture.Count;
     for (size_t i = 0; i < picture.Count; i++) {
         COMPONENT &c = picture.Components[i];
-        c.Plane = JPG_MakePlane(h.Components[i].Sampling, full, h.Width, h.Height);
+        c.Plane = JPG_MakePlane(h.Components[i].Sampling, full, h.Width, h.Height,
+                                JPG_ByFormat() ? JPG_STRETCH_USUAL : JPG_STRETCH_LINEAR);
         c.BlocksAcross = d.McusAcross * c.Plane.H;
         c.BlocksDown = d.McusDown * c.Plane.V;
         c.CodedAcross = (c.Plane.Width + 7) / 8;
@@ -493,11 +527,12 @@ static SCAN MakeScan(PICTURE &picture)
 {
     const JPG_HEADER &h = JPG_Header;
     SCAN scan{};
+    scan.GoesOn = JPG_ByFormat();
     scan.Components = FindComponents(picture);
     for (size_t i = 0; i < scan.Components.size(); i++) {
         COMPONENT &c = *scan.Components[i];
-        JPG_MakeCodes(h.DC[h.ScanComponents[i].Tables >> 4 & 3], false, c.DCCodes);
-        JPG_MakeCodes(h.AC[h.ScanComponents[i].Tables & 3], true, c.ACCodes);
+        JPG_MakeCodes(h.DC[h.ScanComponents[i].Tables >> 4 & 3], false, scan.GoesOn, c.DCCodes);
+        JPG_MakeCodes(h.AC[h.ScanComponents[i].Tables & 3], true, scan.GoesOn, c.ACCodes);
         MakeScale(c,
                   h.Components[static_cast<size_t>(&c - picture.Components.data())].Quantisation);
     }
@@ -512,9 +547,9 @@ static SCAN MakeScan(PICTURE &picture)
     return scan;
 }
 
-// Reads the bits of restart interval `number`; false when they were lost. The marker behind them
-// tells which interval follows: a later one than the next, then those between are lost; an earlier
-// one, then it is passed over with what follows it. Codes that nobody uses are damage.
+// Reads the bits of restart interval `number`; false when they are lost. The marker after them
+// tells which interval follows: up to 3 ahead, the ones between are lost; else it is stale and
+// skipped with what follows it. Markers that have no meaning here are skipped.
 static bool StartInterval(SCAN &scan, size_t number)
 {
     if (scan.Ended || scan.Pending > number)
@@ -525,6 +560,7 @@ static bool StartInterval(SCAN &scan, size_t number)
     scan.Bits.In = scan.Bytes.data();
     scan.Bits.End = scan.Bytes.data() + scan.Bytes.size() - JPG_BitsSlack;
     scan.EndOfBandRun = 0;
+    scan.Lost = false;
     for (COMPONENT *c : scan.Components)
         c->DC = 0;
     for (; JPG_Position + 1 < file.size(); JPG_Position++) {
@@ -532,7 +568,7 @@ static bool StartInterval(SCAN &scan, size_t number)
         if (file[JPG_Position] != 0xFF || marker < 0xC0 || marker == 0xFF)
             continue;
         scan.Ended = marker < 0xD0 || marker > 0xD7;
-        const size_t lost = (marker - number) & 7;  // intervals; 4 and more: it is an earlier one
+        const size_t lost = (marker - number) & 7;  // intervals; 4 and more: it is stale
         if (scan.Ended)
             return true;
         if (lost < 4) {
@@ -565,7 +601,20 @@ static void MakePixels(PICTURE &picture, size_t y, uint8_t *pixels)
                  y == 0 ? 0 : JPG_RowsReady(*planes[0], step * y), to, pixels);
 }
 
-// Decodes the scan at JPG_Position, which is left before the marker behind it.
+// Why MCU row y of a scan has not all of its blocks.
+static void NoteLoss(const PICTURE &picture, const SCAN &scan, size_t y)
+{
+    const JPG_HEADER &h = JPG_Header;
+    const size_t rows = std::min<size_t>(h.Height, y * JPG_Decoder.PaddedHeight / scan.Down);
+    const char *what = JPG_Position + 1 >= JPG_File.size() ? "cut" : "damaged";
+    if (picture.Direct)
+        Reason_Set("%s after %zu of %d rows", what, rows, h.Height);
+    else
+        Reason_Set("%s in scan %d after %zu of %d rows", what, picture.Scans, rows, h.Height);
+}
+
+// Decodes the scan at JPG_Position, which is left before the marker after it. Without more bits it
+// ends at once, unless rows of pixels are still to be made.
 static void DecodeScan(PICTURE &picture, uint8_t *pixels)
 {
     SCAN scan = MakeScan(picture);
@@ -582,9 +631,15 @@ static void DecodeScan(PICTURE &picture, uint8_t *pixels)
             }
             const size_t end = std::min(scan.Across, x + (next - mcu));
             const size_t reached = good ? decode(scan, x, end, y) : x;
-            good = reached == end;
-            if (picture.Direct && !good)
-                FillGrey(scan, reached, end, y);
+            picture.Visits += (reached - x + 1) * scan.Components.size();
+            good = good && !scan.Lost;
+            if (!good) {
+                NoteLoss(picture, scan, y);
+                if (picture.Direct)
+                    FillGrey(scan, reached, end, y);
+                else if (scan.Ended)
+                    return;
+            }
             mcu += end - x;
             x = end;
         }
@@ -605,25 +660,54 @@ static void TransformRow(COMPONENT &c, size_t y)
         }
 }
 
-// No encoder makes so many; so a small file cannot ask for hours.
+// No encoder makes so many scans, nor such that visit their blocks so often: so a small file cannot
+// ask for hours.
 constexpr int JPG_MaxScans = 1000;
+constexpr uint64_t JPG_VisitsPerByte = 128, JPG_VisitsPerBlock = 32;
 
-static void DecodeScans(PICTURE &picture, uint8_t *pixels)
+// Whether the next scan is within those bounds.
+static bool IsBounded(const PICTURE &picture, uint64_t blocks)
+{
+    if (picture.Scans >= JPG_MaxScans)
+        Reason_Set("more than %d scans", JPG_MaxScans);
+    else if (picture.Visits > OwnBytes() * JPG_VisitsPerByte + blocks * JPG_VisitsPerBlock)
+        Reason_Set("scan %d and on: more work than its bytes are worth", picture.Scans + 1);
+    else
+        return true;
+    return false;
+}
+
+// What the file lacks although none of its scans is cut.
+static void NoteMissingScans(const PICTURE &picture)
+{
+    for (size_t i = 0; i < picture.Count; i++)
+        if (!picture.Components[i].Scaled)
+            Reason_Set("no scan of component %zu", i + 1);
+    if (JPG_Decoder.Progressive && !JPG_Decoder.Ended)
+        Reason_Set("cut after scan %d", picture.Scans);
+}
+
+static void DecodeAllScans(PICTURE &picture, uint8_t *pixels)
 {
     JPG_Decoder.InScans = true;
     const JPG_DECODER decoder = JPG_Decoder;  // should a second frame header follow
     const JPG_HEADER header = JPG_Header;
-    for (int scans = 0; JPG_Header.DataOffset != 0 && scans < JPG_MaxScans; scans++) {
+    const uint64_t blocks = BlocksOfMcu() * decoder.McusAcross * decoder.McusDown;
+    while (JPG_Header.DataOffset != 0 && IsBounded(picture, blocks)) {
+        picture.Scans++;
         DecodeScan(picture, pixels);
         if (picture.Direct)
             return;
         JPG_WalkMarkers();
+        const bool ended = JPG_Decoder.Ended;
         JPG_Decoder = decoder;
+        JPG_Decoder.Ended = ended;
         JPG_Header.Width = header.Width;
         JPG_Header.Height = header.Height;
         JPG_Header.ComponentCount = header.ComponentCount;
         JPG_Header.Components = header.Components;
     }
+    NoteMissingScans(picture);
     for (size_t y = 0; y < decoder.McusDown; y++) {
         for (size_t i = 0; i < picture.Count; i++)
             TransformRow(picture.Components[i], y);
@@ -644,6 +728,6 @@ uint8_t *JPG_DecodeScans(JPG_COLOURS colours)
         Reason_Set("out of memory");
         return nullptr;
     }
-    DecodeScans(*picture, pixels.get());
+    DecodeAllScans(*picture, pixels.get());
     return pixels.release();
 }

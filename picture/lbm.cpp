@@ -8,6 +8,8 @@
 #include <type_traits>
 
 #include "extra/bytes.h"
+#include "extra/reason.h"
+#include "picture/packbits.h"
 #include "picture/pixels.h"
 
 constinit thread_local LBM_HEADER LBM_Header{};
@@ -22,10 +24,16 @@ static constexpr uint32_t ID(std::string_view text)
     return id;
 }
 
-constexpr uint32_t LBM_PBM = ID("PBM ");
+constexpr uint32_t LBM_PBM = ID("PBM "), LBM_ACBM = ID("ACBM");
 constexpr uint32_t LBM_HalfBright = 0x80, LBM_HoldAndModify = 0x800;  // bits of CAMG
 constexpr size_t LBM_TrueColor = 24;                                  // planes
 constexpr uint8_t LBM_ByteRun1 = 1;
+constexpr uint8_t LBM_MaskPlane = 1, LBM_TransparentColour = 2;  // Masking
+
+static bool ByFormat()
+{
+    return LBM_Header.Rules == PICTURE_RULES_FORMAT;
+}
 
 uint8_t LBM_GetByte()
 {
@@ -66,7 +74,8 @@ static void ReadBMHD()
 static void ReadCMAP(size_t size)
 {
     auto &palette = LBM_Header.Palette;
-    const size_t colors = size_t{1} << std::min<size_t>(LBM_Header.Planes, 8);
+    const size_t colors = ByFormat() ? 0 : size_t{1} << std::min<size_t>(LBM_Header.Planes, 8);
+    LBM_Header.PaletteCount = static_cast<uint16_t>(std::min(size / 3, palette.size()));
     for (size_t i = 0; i < std::min(std::max(colors, size / 3), palette.size()); i++)
         for (uint8_t &component : palette[i])
             component = LBM_GetByte();
@@ -106,6 +115,10 @@ static void ReadChunks()
         case ID("CAMG"):
             h.ViewMode = LBM_GetDWord();
             break;
+        case ID("ABIT"):
+            if (h.FormType != LBM_ACBM)
+                break;
+            [[fallthrough]];
         case ID("BODY"):
             h.BodyOffset = static_cast<uint32_t>(LBM_Position);
             h.BodySize = size != 0
@@ -125,7 +138,7 @@ static bool IsChunky()
 // Planes of a row in the file, with the mask.
 static size_t StoredPlanes()
 {
-    return LBM_Header.Planes + size_t{LBM_Header.Masking == 1};
+    return LBM_Header.Planes + size_t{LBM_Header.Masking == LBM_MaskPlane};
 }
 
 // Bytes of a whole row: of PBM's pixels, or of all planes when each takes `plane` bytes.
@@ -159,14 +172,37 @@ static size_t PlaneBytes()
 static bool IsPossible()
 {
     const LBM_HEADER &h = LBM_Header;
-    const size_t pixels = size_t{h.BufferWidth} * h.Height;
     const bool planes =
         (h.Planes >= 1 && h.Planes <= 8) || (h.Planes == LBM_TrueColor && !IsChunky());
-    if (!planes || h.BodyOffset == 0 || pixels == 0 || pixels > Picture_MaxBytes / 4)
+    if (h.BodyOffset == 0) {
+        Reason_Set("the pixels are missing");
         return false;
-    const size_t most = h.Compression == LBM_ByteRun1 ? 64 : 1;  // bytes out of one
-    const size_t body = Bytes_GetSpan(LBM_File, h.BodyOffset).size() * most;
-    return body != 0 && RowBytes(ShortPlane()) * h.Height / Picture_MinShare <= body;
+    }
+    if (!planes || (ByFormat() && h.Compression > LBM_ByteRun1)) {
+        Reason_Set("%d planes with compression %d", h.Planes, h.Compression);
+        return false;
+    }
+    const size_t body = Bytes_GetSpan(LBM_File, h.BodyOffset).size() *
+                        (h.Compression == LBM_ByteRun1 ? PackBits_MaxOutOfOne : 1);
+    const size_t row = std::max<size_t>(RowBytes(ShortPlane()), 1);
+    return body != 0 && Picture_Believes(h.BufferWidth, h.Height, body * h.BufferWidth / row, 1);
+}
+
+// ACBM has the rows of a plane together; here they become ILBM's, the planes of a row together.
+static BYTES_BUFFER Interleave()
+{
+    const LBM_HEADER &h = LBM_Header;
+    const size_t plane = WordPlane(), row = plane * StoredPlanes();
+    const auto body = Bytes_GetSpan(LBM_File, h.BodyOffset);
+    BYTES_BUFFER file(h.BodyOffset + row * h.Height);
+    std::copy_n(LBM_File.begin(), h.BodyOffset, file.begin());
+    for (size_t y = 0; y < h.Height; y++)
+        for (size_t p = 0; p < StoredPlanes(); p++) {
+            uint8_t *out = file.data() + h.BodyOffset + y * row + p * plane;
+            const auto line = Bytes_GetSpan(body, (p * h.Height + y) * plane, plane);
+            std::fill(std::copy(line.begin(), line.end(), out), out + plane, uint8_t{0});
+        }
+    return file;
 }
 
 // The file up to its BODY, then the BODY expanded.
@@ -175,22 +211,29 @@ static BYTES_BUFFER ExpandFile()
     const LBM_HEADER &h = LBM_Header;
     const size_t offset = h.BodyOffset;
     const auto packed = Bytes_GetSpan(LBM_File, offset, h.BodySize);
-    BYTES_BUFFER expanded(offset + std::min(RowBytes(WordPlane()) * h.Height, packed.size() * 64));
+    BYTES_BUFFER expanded(
+        offset + std::min(RowBytes(WordPlane()) * h.Height, packed.size() * PackBits_MaxOutOfOne));
     std::copy_n(LBM_File.begin(), offset, expanded.begin());
-    expanded.resize(offset + LBM_ExpandByteRuns(packed, std::span(expanded).subspan(offset)));
+    expanded.resize(offset + PackBits_Expand(packed, std::span(expanded).subspan(offset)));
     return expanded;
 }
 
 void LBM_Load(const char *path)
 {
+    LBM_File = {};
     LBM_Header = {};
-    LBM_File = Bytes_LoadFile(path);
-    LBM_Header.FileSize = static_cast<uint32_t>(LBM_File.size());
-    ReadChunks();
-    if (!IsPossible())
-        LBM_File = {};
-    else if (LBM_Header.Compression == LBM_ByteRun1)
-        LBM_File = ExpandFile();
+    LBM_Header.Rules = Picture_Rules;
+    Reason_Guard([path] {
+        LBM_File = Bytes_LoadFile(path);
+        LBM_Header.FileSize = static_cast<uint32_t>(LBM_File.size());
+        ReadChunks();
+        if (!IsPossible())
+            LBM_File = {};
+        else if (LBM_Header.FormType == LBM_ACBM)
+            LBM_File = Interleave();
+        else if (LBM_Header.Compression == LBM_ByteRun1)
+            LBM_File = ExpandFile();
+    });
 }
 
 // A byte's bits as eight bytes of 0 or 1, the highest bit first in memory.
@@ -306,17 +349,42 @@ static uint32_t Color(uint8_t r, uint8_t g, uint8_t b, uint8_t a)
     return std::bit_cast<uint32_t>(std::array<uint8_t, 4>{r, g, b, a});
 }
 
+// By the format's rules: components of 4 bits, as early programs wrote them, to 8.
+static void ScalePalette()
+{
+    LBM_HEADER &h = LBM_Header;
+    uint8_t low = 0;
+    for (size_t i = 0; i < h.PaletteCount; i++)
+        for (const uint8_t component : h.Palette[i])
+            low |= component & 15;
+    for (size_t i = 0; low == 0 && i < h.PaletteCount; i++)
+        for (uint8_t &component : h.Palette[i])
+            component = static_cast<uint8_t>(component | component >> 4);
+}
+
+// Six planes for 32 colours are half-bright, though a file should say so.
+static bool IsHalfBright()
+{
+    const LBM_HEADER &h = LBM_Header;
+    const bool unsaid = ByFormat() && h.ViewMode == 0 && h.PaletteCount == 32;
+    return h.Planes == 6 && ((h.ViewMode & LBM_HalfBright) != 0 || unsaid) && !IsChunky();
+}
+
 // The palette; in half-bright its second 32 are the first at half their light.
 static LBM_COLORS ReadColors()
 {
     const LBM_HEADER &h = LBM_Header;
-    const bool halfBright = h.Planes == 6 && (h.ViewMode & LBM_HalfBright) != 0 && !IsChunky();
+    if (ByFormat())
+        ScalePalette();
+    const bool halfBright = IsHalfBright();
     LBM_COLORS colors;
     for (size_t i = 0; i < colors.size(); i++) {
         const bool half = halfBright && i >= 32;
         const auto [r, g, b] = h.Palette[half ? i % 32 : i];
         colors[i] = half ? Color(r / 2, g / 2, b / 2, 255) : Color(r, g, b, 255);
     }
+    if (ByFormat() && h.Masking == LBM_TransparentColour && h.TransparentColor < colors.size())
+        colors[h.TransparentColor] &= Color(255, 255, 255, 0);
     return colors;
 }
 
@@ -384,8 +452,8 @@ static void PaintComponents(const uint8_t *r, const uint8_t *g, const uint8_t *b
 }
 
 // Calls row(bytes, out) for each row of which the file has something; the rest of it reads as 0.
-template <class ROW>
-static void DecodeRows(uint8_t *pixels, size_t bytes, const ROW &row)
+template <typename Row>
+static void DecodeRows(uint8_t *pixels, size_t bytes, const Row &row)
 {
     const LBM_HEADER &h = LBM_Header;
     std::vector<uint8_t> last;
@@ -439,52 +507,42 @@ static void DecodePlanar(uint8_t *pixels)
     });
 }
 
+// By the format's rules: pixels without their bit in the mask plane are transparent.
+static void ApplyMask(uint8_t *pixels)
+{
+    const LBM_HEADER &h = LBM_Header;
+    const size_t plane = PlaneBytes();
+    DecodeRows(pixels, RowBytes(plane), [&](const uint8_t *in, uint8_t *out) {
+        const uint8_t *mask = in + h.Planes * plane;
+        for (size_t x = 0; x < h.Width; x++)
+            if ((mask[x / 8] >> (7 - x % 8) & 1) == 0)
+                out[4 * x + 3] = 0;
+    });
+}
+
 uint8_t *LBM_Decoding()
 {
     const LBM_HEADER &h = LBM_Header;
     if (LBM_File.empty())
         return nullptr;
-    uint8_t *pixels = Picture_NewPixels(h.BufferWidth, h.Height);
-    if (!pixels)
-        return nullptr;
-    if (IsChunky())
-        DecodeChunky(pixels);
-    else if (h.Planes == LBM_TrueColor)
-        DecodeTrueColor(pixels);
-    else
-        DecodePlanar(pixels);
-    return pixels;
-}
-
-size_t LBM_ExpandByteRuns(std::span<const uint8_t> packed, std::span<uint8_t> out)
-{
-    constexpr size_t chunk = 16, safe = 128 + chunk;  // chunks may pass a run's end
-    size_t position = 0, written = 0;
-    while (position < packed.size() && written < out.size()) {
-        const uint8_t control = Bytes_GetByte(packed, position);
-        const size_t room = out.size() - written;
-        uint8_t *to = out.data() + written;
-        if (control < 128) {
-            const auto bytes = Bytes_GetSpan(packed, position, std::min(control + size_t{1}, room));
-            if (room >= safe && packed.size() - position >= safe)
-                for (size_t i = 0; i < bytes.size(); i += chunk)
-                    std::memcpy(to + i, bytes.data() + i, chunk);
-            else
-                std::copy(bytes.begin(), bytes.end(), to);
-            position += control + size_t{1};
-            written += bytes.size();
-        } else if (control > 128) {
-            const size_t count = std::min(size_t{257} - control, room);
-            const uint8_t value = Bytes_GetByte(packed, position);
-            if (room >= safe)
-                for (size_t i = 0; i < count; i += chunk)
-                    std::memset(to + i, value, chunk);
-            else
-                std::memset(to, value, count);
-            written += count;
-        }
-    }
-    return written;
+    return Reason_Guard([&h]() -> uint8_t * {
+        uint8_t *pixels = Picture_NewPixels(h.BufferWidth, h.Height);
+        if (!pixels)
+            return nullptr;
+        if (IsChunky())
+            DecodeChunky(pixels);
+        else if (h.Planes == LBM_TrueColor)
+            DecodeTrueColor(pixels);
+        else
+            DecodePlanar(pixels);
+        if (ByFormat() && h.Masking == LBM_MaskPlane && !IsChunky())
+            ApplyMask(pixels);
+        const size_t row = RowBytes(PlaneBytes());
+        const size_t rows = (LBM_File.size() - h.BodyOffset + row - 1) / row;
+        if (rows < h.Height)
+            Reason_Set("cut after %zu of %d rows", rows, h.Height);
+        return pixels;
+    });
 }
 
 void LBM_UnLoad()

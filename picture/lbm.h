@@ -1,6 +1,12 @@
 // ILBM and PBM, the pictures of the Interchange File Format (EA IFF 85): interleaved bit planes
 // with a palette (1 to 8), half-bright, Hold-And-Modify, 24 planes of true colour, and PBM's bytes;
 // plain or under ByteRun1.
+//
+// The framework's rules and the format's (Picture_Rules, EA IFF 85 "ILBM") differ in:
+//   forms      ILBM and PBM; ACBM, too, whose planes are whole
+//   alpha      none; by mask plane and transparent colour
+//   palette    as many entries as the planes tell apart; those of the chunk, 4-bit ones scaled, and
+//              32 for six planes mean half-bright
 #pragma once
 
 #include <array>
@@ -26,10 +32,12 @@ struct LBM_HEADER {
     uint16_t TransparentColor;
     uint8_t XAspect, YAspect;
     uint16_t PageWidth, PageHeight;
-    uint32_t BodyOffset;  // of the pixels; 0: none
-    uint32_t BodySize;    // bytes, as the chunk says; the rest of the file for 0
-    uint32_t FormType;    // "ILBM" or "PBM ", the first letter highest
-    uint32_t ViewMode;    // CAMG: 0x80 half-bright, 0x800 Hold-And-Modify
+    uint32_t BodyOffset;    // of the pixels; 0: none
+    uint32_t BodySize;      // bytes, as the chunk says; the rest of the file for 0
+    uint32_t FormType;      // "ILBM" or "PBM ", the first letter highest
+    uint32_t ViewMode;      // CAMG: 0x80 half-bright, 0x800 Hold-And-Modify
+    uint16_t PaletteCount;  // entries of the CMAP chunk
+    uint8_t Rules;          // PICTURE_RULES of the load
 };
 
 /// The file being decoded, one at a time. The header stays after LBM_UnLoad.
@@ -51,10 +59,6 @@ void LBM_Load(const char *path);
 /// From malloc: the caller frees it. Null when nothing was loaded. The peak of memory is three
 /// times the buffer's size and the file.
 uint8_t *LBM_Decoding();
-
-/// For other decoders: undoes ByteRun1, which TIFF calls PackBits. Returns the bytes written; what
-/// `out` has no room for is left out.
-size_t LBM_ExpandByteRuns(std::span<const uint8_t> packed, std::span<uint8_t> out);
 
 /// Frees the file image.
 void LBM_UnLoad();

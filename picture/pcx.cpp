@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "extra/bytes.h"
+#include "extra/reason.h"
 #include "picture/pixels.h"
 
 constinit thread_local PCX_HEADER PCX_Header{};
@@ -11,7 +12,8 @@ constinit thread_local BYTES_BUFFER PCX_File{};
 
 constexpr size_t PCX_HeaderSize = 128;
 constexpr size_t PCX_PaletteSize = 256 * 3;  // at the end of a file of 256 colours
-constexpr size_t PCX_LongestRun = 63;
+constexpr uint8_t PCX_PaletteMark = 12;      // before it
+constexpr size_t PCX_MaxRun = 63;
 
 // Bit 7 - i of a byte in byte i: the first of eight pixels is the highest bit.
 constexpr auto PCX_Spread = [] {
@@ -22,15 +24,33 @@ constexpr auto PCX_Spread = [] {
     return table;
 }();
 
-// Bit planes, one plane of indexes, or a plane for each of red, green and blue.
+static bool ByFormat()
+{
+    return PCX_Header.Rules == PICTURE_RULES_FORMAT;
+}
+
+// Bit planes of one bit, as against one plane of indexes or a plane a component.
 static bool IsPlanar()
 {
     return PCX_Header.BitsPerPixel == 1 || PCX_Header.BitsPerPixel == 4;
 }
-static bool IsKnown()
+
+static bool FrameworkSupports()
 {
     return IsPlanar() || PCX_Header.BitsPerPixel == 8 ||
            (PCX_Header.BitsPerPixel == 24 && PCX_Header.Planes == 3);
+}
+
+static bool FormatSupports()
+{
+    const uint8_t bits = PCX_Header.BitsPerPlane, planes = PCX_Header.Planes;
+    return planes >= 1 && planes <= 4 &&
+           (bits == 8 ? planes != 2 : (bits == 1 || bits == 2 || bits == 4) && bits * planes <= 8);
+}
+
+static bool IsKnown()
+{
+    return ByFormat() ? FormatSupports() : FrameworkSupports();
 }
 
 static size_t RowSize()
@@ -38,17 +58,31 @@ static size_t RowSize()
     return size_t{PCX_Header.Planes} * PCX_Header.BytesPerLine;
 }
 
-// Bytes behind the pixel data.
+// Whether a palette of 256 colours ends the file.
+static bool HasTailPalette()
+{
+    size_t mark = PCX_File.size() - PCX_PaletteSize - 1;
+    return !ByFormat() || (PCX_File.size() > PCX_HeaderSize + PCX_PaletteSize &&
+                           Bytes_GetByte(PCX_File, mark) == PCX_PaletteMark);
+}
+
+// Bytes after the pixel data.
 static size_t TailSize()
 {
-    return PCX_Header.BitsPerPixel == 8 ? PCX_PaletteSize : 0;
+    return PCX_Header.BitsPerPixel == 8 && HasTailPalette() ? PCX_PaletteSize : 0;
+}
+
+// By the format's rules the palette has a mark before it.
+static size_t MarkSize()
+{
+    return ByFormat() && TailSize() != 0 ? 1 : 0;
 }
 
 // The pixel data, as far as the file has them.
 static std::span<const uint8_t> PixelData()
 {
     const std::span<const uint8_t> rest = Bytes_GetSpan(PCX_File, PCX_HeaderSize);
-    return rest.first(rest.size() - std::min(rest.size(), TailSize()));
+    return rest.first(rest.size() - std::min(rest.size(), TailSize() + MarkSize()));
 }
 
 static void ReadHeader()
@@ -56,6 +90,7 @@ static void ReadHeader()
     PCX_HEADER &h = PCX_Header;
     h = {};
     h.FileSize = static_cast<uint32_t>(PCX_File.size());
+    h.Rules = Picture_Rules;
     size_t position = 2;  // past the manufacturer and the version
     h.Encoding = Bytes_GetByte(PCX_File, position);
     h.BitsPerPlane = Bytes_GetByte(PCX_File, position);
@@ -68,7 +103,9 @@ static void ReadHeader()
     h.Height = static_cast<uint16_t>(h.YMax - h.YMin + 1);
     h.BitsPerPixel = static_cast<uint8_t>(h.BitsPerPlane * h.Planes);
     h.Size = uint32_t{h.Width} * h.Height * 4;
-    const int needed = h.BitsPerPixel < 8 ? (h.Width + 7) / 8 : h.Width;
+    const int needed = ByFormat()           ? (h.Width * h.BitsPerPlane + 7) / 8
+                       : h.BitsPerPixel < 8 ? (h.Width + 7) / 8
+                                            : h.Width;
     h.BytesPerLine = std::max(h.BytesPerLine, static_cast<uint16_t>(needed));
 }
 
@@ -77,9 +114,8 @@ static void ReadHeader()
 static void ExpandRuns(std::span<const uint8_t> packed, size_t size, BYTES_BUFFER &out)
 {
     const size_t start = out.size();
-    size = std::min(size, packed.size() / 2 * PCX_LongestRun + 1);
-    out.resize(start + size +
-               PCX_LongestRun);  // a run is written whole, then the next goes over it
+    size = std::min(size, packed.size() / 2 * PCX_MaxRun + 1);
+    out.resize(start + size + PCX_MaxRun);  // a run is written whole, then the next goes over it
     uint8_t *to = out.data() + start;
     const uint8_t *const end = to + size;
     for (size_t i = 0; i < packed.size() && to < end;) {
@@ -87,7 +123,7 @@ static void ExpandRuns(std::span<const uint8_t> packed, size_t size, BYTES_BUFFE
         if (value <= 192) {
             *to++ = value;
         } else if (i < packed.size()) {
-            std::memset(to, packed[i++], PCX_LongestRun);
+            std::memset(to, packed[i++], PCX_MaxRun);
             to += value - 192;
         }
     }
@@ -96,18 +132,32 @@ static void ExpandRuns(std::span<const uint8_t> packed, size_t size, BYTES_BUFFE
 
 void PCX_Load(const char *path)
 {
-    PCX_File = Bytes_LoadFile(path);
-    ReadHeader();
-    const size_t size = RowSize() * PCX_Header.Height;
-    if (PCX_Header.Encoding != 1 || !IsKnown() || size > Picture_MaxBytes ||
-        PCX_File.size() < PCX_HeaderSize + TailSize())
-        return;
-    const auto tail = PCX_File.end() - static_cast<ptrdiff_t>(TailSize());
-    BYTES_BUFFER expanded(PCX_File.begin(), PCX_File.begin() + PCX_HeaderSize);
-    ExpandRuns(PixelData(), size, expanded);
-    expanded.insert(expanded.end(), tail, PCX_File.end());
-    PCX_File = std::move(expanded);
-    PCX_Header.FileSize = static_cast<uint32_t>(PCX_File.size());
+    PCX_File = {};
+    Reason_Guard([path] {
+        PCX_File = Bytes_LoadFile(path);
+        ReadHeader();
+        const size_t size = RowSize() * PCX_Header.Height;
+        if (PCX_Header.Encoding != 1 || !IsKnown() || size > Picture_MaxBytes ||
+            PCX_File.size() < PCX_HeaderSize + TailSize())
+            return;
+        const auto tail = PCX_File.end() - static_cast<ptrdiff_t>(TailSize() + MarkSize());
+        BYTES_BUFFER expanded(PCX_File.begin(), PCX_File.begin() + PCX_HeaderSize);
+        ExpandRuns(PixelData(), size, expanded);
+        expanded.insert(expanded.end(), tail, PCX_File.end());
+        PCX_File = std::move(expanded);
+        PCX_Header.FileSize = static_cast<uint32_t>(PCX_File.size());
+    });
+}
+
+// What the format's rules change of the palette that was read.
+static void CorrectPalette(size_t colours)
+{
+    PIXELS_PALETTE &palette = PCX_Header.Palette;
+    if (colours == 256 && !HasTailPalette())
+        for (size_t i = 0; i < colours; i++)
+            palette[i].fill(static_cast<uint8_t>(i)), palette[i][3] = 255;
+    if (colours == 2 && palette[0] == palette[1])
+        palette[0] = {0, 0, 0, 255}, palette[1] = {255, 255, 255, 255};
 }
 
 static void ReadPalette()
@@ -118,6 +168,24 @@ static void ReadPalette()
         for (size_t c = 0; c < 3; c++)
             PCX_Header.Palette[i][c] = Bytes_GetByte(PCX_File, position);
         PCX_Header.Palette[i][3] = 255;
+    }
+    if (ByFormat())
+        CorrectPalette(colours);
+}
+
+// By the format's rules: planes of 1, 2 or 4 bits of an index, the first plane its lowest bits.
+static void DecodeShallow(std::span<const uint8_t> row, uint8_t *out)
+{
+    const PCX_HEADER &h = PCX_Header;
+    const size_t bits = h.BitsPerPlane, mask = (size_t{1} << bits) - 1;
+    for (size_t x = 0; x < h.Width; x++) {
+        size_t index = 0;
+        for (size_t p = 0; p < h.Planes; p++) {
+            size_t position = p * h.BytesPerLine + x * bits / 8;
+            const size_t byte = Bytes_GetByte(row, position);
+            index |= (byte >> (8 - bits - x * bits % 8) & mask) << p * bits;
+        }
+        std::memcpy(out + 4 * x, h.Palette[index].data(), 4);
     }
 }
 
@@ -138,40 +206,58 @@ static void DecodePlanes(std::span<const uint8_t> row, uint8_t *out)
     }
 }
 
-static void DecodeTriples(std::span<const uint8_t> row, uint8_t *out)
+// A plane each of red, green, blue and, by the format's rules, alpha.
+static void DecodeComponents(std::span<const uint8_t> row, uint8_t *out)
 {
-    const size_t width = PCX_Header.Width;
-    const std::span<const uint8_t> red = row.first(width),
-                                   green = row.subspan(PCX_Header.BytesPerLine, width),
-                                   blue = row.subspan(2 * size_t{PCX_Header.BytesPerLine}, width);
+    const size_t width = PCX_Header.Width, line = PCX_Header.BytesPerLine;
+    const std::span<const uint8_t> red = row.first(width), green = row.subspan(line, width),
+                                   blue = row.subspan(2 * line, width);
     for (size_t x = 0; x < width; x++)
         Pixels_Put(out + 4 * x, Pixels_Pack(red[x], green[x], blue[x], 255));
+    for (size_t x = 0; x < width && PCX_Header.Planes == 4; x++)
+        out[4 * x + 3] = row[3 * line + x];
+}
+
+static void DecodeRow(std::span<const uint8_t> row, uint8_t *out)
+{
+    const PCX_HEADER &h = PCX_Header;
+    if (h.BitsPerPixel >= 24)
+        DecodeComponents(row, out);
+    else if (h.BitsPerPixel == 8 && h.BitsPerPlane == 8)
+        Pixels_FromIndexes(row.first(h.Width), h.Palette, out);
+    else if (IsPlanar() && (h.BitsPerPlane == 1 || !ByFormat()))
+        DecodePlanes(row, out);
+    else
+        DecodeShallow(row, out);
 }
 
 uint8_t *PCX_Decoding()
 {
     const PCX_HEADER &h = PCX_Header;
     const std::span<const uint8_t> data = PixelData();
-    if (!IsKnown() || data.size() < RowSize() ||
-        data.size() < RowSize() * h.Height / Picture_MinShare)
+    if (!IsKnown()) {
+        Reason_Set("%d planes of %d bits", h.Planes, h.BitsPerPlane);
         return nullptr;
+    }
+    const size_t held = data.size() / RowSize();
+    if (!Picture_Believes(h.Width, h.Height, held * h.Width, 1))
+        return nullptr;
+    if (held == 0) {
+        Reason_Set("cut in its first row");
+        return nullptr;
+    }
     uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
     if (!pixels)
         return nullptr;
-    if (h.BitsPerPixel != 24)
+    if (h.BitsPerPixel < 24)
         ReadPalette();
-    const size_t rows = std::min<size_t>(h.Height, data.size() / RowSize());
+    const size_t rows = std::min<size_t>(h.Height, held);
     uint8_t *out = pixels;
-    for (size_t y = 0; y < rows; y++, out += size_t{h.Width} * 4) {
-        const std::span<const uint8_t> row = data.subspan(y * RowSize());
-        if (IsPlanar())
-            DecodePlanes(row, out);
-        else if (h.BitsPerPixel == 8)
-            Pixels_FromIndexes(row.first(h.Width), h.Palette, out);
-        else
-            DecodeTriples(row, out);
-    }
+    for (size_t y = 0; y < rows; y++, out += size_t{h.Width} * 4)
+        DecodeRow(data.subspan(y * RowSize()), out);
     std::memset(out, 0, (h.Height - rows) * h.Width * 4);
+    if (rows < h.Height)
+        Reason_Set("cut after %zu of %d rows", rows, h.Height);
     return pixels;
 }
 

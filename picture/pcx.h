@@ -1,5 +1,13 @@
 // PCX pictures (PC Paintbrush): 2 and 16 colours in bit planes, 256 colours, and 24 bits, plain or
-// run-length coded. The marker before the palette of 256 colours is not checked.
+// run-length coded.
+//
+// The framework's rules and the format's (Picture_Rules, ZSoft's "PCX Technical Reference") differ
+// in:
+//   depths   planes times bits of 1, 4, 8 or 24; every pair of 1, 2, 4 or 8 bits and 1 to 4 planes
+//   lines    at least as long as the width needs at 8 bits a plane; as long as the header says
+//   palette  256 colours at the end, unmarked; only behind their mark, without them greys. The
+//   header's
+//            has two of 16 entries for 2 colours, which are black and white where both are equal
 #pragma once
 
 #include <cstdint>
@@ -18,6 +26,7 @@ struct PCX_HEADER {
     uint32_t Size;           // Width x Height x 4
     PIXELS_PALETTE Palette;
     uint16_t BytesPerLine;  // of one plane; at least what Width needs
+    uint8_t Rules;          // PICTURE_RULES of the load
 };
 
 /// The file being decoded, one at a time. The header stays after PCX_UnLoad.

@@ -1,18 +1,15 @@
 #include "picture/picture.h"
 
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <numbers>
 #include <string_view>
 
 #include "extra/bytes.h"
 #include "extra/reason.h"
 #include "picture/bmp.h"
 #include "picture/gif.h"
-#include "picture/graphics.h"
 #include "picture/ham68.h"
 #include "picture/jpg.h"
 #include "picture/lbm.h"
@@ -70,9 +67,39 @@ static bool Begins(const PICTURE_HEAD &head, Magic... magic)
     return (head.Has(0, magic) || ...);
 }
 
-static bool LooksLikeJPEG(const PICTURE_HEAD &head)
+// By the format's rules: what is detected otherwise than by the framework's.
+
+static bool FormatPNM(const PICTURE_HEAD &head)
 {
-    return JPG_Detected(head.Bytes);
+    return head[0] == 'P' && head[1] >= '1' && head[1] <= '7' &&
+           (head[2] == '#' || head[2] == ' ' || (head[2] >= '\t' && head[2] <= '\r'));
+}
+
+static bool FormatPCX(const PICTURE_HEAD &head)
+{
+    const uint8_t version = head[1], encoding = head[2], bits = head[3];
+    return head[0] == 0x0A && version <= 5 && version != 1 && encoding <= 1 &&
+           (bits == 1 || bits == 2 || bits == 4 || bits == 8);
+}
+
+static bool FormatTIFF(const PICTURE_HEAD &head)
+{
+    return Begins(head, "II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv);
+}
+
+// TGA has no signature: a header whose fields are all of those that occur.
+static bool FormatTGA(const PICTURE_HEAD &head)
+{
+    const uint8_t map = head[1], type = head[2], mapBits = head[7], bits = head[16];
+    const bool mapped = type == 1 || type == 9, grey = type == 3 || type == 11;
+    const bool colour = type == 2 || type == 10;
+    const bool mapFits =
+        map == 0 ? !mapped
+                 : map == 1 && (mapBits == 15 || mapBits == 16 || mapBits == 24 || mapBits == 32);
+    const bool bitsFit = colour ? bits == 15 || bits == 16 || bits == 24 || bits == 32
+                                : (mapped || grey) && (bits == 8 || bits == 16);
+    const bool sides = (head[12] | head[13]) != 0 && (head[14] | head[15]) != 0;
+    return mapFits && bitsFit && sides && (head[17] & 0xC0) == 0;
 }
 
 // What most headers give.
@@ -146,13 +173,19 @@ static void FreePixels(const Picture &picture)
 namespace
 {
 
-// All that is known of a format, in one place. Detected: whether a file's head is one's own. Load,
-// Fill (the decoder's header and pixels into the record) and UnLoad run in this order, Free when
-// the record goes. Load and Fill are null where nothing decodes it.
+// How much a match says by the format's rules: candidates are tried from the surest on.
+enum PICTURE_SURENESS : uint8_t { PICTURE_SIGNATURE, PICTURE_MAGIC, PICTURE_PLAUSIBLE };
+
+// All that is known of a format, in one place. Detected: whether a file's head is its own, and the
+// same by the format's rules. Load, Fill (the decoder's header and pixels into the record) and
+// UnLoad run in this order, Free when the record goes. Load and Fill are null where nothing decodes
+// it.
 struct PICTURE_ROW {
     PICTURE_FORMAT Format;
     const char *Name;
     bool (*Detected)(const PICTURE_HEAD &head);
+    bool (*FormatDetected)(const PICTURE_HEAD &head);
+    PICTURE_SURENESS Sureness;
     void (*Load)(const char *path, uint16_t hint, uint8_t rawPlanes);
     void (*Fill)(Picture &picture, uint16_t hint);
     void (*UnLoad)();
@@ -167,35 +200,53 @@ static void Load(const char *path, uint16_t, uint8_t)
     LoadFile(path);
 }
 
+static constexpr auto IsHAM = [](const PICTURE_HEAD &h) { return Begins(h, "HAM6", "HAM8"); };
+static constexpr auto IsBMP = [](const PICTURE_HEAD &h) { return Begins(h, "BM"); };
+static constexpr auto IsPCX = [](const PICTURE_HEAD &h) { return h[0] == 0x0A; };
+static constexpr auto IsPNM = [](const PICTURE_HEAD &h) {
+    return h[0] == 'P' && h[1] >= '1' && h[1] <= '6';
+};
+static constexpr auto IsJPEG = [](const PICTURE_HEAD &h) { return JPG_Detected(h.Bytes); };
+static constexpr auto IsTGA = [](const PICTURE_HEAD &h) {
+    return h[0] == 0 && h[1] == 0 && h[2] != 0 && h[16] % 8 == 0;
+};
+static constexpr auto IsPNG = [](const PICTURE_HEAD &h) { return Begins(h, "\x89PNG\r\n\x1A\n"); };
+static constexpr auto IsILBM = [](const PICTURE_HEAD &h) {
+    return Begins(h, "FORM") && (h.Has(8, "ILBM") || h.Has(8, "PBM "));
+};
+static constexpr auto IsTIFF = [](const PICTURE_HEAD &h) { return Begins(h, "II", "MM"); };
+static constexpr auto IsGIF = [](const PICTURE_HEAD &h) { return Begins(h, "GIF8"); };
+static constexpr auto IsSPR = [](const PICTURE_HEAD &h) { return Begins(h, "SPRITES"); };
+
+// By the format's rules.
+static constexpr auto IsAnyILBM = [](const PICTURE_HEAD &h) {
+    return IsILBM(h) || (Begins(h, "FORM") && h.Has(8, "ACBM"));
+};
+
 static constexpr std::array<PICTURE_ROW, PICTURE_FORMATS> formats = {{
-    {PICTURE_UNKNOWN, "unknown", nullptr, nullptr, nullptr, nullptr},
-    {PICTURE_HAM68, "HAM", [](const PICTURE_HEAD &h) { return Begins(h, "HAM6", "HAM8"); },
-     HAM68_Load, FillHAM68, HAM68_UnLoad},
-    {PICTURE_BMP, "BMP", [](const PICTURE_HEAD &h) { return Begins(h, "BM"); }, Load<BMP_Load>,
+    {PICTURE_UNKNOWN, "unknown", nullptr, nullptr, PICTURE_PLAUSIBLE, nullptr, nullptr, nullptr},
+    {PICTURE_HAM68, "HAM", IsHAM, IsHAM, PICTURE_SIGNATURE, HAM68_Load, FillHAM68, HAM68_UnLoad},
+    {PICTURE_BMP, "BMP", IsBMP, IsBMP, PICTURE_MAGIC, Load<BMP_Load>,
      [](Picture &p, uint16_t) { Fill(p, BMP_Header, BMP_Decoding); }, BMP_UnLoad},
-    {PICTURE_PCX, "PCX", [](const PICTURE_HEAD &h) { return h[0] == 0x0A; }, Load<PCX_Load>,
+    {PICTURE_PCX, "PCX", IsPCX, FormatPCX, PICTURE_PLAUSIBLE, Load<PCX_Load>,
      [](Picture &p, uint16_t) { Fill(p, PCX_Header, PCX_Decoding); }, PCX_UnLoad},
-    {PICTURE_PNM, "PNM",
-     [](const PICTURE_HEAD &h) { return h[0] == 'P' && h[1] >= '1' && h[1] <= '6'; },
-     Load<PXM_Load>, [](Picture &p, uint16_t) { Fill(p, PXM_Header, PXM_Decoding); }, PXM_UnLoad},
-    {PICTURE_JPEG, "JPEG", LooksLikeJPEG, Load<JPG_Load>, FillJPG, JPG_UnLoad},
-    {PICTURE_TGA, "TGA",
-     [](const PICTURE_HEAD &h) { return h[0] == 0 && h[1] == 0 && h[2] != 0 && h[16] % 8 == 0; },
-     Load<TGA_Load>, [](Picture &p, uint16_t) { Fill(p, TGA_Header, TGA_Decoding); }, TGA_UnLoad},
-    {PICTURE_PNG, "PNG", [](const PICTURE_HEAD &h) { return Begins(h, "\x89PNG\r\n\x1A\n"); },
-     Load<PNG_Load>, [](Picture &p, uint16_t) { Fill(p, PNG_Header, PNG_Decoding); }, PNG_UnLoad},
-    {PICTURE_ILBM, "ILBM",
-     [](const PICTURE_HEAD &h) {
-         return Begins(h, "FORM") && (h.Has(8, "ILBM") || h.Has(8, "PBM "));
-     },
-     Load<LBM_Load>, FillLBM, LBM_UnLoad},
-    {PICTURE_XBM, "XBM", LooksLikeXBM, Load<XBM_Load>, FillXBM, XBM_UnLoad},
-    {PICTURE_TIFF, "TIFF", [](const PICTURE_HEAD &h) { return Begins(h, "II", "MM"); },
-     Load<TIF_Load>, FillTIF, TIF_UnLoad},
-    {PICTURE_GIF, "GIF", [](const PICTURE_HEAD &h) { return Begins(h, "GIF8"); }, Load<GIF_Load>,
-     FillGIF, GIF_UnLoad, [](const Picture &p) { GIF_FreeFrames(p.Pixels); }},
-    {PICTURE_SPRITES, "sprites", [](const PICTURE_HEAD &h) { return Begins(h, "SPRITES"); },
-     Load<SPR_Load>, [](Picture &p, uint16_t) { Fill(p, SPR_Header, SPR_Decoding); }, SPR_UnLoad,
+    {PICTURE_PNM, "PNM", IsPNM, FormatPNM, PICTURE_MAGIC, Load<PXM_Load>,
+     [](Picture &p, uint16_t) { Fill(p, PXM_Header, PXM_Decoding); }, PXM_UnLoad},
+    {PICTURE_JPEG, "JPEG", IsJPEG, IsJPEG, PICTURE_SIGNATURE, Load<JPG_Load>, FillJPG, JPG_UnLoad},
+    {PICTURE_TGA, "TGA", IsTGA, FormatTGA, PICTURE_PLAUSIBLE, Load<TGA_Load>,
+     [](Picture &p, uint16_t) { Fill(p, TGA_Header, TGA_Decoding); }, TGA_UnLoad},
+    {PICTURE_PNG, "PNG", IsPNG, IsPNG, PICTURE_SIGNATURE, Load<PNG_Load>,
+     [](Picture &p, uint16_t) { Fill(p, PNG_Header, PNG_Decoding); }, PNG_UnLoad},
+    {PICTURE_ILBM, "ILBM", IsILBM, IsAnyILBM, PICTURE_SIGNATURE, Load<LBM_Load>, FillLBM,
+     LBM_UnLoad},
+    {PICTURE_XBM, "XBM", LooksLikeXBM, LooksLikeXBM, PICTURE_PLAUSIBLE, Load<XBM_Load>, FillXBM,
+     XBM_UnLoad},
+    {PICTURE_TIFF, "TIFF", IsTIFF, FormatTIFF, PICTURE_SIGNATURE, Load<TIF_Load>, FillTIF,
+     TIF_UnLoad},
+    {PICTURE_GIF, "GIF", IsGIF, IsGIF, PICTURE_SIGNATURE, Load<GIF_Load>, FillGIF, GIF_UnLoad,
+     [](const Picture &p) { GIF_FreeFrames(p.Pixels); }},
+    {PICTURE_SPRITES, "sprites", IsSPR, IsSPR, PICTURE_SIGNATURE, Load<SPR_Load>,
+     [](Picture &p, uint16_t) { Fill(p, SPR_Header, SPR_Decoding); }, SPR_UnLoad,
      [](const Picture &p) { SPR_FreeImages(p.Pixels); }},
 }};
 static_assert(
@@ -217,18 +268,47 @@ const char *Picture_FormatName(uint8_t format)
     return RowOf(format).Name;
 }
 
-uint8_t Picture_Check(const char *path, uint16_t rawPlanes)
+namespace
 {
+
+// Formats that a file may be of, to be tried in this order.
+struct PICTURE_CANDIDATES {
+    std::array<uint8_t, PICTURE_FORMATS> Formats{};
+    size_t Count = 0;
+};
+
+}  // namespace
+
+static PICTURE_CANDIDATES Candidates(const char *path, uint16_t rawPlanes)
+{
+    PICTURE_CANDIDATES found;
+    const auto add = [&found](uint8_t format) { found.Formats[found.Count++] = format; };
     PICTURE_HEAD head;
     if (!Bytes_LoadHead(path, std::span(head.Bytes).first(256)))
-        return PICTURE_UNKNOWN;
-    if (rawPlanes == 6 || rawPlanes == 8)
-        return PICTURE_HAM68;
-    uint8_t found = PICTURE_UNKNOWN;
-    for (const PICTURE_ROW &row : formats)  // the last one that matches wins, on purpose
-        if (row.Detected && row.Detected(head))
-            found = row.Format;
+        return found;
+    if (rawPlanes == 6 || rawPlanes == 8) {
+        add(PICTURE_HAM68);
+    } else if (Picture_Rules == PICTURE_RULES_FORMAT) {
+        for (const auto sureness : {PICTURE_SIGNATURE, PICTURE_MAGIC, PICTURE_PLAUSIBLE})
+            for (const PICTURE_ROW &row : formats)
+                if (row.Sureness == sureness && row.FormatDetected && row.FormatDetected(head))
+                    add(row.Format);
+    } else {
+        uint8_t last = PICTURE_UNKNOWN;  // the last signature that matches wins, on purpose
+        for (const PICTURE_ROW &row : formats)
+            if (row.Detected && row.Detected(head))
+                last = row.Format;
+        if (last != PICTURE_UNKNOWN)
+            add(last);
+    }
+    if (found.Count == 0)
+        Reason_Set("not a picture of a known format");
     return found;
+}
+
+uint8_t Picture_Check(const char *path, uint16_t rawPlanes)
+{
+    return Candidates(path, rawPlanes).Formats[0];
 }
 
 uint8_t Picture_CheckBytes(std::span<const uint8_t> file, uint16_t rawPlanes)
@@ -237,24 +317,42 @@ uint8_t Picture_CheckBytes(std::span<const uint8_t> file, uint16_t rawPlanes)
     return Picture_Check(memory.Path, rawPlanes);
 }
 
-// Loads what is open under the path.
-static Picture LoadOpened(const char *path, uint16_t hint, uint16_t rawPlanes)
+static Picture LoadAs(const PICTURE_ROW &row, const char *path, uint16_t hint, uint16_t rawPlanes)
 {
-    Reason_Clear();
     Picture picture{};
-    rawPlanes &= 0xFF;
-    picture.Format = Picture_Check(path, rawPlanes);
-    const PICTURE_ROW &row = RowOf(picture.Format);
-    if (!row.Load) {
-        Reason_Set("not a picture of a known format");
-        return picture;
-    }
+    picture.Format = row.Format;
     row.Load(path, hint, static_cast<uint8_t>(rawPlanes));
     row.Fill(picture, hint);
     row.UnLoad();
     if (!picture.Pixels)
         Reason_Set("damaged, or of a kind that is not supported");
     return picture;
+}
+
+// Loads what is open under the path. What its first candidate refuses goes to the next; where all
+// refuse, the first one's verdict stands.
+static Picture LoadOpened(const char *path, uint16_t hint, uint16_t rawPlanes)
+{
+    Reason_Clear();
+    rawPlanes &= 0xFF;
+    const PICTURE_CANDIDATES candidates = Candidates(path, rawPlanes);
+    Picture first{};
+    std::string reason;
+    for (size_t i = 0; i < candidates.Count; i++) {
+        if (i == 1)
+            reason = Reason_Get();
+        Reason_Clear();
+        const Picture picture = LoadAs(RowOf(candidates.Formats[i]), path, hint, rawPlanes);
+        if (picture.Pixels)
+            return picture;
+        if (i == 0)
+            first = picture;
+    }
+    if (candidates.Count > 1) {
+        Reason_Clear();
+        Reason_Set("%s", reason.c_str());
+    }
+    return first;
 }
 
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
@@ -287,63 +385,6 @@ int Picture_Converter(uint8_t mode, const char *path, const Picture &picture)
     if (!picture.Pixels)
         return EOF;
     return HAM68_Encoding(picture.Pixels, picture.Width, picture.Height, path, codes[mode]);
-}
-
-static int16_t To16(int value)
-{
-    return static_cast<int16_t>(value);
-}
-
-// Draws a pixel in its own colour unless it is wholly transparent.
-static void PutVisible(int16_t x, int16_t y, const uint8_t *rgba)
-{
-    if (rgba[3] == 0)
-        return;
-    Graphics_SetColor(rgba[0], rgba[1], rgba[2], rgba[3]);
-    Graphics_PutPixel(x, y);
-}
-
-static void PutAll(int16_t x, int16_t y, const uint8_t *pixels, int width, int height,
-                   size_t stride)
-{
-    if (!pixels)
-        return;
-    for (int r = 0; r < height; r++)
-        for (int c = 0; c < width; c++)
-            PutVisible(To16(x + c), To16(y - r),
-                       pixels + (static_cast<size_t>(r) * stride + static_cast<size_t>(c)) * 4);
-}
-
-void Picture_Put(int16_t x, int16_t y, const Picture &picture)
-{
-    PutAll(x, y, picture.Pixels, picture.Width, picture.Height, picture.BufferWidth);
-}
-
-void Picture_PutThumbnail(int16_t x, int16_t y, const Picture &picture)
-{
-    PutAll(x, y, picture.ThumbPixels, picture.ThumbWidth, picture.ThumbHeight,
-           picture.ThumbBufferWidth);
-}
-
-void Picture_PutRotate(int16_t x, int16_t y, double angle, int16_t newWidth, int16_t newHeight,
-                       const Picture &picture)
-{
-    if (!picture.Pixels || picture.Width == 0 || picture.Height == 0 || !std::isfinite(angle))
-        return;
-    const double a = (angle + 180) * std::numbers::pi / 180, cosine = std::cos(a),
-                 sine = std::sin(a);
-    const float sx = static_cast<float>(picture.Width) / newWidth;
-    const float sy = static_cast<float>(picture.Height) / newHeight;
-    for (int i = 0; i < newHeight; i++)
-        for (int j = 0; j < newWidth; j++) {
-            const int dx = newWidth / 2 - j, dy = newHeight / 2 - i;
-            const int rx = static_cast<int>(dx * cosine - dy * sine);
-            const int ry = static_cast<int>(dx * sine + dy * cosine);
-            const size_t column = static_cast<size_t>(sx * static_cast<float>(j)) % picture.Width;
-            const size_t row = static_cast<size_t>(sy * static_cast<float>(i)) % picture.Height;
-            PutVisible(To16(x + rx), To16(y - ry),
-                       picture.Pixels + (row * picture.BufferWidth + column) * 4);
-        }
 }
 
 void Picture_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a)

@@ -1,17 +1,22 @@
 #include "picture/pxm.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
+#include <charconv>
+#include <optional>
+#include <string_view>
 
 #include "extra/bytes.h"
+#include "extra/reason.h"
 #include "picture/pixels.h"
 
 constinit thread_local PXM_HEADER PXM_Header{};
 constinit thread_local BYTES_BUFFER PXM_File{};
 constinit thread_local size_t PXM_Position{};
 
-static constexpr PIXELS_BILEVEL PXM_Bits = Pixels_MakeBilevel(true);
-static constexpr size_t PXM_NumberLength = 7;  // characters, as System_ReadNumber takes
+constexpr PIXELS_BILEVEL PXM_Bits = Pixels_MakeBilevel(true);
+constexpr size_t PXM_NumberLength = 7;  // characters, as System_ReadNumber takes
 
 static bool IsDigit(uint8_t c)
 {
@@ -61,13 +66,14 @@ static uint16_t ReadHeaderNumber()
     return number <= 0xFFFF ? static_cast<uint16_t>(number) : uint16_t{0};
 }
 
-void PXM_Load(const char *path)
+static bool ByFormat()
 {
-    PXM_File = Bytes_LoadFile(path);
+    return PXM_Header.Rules == PICTURE_RULES_FORMAT;
+}
+
+static void ReadFrameworkHeader()
+{
     PXM_HEADER &h = PXM_Header;
-    h = {};
-    PXM_Position = 1;
-    h.Type = static_cast<uint8_t>(Bytes_GetByte(PXM_File, PXM_Position) - '0');
     PXM_Position = 3;
     if (PXM_Position < PXM_File.size() && !IsDigit(PXM_File[PXM_Position]))
         SkipLine(PXM_File, PXM_Position);
@@ -75,9 +81,99 @@ void PXM_Load(const char *path)
     h.Height = ReadHeaderNumber();
     if (h.Type != 1 && h.Type != 4)
         h.Maximum = ReadHeaderNumber();
-    h.Size = uint32_t{h.Width} * h.Height * 4;
     constexpr std::array<uint8_t, 7> bits = {0, 1, 8, 24, 1, 8, 24};
     h.BitsPerPixel = h.Type < bits.size() ? bits[h.Type] : uint8_t{0};
+    h.Depth = h.BitsPerPixel / 8;
+}
+
+static bool IsBlank(uint8_t c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+static void SkipBlanksAndComments(std::span<const uint8_t> file, size_t &position)
+{
+    while (position < file.size() && (IsBlank(file[position]) || file[position] == '#')) {
+        if (file[position] == '#')
+            SkipLine(file, position);
+        else
+            position++;
+    }
+}
+
+// The next word, "" at the end of the file.
+static std::string_view ReadWord()
+{
+    SkipBlanksAndComments(PXM_File, PXM_Position);
+    const size_t start = PXM_Position;
+    while (PXM_Position < PXM_File.size() && !IsBlank(PXM_File[PXM_Position]) &&
+           PXM_File[PXM_Position] != '#')
+        PXM_Position++;
+    return {reinterpret_cast<const char *>(PXM_File.data()) + start, PXM_Position - start};
+}
+
+// 0 for what is not a number of 16 bits.
+static uint16_t ToNumber(std::string_view word)
+{
+    uint16_t number = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
+    return error == std::errc() && end == word.data() + word.size() ? number : uint16_t{0};
+}
+
+// PAM: a name and a value a line, up to ENDHDR.
+static void ReadPAMHeader()
+{
+    PXM_HEADER &h = PXM_Header;
+    for (;;) {
+        const std::string_view name = ReadWord();
+        if (name == "ENDHDR" || name.empty())
+            break;
+        const std::string_view value = ReadWord();
+        if (name == "WIDTH")
+            h.Width = ToNumber(value);
+        else if (name == "HEIGHT")
+            h.Height = ToNumber(value);
+        else if (name == "MAXVAL")
+            h.Maximum = ToNumber(value);
+        else if (name == "DEPTH")
+            h.Depth = static_cast<uint8_t>(std::min<uint16_t>(ToNumber(value), 255));
+    }
+    SkipLine(PXM_File, PXM_Position);
+}
+
+static void ReadFormatHeader()
+{
+    PXM_HEADER &h = PXM_Header;
+    if (h.Type == 7) {
+        ReadPAMHeader();
+    } else {
+        h.Width = ToNumber(ReadWord());
+        h.Height = ToNumber(ReadWord());
+        if (h.Type != 1 && h.Type != 4)
+            h.Maximum = ToNumber(ReadWord());
+        PXM_Position++;  // one blank before bytes
+        constexpr std::array<uint8_t, 7> depths = {0, 0, 1, 3, 0, 1, 3};
+        h.Depth = h.Type < depths.size() ? depths[h.Type] : uint8_t{0};
+    }
+    const bool bitmap = h.Type == 1 || h.Type == 4;
+    const bool known = bitmap || (h.Depth >= 1 && h.Depth <= 4 && h.Maximum != 0);
+    h.BitsPerPixel = known ? static_cast<uint8_t>(bitmap ? 1 : h.Depth * 8) : uint8_t{0};
+}
+
+void PXM_Load(const char *path)
+{
+    PXM_File = {};
+    PXM_HEADER &h = PXM_Header;
+    h = {};
+    h.Rules = Picture_Rules;
+    Reason_Guard([path] { PXM_File = Bytes_LoadFile(path); });
+    PXM_Position = 1;
+    h.Type = static_cast<uint8_t>(Bytes_GetByte(PXM_File, PXM_Position) - '0');
+    if (ByFormat())
+        ReadFormatHeader();
+    else
+        ReadFrameworkHeader();
+    h.Size = uint32_t{h.Width} * h.Height * 4;
 }
 
 // The brightness of each sample.
@@ -95,8 +191,15 @@ static std::array<uint8_t, 256> MakeScale(uint16_t maximum)
 // One character a pixel, with white space between them or without.
 static uint8_t *DecodeBitText(uint8_t *out, size_t count)
 {
-    for (const uint8_t c : Bytes_GetSpan(PXM_File, PXM_Position)) {
-        if (IsSpace(c))
+    const std::span<const uint8_t> file = PXM_File;
+    const bool comments = ByFormat();
+    for (size_t at = PXM_Position; at < file.size();) {
+        const uint8_t c = file[at++];
+        if (comments && c == '#') {
+            SkipLine(file, at);
+            continue;
+        }
+        if (IsSpace(c) || (comments && IsBlank(c)))
             continue;
         if (count-- == 0)
             break;
@@ -176,7 +279,8 @@ static uint8_t *DecodeSamples(uint8_t *out)
     return out;
 }
 
-static uint8_t *DecodeBits(uint8_t *out)
+// Kept on purpose: a row has no byte for the pixels of a remainder, and these are black.
+static uint8_t *DecodeFrameworkBits(uint8_t *out)
 {
     const size_t row = PXM_Header.Width / 8, rest = PXM_Header.Width % 8;
     constexpr std::array<uint8_t, 4> black = {0, 0, 0, 255};
@@ -192,38 +296,126 @@ static uint8_t *DecodeBits(uint8_t *out)
     return out;
 }
 
+static uint8_t *DecodeFormatBits(uint8_t *out)
+{
+    const size_t width = PXM_Header.Width, row = (width + 7) / 8;
+    for (size_t y = 0; y < PXM_Header.Height; y++, PXM_Position += row) {
+        const std::span<const uint8_t> bytes = Bytes_GetSpan(PXM_File, PXM_Position, row);
+        if (bytes.size() < row)
+            break;
+        for (size_t x = 0; x < width; x += 8)
+            out = std::copy_n(PXM_Bits[bytes[x / 8]].begin(), std::min<size_t>(8, width - x) * 4,
+                              out);
+    }
+    return out;
+}
+
+// The next number of a text, blanks and comments before it skipped; nothing at the end or at what
+// is not a digit.
+static std::optional<uint32_t> ReadTextSample(std::span<const uint8_t> file, size_t &position)
+{
+    SkipBlanksAndComments(file, position);
+    const size_t start = position;
+    uint32_t value = 0;
+    for (; position < file.size() && IsDigit(file[position]); position++)
+        value = std::min<uint32_t>(value * 10 + (file[position] - '0'), 0xFFFF);
+    return position != start ? std::optional(value) : std::nullopt;
+}
+
+// Samples by the format's rules: of any maximum, of one byte or two, 1 to 4 of them a pixel.
+static uint8_t *DecodeFormatSamples(uint8_t *out)
+{
+    const PXM_HEADER &h = PXM_Header;
+    const std::span<const uint8_t> file = PXM_File;
+    const uint32_t maximum = h.Maximum;
+    const bool text = h.Type <= 3, wide = maximum > 255;
+    // Samples of two bytes are scaled to 16 bits, of which the high byte counts.
+    std::vector<uint8_t> scale(maximum + 1u);
+    for (uint64_t s = 0; s <= maximum; s++)
+        scale[s] = static_cast<uint8_t>(wide ? (s * 0xFFFF + maximum / 2) / maximum >> 8
+                                             : (s * 255 + maximum / 2) / maximum);
+    size_t at = PXM_Position;
+    const auto next = [&]() -> std::optional<uint8_t> {
+        uint32_t value = 0;
+        if (text) {
+            const auto sample = ReadTextSample(file, at);
+            if (!sample)
+                return std::nullopt;
+            value = *sample;
+        } else {
+            if (at + (wide ? 2 : 1) > file.size())
+                return std::nullopt;
+            value = Bytes_GetBig(file, at, wide ? 2 : 1);
+        }
+        return scale[std::min(value, maximum)];
+    };
+    const size_t pixels = size_t{h.Width} * h.Height;
+    for (size_t i = 0; i < pixels; i++, out += 4) {
+        std::array<uint8_t, 4> sample{};
+        for (size_t c = 0; c < h.Depth; c++) {
+            const auto value = next();
+            if (!value)
+                return out;
+            sample[c] = *value;
+        }
+        const bool grey = h.Depth <= 2, alpha = h.Depth % 2 == 0;
+        Pixels_Put(out, Pixels_Pack(sample[0], sample[grey ? 0 : 1], sample[grey ? 0 : 2],
+                                    alpha ? sample[h.Depth - 1u] : 255));
+    }
+    return out;
+}
+
+// Whether samples are read the same by both rules, and so by the fast way.
+static bool HasPlainSamples()
+{
+    const PXM_HEADER &h = PXM_Header;
+    return !ByFormat() || (h.Maximum == 255 && h.Type > 4 && h.Type < 7);
+}
+
 // Bytes or characters that a row takes at least.
 static size_t ShortestRow()
 {
     const PXM_HEADER &h = PXM_Header;
-    const size_t samples = size_t{h.Width} * (h.BitsPerPixel == 24 ? 3 : 1);
+    const size_t samples = size_t{h.Width} * std::max<size_t>(h.Depth, 1);
     switch (h.Type) {
     case 2:
     case 3:
         return 2 * samples - 1;
     case 4:
-        return h.Width / 8;
+        return ByFormat() ? (h.Width + 7) / 8 : h.Width / 8;
     default:
-        return samples;
+        return h.Maximum > 255 && ByFormat() ? 2 * samples : samples;
     }
 }
 
 uint8_t *PXM_Decoding()
 {
     const PXM_HEADER &h = PXM_Header;
-    const size_t stored = Bytes_GetSpan(PXM_File, PXM_Position).size();
-    if (h.BitsPerPixel == 0 || h.Width == 0 || stored < ShortestRow() ||
-        stored < ShortestRow() * h.Height / Picture_MinShare)
+    if (h.BitsPerPixel == 0 || h.Width == 0 || h.Height == 0) {
+        Reason_Set("a header that says nothing of use");
         return nullptr;
-    uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
-    if (!pixels)
+    }
+    const size_t stored = Bytes_GetSpan(PXM_File, PXM_Position).size(), row = ShortestRow();
+    if (stored < row || stored < row * h.Height / Picture_MinShare) {
+        Reason_Set("%zu bytes cannot hold %d x %d pixels", stored, h.Width, h.Height);
         return nullptr;
-    const size_t count = size_t{h.Width} * h.Height;
-    uint8_t *end = h.Type == 1   ? DecodeBitText(pixels, count)
-                   : h.Type == 4 ? DecodeBits(pixels)
-                                 : DecodeSamples(pixels);
-    std::fill(end, pixels + 4 * count, uint8_t{0});
-    return pixels;
+    }
+    return Reason_Guard([&]() -> uint8_t * {
+        uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
+        if (!pixels)
+            return nullptr;
+        const size_t size = size_t{h.Width} * h.Height * 4;
+        uint8_t *end = h.Type == 1 ? DecodeBitText(pixels, size / 4)
+                       : h.Type == 4
+                           ? (ByFormat() ? DecodeFormatBits(pixels) : DecodeFrameworkBits(pixels))
+                       : HasPlainSamples() ? DecodeSamples(pixels)
+                                           : DecodeFormatSamples(pixels);
+        std::fill(end, pixels + size, uint8_t{0});
+        if (end != pixels + size)
+            Reason_Set("cut after %zu of %d rows",
+                       static_cast<size_t>(end - pixels) / (size_t{h.Width} * 4), h.Height);
+        return pixels;
+    });
 }
 
 void PXM_UnLoad()

@@ -1,5 +1,11 @@
-// PNM pictures (portable anymaps, P1 to P6): bitmaps, grey and colour, as text or as bytes. Samples
-// are of 8 bits: larger ones keep their low byte.
+// PNM pictures (portable anymaps, P1 to P6; by the format's rules P7, PAM, too): bitmaps, grey and
+// colour, as text or as bytes.
+//
+// The framework's rules and the format's (Picture_Rules, the Netpbm formats' manual pages) differ
+// in:
+//   header    one comment line after the magic, then before numbers; comments and blanks anywhere
+//   samples   of 8 bits, larger ones keep their low byte, truncated; of 8 or 16, any maximum,
+//   rounded bitmaps   rows of Width / 8 bytes; padded up to bytes
 #pragma once
 
 #include <cstddef>
@@ -12,7 +18,9 @@ struct PXM_HEADER {
     uint16_t Width, Height;  // pixels
     uint16_t Maximum;        // sample that is full brightness; 0 for bitmaps
     uint32_t Size;           // Width x Height x 4
-    uint8_t BitsPerPixel;    // 1, 8 or 24; 0 for a type that is none
+    uint8_t BitsPerPixel;    // 1, 8 or 24 (PAM: up to 32); 0 for a type that is not known
+    uint8_t Rules;           // PICTURE_RULES of the load
+    uint8_t Depth;           // samples a pixel; 0 for bitmaps
 };
 
 /// The file being decoded, one at a time. The header stays after PXM_UnLoad.

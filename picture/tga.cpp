@@ -1,9 +1,12 @@
 #include "picture/tga.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <vector>
 
 #include "extra/bytes.h"
+#include "extra/reason.h"
 #include "picture/pixels.h"
 
 constinit thread_local TGA_HEADER TGA_Header{};
@@ -11,12 +14,19 @@ constinit thread_local BYTES_BUFFER TGA_File{};
 
 constexpr size_t TGA_HeaderSize = 18;
 constexpr size_t TGA_FooterSize = 26;  // of version 2
-constexpr size_t TGA_LongestRun = 128;
-constexpr uint8_t TGA_Plain = 2, TGA_RunLength = 10;
+constexpr size_t TGA_MaxRun = 128;
+// Image types; those that are run-length coded are 8 more.
+constexpr uint8_t TGA_Mapped = 1, TGA_TrueColour = 2, TGA_Grey = 3, TGA_RunLength = 8;
 
+static bool ByFormat()
+{
+    return TGA_Header.Rules == PICTURE_RULES_FORMAT;
+}
+
+// Bytes of a pixel in the file.
 static size_t PixelSize()
 {
-    return TGA_Header.BitsPerPixel / 8;
+    return (TGA_Header.BitsPerPixel + 7u) / 8;
 }
 
 static size_t ImageSize()
@@ -24,11 +34,28 @@ static size_t ImageSize()
     return size_t{TGA_Header.Width} * TGA_Header.Height * PixelSize();
 }
 
+// The colour map stands between the image ID and the pixels.
+static void ReadMapFields()
+{
+    TGA_HEADER &h = TGA_Header;
+    size_t position = 0;
+    const uint8_t ident = Bytes_GetByte(TGA_File, position);
+    const bool has = Bytes_GetByte(TGA_File, position) != 0;
+    position = 3;
+    h.MapFirst = static_cast<uint16_t>(Bytes_GetLittle(TGA_File, position, 2));
+    h.MapLength = static_cast<uint16_t>(Bytes_GetLittle(TGA_File, position, 2));
+    h.MapBits = Bytes_GetByte(TGA_File, position);
+    if (!has)
+        h.MapFirst = h.MapLength = h.MapBits = 0;
+    h.DataOffset += ident + (h.MapBits + 7u) / 8 * h.MapLength;
+}
+
 static void ReadHeader()
 {
     TGA_HEADER &h = TGA_Header;
     h = {};
-    size_t position = 2;  // past the lengths of image ID and colour map, which are 0
+    h.Rules = Picture_Rules;
+    size_t position = 2;  // past the lengths of image ID and colour map
     h.ImageType = Bytes_GetByte(TGA_File, position);
     position = 12;
     h.Width = Bytes_GetLittle(TGA_File, position, 2);
@@ -38,6 +65,38 @@ static void ReadHeader()
     const uint8_t descriptor = Bytes_GetByte(TGA_File, position);
     h.AlphaBits = descriptor & 15;
     h.Origin = descriptor >> 4 & 3;
+    h.DataOffset = TGA_HeaderSize;
+    if (ByFormat())
+        ReadMapFields();
+}
+
+// Kept on purpose: other files are not detected, so nothing else is looked for.
+static bool FrameworkSupports(uint8_t type)
+{
+    return type == TGA_TrueColour &&
+           (TGA_Header.BitsPerPixel == 24 || TGA_Header.BitsPerPixel == 32);
+}
+
+static bool FormatSupports(uint8_t type)
+{
+    const uint8_t bits = TGA_Header.BitsPerPixel, map = TGA_Header.MapBits;
+    switch (type) {
+    case TGA_Mapped:
+        return (bits == 8 || bits == 16) && TGA_Header.MapLength != 0 &&
+               (map == 15 || map == 16 || map == 24 || map == 32);
+    case TGA_TrueColour:
+        return bits == 15 || bits == 16 || bits == 24 || bits == 32;
+    case TGA_Grey:
+        return bits == 8 || bits == 16;
+    default:
+        return false;
+    }
+}
+
+// Whether pixels of this type, the run-length coded ones counting as plain, are decoded.
+static bool Supports(uint8_t type)
+{
+    return ByFormat() ? FormatSupports(type) : FrameworkSupports(type);
 }
 
 // Packets of pixels of N bytes: the low seven bits and 1 count the pixels, the high bit says that
@@ -46,8 +105,8 @@ template <size_t N>
 static size_t ExpandPackets(std::span<const uint8_t> packed, BYTES_BUFFER &out)
 {
     const size_t start = out.size();
-    const size_t size = std::min(ImageSize(), packed.size() * TGA_LongestRun);
-    out.resize(start + size + TGA_LongestRun * N);  // the last packet may reach past the image
+    const size_t size = std::min(ImageSize(), packed.size() * TGA_MaxRun);
+    out.resize(start + size + TGA_MaxRun * N);  // the last packet may reach past the image
     uint8_t *to = out.data() + start;
     const uint8_t *const end = to + size;
     size_t i = 0;
@@ -70,54 +129,167 @@ static size_t ExpandPackets(std::span<const uint8_t> packed, BYTES_BUFFER &out)
     return i;
 }
 
-void TGA_Load(const char *path)
+// Undoes the run-length coding of what follows the header. A version 2 footer stays behind it.
+static void ExpandFile()
 {
-    TGA_File = Bytes_LoadFile(path);
-    ReadHeader();
-    const uint8_t depth = TGA_Header.BitsPerPixel;
-    if (TGA_Header.ImageType != TGA_RunLength || (depth != 24 && depth != 32) ||
-        TGA_File.size() < TGA_HeaderSize || ImageSize() > Picture_MaxBytes)
-        return;
-    BYTES_BUFFER expanded(TGA_File.begin(), TGA_File.begin() + TGA_HeaderSize);
-    const std::span<const uint8_t> packed = Bytes_GetSpan(TGA_File, TGA_HeaderSize);
-    const size_t used =
-        depth == 24 ? ExpandPackets<3>(packed, expanded) : ExpandPackets<4>(packed, expanded);
-    if (expanded.size() == TGA_HeaderSize + ImageSize()) {
+    TGA_HEADER &h = TGA_Header;
+    const size_t offset = std::min<size_t>(h.DataOffset, TGA_File.size());
+    BYTES_BUFFER expanded(TGA_File.begin(), TGA_File.begin() + static_cast<ptrdiff_t>(offset));
+    const std::span<const uint8_t> packed = Bytes_GetSpan(TGA_File, offset);
+    using EXPAND = size_t (*)(std::span<const uint8_t>, BYTES_BUFFER &);
+    constexpr std::array<EXPAND, 4> expand = {ExpandPackets<1>, ExpandPackets<2>, ExpandPackets<3>,
+                                              ExpandPackets<4>};
+    const size_t used = expand[PixelSize() - 1](packed, expanded);
+    if (expanded.size() == offset + ImageSize()) {
         const std::span<const uint8_t> footer = Bytes_GetSpan(packed, used, TGA_FooterSize);
         expanded.insert(expanded.end(), footer.begin(), footer.end());
     }
     TGA_File = std::move(expanded);
-    TGA_Header.ImageType = TGA_Plain;
+    h.ImageType = static_cast<uint8_t>(h.ImageType - TGA_RunLength);
 }
 
-// What the row lacks stays transparent.
-static void DecodeRow(std::span<const uint8_t> row, uint8_t *out)
+void TGA_Load(const char *path)
+{
+    TGA_File = {};
+    Reason_Guard([path] {
+        TGA_File = Bytes_LoadFile(path);
+        ReadHeader();
+        const uint8_t type = TGA_Header.ImageType;
+        if (type > TGA_RunLength && Supports(static_cast<uint8_t>(type - TGA_RunLength)) &&
+            TGA_File.size() >= TGA_HeaderSize && ImageSize() <= Picture_MaxBytes)
+            ExpandFile();
+    });
+}
+
+// 5 bits each of red, green and blue from bit 10 down, brought to 8 by repeating their own. Bit 15
+// is left out: files call it alpha and leave it 0 throughout.
+static uint32_t FromWord(uint32_t word)
+{
+    const auto wide = [word](int shift) {
+        const uint32_t value = word >> shift & 31;
+        return value << 3 | value >> 2;
+    };
+    return Pixels_Pack(wide(10), wide(5), wide(0), 255);
+}
+
+// A pixel or an entry of a colour map of 15, 16, 24 or 32 bits.
+static uint32_t FromEntry(const uint8_t *entry, uint8_t bits)
+{
+    if (bits <= 16)
+        return FromWord(entry[0] | static_cast<uint32_t>(entry[1]) << 8);
+    return Pixels_Pack(entry[2], entry[1], entry[0], bits == 32 ? entry[3] : 255);
+}
+
+// The colours by index; what the map does not have is opaque black.
+static std::vector<uint32_t> ReadMap()
+{
+    const TGA_HEADER &h = TGA_Header;
+    std::vector<uint32_t> colours(size_t{1} << h.BitsPerPixel, Pixels_Pack(0, 0, 0, 255));
+    const size_t entry = (h.MapBits + 7u) / 8, start = h.DataOffset - entry * h.MapLength;
+    for (size_t i = 0; i < h.MapLength && h.MapFirst + i < colours.size(); i++) {
+        const auto bytes = Bytes_GetSpan(TGA_File, start + i * entry, entry);
+        if (bytes.size() == entry)
+            colours[h.MapFirst + i] = FromEntry(bytes.data(), h.MapBits);
+    }
+    return colours;
+}
+
+// Calls row(bytes, out) for each row of the file with as many whole pixels as it has; the rest
+// stays transparent.
+template <typename Row>
+static void DecodeRows(std::span<const uint8_t> data, uint8_t *pixels, const Row &decode)
+{
+    const TGA_HEADER &h = TGA_Header;
+    const size_t row = h.Width * PixelSize();
+    const bool down = ByFormat() ? (h.Origin & 2) != 0 : h.Origin != 0;
+    for (size_t y = 0; y < h.Height; y++) {
+        const auto held = Bytes_GetSpan(data, y * row, row);
+        const size_t count = held.size() / PixelSize();
+        uint8_t *out = pixels + (down ? y : h.Height - 1 - y) * h.Width * 4;
+        decode(held.first(count * PixelSize()), out);
+        std::memset(out + 4 * count, 0, 4 * (h.Width - count));
+    }
+}
+
+// By the format's rules: kinds that are rarer.
+static void DecodeRare(std::span<const uint8_t> data, uint8_t *pixels)
+{
+    const TGA_HEADER &h = TGA_Header;
+    const size_t size = PixelSize();
+    const auto each = [&](const auto &pixel) {
+        DecodeRows(data, pixels, [&](std::span<const uint8_t> row, uint8_t *out) {
+            for (size_t i = 0; i < row.size(); i += size, out += 4)
+                Pixels_Put(out, pixel(row.data() + i));
+        });
+    };
+    if (h.ImageType == TGA_Mapped) {
+        const std::vector<uint32_t> colours = ReadMap();
+        each([&, wide = size == 2](const uint8_t *p) {
+            return colours[wide ? p[0] | static_cast<size_t>(p[1]) << 8 : p[0]];
+        });
+    } else if (h.ImageType == TGA_Grey) {
+        each([wide = size == 2](const uint8_t *p) {
+            return Pixels_Pack(p[0], p[0], p[0], wide ? p[1] : 255);
+        });
+    } else {
+        each([&h](const uint8_t *p) { return FromEntry(p, h.BitsPerPixel); });
+    }
+}
+
+static void DecodePlain(std::span<const uint8_t> data, uint8_t *pixels)
 {
     if (PixelSize() == 3)
-        Pixels_FromTriples(row, true, out);
+        DecodeRows(data, pixels, [](std::span<const uint8_t> row, uint8_t *out) {
+            Pixels_FromTriples(row, true, out);
+        });
     else
-        for (size_t i = 0; i + 4 <= row.size(); i += 4)
-            Pixels_Put(out + i, Pixels_SwapRedBlue(Pixels_Get(row.data() + i)));
-    const size_t count = row.size() / PixelSize();
-    std::memset(out + 4 * count, 0, 4 * (TGA_Header.Width - count));
+        DecodeRows(data, pixels, [](std::span<const uint8_t> row, uint8_t *out) {
+            for (size_t i = 0; i < row.size(); i += 4)
+                Pixels_Put(out + i, Pixels_SwapRedBlue(Pixels_Get(row.data() + i)));
+        });
+}
+
+// By the format's rules: columns that the file has from the right.
+static void Mirror(uint8_t *pixels)
+{
+    const TGA_HEADER &h = TGA_Header;
+    for (size_t y = 0; y < h.Height; y++) {
+        uint8_t *row = pixels + y * h.Width * 4;
+        for (size_t a = 0, b = h.Width - 1; a < b; a++, b--)
+            std::swap_ranges(row + 4 * a, row + 4 * a + 4, row + 4 * b);
+    }
 }
 
 uint8_t *TGA_Decoding()
 {
     const TGA_HEADER &h = TGA_Header;
-    const std::span<const uint8_t> data = Bytes_GetSpan(TGA_File, TGA_HeaderSize, ImageSize());
+    const std::span<const uint8_t> data = Bytes_GetSpan(TGA_File, h.DataOffset, ImageSize());
     const size_t row = h.Width * PixelSize();
-    if (h.ImageType != TGA_Plain || (h.BitsPerPixel != 24 && h.BitsPerPixel != 32) ||
-        data.size() < row || data.size() < ImageSize() / Picture_MinShare)
+    if (!Supports(h.ImageType)) {
+        Reason_Set("image type %d of %d bits a pixel", h.ImageType, h.BitsPerPixel);
         return nullptr;
-    uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
-    if (!pixels)
-        return nullptr;
-    for (size_t y = 0; y < h.Height; y++) {
-        const size_t at = h.Origin == 0 ? h.Height - 1 - y : y;
-        DecodeRow(Bytes_GetSpan(data, y * row, row), pixels + at * h.Width * 4);
     }
-    return pixels;
+    if (!Picture_Believes(h.Width, h.Height, data.size() / PixelSize(), 1))
+        return nullptr;
+    if (data.size() < row) {
+        Reason_Set("cut in its first row");
+        return nullptr;
+    }
+    return Reason_Guard([&]() -> uint8_t * {
+        uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
+        if (!pixels)
+            return nullptr;
+        const bool plain = h.BitsPerPixel >= 24;
+        if (h.ImageType == TGA_TrueColour && plain)
+            DecodePlain(data, pixels);
+        else
+            DecodeRare(data, pixels);
+        if (ByFormat() && (h.Origin & 1) != 0)
+            Mirror(pixels);
+        if (data.size() < ImageSize())
+            Reason_Set("cut after %zu of %u rows", data.size() / row, h.Height);
+        return pixels;
+    });
 }
 
 void TGA_UnLoad()

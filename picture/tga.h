@@ -1,5 +1,11 @@
-// TGA pictures (Targa): true colour of 24 and 32 bits, plain or run-length coded. The pixels are
-// taken to start at byte 18: detection lets only files without image ID and colour map through.
+// TGA pictures (Targa): true colour of 24 and 32 bits, plain or run-length coded; by the format's
+// rules (Truevision TGA 2.0) everything else, too.
+//
+// The framework's rules and the format's (Picture_Rules) differ in:
+//   pixels    at byte 18; after the image ID and the colour map, which the header gives the sizes
+//   of kinds     true colour of 24 and 32 bits; colour maps, grey, 15 and 16 bits as well alpha the
+//   fourth byte; as many bits as the header says, without them opaque origin    bottom left when
+//   both bits are clear, else top left; each bit by itself
 #pragma once
 
 #include <cstdint>
@@ -14,9 +20,14 @@ struct TGA_SIZE {
 };
 
 struct TGA_HEADER : TGA_SIZE {
+    uint8_t Rules;      // PICTURE_RULES of the load
     uint8_t ImageType;  // 2: plain; 10, run-length, becomes 2 once expanded
     uint8_t AlphaBits;
-    uint8_t Origin;  // bit 0: columns from the right (not heeded), bit 1: rows from the top
+    uint8_t Origin;       // bit 0: columns from the right (not heeded), bit 1: rows from the top
+    uint32_t DataOffset;  // of the pixels
+    // by the format's rules only: the colour map
+    uint16_t MapFirst, MapLength;  // index of its first entry, entries
+    uint8_t MapBits;               // of an entry
 };
 
 /// The file being decoded, one at a time. The header stays after TGA_UnLoad.

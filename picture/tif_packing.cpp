@@ -10,7 +10,7 @@
 #include "picture/fax.h"
 #include "picture/inflate.h"
 #include "picture/jpg.h"
-#include "picture/lbm.h"
+#include "picture/packbits.h"
 #include "picture/pixels.h"
 #include "picture/tif.h"
 
@@ -247,7 +247,7 @@ std::span<const uint8_t> TIF_Expand(std::span<const uint8_t> stored,
     }
     switch (h.Compression) {
     case TIF_PackBits:
-        return out.first(LBM_ExpandByteRuns(stored, out));
+        return out.first(PackBits_Expand(stored, out));
     case TIF_LZW:
         out = out.first(IsOldStyleLZW(stored) ? ExpandLZW<true>(stored, buffers.Expanded)
                                               : ExpandLZW<false>(stored, buffers.Expanded));

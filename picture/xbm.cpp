@@ -1,9 +1,10 @@
 #include "picture/xbm.h"
 
-#include <algorithm>
+#include <optional>
 #include <string_view>
 
 #include "extra/bytes.h"
+#include "extra/reason.h"
 #include "picture/pixels.h"
 #include "platform/system.h"
 
@@ -11,9 +12,9 @@ constinit thread_local XBM_HEADER XBM_Header{};
 constinit thread_local BYTES_BUFFER XBM_File{};
 
 constexpr int8_t XBM_EitherCase = -32;  // for System_StrSearch
-constexpr size_t XBM_Padding = 8;       // NULs behind the text: how far a number may be read
+constexpr size_t XBM_Padding = 8;       // NULs after the text: how far a number may be read
 
-static constexpr PIXELS_BILEVEL XBM_Bits = Pixels_MakeBilevel(false);
+constexpr PIXELS_BILEVEL XBM_Bits = Pixels_MakeBilevel(false);
 
 // What System_ReadHexNumber makes of each character.
 static const std::array<uint8_t, 256> XBM_Digit = [] {
@@ -31,8 +32,8 @@ static const char *Text()
     return reinterpret_cast<const char *>(XBM_File.data());
 }
 
-// The number behind a name, 0 where the name does not occur.
-static uint16_t NumberBehind(std::string_view name)
+// The number after a name, 0 where the name does not occur.
+static uint16_t NumberAfter(std::string_view name)
 {
     uint32_t position = 0;
     if (!System_StrSearch(Text(), name.data(), &position, XBM_EitherCase))
@@ -47,36 +48,59 @@ static bool IsHexDigit(char c)
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
 }
 
+static bool ByFormat()
+{
+    return XBM_Header.Rules == PICTURE_RULES_FORMAT;
+}
+
+// By the format's rules the array's type tells.
+static bool HasShorts(uint32_t end)
+{
+    uint32_t position = 0;
+    return System_StrSearch(Text(), "short", &position, 0) && position < end;
+}
+
 static bool FindData()
 {
     XBM_HEADER &h = XBM_Header;
-    if (!System_StrSearch(Text(), "_bits", &h.DataOffset, XBM_EitherCase) ||
-        !System_StrSearch(Text(), "0x", &h.DataOffset, XBM_EitherCase))
+    if (!System_StrSearch(Text(), "_bits", &h.DataOffset, XBM_EitherCase))
         return false;
-    h.Variant = IsHexDigit(Text()[h.DataOffset + 4]) ? XBM_X10 : XBM_X11;
+    const uint32_t name = h.DataOffset;
+    if (!System_StrSearch(Text(), ByFormat() ? "{" : "0x", &h.DataOffset, XBM_EitherCase))
+        return false;
+    const bool words = ByFormat() ? HasShorts(name) : IsHexDigit(Text()[h.DataOffset + 4]);
+    h.Variant = words ? XBM_X10 : XBM_X11;
     return true;
 }
 
 void XBM_Load(const char *path)
 {
-    XBM_File = Bytes_LoadFile(path);
-    XBM_File.insert(XBM_File.end(), XBM_Padding, 0);
+    XBM_File = {};
+    Reason_Guard([path] {
+        XBM_File = Bytes_LoadFile(path);
+        XBM_File.insert(XBM_File.end(), XBM_Padding, 0);
+    });
     XBM_HEADER &h = XBM_Header;
     h = {};
-    h.Width = NumberBehind("_width");
-    h.Height = NumberBehind("_height");
-    h.HotX = NumberBehind("_hot_x");
-    h.HotY = NumberBehind("_hot_y");
+    if (XBM_File.empty())
+        return;
+    h.Rules = Picture_Rules;
+    h.Width = NumberAfter("_width");
+    h.Height = NumberAfter("_height");
+    h.HotX = NumberAfter("_hot_x");
+    h.HotY = NumberAfter("_hot_y");
     h.BitsPerPixel = 1;
     h.BytesPerRow = static_cast<uint16_t>((h.Width + 7) / 8);
     h.Size = uint32_t{h.BytesPerRow} * 8 * h.Height * 4;
     constexpr size_t shortest = 3;  // characters a byte, two bytes being a word as "0x0000"
     if (!FindData() || h.BytesPerRow > 0xFFFF / 8 ||
-        h.BytesPerRow * shortest > XBM_File.size() - h.DataOffset)
+        h.BytesPerRow * shortest > XBM_File.size() - h.DataOffset) {
+        Reason_Set("no bits, or too few for a row");
         XBM_File = {};
+    }
 }
 
-// The next `digits` behind a "0x" from `position` on. False at the end of the text.
+// The next `digits` after a "0x" from `position` on. False at the end of the text.
 static bool ReadHex(size_t &position, size_t digits, uint32_t &value)
 {
     const std::span<const uint8_t> text = std::span(XBM_File).first(XBM_File.size() - XBM_Padding);
@@ -92,27 +116,84 @@ static bool ReadHex(size_t &position, size_t digits, uint32_t &value)
     return true;
 }
 
+// By the format's rules: the next C number from `position` on, hexadecimal, octal or decimal. False
+// at the end of the array or of the text.
+static bool ReadNumber(size_t &position, uint32_t &value)
+{
+    const char *text = Text();
+    const size_t end = XBM_File.size() - XBM_Padding;
+    size_t i = position;
+    while (i < end && text[i] != '}' && !(text[i] >= '0' && text[i] <= '9'))
+        i++;
+    if (i >= end || text[i] == '}')
+        return false;
+    const bool hexadecimal = text[i] == '0' && (text[i + 1] | 32) == 'x';
+    const uint32_t base = hexadecimal ? 16 : text[i] == '0' ? 8 : 10;
+    i += hexadecimal ? 2 : 0;
+    for (value = 0; i < end && IsHexDigit(text[i]); i++)
+        value = value * base + XBM_Digit[static_cast<uint8_t>(text[i])];
+    position = i;
+    return true;
+}
+
+// The bytes of all rows in turn, as far as the file has them: next() gives each, or nothing.
+template <typename Next>
+static bool PutBytes(uint8_t *pixels, const Next &next)
+{
+    const size_t count = size_t{XBM_Header.BytesPerRow} * XBM_Header.Height;
+    for (size_t i = 0; i < count; i++) {
+        const std::optional<uint8_t> byte = next(i);
+        if (!byte)
+            return false;
+        const auto &bits = XBM_Bits[*byte];
+        std::memcpy(pixels + i * bits.size(), bits.data(), bits.size());
+    }
+    return true;
+}
+
+// Kept on purpose: words run on, so that a row with an odd number of bytes begins its next row in
+// the middle of a word.
+static bool DecodeByFramework(uint8_t *pixels)
+{
+    const bool words = XBM_Header.Variant == XBM_X10;
+    size_t position = XBM_Header.DataOffset;
+    uint32_t value = 0;
+    return PutBytes(pixels, [&](size_t i) -> std::optional<uint8_t> {
+        if (words && i % 2 == 1)
+            value >>= 8;
+        else if (!ReadHex(position, words ? 4 : 2, value))
+            return std::nullopt;
+        return static_cast<uint8_t>(value);
+    });
+}
+
+static bool DecodeByFormat(uint8_t *pixels)
+{
+    const bool words = XBM_Header.Variant == XBM_X10;
+    const size_t row = XBM_Header.BytesPerRow;
+    size_t position = XBM_Header.DataOffset;
+    uint32_t value = 0;
+    return PutBytes(pixels, [&](size_t i) -> std::optional<uint8_t> {
+        if (words && i % row % 2 == 1)
+            value >>= 8;
+        else if (!ReadNumber(position, value))
+            return std::nullopt;
+        return static_cast<uint8_t>(value);
+    });
+}
+
 uint8_t *XBM_Decoding()
 {
     const XBM_HEADER &h = XBM_Header;
     if (XBM_File.empty())
         return nullptr;
-    uint8_t *pixels = Picture_NewPixels(h.BytesPerRow * 8u, h.Height);
-    if (!pixels)
+    // A byte of bits takes two characters and a comma.
+    const size_t held = (XBM_File.size() - h.DataOffset) / 2;
+    if (!Picture_Believes(h.BytesPerRow * 8u, h.Height, held, 8))
         return nullptr;
-    // Words run on: a row with an odd number of bytes begins its next row in the middle of a word.
-    const bool words = h.Variant == XBM_X10;
-    const size_t count = size_t{h.BytesPerRow} * h.Height;
-    size_t position = h.DataOffset;
-    uint32_t value = 0;
-    for (size_t i = 0; i < count; i++) {
-        if (words && i % 2 == 1)
-            value >>= 8;
-        else if (!ReadHex(position, words ? 4 : 2, value))
-            break;
-        const auto &bits = XBM_Bits[value & 0xFF];
-        std::memcpy(pixels + i * bits.size(), bits.data(), bits.size());
-    }
+    uint8_t *pixels = Picture_NewPixels(h.BytesPerRow * 8u, h.Height);
+    if (pixels && !(ByFormat() ? DecodeByFormat(pixels) : DecodeByFramework(pixels)))
+        Reason_Set("cut before its last row");
     return pixels;
 }
 

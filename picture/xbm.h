@@ -1,6 +1,11 @@
 // XBM pictures (X bitmaps): C text with a width, a height and the bits in hexadecimal, as bytes
 // (X11) or 16-bit words (X10). Texts are read by the rules of platform/system.h; the first NUL ends
 // the file.
+//
+// The framework's rules and the format's (Picture_Rules, "Xlib", 16.9) differ in:
+//   words     where the first number has four digits, and run on across rows; where the array is of
+//             shorts, and each row begins with a word of its own
+//   numbers   just two or four digits after "0x"; any C number
 #pragma once
 
 #include <cstdint>
@@ -17,6 +22,7 @@ struct XBM_HEADER {
     uint16_t BytesPerRow;
     uint32_t DataOffset;  // of the first "0x" behind "_bits"
     uint8_t Variant;      // XBM_VARIANT
+    uint8_t Rules;        // PICTURE_RULES of the load
 };
 
 /// The file being decoded, one at a time. The header stays after XBM_UnLoad.

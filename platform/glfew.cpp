@@ -1,12 +1,18 @@
 #include "platform/glfew.h"
 
 #include <algorithm>
-#include <cmath>
+#include <cctype>
 #include <cstdio>
-#include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include <dlfcn.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include <GL/glew.h>
 #include <GLFW/glfw3.h>
@@ -16,21 +22,60 @@
 
 uint32_t GLFEW_VertexArrayID;
 
-// A GL object that several records share: found by what it was made of.
-struct SHARED {
-    uint32_t Name;
-    uint32_t Users;
-    uint32_t VertexShader, FragmentShader;  // programs
+namespace
+{
+// GL objects that several records share, found by what they were made of. There are few of them.
+struct BUFFER {
+    uint32_t Name, Users;
+    std::string Bytes;
 };
-using SHARED_TABLE = std::unordered_map<std::string, SHARED>;
-static SHARED_TABLE sharedPrograms, sharedBuffers;
+struct PROGRAM {
+    uint32_t Name, Users;
+    uint32_t VertexShader, FragmentShader;
+    std::string VertexSource, FragmentSource;
+    int32_t MVPLocation, SamplerLocation;
+    uint32_t Instanced;  // takes an MVP an instance; 0: none was made, or none can be
+    bool TriedInstanced;
+};
 
-// What the context has been told, so that it is not told again.
+// State that is set in the context, so that it is not set again.
 struct GL_STATE {
     uint32_t Program, Texture, Buffer;
     uint8_t Kind;  // of the vertices that the attributes point to; 0: none
 };
+
+// What the frames need to know of the window. Times as glfwGetTime gives them, in seconds.
+struct PACE {
+    bool Stale;         // the window does not show the application's present picture
+    bool Drawn;         // something has been drawn since the last swap
+    bool Iconified;     // nothing of the window can be seen
+    double Period;      // from one refresh of the fastest display to the next
+    double Shown;       // when the last picture was due on the display
+    double EagerUntil;  // input makes the next picture likely, so it is looked for more often
+};
+
+// The cursor's motion after a press, which waits for the next frame.
+struct LATER_MOTION {
+    bool Held;   // a button was pressed in this frame: the globals tell where
+    bool Moved;  // to X, Y since then
+    uint16_t X, Y;
+};
+
+struct BUSY_POINTER {
+    bool Busy;
+    GLFWcursor *Cursor;  // GLFW frees it at its end
+};
+}  // namespace
+
+static std::vector<PROGRAM> programs;
+static std::vector<BUFFER> buffers;
+static uint32_t instanceBuffer;              // of MVPs; 0 until it is needed
+static std::vector<EXTRA_MATRIX> instances;  // as they were loaded
+uint64_t GLFEW_DrawCalls;
 static GL_STATE current;
+static PACE pace;
+static LATER_MOTION later;
+static BUSY_POINTER pointer;
 
 static std::string windowError;  // what GLFW said last
 
@@ -47,17 +92,78 @@ static int32_t Fail(const std::string &reason)
     return 0;
 }
 
-// The viewport counts framebuffer pixels, which differ from window units on some displays.
-static int framebufferWidth, framebufferHeight;
+// Shares of the window's sides that clip space is drawn into.
+static float shareX = 1, shareY = 1;
 
+// The viewport counts framebuffer pixels, which differ from window units on some displays.
 static void MeasureFramebuffer()
 {
-    glfwGetFramebufferSize(System_Window, &framebufferWidth, &framebufferHeight);
-    GLFEW_SetViewport(1, 1);
+    int width, height;
+    glfwGetFramebufferSize(System_Window, &width, &height);
+    glViewport(0, 0, width, height);
+    pace.Stale = true;
+}
+
+static void MeasureRefresh()
+{
+    int count = 0, fastest = 0;
+    GLFWmonitor **monitors = glfwGetMonitors(&count);
+    for (int i = 0; i < count; i++)
+        if (const GLFWvidmode *mode = glfwGetVideoMode(monitors[i]))
+            fastest = std::max(fastest, mode->refreshRate);
+    pace.Period = 1.0 / (fastest > 0 ? fastest : 60);  // virtual displays do not tell
+}
+
+// Where the cursor is now: events tell only of its own motion, not of the window's under it.
+static void AskCursor()
+{
+    double x, y;
+    glfwGetCursorPos(System_Window, &x, &y);
+    GLFEW_MouseMotion(System_Window, x, y);
+}
+
+// What the window system tells about what can be seen. A picture may be lost whenever the window
+// was covered, and a few systems tell of that only by the focus.
+static void WatchWindow()
+{
+    glfwSetWindowRefreshCallback(System_Window, [](GLFWwindow *) { pace.Stale = true; });
+    glfwSetWindowFocusCallback(System_Window, [](GLFWwindow *, int) { pace.Stale = true; });
+    glfwSetWindowIconifyCallback(System_Window, [](GLFWwindow *, int iconified) {
+        pace.Iconified = iconified == GLFW_TRUE;
+        pace.Stale = true;
+    });
+    glfwSetWindowPosCallback(System_Window, [](GLFWwindow *, int, int) { AskCursor(); });
+    glfwSetMonitorCallback([](GLFWmonitor *, int) { MeasureRefresh(); });
+    pace = {};
+    MeasureRefresh();
+}
+
+// Menu entries know their windows by this name: the title's first word in small letters.
+static void NameClass()
+{
+    std::string name = System_WindowTitle;
+    name.resize(std::min(name.find(' '), name.size()));
+    std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
+    glfwWindowHintString(GLFW_X11_CLASS_NAME, name.c_str());
+    glfwWindowHintString(GLFW_X11_INSTANCE_NAME, name.c_str());
+#ifdef GLFW_WAYLAND_APP_ID
+    glfwWindowHintString(GLFW_WAYLAND_APP_ID, name.c_str());
+#endif
+}
+
+// A software driver allocates and frees some megabytes a frame. Handing them back to the system and
+// faulting them in again took as long as drawing.
+static void KeepFreedMemory()
+{
+#ifdef __GLIBC__
+    mallopt(M_MMAP_THRESHOLD, 4 << 20);
+    mallopt(M_TRIM_THRESHOLD, 64 << 20);
+#endif
 }
 
 int32_t GLFEW_Init()
 {
+    KeepFreedMemory();
     glfwSetErrorCallback(KeepError);
     if (!glfwInit())
         return Fail(windowError);
@@ -66,6 +172,7 @@ int32_t GLFEW_Init()
     glfwWindowHint(GLFW_CONTEXT_VERSION_MINOR, 3);
     glfwWindowHint(GLFW_OPENGL_FORWARD_COMPAT, GLFW_TRUE);
     glfwWindowHint(GLFW_OPENGL_PROFILE, GLFW_OPENGL_CORE_PROFILE);
+    NameClass();
     System_Window = glfwCreateWindow(System_ScreenWidth, System_ScreenHeight, System_WindowTitle,
                                      nullptr, nullptr);
     if (!System_Window)
@@ -85,6 +192,10 @@ int32_t GLFEW_Init()
     glfwSetFramebufferSizeCallback(System_Window,
                                    [](GLFWwindow *, int, int) { MeasureFramebuffer(); });
     glfwSwapInterval(1);
+    WatchWindow();
+    later = {};
+    pointer = {};
+    AskCursor();
     glGenVertexArrays(1, &GLFEW_VertexArrayID);
     glBindVertexArray(GLFEW_VertexArrayID);
     current = {};
@@ -93,6 +204,12 @@ int32_t GLFEW_Init()
     glClearColor(channel(System_BGred), channel(System_BGgreen), channel(System_BGblue),
                  channel(System_BGalpha));
     return 1;
+}
+
+// A tick of the application may show what it did only a moment later.
+static void ExpectPicture()
+{
+    pace.EagerUntil = glfwGetTime() + 0.03;
 }
 
 void GLFEW_KeyBoard(GLFWwindow *, int key, int scancode, int action, int)
@@ -104,27 +221,41 @@ void GLFEW_KeyBoard(GLFWwindow *, int key, int scancode, int action, int)
     else
         return;
     System_KD_Code = scancode;
+    ExpectPicture();
 }
 
-void GLFEW_Mouse(GLFWwindow *window, int button, int action, int)
+static void CatchUpMotion()
+{
+    if (later.Moved) {
+        System_MouseX = later.X;
+        System_MouseY = later.Y;
+    }
+    later = {};
+}
+
+void GLFEW_Mouse(GLFWwindow *, int button, int action, int)
 {
     constexpr std::array<int32_t, 3> codes = {1, 3, 2};  // left, right, middle
     if (button >= 0 && button < static_cast<int>(codes.size())) {
         const int32_t code = codes[static_cast<size_t>(button)];
-        if (action == GLFW_PRESS)
+        if (action == GLFW_PRESS) {
             System_MD = code;
-        else if (action == GLFW_RELEASE)
+            CatchUpMotion();
+            later.Held = true;
+        } else if (action == GLFW_RELEASE) {
             System_MU = code;
+        }
     }
-    double x, y;
-    glfwGetCursorPos(window, &x, &y);
-    GLFEW_MouseMotion(window, x, y);
+    ExpectPicture();
 }
 
 void GLFEW_MouseMotion(GLFWwindow *, double x, double y)
 {
-    System_MouseX = static_cast<uint16_t>(static_cast<int32_t>(x));
-    System_MouseY = static_cast<uint16_t>(static_cast<int32_t>(y));
+    later.Moved = true;
+    later.X = static_cast<uint16_t>(static_cast<int32_t>(x));
+    later.Y = static_cast<uint16_t>(static_cast<int32_t>(y));
+    if (!later.Held)
+        CatchUpMotion();
 }
 
 void GLFEW_Wheel(GLFWwindow *, double, double y)
@@ -137,16 +268,23 @@ void GLFEW_Screen(GLFWwindow *, int width, int height)
     System_ScreenWidth = width;
     System_ScreenHeight = height;
     MeasureFramebuffer();
+    AskCursor();
 }
 
-void GLFEW_SetViewport(float widthShare, float heightShare)
+void GLFEW_SetShares(float width, float height)
 {
-    const auto part = [](int whole, float share) {
-        return static_cast<int>(std::lround(static_cast<float>(whole) * share));
-    };
-    const int width = part(framebufferWidth, widthShare);
-    const int height = part(framebufferHeight, heightShare);
-    glViewport((framebufferWidth - width) / 2, (framebufferHeight - height) / 2, width, height);
+    shareX = width;
+    shareY = height;
+}
+
+// Rows 0 and 1 give x and y.
+static EXTRA_MATRIX Scaled(EXTRA_MATRIX mvp)
+{
+    for (size_t c = 0; c < 4; c++) {
+        mvp[c] *= shareX;
+        mvp[4 + c] *= shareY;
+    }
+    return mvp;
 }
 
 void GLFEW_SetupWideScreen(int32_t *width, int32_t *height, int32_t *top)
@@ -236,9 +374,19 @@ uint32_t GLFEW_MaxTextureSide()
     return static_cast<uint32_t>(std::max(side, 0));
 }
 
+bool GLFEW_MustDraw(bool changed)
+{
+    pace.Stale = pace.Stale || changed;
+    return pace.Stale && !pace.Iconified;
+}
+
 void GLFEW_Clear()
 {
-    glClear(GL_COLOR_BUFFER_BIT);
+    // Shaders that give no alpha leave it undefined: the window's stays the background's.
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_FALSE);
+    pace.Drawn = true;
 }
 
 void GLFEW_BlendByAlpha()
@@ -262,6 +410,41 @@ void GLFEW_SetIcon(const char *path)
     Picture_UnLoad(picture);
 }
 
+void GLFEW_SetMinSize(int32_t width, int32_t height)
+{
+    glfwSetWindowSizeLimits(System_Window, width, height, GLFW_DONT_CARE, GLFW_DONT_CARE);
+}
+
+// An hourglass: '#' black, '.' white, else nothing.
+static GLFWcursor *MakeBusyCursor()
+{
+    constexpr std::string_view rows[] = {
+        "################", "#..............#", "################", " #............# ",
+        " #............# ", " #.##########.# ", "  #..######..#  ", "   #..####..#   ",
+        "    #..##..#    ", "     #.##.#     ", "     #....#     ", "    #..##..#    ",
+        "   #...##...#   ", "  #....##....#  ", " #....####....# ", " #..########..# ",
+        " #.##########.# ", "################", "#..............#", "################",
+    };
+    constexpr int width = 16, height = std::size(rows);
+    std::vector<uint8_t> pixels;
+    for (const std::string_view row : rows)
+        for (const char c : row) {
+            const uint8_t grey = c == '.' ? 255 : 0;
+            pixels.insert(pixels.end(), {grey, grey, grey, uint8_t(c == ' ' ? 0 : 255)});
+        }
+    const GLFWimage image = {width, height, pixels.data()};
+    return glfwCreateCursor(&image, width / 2, height / 2);
+}
+
+void GLFEW_SetBusy(bool busy)
+{
+    if (!System_Window || std::exchange(pointer.Busy, busy) == busy)
+        return;
+    if (!pointer.Cursor)
+        pointer.Cursor = MakeBusyCursor();
+    glfwSetCursor(System_Window, busy ? pointer.Cursor : nullptr);
+}
+
 static uint32_t CompileShader(GLenum type, const char *source)
 {
     const uint32_t shader = glCreateShader(type);
@@ -272,13 +455,13 @@ static uint32_t CompileShader(GLenum type, const char *source)
 
 static uint32_t FloatsPerVertex(uint8_t kind)
 {
-    return kind == GLFEW_VEC3 ? 6 : kind == GLFEW_TEXTURED ? 5 : 0;
+    return kind == GLFEW_Vec3 ? 6 : kind == GLFEW_Textured ? 5 : 0;
 }
 
 // The record's vertex data as bytes; empty for kinds without a buffer.
 static std::string_view VertexBytes(const GLFEW_VERTEX &record)
 {
-    const float *data = record.Kind == GLFEW_VEC3 ? record.Vec3Vertices : record.TexturedVertices;
+    const float *data = record.Kind == GLFEW_Vec3 ? record.Vec3Vertices : record.TexturedVertices;
     const size_t floats =
         FloatsPerVertex(record.Kind) * static_cast<size_t>(std::max(record.Count, 0));
     return {reinterpret_cast<const char *>(data), floats * sizeof(float)};
@@ -287,32 +470,84 @@ static std::string_view VertexBytes(const GLFEW_VERTEX &record)
 static void AcquireBuffer(GLFEW_VERTEX &record)
 {
     const std::string_view bytes = VertexBytes(record);
-    SHARED &shared = sharedBuffers[std::string(bytes)];
-    if (shared.Users++ == 0) {
-        glGenBuffers(1, &shared.Name);
-        glBindBuffer(GL_ARRAY_BUFFER, shared.Name);
+    auto shared = std::ranges::find(buffers, bytes, &BUFFER::Bytes);
+    if (shared == buffers.end()) {
+        shared = buffers.insert(shared, {0, 0, std::string(bytes)});
+        glGenBuffers(1, &shared->Name);
+        glBindBuffer(GL_ARRAY_BUFFER, shared->Name);
+        current.Buffer = current.Kind = 0;
         glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(bytes.size()), bytes.data(),
                      GL_STATIC_DRAW);
     }
-    record.Buffer = shared.Name;
+    shared->Users++;
+    record.Buffer = shared->Name;
+}
+
+static uint32_t LinkProgram(uint32_t vertexShader, uint32_t fragmentShader)
+{
+    const uint32_t program = glCreateProgram();
+    glAttachShader(program, vertexShader);
+    glAttachShader(program, fragmentShader);
+    glLinkProgram(program);
+    return program;
+}
+
+static PROGRAM MakeProgram(const char *vertex, const char *fragment)
+{
+    PROGRAM program{};
+    program.VertexSource = vertex;
+    program.FragmentSource = fragment;
+    program.VertexShader = CompileShader(GL_VERTEX_SHADER, vertex);
+    program.FragmentShader = CompileShader(GL_FRAGMENT_SHADER, fragment);
+    program.Name = LinkProgram(program.VertexShader, program.FragmentShader);
+    program.MVPLocation = glGetUniformLocation(program.Name, "MVP");
+    program.SamplerLocation = glGetUniformLocation(program.Name, "textureSampler1");
+    return program;
 }
 
 static void AcquireProgram(GLFEW_VERTEX &record)
 {
     const char *vertex = record.VertexShaderSource.data();
     const char *fragment = record.FragmentShaderSource.data();
-    SHARED &shared = sharedPrograms[std::string(vertex) + '\0' + fragment];
-    if (shared.Users++ == 0) {
-        shared.VertexShader = CompileShader(GL_VERTEX_SHADER, vertex);
-        shared.FragmentShader = CompileShader(GL_FRAGMENT_SHADER, fragment);
-        shared.Name = glCreateProgram();
-        glAttachShader(shared.Name, shared.VertexShader);
-        glAttachShader(shared.Name, shared.FragmentShader);
-        glLinkProgram(shared.Name);
+    auto shared = std::ranges::find_if(programs, [=](const PROGRAM &program) {
+        return program.VertexSource == vertex && program.FragmentSource == fragment;
+    });
+    if (shared == programs.end())
+        shared = programs.insert(shared, MakeProgram(vertex, fragment));
+    shared->Users++;
+    record.VertexShader = shared->VertexShader;
+    record.FragmentShader = shared->FragmentShader;
+    record.Program = shared->Name;
+    record.MVPLocation = shared->MVPLocation;
+    if (record.Kind == GLFEW_Textured)
+        record.SamplerLocation = shared->SamplerLocation;
+}
+
+// The program that draws many records of this one at once: the same text, but for MVP, which comes
+// with each instance instead of with each call. 0 for a text that takes its MVP in another way.
+static uint32_t InstancedProgram(uint32_t name)
+{
+    const auto program = std::ranges::find(programs, name, &PROGRAM::Name);
+    if (program == programs.end())
+        return 0;
+    if (!std::exchange(program->TriedInstanced, true)) {
+        constexpr std::string_view single = "uniform mat4 MVP;";
+        std::string source = program->VertexSource;
+        const size_t at = source.find(single);
+        if (at == std::string::npos)
+            return 0;
+        source.replace(at, single.size(), "layout(location = 2) in mat4 MVP;");
+        const uint32_t shader = CompileShader(GL_VERTEX_SHADER, source.c_str());
+        program->Instanced = LinkProgram(shader, program->FragmentShader);
+        glDeleteShader(shader);  // with its program
+        GLint linked;
+        glGetProgramiv(program->Instanced, GL_LINK_STATUS, &linked);
+        if (!linked) {
+            glDeleteProgram(program->Instanced);
+            program->Instanced = 0;
+        }
     }
-    record.VertexShader = shared.VertexShader;
-    record.FragmentShader = shared.FragmentShader;
-    record.Program = shared.Name;
+    return program->Instanced;
 }
 
 void GLFEW_CreateVertex(GLFEW_VERTEX &record)
@@ -324,15 +559,11 @@ void GLFEW_CreateVertex(GLFEW_VERTEX &record)
     if (FloatsPerVertex(record.Kind) != 0)
         AcquireBuffer(record);
     AcquireProgram(record);
-
-    record.MVPLocation = glGetUniformLocation(record.Program, "MVP");
     record.PositionAttribute = 0;
-    if (record.Kind == GLFEW_VEC3) {
+    if (record.Kind == GLFEW_Vec3)
         record.Vec3Attribute = 1;
-    } else if (record.Kind == GLFEW_TEXTURED) {
+    else if (record.Kind == GLFEW_Textured)
         record.TextureAttribute = 1;
-        record.SamplerLocation = glGetUniformLocation(record.Program, "textureSampler1");
-    }
 }
 
 static void UseProgram(uint32_t program)
@@ -345,7 +576,7 @@ static void UseProgram(uint32_t program)
 void GLFEW_Set3DWorld(const GLFEW_VERTEX &record)
 {
     UseProgram(record.Program);
-    glUniformMatrix4fv(record.MVPLocation, 1, GL_FALSE, record.MVP.data());
+    glUniformMatrix4fv(record.MVPLocation, 1, GL_FALSE, Scaled(record.MVP).data());
 }
 
 // Unit 0 is the only one in use, and what a new program's sampler reads.
@@ -367,56 +598,184 @@ static void PointAttributes(uint8_t kind)
     glEnableVertexAttribArray(0);
     glVertexAttribPointer(0, 3, GL_FLOAT, GL_FALSE, stride, nullptr);
     glEnableVertexAttribArray(1);
-    glVertexAttribPointer(1, kind == GLFEW_VEC3 ? 3 : 2, GL_FLOAT, GL_FALSE, stride,
+    glVertexAttribPointer(1, kind == GLFEW_Vec3 ? 3 : 2, GL_FLOAT, GL_FALSE, stride,
                           reinterpret_cast<const void *>(3 * sizeof(float)));
+}
+
+static void PointVertices(const GLFEW_VERTEX &record)
+{
+    const uint8_t kind = FloatsPerVertex(record.Kind) != 0 ? record.Kind : uint8_t{0};
+    if (current.Buffer == record.Buffer && current.Kind == kind)
+        return;
+    glBindBuffer(GL_ARRAY_BUFFER, record.Buffer);
+    PointAttributes(kind);
+    current.Buffer = record.Buffer;
+    current.Kind = kind;
 }
 
 void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode)
 {
-    const uint8_t kind = FloatsPerVertex(record.Kind) != 0 ? record.Kind : uint8_t{0};
-    if (current.Buffer != record.Buffer || current.Kind != kind) {
-        glBindBuffer(GL_ARRAY_BUFFER, record.Buffer);
-        PointAttributes(kind);
-        current.Buffer = record.Buffer;
-        current.Kind = kind;
-    }
+    PointVertices(record);
     glDrawArrays(mode, 0, record.Count);
+    GLFEW_DrawCalls++;
+    pace.Drawn = true;
 }
 
-// Lets go of one use of a name; true when it was the last.
-static bool Release(SHARED_TABLE &table, uint32_t name)
+// A matrix takes as many attributes as it has columns.
+constexpr GLuint GLFEW_MatrixAttribute = 2, GLFEW_MatrixColumns = 4;
+
+static void PointInstances(size_t first)
 {
-    const auto entry = std::find_if(table.begin(), table.end(),
-                                    [name](const auto &e) { return e.second.Name == name; });
-    if (entry == table.end() || --entry->second.Users > 0)
-        return false;
-    table.erase(entry);
-    return true;
+    glBindBuffer(GL_ARRAY_BUFFER, instanceBuffer);
+    for (GLuint i = 0; i < GLFEW_MatrixColumns; i++)
+        glVertexAttribPointer(
+            GLFEW_MatrixAttribute + i, 4, GL_FLOAT, GL_FALSE, sizeof(EXTRA_MATRIX),
+            reinterpret_cast<const void *>(first * sizeof(EXTRA_MATRIX) + i * 4 * sizeof(float)));
+    glBindBuffer(GL_ARRAY_BUFFER, current.Buffer);
+}
+
+static void SwitchInstances(bool on)
+{
+    for (GLuint i = GLFEW_MatrixAttribute; i < GLFEW_MatrixAttribute + GLFEW_MatrixColumns; i++) {
+        if (on)
+            glEnableVertexAttribArray(i);
+        else
+            glDisableVertexAttribArray(i);
+        glVertexAttribDivisor(i, 1);
+    }
+}
+
+void GLFEW_LoadInstances(std::span<const EXTRA_MATRIX> mvps)
+{
+    instances.assign(mvps.begin(), mvps.end());
+    static std::vector<EXTRA_MATRIX> scaled;
+    scaled.resize(mvps.size());
+    std::ranges::transform(mvps, scaled.begin(), Scaled);
+    if (instanceBuffer == 0)
+        glGenBuffers(1, &instanceBuffer);
+    glBindBuffer(GL_ARRAY_BUFFER, instanceBuffer);
+    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(mvps.size_bytes()), scaled.data(),
+                 GL_STREAM_DRAW);
+    glBindBuffer(GL_ARRAY_BUFFER, current.Buffer);
+}
+
+void GLFEW_DrawInstances(const GLFEW_VERTEX &record, size_t first, size_t count, uint32_t mode)
+{
+    const uint32_t program = InstancedProgram(record.Program);
+    if (program == 0) {
+        GLFEW_VERTEX single = record;
+        for (size_t i = first; i < first + count; i++) {
+            single.MVP = instances[i];
+            GLFEW_Set3DWorld(single);
+            GLFEW_SetTexture(single);
+            GLFEW_DrawVertex(single, mode);
+        }
+        return;
+    }
+    UseProgram(program);
+    GLFEW_SetTexture(record);
+    PointVertices(record);
+    SwitchInstances(true);
+    PointInstances(first);
+    glDrawArraysInstanced(mode, 0, record.Count, static_cast<GLsizei>(count));
+    SwitchInstances(false);
+    GLFEW_DrawCalls++;
+    pace.Drawn = true;
+}
+
+// Ends one use of a name. Gives the object when that was the last, no longer in the table.
+template <typename Object>
+static std::optional<Object> Release(std::vector<Object> &table, uint32_t name)
+{
+    const auto object = std::ranges::find(table, name, &Object::Name);
+    if (object == table.end() || --object->Users > 0)
+        return std::nullopt;
+    std::optional<Object> last = std::move(*object);
+    table.erase(object);
+    return last;
 }
 
 void GLFEW_DestroyVertex(GLFEW_VERTEX &record)
 {
-    if (Release(sharedBuffers, record.Buffer)) {
+    if (Release(buffers, record.Buffer)) {
         glDeleteBuffers(1, &record.Buffer);
         current.Buffer = current.Kind = 0;
     }
-    if (Release(sharedPrograms, record.Program)) {
-        glDeleteProgram(record.Program);
+    if (const auto program = Release(programs, record.Program)) {
+        glDeleteProgram(program->Name);
+        glDeleteProgram(program->Instanced);  // 0 is ignored
         current.Program = 0;
     }
     record.Buffer = record.Program = 0;
 }
 
+void GLFEW_HideWindow()
+{
+    if (System_Window)
+        glfwHideWindow(System_Window);
+}
+
+void GLFEW_AnswerEvents()
+{
+    if (System_Window)
+        glfwPollEvents();
+}
+
+static void (*whenDisplayIsLost)();
+
+// Xlib's answer to both kinds of error is two lines and exit(); its own handlers are put in their
+// place by name, since GLFW may have been built without X11.
+void GLFEW_WhenDisplayIsLost(void (*end)())
+{
+    using HANDLER = int (*)(void *display, void *event);
+    whenDisplayIsLost = end;
+    void *library = dlopen("libX11.so.6", RTLD_LAZY | RTLD_NOLOAD);
+    if (!library)
+        return;
+    const HANDLER handler = [](void *, void *) {
+        whenDisplayIsLost();
+        return 0;
+    };
+    for (const char *name : {"XSetIOErrorHandler", "XSetErrorHandler"})
+        if (void *set = dlsym(library, name))
+            reinterpret_cast<HANDLER (*)(HANDLER)>(set)(handler);
+}
+
+// Keeps the display's rate after a swap that did not wait for the display. Events are delivered
+// meanwhile.
+static void WaitForRefresh()
+{
+    double now = glfwGetTime();
+    if (now - pace.Shown > 0.9 * pace.Period) {
+        pace.Shown = now;
+        return;
+    }
+    pace.Shown += pace.Period;
+    for (; now < pace.Shown; now = glfwGetTime())
+        glfwWaitEventsTimeout(pace.Shown - now);
+}
+
 void GLFEW_SwapBuffers()
 {
-    glfwSwapBuffers(System_Window);
-    glfwPollEvents();
+    constexpr double eagerly = 0.001, unseen = 0.1;
+    CatchUpMotion();
+    if (pace.Drawn) {
+        glfwSwapBuffers(System_Window);
+        pace.Drawn = pace.Stale = false;
+        WaitForRefresh();
+        glfwPollEvents();
+    } else {
+        const bool eager = glfwGetTime() < pace.EagerUntil;
+        glfwWaitEventsTimeout(eager ? eagerly : pace.Iconified ? unseen : pace.Period);
+    }
 }
 
 void GLFEW_Destroy()
 {
     if (System_Window) {
         glDeleteVertexArrays(1, &GLFEW_VertexArrayID);
+        glDeleteBuffers(1, &instanceBuffer);
+        instanceBuffer = 0;
         glfwDestroyWindow(System_Window);
         System_Window = nullptr;
     }

@@ -6,17 +6,18 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 
 #include "extra/transform.h"
 #include "platform/state.h"
 
-constexpr uint8_t GLFEW_VEC3 = 1;      // position and three more floats: 6 floats a vertex
-constexpr uint8_t GLFEW_TEXTURED = 2;  // position and texture coordinate: 5 floats a vertex
+constexpr uint8_t GLFEW_Vec3 = 1;      // position and three more floats: 6 floats a vertex
+constexpr uint8_t GLFEW_Textured = 2;  // position and texture coordinate: 5 floats a vertex
 
 /// One drawable piece, the caller's. The vertex data are copied by GLFEW_CreateVertex and must live
 /// until then.
 struct GLFEW_VERTEX {
-    uint8_t Kind;   // GLFEW_VEC3, GLFEW_TEXTURED; another has no buffer
+    uint8_t Kind;   // GLFEW_Vec3, GLFEW_Textured; another has no buffer
     int32_t Count;  // vertices
     uint32_t Buffer;
     const float *Vec3Vertices;
@@ -42,20 +43,24 @@ struct GLFEW_VERTEX {
 extern uint32_t GLFEW_VertexArrayID;
 
 /// Opens the window of System_ScreenWidth x System_ScreenHeight and its context (4 samples, swap
-/// interval 1) and sets the clear colour. Gives 1, or 0 after one line on standard error that says
-/// why; then nothing else here may be called but GLFEW_Destroy.
+/// interval 1; class: the title's first word in small letters) and sets the clear colour. Gives 1,
+/// or 0 after one line on standard error that says why; then nothing else here may be called but
+/// GLFEW_Destroy.
 int32_t GLFEW_Init();
 
-/// Window callbacks. A repeat changes nothing; buttons beyond the third only move the cursor.
+/// Window callbacks. A repeat changes nothing, nor does a button beyond the third. The press of a
+/// button counts where the cursor's last motion before it led: from then to the next
+/// GLFEW_SwapBuffers the cursor's globals stay, whatever moves.
 void GLFEW_KeyBoard(GLFWwindow *window, int key, int scancode, int action, int mods);
 void GLFEW_Mouse(GLFWwindow *window, int button, int action, int mods);
 void GLFEW_MouseMotion(GLFWwindow *window, double x, double y);
 void GLFEW_Wheel(GLFWwindow *window, double x, double y);
 void GLFEW_Screen(GLFWwindow *window, int width, int height);
 
-/// Draws into the middle of the window from now on: these shares of its width and height, 1 for
-/// all. A change of the window's size or of its display's scale goes back to all of it.
-void GLFEW_SetViewport(float widthShare, float heightShare);
+/// Draws clip space into the middle of the window from now on: these shares of its width and
+/// height, 1 for all. What leaves clip space reaches the window's edge. The records' MVPs stay as
+/// they are.
+void GLFEW_SetShares(float width, float height);
 
 /// Letter-boxes to 16:9: cuts the height and gives the rows left free above.
 void GLFEW_SetupWideScreen(int32_t *width, int32_t *height, int32_t *top);
@@ -78,12 +83,21 @@ void GLFEW_DestroyTexture(uint32_t texture);
 /// The longest side that a texture may have.
 uint32_t GLFEW_MaxTextureSide();
 
-/// Clears the picture; lays what is drawn from now on over what is there, by its alpha.
+/// Whether a frame is to be drawn: what the application shows has changed, now or while nothing
+/// of the window could be seen, or the window has lost its picture (a new size, uncovered). An
+/// application that does not ask draws every frame.
+bool GLFEW_MustDraw(bool changed);
+
+/// Clears colours and depths. / Turns on alpha blending for all later draws.
 void GLFEW_Clear();
 void GLFEW_BlendByAlpha();
 
 /// Names the window.
 void GLFEW_SetTitle(const char *title);
+
+/// The window's smallest size, in its units; shows that input is not taken, by the pointer.
+void GLFEW_SetMinSize(int32_t width, int32_t height);
+void GLFEW_SetBusy(bool busy);
 
 /// Shows the picture of a file as the window's icon; a picture that does not load changes nothing.
 void GLFEW_SetIcon(const char *path);
@@ -98,11 +112,30 @@ void GLFEW_Set3DWorld(const GLFEW_VERTEX &record);
 void GLFEW_SetTexture(const GLFEW_VERTEX &record);
 void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode);
 
-/// Lets go of buffer and program, which go with their last user. Shaders and textures stay. A
-/// second time changes nothing.
+/// Draws a record once for each of `count` MVPs, the record's own aside, in one draw call: the same
+/// picture as the three calls for each. The MVPs are those that were loaded last, from `first` on.
+void GLFEW_LoadInstances(std::span<const EXTRA_MATRIX> mvps);
+void GLFEW_DrawInstances(const GLFEW_VERTEX &record, size_t first, size_t count, uint32_t mode);
+
+/// Draw calls so far, for benchmarks.
+extern uint64_t GLFEW_DrawCalls;
+
+/// Releases buffer and program; each is deleted with its last user. Shaders and textures stay. Safe
+/// to call twice.
 void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
 
-/// Shows the frame and delivers the window's events.
+/// Takes the window off the screen; delivers the events of a window that shows nothing more.
+/// Without a window they do nothing.
+void GLFEW_HideWindow();
+void GLFEW_AnswerEvents();
+
+/// Has `end` called when the connection to an X display breaks, on the thread that found out. It
+/// must end the process without calling anything here.
+void GLFEW_WhenDisplayIsLost(void (*end)());
+
+/// Ends a frame and delivers the window's events. What has been drawn since the last call is shown,
+/// at the display's rate at most, whether or not the driver waits for the display. When nothing
+/// was drawn, the call waits for an event or the time of a refresh, less after input.
 void GLFEW_SwapBuffers();
 
 /// Closes window and window system.

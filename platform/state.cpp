@@ -4,7 +4,8 @@ int32_t System_ScreenWidth, System_ScreenHeight, System_ScreenLeft, System_Scree
 const char *System_WindowTitle;
 uint8_t System_BGred, System_BGgreen, System_BGblue, System_BGalpha;
 GLFWwindow *System_Window;
-int32_t System_RePaint, System_CloseApplication;
+int32_t System_RePaint;
+std::atomic<int32_t> System_CloseApplication;
 
 int32_t System_ParamCount;
 std::array<char, System_ParamSlots * System_ParamLength> System_ParamStr;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -17,8 +18,9 @@ extern const char *System_WindowTitle;
 /// Background colour, 0..255 a channel.
 extern uint8_t System_BGred, System_BGgreen, System_BGblue, System_BGalpha;
 extern GLFWwindow *System_Window;
-/// Requests: paint anew; end the frame loop.
-extern int32_t System_RePaint, System_CloseApplication;
+/// Requests: paint anew; end the frame loop, which a signal handler may ask for.
+extern int32_t System_RePaint;
+extern std::atomic<int32_t> System_CloseApplication;
 
 /// Parameters as NUL-terminated copies, slot i at byte i * 128, and as the program was given them.
 extern int32_t System_ParamCount;

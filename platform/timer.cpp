@@ -3,7 +3,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
+#include <cstdlib>
 #include <mutex>
+#include <utility>
 
 #include <sys/time.h>
 
@@ -17,6 +19,10 @@ static std::mutex timerMutex;
 static std::condition_variable timerWake;
 
 static_assert(std::atomic<int32_t>::is_always_lock_free, "a signal handler stores Timer_ID");
+
+// What the interrupt signal did before, while Timer_Trap handles it.
+static struct sigaction interruptBefore;
+static bool trapping;
 
 static void RunTicks(std::chrono::steady_clock::time_point deadline,
                      std::chrono::nanoseconds period)
@@ -34,8 +40,13 @@ static void RunTicks(std::chrono::steady_clock::time_point deadline,
 void Timer_Create(uint32_t seconds, uint32_t nanoseconds)
 {
     using namespace std::chrono;
+    static const int atExit = std::atexit(Timer_Destroy);  // a thread must not outlive the program
+    static_cast<void>(atExit);
     Timer_Destroy();
-    std::signal(SIGINT, Timer_Trap);
+    struct sigaction trap = {};
+    trap.sa_handler = Timer_Trap;
+    trap.sa_flags = SA_RESTART;
+    trapping = sigaction(SIGINT, &trap, &interruptBefore) == 0;
     Timer_ID = 1;
     Timer_Queue =
         std::thread(RunTicks, steady_clock::now() + 1s,
@@ -63,6 +74,8 @@ void Timer_Destroy()
     timerWake.notify_all();
     if (Timer_Queue.joinable())
         Timer_Queue.join();
+    if (std::exchange(trapping, false))
+        sigaction(SIGINT, &interruptBefore, nullptr);
 }
 
 int System_SetTimer(void (*handler)(int), int32_t milliseconds)

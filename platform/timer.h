@@ -31,7 +31,8 @@ void Timer_Trap(int signal);
 /// No effect.
 void Timer_Delay(uint32_t seconds, uint32_t nanoseconds);
 
-/// Cancels the ticks and waits for the one that runs, if any.
+/// Cancels the ticks, waits for the one that runs, if any, and gives the interrupt signal back to
+/// whom it had before. Leaving the program by exit() does it, too.
 void Timer_Destroy();
 
 /// Has `handler` called for SIGALRM, first after the given time and then at that period. Returns

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <portaudio.h>
 #include <sys/stat.h>
 
 #include "audio/audio_module.h"
@@ -292,6 +293,7 @@ TEST(AudioPlay, OutputIsWholeFramesAndThenSilence)
     }
 }
 
+// The track keeps its file open, whatever becomes of the name.
 TEST(AudioPlay, FilesMayShrinkAndGo)
 {
     AudioTrack *track = PlayNumbers(3);
@@ -300,9 +302,8 @@ TEST(AudioPlay, FilesMayShrinkAndGo)
     std::filesystem::resize_file(track->Path, 2000);
     EXPECT_EQ(Played(4), "2311");  // the third buffer had been read
     std::filesystem::remove(track->Path);
-    EXPECT_EQ(Played(4), "11--");
     WriteTemp("numbers", BYTES(65536, 4));
-    EXPECT_EQ(Played(4), "--44");
+    EXPECT_EQ(Played(4), "1111");
     Audio_UnLoad(track);
 }
 

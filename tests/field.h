@@ -5,7 +5,6 @@
 #include <string>
 
 #include "extra/heap.h"
-#include "game/frame.h"
 #include "game/minefield.h"
 #include "game/moves.h"
 

@@ -146,3 +146,47 @@ TEST(Frame, ClicksBecomeSteps)
         EXPECT_EQ(step, r.step + (*r.prints != 0)) << r.what;
     }
 }
+
+TEST(Frame, TheTitleTellsHowTheGameStands)
+{
+    using CLOCK = std::array<uint8_t, 3>;
+    const struct {
+        const char *what, *field;
+        uint32_t next;
+        CLOCK clock, result;
+        uint8_t game;
+        const char *title;
+    } rows[] = {
+        {"before the first step",
+         "*.?\n...\n",
+         1,
+         {0, 3, 7},
+         {},
+         GAME_IDLE,
+         "3x2 - flags 0 of 1 - 0:00"},
+        {"under way, a wrong flag",
+         "XF*\n...\n",
+         3,
+         {0, 1, 7},
+         {},
+         GAME_TURNING,
+         "3x2 - flags 2 of 2 - 1:07"},
+        {"hours", "*.\n..\n", 3, {1, 2, 3}, {}, GAME_IDLE, "2x2 - flags 0 of 1 - 1:02:03"},
+        {"won", "X.\n..\n", 5, {0, 9, 9}, {0, 0, 59}, GAME_WON, "2x2 - flags 1 of 1 - 0:59 - won"},
+        {"lost",
+         "*.\n..\n",
+         2,
+         {0, 9, 9},
+         {0, 10, 0},
+         GAME_SPINNING,
+         "2x2 - flags 0 of 1 - 10:00 - lost - Escape ends"},
+    };
+    for (const auto &r : rows) {
+        FieldFromText(r.field);
+        step = r.next;
+        mb = r.game;
+        Hour = r.clock[0], Minute = r.clock[1], Second = r.clock[2];
+        timeH = r.result[0], timeM = r.result[1], timeS = r.result[2];
+        EXPECT_EQ(GameTitle(), std::string("Tessaruvinel v3.23 - ") + r.title) << r.what;
+    }
+}

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -71,7 +72,7 @@ TEST_F(Graphics, Blocks)
         {"over the edges", -2, 9, 4, 4, 4},
         {"no side", 1, 1, 0, 5, 0},
         {"negative sides", 5, 5, -3, -3, 0},
-        {"back at 0 behind the wrap", 32767, 0, 32770, 1, 1},
+        {"back at 0 after the wrap", 32767, 0, 32770, 1, 1},
         {"more than all coordinates", -1, -1, 1 << 30, INT32_MAX, side * side},
     };
     for (const auto &r : rows) {
@@ -106,6 +107,29 @@ TEST_F(Graphics, CircleAndEllipse)
     Graphics_Ellipse(5, 5, 3, 5);
     EXPECT_EQ(Drawn(), "....###/....#.#/...#...#/...#...#/..#.....#/..#.....#/..#.....#/...#...#/"
                        "...#...#/....#.#/....###");
+}
+
+// Around its axes a large curve is straight over the whole target.
+TEST_F(Graphics, LargeEllipsesStayOnTheCurve)
+{
+    const std::string row(side, '#');
+    Graphics_Ellipse(-1995, 5, 2000, 1500);
+    EXPECT_EQ(Drawn(),
+              ".....#/.....#/.....#/.....#/.....#/.....#/.....#/.....#/.....#/.....#/.....#");
+    std::fill(pixels.begin(), pixels.end(), uint8_t{0});
+    Graphics_Ellipse(5, -32765, 30000, 32767);
+    EXPECT_EQ(Drawn(), "//" + row + "//" + row) << "the bottom, and the top wrapped";
+}
+
+TEST_F(Graphics, EveryThreadHasItsOwn)
+{
+    std::thread([] {
+        EXPECT_EQ(Graphics_Mode, 0);
+        Graphics_SetColor(9, 9, 9, 9);
+        Graphics_PutPixel(1, 0);
+    }).join();
+    Graphics_PutPixel(2, 0);
+    EXPECT_EQ(Drawn(), "..#");
 }
 
 TEST_F(Graphics, ExtremeShapesEnd)

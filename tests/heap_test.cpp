@@ -1,5 +1,7 @@
 #include "extra/heap.h"
 
+#include <thread>
+
 #include <gtest/gtest.h>
 
 TEST(Heap, PullsGiveBackWhatWasPushed)
@@ -32,12 +34,17 @@ TEST(Heap, PullsGiveBackWhatWasPushed)
 
 TEST(Heap, RoomAndEmptinessAreNoDanger)
 {
-    Extra_CreateHeap(3, 2);
+    Extra_CreateHeap(3, 6);
     Extra_SetHeap(3, 0);
-    Extra_PushDWord(0x44332211);  // two of its bytes fit
-    EXPECT_EQ(Extra_Head[3], 2u);
-    EXPECT_EQ(Extra_PullWord(), 0x2211);
-    EXPECT_EQ(Extra_PullByte(), 0);
+    Extra_PushDWord(0x44332211);
+    Extra_PushByte(0x55);
+    Extra_PushWord(0x7766);  // one of its bytes would fit
+    EXPECT_EQ(Extra_Head[3], 5u);
+    Extra_PushByte(0x66);
+    Extra_PushByte(0x77);
+    EXPECT_EQ(Extra_PullWord(), 0x6655);
+    EXPECT_EQ(Extra_PullDWord(), 0x44332211u);
+    EXPECT_EQ(Extra_PullWord(), 0);
     EXPECT_EQ(Extra_Head[3], 0u);
     Extra_SetHeap(3, 1);
     EXPECT_EQ(Extra_PullDWord(), 0u);
@@ -49,4 +56,19 @@ TEST(Heap, RoomAndEmptinessAreNoDanger)
     Extra_CreateHeap(4, -1);
     Extra_PushByte(1);
     EXPECT_TRUE(Extra_EmptyHeap());
+}
+
+TEST(Heap, EveryThreadHasItsOwn)
+{
+    Extra_CreateHeap(5, 1);
+    Extra_SetHeap(5, 1);
+    Extra_PushByte(9);
+    std::thread([] {
+        EXPECT_EQ(Extra_Heap[5], nullptr);
+        EXPECT_EQ(Extra_Pointer + Extra_LIFOorFIFO, 0);
+        Extra_CreateHeap(5, 1);
+        Extra_DestroyHeap(5);
+    }).join();
+    EXPECT_EQ(Extra_PullByte(), 9);
+    Extra_DestroyHeap(5);
 }

@@ -1,14 +1,25 @@
 #include "game/hiscore.h"
 
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <new>
+#include <random>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "game/minefield.h"
 #include "game/moves.h"
+#include "game/session.h"
 #include "tests/files.h"
 
 // Tables of an 8 by 9 field with 10 mines, in a folder of their own.
@@ -89,33 +100,182 @@ TEST_F(Hiscore, WhatTheFileLacksIsDefault)
     }
 }
 
-TEST_F(Hiscore, AFileThatCannotBeReplacedStays)
+TEST_F(Hiscore, ResultsFindTheirPlaceInTheFileAsItIs)
 {
-    WriteText("old");
-    HiScore = {};
-    const std::string beside = std::string(fnHiscore.data()) + ".new";
-    std::filesystem::create_directory(beside);
-    testing::internal::CaptureStderr();
-    WriteHiscore();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "datas/topten_8x9_10.txt: cannot be written: Is a directory\n");
-    EXPECT_EQ(ReadText(), "old");
+    const auto save = [](const char *record, const char *name, const char *instead) {
+        const HISCORE_SAVED saved = SaveHiscore(record, name, instead);
+        EXPECT_EQ(saved.ReadError, 0) << record;
+        EXPECT_EQ(saved.WriteError, 0) << record;
+        return saved.Place;
+    };
+    constexpr char quick[] = "00:00:10:0000, 00009", slow[] = "00:01:00:0000, 00020",
+                   endless[] = "60:00:00:0000, 00001";
+    EXPECT_EQ(SaveHiscore(endless, "Eva", nullptr).Place, NoPlace);
+    EXPECT_EQ(ReadText(), Repeat(defaultEntry, 10)) << "made all the same";
+    EXPECT_EQ(save(slow, "??????", nullptr), 0u);
+    EXPECT_EQ(save(quick, "Bob", nullptr), 0u) << "another game, meanwhile";
+    EXPECT_EQ(save(slow, "Bea", nullptr), 1u) << "above an equal one";
+    EXPECT_EQ(save(slow, "Anna", "??????"), 1u) << "its name is known";
+    const std::string three = std::string("Bob\n") + quick + "\nAnna\n" + slow + "\nBea\n" + slow;
+    EXPECT_EQ(ReadText(), three + '\n' + Repeat(defaultEntry, 7));
+    WriteText(Repeat(std::string("Bob\n") + quick + '\n', 10));
+    EXPECT_EQ(save(slow, "Anna", "??????"), NoPlace) << "ten were better, meanwhile";
+    EXPECT_EQ(save(quick, "Zoe", nullptr), 0u);
 }
 
-TEST_F(Hiscore, AFileThatCannotBeReadStays)
+TEST_F(Hiscore, ADamagedFileIsKeptOnce)
 {
-    const std::string refusal = std::string(fnHiscore.data()) + ": cannot be read: ";
+    const std::string bad = std::string(fnHiscore.data()) + ".bad";
+    const std::string good = Repeat("Anna\r\n00:00:12:0340, 00013\r\n", 10);
+    for (const std::string &file : {std::string(), good, good.substr(0, good.size() - 1)}) {
+        WriteText(file);
+        SaveHiscore("00:00:01:0000, 00002", "Bob", nullptr);
+        EXPECT_FALSE(std::filesystem::exists(bad)) << "nothing is lost of it";
+    }
+    for (const char *damage : {"Anna\n00:00:1", "another"}) {
+        WriteText(damage);
+        SaveHiscore("00:00:01:0000, 00002", "Bob", nullptr);
+        EXPECT_EQ(ReadText(), "Bob\n00:00:01:0000, 00002\n" + Repeat(defaultEntry, 9));
+        EXPECT_EQ(ReadFile(bad), Text("Anna\n00:00:1")) << damage;
+    }
+}
+
+// What a won or a lost game says on standard error.
+static std::string End(uint8_t end)
+{
+    mb = end;
+    testing::internal::CaptureStderr();
+    Destroy();
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST_F(Hiscore, FilesThatCannotBeReplacedStay)
+{
+    const std::string name = fnHiscore.data();
     ASSERT_TRUE(std::freopen("/dev/null", "r", stdin));
-    const auto play = [](uint8_t end) {
-        mb = end;
-        testing::internal::CaptureStderr();
-        Destroy();
-        return testing::internal::GetCapturedStderr();
-    };
-    std::filesystem::create_directory(fnHiscore.data());
-    EXPECT_EQ(play(GAME_WON), refusal + "Is a directory\n");
-    std::filesystem::remove(fnHiscore.data());
-    std::filesystem::create_symlink("topten_8x9_10.txt", fnHiscore.data());  // to itself
-    EXPECT_EQ(play(GAME_WON), refusal + "Too many levels of symbolic links\n");
-    EXPECT_EQ(play(GAME_SPINNING), refusal + "Too many levels of symbolic links\n") << "still so";
+    WriteText("old");
+    std::filesystem::permissions(name, std::filesystem::perms{0444});
+    EXPECT_EQ(End(GAME_WON), name + ": cannot be written: Permission denied\n");
+    EXPECT_EQ(ReadText(), "old");
+    std::filesystem::remove(name);
+    std::filesystem::create_directory(name);
+    EXPECT_EQ(End(GAME_WON), name + ": cannot be read: Is a directory\n");
+    std::filesystem::remove(name);
+    std::filesystem::create_symlink("topten_8x9_10.txt", name);  // to itself
+    const std::string refusal = name + ": cannot be read: Too many levels of symbolic links\n";
+    EXPECT_EQ(End(GAME_WON), refusal);
+    EXPECT_EQ(End(GAME_SPINNING), "") << "the same error is not told again";
+}
+
+// What several games that save to one table have done, seen by all of them.
+struct SAVED {
+    std::array<std::atomic<uint8_t>, 8> Steps;  // of each result: 0, 1 without its name, 2 with it
+};
+
+static std::string RecordOf(size_t i)
+{
+    return "00:00:0" + std::to_string(i * 5 % 8) + ":0000, 00002";
+}
+
+static void SaveResults(SAVED &saved, size_t first, size_t count)
+{
+    for (size_t i = first; i < first + count; i++) {
+        const std::string record = RecordOf(i), name = "name " + std::to_string(i);
+        if (SaveHiscore(record.c_str(), "??????", nullptr).WriteError != 0)
+            _exit(1);
+        saved.Steps[i] = 1;
+        if (SaveHiscore(record.c_str(), name.c_str(), "??????").WriteError != 0)
+            _exit(1);
+        saved.Steps[i] = 2;
+    }
+}
+
+// The names under which a result stands in the table.
+static std::vector<std::string> NamesOf(const std::string &record)
+{
+    std::vector<std::string> names;
+    for (const HISCORE &entry : HiScore)
+        if (entry.Record.data() == record)
+            names.emplace_back(entry.Name.data());
+    return names;
+}
+
+// Whether the file is one that the game writes: 20 lines, ordered.
+static testing::AssertionResult IsWhole(const std::string &text)
+{
+    if (text.empty())
+        return testing::AssertionSuccess() << "none yet";
+    std::istringstream lines(text);
+    std::string name, record, before;
+    int count = 0;
+    while (std::getline(lines, name) && std::getline(lines, record)) {
+        if (record.size() < 20 || record < before)
+            return testing::AssertionFailure() << text;
+        before = record;
+        count++;
+    }
+    return count == 10 && text.back() == '\n' ? testing::AssertionSuccess()
+                                              : testing::AssertionFailure() << text;
+}
+
+// Games killed at any moment: the table is always whole, and holds every result that was saved.
+// TESSARUVINEL_ROUNDS sets how often, for two and for four games each.
+TEST_F(Hiscore, KilledGamesLoseNothingThatWasSaved)
+{
+    const char *setting = std::getenv("TESSARUVINEL_ROUNDS");
+    const int rounds = setting ? std::atoi(setting) : 25;
+    void *shared =
+        mmap(nullptr, sizeof(SAVED), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(shared, MAP_FAILED);
+    std::mt19937 random(1);
+    int kills = 0, reported = 0;
+    for (const size_t games : {2u, 4u}) {
+        std::chrono::microseconds whole{};  // that undisturbed games take
+        for (int round = 0; round <= rounds; round++) {
+            const auto saved = new (shared) SAVED{};
+            std::filesystem::remove_all("datas");
+            std::filesystem::create_directory("datas");
+            const auto start = std::chrono::steady_clock::now();
+            std::vector<pid_t> running;
+            for (size_t i = 0; i < games; i++) {
+                const pid_t game = fork();
+                ASSERT_GE(game, 0);
+                if (game == 0) {
+                    SaveResults(*saved, 8 / games * i, 8 / games);
+                    _exit(0);
+                }
+                running.push_back(game);
+            }
+            for (const pid_t game : running) {
+                if (round != 0) {
+                    const auto wait = whole * (random() % 1000) / 1000 / games;
+                    std::this_thread::sleep_for(wait);
+                    kill(game, SIGKILL);
+                    ASSERT_TRUE(IsWhole(ReadText())) << "round " << round;
+                }
+                int status;
+                ASSERT_EQ(waitpid(game, &status, 0), game);
+                ASSERT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0) << "round " << round;
+                kills += WIFSIGNALED(status);
+            }
+            if (round == 0)
+                whole = std::chrono::duration_cast<std::chrono::microseconds>(
+                    std::chrono::steady_clock::now() - start);
+            ASSERT_TRUE(IsWhole(ReadText())) << "round " << round;
+            ReadHiscore();
+            for (size_t i = 0; i < saved->Steps.size(); i++) {
+                const std::vector<std::string> names = NamesOf(RecordOf(i));
+                const int steps = saved->Steps[i];
+                ASSERT_LE(names.size(), 1u) << "round " << round;
+                ASSERT_TRUE(steps == 0 || names.size() == 1) << "lost in round " << round;
+                ASSERT_TRUE(steps < 2 || names[0] != "??????") << "round " << round;
+                reported += steps != 0;
+            }
+        }
+    }
+    munmap(shared, sizeof(SAVED));
+    EXPECT_GT(kills, rounds) << "the games were too fast to be killed";
+    RecordProperty("kills", kills);
+    std::printf("%d rounds each of two and of four games: %d killed, %d results reported saved\n",
+                rounds, kills, reported);
 }

@@ -1,4 +1,5 @@
 #include "picture/lbm.h"
+#include "picture/packbits.h"
 
 #include <gtest/gtest.h>
 
@@ -100,7 +101,7 @@ TEST(LBM, ByteRunsExpand)
     };
     for (const auto &r : rows) {
         BYTES out(r.room);
-        out.resize(LBM_ExpandByteRuns(Hex(r.packed), out));
+        out.resize(PackBits_Expand(Hex(r.packed), out));
         EXPECT_EQ(out, Hex(r.plain)) << r.what;
     }
 }

@@ -1,11 +1,12 @@
 #include "game/minefield.h"
 
 #include <algorithm>
+#include <cstring>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "platform/application.h"
+#include "platform/state.h"
 #include "platform/system.h"
 #include "tests/field.h"
 
@@ -30,22 +31,13 @@ TEST(Minefield, ParametersAreTakenOrReplaced)
         std::string name;
         for (const char *parameter : r.parameters)
             name += std::string(parameter) + ' ';
-        Velmorandis_SetParamCount(static_cast<int32_t>(r.parameters.size()));
-        Velmorandis_SetParamStr(r.parameters.data());
+        System_ParamCount = static_cast<int32_t>(r.parameters.size());
+        for (size_t i = 0; i < r.parameters.size(); i++)
+            std::strcpy(&System_ParamStr[i * System_ParamLength], r.parameters[i]);
         ReadParameters();
         EXPECT_TRUE(xDim == r.x && yDim == r.y && nMines == r.mines) << name;
         EXPECT_EQ(okFlag, r.parameters.size() == 4 && r.mines != 20) << name;
     }
-}
-
-TEST(Minefield, ParametersBeyondTheirSlotsAreCut)
-{
-    const std::string longer(300, '7');
-    std::vector<const char *> many(40, longer.c_str());
-    Velmorandis_SetParamCount(40);
-    Velmorandis_SetParamStr(many.data());
-    for (int i = 0; i < 16; i++)
-        EXPECT_EQ(std::string(Velmorandis_ParamStr(i)), longer.substr(0, 127)) << i;
 }
 
 static std::string Mines()

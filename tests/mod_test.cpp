@@ -345,7 +345,7 @@ TEST(MOD, SongsStartOver)
     length = 400;
     MOD_Decoding(BYTES(length).data(), &length, 0);
     EXPECT_EQ(begun.Header->Row, 0);
-    MOD_StartOver(0);
+    MOD_StartOver(*MOD_GetHeader(0));
     EXPECT_EQ(begun.Bytes(), all) << "in the first row, which is the next one too";
 }
 

@@ -14,6 +14,18 @@ inline std::string OwnFile(const BYTES &file)
                      file);
 }
 
+// Restores the framework's rules when a test is over.
+struct RULES {
+    explicit RULES(uint8_t rules)
+    {
+        Picture_Rules = rules;
+    }
+    ~RULES()
+    {
+        Picture_Rules = PICTURE_RULES_FRAMEWORK;
+    }
+};
+
 struct LOADED {
     Picture Record;
     explicit LOADED(const BYTES &file, uint16_t hint = 0, uint8_t rawPlanes = 0)

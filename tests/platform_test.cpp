@@ -2,6 +2,7 @@
 #include <chrono>
 #include <csignal>
 #include <semaphore>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -36,6 +37,7 @@ TEST(TimerService, BeginsAfterASecondAndMakesUpForASlowTick)
     Timer_Create(0, 50000000);
     enough.acquire();
     Timer_Destroy();
+    EXPECT_EQ(std::signal(SIGINT, SIG_DFL), SIG_DFL) << "given back to whom it had before";
     // Ticks that are owed follow each other at once: a busy machine holds up some, but not all.
     bool owed = false;
     for (size_t i = 0; i < 9; i++) {
@@ -68,6 +70,21 @@ TEST(Shell, DeliversEachKeyOnce)
     }
 }
 
+TEST(Shell, APressCountsWhereTheCursorWasThen)
+{
+    const auto position = [] { return std::pair{System_GetMouseX(), System_GetMouseY()}; };
+    GLFEW_MouseMotion(nullptr, 30.9, 40.2);
+    GLFEW_Mouse(nullptr, 1, 1, 0);
+    GLFEW_MouseMotion(nullptr, 50, 60);
+    GLFEW_Mouse(nullptr, 1, 0, 0);
+    EXPECT_EQ(position(), std::pair(30, 40)) << "motion after the press waits";
+    GLFEW_Mouse(nullptr, 0, 1, 0);
+    GLFEW_MouseMotion(nullptr, 70, 80);
+    EXPECT_EQ(position(), std::pair(50, 60)) << "the latest press is the one that is read";
+    EXPECT_EQ(System_MouseDown(), 1);
+    EXPECT_EQ(System_MouseUp(), 3);
+}
+
 TEST(Window, Shapes)
 {
     int32_t width = 1024, height = 768, top;
@@ -80,4 +97,14 @@ TEST(Window, Shapes)
         const std::array extents = {1 / box.Projection[0], 1 / box.Projection[5]};
         EXPECT_EQ(extents, (tall ? std::array{4.0f, 12.0f} : std::array{12.0f, 4.0f}));
     }
+}
+
+TEST(Shell, ParametersBeyondTheirSlotsAreCut)
+{
+    const std::string longer(300, '7');
+    std::vector<const char *> many(40, longer.c_str());
+    Velmorandis_SetParamCount(40);
+    Velmorandis_SetParamStr(many.data());
+    for (int i = 0; i < 16; i++)
+        EXPECT_EQ(std::string(Velmorandis_ParamStr(i)), longer.substr(0, 127)) << i;
 }

@@ -31,15 +31,15 @@ struct MODULE {
     void (*Destroy)();
     void (*SetSoundNumber)(uint8_t n);
     FACTS (*Facts)(uint8_t n);
-    uint8_t *SoundNumber;
+    uint8_t (*SoundNumber)();
 };
 
 // clang-format off
-constexpr MODULE Wav = {"wav", WAV_Load, WAV_Decoding, WAV_Destroy, WAV_SetSoundNumber, FactsOf<WAV_GetHeader>, &WAV_SoundNumber};
-constexpr MODULE Voc = {"voc", VOC_Load, VOC_Decoding, VOC_Destroy, VOC_SetSoundNumber, FactsOf<VOC_GetHeader>, &VOC_SoundNumber};
-constexpr MODULE Au = {"au", AU_Load, AU_Decoding, AU_Destroy, AU_SetSoundNumber, FactsOf<AU_GetHeader>, &AU_SoundNumber};
-constexpr MODULE Iff = {"8svx", IFF_Load, IFF_Decoding, IFF_Destroy, IFF_SetSoundNumber, FactsOf<IFF_GetHeader>, &IFF_SoundNumber};
-constexpr MODULE Aiff = {"aiff", AIFF_Load, AIFF_Decoding, AIFF_Destroy, AIFF_SetSoundNumber, FactsOf<AIFF_GetHeader>, &AIFF_SoundNumber};
+constexpr MODULE Wav = {"wav", WAV_Load, WAV_Decoding, WAV_Destroy, WAV_SetSoundNumber, FactsOf<WAV_GetHeader>, [] { return WAV_SoundNumber; }};
+constexpr MODULE Voc = {"voc", VOC_Load, VOC_Decoding, VOC_Destroy, VOC_SetSoundNumber, FactsOf<VOC_GetHeader>, [] { return VOC_SoundNumber; }};
+constexpr MODULE Au = {"au", AU_Load, AU_Decoding, AU_Destroy, AU_SetSoundNumber, FactsOf<AU_GetHeader>, [] { return AU_SoundNumber; }};
+constexpr MODULE Iff = {"8svx", IFF_Load, IFF_Decoding, IFF_Destroy, IFF_SetSoundNumber, FactsOf<IFF_GetHeader>, [] { return IFF_SoundNumber; }};
+constexpr MODULE Aiff = {"aiff", AIFF_Load, AIFF_Decoding, AIFF_Destroy, AIFF_SetSoundNumber, FactsOf<AIFF_GetHeader>, [] { return AIFF_SoundNumber; }};
 // clang-format on
 constexpr const MODULE *Modules[] = {&Wav, &Voc, &Au, &Iff, &Aiff};
 
@@ -74,7 +74,7 @@ inline REFILL Refill(const MODULE &module, uint64_t position, uint32_t length,
                      const std::string &path = TempPath("sound"))
 {
     REFILL refill = {BYTES(length + 8u, 0xEE), length, 0};
-    const AUDIO_FILE file(std::fopen(path.c_str(), "rb"));
+    const SOUND_STREAM file(std::fopen(path.c_str(), "rb"));
     fseeko(file.get(), static_cast<off_t>(position), SEEK_SET);
     module.Decoding(file.get(), refill.Bytes.data(), &refill.Length, 0);
     refill.Position = static_cast<uint64_t>(ftello(file.get()));

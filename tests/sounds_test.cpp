@@ -174,10 +174,10 @@ TEST(Sounds, Records)
         const FACTS facts = LoadBytes(*module, Samples[i]);
         module->Load(TempPath("absent").c_str());
         module->Load(testing::TempDir().c_str());
-        EXPECT_EQ(*module->SoundNumber, 1) << "what cannot be opened takes no slot";
+        EXPECT_EQ(module->SoundNumber(), 1) << "what cannot be opened takes no slot";
         for (int k = 0; k < 40; k++)
             module->Load(TempPath("sound").c_str());
-        EXPECT_EQ(*module->SoundNumber, 32) << "all slots are used";
+        EXPECT_EQ(module->SoundNumber(), 32) << "all slots are used";
         EXPECT_EQ(module->Facts(31), facts);
         module->SetSoundNumber(3);
         module->Load(WriteTemp("sound", {}).c_str());

@@ -80,15 +80,68 @@ static std::vector<COLOUR> LoadTile(const std::string &name)
     return pixels;
 }
 
-TEST(Tiles, AllLoadAndEndInADarkLine)
+static int Sum(const COLOUR &colour)
 {
+    return colour[0] + colour[1] + colour[2];
+}
+
+// Sum of the colours in the middle half of a row or column of texels.
+static int Line(const std::vector<COLOUR> &tile, size_t start, size_t stride)
+{
+    int sum = 0;
+    for (size_t i = Side / 4; i < 3 * Side / 4; i++)
+        sum += Sum(tile[start + i * stride]);
+    return sum;
+}
+
+TEST(Tiles, AllAreFacesOfOneBlock)
+{
+    constexpr size_t rimX = 6, rimY = 8, end = Side - 1;  // texels
     for (const char *name : {"Base", "Mine", "Empty", "Question", "Flag", "One", "Two", "Three",
                              "Four", "Five", "Six", "Seven", "Eight"}) {
-        // Faces touch: the line is what tells cells apart, and from the yellow behind them.
+        // Faces touch: the rim tells cells apart, and from the yellow behind them.
         const std::vector<COLOUR> tile = LoadTile(name);
-        for (size_t i = 0; i < Side; i++)
-            for (const size_t at : {i, i * Side, (i + 1) * Side - 1, (Side - 1) * Side + i})
-                EXPECT_LT(tile[at][0] + tile[at][1] + tile[at][2], 150) << name << ", " << at;
+        int brightest = 0;
+        for (size_t i = 0; i < tile.size(); i++) {
+            const size_t x = std::min(i % Side, end - i % Side);
+            const size_t y = std::min(i / Side, end - i / Side);
+            brightest = std::max(brightest, x < rimX || y < rimY ? Sum(tile[i]) : 0);
+        }
+        EXPECT_LT(brightest, 120) << name;
+        // The bevel inside of it is lit from the top left.
+        EXPECT_GT(Line(tile, (rimY + 3) * Side, 1), 4 * Line(tile, (end - rimY - 3) * Side, 1))
+            << name;
+        EXPECT_GT(Line(tile, rimX + 3, Side), 2 * Line(tile, end - rimX - 3, Side)) << name;
+    }
+}
+
+TEST(Tiles, SignsStayBoldInSmallCells)
+{
+    const auto isRed = [](const COLOUR &c) { return c[0] > 180 && c[0] > c[2] + 90; };
+    const auto isDark = [](const COLOUR &c) { return Sum(c) < 240; };
+    const auto isWhite = [](const COLOUR &c) { return Sum(c) > 540; };
+    constexpr size_t small = 16, texels = Side / small;  // the mipmap's level in a 64 by 64 field
+    const struct {
+        const char *name;
+        bool (*is)(const COLOUR &);
+        int pixels;  // off the rim
+    } rows[] = {{"Flag", isRed, 24}, {"Mine", isDark, 24}, {"Question", isWhite, 6}};
+    for (const auto &r : rows) {
+        const std::vector<COLOUR> tile = LoadTile(r.name);
+        int pixels = 0;
+        for (size_t y = 2; y < small - 2; y++)
+            for (size_t x = 2; x < small - 2; x++) {
+                std::array<size_t, 3> sum = {};
+                for (size_t i = 0; i < texels * texels; i++)
+                    for (size_t c = 0; c < 3; c++)
+                        sum[c] +=
+                            tile[(y * texels + i / texels) * Side + x * texels + i % texels][c];
+                COLOUR mean = {};
+                for (size_t c = 0; c < 3; c++)
+                    mean[c] = static_cast<uint8_t>(sum[c] / texels / texels);
+                pixels += r.is(mean);
+            }
+        EXPECT_GE(pixels, r.pixels) << r.name;
     }
 }
 
@@ -134,7 +187,7 @@ static COLOUR DigitColour(const std::string &name, const std::vector<COLOUR> &em
     return std::max_element(counts.begin(), counts.end(), rarer)->first;
 }
 
-TEST(Tiles, DigitsDifferInColourToAllEyes)
+TEST(Tiles, DigitsStandOutToAllEyes)
 {
     // Machado, Oliveira, Fernandes 2009: "A Physiologically-based Model for Simulation of Color
     // Vision Deficiency", severity 1.
@@ -151,6 +204,10 @@ TEST(Tiles, DigitsDifferInColourToAllEyes)
          {{{0.152286, 1.052583, -0.204868},
            {0.114503, 0.786281, 0.099216},
            {-0.003882, -0.048116, 1.051998}}}},
+        {"tritanopia",
+         {{{1.255528, -0.076749, -0.178779},
+           {-0.078411, 0.930809, 0.147602},
+           {0.004733, 0.691367, 0.303900}}}},
     };
     const std::vector<COLOUR> empty = LoadTile("Empty");
     std::vector<COLOUR> colours = {empty[Side * Side / 2 + Side / 2]};  // 0 is the floor
@@ -160,7 +217,13 @@ TEST(Tiles, DigitsDifferInColourToAllEyes)
         for (size_t i = 0; i < colours.size(); i++)
             for (size_t k = 0; k < i; k++) {
                 const TRIPLE a = Lab(colours[i], eye.matrix), b = Lab(colours[k], eye.matrix);
-                EXPECT_GT(std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]), 18)
+                EXPECT_GT(std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]), 20)
                     << i << " and " << k << ", " << eye.what;
             }
+    // W3C, "Web Content Accessibility Guidelines": contrast ratio.
+    const auto lit = [&](const COLOUR &colour) {
+        return std::pow((Lab(colour, eyes[0].matrix)[0] + 16) / 116, 3) + 0.05;
+    };
+    for (size_t i = 1; i < colours.size(); i++)
+        EXPECT_GT(lit(colours[0]) / lit(colours[i]), 4.5) << i;
 }

@@ -50,12 +50,20 @@ build() {
 }
 
 # Starts a virtual display and points DISPLAY at it until the script ends. It has a session of its own,
-# so that Ctrl-C reaches the game alone.
+# so that Ctrl-C reaches the game alone, and lets nobody in but who has its cookie.
 virtual_display() {
     local number
-    coproc XVFB { exec setsid Xvfb -displayfd 1 -screen 0 1280x1024x24 -noreset -nolisten tcp 2>/dev/null; }
+    XAUTHORITY=$(mktemp)
+    export XAUTHORITY
+    # One entry, for every address and display: family, address, number, name and data, each with its
+    # length before it.
+    {
+        printf '\377\377\0\0\0\0\0\022MIT-MAGIC-COOKIE-1\0\020'
+        head -c 16 /dev/urandom
+    } >"$XAUTHORITY"
+    coproc XVFB { exec setsid Xvfb -displayfd 1 -screen 0 1280x1024x24 -auth "$XAUTHORITY" -noreset -nolisten tcp 2>/dev/null; }
     xvfb=$XVFB_PID
-    trap 'kill "$xvfb" 2>/dev/null || true' EXIT
+    trap 'kill "$xvfb" 2>/dev/null || true; rm -f "$XAUTHORITY"' EXIT
     read -r number <&"${XVFB[0]}" || {
         say "the virtual display did not start"
         return 1

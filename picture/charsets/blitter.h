@@ -5,7 +5,10 @@
 #include "picture/charsets/sheet.h"
 
 constexpr CHARSET_SOURCE CHARSET_SOURCE_BLITTER = {
-    .Size = {.Glyphs = 128, .Columns = 16, .Rows = 16, .Blank = 64},
+    .Glyphs = 128,
+    .Columns = 16,
+    .Rows = 16,
+    .Blank = 64,
     .Pictures = R"sheet(
   0 cell           1 !              2 "              3 #
 ................ ................ ................ ................

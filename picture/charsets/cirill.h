@@ -8,7 +8,10 @@
 #include "picture/charsets/sheet.h"
 
 constexpr CHARSET_SOURCE CHARSET_SOURCE_CIRILL = {
-    .Size = {.Glyphs = 128, .Columns = 8, .Rows = 8, .Blank = 203},
+    .Glyphs = 128,
+    .Columns = 8,
+    .Rows = 8,
+    .Blank = 203,
     .Pictures = R"sheet(
   0 А      1 Б      2 В      3 Г      4 Д      5 Е      6 Ж      7 З
 .#####.. #######. ######.. #######. ..####.. #######. ##.#.##. #######.

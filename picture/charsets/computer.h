@@ -5,7 +5,10 @@
 #include "picture/charsets/sheet.h"
 
 constexpr CHARSET_SOURCE CHARSET_SOURCE_COMPUTER = {
-    .Size = {.Glyphs = 128, .Columns = 8, .Rows = 8, .Blank = 32},
+    .Glyphs = 128,
+    .Columns = 8,
+    .Rows = 8,
+    .Blank = 32,
     .Pictures = R"sheet(
  32 space  33 !     34 "     35 #     36 $     37 %     38 &     39 '
 ........ ...#.... ..#.#... ..#.#... ...#.... .##..#.. ..##.... ...#....

@@ -5,7 +5,10 @@
 #include "picture/charsets/sheet.h"
 
 constexpr CHARSET_SOURCE CHARSET_SOURCE_PC16 = {
-    .Size = {.Glyphs = 256, .Columns = 8, .Rows = 16, .Blank = 32},
+    .Glyphs = 256,
+    .Columns = 8,
+    .Rows = 16,
+    .Blank = 32,
     .Pictures = R"sheet(
   0 ─      1 │      2 ┌      3 ┐      4 └      5 ┘      6 ├      7 ┤
 ........ ...##... ........ ........ ...##... ...##... ...##... ...##...

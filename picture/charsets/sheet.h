@@ -1,89 +1,85 @@
 // How a character set is written down, and the reader that turns it into tables while compiling.
 // What does not fit together (a row of the wrong width, a number given twice or not at all, a name
-// nobody knows, a mark that leaves its cell) does not compile.
+// nobody knows, a mark that leaves its cell) does not compile. The reader stays away from library
+// types and calls: compilers count, and keep in memory, every step of such a reader.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
-
-#include "picture/charset.h"
 
 /// Glyphs and parts that one set may have; glyphs have the numbers from 0 on, parts from here.
-constexpr size_t CHARSET_MAX_GLYPHS = 256, CHARSET_MAX_PARTS = 64;
+constexpr size_t CHARSET_MaxGlyphs = 256, CHARSET_MaxParts = 64;
 
-/// One set as a person edits it. Names are UTF-8 without spaces.
+/// One set as a person edits it. Names are UTF-8 of at most 8 bytes, without spaces.
 struct CHARSET_SOURCE {
-    CHARSET_SIZE Size;
+    uint16_t Glyphs;
+    uint8_t Columns, Rows;  // of a glyph: 8 or 16
+    uint8_t Blank;          // the glyph that is not drawn
     /// Blocks of cells side by side: a line of "number name" for each, then their rows, '#' for a
-    /// point. "+ name" is a part for letters with marks and no glyph of its own: A5 is an A that
-    /// leaves room by having five rows, and where the marks of capitals differ, ´A is theirs.
-    std::string_view Pictures;
+    /// point. "+ name" is a part for letters with marks and no glyph of its own: A6 is an A of six
+    /// rows, which leaves room for a mark; where the marks of capitals differ, ´A is theirs.
+    const char *Pictures;
     /// "number name base mark right down": the base and, moved by so much, the mark.
-    std::string_view Marked = {};
+    const char *Marked = "";
     /// "number name": from the symbols that the sets share, in the middle of the cell's rows.
-    std::string_view Symbols = {};
+    const char *Symbols = "";
 };
+
+/// The bytes of a name as a number, the last one lowest: equal for equal names, 0 for none.
+using CHARSET_NAME = uint64_t;
 
 struct CHARSET_GLYPHS {
-    /// Empty for numbers that are not taken.
-    std::array<std::string_view, CHARSET_MAX_GLYPHS + CHARSET_MAX_PARTS> Names{};
-    /// Rows from the top, the leftmost point in the highest bit.
-    std::array<std::array<uint16_t, 16>, CHARSET_MAX_GLYPHS + CHARSET_MAX_PARTS> Rows{};
+    CHARSET_NAME Names[CHARSET_MaxGlyphs + CHARSET_MaxParts];
+    uint16_t Rows[CHARSET_MaxGlyphs + CHARSET_MaxParts][16];  // the leftmost point is the high bit
 };
 
-/// Takes the text up to the next '\n', or what is left, from `text`.
-consteval std::string_view CharSet_TakeLine(std::string_view &text)
+/// Takes the next word of a line from `text`; 0 at the line's end.
+consteval CHARSET_NAME CharSet_TakeWord(const char *&text)
 {
-    const size_t end = text.find('\n');
-    const std::string_view line = text.substr(0, end);
-    text.remove_prefix(end == text.npos ? text.size() : end + 1);
-    return line;
+    while (*text == ' ')
+        text++;
+    CHARSET_NAME name = 0;
+    for (; *text != ' ' && *text != '\n' && *text; text++) {
+        if (name >> 56)
+            throw "a name is too long";
+        name = name << 8 | static_cast<uint8_t>(*text);
+    }
+    return name;
 }
 
-/// Takes the next word from `text`; empty at its end.
-consteval std::string_view CharSet_TakeWord(std::string_view &text)
+/// The same as a number.
+consteval int CharSet_TakeNumber(const char *&text)
 {
-    const size_t start = text.find_first_not_of(" \n");
-    text.remove_prefix(start == text.npos ? text.size() : start);
-    const std::string_view word = text.substr(0, text.find_first_of(" \n"));
-    text.remove_prefix(word.size());
-    return word;
-}
-
-/// The next word as a number.
-consteval int CharSet_TakeNumber(std::string_view &text)
-{
-    std::string_view word = CharSet_TakeWord(text);
-    const bool negative = word.starts_with('-');
-    word.remove_prefix(negative ? 1 : 0);
-    if (word.empty())
+    while (*text == ' ')
+        text++;
+    const bool negative = *text == '-';
+    if (negative)
+        text++;
+    if (*text < '0' || *text > '9')
         throw "a number is missing";
     int number = 0;
-    for (const char digit : word) {
-        if (digit < '0' || digit > '9')
-            throw "not a number";
-        number = number * 10 + (digit - '0');
-    }
+    for (; *text >= '0' && *text <= '9'; text++)
+        number = number * 10 + (*text - '0');
     return negative ? -number : number;
 }
 
 /// Takes "number name" and gives that number the name, if it is free and one of the set's.
-consteval size_t CharSet_TakeName(CHARSET_GLYPHS &glyphs, std::string_view &text, size_t count)
+consteval size_t CharSet_TakeName(CHARSET_GLYPHS &glyphs, const char *&text, size_t count)
 {
     const auto number = static_cast<size_t>(CharSet_TakeNumber(text));
     if (number >= count)
         throw "a number that the set does not have";
-    if (!glyphs.Names[number].empty())
+    if (glyphs.Names[number])
         throw "a number given twice";
     glyphs.Names[number] = CharSet_TakeWord(text);
+    if (!glyphs.Names[number])
+        throw "a name is missing";
     return number;
 }
 
 /// The number from `from` to below `to` that has this name, else `to`.
-constexpr size_t CharSet_Find(const CHARSET_GLYPHS &glyphs, std::string_view name, size_t from,
+consteval size_t CharSet_Find(const CHARSET_GLYPHS &glyphs, CHARSET_NAME name, size_t from,
                               size_t to)
 {
     while (from < to && glyphs.Names[from] != name)
@@ -92,66 +88,73 @@ constexpr size_t CharSet_Find(const CHARSET_GLYPHS &glyphs, std::string_view nam
 }
 
 /// The number of the glyph or part that has this name.
-constexpr size_t CharSet_Named(const CHARSET_GLYPHS &glyphs, std::string_view name)
+consteval size_t CharSet_Named(const CHARSET_GLYPHS &glyphs, CHARSET_NAME name)
 {
-    const size_t number = CharSet_Find(glyphs, name, 0, glyphs.Names.size());
-    if (number == glyphs.Names.size())
+    constexpr size_t end = CHARSET_MaxGlyphs + CHARSET_MaxParts;
+    const size_t number = CharSet_Find(glyphs, name, 0, end);
+    if (number == end)
         throw "a name that no glyph has";
     return number;
 }
 
-/// Reads the blocks of a source's Pictures.
-consteval CHARSET_GLYPHS CharSet_ReadPictures(const CHARSET_SOURCE &source)
+/// Eight points of a row. '#' is odd and '.' is even; their sum shows whether all were one of them.
+consteval uint32_t CharSet_ReadPoints(const char *p)
 {
-    CHARSET_GLYPHS glyphs;
-    const size_t columns = source.Size.Columns;
-    size_t part = CHARSET_MAX_GLYPHS;
-    std::string_view text = source.Pictures;
-    CharSet_TakeLine(text);  // the rest of the line that opens the literal
-    while (!text.empty()) {
-        std::string_view names = CharSet_TakeLine(text);
-        std::array<size_t, 8> cells{};
-        size_t across = 0;
-        while (!names.empty()) {
-            if (names.starts_with("+ ")) {
-                CharSet_TakeWord(names);
-                glyphs.Names[part] = CharSet_TakeWord(names);
-                cells[across++] = part++;
+    const int bits = (p[0] & 1) << 7 | (p[1] & 1) << 6 | (p[2] & 1) << 5 | (p[3] & 1) << 4 |
+                     (p[4] & 1) << 3 | (p[5] & 1) << 2 | (p[6] & 1) << 1 | (p[7] & 1);
+    const int sum = p[0] + p[1] + p[2] + p[3] + p[4] + p[5] + p[6] + p[7];
+    const int points = (p[0] & 1) + (p[1] & 1) + (p[2] & 1) + (p[3] & 1) + (p[4] & 1) + (p[5] & 1) +
+                       (p[6] & 1) + (p[7] & 1);
+    if (sum != 8 * '.' - points * ('.' - '#'))
+        throw "neither a point nor none";
+    return static_cast<uint32_t>(bits);
+}
+
+/// Reads the blocks of a source's Pictures.
+consteval void CharSet_ReadPictures(CHARSET_GLYPHS &glyphs, const CHARSET_SOURCE &source)
+{
+    size_t part = CHARSET_MaxGlyphs;
+    const char *text = source.Pictures + 1;  // past the line end that opens the literal
+    while (*text) {
+        size_t cells[8] = {}, across = 0;
+        while (*text != '\n') {
+            if (*text == '+') {
+                text++;
+                cells[across++] = part;
+                glyphs.Names[part++] = CharSet_TakeWord(text);
             } else {
-                cells[across++] = CharSet_TakeName(glyphs, names, source.Size.Glyphs);
+                cells[across++] = CharSet_TakeName(glyphs, text, source.Glyphs);
             }
-            names.remove_prefix(std::min(names.find_first_not_of(' '), names.size()));
+            while (*text == ' ')
+                text++;
         }
-        for (size_t y = 0; y < source.Size.Rows; y++) {
-            const std::string_view row = CharSet_TakeLine(text);
-            if (row.size() + 1 != across * (columns + 1))
-                throw "a row of the wrong width";
+        for (size_t y = 0; y < source.Rows; y++)
             for (size_t cell = 0; cell < across; cell++) {
-                uint32_t bits = 0;
-                for (const char point : row.substr(cell * (columns + 1), columns)) {
-                    if (point != '#' && point != '.')
-                        throw "neither a point nor none";
-                    bits = bits << 1 | (point == '#');
-                }
-                glyphs.Rows[cells[cell]][y] = static_cast<uint16_t>(bits << (16 - columns));
+                if (*text++ != (cell ? ' ' : '\n'))
+                    throw "a row of the wrong width";
+                uint32_t bits = CharSet_ReadPoints(text) << 8;
+                if (source.Columns == 16)
+                    bits |= CharSet_ReadPoints(text + 8);
+                glyphs.Rows[cells[cell]][y] = static_cast<uint16_t>(bits);
+                text += source.Columns;
             }
-        }
+        if (*text++ != '\n')
+            throw "a row of the wrong width";
     }
-    return glyphs;
 }
 
 /// Lays part `mark`, moved `right` and `down`, over the rows of glyph `number`.
 consteval void CharSet_Lay(CHARSET_GLYPHS &glyphs, size_t number, size_t mark, int right, int down,
                            const CHARSET_SOURCE &source)
 {
-    for (size_t y = 0; y < source.Size.Rows; y++) {
+    for (size_t y = 0; y < source.Rows; y++) {
         const uint32_t bits = glyphs.Rows[mark][y];
         if (!bits)
             continue;
         const uint32_t moved = right < 0 ? bits << -right : bits >> right;
         const size_t to = y + static_cast<size_t>(down);
-        if (moved >> 16 || moved & (0xFFFFu >> source.Size.Columns) ||
-            (right < 0 ? moved >> -right : moved << right) != bits || to >= source.Size.Rows)
+        if (moved >> 16 || moved & (0xFFFFu >> source.Columns) ||
+            (right < 0 ? moved >> -right : moved << right) != bits || to >= source.Rows)
             throw "a mark leaves its cell";
         glyphs.Rows[number][to] = static_cast<uint16_t>(glyphs.Rows[number][to] | moved);
     }
@@ -160,24 +163,33 @@ consteval void CharSet_Lay(CHARSET_GLYPHS &glyphs, size_t number, size_t mark, i
 /// Reads a whole set: pictures, then marked letters, then what it takes from `symbols`.
 consteval CHARSET_GLYPHS CharSet_Read(const CHARSET_SOURCE &source, const CHARSET_GLYPHS &symbols)
 {
-    CHARSET_GLYPHS glyphs = CharSet_ReadPictures(source);
-    std::string_view text = source.Marked;
-    while (text.size() > 1) {  // a '\n' closes the literal
-        const size_t number = CharSet_TakeName(glyphs, text, source.Size.Glyphs);
+    CHARSET_GLYPHS glyphs{};
+    CharSet_ReadPictures(glyphs, source);
+    // A line end stands before, between and after the lines.
+    for (const char *text = source.Marked; *text;) {
+        while (*text == ' ' || *text == '\n')
+            text++;
+        if (!*text)
+            break;
+        const size_t number = CharSet_TakeName(glyphs, text, source.Glyphs);
         const size_t base = CharSet_Named(glyphs, CharSet_TakeWord(text));
         const size_t mark = CharSet_Named(glyphs, CharSet_TakeWord(text));
-        glyphs.Rows[number] = glyphs.Rows[base];
+        for (size_t y = 0; y < source.Rows; y++)
+            glyphs.Rows[number][y] = glyphs.Rows[base][y];
         const int right = CharSet_TakeNumber(text);
         CharSet_Lay(glyphs, number, mark, right, CharSet_TakeNumber(text), source);
     }
-    text = source.Symbols;
-    while (text.size() > 1) {
-        const size_t number = CharSet_TakeName(glyphs, text, source.Size.Glyphs);
-        const auto &rows = symbols.Rows[CharSet_Named(symbols, glyphs.Names[number])];
+    for (const char *text = source.Symbols; *text;) {
+        while (*text == ' ' || *text == '\n')
+            text++;
+        if (!*text)
+            break;
+        const size_t number = CharSet_TakeName(glyphs, text, source.Glyphs);
+        const size_t symbol = CharSet_Named(symbols, glyphs.Names[number]);
         for (size_t y = 0; y < 8; y++)
-            glyphs.Rows[number][(source.Size.Rows - 8) / 2 + y] = rows[y];
+            glyphs.Rows[number][(source.Rows - 8u) / 2 + y] = symbols.Rows[symbol][y];
     }
-    if (CharSet_Find(glyphs, {}, 0, source.Size.Glyphs) != source.Size.Glyphs)
+    if (CharSet_Find(glyphs, 0, 0, source.Glyphs) != source.Glyphs)
         throw "a number without a picture";
     return glyphs;
 }
@@ -186,12 +198,16 @@ consteval CHARSET_GLYPHS CharSet_Read(const CHARSET_SOURCE &source, const CHARSE
 template <const CHARSET_SOURCE &Source>
 consteval auto CharSet_Table(const CHARSET_GLYPHS &glyphs)
 {
-    constexpr size_t bytes = Source.Size.Columns / 8;
-    std::array<uint8_t, Source.Size.Glyphs * Source.Size.Rows * bytes> table{};
-    for (size_t i = 0; i < table.size(); i++) {
-        const size_t row = i / bytes;
-        const uint32_t points = glyphs.Rows[row / Source.Size.Rows][row % Source.Size.Rows];
-        table[i] = static_cast<uint8_t>(i % bytes ? points : points >> 8);
-    }
-    return table;
+    struct {
+        std::array<uint8_t, size_t{Source.Glyphs} * Source.Rows *(Source.Columns / 8)> Table;
+    } result{};
+    uint8_t *out = result.Table.data();
+    for (size_t glyph = 0; glyph < Source.Glyphs; glyph++)
+        for (size_t y = 0; y < Source.Rows; y++) {
+            const uint32_t points = glyphs.Rows[glyph][y];
+            *out++ = static_cast<uint8_t>(points >> 8);
+            if (Source.Columns == 16)
+                *out++ = static_cast<uint8_t>(points);
+        }
+    return result.Table;
 }

@@ -4,7 +4,10 @@
 #include "picture/charsets/sheet.h"
 
 constexpr CHARSET_SOURCE CHARSET_SOURCE_SYMBOLS = {
-    .Size = {.Glyphs = 78, .Columns = 8, .Rows = 8, .Blank = 255},
+    .Glyphs = 78,
+    .Columns = 8,
+    .Rows = 8,
+    .Blank = 255,
     .Pictures = R"sheet(
   0 ─      1 │      2 ┌      3 ┐      4 └      5 ┘      6 ├      7 ┤
 ........ ...#.... ........ ........ ...#.... ...#.... ...#.... ...#....

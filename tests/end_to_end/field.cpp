@@ -3,13 +3,14 @@
 #include <cstdio>
 
 #include "game/minefield.h"
-#include "platform/application.h"
+#include "platform/state.h"
 #include "platform/system.h"
 
 int main(int argc, char **argv)
 {
-    Velmorandis_SetParamCount(argc);
-    Velmorandis_SetParamStr(argv);
+    System_ParamCount = argc;
+    for (size_t i = 0; i < static_cast<size_t>(argc) && i < System_ParamSlots; i++)
+        std::snprintf(&System_ParamStr[i * System_ParamLength], System_ParamLength, "%s", argv[i]);
     System_RaNDomize();
     ReadParameters();
     GenerateMinefield();

@@ -1,5 +1,6 @@
 """Whole games with the real program in a real window: game_test.py BUILD DATAS [TEST...]"""
 
+import array
 import os
 import re
 import signal
@@ -37,6 +38,8 @@ Generate minefield...
 """
 LOST = "Game Over - You have stepped on a mine!\n"
 WON = "Game Over - You have detected all mines!\n"
+QUESTION = "What is your name? "
+AGAIN = "Enter closes, a new game: n "
 GOODBYE = "\nThank you for the playing. See U next time!\n\n"
 DEFAULT = ["NoName", "59:59:59:1000, 10000"]
 
@@ -78,7 +81,7 @@ class Games(unittest.TestCase):
         game = Game(program, self.display, self.folder, size, self.environment)
         self.addCleanup(game.process.kill)  # a window that a failed test left would take the next one's clicks
         game.wait_for("OK, let's play.\n\n")
-        time.sleep(1)  # the first frame and the first tick
+        self.display.xdotool("search", "--sync", "--name", "flags 0 of")  # the first frame
         return game
 
     def mines(self, *size):
@@ -86,19 +89,27 @@ class Games(unittest.TestCase):
                               check=True, capture_output=True, text=True).stdout.split()
         return [cell for cell in cells(size) if rows[cell[1] - 1][cell[0] - 1] == "*"]
 
-    def win(self, *size, program=PROGRAM):
-        """Plays a game without mines: the first click wins."""
+    def win(self, *size, program=PROGRAM, until=GOODBYE):
+        """Plays a game without mines, where the first click wins, and waits for a text of its end."""
         game = self.start(*size, program=program)
         game.click((1, 1))
         game.wait_for(WON)
-        game.key("Escape")
-        game.wait_for(GOODBYE)
+        if until != WON:
+            game.key("Escape")
+            game.wait_for(until)
         return game
 
     def end(self, game):
         status, errors = game.finish()
         self.assertEqual((status, errors), (0, ""), errors)
         return game.printed
+
+    def windows(self):
+        """The windows of the game that are on the screen."""
+        try:
+            return self.display.xdotool("search", "--onlyvisible", "--name", "^Tessaruvinel").split()
+        except subprocess.CalledProcessError:  # it found none
+            return []
 
     def hiscores(self, *size):
         with open(self.folder.file("topten_{}x{}_{}.txt".format(*size)), "rb") as file:
@@ -121,9 +132,11 @@ class Games(unittest.TestCase):
                 time.sleep(1.2)
                 game.read(0.1)
         game.wait_for(WON)
-        time.sleep(0.5)
+        game.type("Mallory\n")  # too early for an answer
         game.key("Escape")
-        game.wait_for("What is your name? ")
+        game.wait_for(QUESTION)
+        self.assertEqual(self.windows(), [])
+        self.assertRegex(self.hiscores(*size), rb"\A\?{6}\n00:")
         game.type("Anna Bell 99\n")
         printed = self.end(game)
 
@@ -153,7 +166,7 @@ class Games(unittest.TestCase):
         game.click(other, 3)
         game.click(mines[0])
         game.wait_for(LOST)
-        time.sleep(4)
+        self.display.xdotool("search", "--sync", "--name", "flags 1 of 3 - 0:[0-9]+ - lost - Escape ends$")
         game.press(game.point(other), 1)
         time.sleep(0.5)
         game.key("Escape")
@@ -164,12 +177,10 @@ class Games(unittest.TestCase):
 
     def test_results_are_ranked(self):
         size = (3, 2, 0)
-        names = [("first\n", "first"), ("a-b\n", "a"), ("\n", ""), ("ABCDEFGHIJKLMNOPQRST\n", "ABCDEFGHIJKLMNOP"),
-                 ("sass\n", "sass")]
+        names = [("a-b\n", "a"), ("\n", ""), ("SixteenLetters16s\n", "SixteenLetters16")]
         entries = [DEFAULT] * 10
         for typed, name in names:
-            game = self.win(*size)
-            game.wait_for("What is your name? ")
+            game = self.win(*size, until=QUESTION)
             game.type(typed)
             printed = self.end(game)
             shown = re.findall(r"^ ?\d+\.: +(.*?) \[(.*) steps\]\n", printed, re.M)
@@ -202,18 +213,39 @@ class Games(unittest.TestCase):
 
     def test_cells_are_picked_in_every_window(self):
         for size, cell in [((2, 2, 0), (1, 1)), ((5, 3, 0), (5, 1)), ((64, 63, 0), (64, 63))]:
-            for window in [None, (900, 500)]:
-                game = self.start(*size)
-                if window:
-                    game.resize(*window)
-                game.click(cell, 3)  # it looks for this very cell in the step's line
-                game.key("Escape")
-                self.end(game)
+            game = self.start(*size)
+            game.click(cell, 3)  # it looks for this very cell in the step's line
+            game.resize(900, 500)
+            game.click(cell, 3)
+            game.key("Escape")
+            self.end(game)
+
+    def test_a_press_counts_where_it_was_made(self):
+        for size, presses in [((10, 10, 1), 4), ((64, 64, 1), 4)]:
+            game = self.start(*size)
+            cells = [(3, 3), (4, 3)]
+            for cell in cells:
+                game.click(cell, 3)  # a flagged cell takes any number of steps
+                time.sleep(1.2)
+            start = len(game.printed)
+            expected = []
+            for delay in (0, 0.005, 0.03):
+                for i in range(presses):
+                    here, there = cells[i % 2], cells[1 - i % 2]
+                    game.display.xdotool("mousemove", *game.point(here), "mousedown", 1, "sleep", delay,
+                                         "mousemove", *game.point(there), "mouseup", 1)
+                    expected.append(f"({here[0]},{here[1]})")
+                    game.wait_for("LEFT Mouse button at ")
+            time.sleep(0.5)
+            game.read(0.1)
+            self.assertEqual(re.findall(r"LEFT Mouse button at (\S+)\n", game.printed[start:]), expected)
+            game.key("Escape")
+            self.end(game)
 
     def test_interrupt_stops_the_clock_only(self):
         game = self.start(3, 3, 0)
         game.click((1, 1), 3)
-        time.sleep(1.2)
+        time.sleep(2.2)  # the first tick, and the turn
         game.process.send_signal(signal.SIGINT)
         time.sleep(0.3)
         times = []
@@ -230,31 +262,205 @@ class Games(unittest.TestCase):
         self.end(game)
 
     def test_title_and_size_of_the_window(self):
-        game = self.start(2, 2, 1)
-        window = self.display.xdotool("search", "--name", "^Tessaruvinel v3.23 - a VELMORANDIS production$")
-        self.assertIn("1024x768", self.display.xdotool("getwindowgeometry", window.split()[0]))
+        game = self.start(2, 2, 0)
+        window = self.windows()[0]
+        self.assertIn("1024x768", self.display.xdotool("getwindowgeometry", window))
+        game.click((1, 2), 3)
+        for title in ["2x2 - flags 1 of 0 - 0:00", "2x2 - flags 1 of 0 - 0:0[2-9]"]:
+            self.display.xdotool("search", "--sync", "--name", f"^Tessaruvinel v3.23 - {title}$")
+        game.click((1, 2), 3)
+        game.click((1, 2), 3)
+        game.click((1, 1))
+        self.display.xdotool("search", "--sync", "--name", "2x2 - flags 0 of 0 - 0:[0-9]+ - won$")
         game.key("Escape")
+        game.wait_for(QUESTION)
+        game.type("\n")
         self.end(game)
 
-    def test_the_installed_game(self):
+    def test_a_won_result_is_never_lost(self):
+        size = (3, 2, 0)
+        ends = [(signal.SIGHUP, QUESTION), (signal.SIGINT, QUESTION), (signal.SIGTERM, WON), (None, QUESTION)]
+        for count, (end, until) in enumerate(ends, 1):
+            game = self.win(*size, until=until)
+            if end:
+                game.process.send_signal(end)
+                status, errors = game.finish()
+                self.assertEqual((status, errors), (-end, ""))
+                self.assertTrue(game.printed.endswith(QUESTION + "Have a good day dear !\n\n"), game.printed[-300:])
+            else:
+                os.close(game.console)  # the terminal is closed, and its signal goes to others
+                self.assertEqual((game.process.wait(10), game.process.stderr.read()), (0, b""))
+                game.process.stderr.close()
+            lines = self.hiscores(*size).decode().split("\n")
+            self.assertEqual(lines[0:20:2], [""] * count + ["NoName"] * (10 - count), (end, until))
+
+    def test_two_games_at_once(self):
+        size = (3, 2, 0)
+        first = self.win(*size, until=QUESTION)
+        second = self.win(*size, until=QUESTION)
+        for game, name in [(second, "second"), (first, "first")]:
+            game.type(name + "\n")
+            self.end(game)
+        names = self.hiscores(*size).decode().split("\n")[0:20:2]
+        self.assertEqual((sorted(names[:2]), names[2:]), (["first", "second"], ["NoName"] * 8))
+
+    def test_a_lost_display(self):
+        size = (3, 2, 0)
+        game = self.win(*size, until=WON)
+        self.display.xdotool("windowkill", self.windows()[0])  # as "Force quit" does
+        self.assertEqual(game.finish(), (1, "The display is lost\n"))
+        self.assertEqual(self.hiscores(*size).split(b"\n")[0:3:2], [b"", b"NoName"])
+        usual = self.display
+        with Display() as self.display:
+            game = self.win(*size, until=QUESTION)
+            self.display.server.terminate()
+            self.assertEqual(game.finish(), (1, "The display is lost\n"))
+        self.display = usual
+        self.assertEqual(self.hiscores(*size).split(b"\n")[0:5:2], [b"", b"", b"NoName"])
+
+    def test_closed_standard_streams(self):
+        game = subprocess.Popen(["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", PROGRAM, "3", "2", "0"],
+                                cwd=self.folder.path, env=dict(os.environ, **self.environment, DISPLAY=self.display.name))
+        self.addCleanup(game.kill)
+        self.display.xdotool("search", "--sync", "--name", "3x2 - flags 0 of 0 - 0:00")
+        self.display.xdotool("mousemove", 512, 384, "mousemove_relative", 60, 60, "click", 1)
+        self.display.xdotool("search", "--sync", "--name", "won$")
+        self.display.xdotool("key", "Escape")
+        self.assertEqual(game.wait(30), 0)
+        self.assertEqual(self.hiscores(3, 2, 0).split(b"\n")[0:3:2], [b"", b"NoName"])
+
+    def test_what_is_missing_is_named(self):
+        def damage(name, content):
+            path = self.folder.file(name)
+            os.remove(path)
+            if content is not None:
+                with open(path, "wb") as file:
+                    file.write(content)
+
+        gone = "no picture: cannot be opened: No such file or directory"
+        for prepare, line in [
+            (lambda: damage("Mine.ham8", None), f"datas/Mine.ham8: {gone}"),
+            (lambda: damage("Mine.ham8", b"no tile"), "datas/Mine.ham8: no picture: [^\n]+"),
+            (lambda: os.rename(self.folder.file(""), self.folder.path + "/elsewhere"),
+             f"datas/Base.ham8: {gone}, nor of 12 other tiles"),
+        ]:
+            self.folder.__exit__()
+            self.folder.__enter__()
+            prepare()
+            game = self.start(2, 2, 1)
+            game.key("Escape")
+            status, errors = game.finish()
+            self.assertEqual(status, 0)
+            self.assertRegex(errors, rf"\A{line}; looked for in {self.folder.path}\n\Z")
+
+    def test_what_is_heard(self):
+        """The music without holes; half as loud is half of every sample; at 0 no sound card is opened."""
+        heard = []
+        for volume in 100, 50, 0:
+            captured = os.path.join(self.folder.path, f"captured{volume}")
+            conf = "".join(f"pcm.!{name} {{ type null }}\n" for name in ("first", "second"))
+            conf += f'pcm.!default {{ type file file "{captured}" format raw slave.pcm {{ type null }} }}\n'
+            with open(os.path.join(self.folder.path, "alsa.conf"), "w") as file:
+                file.write(conf)
+            self.environment.update(ALSA_CONFIG_PATH=file.name, JACK_NO_START_SERVER="1", TESSARUVINEL_VOLUME=str(volume))
+            game = self.start(2, 2, 1)
+            game.key("Escape")
+            self.end(game)
+            if volume == 0:
+                self.assertFalse(os.path.exists(captured))
+            else:
+                with open(captured, "rb") as file:
+                    heard.append(array.array("h", file.read(400000)))
+        whole, half = heard
+        music = self.folder.file("ShadowOfTheBeast.mp3")
+        subprocess.run([os.path.join(BUILD, "player"), "--convert", music, music + ".wav"], check=True, capture_output=True)
+        with open(music + ".wav", "rb") as file:
+            converted = file.read(200000)[44:]  # past the header; it lacks the encoder's delay
+        self.assertTrue(converted in whole.tobytes())
+        self.assertGreater(max(whole), 1000)
+        self.assertEqual([int(sample / 2) for sample in whole], list(half))
+
+    def test_without_sound(self):
+        """The sound system's library ends a program by an assertion when it finds no default device."""
+        self.environment["ALSA_CONFIG_PATH"] = "/dev/null"
+        game = self.start(2, 2, 1)
+        game.key("Escape")
+        self.assertEqual(game.finish(), (0, "No sound: the sound system cannot be started\n"))
+
+    def install(self):
         prefix, home = os.path.join(self.folder.path, "prefix"), os.path.join(self.folder.path, "home")
         subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], check=True, capture_output=True)
+        return prefix, home, os.path.join(prefix, "bin", "tessaruvinel")
+
+    def test_the_installed_game(self):
+        prefix, home, launcher = self.install()
         share = os.path.join(prefix, "share")
         # The player's own folder: the one that is shared, as with a prefix of ~/.local, and one apart.
         for name, data, own in [("owner", share, share), ("other", "", os.path.join(home, ".local/share"))]:
             # Without the fixed time: a launcher that has it, and a sanitizer in what it starts, deadlock.
             self.environment = {"HOME": home, "XDG_DATA_HOME": data, "ASAN_OPTIONS": FIXED_TIME["ASAN_OPTIONS"]}
-            game = self.win(3, 3, 0, program=os.path.join(prefix, "bin", "tessaruvinel"))
-            game.wait_for("What is your name? ")
+            game = self.win(3, 3, 0, program=launcher, until=QUESTION)
             game.type(name + "\n")
+            game.wait_for(AGAIN)
+            game.type("\n")
             self.assertIn("Title: ", self.end(game))
             with open(os.path.join(own, "tessaruvinel/datas/topten_3x3_0.txt")) as file:
                 self.assertEqual(file.read().split("\n")[:3:2], [name, "NoName"])
+        # A tile of the player's own stays, an old link is renewed; then another game of the same field.
+        datas = os.path.join(own, "tessaruvinel/datas")
+        for tile, link in [("Flag", os.path.join(DATAS, "Flag.ham8")), ("Mine", "/old/share/tessaruvinel/datas/Mine.ham8")]:
+            os.remove(f"{datas}/{tile}.ham8")
+            os.symlink(link, f"{datas}/{tile}.ham8")
+        game = self.start("--small", program=launcher)
+        self.assertEqual(os.readlink(f"{datas}/Flag.ham8"), os.path.join(DATAS, "Flag.ham8"))
+        self.assertEqual(os.readlink(f"{datas}/Mine.ham8"), os.path.join(share, "tessaruvinel/datas/Mine.ham8"))
+        game.key("Escape")
+        game.wait_for(AGAIN)
+        game.type("n\n")
+        game.wait_for("OK, let's play.")
+        self.display.xdotool("search", "--sync", "--name", "flags 0 of 10")
+        game.key("Escape")
+        game.wait_for(AGAIN)
+        game.type("\n")
+        self.assertEqual(self.end(game).count("X dimension : 8\nY dimension : 8\nMines       : 10\n"), 2)
+
         for name in ["applications/tessaruvinel.desktop", "man/man6/tessaruvinel.6",
                      "icons/hicolor/256x256/apps/tessaruvinel.png", "tessaruvinel/datas/Base.ham8"]:
             self.assertTrue(os.path.exists(os.path.join(share, name)), name)
         with open(os.path.join(share, "applications/tessaruvinel.desktop")) as file:
             self.assertIn("Terminal=true\n", file.read())
+
+    def test_what_the_launcher_says(self):
+        launcher = self.install()[2]
+        play = os.path.join(os.path.dirname(DATAS), "play")
+
+        def run(arguments, program=launcher, **environment):
+            result = subprocess.run([program, *arguments.split()], cwd=self.folder.path, capture_output=True, text=True,
+                                    env={"PATH": os.environ["PATH"], "HOME": self.folder.path, **environment})
+            return result.returncode, result.stdout, result.stderr
+
+        for program in launcher, play:
+            self.assertEqual(run("--version", program), (0, "Tessaruvinel 3.23\n", ""))
+            status, printed, errors = run("5 5 --help", program)
+            self.assertEqual((status, errors), (0, ""))
+            self.assertRegex(printed, r"\AUsage: (\./play|tessaruvinel) \[OPTION...\] \[xDim yDim nMines\]\n")
+        nowhere = (1, "", "tessaruvinel: no HOME: where to keep the tables is unknown\n")
+        self.assertEqual(run("", HOME=""), nowhere)
+        for environment in {"XDG_DATA_HOME": "share"}, {"HOME": "home"}:
+            status, printed, errors = run("", **environment)
+            self.assertEqual((status, printed), (1, ""))
+            self.assertRegex(errors, r"\Atessaruvinel: '[^\n]*' is no absolute path: [^\n]+\n\Z")
+        for arguments, why in [
+            ("3 3", "not three numbers, but 2"), ("a 3 4", "'a' is no number or option"),
+            ("--large 5", "not three numbers, but 4"), ("1 10 5", "the width 1 is not 2 to 64"),
+            ("10 0065 5", "the height 0065 is not 2 to 64"), ("3 3 9", "9 mines are too many for 3 by 3"),
+            ("266 08 300", None), ("--medium", None), ("", None),  # the game takes these, and has no display
+        ]:
+            status, printed, errors = run(arguments)
+            lines = errors.splitlines()
+            self.assertEqual((status, printed), (1, ""))
+            self.assertRegex(lines.pop(), "^No window: ")
+            self.assertEqual(lines, [f"tessaruvinel: {why}: playing 10 by 10 with 20 mines"] if why else [])
 
     def test_without_a_display(self):
         run = subprocess.run([PROGRAM], cwd=self.folder.path, capture_output=True, text=True,

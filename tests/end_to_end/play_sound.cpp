@@ -17,7 +17,9 @@
 #include <thread>
 #include <vector>
 
-#include "audio/audio_module.h"
+#include <portaudio.h>
+
+#include "audio/audio.h"
 #include "audio/mp3.h"
 
 using namespace std::chrono_literals;

@@ -9,8 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "audio/audio_module.h"
-#include "tools/player/feed.h"
 #include "tools/player/terminal.h"
 #include "tools/player/text.h"
 
@@ -63,24 +61,26 @@ static void ShowProgress(const PLAYER_SOUND &sound, uint64_t data, uint64_t expe
 static std::string WriteSound(FILE *file, PLAYER_SOUND &sound, uint32_t passes)
 {
     const uint32_t frame = Player_FrameBytes(sound);
-    PLAYER_FEED feed = {sound.Track.get(), frame, sound.Limit, passes, 0, 0, false};
-    Feed_Start(feed);
+    const uint64_t expected = sound.Bytes * passes;
+    const AudioTrack &track = *sound.Track;
+    Player_Start(sound);
     std::vector<uint8_t> block((1u << 20) / frame * frame);
     uint64_t data = 0;
-    size_t taken = block.size();
     if (!Write(file, Header(sound, 0)))
         return std::strerror(errno);
-    while (taken == block.size()) {
+    while (!track.Ended) {
         if (Terminal_Signal() != 0)
             return "interrupted";
-        taken = Feed_Take(feed, block);
+        const size_t taken = Player_Take(sound, passes, block);
         data += taken;
         if (data > MaxData)
             return TooMuch;
         if (!Write(file, std::span(block).first(taken)))
             return std::strerror(errno);
-        ShowProgress(sound, data, sound.Bytes * passes);
+        ShowProgress(sound, data, expected);
     }
+    if (track.Error != 0)
+        return std::string("the sound cannot be read to its end: ") + std::strerror(track.Error);
     const auto size = static_cast<uint32_t>(data);
     if ((data % 2 != 0 && std::fputc(0, file) == EOF) || std::fseek(file, 0, SEEK_SET) != 0 ||
         !Write(file, Header(sound, size)) || std::fflush(file) != 0)
@@ -97,7 +97,7 @@ std::string Player_Convert(PLAYER_SOUND &sound, uint32_t passes, const std::stri
     if (expected - expected / 64 > MaxData)  // the header's length may be some samples too long
         return TooMuch;
     const std::string beside = path + ".part";
-    AUDIO_FILE file(std::fopen(beside.c_str(), "wbx"));
+    SOUND_STREAM file(std::fopen(beside.c_str(), "wbx"));
     if (!file)
         return errno == EEXIST ? beside + " is in the way" : std::strerror(errno);
     std::string failure = WriteSound(file.get(), sound, passes);

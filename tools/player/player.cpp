@@ -9,10 +9,10 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <portaudio.h>
 
 #include "audio/audio.h"
 #include "tools/player/convert.h"
-#include "tools/player/feed.h"
 #include "tools/player/sound.h"
 #include "tools/player/terminal.h"
 #include "tools/player/text.h"
@@ -29,10 +29,11 @@ constexpr int WrongUsage = 2;
 constexpr int WaitMilliseconds = 50;
 constexpr uint32_t CallsPerSecond = 10;  // of the stream's callback
 
-// What plays, of which the stream's callback takes unless it is to be silent; when all that was
-// taken has been heard, in seconds of the stream's clock; and the calls since then that were not
-// filled.
-static PLAYER_FEED feed;
+// What plays, of which the stream's callback takes so many passes (0: for ever) unless it is to be
+// silent; when all that was taken has been heard, in seconds of the stream's clock; and the calls
+// since then that were not filled.
+static PLAYER_SOUND *nowPlaying;
+static uint32_t passes, frameBytes;
 static std::atomic<bool> hushed;
 static std::atomic<double> heardAt;
 static std::atomic<uint32_t> silentCalls;
@@ -45,7 +46,7 @@ static void Report(const std::string &file, const std::string &reason)
 
 static double SecondsOf(uint64_t bytes)
 {
-    return static_cast<double>(bytes) / feed.FrameBytes / static_cast<double>(Audio_Hz);
+    return static_cast<double>(bytes) / frameBytes / static_cast<double>(Audio_Hz);
 }
 
 // Silence follows the sound before the stream completes: not every back end lets what is buffered
@@ -53,12 +54,12 @@ static double SecondsOf(uint64_t bytes)
 static int PlayFeed(const void *, void *output, unsigned long frames,
                     const PaStreamCallbackTimeInfo *timing, PaStreamCallbackFlags, void *)
 {
-    const std::span out(static_cast<uint8_t *>(output), frames * feed.FrameBytes);
-    const size_t taken = hushed ? 0 : Feed_Take(feed, out);
+    const std::span out(static_cast<uint8_t *>(output), frames * frameBytes);
+    const size_t taken = hushed ? 0 : Player_Take(*nowPlaying, passes, out);
     if (taken != 0)
         heardAt = timing->outputBufferDacTime + SecondsOf(taken);
     std::ranges::fill(out.subspan(taken), uint8_t{Audio_BPS == 8 ? uint8_t{128} : uint8_t{0}});
-    if (taken < out.size())
+    if (hushed || nowPlaying->Track->Ended)
         silentCalls++;
     return silentCalls < CallsPerSecond ? paContinue : paComplete;
 }
@@ -72,7 +73,7 @@ static double Unheard(PaStream *stream)
 // Where the sound is that is heard now.
 static double Now(PaStream *stream)
 {
-    return std::max(SecondsOf(feed.Position) - Unheard(stream), 0.0);
+    return std::max(SecondsOf(nowPlaying->Track->Taken) - Unheard(stream), 0.0);
 }
 
 static bool HasEnded(PaStream *stream)
@@ -133,15 +134,14 @@ static PLAYER_KEY Watch(const PLAYER_SOUND &sound, const std::string &of)
 }
 
 // Has the engine open a stream of the sound's own format, and start it. Returns PortAudio's answer.
-static PaError StartStream(PLAYER_SOUND &sound, uint32_t passes)
+static PaError StartStream(PLAYER_SOUND &sound, uint32_t wanted)
 {
     Audio_Init(static_cast<uint8_t>(sound.Channels));
     Audio_SetMixer(static_cast<uint8_t>(sound.Bits), sound.Hz, 0, 0);
-    feed.Track = sound.Track.get();
-    feed.FrameBytes = Player_FrameBytes(sound);
-    feed.Limit = sound.Limit;
-    feed.Passes = passes;
-    Feed_Start(feed);
+    nowPlaying = &sound;
+    passes = wanted;
+    frameBytes = Player_FrameBytes(sound);
+    Player_Start(sound);
     silentCalls = 0;
     Audio_StreamCallBack = PlayFeed;
     Audio_StreamFrames = std::max(sound.Hz / CallsPerSecond, 1u);

@@ -7,12 +7,12 @@
 #include <cstring>
 #include <span>
 
+#include <portaudio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "audio/aiff.h"
 #include "audio/au.h"
-#include "audio/audio_module.h"
 #include "audio/iff.h"
 #include "audio/mod.h"
 #include "audio/mp3.h"
@@ -35,6 +35,12 @@ static void AddNumber(PLAYER_SOUND &sound, const char *what, uint64_t value)
 {
     if (value != 0)
         AddFact(sound, what, std::to_string(value));
+}
+
+template <typename Header>
+static const Header &RecordOf(const PLAYER_SOUND &sound)
+{
+    return *static_cast<const Header *>(sound.Track->Record.get());
 }
 
 struct CODEC {
@@ -72,7 +78,7 @@ static void DescribeRaw(PLAYER_SOUND &sound)
 
 static void DescribeWAV(PLAYER_SOUND &sound)
 {
-    const WAV_HEADER &header = *WAV_GetHeader(sound.Track->SoundNumber);
+    const WAV_HEADER &header = RecordOf<WAV_HEADER>(sound);
     const uint64_t data = DataBytes(header.DataStart, header.DataEnd);
     sound.Format = "RIFF WAVE";
     SetCodec(sound, header.FormatTag, data,
@@ -85,14 +91,16 @@ static void DescribeWAV(PLAYER_SOUND &sound)
     if (!microsoft && header.FormatTag != 17)
         return;
     const uint64_t codes = (microsoft ? 7u : 4u) * header.Channels;  // in front of them
+    const uint64_t headers = microsoft ? 4u * header.Channels : 0;   // bytes of samples there
     sound.Plays = header.BlockAlign > codes && header.Channels <= 2;
-    sound.Bytes = sound.Plays ? data / header.BlockAlign * (header.BlockAlign - codes) * 4 : 0;
+    sound.Bytes =
+        sound.Plays ? data / header.BlockAlign * ((header.BlockAlign - codes) * 4 + headers) : 0;
     AddNumber(sound, "block bytes", header.BlockAlign);
 }
 
 static void DescribeMOD(PLAYER_SOUND &sound)
 {
-    const MOD_HEADER &header = *MOD_GetHeader(sound.Track->SoundNumber);
+    const MOD_HEADER &header = RecordOf<MOD_HEADER>(sound);
     sound.Format = "tracker module";
     sound.Codec = std::to_string(header.SongChannels) + " voices";
     sound.Bytes = uint64_t{header.Milliseconds} * ModuleHz / 1000 * ModuleChannels * ModuleBits / 8;
@@ -157,7 +165,7 @@ static void DescribeMP3(PLAYER_SOUND &sound)
     const AudioTrack &track = *sound.Track;
     const uint8_t n = track.SoundNumber;
     uint32_t size;
-    const AUDIO_FILE file = Audio_OpenFile(track.Path.c_str(), &size);
+    const SOUND_STREAM file = Sound_OpenFile(track.Path.c_str(), &size);
     if (!file)
         return;
     fseeko(file.get(), track.DataStart, SEEK_SET);
@@ -172,14 +180,11 @@ static void DescribeMP3(PLAYER_SOUND &sound)
     AddFact(sound, "mode", MP3_Channels[header.ChannelMode & 3]);
     fseeko(file.get(), track.DataStart, SEEK_SET);
     sound.Bytes = CountMP3(file.get(), n) * Player_FrameBytes(sound);
-    // The sound begins with a decoder that has not decoded yet.
-    MP3_SetSoundNumber(n);
-    MP3_Load(track.Path.c_str());
 }
 
 static void DescribeVOC(PLAYER_SOUND &sound)
 {
-    const VOC_HEADER &header = *VOC_GetHeader(sound.Track->SoundNumber);
+    const VOC_HEADER &header = RecordOf<VOC_HEADER>(sound);
     sound.Format = "Creative Voice";
     SetCodec(sound, header.Codec, DataBytes(header.DataStart, header.FileSize),
              {{0, "linear", 1}, {4, "linear", 1}, {6, "A-law", 2}, {7, "mu-law", 2}});
@@ -189,7 +194,7 @@ static void DescribeVOC(PLAYER_SOUND &sound)
 
 static void DescribeAU(PLAYER_SOUND &sound)
 {
-    const AU_HEADER &header = *AU_GetHeader(sound.Track->SoundNumber);
+    const AU_HEADER &header = RecordOf<AU_HEADER>(sound);
     sound.Format = "Sun/NeXT audio";
     SetCodec(sound, header.Encoding, DataBytes(header.DataStart, header.FileSize),
              {{1, "mu-law", 2},
@@ -199,12 +204,11 @@ static void DescribeAU(PLAYER_SOUND &sound)
               {5, "linear", 1},
               {27, "A-law", 2}});
     sound.Bytes -= sound.Bytes % std::max(Player_FrameBytes(sound), 1u);
-    sound.Limit = sound.Bytes;  // two encodings are refilled for ever
 }
 
 static void DescribeIFF(PLAYER_SOUND &sound)
 {
-    const IFF_HEADER &header = *IFF_GetHeader(sound.Track->SoundNumber);
+    const IFF_HEADER &header = RecordOf<IFF_HEADER>(sound);
     sound.Format = header.BitsPerSample == 8 ? "IFF 8SVX" : "IFF 16SV";
     sound.Codec = "linear";
     if (header.Compression != 0)
@@ -229,7 +233,7 @@ static uint32_t RateOfAIFF(const AIFF_HEADER &header)
 
 static void DescribeAIFF(PLAYER_SOUND &sound)
 {
-    const AIFF_HEADER &header = *AIFF_GetHeader(sound.Track->SoundNumber);
+    const AIFF_HEADER &header = RecordOf<AIFF_HEADER>(sound);
     const std::string compression = Player_Text(header.Compression);
     sound.Format = compression.empty() ? "AIFF" : "AIFF-C";
     sound.Hz = RateOfAIFF(header);
@@ -243,7 +247,7 @@ static void DescribeAIFF(PLAYER_SOUND &sound)
 constexpr std::array<void (*)(PLAYER_SOUND &), 9> Describe = {
     nullptr,     DescribeRaw, DescribeWAV, DescribeMOD, DescribeMP3,
     DescribeVOC, DescribeAU,  DescribeIFF, DescribeAIFF};
-static_assert(Describe.size() == std::tuple_size_v<decltype(Audio_Modules)>);
+static_assert(Describe.size() == AUDIO_TYPES);
 
 void PLAYER_UNLOAD::operator()(AudioTrack *track) const
 {
@@ -268,7 +272,7 @@ static std::string WhyUnreadable(const std::string &path)
     if (S_ISDIR(status.st_mode))
         return std::strerror(EISDIR);
     uint32_t size;
-    return Audio_OpenFile(path.c_str(), &size) ? "" : "not a regular file below 4 GiB";
+    return Sound_OpenFile(path.c_str(), &size) ? "" : "not a regular file below 4 GiB";
 }
 
 static void SetOutput(uint8_t bits, uint8_t channels, uint32_t hz)
@@ -283,7 +287,7 @@ static void ReadFacts(PLAYER_SOUND &sound)
     const AudioTrack &track = *sound.Track;
     AUDIO_FACTS facts = {Audio_Channel, Audio_Hz, Audio_BPS, 0};
     if (track.Decoded)
-        facts = Audio_Modules[track.Type].Facts(track.SoundNumber);
+        facts = Audio_Modules[track.Type].Facts(track.Record.get());
     sound.Name = Player_Text(track.Path.substr(track.Path.rfind('/') + 1));
     sound.Bits = facts.BitsPerSample;
     sound.Channels = facts.Channels;
@@ -297,7 +301,7 @@ static void ReadFacts(PLAYER_SOUND &sound)
 static uint32_t TagBytes(const std::string &path)
 {
     uint32_t size;
-    const AUDIO_FILE file = Audio_OpenFile(path.c_str(), &size);
+    const SOUND_STREAM file = Sound_OpenFile(path.c_str(), &size);
     std::array<uint8_t, 10> head{};
     if (!file || std::fread(head.data(), 1, head.size(), file.get()) != head.size() ||
         std::memcmp(head.data(), "ID3", 3) != 0)
@@ -346,6 +350,25 @@ std::string Player_WhySilent(const PLAYER_SOUND &sound)
                std::to_string(sound.Bits) + " bits at " + std::to_string(sound.Hz) +
                " Hz is not decoded";
     return sound.Bytes == 0 ? "there is no sound in it" : "";
+}
+
+void Player_Start(const PLAYER_SOUND &sound)
+{
+    Audio_SetCurrent(sound.Track.get());
+    Audio_SetLoop(1);
+    Audio_ReStart();
+}
+
+size_t Player_Take(const PLAYER_SOUND &sound, uint32_t &passes, std::span<uint8_t> out)
+{
+    AudioTrack &track = *sound.Track;
+    size_t done = Audio_Take(&track, out.data(), out.size());
+    while (track.Ended && track.Taken != 0 && track.Error == 0 && passes != 1) {
+        passes -= passes != 0;
+        Player_Start(sound);
+        done += Audio_Take(&track, out.data() + done, out.size() - done);
+    }
+    return done;
 }
 
 double Player_Seconds(const PLAYER_SOUND &sound)

@@ -2,8 +2,8 @@
 #pragma once
 
 #include <cstdint>
-#include <limits>
 #include <memory>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,7 +28,6 @@ struct PLAYER_SOUND {
     bool Plays = true;                                       // the codec is decoded
     uint32_t Bits, Channels, Hz;                             // of the output
     uint64_t Bytes = 0;                                      // of the output, as the header has it
-    uint64_t Limit = std::numeric_limits<uint64_t>::max();   // of a pass, where refills never end
     std::string Title;                                       // empty: none
     std::vector<std::pair<std::string, std::string>> Facts;  // further ones: what, and its value
 };
@@ -39,6 +38,14 @@ std::string Player_Open(const std::string &path, const PLAYER_RAW &raw, PLAYER_S
 
 /// Why there is nothing to hear of it; empty when there is.
 std::string Player_WhySilent(const PLAYER_SOUND &sound);
+
+/// Makes the sound current and has its first pass start.
+void Player_Start(const PLAYER_SOUND &sound);
+
+/// Fills `out` with what comes next of so many passes (0: for ever), which are counted down.
+/// Returns the bytes, fewer at the end only, or after a read that failed; or, for now, while the
+/// next MPEG frame is far, unless Track->Ended.
+size_t Player_Take(const PLAYER_SOUND &sound, uint32_t &passes, std::span<uint8_t> out);
 
 inline uint32_t Player_FrameBytes(const PLAYER_SOUND &sound)
 {

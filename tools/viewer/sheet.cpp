@@ -22,6 +22,8 @@ static constexpr std::array samples = {
     "ar\xE3 \xEEn p\xE3m\xE2nt",
 };
 
+static constexpr uint8_t linesSet = 3;  // of Viewer_Lines
+
 // Draws into an image.
 template <typename Drawing>
 static void Draw(VIEWER_IMAGE &image, uint8_t grey, Drawing drawing)
@@ -63,7 +65,7 @@ VIEWER_IMAGE Viewer_Sheet(uint8_t set)
 
 VIEWER_IMAGE Viewer_Lines(std::span<const std::string> lines)
 {
-    constexpr uint8_t set = 3, ground = 200;
+    constexpr uint8_t set = linesSet, ground = 200;
     const uint32_t height = CharSet_GetSize(set).Rows + 4u;
     size_t longest = 0;
     for (const std::string &line : lines)
@@ -93,8 +95,9 @@ static std::string Latin2(std::string_view utf8)
         while (length < utf8.size() && (utf8[length] & 0xC0) == 0x80)
             length++;
         const size_t letter = length == 2 ? CharSet_Letters.find(utf8.substr(0, 2)) : utf8.npos;
-        if (letter != utf8.npos)
-            text += static_cast<char>(CharSet_FirstLetter + letter / 2);
+        const auto byte = static_cast<uint8_t>(CharSet_FirstLetter + letter / 2);
+        if (letter != utf8.npos && CharSet_CanWrite(linesSet, byte))
+            text += static_cast<char>(byte);
         else
             text += length == 1 && utf8[0] >= ' ' && utf8[0] < 127 ? utf8[0] : '?';
         utf8.remove_prefix(length);

@@ -1,0 +1,85 @@
+// The header of an MPEG audio frame: its fields and their tables. ISO/IEC 11172-3, 2.4.1.3 and
+// 2.4.2.3, and 13818-3; MPEG-2.5 follows them by custom.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <span>
+
+/// Bit rate in kbit/s by index, for the versions below MPEG-1 and for MPEG-1. Index 15 is bad. All
+/// layers are taken by the rates of Layer III, on purpose.
+constexpr std::array<std::array<uint16_t, 15>, 2> MP3_BitRate = {
+    {{0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
+     {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}}};
+
+/// In Hz by index, of MPEG-1.
+constexpr std::array<uint16_t, 4> MP3_SampleRate = {44100, 48000, 32000, 0};
+
+/// A header's fields, and what they mean.
+struct MP3_FRAME {
+    uint8_t Version;     // as coded: 3 is MPEG-1, 2 MPEG-2, 0 MPEG-2.5
+    uint8_t Layer;       // as coded: 1 is Layer III, 2 Layer II, 3 Layer I
+    uint8_t Protection;  // 1: a CRC follows
+    uint8_t BitRateIndex, SamplingRateIndex;
+    uint8_t Rate;  // 0 to 8: the sampling rate's row in the decoder's tables
+    uint8_t Padding, Private, ChannelMode, ModeExtension, Copyright, Original, Emphasis;
+    uint16_t Channels;      // 1 or 2
+    uint32_t SamplingRate;  // Hz; 0 where the index is reserved
+    uint32_t BitRate;       // bit/s; 0 for free format, 1 for the bad index
+    uint16_t Length;        // bytes, with the header; 0 without a sampling rate
+};
+
+/// Bytes of a frame. All versions are counted as MPEG-1 is, on purpose: below it, where frames are
+/// half as long, a frame takes the next one with it.
+constexpr uint32_t MP3_FrameLength(uint32_t bitRate, uint32_t samplingRate, uint32_t padding)
+{
+    return samplingRate == 0 ? 0 : 144 * bitRate / samplingRate + padding;
+}
+static_assert(std::ranges::is_sorted(MP3_BitRate[0]) && std::ranges::is_sorted(MP3_BitRate[1]));
+
+/// The longest frame that the length formula gives.
+constexpr uint32_t MP3_MaxFrame =
+    MP3_FrameLength(MP3_BitRate[0].back() * 1000u, MP3_SampleRate[2] / 4, 1);
+static_assert(MP3_MaxFrame >= MP3_FrameLength(MP3_BitRate[1].back() * 1000u, MP3_SampleRate[2], 1));
+static_assert(MP3_FrameLength(0, 8000, 1) < 4 && MP3_FrameLength(1, 8000, 1) < 4 &&
+                  MP3_FrameLength(8000, 24000, 0) >= 6 && MP3_FrameLength(32000, 48000, 0) >= 6,
+              "frames are either rejected or have room for a checksum");
+
+/// Whether two bytes are a frame's first: the sync bits, and a layer code of 1 or 3.
+constexpr bool MP3_IsSync(uint8_t first, uint8_t second)
+{
+    return first == 0xFF && (second & 0xE2) == 0xE2;
+}
+
+/// The fields of a header's four bytes.
+constexpr MP3_FRAME MP3_ReadFrameHeader(std::span<const uint8_t, 4> bytes)
+{
+    const auto bits = [bytes](size_t byte, int shift, int mask) {
+        return static_cast<uint8_t>(bytes[byte] >> shift & mask);
+    };
+    MP3_FRAME frame{};
+    frame.Version = bits(1, 3, 3);
+    frame.Layer = bits(1, 1, 3);
+    frame.Protection = static_cast<uint8_t>(1 - bits(1, 0, 1));
+    frame.BitRateIndex = bits(2, 4, 15);
+    frame.SamplingRateIndex = bits(2, 2, 3);
+    frame.Padding = bits(2, 1, 1);
+    frame.Private = bits(2, 0, 1);
+    frame.ChannelMode = bits(3, 6, 3);
+    frame.ModeExtension = bits(3, 4, 3);
+    frame.Copyright = bits(3, 3, 1);
+    frame.Original = bits(3, 2, 1);
+    frame.Emphasis = bits(3, 0, 3);
+
+    constexpr std::array<uint8_t, 4> halvings = {2, 0, 1, 0};  // of the sampling rate, by version
+    const int low = halvings[frame.Version];
+    frame.Rate = static_cast<uint8_t>(frame.SamplingRateIndex + 3 * low);
+    frame.Channels = frame.ChannelMode == 3 ? 1 : 2;
+    frame.SamplingRate = static_cast<uint32_t>(MP3_SampleRate[frame.SamplingRateIndex]) >> low;
+    frame.BitRate =
+        frame.BitRateIndex == 15 ? 1 : 1000u * MP3_BitRate[frame.Version == 3][frame.BitRateIndex];
+    frame.Length =
+        static_cast<uint16_t>(MP3_FrameLength(frame.BitRate, frame.SamplingRate, frame.Padding));
+    return frame;
+}

@@ -1,0 +1,80 @@
+#!/usr/bin/env python3
+"""Who may include whom: reads every #include of the tree against this table, and fails by name.
+
+A row: its name, the modules in it, and the rows and system headers that these may include. A module is
+a path without its ending; the first row that matches is its own. It may always include itself, the
+parts that carry its name (jpg: jpg_scan), and what its row says. Rows that name themselves may include
+within the row, but in no row do modules include each other in a circle.
+"""
+import fnmatch, pathlib, re, sys
+
+TABLE = [
+    ("ground", "platform/system platform/state extra/*", "ground"),
+    ("pixels", "picture/pixels", "ground"),
+    ("coders", "picture/inflate picture/fax picture/packbits picture/bits", "ground pixels"),
+    ("jpg", "picture/jpg picture/jpg_*", "ground pixels"),
+    ("picture", "picture/picture", "ground pixels jpg decoders"),
+    ("raster", "picture/picture_* picture/graphics picture/draw picture/charset picture/charset_* "
+               "picture/charsets/*", "ground pixels picture raster"),
+    ("decoders", "picture/*", "ground pixels coders jpg"),
+    ("sound_file", "audio/sound_file audio/g711 audio/mpeg", "ground sound_file"),
+    ("audio_module", "audio/audio_module", "ground sound_file sounds mp3"),
+    ("audio", "audio/audio audio/audio_check", "ground sound_file audio_module audio"),
+    ("stream", "audio/audio_stream", "ground sound_file audio_module audio <portaudio.h>"),
+    ("mp3", "audio/mp3 audio/mp3_*", "ground sound_file"),
+    ("sounds", "audio/*", "ground sound_file mp3"),
+    ("window", "platform/*", "ground pixels picture raster window <GL/*> <GLFW/*>"),
+    ("rules", "game/minefield game/moves", "ground rules"),
+    ("game", "game/*", "ground picture raster audio mp3 window rules game"),
+    ("tools", "tools/*", "ground pixels coders jpg picture raster decoders sound_file audio_module "
+                         "audio mp3 sounds window tools <CLI/*>"),
+]
+GUARDED = re.compile(r"<(portaudio|GL/|GLFW/|CLI/)")
+INCLUDE = re.compile(r'^\s*#\s*include\s+("[^"]+"|<[^>]+>)', re.M)
+
+
+def row_of(module):
+    return next(row for row in TABLE if any(fnmatch.fnmatch(module, f) for f in row[1].split()))
+
+
+def main():
+    wrong, arrows = [], {}
+    files = [f for folder in ("extra", "platform", "picture", "audio", "game", "tools")
+             for f in sorted(pathlib.Path(folder).rglob("*")) if f.suffix in (".h", ".cpp")]
+    for file in files:
+        module = str(file.with_suffix(""))
+        name, _, allowed = row_of(module)
+        for target in INCLUDE.findall(file.read_text()):
+            if target[0] == "<":
+                if GUARDED.match(target) and not any(fnmatch.fnmatch(target, a) for a in allowed.split()):
+                    wrong.append(f"{file} ({name}) may not include {target}")
+                continue
+            other = str(pathlib.Path(target[1:-1]).with_suffix(""))
+            if other == module:
+                continue
+            arrows.setdefault(module, set()).add(other)
+            if not other.startswith(module + "_") and row_of(other)[0] not in allowed.split() + [
+                    name] * module.startswith(other.split("_")[0] + "_"):
+                wrong.append(f"{file} ({name}) may not include {target} ({row_of(other)[0]})")
+    wrong += circles(arrows)
+    print("\n".join(wrong) or f"{len(files)} files: every arrow points down")
+    return bool(wrong)
+
+
+def circles(arrows):
+    def reach(start):
+        seen, todo = set(), [start]
+        while todo:
+            for other in arrows.get(todo.pop(), ()):
+                if other not in seen:
+                    seen.add(other)
+                    todo.append(other)
+        return seen
+
+    reached = {module: reach(module) for module in arrows}
+    rings = {frozenset({a} | {b for b in reached[a] if a in reached.get(b, ())})
+             for a in arrows if a in reached[a]}
+    return ["include each other: " + ", ".join(sorted(ring)) for ring in rings]
+
+
+sys.exit(main())
