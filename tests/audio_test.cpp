@@ -576,7 +576,7 @@ TEST(AudioTake, SearchGivesUpItsTurn)
     Audio_SetCurrent(track);
     Audio_SetLoop(0);
     std::vector<uint32_t> lengths;
-    for (int i = 0; i < 6; i++) {
+    for (size_t i = 0; i < 6; i++) {
         Audio_ReadBuffers();
         lengths.push_back(track->Length[i % 2]);
     }
