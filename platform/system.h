@@ -18,7 +18,7 @@ constexpr char HexTable[] = "0123456789ABCDEF";
 /// Bytes before the NUL, modulo 65536.
 uint16_t System_StrLen(const char *s);
 
-/// Copies `src` with its NUL to `dst`, or behind the text there; `dst` must have the room.
+/// Copies `src` with its NUL to `dst`, or after the text there; `dst` must have room for it.
 void System_StrCpy(char *dst, const char *src);
 void System_StrCat(char *dst, const char *src);
 
@@ -34,7 +34,7 @@ void System_StrSkipSpace(const char *text, uint32_t *pos);
 /// Decimal text of `value`, at most 10 digits and a NUL.
 void System_IntToStr(uint32_t value, char *dst);
 
-/// Number of a decimal text behind leading blanks and zeros. Any character counts as its code
+/// Number of a decimal text after leading blanks and zeros. Any character counts as its code
 /// minus 48 at its place: a minus sign is worth -3 there. Wraps at 32 bits.
 uint32_t System_StrToInt(const char *s);
 

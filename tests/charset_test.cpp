@@ -191,6 +191,81 @@ TEST(CharSet, EveryGlyphIsItself)
     }
 }
 
+// Bytes from '~' on that the set shows as ISO/IEC 8859-2 has them.
+TEST(CharSet, WhatASetCanWrite)
+{
+    const std::string hungarian =
+        "\xC1\xC9\xCD\xD3\xD5\xD6\xDA\xDB\xDC\xE1\xE9\xED\xF3\xF5\xF6\xFA\xFB\xFC";
+    const struct {
+        uint8_t set;
+        std::string letters;
+    } rows[] = {
+        {4, "~"},
+        {5, "~"},
+        {7, "\xC1\xC8" + hungarian.substr(1)},  // glyph 200 happens to be its letter
+        {9, "\xC4\xC8\xD6\xDC\xDF\xE4\xF6\xFC"},
+        {14, "~" + hungarian},
+        {15, ""},
+    };
+    for (const auto &r : rows) {
+        std::string letters;
+        for (int b = 126; b < 256; b++)
+            if (CharSet_CanWrite(r.set, static_cast<uint8_t>(b)))
+                letters += static_cast<char>(b);
+        EXPECT_EQ(letters, r.letters) << int{r.set};
+        EXPECT_EQ(CharSet_CanWrite(r.set, ' '), r.set < 15);
+        EXPECT_FALSE(CharSet_CanWrite(r.set, 31));
+        EXPECT_EQ(CharSet_CanWrite(r.set, '^'), !r.letters.empty() && (r.set < 6 || r.set == 14));
+    }
+    for (const uint8_t set : std::initializer_list<uint8_t>{0, 1})
+        EXPECT_TRUE(CharSet_CanWrite(set, 0xA1)) << "has an A with ogonek";
+    EXPECT_FALSE(CharSet_CanWrite(2, 0xA1)) << "has an i with acute there";
+}
+
+TEST(CharSet, SizeOfATextIsWhatItFills)
+{
+    const struct {
+        size_t glyphs;
+        uint8_t set;
+        int16_t scaleX, scaleY;
+        int width, height;
+    } rows[] = {
+        {1, 2, 1, 1, 8, 8},
+        {2, 14, 1, 2, 34, 32},
+        {3, 3, 2, 1, 52, 16},
+        {300, 0, 1, 1, 2548, 8},
+        {0, 0, 1, 1, 0, 0},
+        {1, 0, 0, 1, 0, 0},
+        {1, 0, 1, -1, 0, 0},
+        {1, 15, 1, 1, 0, 0},
+        {255, 3, 32767, 32767, 255 * (8 * 32767 + 2) - 2, 16 * 32767},
+    };
+    for (const auto &r : rows) {
+        const CHARSET_EXTENT size = CharSet_TextSize(r.glyphs, r.set, r.scaleX, r.scaleY);
+        EXPECT_EQ(size.Width, r.width) << r.glyphs << " of set " << int{r.set};
+        EXPECT_EQ(size.Height, r.height) << r.glyphs << " of set " << int{r.set};
+    }
+}
+
+// Capitals under a mark keep six rows below it, small letters have five.
+TEST(CharSet, MarkedCapitalsAreCapitals)
+{
+    const std::string marked =
+        "\xA6\xA9\xAB\xAC\xAE\xAF\xC0\xC1\xC2\xC3\xC4\xC5\xC6\xC8\xC9"
+        "\xCB\xCC\xCD\xCE\xCF\xD1\xD2\xD3\xD4\xD5\xD6\xD8\xD9\xDA\xDB\xDC\xDD";
+    for (const uint8_t set : std::initializer_list<uint8_t>{0, 1, 2, 7, 8, 9, 10, 11, 12, 13})
+        for (const char letter : marked) {
+            if (!CharSet_CanWrite(set, static_cast<uint8_t>(letter)))
+                continue;
+            const NUMBERS rows = Picture_Of(set, Decoded({letter}, set)[0]);
+            EXPECT_EQ(std::ranges::find(rows, 0) - rows.begin(), 7)
+                << std::hex << (letter & 0xFF) << " of set " << std::dec << int{set};
+        }
+    for (const int shared : {45, 189})  // e under a mark, with the body of set 13's own
+        for (size_t y = 3; y < 8; y++)
+            EXPECT_EQ(Picture_Of(13, shared)[y] >> 1, Picture_Of(13, 114)[y]) << shared;
+}
+
 TEST(CharSet, Bytes)
 {
     const auto &table = CHARSET_ROM_PC16;
@@ -232,8 +307,8 @@ TEST(CharSet, Points)
          "..#.#........#...................#/..#.#........#...................#/"
          "..#.#.......#...................#"},
         {"letters with marks", [] { CharSet_PutText(0, 0, "\xC9l\xF5", 2, 1, 1); },
-         "....#.......##.........#.#/...#.........#........#.#/.#####.......#/"
-         ".#...........#........###/.####........#.......#...#/"
+         "...##.......##.........#.#/.#####.......#........#.#/.#...........#/"
+         ".####........#........###/.#...........#.......#...#/"
          ".#...........#.......#...#/.#####.......##.......###"},
         {"set 14's pitch", [] { CharSet_PutText(0, -13, "__", 14, 1, 1); },
          "/################..################/################..################"},

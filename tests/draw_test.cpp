@@ -11,7 +11,7 @@
 #include "picture/picture.h"
 
 // A picture from text, '/' between its rows: a letter is the red of a pixel of green 1, blue 2 and
-// alpha 3. Columns beyond `width` belong to the buffer only. Nothing lies behind its bytes, so that
+// alpha 3. Columns beyond `width` belong to the buffer only. Nothing follows its bytes, so that
 // the address sanitizer sees what is read too far.
 struct SAMPLE : Picture {
     std::vector<uint8_t> Bytes;

@@ -72,7 +72,7 @@ TEST_F(Graphics, Blocks)
         {"over the edges", -2, 9, 4, 4, 4},
         {"no side", 1, 1, 0, 5, 0},
         {"negative sides", 5, 5, -3, -3, 0},
-        {"back at 0 behind the wrap", 32767, 0, 32770, 1, 1},
+        {"back at 0 after the wrap", 32767, 0, 32770, 1, 1},
         {"more than all coordinates", -1, -1, 1 << 30, INT32_MAX, side * side},
     };
     for (const auto &r : rows) {

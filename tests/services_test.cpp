@@ -25,7 +25,7 @@ static const struct SORT {
     {"cruiser", Extra_CruiserSort, 200},
 };
 
-// Sorts a copy with a greatest value behind it, which has to stay there.
+// Sorts a copy with a greatest value after it, which has to stay there.
 static void ExpectSorts(const SORT &sort, std::vector<int32_t> values, const char *what)
 {
     std::vector<int32_t> expected = values;
@@ -65,7 +65,10 @@ TEST(Sorts, LeaveBehind)
 {
     std::vector<int32_t> values = {5, 9, 7, 1};
     Extra_BubbleSort(values.data(), 3);
-    EXPECT_EQ(values, (std::vector<int32_t>{1, 5, 7, 9})) << "takes the slot behind in";
+    EXPECT_EQ(values, (std::vector<int32_t>{1, 5, 7, 9})) << "takes in the slot after the array";
+    values = {5, 1, 0};
+    Extra_BubbleSort(values.data(), 1);
+    EXPECT_EQ(values, (std::vector<int32_t>{1, 5, 0})) << "one element and its neighbour";
     Extra_CreateHeap(255, 4);
     Extra_PushDWord(0xFFFFFFFF);  // not taken for a segment of the array
     ExpectSorts({"merge", Extra_MergeSort, 3}, {3, 1, 2}, "beside a heap 255");

@@ -166,7 +166,7 @@ class Games(unittest.TestCase):
         game.click(other, 3)
         game.click(mines[0])
         game.wait_for(LOST)
-        time.sleep(4)
+        self.display.xdotool("search", "--sync", "--name", "flags 1 of 3 - 0:[0-9]+ - lost - Escape ends$")
         game.press(game.point(other), 1)
         time.sleep(0.5)
         game.key("Escape")
@@ -312,10 +312,11 @@ class Games(unittest.TestCase):
         self.assertEqual(self.hiscores(*size).split(b"\n")[0:3:2], [b"", b"NoName"])
         usual = self.display
         with Display() as self.display:
-            game = self.start(3, 3, 1)
+            game = self.win(*size, until=QUESTION)
             self.display.server.terminate()
             self.assertEqual(game.finish(), (1, "The display is lost\n"))
         self.display = usual
+        self.assertEqual(self.hiscores(*size).split(b"\n")[0:5:2], [b"", b"", b"NoName"])
 
     def test_closed_standard_streams(self):
         game = subprocess.Popen(["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", PROGRAM, "3", "2", "0"],
@@ -352,8 +353,8 @@ class Games(unittest.TestCase):
             self.assertEqual(status, 0)
             self.assertRegex(errors, rf"\A{line}; looked for in {self.folder.path}\n\Z")
 
-    def test_volume_of_the_music(self):
-        """Half as loud is half of every sample; at 0 no sound card is opened."""
+    def test_what_is_heard(self):
+        """The music without holes; half as loud is half of every sample; at 0 no sound card is opened."""
         heard = []
         for volume in 100, 50, 0:
             captured = os.path.join(self.folder.path, f"captured{volume}")
@@ -369,8 +370,13 @@ class Games(unittest.TestCase):
                 self.assertFalse(os.path.exists(captured))
             else:
                 with open(captured, "rb") as file:
-                    heard.append(array.array("h", file.read(262144)))
+                    heard.append(array.array("h", file.read(400000)))
         whole, half = heard
+        music = self.folder.file("ShadowOfTheBeast.mp3")
+        subprocess.run([os.path.join(BUILD, "player"), "--convert", music, music + ".wav"], check=True, capture_output=True)
+        with open(music + ".wav", "rb") as file:
+            converted = file.read(200000)[44:]  # past the header; it lacks the encoder's delay
+        self.assertTrue(converted in whole.tobytes())
         self.assertGreater(max(whole), 1000)
         self.assertEqual([int(sample / 2) for sample in whole], list(half))
 

@@ -8,22 +8,26 @@
 
 #include "picture/ham68.h"
 
-constexpr size_t Beam = 16;              // running colours that a row's search keeps at each pixel
-constexpr size_t LookAhead = 3;          // pixels whose components a change may anticipate
-constexpr uint64_t ErrorUnit = 1 << 16;  // of costs; less is a preference among equally good codes
+constexpr size_t HAM8_Beam = 16;      // running colours that a row's search keeps at each pixel
+constexpr size_t HAM8_LookAhead = 3;  // pixels whose components a change may anticipate
+// The unit of costs; less than one is a preference among equally good codes.
+constexpr uint64_t HAM8_ErrorUnit = 1 << 16;
 
+namespace
+{
 // A decoder's running colour after a pixel, on the cheapest known way there.
 struct STATE {
     HAM8_RGB Colour;
     uint8_t Code;
     uint8_t From;   // index among the states of the pixel before
-    uint64_t Cost;  // of the row so far: squared errors in ErrorUnit, and changes of code
+    uint64_t Cost;  // of the row so far: squared errors in HAM8_ErrorUnit, and changes of code
 };
+}  // namespace
 
 // Control value of a code that replaces each component.
-constexpr std::array<uint8_t, 3> Modify = {2, 3, 1};
+constexpr std::array<uint8_t, 3> HAM8_Modify = {2, 3, 1};
 
-static uint32_t Error(const HAM8_RGB &a, const HAM8_RGB &b)
+static uint32_t HAM8_Error(const HAM8_RGB &a, const HAM8_RGB &b)
 {
     uint32_t sum = 0;
     for (size_t c = 0; c < 3; c++)
@@ -32,20 +36,22 @@ static uint32_t Error(const HAM8_RGB &a, const HAM8_RGB &b)
 }
 
 // The nearest value that a code can carry.
-static uint8_t Carried(uint8_t v)
+static uint8_t HAM8_Carried(uint8_t v)
 {
     return static_cast<uint8_t>(std::min(v + 2, 255) & 0xFC);
 }
 
 // Where the decoder can be after one more pixel, which should look like ahead[0].
-static std::vector<STATE> Successors(std::span<const STATE> states, std::span<const HAM8_RGB> ahead,
-                                     const HAM8_PALETTE &palette)
+static std::vector<STATE> HAM8_Successors(std::span<const STATE> states,
+                                          std::span<const HAM8_RGB> ahead,
+                                          const HAM8_PALETTE &palette)
 {
     std::vector<STATE> next;
     next.reserve(palette.size() + states.size() * (1 + 3 * ahead.size()));
     const auto add = [&](size_t from, const HAM8_RGB &colour, uint8_t code) {
         const uint64_t change = code != states[from].Code;
-        const uint64_t cost = states[from].Cost + ErrorUnit * Error(colour, ahead[0]) + change;
+        const uint64_t cost =
+            states[from].Cost + HAM8_ErrorUnit * HAM8_Error(colour, ahead[0]) + change;
         next.push_back({colour, code, static_cast<uint8_t>(from), cost});
     };
     for (size_t i = 0; i < palette.size(); i++)
@@ -56,44 +62,48 @@ static std::vector<STATE> Successors(std::span<const STATE> states, std::span<co
         for (size_t c = 0; c < 3; c++)
             for (size_t k = 0; k < ahead.size(); k++) {
                 HAM8_RGB colour = s.Colour;
-                colour[c] = Carried(ahead[k][c]);
+                colour[c] = HAM8_Carried(ahead[k][c]);
                 if (colour != s.Colour && (k == 0 || ahead[k][c] != ahead[k - 1][c]))
-                    add(from, colour, static_cast<uint8_t>(colour[c] | Modify[c]));
+                    add(from, colour, static_cast<uint8_t>(colour[c] | HAM8_Modify[c]));
             }
     }
     return next;
 }
 
-// Keeps the cheapest state of each colour, at most Beam of them, the cheapest first.
-static std::vector<STATE> Thin(std::vector<STATE> states)
+// Keeps the cheapest state of each colour, at most HAM8_Beam of them, the cheapest first.
+static std::vector<STATE> HAM8_Thin(std::vector<STATE> states)
 {
     const auto cheaper = [](const STATE &a, const STATE &b) {
         return std::tie(a.Cost, a.Colour, a.From, a.Code) <
                std::tie(b.Cost, b.Colour, b.From, b.Code);
     };
-    const auto some = states.begin() + static_cast<ptrdiff_t>(std::min(states.size(), 4 * Beam));
+    const auto some =
+        states.begin() + static_cast<ptrdiff_t>(std::min(states.size(), 4 * HAM8_Beam));
     std::nth_element(states.begin(), some, states.end(), cheaper);
     std::sort(states.begin(), some, cheaper);
     std::vector<STATE> kept;
-    for (auto s = states.begin(); s != some && kept.size() < Beam; s++)
+    for (auto s = states.begin(); s != some && kept.size() < HAM8_Beam; s++)
         if (std::none_of(kept.begin(), kept.end(),
                          [&](const STATE &k) { return k.Colour == s->Colour; }))
             kept.push_back(*s);
     return kept;
 }
 
+namespace
+{
 struct ROW {
     std::vector<uint8_t> Codes;
     uint64_t Cost;
 };
+}  // namespace
 
-static ROW EncodeRow(std::span<const HAM8_RGB> pixels, const HAM8_PALETTE &palette)
+static ROW HAM8_EncodeRow(std::span<const HAM8_RGB> pixels, const HAM8_PALETTE &palette)
 {
     // Black has no code to repeat: at the start, holding it sets red to 0.
-    std::vector<std::vector<STATE>> trail = {{{{0, 0, 0}, Modify[0], 0, 0}}};
+    std::vector<std::vector<STATE>> trail = {{{{0, 0, 0}, HAM8_Modify[0], 0, 0}}};
     for (size_t x = 0; x < pixels.size(); x++) {
-        const auto ahead = pixels.subspan(x, std::min(LookAhead, pixels.size() - x));
-        trail.push_back(Thin(Successors(trail.back(), ahead, palette)));
+        const auto ahead = pixels.subspan(x, std::min(HAM8_LookAhead, pixels.size() - x));
+        trail.push_back(HAM8_Thin(HAM8_Successors(trail.back(), ahead, palette)));
     }
     ROW row = {std::vector<uint8_t>(pixels.size()), trail.back().front().Cost};
     size_t at = 0;
@@ -102,8 +112,8 @@ static ROW EncodeRow(std::span<const HAM8_RGB> pixels, const HAM8_PALETTE &palet
     return row;
 }
 
-static HAM8_IMAGE EncodeRows(std::span<const HAM8_RGB> pixels, uint16_t width,
-                             const HAM8_PALETTE &palette)
+static HAM8_IMAGE HAM8_EncodeRows(std::span<const HAM8_RGB> pixels, uint16_t width,
+                                  const HAM8_PALETTE &palette)
 {
     HAM8_IMAGE image = {width, static_cast<uint16_t>(pixels.size() / width), palette, {}, 0};
     std::map<std::vector<HAM8_RGB>, ROW> known;  // rows recur
@@ -111,20 +121,22 @@ static HAM8_IMAGE EncodeRows(std::span<const HAM8_RGB> pixels, uint16_t width,
         const auto source = pixels.subspan(start, width);
         ROW &row = known[{source.begin(), source.end()}];
         if (row.Codes.empty())
-            row = EncodeRow(source, palette);
+            row = HAM8_EncodeRow(source, palette);
         image.Codes.insert(image.Codes.end(), row.Codes.begin(), row.Codes.end());
-        image.Cost += row.Cost / ErrorUnit;
+        image.Cost += row.Cost / HAM8_ErrorUnit;
     }
     return image;
 }
 
-static uint8_t Median(std::vector<uint8_t> values)
+static uint8_t HAM8_Median(std::vector<uint8_t> values)
 {
     const auto middle = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
     std::nth_element(values.begin(), middle, values.end());
     return *middle;
 }
 
+namespace
+{
 // Part of the pixels, for the median cut.
 struct BOX {
     std::span<HAM8_RGB> Pixels;
@@ -132,8 +144,9 @@ struct BOX {
     uint64_t Sum;     // of that component
     uint64_t Spread;  // its squared deviations; 0: all pixels are alike
 };
+}  // namespace
 
-static BOX Measure(std::span<HAM8_RGB> pixels)
+static BOX HAM8_Measure(std::span<HAM8_RGB> pixels)
 {
     BOX box = {pixels, 0, 0, 0};
     for (size_t c = 0; c < 3; c++) {
@@ -149,23 +162,23 @@ static BOX Measure(std::span<HAM8_RGB> pixels)
     return box;
 }
 
-static HAM8_RGB Middle(std::span<const HAM8_RGB> pixels)
+static HAM8_RGB HAM8_Middle(std::span<const HAM8_RGB> pixels)
 {
     HAM8_RGB middle;
     for (size_t c = 0; c < 3; c++) {
         std::vector<uint8_t> values;
         for (const HAM8_RGB &p : pixels)
             values.push_back(p[c]);
-        middle[c] = Median(std::move(values));
+        middle[c] = HAM8_Median(std::move(values));
     }
     return middle;
 }
 
 // Heckbert's median cut: the box with the greatest spread is cut at its mean until there are 64.
-static HAM8_PALETTE MedianCut(std::span<const HAM8_RGB> pixels)
+static HAM8_PALETTE HAM8_MedianCut(std::span<const HAM8_RGB> pixels)
 {
     std::vector<HAM8_RGB> sorted(pixels.begin(), pixels.end());
-    std::vector<BOX> boxes = {Measure(sorted)};
+    std::vector<BOX> boxes = {HAM8_Measure(sorted)};
     while (boxes.size() < 64) {
         BOX &widest = *std::max_element(boxes.begin(), boxes.end(), [](const BOX &a, const BOX &b) {
             return a.Spread < b.Spread;
@@ -178,23 +191,26 @@ static HAM8_PALETTE MedianCut(std::span<const HAM8_RGB> pixels)
                 return p[all.Axis] * all.Pixels.size() <= all.Sum;
             });
         const auto below = static_cast<size_t>(upper - all.Pixels.begin());
-        widest = Measure(all.Pixels.first(below));
-        boxes.push_back(Measure(all.Pixels.subspan(below)));
+        widest = HAM8_Measure(all.Pixels.first(below));
+        boxes.push_back(HAM8_Measure(all.Pixels.subspan(below)));
     }
     HAM8_PALETTE palette{};
     std::transform(boxes.begin(), boxes.end(), palette.begin(),
-                   [](const BOX &box) { return Middle(box.Pixels); });
+                   [](const BOX &box) { return HAM8_Middle(box.Pixels); });
     return palette;
 }
 
+namespace
+{
 // What an image's codes made of its palette: the source values that each entry stands for, by
 // component, as long as no other code replaces it, and the errors left, by source colour.
 struct SURVEY {
     std::array<std::array<std::vector<uint8_t>, 3>, 64> Values;
     std::vector<std::pair<uint32_t, HAM8_RGB>> Errors;  // the greatest sums first
 };
+}  // namespace
 
-static SURVEY Survey(const HAM8_IMAGE &image, std::span<const HAM8_RGB> pixels)
+static SURVEY HAM8_Survey(const HAM8_IMAGE &image, std::span<const HAM8_RGB> pixels)
 {
     SURVEY survey;
     std::map<HAM8_RGB, uint32_t> errors;
@@ -209,15 +225,15 @@ static SURVEY Survey(const HAM8_IMAGE &image, std::span<const HAM8_RGB> pixels)
         for (size_t c = 0; c < 3; c++) {
             if (control == 0)
                 owner[c] = code >> 2;
-            else if (control == Modify[c])
+            else if (control == HAM8_Modify[c])
                 owner[c] = -1;
-            running[c] = control == 0           ? image.Palette[code >> 2][c]
-                         : control == Modify[c] ? static_cast<uint8_t>(code & 0xFC)
-                                                : running[c];
+            running[c] = control == 0                ? image.Palette[code >> 2][c]
+                         : control == HAM8_Modify[c] ? static_cast<uint8_t>(code & 0xFC)
+                                                     : running[c];
             if (owner[c] >= 0)
                 survey.Values[static_cast<size_t>(owner[c])][c].push_back(pixels[i][c]);
         }
-        errors[pixels[i]] += Error(running, pixels[i]);
+        errors[pixels[i]] += HAM8_Error(running, pixels[i]);
     }
     for (const auto &[colour, error] : errors)
         survey.Errors.emplace_back(error, colour);
@@ -227,7 +243,7 @@ static SURVEY Survey(const HAM8_IMAGE &image, std::span<const HAM8_RGB> pixels)
 
 // A better palette, perhaps: entries move to the middle of what they stand for, and the least used
 // ones go where the errors are. `refused` counts the proposals that did not help; it varies them.
-static HAM8_PALETTE Propose(const HAM8_IMAGE &image, const SURVEY &survey, size_t refused)
+static HAM8_PALETTE HAM8_Propose(const HAM8_IMAGE &image, const SURVEY &survey, size_t refused)
 {
     HAM8_PALETTE palette = image.Palette;
     std::array<size_t, 64> order;
@@ -238,7 +254,7 @@ static HAM8_PALETTE Propose(const HAM8_IMAGE &image, const SURVEY &survey, size_
     for (size_t i = 0; i < palette.size(); i++)
         for (size_t c = 0; c < 3; c++)
             if (!survey.Values[i][c].empty())
-                palette[i][c] = Median(survey.Values[i][c]);
+                palette[i][c] = HAM8_Median(survey.Values[i][c]);
     const size_t moved = refused == 0 ? 4 : 1;
     for (size_t k = 0; k < moved; k++) {
         const size_t from = (refused / 8 + k) % 64, to = refused + k;
@@ -250,14 +266,14 @@ static HAM8_PALETTE Propose(const HAM8_IMAGE &image, const SURVEY &survey, size_
 
 HAM8_IMAGE HAM8_Encode(std::span<const HAM8_RGB> pixels, uint16_t width, int rounds)
 {
-    HAM8_IMAGE best = EncodeRows(pixels, width, MedianCut(pixels));
-    SURVEY survey = Survey(best, pixels);
+    HAM8_IMAGE best = HAM8_EncodeRows(pixels, width, HAM8_MedianCut(pixels));
+    SURVEY survey = HAM8_Survey(best, pixels);
     size_t refused = 0;
     for (int round = 0; round < rounds && best.Cost > 0; round++) {
-        HAM8_IMAGE image = EncodeRows(pixels, width, Propose(best, survey, refused));
+        HAM8_IMAGE image = HAM8_EncodeRows(pixels, width, HAM8_Propose(best, survey, refused));
         if (image.Cost < best.Cost) {
             best = std::move(image);
-            survey = Survey(best, pixels);
+            survey = HAM8_Survey(best, pixels);
             refused = 0;
         } else {
             refused++;

@@ -376,7 +376,7 @@ static void Score_AddPad(std::vector<NOTE> &notes, std::vector<NOTE> &held, cons
     }
 }
 
-// Calls do(section, bar, first step) for every bar.
+// Calls what(section, bar, first step) for every bar.
 template <class Do>
 static void Score_ForBars(Do what)
 {
