@@ -15,6 +15,8 @@
 //   strips' bytes   as stated                                   0 stands for the rest of the file
 //   tiles           no                                          yes
 //   compressions    none, PackBits, LZW, Deflate                also CCITT, JPEG and old-style LZW
+//   extra sample    alpha if stated to be, or nothing stated;   alpha
+//                   not in palettes
 //   associated      divided out of the colours                  left as stored, as other decoders
 //   do alpha page            the first                                   TIF_Page
 //
