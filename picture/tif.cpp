@@ -10,7 +10,7 @@
 #include "extra/reason.h"
 #include "picture/pixels.h"
 #include "picture/tif_colour.h"
-#include "picture/tif_directory.h"
+#include "picture/tif_kinds.h"
 #include "picture/tif_packing.h"
 
 // How many times over a file's strips may take its bytes. JPEG streams cost more, and bring tables

@@ -5,9 +5,7 @@
 
 #include "extra/reason.h"
 #include "picture/pixels.h"
-#include "picture/tif.h"
-#include "picture/tif_colour.h"
-#include "picture/tif_packing.h"
+#include "picture/tif_kinds.h"
 
 constinit thread_local TIF_HEADER TIF_Header{};
 constinit thread_local BYTES_BUFFER TIF_File{};
