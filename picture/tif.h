@@ -15,10 +15,12 @@
 //   strips' bytes   as stated                                   0 stands for the rest of the file
 //   tiles           no                                          yes
 //   compressions    none, PackBits, LZW, Deflate                also CCITT, JPEG and old-style LZW
-//   extra sample    alpha if stated to be, or nothing stated;   alpha
-//                   not in palettes
-//   associated      divided out of the colours                  left as stored, as other decoders
-//   do alpha page            the first                                   TIF_Page
+//   short palette   black where it ends                         its indexes are greys
+//   extra sample    alpha if said to be, or if nothing is;      alpha
+//                   never in palettes
+//   alpha that is   divided out of the colours                  colours stay as stored, which other
+//   multiplied in                                               decoders do, too
+//   page            the first                                   TIF_Page
 //
 // Left out under both: floating point, more than 16 bits, and what the tables of compressions and
 // colours name without a way to read it.
