@@ -226,8 +226,10 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
 
 // Canonical codes of RFC 1951, 3.2.2, from the symbols' lengths. False when there are more codes
 // than their lengths can tell apart. Bits that lead to no code give Inflate_EntryNone.
-[[gnu::noipa]] static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8_t> lengths,
-                                       std::span<const uint32_t> meaning, uint32_t rootBits)
+[[gnu::noinline]] static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table,
+                                                         std::span<const uint8_t> lengths,
+                                                         std::span<const uint32_t> meaning,
+                                                         uint32_t rootBits)
 {
     std::array<uint16_t, PNG_MaxCodeBits + 1> counts{}, starts{};
     for (const uint8_t length : lengths)
@@ -325,7 +327,8 @@ static void MakeTriples(const PNG_HUFFMAN &table)
 }
 
 // Once, for both kinds of block: what the compiler would copy into them is large.
-[[gnu::noinline]] static bool MakeTables(std::span<const uint8_t> literals, std::span<const uint8_t> distances)
+[[gnu::noinline]] static bool MakeTables(std::span<const uint8_t> literals,
+                                         std::span<const uint8_t> distances)
 {
     PNG_HUFFMAN &table = Extra_Local(PNG_LiteralTable);
     if (!PNG_MakeHuffmanFromLengths(table, literals, PNG_LiteralMeaning, Inflate_LiteralRoot) ||
