@@ -215,9 +215,12 @@ static SEARCH FindFrameByFormat(FILE *file, MP3_HEADER &record, size_t &passed)
 {
     size_t length = 0;
     const std::span frame(record.FrameBuffer);
+    const uint64_t expected = record.Frames.Next;
     const SEARCH found = MP3_NextFrame(file, record.Frames, frame, length, passed);
     if (found != SEARCH::Found)
         return found;
+    if (record.Frames.Next - length != expected)
+        record.Layer3.ReservoirSize = 0;  // it is not what comes before this frame
     passed += length;
     ReadHeader(record);
     record.FrameLength = static_cast<uint16_t>(length);
@@ -239,7 +242,6 @@ static SEARCH FindFrame(FILE *file, MP3_HEADER &record, size_t &passed)
 
 static void ReadFirstFrameByFormat(FILE *file, MP3_HEADER &record)
 {
-    MP3_SkipTags(MP3_File, record.Frames);
     MP3_FindStream(file, record.Frames);
     record.DataStart = static_cast<uint32_t>(record.Frames.Start);
     fseeko(file, static_cast<off_t>(record.DataStart), SEEK_SET);
@@ -267,9 +269,37 @@ static void ReadFirstFrame(MP3_HEADER &record, uint64_t position)
         Reason_Clear();
 }
 
+// Cuts a text to what `field` holds, before a character that does not fit.
+template <size_t N>
+static void CutText(const std::string &text, std::array<char, N> &field)
+{
+    size_t count = std::min(text.size(), N - 1);
+    while (count < text.size() && count > 0 && (text[count] & 0xC0) == 0x80)
+        count--;
+    text.copy(field.data(), count);
+}
+
+static void ReadTagsByFormat(MP3_HEADER &record)
+{
+    const MP3_PART part = MP3_ReadTags(MP3_File, record.Texts);
+    record.Frames.Start = part.Start;
+    record.Frames.End = part.End;
+    MP3_ID3V2 &tag = record.ID3v2;
+    CutText(record.Texts.Title, tag.Title);
+    CutText(record.Texts.Artist, tag.Artist);
+    CutText(record.Texts.Album, tag.Album);
+    CutText(record.Texts.Year, tag.Year);
+    CutText(record.Texts.Comment, tag.Comment);
+    CutText(record.Texts.Track, tag.Track);
+    CutText(record.Texts.Genre, tag.Genre);
+}
+
 static void ReadFile(MP3_HEADER &record)
 {
-    const uint64_t position = ReadID3v2(MP3_File, record.ID3v2);
+    if (record.Rules == AUDIO_RULES_FORMAT)
+        ReadTagsByFormat(record);
+    const uint64_t position =
+        record.Rules == AUDIO_RULES_FORMAT ? 0 : ReadID3v2(MP3_File, record.ID3v2);
     ReadFirstFrame(record, position);
     ReadID3v1(MP3_File, record.ID3v1);
     MP3_BuildTables();

@@ -8,7 +8,7 @@
 //   length     as in MPEG-1, whatever the version    by version; free format from header to header
 //   CRC        skipped twice                         read once; where it has been right before,
 //                                                    a wrong one means a damaged frame
-//   tags       in the frames' way, texts as bytes    skipped on both sides
+//   tags       in the frames' way, texts as bytes    skipped on both sides, texts in UTF-8
 //   info       an info frame is played, and so is    not played; the encoder's and the decoder's
 //              what encoders add                     delay and the padding are dropped
 //   damage     decoded as it is, or left out         silent, for as long as it lasts
@@ -27,6 +27,7 @@
 #include "audio/mp3_frame.h"
 #include "audio/mp3_layer3.h"
 #include "audio/mp3_stream.h"
+#include "audio/mp3_tags.h"
 #include "audio/sound_file.h"
 
 /// Texts of a tag, each with a NUL at its end; empty without a tag.
@@ -72,6 +73,7 @@ struct MP3_HEADER {
     uint8_t Rules;  // AUDIO_RULES that it was loaded by
     // By the format's rules; zero by the framework's.
     MP3_STREAM Frames;
+    MP3_TEXTS Texts;     // of all tags; ID3v2 has them cut
     uint32_t DataStart;  // of the first frame that sounds
 };
 

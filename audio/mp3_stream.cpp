@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
+
+#include "audio/mp3_tags.h"
 
 // Headers that can stand at `at`, 0 where none can.
 static uint32_t HeaderAt(std::span<const uint8_t> bytes, size_t at)
@@ -20,79 +21,6 @@ static std::span<const uint8_t> ReadAt(FILE *file, uint64_t at, uint64_t end,
         return {};
     const size_t most = static_cast<size_t>(std::min<uint64_t>(bytes.size(), end - at));
     return bytes.first(std::fread(bytes.data(), 1, most, file));
-}
-
-static uint64_t Synchsafe(SOUND_FILE &file, uint64_t position)
-{
-    const uint32_t bytes = Sound_BigAt(file, position, 4);
-    return (bytes >> 24 & 127) << 21 | (bytes >> 16 & 127) << 14 | (bytes >> 8 & 127) << 7 |
-           (bytes & 127);
-}
-
-// Bytes of the ID3v2 tag or APE tag at `at`, 0 where none starts. id3.org; APEv2 by its makers.
-static uint64_t TagAt(SOUND_FILE &file, uint64_t at)
-{
-    if (Sound_BigAt(file, at, 3) == Sound_Id("ID3")) {
-        const bool footer = (Sound_BigAt(file, at + 5, 1) & 0x10) != 0;
-        return 10 + Synchsafe(file, at + 6) + (footer ? 10 : 0);
-    }
-    if (Sound_BigAt(file, at, 4) == Sound_Id("APET") &&
-        Sound_BigAt(file, at + 4, 4) == Sound_Id("AGEX"))
-        return uint64_t{32} + Sound_LittleAt(file, at + 12, 4);
-    return 0;
-}
-
-// Decimal number of `count` digits.
-static uint64_t DigitsAt(SOUND_FILE &file, uint64_t at, int count)
-{
-    uint64_t number = 0;
-    for (int i = 0; i < count; i++)
-        number = number * 10 + Sound_GetByte(file, at) % 16;
-    return number;
-}
-
-// Bytes of the tag that ends at `end`, 0 where none does.
-static uint64_t TagBefore(SOUND_FILE &file, uint64_t end)
-{
-    const auto has = [&file, end](uint64_t before, std::string_view name) {
-        for (uint64_t at = end - before; const char letter : name)
-            if (before > end || Sound_GetByte(file, at) != static_cast<uint8_t>(letter))
-                return false;
-        return true;
-    };
-    if (has(128, "TAG"))
-        return has(128 + 227, "TAG+") ? 128 + 227 : 128;
-    if (has(32, "APETAGEX")) {
-        const bool header = (Sound_LittleAt(file, end - 12, 4) & 0x80000000) != 0;
-        return Sound_LittleAt(file, end - 20, 4) + (header ? 32u : 0u);
-    }
-    if (has(9, "LYRICS200"))
-        return DigitsAt(file, end - 15, 6) + 15;
-    if (has(9, "LYRICSEND"))
-        for (uint64_t size = 20; size <= 5100 + 20; size++)
-            if (has(size, "LYRICSBEGIN"))
-                return size;
-    if (has(10, "3DI"))
-        return 20 + Synchsafe(file, end - 4);
-    return 0;
-}
-
-void MP3_SkipTags(SOUND_FILE &file, MP3_STREAM &stream)
-{
-    constexpr int most = 16;  // tags on either side
-    stream.End = file.Size;
-    for (int i = 0; i < most; i++) {
-        const uint64_t size = TagAt(file, stream.Start);
-        if (size == 0 || size > stream.End - stream.Start)
-            break;
-        stream.Start += size;
-    }
-    for (int i = 0; i < most; i++) {
-        const uint64_t size = TagBefore(file, stream.End);
-        if (size == 0 || size > stream.End - stream.Start)
-            break;
-        stream.End -= size;
-    }
 }
 
 // Bytes of the frames of free format of which the first begins with `bytes`, without padding: the
@@ -298,7 +226,7 @@ bool MP3_IsStream(std::span<const uint8_t> head)
     const BYTES_OPEN memory(head);
     SOUND_FILE file{.From = &memory, .Size = static_cast<uint32_t>(head.size())};
     uint64_t start = 0;
-    while (const uint64_t size = TagAt(file, start)) {
+    while (const uint64_t size = MP3_TagAt(file, start)) {
         start += size;
         if (start >= head.size())
             return true;

@@ -1,6 +1,6 @@
 // MPEG audio streams by the standards: where the frames of a file are, and what it says of its
-// length. ISO/IEC 11172-3 and 13818-3; the tags of ID3 and APE, which are skipped, and the info
-// frames of Xing, LAME and VBRI follow what their programs write.
+// length. ISO/IEC 11172-3 and 13818-3; the info frames of Xing, LAME and VBRI follow what their
+// programs write.
 #pragma once
 
 #include <array>
@@ -35,11 +35,9 @@ enum class MP3_SEARCH : uint8_t { Found, End, Unfinished };
 /// The most bytes without a frame that are searched in one turn.
 constexpr size_t MP3_MaxSearch = size_t{1} << 20;
 
-/// Finds the part of a file between the tags at its start and at its end.
-void MP3_SkipTags(SOUND_FILE &file, MP3_STREAM &stream);
-
-/// Looks for the first frame from stream.Start on and takes the length from an info frame, which is
-/// not to be played. Header stays 0, with a reason, where 1 MiB has none of Layer III.
+/// Looks for the first frame between stream.Start and stream.End and takes the length from an info
+/// frame, which is not to be played. Header stays 0, with a reason, where 1 MiB has none of Layer
+/// III.
 void MP3_FindStream(FILE *file, MP3_STREAM &stream);
 
 /// Reads the next frame from the position of `file` on, whole, and moves stream.Next past it. Its
