@@ -190,11 +190,9 @@ static void ReadFormatHeader(AIFF_HEADER &record)
     record.BitsPerSample = Sound_BitsOf(record.Frames);
     if (record.DataStart == 0)
         return Reason_Set("no sound data chunk");
-    const uint64_t all = uint64_t{record.FrameCount} * Sound_StoredBytes(record.Frames);
-    const uint64_t bytes = all != 0 ? std::min<uint64_t>(all, size) : size;
-    record.DataEnd =
-        static_cast<uint32_t>(std::min<uint64_t>(record.DataStart + bytes, record.FileSize));
-    Sound_CheckCut(AIFF_File, record.DataStart, std::max(all, bytes));
+    record.DataEnd = static_cast<uint32_t>(
+        std::min<uint64_t>(uint64_t{record.DataStart} + size, record.FileSize));
+    Sound_CheckCut(AIFF_File, record.DataStart, size);
 }
 
 static void ReadHeader(AIFF_HEADER &record)

@@ -4,7 +4,7 @@
 // The framework's rules and the format's (Audio_Rules) differ in:
 //   chunks   of odd size are not padded; are. In front of the sound data; in any order
 //   sound    from the data chunk's offset and block size on to the end of the file; from where that
-//            offset says on, and as long as the common chunk says
+//            offset says on to the chunk's end
 //   samples  8, 16 and 32 bits, 24 in the file's order, G.711; AIFF-C's raw, sowt, twos, in16,
 //   in24,
 //            in32, fl32 and fl64 too, 1 to 32 bits, up to 32 channels, beyond two mixed to two

@@ -4,7 +4,6 @@
 #include <bit>
 #include <cstdlib>
 
-#include "audio/sound_frames.h"
 #include "tests/sha256.h"
 #include "tests/sound_files.h"
 
@@ -16,7 +15,7 @@ struct DEVIATION {
     const char *File;
     bool Comparable;
     const char *Reason;
-    uint32_t Rate = 0;  // 0: the file's
+    uint32_t Rate = 0, Channels = 0;  // 0: the file's
 };
 constexpr DEVIATION Deviations[] = {
     {"8svx/gen-fibonacci.8svx", false, "compression is not acted upon"},
@@ -24,6 +23,8 @@ constexpr DEVIATION Deviations[] = {
     {"voc/gen-u8-stereo-block8.voc", true, "the rate of block 1 wins over block 8's", 45454},
     {"voc/gen-u8-continued-block2.voc", false, "a block header inside the data is played"},
     {"voc/ffmpeg-s16.voc", false, "a block header inside the data is played"},
+    {"8svx/gen-stereo.8svx", false, "there is one channel", 0, 1},
+    {"voc/gen-u8-two-block1.voc", false, "a block header inside the data is played"},
     {"aiff/sowt.aif", false, "little-endian samples are taken for big-endian"},
 };
 
@@ -108,10 +109,13 @@ BYTES Decode(const MODULE &module, const std::string &path, const FACTS &facts)
     return Justify(module, DecodePlain(module, path, facts), start, facts.BitsPerSample / 8);
 }
 
-void CheckFile(const std::string &folder, const std::vector<std::string> &row)
+// By the framework's rules. Files named after their collections exercise what is beyond them.
+void CheckFrameworkRules(const std::string &folder, const std::vector<std::string> &row)
 {
+    if (row[0].find("__") != std::string::npos)
+        return;
     const std::string &file = row[0], &note = row[10];
-    const uint32_t channels = static_cast<uint32_t>(std::stoul(row[2]));
+    uint32_t channels = static_cast<uint32_t>(std::stoul(row[2]));
     const size_t bytes = 4 * channels * std::stoul(row[4]);
     uint32_t rate = static_cast<uint32_t>(std::stoul(row[3]));
     const MODULE &module = *ModuleOf(file);
@@ -122,6 +126,7 @@ void CheckFile(const std::string &folder, const std::vector<std::string> &row)
         if (file == deviation.File) {
             comparable = deviation.Comparable;
             rate = deviation.Rate != 0 ? deviation.Rate : rate;
+            channels = deviation.Channels != 0 ? deviation.Channels : channels;
         }
     const FACTS facts = LoadFirst(module, folder + file);
     EXPECT_EQ(facts.Channels, channels);
@@ -140,52 +145,34 @@ void CheckFile(const std::string &folder, const std::vector<std::string> &row)
     }
 }
 
-// Restores what tests change of the switches.
-struct FORMAT_RULES {
-    FORMAT_RULES()
-    {
-        Audio_Rules = AUDIO_RULES_FORMAT;
-        Sound_MixAbove = Sound_MaxChannels;  // all channels, as the other decoders give them
-    }
-    ~FORMAT_RULES()
-    {
-        Audio_Rules = AUDIO_RULES_FRAMEWORK;
-        Sound_MixAbove = 2;
-    }
-};
-
 // Files that are not decoded by the formats' rules either.
-constexpr std::string_view NotDecoded[] = {"wav/music-metadata__test_samples_wav_gsm610.wav"};
+constexpr const char *NotDecoded[] = {"wav/music-metadata__test_samples_wav_gsm610.wav"};
 
-// Under the format's rules: all of a sound, in buffers of changing sizes.
-BYTES DecodeWhole(const MODULE &module, const std::string &path, const FACTS &facts)
+// What only one other decoder reads, and reads against the published description: it takes the low
+// code of a byte first.
+constexpr const char *ReadOtherwise[] = {"8svx/gen-fibonacci.8svx"};
+
+bool IsIn(std::span<const char *const> files, const std::string &file)
 {
-    BYTES all;
-    const uint32_t frame = facts.BitsPerSample / 8 * facts.Channels;
-    uint64_t position = facts.DataStart;
-    for (uint32_t i = 0;; i++) {
-        const REFILL refill = Refill(module, position, frame * (i % 2 ? 65536 / frame : 999), path);
-        if (refill.Length == 0)
-            return all;
-        all = std::move(all) + Prefix(refill.Bytes, refill.Length);
-        position = refill.Position;
-    }
+    return std::ranges::find(files, file) != files.end();
 }
 
 void CheckFormatRules(const std::string &folder, const std::vector<std::string> &row)
 {
     const FORMAT_RULES rules;
+    Sound_MixAbove = Sound_MaxChannels;  // all channels, as the other decoders give them
     const MODULE &module = *ModuleOf(row[0]);
     const FACTS facts = LoadFirst(module, folder + row[0]);
-    if (std::ranges::find(NotDecoded, row[0]) != std::end(NotDecoded)) {
+    if (IsIn(NotDecoded, row[0])) {
         EXPECT_STRNE(Reason_Get(), "");
         return;
     }
     EXPECT_STREQ(Reason_Get(), "");
     EXPECT_EQ(std::to_string(facts.Channels), row[2]);
     EXPECT_EQ(std::to_string(facts.SamplingRate), row[3]);
-    const BYTES whole = DecodeWhole(module, folder + row[0], facts);
-    EXPECT_EQ(Sha256(Justify(Wav, whole, 0, facts.BitsPerSample / 8)), row[6]);
+    const BYTES whole = DecodeWhole(module, folder + row[0], facts, {999, 16383});
+    const std::string digest = Sha256(Justify(Wav, whole, 0, facts.BitsPerSample / 8));
+    EXPECT_EQ(digest == row[6], !IsIn(ReadOtherwise, row[0])) << digest;
 }
 
 void CheckFolder(const std::string &folder,
@@ -214,13 +201,13 @@ void CheckCorpus(void (*check)(const std::string &, const std::vector<std::strin
 
 TEST(SoundCorpus, TestData)
 {
-    CheckFolder(TEST_DATA "sounds/", CheckFile);
+    CheckFolder(TEST_DATA "sounds/", CheckFrameworkRules);
     CheckFolder(TEST_DATA "sounds/", CheckFormatRules);
 }
 
 TEST(SoundCorpus, Corpus)
 {
-    CheckCorpus(CheckFile);
+    CheckCorpus(CheckFrameworkRules);
 }
 
 TEST(SoundCorpus, CorpusByFormatRules)
