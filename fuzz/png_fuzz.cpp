@@ -1,4 +1,4 @@
-// Any file through the PNG decoder.
+// Any file through the PNG decoder, by both rules.
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"
@@ -7,9 +7,13 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Picture_MaxBytes = size_t{1} << 16;
-    PNG_Load(FuzzFile(data, size).c_str());
-    std::free(PNG_Decoding());
-    PNG_UnLoad();
+    Picture_MaxBytes = size_t{1} << 20;
+    const std::string path = FuzzFile(data, size);
+    for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
+        Picture_Rules = rules;
+        PNG_Load(path.c_str());
+        std::free(PNG_Decoding());
+        PNG_UnLoad();
+    }
     return 0;
 }

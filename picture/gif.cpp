@@ -2,13 +2,18 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <utility>
 
 #include "extra/bytes.h"
 #include "extra/heap.h"
+#include "extra/local.h"
+#include "extra/reason.h"
 #include "picture/pixels.h"
 
 constinit thread_local GIF_HEADER GIF_Header{};
-constinit thread_local std::vector<GIF_FRAME> GIF_Frames{};
+constinit thread_local std::span<GIF_FRAME> GIF_Frames{};
 constinit thread_local BYTES_BUFFER GIF_File{};
 constinit thread_local size_t GIF_Position{};
 
@@ -28,20 +33,52 @@ constexpr uint8_t GIF_Trailer = ';', GIF_Extension = '!', GIF_Image = ',';
 constexpr uint8_t GIF_PlainText = 1, GIF_GraphicControl = 249, GIF_Comment = 254,
                   GIF_Application = 255;
 
+constexpr uint8_t GIF_DisposeClear = 2, GIF_DisposeRestore = 3;
+
 constexpr unsigned GIF_MaxCodeSize = 12;
 constexpr size_t GIF_MaxCodes = 1 << GIF_MaxCodeSize;
 constexpr size_t GIF_Chunk = 16;  // bytes that strings are copied by
 
+// The pixels that a byte of a file may stand for, which Picture_MinShare multiplies to twice LZW's
+// best of 4096 in 12 bits: screens may be larger than their frames. Files count as if they had
+// GIF_MinFile bytes, since a screen needs none.
+constexpr uint64_t GIF_PixelsPerByte = 683, GIF_MinFile = 512;
+
+namespace
+{
+
 // What a code stands for: a place in the output. The string of a new code is the one put out last
-// and the byte that comes next, so it lies there already. One entry more than there are codes takes
-// what a full dictionary cannot.
+// and the byte that comes next, so it lies there already.
 struct GIF_STRING {
     uint32_t Start, Length;
 };
+
+// A loaded file with what its frames own: their Data from FirstOwned on.
+struct GIF_OWNER : GIF_PICTURE {
+    size_t FirstOwned = 0;
+
+    GIF_OWNER() = default;
+    GIF_OWNER(const GIF_OWNER &) = delete;
+    GIF_OWNER &operator=(const GIF_OWNER &) = delete;
+    ~GIF_OWNER()
+    {
+        for (size_t i = FirstOwned; i < Frames.size(); i++)
+            std::free(Frames[i].Data);
+    }
+};
+
+// Stands in front of the first frame's picture, in one allocation with it.
+struct alignas(16) GIF_FRONT {
+    GIF_OWNER *Owner;
+};
+
+}  // namespace
+
+// One entry more than codes exist takes what a full dictionary cannot.
 static constinit thread_local std::array<GIF_STRING, GIF_MaxCodes + 1> GIF_DictionaryTree{};
 
-// True once frames have been given out as a picture, which then owns the first.
-static constinit thread_local bool GIF_GivenOut{};
+// Loaded, and not yet given out as a picture.
+static constinit thread_local std::unique_ptr<GIF_OWNER> GIF_Loaded{};
 
 static uint8_t GIF_GetByte()
 {
@@ -53,11 +90,13 @@ static uint16_t GIF_GetWord()
     return static_cast<uint16_t>(Bytes_GetLittle(GIF_File, GIF_Position, 2));
 }
 
-static void GIF_GetPalette(PIXELS_PALETTE &palette, size_t colors)
+static void GIF_GetPalette(PIXELS_PALETTE &palette, size_t colours)
 {
-    for (size_t i = 0; i < colors; i++)
+    const auto stored = Bytes_GetSpan(GIF_File, GIF_Position, 3 * colours);
+    for (size_t i = 0, at = 0; i < colours; i++)
         for (size_t c = 0; c < 3; c++)
-            palette[i][c] = GIF_GetByte();
+            palette[i][c] = Bytes_GetByte(stored, at);
+    GIF_Position += 3 * colours;
 }
 
 static void ClearPalette(PIXELS_PALETTE &palette)
@@ -67,7 +106,7 @@ static void ClearPalette(PIXELS_PALETTE &palette)
 
 static void ReadHeader()
 {
-    GIF_HEADER &h = GIF_Header;
+    GIF_HEADER &h = Extra_Local(GIF_Header);
     h = {};
     ClearPalette(h.GlobalPalette);
     GIF_Position = 4;
@@ -88,14 +127,27 @@ static void ReadHeader()
     h.BlockOffset = static_cast<uint32_t>(GIF_Position);
 }
 
-// Appends data sub-blocks to `data`, up to the empty one that ends them.
-static void GatherSubBlocks(std::vector<uint8_t> &data)
+// Gathers data sub-blocks, up to the empty one that ends them, at `to`, which is at least four
+// bytes before them: so many may be read after them.
+static std::span<uint8_t> GatherSubBlocks(size_t to)
 {
-    while (const uint8_t size = GIF_GetByte()) {
-        const std::span<const uint8_t> block = Bytes_GetSpan(GIF_File, GIF_Position, size);
-        data.insert(data.end(), block.begin(), block.end());
-        GIF_Position += size;
+    const std::span file(GIF_File);
+    size_t position = GIF_Position, end = to;
+    while (const uint8_t size = Bytes_GetByte(file, position)) {
+        const auto block = Bytes_GetSpan(file, position, size);
+        if (!block.empty())
+            std::memmove(file.data() + end, block.data(), block.size());
+        end += block.size();
+        position += size;
     }
+    GIF_Position = position;
+    return file.subspan(to, end - to);
+}
+
+static void SkipSubBlocks()
+{
+    while (const uint8_t size = GIF_GetByte())
+        GIF_Position += size;
 }
 
 // Graphic Control Extension, for the frame that comes next.
@@ -109,38 +161,72 @@ static void ReadGraphicControl(GIF_FRAME &next)
     next.TransparentIndex = GIF_GetByte();
 }
 
-// Up to the next zero byte, the lengths of further sub-blocks included.
-static void ReadComment()
+static void KeepComment(std::span<const uint8_t> text)
 {
-    const std::span<const uint8_t> rest = Bytes_GetSpan(GIF_File, GIF_Position);
-    const auto end = std::find(rest.begin(), rest.end(), 0);
-    const size_t length = static_cast<size_t>(end - rest.begin());
-    GIF_Header.Comment = {};
-    std::copy_n(rest.begin(), std::min(length, GIF_Header.Comment.size() - 1),
-                GIF_Header.Comment.begin());
+    auto &comment = GIF_Header.Comment;
+    comment = {};
+    std::copy_n(text.begin(), std::min(text.size(), comment.size() - 1), comment.begin());
+}
+
+// Where the rules differ: a comment is what stands up to the next zero byte, the lengths of further
+// sub-blocks included; or the text of its sub-blocks, the first of which has `size` bytes.
+static void ReadComment(uint8_t size)
+{
+    if (Picture_Rules == PICTURE_RULES_FORMAT) {
+        std::vector<uint8_t> text;
+        for (; size != 0; size = GIF_GetByte()) {
+            const auto block = Bytes_GetSpan(GIF_File, GIF_Position, size);
+            text.insert(text.end(), block.begin(), block.end());
+            GIF_Position += size;
+        }
+        KeepComment(text);
+        return;
+    }
+    const auto rest = Bytes_GetSpan(GIF_File, GIF_Position);
+    const auto length = static_cast<size_t>(std::ranges::find(rest, 0) - rest.begin());
+    KeepComment(rest.first(length));
     GIF_Position += length + 1;
 }
 
-// What a block of a kind leaves behind is passed over byte by byte by who reads the blocks.
+// The name has `size` bytes. Of the sub-blocks, a count of loops begins with a 1.
+static void ReadApplication(uint8_t size)
+{
+    const auto name = Bytes_GetSpan(GIF_File, GIF_Position, size);
+    const std::string_view text(reinterpret_cast<const char *>(name.data()), name.size());
+    GIF_Position += size;
+    size_t loop = GIF_Position;
+    if ((text == "NETSCAPE2.0" || text == "ANIMEXTS1.0") &&
+        Bytes_GetLittle(GIF_File, loop, 2) == 0x103) {
+        GIF_Header.HasLoopCount = 1;
+        GIF_Header.LoopCount = static_cast<uint16_t>(Bytes_GetLittle(GIF_File, loop, 2));
+    }
+    SkipSubBlocks();
+}
+
+// By the framework's rules the caller skips what is left of the block byte by byte; by the format's
+// its sub-blocks are skipped here.
 static void ReadExtension(GIF_FRAME &next)
 {
+    const bool skips = Picture_Rules == PICTURE_RULES_FORMAT;
     const uint8_t label = GIF_GetByte();
     const uint8_t size = GIF_GetByte();
+    const size_t end = GIF_Position + size;
     switch (label) {
+    case GIF_Comment:
+        return ReadComment(size);
+    case GIF_Application:
+        return ReadApplication(size);
     case GIF_PlainText:
         GIF_Position += 12;
         break;
     case GIF_GraphicControl:
         ReadGraphicControl(next);
         break;
-    case GIF_Comment:
-        ReadComment();
-        break;
-    case GIF_Application:
-        GIF_Position += size;
-        while (const uint8_t more = GIF_GetByte())
-            GIF_Position += more;
-        break;
+    }
+    if (skips) {
+        GIF_Position = end;
+        if (size != 0)
+            SkipSubBlocks();
     }
 }
 
@@ -161,11 +247,16 @@ static void ReadImageDescriptor(GIF_FRAME &frame)
     frame.MinimumCodeSize = GIF_GetByte();
 }
 
-// Reader of codes: `End` bits at `Data`, behind which there are 4 bytes more.
+namespace
+{
+
+// Reader of codes: `End` bits at `Data`, after which 4 bytes more can be read.
 struct GIF_DECODER {
     const uint8_t *Data;
     size_t Position, End;  // in bits
 };
+
+}  // namespace
 
 // The next `count` bits, at most 25, the lowest first.
 static size_t GIF_ReadBits(GIF_DECODER &decoder, unsigned count)
@@ -177,19 +268,29 @@ static size_t GIF_ReadBits(GIF_DECODER &decoder, unsigned count)
     return bits;
 }
 
-// Bytes that GIF_LZW_Decompress uses behind its output: what a copy by chunks writes too much, and
+static bool IsCodeSize(uint8_t minimum)
+{
+    return minimum >= 1 && minimum < GIF_MaxCodeSize;
+}
+
+// Bytes that GIF_LZW_Decompress uses after its output: what a copy by chunks writes too much, and
 // the strings of one byte.
 static size_t OutputPadding(uint8_t minimumCodeSize)
 {
-    return GIF_Chunk + (size_t{1} << minimumCodeSize) + GIF_Chunk;
+    return IsCodeSize(minimumCodeSize) ? GIF_Chunk + (size_t{1} << minimumCodeSize) + GIF_Chunk : 1;
 }
 
-// Decompresses at most `count` bytes to `out`; returns how many there are. Stops at the end code,
-// at the end of the data, and at a code that is none yet. A full dictionary keeps its codes.
-static size_t GIF_LZW_Decompress(GIF_DECODER decoder, uint8_t minimumCodeSize, uint8_t *out,
-                                 size_t count)
+// Decompresses a frame to at most `count` bytes at `out`; returns how many it makes. Stops at the
+// end code, at the end of the data, and at a code that is not defined yet. A full dictionary keeps
+// its codes.
+static size_t GIF_LZW_Decompress(const GIF_FRAME &frame, std::span<const uint8_t> data,
+                                 uint8_t *out, size_t count)
 {
-    GIF_STRING *const tree = GIF_DictionaryTree.data();
+    const uint8_t minimumCodeSize = frame.MinimumCodeSize;
+    if (!IsCodeSize(minimumCodeSize))
+        return 0;
+    GIF_DECODER decoder{data.data(), 0, data.size() * 8};
+    GIF_STRING *const tree = Extra_Local(GIF_DictionaryTree).data();
     const size_t clear = size_t{1} << minimumCodeSize, end = clear + 1;
     const size_t literals = count + GIF_Chunk;
     for (size_t i = 0; i < clear; i++) {
@@ -198,7 +299,7 @@ static size_t GIF_LZW_Decompress(GIF_DECODER decoder, uint8_t minimumCodeSize, u
     }
 
     // The first code has no string before it: the entry that it makes is the end code's, which
-    // nobody looks up.
+    // nobody reads.
     const unsigned firstSize = minimumCodeSize + 1u;
     unsigned size = firstSize;
     size_t next = end, at = 0;
@@ -236,45 +337,110 @@ static size_t GIF_LZW_Decompress(GIF_DECODER decoder, uint8_t minimumCodeSize, u
     return at;
 }
 
-// Reads the frame behind an image separator, all but what a Graphic Control Extension has given.
-// False, and nothing kept, when it is cut short or does not fit into `left` bytes of pictures.
-static bool LoadFrame(GIF_FRAME frame, uint64_t &left)
+// The bytes of pictures that a file of this size may ask for.
+static uint64_t BelievedBytes()
 {
-    ReadImageDescriptor(frame);
-    const uint64_t count = uint64_t{frame.Width} * frame.Height;
-    const uint64_t size = 4 * std::max(count, uint64_t{GIF_Header.Width} * GIF_Header.Height);
-    if (GIF_Position > GIF_File.size() || size > left)
+    const uint64_t pixels =
+        std::max<uint64_t>(GIF_File.size(), GIF_MinFile) * GIF_PixelsPerByte * Picture_MinShare;
+    return std::min<uint64_t>(4 * pixels, Picture_MaxBytes);
+}
+
+// Where the rules differ: whether a frame fits into `left` bytes. By the framework's rules it takes
+// them for a picture; by the format's it has to fit beside the one picture of the screen, one byte
+// a pixel.
+static bool Fits(uint64_t framePixels, uint64_t &left)
+{
+    const uint64_t screen = uint64_t{GIF_Header.Width} * GIF_Header.Height;
+    if (Picture_Rules == PICTURE_RULES_FORMAT)
+        return 4 * screen + framePixels <= left;
+    const uint64_t size = 4 * std::max(framePixels, screen);
+    if (size > left)
         return false;
-    std::vector<uint8_t> data;
-    GatherSubBlocks(data);
-    const uint8_t minimum = frame.MinimumCodeSize;
-    const bool possible = minimum >= 1 && minimum < GIF_MaxCodeSize;
-    frame.Data =
-        static_cast<uint8_t *>(std::calloc(count + (possible ? OutputPadding(minimum) : 1), 1));
-    if (!frame.Data)
-        return false;
-    GIF_Header.DataSize[GIF_Frames.size()] = static_cast<uint32_t>(data.size());
-    if (possible) {
-        const size_t bits = data.size() * 8;
-        data.insert(data.end(), 4, 0);
-        const size_t made = GIF_LZW_Decompress({data.data(), 0, bits}, minimum, frame.Data, count);
-        std::memset(frame.Data + made, 0, std::min<size_t>(GIF_Chunk, count - made));
-    }
-    GIF_Frames.push_back(frame);
     left -= size;
     return true;
 }
 
-static void GIF_LoadFrames()
+// The frame's data as indexes of its own. False without memory.
+static bool Decompress(GIF_FRAME &frame, size_t number)
 {
-    uint64_t left = Picture_MaxBytes;
+    const size_t count = size_t{frame.Width} * frame.Height;
+    auto *indexes =
+        static_cast<uint8_t *>(std::calloc(count + OutputPadding(frame.MinimumCodeSize), 1));
+    if (!indexes) {
+        Reason_Set("out of memory");
+        return false;
+    }
+    const size_t made = GIF_LZW_Decompress(frame, {frame.Data, frame.DataSize}, indexes, count);
+    std::memset(indexes + made, 0, std::min<size_t>(GIF_Chunk, count - made));
+    if (made < count)
+        Reason_Set("frame %zu ends after %zu of %zu pixels", number, made, count);
+    frame.Data = indexes;
+    return true;
+}
+
+// Reads the frame after an image separator, all but what a Graphic Control Extension has given.
+// False, with a reason, and nothing kept, when it is cut in its descriptor or does not fit.
+static bool LoadFrame(GIF_OWNER &gif, GIF_FRAME &frame, uint64_t &left)
+{
+    const size_t from = GIF_Position - 1, number = gif.Frames.size() + 1;
+    ReadImageDescriptor(frame);
+    if (GIF_Position > GIF_File.size()) {
+        Reason_Set("cut in frame %zu", number);
+        return false;
+    }
+    if (!Fits(uint64_t{frame.Width} * frame.Height, left)) {
+        Reason_Set("frame %zu and on: more pixels than are believed of %zu bytes", number,
+                   GIF_File.size());
+        return false;
+    }
+    const std::span data = GatherSubBlocks(from);
+    if (GIF_Position > GIF_File.size())
+        Reason_Set("cut in frame %zu", number);
+    frame.Data = data.data();
+    frame.DataSize = static_cast<uint32_t>(data.size());
+    if (number <= GIF_MaxFrames)
+        GIF_Header.DataSize[number - 1] = frame.DataSize;
+    gif.Frames.push_back(frame);
+    if (Picture_Rules == PICTURE_RULES_FORMAT || Decompress(gif.Frames.back(), number))
+        return true;
+    gif.Frames.pop_back();
+    return false;
+}
+
+// By the format's rules a screen without a size takes the first frame's, whose separator is next.
+static void AdoptScreen(size_t position)
+{
+    GIF_HEADER &h = GIF_Header;
+    if (Picture_Rules != PICTURE_RULES_FORMAT || (h.Width != 0 && h.Height != 0))
+        return;
+    position += 4;
+    h.Width = static_cast<uint16_t>(Bytes_GetLittle(GIF_File, position, 2));
+    h.Height = static_cast<uint16_t>(Bytes_GetLittle(GIF_File, position, 2));
+    h.Size = uint32_t{h.Width} * h.Height * 4;
+}
+
+static void GIF_LoadFrames(GIF_OWNER &gif)
+{
+    const size_t max = Picture_Rules == PICTURE_RULES_FORMAT ? UINT16_MAX : GIF_MaxFrames;
+    uint64_t left = BelievedBytes();
     GIF_FRAME next{};
-    while (GIF_Position < GIF_File.size() && GIF_Frames.size() < GIF_MaxFrames) {
+    while (GIF_Position < GIF_File.size()) {
         const uint8_t introducer = GIF_GetByte();
         if (introducer == GIF_Extension) {
             ReadExtension(next);
         } else if (introducer == GIF_Image) {
-            if (!LoadFrame(next, left))
+            if (gif.Frames.size() == max) {
+                Reason_Set("frame %zu and on are left out", max + 1);
+                return;
+            }
+            if (gif.Frames.empty()) {
+                AdoptScreen(GIF_Position);
+                if (!Picture_Believes(GIF_Header.Width, GIF_Header.Height,
+                                      std::max<uint64_t>(GIF_File.size(), GIF_MinFile),
+                                      GIF_PixelsPerByte))
+                    return;
+            }
+            if (!LoadFrame(gif, next, left))
                 return;
             next = {};
         } else if (introducer == GIF_Trailer) {
@@ -285,18 +451,28 @@ static void GIF_LoadFrames()
 
 void GIF_Load(const char *path)
 {
-    for (size_t i = GIF_GivenOut ? 1 : 0; i < GIF_Frames.size(); i++)
-        std::free(GIF_Frames[i].Data);
-    GIF_Frames.clear();
-    GIF_GivenOut = false;
-    GIF_File = Bytes_LoadFile(path);
-    ReadHeader();
-    GIF_LoadFrames();
+    GIF_Frames = {};
+    GIF_Loaded.reset();
+    Reason_Guard([path] {
+        GIF_Loaded = std::make_unique<GIF_OWNER>();
+        if (Picture_Rules == PICTURE_RULES_FORMAT)
+            GIF_Loaded->FirstOwned = SIZE_MAX;
+        GIF_File = Bytes_LoadFile(path);
+        ReadHeader();
+        GIF_LoadFrames(*GIF_Loaded);
+        if (Picture_Rules == PICTURE_RULES_FORMAT)
+            GIF_Loaded->Codes = std::exchange(GIF_File, {});
+    });
+    if (GIF_Loaded)
+        GIF_Frames = GIF_Loaded->Frames;
     GIF_Header.FrameCount = static_cast<uint16_t>(GIF_Frames.size());
     // Kept on purpose: heap 0 is this decoder's while it loads, and callers find it so.
     Extra_DestroyHeap(0);
     Extra_SetHeap(0, 0);
 }
+
+namespace
+{
 
 // What a frame's pixels are made of.
 struct GIF_SOURCE {
@@ -304,6 +480,8 @@ struct GIF_SOURCE {
     PIXELS_PALETTE Palette;
     int ShowThrough;  // index that takes the pixel of the picture before, -1: none
 };
+
+}  // namespace
 
 // Puts out `count` pixels of a frame from its index `first` on. A pixel that shows through takes
 // the place of its index in the frame, not of itself on the screen, on purpose.
@@ -358,12 +536,10 @@ static void PutInterlaced(const GIF_FRAME &frame, const GIF_SOURCE &source, uint
                           screen + y * width * 4);
 }
 
-// The picture of a frame, null without memory.
-static uint8_t *MakePicture(const GIF_FRAME &frame, std::span<const uint8_t> previous, bool overlay)
+// Makes the picture of a frame on a screen of zeros.
+static void MakePicture(const GIF_FRAME &frame, std::span<const uint8_t> previous, bool overlay,
+                        uint8_t *screen)
 {
-    uint8_t *screen = Picture_NewPixels(GIF_Header.Width, GIF_Header.Height);
-    if (!screen)
-        return nullptr;
     GIF_SOURCE source{
         {frame.Data, size_t{frame.Width} * frame.Height},
         previous,
@@ -378,23 +554,131 @@ static uint8_t *MakePicture(const GIF_FRAME &frame, std::span<const uint8_t> pre
         PutSurroundings(source, overlay, {screen, GIF_Header.Size});
         PutFrame(frame, source, screen);
     }
-    return screen;
 }
 
-uint8_t *GIF_Decoding(uint16_t mode)
+// The frames' pictures by the framework's rules, the first one's on `first`.
+static void MakePictures(std::span<GIF_FRAME> frames, bool overlay, uint8_t *first)
 {
-    GIF_GivenOut = true;
-    std::span<const uint8_t> previous;
-    for (GIF_FRAME &frame : GIF_Frames) {
-        // Nothing was before the first frame but, on purpose, its indexes.
-        if (&frame == GIF_Frames.data())
-            previous = {frame.Data, size_t{frame.Width} * frame.Height};
-        uint8_t *screen = MakePicture(frame, previous, mode == 1);
+    // Nothing was before the first frame but, on purpose, its indexes.
+    std::span<const uint8_t> previous(frames[0].Data, size_t{frames[0].Width} * frames[0].Height);
+    for (GIF_FRAME &frame : frames) {
+        uint8_t *const screen = &frame == frames.data()
+                                    ? first
+                                    : Picture_NewPixels(GIF_Header.Width, GIF_Header.Height);
+        if (screen)
+            MakePicture(frame, previous, overlay, screen);
         std::free(frame.Data);
         frame.Data = screen;
         previous = {screen, screen ? size_t{GIF_Header.Size} : 0};
     }
-    return GIF_HEADER_GetFrameData(0);
+}
+
+// The empty screen by the format's rules: the background colour, as other decoders show it, unless
+// the first frame is one with transparency. Disposal clears to transparent all the same, as
+// browsers do.
+static void FillBackground(const GIF_PICTURE &gif, uint8_t *screen)
+{
+    const GIF_HEADER &h = gif.Header;
+    const bool opaque = h.HasGlobalPalette && !gif.Frames[0].HasTransparency;
+    const uint32_t pixel = opaque ? Pixels_Get(h.GlobalPalette[h.Background].data()) : 0;
+    for (size_t i = 0; i < h.Size; i += 4)
+        Pixels_Put(screen + i, pixel);
+}
+
+// A frame's indexes, as many as its data hold.
+static std::span<const uint8_t> IndexesOf(const GIF_FRAME &frame, BYTES_BUFFER &indexes)
+{
+    const size_t count = size_t{frame.Width} * frame.Height;
+    indexes.resize(count + OutputPadding(frame.MinimumCodeSize));
+    return {indexes.data(),
+            GIF_LZW_Decompress(frame, {frame.Data, frame.DataSize}, indexes.data(), count)};
+}
+
+static bool IsWhole(const GIF_FRAME &frame, std::span<const uint8_t> indexes)
+{
+    return indexes.size() == size_t{frame.Width} * frame.Height;
+}
+
+// Whether a frame, if it is whole, leaves nothing to be seen of what was before it, then or later.
+static bool HidesAll(const GIF_PICTURE &gif, const GIF_FRAME &frame)
+{
+    return frame.Left == 0 && frame.Top == 0 && frame.Width >= gif.Header.Width &&
+           frame.Height >= gif.Header.Height && !frame.HasTransparency &&
+           frame.Disposal != GIF_DisposeRestore;
+}
+
+// Draws a frame on the screen by the format's rules.
+static void DrawFrame(const GIF_PICTURE &gif, const GIF_FRAME &frame,
+                      std::span<const uint8_t> indexes, uint8_t *screen)
+{
+    const size_t width = frame.Width;
+    const size_t right = std::min<size_t>(gif.Header.Width, frame.Left + width);
+    const PIXELS_PALETTE &palette =
+        frame.HasLocalPalette ? frame.LocalPalette : gif.Header.GlobalPalette;
+    const int hidden = frame.HasTransparency ? frame.TransparentIndex : -1;
+    size_t first = 0;
+    const auto draw = [&](size_t y) {
+        const auto stored = Bytes_GetSpan(indexes, first, width);
+        first += width;
+        if (frame.Top + y >= gif.Header.Height || frame.Left >= right)
+            return;
+        const auto row = Bytes_GetSpan(stored, 0, right - frame.Left);
+        uint8_t *out = screen + ((frame.Top + y) * gif.Header.Width + frame.Left) * 4;
+        if (hidden < 0)
+            return Pixels_FromIndexes(row, palette, out);
+        for (const uint8_t index : row) {
+            if (index != hidden)
+                std::memcpy(out, palette[index].data(), 4);
+            out += 4;
+        }
+    };
+    if (frame.Interlaced)
+        for (const auto &[step, start] : GIF_Interlace)
+            for (size_t y = start; y < frame.Height; y += step)
+                draw(y);
+    else
+        for (size_t y = 0; y < frame.Height; y++)
+            draw(y);
+}
+
+uint8_t *GIF_Decoding(uint16_t mode)
+{
+    if (!GIF_Loaded || GIF_Loaded->Frames.empty()) {
+        Reason_Set("no frames");
+        return nullptr;
+    }
+    void *const block = std::calloc(sizeof(GIF_FRONT) + GIF_Header.Size, 1);
+    if (!block) {
+        Reason_Set("out of memory");
+        return nullptr;
+    }
+    GIF_OWNER &gif = *GIF_Loaded;
+    auto *const front = new (block) GIF_FRONT{&gif};
+    auto *const first = reinterpret_cast<uint8_t *>(front + 1);
+    gif.Header = GIF_Header;
+    const bool done = Reason_Guard([&gif, mode, first] {
+        if (gif.FirstOwned == 0) {
+            MakePictures(gif.Frames, mode == 1, first);
+            gif.FirstOwned = 1;
+            return true;
+        }
+        const GIF_FRAME &frame = gif.Frames[0];
+        BYTES_BUFFER buffer;
+        const auto indexes = IndexesOf(frame, buffer);
+        if (!IsWhole(frame, indexes))
+            Reason_Set("frame 1 ends after %zu of %zu pixels", indexes.size(),
+                       size_t{frame.Width} * frame.Height);
+        if (!IsWhole(frame, indexes) || !HidesAll(gif, frame))
+            FillBackground(gif, first);
+        DrawFrame(gif, frame, indexes, first);
+        return true;
+    });
+    if (!done) {
+        std::free(block);
+        return nullptr;
+    }
+    GIF_Loaded.release();  // to the picture
+    return first;
 }
 
 void GIF_UnLoad()
@@ -402,14 +686,80 @@ void GIF_UnLoad()
     GIF_File = {};
 }
 
+static GIF_FRONT *FrontOf(const uint8_t *first)
+{
+    return reinterpret_cast<GIF_FRONT *>(const_cast<uint8_t *>(first)) - 1;
+}
+
 void GIF_FreeFrames(uint8_t *first)
 {
-    if (first == GIF_HEADER_GetFrameData(0)) {
-        for (size_t i = 1; i < GIF_Frames.size(); i++)
-            std::free(GIF_Frames[i].Data);
-        GIF_Frames.clear();
+    const std::unique_ptr<GIF_OWNER> gif(first ? FrontOf(first)->Owner : GIF_Loaded.release());
+    if (gif && gif->Frames.data() == GIF_Frames.data())
+        GIF_Frames = {};
+    if (first)
+        std::free(FrontOf(first));
+}
+
+const GIF_PICTURE &GIF_PictureOf(const uint8_t *first)
+{
+    return *FrontOf(first)->Owner;
+}
+
+static void ClearRectangle(const GIF_PICTURE &gif, const GIF_FRAME &frame, uint8_t *screen)
+{
+    const size_t width = gif.Header.Width;
+    const size_t right = std::min<size_t>(width, size_t{frame.Left} + frame.Width);
+    const size_t bottom = std::min<size_t>(gif.Header.Height, size_t{frame.Top} + frame.Height);
+    for (size_t y = frame.Top; y < bottom && frame.Left < right; y++)
+        std::memset(screen + (y * width + frame.Left) * 4, 0, (right - frame.Left) * 4);
+}
+
+// Takes the frame on top away as it is to be.
+static void Dispose(const GIF_PICTURE &gif, GIF_CANVAS &canvas)
+{
+    const GIF_FRAME &frame = gif.Frames[canvas.Laid - 1];
+    if (frame.Disposal == GIF_DisposeClear)
+        ClearRectangle(gif, frame, canvas.Screen.data());
+    else if (frame.Disposal == GIF_DisposeRestore)
+        std::swap(canvas.Screen, canvas.Below);
+}
+
+// Lays the next frame on the canvas.
+static void LayFrame(const GIF_PICTURE &gif, GIF_CANVAS &canvas)
+{
+    const GIF_FRAME &frame = gif.Frames[canvas.Laid];
+    if (frame.Disposal == GIF_DisposeRestore)
+        canvas.Below = canvas.Screen;
+    DrawFrame(gif, frame, IndexesOf(frame, canvas.Indexes), canvas.Screen.data());
+    canvas.Laid++;
+}
+
+bool GIF_Compose(const GIF_PICTURE &gif, size_t n, GIF_CANVAS &canvas)
+{
+    if (n >= gif.Frames.size() || gif.Codes.empty()) {
+        Reason_Set("no frame %zu to compose", n + 1);
+        return false;
     }
-    std::free(first);
+    return Reason_Guard([&gif, n, &canvas] {
+        const size_t laid = canvas.Laid <= n + 1 ? canvas.Laid : 0;
+        const auto isStart = [&gif, &canvas](const GIF_FRAME &frame) {
+            return HidesAll(gif, frame) && IsWhole(frame, IndexesOf(frame, canvas.Indexes));
+        };
+        size_t start = n;
+        while (start > laid && !isStart(gif.Frames[start]))
+            start--;
+        if (start > laid || laid == 0) {
+            canvas.Screen.resize(gif.Header.Size);
+            FillBackground(gif, canvas.Screen.data());
+            canvas.Laid = start;
+            LayFrame(gif, canvas);
+        }
+        while (canvas.Laid <= n) {
+            Dispose(gif, canvas);
+            LayFrame(gif, canvas);
+        }
+        return true;
+    });
 }
 
 GIF_HEADER *GIF_GetHeader(GIF_HEADER *out)

@@ -1,16 +1,30 @@
-// GIF pictures with all their frames (GIF87a, GIF89a), each decoded to a picture of the whole
-// screen. Delays and disposal methods are stored for who plays the frames.
+// GIF pictures with all their frames (GIF87a, GIF89a). The frames travel with their picture, which
+// may be used and unloaded on another thread than the one that loaded it.
+//
+// The rules (Picture_Rules)   framework                          format
+// a frame's data, decoded     its picture of the whole screen    still compressed, for GIF_Compose
+// on the screen               alone, or over the one before      as disposal methods leave it
+// before the first frame      background colour, alpha 0         that opaque, or if the frame has
+//                                                                transparency (0, 0, 0, 0)
+// where a frame is cleared    (frames are not disposed of)       (0, 0, 0, 0)
+// beyond the right edge       indexes run on in the next row     clipped
+// interlaced frames           at the top left, rows run on       in their place
+// missing pixels              index 0                            not drawn
+// comment                     up to a 0, block lengths included  its text; may be empty
+// frames                      1024, and all within a bound       65535
+// screen without a size       no picture                         the first frame's size
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "extra/bytes.h"
 #include "picture/pixels.h"
 
-constexpr size_t GIF_MaxFrames = 1024;  // a file's further frames are left out
+constexpr size_t GIF_MaxFrames = 1024;  // by the framework's rules; further ones are left out
 
 struct GIF_HEADER {
     uint16_t Width, Height;  // of the screen, pixels
@@ -23,11 +37,13 @@ struct GIF_HEADER {
     PIXELS_PALETTE GlobalPalette;  // alpha 255
     uint8_t Background;            // index
     uint8_t AspectRatio;
-    std::array<uint32_t, GIF_MaxFrames> DataSize;  // of each frame's compressed data, bytes
+    std::array<uint32_t, GIF_MaxFrames> DataSize;  // of a frame's compressed data, bytes
     uint16_t FrameCount;
     std::array<char, 128> Comment;  // the last one, with a NUL
     uint32_t Size;                  // of a picture: Width x Height x 4
     uint32_t BlockOffset;           // of the first block in the file
+    uint8_t HasLoopCount;           // of the application extension NETSCAPE2.0
+    uint16_t LoopCount;             // how often the animation starts over, 0: for ever
 };
 
 struct GIF_FRAME {
@@ -36,47 +52,76 @@ struct GIF_FRAME {
     uint8_t Sorted, Interlaced, HasLocalPalette;
     uint8_t MinimumCodeSize;
     PIXELS_PALETTE LocalPalette;  // alpha 255
-    /// From malloc, owned by GIF_Frames. Width x Height palette indexes in file order after
-    /// GIF_Load, the RGBA picture of the screen's size after GIF_Decoding.
+    /// The picture's. By the framework's rules Width x Height palette indexes in file order after
+    /// GIF_Load, and after GIF_Decoding the RGBA picture of the screen's size, null without memory.
+    /// By the format's rules the compressed data, DataSize bytes.
     uint8_t *Data;
     // from the Graphic Control Extension in front of the frame
     uint8_t HasTransparency, UserInput;
     uint8_t Disposal;
     uint16_t Delay;  // hundredths of a second
     uint8_t TransparentIndex;
+    uint32_t DataSize;
 };
 
-/// The file being decoded, one at a time. Header and frames stay after GIF_UnLoad.
+/// A loaded file, which belongs to its picture.
+struct GIF_PICTURE {
+    GIF_HEADER Header;
+    std::vector<GIF_FRAME> Frames;
+    BYTES_BUFFER Codes;  // by the format's rules: what the frames' Data points into
+};
+
+/// The file being decoded, one at a time on each thread. Header and frames stay after GIF_UnLoad,
+/// the frames until their picture is unloaded or this thread's next load.
 extern constinit thread_local GIF_HEADER GIF_Header;
-extern constinit thread_local std::vector<GIF_FRAME> GIF_Frames;
+extern constinit thread_local std::span<GIF_FRAME> GIF_Frames;
 extern constinit thread_local BYTES_BUFFER GIF_File;
 extern constinit thread_local size_t GIF_Position;  // next byte to read
 
-/// Reads a file and decompresses its frames to indexes; those that a frame's data lack are 0.
-/// Frees the frames of an earlier file, save the first's picture, which belongs to the picture that
-/// it was loaded for. Frames count 4 bytes for every pixel of the screen, or of their own where
-/// these are more: from the first on with which they pass Picture_MaxBytes together they are left
-/// out. Leaves byte heap 0 current, last in first out, and without a buffer.
+/// Reads a file. By the framework's rules its frames are decompressed to indexes, those that a
+/// frame's data lack being 0. Each frame is charged 4 bytes per pixel of the screen or of itself,
+/// whichever is more; loading stops, with a reason, where the total passes what is believed of a
+/// file of this size, or Picture_MaxBytes. GIF_File is gathered in place; by the format's rules it
+/// goes to the picture. Leaves byte heap 0 current, last in first out, and without a buffer.
 void GIF_Load(const char *path);
 
-/// Turns all frames into pictures and returns the first's, which GIF_FreeFrames frees. Null without
-/// frames. Mode 0: every frame stands alone, transparent around it and where it says so; 1: it is
-/// laid over the frame before. Interlaced frames lie at the top left and run on from row to row as
-/// if the screen had their width, on purpose. What the frames count, one frame's indexes and the
-/// file twice are the peak of memory.
+/// Returns the first frame's picture, which GIF_FreeFrames frees; null, with a reason, without
+/// frames. By the framework's rules all frames become pictures. Mode 0: every frame stands alone,
+/// transparent around it and where it says so; 1: it is laid over the frame before. Peak memory:
+/// the frames as charged above, one frame's indices, the file. By the format's rules the mode does
+/// not count, and the peak is one picture, one frame's indexes (together at most Picture_MaxBytes)
+/// and the file, which the picture keeps.
 uint8_t *GIF_Decoding(uint16_t mode);
 
 /// Frees the file image.
 void GIF_UnLoad();
 
-/// Frees `first`, which GIF_Decoding returned, with the other frames of its file.
+/// Frees `first`, which GIF_Decoding returned on this thread or another, and all frames with it.
 void GIF_FreeFrames(uint8_t *first);
+
+/// The file whose first frame GIF_Decoding returned as `first`, until GIF_FreeFrames. Any thread
+/// may read it.
+const GIF_PICTURE &GIF_PictureOf(const uint8_t *first);
+
+/// The screen while the frames of one picture are shown on it. Begins empty.
+struct GIF_CANVAS {
+    BYTES_BUFFER Screen;   // Width x Height RGBA pixels: what is seen
+    BYTES_BUFFER Below;    // what the frame on top leaves when it goes, if it restores that
+    BYTES_BUFFER Indexes;  // the frame on top
+    size_t Laid = 0;       // frames so far, the one on top included
+};
+
+/// Brings the canvas to frame `n` (from 0) of a picture loaded by the format's rules: the frames
+/// before it laid down and disposed of. To go on by one costs one frame; to jump, at most the
+/// frames since the last that hides all before it. False, with a reason, without memory, when no
+/// such frame exists, or of a picture loaded by the framework's rules.
+bool GIF_Compose(const GIF_PICTURE &gif, size_t n, GIF_CANVAS &canvas);
 
 /// Copies the header to `out` and returns it.
 GIF_HEADER *GIF_GetHeader(GIF_HEADER *out);
 
-/// The frames, GIF_Header.FrameCount of them; null when there are none.
+/// The frames, GIF_Header.FrameCount of them; null when none exist.
 GIF_FRAME *GIF_GetFrames();
 
-/// Data of frame `n`, null when there is no such frame.
+/// Data of frame `n`, null when no such frame exists.
 uint8_t *GIF_HEADER_GetFrameData(uint16_t n);

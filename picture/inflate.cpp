@@ -6,19 +6,27 @@
 #include <cstdio>
 #include <cstring>
 
+#include "extra/local.h"
+
 constinit thread_local INFLATE_STATE Inflate_State{};
 constinit thread_local size_t PNG_BitPointer{};
 
 static constinit thread_local std::span<const uint8_t> Inflate_Stream{};
 static constinit thread_local bool Inflate_LastBlock{};
 
+namespace
+{
+
 // What of the current block is still to come.
 enum INFLATE_BLOCK : uint8_t { BLOCK_NONE, BLOCK_STORED, BLOCK_CODED };
+
+}  // namespace
+
 static constinit thread_local INFLATE_BLOCK Inflate_Block{};
 static constinit thread_local size_t Inflate_StoredLeft{};  // bytes
 
 constexpr size_t PNG_LiteralCodes = 288, PNG_DistanceCodes = 32, PNG_CLCodes = 19;
-constexpr size_t PNG_LongestCode = 15;
+constexpr size_t PNG_MaxCodeBits = 15;
 
 // RFC 1951, 3.2.7: order in which the lengths of the code-length code are sent.
 constexpr std::array<uint8_t, PNG_CLCodes> PNG_CLorder = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
@@ -41,14 +49,16 @@ constexpr std::array<uint8_t, 30> PNG_DistanceExtra = {0, 0, 0,  0,  1,  1,  2, 
 // An entry of a decoding table is one number, so that one load tells all: the bits that its code
 // takes together with the extra bits, how many literals it stands for, the bits of the code alone,
 // flags, and the value: one or two literals, a base, or where a table of the second level begins.
-constexpr uint32_t ENTRY_BITS = 63, ENTRY_LITERALS = 3 << 6, ENTRY_LITERAL = 1 << 6;
-constexpr uint32_t ENTRY_SPECIAL = 1 << 12;  // one of the next three, or a code to pass over
-constexpr uint32_t ENTRY_LONG = 1 << 13, ENTRY_END = 1 << 14, ENTRY_NONE = 1 << 15;
-constexpr int ENTRY_VALUE = 16;
+constexpr uint32_t Inflate_EntryBits = 63, Inflate_EntryLiterals = 3 << 6,
+                   Inflate_EntryLiteral = 1 << 6;
+constexpr uint32_t Inflate_EntrySpecial = 1 << 12;  // one of the next three, or a code to skip
+constexpr uint32_t Inflate_EntryLong = 1 << 13, Inflate_EntryEnd = 1 << 14,
+                   Inflate_EntryNone = 1 << 15;
+constexpr int Inflate_EntryValue = 16;
 
 constexpr uint32_t EntryBits(uint32_t entry)
 {
-    return entry & ENTRY_BITS;
+    return entry & Inflate_EntryBits;
 }
 constexpr uint32_t EntryCodeBits(uint32_t entry)
 {
@@ -60,28 +70,28 @@ constexpr uint32_t EntryExtraBits(uint32_t entry)
 }
 constexpr uint32_t EntryValue(uint32_t entry)
 {
-    return entry >> ENTRY_VALUE;
+    return entry >> Inflate_EntryValue;
 }
 
 constexpr uint32_t MeaningOf(uint32_t value, uint32_t extra)
 {
-    return value << ENTRY_VALUE | extra;
+    return value << Inflate_EntryValue | extra;
 }
 
 // What the symbols of the three alphabets mean, as entries that lack the bits of their code.
 constexpr auto PNG_LiteralMeaning = [] {
     std::array<uint32_t, PNG_LiteralCodes> meaning{};
-    meaning.fill(ENTRY_SPECIAL);  // kept on purpose: 286 and 287 are passed over
+    meaning.fill(Inflate_EntrySpecial);  // on purpose: 286 and 287 are skipped
     for (uint32_t i = 0; i < 256; i++)
-        meaning[i] = MeaningOf(i, 0) | ENTRY_LITERAL;
-    meaning[256] = ENTRY_SPECIAL | ENTRY_END;
+        meaning[i] = MeaningOf(i, 0) | Inflate_EntryLiteral;
+    meaning[256] = Inflate_EntrySpecial | Inflate_EntryEnd;
     for (size_t i = 0; i < PNG_LengthBase.size(); i++)
         meaning[257 + i] = MeaningOf(PNG_LengthBase[i], PNG_LengthExtra[i]);
     return meaning;
 }();
 constexpr auto PNG_DistanceMeaning = [] {
     std::array<uint32_t, PNG_DistanceCodes> meaning{};
-    meaning.fill(ENTRY_SPECIAL | ENTRY_NONE);
+    meaning.fill(Inflate_EntrySpecial | Inflate_EntryNone);
     for (size_t i = 0; i < PNG_DistanceBase.size(); i++)
         meaning[i] = MeaningOf(PNG_DistanceBase[i], PNG_DistanceExtra[i]);
     return meaning;
@@ -93,62 +103,105 @@ constexpr auto PNG_CLMeaning = [] {
     return meaning;
 }();
 
+namespace
+{
+
 struct PNG_CODE {
     uint16_t Symbol, Code, Length;  // Code: first bit lowest
 };
 
 // A code as a table that its next bits index; a longer code's entry leads to a table of the second
-// level, indexed by the bits behind. So many entries that each symbol may have one of its own.
+// level, indexed by the bits after those. So many entries that each symbol may have one of its own.
 struct PNG_HUFFMAN {
     uint32_t RootBits;
-    std::array<uint32_t, (1 << 11) + PNG_LiteralCodes *(1 << (PNG_LongestCode - 11))> Entries;
+    std::array<uint32_t, (1 << 11) + PNG_LiteralCodes *(1 << (PNG_MaxCodeBits - 11))> Entries;
     std::array<PNG_CODE, PNG_LiteralCodes> RootCodes;  // of the first level, shorter ones first
     size_t RootCount;
 };
-constexpr uint32_t LITERAL_ROOT = 11, DISTANCE_ROOT = 9, CL_ROOT = 7;
+
+}  // namespace
+
+constexpr uint32_t Inflate_LiteralRoot = 11, Inflate_DistanceRoot = 9, Inflate_CLRoot = 7;
 static constinit thread_local PNG_HUFFMAN PNG_LiteralTable{}, PNG_DistanceTable{}, PNG_CLTable{};
 static constinit thread_local bool
     Inflate_FixedTables{};  // the tables are those of blocks with fixed codes
 
 // The first level of PNG_LiteralTable with up to three literals in an entry, as many as its bits
 // tell: they lie above their count in the bits that the other entries use for more.
-static constinit thread_local std::array<uint32_t, 1 << LITERAL_ROOT> Inflate_Triples{};
+static constinit thread_local std::array<uint32_t, 1 << Inflate_LiteralRoot> Inflate_Triples{};
+
+// A number to or from its bytes in memory, the lowest first.
+template <typename Number>
+static Number Little(Number value)
+{
+    if constexpr (std::endian::native == std::endian::little)
+        return value;
+    else if constexpr (sizeof value == 4)
+        return __builtin_bswap32(value);
+    else
+        return __builtin_bswap64(value);
+}
 
 static uint64_t Load64(const uint8_t *from)
 {
-    static_assert(std::endian::native == std::endian::little, "as the stream's bits and literals");
     uint64_t value;
     std::memcpy(&value, from, sizeof value);
-    return value;
+    return Little(value);
 }
 
-static uint64_t LoadTail(size_t at)
+namespace
 {
-    uint64_t value = 0;
-    for (size_t i = 0; at + i < Inflate_Stream.size() && i < 8; i++)
-        value |= uint64_t{Inflate_Stream[at + i]} << (8 * i);
-    return value;
-}
 
-// At least the next 57 bits of the stream.
-static uint64_t Peek()
-{
-    const size_t at = PNG_BitPointer / 8;
-    const uint64_t bits =
-        at + 8 <= Inflate_Stream.size() ? Load64(Inflate_Stream.data() + at) : LoadTail(at);
-    return bits >> PNG_BitPointer % 8;
-}
+// The stream and its next bit, found once for a loop.
+struct INFLATE_READER {
+    const std::span<const uint8_t> Stream = Inflate_Stream;
+    size_t &Position = Extra_Local(PNG_BitPointer);
 
-static bool CutShort()
-{
-    return PNG_BitPointer > Inflate_Stream.size() * 8;
-}
+    // At least the next 57 bits.
+    uint64_t Peek() const
+    {
+        const size_t at = Position / 8;
+        uint64_t bits = 0;
+        if (at + 8 <= Stream.size())
+            bits = Load64(Stream.data() + at);
+        else
+            for (size_t i = 0; at + i < Stream.size() && i < 8; i++)
+                bits |= uint64_t{Stream[at + i]} << (8 * i);
+        return bits >> Position % 8;
+    }
+
+    bool CutShort() const
+    {
+        return Position > Stream.size() * 8;
+    }
+
+    uint32_t ReadBits(uint32_t count)
+    {
+        const uint64_t bits = Peek() & ((uint64_t{1} << count) - 1);
+        Position += count;
+        return static_cast<uint32_t>(bits);
+    }
+
+    // Decodes the next code with the table; extra bits stay unread. A code that the table lacks is
+    // Inflate_EntryNone.
+    uint32_t PNG_DecodeHuffmanSymbol(const PNG_HUFFMAN &table)
+    {
+        const uint64_t bits = Peek();
+        uint32_t entry = table.Entries[bits & ((1u << table.RootBits) - 1)];
+        if (entry & Inflate_EntryLong)
+            entry = table.Entries[EntryValue(entry) +
+                                  (bits >> table.RootBits &
+                                   ((1u << (PNG_MaxCodeBits - table.RootBits)) - 1))];
+        Position += EntryCodeBits(entry);
+        return entry;
+    }
+};
+
+}  // namespace
 
 uint32_t PNG_ReadBits(int count)
 {
-    const uint64_t bits = Peek() & ((uint64_t{1} << count) - 1);
-    PNG_BitPointer += static_cast<size_t>(count);
-    return static_cast<uint32_t>(bits);
+    return INFLATE_READER().ReadBits(static_cast<uint32_t>(count));
 }
 
 uint32_t PNG_ReadBit()
@@ -163,21 +216,7 @@ uint32_t PNG_ReadReversedBit()
     return at < Inflate_Stream.size() ? Inflate_Stream[at] >> shift & 1 : 0;
 }
 
-// Decodes the next code with the table; extra bits stay unread. A code that the table lacks is
-// ENTRY_NONE.
-static uint32_t PNG_DecodeHuffmanSymbol(const PNG_HUFFMAN &table)
-{
-    const uint64_t bits = Peek();
-    uint32_t entry = table.Entries[bits & ((1u << table.RootBits) - 1)];
-    if (entry & ENTRY_LONG)
-        entry =
-            table.Entries[EntryValue(entry) + (bits >> table.RootBits &
-                                               ((1u << (PNG_LongestCode - table.RootBits)) - 1))];
-    PNG_BitPointer += EntryCodeBits(entry);
-    return entry;
-}
-
-// The code behind `code` among codes of n bits, `size` being 2^n, both with their first bit lowest:
+// The code after `code` among codes of n bits, `size` being 2^n, both with their first bit lowest:
 // the highest zero becomes one, and the ones above it zeros.
 static uint32_t NextReversed(uint32_t code, uint32_t size)
 {
@@ -186,16 +225,16 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
 }
 
 // Canonical codes of RFC 1951, 3.2.2, from the symbols' lengths. False when there are more codes
-// than their lengths can tell apart. Bits that lead to no code give ENTRY_NONE.
+// than their lengths can tell apart. Bits that lead to no code give Inflate_EntryNone.
 static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8_t> lengths,
                                        std::span<const uint32_t> meaning, uint32_t rootBits)
 {
-    std::array<uint16_t, PNG_LongestCode + 1> counts{}, starts{};
+    std::array<uint16_t, PNG_MaxCodeBits + 1> counts{}, starts{};
     for (const uint8_t length : lengths)
         counts[length]++;
     counts[0] = 0;
     int left = 1;  // codes of the current length that are not taken
-    for (size_t n = 1; n <= PNG_LongestCode; n++) {
+    for (size_t n = 1; n <= PNG_MaxCodeBits; n++) {
         left = 2 * left - counts[n];
         if (left < 0)
             return false;
@@ -208,7 +247,7 @@ static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8
 
     // Codes up to the root's bits: the table for each length is twice that for the one before, and
     // then the codes of just this length.
-    constexpr uint32_t none = ENTRY_SPECIAL | ENTRY_NONE | 1 << 8 | 1;
+    constexpr uint32_t none = Inflate_EntrySpecial | Inflate_EntryNone | 1 << 8 | 1;
     const uint16_t *symbol = sorted.data();
     uint32_t *entries = table.Entries.data();
     uint32_t code = 0, size = 1;
@@ -226,13 +265,13 @@ static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8
     }
 
     // Longer codes: their first bits lead to a table that the rest indexes.
-    const uint32_t subSize = 1u << (PNG_LongestCode - rootBits);
+    const uint32_t subSize = 1u << (PNG_MaxCodeBits - rootBits);
     uint32_t end = size;
-    for (uint32_t n = rootBits + 1; n <= PNG_LongestCode; n++)
+    for (uint32_t n = rootBits + 1; n <= PNG_MaxCodeBits; n++)
         for (int i = 0; i < counts[n]; i++, code = NextReversed(code, 1u << n)) {
             uint32_t &root = entries[code & (size - 1)];
-            if (!(root & ENTRY_LONG)) {
-                root = end << ENTRY_VALUE | ENTRY_SPECIAL | ENTRY_LONG;
+            if (!(root & Inflate_EntryLong)) {
+                root = end << Inflate_EntryValue | Inflate_EntrySpecial | Inflate_EntryLong;
                 std::fill_n(entries + end, subSize, none);
                 end += subSize;
             }
@@ -244,19 +283,22 @@ static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8
 }
 
 // From the literal table, which is complete by then.
-static void MakeTriples()
+static void MakeTriples(const PNG_HUFFMAN &table)
 {
     // What any `width` bits hold, as triples: nothing, one literal at most, or two. Each table
     // begins at its size. A literal's code in front turns one table into entries of the next.
-    using TRIPLES = std::array<uint32_t, 1 << LITERAL_ROOT>;
-    static constinit thread_local TRIPLES nothing{}, ones{}, twos{};
+    using TRIPLES = std::array<uint32_t, 1 << Inflate_LiteralRoot>;
+    static constexpr TRIPLES nothing{};
+    static constinit thread_local TRIPLES onesOf{}, twosOf{};
+    TRIPLES &ones = Extra_Local(onesOf), &twos = Extra_Local(twosOf);
     std::array<PNG_CODE, 256> literals;
-    const std::span codes = std::span(PNG_LiteralTable.RootCodes).first(PNG_LiteralTable.RootCount);
+    const std::span codes = std::span(table.RootCodes).first(table.RootCount);
     const auto end = std::copy_if(codes.begin(), codes.end(), literals.begin(),
                                   [](const PNG_CODE &code) { return code.Symbol < 256; });
     const auto put = [&](uint32_t *to, const TRIPLES &rests, uint32_t width) {
         for (auto code = literals.begin(); code != end && code->Length <= width; ++code) {
-            const uint32_t first = uint32_t{code->Symbol} << 8 | ENTRY_LITERAL | code->Length;
+            const uint32_t first =
+                uint32_t{code->Symbol} << 8 | Inflate_EntryLiteral | code->Length;
             const uint32_t size = 1u << (width - code->Length);
             const uint32_t *rest = rests.data() + size;
             for (uint32_t i = 0, at = code->Code; i < size; i++, at += 1u << code->Length)
@@ -265,30 +307,31 @@ static void MakeTriples()
     };
     const auto putAll = [&](TRIPLES &to, const TRIPLES &rests, uint32_t widest) {
         for (uint32_t width = 0; width <= widest; width++) {
-            uint32_t *const table = to.data() + (1u << width);
-            std::fill_n(table, 1u << width, 0);
-            put(table, rests, width);
+            uint32_t *const sized = to.data() + (1u << width);
+            std::fill_n(sized, 1u << width, 0);
+            put(sized, rests, width);
         }
     };
-    std::copy_n(PNG_LiteralTable.Entries.begin(), Inflate_Triples.size(), Inflate_Triples.begin());
+    TRIPLES &triples = Extra_Local(Inflate_Triples);
+    std::copy_n(table.Entries.begin(), triples.size(), triples.begin());
     if (end == literals.begin())
         return;
     const uint32_t shortest = literals[0].Length;
-    if (2 * shortest <= LITERAL_ROOT)
-        putAll(ones, nothing, LITERAL_ROOT - 2 * shortest);
-    putAll(twos, ones, LITERAL_ROOT - shortest);
-    put(Inflate_Triples.data(), twos, LITERAL_ROOT);
+    if (2 * shortest <= Inflate_LiteralRoot)
+        putAll(ones, nothing, Inflate_LiteralRoot - 2 * shortest);
+    putAll(twos, ones, Inflate_LiteralRoot - shortest);
+    put(triples.data(), twos, Inflate_LiteralRoot);
 }
 
 static bool MakeTables(std::span<const uint8_t> literals, std::span<const uint8_t> distances)
 {
-    const bool good =
-        PNG_MakeHuffmanFromLengths(PNG_LiteralTable, literals, PNG_LiteralMeaning, LITERAL_ROOT) &&
-        PNG_MakeHuffmanFromLengths(PNG_DistanceTable, distances, PNG_DistanceMeaning,
-                                   DISTANCE_ROOT);
-    if (good)
-        MakeTriples();
-    return good;
+    PNG_HUFFMAN &table = Extra_Local(PNG_LiteralTable);
+    if (!PNG_MakeHuffmanFromLengths(table, literals, PNG_LiteralMeaning, Inflate_LiteralRoot) ||
+        !PNG_MakeHuffmanFromLengths(Extra_Local(PNG_DistanceTable), distances, PNG_DistanceMeaning,
+                                    Inflate_DistanceRoot))
+        return false;
+    MakeTriples(table);
+    return true;
 }
 
 // RFC 1951, 3.2.6.
@@ -308,28 +351,30 @@ static bool PNG_GetFixedTree()
 // RFC 1951, 3.2.7.
 static bool ReadTables()
 {
-    const size_t literalCount = PNG_ReadBits(5) + 257, distanceCount = PNG_ReadBits(5) + 1;
-    const size_t clCount = PNG_ReadBits(4) + 4;
+    INFLATE_READER reader;
+    const size_t literalCount = reader.ReadBits(5) + 257, distanceCount = reader.ReadBits(5) + 1;
+    const size_t clCount = reader.ReadBits(4) + 4;
     std::array<uint8_t, PNG_CLCodes> clLengths{};
     for (size_t i = 0; i < clCount; i++)
-        clLengths[PNG_CLorder[i]] = static_cast<uint8_t>(PNG_ReadBits(3));
-    if (!PNG_MakeHuffmanFromLengths(PNG_CLTable, clLengths, PNG_CLMeaning, CL_ROOT))
+        clLengths[PNG_CLorder[i]] = static_cast<uint8_t>(reader.ReadBits(3));
+    PNG_HUFFMAN &codes = Extra_Local(PNG_CLTable);
+    if (!PNG_MakeHuffmanFromLengths(codes, clLengths, PNG_CLMeaning, Inflate_CLRoot))
         return false;
 
     // Both alphabets' lengths are one sequence: a repeat may reach from the first into the second.
     std::array<uint8_t, PNG_LiteralCodes + PNG_DistanceCodes> lengths{};
     const size_t count = literalCount + distanceCount;
-    for (size_t i = 0; i < count && !CutShort();) {
-        const uint32_t entry = PNG_DecodeHuffmanSymbol(PNG_CLTable);
+    for (size_t i = 0; i < count && !reader.CutShort();) {
+        const uint32_t entry = reader.PNG_DecodeHuffmanSymbol(codes);
         const uint32_t symbol = EntryValue(entry);
-        if (entry & ENTRY_NONE) {
+        if (entry & Inflate_EntryNone) {
             std::fputs("Unexisting code!\n", stdout);
             i++;
         } else if (symbol < 16) {
             lengths[i++] = static_cast<uint8_t>(symbol);
         } else {
             const uint32_t least = symbol == 18 ? 11 : 3;
-            const size_t repeats = least + PNG_ReadBits(static_cast<int>(EntryExtraBits(entry)));
+            const size_t repeats = least + reader.ReadBits(EntryExtraBits(entry));
             if (repeats > count - i || (symbol == 16 && i == 0))
                 return false;
             if (symbol == 16)
@@ -341,7 +386,7 @@ static bool ReadTables()
     std::copy_n(lengths.begin() + static_cast<ptrdiff_t>(literalCount), distanceCount,
                 distances.begin());
     Inflate_FixedTables = false;
-    return !CutShort() && MakeTables(std::span(lengths).first(literalCount), distances);
+    return !reader.CutShort() && MakeTables(std::span(lengths).first(literalCount), distances);
 }
 
 static void ReadBlockHeader()
@@ -359,7 +404,7 @@ static void ReadBlockHeader()
         Inflate_Block = BLOCK_CODED;
         good = type == 1 ? PNG_GetFixedTree() : type == 2 && ReadTables();
     }
-    if (!good || CutShort())
+    if (!good || INFLATE_READER().CutShort())
         Inflate_State = INFLATE_DAMAGED;
 }
 
@@ -385,10 +430,10 @@ static size_t CopyStored(std::span<uint8_t> buffer, size_t position)
     return position + count;
 }
 
-// Copies `length` bytes from `distance` back, and up to 32 bytes of no account behind them.
+// Copies `length` bytes from `distance` back. May write up to 32 bytes of garbage after them.
 static inline void CopyMatch(uint8_t *out, size_t distance, size_t length)
 {
-    using PATTERN = uint64_t __attribute__((vector_size(16)));
+    using PATTERN [[gnu::vector_size(16)]] = uint64_t;
     const uint8_t *from = out - distance, *const end = out + length;
     if (distance >= 16) {
         std::memcpy(out, from, 16);
@@ -429,7 +474,8 @@ static inline void CopyMatch(uint8_t *out, size_t distance, size_t length)
         const uint64_t mask = (uint64_t{1} << (8 * distance)) - 1, first = Load64(from) & mask;
         const uint64_t second =
             first >> 8 * begin[distance] | first << 8 * (distance - begin[distance]);
-        const PATTERN pattern = {first * repeat[distance], (second & mask) * repeat[distance]};
+        const PATTERN pattern = {Little(first * repeat[distance]),
+                                 Little((second & mask) * repeat[distance])};
         do {
             std::memcpy(out, &pattern, 16);
             out += step[distance];
@@ -438,6 +484,9 @@ static inline void CopyMatch(uint8_t *out, size_t distance, size_t length)
         } while (out < end);
     }
 }
+
+namespace
+{
 
 // A register full of the stream: the next bits lowest. Only the low six bits of Left count, so
 // that whole entries can be taken from it.
@@ -467,64 +516,68 @@ struct INFLATE_BITS {
     uint32_t Long(const PNG_HUFFMAN &table, uint32_t root, uint32_t entry) const
     {
         return table
-            .Entries[EntryValue(entry) + (Buffer >> root & ((1u << (PNG_LongestCode - root)) - 1))];
+            .Entries[EntryValue(entry) + (Buffer >> root & ((1u << (PNG_MaxCodeBits - root)) - 1))];
     }
 };
+
+}  // namespace
 
 // Decodes while neither end is near: no bounds to look at within a turn.
 static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *outEnd)
 {
     // Bytes that a turn may read, and bytes that it may write.
-    constexpr ptrdiff_t readMost = 32;
+    constexpr ptrdiff_t maxRead = 32;
     const uint8_t *const in = Inflate_Stream.data(), *const inLast = in + Inflate_Stream.size();
     INFLATE_BITS bits{in + PNG_BitPointer / 8, 0, 0};
-    if (inLast - bits.In < readMost)
+    if (inLast - bits.In < maxRead)
         return out;
     bits.Refill();
     bits.Buffer >>= PNG_BitPointer % 8;
     bits.Left -= PNG_BitPointer % 8;
 
-    const auto nextEntry = [&bits] {
-        return Inflate_Triples[bits.Buffer & ((1u << LITERAL_ROOT) - 1)];
+    const PNG_HUFFMAN &literals = Extra_Local(PNG_LiteralTable);
+    const PNG_HUFFMAN &distances = Extra_Local(PNG_DistanceTable);
+    const auto nextEntry = [&bits, triples = Extra_Local(Inflate_Triples).data()] {
+        return triples[bits.Buffer & ((1u << Inflate_LiteralRoot) - 1)];
     };
     const auto putLiterals = [&](uint32_t entry) {
-        const uint32_t three = entry >> 8;
+        const uint32_t three = Little(entry >> 8);
         std::memcpy(out, &three, 4);
-        out += (entry & ENTRY_LITERALS) / ENTRY_LITERAL;
+        out += (entry & Inflate_EntryLiterals) / Inflate_EntryLiteral;
         bits.Drop(entry);
         return nextEntry();
     };
     // A turn takes up to three entries of literals, or two and another symbol. It ends with the
     // entry of the next one at hand, so that its load does not wait for the copying.
     uint32_t entry = nextEntry();
-    while (inLast - bits.In >= readMost && out < outEnd) {
+    while (inLast - bits.In >= maxRead && out < outEnd) {
         bits.Refill();
-        if (entry & ENTRY_LITERALS) {
+        if (entry & Inflate_EntryLiterals) {
             entry = putLiterals(entry);
-            if (entry & ENTRY_LITERALS) {
+            if (entry & Inflate_EntryLiterals) {
                 entry = putLiterals(entry);
-                if (entry & ENTRY_LITERALS) {
+                if (entry & Inflate_EntryLiterals) {
                     entry = putLiterals(entry);
                     continue;
                 }
             }
         }
-        if (entry & ENTRY_SPECIAL) {
-            if (entry & ENTRY_LONG)
-                entry = bits.Long(PNG_LiteralTable, LITERAL_ROOT, entry);
-            if (entry & ENTRY_LITERALS) {
+        if (entry & Inflate_EntrySpecial) {
+            if (entry & Inflate_EntryLong)
+                entry = bits.Long(literals, Inflate_LiteralRoot, entry);
+            if (entry & Inflate_EntryLiterals) {
                 *out++ = static_cast<uint8_t>(EntryValue(entry));
                 bits.Drop(entry);
                 entry = nextEntry();
                 continue;
             }
-            if (entry & ENTRY_SPECIAL) {
+            if (entry & Inflate_EntrySpecial) {
                 bits.Drop(entry);
-                if (entry & ENTRY_END) {
+                if (entry & Inflate_EntryEnd) {
                     EndBlock();
                     break;
                 }
-                if (entry & ENTRY_NONE) {
+                if (entry & Inflate_EntryNone) {
                     Inflate_State = INFLATE_DAMAGED;
                     break;
                 }
@@ -534,13 +587,13 @@ static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *ou
         }
         const size_t length = bits.Value(entry);
         bits.Drop(entry);
-        entry = PNG_DistanceTable.Entries[bits.Buffer & ((1u << DISTANCE_ROOT) - 1)];
+        entry = distances.Entries[bits.Buffer & ((1u << Inflate_DistanceRoot) - 1)];
         bits.Refill();
-        if (entry & ENTRY_LONG)
-            entry = bits.Long(PNG_DistanceTable, DISTANCE_ROOT, entry);
+        if (entry & Inflate_EntryLong)
+            entry = bits.Long(distances, Inflate_DistanceRoot, entry);
         const size_t distance = bits.Value(entry);
         bits.Drop(entry);
-        if (entry & ENTRY_SPECIAL || distance > static_cast<size_t>(out - begin)) {
+        if (entry & Inflate_EntrySpecial || distance > static_cast<size_t>(out - begin)) {
             Inflate_State = INFLATE_DAMAGED;
             break;
         }
@@ -555,26 +608,29 @@ static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *ou
 // Symbol by symbol, where the end of the stream is near.
 static uint8_t *DecodeCarefully(const uint8_t *begin, uint8_t *out, const uint8_t *outEnd)
 {
-    const auto valueOf = [](uint32_t entry) {
-        return EntryValue(entry) + PNG_ReadBits(static_cast<int>(EntryExtraBits(entry)));
+    INFLATE_READER reader;
+    const PNG_HUFFMAN &literals = Extra_Local(PNG_LiteralTable);
+    const PNG_HUFFMAN &distances = Extra_Local(PNG_DistanceTable);
+    const auto valueOf = [&reader](uint32_t entry) {
+        return EntryValue(entry) + reader.ReadBits(EntryExtraBits(entry));
     };
     while (out < outEnd) {
-        const uint32_t entry = PNG_DecodeHuffmanSymbol(PNG_LiteralTable);
-        if (CutShort() || entry & ENTRY_NONE) {
+        const uint32_t entry = reader.PNG_DecodeHuffmanSymbol(literals);
+        if (reader.CutShort() || entry & Inflate_EntryNone) {
             Inflate_State = INFLATE_DAMAGED;
             return out;
         }
-        if (entry & ENTRY_END) {
+        if (entry & Inflate_EntryEnd) {
             EndBlock();
             return out;
         }
-        if (entry & ENTRY_LITERAL) {
+        if (entry & Inflate_EntryLiteral) {
             *out++ = static_cast<uint8_t>(EntryValue(entry));
-        } else if (!(entry & ENTRY_SPECIAL)) {
+        } else if (!(entry & Inflate_EntrySpecial)) {
             const size_t length = valueOf(entry);
-            const uint32_t distanceEntry = PNG_DecodeHuffmanSymbol(PNG_DistanceTable);
+            const uint32_t distanceEntry = reader.PNG_DecodeHuffmanSymbol(distances);
             const size_t distance = valueOf(distanceEntry);
-            if (CutShort() || distanceEntry & ENTRY_NONE ||
+            if (reader.CutShort() || distanceEntry & Inflate_EntryNone ||
                 distance > static_cast<size_t>(out - begin)) {
                 Inflate_State = INFLATE_DAMAGED;
                 return out;

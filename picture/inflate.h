@@ -1,5 +1,5 @@
 // Inflating: zlib streams (RFC 1950) of DEFLATE blocks (RFC 1951), which PNG and TIFF hold. One
-// stream at a time. Its steps and tables bear PNG's prefix: they are the PNG decoder's, shared.
+// stream at a time, on any number of threads. Named PNG_ after their first user; TIFF shares them.
 //
 // In one go:     Inflate_All(stream, out);
 // Piece by piece, through a window that keeps the last Inflate_History bytes:
@@ -27,10 +27,10 @@ extern constinit thread_local INFLATE_STATE Inflate_State;
 extern constinit thread_local size_t PNG_BitPointer;
 
 /// Starts on a stream, which stays the caller's and in place. The header's two bytes are skipped
-/// unread; the checksum behind the blocks is not looked at.
+/// unread; the checksum after the blocks is not looked at.
 void Inflate_Begin(std::span<const uint8_t> stream);
 
-/// Goes on writing at `position`, behind what the buffer already holds of the stream, until the
+/// Goes on writing at `position`, after what the buffer already holds of the stream, until the
 /// stream ends or less than Inflate_Margin is free (which may be written to as well). Returns the
 /// end of what is written; Inflate_State tells why. Damage leaves all that stood before it.
 size_t Inflate_More(std::span<uint8_t> buffer, size_t position);
@@ -40,7 +40,7 @@ struct INFLATE_RESULT {
     bool Ended;   // the stream is whole and fits
 };
 
-/// Inflates a whole stream into `out`, as much as fits; nothing behind it is touched.
+/// Inflates a whole stream into `out`, as much as fits; nothing after it is touched.
 INFLATE_RESULT Inflate_All(std::span<const uint8_t> stream, std::span<uint8_t> out);
 
 /// The next bits of the stream as a number, lowest bit first; 0 past the end. `count`: up to 32.

@@ -1,5 +1,10 @@
 // PNG pictures: chunks, scanline filters, Adam7. ISO/IEC 15948 (W3C "PNG"), every colour type and
-// depth. The zlib stream inside them belongs to picture/inflate.h.
+// depth. The zlib stream inside them belongs to picture/inflate.h, the filters to
+// picture/png_filter.h.
+//
+// The rules (Picture_Rules)      framework                 format
+// transparent grey or colour     stored only               alpha 0, by all bits of its samples
+// index beyond the palette       what the file before had  opaque black
 #pragma once
 
 #include <array>
@@ -43,8 +48,9 @@ struct PNG_HEADER {
     uint8_t Unit;  // index into PNG_Unit
     uint16_t Year;
     uint8_t Month, Day, Hour, Minute, Second;     // last change, UTC
-    uint16_t KeyGrey, KeyRed, KeyGreen, KeyBlue;  // transparent colour: stored, not applied
+    uint16_t KeyGrey, KeyRed, KeyGreen, KeyBlue;  // transparent colour
     uint32_t DataOffset;                          // of the first IDAT chunk; 0: none
+    uint8_t HasKey;                               // 1: the transparent colour is applied
 };
 
 // The gathered IDAT data: one zlib stream.
@@ -65,18 +71,19 @@ extern const std::array<const char *, 7> PNG_ColorType;
 extern const std::array<const char *, 2> PNG_Interlace, PNG_Unit;
 
 /// Reads the file's chunks into PNG_Header and gathers its IDAT data up to IEND. CRCs and the order
-/// of chunks are not checked, unknown chunks are passed over, a chunk that is cut short counts as
-/// far as it goes. A file that cannot be opened leaves nothing to decode.
+/// of chunks are not checked, unknown chunks are skipped, a chunk that is cut short counts as
+/// far as it goes. Of an animation the default picture counts, which leaves a reason. A file that
+/// cannot be opened leaves nothing to decode.
 void PNG_Load(const char *path);
 
 /// Inflates, unfilters and converts what PNG_Load gathered.
 ///
 /// Returns Width x Height pixels of 4 bytes (R G B A, 8 bits each, alpha not premultiplied), top
 /// row first; 16-bit samples keep their high byte, smaller greys are scaled to 0..255. What a
-/// damaged stream lacks is 0, alpha too. From calloc: the caller frees it. Null when there is
-/// nothing to decode: no header that the standard allows, a side of 0 or above 65535, no data, data
-/// that could not fill a 64th of the picture at the best compression there is, or more pixels than
-/// Picture_MaxBytes. Peak memory beside the file and the pixels: 400 KB and seven rows.
+/// damaged stream lacks is 0, alpha too. From calloc: the caller frees it. Null, with a reason,
+/// when there is nothing to decode: no header that the standard allows, a side of 0 or above 65535,
+/// no data, or more pixels than Picture_Believes of a stream at its best of 1032 to 1. Peak memory
+/// beside the file and the pixels: 400 KB and seven rows.
 uint8_t *PNG_Decoding();
 
 /// Frees the gathered data.

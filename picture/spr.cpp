@@ -1,8 +1,10 @@
 #include "picture/spr.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "extra/bytes.h"
+#include "extra/reason.h"
 #include "picture/pixels.h"
 
 constinit thread_local SPR_HEADER SPR_Header{};
@@ -13,10 +15,8 @@ constexpr size_t SPR_HeaderSize = 10;
 void SPR_Load(const char *path)
 {
     SPR_HEADER &h = SPR_Header;
-    for (size_t i = 1; i < h.Images.size(); i++)
-        std::free(h.Images[i]);
     h = {};
-    SPR_File = Bytes_LoadFile(path);
+    SPR_File = Reason_Guard([path] { return Bytes_LoadFile(path); });
     size_t position = 7;  // past the signature
     h.Count = Bytes_GetByte(SPR_File, position);
     const auto side = [&position] {
@@ -33,13 +33,21 @@ uint8_t *SPR_Decoding()
 {
     SPR_HEADER &h = SPR_Header;
     const size_t row = size_t{h.Width} * 3, image = row * h.Height;
-    for (size_t i = 0; i < h.Count; i++) {
-        const auto stored = Bytes_GetSpan(SPR_File, SPR_HeaderSize + i * image, image);
-        if (stored.size() < row || !(h.Images[i] = Picture_NewPixels(h.Width, h.Height)))
-            break;
-        Pixels_FromTriples(stored, true, h.Images[i]);
+    const auto stored = Bytes_GetSpan(SPR_File, SPR_HeaderSize, h.Count * image);
+    // An image counts from its first row on.
+    const size_t count = stored.size() / image + (stored.size() % image >= row ? 1 : 0);
+    if (stored.size() < h.Count * image)
+        Reason_Set("cut in image %zu of %d", stored.size() / image + 1, h.Count);
+    if (count == 0) {
+        Reason_Set("no images");
+        return nullptr;
     }
-    return h.Images[0];
+    uint8_t *pixels = Picture_NewPixels(h.Width, static_cast<uint32_t>(count * h.Height));
+    for (size_t i = 0; pixels && i < count; i++) {
+        h.Images[i] = pixels + i * h.Size;
+        Pixels_FromTriples(Bytes_GetSpan(stored, i * image, image), true, h.Images[i]);
+    }
+    return pixels;
 }
 
 void SPR_UnLoad()
@@ -49,11 +57,8 @@ void SPR_UnLoad()
 
 void SPR_FreeImages(uint8_t *first)
 {
-    if (first == SPR_Header.Images[0]) {
-        for (size_t i = 1; i < SPR_Header.Images.size(); i++)
-            std::free(SPR_Header.Images[i]);
+    if (first == SPR_Header.Images[0])
         SPR_Header.Images = {};
-    }
     std::free(first);
 }
 

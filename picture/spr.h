@@ -13,27 +13,28 @@ struct SPR_HEADER {
     uint32_t Size;                      // Width x Height x 4
     uint16_t BitsPerPixel;              // 24
     uint8_t Count;                      // images
-    std::array<uint8_t *, 256> Images;  // RGBA pixels of each, null where there is none
+    std::array<uint8_t *, 256> Images;  // RGBA pixels of each, null where none exists
 };
 
-/// The file being decoded, one at a time. The header, and with it the images, stays after
-/// SPR_UnLoad until SPR_FreeImages.
+/// The file being decoded, one at a time on each thread. The header, and with it the images, stays
+/// after SPR_UnLoad until SPR_FreeImages or this thread's next load.
 extern constinit thread_local SPR_HEADER SPR_Header;
 extern constinit thread_local BYTES_BUFFER SPR_File;
 
-/// Reads a file's header. Frees the images of an earlier file, save the first, which belongs to the
-/// picture that it was loaded for.
+/// Reads a file's header. The images of an earlier file stay with their picture.
 void SPR_Load(const char *path);
 
 /// Decodes all images into SPR_Header and returns the first. Each is Width x Height RGBA pixels,
-/// opaque; pixels that the file lacks are 0, and images without their first row stay null. Null
-/// when the first does. All together take at most 64 MiB (and each at most Picture_MaxBytes).
+/// opaque; pixels that the file lacks are 0, and images without their first row stay null. Null,
+/// with a reason, when the first does. All lie in one buffer, the later ones after the first, of at
+/// most 64 MiB (and Picture_MaxBytes).
 uint8_t *SPR_Decoding();
 
 /// Frees the file image.
 void SPR_UnLoad();
 
-/// Frees `first`, which SPR_Decoding returned, with the other images of its file.
+/// Frees `first`, which SPR_Decoding returned on this thread or another, and the other images of
+/// its file with it.
 void SPR_FreeImages(uint8_t *first);
 
 /// Copies the header, the addresses of the images with it, to `out` and returns it.

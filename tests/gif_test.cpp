@@ -1,6 +1,7 @@
 #include "picture/gif.h"
 
 #include <random>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -77,16 +78,46 @@ static BYTES Control(uint8_t packed, uint8_t transparent)
     return {'!', 249, 4, packed, 7, 1, transparent, 0};
 }
 
-// A frame's reds as hexadecimal digits (red / 10), "." where alpha is 0; a row a word.
-static std::string Reds(uint16_t frame = 0)
+// A screen's reds as hexadecimal digits (red / 10), "." where alpha is 0; a row a word.
+static std::string RedsOf(const GIF_HEADER &screen, const uint8_t *p)
 {
-    const uint8_t *p = GIF_HEADER_GetFrameData(frame);
     std::string text;
-    for (size_t i = 0; p && i < size_t{GIF_Header.Width} * GIF_Header.Height; i++) {
-        if (i > 0 && i % GIF_Header.Width == 0)
+    for (size_t i = 0; p && i < size_t{screen.Width} * screen.Height; i++) {
+        if (i > 0 && i % screen.Width == 0)
             text += ' ';
         text += p[4 * i + 3] == 0 ? '.' : "0123456789ABCDEF"[p[4 * i] / 10];
     }
+    return text;
+}
+
+static std::string Reds(uint16_t frame = 0)
+{
+    return RedsOf(GIF_Header, GIF_HEADER_GetFrameData(frame));
+}
+
+// The screens of all frames by the format's rules, one after the other. A canvas that jumps to a
+// frame from nowhere, and back to it from the last, shows the same.
+static std::string Screens(const BYTES &file)
+{
+    Picture_Rules = PICTURE_RULES_FORMAT;
+    const LOADED loaded(file);
+    Picture_Rules = PICTURE_RULES_FRAMEWORK;
+    if (!loaded.Record.Pixels)
+        return "";
+    const GIF_PICTURE &gif = GIF_PictureOf(loaded.Record.Pixels);
+    std::string text;
+    GIF_CANVAS running, back;
+    for (size_t n = 0; n < gif.Frames.size(); n++) {
+        GIF_CANVAS jumping;
+        EXPECT_TRUE(GIF_Compose(gif, n, running) && GIF_Compose(gif, n, jumping) &&
+                    GIF_Compose(gif, gif.Frames.size() - 1, back) && GIF_Compose(gif, n, back));
+        EXPECT_TRUE(running.Screen == jumping.Screen && running.Screen == back.Screen) << n;
+        text += (n > 0 ? ", " : "") + RedsOf(gif.Header, running.Screen.data());
+        if (n == 0) {
+            EXPECT_EQ(text, RedsOf(gif.Header, loaded.Record.Pixels));
+        }
+    }
+    EXPECT_FALSE(GIF_Compose(gif, gif.Frames.size(), running));
     return text;
 }
 
@@ -168,6 +199,88 @@ TEST(GIF, FramesLieOnTheScreen)
         }
 }
 
+TEST(GIF, ScreensByTheFormatsRules)
+{
+    const auto disposing = [](int method) { return Control(static_cast<uint8_t>(method << 2), 0); };
+    const BYTES screen = Screen(4, 2), full = Frame(0, 0, 4, 2, {1, 1, 1, 1, 5, 6, 7, 8});
+    const BYTES middle = Frame(1, 0, 2, 2, {9, 10, 11, 12}), gone = Control(1, 3);
+    const struct {
+        const char *what;
+        BYTES file;
+        const char *screens;
+    } rows[] = {
+        {"the background colour around", screen + middle, "29A2 2BC2"},
+        {"with transparency nothing", screen + gone + Frame(1, 0, 2, 2, {9, 3, 11, 12}),
+         ".9.. .BC."},
+        {"without a palette nothing",
+         Text("GIF89a\4\0\2\0\0\0\0") + Frame(0, 0, 2, 1, {0, 1}, 0x80, {10, 0, 0, 150, 0, 0}),
+         "1F.. ...."},
+        {"beyond the right and the bottom: clipped",
+         screen + full + Frame(3, 1, 2, 2, {9, 9, 9, 9}), "1111 5678, 1111 5679"},
+        {"off the screen", screen + full + Frame(4, 0, 1, 1, {9}) + Frame(0, 2, 1, 1, {9}),
+         "1111 5678, 1111 5678, 1111 5678"},
+        {"interlaced in its place", screen + full + Frame(2, 1, 1, 4, {1, 2, 3, 4}, 0x40),
+         "1111 5678, 1111 5618"},
+        {"interlaced rows", Screen(1, 5) + Frame(0, 0, 1, 5, {1, 2, 3, 4, 5}, 0x40), "1 4 3 5 2"},
+        {"missing pixels are not drawn", screen + full + Frame(0, 0, 4, 2, {9, 10, 11}),
+         "1111 5678, 9AB1 5678"},
+        {"what is drawn stays", screen + full + disposing(1) + middle + Frame(3, 1, 1, 1, {15}),
+         "1111 5678, 19A1 5BC8, 19A1 5BCF"},
+        {"what is drawn is cleared",
+         screen + full + disposing(2) + middle + Frame(3, 1, 1, 1, {15}),
+         "1111 5678, 19A1 5BC8, 1..1 5..F"},
+        {"what was before is restored",
+         screen + full + disposing(3) + middle + disposing(3) + Frame(0, 0, 1, 1, {14}) +
+             Frame(3, 1, 1, 1, {15}),
+         "1111 5678, 19A1 5BC8, E111 5678, 1111 567F"},
+        {"a frame that hides all, and is taken back",
+         screen + full + disposing(3) + Frame(0, 0, 4, 2, {9, 9, 9, 9, 9, 9, 9, 9}) +
+             Frame(3, 1, 1, 1, {15}),
+         "1111 5678, 9999 9999, 1111 567F"},
+        {"a frame that hides all after one that is taken back",
+         screen + full + disposing(3) + middle + full + Frame(3, 1, 1, 1, {15}),
+         "1111 5678, 19A1 5BC8, 1111 5678, 1111 567F"},
+        {"a screen without a size", Screen(0, 5) + Frame(0, 0, 2, 1, {1, 2}), "12"},
+        {"an empty comment", screen + BYTES{'!', 254, 0} + full, "1111 5678"},
+        {"extensions of any size", screen + BYTES{'!', 1, 2, 'a', ',', 1, ',', 0} + full,
+         "1111 5678"},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(Screens(r.file + BYTES{';'}), r.screens) << r.what;
+
+    BYTES many = Screen(1, 1);
+    for (size_t i = 0; i < GIF_MaxFrames + 2; i++)
+        many = many + Frame(0, 0, 1, 1, {i % 16});
+    const std::string all = Screens(many);
+    EXPECT_EQ(all.size(), 3 * (GIF_MaxFrames + 2) - 2);
+    EXPECT_EQ(all.substr(all.size() - 4), "0, 1");
+}
+
+TEST(GIF, FramesTravelWithTheirPicture)
+{
+    const BYTES file = Screen(2, 1) + Frame(0, 0, 2, 1, {1, 2}) + Frame(0, 0, 1, 1, {3});
+    for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
+        std::array<Picture, 3> pictures;
+        std::thread([&] {
+            Picture_Rules = rules;
+            for (Picture &picture : pictures)
+                picture = Picture_LoadBytes(file, 0, 0);
+            Picture_UnLoad(pictures[2]);
+            GIF_Load(OwnFile(file).c_str());  // never decoded: it goes with its thread
+        }).join();
+        std::thread([&] { Picture_UnLoad(pictures[0]); }).join();
+        EXPECT_EQ(GIF_GetFrames(), nullptr);
+        const GIF_PICTURE &gif = GIF_PictureOf(pictures[1].Pixels);
+        ASSERT_EQ(gif.Frames.size(), 2u);
+        GIF_CANVAS canvas;
+        EXPECT_EQ(GIF_Compose(gif, 1, canvas), rules == PICTURE_RULES_FORMAT);
+        EXPECT_EQ(RedsOf(gif.Header,
+                         rules == PICTURE_RULES_FORMAT ? canvas.Screen.data() : gif.Frames[1].Data),
+                  rules == PICTURE_RULES_FORMAT ? "32" : "3.");
+        Picture_UnLoad(pictures[1]);
+    }
+}
+
 TEST(GIF, TheFirstFrameLiesOverItsOwnIndexes)
 {
     const LOADED loaded(Screen(3, 1) + Control(1, 3) + Frame(1, 0, 2, 1, {3, 9}), 1);
@@ -195,8 +308,13 @@ TEST(GIF, BlocksBesideTheFrames)
     EXPECT_EQ(frames[0].HasTransparency, 0);
     EXPECT_EQ(frames[0].TransparentIndex, 5);
     EXPECT_EQ(frames[1].Delay + frames[1].Disposal + frames[1].TransparentIndex, 0);
+    EXPECT_EQ(GIF_Header.HasLoopCount * 100000 + GIF_Header.LoopCount, 100000 + 0x213B);
     EXPECT_EQ(Extra_Pointer, 0);
     EXPECT_EQ(Extra_Heap[0], nullptr);
+
+    const BYTES longComment = BYTES{'!', 254, 2, 'a', 'b', 3, 'c', 'd', 'e', 0};
+    Screens(Screen(1, 1) + longComment + Frame(0, 0, 1, 1, {4}));
+    EXPECT_STREQ(GIF_Header.Comment.data(), "abcde");
 }
 
 TEST(GIF, FramesAreBounded)
@@ -219,6 +337,8 @@ TEST(GIF, FramesAreBounded)
         {"a screen too large", Screen(3, 3) + Frame(0, 0, 1, 1, {1}), 0},
         {"a frame cut short in its descriptor", first + BYTES{',', 0, 0}, 1},
         {"no frame", Screen(2, 2), 0},
+        {"a screen that so few bytes are not believed to need",
+         Screen(65535, 65535) + Frame(0, 0, 1, 1, {1}), 0},
     };
     const size_t limit = Picture_MaxBytes;
     Picture_MaxBytes = 32;
@@ -226,6 +346,7 @@ TEST(GIF, FramesAreBounded)
         const LOADED loaded(r.file);
         EXPECT_EQ(GIF_Header.FrameCount, r.count) << r.what;
         EXPECT_EQ(loaded.Record.Pixels != nullptr, r.count > 0) << r.what;
+        EXPECT_EQ(*Picture_Reason() == 0, &r == rows) << r.what << Picture_Reason();
     }
     Picture_MaxBytes = limit;
 }

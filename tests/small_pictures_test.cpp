@@ -1,6 +1,7 @@
 // PCX, TGA, PNM, XBM and sprite files.
 #include <algorithm>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -206,6 +207,14 @@ TEST(Sprites, AllImages)
     }
     EXPECT_EQ(SPR_Header.Images[0], nullptr);
     EXPECT_EQ(Shown(first.Record.Pixels, 2, 1), "030201 060504") << "outlives the later file";
+    Picture picture;
+    SPR_HEADER header;
+    std::thread([&] {
+        picture = Picture_LoadBytes(file, 0, 0);
+        SPR_GetHeader(&header);
+    }).join();
+    EXPECT_EQ(Shown(header.Images[1], 2, 1), "090807 0c0b0a") << "outlives its thread";
+    Picture_UnLoad(picture);
 }
 
 TEST(SmallPictures, RealFilesAndTheirPrefixes)
