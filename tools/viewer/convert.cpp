@@ -1,26 +1,27 @@
 #include "tools/viewer/convert.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
 
+#include "tools/common/text.h"
+#include "tools/common/write.h"
 #include "tools/viewer/shown.h"
 
-static bool EndsIn(const std::string &path, const char *ending)
+constexpr std::array<const char *, 3> Convert_Endings = {".ham6", ".ham8", ".pam"};
+
+bool Viewer_CanWrite(const std::string &out)
 {
-    return path.ends_with(ending);
+    return std::ranges::any_of(Convert_Endings, [&](auto e) { return Text_EndsWith(out, e); });
 }
 
-static bool WritePAM(const VIEWER_IMAGE &image, const std::string &out)
+static bool WritePAM(const VIEWER_IMAGE &image, FILE *file)
 {
-    std::ofstream file(out, std::ios::binary);
-    file << "P7\nWIDTH " << image.Width << "\nHEIGHT " << image.Height
-         << "\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n";
-    file.write(reinterpret_cast<const char *>(image.Pixels.data()),
-               static_cast<std::streamsize>(image.Pixels.size()));
-    file.close();
-    return !file.fail();
+    std::fprintf(file,
+                 "P7\nWIDTH %u\nHEIGHT %u\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
+                 image.Width, image.Height);
+    return std::fwrite(image.Pixels.data(), 1, image.Pixels.size(), file) == image.Pixels.size();
 }
 
 static bool WriteHAM(VIEWER_IMAGE &image, uint8_t mode, const std::string &out)
@@ -44,19 +45,21 @@ std::string Viewer_Convert(const std::string &in, const std::string &out, uint32
     Picture_UnLoad(picture);
     if (image.Pixels.empty())
         return Viewer_FrameReason(frames);
-    const bool pam = EndsIn(out, ".pam");
+    const bool pam = Text_EndsWith(out, ".pam");
     const uint32_t kept = pam ? image.Width : image.Width / 8 * 8;  // planes are whole bytes
     if (kept == 0)
         return "it is less than 8 pixels wide, too narrow for .ham6 and .ham8";
     wrong = out;
-    if (const std::string reason = Viewer_NoFile(out); !reason.empty())
-        return reason;
-    errno = 0;
-    const bool written = pam                    ? WritePAM(image, out)
-                         : EndsIn(out, ".ham6") ? WriteHAM(image, compress ? 3 : 1, out)
-                                                : WriteHAM(image, compress ? 4 : 2, out);
-    if (written && kept != image.Width)
-        std::fprintf(stderr, "viewer: %s: it has the first %u of %u columns, a multiple of 8\n",
-                     out.c_str(), kept, image.Width);
-    return written ? "" : errno != 0 ? std::strerror(errno) : "it cannot be written";
+    const std::string reason = Write_File(out, [&](const REPLACE &file) -> std::string {
+        errno = 0;
+        const bool written = pam ? WritePAM(image, file.File)
+                             : Text_EndsWith(out, ".ham6")
+                                 ? WriteHAM(image, compress ? 3 : 1, file.Beside)
+                                 : WriteHAM(image, compress ? 4 : 2, file.Beside);
+        return written ? "" : Write_Reason(errno != 0 ? errno : EIO);
+    });
+    if (reason.empty() && kept != image.Width)
+        std::fprintf(stderr, "tessview: %s: it has the first %u of %u columns, a multiple of 8\n",
+                     Text_Harmless(out).c_str(), kept, image.Width);
+    return reason;
 }

@@ -10,3 +10,6 @@
 /// `wrong` is whose fault that was.
 std::string Viewer_Convert(const std::string &in, const std::string &out, uint32_t frame,
                            bool compress, std::string &wrong);
+
+/// Whether the ending is one of those.
+bool Viewer_CanWrite(const std::string &out);

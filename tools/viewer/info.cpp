@@ -2,58 +2,25 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstdio>
 #include <string_view>
 
 #include "picture/gif.h"
 #include "picture/jpg.h"
 #include "picture/png.h"
+#include "tools/common/text.h"
 #include "tools/viewer/shown.h"
-
-// UTF-8 whose control characters, which could steer the terminal, have become blanks: ASCII's, and
-// U+0080 to U+009F, also where they stand as one byte.
-static std::string Harmless(std::string_view text)
-{
-    std::string harmless;
-    while (!text.empty()) {
-        const auto lead = static_cast<unsigned char>(text[0]);
-        const auto most = static_cast<size_t>(std::max(std::countl_one(lead), 1));
-        size_t length = 1;
-        while (length < std::min(most, text.size()) && (text[length] & 0xC0) == 0x80)
-            length++;
-        const auto last = static_cast<unsigned char>(text[length - 1]);
-        const bool upper = last >= 0x80 && last < 0xA0 && (length == 1 || lead == 0xC2);
-        harmless += lead < 32 || lead == 127 || upper ? " " : text.substr(0, length);
-        text.remove_prefix(length);
-    }
-    return harmless;
-}
 
 // Prints "  name: text" unless the text is empty.
 static void Line(std::string_view name, std::string_view text)
 {
     if (!text.empty())
-        std::printf("  %s: %s\n", Harmless(name).c_str(), Harmless(text).c_str());
+        std::printf("  %s: %s\n", Text_Harmless(name).c_str(), Text_Harmless(text).c_str());
 }
 
 static void Line(std::string_view name, uint32_t value)
 {
     Line(name, std::to_string(value));
-}
-
-// ISO/IEC 8859-1 in UTF-8.
-static std::string FromLatin1(std::string_view latin1)
-{
-    std::string text;
-    for (const char c : latin1) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 128)
-            text += {static_cast<char>(0xC0 | byte >> 6), static_cast<char>(0x80 | (byte & 63))};
-        else
-            text += c;
-    }
-    return text;
 }
 
 static void InfoOfPNG()
@@ -62,9 +29,9 @@ static void InfoOfPNG()
     Line("colour", PNG_ColorType[h.ColorType < PNG_ColorType.size() ? h.ColorType : 1]);
     Line("interlacing", PNG_Interlace[h.Interlace == 1 ? 1 : 0]);
     for (size_t i = 0; i < h.TextCount; i++)
-        Line(FromLatin1(h.Texts[i].Keyword.data()), FromLatin1(h.Texts[i].Text.data()));
+        Line(Text_FromLatin1(h.Texts[i].Keyword.data()), Text_FromLatin1(h.Texts[i].Text.data()));
     for (size_t i = 0; i < h.InternationalTextCount; i++)
-        Line(FromLatin1(h.InternationalTexts[i].Keyword.data()),
+        Line(Text_FromLatin1(h.InternationalTexts[i].Keyword.data()),
              h.InternationalTexts[i].Text.data());
     std::array<char, 32> changed;
     std::snprintf(changed.data(), changed.size(), "%04d-%02d-%02d", h.Year, h.Month, h.Day);
@@ -127,7 +94,7 @@ std::string Viewer_Info(const std::string &path)
     if (!picture.Pixels)
         return Viewer_Reason(path);
     const std::string facts = Viewer_Facts(picture, {picture.Width, picture.Height, {}});
-    std::printf("%s: %s a pixel\n", path.c_str(), facts.c_str());
+    std::printf("%s: %s a pixel\n", Text_Harmless(path).c_str(), facts.c_str());
     switch (picture.Format) {
     case PICTURE_PNG:
         InfoOfPNG();

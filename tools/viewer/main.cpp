@@ -7,6 +7,8 @@
 #include <CLI/CLI.hpp>
 
 #include "picture/charset.h"
+#include "picture/pixels.h"
+#include "tools/common/text.h"
 #include "tools/viewer/convert.h"
 #include "tools/viewer/info.h"
 #include "tools/viewer/sheet.h"
@@ -21,11 +23,6 @@ struct OPTIONS {
 
 constexpr int Failure = 1;
 constexpr int WrongUsage = 2;
-
-static bool EndsIn(const std::string &path, const std::vector<const char *> &endings)
-{
-    return std::ranges::any_of(endings, [&](const char *e) { return path.ends_with(e); });
-}
 
 static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
 {
@@ -47,6 +44,10 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
         ->excludes(info)
         ->excludes(convert)
         ->excludes(frame);
+    app.add_flag_callback(
+        "--framework", [] { Picture_Rules = PICTURE_RULES_FRAMEWORK; },
+        "Read files by the framework's own rules, not those of their formats");
+    app.set_version_flag("--version", "tessview " TESSVIEW_VERSION);
     app.footer(
         "Keys: left, right and space go to another picture, page up and page down to another\n"
         "frame, + - 0 and the wheel zoom, dragging moves, t shows the thumbnail, c the\n"
@@ -56,13 +57,14 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
         throw CLI::ValidationError("FILE", "wants files, or --charset without any");
     if (options.Convert && options.Files.size() != 2)
         throw CLI::ValidationError("--convert", "wants two files, IN and OUT");
-    if (options.Convert && !EndsIn(options.Files[1], {".ham6", ".ham8", ".pam"}))
+    if (options.Convert && !Viewer_CanWrite(options.Files[1]))
         throw CLI::ValidationError("--convert", "writes .ham6, .ham8 and .pam");
 }
 
 static void Report(const std::string &file, const std::string &reason)
 {
-    std::fprintf(stderr, "viewer: %s: %s\n", file.c_str(), reason.c_str());
+    std::fprintf(stderr, "tessview: %s: %s\n", Text_Harmless(file).c_str(),
+                 Text_Harmless(reason).c_str());
 }
 
 static int Info(const OPTIONS &options)
@@ -94,14 +96,15 @@ static int Convert(const OPTIONS &options)
 
 int main(int argc, char **argv)
 {
+    Picture_Rules = PICTURE_RULES_FORMAT;
     OPTIONS options;
-    CLI::App app("Shows pictures, tells what they are, or converts one.", "viewer");
+    CLI::App app("Shows pictures, tells what they are, or converts one.", "tessview");
     try {
         ReadOptions(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0)  // asked for help
             return app.exit(error);
-        std::fprintf(stderr, "viewer: %s (--help tells more)\n", error.what());
+        std::fprintf(stderr, "tessview: %s (--help tells more)\n", error.what());
         return WrongUsage;
     }
     if (options.CharSet >= 0) {

@@ -10,6 +10,7 @@
 
 #include "platform/application.h"
 #include "platform/glfew.h"
+#include "tools/common/text.h"
 #include "tools/viewer/sheet.h"
 
 // Lines of text as they are laid over the picture.
@@ -74,7 +75,7 @@ static float CurrentZoom()
 static void SetTitle()
 {
     const std::string facts = view.Paths.empty() ? "" : " - " + view.File.Facts;
-    GLFEW_SetTitle((view.File.Path + facts).c_str());
+    GLFEW_SetTitle(Text_Harmless(view.File.Path + facts).c_str());
 }
 
 // What the caption says beside the name: the title's facts, and what changes while one looks.
@@ -145,7 +146,8 @@ static bool Step(int by)
             ShowFile();
             return true;
         }
-        std::fprintf(stderr, "viewer: %s: %s\n", view.File.Path.c_str(), view.File.Reason.c_str());
+        std::fprintf(stderr, "tessview: %s: %s\n", Text_Harmless(view.File.Path).c_str(),
+                     Text_Harmless(view.File.Reason).c_str());
         view.Paths.erase(view.Paths.begin() + static_cast<ptrdiff_t>(view.At));
         by = std::min(by, 0);  // in its place is the next one now
     }
@@ -394,7 +396,7 @@ void Timer() {}
 
 static bool OpenWindow()
 {
-    if (!CreateApplication(0, 0, 1024, 768, "viewer", "", "", 48, 48, 52, 255))
+    if (!CreateApplication(0, 0, 1024, 768, "tessview", "", "", 48, 48, 52, 255))
         return false;
     GLFEW_BlendByAlpha();
     MakeQuads();
