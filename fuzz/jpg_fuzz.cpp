@@ -3,7 +3,6 @@
 
 #include "fuzz/fuzz.h"
 #include "picture/jpg.h"
-#include "picture/jpg_scan.h"
 #include "picture/picture.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)

@@ -1,4 +1,4 @@
-// Any bytes as a file of the TIF decoder.
+// Any bytes as a file of the TIF decoder, under both sets of rules.
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"
@@ -7,11 +7,18 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Picture_MaxBytes = size_t{1} << 20;
-    TIF_Load(FuzzFile(data, size).c_str());
-    std::free(TIF_Decoding());
-    TIF_HEADER header;
-    TIF_GetHeader(&header);
-    TIF_UnLoad();
+    Picture_MaxBytes = size_t{16} << 20;
+    const std::string path = FuzzFile(data, size);
+    for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
+        Picture_Rules = rules;
+        TIF_PageCount = 1;
+        for (TIF_Page = 0; TIF_Page < TIF_PageCount && TIF_Page < 3; TIF_Page++) {
+            TIF_Load(path.c_str());
+            std::free(TIF_Decoding());
+            TIF_HEADER header;
+            TIF_GetHeader(&header);
+            TIF_UnLoad();
+        }
+    }
     return 0;
 }

@@ -5,13 +5,14 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
+#include <numeric>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <GL/glew.h>
 
 #include "extra/reason.h"
-#include "game/frame.h"
 #include "game/moves.h"
 #include "platform/application.h"
 #include "platform/system.h"
@@ -110,7 +111,7 @@ static uint32_t NumberTexture(MineCell &cell)
 
 static void CreateFace(GLFEW_VERTEX &record, const FACE_VERTICES &vertices, uint32_t texture)
 {
-    record.Kind = GLFEW_TEXTURED;
+    record.Kind = GLFEW_Textured;
     record.Count = 6;
     record.TexturedVertices = vertices.data();
     record.Texture = texture;
@@ -124,20 +125,70 @@ static void CreateFace(GLFEW_VERTEX &record, const FACE_VERTICES &vertices, uint
     GLFEW_LookAt(record);
 }
 
-// All faces in the order in which they are drawn: by texture, since a change of texture costs more
-// than a face. The depth test makes the order invisible.
-static std::vector<const GLFEW_VERTEX *> drawOrder;
+namespace
+{
+// Faces that are drawn at once: they have texture and vertices in common. First counts in the MVPs
+// of a frame: all cubes' in reading order, then once more in the order of `byNumber`.
+struct FACES {
+    const GLFEW_VERTEX *Record;  // any of them
+    size_t First, Count;
+};
+}  // namespace
+
+// In the order in which they are drawn: by texture. Where two faces are equally deep, at an edge
+// they share, the first is seen.
+static std::vector<FACES> drawOrder;
+static std::vector<size_t> byNumber;  // the cubes, by the number on their left face
+
+static GLFEW_VERTEX &FaceOf(size_t cube, size_t face)
+{
+    return OGLvertex[cube % xDim][cube / xDim][face];
+}
 
 static void OrderFaces()
 {
+    const size_t cubes = size_t{xDim} * yDim;
+    byNumber.resize(cubes);
+    std::iota(byNumber.begin(), byNumber.end(), size_t{0});
+    std::ranges::stable_sort(byNumber, {},
+                             [](size_t cube) { return FaceOf(cube, FACE_LEFT).Texture; });
     drawOrder.clear();
     for (size_t f = 0; f < FACE_COUNT; f++)
-        for (size_t y = 0; y < yDim; y++)
-            for (size_t x = 0; x < xDim; x++)
-                drawOrder.push_back(&OGLvertex[x][y][f]);
-    std::stable_sort(drawOrder.begin(), drawOrder.end(),
-                     [](const auto *a, const auto *b) { return a->Texture < b->Texture; });
+        if (f != FACE_LEFT)
+            drawOrder.push_back({&FaceOf(0, f), 0, cubes});
+    for (size_t i = 0; i < cubes; i++) {
+        const GLFEW_VERTEX &face = FaceOf(byNumber[i], FACE_LEFT);
+        if (i == 0 || face.Texture != drawOrder.back().Record->Texture)
+            drawOrder.push_back({&face, cubes + i, 0});
+        drawOrder.back().Count++;
+    }
+    std::ranges::stable_sort(drawOrder, {},
+                             [](const FACES &faces) { return faces.Record->Texture; });
 }
+
+namespace
+{
+struct ANGLES {
+    float x, y, z;
+    bool operator==(const ANGLES &) const = default;
+};
+
+struct CUBE {
+    ANGLES Angles;
+    bool Stale;  // its matrices are not those of the angles
+};
+
+// What a frame draws, copied from the game under its lock.
+struct BOARD_VIEW {
+    std::array<std::array<CUBE, MaxDim>, MaxDim> Cubes;
+    uint8_t State;  // GAME
+    ANGLES Spin;    // added to every cube's angles; 0 where no cube spins
+    ANGLES World;   // xr2, yr2, zr2; 0 unless the game is lost
+    bool Stale;     // no matrix is that of the view
+};
+}  // namespace
+
+static BOARD_VIEW view;
 
 void CreateBoard()
 {
@@ -145,6 +196,9 @@ void CreateBoard()
     glDepthFunc(GL_LESS);
     LoadTextures();
     GLFEW_SetIcon("datas/Flag.ham8");
+    constexpr int minSide = 160, minCell = 6;  // window units
+    const int side = std::max(minSide, minCell * std::max(xDim, yDim));
+    GLFEW_SetMinSize(side, side);
     zDepth = static_cast<float>(std::max(xDim, yDim));
     zDepth = 4.4f + (zDepth - 2) * 1.7f;
 
@@ -164,6 +218,7 @@ void CreateBoard()
             create(FACE_RIGHT, vertices_right, texFlag);
         }
     OrderFaces();
+    view.Stale = true;
 }
 
 void DestroyBoard()
@@ -174,23 +229,6 @@ void DestroyBoard()
                 GLFEW_DestroyVertex(face);
 }
 
-namespace
-{
-struct ANGLES {
-    float x, y, z;
-    bool operator==(const ANGLES &) const = default;
-};
-
-// What a frame draws, copied from the game under its lock.
-struct BOARD_VIEW {
-    std::array<std::array<ANGLES, MaxDim>, MaxDim> Cube;
-    uint8_t State;  // GAME
-    ANGLES Spin, Spin2;
-};
-}  // namespace
-
-static BOARD_VIEW view;
-
 // Stores what is to be drawn; true when that has changed.
 template <typename T>
 static bool Update(T &shown, const T &now)
@@ -200,19 +238,41 @@ static bool Update(T &shown, const T &now)
     return changed;
 }
 
+// Angles as they stand between two ticks.
+static ANGLES Ahead(const ANGLES &angles, const std::array<double, 3> &tick, float share)
+{
+    const auto ahead = [share](float angle, double by) {
+        return angle >= 360 ? angle
+                            : angle + static_cast<float>(by) * share;  // the next tick's is 0
+    };
+    return {ahead(angles.x, tick[0]), ahead(angles.y, tick[1]), ahead(angles.z, tick[2])};
+}
+
+// Cubes turn and spin on between two ticks, as far as the next will take them.
 static bool CopyView()
 {
     const std::lock_guard lock(GameLock);
+    const float share = TickShare();
     bool changed = false;
     for (size_t x = 0; x < xDim; x++)
         for (size_t y = 0; y < yDim; y++) {
             const MineCell &cell = MineField[x][y];
-            changed |= Update(view.Cube[x][y], {cell.xAngle, cell.yAngle, cell.zAngle});
+            CUBE &cube = view.Cubes[x][y];
+            const float part = cell.turnSteps != 0 ? share : 0;
+            if (Update(cube.Angles,
+                       {cell.xAngle + cell.xSpin * part, cell.yAngle + cell.ySpin * part,
+                        cell.zAngle + cell.zSpin * part}))
+                changed = cube.Stale = true;
         }
-    changed |= Update(view.State, mb);
-    changed |= Update(view.Spin, {xr, yr, zr});
-    changed |= Update(view.Spin2, {xr2, yr2, zr2});
-    return changed;
+    const bool lost = mb == GAME_RECEDING || mb == GAME_SPINNING;
+    const bool spinning = mb == GAME_WON || mb == GAME_SPINNING;
+    bool all = Update(view.State, mb);
+    all |= Update(view.Spin,
+                  spinning ? Ahead({xr, yr, zr}, {SpinTick, SpinTick, SpinTick}, share) : ANGLES{});
+    const auto tick = mb == GAME_SPINNING ? BoardSpinTick : std::array<double, 3>{0, 0, RecedeTick};
+    all |= Update(view.World, lost ? Ahead({xr2, yr2, zr2}, tick, share) : ANGLES{});
+    view.Stale |= all;
+    return changed || all;
 }
 
 static void Rotate(EXTRA_MATRIX &model, float x, float y, float z)
@@ -227,12 +287,12 @@ static void ViewWorld()
 {
     const bool spinning = view.State == GAME_SPINNING;
     Extra_Identity(World.Model);
-    Extra_Vector(World.Eye, 0, 0, spinning ? -2 * zDepth : -view.Spin2.z, 0);
+    Extra_Vector(World.Eye, 0, 0, spinning ? -2 * zDepth : -view.World.z, 0);
     Extra_Vector(World.Centre, 0, 0, 0, 0);
     Extra_Vector(World.Up, 0, 1, 0, 0);
     GLFEW_LookAt(World);
     if (spinning)
-        Rotate(World.Model, view.Spin2.x, view.Spin2.y, view.Spin2.z);
+        Rotate(World.Model, view.World.x, view.World.y, view.World.z);
 }
 
 // Moves a cube to its place: cubes touch until the game is lost, then move apart.
@@ -242,8 +302,8 @@ static void Place(EXTRA_MATRIX &model, int x, int y)
                 row = static_cast<float>(y);
     float across, down;
     if (view.State == GAME_RECEDING) {
-        const float receded = view.Spin2.z - zDepth;
-        const float half = 1 + receded * view.Spin2.x, spacing = 2 + receded * view.Spin2.y;
+        const float receded = view.World.z - zDepth;
+        const float half = 1 + receded * view.World.x, spacing = 2 + receded * view.World.y;
         across = -columns * half + half + column * spacing;
         down = rows * half - half - row * spacing;
     } else if (view.State == GAME_SPINNING) {
@@ -257,25 +317,55 @@ static void Place(EXTRA_MATRIX &model, int x, int y)
     Extra_TranslateY(model, model, down);
 }
 
+// The turn alone. Neighbours often stand alike.
+static const EXTRA_MATRIX &Turned(const ANGLES &angles)
+{
+    static ANGLES last;
+    static EXTRA_MATRIX turn = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    if (Update(last, angles)) {
+        Extra_Identity(turn);
+        Rotate(turn, angles.x, angles.y, angles.z);
+    }
+    return turn;
+}
+
 // The six faces of a cube share camera and place, and so their matrices.
 static void TransformCube(std::array<GLFEW_VERTEX, FACE_COUNT> &faces, int x, int y)
 {
-    const auto &angles = view.Cube[static_cast<size_t>(x)][static_cast<size_t>(y)];
-    const bool apart = view.State == GAME_RECEDING || view.State == GAME_SPINNING;
-    const bool spinning = view.State == GAME_WON || view.State == GAME_SPINNING;
-    const ANGLES spin = spinning ? view.Spin : ANGLES{};
-    GLFEW_VERTEX &first = faces[0];
-    Extra_Identity(first.Model);
-    Rotate(first.Model, angles.x + spin.x, angles.y + spin.y, angles.z + spin.z);
-    Place(first.Model, x, y);
-    if (apart)
-        Extra_Multiply(first.Model, World.Model, first.Model);
-    Extra_Multiply(first.MVP, apart ? World.View : first.View, first.Model);
-    Extra_Multiply(first.MVP, first.Projection, first.MVP);
-    for (size_t f = 1; f < FACE_COUNT; f++) {
-        faces[f].Model = first.Model;
-        faces[f].MVP = first.MVP;
+    const ANGLES &own = view.Cubes[static_cast<size_t>(x)][static_cast<size_t>(y)].Angles;
+    const bool lost = view.State == GAME_RECEDING || view.State == GAME_SPINNING;
+    EXTRA_MATRIX model = Turned({own.x + view.Spin.x, own.y + view.Spin.y, own.z + view.Spin.z});
+    EXTRA_MATRIX mvp;
+    Place(model, x, y);
+    if (lost)
+        Extra_Multiply(model, World.Model, model);
+    Extra_Multiply(mvp, lost ? World.View : faces[0].View, model);
+    Extra_Multiply(mvp, faces[0].Projection, mvp);
+    for (GLFEW_VERTEX &face : faces) {
+        face.Model = model;
+        face.MVP = mvp;
     }
+}
+
+// Makes the matrices that are out of date, and loads all for drawing.
+static void TransformBoard()
+{
+    static std::vector<EXTRA_MATRIX> mvps;
+    const size_t cubes = byNumber.size();
+    mvps.resize(2 * cubes);
+    if (view.State == GAME_RECEDING || view.State == GAME_SPINNING)
+        ViewWorld();
+    for (size_t i = 0; i < cubes; i++) {
+        const size_t x = i % xDim, y = i / xDim;
+        if (std::exchange(view.Cubes[x][y].Stale, false) || view.Stale) {
+            TransformCube(OGLvertex[x][y], static_cast<int>(x), static_cast<int>(y));
+            mvps[i] = OGLvertex[x][y][0].MVP;
+        }
+    }
+    for (size_t i = 0; i < cubes; i++)
+        mvps[cubes + i] = mvps[byNumber[i]];
+    view.Stale = false;
+    GLFEW_LoadInstances(mvps);
 }
 
 float GridShare(int window, int longest)
@@ -296,14 +386,11 @@ void Paint()
         return;
     GLFEW_Clear();
     const int longest = std::max(xDim, yDim);
-    GLFEW_SetViewport(GridShare(System_GetScreenWidth(), longest),
-                      GridShare(System_GetScreenHeight(), longest));
-    if (view.State == GAME_RECEDING || view.State == GAME_SPINNING)
-        ViewWorld();
-    for (int y = 0; y < yDim; y++)
-        for (int x = 0; x < xDim; x++)
-            TransformCube(OGLvertex[static_cast<size_t>(x)][static_cast<size_t>(y)], x, y);
-    GLFEW_DrawVertices(drawOrder, GL_TRIANGLES);
+    GLFEW_SetShares(GridShare(System_GetScreenWidth(), longest),
+                    GridShare(System_GetScreenHeight(), longest));
+    TransformBoard();
+    for (const FACES &faces : drawOrder)
+        GLFEW_DrawInstances(*faces.Record, faces.First, faces.Count, GL_TRIANGLES);
 }
 
 // Where the mouse falls on one axis of the picking grid: a cell's number, or NoCell.

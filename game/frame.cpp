@@ -13,8 +13,6 @@
 
 uint8_t mSecond, Second, Minute, Hour;
 uint8_t timeMS, timeS, timeM, timeH;
-float xr, yr, zr;
-float xr2, yr2, zr2;
 
 constexpr int32_t KeyEscape = 256;
 constexpr int32_t MouseLeft = 1, MouseRight = 3;
@@ -56,9 +54,19 @@ static void ShowTitle()
     shown = title;
 }
 
+// The pointer tells while clicks are dropped; once the game is over there is nothing to wait for.
+static void ShowBusy()
+{
+    std::unique_lock lock(GameLock);
+    const bool busy = mb == GAME_TURNING || mb == GAME_UNCOVERING;
+    lock.unlock();
+    GLFEW_SetBusy(busy);
+}
+
 void Scene()
 {
     ShowTitle();
+    ShowBusy();
     if (System_KeyDown() == KeyEscape)
         Velmorandis_CloseApplication(1);
     const int32_t button = System_MouseDown();
@@ -100,19 +108,19 @@ static void AdvanceEndViews()
 {
     if (mb > GAME_TURNING)
         for (float *angle : {&xr, &yr, &zr})
-            Spin(*angle, 1);
+            Spin(*angle, SpinTick);
     if (mb == GAME_RECEDING) {
         if (2 * zDepth > zr2) {
-            zr2 = static_cast<float>(zr2 + 0.1);
+            zr2 = static_cast<float>(zr2 + RecedeTick);
         } else {
             xr2 = yr2 = zr2 = 0;
             mb = GAME_SPINNING;
         }
     }
     if (mb == GAME_SPINNING) {
-        Spin(xr2, 0.075);
-        Spin(yr2, 0.1);
-        Spin(zr2, 0.025);
+        Spin(xr2, BoardSpinTick[0]);
+        Spin(yr2, BoardSpinTick[1]);
+        Spin(zr2, BoardSpinTick[2]);
     }
 }
 
@@ -156,9 +164,12 @@ static void UncoverAll()
     });
 }
 
+namespace
+{
 struct VERDICT {
     bool Lost, Won;
 };
+}  // namespace
 
 // Both may be true: a losing step that leaves nothing covered and as many flags, right or wrong, as
 // there are mines also wins, on purpose.
@@ -210,6 +221,7 @@ void Timer()
 {
     std::unique_lock lock(GameLock);
     const VERDICT verdict = Tick();
+    NoteTick();
     lock.unlock();  // a terminal may keep its writer waiting
     if (verdict.Lost)
         std::printf("Game Over - You have stepped on a mine!\n");

@@ -10,12 +10,6 @@ extern uint8_t mSecond, Second, Minute, Hour;
 /// The clock when the game ended.
 extern uint8_t timeMS, timeS, timeM, timeH;
 
-/// Degrees added to every cube's angles in the final views. GameLock guards these and the next.
-extern float xr, yr, zr;
-/// The whole board's rotation while it spins; before, while the camera recedes: how the spacing
-/// grows with the distance, across and down, and the camera's distance.
-extern float xr2, yr2, zr2;
-
 /// The window's title as a status line, from the state of the game alone: field, flags and mines,
 /// the time since the first step (h:mm:ss from an hour on), and how the game ended. Scene shows it,
 /// at most once a second.

@@ -1,5 +1,7 @@
 #include "game/moves.h"
 
+#include <algorithm>
+#include <chrono>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -9,6 +11,23 @@
 
 uint8_t mx, my;
 uint8_t mb;
+float xr, yr, zr;
+float xr2, yr2, zr2;
+
+static std::optional<std::chrono::steady_clock::time_point> lastTick;
+
+void NoteTick()
+{
+    lastTick = std::chrono::steady_clock::now();
+}
+
+float TickShare()
+{
+    if (!lastTick)
+        return 0;
+    using TICKS = std::chrono::duration<float, std::centi>;
+    return std::min(TICKS(std::chrono::steady_clock::now() - *lastTick).count(), 1.0f);
+}
 
 static MineCell &CurrentCell()
 {

@@ -1,7 +1,9 @@
-// The rules of a move: what a click does to its cell, the six changes of a cell's state, each a
-// turn of its cube, and the flood fill of empty regions. GameLock is held by whoever calls.
+// The state of the game, and the rules of a move: what a click does to its cell, the six changes of
+// a cell's state, each a turn of its cube, and the flood fill of empty regions. GameLock is held by
+// whoever calls.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 /// Game state.
@@ -16,6 +18,24 @@ enum GAME : uint8_t {
 
 extern uint8_t mx, my;  // cell that the changes act on; NoCell: none
 extern uint8_t mb;      // GAME
+
+/// Degrees added to every cube's angles in the final views. GameLock guards these and the next.
+extern float xr, yr, zr;
+/// GAME_RECEDING: xr2, yr2 growth of the spacing per unit of distance, zr2 the camera's distance.
+/// GAME_SPINNING: the board's three angles.
+extern float xr2, yr2, zr2;
+
+/// What a tick adds: to xr, yr, zr; to xr2, yr2, zr2 while the board spins; to the camera's
+/// distance.
+constexpr double SpinTick = 1, RecedeTick = 0.1;
+constexpr std::array<double, 3> BoardSpinTick = {0.075, 0.1, 0.025};
+
+/// Notes that a tick has just been made.
+void NoteTick();
+
+/// Time since the last tick as a share of a tick: 0 before the first, 1 when the next is due or
+/// late.
+float TickShare();
 
 /// Give cell (mx, my) its new state and set its cube turning, a degree a tick, so that the face
 /// that shows the state comes round. They touch nothing else.

@@ -20,7 +20,6 @@
 
 #include "audio/mp3.h"
 #include "extra/heap.h"
-#include "extra/reason.h"
 #include "game/board.h"
 #include "game/frame.h"
 #include "game/hiscore.h"
@@ -89,11 +88,11 @@ static bool SoundStarts(pid_t probe)
     return !WIFSIGNALED(status);
 }
 
-// The stream's callback: the engine's, at the player's volume.
+// The stream's callback: the music without holes, at the player's volume.
 static int PlayAtVolume(const void *input, void *output, unsigned long frames,
                         const PaStreamCallbackTimeInfo *timing, unsigned long status, void *user)
 {
-    const int result = PortAudio_CallBack(input, output, frames, timing, status, user);
+    const int result = Audio_GaplessCallBack(input, output, frames, timing, status, user);
     for (int16_t &sample : std::span(static_cast<int16_t *>(output), frames * Audio_Channel))
         sample = static_cast<int16_t>(sample * volume / 100);
     return result;
@@ -113,7 +112,7 @@ static void StartMusic(bool sound)
     music = Audio_Load(musicFile);
     // Where the whole folder is missing the tiles have said so.
     if (!music->Buffer[0] && System_DirectoryExists("datas")) {
-        const std::string reason = Reason_Get();
+        const std::string reason = Audio_Reason();
         std::fprintf(stderr, "%s: no music: %s\n", musicFile,
                      reason.empty() ? "it does not decode" : reason.c_str());
     }

@@ -1,138 +1,81 @@
-// JPEG pictures: marker segments, JFIF and Exif. ITU-T T.81, JFIF 1.02, Exif 2.3 (TIFF 6.0 fields).
-// Baseline and progressive Huffman coding of 8-bit samples, 1 or 3 components. The scans belong to
-// picture/jpg_scan.h.
+// JPEG pictures. ITU-T T.81, JFIF 1.02, Exif 2.3 (TIFF 6.0 fields). Baseline and progressive
+// Huffman coding of 8-bit samples. Arithmetic coding, lossless and hierarchical processes and 12
+// bits a sample are left out, with a reason (extra/reason.h).
+//
+// Where the two sets of rules (Picture_Rules) differ:
+//   what                    framework's                     format's
+//   head of a file          JFIF or Exif comes first        FF D8 FF
+//   extended sequential     skipped                         as baseline
+//   segments not read       traced on standard output       skipped silently
+//   components              1 or 3                          1 to 4
+//   factors of an MCU       the first component's           the greatest of all
+//   chroma of few samples   interpolated                    repeated where others do (jpg_colour.h)
+//   colours                 grey, YCbCr                     and RGB, CMYK, YCCK: as Adobe's segment
+//                                                           and the components' ids tell
+//   two of the same id      the first                       the first, then the second
+//   band of sequential scans  as written                    0 to 63
+//   no lines                null                            those of the DNL segment
+//   no Huffman tables       damage                          those of T.81, annex K
+//   JFIF's thumbnail        at byte 20, then the walk goes  in its segment
+//                           on at width x height
+//   first Exif IFD          after the TIFF header           where that says
+//   Exif thumbnail          or the file's first FF D8       what the tags say
+//   letters of GPS tags     the value's highest byte        the field's first byte
+//   Exif texts of 4 bytes   at the value, a maker's far     in the field
+//                           into the file in the field
+//   bits that are no code   damage to the next restart      as if they were the symbol 0
+//   an MCU cut short        grey                            as if zeros followed
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "extra/bytes.h"
+#include "picture/jpg_markers.h"
 
-/// A Huffman table as a DHT segment brings it. Index n stands for codes of n + 1 bits.
-struct JPG_HUFFMAN {
-    uint8_t Defined, Number;
-    uint8_t Class;                   // 0: DC; 0x10: AC
-    std::array<uint8_t, 16> Counts;  // of codes
-    uint16_t Total;
-    std::array<uint8_t, 256> Symbols;      // in the order of their codes
-    std::array<uint16_t, 16> First, Last;  // codes; 65535 and 0 where there are none
-};
+/// Whether the first bytes of a file are a JPEG file's, by the rules of Picture_Rules.
+bool JPG_Detected(std::span<const uint8_t> head);
 
-/// A quantisation table as a DQT segment brings it.
-struct JPG_QUANTISATION {
-    uint8_t Defined, Number;
-    uint8_t Precision;              // 0: 8 bits; otherwise 16
-    std::array<float, 64> Values;   // of 8 bits, by row and column, scaled for the inverse DCT
-    std::array<uint16_t, 64> Wide;  // of 16 bits, as they stand in the file, in zigzag order
-};
-
-struct JPG_COMPONENT {
-    uint8_t Id;
-    uint8_t Sampling;  // horizontal factor * 16 + vertical
-    uint8_t Quantisation;
-};
-
-struct JPG_SCAN_COMPONENT {
-    uint8_t Id;
-    uint8_t Tables;  // DC * 16 + AC
-};
-
-struct JPG_HEADER {
-    uint32_t FileSize;                // bytes; where the walk over the markers ends
-    uint16_t Width, Height;           // pixels
-    uint32_t OutputSize;              // bytes of the padded picture
-    uint8_t ScanMode;                 // index of JPG_Modes
-    std::array<char, 32> Identifier;  // of the last APP0, APP1 or APP13 segment
-    uint8_t MajorVersion, MinorVersion, Units;
-    uint16_t XDensity, YDensity;
-    uint16_t ThumbWidth, ThumbHeight;
-    uint8_t *Thumbnail;  // JFIF's, RGBA, from calloc; JPG_GetThumbnail hands it over
-    uint8_t Precision;   // bits of a sample
-    uint8_t ComponentCount;
-    std::array<JPG_COMPONENT, 4> Components;
-    std::array<JPG_HUFFMAN, 4> DC, AC;
-    std::array<JPG_QUANTISATION, 4> Quantisation;
-    uint8_t ScanComponentCount;
-    std::array<JPG_SCAN_COMPONENT, 4> ScanComponents;
-    uint8_t Ss, Se, AhAl, Ah, Al;  // first and last coefficient, bits: all in one and apart
-    std::array<char, 128> Comment;
-    uint16_t RestartInterval;  // MCUs; 0: none
-    uint32_t DataOffset;       // of the first entropy-coded byte; 0: no scan was found
-};
-
-struct JPG_DECODER {
-    uint8_t H, V;  // sampling factors of the first component: an MCU is 8 H x 8 V pixels
-    uint32_t PaddedWidth, PaddedHeight;
-    uint32_t McusAcross, McusDown;
-    uint32_t ThumbPaddedWidth, ThumbPaddedHeight;
-    bool Progressive;  // what the frame header's marker says
-    bool InScans;      // the first scan has been found: the picture ends with EOI
-    bool Embedded;     // it is the thumbnail
-};
-
-struct JPG_EXIF_ENTRY {
-    uint16_t Tag, Type;
-    uint32_t Count, Size, Value;  // Size: bytes
-};
-
-struct JPG_IFD {
-    uint16_t Count;
-    std::array<JPG_EXIF_ENTRY, 128> Entries;
-    uint32_t Next;
-};
-
-struct JPG_EXIF {
-    uint16_t Base;      // file position that offsets count from
-    uint8_t ByteOrder;  // 'I' little-endian, 'M' big-endian
-    uint8_t IFDNumber;  // of the IFD read last
-    std::array<JPG_IFD, 16> IFDs;
-    std::array<char, 64> Description;
-    std::array<char, 32> Make;
-    std::array<char, 16> Model;
-    uint8_t ThumbCompression;                    // 6: JPEG
-    uint32_t ThumbOffset, ThumbLength;           // in the file
-    char LatitudeReference, LongitudeReference;  // '0': none
-    float Latitude, Longitude;                   // degrees
-};
-
-/// The file being decoded, one at a time. Header and Exif stay after JPG_UnLoad.
-extern constinit thread_local JPG_HEADER JPG_Header;
-extern constinit thread_local JPG_DECODER JPG_Decoder;
-extern constinit thread_local JPG_EXIF JPG_Exif;
-extern constinit thread_local BYTES_BUFFER JPG_File;
-extern constinit thread_local size_t JPG_Position;  // next byte of the file
-
-/// Names to show, by scan mode.
-extern const std::array<const char *, 6> JPG_Modes;
-/// Index in natural order (row by row) of each coefficient in zigzag order, and the other way.
-extern const std::array<uint8_t, 64> JPG_ZigZag, JPG_ZigZag2;
-/// 1 and cos(k pi / 16) sqrt(2): what Values are scaled by, for row and for column.
-extern const std::array<float, 8> JPG_ScaleFactor;
-
-/// Reads the file and walks its markers up to the first entropy-coded data; traces on standard
-/// output the segments that it passes over. A path that begins with '*' walks on in the same file
-/// from JPG_Position. A file that cannot be opened leaves nothing to decode.
+/// Reads the file and walks its markers up to the first entropy-coded data; by the framework's
+/// rules traces on standard output the segments that it skips. A path that begins with '*' walks on
+/// in the same file from JPG_Position. A file that cannot be opened leaves nothing to decode.
 void JPG_Load(const char *path);
+
+/// Decodes the scan that JPG_Load stands before and all that follow it.
+///
+/// Returns PaddedWidth x PaddedHeight pixels of 4 bytes (R G B A, alpha 255), top row first. From
+/// malloc: the caller frees it. Damage keeps what stood before it and goes on after the next
+/// restart marker; what is missing is grey, and a reason is left. Null, with a reason, when there
+/// is no frame or scan, for samples of other than 8 bits, sampling factors outside 1 to 4 (or, by
+/// the framework's rules, above the first component's), padded sides above 65535, and sizes that
+/// the file's bytes cannot hold or that pass Picture_MaxBytes. Peak memory beside the file and a
+/// copy of its longest restart interval: 4 bytes a pixel; for files of several scans 2 a sample
+/// more.
+uint8_t *JPG_Decoding();
 
 /// The JFIF thumbnail, or what the embedded JPEG of the Exif one decodes to; null without one. Sets
 /// the thumbnail's sizes in JPG_Header and JPG_Decoder, but overwrites the picture's own. From
-/// calloc: the caller frees it.
+/// malloc: the caller frees it.
 uint8_t *JPG_GetThumbnail();
 
-/// Frees the file.
+/// Frees the file, and the JFIF thumbnail if nobody took it.
 void JPG_UnLoad();
 
 /// Copy the record to `out` and return it.
 JPG_HEADER *JPG_GetHeader(JPG_HEADER *out);
 JPG_EXIF *JPG_GetExif(JPG_EXIF *out);
 
-/// Read at JPG_Position, 0 past the end: big-endian; and in the byte order of the Exif data, 0
-/// while that is unknown.
-uint8_t JPG_GetByte();
-uint16_t JPG_GetWord();
-uint16_t JPG_GetExifWord();
-uint32_t JPG_GetExifDWord();
+/// A JPEG stream out of another file, decoded.
+struct JPG_STREAM {
+    uint32_t Width, Height;  // pixels; 0: there is no picture
+    uint32_t Components;     // 1 to 4
+    BYTES_BUFFER Samples;    // Width x Height x Components, interleaved, top row first
+};
 
-/// Reads the IFD at JPG_Position into the current one, and those that it leads to.
-void JPG_LoadExif();
+/// Decodes an abbreviated or whole JPEG stream by the format's rules, with the tables of another
+/// one, which may be empty (T.81, B.5; TIFF's JPEGTables). Every component is brought to full size.
+/// `toRGB` converts three components from YCbCr; all else stays as stored. Damage leaves what was
+/// read, and a reason; empty, with a reason, for what JPG_Decoding refuses. The named records of a
+/// file that is being decoded on this thread stay as they are.
+JPG_STREAM JPG_DecodeStream(std::span<const uint8_t> tables, std::span<const uint8_t> stream,
+                            bool toRGB);

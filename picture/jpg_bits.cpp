@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "picture/jpg.h"
+#include "picture/jpg_markers.h"
 
 // What a symbol says, without what its bits may add.
 static int32_t EntryOf(uint8_t symbol, uint32_t bits, bool ac)
@@ -27,9 +27,10 @@ static void FillLook(JPG_CODES &codes, uint32_t code, uint32_t n, uint8_t symbol
                                       : plain;
 }
 
-void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, JPG_CODES &codes)
+void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, bool goesOn, JPG_CODES &codes)
 {
     codes.AC = ac;
+    codes.GoesOn = goesOn;
     codes.Symbols = table.Symbols;
     codes.Look.fill(JPG_EntryLong);
     uint32_t code = 0, index = 0;
@@ -51,8 +52,8 @@ int32_t JPG_LongEntry(uint64_t buffer, const JPG_CODES &codes)
     uint32_t n = JPG_LookBits + 1;
     while (n <= 16 && window >= codes.Limits[n])
         n++;
-    if (n > 16)
-        return JPG_EntryEnd;
+    if (n > 16)  // 17 bits have been looked at
+        return codes.GoesOn ? EntryOf(0, n, codes.AC) : static_cast<int32_t>(JPG_EntryEnd);
     const int32_t index = static_cast<int32_t>(window >> (16 - n)) + codes.Offsets[n];
     return EntryOf(codes.Symbols[static_cast<size_t>(index) & 255], n, codes.AC);
 }

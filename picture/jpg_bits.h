@@ -49,6 +49,7 @@ struct JPG_BITS {
     {
         return In - (Left >> 3) > End;
     }
+    // Only zeros follow.
     void MarkDamage()
     {
         In = End + 16;
@@ -68,21 +69,22 @@ constexpr uint32_t JPG_EntryZeros = 8;
 
 struct JPG_CODES {
     std::array<int32_t, 1 << JPG_LookBits> Look;
-    std::array<uint32_t, 17> Limits;  // first 16-bit window behind all codes of so many bits
+    std::array<uint32_t, 17> Limits;  // first 16-bit window above all codes of so many bits
     std::array<int32_t, 17> Offsets;  // from such a code to its symbol's index
     std::array<uint8_t, 256> Symbols;
     bool AC;
+    bool GoesOn;  // after bits that are no code, as if they were the symbol 0; else they are damage
 };
 
-/// Prepares a table. Codes that it has no room for are left out and count as damage.
-void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, JPG_CODES &codes);
+/// Prepares a table. Codes that it has no room for are left out, and thus are no codes.
+void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, bool goesOn, JPG_CODES &codes);
 
-/// The entry of a code longer than JPG_LookBits at the head of `buffer`; one that ends the block
-/// and drops nothing where there is none.
+/// The entry of a code longer than JPG_LookBits at the head of `buffer`. Where no code is: one that
+/// ends the block and drops nothing, or the symbol 0 where the decoder goes on.
 int32_t JPG_LongEntry(uint64_t buffer, const JPG_CODES &codes);
 
 /// Takes the bytes of `file` from `position` up to the next marker, without the zeros stuffed
-/// behind 0xFF, with JPG_BitsSlack zeros at their end. Returns where the marker stands.
+/// after 0xFF, with JPG_BitsSlack zeros at their end. Returns where the marker stands.
 size_t JPG_TakeInterval(std::span<const uint8_t> file, size_t position, std::vector<uint8_t> &bits);
 
 constexpr int32_t JPG_MakeEntry(uint32_t low, uint32_t zeros, int32_t value)

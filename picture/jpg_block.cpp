@@ -3,16 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "extra/lanes.h"
 
 // Eight numbers side by side: a row of a block, or a column.
 using LANES = float __attribute__((vector_size(32)));
 using SHORTS = int16_t __attribute__((vector_size(16)));
 using INTS = int32_t __attribute__((vector_size(32)));
+using BYTES = uint8_t __attribute__((vector_size(32)));
 
 // The one-dimensional inverse DCT of Arai, Agui and Nakajima (1988), whose inputs are scaled by
 // JPG_ScaleFactor, on all eight lanes at once. Only the first `Inputs` (4 or 8) are not 0.
@@ -80,28 +77,28 @@ template <int Inputs>
     }
 }
 
-// Rows of samples, cut to 0..255.
+// Rows of samples, clamped to 0..255. The bytes of four rows share the lanes of one vector, and are
+// sorted by one shuffle.
 [[gnu::always_inline]] static inline void StoreRows(const LANES *v, uint8_t *samples, size_t stride)
 {
-    for (int i = 0; i < 8; i += 2) {
-        const INTS first = __builtin_convertvector(v[i], INTS);
-        const INTS second = __builtin_convertvector(v[i + 1], INTS);
-#if defined(__SSE2__)
-        __m128i quarters[4];
-        std::memcpy(quarters, &first, sizeof first);
-        std::memcpy(quarters + 2, &second, sizeof second);
-        const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(quarters[0], quarters[1]),
-                                               _mm_packs_epi32(quarters[2], quarters[3]));
-        std::memcpy(samples, &bytes, 8);
-        const __m128i high = _mm_unpackhi_epi64(bytes, bytes);
-        std::memcpy(samples + stride, &high, 8);
-#else
-        for (size_t x = 0; x < 8; x++) {
-            samples[x] = static_cast<uint8_t>(std::clamp(first[x], 0, 255));
-            samples[stride + x] = static_cast<uint8_t>(std::clamp(second[x], 0, 255));
+    constexpr INTS least = {}, greatest = least + 255;
+    for (size_t i = 0; i < 8; i += 4) {
+        INTS mixed = {};
+        for (size_t k = 0; k < 4; k++) {
+            INTS row = __builtin_convertvector(v[i + k], INTS);
+            row = row > least ? row : least;
+            row = row > greatest ? greatest : row;
+            mixed |= row << static_cast<int>(8 * k);
         }
-#endif
-        samples += 2 * stride;
+        const BYTES bytes = reinterpret_cast<BYTES>(mixed);
+        const BYTES sorted = __builtin_shufflevector(bytes, bytes, 0, 4, 8, 12, 1, 5, 9, 13, 2, 6,
+                                                     10, 14, 3, 7, 11, 15, 16, 20, 24, 28, 17, 21,
+                                                     25, 29, 18, 22, 26, 30, 19, 23, 27, 31);
+        const INTS q = reinterpret_cast<INTS>(sorted);
+        const INTS rows = __builtin_shufflevector(q, q, 0, 4, 1, 5, 2, 6, 3, 7);
+        for (size_t k = 0; k < 4; k++)
+            std::memcpy(samples + (i + k) * stride,
+                        reinterpret_cast<const uint8_t *>(&rows) + 8 * k, 8);
     }
 }
 
@@ -115,7 +112,9 @@ TransformBlock(const int16_t *coefficients, const float *scale, uint8_t *samples
         LANES factors;
         std::memcpy(&column, coefficients + 8 * i, sizeof column);
         std::memcpy(&factors, scale + 8 * i, sizeof factors);
-        v[i] = __builtin_convertvector(column, LANES) * factors;
+        const auto twice =
+            __builtin_shufflevector(column, column, 0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7);
+        v[i] = __builtin_convertvector(reinterpret_cast<INTS>(twice) >> 16, LANES) * factors;
     }
     // The level shift and, since numbers are cut toward 0, rounding. Each sample has its share.
     const LANES level = {128.5F};

@@ -1,20 +1,30 @@
 #include "picture/jpg_colour.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 
 #include "extra/lanes.h"
 
-// Pixels and pairs of samples are put together as numbers.
-static_assert(std::endian::native == std::endian::little);
+namespace
+{
 
-// Where the centre of a pixel lies among samples: the sample before it, -1 for none, and the way
-// to the next one in parts of 2 * full.
+// Where the centre of a pixel lies among samples: the sample before it, -1 for none, and the
+// distance to it in parts of 2 * full.
 struct PLACE {
     ptrdiff_t Index;
     size_t Way;
 };
+
+}  // namespace
+
+// Two bytes as the number that lies in memory as they follow each other.
+static constexpr uint16_t Pair(uint32_t first, uint32_t second)
+{
+    return static_cast<uint16_t>(std::endian::native == std::endian::little ? first | second << 8
+                                                                            : first << 8 | second);
+}
 
 static PLACE PlaceOf(size_t pixel, size_t factor, size_t full)
 {
@@ -23,7 +33,16 @@ static PLACE PlaceOf(size_t pixel, size_t factor, size_t full)
     return {static_cast<ptrdiff_t>(position / unit) - 1, position % unit};
 }
 
-JPG_PLANE JPG_MakePlane(uint8_t factors, uint8_t full, uint32_t width, uint32_t height)
+// Whether the usual decoders repeat samples: they interpolate to twice as many only.
+static bool UsuallyRepeats(const JPG_PLANE &p)
+{
+    const bool whole = p.FullH % p.H == 0 && p.FullV % p.V == 0;
+    const size_t across = p.FullH / p.H, down = p.FullV / p.V;
+    return whole && (across > 2 || down > 2 || (across == 2 && p.Width <= 2));
+}
+
+JPG_PLANE JPG_MakePlane(uint8_t factors, uint8_t full, uint32_t width, uint32_t height,
+                        JPG_STRETCH stretch)
 {
     JPG_PLANE p{};
     p.H = factors >> 4;
@@ -35,6 +54,7 @@ JPG_PLANE JPG_MakePlane(uint8_t factors, uint8_t full, uint32_t width, uint32_t 
     const size_t mcus = (width + 8 * p.FullH - 1) / (8 * p.FullH), pixels = mcus * 8 * p.FullH;
     p.Stride = mcus * 8 * p.H;
     p.Rows = 2 * 8 * p.V;
+    p.Repeats = stretch == JPG_STRETCH_USUAL && UsuallyRepeats(p);
     p.Samples.assign(p.Rows * p.Stride, 128);
     p.Blend.resize(p.Stride + 4);
     p.Stretched.resize(pixels / 2);
@@ -77,7 +97,7 @@ EXTRA_LANES static void Double(const uint16_t *__restrict blend, size_t count,
         const auto three = static_cast<uint16_t>(blend[i] * 3 + 128);
         const auto left = static_cast<uint16_t>(three + blend[static_cast<ptrdiff_t>(i) - 1]);
         const auto right = static_cast<uint16_t>(three + blend[i + 1]);
-        pairs[i] = static_cast<uint16_t>(left >> 8 | (right & 0xFF00));
+        pairs[i] = Pair(left >> 8, right >> 8);
     }
 }
 
@@ -87,28 +107,40 @@ EXTRA_LANES static void Quadruple(const uint16_t *__restrict blend, size_t count
 {
     for (size_t i = 0; i < count; i++) {
         const int before = blend[static_cast<ptrdiff_t>(i) - 1] >> 3, here = blend[i] >> 3;
-        const int behind = blend[i + 1] >> 3;
+        const int after = blend[i + 1] >> 3;
         const int first = (3 * before + 5 * here + 32) >> 6, second = (before + 7 * here + 32) >> 6;
-        const int third = (7 * here + behind + 32) >> 6, fourth = (5 * here + 3 * behind + 32) >> 6;
-        pairs[2 * i] = static_cast<uint16_t>(first | second << 8);
-        pairs[2 * i + 1] = static_cast<uint16_t>(third | fourth << 8);
+        const int third = (7 * here + after + 32) >> 6, fourth = (5 * here + 3 * after + 32) >> 6;
+        pairs[2 * i] = Pair(static_cast<uint32_t>(first), static_cast<uint32_t>(second));
+        pairs[2 * i + 1] = Pair(static_cast<uint32_t>(third), static_cast<uint32_t>(fourth));
     }
 }
 
 // As many samples, two to a number.
-EXTRA_LANES static void Pair(const uint16_t *__restrict blend, size_t count,
-                             uint16_t *__restrict pairs)
+EXTRA_LANES static void Round(const uint16_t *__restrict blend, size_t count,
+                              uint16_t *__restrict pairs)
 {
     for (size_t i = 0; i < count; i++) {
         const auto left = static_cast<uint16_t>(blend[2 * i] + 32);
         const auto right = static_cast<uint16_t>(blend[2 * i + 1] + 32);
-        pairs[i] = static_cast<uint16_t>(left >> 6 | (right >> 6) << 8);
+        pairs[i] = Pair(left >> 6, right >> 6);
     }
+}
+
+static const uint8_t *RepeatSamples(JPG_PLANE &p, size_t y)
+{
+    const size_t times = p.FullH / p.H;
+    const uint8_t *from = p.Row(y * p.V / p.FullV);
+    auto *row = reinterpret_cast<uint8_t *>(p.Stretched.data());
+    for (size_t i = 0; i < p.Stride; i++)
+        std::memset(row + i * times, from[i], times);
+    return row;
 }
 
 // Pixel row y of a plane at full size.
 static const uint8_t *StretchRow(JPG_PLANE &p, size_t y)
 {
+    if (p.Repeats)
+        return RepeatSamples(p, y);
     const PLACE place = PlaceOf(y, p.V, p.FullV);
     const uint8_t *above = RowWithin(p, place.Index), *below = RowWithin(p, place.Index + 1);
     if (p.H == p.FullH && place.Way == 0)
@@ -121,7 +153,7 @@ static const uint8_t *StretchRow(JPG_PLANE &p, size_t y)
     std::fill(blend + count, p.Blend.data() + p.Blend.size(), blend[count - 1]);
     auto *row = reinterpret_cast<uint8_t *>(pairs);
     if (p.H == p.FullH)
-        Pair(blend, p.Stretched.size(), pairs);
+        Round(blend, p.Stretched.size(), pairs);
     else if (2 * p.H == p.FullH)
         Double(blend, p.Stretched.size(), pairs);
     else if (4 * p.H == p.FullH)
@@ -141,45 +173,147 @@ static uint16_t ToByte(int16_t value)
     return static_cast<uint16_t>(std::min<int16_t>(std::max<int16_t>(value, 0), 255));
 }
 
-// JFIF 1.02: R = Y + 1.402 Cr, G = Y - 0.344136 Cb - 0.714136 Cr, B = Y + 1.772 Cb, in 16-bit
-// arithmetic: the fractions in parts of 256, less whole parts where they would not fit.
-EXTRA_LANES static void ConvertRow(const uint8_t *__restrict y, const uint8_t *__restrict cb,
-                                   const uint8_t *__restrict cr, size_t width,
-                                   uint16_t *__restrict pixels)
+namespace
 {
-    for (size_t x = 0; x < width; x++) {
-        const auto b = static_cast<int16_t>(cb[x] - 128), r = static_cast<int16_t>(cr[x] - 128);
-        const auto level = static_cast<int16_t>(y[x]);
-        const auto partRed = static_cast<int16_t>(static_cast<int16_t>(103 * r + 128) >> 8);
-        const auto partGreen =
-            static_cast<int16_t>(static_cast<int16_t>(73 * r - 88 * b + 128) >> 8);
-        const auto partBlue = static_cast<int16_t>(static_cast<int16_t>(58 * b + 127) >> 8);
-        const uint16_t red = ToByte(static_cast<int16_t>(level + r + partRed));
-        const uint16_t green = ToByte(static_cast<int16_t>(level - r + partGreen));
-        const uint16_t blue = ToByte(static_cast<int16_t>(level + 2 * b - partBlue));
-        pixels[2 * x] = static_cast<uint16_t>(red | green << 8);
-        pixels[2 * x + 1] = static_cast<uint16_t>(blue | 0xFF00);
-    }
+
+struct RGB {
+    uint16_t R, G, B;
+};
+
+}  // namespace
+
+// A number below 0.5 in parts of 65536.
+static constexpr int16_t Fraction(double value)
+{
+    return static_cast<int16_t>(value * 65536 + 0.5);
+}
+
+// The product of a number of -128 to 127 and a fraction, in parts of 256, rounded down.
+template <int16_t Fraction>
+[[gnu::always_inline]] static inline int16_t Part(int16_t value)
+{
+    return static_cast<int16_t>((static_cast<int16_t>(value * 256) * Fraction) >> 16);
+}
+
+[[gnu::always_inline]] static inline int16_t RoundPart(int part)
+{
+    return static_cast<int16_t>(static_cast<int16_t>(part + 128) >> 8);
+}
+
+// JFIF 1.02: R = Y + 1.402 Cr, G = Y - 0.34414 Cb - 0.71414 Cr, B = Y + 1.772 Cb, in 16-bit
+// arithmetic: whole multiples apart, so that what is left fits. Red and blue are rounded exactly,
+// green but for 1 in 500.
+[[gnu::always_inline]] static inline RGB FromYCbCr(uint8_t y, uint8_t cb, uint8_t cr)
+{
+    const auto b = static_cast<int16_t>(cb - 128), r = static_cast<int16_t>(cr - 128);
+    const auto level = static_cast<int16_t>(y);
+    const int16_t red = RoundPart(Part<Fraction(0.402)>(r));
+    const int16_t green = RoundPart(Part<Fraction(1 - 0.71414)>(r) - Part<Fraction(0.34414)>(b));
+    const int16_t blue = RoundPart(Part<Fraction(2 - 1.772)>(b));
+    return {ToByte(static_cast<int16_t>(level + r + red)),
+            ToByte(static_cast<int16_t>(level - r + green)),
+            ToByte(static_cast<int16_t>(level + 2 * b - blue))};
+}
+
+// A colour's part of light that is left under black, both as Adobe stores them, rounded.
+[[gnu::always_inline]] static inline uint16_t UnderBlack(uint32_t colour, uint32_t black)
+{
+    const uint32_t product = colour * black + 128;
+    return static_cast<uint16_t>((product + (product >> 8)) >> 8);
+}
+
+[[gnu::always_inline]] static inline void PutPixel(RGB colour, uint16_t *pixel)
+{
+    pixel[0] = Pair(colour.R, colour.G);
+    pixel[1] = Pair(colour.B, 255);
+}
+
+EXTRA_LANES static void ConvertYCbCr(const uint8_t *__restrict y, const uint8_t *__restrict cb,
+                                     const uint8_t *__restrict cr, size_t width,
+                                     uint16_t *__restrict pixels)
+{
+    for (size_t x = 0; x < width; x++)
+        PutPixel(FromYCbCr(y[x], cb[x], cr[x]), pixels + 2 * x);
 }
 
 EXTRA_LANES static void ConvertGrey(const uint8_t *__restrict y, size_t width,
                                     uint16_t *__restrict pixels)
 {
+    for (size_t x = 0; x < width; x++)
+        PutPixel({y[x], y[x], y[x]}, pixels + 2 * x);
+}
+
+EXTRA_LANES static void ConvertRGB(const uint8_t *__restrict r, const uint8_t *__restrict g,
+                                   const uint8_t *__restrict b, size_t width,
+                                   uint16_t *__restrict pixels)
+{
+    for (size_t x = 0; x < width; x++)
+        PutPixel({r[x], g[x], b[x]}, pixels + 2 * x);
+}
+
+EXTRA_LANES static void ConvertCMYK(const uint8_t *__restrict c, const uint8_t *__restrict m,
+                                    const uint8_t *__restrict y, const uint8_t *__restrict k,
+                                    size_t width, uint16_t *__restrict pixels)
+{
+    for (size_t x = 0; x < width; x++)
+        PutPixel({UnderBlack(c[x], k[x]), UnderBlack(m[x], k[x]), UnderBlack(y[x], k[x])},
+                 pixels + 2 * x);
+}
+
+EXTRA_LANES static void ConvertYCCK(const uint8_t *__restrict y, const uint8_t *__restrict cb,
+                                    const uint8_t *__restrict cr, const uint8_t *__restrict k,
+                                    size_t width, uint16_t *__restrict pixels)
+{
     for (size_t x = 0; x < width; x++) {
-        pixels[2 * x] = static_cast<uint16_t>(y[x] | y[x] << 8);
-        pixels[2 * x + 1] = static_cast<uint16_t>(y[x] | 0xFF00);
+        const RGB ink = FromYCbCr(y[x], cb[x], cr[x]);
+        PutPixel({UnderBlack(255u - ink.R, k[x]), UnderBlack(255u - ink.G, k[x]),
+                  UnderBlack(255u - ink.B, k[x])},
+                 pixels + 2 * x);
     }
 }
 
-void JPG_MakeRows(std::span<JPG_PLANE *const> planes, size_t from, size_t to, uint8_t *pixels)
+static void Interleave(std::span<const uint8_t *const> samples, size_t width, uint8_t *out)
 {
-    const size_t width = planes[0]->Stride;
+    for (size_t c = 0; c < samples.size(); c++)
+        for (size_t x = 0; x < width; x++)
+            out[x * samples.size() + c] = samples[c][x];
+}
+
+static bool IsFull(const JPG_PLANE &p)
+{
+    return p.H == p.FullH && p.V == p.FullV;
+}
+
+void JPG_MakeRows(std::span<JPG_PLANE *const> planes, JPG_COLOURS colours, size_t from, size_t to,
+                  uint8_t *pixels)
+{
+    const size_t width = planes[0]->Stretched.size() * 2;
+    const size_t rowBytes = width * JPG_PixelBytes(colours, planes.size());
+    const size_t count = colours == JPG_COLOURS_GREY ? 1 : planes.size();
+    std::array<const uint8_t *, 4> s;
     for (size_t y = from; y < to; y++) {
-        auto *row = reinterpret_cast<uint16_t *>(pixels + 4 * y * width);
-        const uint8_t *level = planes[0]->Row(y);
-        if (planes.size() == 1)
-            ConvertGrey(level, width, row);
-        else
-            ConvertRow(level, StretchRow(*planes[1], y), StretchRow(*planes[2], y), width, row);
+        for (size_t i = 0; i < count; i++)
+            s[i] = i == 0 && IsFull(*planes[0]) ? planes[0]->Row(y) : StretchRow(*planes[i], y);
+        uint8_t *row = pixels + y * rowBytes;
+        auto *pairs = reinterpret_cast<uint16_t *>(row);
+        switch (colours) {
+        case JPG_COLOURS_YCBCR:
+            ConvertYCbCr(s[0], s[1], s[2], width, pairs);
+            break;
+        case JPG_COLOURS_GREY:
+            ConvertGrey(s[0], width, pairs);
+            break;
+        case JPG_COLOURS_RGB:
+            ConvertRGB(s[0], s[1], s[2], width, pairs);
+            break;
+        case JPG_COLOURS_CMYK:
+            ConvertCMYK(s[0], s[1], s[2], s[3], width, pairs);
+            break;
+        case JPG_COLOURS_YCCK:
+            ConvertYCCK(s[0], s[1], s[2], s[3], width, pairs);
+            break;
+        default:
+            Interleave(std::span(s).first(count), width, row);
+        }
     }
 }

@@ -5,20 +5,16 @@
 #include <bit>
 #include <cstdlib>
 #include <memory>
-#include <new>
 
-#include "picture/jpg.h"
+#include "extra/reason.h"
 #include "picture/jpg_bits.h"
 #include "picture/jpg_block.h"
 #include "picture/jpg_colour.h"
+#include "picture/jpg_markers.h"
 #include "picture/pixels.h"
 
-struct FREE {
-    void operator()(void *memory) const
-    {
-        std::free(memory);
-    }
-};
+namespace
+{
 
 struct COMPONENT {
     JPG_PLANE Plane;
@@ -44,21 +40,14 @@ struct COMPONENT {
 };
 
 struct PICTURE {
-    std::array<COMPONENT, 3> Components;
-    std::unique_ptr<int16_t, FREE> Coefficients;  // of all components, in one piece
-    size_t Count;                                 // of components
-    bool Direct;  // one sequential scan holds everything: no coefficients are kept
+    std::array<COMPONENT, 4> Components;
+    std::unique_ptr<int16_t, JPG_FREE> Coefficients;  // of all components, in one piece
+    size_t Count;                                     // of components
+    JPG_COLOURS Colours;
+    int Scans;        // begun
+    uint64_t Visits;  // of blocks in all scans
+    bool Direct;      // one sequential scan holds everything: no coefficients are kept
 };
-
-// Place of each coefficient in a block that stands column by column; places from 64 on are those of
-// runs that lead out of it.
-static const auto columnOrder = [] {
-    std::array<uint8_t, 80> order;
-    order.fill(64);
-    for (size_t i = 0; i < 64; i++)
-        order[i] = static_cast<uint8_t>(JPG_ZigZag[i] % 8 * 8 + JPG_ZigZag[i] / 8);
-    return order;
-}();
 
 // The scan being decoded.
 struct SCAN {
@@ -68,17 +57,38 @@ struct SCAN {
     JPG_BITS Bits;
     std::vector<uint8_t> Bytes;  // that Bits stands in
     size_t Pending;              // restart interval that JPG_Position stands before
-    bool Ended;                  // another marker follows
+    bool Ended;                  // another marker follows, or the file's end
     uint32_t EndOfBandRun;
+    bool GoesOn;  // after what is no code, and to the end of an MCU whose bits ran out
+    bool Lost;    // nothing more can be decoded of this restart interval
 
     bool Interleaved() const
     {
         return Components.size() > 1;
     }
+    // Gives up the interval in MCU x of a row. Returns the first that has nothing of it.
+    size_t Leave(size_t x)
+    {
+        Lost = true;
+        return x + GoesOn;
+    }
 };
 
+}  // namespace
+
+// Place of each coefficient in a block that stands column by column; places from 64 on are those of
+// runs that lead out of it.
+static const auto JPG_ColumnOrder = [] {
+    std::array<uint8_t, 80> order;
+    order.fill(64);
+    for (size_t i = 0; i < 64; i++)
+        order[i] = static_cast<uint8_t>(JPG_ZigZag[i] % 8 * 8 + JPG_ZigZag[i] / 8);
+    return order;
+}();
+
 // Calls block(bits, component, x, y) for each block of the MCUs x..end of row y. Returns the first
-// MCU that could not be decoded since the bits came to their end, or to damage; or `end`.
+// MCU that could not be decoded since the bits came to their end, or to damage; or `end`. Where the
+// decoder goes on, the MCU in which the bits ran out counts, with zeros for those that lack.
 template <typename Block>
 static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
 {
@@ -86,8 +96,8 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
     if (!scan.Interleaved()) {
         for (COMPONENT &c = *scan.Components[0]; x < end; x++) {
             block(bits, c, x, y);
-            if (bits.Overrun())
-                return x;
+            if (bits.Overrun()) [[unlikely]]
+                return scan.Leave(x);
         }
         scan.Bits = bits;
         return end;
@@ -97,8 +107,13 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
             for (size_t v = 0; v < c->Plane.V; v++)
                 for (size_t h = 0; h < c->Plane.H; h++) {
                     block(bits, *c, x * c->Plane.H + h, y * c->Plane.V + v);
-                    if (bits.Overrun())
-                        return x;
+                    if (bits.Overrun()) [[unlikely]] {
+                        scan.Lost = true;
+                        if (!scan.GoesOn)
+                            return x;
+                        bits.MarkDamage();
+                        end = x + 1;
+                    }
                 }
     scan.Bits = bits;
     return end;
@@ -116,8 +131,19 @@ static bool IsEnd(int32_t entry)
     return c.DC;
 }
 
+// After a run that leads out of the block: the value is the last coefficient's where the decoder
+// goes on.
+static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
+{
+    if (c.ACCodes.GoesOn)
+        block[JPG_ColumnOrder[63]] = block[64];
+    else
+        bits.MarkDamage();
+    return 64;
+}
+
 // A whole block into `block`, which has room for one coefficient more. Returns the zigzag index
-// behind the last one that may not be 0.
+// after the last one that may not be 0.
 [[gnu::always_inline]] static inline size_t DecodeBlock(JPG_BITS &bits, COMPONENT &c,
                                                         int16_t *block)
 {
@@ -130,36 +156,39 @@ static bool IsEnd(int32_t entry)
         if (IsEnd(entry))
             break;
         k += JPG_ZerosOf(entry);
-        block[columnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry));
+        block[JPG_ColumnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry));
         k++;
     }
-    if (k > 64)
-        bits.MarkDamage();
+    if (k > 64) [[unlikely]]
+        return LeaveBlock(bits, c, block);
     return k;
 }
 
 // Each of the following decodes the MCUs x..end of row y by one of the scan modes, and returns what
 // EachBlock does.
 
+// A block that could not be decoded becomes grey afterwards.
 static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
 {
     return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
         std::array<int16_t, 65> block{};
         const size_t last = DecodeBlock(bits, c, block.data());
-        if (!bits.Overrun())
-            JPG_InverseDCT(block.data(), c.Scale.data(), last, c.SamplesOf(bx, by), c.Plane.Stride);
+        JPG_InverseDCT(block.data(), c.Scale.data(), last, c.SamplesOf(bx, by), c.Plane.Stride);
     });
 }
 
+// What an earlier scan of the same component left stays where this one has zeros.
 static size_t DecodeSequential(SCAN &scan, size_t x, size_t end, size_t y)
 {
     return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
-        std::array<int16_t, 65> block{};
+        int16_t *kept = c.BlockAt(bx, by);
+        std::array<int16_t, 65> block;
+        std::copy_n(kept, 64, block.begin());
         const size_t last = DecodeBlock(bits, c, block.data());
-        if (bits.Overrun())
+        if (bits.Overrun() && !c.ACCodes.GoesOn)
             return;
-        std::copy_n(block.begin(), 64, c.BlockAt(bx, by));
-        c.NonZero[by * c.BlocksAcross + bx] = (uint64_t{2} << (last - 1)) - 2;
+        std::copy_n(block.begin(), 64, kept);
+        c.NonZero[by * c.BlocksAcross + bx] |= (uint64_t{2} << (last - 1)) - 2;
     });
 }
 
@@ -215,15 +244,17 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
                 break;
             }
             k += JPG_ZerosOf(entry);
-            if (JPG_ValueOf(entry) != 0 && k <= last) {
-                block[columnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry) * scale);
+            if (k > last)
+                k = scan.GoesOn ? std::min<size_t>(k, 63) : 64;
+            if (JPG_ValueOf(entry) != 0 && k < 64) {
+                block[JPG_ColumnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry) * scale);
                 set |= uint64_t{1} << k;
             }
             k++;
         }
         c.NonZero[y * c.BlocksAcross + x] |= set;
-        if (bits.Overrun() || k > last + 1)
-            return x;
+        if (bits.Overrun() || k > 64)
+            return scan.Leave(x);
         x++;
     }
     scan.Bits = bits;
@@ -238,7 +269,7 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
     for (; which != 0; which &= which - 1) {
         if (bits.Left < 32)
             bits.Refill();
-        int16_t &value = block[columnOrder[static_cast<size_t>(std::countr_zero(which))]];
+        int16_t &value = block[JPG_ColumnOrder[static_cast<size_t>(std::countr_zero(which))]];
         const int sign = value < 0 ? -1 : 0, change = (bit ^ sign) - sign;
         value = static_cast<int16_t>(value + (change & -static_cast<int>(bits.Take(1))));
     }
@@ -250,7 +281,7 @@ static uint64_t Below(size_t k)
     return k > 63 ? ~uint64_t{0} : (uint64_t{1} << k) - 1;
 }
 
-// Where the zero behind `zeros` others stands in `free`, whose bits are zero coefficients; 64 when
+// Where the zero after `zeros` others stands in `free`, whose bits are zero coefficients; 64 when
 // there are not so many.
 static size_t FindZero(uint64_t free, uint32_t zeros)
 {
@@ -283,9 +314,11 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
             const size_t k = FindZero(left & ~nonZero, JPG_ZerosOf(entry));
             Correct(bits, block, left & nonZero & Below(k), bit);
             left &= ~Below(k + 1);
-            if (JPG_ValueOf(entry) != 0 && k < 64) {
-                block[columnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry) < 0 ? -bit : bit);
-                nonZero |= uint64_t{1} << k;
+            if (JPG_ValueOf(entry) != 0 && (k < 64 || scan.GoesOn)) {
+                const size_t place = std::min<size_t>(k, 63);
+                block[JPG_ColumnOrder[place]] =
+                    static_cast<int16_t>(JPG_ValueOf(entry) < 0 ? -bit : bit);
+                nonZero |= uint64_t{1} << place;
             }
         }
         if (run > 0) {
@@ -293,20 +326,20 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
             run--;
         }
         if (bits.Overrun())
-            return x;
+            return scan.Leave(x);
     }
     scan.Bits = bits;
     scan.EndOfBandRun = run;
     return end;
 }
 
-using DECODE = size_t (*)(SCAN &scan, size_t x, size_t end, size_t y);
+using JPG_DECODE = size_t (*)(SCAN &scan, size_t x, size_t end, size_t y);
 
 // What decodes the current scan; null where its header makes no sense.
-static DECODE DecoderOf(const PICTURE &picture, const SCAN &scan)
+static JPG_DECODE DecoderOf(const PICTURE &picture, const SCAN &scan)
 {
-    constexpr std::array<DECODE, 6> decoders = {nullptr,        DecodeSequential, DecodeDCFirst,
-                                                DecodeDCRefine, DecodeACFirst,    DecodeACRefine};
+    constexpr std::array<JPG_DECODE, 6> decoders = {
+        nullptr, DecodeSequential, DecodeDCFirst, DecodeDCRefine, DecodeACFirst, DecodeACRefine};
     const JPG_HEADER &h = JPG_Header;
     if (scan.Components.empty() || h.Se > 63 || h.Ss > h.Se || h.Al > 13)
         return nullptr;
@@ -315,25 +348,101 @@ static DECODE DecoderOf(const PICTURE &picture, const SCAN &scan)
     return picture.Direct ? DecodeDirect : decoders[h.ScanMode];
 }
 
-static bool Decodable()
+// The process of a frame header that is not read.
+static const char *ProcessOf(uint8_t marker)
+{
+    switch (marker) {
+    case 0:
+        return "no frame header";
+    case 0xC1:
+        return "extended sequential coding";
+    case 0xC3:
+        return "lossless coding";
+    case 0xC9:
+    case 0xCA:
+    case 0xCB:
+        return "arithmetic coding";
+    }
+    return "hierarchical coding";
+}
+
+// Whether every component's factors are 1 to 4 and within an MCU.
+static bool FactorsFit()
 {
     const JPG_HEADER &h = JPG_Header;
     const JPG_DECODER &d = JPG_Decoder;
-    if (h.DataOffset == 0 || h.Precision != 8 || (h.ComponentCount != 1 && h.ComponentCount != 3) ||
-        h.Width == 0 || h.Height == 0)
+    return std::all_of(h.Components.begin(), h.Components.begin() + h.ComponentCount,
+                       [&d](const JPG_COMPONENT &c) {
+                           const unsigned horizontal = c.Sampling >> 4, vertical = c.Sampling & 15;
+                           return horizontal >= 1 && horizontal <= std::min<unsigned>(d.H, 4) &&
+                                  vertical >= 1 && vertical <= std::min<unsigned>(d.V, 4);
+                       });
+}
+
+// Pixels of an Exif thumbnail, which has 160 x 120 as a rule.
+constexpr uint32_t JPG_MaxThumbnail = 1 << 22;
+
+// What there is no picture for, and why.
+static bool IsRefused(JPG_COLOURS colours)
+{
+    const JPG_HEADER &h = JPG_Header;
+    const JPG_DECODER &d = JPG_Decoder;
+    if (h.Width == 0)
+        Reason_Set("%s", ProcessOf(d.Refused));
+    else if (h.DataOffset == 0)
+        Reason_Set("no scan");
+    else if (h.Precision != 8)
+        Reason_Set("%d bits a sample", h.Precision);
+    else if (colours == JPG_COLOURS_NONE || h.ComponentCount < 1 || h.ComponentCount > 4)
+        Reason_Set("%d components", h.ComponentCount);
+    else if (h.Height == 0)
+        Reason_Set("a side of 0 pixels");
+    else if (!FactorsFit())
+        Reason_Set("sampling factors that make no sense");
+    else if (d.PaddedWidth > 65535 || d.PaddedHeight > 65535)
+        Reason_Set("a padded side of more than 65535 pixels");
+    else if (d.Embedded && d.PaddedWidth * d.PaddedHeight > JPG_MaxThumbnail)
+        Reason_Set("a thumbnail of %d x %d pixels", h.Width, h.Height);
+    else
         return false;
-    uint64_t blocks = 0;  // of an MCU
-    for (size_t i = 0; i < h.ComponentCount; i++) {
-        const unsigned horizontal = h.Components[i].Sampling >> 4;
-        const unsigned vertical = h.Components[i].Sampling & 15;
-        if (horizontal < 1 || horizontal > 4 || vertical < 1 || vertical > 4 || horizontal > d.H ||
-            vertical > d.V)
-            return false;
-        blocks += horizontal * vertical;
-    }
-    blocks *= uint64_t{d.McusAcross} * d.McusDown;
-    return d.PaddedWidth <= 65535 && d.PaddedHeight <= 65535 &&
-           blocks / 64 <= uint64_t{JPG_File.size()} * 8;  // of a bit at least
+    return true;
+}
+
+// Blocks of all components in an MCU.
+static uint64_t BlocksOfMcu()
+{
+    const JPG_HEADER &h = JPG_Header;
+    uint64_t blocks = 0;
+    for (size_t i = 0; i < h.ComponentCount; i++)
+        blocks += (h.Components[i].Sampling >> 4) * (h.Components[i].Sampling & 15u);
+    return blocks;
+}
+
+// Bytes of the file from the picture's start on.
+static uint64_t OwnBytes()
+{
+    const size_t size = JPG_Header.FileSize, start = JPG_Decoder.Start;
+    return size - std::min(size, start);
+}
+
+// The most blocks that a byte can stand for, by Picture_Believes' measure of an eighth: a scan has
+// a bit for each at the least. Files count as larger than they are by some KiB, since a damaged
+// small one may hold something.
+constexpr uint64_t JPG_BlocksPerByte = 12, JPG_SpareBytes = 16384;
+
+static bool IsBelievable()
+{
+    const JPG_DECODER &d = JPG_Decoder;
+    const uint64_t perByte = JPG_BlocksPerByte * 64 * d.H * d.V / BlocksOfMcu() / Picture_MinShare;
+    return Picture_Believes(d.PaddedWidth, d.PaddedHeight, OwnBytes() + JPG_SpareBytes,
+                            std::max<uint64_t>(perByte, 1));
+}
+
+// Several components may have the same id. By the framework's rules a scan's is always the first of
+// them; by the format's the first that the scan does not have yet.
+static bool IsFree(const COMPONENT &component, const std::vector<COMPONENT *> &found)
+{
+    return !JPG_ByFormat() || std::find(found.begin(), found.end(), &component) == found.end();
 }
 
 // The components that the current scan header names; none when it names one that there is not.
@@ -343,7 +452,8 @@ static std::vector<COMPONENT *> FindComponents(PICTURE &picture)
     std::vector<COMPONENT *> found;
     for (size_t i = 0; i < h.ScanComponentCount && h.ScanComponentCount <= picture.Count; i++)
         for (size_t k = 0; k < picture.Count; k++)
-            if (h.Components[k].Id == h.ScanComponents[i].Id) {
+            if (h.Components[k].Id == h.ScanComponents[i].Id &&
+                IsFree(picture.Components[k], found)) {
                 found.push_back(&picture.Components[k]);
                 break;
             }
@@ -375,13 +485,14 @@ static bool MakeComponents(PICTURE &picture)
     const JPG_HEADER &h = JPG_Header;
     const JPG_DECODER &d = JPG_Decoder;
     picture.Count = h.ComponentCount;
-    const uint8_t full = h.Components[0].Sampling;
+    const auto full = static_cast<uint8_t>(d.H << 4 | d.V);
     // A single component of other factors has its blocks not in the order of its MCUs.
-    picture.Direct = h.ScanMode == 1 && !d.Progressive && (picture.Count == 3 || full == 0x11) &&
+    picture.Direct = h.ScanMode == 1 && !d.Progressive && (picture.Count > 1 || full == 0x11) &&
                      FindComponents(picture).size() == picture.Count;
     for (size_t i = 0; i < picture.Count; i++) {
         COMPONENT &c = picture.Components[i];
-        c.Plane = JPG_MakePlane(h.Components[i].Sampling, full, h.Width, h.Height);
+        c.Plane = JPG_MakePlane(h.Components[i].Sampling, full, h.Width, h.Height,
+                                JPG_ByFormat() ? JPG_STRETCH_USUAL : JPG_STRETCH_LINEAR);
         c.BlocksAcross = d.McusAcross * c.Plane.H;
         c.BlocksDown = d.McusDown * c.Plane.V;
         c.CodedAcross = (c.Plane.Width + 7) / 8;
@@ -393,8 +504,8 @@ static bool MakeComponents(PICTURE &picture)
 // Greater numbers of a table are taken for this one. A sample is less than 7 x 2^15 times the
 // greatest, coefficients having 16 bits, and so within an int before it is cut to 255. Encoders
 // divide coefficients of at most 1024 by such numbers: pictures are what they were.
-constexpr uint16_t JPG_MostQuantisation = 8192;
-static_assert((int64_t{7} << 15) * JPG_MostQuantisation < INT32_MAX);
+constexpr uint16_t JPG_MaxQuantisation = 8192;
+static_assert((int64_t{7} << 15) * JPG_MaxQuantisation < INT32_MAX);
 
 static void MakeScale(COMPONENT &c, size_t number)
 {
@@ -405,7 +516,7 @@ static void MakeScale(COMPONENT &c, size_t number)
         for (size_t column = 0; column < 8; column++) {
             const size_t natural = 8 * row + column;
             const float wide = static_cast<float>(std::min(table.Wide[JPG_ZigZag2[natural]],
-                                                           JPG_MostQuantisation)) *
+                                                           JPG_MaxQuantisation)) *
                                JPG_ScaleFactor[row] * JPG_ScaleFactor[column];
             c.Scale[8 * column + row] = (table.Precision ? wide : table.Values[natural]) / 8;
         }
@@ -416,11 +527,12 @@ static SCAN MakeScan(PICTURE &picture)
 {
     const JPG_HEADER &h = JPG_Header;
     SCAN scan{};
+    scan.GoesOn = JPG_ByFormat();
     scan.Components = FindComponents(picture);
     for (size_t i = 0; i < scan.Components.size(); i++) {
         COMPONENT &c = *scan.Components[i];
-        JPG_MakeCodes(h.DC[h.ScanComponents[i].Tables >> 4 & 3], false, c.DCCodes);
-        JPG_MakeCodes(h.AC[h.ScanComponents[i].Tables & 3], true, c.ACCodes);
+        JPG_MakeCodes(h.DC[h.ScanComponents[i].Tables >> 4 & 3], false, scan.GoesOn, c.DCCodes);
+        JPG_MakeCodes(h.AC[h.ScanComponents[i].Tables & 3], true, scan.GoesOn, c.ACCodes);
         MakeScale(c,
                   h.Components[static_cast<size_t>(&c - picture.Components.data())].Quantisation);
     }
@@ -435,9 +547,9 @@ static SCAN MakeScan(PICTURE &picture)
     return scan;
 }
 
-// Reads the bits of restart interval `number`; false when they were lost. The marker behind them
-// tells which interval follows: a later one than the next, then those between are lost; an earlier
-// one, then it is passed over with what follows it. Codes that nobody uses are damage.
+// Reads the bits of restart interval `number`; false when they are lost. The marker after them
+// tells which interval follows: up to 3 ahead, the ones between are lost; else it is stale and
+// skipped with what follows it. Markers that have no meaning here are skipped.
 static bool StartInterval(SCAN &scan, size_t number)
 {
     if (scan.Ended || scan.Pending > number)
@@ -448,6 +560,7 @@ static bool StartInterval(SCAN &scan, size_t number)
     scan.Bits.In = scan.Bytes.data();
     scan.Bits.End = scan.Bytes.data() + scan.Bytes.size() - JPG_BitsSlack;
     scan.EndOfBandRun = 0;
+    scan.Lost = false;
     for (COMPONENT *c : scan.Components)
         c->DC = 0;
     for (; JPG_Position + 1 < file.size(); JPG_Position++) {
@@ -455,7 +568,7 @@ static bool StartInterval(SCAN &scan, size_t number)
         if (file[JPG_Position] != 0xFF || marker < 0xC0 || marker == 0xFF)
             continue;
         scan.Ended = marker < 0xD0 || marker > 0xD7;
-        const size_t lost = (marker - number) & 7;  // intervals; 4 and more: it is an earlier one
+        const size_t lost = (marker - number) & 7;  // intervals; 4 and more: it is stale
         if (scan.Ended)
             return true;
         if (lost < 4) {
@@ -479,20 +592,33 @@ static void FillGrey(SCAN &scan, size_t x, size_t end, size_t y)
 // Pixels of one row of MCUs, and those of the row above that waited for it.
 static void MakePixels(PICTURE &picture, size_t y, uint8_t *pixels)
 {
-    std::array<JPG_PLANE *, 3> planes;
+    std::array<JPG_PLANE *, 4> planes;
     for (size_t i = 0; i < picture.Count; i++)
         planes[i] = &picture.Components[i].Plane;
-    const size_t step = 8 * planes[0]->V, height = JPG_Decoder.PaddedHeight;
+    const size_t step = 8 * size_t{JPG_Decoder.V}, height = JPG_Decoder.PaddedHeight;
     const size_t to = step * (y + 1) == height ? height : JPG_RowsReady(*planes[0], step * (y + 1));
-    JPG_MakeRows(std::span(planes).first(picture.Count),
+    JPG_MakeRows(std::span(planes).first(picture.Count), picture.Colours,
                  y == 0 ? 0 : JPG_RowsReady(*planes[0], step * y), to, pixels);
 }
 
-// Decodes the scan at JPG_Position, which is left before the marker behind it.
+// Why MCU row y of a scan has not all of its blocks.
+static void NoteLoss(const PICTURE &picture, const SCAN &scan, size_t y)
+{
+    const JPG_HEADER &h = JPG_Header;
+    const size_t rows = std::min<size_t>(h.Height, y * JPG_Decoder.PaddedHeight / scan.Down);
+    const char *what = JPG_Position + 1 >= JPG_File.size() ? "cut" : "damaged";
+    if (picture.Direct)
+        Reason_Set("%s after %zu of %d rows", what, rows, h.Height);
+    else
+        Reason_Set("%s in scan %d after %zu of %d rows", what, picture.Scans, rows, h.Height);
+}
+
+// Decodes the scan at JPG_Position, which is left before the marker after it. Without more bits it
+// ends at once, unless rows of pixels are still to be made.
 static void DecodeScan(PICTURE &picture, uint8_t *pixels)
 {
     SCAN scan = MakeScan(picture);
-    const DECODE decode = DecoderOf(picture, scan);
+    const JPG_DECODE decode = DecoderOf(picture, scan);
     if (!decode)
         return;
     size_t mcu = 0, next = 0;  // where the current interval ends
@@ -505,9 +631,15 @@ static void DecodeScan(PICTURE &picture, uint8_t *pixels)
             }
             const size_t end = std::min(scan.Across, x + (next - mcu));
             const size_t reached = good ? decode(scan, x, end, y) : x;
-            good = reached == end;
-            if (picture.Direct && !good)
-                FillGrey(scan, reached, end, y);
+            picture.Visits += (reached - x + 1) * scan.Components.size();
+            good = good && !scan.Lost;
+            if (!good) {
+                NoteLoss(picture, scan, y);
+                if (picture.Direct)
+                    FillGrey(scan, reached, end, y);
+                else if (scan.Ended)
+                    return;
+            }
             mcu += end - x;
             x = end;
         }
@@ -528,25 +660,54 @@ static void TransformRow(COMPONENT &c, size_t y)
         }
 }
 
-// No encoder makes so many; so a small file cannot ask for hours.
-constexpr int JPG_MostScans = 1000;
+// No encoder makes so many scans, nor such that visit their blocks so often: so a small file cannot
+// ask for hours.
+constexpr int JPG_MaxScans = 1000;
+constexpr uint64_t JPG_VisitsPerByte = 128, JPG_VisitsPerBlock = 32;
 
-static void DecodeScans(PICTURE &picture, uint8_t *pixels)
+// Whether the next scan is within those bounds.
+static bool IsBounded(const PICTURE &picture, uint64_t blocks)
+{
+    if (picture.Scans >= JPG_MaxScans)
+        Reason_Set("more than %d scans", JPG_MaxScans);
+    else if (picture.Visits > OwnBytes() * JPG_VisitsPerByte + blocks * JPG_VisitsPerBlock)
+        Reason_Set("scan %d and on: more work than its bytes are worth", picture.Scans + 1);
+    else
+        return true;
+    return false;
+}
+
+// What the file lacks although none of its scans is cut.
+static void NoteMissingScans(const PICTURE &picture)
+{
+    for (size_t i = 0; i < picture.Count; i++)
+        if (!picture.Components[i].Scaled)
+            Reason_Set("no scan of component %zu", i + 1);
+    if (JPG_Decoder.Progressive && !JPG_Decoder.Ended)
+        Reason_Set("cut after scan %d", picture.Scans);
+}
+
+static void DecodeAllScans(PICTURE &picture, uint8_t *pixels)
 {
     JPG_Decoder.InScans = true;
     const JPG_DECODER decoder = JPG_Decoder;  // should a second frame header follow
     const JPG_HEADER header = JPG_Header;
-    for (int scans = 0; JPG_Header.DataOffset != 0 && scans < JPG_MostScans; scans++) {
+    const uint64_t blocks = BlocksOfMcu() * decoder.McusAcross * decoder.McusDown;
+    while (JPG_Header.DataOffset != 0 && IsBounded(picture, blocks)) {
+        picture.Scans++;
         DecodeScan(picture, pixels);
         if (picture.Direct)
             return;
-        JPG_Load("*");
+        JPG_WalkMarkers();
+        const bool ended = JPG_Decoder.Ended;
         JPG_Decoder = decoder;
+        JPG_Decoder.Ended = ended;
         JPG_Header.Width = header.Width;
         JPG_Header.Height = header.Height;
         JPG_Header.ComponentCount = header.ComponentCount;
         JPG_Header.Components = header.Components;
     }
+    NoteMissingScans(picture);
     for (size_t y = 0; y < decoder.McusDown; y++) {
         for (size_t i = 0; i < picture.Count; i++)
             TransformRow(picture.Components[i], y);
@@ -554,19 +715,19 @@ static void DecodeScans(PICTURE &picture, uint8_t *pixels)
     }
 }
 
-uint8_t *JPG_Decoding()
+uint8_t *JPG_DecodeScans(JPG_COLOURS colours)
 {
-    const size_t bytes = size_t{JPG_Decoder.PaddedWidth} * JPG_Decoder.PaddedHeight * 4;
-    if (!Decodable() || bytes > Picture_MaxBytes)
+    if (IsRefused(colours) || !IsBelievable())
         return nullptr;
-    std::unique_ptr<uint8_t, FREE> pixels(static_cast<uint8_t *>(std::malloc(bytes)));
-    try {
-        const auto picture = std::make_unique<PICTURE>();
-        if (!pixels || !MakeComponents(*picture))
-            return nullptr;
-        DecodeScans(*picture, pixels.get());
-    } catch (const std::bad_alloc &) {
+    const size_t pixelBytes = JPG_PixelBytes(colours, JPG_Header.ComponentCount);
+    const size_t bytes = size_t{JPG_Decoder.PaddedWidth} * JPG_Decoder.PaddedHeight * pixelBytes;
+    std::unique_ptr<uint8_t, JPG_FREE> pixels(static_cast<uint8_t *>(std::malloc(bytes)));
+    const auto picture = std::make_unique<PICTURE>();
+    picture->Colours = colours;
+    if (!pixels || !MakeComponents(*picture)) {
+        Reason_Set("out of memory");
         return nullptr;
     }
+    DecodeAllScans(*picture, pixels.get());
     return pixels.release();
 }

@@ -4,14 +4,18 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 
-/// Decodes the scan that JPG_Load stands before and all that follow it.
-///
-/// Returns PaddedWidth x PaddedHeight pixels of 4 bytes (R G B A, alpha 255), top row first. From
-/// malloc: the caller frees it. Damage keeps what stood before it and goes on behind the next
-/// restart marker; what is missing is grey. Null when there is no frame or scan, for other than 1
-/// or 3 components of 8 bits, sampling factors outside 1 to 4 or above the first component's,
-/// padded sides above 65535, pictures whose blocks could not be coded in 64 times the file, and
-/// more pixels than Picture_MaxBytes. Peak memory beside the file and a copy of its longest
-/// restart interval: 11 bytes a pixel for files of several scans, 5 for others.
-uint8_t *JPG_Decoding();
+#include "picture/jpg_colour.h"
+
+struct JPG_FREE {
+    void operator()(void *memory) const
+    {
+        std::free(memory);
+    }
+};
+
+/// Decodes the scan that the marker walk (picture/jpg_markers.h) stands before and all that follow
+/// it: PaddedWidth x PaddedHeight pixels of JPG_PixelBytes bytes, top row first, from malloc. Null,
+/// with a reason, when there is nothing that can be decoded. May throw std::bad_alloc.
+uint8_t *JPG_DecodeScans(JPG_COLOURS colours);

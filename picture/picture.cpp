@@ -12,7 +12,6 @@
 #include "picture/gif.h"
 #include "picture/ham68.h"
 #include "picture/jpg.h"
-#include "picture/jpg_scan.h"
 #include "picture/lbm.h"
 #include "picture/pcx.h"
 #include "picture/png.h"
@@ -207,10 +206,7 @@ static constexpr auto IsPCX = [](const PICTURE_HEAD &h) { return h[0] == 0x0A; }
 static constexpr auto IsPNM = [](const PICTURE_HEAD &h) {
     return h[0] == 'P' && h[1] >= '1' && h[1] <= '6';
 };
-static constexpr auto IsJPEG = [](const PICTURE_HEAD &h) {
-    return (Begins(h, "\xFF\xD8\xFF\xE0"sv) && h.Has(6, "JFIF")) ||
-           (Begins(h, "\xFF\xD8\xFF\xE1"sv) && h.Has(6, "Exif"));
-};
+static constexpr auto IsJPEG = [](const PICTURE_HEAD &h) { return JPG_Detected(h.Bytes); };
 static constexpr auto IsTGA = [](const PICTURE_HEAD &h) {
     return h[0] == 0 && h[1] == 0 && h[2] != 0 && h[16] % 8 == 0;
 };
@@ -223,7 +219,6 @@ static constexpr auto IsGIF = [](const PICTURE_HEAD &h) { return Begins(h, "GIF8
 static constexpr auto IsSPR = [](const PICTURE_HEAD &h) { return Begins(h, "SPRITES"); };
 
 // By the format's rules.
-static constexpr auto IsAnyJPEG = [](const PICTURE_HEAD &h) { return Begins(h, "\xFF\xD8\xFF"sv); };
 static constexpr auto IsAnyILBM = [](const PICTURE_HEAD &h) {
     return IsILBM(h) || (Begins(h, "FORM") && h.Has(8, "ACBM"));
 };
@@ -237,8 +232,7 @@ static constexpr std::array<PICTURE_ROW, PICTURE_FORMATS> formats = {{
      [](Picture &p, uint16_t) { Fill(p, PCX_Header, PCX_Decoding); }, PCX_UnLoad},
     {PICTURE_PNM, "PNM", IsPNM, FormatPNM, PICTURE_MAGIC, Load<PXM_Load>,
      [](Picture &p, uint16_t) { Fill(p, PXM_Header, PXM_Decoding); }, PXM_UnLoad},
-    {PICTURE_JPEG, "JPEG", IsJPEG, IsAnyJPEG, PICTURE_SIGNATURE, Load<JPG_Load>, FillJPG,
-     JPG_UnLoad},
+    {PICTURE_JPEG, "JPEG", IsJPEG, IsJPEG, PICTURE_SIGNATURE, Load<JPG_Load>, FillJPG, JPG_UnLoad},
     {PICTURE_TGA, "TGA", IsTGA, FormatTGA, PICTURE_PLAUSIBLE, Load<TGA_Load>,
      [](Picture &p, uint16_t) { Fill(p, TGA_Header, TGA_Decoding); }, TGA_UnLoad},
     {PICTURE_PNG, "PNG", IsPNG, IsPNG, PICTURE_SIGNATURE, Load<PNG_Load>,

@@ -1,19 +1,25 @@
 #include "picture/tif.h"
 
 #include <algorithm>
-#include <bit>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <span>
-#include <type_traits>
+#include <unordered_set>
 
-#include "extra/bytes.h"
-#include "picture/inflate.h"
-#include "picture/packbits.h"
+#include "extra/reason.h"
 #include "picture/pixels.h"
+#include "picture/tif_colour.h"
+#include "picture/tif_packing.h"
 
 constinit thread_local TIF_HEADER TIF_Header{};
 constinit thread_local BYTES_BUFFER TIF_File{};
 constinit thread_local size_t TIF_Position{};
+constinit thread_local uint32_t TIF_Page{}, TIF_PageCount{};
+
+namespace
+{
 
 enum TIF_TAG : uint16_t {
     TIF_ImageWidth = 256,
@@ -24,28 +30,40 @@ enum TIF_TAG : uint16_t {
     TIF_FillOrder = 266,
     TIF_DocumentName = 269,
     TIF_StripOffsets = 273,
+    TIF_Orientation = 274,
     TIF_SamplesPerPixel = 277,
     TIF_RowsPerStrip = 278,
     TIF_StripByteCounts = 279,
     TIF_PlanarConfiguration = 284,
+    TIF_T4Options = 292,
     TIF_Predictor = 317,
     TIF_ColorMap = 320,
     TIF_TileWidth = 322,
+    TIF_TileLength = 323,
+    TIF_TileOffsets = 324,
+    TIF_TileByteCounts = 325,
     TIF_ExtraSamples = 338,
+    TIF_SampleFormat = 339,
+    TIF_JPEGTables = 347,
+    TIF_YCbCrCoefficients = 529,
+    TIF_YCbCrSubsampling = 530,
+    TIF_ReferenceBlackWhite = 532,
 };
 
-enum TIF_COMPRESSION : uint16_t {
-    TIF_Plain = 1,
-    TIF_LZW = 5,
-    TIF_Deflate = 8,
-    TIF_OldDeflate = 32946,
-    TIF_PackBits = 32773,
-};
-
-enum TIF_COLORS : uint16_t { TIF_WhiteIs0, TIF_BlackIs0, TIF_RGB, TIF_Palette };
+}  // namespace
 
 constexpr uint32_t TIF_HeaderSize = 8;
-constexpr uint16_t TIF_MostSamples = 8;
+constexpr uint16_t TIF_Big = 43;  // the magic number of files with 64-bit offsets
+constexpr uint16_t TIF_MaxSamples = 8;
+// How many times over a file's strips may take its bytes. JPEG streams cost more, and bring tables
+// along; those of less than 2 KiB are not counted.
+constexpr uint64_t TIF_MaxOverlap = 8, TIF_MaxOverlapOfJPEG = 2;
+constexpr size_t TIF_FreeTables = 2048;
+
+static bool ByFormat()
+{
+    return TIF_Header.Rules == PICTURE_RULES_FORMAT;
+}
 
 uint8_t TIF_GetByte()
 {
@@ -65,21 +83,73 @@ uint32_t TIF_GetDWord()
                                        : Bytes_GetLittle(TIF_File, TIF_Position, 4);
 }
 
-// Bytes of a value, by type.
-constexpr std::array<uint8_t, 6> TIF_TypeSize = {0, 1, 1, 2, 4, 8};
+static uint64_t GetQWord()
+{
+    const uint64_t first = TIF_GetDWord(), second = TIF_GetDWord();
+    return TIF_Header.ByteOrder == 'M' ? first << 32 | second : second << 32 | first;
+}
+
+static bool IsBig()
+{
+    return ByFormat() && TIF_Header.Magic == TIF_Big;
+}
+
+// A count or an offset, which BigTIFF has twice as wide.
+static uint64_t GetOffset()
+{
+    return IsBig() ? GetQWord() : TIF_GetDWord();
+}
+
+// Bytes of a value, by type; 0 for those that the rules do not know.
+static size_t TypeSize(uint16_t type)
+{
+    constexpr std::array<uint8_t, 19> sizes = {0, 1, 1, 2, 4, 8, 1, 1, 2, 4,
+                                               8, 4, 8, 4, 0, 0, 8, 8, 8};
+    constexpr size_t framework = 6;
+    return type < (ByFormat() ? sizes.size() : framework) ? sizes[type] : 0;
+}
 
 static TIF_ENTRY ReadEntry()
 {
     TIF_ENTRY e{};
     e.Tag = TIF_GetWord();
     e.Type = TIF_GetWord();
-    e.Count = TIF_GetDWord();
-    e.ByteSize = uint64_t{e.Count} * (e.Type < TIF_TypeSize.size() ? TIF_TypeSize[e.Type] : 0);
+    e.Count = GetOffset();
+    const size_t size = TypeSize(e.Type), room = IsBig() ? 8 : 4;
+    e.ByteSize = size != 0 && e.Count <= UINT64_MAX / size ? e.Count * size : 0;
     e.Position = TIF_Position;
-    e.Value = TIF_GetDWord();
-    if (e.ByteSize > 4)
-        e.Position = e.Value;
+    e.Value = GetOffset();
+    if (e.ByteSize > room)
+        e.Position = static_cast<size_t>(e.Value);
     return e;
+}
+
+// Goes to the directory at an offset and gives its number of entries.
+static uint64_t BeginDirectory(uint64_t offset)
+{
+    TIF_Position = static_cast<size_t>(offset);
+    return IsBig() ? GetQWord() : TIF_GetWord();
+}
+
+// Follows the chain of directories to the page's and gives its offset, 0 when there is no such
+// page. Counts the pages; a chain that comes back to one ends there.
+static uint64_t FindPage(uint64_t offset)
+{
+    const uint32_t wanted = ByFormat() ? TIF_Page : 0;
+    uint64_t found = 0;
+    std::unordered_set<uint64_t> seen;
+    TIF_PageCount = 0;
+    while (offset != 0 && offset < TIF_File.size() && TIF_PageCount < TIF_MaxPages &&
+           seen.insert(offset).second) {
+        if (TIF_PageCount++ == wanted)
+            found = offset;
+        const uint64_t count = BeginDirectory(offset), size = IsBig() ? 20 : 12;
+        if (count > TIF_File.size() / size)
+            break;
+        TIF_Position += static_cast<size_t>(count * size);
+        offset = GetOffset();
+    }
+    return found;
 }
 
 static void ReadDirectories()
@@ -89,18 +159,20 @@ static void ReadDirectories()
     h.ByteOrder = TIF_GetByte();
     TIF_Position++;  // the letter again
     h.Magic = TIF_GetWord();
-    h.NextDirectory = TIF_GetDWord();
+    if (IsBig())
+        TIF_Position += 4;  // the size of offsets, 8, and a 0
+    const uint64_t first = GetOffset(), page = FindPage(first);
+    h.NextDirectory = ByFormat() ? page : first;
     while (h.NextDirectory != 0 && h.DirectoryCount < h.Directories.size()) {
         TIF_IFD &directory = h.Directories[h.DirectoryCount++];
-        TIF_Position = h.NextDirectory;
-        const size_t count = TIF_GetWord();
-        for (size_t i = 0; i < count && TIF_Position < TIF_File.size(); i++)
+        const uint64_t count = BeginDirectory(h.NextDirectory);
+        for (uint64_t i = 0; i < count && TIF_Position < TIF_File.size(); i++)
             directory.Entries.push_back(ReadEntry());
-        directory.Next = h.NextDirectory = TIF_GetDWord();
+        directory.Next = h.NextDirectory = GetOffset();
     }
 }
 
-// The first directory's entry of a tag; null when there is none.
+// The entry of a tag in the page's directory; null when there is none.
 static const TIF_ENTRY *Find(TIF_TAG tag)
 {
     const auto &entries = TIF_Header.Directories[0].Entries;
@@ -109,521 +181,544 @@ static const TIF_ENTRY *Find(TIF_TAG tag)
     return found != entries.end() ? &*found : nullptr;
 }
 
-// The i-th number of an entry; 0 when it has fewer or none.
-static uint32_t GetValue(const TIF_ENTRY *entry, size_t i)
+// The i-th number of an entry; 0 when it has fewer or none. Of a fraction its first byte, on
+// purpose.
+static uint64_t GetValue(const TIF_ENTRY *entry, size_t i)
 {
     if (!entry || i >= entry->Count || entry->ByteSize == 0)
         return 0;
-    TIF_Position = entry->Position + i * TIF_TypeSize[entry->Type];
+    TIF_Position = entry->Position + i * TypeSize(entry->Type);
     switch (entry->Type) {
     case 3:
+    case 8:
         return TIF_GetWord();
     case 4:
+    case 9:
+    case 13:
         return TIF_GetDWord();
+    case 16:
+    case 17:
+    case 18:
+        return GetQWord();
     default:
         return TIF_GetByte();
     }
+}
+
+// The i-th fraction of an entry.
+static double GetFraction(const TIF_ENTRY *entry, size_t i)
+{
+    TIF_Position = entry->Position + i * 8;
+    const double above = TIF_GetDWord();
+    return above / TIF_GetDWord();
 }
 
 // The number of a tag that has one, within 16 bits: larger ones are 0.
 static uint16_t GetTag(TIF_TAG tag, uint16_t missing)
 {
     const TIF_ENTRY *entry = Find(tag);
-    const uint32_t value = entry ? GetValue(entry, 0) : missing;
+    const uint64_t value = entry ? GetValue(entry, 0) : missing;
     return value <= 0xFFFF ? static_cast<uint16_t>(value) : uint16_t{0};
 }
 
-// A list of three is believed when it is even, and else taken for 8.
-static uint8_t ReadBitsPerSample()
+// Framework: if the first two of a list agree and the third is not 0 they are taken, else 8.
+static uint16_t FrameworkBits(const TIF_ENTRY *entry)
 {
-    const TIF_ENTRY *entry = Find(TIF_BitsPerSample);
-    uint16_t bits = GetTag(TIF_BitsPerSample, 0);
-    if (entry && entry->ByteSize >= 5) {
-        auto &list = TIF_Header.SampleBits;
-        TIF_Position = entry->Position;
-        for (uint16_t &sample : list)
-            sample = TIF_GetWord();
-        bits = list[0] == list[1] && list[2] != 0 ? list[0] : uint16_t{8};
+    if (!entry || entry->ByteSize < 5)
+        return GetTag(TIF_BitsPerSample, 0);
+    auto &list = TIF_Header.SampleBits;
+    TIF_Position = entry->Position;
+    for (uint16_t &sample : list)
+        sample = TIF_GetWord();
+    return list[0] == list[1] && list[2] != 0 ? list[0] : uint16_t{8};
+}
+
+// Format: all have to be the same; 0 if they are not.
+static uint16_t FormatBits(const TIF_ENTRY *entry)
+{
+    const uint16_t bits = GetTag(TIF_BitsPerSample, 1);
+    auto &list = TIF_Header.SampleBits;
+    for (size_t i = 0; entry && i < std::min<uint64_t>(entry->Count, TIF_MaxSamples); i++) {
+        const uint64_t value = GetValue(entry, i);
+        if (i < list.size())
+            list[i] = static_cast<uint16_t>(value);
+        if (value != bits) {
+            Reason_Set("samples of different sizes");
+            return 0;
+        }
     }
-    return bits <= 0xFF ? static_cast<uint8_t>(bits) : uint8_t{0};
+    return bits;
 }
 
 static void ReadDocumentName()
 {
     const TIF_ENTRY *entry = Find(TIF_DocumentName);
     auto &name = TIF_Header.DocumentName;
-    for (size_t i = 0; entry && i < std::min<size_t>(entry->Count, name.size() - 1); i++)
+    for (size_t i = 0; entry && i < std::min<uint64_t>(entry->Count, name.size() - 1); i++)
         name[i] = static_cast<char>(GetValue(entry, i));
 }
 
-// What a pixel is made of. Files that say less than the standard asks for are RGB.
+static const TIF_PACKING *Packing()
+{
+    return TIF_FindPacking(TIF_Header.Compression);
+}
+
+static uint16_t ColourSamples()
+{
+    const TIF_COLOURS *colours = TIF_FindColours(TIF_Header.Photometric);
+    return colours ? colours->Samples : uint16_t{1};
+}
+
+// Framework: files that say less than the standard asks for are RGB.
+static uint16_t FrameworkSamples()
+{
+    return GetTag(TIF_Photometric, TIF_RGB) != TIF_RGB ? 1 : 3;
+}
+
+// What files leave out, and which sample after the colours is alpha.
 static void ReadSamples()
 {
     TIF_HEADER &h = TIF_Header;
     const TIF_ENTRY *bits = Find(TIF_BitsPerSample);
-    const bool grey = GetTag(TIF_Photometric, TIF_RGB) != TIF_RGB;
-    const bool list = bits && bits->Count >= 3 && bits->Count <= TIF_MostSamples;
-    const auto samples = static_cast<uint16_t>(list ? bits->Count : grey ? 1 : 3);
+    const bool list = bits && bits->Count >= 3 && bits->Count <= TIF_MaxSamples;
+    const auto samples = static_cast<uint16_t>(list         ? bits->Count
+                                               : ByFormat() ? 1
+                                                            : FrameworkSamples());
     h.Samples = GetTag(TIF_SamplesPerPixel, samples);
-    h.Photometric = GetTag(TIF_Photometric, h.Samples >= 3 ? TIF_RGB : TIF_BlackIs0);
-    const bool extra = h.Samples > (h.Photometric == TIF_RGB ? 3 : 1);
+    const bool fax = ByFormat() && Packing() && Packing()->Fax;
+    h.Photometric = GetTag(TIF_Photometric, h.Samples >= 3 ? TIF_RGB
+                                            : fax          ? TIF_WhiteIs0
+                                                           : TIF_BlackIs0);
+    const bool extra = h.Samples > ColourSamples();
     h.Alpha = extra && h.Photometric != TIF_Palette ? GetTag(TIF_ExtraSamples, 2) : uint16_t{0};
+    if (h.Alpha > 2)
+        h.Alpha = 0;
+}
+
+// Strips are tiles as wide as the picture.
+static void ReadTiles()
+{
+    TIF_HEADER &h = TIF_Header;
+    h.Tiled = Find(TIF_TileWidth) != nullptr;
+    const TIF_ENTRY *strips = Find(TIF_StripOffsets);
+    if (h.Tiled) {
+        h.TileWidth = GetTag(TIF_TileWidth, 0);
+        h.RowsPerStrip = GetTag(TIF_TileLength, 0);
+        if (const TIF_ENTRY *tiles = Find(TIF_TileOffsets))
+            strips = tiles;
+    } else {
+        const uint64_t rows = GetValue(strips ? Find(TIF_RowsPerStrip) : nullptr, 0);
+        h.TileWidth = h.Width;
+        h.RowsPerStrip = rows != 0 && rows < h.Height ? static_cast<uint32_t>(rows) : h.Height;
+    }
+    h.DataPosition = strips ? static_cast<uint32_t>(GetValue(strips, 0)) : TIF_HeaderSize;
 }
 
 static void ReadHeader()
 {
     TIF_HEADER &h = TIF_Header;
     h = {};
+    h.Rules = Picture_Rules;
     ReadDirectories();
     h.Width = GetTag(TIF_ImageWidth, 0);
     h.Height = GetTag(TIF_ImageLength, 0);
     h.OutputSize = static_cast<uint32_t>(uint64_t{h.Width} * h.Height * 4);
-    h.BitsPerSample = ReadBitsPerSample();
+    const TIF_ENTRY *entry = Find(TIF_BitsPerSample);
+    const uint16_t bits = ByFormat() ? FormatBits(entry) : FrameworkBits(entry);
+    h.BitsPerSample = bits <= 0xFF ? static_cast<uint8_t>(bits) : uint8_t{0};
     h.Compression = GetTag(TIF_Compression, TIF_Plain);
     ReadDocumentName();
     ReadSamples();
     h.Planar = GetTag(TIF_PlanarConfiguration, 1) == 2 && h.Samples > 1;
     h.Predictor = GetTag(TIF_Predictor, 1);
     h.FillOrder = GetTag(TIF_FillOrder, 1);
-    const TIF_ENTRY *strips = Find(TIF_StripOffsets);
-    h.DataPosition = strips ? GetValue(strips, 0) : TIF_HeaderSize;
-    const uint32_t rows = GetValue(strips ? Find(TIF_RowsPerStrip) : nullptr, 0);
-    h.RowsPerStrip = rows != 0 && rows < h.Height ? rows : h.Height;
+    h.Orientation = GetTag(TIF_Orientation, 1);
+    h.FaxOptions = GetTag(TIF_T4Options, 0);
+    h.Subsampling = {1, 1};
+    if (h.Photometric == TIF_YCbCr && h.Compression != TIF_JPEG) {
+        const TIF_ENTRY *subsampling = Find(TIF_YCbCrSubsampling);
+        for (size_t i = 0; i < 2; i++)
+            h.Subsampling[i] =
+                subsampling ? static_cast<uint8_t>(GetValue(subsampling, i)) : uint8_t{2};
+    }
+    ReadTiles();
 }
 
-// Strips of one sample's plane, or of the whole picture.
-static size_t StripCount()
+namespace
 {
-    const TIF_HEADER &h = TIF_Header;
-    return (h.Height + size_t{h.RowsPerStrip} - 1) / h.RowsPerStrip;
-}
 
-static size_t RowsOf(size_t strip)
-{
-    const TIF_HEADER &h = TIF_Header;
-    return std::min<size_t>(h.RowsPerStrip, h.Height - strip * h.RowsPerStrip);
-}
+// The picture as a grid of strips or tiles, each of which may have one plane a sample.
+struct TIF_GRID {
+    size_t Across, Down, Planes;
+    size_t Step;       // bytes or words from a pixel to the next within a plane
+    size_t LineCount;  // pixel rows in a row of data units
+    size_t LineBytes;  // of a row of data units
+    size_t UnitBytes;  // 0: data units are pixels
 
-static size_t PlaneCount()
-{
-    return TIF_Header.Planar ? TIF_Header.Samples : 1;
-}
+    TIF_GRID()
+    {
+        const TIF_HEADER &h = TIF_Header;
+        Across = (h.Width + size_t{h.TileWidth} - 1) / h.TileWidth;
+        Down = (h.Height + size_t{h.RowsPerStrip} - 1) / h.RowsPerStrip;
+        Planes = h.Planar ? h.Samples : 1;
+        Step = h.Planar ? 1 : h.Samples;
+        const size_t across = h.Subsampling[0];
+        LineCount = h.Subsampling[1];
+        UnitBytes = across * LineCount > 1 ? across * LineCount + 2 : 0;
+        LineBytes = UnitBytes != 0 ? (h.TileWidth + across - 1) / across * UnitBytes
+                                   : (h.TileWidth * Step * h.BitsPerSample + 7) / 8;
+    }
 
-// Bytes from a pixel to the next within a plane.
-static size_t PixelStep()
-{
-    return TIF_Header.Planar ? 1 : TIF_Header.Samples;
-}
+    size_t RowsOf(size_t chunk) const  // in the picture
+    {
+        const TIF_HEADER &h = TIF_Header;
+        return std::min<size_t>(h.RowsPerStrip, h.Height - chunk / Across * h.RowsPerStrip);
+    }
 
-static size_t RowBytes()
-{
-    return TIF_Header.Width * PixelStep();
-}
+    size_t BytesOf(size_t chunk) const
+    {
+        return (RowsOf(chunk) + LineCount - 1) / LineCount * LineBytes;
+    }
+};
+
+}  // namespace
 
 // Values of an entry that the file really has.
 static size_t CountValues(const TIF_ENTRY &entry)
 {
     const size_t there = Bytes_GetSpan(TIF_File, entry.Position, entry.ByteSize).size();
-    return entry.ByteSize == 0 ? 0 : there / TIF_TypeSize[entry.Type];
+    return entry.ByteSize == 0 ? 0 : there / TypeSize(entry.Type);
 }
 
-// Where the strips are, and how many bytes they take.
+namespace
+{
+
+// Where the strips or tiles are, and how many bytes they take.
 struct TIF_STRIPS {
-    const TIF_ENTRY *Offsets = Find(TIF_StripOffsets);
-    const TIF_ENTRY *ByteCounts = Find(TIF_StripByteCounts);
-    size_t Count = std::min(Offsets ? CountValues(*Offsets) : 1, PlaneCount() * StripCount());
+    const TIF_ENTRY *Offsets = FindOf(TIF_StripOffsets, TIF_TileOffsets);
+    const TIF_ENTRY *ByteCounts = FindOf(TIF_StripByteCounts, TIF_TileByteCounts);
+    const TIF_ENTRY *Tables = Find(TIF_JPEGTables);
+    const TIF_GRID Grid{};
+    size_t Count = std::min(Offsets      ? CountValues(*Offsets)
+                            : ByFormat() ? 0
+                                         : 1,
+                            Grid.Planes *Grid.Across *Grid.Down);
+
+    // Some tiled files have the tags of strips.
+    static const TIF_ENTRY *FindOf(TIF_TAG strips, TIF_TAG tiles)
+    {
+        const TIF_ENTRY *entry = TIF_Header.Tiled ? Find(tiles) : nullptr;
+        return entry ? entry : Find(strips);
+    }
 
     // The stored bytes of a strip; not more of them than could be of use.
     std::span<const uint8_t> operator()(size_t index) const
     {
         if (index >= Count)
             return {};
-        const size_t whole = RowsOf(index % StripCount()) * RowBytes();
-        const size_t most = TIF_Header.Compression == TIF_Plain ? whole : 2 * whole + 1024;
-        const size_t count = ByteCounts ? GetValue(ByteCounts, index) : SIZE_MAX;
+        const size_t whole = Grid.BytesOf(index % (Grid.Across * Grid.Down));
+        const bool plain = TIF_Header.Compression == TIF_Plain;
+        const bool free = Packing()->Fax || TIF_Header.Compression == TIF_JPEG;
+        const size_t most = plain ? whole : free ? SIZE_MAX : 2 * whole + 1024;
+        size_t count = ByteCounts ? GetValue(ByteCounts, index) : SIZE_MAX;
         const size_t offset = Offsets ? GetValue(Offsets, index) : TIF_HeaderSize;
+        if (count == 0 && ByFormat() && offset != 0)
+            count = SIZE_MAX;
         return Bytes_GetSpan(TIF_File, offset, std::min(count, most));
+    }
+
+    // How many strips or tiles there are all planes of, counted from the first.
+    size_t CountWhole() const
+    {
+        const size_t others = (Grid.Planes - 1) * Grid.Across * Grid.Down;
+        return Count > others ? Count - others : 0;
+    }
+
+    std::span<const uint8_t> SharedTables() const
+    {
+        return Tables ? Bytes_GetSpan(TIF_File, Tables->Position, Tables->ByteSize)
+                      : std::span<const uint8_t>();
     }
 };
 
-// Bytes that one stored byte can stand for.
-static size_t MostOutOfOne()
+}  // namespace
+
+// Sets the reason unless `holds`, and returns it.
+template <typename... Values>
+static bool Demand(bool holds, const char *reason, Values... values)
 {
-    switch (TIF_Header.Compression) {
-    case TIF_PackBits:
-        return 64;
-    case TIF_LZW:
-        return 4096 * 8 / 12;
-    case TIF_Deflate:
-    case TIF_OldDeflate:
-        return 1032;
-    default:
-        return 1;
-    }
+    if (holds)
+        return true;
+    if constexpr (sizeof...(values) == 0)
+        Reason_Set("%s", reason);
+    else
+        Reason_Set(reason, values...);
+    return false;
 }
 
+// Whether the rules read what the header says, and if not, why.
 static bool IsSupported()
 {
     const TIF_HEADER &h = TIF_Header;
-    switch (h.Compression) {
-    case TIF_Plain:
-    case TIF_PackBits:
-        break;  // a predictor has no meaning here
-    case TIF_LZW:
-    case TIF_Deflate:
-    case TIF_OldDeflate:
-        if (h.Predictor != 1 && h.Predictor != 2)
-            return false;
-        break;
-    default:
-        return false;
-    }
-    return h.BitsPerSample == 8 && h.Photometric <= TIF_Palette &&
-           h.Samples >= (h.Photometric == TIF_RGB ? 3 : 1) && h.Samples <= TIF_MostSamples &&
-           !Find(TIF_TileWidth);
+    const TIF_PACKING *packing = Packing();
+    const TIF_COLOURS *colours = TIF_FindColours(h.Photometric);
+    const bool format = ByFormat();
+    if (!packing)
+        return Demand(false, "compression %u", h.Compression);
+    if (packing->Ratio == 0 || (!format && !packing->Framework))
+        return Demand(false, "%s compression", packing->Name);
+    if (!colours)
+        return Demand(false, "photometric interpretation %u", h.Photometric);
+    if (colours->Samples == 0 || (!format && !colours->Framework))
+        return Demand(false, "%s colours", colours->Name);
+    if (packing->Predictor && h.Predictor != 1 && h.Predictor != 2)
+        return Demand(false, "predictor %u", h.Predictor);
+    if (h.Samples < colours->Samples || h.Samples > TIF_MaxSamples)
+        return Demand(false, "%u samples a pixel", h.Samples);
+    if (!format)
+        return Demand(h.BitsPerSample == 8, "%u bits a sample", h.BitsPerSample) &&
+               Demand(!h.Tiled, "tiles");
+    const bool differences = packing->Predictor && h.Predictor == 2;
+    const bool whole = h.BitsPerSample == 8 || h.BitsPerSample == 16;
+    const bool bytes = h.BitsPerSample == 8;
+    const auto isFactor = [](uint8_t n) { return n == 1 || n == 2 || n == 4; };
+    const bool subsampled = h.Subsampling != std::array<uint8_t, 2>{1, 1};
+    return Demand(h.Magic == 42 || h.Magic == TIF_Big, "magic number %u", h.Magic) &&
+           Demand(GetTag(TIF_SampleFormat, 1) != 3, "floating point") &&
+           Demand(h.BitsPerSample >= 1 && h.BitsPerSample <= 16, "%u bits a sample",
+                  h.BitsPerSample) &&
+           Demand(h.Photometric != TIF_Palette || h.BitsPerSample <= 8,
+                  "%u bits a sample of a palette", h.BitsPerSample) &&
+           Demand(!differences || whole, "differences of %u bits", h.BitsPerSample) &&
+           Demand(!packing->Fax || (h.BitsPerSample == 1 && (h.Samples == 1 || h.Planar)),
+                  "%s compression of more than a bit a pixel", packing->Name) &&
+           Demand(h.Compression != TIF_JPEG || bytes, "JPEG of %u bits", h.BitsPerSample) &&
+           Demand(isFactor(h.Subsampling[0]) && isFactor(h.Subsampling[1]),
+                  "chroma subsampling of %u by %u", h.Subsampling[0], h.Subsampling[1]) &&
+           Demand(!subsampled || (bytes && !h.Planar && h.Samples == 3),
+                  "subsampled chroma that is planar or of %u bits", h.BitsPerSample) &&
+           Demand(h.TileWidth != 0 && h.RowsPerStrip != 0, "tiles of no size");
+}
+
+// What decoding a file of few bytes may take, in bytes.
+static uint64_t MaxMemory()
+{
+    return TIF_File.size() <= 1024         ? uint64_t{58} << 20
+           : TIF_File.size() <= 100 * 1024 ? uint64_t{420} << 20
+                                           : UINT64_MAX;
 }
 
 static bool IsPossible()
 {
     const TIF_HEADER &h = TIF_Header;
-    const size_t pixels = size_t{h.Width} * h.Height;
-    if (!IsSupported() || pixels == 0 || pixels > Picture_MaxBytes / 4)
+    if (h.DirectoryCount == 0 && ByFormat() && TIF_PageCount > 0)
+        return Demand(false, "page %u of %u", TIF_Page + 1, TIF_PageCount);
+    if (h.Width == 0 || h.Height == 0)
+        return Demand(false, "a side of 0 pixels, or more than 65535");
+    if (!IsSupported())
         return false;
     const TIF_STRIPS strips;
-    size_t stored = 0;
-    for (size_t index = 0; index < strips.Count; index++)
-        stored += strips(index).size();
-    return stored != 0 && pixels * h.Samples / Picture_MinShare <= stored * MostOutOfOne();
+    const size_t tables = strips.SharedTables().size();
+    uint64_t stored = 0, used = 0;
+    for (size_t index = 0; index < strips.Count; index++) {
+        const size_t size = strips(index).size();
+        stored += size;
+        used += size + (size != 0 && tables > TIF_FreeTables ? tables : 0);
+    }
+    const uint64_t file = TIF_File.size(), pixels = uint64_t{h.Width} * h.Height;
+    const uint64_t perByte =
+        std::max<uint64_t>(uint64_t{Packing()->Ratio} * 8 / (h.Samples * h.BitsPerSample), 1);
+    const uint64_t overlap = h.Compression == TIF_JPEG ? TIF_MaxOverlapOfJPEG : TIF_MaxOverlap;
+    const uint64_t chunk =
+        h.Compression == TIF_Plain ? 0 : strips.Grid.BytesOf(0) * strips.Grid.Planes;
+    return Demand(stored != 0, "no pixels stored") &&
+           Demand(used <= overlap * file, "strips that overlap") &&
+           Picture_Believes(h.Width, h.Height, std::min(stored, file), perByte) &&
+           Demand(chunk <= Picture_MaxBytes, "strips of more than %zu MiB",
+                  Picture_MaxBytes >> 20) &&
+           Demand(pixels * 4 + chunk <= MaxMemory(), "%u x %u pixels out of a file of %zu bytes",
+                  h.Width, h.Height, TIF_File.size());
 }
 
 void TIF_Load(const char *path)
 {
-    TIF_File = Bytes_LoadFile(path);
-    ReadHeader();
-    if (!IsPossible())
+    const bool loaded = Reason_Guard([path] {
+        TIF_File = Bytes_LoadFile(path);
+        ReadHeader();
+        return !TIF_File.empty() && IsPossible();
+    });
+    if (!loaded)
         TIF_File = {};
 }
 
-// LZW codes, the highest bit first (TIFF 6.0, section 13).
-constexpr uint32_t LZW_Clear = 256, LZW_End = 257, LZW_First = 258, LZW_MostCodes = 4096;
-// Room that a strip's buffer has before it, one byte of each value for the codes that are bytes,
-// and behind it, for the longest string and since strings are copied in chunks.
-constexpr size_t LZW_Alphabet = 256, LZW_Chunk = 16, LZW_Margin = LZW_MostCodes + LZW_Chunk;
-
-// 64 bits at a bit position, the highest first; those past the end are 0.
-static uint64_t PeekBits(std::span<const uint8_t> in, size_t bit)
+// Framework: colours that a palette lacks are black. Format: a palette that is not whole does not
+// count, so that its picture is grey.
+static const TIF_ENTRY *FindPalette(size_t colours)
 {
-    const size_t byte = bit / 8;
-    uint64_t bits = 0;
-    if (byte + 8 <= in.size()) {
-        std::memcpy(&bits, in.data() + byte, 8);
-        if constexpr (std::endian::native == std::endian::little)
-            bits = __builtin_bswap64(bits);
-    } else {
-        size_t position = byte;
-        bits = uint64_t{Bytes_GetBig(in, position, 4)} << 32;
-        bits |= Bytes_GetBig(in, position, 4);
-    }
-    return bits << bit % 8;
+    const TIF_ENTRY *map = TIF_Header.Photometric == TIF_Palette ? Find(TIF_ColorMap) : nullptr;
+    return map && (map->Count >= 3 * colours || !ByFormat()) ? map : nullptr;
 }
-
-// Where a string starts in the buffer, and its length from bit 32 on.
-static uint64_t MakeString(size_t start, size_t length)
-{
-    return start | uint64_t{length} << 32;
-}
-
-// Expands into `buffer`, between the alphabet and the margin; returns the bytes written there. A
-// string is what the code before gave and one byte more, so it stands whole where that was written.
-static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
-{
-    std::array<uint64_t, LZW_MostCodes + 1> strings;  // one of no meaning behind them
-    for (size_t i = 0; i < LZW_Alphabet; i++) {
-        buffer[i] = static_cast<uint8_t>(i);
-        strings[i] = MakeString(i, 1);
-    }
-    const size_t end = buffer.size() - LZW_Margin, last = in.size() * 8;
-    uint8_t *const base = buffer.data();
-    size_t position = LZW_Alphabet, bit = 0;
-    // Each code makes a string out of the one before; what the first one makes stands unused in the
-    // place of LZW_End. Codes grow one earlier than need be.
-    constexpr uint32_t first = LZW_First - 1, grown = 1u << 9;
-    uint32_t next = first, width = 9, widest = grown - 1;
-    uint64_t begun = 0;
-    while (position < end && bit + width <= last) {
-        const auto code = static_cast<uint32_t>(PeekBits(in, bit) >> (64 - width));
-        bit += width;
-        if (code == LZW_End)
-            break;
-        if (code == LZW_Clear) {
-            next = first;
-            width = 9;
-            widest = grown - 1;
-            continue;
-        }
-        const bool added = next < LZW_MostCodes;
-        strings[next] = begun;
-        next += added;
-        if (next == widest) {
-            width += width < 12;
-            widest = (1u << width) - 1;
-        }
-        if (code >= next)
-            break;
-        const size_t start = strings[code] & 0xFFFFFFFF, length = strings[code] >> 32;
-        uint8_t *to = base + position;
-        size_t i = 0;
-        do {                                       // may pass the end, by less than a chunk
-            std::array<uint8_t, LZW_Chunk> chunk;  // the two may overlap
-            std::memcpy(chunk.data(), base + start + i, LZW_Chunk);
-            std::memcpy(to + i, chunk.data(), LZW_Chunk);
-            i += LZW_Chunk;
-        } while (i < length);
-        if (code == next - 1 && added)
-            to[length - 1] = *to;  // the string just begun ends with its own first byte
-        begun = MakeString(position, length + 1);
-        position += length;
-    }
-    return std::min(position, end) - LZW_Alphabet;
-}
-
-// Undoes the predictor: each byte holds the difference from that STEP before it.
-template <size_t STEP>
-static void AddNeighbours(std::span<uint8_t> row)
-{
-    std::array<uint8_t, STEP> sums{};
-    for (size_t i = 0; i + STEP <= row.size(); i += STEP)
-        for (size_t k = 0; k < STEP; k++)
-            row[i + k] = sums[k] = static_cast<uint8_t>(sums[k] + row[i + k]);
-}
-
-static void UndoPredictor(std::span<uint8_t> strip)
-{
-    const size_t step = PixelStep();
-    for (size_t at = 0; at < strip.size(); at += RowBytes()) {
-        const auto row = strip.subspan(at, std::min(RowBytes(), strip.size() - at));
-        switch (step) {
-        case 1:
-            AddNeighbours<1>(row);
-            break;
-        case 3:
-            AddNeighbours<3>(row);
-            break;
-        case 4:
-            AddNeighbours<4>(row);
-            break;
-        default:
-            for (size_t i = step; i < row.size(); i++)
-                row[i] = static_cast<uint8_t>(row[i] + row[i - step]);
-        }
-    }
-}
-
-// Each byte with its bits the other way round.
-constexpr std::array<uint8_t, 256> TIF_Mirror = [] {
-    std::array<uint8_t, 256> mirror{};
-    for (size_t byte = 0; byte < mirror.size(); byte++)
-        for (size_t bit = 0; bit < 8; bit++)
-            mirror[byte] |= static_cast<uint8_t>((byte >> bit & 1) << (7 - bit));
-    return mirror;
-}();
-
-// What a plane's strip is brought into.
-struct TIF_BUFFERS {
-    BYTES_BUFFER Mirrored, Expanded;
-};
-
-// The strip's plain bytes: those of the file, or made in the buffers.
-static std::span<const uint8_t> ExpandStrip(std::span<const uint8_t> stored, size_t size,
-                                            TIF_BUFFERS &buffers)
-{
-    const TIF_HEADER &h = TIF_Header;
-    if (h.FillOrder == 2) {
-        buffers.Mirrored.resize(stored.size());
-        std::transform(stored.begin(), stored.end(), buffers.Mirrored.begin(),
-                       [](uint8_t byte) { return TIF_Mirror[byte]; });
-        stored = buffers.Mirrored;
-    }
-    if (h.Compression == TIF_Plain || stored.empty())
-        return stored;
-    buffers.Expanded.resize(LZW_Alphabet + size + LZW_Margin);
-    std::span<uint8_t> strip = std::span(buffers.Expanded).subspan(LZW_Alphabet, size);
-    switch (h.Compression) {
-    case TIF_PackBits:
-        return strip.first(PackBits_Expand(stored, strip));
-    case TIF_LZW:
-        strip = strip.first(ExpandLZW(stored, buffers.Expanded));
-        break;
-    default:
-        strip = strip.first(Inflate_All(stored, strip).Size);
-    }
-    if (h.Predictor == 2)
-        UndoPredictor(strip);
-    return strip;
-}
-
-using TIF_COLORS256 = std::array<std::array<uint8_t, 4>, 256>;  // R G B A
 
 // What the samples of grey and palette pictures stand for. Palettes have 16 bits a component; those
 // without a bit in the high bytes were written with 8.
-static TIF_COLORS256 ReadColors()
+static void ReadPalette(TIF_PAINT &paint)
 {
     const TIF_HEADER &h = TIF_Header;
-    TIF_COLORS256 colors;
-    const TIF_ENTRY *map = h.Photometric == TIF_Palette ? Find(TIF_ColorMap) : nullptr;
+    const size_t count = size_t{1} << std::min<size_t>(h.BitsPerSample, 8);
+    const TIF_ENTRY *map = FindPalette(count);
     bool wide = false;
-    for (size_t i = 0; map && i < 3 * colors.size() && !wide; i++)
+    for (size_t i = 0; map && i < 3 * count && !wide; i++)
         wide = GetValue(map, i) > 0xFF;
-    for (size_t i = 0; i < colors.size(); i++) {
+    paint.Palette.resize(256);
+    for (size_t i = 0; i < paint.Palette.size(); i++) {
         const auto grey = static_cast<uint8_t>(h.Photometric == TIF_WhiteIs0 ? 255 - i : i);
-        colors[i] = {grey, grey, grey, 255};
+        paint.Palette[i] = {grey, grey, grey, 255};
         for (size_t c = 0; map && c < 3; c++)
-            colors[i][c] =
-                static_cast<uint8_t>(GetValue(map, c * colors.size() + i) >> (wide ? 8 : 0));
-    }
-    return colors;
-}
-
-// Where a row's samples are: one pointer a sample, and the step from pixel to pixel.
-struct TIF_ROW {
-    std::array<const uint8_t *, 4> Samples;
-    size_t Step;
-};
-
-// Calls paint(step) with the usual steps as constants.
-template <class PAINT>
-static void WithStep(size_t step, const PAINT &paint)
-{
-    switch (step) {
-    case 1:
-        paint(std::integral_constant<size_t, 1>());
-        break;
-    case 3:
-        paint(std::integral_constant<size_t, 3>());
-        break;
-    case 4:
-        paint(std::integral_constant<size_t, 4>());
-        break;
-    default:
-        paint(step);
+            paint.Palette[i][c] =
+                static_cast<uint8_t>(GetValue(map, c * count + i % count) >> (wide ? 8 : 0));
     }
 }
 
-static void PaintColors(const TIF_COLORS256 &colors, const TIF_ROW &in, size_t count, uint8_t *out)
+static TIF_YCBCR ReadYCbCr()
 {
-    WithStep(in.Step, [&, from = in.Samples[0]](auto step) {
-        for (size_t i = 0; i < count; i++)
-            std::memcpy(out + 4 * i, colors[from[i * step]].data(), 4);
-    });
+    TIF_YCBCR ycbcr;
+    const TIF_ENTRY *luma = Find(TIF_YCbCrCoefficients), *range = Find(TIF_ReferenceBlackWhite);
+    if (luma && luma->ByteSize == 24)
+        for (size_t i = 0; i < 3; i++)
+            ycbcr.Luma[i] = GetFraction(luma, i);
+    if (range && range->ByteSize == 48)
+        for (size_t i = 0; i < 6; i++)
+            ycbcr.Reference[i] = GetFraction(range, i);
+    const auto isFinite = [](double value) { return std::isfinite(value); };
+    const auto &ref = ycbcr.Reference;
+    if (!std::ranges::all_of(ycbcr.Luma, isFinite) || ycbcr.Luma[1] == 0)
+        ycbcr.Luma = TIF_YCBCR().Luma;
+    if (!std::ranges::all_of(ref, isFinite) || ref[0] == ref[1] || ref[2] == ref[3] ||
+        ref[4] == ref[5])
+        ycbcr.Reference = TIF_YCBCR().Reference;
+    return ycbcr;
 }
 
-// Samples that follow each other.
-static void PaintGrey(const uint8_t *in, uint32_t inversion, size_t count, uint8_t *out)
+// Framework: associated alpha is divided out. Format: colours stay as stored.
+static bool DividesAlpha()
 {
-    const auto opaque = std::bit_cast<uint32_t>(std::array<uint8_t, 4>{0, 0, 0, 255});
-    const auto ones = std::bit_cast<uint32_t>(std::array<uint8_t, 4>{1, 1, 1, 0});
-    for (size_t i = 0; i < count; i++) {
-        const uint32_t pixel = (in[i] ^ inversion) * ones | opaque;
-        std::memcpy(out + 4 * i, &pixel, 4);
-    }
+    return TIF_Header.Alpha == 1 && !ByFormat();
 }
 
-static void PaintRGB(const TIF_ROW &in, size_t count, uint8_t *out)
-{
-    const uint8_t *r = in.Samples[0], *g = in.Samples[1], *b = in.Samples[2];
-    WithStep(in.Step, [&](auto step) {
-        for (size_t i = 0; i < count; i++) {
-            out[4 * i] = r[i * step];
-            out[4 * i + 1] = g[i * step];
-            out[4 * i + 2] = b[i * step];
-            out[4 * i + 3] = 255;
-        }
-    });
-}
-
-static void PaintAlpha(const TIF_ROW &in, size_t sample, size_t count, uint8_t *out)
-{
-    WithStep(in.Step, [&, from = in.Samples[sample]](auto step) {
-        for (size_t i = 0; i < count; i++)
-            out[4 * i + 3] = from[i * step];
-    });
-}
-
-// Divides alpha out of the colours.
-static void DivideByAlpha(size_t count, uint8_t *out)
-{
-    for (size_t i = 0; i < 4 * count; i += 4)
-        for (size_t c = 0; c < 3; c++) {
-            const int alpha = out[i + 3];
-            if (alpha != 0)
-                out[i + c] =
-                    static_cast<uint8_t>(std::min((out[i + c] * 255 + alpha / 2) / alpha, 255));
-        }
-}
-
-static void PaintRow(const TIF_COLORS256 &colors, const TIF_ROW &in, size_t count, uint8_t *out)
+// Whether the expanded bytes are the pixels, but for alpha.
+static bool AreBytesPixels()
 {
     const TIF_HEADER &h = TIF_Header;
-    const bool rgb = h.Photometric == TIF_RGB;
-    if (rgb && h.Alpha != 0 && in.Step == 4) {
-        std::memcpy(out, in.Samples[0], 4 * count);
-    } else {
-        if (rgb && in.Step == 3)
-            Pixels_FromTriples({in.Samples[0], 3 * count}, false, out);
-        else if (rgb)
-            PaintRGB(in, count, out);
-        else if (h.Photometric != TIF_Palette && in.Step == 1)
-            PaintGrey(in.Samples[0], colors[0][0], count, out);
-        else
-            PaintColors(colors, in, count, out);
-        if (h.Alpha != 0)
-            PaintAlpha(in, rgb ? 3 : 1, count, out);
-    }
-    if (h.Alpha == 1)
-        DivideByAlpha(count, out);
+    return h.Photometric == TIF_RGB && h.Samples == 4 && h.Alpha != 0 && h.BitsPerSample == 8 &&
+           !h.Planar && !h.Tiled && h.Compression != TIF_JPEG;
 }
 
-// Decodes one strip, of all planes; pixels that not all of them have stay transparent.
-static void PaintStrip(const TIF_COLORS256 &colors,
-                       std::span<const std::span<const uint8_t>> planes, size_t rows, uint8_t *out)
+using TIF_PLANES = std::vector<std::span<const uint8_t>>;
+
+// Paints `count` pixels whose bytes begin at `at` in every plane and end `left` later.
+static void PaintPixels(TIF_PAINT &paint, const TIF_GRID &grid, const TIF_PLANES &planes, size_t y,
+                        size_t at, size_t left, size_t count, uint8_t *out)
 {
     const TIF_HEADER &h = TIF_Header;
-    size_t size = SIZE_MAX;
+    TIF_ROW row{{}, grid.UnitBytes != 0 ? 3 : grid.Step};
+    const size_t used = std::min<size_t>(h.Samples, row.Samples.size());
+    for (size_t p = 0; p < std::min(planes.size(), used); p++) {
+        const auto bytes = planes[p].subspan(at, left);
+        const uint8_t *first = grid.UnitBytes != 0
+                                   ? TIF_UnpackUnits(paint, bytes, y % grid.LineCount, count)
+                                   : TIF_Unpack(paint, p, bytes, count * grid.Step);
+        for (size_t c = p; c < (h.Planar ? p + 1 : used); c++)
+            row.Samples[c] = first + (c - p);
+    }
+    TIF_PaintRow(paint, row, count, out);
+    if (DividesAlpha())
+        TIF_DivideByAlpha(count, out);
+}
+
+// Paints one strip or tile, of all planes, into `columns` of each row of the picture; pixels that
+// not all of the planes have stay transparent. Returns whether there are none.
+static bool PaintChunk(TIF_PAINT &paint, const TIF_GRID &grid, const TIF_PLANES &planes,
+                       size_t rows, size_t columns, uint8_t *out)
+{
+    const TIF_HEADER &h = TIF_Header;
+    size_t size = SIZE_MAX, least = columns, y = 0;
     for (const auto &plane : planes)
         size = std::min(size, plane.size());
-    for (size_t y = 0; y < rows; y++, out += size_t{h.Width} * 4) {
-        const size_t at = std::min(y * RowBytes(), size);
-        const size_t count = std::min<size_t>(h.Width, (size - at) / PixelStep());
-        if (count != 0) {
-            TIF_ROW row{{}, PixelStep()};
-            for (size_t c = 0; c < std::min<size_t>(h.Samples, row.Samples.size()); c++)
-                row.Samples[c] = (h.Planar ? planes[c].data() : planes[0].data() + c) + at;
-            PaintRow(colors, row, count, out);
-        }
-        std::memset(out + 4 * count, 0, 4 * (h.Width - count));
+    if (columns == h.Width && h.TileWidth == h.Width && h.BitsPerSample == 8 &&
+        grid.UnitBytes == 0) {
+        y = std::min(rows, size / grid.LineBytes);  // rows of bytes follow each other in both
+        if (y != 0)
+            PaintPixels(paint, grid, planes, 0, 0, y * grid.LineBytes, y * columns, out);
     }
+    for (out += y * h.Width * 4; y < rows; y++, out += size_t{h.Width} * 4) {
+        const size_t at = std::min(y / grid.LineCount * grid.LineBytes, size);
+        const size_t left = std::min(size - at, grid.LineBytes);
+        const size_t there = grid.UnitBytes != 0 ? left / grid.UnitBytes * h.Subsampling[0]
+                                                 : left * 8 / h.BitsPerSample / grid.Step;
+        const size_t count = std::min(columns, there);
+        least = std::min(least, count);
+        if (count != 0)
+            PaintPixels(paint, grid, planes, y, at, left, count, out);
+        std::memset(out + 4 * count, 0, 4 * (columns - count));
+    }
+    return least == columns;
 }
 
-uint8_t *TIF_Decoding()
+namespace
+{
+
+struct TIF_FREE {
+    void operator()(uint8_t *pixels) const
+    {
+        std::free(pixels);
+    }
+};
+
+}  // namespace
+
+static uint8_t *Decode()
 {
     const TIF_HEADER &h = TIF_Header;
     if (TIF_File.empty())
         return nullptr;
-    uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
+    std::unique_ptr<uint8_t, TIF_FREE> pixels(h.Tiled ? Picture_NewPixels(h.Width, h.Height)
+                                                      : Picture_NewUnsetPixels(h.Width, h.Height));
     if (!pixels)
         return nullptr;
-    const TIF_COLORS256 colors = ReadColors();
     const TIF_STRIPS strips;
-    std::vector<TIF_BUFFERS> buffers(PlaneCount());
-    std::vector<std::span<const uint8_t>> planes(PlaneCount());
-    const size_t count = StripCount();
-    for (size_t strip = 0; strip < count; strip++) {
-        for (size_t p = 0; p < planes.size(); p++)
-            planes[p] =
-                ExpandStrip(strips(p * count + strip), RowsOf(strip) * RowBytes(), buffers[p]);
-        PaintStrip(colors, planes, RowsOf(strip), pixels + strip * h.RowsPerStrip * h.Width * 4);
+    const TIF_GRID &grid = strips.Grid;
+    const auto paint = std::make_unique<TIF_PAINT>();
+    ReadPalette(*paint);
+    const bool converted = h.Compression == TIF_JPEG && h.Photometric == TIF_YCbCr && !h.Planar;
+    TIF_InitPaint(*paint, converted ? uint16_t{TIF_RGB} : h.Photometric, ReadYCbCr());
+    std::vector<TIF_BUFFERS> buffers(grid.Planes);
+    TIF_PLANES planes(grid.Planes);
+    const size_t count = grid.Across * grid.Down, whole = strips.CountWhole();
+    size_t missing = count - whole;
+    for (size_t chunk = 0; chunk < whole; chunk++) {
+        const size_t x = chunk % grid.Across * h.TileWidth;
+        const size_t y = chunk / grid.Across * h.RowsPerStrip, rows = grid.RowsOf(chunk);
+        const size_t columns = std::min<size_t>(h.TileWidth, h.Width - x);
+        uint8_t *out = pixels.get() + (y * h.Width + x) * 4;
+        const auto room = AreBytesPixels() ? std::span(out, rows * h.Width * 4) : std::span(out, 0);
+        for (size_t p = 0; p < grid.Planes; p++)
+            planes[p] = TIF_Expand(strips(p * count + chunk), strips.SharedTables(),
+                                   grid.BytesOf(chunk), h.TileWidth, grid.Step, buffers[p], room);
+        missing += !PaintChunk(*paint, grid, planes, rows, columns, out);
     }
-    return pixels;
+    if (!h.Tiled) {
+        const size_t rows = std::min<size_t>(whole * h.RowsPerStrip, h.Height);
+        std::memset(pixels.get() + rows * h.Width * 4, 0, (h.Height - rows) * h.Width * 4);
+    }
+    if (missing != 0)
+        Reason_Set("%zu of %zu %s are cut short or missing", missing, count,
+                   h.Tiled ? "tiles" : "strips");
+    return pixels.release();
+}
+
+uint8_t *TIF_Decoding()
+{
+    return Reason_Guard(Decode);
 }
 
 void TIF_UnLoad()

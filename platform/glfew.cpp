@@ -1,7 +1,7 @@
 #include "platform/glfew.h"
 
 #include <algorithm>
-#include <cmath>
+#include <cctype>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -10,6 +10,9 @@
 #include <vector>
 
 #include <dlfcn.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include <GL/glew.h>
 #include <GLFW/glfw3.h>
@@ -57,16 +60,22 @@ struct LATER_MOTION {
     bool Moved;  // to X, Y since then
     uint16_t X, Y;
 };
+
+struct BUSY_POINTER {
+    bool Busy;
+    GLFWcursor *Cursor;  // GLFW frees it at its end
+};
 }  // namespace
 
 static std::vector<PROGRAM> programs;
 static std::vector<BUFFER> buffers;
-static uint32_t instanceBuffer;  // of MVPs; 0 until it is needed
-static std::vector<EXTRA_MATRIX> instances;
+static uint32_t instanceBuffer;              // of MVPs; 0 until it is needed
+static std::vector<EXTRA_MATRIX> instances;  // as they were loaded
 uint64_t GLFEW_DrawCalls;
 static GL_STATE current;
 static PACE pace;
 static LATER_MOTION later;
+static BUSY_POINTER pointer;
 
 static std::string windowError;  // what GLFW said last
 
@@ -83,13 +92,15 @@ static int32_t Fail(const std::string &reason)
     return 0;
 }
 
-// The viewport counts framebuffer pixels, which differ from window units on some displays.
-static int framebufferWidth, framebufferHeight;
+// Shares of the window's sides that clip space is drawn into.
+static float shareX = 1, shareY = 1;
 
+// The viewport counts framebuffer pixels, which differ from window units on some displays.
 static void MeasureFramebuffer()
 {
-    glfwGetFramebufferSize(System_Window, &framebufferWidth, &framebufferHeight);
-    GLFEW_SetViewport(1, 1);
+    int width, height;
+    glfwGetFramebufferSize(System_Window, &width, &height);
+    glViewport(0, 0, width, height);
     pace.Stale = true;
 }
 
@@ -127,8 +138,32 @@ static void WatchWindow()
     MeasureRefresh();
 }
 
+// Menu entries know their windows by this name: the title's first word in small letters.
+static void NameClass()
+{
+    std::string name = System_WindowTitle;
+    name.resize(std::min(name.find(' '), name.size()));
+    std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
+    glfwWindowHintString(GLFW_X11_CLASS_NAME, name.c_str());
+    glfwWindowHintString(GLFW_X11_INSTANCE_NAME, name.c_str());
+#ifdef GLFW_WAYLAND_APP_ID
+    glfwWindowHintString(GLFW_WAYLAND_APP_ID, name.c_str());
+#endif
+}
+
+// A software driver allocates and frees some megabytes a frame. Handing them back to the system and
+// faulting them in again took as long as drawing.
+static void KeepFreedMemory()
+{
+#ifdef __GLIBC__
+    mallopt(M_MMAP_THRESHOLD, 4 << 20);
+    mallopt(M_TRIM_THRESHOLD, 64 << 20);
+#endif
+}
+
 int32_t GLFEW_Init()
 {
+    KeepFreedMemory();
     glfwSetErrorCallback(KeepError);
     if (!glfwInit())
         return Fail(windowError);
@@ -137,6 +172,7 @@ int32_t GLFEW_Init()
     glfwWindowHint(GLFW_CONTEXT_VERSION_MINOR, 3);
     glfwWindowHint(GLFW_OPENGL_FORWARD_COMPAT, GLFW_TRUE);
     glfwWindowHint(GLFW_OPENGL_PROFILE, GLFW_OPENGL_CORE_PROFILE);
+    NameClass();
     System_Window = glfwCreateWindow(System_ScreenWidth, System_ScreenHeight, System_WindowTitle,
                                      nullptr, nullptr);
     if (!System_Window)
@@ -158,6 +194,7 @@ int32_t GLFEW_Init()
     glfwSwapInterval(1);
     WatchWindow();
     later = {};
+    pointer = {};
     AskCursor();
     glGenVertexArrays(1, &GLFEW_VertexArrayID);
     glBindVertexArray(GLFEW_VertexArrayID);
@@ -234,14 +271,20 @@ void GLFEW_Screen(GLFWwindow *, int width, int height)
     AskCursor();
 }
 
-void GLFEW_SetViewport(float widthShare, float heightShare)
+void GLFEW_SetShares(float width, float height)
 {
-    const auto part = [](int whole, float share) {
-        return static_cast<int>(std::lround(static_cast<float>(whole) * share));
-    };
-    const int width = part(framebufferWidth, widthShare);
-    const int height = part(framebufferHeight, heightShare);
-    glViewport((framebufferWidth - width) / 2, (framebufferHeight - height) / 2, width, height);
+    shareX = width;
+    shareY = height;
+}
+
+// Rows 0 and 1 give x and y.
+static EXTRA_MATRIX Scaled(EXTRA_MATRIX mvp)
+{
+    for (size_t c = 0; c < 4; c++) {
+        mvp[c] *= shareX;
+        mvp[4 + c] *= shareY;
+    }
+    return mvp;
 }
 
 void GLFEW_SetupWideScreen(int32_t *width, int32_t *height, int32_t *top)
@@ -339,7 +382,10 @@ bool GLFEW_MustDraw(bool changed)
 
 void GLFEW_Clear()
 {
+    // Shaders that give no alpha leave it undefined: the window's stays the background's.
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_FALSE);
     pace.Drawn = true;
 }
 
@@ -364,6 +410,41 @@ void GLFEW_SetIcon(const char *path)
     Picture_UnLoad(picture);
 }
 
+void GLFEW_SetMinSize(int32_t width, int32_t height)
+{
+    glfwSetWindowSizeLimits(System_Window, width, height, GLFW_DONT_CARE, GLFW_DONT_CARE);
+}
+
+// An hourglass: '#' black, '.' white, else nothing.
+static GLFWcursor *MakeBusyCursor()
+{
+    constexpr std::string_view rows[] = {
+        "################", "#..............#", "################", " #............# ",
+        " #............# ", " #.##########.# ", "  #..######..#  ", "   #..####..#   ",
+        "    #..##..#    ", "     #.##.#     ", "     #....#     ", "    #..##..#    ",
+        "   #...##...#   ", "  #....##....#  ", " #....####....# ", " #..########..# ",
+        " #.##########.# ", "################", "#..............#", "################",
+    };
+    constexpr int width = 16, height = std::size(rows);
+    std::vector<uint8_t> pixels;
+    for (const std::string_view row : rows)
+        for (const char c : row) {
+            const uint8_t grey = c == '.' ? 255 : 0;
+            pixels.insert(pixels.end(), {grey, grey, grey, uint8_t(c == ' ' ? 0 : 255)});
+        }
+    const GLFWimage image = {width, height, pixels.data()};
+    return glfwCreateCursor(&image, width / 2, height / 2);
+}
+
+void GLFEW_SetBusy(bool busy)
+{
+    if (!System_Window || std::exchange(pointer.Busy, busy) == busy)
+        return;
+    if (!pointer.Cursor)
+        pointer.Cursor = MakeBusyCursor();
+    glfwSetCursor(System_Window, busy ? pointer.Cursor : nullptr);
+}
+
 static uint32_t CompileShader(GLenum type, const char *source)
 {
     const uint32_t shader = glCreateShader(type);
@@ -374,13 +455,13 @@ static uint32_t CompileShader(GLenum type, const char *source)
 
 static uint32_t FloatsPerVertex(uint8_t kind)
 {
-    return kind == GLFEW_VEC3 ? 6 : kind == GLFEW_TEXTURED ? 5 : 0;
+    return kind == GLFEW_Vec3 ? 6 : kind == GLFEW_Textured ? 5 : 0;
 }
 
 // The record's vertex data as bytes; empty for kinds without a buffer.
 static std::string_view VertexBytes(const GLFEW_VERTEX &record)
 {
-    const float *data = record.Kind == GLFEW_VEC3 ? record.Vec3Vertices : record.TexturedVertices;
+    const float *data = record.Kind == GLFEW_Vec3 ? record.Vec3Vertices : record.TexturedVertices;
     const size_t floats =
         FloatsPerVertex(record.Kind) * static_cast<size_t>(std::max(record.Count, 0));
     return {reinterpret_cast<const char *>(data), floats * sizeof(float)};
@@ -438,7 +519,7 @@ static void AcquireProgram(GLFEW_VERTEX &record)
     record.FragmentShader = shared->FragmentShader;
     record.Program = shared->Name;
     record.MVPLocation = shared->MVPLocation;
-    if (record.Kind == GLFEW_TEXTURED)
+    if (record.Kind == GLFEW_Textured)
         record.SamplerLocation = shared->SamplerLocation;
 }
 
@@ -479,9 +560,9 @@ void GLFEW_CreateVertex(GLFEW_VERTEX &record)
         AcquireBuffer(record);
     AcquireProgram(record);
     record.PositionAttribute = 0;
-    if (record.Kind == GLFEW_VEC3)
+    if (record.Kind == GLFEW_Vec3)
         record.Vec3Attribute = 1;
-    else if (record.Kind == GLFEW_TEXTURED)
+    else if (record.Kind == GLFEW_Textured)
         record.TextureAttribute = 1;
 }
 
@@ -495,7 +576,7 @@ static void UseProgram(uint32_t program)
 void GLFEW_Set3DWorld(const GLFEW_VERTEX &record)
 {
     UseProgram(record.Program);
-    glUniformMatrix4fv(record.MVPLocation, 1, GL_FALSE, record.MVP.data());
+    glUniformMatrix4fv(record.MVPLocation, 1, GL_FALSE, Scaled(record.MVP).data());
 }
 
 // Unit 0 is the only one in use, and what a new program's sampler reads.
@@ -517,7 +598,7 @@ static void PointAttributes(uint8_t kind)
     glEnableVertexAttribArray(0);
     glVertexAttribPointer(0, 3, GL_FLOAT, GL_FALSE, stride, nullptr);
     glEnableVertexAttribArray(1);
-    glVertexAttribPointer(1, kind == GLFEW_VEC3 ? 3 : 2, GL_FLOAT, GL_FALSE, stride,
+    glVertexAttribPointer(1, kind == GLFEW_Vec3 ? 3 : 2, GL_FLOAT, GL_FALSE, stride,
                           reinterpret_cast<const void *>(3 * sizeof(float)));
 }
 
@@ -541,21 +622,21 @@ void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode)
 }
 
 // A matrix takes as many attributes as it has columns.
-constexpr GLuint firstMatrixAttribute = 2, matrixAttributes = 4;
+constexpr GLuint GLFEW_MatrixAttribute = 2, GLFEW_MatrixColumns = 4;
 
 static void PointInstances(size_t first)
 {
     glBindBuffer(GL_ARRAY_BUFFER, instanceBuffer);
-    for (GLuint i = 0; i < matrixAttributes; i++)
+    for (GLuint i = 0; i < GLFEW_MatrixColumns; i++)
         glVertexAttribPointer(
-            firstMatrixAttribute + i, 4, GL_FLOAT, GL_FALSE, sizeof(EXTRA_MATRIX),
+            GLFEW_MatrixAttribute + i, 4, GL_FLOAT, GL_FALSE, sizeof(EXTRA_MATRIX),
             reinterpret_cast<const void *>(first * sizeof(EXTRA_MATRIX) + i * 4 * sizeof(float)));
     glBindBuffer(GL_ARRAY_BUFFER, current.Buffer);
 }
 
 static void SwitchInstances(bool on)
 {
-    for (GLuint i = firstMatrixAttribute; i < firstMatrixAttribute + matrixAttributes; i++) {
+    for (GLuint i = GLFEW_MatrixAttribute; i < GLFEW_MatrixAttribute + GLFEW_MatrixColumns; i++) {
         if (on)
             glEnableVertexAttribArray(i);
         else
@@ -564,49 +645,42 @@ static void SwitchInstances(bool on)
     }
 }
 
-static void LoadInstances(std::span<const GLFEW_VERTEX *const> records)
+void GLFEW_LoadInstances(std::span<const EXTRA_MATRIX> mvps)
 {
-    instances.resize(records.size());
-    for (size_t i = 0; i < records.size(); i++)
-        instances[i] = records[i]->MVP;
+    instances.assign(mvps.begin(), mvps.end());
+    static std::vector<EXTRA_MATRIX> scaled;
+    scaled.resize(mvps.size());
+    std::ranges::transform(mvps, scaled.begin(), Scaled);
     if (instanceBuffer == 0)
         glGenBuffers(1, &instanceBuffer);
     glBindBuffer(GL_ARRAY_BUFFER, instanceBuffer);
-    current.Buffer = current.Kind = 0;
-    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(instances.size() * sizeof(EXTRA_MATRIX)),
-                 instances.data(), GL_STREAM_DRAW);
+    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(mvps.size_bytes()), scaled.data(),
+                 GL_STREAM_DRAW);
+    glBindBuffer(GL_ARRAY_BUFFER, current.Buffer);
 }
 
-void GLFEW_DrawVertices(std::span<const GLFEW_VERTEX *const> records, uint32_t mode)
+void GLFEW_DrawInstances(const GLFEW_VERTEX &record, size_t first, size_t count, uint32_t mode)
 {
-    const auto differs = [](const GLFEW_VERTEX *a, const GLFEW_VERTEX *b) {
-        return a->Buffer != b->Buffer || a->Texture != b->Texture || a->Program != b->Program ||
-               a->Kind != b->Kind || a->Count != b->Count;
-    };
-    LoadInstances(records);
-    SwitchInstances(true);
-    for (auto first = records.begin(); first != records.end();) {
-        auto end = std::adjacent_find(first, records.end(), differs);
-        if (end != records.end())
-            ++end;
-        if (const uint32_t program = InstancedProgram((*first)->Program)) {
-            UseProgram(program);
-            GLFEW_SetTexture(**first);
-            PointVertices(**first);
-            PointInstances(static_cast<size_t>(first - records.begin()));
-            glDrawArraysInstanced(mode, 0, (*first)->Count, static_cast<GLsizei>(end - first));
-            GLFEW_DrawCalls++;
-            pace.Drawn = true;
-        } else {
-            for (const GLFEW_VERTEX *record : std::span(first, end)) {
-                GLFEW_Set3DWorld(*record);
-                GLFEW_SetTexture(*record);
-                GLFEW_DrawVertex(*record, mode);
-            }
+    const uint32_t program = InstancedProgram(record.Program);
+    if (program == 0) {
+        GLFEW_VERTEX single = record;
+        for (size_t i = first; i < first + count; i++) {
+            single.MVP = instances[i];
+            GLFEW_Set3DWorld(single);
+            GLFEW_SetTexture(single);
+            GLFEW_DrawVertex(single, mode);
         }
-        first = end;
+        return;
     }
+    UseProgram(program);
+    GLFEW_SetTexture(record);
+    PointVertices(record);
+    SwitchInstances(true);
+    PointInstances(first);
+    glDrawArraysInstanced(mode, 0, record.Count, static_cast<GLsizei>(count));
     SwitchInstances(false);
+    GLFEW_DrawCalls++;
+    pace.Drawn = true;
 }
 
 // Ends one use of a name. Gives the object when that was the last, no longer in the table.

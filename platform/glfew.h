@@ -11,13 +11,13 @@
 #include "extra/transform.h"
 #include "platform/state.h"
 
-constexpr uint8_t GLFEW_VEC3 = 1;      // position and three more floats: 6 floats a vertex
-constexpr uint8_t GLFEW_TEXTURED = 2;  // position and texture coordinate: 5 floats a vertex
+constexpr uint8_t GLFEW_Vec3 = 1;      // position and three more floats: 6 floats a vertex
+constexpr uint8_t GLFEW_Textured = 2;  // position and texture coordinate: 5 floats a vertex
 
 /// One drawable piece, the caller's. The vertex data are copied by GLFEW_CreateVertex and must live
 /// until then.
 struct GLFEW_VERTEX {
-    uint8_t Kind;   // GLFEW_VEC3, GLFEW_TEXTURED; another has no buffer
+    uint8_t Kind;   // GLFEW_Vec3, GLFEW_Textured; another has no buffer
     int32_t Count;  // vertices
     uint32_t Buffer;
     const float *Vec3Vertices;
@@ -43,8 +43,9 @@ struct GLFEW_VERTEX {
 extern uint32_t GLFEW_VertexArrayID;
 
 /// Opens the window of System_ScreenWidth x System_ScreenHeight and its context (4 samples, swap
-/// interval 1) and sets the clear colour. Gives 1, or 0 after one line on standard error that says
-/// why; then nothing else here may be called but GLFEW_Destroy.
+/// interval 1; class: the title's first word in small letters) and sets the clear colour. Gives 1,
+/// or 0 after one line on standard error that says why; then nothing else here may be called but
+/// GLFEW_Destroy.
 int32_t GLFEW_Init();
 
 /// Window callbacks. A repeat changes nothing, nor does a button beyond the third. The press of a
@@ -56,9 +57,10 @@ void GLFEW_MouseMotion(GLFWwindow *window, double x, double y);
 void GLFEW_Wheel(GLFWwindow *window, double x, double y);
 void GLFEW_Screen(GLFWwindow *window, int width, int height);
 
-/// Draws into the middle of the window from now on: these shares of its width and height, 1 for
-/// all. A change of the window's size or of its display's scale goes back to all of it.
-void GLFEW_SetViewport(float widthShare, float heightShare);
+/// Draws clip space into the middle of the window from now on: these shares of its width and
+/// height, 1 for all. What leaves clip space reaches the window's edge. The records' MVPs stay as
+/// they are.
+void GLFEW_SetShares(float width, float height);
 
 /// Letter-boxes to 16:9: cuts the height and gives the rows left free above.
 void GLFEW_SetupWideScreen(int32_t *width, int32_t *height, int32_t *top);
@@ -93,6 +95,10 @@ void GLFEW_BlendByAlpha();
 /// Names the window.
 void GLFEW_SetTitle(const char *title);
 
+/// The window's smallest size, in its units; shows that input is not taken, by the pointer.
+void GLFEW_SetMinSize(int32_t width, int32_t height);
+void GLFEW_SetBusy(bool busy);
+
 /// Shows the picture of a file as the window's icon; a picture that does not load changes nothing.
 void GLFEW_SetIcon(const char *path);
 
@@ -106,9 +112,10 @@ void GLFEW_Set3DWorld(const GLFEW_VERTEX &record);
 void GLFEW_SetTexture(const GLFEW_VERTEX &record);
 void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode);
 
-/// Draws what the three calls for each record in turn would draw. Neighbours that differ in
-/// nothing but their MVP take one draw call.
-void GLFEW_DrawVertices(std::span<const GLFEW_VERTEX *const> records, uint32_t mode);
+/// Draws a record once for each of `count` MVPs, the record's own aside, in one draw call: the same
+/// picture as the three calls for each. The MVPs are those that were loaded last, from `first` on.
+void GLFEW_LoadInstances(std::span<const EXTRA_MATRIX> mvps);
+void GLFEW_DrawInstances(const GLFEW_VERTEX &record, size_t first, size_t count, uint32_t mode);
 
 /// Draw calls so far, for benchmarks.
 extern uint64_t GLFEW_DrawCalls;

@@ -4,6 +4,8 @@
 
 #include "platform/application.h"
 
+void Scene() {}  // the shell's other procedure; nothing here runs it
+
 static void Window(int width, int height, int columns, int rows)
 {
     System_ScreenWidth = width;

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "picture/jpg_block.h"
-#include "picture/jpg_scan.h"
 #include "tests/pictures.h"
 
 static BYTES Read(const std::string &name)

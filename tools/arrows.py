@@ -11,7 +11,7 @@ import fnmatch, pathlib, re, sys
 TABLE = [
     ("ground", "platform/system platform/state extra/*", "ground"),
     ("pixels", "picture/pixels", "ground"),
-    ("coders", "picture/inflate picture/fax picture/packbits picture/bits", "ground pixels"),
+    ("coders", "picture/inflate picture/fax picture/packbits picture/bits", "ground pixels coders"),
     ("jpg", "picture/jpg picture/jpg_*", "ground pixels"),
     ("picture", "picture/picture", "ground pixels jpg decoders"),
     ("raster", "picture/picture_* picture/graphics picture/draw picture/charset picture/charset_* "
@@ -25,7 +25,7 @@ TABLE = [
     ("sounds", "audio/*", "ground sound_file mp3"),
     ("window", "platform/*", "ground pixels picture raster window <GL/*> <GLFW/*>"),
     ("rules", "game/minefield game/moves", "ground rules"),
-    ("game", "game/*", "ground picture raster audio mp3 window rules game"),
+    ("game", "game/*", "ground picture raster audio mp3 window rules game <GL/*>"),
     ("tools", "tools/*", "ground pixels coders jpg picture raster decoders sound_file audio_module "
                          "audio mp3 sounds window tools <CLI/*>"),
 ]

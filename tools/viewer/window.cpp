@@ -200,7 +200,7 @@ static GLFEW_VERTEX MakeQuad(const char *fragment)
     static constexpr std::array<float, 30> corners = {0, 0, 0, 0, 0, 1, 0, 0, 1, 0, 1, 1, 0, 1, 1,
                                                       0, 0, 0, 0, 0, 1, 1, 0, 1, 1, 0, 1, 0, 0, 1};
     GLFEW_VERTEX quad{};
-    quad.Kind = GLFEW_TEXTURED;
+    quad.Kind = GLFEW_Textured;
     quad.Count = 6;
     quad.TexturedVertices = corners.data();
     std::strcpy(quad.VertexShaderSource.data(),

@@ -1,0 +1,43 @@
+// Bits of a stream in memory, looked at without moving on: 64 of them at any bit position.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+
+#include "extra/bytes.h"
+
+/// The bits from position `bit` on where each byte's highest comes first, the first one highest.
+/// At least 57 of them are the stream's; those past its end are 0.
+inline uint64_t Bits_PeekHigh(std::span<const uint8_t> in, size_t bit)
+{
+    size_t byte = bit / 8;
+    uint64_t bits = 0;
+    if (byte + 8 <= in.size()) {
+        std::memcpy(&bits, in.data() + byte, 8);
+        if constexpr (std::endian::native == std::endian::little)
+            bits = __builtin_bswap64(bits);
+    } else {
+        bits = uint64_t{Bytes_GetBig(in, byte, 4)} << 32;
+        bits |= Bytes_GetBig(in, byte, 4);
+    }
+    return bits << bit % 8;
+}
+
+/// The same where each byte's lowest bit comes first, the first one lowest.
+inline uint64_t Bits_PeekLow(std::span<const uint8_t> in, size_t bit)
+{
+    size_t byte = bit / 8;
+    uint64_t bits = 0;
+    if (byte + 8 <= in.size()) {
+        std::memcpy(&bits, in.data() + byte, 8);
+        if constexpr (std::endian::native == std::endian::big)
+            bits = __builtin_bswap64(bits);
+    } else {
+        bits = Bytes_GetLittle(in, byte, 4);
+        bits |= uint64_t{Bytes_GetLittle(in, byte, 4)} << 32;
+    }
+    return bits >> bit % 8;
+}
