@@ -45,6 +45,12 @@ std::string Viewer_Facts(const VIEWER_FILE &file)
            (file.Bits == 1 ? " bit" : " bits");
 }
 
+std::string Viewer_FrameReason(uint32_t frames)
+{
+    return frames == 1 ? "it has one frame, number 0"
+                       : "it has " + std::to_string(frames) + " frames, counted from 0";
+}
+
 VIEWER_PIXELS Viewer_Pixels(const VIEWER_FILE &file)
 {
     const Picture &p = *file.Record;
@@ -209,6 +215,9 @@ static void ReadHeader(VIEWER_FILE &file, const BYTES_OPEN &from)
         ReadGIF(file);
         break;
     case PICTURE_TIFF:
+        file.Frames = std::max(TIF_PageCount, 1u);
+        if (TIF_Header.Orientation >= 1 && TIF_Header.Orientation <= 8)
+            file.Orientation = TIF_Header.Orientation;
         AddText(file, "document", Text_FromEither(TIF_Header.DocumentName.data()));
         break;
     case PICTURE_SPRITES:
@@ -252,7 +261,9 @@ static void Prepare(VIEWER_FILE &file, VIEWER_DEPTH depth)
 
 static void Load(VIEWER_FILE &file, const BYTES_OPEN &from, VIEWER_DEPTH depth)
 {
-    const Picture picture = Picture_Load(from.Path, 0, 0);
+    TIF_Page = file.Page;
+    const Picture picture =
+        from.IsMemory ? Picture_LoadBytes(from.Memory, 0, 0) : Picture_Load(from.Path, 0, 0);
     file.Format = picture.Format;
     file.Reason = Picture_Reason();
     if (!picture.Pixels) {

@@ -64,6 +64,9 @@ std::string Viewer_KeepInput();
 std::string Viewer_Size(uint32_t width, uint32_t height);
 std::string Viewer_Facts(const VIEWER_FILE &file);
 
+/// Why a file of so many frames does not have the one that was asked for, for a person.
+std::string Viewer_FrameReason(uint32_t frames);
+
 /// The picture of a file that has one.
 VIEWER_PIXELS Viewer_Pixels(const VIEWER_FILE &file);
 VIEWER_PIXELS Viewer_Pixels(const VIEWER_IMAGE &image);
