@@ -12,9 +12,10 @@
 constexpr uint8_t Sheet_Set = 3;          // of what the viewer says
 constexpr uint8_t Sheet_CyrillicSet = 5;  // capitals from A on at glyph 0 on, YO at 127
 constexpr uint8_t Sheet_SpanishSet = 12;  // n with tilde where the others have n with caron
-constexpr std::array<const char *, 8> Sheet_Samples = {
-    "The quick brown fox jumps over the lazy dog. 0123456789",
-    "THE QUICK BROWN FOX JUMPS OVER THE LAZY DOG. 0123456789",
+constexpr std::array<const char *, 9> Sheet_Samples = {
+    "The quick brown fox jumps over the lazy dog.",
+    "THE QUICK BROWN FOX JUMPS OVER THE LAZY DOG.",
+    "0123456789",
     "Árvíztűrő tükörfúrógép, ÁRVÍZTŰRŐ TÜKÖRFÚRÓGÉP",
     "Příliš žluťoučký kůň úpěl ďábelské ódy",
     "Zażółć gęślą jaźń",

@@ -329,8 +329,8 @@ VIEWER_PIXELS Viewer_LoneFrame(const VIEWER_FILE &file, uint32_t n, GIF_CANVAS &
         return Viewer_Frame(file, n, canvas);
     const GIF_PICTURE &gif = GIF_PictureOf(file.Record->Pixels);
     const GIF_FRAME &frame = gif.Frames[n];
-    const VIEWER_PIXELS pixels = Composed({gif.Header, {frame}, {}}, 0, canvas);
-    // What is around it is the background, which this frame did not bring.
+    const VIEWER_PIXELS pixels = Composed({gif.Header, {frame}, BYTES_BUFFER(1)}, 0, canvas);
+    // Codes that hold nothing, only to say by which rules. What is around the frame is the background, which this frame did not bring.
     for (uint32_t y = 0; y < pixels.Height; y++)
         for (uint32_t x = 0; x < pixels.Width; x++)
             if (x < frame.Left || y < frame.Top || x - frame.Left >= frame.Width ||
