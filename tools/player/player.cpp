@@ -2,14 +2,15 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <CLI/CLI.hpp>
-#include <portaudio.h>
 
 #include "audio/audio.h"
 #include "tools/player/convert.h"
@@ -52,33 +53,33 @@ static double SecondsOf(uint64_t bytes)
 // Silence follows the sound before the stream completes: not every back end lets what is buffered
 // be heard then.
 static int PlayFeed(const void *, void *output, unsigned long frames,
-                    const PaStreamCallbackTimeInfo *timing, PaStreamCallbackFlags, void *)
+                    const PaStreamCallbackTimeInfo *timing, unsigned long, void *)
 {
     const std::span out(static_cast<uint8_t *>(output), frames * frameBytes);
     const size_t taken = hushed ? 0 : Player_Take(*nowPlaying, passes, out);
     if (taken != 0)
-        heardAt = timing->outputBufferDacTime + SecondsOf(taken);
+        heardAt = Audio_HeardAt(*timing) + SecondsOf(taken);
     std::ranges::fill(out.subspan(taken), uint8_t{Audio_BPS == 8 ? uint8_t{128} : uint8_t{0}});
     if (hushed || nowPlaying->Track->Ended)
         silentCalls++;
-    return silentCalls < CallsPerSecond ? paContinue : paComplete;
+    return silentCalls < CallsPerSecond ? Audio_Continue : Audio_Complete;
 }
 
 // Seconds of what was taken that are not heard yet.
-static double Unheard(PaStream *stream)
+static double Unheard()
 {
-    return std::max(heardAt - Pa_GetStreamTime(stream), 0.0);
+    return std::max(heardAt - Audio_StreamTime(*nowPlaying->Track), 0.0);
 }
 
 // Where the sound is that is heard now.
-static double Now(PaStream *stream)
+static double Now()
 {
-    return std::max(SecondsOf(nowPlaying->Track->Taken) - Unheard(stream), 0.0);
+    return std::max(SecondsOf(nowPlaying->Track->Taken) - Unheard(), 0.0);
 }
 
-static bool HasEnded(PaStream *stream)
+static bool HasEnded()
 {
-    return Pa_IsStreamActive(stream) != 1 || (silentCalls != 0 && Unheard(stream) == 0);
+    return !Audio_IsStreaming(*nowPlaying->Track) || (silentCalls != 0 && Unheard() == 0);
 }
 
 static void ShowProgress(const PLAYER_SOUND &sound, double now, bool paused, const std::string &of)
@@ -90,52 +91,52 @@ static void ShowProgress(const PLAYER_SOUND &sound, double now, bool paused, con
 }
 
 // Stopping waits until what was taken has been heard, and so loses nothing.
-static void TurnPause(PaStream *stream, bool &paused)
+static void TurnPause(bool &paused)
 {
     paused = !paused;
     hushed = paused;
     if (paused) {
-        while (Terminal_Signal() == 0 && !HasEnded(stream))
-            Pa_Sleep(WaitMilliseconds / 5);
-        Pa_AbortStream(stream);
+        while (Terminal_Signal() == 0 && !HasEnded())
+            std::this_thread::sleep_for(std::chrono::milliseconds(WaitMilliseconds / 5));
+        Audio_AbortStream(*nowPlaying->Track);
         Audio_Pause();
     } else {
         silentCalls = 0;
         Audio_Pause();
-        Pa_StartStream(stream);
+        Audio_StartStream(*nowPlaying->Track);
     }
 }
 
 // Plays until the sound ends or a key says what is next: KEY_NEXT at the end.
 static PLAYER_KEY Watch(const PLAYER_SOUND &sound, const std::string &of)
 {
-    PaStream *stream = sound.Track->Stream;
     bool paused = false;
     double now = 0;
-    while (Terminal_Signal() == 0 && (paused || !HasEnded(stream))) {
+    while (Terminal_Signal() == 0 && (paused || !HasEnded())) {
         if (!paused)
-            now = Now(stream);
+            now = Now();
         ShowProgress(sound, now, paused, of);
         const PLAYER_KEY key = Terminal_Key(WaitMilliseconds);
         if (key == KEY_PAUSE)
-            TurnPause(stream, paused);
+            TurnPause(paused);
         else if (key != KEY_NONE)
             return key;
         if (Terminal_StopAsked()) {
             const bool playing = !paused;
             if (playing)
-                TurnPause(stream, paused);
+                TurnPause(paused);
             Terminal_Stop();
             if (playing)
-                TurnPause(stream, paused);
+                TurnPause(paused);
         }
     }
     return Terminal_Signal() == 0 ? KEY_NEXT : KEY_QUIT;
 }
 
-// Has the engine open a stream of the sound's own format, and start it. Returns PortAudio's answer.
-static PaError StartStream(PLAYER_SOUND &sound, uint32_t wanted)
+// Has the engine open a stream of the sound's own format, and start it. Returns its error, 0: none.
+static int32_t StartStream(PLAYER_SOUND &sound, uint32_t wanted)
 {
+    Audio_AnyDevice = true;
     Audio_Init(static_cast<uint8_t>(sound.Channels));
     Audio_SetMixer(static_cast<uint8_t>(sound.Bits), sound.Hz, 0, 0);
     nowPlaying = &sound;
@@ -146,22 +147,15 @@ static PaError StartStream(PLAYER_SOUND &sound, uint32_t wanted)
     Audio_StreamCallBack = PlayFeed;
     Audio_StreamFrames = std::max(sound.Hz / CallsPerSecond, 1u);
     Audio_FirstPlay = 1;  // the stream before, if any, went with its track
-    Audio_Error = paNoError;
     Audio_Play(sound.Track.get());
-    return Audio_Error == paNoError && !sound.Track->Stream ? paDeviceUnavailable : Audio_Error;
+    return Audio_Error;
 }
 
-static bool IsAboutFormat(PaError error)
-{
-    return error == paInvalidSampleRate || error == paInvalidChannelCount ||
-           error == paSampleFormatNotSupported;
-}
-
-static std::string WhyRefused(const PLAYER_SOUND &sound, PaError error)
+static std::string WhyRefused(const PLAYER_SOUND &sound, int32_t error)
 {
     return "the sound device refuses " + std::to_string(sound.Channels) + " channels of " +
            std::to_string(sound.Bits) + " bits at " + std::to_string(sound.Hz) +
-           " Hz: " + Pa_GetErrorText(error);
+           " Hz: " + Audio_ErrorText(error);
 }
 
 // What became of a file: the key that ended it, or that it cannot be played.
@@ -180,14 +174,14 @@ static OUTCOME PlayFile(const std::string &path, const OPTIONS &options, const s
         Report(path, reason);
         return {};
     }
-    const PaError error = StartStream(sound, options.Passes);
-    if (error == paNoError)
+    const int32_t error = StartStream(sound, options.Passes);
+    if (error == 0)
         return {Watch(sound, of), true};
-    if (IsAboutFormat(error)) {
+    if (Audio_IsFormatError(error)) {
         Report(path, WhyRefused(sound, error));
         return {};
     }
-    std::fprintf(stderr, "player: no sound device: %s\n", Pa_GetErrorText(error));
+    std::fprintf(stderr, "player: no sound device: %s\n", Audio_ErrorText(error));
     return {.NoDevice = true};
 }
 

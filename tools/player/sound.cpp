@@ -7,7 +7,6 @@
 #include <cstring>
 #include <span>
 
-#include <portaudio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -252,8 +251,7 @@ static_assert(Describe.size() == AUDIO_TYPES);
 void PLAYER_UNLOAD::operator()(AudioTrack *track) const
 {
     const bool freed = track->Buffer[0];  // the others the engine leaves to their owner
-    if (track->Stream)
-        Pa_AbortStream(track->Stream);  // so that the unloading need not wait for what is buffered
+    Audio_AbortStream(*track);  // so that the unloading need not wait for what is buffered
     Audio_UnLoad(track);
     if (!freed)
         delete track;
