@@ -13,6 +13,7 @@
 #include <CLI/CLI.hpp>
 
 #include "audio/audio.h"
+#include "tools/common/text.h"
 #include "tools/player/convert.h"
 #include "tools/player/sound.h"
 #include "tools/player/terminal.h"
@@ -20,7 +21,7 @@
 
 struct OPTIONS {
     std::vector<std::string> Files;
-    bool Info = false, Convert = false;
+    bool Info = false, JSON = false, Convert = false, Framework = false;
     uint32_t Passes = 1;
     PLAYER_RAW Raw = {};
 };
@@ -42,7 +43,7 @@ static std::atomic<uint32_t> silentCalls;
 static void Report(const std::string &file, const std::string &reason)
 {
     Terminal_Clear();
-    std::fprintf(stderr, "player: %s: %s\n", Player_Text(file).c_str(), reason.c_str());
+    std::fprintf(stderr, "tessplay: %s: %s\n", Player_Text(file).c_str(), reason.c_str());
 }
 
 static double SecondsOf(uint64_t bytes)
@@ -174,6 +175,8 @@ static OUTCOME PlayFile(const std::string &path, const OPTIONS &options, const s
         Report(path, reason);
         return {};
     }
+    if (!sound.Incomplete.empty())
+        Report(path, sound.Incomplete);
     const int32_t error = StartStream(sound, options.Passes);
     if (error == 0)
         return {Watch(sound, of), true};
@@ -181,7 +184,7 @@ static OUTCOME PlayFile(const std::string &path, const OPTIONS &options, const s
         Report(path, WhyRefused(sound, error));
         return {};
     }
-    std::fprintf(stderr, "player: no sound device: %s\n", Audio_ErrorText(error));
+    std::fprintf(stderr, "tessplay: no sound device: %s\n", Audio_ErrorText(error));
     return {.NoDevice = true};
 }
 
@@ -215,22 +218,34 @@ static int Printed(int status)
 {
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
         return status;
-    std::fprintf(stderr, "player: standard output: %s\n", std::strerror(errno));
+    std::fprintf(stderr, "tessplay: standard output: %s\n", std::strerror(errno));
     return Failure;
+}
+
+// Prints what a file says, in words or as a line of JSON, which also has what cannot be opened.
+// Returns whether it was opened.
+static bool PrintInfo(const std::string &file, const OPTIONS &options)
+{
+    PLAYER_SOUND sound;
+    const std::string reason = Player_Open(file, options.Raw, sound);
+    if (!reason.empty())
+        Report(file, reason);
+    if (options.JSON && !reason.empty())
+        std::printf("{\"path\":%s,\"reason\":%s}\n", Text_JSON(file).c_str(),
+                    Text_JSON(reason).c_str());
+    else if (options.JSON)
+        std::printf("%s}\n", Player_JSON(sound).c_str());
+    else if (reason.empty())
+        std::fputs(Player_Info(sound).c_str(), stdout);
+    return reason.empty();
 }
 
 static int Info(const OPTIONS &options)
 {
     int status = 0;
-    for (const std::string &file : options.Files) {
-        PLAYER_SOUND sound;
-        const std::string reason = Player_Open(file, options.Raw, sound);
-        if (!reason.empty()) {
-            Report(file, reason);
+    for (const std::string &file : options.Files)
+        if (!PrintInfo(file, options))
             status = Failure;
-        } else if (std::fputs(Player_Info(sound).c_str(), stdout) == EOF)
-            break;
-    }
     return Printed(status);
 }
 
@@ -245,9 +260,11 @@ static int Convert(const OPTIONS &options)
         Report(options.Files[0], reason);
         return Failure;
     }
+    if (!sound.Incomplete.empty())
+        Report(options.Files[0], sound.Incomplete);
     reason = Player_Convert(sound, options.Passes, options.Files[1]);
     if (!reason.empty())
-        Report(options.Files[1], reason);
+        Report(options.Files[sound.Track->Error != 0 ? 0 : 1], reason);
     return reason.empty() ? 0 : Failure;
 }
 
@@ -266,20 +283,27 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
     std::string raw;
     app.add_option("FILE", options.Files, "Sound files")->required();
     CLI::Option *info = app.add_flag("--info", options.Info, "Print what the headers say");
-    app.add_flag("--convert", options.Convert, "Convert the first file to the second, a WAVE file")
+    app.add_flag("--json", options.JSON, "Print it as one JSON object a line")->needs(info);
+    app.add_flag("--convert", options.Convert,
+                 "Convert the first file to the second: .wav, or .raw for samples alone")
         ->excludes(info);
     app.add_option("--loop", options.Passes, "Play each file N times, 0: for ever")
         ->type_name("N")
         ->check(CLI::Range(0, 1000000));
     app.add_option("--raw", raw, "What files of unknown format are taken for")
         ->type_name("BITS,CHANNELS,HZ");
+    app.add_flag("--framework", options.Framework,
+                 "Read files by the framework's own rules, not by those of their formats");
+    app.set_version_flag("--version", "tessplay " TESSPLAY_VERSION);
     app.footer("Keys: space pauses, arrows go to the next or the previous file, q quits.\n"
                "WAVE, MOD, MP3, VOC, AU, 8SVX, 16SV and AIFF are known by their contents.");
     app.parse(argc, argv);
     if (!raw.empty())
         options.Raw = RawOf(raw);
     if (options.Convert && options.Files.size() != 2)
-        throw CLI::ValidationError("--convert", "wants two files, IN and OUT.wav");
+        throw CLI::ValidationError("--convert", "wants two files, IN and OUT");
+    if (options.Convert && !Player_CanWrite(options.Files[1]))
+        throw CLI::ValidationError("--convert", "writes .wav and .raw");
     if (options.Convert && options.Passes == 0)
         throw CLI::ValidationError("--loop", "a file is no place for ever");
 }
@@ -287,15 +311,16 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
 int main(int argc, char **argv)
 {
     OPTIONS options;
-    CLI::App app("Plays sound files, tells what they are, or converts one to WAVE.", "player");
+    CLI::App app("Plays sound files, tells what they are, or converts one to WAVE.", "tessplay");
     try {
         ReadOptions(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == 0)  // asked for help
+        if (error.get_exit_code() == 0)  // asked for help or the version
             return Printed(app.exit(error));
-        std::fprintf(stderr, "player: %s (--help tells more)\n", error.what());
+        std::fprintf(stderr, "tessplay: %s (--help tells more)\n", error.what());
         return WrongUsage;
     }
+    Audio_Rules = options.Framework ? AUDIO_RULES_FRAMEWORK : AUDIO_RULES_FORMAT;
     const int status = options.Info      ? Info(options)
                        : options.Convert ? Convert(options)
                                          : Play(options);
