@@ -102,7 +102,7 @@ class Viewer(unittest.TestCase):
         self.assertTrue(sizes[2] < sizes[0] < sizes[1], sizes)
         odd = self.file("odd.ppm", ppm(15, 1, BLUE * 15))
         self.assertEqual(self.run_viewer("--convert", odd, out),
-                         (0, "", f"viewer: {out}: it has the first 8 of 15 columns, a multiple of 8\n"))
+                         (0, "", f"tessview: {out}: it has the first 8 of 15 columns, a multiple of 8\n"))
         self.assertIn("HAM, 8x1", self.run_viewer("--info", out)[1])
 
     def test_failures(self):
@@ -114,16 +114,16 @@ class Viewer(unittest.TestCase):
         os.mkfifo(outlet)
         sprites = self.file("cut.spr", b"SPRITES\x03\x01\x01" + b"\x01\x02\x03" * 2)  # the third is missing
         rows = [
-            (["--info", "absent", picture], 1, "viewer: absent: No such file or directory\n"),
+            (["--info", "absent", picture], 1, "tessview: absent: No such file or directory\n"),
             (["--info", self.folder.name], 1, "Is a directory\n"),
             (["--info", self.file("empty", b"")], 1, "it is empty\n"),
-            (["--info", pipe], 1, f"viewer: {pipe}: it is not a regular file\n"),
-            (["--convert", pipe, self.file("x.pam")], 1, f"viewer: {pipe}: it is not a regular file\n"),
-            (["--convert", picture, outlet], 1, f"viewer: {outlet}: it is not a regular file\n"),
-            (["--info", text], 1, f"viewer: {text}: its format is not known\n"),
+            (["--info", pipe], 1, f"tessview: {pipe}: it is not a regular file\n"),
+            (["--convert", pipe, self.file("x.pam")], 1, f"tessview: {pipe}: it is not a regular file\n"),
+            (["--convert", picture, outlet], 1, f"tessview: {outlet}: it is not a regular file\n"),
+            (["--info", text], 1, f"tessview: {text}: its format is not known\n"),
             (["--info", cut], 1, "though it begins like PNG\n"),
             (["--convert", text, self.file("x.pam")], 1, "its format is not known\n"),
-            (["--convert", picture, "/absent/x.pam"], 1, "viewer: /absent/x.pam: No such file or directory\n"),
+            (["--convert", picture, "/absent/x.pam"], 1, "tessview: /absent/x.pam: No such file or directory\n"),
             (["--convert", "--frame", "1", picture, self.file("x.pam")], 1, "it has 1 frames, counted from 0\n"),
             (["--convert", picture, self.file("x.ham6")], 1, "too narrow for .ham6 and .ham8\n"),
             (["--convert", "--frame", "2", sprites, self.file("x.pam")], 1, "it has 2 frames, counted from 0\n"),
@@ -148,7 +148,7 @@ class Viewer(unittest.TestCase):
         with Display() as display:
             self.environment["DISPLAY"] = display.name
             self.assertEqual(self.run_viewer("--frame", "2", sprites),
-                             (1, "", f"viewer: {sprites}: it has 2 frames, counted from 0\n"))
+                             (1, "", f"tessview: {sprites}: it has 2 frames, counted from 0\n"))
             viewer = subprocess.Popen([VIEWER, quarters, clear, sprites, "absent"], stderr=subprocess.PIPE,
                                       env=dict(os.environ, **self.environment))
 
@@ -195,7 +195,7 @@ class Viewer(unittest.TestCase):
             display.xdotool("key", "Escape")
             self.assertEqual(viewer.wait(30), 1)  # one was absent
             with viewer.stderr as stream:
-                self.assertEqual(stream.read(), b"viewer: absent: No such file or directory\n")
+                self.assertEqual(stream.read(), b"tessview: absent: No such file or directory\n")
 
     def pixel(self, display, x, y):
         """A pixel of the screen, from a window dump (X11/XWDFile.h): its blue byte comes first."""

@@ -1,0 +1,26 @@
+// One picture on the screen. It is cut into tiles of the size, among those that it comes in, that
+// is nearest to how large it is seen; only tiles in sight become textures. So its size is not
+// bounded by the display's, and a large photograph needs a small texture to be seen as a whole.
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include "tools/viewer/shown.h"
+
+/// A turn about the picture's middle by quarters, perhaps mirrored: (x, y) becomes
+/// ([0] x + [1] y, [2] x + [3] y), y going down.
+using CANVAS_TURN = std::array<int, 4>;
+
+/// What makes a picture of this orientation upright; and one turn after another.
+CANVAS_TURN Canvas_TurnOf(int orientation);
+CANVAS_TURN Canvas_After(const CANVAS_TURN &first, const CANVAS_TURN &second);
+constexpr CANVAS_TURN Canvas_Right = {0, -1, 1, 0}, Canvas_Left = {0, 1, -1, 0},
+                      Canvas_Mirror = {-1, 0, 0, 1};
+
+/// The picture in its sizes, the largest first, each half of the one before. What it lies in must
+/// outlive its use here.
+void Canvas_Set(std::vector<VIEWER_PIXELS> sizes);
+
+/// Draws it into a rectangle, which has its sides as turned.
+void Canvas_Draw(float x, float y, float width, float height, const CANVAS_TURN &turn, bool smooth);
