@@ -3,63 +3,23 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 #include <locale.h>
 #include <wchar.h>
 
+#include "tools/common/text.h"
+
 using CODES = std::u32string;
-
-static bool IsControl(char32_t code)
-{
-    return code < 0x20 || (code >= 0x7F && code < 0xA0);
-}
-
-static void PutUTF8(std::string &text, char32_t code)
-{
-    const auto put = [&](char32_t byte) { text += static_cast<char>(byte); };
-    if (code < 0x80) {
-        put(code);
-        return;
-    }
-    int shift = code < 0x800 ? 6 : code < 0x10000 ? 12 : 18;
-    put((shift == 6 ? 0xC0u : shift == 12 ? 0xE0u : 0xF0u) | code >> shift);
-    while (shift != 0) {
-        shift -= 6;
-        put(0x80 | (code >> shift & 0x3F));
-    }
-}
-
-// Bytes that follow a first byte in UTF-8 (RFC 3629); -1 for none that starts a character.
-static int Followers(uint8_t first)
-{
-    if (first < 0x80)
-        return 0;
-    if (first >= 0xC2 && first < 0xE0)
-        return 1;
-    if (first >= 0xE0 && first < 0xF0)
-        return 2;
-    return first >= 0xF0 && first < 0xF5 ? 3 : -1;
-}
 
 // Appends the characters; false when the bytes are no UTF-8.
 static bool FromUTF8(std::span<const char> bytes, CODES &codes)
 {
-    constexpr char32_t least[] = {0, 0x80, 0x800, 0x10000};
-    for (size_t i = 0; i < bytes.size();) {
-        const auto first = static_cast<uint8_t>(bytes[i++]);
-        const int followers = Followers(first);
-        if (followers < 0 || bytes.size() - i < static_cast<size_t>(followers))
+    for (std::string_view text(bytes.data(), bytes.size()); !text.empty();) {
+        const auto code = Text_Take(text);
+        if (!code)
             return false;
-        char32_t code = followers == 0 ? first : first & 0x3Fu >> followers;
-        for (int k = 0; k < followers; k++, i++) {
-            const auto next = static_cast<uint8_t>(bytes[i]);
-            if (next >> 6 != 2)
-                return false;
-            code = code << 6 | (next & 0x3Fu);
-        }
-        if (code < least[followers] || code > 0x10FFFF || (code >= 0xD800 && code < 0xE000))
-            return false;
-        codes += code;
+        codes += *code;
     }
     return true;
 }
@@ -100,7 +60,7 @@ std::string Player_Text(std::span<const char> bytes)
 {
     std::string text;
     for (const char32_t code : Decode(bytes))
-        PutUTF8(text, IsControl(code) ? U' ' : code);
+        Text_Put(text, Text_IsControl(code) ? U' ' : code);
     text.erase(text.find_last_not_of(' ') + 1);
     return text;
 }
@@ -123,7 +83,7 @@ std::string Player_Cut(const std::string &utf8, size_t columns)
         if (wanted > columns)
             break;
         columns -= wanted;
-        PutUTF8(text, code);
+        Text_Put(text, code);
     }
     uselocale(before);
     return text;

@@ -29,6 +29,7 @@ struct VIEWER_FACT {
 };
 
 struct VIEWER_FILE {
+    uint64_t Serial = 0;  // no two files have the same; not 0
     std::string Path;
     std::string Reason;  // why no picture could be loaded; with one, what it lacks, if anything
     uint8_t Format = PICTURE_UNKNOWN;
