@@ -265,9 +265,9 @@ class Viewer(unittest.TestCase):
                 display.xdotool("key", key)
                 await_pixels([color])
             display.xdotool("key", "Left")
-            # The contact sheet, where the picture before is at the left, in the middle of its cell.
+            # The contact sheet, where the first picture is in the middle of the first cell.
             display.xdotool("key", "Tab", "Left")
-            points = [(92 + 80 - 1, 12 + 80 - 1)]
+            points = [(167, 91)]
             await_pixels([RED])
             display.xdotool("key", "Tab")
             # Squares of 8, white and grey.

@@ -10,6 +10,7 @@
 #include "extra/bytes.h"
 #include "picture/gif.h"
 #include "picture/picture.h"
+#include "tools/viewer/exif.h"
 
 /// RGBA pixels without gaps.
 struct VIEWER_IMAGE {
@@ -21,11 +22,6 @@ struct VIEWER_IMAGE {
 struct VIEWER_PIXELS {
     uint32_t Width = 0, Height = 0, Stride = 0;
     const uint8_t *Pixels = nullptr;
-};
-
-/// One line of what a file tells of itself, both in UTF-8.
-struct VIEWER_FACT {
-    std::string Name, Text;
 };
 
 struct VIEWER_FILE {
