@@ -82,7 +82,7 @@ static void ReadMicrosoft(WAV_HEADER &record, uint64_t position)
     }
 }
 
-// The fields that all formats have; leaves `position` behind them.
+// The fields that all formats have; leaves `position` past them.
 static void ReadFormat(WAV_HEADER &record, uint64_t &position)
 {
     const uint32_t size = Sound_LittleAt(WAV_File, position - 4, 4);

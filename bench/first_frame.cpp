@@ -48,7 +48,7 @@ extern "C" void glfwSwapBuffers(GLFWwindow *window)
     using SWAP = void (*)(GLFWwindow *);
     static const SWAP swap = reinterpret_cast<SWAP>(dlsym(RTLD_NEXT, "glfwSwapBuffers"));
     swap(window);
-    std::fprintf(stderr, "first frame after %.2f s, resident at most %ld MB\n",
-                 Now() - StartTime(), ResidentKilobytes() / 1024);
+    std::fprintf(stderr, "first frame after %.2f s, resident at most %ld MB\n", Now() - StartTime(),
+                 ResidentKilobytes() / 1024);
     std::_Exit(0);
 }

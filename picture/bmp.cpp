@@ -465,7 +465,7 @@ struct BMP_SCALED_FIELD {
     explicit BMP_SCALED_FIELD(uint32_t mask) : Mask(mask), Right(0)
     {
         const uint32_t low = mask == 0 ? 0 : static_cast<uint32_t>(std::countr_zero(mask));
-        const int bits = std::bit_width(mask >> low);
+        const auto bits = static_cast<int>(std::bit_width(mask >> low));
         Right = static_cast<int>(low) + std::max(bits - 8, 0);
         const int kept = std::min(bits, 8);
         for (uint32_t i = 0; kept != 0 && i < 1u << kept; i++) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <dlfcn.h>
+
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif

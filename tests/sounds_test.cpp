@@ -205,3 +205,41 @@ TEST(Sounds, Prefixes)
         }
     }
 }
+
+TEST(Sounds, Reasons)
+{
+    const auto wave = [](const BYTES &format, uint32_t size, const BYTES &rest = {}) {
+        return Text("RIFF\0\0\0\0WAVE") + rest + Text("fmt \x10\0\0\0") + format +
+               Number(8000, -4) + Number(0, -4) + Number(2, -2) + Number(16, -2) + Text("data") +
+               Number(size, -4) + Data;
+    };
+    const BYTES linear = {1, 0, 1, 0}, other = {85, 0, 1, 0}, form = Text("SSND\0\0\0\x63");
+    const struct {
+        const MODULE &module;
+        BYTES file;
+        const char *reason;
+    } rows[] = {
+        {Wav, wave(linear, 7), ""},
+        {Wav, wave(linear, 9), "cut after 7 of 9 bytes of sound"},
+        {Wav, wave(linear, UINT32_MAX), ""},
+        {Wav, wave(other, 7), "format tag 85"},
+        {Wav, Text("RIFF"), "format tag 0"},
+        {Voc, VocFile({1, 9, 0, 0, 0xA6, 1}), "codec 1"},
+        {Voc, VocFile({}), "no sound block"},
+        {Au, AuFile(23, Data), "encoding 23"},
+        {Iff, IffFile("8SVX", Vhdr + Chunk("BODY", Data)),
+         "compression 1, played as linear samples"},
+        {Iff, IffFile("8SVX", Vhdr), "no body chunk"},
+        {Aiff, IffFile("AIFF", Comm(12) + Chunk("SSND", Data)), "12 bits a sample"},
+        {Aiff, IffFile("AIFF", Comm(16) + form), "cut after 0 of 99 bytes of sound"},
+    };
+    for (const auto &r : rows) {
+        LoadBytes(r.module, r.file);
+        EXPECT_STREQ(Reason_Get(), r.reason) << r.module.Name;
+    }
+    Wav.Load(TempPath("absent").c_str());
+    EXPECT_STREQ(Reason_Get(), "cannot be opened: No such file or directory");
+    Wav.SetSoundNumber(32);
+    Wav.Load(TempPath("sound").c_str());
+    EXPECT_STREQ(Reason_Get(), "32 sounds of its format are loaded already");
+}

@@ -1,18 +1,21 @@
-#!/bin/sh
-# Makes the tiles under datas/ and the launcher's icon from the drawings in tools/art/svg. Needs
-# rsvg-convert (librsvg2-bin), convert (imagemagick) and the program `tiles` (CMake option ART),
-# whose path may be given: tools/art/make_tiles.sh build/tiles. Takes about three minutes.
-set -eu
-tiles=$(realpath "${1:-build/tiles}")
+#!/usr/bin/env bash
+# Makes the tiles under datas/ and the launcher's icon anew from the drawings in tools/art/svg. Needs
+# what the game needs to build, rsvg-convert (librsvg2-bin) and convert (imagemagick), and takes
+# about three minutes.
+set -euo pipefail
 cd "$(dirname "$0")/../.."
+
+build=build/art
 work=$(mktemp -d)
 trap 'rm -r "$work"' EXIT
 
-set --
+cmake -S . -B "$build" -DART=ON -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build "$build" --target tiles
+pairs=()
 for name in Base Mine Empty Question Flag One Two Three Four Five Six Seven Eight; do
     rsvg-convert "tools/art/svg/$name.svg" -o "$work/$name.png"
     convert "$work/$name.png" -depth 8 "rgb:$work/$name.rgb"
-    set -- "$@" "$work/$name.rgb" "datas/$name.ham8"
+    pairs+=("$work/$name.rgb" "datas/$name.ham8")
 done
-"$tiles" "$@"
+"$build/tools/art/tiles" "${pairs[@]}"
 rsvg-convert tools/art/svg/icon.svg -o tools/art/tessaruvinel.png
