@@ -150,6 +150,7 @@ struct MP3_CHANNEL {
     std::array<uint8_t, 39> Illegal;  // scale factor from which on a band is no intensity band
     MP3_QUANTISED Quantised;
     size_t Used;  // lines up to the last that is not 0
+    bool Whole;   // no bits were missing
     std::array<MP3_FIXED, MP3_Lines> Lines;
 };
 
@@ -284,7 +285,8 @@ static void ReadMainData(const uint8_t *data, size_t bit, size_t end, const MP3_
         groups = {MP3_ScaleGroups[granule.Shape], {first, first, second, second}};
     }
     ReadScaleFactors(data, bit, groups, share, low, channel);
-    channel.Used = MP3_ReadSpectrum(data, bit, end, granule.Regions, channel.Quantised);
+    channel.Used =
+        MP3_ReadSpectrum(data, bit, end, granule.Regions, channel.Quantised, channel.Whole);
 }
 
 // value^(4/3) * 2^(exponent + fraction/4), with its sign.
@@ -487,9 +489,11 @@ static bool HasAllBits(const MP3_SIDE_INFO &side, ptrdiff_t index, ptrdiff_t siz
     return index >= 0 && end <= size;
 }
 
-// Whether lines exceed full scale so far as no encoder makes them.
-static bool IsTooLoud(const MP3_CHANNEL &channel)
+// Whether bits are missing, or lines exceed full scale so far as no encoder makes them.
+static bool IsDamaged(const MP3_CHANNEL &channel)
 {
+    if (channel.Used != 0 && !channel.Whole)
+        return true;
     constexpr MP3_FIXED bound = 8u << MP3_FixedBits;
     bool loud = false;
     for (size_t i = 0; i < channel.Used; i++)
@@ -530,7 +534,7 @@ int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
             Requantise(channel, format.Sides);
             layer3.MainIndex = end;
         }
-        if (format.Careful && (IsTooLoud(channels[0]) || IsTooLoud(channels[1])))
+        if (format.Careful && (IsDamaged(channels[0]) || IsDamaged(channels[1])))
             for (MP3_CHANNEL &channel : channels) {
                 channel.Used = 0;
                 channel.Lines = {};
