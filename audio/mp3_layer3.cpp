@@ -489,16 +489,18 @@ static bool HasAllBits(const MP3_SIDE_INFO &side, ptrdiff_t index, ptrdiff_t siz
     return index >= 0 && end <= size;
 }
 
-// Whether bits are missing, or lines exceed full scale so far as no encoder makes them.
+// Whether bits are missing, or the lines have more energy than encoders make: of noise far beyond
+// full scale it is 6.
 static bool IsDamaged(const MP3_CHANNEL &channel)
 {
-    if (channel.Used != 0 && !channel.Whole)
-        return true;
-    constexpr MP3_FIXED bound = 8u << MP3_FixedBits;
-    bool loud = false;
-    for (size_t i = 0; i < channel.Used; i++)
-        loud |= channel.Lines[i] + bound > 2 * bound;
-    return loud;
+    constexpr int bits = 16;  // of full scale, so that no sum overflows
+    constexpr int64_t bound = int64_t{16} << 2 * bits;
+    int64_t energy = 0;
+    for (size_t i = 0; i < channel.Used; i++) {
+        const int32_t line = static_cast<int32_t>(channel.Lines[i]) >> (MP3_FixedBits - bits);
+        energy += int64_t{line} * line;
+    }
+    return channel.Used != 0 && (!channel.Whole || energy > bound);
 }
 
 int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
