@@ -479,14 +479,14 @@ void MP3_BuildTables()
         BuildTables();  // the first thread builds, others wait
 }
 
-// Whether the main data has all bits that the frame's granules take, which begin at `index`.
-static bool HasAllBits(const MP3_SIDE_INFO &side, ptrdiff_t index, ptrdiff_t size)
+// The bits that a frame's granules take.
+static ptrdiff_t CountBits(const MP3_SIDE_INFO &side)
 {
-    ptrdiff_t end = index;
+    ptrdiff_t bits = 0;
     for (const auto &granules : side.Granules)
         for (const MP3_GRANULE &granule : granules)
-            end += granule.Bits;
-    return index >= 0 && end <= size;
+            bits += granule.Bits;
+    return bits;
 }
 
 // Whether bits are missing, or the lines have more energy than encoders make: of noise far beyond
@@ -513,8 +513,9 @@ int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
     const auto size = static_cast<ptrdiff_t>(8 * layer3.MainSize);
     layer3.MainIndex = 8 * (static_cast<ptrdiff_t>(layer3.ReservoirSize) -
                             static_cast<ptrdiff_t>(side.MainDataBegin));
-    const bool silent = format.Careful &&
-                        (!possible || format.Damaged || !HasAllBits(side, layer3.MainIndex, size));
+    bool spoiled = format.Careful &&
+                   (!possible || format.Damaged || layer3.MainIndex + CountBits(side) > size);
+    const bool silent = spoiled || (format.Careful && layer3.MainIndex < 0);
     if (silent)
         side.Granules = {};
 
@@ -538,6 +539,7 @@ int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
         }
         if (format.Careful && (IsDamaged(channels[0]) || IsDamaged(channels[1])))
             for (MP3_CHANNEL &channel : channels) {
+                spoiled = true;
                 channel.Used = 0;
                 channel.Lines = {};
             }
@@ -550,6 +552,8 @@ int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
                        channels[c].Granule->Mixed, g);
         }
     }
+    if (spoiled)
+        layer3.MainSize = 0;
     return static_cast<int>(granules * MP3_Slots);
 }
 
