@@ -10,13 +10,13 @@ constexpr int32_t MOD_VolumeStep = 16;
 constexpr double MOD_VoiceFull = 32768.0 * 64 * MOD_VolumeStep;
 static_assert(MOD_VoiceFull * 50 < std::numeric_limits<int32_t>::max(), "99 voices: 50 on a bus");
 
-// Gains have 16 bits behind the point, so that they move evenly.
+// Gains have 16 fractional bits, so that they move evenly.
 constexpr int32_t MOD_GainOne = 65536;
 
 constexpr double MOD_NearSide = 0.75;   // of a bus on its own side; the rest goes to the other
 constexpr double MOD_RampTime = 0.001;  // of a change of volume, in seconds
 
-// The low-pass behind the power light, a Butterworth-like section.
+// The low-pass that the power light shows, a Butterworth-like section.
 constexpr double MOD_FilterCut = 3091.0, MOD_FilterQ = 0.66;
 
 static bool IsLeft(size_t voice)
@@ -37,7 +37,7 @@ static int32_t Between(int8_t a, int8_t b, uint64_t position)
     return a * 256 + ((b - a) * part >> 7);
 }
 
-// Adds frames of a run, of which the sample behind each is a part too.
+// Adds frames of a run, of which the sample after each is a part too.
 template <bool Ramp>
 static void AddRun(MOD_VOICE &v, uint64_t step, std::span<int32_t> bus)
 {
@@ -58,7 +58,7 @@ static void AddRun(MOD_VOICE &v, uint64_t step, std::span<int32_t> bus)
     v.Heard = heard;
 }
 
-// Goes on with the loop where a run has ended. False when there is none.
+// Goes on with the loop where a run has ended. False when no loop follows.
 static bool EnterRun(MOD_VOICE &v)
 {
     const uint64_t end = static_cast<uint64_t>(v.End) << 32;

@@ -13,7 +13,7 @@
 /// second.
 constexpr double MOD_Clock = 3546895.0;
 
-/// Positions in samples, with 32 bits behind the point.
+/// Positions in samples, with 32 fractional bits.
 struct MOD_VOICE {
     const int8_t *Data;      // null: silent until a loop is heard
     uint64_t Position;       // in Data

@@ -9,7 +9,7 @@
 constexpr size_t MOD_Notes = 36;
 
 // Periods of three octaves from C-1 in the tunings 0 to 7 and -8 to -1 eighths of a semitone, each
-// behind its notes with the 0 that the original's searches end at.
+// after its notes with the 0 that the original's searches end at.
 constexpr std::array<std::array<uint16_t, MOD_Notes + 1>, 16> MOD_Periods = {{
     // clang-format off
     {856, 808, 762, 720, 678, 640, 604, 570, 538, 508, 480, 453,
@@ -140,7 +140,7 @@ static uint32_t Heard(MOD_PITCH pitch)
     return pitch.Period == 0 ? 0 : static_cast<uint32_t>(4 * pitch.Period + pitch.Quarters);
 }
 
-// A note of the table; the 0 behind a tuning's last is none. What is heard is the first octave's,
+// A note of the table; the 0 after a tuning's last is none. What is heard is the first octave's,
 // halved, as today's players have it; in tuning 0, but for its last note, what files state.
 static MOD_PITCH NotePitch(size_t finetune, size_t note)
 {

@@ -56,7 +56,7 @@ struct MOD_PLAYER {
     bool RowBreak;     // in this pattern
     bool Jump;         // in the next, after Position
     bool Filter;
-    bool AtEnd;         // the next row is behind the last
+    bool AtEnd;         // the next row is past the last
     uint32_t RowsLeft;  // to be read
 };
 
@@ -65,7 +65,7 @@ struct MOD_LENGTH {
     uint32_t Milliseconds;
 };
 
-/// How far the song goes: to behind its last order, to a command that stops it, or to where it
+/// How far the song goes: past its last order, to a command that stops it, or to where it
 /// would go on as it did before: at a row that was played already, by no pattern loop that is
 /// counting down. Rows that loops repeat count each time; after 65536 of them it ends anyway.
 MOD_LENGTH MOD_Measure(const MOD_SONG &song);

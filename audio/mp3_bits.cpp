@@ -22,9 +22,9 @@ uint32_t MP3_GetBits(MP3_BITS &reader, int n)
 {
     size_t position = static_cast<size_t>(reader.Index >> 3);
     const uint32_t word = Bytes_GetBig({reader.Start, reader.End}, position, 4);
-    const int behind = reader.Index & 7;
+    const int used = reader.Index & 7;
     reader.Index += n;
-    return word << behind >> ((32 - n) & 31);
+    return word << used >> ((32 - n) & 31);
 }
 
 uint32_t MP3_GetBits1(MP3_BITS &reader)

@@ -8,10 +8,15 @@
 // Loops over subbands and slots are written for compilers to run eight lanes at a time: with AVX2
 // they multiply 32 by 32 bits well.
 
+namespace
+{
+
 // ISO/IEC 11172-3, table 3-B.9: the coefficients of alias reduction, ci as it stands there.
 struct MP3_BUTTERFLY {
     int32_t Cosine, Sine;  // cs and ca, 31 bits
 };
+
+}  // namespace
 
 constexpr auto MP3_Butterflies = [] {
     constexpr std::array<double, 8> c = {-0.6,   -0.535, -0.33,   -0.185,
@@ -29,10 +34,10 @@ constexpr auto MP3_Butterflies = [] {
     return int64_t{static_cast<int32_t>(a)} * b;
 }
 
-template <int BITS>
+template <int Bits>
 [[gnu::always_inline]] static inline MP3_FIXED Round(int64_t product)
 {
-    return static_cast<MP3_FIXED>(static_cast<uint64_t>(product + (1 << (BITS - 1))) >> BITS);
+    return static_cast<MP3_FIXED>(static_cast<uint64_t>(product + (1 << (Bits - 1))) >> Bits);
 }
 
 [[gnu::always_inline]] static inline MP3_FIXED Half(MP3_FIXED a)
@@ -40,7 +45,7 @@ template <int BITS>
     return static_cast<MP3_FIXED>(static_cast<int32_t>(a) >> 1);
 }
 
-// Constants of up to 16 have 27 bits behind the point, those of up to 1 have 31.
+// Constants of up to 16 have 27 fractional bits, those of up to 1 have 31.
 [[gnu::always_inline]] static inline MP3_FIXED Scale(MP3_FIXED a, int32_t b)
 {
     return Round<27>(Product(a, b));
@@ -303,6 +308,9 @@ EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter)
     }
 }
 
+namespace
+{
+
 // The vector V of the standard's synthesis is made of 32 waves: V[i] is wave 16 + i for i < 16, 0
 // for 16, and minus wave |48 - i| from there on. So samples j and 32 - j come from the same two,
 // wave 16 + j with the slots 0, 2, 4 ... back and wave 16 - j with the slots 1, 3, 5 ... back, and
@@ -311,6 +319,8 @@ struct MP3_TAPS {
     std::array<int32_t, 8> Upper, Lower;              // sample j: of wave 16 + j, of 16 - j
     std::array<int32_t, 8> MirrorUpper, MirrorLower;  // sample 32 - j
 };
+
+}  // namespace
 
 constexpr auto MP3_Taps = [] {
     std::array<MP3_TAPS, 17> table{};
@@ -324,16 +334,21 @@ constexpr auto MP3_Taps = [] {
     return table;
 }();
 
+namespace
+{
+
 // Samples before they are cut to 16 bits, by number in the slot and slot: the part that stays and
 // the bits below it. Number 32, the mirror of 0, is not used.
 struct MP3_ACCUMULATORS {
     alignas(64) std::array<std::array<int32_t, MP3_Columns>, 33> High, Low;
 };
 
+}  // namespace
+
 EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter,
                                   MP3_ACCUMULATORS &__restrict out)
 {
-    constexpr int below = MP3_FixedBits + 16 - 15;  // the window has 16 bits behind the point
+    constexpr int below = MP3_FixedBits + 16 - 15;  // the window has 16 fractional bits
     constexpr int low = below - MP3_CarriedBits;
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
     for (size_t j = 0; j < MP3_Taps.size(); j++) {

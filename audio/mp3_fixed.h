@@ -9,7 +9,7 @@
 using MP3_FIXED = uint32_t;
 constexpr int MP3_FixedBits = 24;
 
-/// `value` with `bits` bits behind the point, rounded.
+/// `value` with `bits` fractional bits, rounded.
 constexpr int32_t MP3_Constant(double value, int bits)
 {
     const double scaled = value * static_cast<double>(int64_t{1} << bits);

@@ -222,25 +222,30 @@ constexpr size_t LayOut(std::span<const uint16_t> codes, std::span<uint16_t> loo
     return used;
 }
 
-template <const auto &CODES>
+template <const auto &Codes>
 constexpr auto MP3_Lookup = [] {
-    static_assert(IsComplete(CODES, 8) && IsSquare(CODES));
-    std::array<uint16_t, LayOut(CODES, {})> lookup{};
-    LayOut(CODES, lookup);
+    static_assert(IsComplete(Codes, 8) && IsSquare(Codes));
+    std::array<uint16_t, LayOut(Codes, {})> lookup{};
+    LayOut(Codes, lookup);
     static_assert(lookup.size() <= 2048, "second look-ups begin within 11 bits");
     return lookup;
 }();
 
+namespace
+{
+
 struct MP3_PAIR_TABLE {
     const uint16_t *Lookup;  // null: every value is 0 and takes no bits
     uint8_t Root;            // bits of the first look-up
-    uint8_t LinBits;         // bits behind a value of 15
+    uint8_t LinBits;         // bits after a value of 15
 };
 
-template <const auto &CODES>
+}  // namespace
+
+template <const auto &Codes>
 constexpr MP3_PAIR_TABLE PairTable(uint8_t linBits = 0)
 {
-    return {MP3_Lookup<CODES>.data(), static_cast<uint8_t>(RootBits(CODES)), linBits};
+    return {MP3_Lookup<Codes>.data(), static_cast<uint8_t>(RootBits(Codes)), linBits};
 }
 
 // By table number; 4 and 14 are not used.
@@ -279,35 +284,45 @@ constexpr std::array<MP3_PAIR_TABLE, 32> MP3_PairTables = {{
     PairTable<MP3_Codes24>(13),
 }};
 
+namespace
+{
+
 // Quadruples are looked up together with their signs.
 struct MP3_QUAD {
     std::array<int16_t, 4> Values;
     uint16_t Length;  // bits, with the signs
 };
 
-template <const auto &CODES, int BITS>
+}  // namespace
+
+template <const auto &Codes, int Bits>
 constexpr auto MP3_QuadLookup = [] {
-    static_assert(IsComplete(CODES, 4) && CODES.size() == 16);
-    std::array<MP3_QUAD, size_t{1} << BITS> lookup{};
+    static_assert(IsComplete(Codes, 4) && Codes.size() == 16);
+    std::array<MP3_QUAD, size_t{1} << Bits> lookup{};
     size_t code = 0;
-    for (const uint16_t entry : CODES) {
+    for (const uint16_t entry : Codes) {
         const int length = entry >> 4;
-        for (const size_t end = code + (size_t{1} << (BITS - length)); code < end; code++) {
+        for (const size_t end = code + (size_t{1} << (Bits - length)); code < end; code++) {
             MP3_QUAD &quad = lookup[code];
-            int next = BITS - length - 1;  // bit of the next sign
+            int next = Bits - length - 1;  // bit of the next sign
             for (size_t i = 0; i < 4; i++)
                 if (entry >> (3 - i) & 1)
                     quad.Values[i] = code >> next-- & 1 ? -1 : 1;
-            quad.Length = static_cast<uint16_t>(BITS - 1 - next);
+            quad.Length = static_cast<uint16_t>(Bits - 1 - next);
         }
     }
     return lookup;
 }();
 
+namespace
+{
+
 struct MP3_QUAD_TABLE {
     const MP3_QUAD *Lookup;
     int Bits;
 };
+
+}  // namespace
 
 constexpr std::array<MP3_QUAD_TABLE, 2> MP3_QuadTables = {{
     {MP3_QuadLookup<MP3_QuadCodesA, 10>.data(), 10},
@@ -325,7 +340,7 @@ static inline int16_t TakeSign(int value, uint64_t &window)
 // Decodes pairs from line `line` to line `last` or the end of the bits, and moves `bit` on. Returns
 // the line reached. `window` holds the next bits, the highest first, of which `valid` count; a
 // refill makes these 56 at least. A pair takes 21 of them at most, with escapes 47.
-template <bool ESCAPES>
+template <bool Escapes>
 static size_t ReadPairs(const uint8_t *data, size_t &bit, size_t end, const MP3_PAIR_TABLE &table,
                         size_t line, size_t last, MP3_QUANTISED &lines)
 {
@@ -337,25 +352,25 @@ static size_t ReadPairs(const uint8_t *data, size_t &bit, size_t end, const MP3_
         window |= MP3_Peek(next, 0) >> valid;
         next += (63 - valid) / 8;
         valid |= 56;
-        for (int pair = 0; pair < (ESCAPES ? 1 : 2) && line < last && at < end; pair++) {
+        for (int pair = 0; pair < (Escapes ? 1 : 2) && line < last && at < end; pair++) {
             unsigned entry = table.Lookup[window >> (64 - table.Root)];
             if (entry & MP3_Link)
                 entry = table.Lookup[(entry >> 4 & 2047) +
                                      (window << table.Root >> (64 - (entry & 15)))];
             unsigned length = (entry & 31) + (entry >> 5 & 3);
-            uint64_t behind = window << (entry & 31);
+            uint64_t rest = window << (entry & 31);
             const auto escape = [&](int value) {
-                if (!ESCAPES || value != 15)
+                if (!Escapes || value != 15)
                     return value;
                 length += table.LinBits;
-                const int more = static_cast<int>(behind >> (64 - table.LinBits));
-                behind <<= table.LinBits;
+                const int more = static_cast<int>(rest >> (64 - table.LinBits));
+                rest <<= table.LinBits;
                 return 15 + more;
             };
             const int x = escape(entry >> 7 & 15);
-            lines[line] = TakeSign(x, behind);
+            lines[line] = TakeSign(x, rest);
             const int y = escape(entry >> 11 & 15);
-            lines[line + 1] = TakeSign(y, behind);
+            lines[line + 1] = TakeSign(y, rest);
             window <<= length;
             valid -= length;
             at += length;

@@ -6,6 +6,9 @@
 
 #include "audio/mp3_huffman.h"
 
+namespace
+{
+
 // Sets of scale factor bands. A band of short blocks counts as one band for each window.
 enum MP3_SHAPE : uint8_t { MP3_LONG = 0, MP3_SHORTS = 1, MP3_MIXED = 2 };
 
@@ -13,8 +16,10 @@ struct MP3_BANDS {
     size_t Count;
     size_t Long;                     // how many of them, from the first on, are of long blocks
     std::array<uint8_t, 39> Width;   // in lines
-    std::array<uint16_t, 40> Start;  // first line; behind the last band, 576
+    std::array<uint16_t, 40> Start;  // first line; past the last band, 576
 };
+
+}  // namespace
 
 // ISO/IEC 11172-3, table 3-B.8, and 13818-3, annex B; by rate.
 constexpr std::array<std::array<uint8_t, 22>, 9> MP3_LongWidths = {{
@@ -79,11 +84,16 @@ static_assert(BandsFillTheGranule());
 constexpr std::array<uint8_t, 22> MP3_PreTab = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
                                                 1, 1, 1, 1, 2, 2, 3, 3, 3, 2, 0};
 
+namespace
+{
+
 // Scale factors come in four groups of bands, each with its own number of bits.
 struct MP3_SCALE_GROUPS {
     std::array<uint8_t, 4> Count;  // of bands
     std::array<uint8_t, 4> Bits;
 };
+
+}  // namespace
 
 // ISO/IEC 11172-3, 2.4.2.7: the bits of the first two and of the last two groups, by
 // scalefac_compress.
@@ -105,22 +115,30 @@ constexpr std::array<std::array<std::array<uint8_t, 4>, 3>, 6> MP3_LowScaleGroup
     {{{8, 8, 5, 0}, {15, 12, 9, 0}, {6, 18, 9, 0}}},
 }};
 
+namespace
+{
+
 // n^(4/3) = Mantissa * 2^(Exponent - 31), the mantissa's highest bit of 31 set (but for n = 0).
 struct MP3_POWER {
     int32_t Mantissa, Exponent;
 };
 
-constexpr size_t MP3_MaxValue = 15 + 8191;  // of a line: 13 bits behind a 15
+}  // namespace
+
+constexpr size_t MP3_MaxValue = 15 + 8191;  // of a line: 13 bits after a 15
 static std::array<MP3_POWER, MP3_MaxValue + 1> MP3_Powers;
 
-// Small values with sign, times 2^(k/4) and with 21 bits behind the point: by k, and by value + 64.
+// Small values with sign, times 2^(k/4) and with 21 fractional bits: by k, and by value + 64.
 constexpr int MP3_SmallValues = 64, MP3_SmallBits = 21;
 static std::array<std::array<int32_t, 2 * MP3_SmallValues>, 4> MP3_SmallPowers;
 
-// 2^(k/4), 30 bits behind the point.
+// 2^(k/4), 30 fractional bits.
 constexpr std::array<int32_t, 4> MP3_QuarterPowers = {
     1 << 30, MP3_Constant(MP3_Root(MP3_Root(2.0)), 30), MP3_Constant(MP3_Root(2.0), 30),
     MP3_Constant(MP3_Root(MP3_Root(8.0)), 30)};
+
+namespace
+{
 
 // Side information of a granule of one channel.
 struct MP3_GRANULE {
@@ -153,6 +171,8 @@ struct MP3_CHANNEL {
     bool Whole;   // no bits were missing
     std::array<MP3_FIXED, MP3_Lines> Lines;
 };
+
+}  // namespace
 
 // Lines at which the tables of the pairs change.
 static void SetRegions(MP3_BITS &bits, MP3_GRANULE &granule, size_t bigValues,
@@ -328,10 +348,15 @@ static void Requantise(MP3_CHANNEL &channel, bool sides)
     std::fill(channel.Lines.begin() + static_cast<ptrdiff_t>(channel.Used), channel.Lines.end(), 0);
 }
 
+namespace
+{
+
 // Factors of the left and the right channel, 30 bits.
 struct MP3_PANNING {
     int32_t Left, Right;
 };
+
+}  // namespace
 
 // ISO/IEC 11172-3, 2.4.3.4.9.3.
 constexpr auto MP3_Pannings = [] {

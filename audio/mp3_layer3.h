@@ -12,14 +12,14 @@
 
 /// The bytes of earlier frames that the next one may use.
 constexpr size_t MP3_MaxReservoir = 512;
-constexpr size_t MP3_Spare = 64;  // zeros behind them: readers run past the end
+constexpr size_t MP3_Spare = 64;  // zeros after them: readers run past the end
 
 /// What a decoder keeps of a stream; zero at the start.
 struct MP3_LAYER3 {
-    MP3_BITS Bits;         // of the current frame, behind its header
+    MP3_BITS Bits;         // of the current frame, after its header
     size_t ReservoirSize;  // bytes at the start of Main that came with earlier frames
     size_t MainSize;       // bytes of Main, with the current frame's
-    ptrdiff_t MainIndex;  // bit of Main behind the last granule; negative: before all that is there
+    ptrdiff_t MainIndex;   // bit of Main past the last granule; negative: before all that is there
     std::array<uint8_t, MP3_MaxReservoir + MP3_MaxFreeFrame + MP3_Spare> Main;
     std::array<MP3_FILTER, 2> Filter;  // by channel
 };

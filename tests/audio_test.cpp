@@ -1,6 +1,10 @@
 #include "audio/audio.h"
 
+#include <cerrno>
+#include <cmath>
+#include <ctime>
 #include <filesystem>
+#include <numbers>
 #include <string>
 #include <vector>
 
@@ -8,7 +12,7 @@
 #include <portaudio.h>
 #include <sys/stat.h>
 
-#include "audio/audio_module.h"
+#include "audio/g711.h"
 #include "tests/files.h"
 #include "tests/mod_writer.h"
 
@@ -359,4 +363,271 @@ TEST(AudioMixer, NeedsADeviceFromTheThirdOn)
         EXPECT_EQ(PortAudio_Format.suggestedLatency, 0);  // there is no such device
     }
     Audio_Device = -1;
+}
+
+// What Audio_Take gives in pieces of so many bytes until the sound ends, asked again where a search
+// was cut off.
+static BYTES Taken(AudioTrack *track, size_t piece, size_t most = SIZE_MAX)
+{
+    BYTES all, out(piece);
+    while (!track->Ended && all.size() < most) {
+        const size_t count = Audio_Take(track, out.data(), piece);
+        all.insert(all.end(), out.begin(), out.begin() + static_cast<ptrdiff_t>(count));
+    }
+    return all;
+}
+
+static BYTES Noise(size_t size)
+{
+    BYTES bytes(size);
+    uint32_t random = 1;
+    for (uint8_t &byte : bytes)
+        byte = static_cast<uint8_t>((random = random * 1664525 + 1013904223) >> 24);
+    return bytes;
+}
+
+// A WAVE file of one channel.
+static BYTES WaveFile(uint16_t tag, uint16_t bits, const BYTES &data)
+{
+    const auto size = static_cast<int64_t>(data.size());
+    return Text("RIFF") + Number(size + 36, -4) + Text("WAVEfmt ") + Number(16, -4) +
+           Number(tag, -2) + Number(1, -2) + Number(8000, -4) + Number(8000 * bits / 8, -4) +
+           Number(bits / 8, -2) + Number(bits, -2) + Text("data") + Number(size, -4) + data;
+}
+
+// Sample for sample what the file has, over buffers and the loop's seam.
+TEST(AudioTake, LosesNothing)
+{
+    const BYTES noise = Noise(12 * 20000);
+    BYTES expanded;
+    for (const uint8_t byte : noise)
+        expanded = std::move(expanded) + Number(Audio_Alaw(byte), -2);
+    const BYTES au = Text(".snd\0\0\0\x18\xFF\xFF\xFF\xFF\0\0\0\3\0\0\x1F\x40\0\0\0\1") + noise;
+    BYTES swapped = noise;
+    for (size_t i = 0; i < swapped.size(); i += 2)
+        std::swap(swapped[i], swapped[i + 1]);
+    const struct {
+        const char *what;
+        BYTES file, expected;
+        uint8_t loop;
+    } rows[] = {
+        {"8 bits", WaveFile(1, 8, noise), noise, 2},
+        {"16 bits", WaveFile(1, 16, noise), noise, 2},
+        {"24 bits", WaveFile(1, 24, noise), noise, 3},
+        {"32 bits", WaveFile(1, 32, noise), noise, 2},
+        {"A-law", WaveFile(6, 8, noise), expanded, 2},
+        {"less than a buffer", WaveFile(6, 8, Prefix(noise, 5000)), Prefix(expanded, 10000), 3},
+        {"an encoding that never ends", au, swapped, 2},
+    };
+    for (const auto &r : rows) {
+        AudioTrack *track = Audio_LoadBytes(r.file);
+        EXPECT_STREQ(Audio_Reason(), "");
+        Audio_SetLoop(r.loop);
+        BYTES expected;
+        for (int i = 0; i < r.loop; i++)
+            expected = std::move(expected) + r.expected;
+        EXPECT_TRUE(Taken(track, 40000) == expected) << r.what;
+        EXPECT_FALSE(Audio_IsPlaying());
+        EXPECT_EQ(track->Taken, r.expected.size()) << r.what;
+        Audio_UnLoad(track);
+    }
+    const BYTES none = WaveFile(1, 8, {});
+    AudioTrack *empty = Audio_LoadBytes(none);
+    Audio_SetLoop(0);
+    EXPECT_EQ(Taken(empty, 100), BYTES()) << "is not repeated for ever";
+    Audio_UnLoad(empty);
+    Audio_Destroy();
+    Audio_Modules[AUDIO_WAV].SetSoundNumber(0);
+}
+
+TEST(AudioTake, CallBackRunsOnAndStartsOver)
+{
+    SetRaw(1, 8);
+    const BYTES noise = Noise(100000), file = WaveFile(1, 8, noise);
+    AudioTrack *track = Audio_LoadBytes(file);
+    Audio_SetLoop(1);
+    Audio_Play(track);
+    BYTES out(60000);
+    const auto call = [&out] {
+        EXPECT_EQ(Audio_GaplessCallBack(nullptr, out.data(), out.size(), nullptr, 0, nullptr), 0);
+        return out;
+    };
+    const BYTES silence(20000, 128);
+    EXPECT_EQ(call(), Prefix(noise, 60000));
+    EXPECT_EQ(call(), BYTES(noise.begin() + 60000, noise.end()) + silence);
+    EXPECT_EQ(call(), BYTES(60000, 128));
+    Audio_ReStart();
+    EXPECT_EQ(call(), Prefix(noise, 60000));
+    Audio_ReStart();
+    EXPECT_EQ(call(), Prefix(noise, 60000)) << "in the middle";
+    Audio_UnLoad(track);
+    EXPECT_EQ(call(), BYTES(60000, 128));
+    Audio_Destroy();
+    Audio_Modules[AUDIO_WAV].SetSoundNumber(0);
+}
+
+// The energy outside of a tone of a whole number of periods, 100 samples each, in dB of the tone's.
+static double OutsideOfTone(std::span<const uint8_t> bytes)
+{
+    const size_t count = bytes.size() / 2;
+    double sine = 0, cosine = 0, all = 0;
+    for (size_t i = 0; i < count; i++) {
+        const auto sample = static_cast<int16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
+        const double angle = 2 * std::numbers::pi / 100 * static_cast<double>(i % 100);
+        sine += sample * std::sin(angle);
+        cosine += sample * std::cos(angle);
+        all += sample * sample;
+    }
+    const double tone = (sine * sine + cosine * cosine) * 2 / static_cast<double>(count);
+    return 10 * std::log10((all - tone) / tone);
+}
+
+TEST(AudioTake, ToneStaysPureAcrossBuffers)
+{
+    AudioTrack *track = Audio_Load(TEST_DATA "mp3_sine.mp3");
+    Audio_SetLoop(2);
+    const BYTES sound = Taken(track, 10000);
+    const size_t pass = sound.size() / 2;
+    EXPECT_TRUE(Prefix(sound, pass) ==
+                BYTES(sound.begin() + static_cast<ptrdiff_t>(pass), sound.end()))
+        << "passes are alike";
+    // Between the encoder's start and its end, over the end of a buffer of 28 frames.
+    EXPECT_LT(OutsideOfTone(std::span(sound).subspan(2 * 4000, 2 * 46000)), -75);
+    Audio_UnLoad(track);
+    Audio_Destroy();
+    Audio_Modules[AUDIO_MP3].SetSoundNumber(0);
+}
+
+// A file whose reads can do what files do at bad times.
+struct COOKIE {
+    BYTES Bytes;
+    size_t Position = 0;
+    size_t FailAt = SIZE_MAX;  // reads from there on fail
+    bool ReStarts = false;     // the first read meets a restart
+};
+
+static SOUND_STREAM OpenCookie(COOKIE &cookie)
+{
+    const auto read = [](void *from, char *out, size_t size) -> ssize_t {
+        COOKIE &c = *static_cast<COOKIE *>(from);
+        if (std::exchange(c.ReStarts, false))
+            Audio_ReStart();
+        if (c.Position >= c.FailAt) {
+            errno = EIO;
+            return -1;
+        }
+        size = std::min(size, std::min(c.Bytes.size(), c.FailAt) - c.Position);
+        std::copy_n(&c.Bytes[c.Position], size, out);
+        c.Position += size;
+        return static_cast<ssize_t>(size);
+    };
+    const auto seek = [](void *from, off64_t *offset, int whence) {
+        COOKIE &c = *static_cast<COOKIE *>(from);
+        c.Position = static_cast<size_t>(*offset) + (whence == SEEK_CUR ? c.Position : 0);
+        *offset = static_cast<off64_t>(c.Position);
+        return 0;
+    };
+    SOUND_STREAM stream(fopencookie(&cookie, "rb", {read, nullptr, seek, nullptr}));
+    std::setvbuf(stream.get(), nullptr, _IONBF, 0);
+    return stream;
+}
+
+TEST(AudioTake, ReadErrorsAndRestartsAreNotLost)
+{
+    COOKIE cookie = {WaveFile(1, 8, Noise(150000))};
+    AudioTrack *track = Audio_LoadBytes(cookie.Bytes);
+    track->File = OpenCookie(cookie);
+    Audio_SetCurrent(track);
+    Audio_SetLoop(0);
+
+    Audio_ReStart();
+    cookie.ReStarts = true;
+    Audio_LoadBuffers(track, 1);
+    const BYTES first(track->Buffer[0].load(), track->Buffer[0] + 65535);
+    Audio_LoadBuffers(track, 1);
+    EXPECT_EQ(BYTES(track->Buffer[0].load(), track->Buffer[0] + 65535), first)
+        << "a restart during the refill from the start";
+    Audio_LoadBuffers(track, 1);
+    EXPECT_NE(BYTES(track->Buffer[0].load(), track->Buffer[0] + 65535), first) << "only one";
+
+    cookie.FailAt = 100044;
+    EXPECT_EQ(Taken(track, 65536).size(), 100000u);
+    EXPECT_EQ(track->Error, EIO);
+    cookie.FailAt = SIZE_MAX;
+    Audio_SetLoop(1);
+    Audio_ReStart();
+    Audio_Take(track, cookie.Bytes.data(), 1);
+    EXPECT_EQ(track->Error, 0);
+    Audio_UnLoad(track);
+    Audio_Destroy();
+    Audio_Modules[AUDIO_WAV].SetSoundNumber(0);
+}
+
+// 3 MiB without a frame: turns without sound, and then the sound goes on.
+TEST(AudioTake, SearchGivesUpItsTurn)
+{
+    const BYTES frame = Number(0xFFFB2000, 4) + BYTES(126), gap(3 << 20);
+    const BYTES frames = frame + frame + frame + frame;
+    BYTES file = frames + gap;
+    file = file + frames;
+    AudioTrack *track = Audio_LoadBytes(file);
+    EXPECT_EQ(track->Length[0], 18432u);
+    EXPECT_EQ(track->Length[1], 0u);
+    Audio_SetCurrent(track);
+    Audio_SetLoop(0);
+    std::vector<uint32_t> lengths;
+    for (size_t i = 0; i < 6; i++) {
+        Audio_ReadBuffers();
+        lengths.push_back(track->Length[i % 2]);
+    }
+    EXPECT_EQ(lengths, (std::vector<uint32_t>{18432, 18432, 0, 18432, 18432, 0}))
+        << "the rest, then from the start: frames and a search, the search, the rest";
+    Audio_SetLoop(1);
+    Audio_ReStart();
+    BYTES out(65536);
+    EXPECT_EQ(Audio_Take(track, out.data(), out.size()), 18432u);
+    EXPECT_FALSE(track->Ended);
+    EXPECT_EQ(Taken(track, 65536).size(), 18432u);
+    Audio_UnLoad(track);
+    Audio_Destroy();
+    Audio_Modules[AUDIO_MP3].SetSoundNumber(0);
+}
+
+// Files of 4 GiB of zeros; of chunks they have half a milliard.
+TEST(AudioLoad, HeadersOfHugeFilesAreFast)
+{
+    const struct {
+        uint8_t type;
+        BYTES head, tail;
+    } rows[] = {
+        {AUDIO_WAV, Prefix(WaveFile(1, 8, {}), 36), Text("data\1\0\0\0") + BYTES(56)},
+        {AUDIO_IFF,
+         Text("FORM\0\0\0\0"
+              "8SVX"),
+         Text("BODY\0\0\0\1") + BYTES(56)},
+        {AUDIO_AIFF, Text("FORM\0\0\0\0AIFF"), Text("SSND\0\0\0\1") + BYTES(56)},
+        {AUDIO_MP3, Text("ID3\3\0\0\xFF\xFF\xFF\xF0"), BYTES(64)},
+        {AUDIO_MOD, {}, BYTES(64)},
+    };
+    for (const auto &r : rows) {
+        const std::string path = WriteTemp("huge", r.head);
+        std::filesystem::resize_file(path, UINT32_MAX - 67);
+        std::ofstream(path, std::ios::binary | std::ios::app)
+            .write(reinterpret_cast<const char *>(r.tail.data()), std::ssize(r.tail));
+        const std::clock_t start = std::clock();
+        AudioTrack *track = Audio_LoadAs(path.c_str(), r.type);
+        EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 2) << int{r.type};
+        if (r.type != AUDIO_MP3 && r.type != AUDIO_MOD) {
+            EXPECT_GT(track->DataStart, 4000000000u) << int{r.type};
+        }
+        const bool freed = track->Buffer[0];
+        Audio_UnLoad(track);
+        if (!freed)
+            delete track;
+    }
+    std::filesystem::remove(TempPath("huge"));
+    Audio_Destroy();
+    for (const AUDIO_MODULE &module : Audio_Modules)
+        if (module.SetSoundNumber)
+            module.SetSoundNumber(0);
 }
