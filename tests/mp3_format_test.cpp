@@ -157,7 +157,8 @@ TEST(MP3Format, FramesAreFound)
     EXPECT_TRUE(Play(v2 + stream + v1) == sound);
 }
 
-// CRC of a frame without one, by the definition: bits 16 to 31 of the header and side information.
+// A frame with a CRC, of bits 16 to 31 of its header and its side information, in place of its last
+// two bytes.
 static BYTES Protected(const BYTES &frame, uint16_t error = 0)
 {
     const size_t side = MP3_SideLength(HeaderOf(frame));
@@ -174,7 +175,6 @@ static BYTES Protected(const BYTES &frame, uint16_t error = 0)
 
 TEST(MP3Format, ChecksumsTellDamage)
 {
-    // Frames that end in two bytes without use: mono at a high rate.
     std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), right, wrong, oneWrong;
     for (BYTES &frame : frames) {
         right.push_back(Protected(frame));
