@@ -135,7 +135,3 @@ constexpr char MP3_Mode[4][8] = {"off-off", "on-off", "off-on", "on-on"};  // in
 constexpr char MP3_Copyrighted[2][16] = {"Not copyrighted", "Copyrighted"};
 constexpr char MP3_Original[2][23] = {"Copy of original media", "Original media"};
 constexpr char MP3_Emphasis[4][10] = {"none", "50/15 ms", "reserved", "CCIT J.17"};
-
-/// Names of the ID3v1 genres. The spelling of some is meant.
-constexpr uint8_t MP3_UnknownGenre = 126;
-extern const char MP3_Genre[127][18];

@@ -382,9 +382,10 @@ static size_t ReadPairs(const uint8_t *data, size_t &bit, size_t end, const MP3_
 }
 
 size_t MP3_ReadSpectrum(const uint8_t *data, size_t begin, size_t end, const MP3_REGIONS &regions,
-                        MP3_QUANTISED &lines)
+                        MP3_QUANTISED &lines, bool &whole)
 {
     size_t bit = std::min(begin, end), line = 0;  // scale factors may have gone past the end
+    whole = true;
     for (size_t region = 0; region < 3; region++) {
         const MP3_PAIR_TABLE &table = MP3_PairTables[regions.Table[region]];
         const size_t last = regions.End[region];
@@ -395,6 +396,7 @@ size_t MP3_ReadSpectrum(const uint8_t *data, size_t begin, size_t end, const MP3
             line = ReadPairs<true>(data, bit, end, table, line, last, lines);
         else
             line = ReadPairs<false>(data, bit, end, table, line, last, lines);
+        whole &= line + 2 >= last;
     }
     const MP3_QUAD_TABLE &quads = MP3_QuadTables[regions.QuadTable];
     for (; line + 4 <= MP3_Lines && bit < end; line += 4) {

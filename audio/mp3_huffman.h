@@ -21,6 +21,7 @@ using MP3_QUANTISED = std::array<int16_t, MP3_Lines>;
 /// Decodes the bits `begin` to `end` of `data` (`end` not included): pairs in the three regions,
 /// then quadruples as far as the bits reach. A code that the end cuts is dropped. Lines without a
 /// code are 0, and so are those of the tables that nobody may use. 24 bytes must be readable past
-/// the one of bit `end`. Returns the number of lines up to the last one that is not 0.
+/// the one of bit `end`. Returns the number of lines up to the last one that is not 0. `whole`
+/// becomes false when the bits end before the last pair but one, as only damage has it.
 size_t MP3_ReadSpectrum(const uint8_t *data, size_t begin, size_t end, const MP3_REGIONS &regions,
-                        MP3_QUANTISED &lines);
+                        MP3_QUANTISED &lines, bool &whole);

@@ -168,6 +168,7 @@ struct MP3_CHANNEL {
     std::array<uint8_t, 39> Illegal;  // scale factor from which on a band is no intensity band
     MP3_QUANTISED Quantised;
     size_t Used;  // lines up to the last that is not 0
+    bool Whole;   // no bits were missing
     std::array<MP3_FIXED, MP3_Lines> Lines;
 };
 
@@ -304,7 +305,8 @@ static void ReadMainData(const uint8_t *data, size_t bit, size_t end, const MP3_
         groups = {MP3_ScaleGroups[granule.Shape], {first, first, second, second}};
     }
     ReadScaleFactors(data, bit, groups, share, low, channel);
-    channel.Used = MP3_ReadSpectrum(data, bit, end, granule.Regions, channel.Quantised);
+    channel.Used =
+        MP3_ReadSpectrum(data, bit, end, granule.Regions, channel.Quantised, channel.Whole);
 }
 
 // value^(4/3) * 2^(exponent + fraction/4), with its sign.
@@ -502,24 +504,28 @@ void MP3_BuildTables()
         BuildTables();  // the first thread builds, others wait
 }
 
-// Whether the main data has all bits that the frame's granules take, which begin at `index`.
-static bool HasAllBits(const MP3_SIDE_INFO &side, ptrdiff_t index, ptrdiff_t size)
+// The bits that a frame's granules take.
+static ptrdiff_t CountBits(const MP3_SIDE_INFO &side)
 {
-    ptrdiff_t end = index;
+    ptrdiff_t bits = 0;
     for (const auto &granules : side.Granules)
         for (const MP3_GRANULE &granule : granules)
-            end += granule.Bits;
-    return index >= 0 && end <= size;
+            bits += granule.Bits;
+    return bits;
 }
 
-// Whether lines exceed full scale so far as no encoder makes them.
-static bool IsTooLoud(const MP3_CHANNEL &channel)
+// Whether bits are missing, or the lines have more energy than encoders make: of noise far beyond
+// full scale it is 6.
+static bool IsDamaged(const MP3_CHANNEL &channel)
 {
-    constexpr MP3_FIXED bound = 8u << MP3_FixedBits;
-    bool loud = false;
-    for (size_t i = 0; i < channel.Used; i++)
-        loud |= channel.Lines[i] + bound > 2 * bound;
-    return loud;
+    constexpr int bits = 16;  // of full scale, so that no sum overflows
+    constexpr int64_t bound = int64_t{16} << 2 * bits;
+    int64_t energy = 0;
+    for (size_t i = 0; i < channel.Used; i++) {
+        const int32_t line = static_cast<int32_t>(channel.Lines[i]) >> (MP3_FixedBits - bits);
+        energy += int64_t{line} * line;
+    }
+    return channel.Used != 0 && (!channel.Whole || energy > bound);
 }
 
 int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
@@ -532,8 +538,9 @@ int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
     const auto size = static_cast<ptrdiff_t>(8 * layer3.MainSize);
     layer3.MainIndex = 8 * (static_cast<ptrdiff_t>(layer3.ReservoirSize) -
                             static_cast<ptrdiff_t>(side.MainDataBegin));
-    const bool silent = format.Careful &&
-                        (!possible || format.Damaged || !HasAllBits(side, layer3.MainIndex, size));
+    bool spoiled = format.Careful &&
+                   (!possible || format.Damaged || layer3.MainIndex + CountBits(side) > size);
+    const bool silent = spoiled || (format.Careful && layer3.MainIndex < 0);
     if (silent)
         side.Granules = {};
 
@@ -555,8 +562,9 @@ int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
             Requantise(channel, format.Sides);
             layer3.MainIndex = end;
         }
-        if (format.Careful && (IsTooLoud(channels[0]) || IsTooLoud(channels[1])))
+        if (format.Careful && (IsDamaged(channels[0]) || IsDamaged(channels[1])))
             for (MP3_CHANNEL &channel : channels) {
+                spoiled = true;
                 channel.Used = 0;
                 channel.Lines = {};
             }
@@ -569,6 +577,8 @@ int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
                        channels[c].Granule->Mixed, g);
         }
     }
+    if (spoiled)
+        layer3.MainSize = 0;
     return static_cast<int>(granules * MP3_Slots);
 }
 

@@ -51,6 +51,6 @@ int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format);
 /// for the next frame. When decoding `failed` or went past the end: of the whole frame.
 void MP3_KeepReservoir(MP3_LAYER3 &layer3, bool failed);
 
-/// The same by the standard: keeps the last MP3_MaxReservoir bytes of main data, read or not, so
-/// that a damaged frame costs the next one nothing.
+/// The same by the standard: keeps the last MP3_MaxReservoir bytes of main data, read or not, but
+/// none of a damaged frame, for what the next one takes of them would sound like noise.
 void MP3_KeepMainData(MP3_LAYER3 &layer3);

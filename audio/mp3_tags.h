@@ -24,3 +24,7 @@ uint64_t MP3_TagAt(SOUND_FILE &file, uint64_t position);
 /// Reads the file's tags. Of several that say a thing the first ID3v2 tag wins, then APEv2, then
 /// ID3v1.
 MP3_PART MP3_ReadTags(SOUND_FILE &file, MP3_TEXTS &texts);
+
+/// Names of the ID3v1 genres. The spelling of some is meant.
+constexpr uint8_t MP3_UnknownGenre = 126;
+extern const char MP3_Genre[127][18];

@@ -7,6 +7,15 @@
 #include <vector>
 
 #include "audio/mp3.h"
+#include "tests/files.h"
+
+inline BYTES Joined(const std::vector<BYTES> &parts)
+{
+    BYTES bytes;
+    for (const BYTES &part : parts)
+        bytes.insert(bytes.end(), part.begin(), part.end());
+    return bytes;
+}
 
 // Decodes the file of slot n in buffers of `capacity` bytes, and opens it for each as the engine
 // does. Returns the lengths, up to the 0 at the end; appends the sound to `sound`.

@@ -146,15 +146,16 @@ TEST(MP3Layer3, SpectrumEndsWithItsBits)
         MP3_REGIONS regions;
         size_t used;
         std::vector<int> lines;
+        bool whole = true;
     } rows[] = {
         {"pairs", "01 1 1 000 0 1", 0, 9, {{6, 6, 6}, {1, 1, 1}, 1}, 6, {-1, 0, 0, 0, 1, -1}},
         {"from a bit inside", "111 01 0", 3, 6, {{2, 2, 2}, {1, 0, 0}, 1}, 1, {1, 0}},
         {"a table without codes", "01 1", 0, 3, {{4, 6, 6}, {0, 1, 0}, 1}, 5, {0, 0, 0, 0, -1}},
         {"quadruples", "01 0 0101 10", 0, 9, {{2, 2, 2}, {1, 0, 0}, 1}, 5, {1, 0, -1, 0, 1, 0}},
         {"a cut quadruple goes", "01 0 0101 10", 0, 8, {{2, 2, 2}, {1, 0, 0}, 1}, 1, {1, 0}},
-        {"a cut pair goes", "01 0 000 1 1", 0, 7, {{4, 8, 8}, {1, 1, 0}, 1}, 1, {1, 0}},
-        {"once, whatever regions follow", "000", 0, 3, {{2, 4, 6}, {1, 1, 1}, 1}, 0, {0}},
-        {"an end before the beginning", "1111", 4, 2, {{2, 4, 6}, {1, 1, 1}, 1}, 0, {0}},
+        {"a cut pair goes", "01 0 000 1 1", 0, 7, {{4, 8, 8}, {1, 1, 0}, 1}, 1, {1, 0}, false},
+        {"once, whatever regions follow", "000", 0, 3, {{2, 4, 6}, {1, 1, 1}, 1}, 0, {0}, false},
+        {"an end before the beginning", "1111", 4, 2, {{2, 4, 6}, {1, 1, 1}, 1}, 0, {0}, false},
     };
     for (const auto &r : rows) {
         BYTES data(40);
@@ -164,8 +165,10 @@ TEST(MP3Layer3, SpectrumEndsWithItsBits)
                 data[at / 8] |= static_cast<uint8_t>((*bit - '0') << (7 - at % 8)), at++;
         MP3_QUANTISED lines;
         lines.fill(99);
-        EXPECT_EQ(MP3_ReadSpectrum(data.data(), r.begin, r.end, r.regions, lines), r.used)
+        bool whole;
+        EXPECT_EQ(MP3_ReadSpectrum(data.data(), r.begin, r.end, r.regions, lines, whole), r.used)
             << r.what;
+        EXPECT_EQ(whole, r.whole) << r.what;
         for (size_t i = 0; i < lines.size(); i++)
             EXPECT_EQ(lines[i], i < r.lines.size() ? r.lines[i] : 0) << r.what << ", line " << i;
     }

@@ -7,14 +7,6 @@
 #include "tests/files.h"
 #include "tests/mp3.h"
 
-static BYTES Joined(const std::vector<BYTES> &parts)
-{
-    BYTES bytes;
-    for (const BYTES &part : parts)
-        bytes.insert(bytes.end(), part.begin(), part.end());
-    return bytes;
-}
-
 // A frame of silence: nothing but zeros behind its header.
 static BYTES Frame(uint32_t header, size_t length)
 {

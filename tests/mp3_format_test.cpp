@@ -1,0 +1,325 @@
+// MPEG streams by the standards: what is found, what is left out, what damage does.
+#include <gtest/gtest.h>
+
+#include "audio/mp3.h"
+#include "tests/files.h"
+#include "tests/mp3.h"
+
+// Loads the bytes by the format's rules into slot 0.
+static MP3_HEADER &Load(const BYTES &file)
+{
+    Audio_Rules = AUDIO_RULES_FORMAT;
+    MP3_SetSoundNumber(0);
+    MP3_Load(WriteTemp("mp3", file).c_str());
+    Audio_Rules = AUDIO_RULES_FRAMEWORK;
+    return *MP3_GetHeader(0);
+}
+
+// The whole sound, refilled by `capacity` bytes at a time.
+static BYTES Play(const BYTES &file, uint32_t capacity = 65536)
+{
+    BYTES sound;
+    Load(file);
+    Refill(TempPath("mp3"), 0, capacity, sound);
+    return sound;
+}
+
+static uint32_t HeaderOf(const BYTES &frame)
+{
+    size_t at = 0;
+    return Bytes_GetBig(frame, at, 4);
+}
+
+// A small file's frames.
+static std::vector<BYTES> FramesOf(const char *name)
+{
+    const BYTES file = ReadFile(std::string(TEST_DATA) + name);
+    std::vector<BYTES> frames;
+    for (auto at = file.begin(); at != file.end(); at += std::ssize(frames.back())) {
+        const uint32_t header = HeaderOf({at, at + 4});
+        frames.emplace_back(at, at + MP3_StandardLength(header) + MP3_PaddingLength(header));
+    }
+    return frames;
+}
+
+// A frame like the first one, without sound and with other bytes from `at` on.
+static BYTES With(const BYTES &frame, size_t at, const BYTES &bytes)
+{
+    BYTES changed = Prefix(frame, 4) + BYTES(frame.size() - 4);
+    std::copy(bytes.begin(), bytes.end(), changed.begin() + static_cast<ptrdiff_t>(at));
+    return changed;
+}
+
+// Info frame as LAME writes it: fields present, their contents, encoder, and the samples added.
+static BYTES Info(const BYTES &frame, const char *name, uint32_t frames, uint32_t bytes,
+                  uint32_t delay, uint32_t padding)
+{
+    return With(frame, 4 + MP3_SideLength(HeaderOf(frame)),
+                Joined({{name, name + 4},
+                        Number(0xF, 4),
+                        Number(frames, 4),
+                        Number(bytes, 4),
+                        BYTES(104),
+                        Text("LAME3.100"),
+                        BYTES(12),
+                        Number(delay << 12 | padding, 3)}));
+}
+
+constexpr size_t Bytes = 4;  // of a sample of both channels
+
+TEST(MP3Format, InfoFramesSayWhatIsPlayed)
+{
+    const std::vector<BYTES> frames = FramesOf("mp3_joint.mp3");
+    const BYTES stream = Joined(frames), all = Play(stream);
+    const auto count = static_cast<uint32_t>(frames.size());
+    const auto size = static_cast<uint32_t>(stream.size());
+    ASSERT_EQ(all.size(), count * 1152 * Bytes);
+    const BYTES vbri =
+        With(frames[0], 36, Joined({Text("VBRI"), BYTES(6), Number(size, 4), Number(count, 4)}));
+    const struct {
+        const char *what;
+        BYTES info;
+        size_t skip, samples;
+        uint32_t frames;
+    } rows[] = {
+        {"delay and padding", Info(frames[0], "Info", count, size, 576, 1000), 1105,
+         count * 1152 - 1576, count},
+        {"of many frames", Info(frames[0], "Xing", count, size, 1200, 3000), 1729,
+         count * 1152 - 4200, count},
+        {"other frames follow", Info(frames[0], "Xing", 1, 0, 576, 100), 1105, SIZE_MAX, 1},
+        {"no count", Info(frames[0], "Xing", 0, size, 576, 100), 1105, SIZE_MAX, 0},
+        {"VBRI", vbri, 0, SIZE_MAX, count},
+        {"none", {}, 0, SIZE_MAX, 0},
+    };
+    for (const auto &r : rows) {
+        BYTES expected(all.begin() + static_cast<ptrdiff_t>(r.skip * Bytes), all.end());
+        expected.resize(std::min(expected.size(), r.samples * Bytes));
+        // One of 0 bytes stands before more than it tells of.
+        const BYTES file = r.info + stream + (r.frames == 1 ? BYTES(8000) : BYTES());
+        for (const uint32_t capacity : {65536u, 4608u, 9000u})
+            EXPECT_EQ(Play(file, capacity) == expected, true) << r.what << ' ' << capacity;
+        EXPECT_EQ(MP3_GetHeader(0)->Frames.Frames, r.frames) << r.what;
+        EXPECT_EQ(MP3_GetHeader(0)->DataStart, r.info.size()) << r.what;
+        BYTES again;  // from the start, as a second pass
+        Refill(TempPath("mp3"), 0, 65536, again);
+        EXPECT_TRUE(again == expected) << r.what;
+    }
+}
+
+TEST(MP3Format, FramesAreFound)
+{
+    const std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), low = FramesOf("mp3_low.mp3");
+    const BYTES stream = Joined(frames), sound = Play(stream),
+                cut(stream.begin(), stream.end() - 9);
+    BYTES freeFormat;
+    for (BYTES frame : FramesOf("mp3_vbr.mp3")) {
+        frame.resize(700);
+        frame[2] &= 0x0F;
+        freeFormat = freeFormat + frame + BYTES(frame[2] >> 1 & 1);
+    }
+    const BYTES v1 = Text("TAG") + BYTES(125), junk = Text("\xFF\xFB\x90\x64junk\xFF\xFF\xFF");
+    const BYTES v2 = Text("ID3\4\0\x10\0\0\2\1") + BYTES(257, 0xFF) + Text("3DI") + BYTES(7);
+    const BYTES ape = Text("APETAGEX") + Number(2000, -4) + Number(32 + 11, -4) + Number(1, -4) +
+                      Number(0x80000000, -4) + BYTES(8);
+    const BYTES apeEnd = ape + stream + BYTES(11) + ape;
+    const struct {
+        const char *what;
+        BYTES file;
+        size_t samples;
+        const char *reason;
+    } rows[] = {
+        {"frames", stream, frames.size() * 1152, ""},
+        {"junk before", junk + stream, frames.size() * 1152, ""},
+        {"tags on both sides", v2 + stream + v1, frames.size() * 1152, ""},
+        {"lyrics",
+         stream + Text("LYRICSBEGIN") + Prefix(frames[0], 208) + Text("000219LYRICS200") + v1,
+         frames.size() * 1152, ""},
+        {"a gap of junk", frames[0] + frames[1] + Text("junk") + stream, (frames.size() + 2) * 1152,
+         ""},
+        {"cut", cut, (frames.size() - 1) * 1152, "cut in its last frame"},
+        {"a low rate", Joined(low), low.size() * 576, ""},
+        {"32 kbit/s", Joined(std::vector(3, Number(0xFFFB1000, 4) + BYTES(100))), 3 * 1152, ""},
+        {"another stream's frames", stream + Joined(low), frames.size() * 1152, ""},
+        {"free format", freeFormat, FramesOf("mp3_vbr.mp3").size() * 1152, ""},
+        {"Layer II", Joined(std::vector(3, Number(0xFFFD1400, 4) + BYTES(92))), 0,
+         "MPEG audio Layer II"},
+        {"Layer I", Joined(std::vector(3, Number(0xFFFF1000, 4) + BYTES(28))), 0,
+         "MPEG audio Layer I"},
+        {"one header", Number(0xFFFB9064, 4) + BYTES(2000), 0, "no frame of MPEG audio"},
+        {"nothing", {}, 0, "no frame of MPEG audio"},
+    };
+    for (const auto &r : rows) {
+        const BYTES played = Play(r.file);
+        const uint16_t channels = std::max<uint16_t>(MP3_GetHeader(0)->Frames.Channels, 1);
+        EXPECT_EQ(played.size() / 2 / channels, r.samples) << r.what;
+        EXPECT_STREQ(Reason_Get(), r.reason) << r.what;
+    }
+    EXPECT_TRUE(Play(v2 + stream + v1) == sound);
+}
+
+// A frame with a CRC, of bits 16 to 31 of its header and its side information, in place of its last
+// two bytes.
+static BYTES Protected(const BYTES &frame, uint16_t error = 0)
+{
+    const size_t side = MP3_SideLength(HeaderOf(frame));
+    uint32_t sum = 0xFFFF;
+    for (size_t bit = 16; bit < 8 * (4 + side); bit++) {
+        const uint32_t byte = frame[bit / 8];
+        sum = sum << 1 ^ ((sum >> 15 ^ byte >> (7 - bit % 8)) & 1 ? 0x8005 : 0);
+    }
+    BYTES result = Prefix(frame, 4) + Number((sum & 0xFFFF) ^ error, 2);
+    result[1] &= 0xFE;
+    result.insert(result.end(), frame.begin() + 4, frame.end() - 2);
+    return result;
+}
+
+TEST(MP3Format, ChecksumsTellDamage)
+{
+    std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), right, wrong, oneWrong;
+    for (BYTES &frame : frames) {
+        right.push_back(Protected(frame));
+        wrong.push_back(Protected(frame, 1));
+    }
+    oneWrong = right;
+    oneWrong[1] = wrong[1];
+    const BYTES sound = Play(Joined(right));
+    EXPECT_TRUE(Play(Joined(wrong)) == sound) << "never right, and so no sign of damage";
+    const BYTES damaged = Play(Joined(oneWrong));
+    ASSERT_EQ(damaged.size(), sound.size());
+    EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + 1152 * Bytes, damaged.begin()));
+    const auto last = damaged.begin() + (2 * 1152 - 32) * Bytes;
+    EXPECT_TRUE(std::all_of(last, last + 32 * Bytes, [](uint8_t b) { return b == 0; })) << "silent";
+}
+
+TEST(MP3Format, Tags)
+{
+    const BYTES stream = Joined(FramesOf("mp3_low.mp3"));
+    const auto v2 = [](uint8_t major, uint8_t flags, const BYTES &body) {
+        return Text("ID3") + BYTES{major, 0, flags, 0, 0} +
+               BYTES{static_cast<uint8_t>(body.size() >> 7),
+                     static_cast<uint8_t>(body.size() & 127)} +
+               body;
+    };
+    const auto frame = [](const char *id, const BYTES &text, uint16_t flags = 0) {
+        return BYTES(id, id + 4) + Number(std::ssize(text), 4) + Number(flags, 2) + text;
+    };
+    const auto ape = [](const BYTES &items) {
+        return items + Text("APETAGEX") + Number(2000, -4) + Number(32 + std::ssize(items), -4) +
+               Number(1, -4) + BYTES(12);
+    };
+    const BYTES title = frame("TIT2", Text("\0Title"));
+    const BYTES v1 = Text("TAG") + Text("One") + BYTES(27, ' ') + BYTES(92) + BYTES{0, 9, 17};
+    const struct {
+        const char *what;
+        BYTES before, after;
+        std::string texts;  // title, comment, track, genre
+    } rows[] = {
+        {"version 2",
+         v2(2, 0, Text("TT2\0\0\3\0Hi") + Text("TCO\0\0\5\0(17)") + BYTES(9)),
+         {},
+         "Hi|||Rock"},
+        {"version 3",
+         v2(3, 0,
+            title + frame("TRCK", Text("\0"
+                                       "7/12"))),
+         {},
+         "Title||7/12|"},
+        {"an extended header", v2(3, 0x40, Number(6, 4) + BYTES(6) + title), {}, "Title|||"},
+        {"of version 4", v2(4, 0x40, Number(6, 4) + BYTES(2) + title), {}, "Title|||"},
+        {"Latin-1", v2(3, 0, frame("TIT2", Text("\0\xE9"))), {}, "\xC3\xA9|||"},
+        {"UTF-16 and a pair",
+         v2(3, 0, frame("TIT2", Text("\1\xFF\xFE\xE9\0\x3D\xD8\0\xDE"))),
+         {},
+         "\xC3\xA9\xF0\x9F\x98\x80|||"},
+        {"unsynchronised",
+         v2(3, 0x80,
+            frame("TIT2", Text("\0\xFF\0\xE9")).size() ? Text("TIT2\0\0\0\3\0\0\0\xFF\0\xE9")
+                                                       : BYTES()),
+         {},
+         "\xC3\xBF\xC3\xA9|||"},
+        {"a length before the text", v2(4, 0, frame("TIT2", Text("\0\0\0\2\3Hi"), 1)), {}, "Hi|||"},
+        {"compressed", v2(4, 0, frame("TIT2", Text("\3Hi"), 8)), {}, "|||"},
+        {"comments",
+         v2(3, 0, frame("COMM", Text("\0engiTunNORM\0 1")) + frame("COMM", Text("\0eng\0Good"))),
+         {},
+         "|Good||"},
+        {"APE and ID3v1",
+         {},
+         ape(Number(3, -4) + Number(0, 4) + Text("TITLE\0Two") + Number(1, -4) + Number(2, -4) +
+             Text("Comment\0x")) +
+             v1,
+         "Two||9|Rock"},
+        {"ID3v2 wins", v2(3, 0, title), ape(Number(3, -4) + Number(0, 4) + Text("Title\0Two")) + v1,
+         "Title||9|Rock"},
+        {"sizes beyond the file", v2(3, 0, Text("TIT2\x7F\xFF\xFF\xFF\0\0\0Hi")), {}, "Hi|||"},
+    };
+    for (const auto &r : rows) {
+        const MP3_HEADER &record = Load(r.before + stream + r.after);
+        const MP3_TEXTS &t = record.Texts;
+        EXPECT_EQ(t.Title + '|' + t.Comment + '|' + t.Track + '|' + t.Genre, r.texts) << r.what;
+        EXPECT_EQ(record.ID3v2.Title.data(), t.Title) << r.what;
+        EXPECT_EQ(record.DataStart, r.before.size()) << r.what;
+        EXPECT_EQ(record.Frames.End, r.before.size() + stream.size()) << r.what;
+    }
+}
+
+static int PeakOf(const BYTES &sound)
+{
+    int peak = 0;
+    for (size_t i = 0; i + 1 < sound.size(); i += 2)
+        peak = std::max(peak, std::abs(static_cast<int16_t>(sound[i] | sound[i + 1] << 8)));
+    return peak;
+}
+
+// Damaged frames last as long as whole ones, and are never louder than their neighbours.
+TEST(MP3Format, DamageIsNotLoud)
+{
+    const std::vector<BYTES> whole = FramesOf("mp3_low.mp3");
+    const BYTES sound = Play(Joined(whole));
+    const struct {
+        const char *what;
+        size_t begin, end;
+        uint8_t byte;
+    } rows[] = {
+        {"more pairs than lines", 4, SIZE_MAX, 0x7F},
+        {"all bits set", 4, SIZE_MAX, 0xFF},
+        {"a gain out of reach", 9, 12, 0xFF},
+        {"bits that are not there", 5, 8, 0xFF},
+    };
+    for (const auto &r : rows) {
+        std::vector<BYTES> frames = whole;
+        for (const size_t i : {2u, 3u, 5u})
+            for (size_t at = r.begin; at < std::min(r.end, frames[i].size()); at++)
+                frames[i][at] = r.byte;
+        const BYTES damaged = Play(Joined(frames));
+        EXPECT_EQ(damaged.size(), sound.size()) << r.what;
+        EXPECT_FALSE(damaged == sound) << r.what;
+        EXPECT_LE(PeakOf(damaged), PeakOf(sound)) << r.what;
+    }
+    BYTES lost = Joined(whole);  // a frame's end and the next one's beginning
+    lost.erase(lost.begin() + std::ssize(whole[0]) + 100,
+               lost.begin() + std::ssize(whole[0]) + 300);
+    EXPECT_LE(PeakOf(Play(lost)), PeakOf(sound));
+}
+
+TEST(MP3Format, Detection)
+{
+    const BYTES stream = Joined(FramesOf("mp3_joint.mp3"));
+    const struct {
+        const char *what;
+        BYTES head;
+        bool found;
+    } rows[] = {
+        {"frames", stream, true},
+        {"two frames", Prefix(stream, 430), true},
+        {"32 kbit/s", Joined(std::vector(3, Number(0xFFFB1000, 4) + BYTES(100))), true},
+        {"low rates", Joined(FramesOf("mp3_low.mp3")), true},
+        {"a tag beyond the head", Text("ID3\3\0\0\1\0\0\0"), true},
+        {"frames after other bytes", BYTES(100) + stream, true},
+        {"a frame alone", Prefix(stream, 200) + BYTES(400), false},
+        {"bytes 0xFF", BYTES(8192, 0xFF), false},
+        {"nothing", {}, false},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(MP3_IsStream(r.head), r.found) << r.what;
+}
