@@ -90,7 +90,7 @@ struct VOC_WALK {
 
 }  // namespace
 
-constexpr uint32_t VOC_MaxBlocks = 65536;
+constexpr uint32_t VOC_MaxBlocks = 16384;
 constexpr size_t VOC_MaxPieces = 65536;
 constexpr uint32_t VOC_Endless = 0xFFFF;  // repeats, which are left to who plays
 
