@@ -2,8 +2,8 @@
 // File Format".
 //
 // The framework's rules and the format's (Audio_Rules) differ in:
-//   blocks   the first sound block that the file's start shows is taken for all of the file; each is
-//            read by its length: sound, more of it, silence, repeats (endless ones once), markers
+//   blocks   the first sound block that the file's start shows is taken for all of the file; each
+//            by its length: sound, more of it, silence, repeats (endless ones once), markers, texts
 //   rate     the sound data block's after an extended block, too; the extended block's
 //   lengths  reported as VOC_Decoding says; what is stored
 #pragma once

@@ -8,7 +8,8 @@
 //   linear   8, 16, 24 and 32 bits; integers in 1 to 8 bytes, floating point in 4 and 8
 //   channels as they are; more than two mixed to two, up to 32
 //   IMA      a block's first samples are not output; they are
-//   ADPCM    Microsoft's predictions are truncated; rounded down. Whole blocks; a short last one, too
+//   ADPCM    Microsoft's predictions are truncated; rounded down. Whole blocks; a short last one
+//            too
 //   lengths  reported as WAV_Decoding says; what is stored
 #pragma once
 
