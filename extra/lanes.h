@@ -10,8 +10,10 @@
 #define EXTRA_SANITIZED 1
 #endif
 
-// Before a static function: it is compiled twice, and the processor's better half is chosen at run
-// time. Sanitizers start too late for the choosing; clang 14 finds no function of another file.
+// Before a static function: compiled for AVX2 and for the baseline; the loader picks one. Its loops
+// are plain ones, or, where lanes change places, use the compilers' vector types and shuffles; no
+// intrinsics. Off under sanitizers, which start after that choice. clang 14 finds no such function
+// in another file.
 #if defined(__x86_64__) && defined(__linux__) && !defined(EXTRA_SANITIZED)
 #define EXTRA_LANES [[gnu::target_clones("avx2", "default")]]
 #else

@@ -1,5 +1,8 @@
-// Any file through the JPEG decoder, with its thumbnail.
+// Any file through the JPEG decoder by both rules, with its thumbnail; then as a stream of another
+// file, whose tables are its first bytes.
+#include <algorithm>
 #include <cstdlib>
+#include <span>
 
 #include "fuzz/fuzz.h"
 #include "picture/jpg.h"
@@ -7,10 +10,19 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Picture_MaxBytes = size_t{1} << 16;
-    JPG_Load(FuzzFile(data, size).c_str());
-    std::free(JPG_Decoding());
-    std::free(JPG_GetThumbnail());
-    JPG_UnLoad();
+    Picture_MaxBytes = size_t{1} << 20;
+    const std::string path = FuzzFile(data, size);
+    for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
+        Picture_Rules = rules;
+        JPG_Load(path.c_str());
+        std::free(JPG_Decoding());
+        std::free(JPG_GetThumbnail());
+        JPG_UnLoad();
+    }
+    const std::span<const uint8_t> file(data, size);
+    const size_t tables = size == 0 ? 0 : std::min<size_t>(data[size - 1] * size_t{4}, size);
+    const JPG_STREAM stream = JPG_DecodeStream(file.first(tables), file, size % 2 == 0);
+    if (stream.Samples.size() != size_t{stream.Width} * stream.Height * stream.Components)
+        std::abort();
     return 0;
 }

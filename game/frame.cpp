@@ -38,6 +38,15 @@ static bool AcceptStep(int32_t button)
     return true;
 }
 
+// The pointer tells while clicks are dropped; once the game is over there is nothing to wait for.
+static void ShowBusy()
+{
+    std::unique_lock lock(GameLock);
+    const bool busy = mb == GAME_TURNING || mb == GAME_UNCOVERING;
+    lock.unlock();
+    GLFEW_SetBusy(busy);
+}
+
 // Sets the window's title where that has changed, once a second at most.
 static void ShowTitle()
 {
@@ -54,19 +63,10 @@ static void ShowTitle()
     shown = title;
 }
 
-// The pointer tells while clicks are dropped; once the game is over there is nothing to wait for.
-static void ShowBusy()
-{
-    std::unique_lock lock(GameLock);
-    const bool busy = mb == GAME_TURNING || mb == GAME_UNCOVERING;
-    lock.unlock();
-    GLFEW_SetBusy(busy);
-}
-
 void Scene()
 {
-    ShowTitle();
     ShowBusy();
+    ShowTitle();
     if (System_KeyDown() == KeyEscape)
         Velmorandis_CloseApplication(1);
     const int32_t button = System_MouseDown();
@@ -221,7 +221,7 @@ void Timer()
 {
     std::unique_lock lock(GameLock);
     const VERDICT verdict = Tick();
-    NoteTick();
+    LastTick = std::chrono::steady_clock::now();
     lock.unlock();  // a terminal may keep its writer waiting
     if (verdict.Lost)
         std::printf("Game Over - You have stepped on a mine!\n");

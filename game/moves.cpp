@@ -1,7 +1,6 @@
 #include "game/moves.h"
 
 #include <algorithm>
-#include <chrono>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -13,21 +12,7 @@ uint8_t mx, my;
 uint8_t mb;
 float xr, yr, zr;
 float xr2, yr2, zr2;
-
-static std::optional<std::chrono::steady_clock::time_point> lastTick;
-
-void NoteTick()
-{
-    lastTick = std::chrono::steady_clock::now();
-}
-
-float TickShare()
-{
-    if (!lastTick)
-        return 0;
-    using TICKS = std::chrono::duration<float, std::centi>;
-    return std::min(TICKS(std::chrono::steady_clock::now() - *lastTick).count(), 1.0f);
-}
+std::optional<std::chrono::steady_clock::time_point> LastTick;
 
 static MineCell &CurrentCell()
 {
@@ -165,4 +150,12 @@ void DoSomething(uint8_t button)
         LeftClick();
     else if (button == 2)
         RightClick();
+}
+
+float TickShare()
+{
+    if (!LastTick)
+        return 0;
+    using TICKS = std::chrono::duration<float, std::centi>;
+    return std::min(TICKS(std::chrono::steady_clock::now() - *LastTick).count(), 1.0f);
 }

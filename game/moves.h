@@ -4,7 +4,9 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstdint>
+#include <optional>
 
 /// Game state.
 enum GAME : uint8_t {
@@ -30,11 +32,9 @@ extern float xr2, yr2, zr2;
 constexpr double SpinTick = 1, RecedeTick = 0.1;
 constexpr std::array<double, 3> BoardSpinTick = {0.075, 0.1, 0.025};
 
-/// Notes that a tick has just been made.
-void NoteTick();
-
-/// Time since the last tick as a share of a tick: 0 before the first, 1 when the next is due or
-/// late.
+/// When the last tick was; GameLock guards it. TickShare gives the time since then as a share of a
+/// tick: 0 before the first, 1 when the next is due or late. GameLock is held.
+extern std::optional<std::chrono::steady_clock::time_point> LastTick;
 float TickShare();
 
 /// Give cell (mx, my) its new state and set its cube turning, a degree a tick, so that the face

@@ -345,18 +345,18 @@ static uint64_t BelievedBytes()
     return std::min<uint64_t>(4 * pixels, Picture_MaxBytes);
 }
 
-// Where the rules differ: whether a frame fits into `left` bytes. By the framework's rules it takes
-// them for a picture; by the format's it has to fit beside the one picture of the screen, one byte
-// a pixel.
+// Where the rules differ: whether a frame fits into `left` bytes, four a pixel. By the framework's
+// it takes them, or as many as the screen, for a picture. Either way its indexes have to fit beside
+// one picture of the screen.
 static bool Fits(uint64_t framePixels, uint64_t &left)
 {
     const uint64_t screen = uint64_t{GIF_Header.Width} * GIF_Header.Height;
-    if (Picture_Rules == PICTURE_RULES_FORMAT)
-        return 4 * screen + framePixels <= left;
-    const uint64_t size = 4 * std::max(framePixels, screen);
-    if (size > left)
+    const bool keeps = Picture_Rules != PICTURE_RULES_FORMAT;
+    const uint64_t size = 4 * (keeps ? std::max(framePixels, screen) : framePixels);
+    if (size > left || 4 * screen + framePixels > Picture_MaxBytes)
         return false;
-    left -= size;
+    if (keeps)
+        left -= size;
     return true;
 }
 
@@ -454,7 +454,7 @@ void GIF_Load(const char *path)
     GIF_Frames = {};
     GIF_Loaded.reset();
     Reason_Guard([path] {
-        GIF_Loaded = std::make_unique<GIF_OWNER>();
+        GIF_Loaded = std::make_unique_for_overwrite<GIF_OWNER>();  // the header comes later
         if (Picture_Rules == PICTURE_RULES_FORMAT)
             GIF_Loaded->FirstOwned = SIZE_MAX;
         GIF_File = Bytes_LoadFile(path);

@@ -15,8 +15,9 @@ bool JPG_Detected(std::span<const uint8_t> head)
     const auto has = [head](size_t offset, const char *text, size_t count) {
         return head.size() >= offset + count && std::memcmp(&head[offset], text, count) == 0;
     };
+    // Another marker follows, perhaps after bytes that are damaged.
     if (Picture_Rules == PICTURE_RULES_FORMAT)
-        return has(0, "\xFF\xD8\xFF", 3);
+        return has(0, "\xFF\xD8", 2) && std::find(head.begin() + 2, head.end(), 0xFF) != head.end();
     return (has(0, "\xFF\xD8\xFF\xE0", 4) && has(6, "JFIF", 4)) ||
            (has(0, "\xFF\xD8\xFF\xE1", 4) && has(6, "Exif", 4));
 }

@@ -4,7 +4,7 @@
 //
 // Where the two sets of rules (Picture_Rules) differ:
 //   what                    framework's                     format's
-//   head of a file          JFIF or Exif comes first        FF D8 FF
+//   head of a file          JFIF or Exif comes first        FF D8, then a marker
 //   extended sequential     skipped                         as baseline
 //   segments not read       traced on standard output       skipped silently
 //   components              1 or 3                          1 to 4

@@ -425,16 +425,17 @@ static uint64_t OwnBytes()
     return size - std::min(size, start);
 }
 
-// The most blocks that a byte can stand for, by Picture_Believes' measure of an eighth: a scan has
-// a bit for each at the least. Files count as larger than they are by some KiB, since a damaged
-// small one may hold something.
-constexpr uint64_t JPG_BlocksPerByte = 12, JPG_SpareBytes = 16384;
+// The most blocks that a byte can stand for, where Picture_Believes asks for an eighth of them: a
+// scan has a bit for each at the least. Pictures of up to so many pixels are decoded whatever the
+// file's size, since a small damaged one may hold something.
+constexpr uint64_t JPG_BlocksPerByte = 12, JPG_FreePixels = 1 << 23;
 
 static bool IsBelievable()
 {
     const JPG_DECODER &d = JPG_Decoder;
     const uint64_t perByte = JPG_BlocksPerByte * 64 * d.H * d.V / BlocksOfMcu() / Picture_MinShare;
-    return Picture_Believes(d.PaddedWidth, d.PaddedHeight, OwnBytes() + JPG_SpareBytes,
+    const bool isFree = uint64_t{d.PaddedWidth} * d.PaddedHeight <= JPG_FreePixels;
+    return Picture_Believes(d.PaddedWidth, d.PaddedHeight, isFree ? JPG_FreePixels : OwnBytes(),
                             std::max<uint64_t>(perByte, 1));
 }
 
@@ -663,7 +664,7 @@ static void TransformRow(COMPONENT &c, size_t y)
 // No encoder makes so many scans, nor such that visit their blocks so often: so a small file cannot
 // ask for hours.
 constexpr int JPG_MaxScans = 1000;
-constexpr uint64_t JPG_VisitsPerByte = 128, JPG_VisitsPerBlock = 32;
+constexpr uint64_t JPG_VisitsPerByte = 64, JPG_VisitsPerBlock = 32;
 
 // Whether the next scan is within those bounds.
 static bool IsBounded(const PICTURE &picture, uint64_t blocks)

@@ -185,7 +185,7 @@ static void UnPaeth(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_
     }
 }
 
-// Two lines at once, the lower one a pixel behind: each pixel has to wait for the one to its left,
+// Two lines at once, the lower one a pixel later: each pixel has to wait for the one to its left,
 // which leaves time for two.
 template <size_t Step>
 static void UnPaethTwo(const uint8_t *in, const uint8_t *lowerIn, const uint8_t *prior,

@@ -6,342 +6,21 @@
 #include <cstring>
 #include <memory>
 #include <span>
-#include <unordered_set>
 
 #include "extra/reason.h"
 #include "picture/pixels.h"
 #include "picture/tif_colour.h"
+#include "picture/tif_kinds.h"
 #include "picture/tif_packing.h"
 
-constinit thread_local TIF_HEADER TIF_Header{};
-constinit thread_local BYTES_BUFFER TIF_File{};
-constinit thread_local size_t TIF_Position{};
-constinit thread_local uint32_t TIF_Page{}, TIF_PageCount{};
-
-namespace
-{
-
-enum TIF_TAG : uint16_t {
-    TIF_ImageWidth = 256,
-    TIF_ImageLength = 257,
-    TIF_BitsPerSample = 258,
-    TIF_Compression = 259,
-    TIF_Photometric = 262,
-    TIF_FillOrder = 266,
-    TIF_DocumentName = 269,
-    TIF_StripOffsets = 273,
-    TIF_Orientation = 274,
-    TIF_SamplesPerPixel = 277,
-    TIF_RowsPerStrip = 278,
-    TIF_StripByteCounts = 279,
-    TIF_PlanarConfiguration = 284,
-    TIF_T4Options = 292,
-    TIF_Predictor = 317,
-    TIF_ColorMap = 320,
-    TIF_TileWidth = 322,
-    TIF_TileLength = 323,
-    TIF_TileOffsets = 324,
-    TIF_TileByteCounts = 325,
-    TIF_ExtraSamples = 338,
-    TIF_SampleFormat = 339,
-    TIF_JPEGTables = 347,
-    TIF_YCbCrCoefficients = 529,
-    TIF_YCbCrSubsampling = 530,
-    TIF_ReferenceBlackWhite = 532,
-};
-
-}  // namespace
-
-constexpr uint32_t TIF_HeaderSize = 8;
-constexpr uint16_t TIF_Big = 43;  // the magic number of files with 64-bit offsets
-constexpr uint16_t TIF_MaxSamples = 8;
 // How many times over a file's strips may take its bytes. JPEG streams cost more, and bring tables
 // along; those of less than 2 KiB are not counted.
 constexpr uint64_t TIF_MaxOverlap = 8, TIF_MaxOverlapOfJPEG = 2;
 constexpr size_t TIF_FreeTables = 2048;
 
-static bool ByFormat()
-{
-    return TIF_Header.Rules == PICTURE_RULES_FORMAT;
-}
-
-uint8_t TIF_GetByte()
-{
-    return Bytes_GetByte(TIF_File, TIF_Position);
-}
-
-uint16_t TIF_GetWord()
-{
-    return static_cast<uint16_t>(TIF_Header.ByteOrder == 'M'
-                                     ? Bytes_GetBig(TIF_File, TIF_Position, 2)
-                                     : Bytes_GetLittle(TIF_File, TIF_Position, 2));
-}
-
-uint32_t TIF_GetDWord()
-{
-    return TIF_Header.ByteOrder == 'M' ? Bytes_GetBig(TIF_File, TIF_Position, 4)
-                                       : Bytes_GetLittle(TIF_File, TIF_Position, 4);
-}
-
-static uint64_t GetQWord()
-{
-    const uint64_t first = TIF_GetDWord(), second = TIF_GetDWord();
-    return TIF_Header.ByteOrder == 'M' ? first << 32 | second : second << 32 | first;
-}
-
-static bool IsBig()
-{
-    return ByFormat() && TIF_Header.Magic == TIF_Big;
-}
-
-// A count or an offset, which BigTIFF has twice as wide.
-static uint64_t GetOffset()
-{
-    return IsBig() ? GetQWord() : TIF_GetDWord();
-}
-
-// Bytes of a value, by type; 0 for those that the rules do not know.
-static size_t TypeSize(uint16_t type)
-{
-    constexpr std::array<uint8_t, 19> sizes = {0, 1, 1, 2, 4, 8, 1, 1, 2, 4,
-                                               8, 4, 8, 4, 0, 0, 8, 8, 8};
-    constexpr size_t framework = 6;
-    return type < (ByFormat() ? sizes.size() : framework) ? sizes[type] : 0;
-}
-
-static TIF_ENTRY ReadEntry()
-{
-    TIF_ENTRY e{};
-    e.Tag = TIF_GetWord();
-    e.Type = TIF_GetWord();
-    e.Count = GetOffset();
-    const size_t size = TypeSize(e.Type), room = IsBig() ? 8 : 4;
-    e.ByteSize = size != 0 && e.Count <= UINT64_MAX / size ? e.Count * size : 0;
-    e.Position = TIF_Position;
-    e.Value = GetOffset();
-    if (e.ByteSize > room)
-        e.Position = static_cast<size_t>(e.Value);
-    return e;
-}
-
-// Goes to the directory at an offset and gives its number of entries.
-static uint64_t BeginDirectory(uint64_t offset)
-{
-    TIF_Position = static_cast<size_t>(offset);
-    return IsBig() ? GetQWord() : TIF_GetWord();
-}
-
-// Follows the chain of directories to the page's and gives its offset, 0 when there is no such
-// page. Counts the pages; a chain that comes back to one ends there.
-static uint64_t FindPage(uint64_t offset)
-{
-    const uint32_t wanted = ByFormat() ? TIF_Page : 0;
-    uint64_t found = 0;
-    std::unordered_set<uint64_t> seen;
-    TIF_PageCount = 0;
-    while (offset != 0 && offset < TIF_File.size() && TIF_PageCount < TIF_MaxPages &&
-           seen.insert(offset).second) {
-        if (TIF_PageCount++ == wanted)
-            found = offset;
-        const uint64_t count = BeginDirectory(offset), size = IsBig() ? 20 : 12;
-        if (count > TIF_File.size() / size)
-            break;
-        TIF_Position += static_cast<size_t>(count * size);
-        offset = GetOffset();
-    }
-    return found;
-}
-
-static void ReadDirectories()
-{
-    TIF_HEADER &h = TIF_Header;
-    TIF_Position = 0;
-    h.ByteOrder = TIF_GetByte();
-    TIF_Position++;  // the letter again
-    h.Magic = TIF_GetWord();
-    if (IsBig())
-        TIF_Position += 4;  // the size of offsets, 8, and a 0
-    const uint64_t first = GetOffset(), page = FindPage(first);
-    h.NextDirectory = ByFormat() ? page : first;
-    while (h.NextDirectory != 0 && h.DirectoryCount < h.Directories.size()) {
-        TIF_IFD &directory = h.Directories[h.DirectoryCount++];
-        const uint64_t count = BeginDirectory(h.NextDirectory);
-        for (uint64_t i = 0; i < count && TIF_Position < TIF_File.size(); i++)
-            directory.Entries.push_back(ReadEntry());
-        directory.Next = h.NextDirectory = GetOffset();
-    }
-}
-
-// The entry of a tag in the page's directory; null when there is none.
-static const TIF_ENTRY *Find(TIF_TAG tag)
-{
-    const auto &entries = TIF_Header.Directories[0].Entries;
-    const auto found = std::find_if(entries.begin(), entries.end(),
-                                    [tag](const TIF_ENTRY &e) { return e.Tag == tag; });
-    return found != entries.end() ? &*found : nullptr;
-}
-
-// The i-th number of an entry; 0 when it has fewer or none. Of a fraction its first byte, on
-// purpose.
-static uint64_t GetValue(const TIF_ENTRY *entry, size_t i)
-{
-    if (!entry || i >= entry->Count || entry->ByteSize == 0)
-        return 0;
-    TIF_Position = entry->Position + i * TypeSize(entry->Type);
-    switch (entry->Type) {
-    case 3:
-    case 8:
-        return TIF_GetWord();
-    case 4:
-    case 9:
-    case 13:
-        return TIF_GetDWord();
-    case 16:
-    case 17:
-    case 18:
-        return GetQWord();
-    default:
-        return TIF_GetByte();
-    }
-}
-
-// The i-th fraction of an entry.
-static double GetFraction(const TIF_ENTRY *entry, size_t i)
-{
-    TIF_Position = entry->Position + i * 8;
-    const double above = TIF_GetDWord();
-    return above / TIF_GetDWord();
-}
-
-// The number of a tag that has one, within 16 bits: larger ones are 0.
-static uint16_t GetTag(TIF_TAG tag, uint16_t missing)
-{
-    const TIF_ENTRY *entry = Find(tag);
-    const uint64_t value = entry ? GetValue(entry, 0) : missing;
-    return value <= 0xFFFF ? static_cast<uint16_t>(value) : uint16_t{0};
-}
-
-// Framework: if the first two of a list agree and the third is not 0 they are taken, else 8.
-static uint16_t FrameworkBits(const TIF_ENTRY *entry)
-{
-    if (!entry || entry->ByteSize < 5)
-        return GetTag(TIF_BitsPerSample, 0);
-    auto &list = TIF_Header.SampleBits;
-    TIF_Position = entry->Position;
-    for (uint16_t &sample : list)
-        sample = TIF_GetWord();
-    return list[0] == list[1] && list[2] != 0 ? list[0] : uint16_t{8};
-}
-
-// Format: all have to be the same; 0 if they are not.
-static uint16_t FormatBits(const TIF_ENTRY *entry)
-{
-    const uint16_t bits = GetTag(TIF_BitsPerSample, 1);
-    auto &list = TIF_Header.SampleBits;
-    for (size_t i = 0; entry && i < std::min<uint64_t>(entry->Count, TIF_MaxSamples); i++) {
-        const uint64_t value = GetValue(entry, i);
-        if (i < list.size())
-            list[i] = static_cast<uint16_t>(value);
-        if (value != bits) {
-            Reason_Set("samples of different sizes");
-            return 0;
-        }
-    }
-    return bits;
-}
-
-static void ReadDocumentName()
-{
-    const TIF_ENTRY *entry = Find(TIF_DocumentName);
-    auto &name = TIF_Header.DocumentName;
-    for (size_t i = 0; entry && i < std::min<uint64_t>(entry->Count, name.size() - 1); i++)
-        name[i] = static_cast<char>(GetValue(entry, i));
-}
-
 static const TIF_PACKING *Packing()
 {
     return TIF_FindPacking(TIF_Header.Compression);
-}
-
-static uint16_t ColourSamples()
-{
-    const TIF_COLOURS *colours = TIF_FindColours(TIF_Header.Photometric);
-    return colours ? colours->Samples : uint16_t{1};
-}
-
-// Framework: files that say less than the standard asks for are RGB.
-static uint16_t FrameworkSamples()
-{
-    return GetTag(TIF_Photometric, TIF_RGB) != TIF_RGB ? 1 : 3;
-}
-
-// What files leave out, and which sample after the colours is alpha.
-static void ReadSamples()
-{
-    TIF_HEADER &h = TIF_Header;
-    const TIF_ENTRY *bits = Find(TIF_BitsPerSample);
-    const bool list = bits && bits->Count >= 3 && bits->Count <= TIF_MaxSamples;
-    const auto samples = static_cast<uint16_t>(list         ? bits->Count
-                                               : ByFormat() ? 1
-                                                            : FrameworkSamples());
-    h.Samples = GetTag(TIF_SamplesPerPixel, samples);
-    const bool fax = ByFormat() && Packing() && Packing()->Fax;
-    h.Photometric = GetTag(TIF_Photometric, h.Samples >= 3 ? TIF_RGB
-                                            : fax          ? TIF_WhiteIs0
-                                                           : TIF_BlackIs0);
-    const bool extra = h.Samples > ColourSamples();
-    h.Alpha = extra && h.Photometric != TIF_Palette ? GetTag(TIF_ExtraSamples, 2) : uint16_t{0};
-    if (h.Alpha > 2)
-        h.Alpha = 0;
-}
-
-// Strips are tiles as wide as the picture.
-static void ReadTiles()
-{
-    TIF_HEADER &h = TIF_Header;
-    h.Tiled = Find(TIF_TileWidth) != nullptr;
-    const TIF_ENTRY *strips = Find(TIF_StripOffsets);
-    if (h.Tiled) {
-        h.TileWidth = GetTag(TIF_TileWidth, 0);
-        h.RowsPerStrip = GetTag(TIF_TileLength, 0);
-        if (const TIF_ENTRY *tiles = Find(TIF_TileOffsets))
-            strips = tiles;
-    } else {
-        const uint64_t rows = GetValue(strips ? Find(TIF_RowsPerStrip) : nullptr, 0);
-        h.TileWidth = h.Width;
-        h.RowsPerStrip = rows != 0 && rows < h.Height ? static_cast<uint32_t>(rows) : h.Height;
-    }
-    h.DataPosition = strips ? static_cast<uint32_t>(GetValue(strips, 0)) : TIF_HeaderSize;
-}
-
-static void ReadHeader()
-{
-    TIF_HEADER &h = TIF_Header;
-    h = {};
-    h.Rules = Picture_Rules;
-    ReadDirectories();
-    h.Width = GetTag(TIF_ImageWidth, 0);
-    h.Height = GetTag(TIF_ImageLength, 0);
-    h.OutputSize = static_cast<uint32_t>(uint64_t{h.Width} * h.Height * 4);
-    const TIF_ENTRY *entry = Find(TIF_BitsPerSample);
-    const uint16_t bits = ByFormat() ? FormatBits(entry) : FrameworkBits(entry);
-    h.BitsPerSample = bits <= 0xFF ? static_cast<uint8_t>(bits) : uint8_t{0};
-    h.Compression = GetTag(TIF_Compression, TIF_Plain);
-    ReadDocumentName();
-    ReadSamples();
-    h.Planar = GetTag(TIF_PlanarConfiguration, 1) == 2 && h.Samples > 1;
-    h.Predictor = GetTag(TIF_Predictor, 1);
-    h.FillOrder = GetTag(TIF_FillOrder, 1);
-    h.Orientation = GetTag(TIF_Orientation, 1);
-    h.FaxOptions = GetTag(TIF_T4Options, 0);
-    h.Subsampling = {1, 1};
-    if (h.Photometric == TIF_YCbCr && h.Compression != TIF_JPEG) {
-        const TIF_ENTRY *subsampling = Find(TIF_YCbCrSubsampling);
-        for (size_t i = 0; i < 2; i++)
-            h.Subsampling[i] =
-                subsampling ? static_cast<uint8_t>(GetValue(subsampling, i)) : uint8_t{2};
-    }
-    ReadTiles();
 }
 
 namespace
@@ -383,13 +62,6 @@ struct TIF_GRID {
 
 }  // namespace
 
-// Values of an entry that the file really has.
-static size_t CountValues(const TIF_ENTRY &entry)
-{
-    const size_t there = Bytes_GetSpan(TIF_File, entry.Position, entry.ByteSize).size();
-    return entry.ByteSize == 0 ? 0 : there / TypeSize(entry.Type);
-}
-
 namespace
 {
 
@@ -397,18 +69,18 @@ namespace
 struct TIF_STRIPS {
     const TIF_ENTRY *Offsets = FindOf(TIF_StripOffsets, TIF_TileOffsets);
     const TIF_ENTRY *ByteCounts = FindOf(TIF_StripByteCounts, TIF_TileByteCounts);
-    const TIF_ENTRY *Tables = Find(TIF_JPEGTables);
+    const TIF_ENTRY *Tables = TIF_Find(TIF_JPEGTables);
     const TIF_GRID Grid{};
-    size_t Count = std::min(Offsets      ? CountValues(*Offsets)
-                            : ByFormat() ? 0
-                                         : 1,
+    size_t Count = std::min(Offsets          ? TIF_CountValues(*Offsets)
+                            : TIF_ByFormat() ? 0
+                                             : 1,
                             Grid.Planes *Grid.Across *Grid.Down);
 
     // Some tiled files have the tags of strips.
     static const TIF_ENTRY *FindOf(TIF_TAG strips, TIF_TAG tiles)
     {
-        const TIF_ENTRY *entry = TIF_Header.Tiled ? Find(tiles) : nullptr;
-        return entry ? entry : Find(strips);
+        const TIF_ENTRY *entry = TIF_Header.Tiled ? TIF_Find(tiles) : nullptr;
+        return entry ? entry : TIF_Find(strips);
     }
 
     // The stored bytes of a strip; not more of them than could be of use.
@@ -420,9 +92,9 @@ struct TIF_STRIPS {
         const bool plain = TIF_Header.Compression == TIF_Plain;
         const bool free = Packing()->Fax || TIF_Header.Compression == TIF_JPEG;
         const size_t most = plain ? whole : free ? SIZE_MAX : 2 * whole + 1024;
-        size_t count = ByteCounts ? GetValue(ByteCounts, index) : SIZE_MAX;
-        const size_t offset = Offsets ? GetValue(Offsets, index) : TIF_HeaderSize;
-        if (count == 0 && ByFormat() && offset != 0)
+        size_t count = ByteCounts ? TIF_GetValue(ByteCounts, index) : SIZE_MAX;
+        const size_t offset = Offsets ? TIF_GetValue(Offsets, index) : TIF_HeaderSize;
+        if (count == 0 && TIF_ByFormat() && offset != 0)
             count = SIZE_MAX;
         return Bytes_GetSpan(TIF_File, offset, std::min(count, most));
     }
@@ -462,7 +134,7 @@ static bool IsSupported()
     const TIF_HEADER &h = TIF_Header;
     const TIF_PACKING *packing = Packing();
     const TIF_COLOURS *colours = TIF_FindColours(h.Photometric);
-    const bool format = ByFormat();
+    const bool format = TIF_ByFormat();
     if (!packing)
         return Demand(false, "compression %u", h.Compression);
     if (packing->Ratio == 0 || (!format && !packing->Framework))
@@ -483,8 +155,8 @@ static bool IsSupported()
     const bool bytes = h.BitsPerSample == 8;
     const auto isFactor = [](uint8_t n) { return n == 1 || n == 2 || n == 4; };
     const bool subsampled = h.Subsampling != std::array<uint8_t, 2>{1, 1};
-    return Demand(h.Magic == 42 || h.Magic == TIF_Big, "magic number %u", h.Magic) &&
-           Demand(GetTag(TIF_SampleFormat, 1) != 3, "floating point") &&
+    return Demand(h.Magic == TIF_Small || h.Magic == TIF_Big, "magic number %u", h.Magic) &&
+           Demand(TIF_GetTag(TIF_SampleFormat, 1) != 3, "floating point") &&
            Demand(h.BitsPerSample >= 1 && h.BitsPerSample <= 16, "%u bits a sample",
                   h.BitsPerSample) &&
            Demand(h.Photometric != TIF_Palette || h.BitsPerSample <= 8,
@@ -511,7 +183,7 @@ static uint64_t MaxMemory()
 static bool IsPossible()
 {
     const TIF_HEADER &h = TIF_Header;
-    if (h.DirectoryCount == 0 && ByFormat() && TIF_PageCount > 0)
+    if (h.DirectoryCount == 0 && TIF_ByFormat() && TIF_PageCount > 0)
         return Demand(false, "page %u of %u", TIF_Page + 1, TIF_PageCount);
     if (h.Width == 0 || h.Height == 0)
         return Demand(false, "a side of 0 pixels, or more than 65535");
@@ -526,14 +198,16 @@ static bool IsPossible()
         used += size + (size != 0 && tables > TIF_FreeTables ? tables : 0);
     }
     const uint64_t file = TIF_File.size(), pixels = uint64_t{h.Width} * h.Height;
-    const uint64_t perByte =
-        std::max<uint64_t>(uint64_t{Packing()->Ratio} * 8 / (h.Samples * h.BitsPerSample), 1);
+    const uint64_t bytes = pixels * h.Samples * h.BitsPerSample / 8;
+    const uint64_t held = std::min(stored, file) * Packing()->Ratio;
     const uint64_t overlap = h.Compression == TIF_JPEG ? TIF_MaxOverlapOfJPEG : TIF_MaxOverlap;
     const uint64_t chunk =
         h.Compression == TIF_Plain ? 0 : strips.Grid.BytesOf(0) * strips.Grid.Planes;
     return Demand(stored != 0, "no pixels stored") &&
            Demand(used <= overlap * file, "strips that overlap") &&
-           Picture_Believes(h.Width, h.Height, std::min(stored, file), perByte) &&
+           Picture_Believes(h.Width, h.Height, UINT64_MAX, 1) &&  // a pixel may take several bytes
+           Demand(bytes / Picture_MinShare <= held, "%zu bytes cannot hold %u x %u pixels",
+                  TIF_File.size(), h.Width, h.Height) &&
            Demand(chunk <= Picture_MaxBytes, "strips of more than %zu MiB",
                   Picture_MaxBytes >> 20) &&
            Demand(pixels * 4 + chunk <= MaxMemory(), "%u x %u pixels out of a file of %zu bytes",
@@ -544,7 +218,7 @@ void TIF_Load(const char *path)
 {
     const bool loaded = Reason_Guard([path] {
         TIF_File = Bytes_LoadFile(path);
-        ReadHeader();
+        TIF_ReadHeader();
         return !TIF_File.empty() && IsPossible();
     });
     if (!loaded)
@@ -555,8 +229,8 @@ void TIF_Load(const char *path)
 // count, so that its picture is grey.
 static const TIF_ENTRY *FindPalette(size_t colours)
 {
-    const TIF_ENTRY *map = TIF_Header.Photometric == TIF_Palette ? Find(TIF_ColorMap) : nullptr;
-    return map && (map->Count >= 3 * colours || !ByFormat()) ? map : nullptr;
+    const TIF_ENTRY *map = TIF_Header.Photometric == TIF_Palette ? TIF_Find(TIF_ColorMap) : nullptr;
+    return map && (map->Count >= 3 * colours || !TIF_ByFormat()) ? map : nullptr;
 }
 
 // What the samples of grey and palette pictures stand for. Palettes have 16 bits a component; those
@@ -568,27 +242,28 @@ static void ReadPalette(TIF_PAINT &paint)
     const TIF_ENTRY *map = FindPalette(count);
     bool wide = false;
     for (size_t i = 0; map && i < 3 * count && !wide; i++)
-        wide = GetValue(map, i) > 0xFF;
+        wide = TIF_GetValue(map, i) > 0xFF;
     paint.Palette.resize(256);
     for (size_t i = 0; i < paint.Palette.size(); i++) {
         const auto grey = static_cast<uint8_t>(h.Photometric == TIF_WhiteIs0 ? 255 - i : i);
         paint.Palette[i] = {grey, grey, grey, 255};
         for (size_t c = 0; map && c < 3; c++)
             paint.Palette[i][c] =
-                static_cast<uint8_t>(GetValue(map, c * count + i % count) >> (wide ? 8 : 0));
+                static_cast<uint8_t>(TIF_GetValue(map, c * count + i % count) >> (wide ? 8 : 0));
     }
 }
 
 static TIF_YCBCR ReadYCbCr()
 {
     TIF_YCBCR ycbcr;
-    const TIF_ENTRY *luma = Find(TIF_YCbCrCoefficients), *range = Find(TIF_ReferenceBlackWhite);
+    const TIF_ENTRY *luma = TIF_Find(TIF_YCbCrCoefficients),
+                    *range = TIF_Find(TIF_ReferenceBlackWhite);
     if (luma && luma->ByteSize == 24)
         for (size_t i = 0; i < 3; i++)
-            ycbcr.Luma[i] = GetFraction(luma, i);
+            ycbcr.Luma[i] = TIF_GetFraction(luma, i);
     if (range && range->ByteSize == 48)
         for (size_t i = 0; i < 6; i++)
-            ycbcr.Reference[i] = GetFraction(range, i);
+            ycbcr.Reference[i] = TIF_GetFraction(range, i);
     const auto isFinite = [](double value) { return std::isfinite(value); };
     const auto &ref = ycbcr.Reference;
     if (!std::ranges::all_of(ycbcr.Luma, isFinite) || ycbcr.Luma[1] == 0)
@@ -602,7 +277,7 @@ static TIF_YCBCR ReadYCbCr()
 // Framework: associated alpha is divided out. Format: colours stay as stored.
 static bool DividesAlpha()
 {
-    return TIF_Header.Alpha == 1 && !ByFormat();
+    return TIF_Header.Alpha == 1 && !TIF_ByFormat();
 }
 
 // Whether the expanded bytes are the pixels, but for alpha.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <dlfcn.h>
+
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
@@ -212,8 +213,55 @@ static void ExpectPicture()
     pace.EagerUntil = glfwGetTime() + 0.03;
 }
 
+static void (*whenKey)(int32_t code);
+
+void GLFEW_WhenTyped(void (*key)(int32_t code), void (*character)(uint32_t code))
+{
+    static void (*whenCharacter)(uint32_t);
+    whenKey = key;
+    whenCharacter = character;
+    glfwSetCharCallback(System_Window, [](GLFWwindow *, unsigned code) {
+        whenCharacter(code);
+        ExpectPicture();
+    });
+}
+
+void GLFEW_SetFullScreen(bool full)
+{
+    static std::array<int, 4> before;  // left, top, width, height
+    GLFWmonitor *monitor = glfwGetPrimaryMonitor();
+    const GLFWvidmode *mode = monitor ? glfwGetVideoMode(monitor) : nullptr;
+    if (full && mode) {
+        glfwGetWindowPos(System_Window, &before[0], &before[1]);
+        glfwGetWindowSize(System_Window, &before[2], &before[3]);
+        glfwSetWindowMonitor(System_Window, monitor, 0, 0, mode->width, mode->height,
+                             mode->refreshRate);
+    } else if (!full && glfwGetWindowMonitor(System_Window)) {
+        glfwSetWindowMonitor(System_Window, nullptr, before[0], before[1], before[2], before[3],
+                             GLFW_DONT_CARE);
+    }
+}
+
+float GLFEW_PixelsPerUnit()
+{
+    int width, height;
+    glfwGetFramebufferSize(System_Window, &width, &height);
+    return System_ScreenWidth > 0 && width > 0
+               ? static_cast<float>(width) / static_cast<float>(System_ScreenWidth)
+               : 1;
+}
+
+float GLFEW_ContentScale()
+{
+    float across = 1, down = 1;
+    glfwGetWindowContentScale(System_Window, &across, &down);
+    return across > 0 ? across : 1;
+}
+
 void GLFEW_KeyBoard(GLFWwindow *, int key, int scancode, int action, int)
 {
+    if (whenKey && action != GLFW_RELEASE)
+        whenKey(key);
     if (action == GLFW_PRESS)
         System_KD = key;
     else if (action == GLFW_RELEASE)
@@ -343,13 +391,13 @@ uint32_t GLFEW_LoadTexture(const char *path, uint16_t hint, uint16_t rawPlanes)
     return texture;
 }
 
-uint32_t GLFEW_MakeTexture(const uint8_t *pixels, uint32_t width, uint32_t height)
+uint32_t GLFEW_MakeTexture(const uint8_t *pixels, uint32_t width, uint32_t height, uint32_t stride)
 {
     uint32_t texture;
     glGenTextures(1, &texture);
     glBindTexture(GL_TEXTURE_2D, texture);
     current.Texture = texture;
-    glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, static_cast<GLint>(stride));
     glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, static_cast<GLsizei>(width),
                  static_cast<GLsizei>(height), 0, GL_RGBA, GL_UNSIGNED_BYTE, pixels);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
@@ -358,6 +406,13 @@ uint32_t GLFEW_MakeTexture(const uint8_t *pixels, uint32_t width, uint32_t heigh
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
     glGenerateMipmap(GL_TEXTURE_2D);
     return texture;
+}
+
+void GLFEW_SmoothTexture(uint32_t texture, bool smooth)
+{
+    glBindTexture(GL_TEXTURE_2D, texture);
+    current.Texture = texture;
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, smooth ? GL_LINEAR : GL_NEAREST);
 }
 
 void GLFEW_DestroyTexture(uint32_t texture)

@@ -75,9 +75,11 @@ void GLFEW_LookAt(GLFEW_VERTEX &record);
 /// and rawPlanes are Picture_Load's.
 uint32_t GLFEW_LoadTexture(const char *path, uint16_t hint, uint16_t rawPlanes);
 
-/// Texture of width x height RGBA pixels, clamped at its edges and magnified as
-/// squares.
-uint32_t GLFEW_MakeTexture(const uint8_t *pixels, uint32_t width, uint32_t height);
+/// Texture of width x height RGBA pixels, clamped at its edges, with mipmaps, and magnified as
+/// squares, or smoothly. `stride` pixels from row to row; 0: width.
+uint32_t GLFEW_MakeTexture(const uint8_t *pixels, uint32_t width, uint32_t height,
+                           uint32_t stride = 0);
+void GLFEW_SmoothTexture(uint32_t texture, bool smooth);
 void GLFEW_DestroyTexture(uint32_t texture);
 
 /// The longest side that a texture may have.
@@ -91,6 +93,18 @@ bool GLFEW_MustDraw(bool changed);
 /// Clears colours and depths. / Turns on alpha blending for all later draws.
 void GLFEW_Clear();
 void GLFEW_BlendByAlpha();
+
+/// Has keys (GLFW's codes) and characters (Unicode) handed on as they come, repeats too, beside the
+/// input globals, which keep only the latest press.
+void GLFEW_WhenTyped(void (*key)(int32_t code), void (*character)(uint32_t code));
+
+/// Fills the display with the window, or brings it back to where it was.
+void GLFEW_SetFullScreen(bool full);
+
+/// Framebuffer pixels for each of the window's units; and how much larger than usual the display
+/// wants things drawn.
+float GLFEW_PixelsPerUnit();
+float GLFEW_ContentScale();
 
 /// Names the window.
 void GLFEW_SetTitle(const char *title);

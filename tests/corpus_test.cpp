@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
 #include "picture/gif.h"
 #include "picture/jpg.h"
 #include "tests/pictures.h"
@@ -46,6 +48,10 @@ static const std::map<std::string, const char *> deviations = {
 // The same under the formats' own rules.
 static const std::map<std::string, const char *> formatDeviations = {
     {"bmp/image__tests_images_bmp_images_V5_A1_R5_G5_B5.bmp", "its alpha of one bit is honoured"},
+    {"tiff/Pillow__Tests_images_hopper_jpg.tif", "JPEG is not exact to the bit: 1 level"},
+    {"tiff/Pillow__Tests_images_tiff_strip_ycbcr_jpeg_1x1_sampling.tif", "as above: 3 levels"},
+    {"tiff/Pillow__Tests_images_tiff_tiled_ycbcr_jpeg_2x2_sampling.tif", "as above: 3 levels"},
+    {"tiff/image__tests_images_tiff_testsuite_ycbcr_jpeg_8bit.tif", "as above: 3 levels"},
 };
 
 struct ROW {
@@ -112,7 +118,9 @@ static BYTES RunDjpeg(const std::string &options, const std::string &path)
 {
     const std::string out = TempPath("djpeg.pnm");
     const std::string command = "djpeg -dct float " + options + " -pnm '" + path + "' > " + out;
-    if (std::system(command.c_str()) != 0)
+    const int status = std::system(command.c_str());
+    if (!WIFEXITED(status) ||
+        (WEXITSTATUS(status) != 0 && WEXITSTATUS(status) != 2))  // 2: warnings
         return {};
     return SamplesOfPNM(out);
 }
@@ -129,9 +137,10 @@ static bool IsLeftOut(const ROW &row)
 {
     constexpr std::array features = {"bps=32", "bps=64", "comp=50000 ", "comp=50001 "};
     return row.File.starts_with("tiff/") &&
-           std::ranges::any_of(features, [&row](const char *feature) {
-               return row.Features.find(feature) != std::string::npos;
-           });
+           (row.File.find("-fp16-") != std::string::npos ||
+            std::ranges::any_of(features, [&row](const char *feature) {
+                return row.Features.find(feature) != std::string::npos;
+            }));
 }
 
 // Damaged files show what is there, which no digest tells.

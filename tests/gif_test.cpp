@@ -134,9 +134,9 @@ TEST(GIF, CodesBecomeIndexes)
         {"the code that is being made", {4, 1, 6, 7, 5}, "111111000000"},
         {"a larger code size", {4, 1, 6, 7, 8, 3, 9, 5}, "111111111131"},
         {"cleared half way", {4, 1, 6, 4, 2, 6, 4, 5}, "111222000000"},
-        {"behind the end", {4, 1, 5, 2, 2}, "100000000000"},
-        {"a code that is none yet", {4, 1, 7, 2}, "100000000000"},
-        {"a first code that is none", {4, 6, 1}, "000000000000"},
+        {"after the end", {4, 1, 5, 2, 2}, "100000000000"},
+        {"a code that is not defined yet", {4, 1, 7, 2}, "100000000000"},
+        {"a first code that is not defined", {4, 6, 1}, "000000000000"},
         {"no end code", {4, 3, 2, 1}, "321000000000"},
         {"more than fits", {4, 1, 2, 6, 8, 9, 10, 11, 3, 5}, "121212112111"},
         {"nothing", {}, "000000000000"},
@@ -242,7 +242,7 @@ TEST(GIF, ScreensByTheFormatsRules)
          "1111 5678, 19A1 5BC8, 1111 5678, 1111 567F"},
         {"a screen without a size", Screen(0, 5) + Frame(0, 0, 2, 1, {1, 2}), "12"},
         {"an empty comment", screen + BYTES{'!', 254, 0} + full, "1111 5678"},
-        {"extensions of any size", screen + BYTES{'!', 1, 2, 'a', ',', 1, ',', 0} + full,
+        {"extensions of any size", screen + BYTES{'!', 1, 0, '!', 1, 2, 'a', ',', 1, ',', 0} + full,
          "1111 5678"},
     };
     for (const auto &r : rows)

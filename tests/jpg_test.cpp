@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <ctime>
 #include <numbers>
 #include <sstream>
 #include <utility>
 
+#include "extra/reason.h"
 #include "picture/jpg_block.h"
+#include "picture/jpg_colour.h"
 #include "tests/pictures.h"
 
 static BYTES Read(const std::string &name)
@@ -17,10 +20,23 @@ static BYTES Read(const std::string &name)
 
 static std::string Traced;  // by the last decoding
 
+// The formats' own rules for as long as a scope lasts.
+struct BY_FORMAT {
+    explicit BY_FORMAT(bool format = true)
+    {
+        Picture_Rules = format ? PICTURE_RULES_FORMAT : PICTURE_RULES_FRAMEWORK;
+    }
+    ~BY_FORMAT()
+    {
+        Picture_Rules = PICTURE_RULES_FRAMEWORK;
+    }
+};
+
 // The picture's own pixels without alpha; empty without a picture.
 static BYTES Decode(const BYTES &file)
 {
     testing::internal::CaptureStdout();
+    Reason_Clear();
     JPG_Load(WriteTemp("test.jpg", file).c_str());
     uint8_t *pixels = JPG_Decoding();
     std::fflush(stdout);
@@ -49,16 +65,47 @@ TEST(JPG, FilesAsAnotherDecoderSeesThem)
 {
     const struct {
         const char *name;
-        int greatest;  // difference; large where the other one repeats chroma instead of
-                       // interpolating
+        int greatest;  // difference; large where the other one repeats chroma and the framework's
+                       // rules interpolate it
     } rows[] = {{"grey", 1},         {"progressive_444", 2}, {"progressive_420", 2},
                 {"420_restarts", 2}, {"422_scans", 2},       {"440", 2},
                 {"411", 40},         {"2x2_odd", 40},        {"3x2", 40}};
     for (const auto &r : rows)
-        EXPECT_LE(Greatest(Decode(Read(std::string(r.name) + ".jpg")),
-                           SamplesOfPNM(TEST_DATA "jpg/" + std::string(r.name) + ".ppm")),
-                  r.greatest)
-            << r.name;
+        for (const bool format : {false, true}) {
+            const BY_FORMAT rules(format);
+            EXPECT_LE(Greatest(Decode(Read(std::string(r.name) + ".jpg")),
+                               SamplesOfPNM(TEST_DATA "jpg/" + std::string(r.name) + ".ppm")),
+                      format ? 2 : r.greatest)
+                << r.name;
+        }
+}
+
+TEST(JPG, ColoursAreRoundedAsTheyShould)
+{
+    JPG_PLANE planes[3];
+    for (JPG_PLANE &plane : planes)
+        plane = JPG_MakePlane(0x11, 0x11, 256, 8, JPG_STRETCH_LINEAR);
+    JPG_PLANE *const all[] = {&planes[0], &planes[1], &planes[2]};
+    double most[3] = {};
+    for (int y : {0, 100, 255})
+        for (int cb = 0; cb < 256; cb++) {
+            std::fill_n(planes[0].Row(0), 256, static_cast<uint8_t>(y));
+            std::fill_n(planes[1].Row(0), 256, static_cast<uint8_t>(cb));
+            for (size_t cr = 0; cr < 256; cr++)
+                planes[2].Row(0)[cr] = static_cast<uint8_t>(cr);
+            std::array<uint8_t, 256 * 4> pixels;
+            JPG_MakeRows(all, JPG_COLOURS_YCBCR, 0, 1, pixels.data());
+            for (int cr = 0; cr < 256; cr++) {
+                const double b = cb - 128, r = cr - 128;
+                const double rgb[] = {y + 1.402 * r, y - 0.34414 * b - 0.71414 * r, y + 1.772 * b};
+                for (size_t c = 0; c < 3; c++)
+                    most[c] = std::max(most[c], std::abs(pixels[static_cast<size_t>(4 * cr) + c] -
+                                                         std::clamp(rgb[c], 0.0, 255.0)));
+            }
+        }
+    EXPECT_LE(most[0], 0.5);
+    EXPECT_LE(most[1], 0.51);
+    EXPECT_LE(most[2], 0.5);
 }
 
 TEST(JPG, InverseDCTIsTheTextbooks)
@@ -123,34 +170,40 @@ TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
         file[frame + offset] = value;
         return file;
     };
-    BYTES huge = changed(5, 255), wide = changed(5, 0);
-    huge[frame + 7] = wide[frame + 7] = wide[frame + 8] = 255;
+    BYTES huge = changed(5, 32), wide = changed(5, 0);
+    huge[frame + 7] = 32;
+    wide[frame + 7] = wide[frame + 8] = 255;
     wide.resize(wide.size() + 5000);
     const struct {
         const char *what;
         BYTES file;
-        const char *traced;
-        bool decoded;
+        const char *traced, *reason;
+        bool decoded = false;
     } rows[] = {
-        {"as it is", good, "", true},
-        {"extended sequential", changed(1, 0xC1), "\n-->(SOF1)\n", false},
-        {"lossless", changed(1, 0xC3), "\n\n-->(SOF3)\n\n", false},
-        {"arithmetic", changed(1, 0xC9), "\n\n-->(SOF9)\n\n", false},
-        {"Adobe's segment", With(good, 2, Segment(0xEE, {1, 2, 3})), "\n\n-->(APP14)\n\n", true},
-        {"fill bytes", With(good, frame, {0xFF, 0xFF, 0xFF}), "", true},
-        {"a segment FF", With(good, 2, Segment(0xFF, {1, 2})), "\n\n-->(STUFF)\n\n", true},
-        {"12 bits", changed(4, 12), "", false},
-        {"two components", changed(9, 2), "", false},
-        {"no width", changed(8, 0), "", false},
-        {"a second that is larger", changed(14, 0x32), "", false},
-        {"a factor of 0", changed(14, 0x10), "", false},
-        {"larger than it can be", huge, "", false},
-        {"padded beyond 16 bits", wide, "", false},
-        {"nothing", {}, "", false},
+        {"as it is", good, "", "", true},
+        {"extended sequential", changed(1, 0xC1), "\n-->(SOF1)\n", "extended sequential coding"},
+        {"lossless", changed(1, 0xC3), "\n\n-->(SOF3)\n\n", "lossless coding"},
+        {"hierarchical", changed(1, 0xC5), "\n\n-->(SOF5)\n\n", "hierarchical coding"},
+        {"arithmetic", changed(1, 0xC9), "\n\n-->(SOF9)\n\n", "arithmetic coding"},
+        {"Adobe's segment", With(good, 2, Segment(0xEE, {1, 2, 3})), "\n\n-->(APP14)\n\n", "",
+         true},
+        {"another's APP0", With(good, 2, Segment(0xE0, Text("AVI1") + BYTES(14, 9))), "", "", true},
+        {"fill bytes", With(good, frame, {0xFF, 0xFF, 0xFF}), "", "", true},
+        {"a segment FF", With(good, 2, Segment(0xFF, {1, 2})), "\n\n-->(STUFF)\n\n", "", true},
+        {"12 bits", changed(4, 12), "", "12 bits a sample"},
+        {"two components", changed(9, 2), "", "2 components"},
+        {"no width", changed(8, 0), "", "no frame header"},
+        {"no scan", Prefix(good, Find(good, 0xDA)), "", "no scan"},
+        {"a second that is larger", changed(14, 0x32), "", "sampling factors that make no sense"},
+        {"a factor of 0", changed(14, 0x10), "", "sampling factors that make no sense"},
+        {"larger than it can be", huge, "", "1061 bytes cannot hold 8240 x 8224 pixels"},
+        {"padded beyond 16 bits", wide, "", "a padded side of more than 65535 pixels"},
+        {"nothing", {}, "", "no frame header"},
     };
     for (const auto &r : rows) {
         EXPECT_EQ(!Decode(r.file).empty(), r.decoded) << r.what;
         EXPECT_EQ(Traced, r.traced) << r.what;
+        EXPECT_STREQ(Reason_Get(), r.reason) << r.what;
     }
 }
 
@@ -189,12 +242,14 @@ TEST(JPG, DamageStaysWhereItIs)
     ASSERT_EQ(cut.size(), whole.size());
     EXPECT_EQ(cut[0], whole[0]);
     EXPECT_EQ(cut[cut.size() - 1], 128);
+    EXPECT_STREQ(Reason_Get(), "cut after 0 of 27 rows");
 
     // The second interval's bits, all ones: the others are as before.
     BYTES spoilt = file;
     for (size_t i = second + 2; i < third; i++)
         spoilt[i] = 0xFE;
     EXPECT_LE(Greatest(Decode(spoilt), whole, rowOfMcus + interval * 3), 0);
+    EXPECT_STREQ(Reason_Get(), "damaged after 0 of 27 rows");
 
     // It is gone with its marker: what follows keeps its place.
     BYTES lost = file;
@@ -335,13 +390,21 @@ struct FLAT {
     {
         return Factors[c] & 15;
     }
+    int FullH() const
+    {
+        return std::ranges::max(Factors, {}, [](int f) { return f >> 4; }) >> 4;
+    }
+    int FullV() const
+    {
+        return std::ranges::max(Factors, {}, [](int f) { return f & 15; }) & 15;
+    }
     int SamplesAcross(size_t c) const
     {
-        return (Width * H(c) + H(0) - 1) / H(0);
+        return (Width * H(c) + FullH() - 1) / FullH();
     }
     int SamplesDown(size_t c) const
     {
-        return (Height * V(c) + V(0) - 1) / V(0);
+        return (Height * V(c) + FullV() - 1) / FullV();
     }
     static int Level(size_t c, int bx, int by)
     {
@@ -354,14 +417,15 @@ struct FLAT {
         const size_t c0 = components[0];
         const bool alone = components.size() == 1;
         const int across =
-            alone ? (SamplesAcross(c0) + 7) / 8 : (Width + 8 * H(0) - 1) / (8 * H(0));
-        const int down = alone ? (SamplesDown(c0) + 7) / 8 : (Height + 8 * V(0) - 1) / (8 * V(0));
-        int last[3] = {};
+            alone ? (SamplesAcross(c0) + 7) / 8 : (Width + 8 * FullH() - 1) / (8 * FullH());
+        const int down =
+            alone ? (SamplesDown(c0) + 7) / 8 : (Height + 8 * FullV() - 1) / (8 * FullV());
+        int last[4] = {};
         for (int mcu = 0; mcu < across * down; mcu++) {
             if (Interval != 0 && mcu != 0 && mcu % Interval == 0) {
                 out.Finish();
                 out.Bytes = out.Bytes + Number(0xFFD0 + (mcu / Interval - 1) % 8, 2);
-                std::fill_n(last, 3, 0);
+                std::fill_n(last, 4, 0);
             }
             for (const size_t c : components) {
                 const int h = alone ? 1 : H(c), v = alone ? 1 : V(c);
@@ -417,8 +481,8 @@ struct FLAT {
 // A component's value at a pixel, in a straight line between the centres of its samples.
 static double Textbook(const FLAT &flat, size_t c, int x, int y)
 {
-    const double sx = (x + 0.5) * flat.H(c) / flat.H(0) - 0.5;
-    const double sy = (y + 0.5) * flat.V(c) / flat.V(0) - 0.5;
+    const double sx = (x + 0.5) * flat.H(c) / flat.FullH() - 0.5;
+    const double sy = (y + 0.5) * flat.V(c) / flat.FullV() - 0.5;
     const auto at = [&](double column, double row) {
         return FLAT::Level(c,
                            std::clamp(static_cast<int>(column), 0, flat.SamplesAcross(c) - 1) / 8,
@@ -516,4 +580,204 @@ TEST(JPG, ScansWithoutEnd)
             file = file + flat.Scan({0});
         EXPECT_EQ(Decode(file + other) == pixels, scans > 1000) << scans;
     }
+}
+
+// A file without its segments of a marker.
+static BYTES Without(BYTES file, uint8_t marker)
+{
+    for (size_t i = 2; i + 3 < file.size() && file[i + 1] != 0xDA;) {
+        const auto at = file.begin() + static_cast<ptrdiff_t>(i);
+        const ptrdiff_t size = 2 + at[2] * 256 + at[3];
+        if (at[1] == marker)
+            file.erase(at, at + size);
+        else
+            i += static_cast<size_t>(size);
+    }
+    return file;
+}
+
+TEST(JPG, FormatsOwnRulesReadMore)
+{
+    const BYTES good = Read("420_restarts.jpg"), whole = Decode(good);
+    const size_t frame = Find(good, 0xC0), scan = Find(good, 0xDA);
+    const auto changed = [](BYTES file, size_t at, uint8_t value) {
+        file[at] = value;
+        return file;
+    };
+    const BYTES noLines = changed(good, frame + 6, 0);  // 27 of them
+    const struct {
+        const char *what;
+        BYTES file;
+    } rows[] = {
+        {"as it is", good},
+        {"extended sequential", changed(good, frame + 1, 0xC1)},
+        {"lines told after the scan", With(noLines, noLines.size() - 2, {0xFF, 0xDC, 0, 4, 0, 27})},
+        {"the usual Huffman tables", Without(good, 0xC4)},
+        {"a band of no meaning", changed(good, scan + 11, 0)},
+        {"segments in any order",
+         With(good, 2, Segment(0xED, Text("Photoshop")) + Segment(0xE2, {}))},
+        {"a thumbnail, not first",
+         With(good, 2,
+              Segment(0xFE, {1}) +
+                  Segment(0xE0, Text("JFIF\0\1\2\0\0\1\0\1") + BYTES{1, 1, 7, 8, 9}))},
+    };
+    for (const auto &r : rows) {
+        const BY_FORMAT rules;
+        EXPECT_EQ(Decode(r.file), whole) << r.what;
+        EXPECT_EQ(Traced, "") << r.what;
+        EXPECT_STREQ(Reason_Get(), "") << r.what;
+        EXPECT_TRUE(JPG_Detected(r.file)) << r.what;
+        if (&r == std::end(rows) - 1) {
+            const LOADED loaded(r.file);
+            ASSERT_NE(loaded.Record.ThumbPixels, nullptr);
+            EXPECT_EQ(loaded.Record.ThumbPixels[0], 7);
+        }
+    }
+    EXPECT_FALSE(JPG_Detected(rows[5].file));
+}
+
+TEST(JPG, FormatsOwnColours)
+{
+    const BYTES jfif = Segment(0xE0, Text("JFIF\0\1\1\0\0\1\0\1\0\0"));
+    const auto adobe = [](uint8_t transform) {
+        return Segment(0xEE, Text("Adobe\0\144\0\0\0\0") + BYTES{transform});
+    };
+    enum { Grey, YCbCr, RGB, CMYK, YCCK };
+    const struct {
+        const char *what;
+        std::vector<int> factors;
+        BYTES segments;
+        int colours;
+        const char *ids = "\1\2\3\4";
+    } rows[] = {
+        {"grey", {0x11}, {}, Grey},
+        {"two components", {0x11, 0x11}, {}, Grey},
+        {"nothing tells", {0x11, 0x11, 0x11}, {}, YCbCr},
+        {"ids tell", {0x11, 0x11, 0x11}, {}, RGB, "RGB"},
+        {"JFIF against ids", {0x11, 0x11, 0x11}, jfif, YCbCr, "RGB"},
+        {"no transform", {0x22, 0x11, 0x21}, adobe(0), RGB},
+        {"a transform", {0x11, 0x11, 0x11}, adobe(1), YCbCr, "RGB"},
+        {"the first is smaller", {0x11, 0x21, 0x22}, adobe(0), RGB},
+        {"fractions", {0x21, 0x31, 0x32}, adobe(0), RGB},
+        {"CMYK", {0x11, 0x11, 0x11, 0x11}, adobe(0), CMYK},
+        {"YCCK", {0x22, 0x11, 0x11, 0x22}, adobe(2), YCCK},
+        {"the same id twice", {0x11, 0x11, 0x11, 0x11}, adobe(0), CMYK, "\1\2\3\1"},
+    };
+    const BY_FORMAT rules;
+    for (const auto &r : rows) {
+        const FLAT flat = {45, 37, r.factors};
+        BYTES file = flat.File();
+        const size_t frame = Find(file, 0xC0), scan = Find(file, 0xDA);
+        for (size_t c = 0; c < r.factors.size(); c++)
+            file[frame + 10 + 3 * c] = file[scan + 5 + 2 * c] = static_cast<uint8_t>(r.ids[c]);
+        const BYTES pixels = Decode(With(file, 2, r.segments));
+        ASSERT_FALSE(pixels.empty()) << r.what;
+        double most = 0;
+        for (int y = 0; y < flat.Height; y++)
+            for (int x = 0; x < flat.Width; x++) {
+                double s[4] = {};
+                for (size_t c = 0; c < r.factors.size(); c++)
+                    s[c] = Textbook(flat, c, x, y) + 128;
+                const double b = s[1] - 128, red = s[2] - 128;
+                std::array<double, 3> rgb = {s[0] + 1.402 * red, s[0] - 0.34414 * b - 0.71414 * red,
+                                             s[0] + 1.772 * b};
+                if (r.colours == Grey)
+                    rgb = {s[0], s[0], s[0]};
+                if (r.colours == RGB || r.colours == CMYK)
+                    rgb = {s[0], s[1], s[2]};
+                for (size_t i = 0; i < 3; i++) {
+                    double light = std::clamp(rgb[i], 0.0, 255.0);
+                    if (r.colours >= CMYK)
+                        light = (r.colours == YCCK ? 255 - light : light) * s[3] / 255;
+                    most = std::max(
+                        most,
+                        std::abs(pixels[static_cast<size_t>(y * flat.Width + x) * 3 + i] - light));
+                }
+            }
+        EXPECT_LT(most, 2) << r.what;
+    }
+}
+
+TEST(JPG, StreamsOfOtherFiles)
+{
+    const BYTES good = Read("progressive_420.jpg"), whole = Decode(good);
+    BYTES tables = {0xFF, 0xD8}, stream = Read("420_restarts.jpg");
+    for (size_t at = Find(stream, 0xDB); stream[at + 1] != 0xC0; at = Find(stream, 0xDB)) {
+        const size_t size = 2 + stream[at + 3];
+        tables.insert(tables.end(), &stream[at], &stream[at + size]);
+        stream.erase(stream.begin() + static_cast<ptrdiff_t>(at),
+                     stream.begin() + static_cast<ptrdiff_t>(at + size));
+        if (tables.size() > 2 * 69)
+            break;
+    }
+    tables = tables + BYTES{0xFF, 0xD9};
+    const BYTES expected = Decode(Read("420_restarts.jpg"));
+    JPG_Load(WriteTemp("outer.jpg", good).c_str());  // while another file is being decoded
+    const JPG_STREAM rgb = JPG_DecodeStream(tables, stream, true);
+    const JPG_STREAM stored = JPG_DecodeStream(tables, stream, false);
+    EXPECT_EQ(BYTES(rgb.Samples.begin(), rgb.Samples.end()), expected);
+    EXPECT_EQ(rgb.Width * 100 + rgb.Height, 3327u);
+    ASSERT_EQ(stored.Samples.size(), rgb.Samples.size());
+    for (size_t i = 0; i < stored.Samples.size(); i += 3) {
+        const double red = stored.Samples[i] + 1.402 * (stored.Samples[i + 2] - 128);
+        ASSERT_NEAR(rgb.Samples[i], std::clamp(red, 0.0, 255.0), 0.5);
+    }
+    EXPECT_EQ(JPG_DecodeStream({}, Read("grey.jpg"), true).Components, 1u);
+    EXPECT_TRUE(JPG_DecodeStream(tables, {}, true).Samples.empty());
+    EXPECT_EQ(JPG_Header.Width, 33);
+    EXPECT_TRUE(JPG_Decoder.Progressive);
+    uint8_t *pixels = JPG_Decoding();
+    ASSERT_NE(pixels, nullptr);
+    EXPECT_EQ(BYTES(pixels, pixels + 3), Prefix(whole, 3));
+    std::free(pixels);
+    JPG_UnLoad();
+}
+
+TEST(JPG, CostIsBoundedByTheFile)
+{
+    const FLAT flat = {3200, 2400, {0x11, 0x11, 0x11}};
+    const BYTES head = Prefix(flat.File(), Find(flat.File(), 0xDA));
+    BYTES progressive = head;
+    progressive[Find(progressive, 0xC0) + 1] = 0xC2;
+    const auto repeated = [](const BYTES &start, const BYTES &more, size_t size) {
+        BYTES file = start;
+        while (file.size() < size)
+            file.insert(file.end(), more.begin(), more.end());
+        return file;
+    };
+    const BYTES empty = Segment(0xDA, {1, 1, 0, 1, 63, 0});
+    const BYTES empties = repeated(progressive, empty, 10000);
+    const BYTES thumbnail = Exif(
+        true, {{259, 4, 1, 6}, {513, 4, 1, 50}, {514, 4, 1, static_cast<uint32_t>(empties.size())}},
+        0, empties);
+    // A tag that leads back to its own IFD, over and over.
+    const BYTES loop = Segment(
+        0xE1, Exif(true, std::vector<std::array<uint32_t, 4>>(250, {34665, 4, 1, 8}), 8, {}));
+    const struct {
+        const char *what;
+        BYTES file;
+    } rows[] = {
+        {"empty scans", empties},
+        {"a thumbnail of empty scans", With(empties, 2, Segment(0xE1, thumbnail))},
+        {"restarts without bits",
+         repeated(With(head, 2, {0xFF, 0xDD, 0, 4, 0, 1}) + flat.Scan({0}), {0xFF, 0xD3}, 100000)},
+        {"directories without end",
+         repeated(BYTES{0xFF, 0xD8} + loop, Segment(0xE1, Text("Exif\0\0MM\0*\0\0\0\10")), 100000)},
+    };
+    for (const auto &r : rows)
+        for (const bool format : {false, true}) {
+            const BY_FORMAT rules(format);
+            const std::clock_t start = std::clock();
+            const LOADED loaded(r.file);
+            EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, 3) << r.what;
+        }
+}
+
+TEST(JPG, ThumbnailThatNobodyTakesIsFreed)
+{
+    const BYTES jfif = Text("JFIF\0\1\2\0\0\1\0\1") + BYTES{1, 1, 7, 8, 9};
+    JPG_Load(WriteTemp("freed.jpg", With(Read("grey.jpg"), 2, Segment(0xE0, jfif))).c_str());
+    EXPECT_NE(JPG_Header.Thumbnail, nullptr);
+    JPG_UnLoad();
+    EXPECT_EQ(JPG_Header.Thumbnail, nullptr);
 }

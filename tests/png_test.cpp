@@ -123,7 +123,7 @@ TEST(PNG, RulesOfItsOwn)
         {"half a row",
          File(3, 1, 8, 0, image({{0, 9, 8}})),
          {9, 9, 9, 255, 8, 8, 8, 255, 0, 0, 0, 0}},
-        {"an empty block is passed over", File(1, 1, 8, 0, image({{}, {0, 7}})), {7, 7, 7, 255}},
+        {"an empty block is skipped", File(1, 1, 8, 0, image({{}, {0, 7}})), {7, 7, 7, 255}},
         {"more than the picture", File(1, 1, 8, 0, image({{0, 7, 6, 5}})), {7, 7, 7, 255}},
         {"unknown chunks, even critical ones",
          File(1, 1, 8, 0, Chunk("ABCD", {1, 2}) + image({{0, 7}})),
@@ -211,7 +211,7 @@ TEST(PNG, RulesOfTheStandard)
         BYTES file, pixels;
     } rows[] = {
         {"a grey key",
-         File(2, 1, 8, 0, key({1, 9}) + image({{0, 9, 8}})),
+         File(2, 1, 8, 0, key({2, 9}) + image({{0, 9, 8}})),
          {9, 9, 9, 0, 8, 8, 8, 255}},
         {"of 2 bits",
          File(3, 1, 2, 0, key({0, 2}) + image({{0, 0x24}})),
@@ -330,7 +330,7 @@ static std::string Digits(size_t value, size_t count, bool highFirst)
 }
 
 // The code lengths of a dynamic block: each of the code-length code's symbols has 5 bits. The codes
-// behind its 19 are no codes, of which one bit is dropped.
+// after its 19 do not exist; one bit of them is dropped.
 static std::string Length(size_t length)
 {
     return Digits(length, 5, true);
@@ -363,8 +363,8 @@ TEST(Inflate, Streams)
         {"fixed codes", zlib + fixed + a + a + end, "aa", true},
         {"a distance of 1 repeats", zlib + fixed + a + "11000101 00000" + end,
          std::string(259, 'a'), true},
-        {"codes 286 and 287 are passed over", zlib + fixed + a + "11000110 11000111" + a + end,
-         "aa", true},
+        {"codes 286 and 287 are skipped", zlib + fixed + a + "11000110 11000111" + a + end, "aa",
+         true},
         {"further back than there is", zlib + fixed + a + "0000001 00001" + a + end, "a", false},
         {"no such distance", zlib + fixed + a + "0000001 11110" + a + end, "a", false},
         {"cut short", zlib + fixed + a + "1", "a", false},
@@ -495,7 +495,7 @@ TEST(Inflate, CopiesByteByByte)
             start.push_back(static_cast<uint8_t>(i * 37 % 131));
             literals += Digits(0x30u + start.back(), 8, true);
         }
-        // A match, and what is left of the stream behind it: the end is decoded by other steps.
+        // A match, and what is left of the stream after it: the end is decoded by other steps.
         for (const size_t length : {3u, 8u, 15u, 16u, 17u, 31u, 32u, 33u, 64u, 65u, 257u, 258u})
             for (const size_t after : {0u, 100u}) {
                 BYTES expected = start;

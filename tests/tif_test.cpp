@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "picture/fax.h"
 #include "tests/pixels.h"
 
 // The header, the pixels right behind it, then a directory of tags told as "256=5 258=8,8,8".
@@ -55,6 +56,23 @@ static std::string Palette(const std::string &r, const std::string &g, const std
     return text;
 }
 
+static std::string Times(const std::string &text, int count)
+{
+    std::string all;
+    while (count-- > 0)
+        all += text;
+    return all;
+}
+
+// What a file shows under the format's rules.
+static std::string ShowByFormat(const BYTES &file)
+{
+    Picture_Rules = PICTURE_RULES_FORMAT;
+    const std::string text = Show(file);
+    Picture_Rules = PICTURE_RULES_FRAMEWORK;
+    return text;
+}
+
 TEST(TIF, PixelsOfEveryKind)
 {
     const std::string wide = Palette("4660", "22271", "65280"), narrow = Palette("18", "86", "255");
@@ -98,6 +116,80 @@ TEST(TIF, PixelsOfEveryKind)
         for (const bool bigEndian : {false, true})
             EXPECT_EQ(Show(MakeFile(Hex(r.data), r.tags, bigEndian)), r.pixels)
                 << r.what << (bigEndian ? ", highest byte first" : "");
+}
+
+TEST(TIF, PixelsByTheFormatsRules)
+{
+    const std::string codes = "01" + Times("00", 16);  // one, of a bit, for 0
+    const std::string jpeg = "FFD8 FFDB004300" + Times("01", 64) + "FFC0000B080001000101011100" +
+                             "FFC4001400" + codes + "FFC4001410" + codes +
+                             "FFDA0008010100003F00 3F FFD9";
+    const struct {
+        const char *what;
+        std::string tags, data;
+        const char *pixels, *reason;
+        bool bothOrders = true;
+    } rows[] = {
+        {"a bit", "256=9 257=1 262=1 273=8", "A080", "FF 00 FF 00 00 00 00 00 FF", ""},
+        {"2 bits, white is 0", "256=4 257=1 258=2 262=0 273=8", "1B", "FF AA 55 00", ""},
+        {"4 bits", "256=3 257=2 258=4 262=1 273=8", "0F80 1230", "00 FF 88 11 22 33", ""},
+        {"3 bits", "256=3 257=1 258=3 262=1 273=8", "0F00", "00 6D DB", ""},
+        {"12 bits, their high 8", "256=2 257=1 258=12 262=1 273=8", "123FED", "12 FE", ""},
+        {"4 bits, RGB, planar", "256=2 257=1 258=4,4,4 262=2 273=8,9,10 277=3 284=2", "0F F0 88",
+         "00FF88FF FF0088FF", ""},
+        {"a row of one pixel", "256=1 257=2 262=1 273=8", "80 00", "FF 00", ""},
+        {"CMYK", "256=2 257=1 258=8,8,8,8 262=5 273=8 277=4", "00FF0000 10203040",
+         "FF00FFFF B3A79BFF", ""},
+        {"YCbCr of 2 by 2 and a half", "256=3 257=1 258=8,8,8 262=6 273=8 277=3 530=2,2",
+         "102030408080 506070804090", "10 20 665B00FF", ""},
+        {"16 bits as differences", "256=2 257=1 258=16 259=8 262=1 273=8 317=2",
+         "7801 01 0400FBFF F0102000", "10 11", "", false},
+        {"associated alpha as stored", "256=1 257=1 258=8 262=2 273=8 277=4 338=1", "32640064",
+         "32640064", ""},
+        {"the alpha of five samples", "256=1 257=1 258=8 262=2 273=8 277=5 338=2,0", "0102030405",
+         "01020304", ""},
+        {"an extra sample of no kind", "256=1 257=1 258=8 262=1 273=8 277=2 338=0", "0309",
+         "03030309", ""},
+        {"tiles, the last ones cut",
+         "256=3 257=3 258=8 262=1 322=2 323=2 324=8,12,16,20 325=4,4,4,4",
+         "01020405 03000600 07080000 09000000", "01 02 03 04 05 06 07 08 09", ""},
+        {"a tile that is not listed", "256=3 257=1 258=8 262=1 322=2 323=1 324=8 325=2", "0102",
+         "01 02 -", "1 of 2 tiles are cut short or missing"},
+        {"old-style LZW", "256=4 257=1 258=8 259=5 262=1 273=8", "000F083C1010", "07 07 07 07", "",
+         false},
+        {"modified Huffman", "256=4 257=2 259=2 262=0 273=8", "B0 3560", "FF FF FF FF 00 00 00 00",
+         ""},
+        {"a short palette counts for nothing", "256=2 257=1 258=8 262=3 273=8 320=1,2,3", "0705",
+         "07 05", ""},
+        {"strips of 0 bytes go to the end", "256=2 257=1 258=8 262=1 273=8 279=0", "0705", "07 05",
+         ""},
+        {"JPEG", "256=1 257=1 258=8 259=7 262=1 273=8", jpeg, "80", ""},
+        {"nothing stored", "256=1 257=1 258=8 262=1", "", "", "no pixels stored"},
+        {"uneven sizes", "256=1 257=1 258=5,6,5 262=2 273=8 277=3", "0102", "",
+         "samples of different sizes"},
+        {"32 bits", "256=1 257=1 258=32 262=1 273=8", "01020304", "", "32 bits a sample"},
+        {"floating point", "256=1 257=1 258=16 262=1 273=8 339=3", "0102", "", "floating point"},
+        {"zstd", "256=1 257=1 258=8 259=50000 262=1 273=8", "0102", "", "zstd compression"},
+        {"a compression of no name", "256=1 257=1 258=8 259=99 262=1 273=8", "01", "",
+         "compression 99"},
+        {"L*a*b*", "256=1 257=1 258=8,8,8 262=8 273=8 277=3", "010203", "", "CIE L*a*b* colours"},
+        {"differences of floats", "256=1 257=1 258=8 259=8 262=1 273=8 317=3", "0102", "",
+         "predictor 3"},
+        {"fax of bytes", "256=1 257=1 258=8 259=4 262=1 273=8", "0102", "",
+         "CCITT Group 4 compression of more than a bit a pixel"},
+        {"a pixel a tile, and no end of them", "256=5000 257=5000 258=8 262=1 322=1 323=1 324=8",
+         "01", "", "99 bytes cannot hold 5000 x 5000 pixels"},
+        {"a strip named over and over",
+         "256=1 257=99 258=8 259=8 262=1 278=1 273=8" + Times(",8", 98), Times("00", 300), "",
+         "strips that overlap"},
+    };
+    for (const auto &r : rows)
+        for (const bool bigEndian : {false, true}) {
+            if (bigEndian && !r.bothOrders)
+                continue;
+            EXPECT_EQ(ShowByFormat(MakeFile(Hex(r.data), r.tags, bigEndian)), r.pixels) << r.what;
+            EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
+        }
 }
 
 // Codes as LZW writes them, the highest bit first, longer as the table fills.
@@ -156,6 +248,72 @@ TEST(TIF, LZWStrings)
                                   : i < 5002 ? i - 5000
                                              : i - 5002 + 4095 - 258) %
                                      251);
+}
+
+// Bits as text, with any spaces between them.
+static BYTES Bits(const std::string &text)
+{
+    BYTES bytes;
+    size_t count = 0;
+    for (const char c : text)
+        if (c != ' ') {
+            if (count++ % 8 == 0)
+                bytes.push_back(0);
+            bytes.back() |= static_cast<uint8_t>((c - '0') << (8 - (count - 1) % 8 - 1));
+        }
+    return bytes;
+}
+
+TEST(TIF, FaxRows)
+{
+    const std::string eol = "000000000001", white2 = "0111", white4 = "1011", black2 = "11";
+    const std::string whole = white2 + black2 + white4;
+    const struct {
+        const char *what;
+        FAX_SCHEME scheme;
+        std::string bits;
+        const char *rows;
+        bool damaged = false;
+    } rows[] = {
+        {"a run of each colour", FAX_Group4, "001" + white2 + black2 + "1", "..##...."},
+        {"all shifts from the row before", FAX_Group4,
+         "001 0111 10 1  011 010 1  0001 1  001 00110101 000101  1 1  0000011 1  0000010 1"
+         "000011 1  000010 1" +
+             eol + eol,
+         "..###... ...#.... ........ ######## ######## ...##### ######## ..###### ########"},
+        {"a mode that is none", FAX_Group4, "1  001 0111 11 0000001", "........ ..##....", true},
+        {"a shift left of the picture", FAX_Group4, "001 00110101 000101  010", "########", true},
+        {"a run beyond the row", FAX_Group4, "1  001 0111 000101", "........ ........", true},
+        {"rows that begin on bytes", FAX_Bytes, "10011 000" + whole, "........ ..##...."},
+        {"rows that begin on words", FAX_Words, "10011" + Times("0", 11) + whole,
+         "........ ..##...."},
+        {"rows without an end", FAX_Group3, whole + whole, "..##.... ..##...."},
+        {"rows after an end, filled up", FAX_Group3,
+         eol + whole + "0000" + eol + whole + eol + eol + eol + eol, "..##.... ..##...."},
+        {"a damaged row, and on", FAX_Group3, eol + white2 + "0000000001" + eol + whole,
+         "........ ..##....", true},
+        {"rows of both dimensions", FAX_Group3TwoD,
+         eol + "1" + whole + eol + "0" + "011 1 1" + eol + "1" + white2 + "000101" + eol,
+         "..##.... ...#.... ........", true},
+    };
+    for (const auto &r : rows) {
+        BYTES out(16);
+        const FAX_RESULT result = FAX_Expand(Bits(r.bits), r.scheme, 8, out);
+        std::string text;
+        for (size_t y = 0; y < result.Rows; y++)
+            for (size_t x = 0; x < 8; x++) {
+                if (x == 0 && y != 0)
+                    text += ' ';
+                text += (out[y] >> (7 - x) & 1) != 0 ? '#' : '.';
+            }
+        EXPECT_EQ(text, r.rows) << r.what;
+        EXPECT_EQ(result.Damaged, r.damaged) << r.what;
+    }
+    // 2560 white by one code, 64 and 1 black, 1 white
+    BYTES out(329);
+    FAX_Expand(Bits("000000011111 00110101  0000001111 010  000111"), FAX_Bytes, 2626, out);
+    for (size_t x = 0; x < 2626; x++)
+        ASSERT_EQ(out[x / 8] >> (7 - x % 8) & 1, x >= 2560 && x < 2625) << x;
 }
 
 TEST(TIF, HeaderKeepsDirectories)

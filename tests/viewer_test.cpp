@@ -1,8 +1,49 @@
+#include <thread>
+
 #include <gtest/gtest.h>
 
 #include "tests/files.h"
+#include "tools/common/text.h"
+#include "tools/viewer/ahead.h"
+#include "tools/viewer/encode.h"
+#include "tools/viewer/files.h"
 #include "tools/viewer/sheet.h"
 #include "tools/viewer/shown.h"
+
+TEST(Text, IsMadeHarmless)
+{
+    const struct {
+        const char *what, *text, *harmless, *json;
+    } rows[] = {
+        {"letters", "a\u0151\u4E2D\U0001F600", "a\u0151\u4E2D\U0001F600",
+         "\"a\u0151\u4E2D\U0001F600\""},
+        {"C0 and DEL", "a\x1B[2J\n\x7F", "a [2J  ", "\"a\\u001b[2J\\u000a\\u007f\""},
+        {"C1", "\u009B1m", " 1m", "\"\\u009b1m\""},
+        {"C1 as a byte", "\x9B", "\uFFFD", "\"\uFFFD\""},
+        {"overlong", "\xC0\x9B", "\uFFFD\uFFFD", "\"\uFFFD\uFFFD\""},
+        {"a surrogate", "\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD", "\"\uFFFD\uFFFD\uFFFD\""},
+        {"cut", "\xE4\xB8", "\uFFFD\uFFFD", "\"\uFFFD\uFFFD\""},
+        {"beyond Unicode", "\xF4\x90\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD",
+         "\"\uFFFD\uFFFD\uFFFD\uFFFD\""},
+        {"quotes", "\"\\", "\"\\", R"("\"\\")"},
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(Text_Harmless(r.text), r.harmless) << r.what;
+        EXPECT_EQ(Text_JSON(r.text), r.json) << r.what;
+    }
+    EXPECT_EQ(Text_FromEither("caf\xE9"), "caf\u00E9");
+    EXPECT_EQ(Text_FromEither("caf\u00E9"), "caf\u00E9");
+    EXPECT_TRUE(Text_EndsWith("A.PnG", ".png"));
+    EXPECT_FALSE(Text_EndsWith("png", ".png"));
+}
+
+TEST(Viewer, NumbersInNamesAreInOrder)
+{
+    const char *names[] = {"a", "a1", "A2", "a02", "a2", "a2b", "a10", "B1", "b1x9", "b1x10"};
+    for (size_t i = 0; i < std::size(names); i++)
+        for (size_t k = 0; k < std::size(names); k++)
+            EXPECT_EQ(Files_Before(names[i], names[k]), i < k) << names[i] << ' ' << names[k];
+}
 
 // An image whose pixels are letters.
 static VIEWER_IMAGE ImageOf(const std::vector<std::string> &rows)
@@ -36,6 +77,20 @@ TEST(Viewer, OrientationsAreMadeUpright)
             << orientation;
 }
 
+TEST(Viewer, HalvesAreMeansWeightedByAlpha)
+{
+    // 3 by 2: opaque grey levels, a clear white pixel beside black, an odd last column.
+    const std::vector<uint8_t> pixels = {
+        10, 10, 10, 255, 20, 20, 20, 255, 0,   0,   0,   255,
+        30, 30, 30, 255, 41, 41, 41, 255, 255, 255, 255, 0,
+    };
+    const VIEWER_IMAGE half = Viewer_Halve({3, 2, 3, pixels.data()});
+    EXPECT_EQ(half.Width, 2u);
+    EXPECT_EQ(half.Height, 1u);
+    EXPECT_EQ(BYTES(half.Pixels.begin(), half.Pixels.end()),
+              (BYTES{25, 25, 25, 255, 0, 0, 0, 128}));
+}
+
 TEST(Viewer, CaptionsAreCutAtTheName)
 {
     const struct {
@@ -48,56 +103,164 @@ TEST(Viewer, CaptionsAreCutAtTheName)
         {"never all of it", "abcdefghijklm.png", "abcde....png  PNG,", 18},
         {"no room", "a.png", "", 0},
         {"Latin-2", "\u0151z\u017E.png", "\xF5z\xBE.png  PNG, 1x1", 80},
-        {"others, once each", "\u00F1\u4E2D\n", "???  PNG, 1x1", 80},
+        {"others", "\u00F1\u4E2D\n", "n{4E2D}?  PNG, 1x1", 80},
         {"no UTF-8", "\x9E\xC5", "??  PNG, 1x1", 80},
     };
     for (const auto &r : rows)
-        EXPECT_EQ(Viewer_Caption(r.name, "PNG, 1x1", r.room), r.expected) << r.what;
+        EXPECT_EQ(Sheet_Caption(r.name, "PNG, 1x1", r.room), r.expected) << r.what;
 }
 
 // A GIF of a row of three pixels, red or blue, in frames of one pixel: left, disposal, colour.
-// Flags: 64 interlaced.
-static std::vector<uint8_t> MakeGIF(const std::vector<std::array<uint8_t, 3>> &frames,
-                                    uint8_t flags)
+static BYTES MakeGIF(const std::vector<std::array<uint8_t, 3>> &frames)
 {
-    std::vector<uint8_t> file = Text("GIF89a\3\0\1\0\x80\0\0\xFF\0\0\0\0\xFF");
+    BYTES file = Text("GIF89a\3\0\1\0\x80\0\0\xFF\0\0\0\0\xFF");
     for (const auto &[left, disposal, colour] : frames) {
-        // Codes of 3 bits: clear, the colour, end.
+        // Codes of 3 bits: clear, the colour, end. The index 3, which is transparent, is not used.
         const uint16_t codes = static_cast<uint16_t>(4 | colour << 3 | 5 << 6);
-        std::vector<uint8_t> frame = Text("!\xF9\4d\xA\0\0\0,l\0\0\0\1\0\1\0\0\2\2cc\0");
-        frame[3] = static_cast<uint8_t>(disposal << 2);
+        BYTES frame = Text("!\xF9\4d\xA\0\3\0,l\0\0\0\1\0\1\0\0\2\2cc\0");
+        frame[3] = static_cast<uint8_t>(disposal << 2 | 1);
         frame[9] = left;
-        frame[17] = flags;
         frame[20] = static_cast<uint8_t>(codes);
         frame[21] = static_cast<uint8_t>(codes >> 8);
-        file.insert(file.end(), frame.begin(), frame.end());
+        file = file + frame;
     }
     file.push_back(0x3B);
     return file;
 }
 
-TEST(Viewer, FramesAreLaidDownAndDisposedOf)
+TEST(Viewer, FramesAreComposedOrAlone)
 {
-    for (const uint8_t flags : {uint8_t{0}, uint8_t{64}}) {
-        const std::string path =
-            WriteTemp("frames.gif", MakeGIF({{0, 1, 0}, {1, 2, 1}, {2, 3, 1}, {1, 0, 0}}, flags));
-        const VIEWER_FILE file = Viewer_Open(path);
-        ASSERT_EQ(file.Frames, 4u);
-        EXPECT_EQ(file.Facts, "GIF, 3x1, 1 bit");
-        EXPECT_NEAR(file.Ends.back(), 0.4, 1e-9);
-        const auto look = [](uint32_t frame) {
-            std::string seen;
-            const VIEWER_IMAGE &screen = Viewer_Screen(frame);
-            for (size_t i = 0; i < screen.Pixels.size(); i += 4)
-                seen += screen.Pixels[i + 3] == 0 ? '-' : screen.Pixels[i] ? 'r' : 'b';
-            return seen;
-        };
-        SCOPED_TRACE(flags == 0 ? "in place" : "interlaced");
-        EXPECT_EQ(look(0), "r--");
-        EXPECT_EQ(look(1), "rb-");
-        EXPECT_EQ(look(2), "r-b");
-        EXPECT_EQ(look(3), "rr-");
-        EXPECT_EQ(look(1), "rb-");  // again from the start
-        Viewer_Close();
+    Picture_Rules = PICTURE_RULES_FORMAT;
+    const std::string path =
+        WriteTemp("frames.gif", MakeGIF({{0, 1, 0}, {1, 2, 1}, {2, 3, 1}, {1, 0, 0}}));
+    const auto file = Viewer_Open(path, VIEWER_HALVED);
+    ASSERT_TRUE(file->Record) << file->Reason;
+    ASSERT_EQ(file->Frames, 4u);
+    EXPECT_EQ(Viewer_Facts(*file), "GIF, 3x1, 1 bit");
+    EXPECT_NEAR(file->Ends.back(), 0.4, 1e-9);
+    EXPECT_EQ(file->Rounds, 1u);
+    GIF_CANVAS canvas, lone;
+    const auto look = [](const VIEWER_PIXELS &pixels) {
+        std::string seen;
+        for (size_t i = 0; i < 4 * size_t{pixels.Width}; i += 4)
+            seen += pixels.Pixels[i + 3] == 0 ? '-' : pixels.Pixels[i] ? 'r' : 'b';
+        return seen;
+    };
+    const struct {
+        uint32_t n;
+        const char *composed, *alone;
+    } rows[] = {{0, "r--", "r--"},
+                {1, "rb-", "-b-"},
+                {2, "r-b", "--b"},
+                {3, "rr-", "-r-"},
+                {1, "rb-", "-b-"}};  // back again
+    for (const auto &r : rows) {
+        EXPECT_EQ(look(Viewer_Frame(*file, r.n, canvas)), r.composed) << r.n;
+        lone = {};
+        EXPECT_EQ(look(Viewer_LoneFrame(*file, r.n, lone)), r.alone) << r.n;
     }
+    Picture_Rules = PICTURE_RULES_FRAMEWORK;
+}
+
+// Every kind of pixels through each of the formats that are written, and back.
+TEST(Viewer, WhatIsWrittenIsReadBack)
+{
+    Picture_Rules = PICTURE_RULES_FORMAT;
+    const struct {
+        const char *what, *name;
+        std::string (*encode)(const VIEWER_PIXELS &, FILE *);
+        uint32_t bits[4];  // of grey, colour, either with alpha
+    } formats[] = {
+        {"PAM", "a.pam", Encode_PAM, {32, 32, 32, 32}},
+        {"PNG", "a.png", Encode_PNG, {8, 24, 16, 32}},
+        {"BMP", "a.bmp", Encode_BMP, {24, 24, 32, 32}},
+    };
+    for (const auto &format : formats)
+        for (uint32_t kind = 0; kind < 4; kind++)
+            for (const uint32_t width : {1u, 3u, 5u, 250u}) {
+                SCOPED_TRACE(format.what + std::to_string(kind) + "/" + std::to_string(width));
+                VIEWER_IMAGE image{width, 70, BYTES_BUFFER(size_t{width} * 70 * 4)};
+                uint32_t noise = 1;
+                for (size_t i = 0; i < image.Pixels.size(); i++) {
+                    noise = noise * 1664525 + 1013904223;  // a share of it, so that filters differ
+                    const size_t x = i / 4 % width, y = i / 4 / width,
+                                 c = kind % 2 == 0 ? 0 : i % 4;
+                    const size_t value = i % 4 == 3 ? (kind < 2 ? 255 : x + 1)
+                                                    : x * (c + 1) + y * 3 + (y % 7 == 0) * noise;
+                    image.Pixels[i] = static_cast<uint8_t>(value >> (y % 3 == 2));
+                    if (i % 4 == 3 && kind < 2)
+                        image.Pixels[i] = 255;
+                    else if (i % 4 != 3 && kind % 2 == 0 && i % 4 != 0)
+                        image.Pixels[i] = image.Pixels[i / 4 * 4];
+                }
+                const std::string path = TempPath(format.name);
+                FILE *out = std::fopen(path.c_str(), "wb");
+                EXPECT_EQ(format.encode(Viewer_Pixels(image), out), "");
+                std::fclose(out);
+                const auto file = Viewer_Open(path, VIEWER_PLAIN);
+                ASSERT_TRUE(file->Record) << file->Reason;
+                EXPECT_EQ(file->Bits, format.bits[kind]);
+                EXPECT_TRUE(Viewer_Copy(Viewer_Pixels(*file)).Pixels == image.Pixels);
+            }
+    Picture_Rules = PICTURE_RULES_FRAMEWORK;
+}
+
+TEST(Viewer, WritingFindsTheDiskFull)
+{
+    VIEWER_IMAGE image{300, 300, BYTES_BUFFER(300 * 300 * 4, 9)};
+    for (size_t i = 0; i < image.Pixels.size(); i++)
+        image.Pixels[i] = static_cast<uint8_t>(i * i >> 7);
+    for (const auto encode : {Encode_PAM, Encode_PNG, Encode_BMP}) {
+        FILE *full = std::fopen("/dev/full", "wb");
+        ASSERT_TRUE(full);
+        EXPECT_NE(encode(Viewer_Pixels(image), full), "");
+        std::fclose(full);
+    }
+}
+
+static std::shared_ptr<const VIEWER_FILE> Await(const AHEAD_KEY &key)
+{
+    for (int i = 0; i < 1000; i++) {
+        if (auto file = Ahead_Find(key))
+            return file;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return nullptr;
+}
+
+TEST(Viewer, DecodesAheadByTheCallersRules)
+{
+    Picture_Rules = PICTURE_RULES_FORMAT;
+    // 12 rows of 3 bytes are padded by the format's rules; a GIF, whose frames travel with it.
+    const VIEWER_IMAGE image = ImageOf(std::vector<std::string>(400, std::string(300, 'x')));
+    const std::string bmp = TempPath("ahead.bmp");
+    FILE *out = std::fopen(bmp.c_str(), "wb");
+    Encode_BMP(Viewer_Pixels(image), out);
+    std::fclose(out);
+    const std::string gif = WriteTemp("ahead.gif", MakeGIF({{0, 1, 0}, {1, 1, 1}}));
+    const AHEAD_KEY large{bmp}, small{bmp, VIEWER_SMALL}, animated{gif}, absent{"absent"};
+    Ahead_Start();
+    std::shared_ptr<const VIEWER_FILE> kept;
+    for (int round = 0; round < 20; round++) {
+        Ahead_Want({animated, large, small, absent});
+        EXPECT_EQ(Ahead_Find({gif, VIEWER_SMALL}), nullptr);
+        ASSERT_TRUE((kept = Await(animated)) && kept->Record);
+        GIF_CANVAS canvas;
+        EXPECT_EQ(Viewer_Frame(*kept, 1, canvas).Pixels[4 + 2], 255);
+        Ahead_Want({small, absent});
+        const auto thumbnail = Await(small);
+        ASSERT_TRUE(thumbnail && !thumbnail->Record);
+        EXPECT_EQ(Viewer_Size(thumbnail->Thumbnail.Width, thumbnail->Thumbnail.Height), "75x100");
+        const auto nothing = Await(absent);
+        ASSERT_TRUE(nothing && !nothing->Record);
+        EXPECT_NE(nothing->Reason, "");
+        Ahead_Want({large});
+        EXPECT_EQ(Ahead_Find(small), nullptr);
+        const auto whole = Await(large);
+        ASSERT_TRUE(whole && whole->Record);
+        EXPECT_EQ(whole->Halves.size(), 1u);
+    }
+    Ahead_Stop();
+    EXPECT_TRUE(kept->Record);
+    Picture_Rules = PICTURE_RULES_FRAMEWORK;
 }

@@ -1,7 +1,7 @@
 # For play and check: installing what is missing, and building. Sourced at the repository's root.
 
 # What a build of the game needs, what running it without a display needs, and what the checks need.
-BUILD_PACKAGES="g++ cmake ninja-build pkg-config libglfw3-dev libglew-dev portaudio19-dev libcli11-dev libgl1-mesa-dri"
+BUILD_PACKAGES="g++ cmake ninja-build pkg-config libglfw3-dev libglew-dev portaudio19-dev libcli11-dev zlib1g-dev libgl1-mesa-dri"
 DISPLAY_PACKAGES="xvfb"
 CHECK_PACKAGES="git clang clang-format libclang-rt-14-dev libgtest-dev libfaketime python3 xdotool x11-apps"
 

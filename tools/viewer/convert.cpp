@@ -1,62 +1,135 @@
 #include "tools/viewer/convert.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
+#include <filesystem>
+#include <set>
 
+#include <unistd.h>
+
+#include "tools/common/text.h"
+#include "tools/common/write.h"
+#include "tools/viewer/encode.h"
+#include "tools/viewer/report.h"
 #include "tools/viewer/shown.h"
 
-static bool EndsIn(const std::string &path, const char *ending)
-{
-    return path.ends_with(ending);
-}
+const char *const Convert_Endings = ".bmp, .ham6, .ham8, .pam, .png";
 
-static bool WritePAM(const VIEWER_IMAGE &image, const std::string &out)
+static std::string EncodeHAM(const VIEWER_PIXELS &pixels, const std::string &path, uint8_t mode)
 {
-    std::ofstream file(out, std::ios::binary);
-    file << "P7\nWIDTH " << image.Width << "\nHEIGHT " << image.Height
-         << "\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n";
-    file.write(reinterpret_cast<const char *>(image.Pixels.data()),
-               static_cast<std::streamsize>(image.Pixels.size()));
-    file.close();
-    return !file.fail();
-}
-
-static bool WriteHAM(VIEWER_IMAGE &image, uint8_t mode, const std::string &out)
-{
+    VIEWER_IMAGE image = Viewer_Copy(pixels);
     Picture picture{};
     picture.Width = picture.BufferWidth = static_cast<uint16_t>(image.Width);
     picture.Height = picture.BufferHeight = static_cast<uint16_t>(image.Height);
     picture.Pixels = image.Pixels.data();
-    return Picture_Converter(mode, out.c_str(), picture) == 0;
+    errno = 0;
+    if (Picture_Converter(mode, path.c_str(), picture) == 0)
+        return "";
+    return Write_Reason(errno != 0 ? errno : EIO);
 }
 
-std::string Viewer_Convert(const std::string &in, const std::string &out, uint32_t frame,
-                           bool compress, std::string &wrong)
+bool Convert_CanWrite(const std::string &out)
 {
-    wrong = in;
-    const Picture picture = Viewer_Load(in);
-    if (!picture.Pixels)
-        return Viewer_Reason(in);
-    VIEWER_IMAGE image = Viewer_Frame(picture, frame);
-    const uint32_t frames = Viewer_FrameCount(picture);
-    Picture_UnLoad(picture);
-    if (image.Pixels.empty())
-        return Viewer_FrameReason(frames);
-    const bool pam = EndsIn(out, ".pam");
-    const uint32_t kept = pam ? image.Width : image.Width / 8 * 8;  // planes are whole bytes
+    return std::ranges::any_of(std::array{".bmp", ".ham6", ".ham8", ".pam", ".png"},
+                               [&](const char *ending) { return Text_EndsWith(out, ending); });
+}
+
+static std::string WriteOne(const VIEWER_PIXELS &pixels, const std::string &out, bool compress)
+{
+    const bool ham6 = Text_EndsWith(out, ".ham6"), ham8 = Text_EndsWith(out, ".ham8");
+    const uint32_t kept = ham6 || ham8 ? pixels.Width / 8 * 8 : pixels.Width;  // whole bytes
     if (kept == 0)
-        return "it is less than 8 pixels wide, too narrow for .ham6 and .ham8";
-    wrong = out;
-    if (const std::string reason = Viewer_NoFile(out); !reason.empty())
-        return reason;
-    errno = 0;
-    const bool written = pam                    ? WritePAM(image, out)
-                         : EndsIn(out, ".ham6") ? WriteHAM(image, compress ? 3 : 1, out)
-                                                : WriteHAM(image, compress ? 4 : 2, out);
-    if (written && kept != image.Width)
-        std::fprintf(stderr, "viewer: %s: it has the first %u of %u columns, a multiple of 8\n",
-                     out.c_str(), kept, image.Width);
-    return written ? "" : errno != 0 ? std::strerror(errno) : "it cannot be written";
+        return "the picture is less than 8 pixels wide, too narrow for .ham6 and .ham8";
+    const std::string reason = Write_File(out, [&](const REPLACE &file) {
+        return ham6                         ? EncodeHAM(pixels, file.Beside, compress ? 3 : 1)
+               : ham8                       ? EncodeHAM(pixels, file.Beside, compress ? 4 : 2)
+               : Text_EndsWith(out, ".png") ? Encode_PNG(pixels, file.File)
+               : Text_EndsWith(out, ".bmp") ? Encode_BMP(pixels, file.File)
+                                            : Encode_PAM(pixels, file.File);
+    });
+    if (reason.empty() && kept != pixels.Width)
+        Report(out, "it has the first " + std::to_string(kept) + " of " +
+                        std::to_string(pixels.Width) + " columns, a multiple of 8");
+    return reason;
+}
+
+// Writes one frame of a file.
+static bool WriteFrame(const VIEWER_FILE &file, uint32_t n, const std::string &out,
+                       const CONVERT_OPTIONS &options, GIF_CANVAS &canvas)
+{
+    const bool asIs = !options.AllFrames && !options.Frame;
+    VIEWER_PIXELS pixels = asIs              ? Viewer_Pixels(file)
+                           : options.Compose ? Viewer_Frame(file, n, canvas)
+                                             : Viewer_LoneFrame(file, n, canvas);
+    if (!pixels.Pixels)
+        return Report(file.Path, Picture_Reason());
+    VIEWER_IMAGE upright;
+    if (options.Upright && file.Orientation != 1) {
+        upright = Viewer_Upright(Viewer_Copy(pixels), file.Orientation);
+        pixels = Viewer_Pixels(upright);
+    }
+    const std::string reason = WriteOne(pixels, out, options.Compress);
+    return reason.empty() || Report(out, reason);
+}
+
+// "name-007.png": as many digits as the last number has.
+static std::string Numbered(const std::string &out, uint32_t n, uint32_t count)
+{
+    std::string digits = std::to_string(n);
+    digits.insert(0, std::to_string(count - 1).size() - digits.size(), '0');
+    const size_t point = out.rfind('.');
+    return out.substr(0, point) + "-" + digits + out.substr(point);
+}
+
+static bool ConvertFile(const std::string &in, const std::string &out,
+                        const CONVERT_OPTIONS &options)
+{
+    auto file = Viewer_Open(in, VIEWER_PLAIN);
+    if (!file->Record)
+        return Report(in, file->Reason);
+    const uint32_t frames = file->Frames, wanted = options.Frame.value_or(0);
+    if (wanted >= frames)
+        return Report(in, Viewer_FrameReason(frames));
+    if (!file->Reason.empty())
+        Report(in, file->Reason);
+    const uint32_t first = options.AllFrames ? 0 : wanted;
+    const uint32_t end = options.AllFrames ? frames : first + 1;
+    GIF_CANVAS canvas;
+    bool written = true;
+    for (uint32_t n = first; n < end && written; n++) {
+        if (file->Format == PICTURE_TIFF && n != file->Page) {
+            file = Viewer_Open(in, VIEWER_PLAIN, n);
+            if (!file->Record) {
+                written = Report(in, "page " + std::to_string(n) + ": " + file->Reason);
+                continue;
+            }
+        }
+        written = WriteFrame(*file, n, options.AllFrames ? Numbered(out, n, frames) : out, options,
+                             canvas);
+    }
+    return written;
+}
+
+bool Convert_Files(const std::vector<std::string> &paths, const CONVERT_OPTIONS &options)
+{
+    const std::string &out = paths.back();
+    if (!std::filesystem::is_directory(out))
+        return ConvertFile(paths[0], out, options);
+    bool all = true;
+    std::set<std::string> names;
+    const size_t count = paths.size() - 1;
+    for (size_t i = 0; i < count; i++) {
+        const std::filesystem::path in = paths[i] == "-" ? "standard-input" : paths[i];
+        // Of two that differ only in their endings the second keeps its own in the new name.
+        std::string name = in.stem().string() + "." + options.Format;
+        if (!names.insert(name).second)
+            name = in.filename().string() + "." + options.Format;
+        names.insert(name);
+        Progress(i + 1, count, paths[i]);
+        all &= ConvertFile(paths[i], std::filesystem::path(out) / name, options);
+    }
+    ProgressEnd();
+    return all;
 }

@@ -1,147 +1,108 @@
 #include "tools/viewer/info.h"
 
-#include <algorithm>
 #include <array>
-#include <bit>
 #include <cstdio>
-#include <string_view>
 
-#include "picture/gif.h"
-#include "picture/jpg.h"
-#include "picture/png.h"
+#include "tools/common/text.h"
+#include "tools/viewer/report.h"
 #include "tools/viewer/shown.h"
 
-// UTF-8 whose control characters, which could steer the terminal, have become blanks: ASCII's, and
-// U+0080 to U+009F, also where they stand as one byte.
-static std::string Harmless(std::string_view text)
-{
-    std::string harmless;
-    while (!text.empty()) {
-        const auto lead = static_cast<unsigned char>(text[0]);
-        const auto most = static_cast<size_t>(std::max(std::countl_one(lead), 1));
-        size_t length = 1;
-        while (length < std::min(most, text.size()) && (text[length] & 0xC0) == 0x80)
-            length++;
-        const auto last = static_cast<unsigned char>(text[length - 1]);
-        const bool upper = last >= 0x80 && last < 0xA0 && (length == 1 || lead == 0xC2);
-        harmless += lead < 32 || lead == 127 || upper ? " " : text.substr(0, length);
-        text.remove_prefix(length);
-    }
-    return harmless;
-}
-
-// Prints "  name: text" unless the text is empty.
-static void Line(std::string_view name, std::string_view text)
+static void Line(FILE *out, const std::string &name, const std::string &text)
 {
     if (!text.empty())
-        std::printf("  %s: %s\n", Harmless(name).c_str(), Harmless(text).c_str());
+        std::fprintf(out, "  %s: %s\n", Text_Harmless(name).c_str(), Text_Harmless(text).c_str());
 }
 
-static void Line(std::string_view name, uint32_t value)
+static void Lines(FILE *out, const std::vector<VIEWER_FACT> &facts)
 {
-    Line(name, std::to_string(value));
+    for (const VIEWER_FACT &fact : facts)
+        Line(out, fact.Name, fact.Text);
 }
 
-// ISO/IEC 8859-1 in UTF-8.
-static std::string FromLatin1(std::string_view latin1)
+static std::string Seconds(double seconds)
+{
+    std::array<char, 32> text;
+    std::snprintf(text.data(), text.size(), "%.2f", seconds);
+    return text.data();
+}
+
+static const char *FramesName(const VIEWER_FILE &file)
+{
+    return file.Format == PICTURE_TIFF      ? "pages"
+           : file.Format == PICTURE_SPRITES ? "images"
+                                            : "frames";
+}
+
+static void PrintLines(FILE *out, const VIEWER_FILE &file)
+{
+    std::fprintf(out, "%s: %s a pixel\n", Text_Harmless(file.Path).c_str(),
+                 Viewer_Facts(file).c_str());
+    if (file.Frames > 1)
+        Line(out, FramesName(file), std::to_string(file.Frames));
+    if (file.Ends.size() > 1)
+        Line(out, "duration", Seconds(file.Ends.back()) + " s");
+    if (file.Orientation != 1)
+        Line(out, "orientation", std::to_string(file.Orientation));
+    Lines(out, file.Texts);
+    Lines(out, file.Camera);
+    if (file.Thumbnail.Width != 0)
+        Line(out, "thumbnail", Viewer_Size(file.Thumbnail.Width, file.Thumbnail.Height));
+    Line(out, "incomplete", file.Reason);
+}
+
+// The facts as an array, since names may come twice and their order may count.
+static std::string Array(const std::vector<VIEWER_FACT> &facts)
 {
     std::string text;
-    for (const char c : latin1) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 128)
-            text += {static_cast<char>(0xC0 | byte >> 6), static_cast<char>(0x80 | (byte & 63))};
-        else
-            text += c;
+    for (const VIEWER_FACT &fact : facts)
+        text += std::string(text.empty() ? "" : ",") + "{\"name\":" + Text_JSON(fact.Name) +
+                ",\"text\":" + Text_JSON(fact.Text) + "}";
+    return "[" + text + "]";
+}
+
+static std::string Object(const std::vector<VIEWER_FACT> &facts)
+{
+    std::string text;
+    for (const VIEWER_FACT &fact : facts)
+        text += std::string(text.empty() ? "" : ",") + Text_JSON(fact.Name) + ":" +
+                Text_JSON(fact.Text);
+    return "{" + text + "}";
+}
+
+static void PrintJSON(FILE *out, const VIEWER_FILE &file)
+{
+    std::fprintf(out, "{\"path\":%s", Text_JSON(file.Path).c_str());
+    if (file.Record) {
+        std::fprintf(out, ",\"format\":\"%s\",\"width\":%u,\"height\":%u,\"depth\":%u,\"%s\":%u",
+                     Picture_FormatName(file.Format), file.Width, file.Height, file.Bits,
+                     file.Format == PICTURE_TIFF ? "pages" : "frames", file.Frames);
+        if (file.Ends.size() > 1)
+            std::fprintf(out, ",\"duration\":%s", Seconds(file.Ends.back()).c_str());
+        std::fprintf(out, ",\"orientation\":%d,\"texts\":%s,\"exif\":%s", file.Orientation,
+                     Array(file.Texts).c_str(), Object(file.Camera).c_str());
+        if (file.Thumbnail.Width != 0)
+            std::fprintf(out, ",\"thumbnail\":{\"width\":%u,\"height\":%u}", file.Thumbnail.Width,
+                         file.Thumbnail.Height);
+        std::fprintf(out, ",\"truncated\":%s", file.Reason.empty() ? "false" : "true");
     }
-    return text;
+    if (!file.Reason.empty())
+        std::fprintf(out, ",\"reason\":%s", Text_JSON(file.Reason).c_str());
+    std::fprintf(out, "}\n");
 }
 
-static void InfoOfPNG()
+bool Info_Print(const std::vector<std::string> &paths, bool json, FILE *out)
 {
-    const PNG_HEADER &h = PNG_Header;
-    Line("colour", PNG_ColorType[h.ColorType < PNG_ColorType.size() ? h.ColorType : 1]);
-    Line("interlacing", PNG_Interlace[h.Interlace == 1 ? 1 : 0]);
-    for (size_t i = 0; i < h.TextCount; i++)
-        Line(FromLatin1(h.Texts[i].Keyword.data()), FromLatin1(h.Texts[i].Text.data()));
-    for (size_t i = 0; i < h.InternationalTextCount; i++)
-        Line(FromLatin1(h.InternationalTexts[i].Keyword.data()),
-             h.InternationalTexts[i].Text.data());
-    std::array<char, 32> changed;
-    std::snprintf(changed.data(), changed.size(), "%04d-%02d-%02d", h.Year, h.Month, h.Day);
-    if (h.Year != 0)
-        Line("changed", changed.data());
-}
-
-// N, S, E or W of a GPS entry: 1 is the latitude's, 3 the longitude's. The decoder takes the letter
-// from the top of the entry's field, where only big-endian data have it.
-static char Reference(uint16_t tag, char decoded)
-{
-    constexpr uint16_t typeText = 2;
-    if (JPG_Exif.ByteOrder != 'I')
-        return decoded;
-    for (const JPG_IFD &ifd : JPG_Exif.IFDs)
-        for (size_t i = 0; i < std::min<size_t>(ifd.Count, ifd.Entries.size()); i++)
-            if (ifd.Entries[i].Tag == tag && ifd.Entries[i].Type == typeText)
-                return static_cast<char>(ifd.Entries[i].Value & 0xFF);
-    return decoded;
-}
-
-// Prints degrees with their letter, unless there is none.
-static void Line(std::string_view name, float degrees, char reference)
-{
-    if (std::string_view("NSEW").find(reference) != std::string_view::npos)
-        Line(name, std::to_string(degrees) + " " + reference);
-}
-
-static void InfoOfJPEG(const Picture &picture)
-{
-    const JPG_EXIF &exif = JPG_Exif;
-    Line("identifier", JPG_Header.Identifier.data());
-    Line("comment", JPG_Header.Comment.data());
-    Line("description", exif.Description.data());
-    Line("make", exif.Make.data());
-    Line("model", exif.Model.data());
-    if (exif.IFDs[0].Count != 0)
-        Line("orientation", static_cast<uint32_t>(Viewer_Orientation()));
-    Line("latitude", exif.Latitude, Reference(1, exif.LatitudeReference));
-    Line("longitude", exif.Longitude, Reference(3, exif.LongitudeReference));
-    if (picture.ThumbPixels)
-        Line("thumbnail", Viewer_Size({picture.ThumbWidth, picture.ThumbHeight, {}}));
-}
-
-static void InfoOfGIF()
-{
-    Line("frames", GIF_Header.FrameCount);
-    uint32_t hundredths = 0;
-    for (const GIF_FRAME &frame : GIF_Frames)
-        hundredths += frame.Delay;
-    if (GIF_Header.FrameCount > 1)
-        Line("length", std::to_string(hundredths / 100) + "." +
-                           std::to_string(100 + hundredths % 100).substr(1) + " s");
-    Line("comment", GIF_Header.Comment.data());
-}
-
-std::string Viewer_Info(const std::string &path)
-{
-    const Picture picture = Viewer_Load(path);
-    if (!picture.Pixels)
-        return Viewer_Reason(path);
-    const std::string facts = Viewer_Facts(picture, {picture.Width, picture.Height, {}});
-    std::printf("%s: %s a pixel\n", path.c_str(), facts.c_str());
-    switch (picture.Format) {
-    case PICTURE_PNG:
-        InfoOfPNG();
-        break;
-    case PICTURE_JPEG:
-        InfoOfJPEG(picture);
-        break;
-    case PICTURE_GIF:
-        InfoOfGIF();
-        break;
-    case PICTURE_SPRITES:
-        Line("images", Viewer_FrameCount(picture));
-        break;
+    bool all = true;
+    for (const std::string &path : paths) {
+        const auto file = Viewer_Open(path, VIEWER_PLAIN);
+        if (!file->Record)
+            all = Report(path, file->Reason);
+        if (json)
+            PrintJSON(out, *file);
+        else if (file->Record)
+            PrintLines(out, *file);
     }
-    Picture_UnLoad(picture);
-    return "";
+    if (std::fflush(out) != 0 || std::ferror(out))
+        all = Report("standard output", "it cannot be written");
+    return all;
 }

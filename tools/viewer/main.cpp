@@ -1,114 +1,192 @@
-// Shows pictures in a window, tells what their headers say, or converts one.
+// Shows pictures in a window, prints what they say of themselves, or converts them.
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 
 #include "picture/charset.h"
+#include "picture/pixels.h"
 #include "tools/viewer/convert.h"
+#include "tools/viewer/files.h"
 #include "tools/viewer/info.h"
-#include "tools/viewer/sheet.h"
+#include "tools/viewer/report.h"
+#include "tools/viewer/shown.h"
 #include "tools/viewer/window.h"
 
 struct OPTIONS {
     std::vector<std::string> Files;
-    bool Info = false, Convert = false, Compress = false;
-    std::optional<uint32_t> Frame;
+    bool Info = false, JSON = false, Convert = false;
+    bool List = false, Recursive = false, Framework = false;
+    std::string Frame;
+    CONVERT_OPTIONS Writing;
+    WINDOW_OPTIONS Window;
     int CharSet = -1;
 };
 
 constexpr int Failure = 1;
 constexpr int WrongUsage = 2;
 
-static bool EndsIn(const std::string &path, const std::vector<const char *> &endings)
+static std::string KeysText()
 {
-    return std::ranges::any_of(endings, [&](const char *e) { return path.ends_with(e); });
+    std::string text = "Keys:\n";
+    for (const auto &[keys, what] : Window_Keys())
+        text +=
+            "  " + keys + std::string(keys.size() < 28 ? 28 - keys.size() : 1, ' ') + what + "\n";
+    return text;
 }
 
-static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
+static void AddOptions(CLI::App &app, OPTIONS &options)
 {
-    app.add_option("FILE", options.Files, "Picture files");
-    CLI::Option *info = app.add_flag("--info", options.Info, "Print what the headers say");
+    app.add_option("FILE", options.Files, "Pictures and folders; - is standard input");
+    app.add_flag("-r,--recursive", options.Recursive, "Folders with the folders in them");
+    app.add_flag("-f,--files", options.List, "Read file names from standard input, one a line");
+    app.add_flag("--framework", options.Framework,
+                 "Read files by the framework's own rules, not by those of their formats");
+
+    CLI::Option *info = app.add_flag("--info", options.Info, "Print what the files say");
+    app.add_flag("--json", options.JSON, "Print it as one JSON object a line")->needs(info);
     CLI::Option *convert =
         app.add_flag("--convert", options.Convert,
-                     "Convert the first file to the second: .ham6, .ham8 or .pam (RGBA)")
+                     "Write the last file from the one before, by its ending, or, if it is a "
+                     "folder, all others into it: " +
+                         std::string(Convert_Endings))
             ->excludes(info);
-    app.add_flag("--compress", options.Compress, "Write .ham6 and .ham8 with runs")->needs(convert);
+    app.add_option("--to", options.Writing.Format, "Format of the files in a folder: png, bmp ...")
+        ->type_name("ENDING")
+        ->default_val("png")
+        ->needs(convert);
+    app.add_flag("--compress", options.Writing.Compress, "Write .ham6 and .ham8 with runs")
+        ->needs(convert);
+    app.add_flag("--upright", options.Writing.Upright, "Turn photographs as their orientation says")
+        ->needs(convert);
+    app.add_flag("--compose", options.Writing.Compose,
+                 "Write frames as they are seen, on top of those before them")
+        ->needs(convert);
     CLI::Option *frame =
         app.add_option("--frame", options.Frame,
-                       "Frame of a GIF or a sprite file, from 0, to be converted or shown")
+                       "Frame or page to show or convert, from 0; to convert: all, each to a "
+                       "numbered file")
             ->type_name("N")
             ->excludes(info);
+
+    app.add_option("--slideshow", options.Window.Slideshow, "Go on after so many seconds")
+        ->type_name("S")
+        ->check(CLI::Range(0.1, 86400.0))
+        ->excludes(info)
+        ->excludes(convert);
+    app.add_flag("--grid", options.Window.Grid, "Begin with the contact sheet")
+        ->excludes(info)
+        ->excludes(convert);
+    app.add_flag("--fullscreen", options.Window.FullScreen, "Begin in full screen")
+        ->excludes(info)
+        ->excludes(convert);
     app.add_option("--charset", options.CharSet, "Show a character set")
         ->type_name("N")
         ->check(CLI::Range(0, CharSet_Sets - 1))
         ->excludes(info)
         ->excludes(convert)
         ->excludes(frame);
-    app.footer(
-        "Keys: left, right and space go to another picture, page up and page down to another\n"
-        "frame, + - 0 and the wheel zoom, dragging moves, t shows the thumbnail, c the\n"
-        "caption, h helps, escape ends.");
+    app.set_version_flag("--version", "tessview " TESSVIEW_VERSION);
+    app.footer(KeysText);
+}
+
+// --frame takes a number or "all".
+static void ReadFrame(OPTIONS &options)
+{
+    if (options.Frame.empty())
+        return;
+    options.Writing.AllFrames = options.Frame == "all";
+    if (options.Writing.AllFrames && !options.Convert)
+        throw CLI::ValidationError("--frame", "takes all only with --convert");
+    if (options.Writing.AllFrames)
+        return;
+    uint32_t number = 0;
+    if (options.Frame.starts_with('-') || !CLI::detail::lexical_cast(options.Frame, number))
+        throw CLI::ValidationError("--frame", "wants a number from 0 on, or all");
+    options.Writing.Frame = options.Window.Frame = number;
+}
+
+static void CheckConversion(const OPTIONS &options)
+{
+    const std::vector<std::string> &files = options.Files;
+    if (files.size() < 2)
+        throw CLI::ValidationError("--convert", "wants at least two files, IN and OUT");
+    const bool folder = std::filesystem::is_directory(files.back());
+    if (files.size() > 2 && !folder)
+        throw CLI::ValidationError("--convert", "writes several files only into a folder");
+    if (!Convert_CanWrite(folder ? "." + options.Writing.Format : files.back()))
+        throw CLI::ValidationError("--convert", std::string("writes ") + Convert_Endings);
+}
+
+static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
+{
+    AddOptions(app, options);
     app.parse(argc, argv);
-    if (options.Files.empty() == (options.CharSet < 0))
+    ReadFrame(options);
+    if ((options.Files.empty() && !options.List) == (options.CharSet < 0))
         throw CLI::ValidationError("FILE", "wants files, or --charset without any");
-    if (options.Convert && options.Files.size() != 2)
-        throw CLI::ValidationError("--convert", "wants two files, IN and OUT");
-    if (options.Convert && !EndsIn(options.Files[1], {".ham6", ".ham8", ".pam"}))
-        throw CLI::ValidationError("--convert", "writes .ham6, .ham8 and .pam");
+    if (options.List && std::ranges::count(options.Files, "-") > 0)
+        throw CLI::ValidationError("--files", "standard input cannot be the list and a picture");
+    if (options.Convert)
+        CheckConversion(options);
 }
 
-static void Report(const std::string &file, const std::string &reason)
+static std::vector<std::string> Paths(const std::vector<FILES_ENTRY> &entries)
 {
-    std::fprintf(stderr, "viewer: %s: %s\n", file.c_str(), reason.c_str());
+    std::vector<std::string> paths;
+    for (const FILES_ENTRY &entry : entries)
+        paths.push_back(entry.Path);
+    return paths;
 }
 
-static int Info(const OPTIONS &options)
+static int Run(OPTIONS &options)
 {
-    int status = 0;
-    for (const std::string &file : options.Files) {
-        const std::string reason = Viewer_Info(file);
-        if (!reason.empty()) {
-            Report(file, reason);
-            status = Failure;
-        }
+    if (options.CharSet >= 0)
+        return Window_ShowSheet(static_cast<uint8_t>(options.CharSet));
+    if (options.List)
+        for (std::string &line : Files_ReadList())
+            options.Files.insert(options.Files.end() - (options.Convert ? 1 : 0), std::move(line));
+    if (std::ranges::count(options.Files, "-") > 0)
+        if (const std::string reason = Viewer_KeepInput(); !reason.empty())
+            Report("-", reason);
+
+    // Decoders may trace on standard output by the framework's rules.
+    FILE *out = fdopen(dup(STDOUT_FILENO), "w");
+    if (!out || (options.Framework && !std::freopen("/dev/null", "w", stdout)))
+        return Failure;
+    if (options.Convert) {
+        std::vector<std::string> words(options.Files.begin(), options.Files.end() - 1);
+        words = Paths(Files_Expand(words, options.Recursive));
+        words.push_back(options.Files.back());
+        return Convert_Files(words, options.Writing) ? 0 : Failure;
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
-        Report("standard output", "it cannot be written");
-        status = Failure;
-    }
-    return status;
-}
-
-static int Convert(const OPTIONS &options)
-{
-    std::string wrong;
-    const std::string reason = Viewer_Convert(options.Files[0], options.Files[1],
-                                              options.Frame.value_or(0), options.Compress, wrong);
-    if (!reason.empty())
-        Report(wrong, reason);
-    return reason.empty() ? 0 : Failure;
+    std::vector<FILES_ENTRY> entries = Files_Expand(options.Files, options.Recursive);
+    if (options.Info)
+        return Info_Print(Paths(entries), options.JSON, out) ? 0 : Failure;
+    size_t at = 0;
+    if (entries.size() == 1 && entries[0].Named && !options.List)
+        entries = Files_Around(entries[0].Path, at);
+    return Window_ShowFiles(std::move(entries), at, options.Window);
 }
 
 int main(int argc, char **argv)
 {
     OPTIONS options;
-    CLI::App app("Shows pictures, tells what they are, or converts one.", "viewer");
+    CLI::App app("Shows pictures, prints what they say of themselves, or converts them.",
+                 "tessview");
     try {
         ReadOptions(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == 0)  // asked for help
+        if (error.get_exit_code() == 0)  // asked for help or the version
             return app.exit(error);
-        std::fprintf(stderr, "viewer: %s (--help tells more)\n", error.what());
+        std::fprintf(stderr, "tessview: %s (--help tells more)\n", error.what());
         return WrongUsage;
     }
-    if (options.CharSet >= 0) {
-        const auto set = static_cast<uint8_t>(options.CharSet);
-        return Viewer_ShowImage(Viewer_Sheet(set), "character set " + std::to_string(set));
-    }
-    return options.Info      ? Info(options)
-           : options.Convert ? Convert(options)
-                             : Viewer_ShowFiles(options.Files, options.Frame);
+    Picture_Rules = options.Framework ? PICTURE_RULES_FRAMEWORK : PICTURE_RULES_FORMAT;
+    return Run(options);
 }

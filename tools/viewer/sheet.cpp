@@ -2,31 +2,33 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
+#include <vector>
 
 #include "picture/charset.h"
 #include "picture/graphics.h"
+#include "tools/common/text.h"
 
-// In ISO/IEC 8859-2.
-static constexpr std::array samples = {
-    "The quick brown fox jumps over the lazy dog. 0123456789",
-    "\xC1rv\xEDzt\xFBr\xF5 t\xFCk\xF6rf\xFAr\xF3g\xE9p, \xC1RV\xCDZT\xDBR\xD5 "
-    "T\xDCK\xD6RF\xDAR\xD3G\xC9P",
-    "P\xF8\xEDli\xB9 \xBElu\xBBou\xE8k\xFD k\xF9\xF2 \xFAp\xECl \xEF\xE1"
-    "belsk\xE9 \xF3"
-    "dy",
-    "Za\xBF\xF3\xB3\xE6 g\xEA\xB6l\xB1 ja\xBC\xF1",
-    "F\xFCnf gr\xF6\xDF"
-    "ere \xC4pfel, \xD6l und \xDC"
-    "bermut",
-    "\xAAtiin\xFE\xE3 \xBAi \xFE"
-    "ar\xE3 \xEEn p\xE3m\xE2nt",
+constexpr uint8_t Sheet_Set = 3;          // of what the viewer says
+constexpr uint8_t Sheet_CyrillicSet = 5;  // capitals from A on at glyph 0 on, YO at 127
+constexpr uint8_t Sheet_SpanishSet = 12;  // n with tilde where the others have n with caron
+constexpr std::array<const char *, 9> Sheet_Samples = {
+    "The quick brown fox jumps over the lazy dog.",
+    "THE QUICK BROWN FOX JUMPS OVER THE LAZY DOG.",
+    "0123456789",
+    "Árvíztűrő tükörfúrógép, ÁRVÍZTŰRŐ TÜKÖRFÚRÓGÉP",
+    "Příliš žluťoučký kůň úpěl ďábelské ódy",
+    "Zażółć gęślą jaźń",
+    "Fünf größere Äpfel, Öl und Übermut",
+    "Ştiinţă şi ţară în pământ",
+    "Ľubozvučný vták, stĺp a ŕba",
 };
-
-static constexpr uint8_t linesSet = 3;  // of Viewer_Lines
+constexpr const char *Sheet_Spanish = "El pingüino y el niňo: ÁÉÍÓÚ áéíóú üňŇ";
+constexpr const char *Sheet_Russian = "СЪЕШЬ ЕЩЁ ЭТИХ МЯГКИХ БУЛОК ДА ВЫПЕЙ ЧАЮ";
 
 // Draws into an image.
 template <typename Drawing>
-static void Draw(VIEWER_IMAGE &image, uint8_t grey, Drawing drawing)
+static void Draw(VIEWER_IMAGE &image, uint8_t grey, const Drawing &drawing)
 {
     Picture target{};
     target.Width = target.BufferWidth = static_cast<uint16_t>(image.Width);
@@ -38,80 +40,181 @@ static void Draw(VIEWER_IMAGE &image, uint8_t grey, Drawing drawing)
     Graphics_SetTarget(nullptr);
 }
 
-VIEWER_IMAGE Viewer_Sheet(uint8_t set)
+static VIEWER_IMAGE Blank(uint32_t width, uint32_t height, uint8_t alpha, uint8_t grey)
 {
-    const CHARSET_SIZE size = CharSet_GetSize(set);
-    if (size.Glyphs == 0)
-        return {};
-    constexpr uint32_t across = 32, margin = 8;
-    const uint32_t cellWidth = size.Columns + 4u, cellHeight = size.Rows + 4u;
-    const uint32_t rows = (size.Glyphs + across - 1) / across;
-    const uint32_t longest = 60 * (size.Columns + 2u);
-    VIEWER_IMAGE image;
-    image.Width = std::max(across * cellWidth, longest) + 2 * margin;
-    image.Height = (rows + 1 + static_cast<uint32_t>(samples.size())) * cellHeight + 2 * margin;
-    image.Pixels.assign(size_t{image.Width} * image.Height * 4, 255);
+    VIEWER_IMAGE image{width, height, BYTES_BUFFER(size_t{width} * height * 4, grey)};
+    for (size_t i = 3; i < image.Pixels.size(); i += 4)
+        image.Pixels[i] = alpha;
+    return image;
+}
 
-    const auto y = [&](uint32_t row) { return static_cast<int16_t>(margin + row * cellHeight); };
+// The byte of ISO/IEC 8859-2; 0 without one.
+static uint8_t ByteOf(char32_t character)
+{
+    if (character >= ' ' && character < 127)
+        return static_cast<uint8_t>(character);
+    std::string letter;
+    Text_Put(letter, character);
+    const size_t at = letter.size() == 2 ? CharSet_Letters.find(letter) : std::string::npos;
+    return at == std::string::npos || at % 2 != 0
+               ? uint8_t{0}
+               : static_cast<uint8_t>(CharSet_FirstLetter + at / 2);
+}
+
+static uint8_t CyrillicByte(char32_t character)
+{
+    if (character == U'Ё')
+        return 127;
+    // A text cannot hold number 0, the letter A; the Latin one has its shape.
+    return character == U'А'                        ? uint8_t{'A'}
+           : character >= U'Б' && character <= U'Я' ? static_cast<uint8_t>(character - U'А')
+                                                    : ByteOf(character);
+}
+
+// The samples that the set can write, as its texts are written.
+static std::vector<std::string> SamplesOf(uint8_t set)
+{
+    std::vector<std::string> samples;
+    const auto add = [&](std::string_view utf8, uint8_t (*byteOf)(char32_t), bool checked) {
+        std::string text;
+        while (!utf8.empty()) {
+            const uint8_t byte = byteOf(Text_Take(utf8).value_or(U'?'));
+            if (byte == 0 || (checked && !CharSet_CanWrite(set, byte)))
+                return;
+            text += static_cast<char>(byte);
+        }
+        samples.push_back(text);
+    };
+    for (const char *sample : Sheet_Samples)
+        add(sample, ByteOf, true);
+    if (set == Sheet_SpanishSet)
+        add(Sheet_Spanish, ByteOf, true);
+    if (set == Sheet_CyrillicSet)
+        add(Sheet_Russian, CyrillicByte, false);
+    return samples;
+}
+
+VIEWER_IMAGE Sheet_Glyphs(uint8_t set)
+{
+    constexpr uint32_t across = 16, gap = 6, labels = 32;
+    const CHARSET_SIZE size = CharSet_GetSize(set), small = CharSet_GetSize(Sheet_Set);
+    const uint32_t cellWidth = std::max<uint32_t>(size.Columns, 2 * small.Columns + 2u) + gap;
+    const uint32_t cellHeight = std::max<uint32_t>(size.Rows, small.Rows) + gap;
+    const uint32_t rows = (size.Glyphs + across - 1) / across;
+    const std::vector<std::string> samples = SamplesOf(set);
+    int32_t longest = 0;
+    for (const std::string &sample : samples)
+        longest = std::max(longest, CharSet_TextSize(sample.size(), set, 1, 1).Width);
+
+    const uint32_t top = Sheet_Margin + small.Rows + gap;
+    const uint32_t below = top + rows * cellHeight + gap, line = size.Rows + gap;
+    VIEWER_IMAGE image =
+        Blank(std::max(labels + across * cellWidth, static_cast<uint32_t>(longest) + Sheet_Margin) +
+                  Sheet_Margin,
+              below + static_cast<uint32_t>(samples.size()) * line + Sheet_Margin, 255, 255);
+    const auto at = [](uint32_t n) { return static_cast<int16_t>(n); };
+    const auto x = [&](uint32_t column) { return at(labels + column * cellWidth); };
+    const auto y = [&](uint32_t row) { return at(top + row * cellHeight); };
+    Draw(image, 150, [&] {
+        std::array<char, 8> number;
+        for (uint32_t column = 0; column < across; column++) {
+            std::snprintf(number.data(), number.size(), "%X", column);
+            CharSet_PutText(x(column), Sheet_Margin, number.data(), Sheet_Set, 1, 1);
+        }
+        for (uint32_t row = 0; row < rows; row++) {
+            std::snprintf(number.data(), number.size(), "%02X", row * across);
+            CharSet_PutText(Sheet_Margin / 2, y(row), number.data(), Sheet_Set, 1, 1);
+        }
+    });
     Draw(image, 0, [&] {
         for (uint32_t i = 0; i < size.Glyphs; i++)
-            CharSet_PutChar(static_cast<int16_t>(margin + i % across * cellWidth), y(i / across),
-                            static_cast<uint8_t>(i), set, 1, 1);
+            CharSet_PutChar(x(i % across), y(i / across), static_cast<uint8_t>(i), set, 1, 1);
         for (uint32_t i = 0; i < samples.size(); i++)
-            CharSet_PutText(margin, y(rows + 1 + i), samples[i], set, 1, 1);
+            CharSet_PutText(Sheet_Margin, at(below + i * line), samples[i].c_str(), set, 1, 1);
     });
     return image;
 }
 
-VIEWER_IMAGE Viewer_Lines(std::span<const std::string> lines)
+VIEWER_IMAGE Sheet_Lines(std::span<const std::string> lines)
 {
-    constexpr uint8_t set = linesSet, ground = 200;
-    const uint32_t height = CharSet_GetSize(set).Rows + 4u;
+    constexpr uint8_t ground = 200;
+    const uint32_t height = CharSet_GetSize(Sheet_Set).Rows + 4u;
     size_t longest = 0;
     for (const std::string &line : lines)
         longest = std::max(longest, std::min<size_t>(line.size(), 255));
-    VIEWER_IMAGE image;
-    image.Width = static_cast<uint32_t>(longest) * Viewer_LetterWidth + 2 * Viewer_LinesMargin;
-    image.Height = static_cast<uint32_t>(lines.size()) * height + Viewer_LinesMargin;
-    image.Pixels.resize(size_t{image.Width} * image.Height * 4);
-    for (size_t i = 3; i < image.Pixels.size(); i += 4)
-        image.Pixels[i] = ground;
+    VIEWER_IMAGE image =
+        Blank(static_cast<uint32_t>(longest) * Sheet_LetterWidth + 2 * Sheet_Margin,
+              static_cast<uint32_t>(lines.size()) * height + Sheet_Margin, ground, 0);
     Draw(image, 255, [&] {
-        uint32_t y = Viewer_LinesMargin / 2 + 2;
+        uint32_t y = Sheet_Margin / 2 + 2;
         for (const std::string &line : lines) {
-            CharSet_PutText(Viewer_LinesMargin, static_cast<int16_t>(y), line.c_str(), set, 1, 1);
+            CharSet_PutText(Sheet_Margin, static_cast<int16_t>(y), line.c_str(), Sheet_Set, 1, 1);
             y += height;
         }
     });
     return image;
 }
 
-// UTF-8 in ISO/IEC 8859-2, as the character sets take it.
-static std::string Latin2(std::string_view utf8)
+// What stands for a character that Latin-2 does not have.
+static std::string Substitute(char32_t character)
+{
+    // U+00C0 to U+00FF without their accents.
+    constexpr std::string_view plain =
+        "AAAAAAACEEEEIIIIDNOOOOOxOUUUUYTsaaaaaaaceeeeiiiidnooooo/ouuuuyty";
+    static_assert(plain.size() == 64);
+    if (character >= 0xC0 && character <= 0xFF)
+        return std::string(1, plain[character - 0xC0]);
+    switch (character) {
+    case 0x00A0:
+        return " ";
+    case 0x2010:
+    case 0x2013:
+    case 0x2014:
+        return "-";
+    case 0x2018:
+    case 0x2019:
+        return "'";
+    case 0x201C:
+    case 0x201D:
+    case 0x201E:
+        return "\"";
+    case 0x2026:
+        return "...";
+    }
+    std::array<char, 16> code;
+    std::snprintf(code.data(), code.size(), "{%04X}", static_cast<unsigned>(character));
+    return code.data();
+}
+
+std::string Sheet_Latin2(std::string_view utf8)
 {
     std::string text;
     while (!utf8.empty()) {
-        size_t length = 1;
-        while (length < utf8.size() && (utf8[length] & 0xC0) == 0x80)
-            length++;
-        const size_t letter = length == 2 ? CharSet_Letters.find(utf8.substr(0, 2)) : utf8.npos;
-        const auto byte = static_cast<uint8_t>(CharSet_FirstLetter + letter / 2);
-        if (letter != utf8.npos && CharSet_CanWrite(linesSet, byte))
+        const char32_t character = Text_Take(utf8).value_or(0);
+        const uint8_t byte = ByteOf(character);
+        if (Text_IsControl(character))
+            text += '?';
+        else if (byte != 0 && CharSet_CanWrite(Sheet_Set, byte))
             text += static_cast<char>(byte);
         else
-            text += length == 1 && utf8[0] >= ' ' && utf8[0] < 127 ? utf8[0] : '?';
-        utf8.remove_prefix(length);
+            text += Substitute(character);
     }
     return text;
 }
 
-std::string Viewer_Caption(std::string_view name, const std::string &facts, size_t room)
+std::string Sheet_Cut(const std::string &text, size_t room)
 {
-    std::string text = Latin2(name);
+    if (text.size() <= room)
+        return text;
+    if (room <= 3)
+        return text.substr(0, room);
+    // The end tells more than the middle.
+    return text.substr(0, (room - 3 + 1) / 2) + "..." + text.substr(text.size() - (room - 3) / 2);
+}
+
+std::string Sheet_Caption(std::string_view name, const std::string &facts, size_t room)
+{
     const size_t rest = facts.size() + 2, least = 12;
     const size_t most = std::max(room > rest ? room - rest : 0, least);
-    if (text.size() > most)  // its end tells more than its middle
-        text =
-            text.substr(0, (most - 3 + 1) / 2) + "..." + text.substr(text.size() - (most - 3) / 2);
-    return (text + "  " + facts).substr(0, room);
+    return (Sheet_Cut(Sheet_Latin2(name), most) + "  " + facts).substr(0, room);
 }

@@ -2,156 +2,111 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <utility>
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include "picture/gif.h"
+#include "extra/reason.h"
 #include "picture/jpg.h"
+#include "picture/png.h"
 #include "picture/spr.h"
 #include "picture/tif.h"
+#include "tools/common/text.h"
+#include "tools/viewer/exif.h"
 
-Picture Viewer_Load(const std::string &name)
+static BYTES_BUFFER input;  // what came from standard input
+
+std::string Viewer_KeepInput()
 {
-    // A '*' in front has a meaning of its own for JPG_Load.
-    const std::string path = name.starts_with('*') ? "./" + name : name;
-    std::fflush(stdout);
-    const int out = dup(STDOUT_FILENO), nowhere = open("/dev/null", O_WRONLY);
-    dup2(nowhere, STDOUT_FILENO);
-    const Picture picture = Picture_Load(path.c_str(), 0, 0);
-    if (picture.Format == PICTURE_JPEG && JPG_Decoder.Embedded) {
-        JPG_Load(path.c_str());  // the headers stand there as its thumbnail has left them
-        JPG_UnLoad();
-    }
-    std::fflush(stdout);
-    dup2(out, STDOUT_FILENO);
-    close(nowhere);
-    close(out);
-    return picture;
+    constexpr size_t step = 1 << 16;
+    size_t got = 0;
+    do {
+        const size_t size = input.size();
+        if (size > Bytes_MaxFile)
+            return "it is larger than 1 GiB";
+        input.resize(size + step);
+        got = std::fread(input.data() + size, 1, step, stdin);
+        input.resize(size + got);
+    } while (got == step);
+    return std::ferror(stdin) ? std::strerror(errno) : "";
 }
 
-static const char *FormatName(uint8_t format)
+std::string Viewer_Size(uint32_t width, uint32_t height)
 {
-    constexpr std::array names = {"unknown", "HAM",  "BMP", "PCX",  "PNM", "JPEG",   "TGA",
-                                  "PNG",     "ILBM", "XBM", "TIFF", "GIF", "sprites"};
-    return names[format < names.size() ? format : 0];
+    return std::to_string(width) + "x" + std::to_string(height);
 }
 
-std::string Viewer_NoFile(const std::string &path)
+std::string Viewer_Facts(const VIEWER_FILE &file)
 {
-    std::error_code unknown;
-    return std::filesystem::is_other(path, unknown) ? "it is not a regular file" : "";
-}
-
-std::string Viewer_Reason(const std::string &path)
-{
-    if (const std::string reason = Viewer_NoFile(path); !reason.empty())
-        return reason;
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    char byte;
-    if (!file.read(&byte, 1))
-        return errno != 0 ? std::strerror(errno) : "it is empty";
-    const uint8_t format = Picture_Check(path.c_str(), 0);
-    return format == PICTURE_UNKNOWN
-               ? "its format is not known"
-               : std::string("it is no picture that can be decoded, though it begins like ") +
-                     FormatName(format);
-}
-
-// What the record calls bits is another field of a GIF, and of one sample of a TIFF.
-static uint32_t BitsOf(const Picture &picture)
-{
-    if (picture.Format == PICTURE_TIFF)
-        return uint32_t{picture.Bits} * TIF_Header.Samples;
-    if (picture.Format != PICTURE_GIF)
-        return picture.Bits;
-    unsigned colors = GIF_Header.HasGlobalPalette ? GIF_Header.GlobalColors : 2;
-    for (const GIF_FRAME &frame : GIF_Frames)
-        if (frame.HasLocalPalette)
-            colors = std::max<unsigned>(colors, frame.LocalColors);
-    return static_cast<uint32_t>(std::bit_width(colors - 1));
-}
-
-std::string Viewer_Size(const VIEWER_IMAGE &image)
-{
-    return std::to_string(image.Width) + "x" + std::to_string(image.Height);
-}
-
-std::string Viewer_Facts(const Picture &picture, const VIEWER_IMAGE &size)
-{
-    const uint32_t bits = BitsOf(picture);
-    return std::string(FormatName(picture.Format)) + ", " + Viewer_Size(size) + ", " +
-           std::to_string(bits) + (bits == 1 ? " bit" : " bits");
-}
-
-static VIEWER_IMAGE Crop(const uint8_t *pixels, uint32_t width, uint32_t height, size_t stride)
-{
-    VIEWER_IMAGE image;
-    if (!pixels)
-        return image;
-    image = {width, height, std::vector<uint8_t>(size_t{width} * height * 4)};
-    for (size_t y = 0; y < height; y++)
-        std::memcpy(image.Pixels.data() + y * width * 4, pixels + y * stride * 4,
-                    size_t{width} * 4);
-    return image;
-}
-
-VIEWER_IMAGE Viewer_Image(const Picture &picture)
-{
-    return Crop(picture.Pixels, picture.Width, picture.Height, picture.BufferWidth);
-}
-
-VIEWER_IMAGE Viewer_Thumbnail(const Picture &picture)
-{
-    return Crop(picture.ThumbPixels, picture.ThumbWidth, picture.ThumbHeight,
-                picture.ThumbBufferWidth);
-}
-
-uint32_t Viewer_FrameCount(const Picture &picture)
-{
-    if (picture.Format == PICTURE_SPRITES)  // a file cut short has fewer than it says
-        return static_cast<uint32_t>(std::ranges::find(SPR_Header.Images, nullptr) -
-                                     SPR_Header.Images.begin());
-    return picture.Format == PICTURE_GIF ? GIF_Header.FrameCount : 1;
+    return std::string(Picture_FormatName(file.Format)) + ", " +
+           Viewer_Size(file.Width, file.Height) + ", " + std::to_string(file.Bits) +
+           (file.Bits == 1 ? " bit" : " bits");
 }
 
 std::string Viewer_FrameReason(uint32_t frames)
 {
-    return "it has " + std::to_string(frames) + " frames, counted from 0";
+    return frames == 1 ? "it has one frame, number 0"
+                       : "it has " + std::to_string(frames) + " frames, counted from 0";
 }
 
-VIEWER_IMAGE Viewer_Frame(const Picture &picture, uint32_t n)
+VIEWER_PIXELS Viewer_Pixels(const VIEWER_FILE &file)
 {
-    if (n >= Viewer_FrameCount(picture))
-        return {};
-    if (picture.Format == PICTURE_GIF)
-        return Crop(GIF_Frames[n].Data, picture.Width, picture.Height, picture.BufferWidth);
-    if (picture.Format == PICTURE_SPRITES)
-        return Crop(SPR_Header.Images[n], picture.Width, picture.Height, picture.BufferWidth);
-    return Viewer_Image(picture);
+    const Picture &p = *file.Record;
+    return {p.Width, p.Height, p.BufferWidth, p.Pixels};
 }
 
-int Viewer_Orientation()
+VIEWER_PIXELS Viewer_Pixels(const VIEWER_IMAGE &image)
 {
-    constexpr uint16_t tag = 274, typeShort = 3;
-    const JPG_IFD &ifd = JPG_Exif.IFDs[0];
-    for (size_t i = 0; i < std::min<size_t>(ifd.Count, ifd.Entries.size()); i++) {
-        const JPG_EXIF_ENTRY &entry = ifd.Entries[i];
-        // A short stands in the first bytes of its field.
-        const bool high = JPG_Exif.ByteOrder == 'M' && entry.Type == typeShort;
-        const uint32_t value = high ? entry.Value >> 16 : entry.Value & 0xFFFF;
-        if (entry.Tag == tag && value >= 1 && value <= 8)
-            return static_cast<int>(value);
+    return {image.Width, image.Height, image.Width, image.Pixels.data()};
+}
+
+VIEWER_IMAGE Viewer_Copy(const VIEWER_PIXELS &pixels)
+{
+    VIEWER_IMAGE image;
+    if (!pixels.Pixels)
+        return image;
+    image.Width = pixels.Width;
+    image.Height = pixels.Height;
+    const size_t row = size_t{pixels.Width} * 4;
+    image.Pixels.resize(row * pixels.Height);
+    for (size_t y = 0; y < pixels.Height; y++)
+        std::memcpy(image.Pixels.data() + y * row, pixels.Pixels + y * pixels.Stride * 4, row);
+    return image;
+}
+
+VIEWER_IMAGE Viewer_Halve(const VIEWER_PIXELS &pixels)
+{
+    VIEWER_IMAGE half;
+    half.Width = (pixels.Width + 1) / 2;
+    half.Height = (pixels.Height + 1) / 2;
+    half.Pixels.resize(size_t{half.Width} * half.Height * 4);
+    uint8_t *out = half.Pixels.data();
+    for (size_t y = 0; y < half.Height; y++) {
+        const uint8_t *upper = pixels.Pixels + 2 * y * pixels.Stride * 4;
+        const uint8_t *lower =
+            2 * y + 1 < pixels.Height ? upper + size_t{pixels.Stride} * 4 : upper;
+        for (size_t x = 0; x < half.Width; x++, out += 4) {
+            const size_t left = 8 * x, right = 2 * x + 1 < pixels.Width ? left + 4 : left;
+            const std::array<const uint8_t *, 4> four = {upper + left, upper + right, lower + left,
+                                                         lower + right};
+            const uint32_t alpha = four[0][3] + four[1][3] + four[2][3] + four[3][3];
+            for (size_t c = 0; c < 3; c++)
+                if (alpha == 4 * 255) {
+                    out[c] = static_cast<uint8_t>(
+                        (four[0][c] + four[1][c] + four[2][c] + four[3][c] + 2) / 4);
+                } else {
+                    uint32_t sum = 0;
+                    for (const uint8_t *pixel : four)
+                        sum += uint32_t{pixel[c]} * pixel[3];
+                    out[c] = static_cast<uint8_t>(alpha == 0 ? 0 : (sum + alpha / 2) / alpha);
+                }
+            out[3] = static_cast<uint8_t>((alpha + 2) / 4);
+        }
     }
-    return 1;
+    return half;
 }
 
 // Exif 2.3, 4.6.4 A: where row 0 and column 0 of the file's picture are to be seen.
@@ -177,97 +132,213 @@ VIEWER_IMAGE Viewer_Upright(VIEWER_IMAGE image, int orientation)
     return upright;
 }
 
-// Delays of less than two hundredths are taken for a tenth of a second, as is usual.
-static std::vector<double> Ends()
+// What the record calls bits is another field of a GIF, and of one sample of a TIFF.
+static uint32_t BitsOf(const Picture &picture)
 {
-    std::vector<double> ends;
+    if (picture.Format == PICTURE_TIFF)
+        return uint32_t{picture.Bits} * TIF_Header.Samples;
+    if (picture.Format != PICTURE_GIF)
+        return picture.Bits;
+    unsigned colours = GIF_Header.HasGlobalPalette ? GIF_Header.GlobalColors : 2;
+    for (const GIF_FRAME &frame : GIF_Frames)
+        if (frame.HasLocalPalette)
+            colours = std::max<unsigned>(colours, frame.LocalColors);
+    return static_cast<uint32_t>(std::bit_width(colours - 1));
+}
+
+static void AddText(VIEWER_FILE &file, std::string name, std::string text)
+{
+    if (!text.empty())
+        file.Texts.push_back({std::move(name), std::move(text)});
+}
+
+static void ReadPNG(VIEWER_FILE &file)
+{
+    const PNG_HEADER &h = PNG_Header;
+    AddText(file, "colour", PNG_ColorType[h.ColorType < PNG_ColorType.size() ? h.ColorType : 1]);
+    AddText(file, "interlacing", PNG_Interlace[h.Interlace == 1 ? 1 : 0]);
+    for (size_t i = 0; i < h.TextCount; i++)
+        AddText(file, Text_FromLatin1(h.Texts[i].Keyword.data()),
+                Text_FromLatin1(h.Texts[i].Text.data()));
+    for (size_t i = 0; i < h.InternationalTextCount; i++)
+        AddText(file, Text_FromLatin1(h.InternationalTexts[i].Keyword.data()),
+                h.InternationalTexts[i].Text.data());
+    std::array<char, 32> changed;
+    std::snprintf(changed.data(), changed.size(), "%04d-%02d-%02d", h.Year, h.Month, h.Day);
+    AddText(file, "changed", h.Year != 0 ? changed.data() : "");
+}
+
+static void ReadJPEG(VIEWER_FILE &file, const BYTES_OPEN &from)
+{
+    AddText(file, "identifier", Text_FromLatin1(JPG_Header.Identifier.data()));
+    AddText(file, "comment", Text_FromEither(JPG_Header.Comment.data()));
+    AddText(file, "description", Text_FromEither(JPG_Exif.Description.data()));
+    file.Orientation = Exif_Orientation();
+    file.Camera = Exif_Camera(from);
+    const Picture &p = *file.Record;
+    file.Thumbnail = Viewer_Copy({p.ThumbWidth, p.ThumbHeight, p.ThumbBufferWidth, p.ThumbPixels});
+}
+
+// Delays of less than two hundredths are taken for a tenth of a second, as is usual.
+static void ReadGIF(VIEWER_FILE &file)
+{
+    file.Frames = std::max<uint32_t>(GIF_Header.FrameCount, 1);
     double end = 0;
     for (const GIF_FRAME &frame : GIF_Frames) {
         end += frame.Delay < 2 ? 0.1 : frame.Delay / 100.0;
-        ends.push_back(end);
+        file.Ends.push_back(end);
     }
-    return ends;
+    // The count is of the repetitions; without the extension the animation runs once.
+    file.Rounds = !GIF_Header.HasLoopCount    ? 1
+                  : GIF_Header.LoopCount == 0 ? 0
+                                              : GIF_Header.LoopCount + 1u;
+    AddText(file, "comment", Text_FromEither(GIF_Header.Comment.data()));
 }
 
-// The screen of the GIF that was loaded last: what is on it, and what the frame on top of it will
-// leave behind.
-static VIEWER_IMAGE screen, below;
-static uint32_t onTop;
-
-// Lays what a frame shows over an image of the screen's size. The decoder's picture of an
-// interlaced frame runs on from its first pixel to its last, as far as a screen holds them.
-static void LayOver(VIEWER_IMAGE &image, const GIF_FRAME &frame)
+// A file that is cut has fewer images than it says.
+static void ReadSprites(VIEWER_FILE &file)
 {
-    const size_t right = std::min<size_t>(image.Width, size_t{frame.Left} + frame.Width);
-    const size_t bottom = std::min<size_t>(image.Height, size_t{frame.Top} + frame.Height);
-    for (size_t y = frame.Top; frame.Data && y < bottom; y++)
-        for (size_t x = frame.Left; x < right; x++) {
-            const size_t to = 4 * (y * image.Width + x);
-            const size_t from =
-                frame.Interlaced ? 4 * ((y - frame.Top) * frame.Width + x - frame.Left) : to;
-            if (from < image.Pixels.size() && frame.Data[from + 3] != 0)
-                std::memcpy(image.Pixels.data() + to, frame.Data + from, 4);
+    const auto end = std::ranges::find(SPR_Header.Images, nullptr);
+    file.Sprites.assign(SPR_Header.Images.begin(), end);
+    file.Frames = static_cast<uint32_t>(file.Sprites.size());
+}
+
+static void ReadHeader(VIEWER_FILE &file, const BYTES_OPEN &from)
+{
+    switch (file.Format) {
+    case PICTURE_PNG:
+        ReadPNG(file);
+        break;
+    case PICTURE_JPEG:
+        ReadJPEG(file, from);
+        break;
+    case PICTURE_GIF:
+        ReadGIF(file);
+        break;
+    case PICTURE_TIFF:
+        file.Frames = std::max(TIF_PageCount, 1u);
+        if (TIF_Header.Orientation >= 1 && TIF_Header.Orientation <= 8)
+            file.Orientation = TIF_Header.Orientation;
+        AddText(file, "document", Text_FromEither(TIF_Header.DocumentName.data()));
+        break;
+    case PICTURE_SPRITES:
+        ReadSprites(file);
+        break;
+    }
+}
+
+// Keeps a picture with all that is in the decoders' globals now.
+static void Keep(VIEWER_FILE &file, const Picture &picture, const BYTES_OPEN &from)
+{
+    file.Record = std::shared_ptr<const Picture>(new Picture(picture), [](const Picture *p) {
+        Picture_UnLoad(*p);
+        delete p;
+    });
+    file.Width = picture.Width;
+    file.Height = picture.Height;
+    file.Bits = BitsOf(picture);
+    ReadHeader(file, from);
+}
+
+static void Prepare(VIEWER_FILE &file, VIEWER_DEPTH depth)
+{
+    const uint32_t enough = depth == VIEWER_SMALL ? Viewer_SmallSide : 256;
+    const VIEWER_PIXELS whole = Viewer_Pixels(file);
+    for (VIEWER_PIXELS last = whole; std::max(last.Width, last.Height) > enough;
+         last = Viewer_Pixels(file.Halves.back())) {
+        VIEWER_IMAGE half = Viewer_Halve(last);
+        if (depth == VIEWER_SMALL)
+            file.Halves.clear();
+        file.Halves.push_back(std::move(half));
+    }
+    if (depth != VIEWER_SMALL)
+        return;
+    file.Thumbnail = Viewer_Upright(
+        file.Halves.empty() ? Viewer_Copy(whole) : std::move(file.Halves.back()), file.Orientation);
+    file.Halves.clear();
+    file.Record.reset();
+    file.Sprites.clear();
+}
+
+static void Load(VIEWER_FILE &file, const BYTES_OPEN &from, VIEWER_DEPTH depth)
+{
+    TIF_Page = file.Page;
+    const Picture picture =
+        from.IsMemory ? Picture_LoadBytes(from.Memory, 0, 0) : Picture_Load(from.Path, 0, 0);
+    file.Format = picture.Format;
+    file.Reason = Picture_Reason();
+    if (!picture.Pixels) {
+        if (file.Format != PICTURE_UNKNOWN)
+            file.Reason = Picture_FormatName(file.Format) + std::string(": ") + file.Reason;
+        return;
+    }
+    if (picture.Format == PICTURE_JPEG && JPG_Decoder.Embedded) {
+        JPG_Load(from.Path);  // the headers stand there as its thumbnail has left them
+        JPG_UnLoad();
+    }
+    Keep(file, picture, from);
+    if (depth != VIEWER_PLAIN)
+        Prepare(file, depth);
+}
+
+std::shared_ptr<const VIEWER_FILE> Viewer_Open(const std::string &path, VIEWER_DEPTH depth,
+                                               uint32_t page)
+{
+    const auto file = std::make_shared<VIEWER_FILE>();
+    static std::atomic<uint64_t> serial;
+    file->Serial = ++serial;
+    file->Path = path;
+    file->Page = page;
+    try {
+        if (path == "-") {
+            Load(*file, BYTES_OPEN(std::span<const uint8_t>(input)), depth);
+        } else {
+            // A '*' in front has a meaning of its own for JPG_Load.
+            const std::string name = path.starts_with('*') ? "./" + path : path;
+            Load(*file, BYTES_OPEN(name.c_str()), depth);
         }
-}
-
-static void LayFrame(uint32_t n)
-{
-    const GIF_FRAME &frame = GIF_Frames[n];
-    if (n == 0)
-        std::ranges::fill(below.Pixels, uint8_t{0});
-    screen = below;
-    LayOver(screen, frame);
-    if (frame.Disposal != 3)
-        below = screen;
-    for (size_t y = frame.Top; frame.Disposal == 2 && y < frame.Top + size_t{frame.Height}; y++)
-        for (size_t x = frame.Left; x < frame.Left + size_t{frame.Width}; x++)
-            if (x < screen.Width && y < screen.Height)
-                std::memset(below.Pixels.data() + 4 * (y * screen.Width + x), 0, 4);
-    onTop = n;
-}
-
-// The file that was opened last; its frames are wanted until the next one.
-static Picture last;
-
-const VIEWER_IMAGE &Viewer_Screen(uint32_t n)
-{
-    if (last.Format == PICTURE_SPRITES)
-        return screen = Viewer_Frame(last, n);
-    if (n < onTop)
-        LayFrame(0);
-    while (onTop < n)
-        LayFrame(onTop + 1);
-    return screen;
-}
-
-void Viewer_Close()
-{
-    Picture_UnLoad(std::exchange(last, {}));
-}
-
-VIEWER_FILE Viewer_Open(const std::string &path, uint32_t mostSide)
-{
-    Viewer_Close();
-    last = Viewer_Load(path);
-    VIEWER_FILE file;
-    file.Path = path;
-    if (!last.Pixels)
-        file.Reason = Viewer_Reason(path);
-    else if (std::max(last.Width, last.Height) > mostSide)
-        file.Reason = "it is too large for this display";
-    if (!file.Reason.empty())
-        return file;
-    file.Picture = Viewer_Image(last);
-    file.Frames = Viewer_FrameCount(last);
-    const int orientation = last.Format == PICTURE_JPEG ? Viewer_Orientation() : 1;
-    file.Picture = Viewer_Upright(std::move(file.Picture), orientation);
-    file.Facts = Viewer_Facts(last, file.Picture);
-    file.Thumbnail = Viewer_Upright(Viewer_Thumbnail(last), orientation);
-    if (last.Format == PICTURE_GIF) {
-        file.Ends = Ends();
-        screen = below = file.Picture;
-        LayFrame(0);
-        file.Picture = screen;
+    } catch (const std::bad_alloc &) {
+        file->Record.reset();
+        file->Thumbnail = {};
+        file->Reason = "out of memory";
     }
     return file;
+}
+
+static VIEWER_PIXELS Composed(const GIF_PICTURE &gif, uint32_t n, GIF_CANVAS &canvas)
+{
+    if (!GIF_Compose(gif, n, canvas))
+        return {};
+    return {gif.Header.Width, gif.Header.Height, gif.Header.Width, canvas.Screen.data()};
+}
+
+VIEWER_PIXELS Viewer_Frame(const VIEWER_FILE &file, uint32_t n, GIF_CANVAS &canvas)
+{
+    VIEWER_PIXELS pixels = Viewer_Pixels(file);
+    if (file.Format == PICTURE_SPRITES) {
+        pixels.Pixels = file.Sprites[n];
+    } else if (file.Format == PICTURE_GIF) {
+        const GIF_PICTURE &gif = GIF_PictureOf(pixels.Pixels);
+        if (!gif.Codes.empty())
+            return Composed(gif, n, canvas);
+        pixels.Pixels = gif.Frames[n].Data;  // by the framework's rules each is a picture
+    }
+    return pixels;
+}
+
+VIEWER_PIXELS Viewer_LoneFrame(const VIEWER_FILE &file, uint32_t n, GIF_CANVAS &canvas)
+{
+    if (file.Format != PICTURE_GIF || GIF_PictureOf(file.Record->Pixels).Codes.empty())
+        return Viewer_Frame(file, n, canvas);
+    const GIF_PICTURE &gif = GIF_PictureOf(file.Record->Pixels);
+    const GIF_FRAME &frame = gif.Frames[n];
+    const VIEWER_PIXELS pixels = Composed({gif.Header, {frame}, BYTES_BUFFER(1)}, 0, canvas);
+    // Codes that hold nothing, only to say by which rules. What is around the frame is the
+    // background, which this frame did not bring.
+    for (uint32_t y = 0; y < pixels.Height; y++)
+        for (uint32_t x = 0; x < pixels.Width; x++)
+            if (x < frame.Left || y < frame.Top || x - frame.Left >= frame.Width ||
+                y - frame.Top >= frame.Height)
+                std::memset(canvas.Screen.data() + 4 * (size_t{y} * pixels.Width + x), 0, 4);
+    return pixels;
 }

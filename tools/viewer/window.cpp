@@ -4,41 +4,82 @@
 #include <array>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
-#include <cstring>
-#include <span>
+#include <deque>
+#include <memory>
+#include <set>
 
 #include "platform/application.h"
 #include "platform/glfew.h"
+#include "tools/common/text.h"
+#include "tools/viewer/ahead.h"
+#include "tools/viewer/canvas.h"
+#include "tools/viewer/grid.h"
+#include "tools/viewer/report.h"
+#include "tools/viewer/screen.h"
 #include "tools/viewer/sheet.h"
+#include "tools/viewer/shown.h"
 
-// Lines of text as they are laid over the picture.
-struct OVERLAY {
-    uint32_t Texture;
-    float Width, Height;
+namespace
+{
+
+// Zoom that follows the window's size, or stays.
+enum FIT : uint8_t { FIT_WHOLE, FIT_WIDTH, FIT_NONE };
+
+// As GLFW numbers keys that write nothing.
+enum KEY : int32_t {
+    KEY_Escape = 256,
+    KEY_Enter,
+    KEY_Tab,
+    KEY_Backspace,
+    KEY_Right = 262,
+    KEY_Left,
+    KEY_Down,
+    KEY_Up,
+    KEY_PageUp,
+    KEY_PageDown,
+    KEY_Home,
+    KEY_End,
+    KEY_F11 = 300,
+    KEY_PadEnter = 335,
 };
 
-// What the window shows. Offsets count from the window's middle, in its units.
-static struct {
-    std::vector<std::string> Paths;  // empty: only the image in File
-    size_t At;
-    VIEWER_FILE File;
-    std::optional<uint32_t> Wanted;  // frame that every file is to show
-    uint32_t Frame;                  // of a GIF or a sprite file
-    bool Still;                      // a GIF does not play
-    double Start;                    // of a GIF's round, seconds
-    uint32_t Picture, Thumbnail;     // textures
-    OVERLAY Help, Caption;
-    std::string CaptionText;  // as it was drawn
-    bool ShowThumbnail, ShowHelp, HideCaption;
-    float Zoom;  // 0: fitted
-    float X, Y;
-    bool Dragging;
-    int32_t DragX, DragY;
-} view;
+constexpr int32_t KEY_Character = 1 << 24;  // and a character of Unicode
 
-// The unit square: laid over a checkerboard, and over whatever is there.
-static GLFEW_VERTEX board, overlay;
+// What the window shows. Offsets count from its middle, in framebuffer pixels.
+struct VIEW {
+    std::vector<FILES_ENTRY> Files;  // empty: only a sheet
+    size_t At;
+    uint32_t Page;  // of a TIFF, that is wanted
+    bool Backwards;
+    bool Waiting;  // for Files[At]
+    bool Failed;   // a named file had no picture
+    WINDOW_OPTIONS Options;
+    std::set<std::string> Reported;  // as incomplete
+
+    std::shared_ptr<const VIEWER_FILE> File;
+    VIEWER_IMAGE Sheet;
+    GIF_CANVAS Composed;
+    uint32_t Frame;
+    uint32_t Round;                      // of a GIF, from 0
+    bool Still;                          // a GIF does not play
+    double FrameEnd, SlideEnd, HelpEnd;  // seconds, as Now() gives them
+
+    CANVAS_TURN Turn;
+    FIT Fit;
+    float Zoom, X, Y;
+    bool Smooth, ShowThumbnail, ShowHelp, ShowDetails, HideCaption, FullScreen, Grid;
+    bool Dragging, Dragged;
+    float DragX, DragY;
+    double Clicked;
+
+    bool Changed;
+    std::deque<int32_t> Typed;
+    SCREEN_LABEL Help, Caption, Details;
+};
+
+}  // namespace
+
+static VIEW view;
 
 static double Now()
 {
@@ -46,36 +87,611 @@ static double Now()
     return duration<double>(steady_clock::now().time_since_epoch()).count();
 }
 
-static uint32_t TextureOf(const VIEWER_IMAGE &image)
+const std::vector<std::pair<std::string, std::string>> &Window_Keys()
 {
-    return GLFEW_MakeTexture(image.Pixels.data(), image.Width, image.Height);
+    static const std::vector<std::pair<std::string, std::string>> keys = {
+        {"right space n, left bksp p", "next picture, the one before"},
+        {"home, end", "first picture, last picture"},
+        {"page down ., page up ,", "next frame or page, the one before"},
+        {"a", "play or pause an animation"},
+        {"+ up, - down, wheel", "closer, farther"},
+        {"0, 1, w", "fit the window, 1:1, fit its width"},
+        {"drag", "move the picture"},
+        {"r, R, m", "turn right, turn left, mirror"},
+        {"i", "enlarge sharp or smooth"},
+        {"t", "the file's own thumbnail"},
+        {"d, c", "details, caption"},
+        {"tab, enter", "contact sheet, open from it"},
+        {"s", "slideshow"},
+        {"f F11, double click", "full screen"},
+        {"? h", "this help"},
+        {"q escape", "quit"},
+    };
+    return keys;
 }
 
-// The size of the picture that is shown, and how large it is shown.
-static const VIEWER_IMAGE &Shown()
+// What is seen, as it is stored.
+static VIEWER_PIXELS Shown()
 {
-    return view.ShowThumbnail ? view.File.Thumbnail : view.File.Picture;
+    if (view.Files.empty())
+        return Viewer_Pixels(view.Sheet);
+    if (view.ShowThumbnail)
+        return Viewer_Pixels(view.File->Thumbnail);
+    return Viewer_Pixels(*view.File);
 }
 
-static float FittingZoom()
+// Width and height as turned.
+static std::pair<float, float> Size(const VIEWER_PIXELS &p, const CANVAS_TURN &turn)
 {
-    const VIEWER_IMAGE &image = Shown();
-    const float across = static_cast<float>(System_ScreenWidth) / static_cast<float>(image.Width);
-    const float down = static_cast<float>(System_ScreenHeight) / static_cast<float>(image.Height);
-    const float zoom = std::min(across, down);
-    return zoom < 1 ? zoom : std::floor(zoom);  // whole pixels stay whole
+    const std::pair size = {static_cast<float>(p.Width), static_cast<float>(p.Height)};
+    return turn[0] != 0 ? size : std::pair{size.second, size.first};
+}
+
+static std::pair<float, float> Size()
+{
+    return Size(Shown(), view.Turn);
+}
+
+static float FittingZoom(FIT fit, std::pair<float, float> size)
+{
+    const auto [width, height] = size;
+    const float across = Screen_Width() / width;
+    const float zoom = fit == FIT_WIDTH ? across : std::min(across, Screen_Height() / height);
+    return zoom < 1 || fit == FIT_WIDTH ? zoom : std::floor(zoom);  // whole pixels stay whole
 }
 
 static float CurrentZoom()
 {
-    return view.Zoom == 0 ? FittingZoom() : view.Zoom;
+    return view.Fit == FIT_NONE ? view.Zoom : FittingZoom(view.Fit, Size());
 }
 
-static void SetTitle()
+static void SetFit(FIT fit)
 {
-    const std::string facts = view.Paths.empty() ? "" : " - " + view.File.Facts;
-    GLFEW_SetTitle((view.File.Path + facts).c_str());
+    view.Fit = fit;
+    view.X = view.Y = 0;
+    if (fit == FIT_WIDTH)  // a page begins at its top
+        view.Y = std::max((Size().second * CurrentZoom() - Screen_Height()) / 2, 0.0F);
+    view.Changed = true;
 }
+
+static CANVAS_PICTURE OnCanvas(const VIEWER_FILE &file)
+{
+    CANVAS_PICTURE picture = {file.Serial, {Viewer_Pixels(file)}};
+    for (const VIEWER_IMAGE &half : file.Halves)
+        picture.Sizes.push_back(Viewer_Pixels(half));
+    return picture;
+}
+
+// Puts what Shown() gives on the canvas.
+static void SetCanvas()
+{
+    const bool whole = view.File && !view.ShowThumbnail;
+    Canvas_Set(whole ? OnCanvas(*view.File) : CANVAS_PICTURE{0, {Shown()}});
+    view.Changed = true;
+}
+
+static AHEAD_KEY KeyOf(size_t at, uint32_t page)
+{
+    return {view.Files[at].Path, VIEWER_HALVED, page};
+}
+
+// The page that a file is to begin with.
+static uint32_t FirstPage()
+{
+    return view.Options.Frame.value_or(0);
+}
+
+// What is shown next is decoded now, and what may be shown after that.
+static void Ask()
+{
+    const size_t count = view.Files.size(), after = (view.At + 1) % count,
+                 before = (view.At + count - 1) % count;
+    std::vector<AHEAD_KEY> keys = {KeyOf(view.At, view.Page)};
+    if (view.File && view.File->Format == PICTURE_TIFF && view.File->Frames > 1)
+        keys.push_back(KeyOf(view.At, (view.Page + 1) % view.File->Frames));
+    keys.push_back(KeyOf(view.Backwards ? before : after, FirstPage()));
+    keys.push_back(KeyOf(view.Backwards ? after : before, FirstPage()));
+    Ahead_Want(std::move(keys));
+}
+
+static void GoTo(size_t at, bool backwards, uint32_t page)
+{
+    view.At = at;
+    view.Page = page;
+    view.Backwards = backwards;
+    view.Waiting = true;
+    view.Changed = true;
+    Ask();
+}
+
+static void Step(bool backwards)
+{
+    const size_t count = view.Files.size();
+    if (count > 1)
+        GoTo((view.At + (backwards ? count - 1 : 1)) % count, backwards, FirstPage());
+}
+
+static double FrameSeconds()
+{
+    const std::vector<double> &ends = view.File->Ends;
+    return ends[view.Frame] - (view.Frame == 0 ? 0 : ends[view.Frame - 1]);
+}
+
+// A frame of a GIF or a sprite file on the canvas.
+static void ShowFrame(uint32_t n)
+{
+    const VIEWER_PIXELS pixels = Viewer_Frame(*view.File, n, view.Composed);
+    if (!pixels.Pixels) {
+        Report(view.File->Path, Picture_Reason());
+        view.Still = true;
+        return;
+    }
+    view.Frame = n;
+    Canvas_Set({0, {pixels}});
+    view.Changed = true;
+}
+
+static void ShowFile(std::shared_ptr<const VIEWER_FILE> file)
+{
+    const bool samePlace = view.File && view.File->Path == file->Path;  // another page of it
+    std::swap(view.File, file);
+    view.Waiting = false;
+    view.ShowThumbnail = false;
+    if (!samePlace) {
+        view.Turn = Canvas_TurnOf(view.File->Orientation);
+        SetFit(view.Fit == FIT_NONE ? FIT_WHOLE : view.Fit);
+    }
+    view.Composed = {};
+    view.Frame = view.Round = 0;
+    view.Still = view.Options.Frame.has_value();
+    SetCanvas();
+    if (view.File->Format != PICTURE_TIFF && view.Options.Frame.value_or(0) != 0)
+        ShowFrame(*view.Options.Frame);
+    if (view.File->Ends.size() > 1)
+        view.FrameEnd = Now() + FrameSeconds();
+    view.SlideEnd = Now() + view.Options.Slideshow;
+    GLFEW_SetTitle(Text_Harmless(view.File->Path + " - " + Viewer_Facts(*view.File)).c_str());
+    if (!view.File->Reason.empty() && view.Reported.insert(view.File->Path).second)
+        Report(view.File->Path, view.File->Reason);
+    Ask();
+}
+
+// Leaves a file without a picture out and goes on to the next in the same direction.
+static void LeaveOut(const std::string &reason)
+{
+    if (view.Files[view.At].Named) {
+        Report(view.Files[view.At].Path, reason);
+        view.Failed = true;
+    }
+    view.Files.erase(view.Files.begin() + static_cast<ptrdiff_t>(view.At));
+    const size_t count = view.Files.size();
+    if (count == 0) {
+        Velmorandis_CloseApplication(1);
+        view.Waiting = false;
+        return;
+    }
+    GoTo((view.At + (view.Backwards ? count - 1 : 0)) % count, view.Backwards, FirstPage());
+}
+
+// Takes over what has been decoded. On a software display a wait of a moment is better than a frame
+// that shows nothing new.
+static void Poll()
+{
+    while (view.Waiting) {
+        auto file = Ahead_Find(KeyOf(view.At, view.Page));
+        if (!file)
+            return;
+        if (!file->Record)
+            LeaveOut(file->Reason);
+        else if (view.Options.Frame.value_or(0) >= file->Frames)
+            LeaveOut(Viewer_FrameReason(file->Frames));
+        else
+            ShowFile(std::move(file));
+    }
+}
+
+// While nothing happens, what may be shown next becomes textures, one at a time.
+static void PrepareNext()
+{
+    if (view.Waiting || !view.File)
+        return;
+    const size_t count = view.Files.size();
+    const size_t after = (view.At + 1) % count, before = (view.At + count - 1) % count;
+    std::vector<uint64_t> serials;
+    for (const size_t at : {view.Backwards ? before : after, view.Backwards ? after : before}) {
+        const auto file = at == view.At ? nullptr : Ahead_Find(KeyOf(at, FirstPage()));
+        if (!file || !file->Record)
+            continue;
+        serials.push_back(file->Serial);
+        const auto size = Size(Viewer_Pixels(*file), Canvas_TurnOf(file->Orientation));
+        const FIT fit = view.Fit == FIT_NONE ? FIT_WHOLE : view.Fit;
+        const float shown = static_cast<float>(file->Width) * FittingZoom(fit, size);
+        if (Canvas_Prepare(OnCanvas(*file), shown))
+            return;
+    }
+    Canvas_Keep(serials);
+}
+
+// Goes to another frame or page. An animation stands still from now on.
+static void Leaf(int by)
+{
+    if (!view.File || view.File->Frames < 2 || view.Waiting)
+        return;
+    const uint32_t count = view.File->Frames;
+    const bool pages = view.File->Format == PICTURE_TIFF;
+    const uint32_t from = pages ? view.Page : view.Frame;
+    const uint32_t to = (from + count + static_cast<uint32_t>(by)) % count;
+    if (pages) {
+        GoTo(view.At, view.Backwards, to);
+        return;
+    }
+    view.Still = true;
+    if (view.ShowThumbnail)
+        view.ShowThumbnail = false;
+    ShowFrame(to);
+}
+
+// Moves a GIF on to the frame whose time it is.
+static void Play()
+{
+    if (!view.File || view.File->Ends.size() < 2 || view.Still || Now() < view.FrameEnd)
+        return;
+    const bool last = view.Frame + 1 == view.File->Frames;
+    if (last && view.File->Rounds != 0 && view.Round + 1 >= view.File->Rounds) {
+        view.Still = true;
+        return;
+    }
+    view.Round += last ? 1 : 0;
+    ShowFrame(last ? 0 : view.Frame + 1);
+    constexpr double tooLate = 0.5;  // then what was missed is not made up for
+    view.FrameEnd = (Now() - view.FrameEnd > tooLate ? Now() : view.FrameEnd) + FrameSeconds();
+}
+
+static void Pause()
+{
+    if (!view.File || view.File->Ends.size() < 2)
+        return;
+    view.Still = !view.Still;
+    view.Round = 0;
+    view.FrameEnd = Now() + FrameSeconds();
+    view.Changed = true;
+}
+
+// Keeps what lies at (x, y) there, which counts from the window's middle.
+static void ZoomBy(float factor, float x, float y)
+{
+    const float fitting = FittingZoom(FIT_WHOLE, Size()), before = CurrentZoom();
+    view.Zoom =
+        std::clamp(before * factor, std::min(1.0F / 64, fitting), std::max(64.0F, 16 * fitting));
+    view.Fit = FIT_NONE;
+    view.X = x + (view.X - x) * view.Zoom / before;
+    view.Y = y + (view.Y - y) * view.Zoom / before;
+    view.Changed = true;
+}
+
+static void Turn(const CANVAS_TURN &by)
+{
+    view.Turn = Canvas_After(view.Turn, by);
+    SetFit(view.Fit == FIT_NONE ? FIT_WHOLE : view.Fit);
+}
+
+static void FullScreen()
+{
+    view.FullScreen = !view.FullScreen;
+    GLFEW_SetFullScreen(view.FullScreen);
+    view.Changed = true;
+}
+
+static void ToggleThumbnail()
+{
+    if (!view.File || view.File->Thumbnail.Width == 0)
+        return;
+    view.ShowThumbnail = !view.ShowThumbnail;
+    SetCanvas();
+    SetFit(FIT_WHOLE);  // what was in the window's middle may lie beyond the thumbnail
+}
+
+static void ToggleSlideshow()
+{
+    constexpr double usual = 5;
+    view.Options.Slideshow = view.Options.Slideshow > 0 ? 0 : usual;
+    view.SlideEnd = Now() + view.Options.Slideshow;
+    view.Changed = true;
+}
+
+static void EnterGrid()
+{
+    if (view.Files.empty())
+        return;
+    view.Grid = true;
+    Grid_Marked = view.At;
+    Grid_Show(view.Files);
+    view.Changed = true;
+}
+
+static void LeaveGrid(size_t at)
+{
+    view.Grid = false;
+    Grid_Leave();
+    GoTo(at, false, at == view.At ? view.Page : FirstPage());
+}
+
+static constexpr int32_t Typed(char c)
+{
+    return KEY_Character | c;
+}
+
+static void Escape()
+{
+    Velmorandis_CloseApplication(1);
+}
+
+// Keys that mean the same everywhere. False for others.
+static bool PressAnywhere(int32_t key)
+{
+    switch (key) {
+    case KEY_Escape:
+    case Typed('q'):
+        Escape();
+        break;
+    case KEY_F11:
+    case Typed('f'):
+        FullScreen();
+        break;
+    case Typed('?'):
+    case Typed('h'):
+        view.ShowHelp = !view.ShowHelp;
+        view.HelpEnd = 0;
+        break;
+    default:
+        return false;
+    }
+    view.Changed = true;
+    return true;
+}
+
+static bool PressInGrid(int32_t key)
+{
+    const auto move = [](int columns, int rows, int pages) {
+        Grid_Move(view.Files, columns, rows, pages);
+    };
+    const auto all = static_cast<int>(std::min<size_t>(view.Files.size(), 1 << 24));
+    switch (key) {
+    case KEY_Right:
+        move(1, 0, 0);
+        break;
+    case KEY_Left:
+        move(-1, 0, 0);
+        break;
+    case KEY_Down:
+        move(0, 1, 0);
+        break;
+    case KEY_Up:
+        move(0, -1, 0);
+        break;
+    case KEY_PageDown:
+        move(0, 0, 1);
+        break;
+    case KEY_PageUp:
+        move(0, 0, -1);
+        break;
+    case KEY_Home:
+        move(-all, 0, 0);
+        break;
+    case KEY_End:
+        move(all, 0, 0);
+        break;
+    case KEY_Enter:
+    case KEY_PadEnter:
+    case Typed(' '):
+        LeaveGrid(Grid_Marked);
+        break;
+    case KEY_Tab:
+        LeaveGrid(view.At);
+        break;
+    default:
+        return false;
+    }
+    return true;
+}
+
+// Keys that need a picture on the screen.
+static bool PressOnPicture(int32_t key)
+{
+    switch (key) {
+    case Typed('+'):
+    case Typed('='):
+    case KEY_Up:
+        ZoomBy(1.25F, 0, 0);
+        break;
+    case Typed('-'):
+    case KEY_Down:
+        ZoomBy(0.8F, 0, 0);
+        break;
+    case Typed('0'):
+        SetFit(FIT_WHOLE);
+        break;
+    case Typed('1'):
+        ZoomBy(1 / CurrentZoom(), 0, 0);
+        break;
+    case Typed('w'):
+        SetFit(FIT_WIDTH);
+        break;
+    case Typed('r'):
+        Turn(Canvas_Right);
+        break;
+    case Typed('R'):
+        Turn(Canvas_Left);
+        break;
+    case Typed('m'):
+        Turn(Canvas_Mirror);
+        break;
+    case Typed('i'):
+        view.Smooth = !view.Smooth;
+        break;
+    case Typed('t'):
+        ToggleThumbnail();
+        break;
+    case Typed('a'):
+        Pause();
+        break;
+    case KEY_PageDown:
+    case Typed('.'):
+        Leaf(1);
+        break;
+    case KEY_PageUp:
+    case Typed(','):
+        Leaf(-1);
+        break;
+    default:
+        return false;
+    }
+    view.Changed = true;
+    return true;
+}
+
+static bool Press(int32_t key)
+{
+    if (PressAnywhere(key))
+        return true;
+    if (view.Grid)
+        return PressInGrid(key);
+    if ((view.File || view.Files.empty()) && PressOnPicture(key))
+        return true;
+    if (view.Files.empty())
+        return false;
+    switch (key) {
+    case KEY_Right:
+    case Typed(' '):
+    case Typed('n'):
+        Step(false);
+        break;
+    case KEY_Left:
+    case KEY_Backspace:
+    case Typed('p'):
+        Step(true);
+        break;
+    case KEY_Home:
+        GoTo(0, false, FirstPage());
+        break;
+    case KEY_End:
+        GoTo(view.Files.size() - 1, true, FirstPage());
+        break;
+    case KEY_Tab:
+        EnterGrid();
+        break;
+    case Typed('d'):
+        view.ShowDetails = !view.ShowDetails;
+        break;
+    case Typed('c'):
+        view.HideCaption = !view.HideCaption;
+        break;
+    case Typed('s'):
+        ToggleSlideshow();
+        break;
+    default:
+        return false;
+    }
+    view.Changed = true;
+    return true;
+}
+
+// A character that means nothing shows for a moment which ones do.
+static void Type()
+{
+    constexpr double moment = 2;
+    while (!view.Typed.empty()) {
+        const int32_t key = view.Typed.front();
+        view.Typed.pop_front();
+        if (!Press(key) && key >= KEY_Character && !view.ShowHelp) {
+            view.HelpEnd = Now() + moment;
+            view.Changed = true;
+        }
+    }
+    if (view.HelpEnd != 0 && Now() >= view.HelpEnd) {
+        view.HelpEnd = 0;
+        view.Changed = true;
+    }
+}
+
+static void Wheel()
+{
+    const int32_t steps = System_MouseWheel();
+    if (steps == 0)
+        return;
+    if (view.Grid)
+        Grid_Wheel(view.Files, steps);
+    else if (view.File || view.Files.empty())
+        ZoomBy(std::pow(1.25F, static_cast<float>(steps)), Screen_MouseX() - Screen_Width() / 2,
+               Screen_MouseY() - Screen_Height() / 2);
+    view.Changed = true;
+}
+
+static void Click()
+{
+    constexpr double twice = 0.4;  // seconds
+    const bool again = Now() - view.Clicked < twice;
+    view.Clicked = again ? 0 : Now();
+    if (view.Grid) {
+        if (const auto at = Grid_At(view.Files, Screen_MouseX(), Screen_MouseY()))
+            LeaveGrid(*at);
+    } else if (again) {
+        FullScreen();
+    }
+}
+
+static void Drag()
+{
+    const float x = Screen_MouseX(), y = Screen_MouseY();
+    if (System_MouseDown() == 1) {
+        view.Dragging = true;
+        view.Dragged = false;
+        view.DragX = x;
+        view.DragY = y;
+    }
+    if (view.Dragging && !view.Grid && (x != view.DragX || y != view.DragY)) {
+        view.X += x - view.DragX;
+        view.Y += y - view.DragY;
+        view.Zoom = CurrentZoom();
+        view.Fit = FIT_NONE;
+        view.DragX = x;
+        view.DragY = y;
+        view.Dragged = view.Changed = true;
+    }
+    if (System_MouseUp() == 1 && view.Dragging) {
+        view.Dragging = false;
+        if (!view.Dragged)
+            Click();
+    }
+}
+
+static void Slide()
+{
+    if (view.Options.Slideshow > 0 && view.File && !view.Grid && !view.Waiting &&
+        Now() >= view.SlideEnd)
+        Step(false);
+}
+
+void Scene()
+{
+    Type();
+    Wheel();
+    Drag();
+    if (view.Files.empty())
+        return;
+    if (view.Grid) {
+        view.Changed |= Grid_HasChanged();
+        return;
+    }
+    Poll();
+    if (!view.ShowThumbnail)
+        Play();
+    Slide();
+    if (!view.Changed)
+        PrepareNext();
+}
+
+void Timer() {}
 
 // What the caption says beside the name: the title's facts, and what changes while one looks.
 static std::string FactsNow()
@@ -83,345 +699,138 @@ static std::string FactsNow()
     const auto of = [](size_t n, size_t count) {
         return std::to_string(n + 1) + " of " + std::to_string(count);
     };
-    std::string facts = view.File.Facts;
-    if (view.Paths.size() > 1)
-        facts += ", " + of(view.At, view.Paths.size());
-    if (view.File.Frames > 1)
-        facts += ", frame " + of(view.Frame, view.File.Frames);
+    std::string facts = Viewer_Facts(*view.File);
+    if (view.Files.size() > 1)
+        facts += ", " + of(view.At, view.Files.size());
+    if (view.File->Frames > 1)
+        facts += view.File->Format == PICTURE_TIFF ? ", page " + of(view.Page, view.File->Frames)
+                                                   : ", frame " + of(view.Frame, view.File->Frames);
+    if (view.File->Ends.size() > 1 && view.Still)
+        facts += ", paused";
     if (view.ShowThumbnail)
-        facts += ", thumbnail " + Viewer_Size(view.File.Thumbnail);
+        facts +=
+            ", thumbnail " + Viewer_Size(view.File->Thumbnail.Width, view.File->Thumbnail.Height);
     if (const long percent = std::lround(CurrentZoom() * 100); percent != 100)
         facts += ", zoom " + std::to_string(percent) + " %";
+    if (view.Smooth)
+        facts += ", smooth";
+    if (view.Options.Slideshow > 0)
+        facts += ", slideshow";
     return facts;
 }
 
-static void ShowPicture()
+static void PaintCaption()
 {
-    GLFEW_DestroyTexture(view.Picture);
-    view.Picture = TextureOf(view.File.Picture);
+    const std::string &path = view.Files[view.At].Path;
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const std::string text = Sheet_Caption(name, view.Waiting ? "loading ..." : FactsNow(),
+                                           std::min(Screen_Columns(), 255u));
+    Screen_SetLabel(view.Caption, {&text, 1});
+    Screen_DrawLabel(view.Caption, 0, Screen_Height() - view.Caption.Height);
 }
 
-static void Fit()
+static void PaintDetails()
 {
-    view.Zoom = view.X = view.Y = 0;
+    constexpr size_t maxLines = 24, maxLetters = 90;
+    std::vector<std::string> lines = {view.File->Path, Viewer_Facts(*view.File)};
+    for (const auto *facts : {&view.File->Camera, &view.File->Texts})
+        for (const VIEWER_FACT &fact : *facts)
+            lines.push_back(fact.Name + ": " + fact.Text);
+    if (!view.File->Reason.empty())
+        lines.push_back("incomplete: " + view.File->Reason);
+    lines.resize(std::min(lines.size(), maxLines));
+    for (std::string &line : lines)
+        line = Sheet_Cut(Sheet_Latin2(line), std::min<size_t>(maxLetters, Screen_Columns()));
+    Screen_SetLabel(view.Details, lines);
+    Screen_DrawLabel(view.Details, 0, 0);
 }
 
-static void ShowFrame(uint32_t frame)
+static void PaintHelp()
 {
-    view.Frame = frame;
-    view.File.Picture = Viewer_Screen(frame);
-    ShowPicture();
+    std::vector<std::string> lines;
+    for (const auto &[keys, what] : Window_Keys())
+        lines.push_back(keys + std::string(28 - std::min<size_t>(keys.size(), 27), ' ') + what);
+    Screen_SetLabel(view.Help, lines);
+    Screen_DrawLabel(view.Help, std::floor((Screen_Width() - view.Help.Width) / 2),
+                     std::floor((Screen_Height() - view.Help.Height) / 2));
 }
 
-static void ShowFile()
+static void PaintPicture()
 {
-    view.ShowThumbnail = false;
-    Fit();
-    view.Frame = 0;
-    view.Still = view.Wanted.has_value();
-    view.Start = Now();
-    GLFEW_DestroyTexture(view.Thumbnail);
-    view.Thumbnail = 0;
-    if (!view.File.Thumbnail.Pixels.empty())
-        view.Thumbnail = TextureOf(view.File.Thumbnail);
-    if (const uint32_t frame = view.Wanted.value_or(0); frame != 0)
-        ShowFrame(frame);
-    else
-        ShowPicture();
-    SetTitle();
-}
-
-// Goes on or back (1 or -1) to a file that can be shown; those that cannot are taken out. False
-// without any.
-static bool Step(int by)
-{
-    while (!view.Paths.empty()) {
-        const size_t count = view.Paths.size();
-        view.At = (view.At + count + static_cast<size_t>(by)) % count;
-        view.File = Viewer_Open(view.Paths[view.At], GLFEW_MaxTextureSide());
-        if (view.File.Reason.empty() && view.Wanted.value_or(0) >= view.File.Frames)
-            view.File.Reason = Viewer_FrameReason(view.File.Frames);
-        if (view.File.Reason.empty()) {
-            ShowFile();
-            return true;
-        }
-        std::fprintf(stderr, "viewer: %s: %s\n", view.File.Path.c_str(), view.File.Reason.c_str());
-        view.Paths.erase(view.Paths.begin() + static_cast<ptrdiff_t>(view.At));
-        by = std::min(by, 0);  // in its place is the next one now
-    }
-    return false;
-}
-
-static OVERLAY OverlayOf(std::span<const std::string> lines)
-{
-    const VIEWER_IMAGE image = Viewer_Lines(lines);
-    return {TextureOf(image), static_cast<float>(image.Width), static_cast<float>(image.Height)};
-}
-
-static OVERLAY MakeHelp()
-{
-    // clang-format off
-    const std::array<std::string, 9> lines = {
-        "left, right, space  another picture",
-        "page up, page down  another frame",
-        "+ - wheel           closer, farther",
-        "0                   fitted",
-        "drag                moves the picture",
-        "t                   thumbnail",
-        "c                   caption",
-        "h                   this help",
-        "escape              ends",
-    };
-    // clang-format on
-    return OverlayOf(lines);
-}
-
-// Writes the caption anew when it says something else, or has another width to say it in.
-static void MakeCaption()
-{
-    const size_t slash = view.File.Path.rfind('/') + 1;  // 0 without one
-    const uint32_t width = static_cast<uint32_t>(std::max(System_ScreenWidth, 0));
-    const uint32_t room =
-        (std::max(width, 2 * Viewer_LinesMargin) - 2 * Viewer_LinesMargin) / Viewer_LetterWidth;
-    const std::string text = Viewer_Caption(std::string_view(view.File.Path).substr(slash),
-                                            FactsNow(), std::min(room, 255u));
-    if (text == view.CaptionText)
-        return;
-    GLFEW_DestroyTexture(view.Caption.Texture);
-    view.Caption = OverlayOf({&text, 1});
-    view.CaptionText = text;
-}
-
-static GLFEW_VERTEX MakeQuad(const char *fragment)
-{
-    // Two triangles; rows of pixels go down.
-    static constexpr std::array<float, 30> corners = {0, 0, 0, 0, 0, 1, 0, 0, 1, 0, 1, 1, 0, 1, 1,
-                                                      0, 0, 0, 0, 0, 1, 1, 0, 1, 1, 0, 1, 0, 0, 1};
-    GLFEW_VERTEX quad{};
-    quad.Kind = GLFEW_Textured;
-    quad.Count = 6;
-    quad.TexturedVertices = corners.data();
-    std::strcpy(quad.VertexShaderSource.data(),
-                "#version 330 core\nlayout(location = 0) in vec3 p;\n"
-                "layout(location = 1) in vec2 t;\nout vec2 uv;\nuniform mat4 MVP;\n"
-                "void main() { gl_Position = MVP * vec4(p, 1); uv = t; }\n");
-    std::strcpy(quad.FragmentShaderSource.data(), fragment);
-    GLFEW_CreateVertex(quad);
-    return quad;
-}
-
-static void MakeQuads()
-{
-    board = MakeQuad("#version 330 core\nin vec2 uv;\nout vec4 color;\n"
-                     "uniform sampler2D textureSampler1;\n"
-                     "void main() {\n"
-                     "  vec4 c = texture(textureSampler1, uv);\n"
-                     "  vec2 square = floor(gl_FragCoord.xy / 8);\n"
-                     "  float grey = mod(square.x + square.y, 2) < 0.5 ? 1.0 : 0.8;\n"
-                     "  color = vec4(mix(vec3(grey), c.rgb, c.a), 1);\n"
-                     "}\n");
-    overlay = MakeQuad("#version 330 core\nin vec2 uv;\nout vec4 color;\n"
-                       "uniform sampler2D textureSampler1;\n"
-                       "void main() { color = texture(textureSampler1, uv); }\n");
-}
-
-// Draws a texture over a rectangle of the window, its left top at (x, y).
-static void Draw(GLFEW_VERTEX &quad, uint32_t texture, float x, float y, float width, float height)
-{
-    const auto screenWidth = static_cast<float>(std::max(System_ScreenWidth, 1));
-    const auto screenHeight = static_cast<float>(std::max(System_ScreenHeight, 1));
-    quad.Texture = texture;
-    quad.MVP = {};
-    quad.MVP[0] = 2 * width / screenWidth;  // column by column
-    quad.MVP[5] = -2 * height / screenHeight;
-    quad.MVP[10] = quad.MVP[15] = 1;
-    quad.MVP[12] = 2 * x / screenWidth - 1;
-    quad.MVP[13] = 1 - 2 * y / screenHeight;
-    GLFEW_Set3DWorld(quad);
-    GLFEW_SetTexture(quad);
-    GLFEW_DrawVertex(quad, 4);
-}
-
-static void DrawOverlay(const OVERLAY &o, float x, float y)
-{
-    Draw(overlay, o.Texture, x, y, o.Width, o.Height);
+    const auto [fullWidth, fullHeight] = Size();
+    const float zoom = CurrentZoom();
+    const float width = std::max(std::round(fullWidth * zoom), 1.0F);
+    const float height = std::max(std::round(fullHeight * zoom), 1.0F);
+    Canvas_Draw(std::floor((Screen_Width() - width) / 2 + view.X),
+                std::floor((Screen_Height() - height) / 2 + view.Y), width, height, view.Turn,
+                view.Smooth);
 }
 
 void Paint()
 {
+    if (!GLFEW_MustDraw(view.Changed))
+        return;
+    view.Changed = false;
     GLFEW_Clear();
-    const VIEWER_IMAGE &image = Shown();
-    const float zoom = CurrentZoom();
-    const float width = std::max(std::round(static_cast<float>(image.Width) * zoom), 1.0F);
-    const float height = std::max(std::round(static_cast<float>(image.Height) * zoom), 1.0F);
-    const float x = std::floor((static_cast<float>(System_ScreenWidth) - width) / 2 + view.X);
-    const float y = std::floor((static_cast<float>(System_ScreenHeight) - height) / 2 + view.Y);
-    Draw(board, view.ShowThumbnail ? view.Thumbnail : view.Picture, x, y, width, height);
-    if (!view.HideCaption && !view.Paths.empty()) {
-        MakeCaption();
-        DrawOverlay(view.Caption, 0, static_cast<float>(System_ScreenHeight) - view.Caption.Height);
+    if (view.Grid) {
+        Grid_Paint(view.Files);
+    } else if (view.File || view.Files.empty()) {
+        PaintPicture();
+        if (!view.HideCaption && !view.Files.empty())
+            PaintCaption();
+        if (view.ShowDetails && !view.Files.empty())
+            PaintDetails();
     }
-    if (view.ShowHelp)
-        DrawOverlay(view.Help, 20, 20);
+    if (view.ShowHelp || view.HelpEnd != 0)
+        PaintHelp();
 }
 
-// Moves a GIF on to the frame whose time it is.
-static void Play()
+static bool Open(const char *title)
 {
-    const std::vector<double> &ends = view.File.Ends;
-    if (ends.size() < 2 || view.Still)
-        return;
-    const double time = std::fmod(Now() - view.Start, ends.back());
-    uint32_t frame = 0;
-    while (frame + 1 < ends.size() && time >= ends[frame])
-        frame++;
-    if (frame != view.Frame)
-        ShowFrame(frame);
-}
-
-// Goes to another frame, of a GIF that stands still from now on or of a sprite file.
-static void Leaf(int by)
-{
-    const uint32_t count = view.File.Frames;
-    if (count < 2)
-        return;
-    view.Still = true;
-    ShowFrame((view.Frame + count + static_cast<uint32_t>(by)) % count);
-}
-
-// Keeps what lies at (x, y) there, which counts from the window's middle.
-static void ZoomBy(float factor, float x, float y)
-{
-    const float fitting = FittingZoom(), before = CurrentZoom();
-    view.Zoom =
-        std::clamp(before * factor, std::min(1.0F / 64, fitting), std::max(64.0F, 16 * fitting));
-    view.X = x + (view.X - x) * view.Zoom / before;
-    view.Y = y + (view.Y - y) * view.Zoom / before;
-}
-
-static void Wheel()
-{
-    const int32_t steps = System_MouseWheel();
-    if (steps != 0)
-        ZoomBy(std::pow(1.25F, static_cast<float>(steps)),
-               static_cast<float>(System_GetMouseX()) - static_cast<float>(System_ScreenWidth) / 2,
-               static_cast<float>(System_GetMouseY()) -
-                   static_cast<float>(System_ScreenHeight) / 2);
-}
-
-static void Drag()
-{
-    const int32_t x = System_GetMouseX(), y = System_GetMouseY();
-    if (System_MouseDown() == 1) {
-        view.Dragging = true;
-        view.DragX = x;
-        view.DragY = y;
-    }
-    if (view.Dragging) {
-        // Left of the window and above it the mouse counts down from 65,535.
-        view.X += static_cast<int16_t>(x - view.DragX);
-        view.Y += static_cast<int16_t>(y - view.DragY);
-        view.DragX = x;
-        view.DragY = y;
-    }
-    if (System_MouseUp() == 1)
-        view.Dragging = false;
-}
-
-// Goes to another file; when none can be shown any more there is nothing to stay for.
-static void Turn(int by)
-{
-    if (!view.Paths.empty() && !Step(by))
-        Velmorandis_CloseApplication(1);
-}
-
-static void Press(int32_t key)
-{
-    // As GLFW numbers keys: letters and signs by their ASCII codes of a US keyboard.
-    constexpr int32_t escape = 256, right = 262, left = 263, pageUp = 266, pageDown = 267,
-                      zeroPad = 320, minusPad = 333, plusPad = 334;
-    switch (key) {
-    case escape:
-        Velmorandis_CloseApplication(1);
-        break;
-    case right:
-    case ' ':
-        Turn(1);
-        break;
-    case left:
-        Turn(-1);
-        break;
-    case pageDown:
-        Leaf(1);
-        break;
-    case pageUp:
-        Leaf(-1);
-        break;
-    case '=':
-    case plusPad:
-        ZoomBy(1.25F, 0, 0);
-        break;
-    case '-':
-    case minusPad:
-        ZoomBy(0.8F, 0, 0);
-        break;
-    case '0':
-    case zeroPad:
-        Fit();
-        break;
-    case 'T':
-        view.ShowThumbnail = !view.ShowThumbnail && view.Thumbnail != 0;
-        Fit();  // what was in the window's middle may lie beyond the thumbnail
-        break;
-    case 'C':
-        view.HideCaption = !view.HideCaption;
-        break;
-    case 'H':
-        view.ShowHelp = !view.ShowHelp;
-        break;
-    }
-}
-
-void Scene()
-{
-    Press(System_KeyDown());
-    Wheel();
-    Drag();
-    Play();
-}
-
-void Timer() {}
-
-static bool OpenWindow()
-{
-    if (!CreateApplication(0, 0, 1024, 768, "viewer", "", "", 48, 48, 52, 255))
+    view = {};
+    view.Turn = Canvas_TurnOf(1);
+    if (!CreateApplication(0, 0, 1024, 768, title, "", "", 48, 48, 52, 255))
         return false;
-    GLFEW_BlendByAlpha();
-    MakeQuads();
-    view.Help = MakeHelp();
+    Screen_Open();
+    GLFEW_WhenTyped(
+        [](int32_t key) { view.Typed.push_back(key < ' ' || key > 255 ? key : 0); },
+        [](uint32_t c) { view.Typed.push_back(KEY_Character | static_cast<int32_t>(c)); });
     return true;
 }
 
-int Viewer_ShowFiles(const std::vector<std::string> &paths, std::optional<uint32_t> frame)
+int Window_ShowFiles(std::vector<FILES_ENTRY> files, size_t at, const WINDOW_OPTIONS &options)
 {
-    if (!OpenWindow())
+    if (files.empty()) {
+        Report("nothing to show", "the folders hold no pictures");
         return 1;
-    view.Wanted = frame;
-    view.Paths = paths;
-    if (Step(0))
-        ExecuteApplication();
+    }
+    if (!Open("tessview"))
+        return 1;
+    view.Options = options;
+    view.Files = std::move(files);
+    Ahead_Start();
+    if (options.FullScreen)
+        FullScreen();
+    GoTo(at, false, FirstPage());
+    if (options.Grid)
+        EnterGrid();
+    ExecuteApplication();
+    Grid_Leave();
+    Canvas_Set({});
+    GLFEW_HideWindow();
+    view.File.reset();
+    Ahead_Stop();
     DestroyApplication();
-    Viewer_Close();
-    return view.Paths.size() == paths.size() ? 0 : 1;
+    return view.Failed || view.Files.empty() ? 1 : 0;
 }
 
-int Viewer_ShowImage(const VIEWER_IMAGE &image, const std::string &title)
+int Window_ShowSheet(uint8_t set)
 {
-    if (!OpenWindow())
+    if (!Open("tessview"))
         return 1;
-    view.File.Path = title;
-    view.File.Picture = image;
-    ShowFile();
+    view.Sheet = Sheet_Glyphs(set);
+    GLFEW_SetTitle(("character set " + std::to_string(set)).c_str());
+    SetCanvas();
     ExecuteApplication();
     DestroyApplication();
     return 0;

@@ -4,14 +4,25 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "tools/viewer/shown.h"
+#include "tools/viewer/files.h"
 
-/// Shows the files by turns until the user ends it; of each frame `frame` standing still if it is
-/// given. Files without that picture are named on standard error and left out. Returns the exit
-/// status: 1 when a file had no picture or there is no window.
-int Viewer_ShowFiles(const std::vector<std::string> &paths, std::optional<uint32_t> frame);
+struct WINDOW_OPTIONS {
+    std::optional<uint32_t> Frame;  // of every file, standing still
+    double Slideshow = 0;           // seconds a picture; 0: none
+    bool Grid = false;              // begin with the contact sheet
+    bool FullScreen = false;
+};
 
-/// The same for one image that is there already.
-int Viewer_ShowImage(const VIEWER_IMAGE &image, const std::string &title);
+/// The keys and what they do.
+const std::vector<std::pair<std::string, std::string>> &Window_Keys();
+
+/// Shows the files, from number `at` on, until the user ends it. Those without the picture that is
+/// wanted are left out, and if they were named standard error says why. Returns the exit status: 1
+/// when a named file had no picture, nothing could be shown or there is no window.
+int Window_ShowFiles(std::vector<FILES_ENTRY> files, size_t at, const WINDOW_OPTIONS &options);
+
+/// The sheet of a character set, at a whole-number zoom.
+int Window_ShowSheet(uint8_t set);
