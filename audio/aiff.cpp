@@ -153,14 +153,14 @@ static uint32_t RateOf(const std::array<uint8_t, 10> &bytes)
     return bytes[0] < 0x80 && rate < 4294967295.0 ? static_cast<uint32_t>(std::lround(rate)) : 0;
 }
 
-// All chunks of the format's walk, in any order: each starts at an even place.
-static uint32_t FindChunks(AIFF_HEADER &record)
+// The format's walk, over chunks in any order.
+static uint32_t FindChunks(AIFF_HEADER &record, bool padded)
 {
     uint32_t size = 0;
     AIFF_Position = 12;
     AIFF_File.Chunks = 0;
     while (const auto chunk = Sound_GetChunk(AIFF_File, AIFF_Position, Sound_GetBig)) {
-        const uint64_t next = AIFF_Position + chunk->Size + chunk->Size % 2;
+        const uint64_t next = AIFF_Position + chunk->Size + (padded ? chunk->Size % 2 : 0);
         if (chunk->Id == Sound_Id("COMM"))
             ReadCOMM(record, chunk->Size);
         if (chunk->Id == Sound_Id("SSND") && record.DataStart == 0) {
@@ -181,7 +181,9 @@ static uint32_t FindChunks(AIFF_HEADER &record)
 static void ReadFormatHeader(AIFF_HEADER &record)
 {
     record.Channels = 0;
-    const uint32_t size = FindChunks(record);
+    uint32_t size = FindChunks(record, true);
+    if (record.Channels == 0 || record.DataStart == 0)  // some writers forget the padding
+        size = FindChunks(record, false);
     if (record.Channels == 0)
         return Reason_Set("no common chunk");
     record.Frames = FramesOf(record);

@@ -2,12 +2,12 @@
 // (1991).
 //
 // The framework's rules and the format's (Audio_Rules) differ in:
-//   chunks   of odd size are not padded; are. In front of the sound data; in any order
-//   sound    from the data chunk's offset and block size on to the end of the file; from where that
-//            offset says on to the chunk's end
-//   samples  8, 16 and 32 bits, 24 in the file's order, G.711; AIFF-C's raw, sowt, twos, in16,
-//   in24,
-//            in32, fl32 and fl64 too, 1 to 32 bits, up to 32 channels, beyond two mixed to two
+//   padding  odd chunks have none; they have, unless that leads to no sound
+//   order    the sound data ends the walk; chunks come in any order
+//   sound    all after the data chunk's header; from that chunk's offset on to its end
+//   linear   8, 16 and 32 bits, 24 in the file's order; 1 to 32 bits
+//   AIFF-C   raw and G.711; none, twos, sowt, in16, in24, in32, fl32 and fl64, too
+//   channels as they are; more than two mixed to two, up to 32
 //   8 bits   as (128 - b) modulo 256; unsigned
 //   rate     the top of its mantissa; the 80-bit number
 //   lengths  reported as AIFF_Decoding says; what is stored

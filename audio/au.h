@@ -1,8 +1,8 @@
 // Sun and NeXT sound files: a header of big-endian numbers and samples of one of many encodings.
 //
 // The framework's rules and the format's (Audio_Rules) differ in:
-//   encodings  1 to 5 and 27; floating point (6 and 7) too, and up to 32 channels, beyond two mixed
-//              to two
+//   encodings  1 to 5 and 27; floating point (6 and 7), too
+//   channels   as they are; more than two mixed to two, up to 32
 //   end        of the file, and none for encodings 3 and 5; where the header says
 //   8 bits     as (128 - b) modulo 256; unsigned
 //   lengths    reported as AU_Decoding says; what is stored

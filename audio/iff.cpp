@@ -53,12 +53,13 @@ static void ReadFrameworkHeader(IFF_HEADER &record)
 }
 
 // Where the body is, from the format's walk; the size that it says it has.
-static uint32_t FindChunks(IFF_HEADER &record)
+static uint32_t FindChunks(IFF_HEADER &record, bool padded)
 {
     constexpr uint32_t stereo = 6;  // what the channel chunk says
     bool voice = false;
     uint32_t size = 0;
     IFF_Position = 12;
+    IFF_File.Chunks = 0;
     while (const auto chunk = Sound_GetChunk(IFF_File, IFF_Position, Sound_GetBig)) {
         const uint64_t start = IFF_Position;
         if (chunk->Id == Sound_Id("VHDR")) {
@@ -75,7 +76,7 @@ static uint32_t FindChunks(IFF_HEADER &record)
         }
         if (voice && record.DataStart != 0)
             break;
-        IFF_Position = start + chunk->Size + chunk->Size % 2;
+        IFF_Position = start + chunk->Size + (padded ? chunk->Size % 2 : 0);
     }
     return size;
 }
@@ -90,7 +91,9 @@ static void ReadFormatHeader(IFF_HEADER &record)
 {
     constexpr uint32_t header = 2;  // of packed channels: a byte that is not used, the first sample
     record.BitsPerSample = Sound_BigAt(IFF_File, 8, 4) == Sound_Id("8SVX") ? 8 : 16;
-    const uint32_t size = FindChunks(record);
+    uint32_t size = FindChunks(record, true);
+    if (record.DataStart == 0)  // some writers forget the padding
+        size = FindChunks(record, false);
     if (record.DataStart == 0)
         return Reason_Set("no body chunk");
     Sound_CheckCut(IFF_File, record.DataStart, size);

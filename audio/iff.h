@@ -2,7 +2,7 @@
 // "EA IFF 85".
 //
 // The framework's rules and the format's (Audio_Rules) differ in:
-//   chunks    of odd size are not padded; are
+//   padding   odd chunks have none; they have, unless that leads to no sound
 //   end       of the file; of the body
 //   channels  always one; two where the channel chunk says so, one's bytes after the other's
 //   packing   ignored; Fibonacci and exponential delta are decoded

@@ -90,7 +90,7 @@ struct VOC_WALK {
 
 }  // namespace
 
-constexpr uint32_t VOC_MaxBlocks = 65536;
+constexpr uint32_t VOC_MaxBlocks = 4096;
 constexpr size_t VOC_MaxPieces = 65536;
 constexpr uint32_t VOC_Endless = 0xFFFF;  // repeats, which are left to who plays
 
@@ -140,7 +140,7 @@ static bool SetFormat(VOC_HEADER &record, const VOC_FORMAT &format)
 static void AddPiece(VOC_HEADER &record, VOC_PIECE piece)
 {
     if (record.Pieces.size() == VOC_MaxPieces)
-        Reason_Set("more than %zu blocks", VOC_MaxPieces);
+        Reason_Set("more than %zu blocks with repeats", VOC_MaxPieces);
     else if (piece.Start < record.FileSize)
         record.Pieces.push_back(piece);
 }
@@ -210,7 +210,11 @@ static void ReadFormatHeader(VOC_HEADER &record)
 {
     VOC_WALK walk = {record, {}};
     uint64_t position = At(20, 2);
-    for (uint32_t i = 0; i < VOC_MaxBlocks && position < record.FileSize; i++) {
+    for (uint32_t blocks = 0; position < record.FileSize; blocks++) {
+        if (blocks == VOC_MaxBlocks) {
+            Reason_Set("more than %u blocks", VOC_MaxBlocks);
+            break;
+        }
         const uint32_t type = At(position, 1);
         const uint64_t start = position + 4, end = start + At(position + 1, 3);
         if (type == 0 || !ReadBlock(walk, type, start, end))

@@ -3,9 +3,8 @@
 //
 // The framework's rules and the format's (Audio_Rules) differ in:
 //   blocks   the first sound block that the file's start shows is taken for all of the file; each
-//   by
-//            its length: sound, more of it, silence, repeats, markers and texts
-//   rate     of a sound data block, after an extended block too; that block's
+//            by its length: sound, more of it, silence, repeats (endless ones once), markers, texts
+//   rate     the sound data block's after an extended block, too; the extended block's
 //   lengths  reported as VOC_Decoding says; what is stored
 #pragma once
 

@@ -2,14 +2,14 @@
 // Microsoft's "New Multimedia Data Types and Data Techniques" (1994) and WAVEFORMATEXTENSIBLE.
 //
 // The framework's rules and the format's (Audio_Rules) differ in:
-//   files    RIFF; also RIFX, whose numbers and samples are big-endian, and RF64 and BW64 (EBU Tech
-//            3306)
-//   chunks   where the walk finds no format or sound data chunk, the fields are taken from where a
-//            file without extra chunks has them; a reason, and no sound
-//   linear   8, 16, 24 and 32 bits; integers in containers of 1 to 8 bytes, floating point of 4 and
-//            8, up to 32 channels, beyond two mixed to two
-//   ADPCM    IMA's first samples are not output, Microsoft's predictions are truncated; all that a
-//            block has, a short last one too, and predictions rounded down
+//   kinds    RIFF; RIFX (big-endian), RF64 and BW64 (EBU Tech 3306), too
+//   chunks   what the walk does not find is taken from where a file without extra chunks has it; a
+//            reason, and no sound
+//   linear   8, 16, 24 and 32 bits; integers in 1 to 8 bytes, floating point in 4 and 8
+//   channels as they are; more than two mixed to two, up to 32
+//   IMA      a block's first samples are not output; they are
+//   ADPCM    Microsoft's predictions are truncated; rounded down. Whole blocks; a short last one
+//            too
 //   lengths  reported as WAV_Decoding says; what is stored
 #pragma once
 

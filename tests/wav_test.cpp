@@ -1,5 +1,6 @@
 #include <numeric>
 
+#include "audio/audio_module.h"
 #include "audio/g711.h"
 #include "tests/sound_files.h"
 
@@ -287,6 +288,14 @@ TEST(Wav, FormatRules)
     };
     for (const FORMAT_ROW &row : rows)
         CheckFormat(row);
+
+    for (const char *kind : {"RIFX", "RF64", "BW64"}) {
+        BYTES other = rf64;
+        std::copy_n(kind, 4, other.begin());
+        EXPECT_NE(Audio_CheckBytes(other), AUDIO_WAV) << kind;
+        const FORMAT_RULES rules;
+        EXPECT_EQ(Audio_CheckBytes(other), AUDIO_WAV) << kind;
+    }
 
     // A block that unpacks to more than a buffer.
     const FORMAT_RULES rules;
