@@ -266,18 +266,32 @@ class OnTerminal(Stage):
         self.wait_for("sound", lambda: not self.silent())
         heard = bytes(self.heard).replace(bytes(4), b"")
         self.assertTrue((NOISE * (len(heard) // len(NOISE) + 1)).startswith(heard), "the pause is heard")
-        self.press(b"\x1b[C")
+        self.press(b">")
         self.wait_for_line("tessplay: absent: No such file or directory")
         self.wait_for_line("A song (2 of 2)")
-        self.press(b"\x1b")
-        time.sleep(0.1)
-        self.press(b"[D")
+        self.press(b"<")
         self.wait_for_line("stereo.wav (1 of 2)")
-        self.press(b"\x1b[B\x1bOA\x1bOQ")  # there and back; the last is F2, not Q
+        self.press(b"n<\x1bOQ")  # there and back; the last is F2, not Q
         self.wait_for_line("A song (2 of 2)")
         self.wait_for_line("stereo.wav (1 of 2)")
         self.press(b"xq")
         self.assertEqual(self.end(), 1)  # for the file that is absent
+
+    def test_seeking_and_volume(self):
+        self.write("long.wav", wav(bytes(44100 * 4 * 180)))
+        self.start("long.wav")
+        self.wait_for_line(" / 3:00 [")
+        self.press(b" ")
+        self.wait_for_line("paused: long.wav")
+        for keys, shown in ((b"0", "0:00 "), (b"\x1b[A", "1:00 "), (b"\x1b[C", "1:05 "), (b"5", "1:30 "), (b"\x1b", ""), (b"[D", "1:25 "),
+                            (b"\x1bOB", "0:25 "), (b"\x1b[6~", "0:00 "), (b"9", "2:42 "), (b"\x1b[H", "0:00 "),
+                            (b"--", "] paused: 90%: long.wav"), (b"m", "] paused: muted: long.wav"),
+                            (b"m+", "] paused: 95%: long.wav"), (b"?", "? shows this")):
+            self.press(keys)
+            self.wait_for_line(shown)
+            time.sleep(0.1 if shown == "" else 0)
+        self.press(b"9 \x1b[5~")  # beyond the end
+        self.assertEqual(self.end(), 0)
 
     def test_signals(self):
         self.start("--loop", "0", "stereo.wav")

@@ -373,6 +373,37 @@ size_t Player_Take(const PLAYER_SOUND &sound, uint32_t &passes, std::span<uint8_
     return done;
 }
 
+void Player_Seek(const PLAYER_SOUND &sound, double seconds)
+{
+    const uint32_t frame = Player_FrameBytes(sound);
+    const uint64_t target = static_cast<uint64_t>(std::max(seconds, 0.0) * sound.Hz) * frame;
+    AudioTrack &track = *sound.Track;
+    if (target < track.Taken) {
+        Player_Start(sound);
+        Audio_Take(&track, nullptr, 0);  // which begins the pass
+    }
+    std::vector<uint8_t> dropped(Audio_Capacity / frame * frame);
+    while (track.Taken < target && !track.Ended)
+        Audio_Take(&track, dropped.data(),
+                   std::min<uint64_t>(dropped.size(), target - track.Taken));
+}
+
+void Player_Scale(std::span<uint8_t> samples, uint32_t bits, double gain)
+{
+    const auto factor = static_cast<int64_t>(gain * 65536);
+    const uint32_t bytes = bits / 8;
+    const uint32_t middle = bits == 8 ? 128 : 0;
+    for (size_t i = 0; i + bytes <= samples.size(); i += bytes) {
+        uint32_t sample = 0;
+        for (uint32_t k = 0; k < bytes; k++)
+            sample |= uint32_t{samples[i + k]} << (8 * k);
+        const auto value = static_cast<int32_t>((sample - middle) << (32 - bits)) >> (32 - bits);
+        sample = static_cast<uint32_t>(value * factor >> 16) + middle;
+        for (uint32_t k = 0; k < bytes; k++)
+            samples[i + k] = static_cast<uint8_t>(sample >> (8 * k));
+    }
+}
+
 double Player_Seconds(const PLAYER_SOUND &sound)
 {
     const double bytes = 1.0 * Player_FrameBytes(sound) * sound.Hz;
