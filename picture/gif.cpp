@@ -454,7 +454,7 @@ void GIF_Load(const char *path)
     GIF_Frames = {};
     GIF_Loaded.reset();
     Reason_Guard([path] {
-        GIF_Loaded = std::make_unique<GIF_OWNER>();
+        GIF_Loaded = std::make_unique_for_overwrite<GIF_OWNER>();  // the header comes later
         if (Picture_Rules == PICTURE_RULES_FORMAT)
             GIF_Loaded->FirstOwned = SIZE_MAX;
         GIF_File = Bytes_LoadFile(path);

@@ -226,8 +226,10 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
 
 // Canonical codes of RFC 1951, 3.2.2, from the symbols' lengths. False when there are more codes
 // than their lengths can tell apart. Bits that lead to no code give Inflate_EntryNone.
-static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8_t> lengths,
-                                       std::span<const uint32_t> meaning, uint32_t rootBits)
+[[gnu::noinline]] static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table,
+                                                         std::span<const uint8_t> lengths,
+                                                         std::span<const uint32_t> meaning,
+                                                         uint32_t rootBits)
 {
     std::array<uint16_t, PNG_MaxCodeBits + 1> counts{}, starts{};
     for (const uint8_t length : lengths)
@@ -288,7 +290,8 @@ static void MakeTriples(const PNG_HUFFMAN &table)
     // What any `width` bits hold, as triples: nothing, one literal at most, or two. Each table
     // begins at its size. A literal's code in front turns one table into entries of the next.
     using TRIPLES = std::array<uint32_t, 1 << Inflate_LiteralRoot>;
-    static constexpr TRIPLES nothing{};
+    // "nothing" is written by nobody; a constant would lie in the program's file.
+    static constinit TRIPLES nothing{};
     static constinit thread_local TRIPLES onesOf{}, twosOf{};
     TRIPLES &ones = Extra_Local(onesOf), &twos = Extra_Local(twosOf);
     std::array<PNG_CODE, 256> literals;
@@ -323,7 +326,9 @@ static void MakeTriples(const PNG_HUFFMAN &table)
     put(triples.data(), twos, Inflate_LiteralRoot);
 }
 
-static bool MakeTables(std::span<const uint8_t> literals, std::span<const uint8_t> distances)
+// Once, for both kinds of block: what the compiler would copy into them is large.
+[[gnu::noinline]] static bool MakeTables(std::span<const uint8_t> literals,
+                                         std::span<const uint8_t> distances)
 {
     PNG_HUFFMAN &table = Extra_Local(PNG_LiteralTable);
     if (!PNG_MakeHuffmanFromLengths(table, literals, PNG_LiteralMeaning, Inflate_LiteralRoot) ||

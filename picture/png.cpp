@@ -90,7 +90,7 @@ static uint32_t PNG_GetDWord()
     return Bytes_GetBig(PNG_File, PNG_Position, 4);
 }
 
-static void PNG_ReadIHDR()
+[[gnu::cold]] static void PNG_ReadIHDR()
 {
     PNG_HEADER &h = PNG_Header;
     h.IHDRWidth = PNG_GetDWord();
@@ -108,7 +108,7 @@ static void PNG_ReadIHDR()
     h.Interlace = PNG_GetByte();
 }
 
-static void PNG_ReadPLTE(size_t length)
+[[gnu::cold]] static void PNG_ReadPLTE(size_t length)
 {
     PNG_HEADER &h = Extra_Local(PNG_Header);
     const size_t count = std::min<size_t>(length / 3, 256);
@@ -121,7 +121,7 @@ static void PNG_ReadPLTE(size_t length)
     }
 }
 
-static void PNG_ReadBKGD()
+[[gnu::cold]] static void PNG_ReadBKGD()
 {
     PNG_HEADER &h = PNG_Header;
     if (h.ColorType == 3) {
@@ -135,7 +135,7 @@ static void PNG_ReadBKGD()
     }
 }
 
-static void PNG_ReadTRNS(size_t length)
+[[gnu::cold]] static void PNG_ReadTRNS(size_t length)
 {
     PNG_HEADER &h = PNG_Header;
     h.HasKey = KeyCounts() && (h.ColorType == 0 || h.ColorType == 2);
@@ -151,14 +151,14 @@ static void PNG_ReadTRNS(size_t length)
     }
 }
 
-static void PNG_ReadPHYS()
+[[gnu::cold]] static void PNG_ReadPHYS()
 {
     PNG_Header.PixelsPerUnitX = PNG_GetDWord();
     PNG_Header.PixelsPerUnitY = PNG_GetDWord();
     PNG_Header.Unit = PNG_GetByte();
 }
 
-static void PNG_ReadTIME()
+[[gnu::cold]] static void PNG_ReadTIME()
 {
     PNG_HEADER &h = PNG_Header;
     h.Year = PNG_GetWord();
@@ -183,7 +183,7 @@ static void PNG_GetText(std::array<char, Size> &out, size_t end)
     }
 }
 
-static void PNG_ReadTEXT(size_t end)
+[[gnu::cold]] static void PNG_ReadTEXT(size_t end)
 {
     PNG_HEADER &h = PNG_Header;
     if (h.TextCount >= h.Texts.size())
@@ -193,7 +193,7 @@ static void PNG_ReadTEXT(size_t end)
     PNG_GetText(text.Text, end);
 }
 
-static void PNG_ReadITXT(size_t end)
+[[gnu::cold]] static void PNG_ReadITXT(size_t end)
 {
     PNG_HEADER &h = PNG_Header;
     if (h.InternationalTextCount >= h.InternationalTexts.size())

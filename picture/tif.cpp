@@ -10,7 +10,7 @@
 #include "extra/reason.h"
 #include "picture/pixels.h"
 #include "picture/tif_colour.h"
-#include "picture/tif_directory.h"
+#include "picture/tif_kinds.h"
 #include "picture/tif_packing.h"
 
 // How many times over a file's strips may take its bytes. JPEG streams cost more, and bring tables
@@ -198,14 +198,16 @@ static bool IsPossible()
         used += size + (size != 0 && tables > TIF_FreeTables ? tables : 0);
     }
     const uint64_t file = TIF_File.size(), pixels = uint64_t{h.Width} * h.Height;
-    const uint64_t perByte =
-        std::max<uint64_t>(uint64_t{Packing()->Ratio} * 8 / (h.Samples * h.BitsPerSample), 1);
+    const uint64_t bytes = pixels * h.Samples * h.BitsPerSample / 8;
+    const uint64_t held = std::min(stored, file) * Packing()->Ratio;
     const uint64_t overlap = h.Compression == TIF_JPEG ? TIF_MaxOverlapOfJPEG : TIF_MaxOverlap;
     const uint64_t chunk =
         h.Compression == TIF_Plain ? 0 : strips.Grid.BytesOf(0) * strips.Grid.Planes;
     return Demand(stored != 0, "no pixels stored") &&
            Demand(used <= overlap * file, "strips that overlap") &&
-           Picture_Believes(h.Width, h.Height, std::min(stored, file), perByte) &&
+           Picture_Believes(h.Width, h.Height, UINT64_MAX, 1) &&  // a pixel may take several bytes
+           Demand(bytes / Picture_MinShare <= held, "%zu bytes cannot hold %u x %u pixels",
+                  TIF_File.size(), h.Width, h.Height) &&
            Demand(chunk <= Picture_MaxBytes, "strips of more than %zu MiB",
                   Picture_MaxBytes >> 20) &&
            Demand(pixels * 4 + chunk <= MaxMemory(), "%u x %u pixels out of a file of %zu bytes",

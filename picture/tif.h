@@ -15,86 +15,20 @@
 //   strips' bytes   as stated                                   0 stands for the rest of the file
 //   tiles           no                                          yes
 //   compressions    none, PackBits, LZW, Deflate                also CCITT, JPEG and old-style LZW
-//   associated      divided out of the colours                  left as stored, as other decoders
-//   do alpha page            the first                                   TIF_Page
+//   short palette   black where it ends                         its indexes are greys
+//   extra sample    alpha if said to be, or if nothing is;      alpha
+//                   never in palettes
+//   alpha that is   divided out of the colours                  colours stay as stored, which other
+//   multiplied in                                               decoders do, too
+//   page            the first                                   TIF_Page
 //
 // Left out under both: floating point, more than 16 bits, and what the tables of compressions and
 // colours name without a way to read it.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
-#include <vector>
 
-#include "extra/bytes.h"
-
-struct TIF_ENTRY {
-    uint16_t Tag;
-    uint16_t Type;      // 1 byte, 2 text, 3 word, 4 double word, 5 fraction
-    uint64_t Count;     // values
-    uint64_t ByteSize;  // of all of them; 0 for another type
-    uint64_t Value;     // itself when it takes up to 4 bytes (8), or where the values are
-    size_t Position;    // of the values in the file
-};
-
-struct TIF_IFD {
-    std::vector<TIF_ENTRY> Entries;
-    uint64_t Next;  // offset of the next one; 0: none
-};
-
-enum TIF_PHOTOMETRIC : uint16_t {
-    TIF_WhiteIs0,
-    TIF_BlackIs0,
-    TIF_RGB,
-    TIF_Palette,
-    TIF_Mask,
-    TIF_CMYK,
-    TIF_YCbCr,
-};
-
-struct TIF_HEADER {
-    uint16_t Width, Height;  // pixels; 0 when they pass 16 bits
-    uint8_t BitsPerSample;
-    std::array<uint16_t, 3> SampleBits;  // when given as a list
-    uint16_t Compression;                // as picture/tif_packing.h numbers them
-    uint32_t OutputSize;                 // bytes: Width x Height x 4
-    uint8_t ByteOrder;                   // 'I' lowest byte first, 'M' highest
-    uint16_t Magic;                      // 42; 43: BigTIFF
-    std::array<char, 128> DocumentName;  // ends with a 0
-    std::array<TIF_IFD, 4> Directories;  // from the page's own on
-    uint64_t NextDirectory;              // offset of the one after those; 0: none
-    uint8_t DirectoryCount;              // read
-    uint32_t DataPosition;               // of the first strip or tile
-    uint16_t Photometric;                // TIF_PHOTOMETRIC
-    uint16_t Samples;                    // a pixel
-    uint16_t Alpha;                      // after the colours: 0 none, 1 multiplied in, 2 plain
-    bool Planar;                         // each sample has its own strips
-    uint16_t FillOrder;                  // 2: the bytes' bits are the other way round
-    uint16_t Predictor;                  // 2: differences from the left neighbour
-    uint32_t RowsPerStrip;               // or of a tile
-    uint8_t Rules;                       // PICTURE_RULES that it was read by
-    uint32_t TileWidth;                  // of a strip or tile, in pixels
-    bool Tiled;
-    uint16_t Orientation;  // where row 0 and column 0 are, 1 (top left) to 8; not applied
-    uint32_t FaxOptions;   // of Group 3: bit 0, two dimensions
-    std::array<uint8_t, 2> Subsampling;  // of YCbCr: pixels a chroma sample, across and down
-};
-
-/// The file being decoded, one at a time. The header stays after TIF_UnLoad.
-extern constinit thread_local TIF_HEADER TIF_Header;
-extern constinit thread_local BYTES_BUFFER TIF_File;
-extern constinit thread_local size_t TIF_Position;  // next byte to read; beyond the size: cut short
-
-/// Which page TIF_Load reads under the format's rules, from 0 on; and how many the file had that
-/// was loaded last, at most TIF_MaxPages.
-extern constinit thread_local uint32_t TIF_Page, TIF_PageCount;
-constexpr uint32_t TIF_MaxPages = 65535;
-
-/// Numbers at TIF_Position in the file's byte order; what is past the end reads as 0.
-uint8_t TIF_GetByte();
-uint16_t TIF_GetWord();
-uint32_t TIF_GetDWord();
+#include "picture/tif_directory.h"
 
 /// Reads a file and its directories by the rules of Picture_Rules. TIF_File stays empty, with a
 /// reason, when the file cannot be read, when it is none of the above, when its size is 0 or passes

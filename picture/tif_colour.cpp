@@ -7,31 +7,8 @@
 
 #include "extra/lanes.h"
 #include "picture/pixels.h"
-#include "picture/tif.h"
-
-static constexpr std::array<TIF_COLOURS, 12> colours = {{
-    {TIF_WhiteIs0, "grey", 1, true},
-    {TIF_BlackIs0, "grey", 1, true},
-    {TIF_RGB, "RGB", 3, true},
-    {TIF_Palette, "palette", 1, true},
-    {TIF_Mask, "transparency mask", 1, false},
-    {TIF_CMYK, "CMYK", 4, false},
-    {TIF_YCbCr, "YCbCr", 3, false},
-    {8, "CIE L*a*b*", 0, false},
-    {9, "ICC L*a*b*", 0, false},
-    {10, "ITU L*a*b*", 0, false},
-    {32803, "colour filter array", 0, false},
-    {32844, "LogLuv", 0, false},
-}};
-
-const TIF_COLOURS *TIF_FindColours(uint16_t photometric)
-{
-    const auto found =
-        std::find_if(colours.begin(), colours.end(), [photometric](const TIF_COLOURS &row) {
-            return row.Photometric == photometric;
-        });
-    return found != colours.end() ? &*found : nullptr;
-}
+#include "picture/tif_directory.h"
+#include "picture/tif_kinds.h"
 
 // A sample of `bits` as one of 8; those of palettes stay as they are.
 static uint8_t To8Bits(uint32_t sample, unsigned bits, bool isIndex)

@@ -8,17 +8,6 @@
 #include <span>
 #include <vector>
 
-/// A photometric interpretation, and how many samples are its colour; 0: nobody reads it.
-struct TIF_COLOURS {
-    uint16_t Photometric;
-    const char *Name;
-    uint8_t Samples;
-    bool Framework;  // read under the framework's rules, too
-};
-
-/// The row of a number; null for one that is not known.
-const TIF_COLOURS *TIF_FindColours(uint16_t photometric);
-
 /// What YCbCr is made of: the shares of red, green and blue in Y, and the stored values of black
 /// and white, for Y, of none and most for Cb and Cr.
 struct TIF_YCBCR {

@@ -5,9 +5,7 @@
 
 #include "extra/reason.h"
 #include "picture/pixels.h"
-#include "picture/tif.h"
-#include "picture/tif_colour.h"
-#include "picture/tif_packing.h"
+#include "picture/tif_kinds.h"
 
 constinit thread_local TIF_HEADER TIF_Header{};
 constinit thread_local BYTES_BUFFER TIF_File{};
@@ -219,7 +217,20 @@ static uint16_t FrameworkSamples()
     return TIF_GetTag(TIF_Photometric, TIF_RGB) != TIF_RGB ? 1 : 3;
 }
 
-// What files leave out, and which sample after the colours is alpha.
+// Framework: a sample after the colours is alpha as it is stated, or where nothing is stated.
+static uint16_t FrameworkAlpha()
+{
+    return TIF_Header.Photometric != TIF_Palette ? TIF_GetTag(TIF_ExtraSamples, 2) : uint16_t{0};
+}
+
+// Format: it is alpha in any case, as other decoders have it, even where it is stated to be of no
+// kind.
+static uint16_t FormatAlpha()
+{
+    return TIF_GetTag(TIF_ExtraSamples, 2) == 1 ? 1 : 2;
+}
+
+// What files leave out.
 static void ReadSamples()
 {
     TIF_HEADER &h = TIF_Header;
@@ -234,10 +245,8 @@ static void ReadSamples()
     h.Photometric = TIF_GetTag(TIF_Photometric, h.Samples >= 3 ? TIF_RGB
                                                 : fax          ? TIF_WhiteIs0
                                                                : TIF_BlackIs0);
-    const bool extra = h.Samples > ColourSamples();
-    h.Alpha = extra && h.Photometric != TIF_Palette ? TIF_GetTag(TIF_ExtraSamples, 2) : uint16_t{0};
-    if (h.Alpha > 2)
-        h.Alpha = 0;
+    if (h.Samples > ColourSamples())
+        h.Alpha = TIF_ByFormat() ? FormatAlpha() : FrameworkAlpha();
 }
 
 // Strips are tiles as wide as the picture.

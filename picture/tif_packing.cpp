@@ -12,41 +12,8 @@
 #include "picture/jpg.h"
 #include "picture/packbits.h"
 #include "picture/pixels.h"
-#include "picture/tif.h"
-
-static constexpr std::array<TIF_PACKING, 22> packings = {{
-    {TIF_Plain, "no", 1, true, false, false},
-    {TIF_Huffman, "CCITT modified Huffman", 256, false, false, true},
-    {TIF_Group3, "CCITT Group 3", 16384, false, false, true},
-    {TIF_Group4, "CCITT Group 4", 65535, false, false, true},
-    {TIF_LZW, "LZW", 4096 * 8 / 12, true, true, false},
-    {6, "old-style JPEG", 0, false, false, false},
-    {TIF_JPEG, "JPEG", 512, false, false, false},
-    {TIF_Deflate, "Deflate", 1032, true, true, false},
-    {9, "JBIG", 0, false, false, false},
-    {10, "JBIG", 0, false, false, false},
-    {32766, "NeXT", 0, false, false, false},
-    {TIF_HuffmanWords, "CCITT modified Huffman", 256, false, false, true},
-    {TIF_PackBits, "PackBits", 64, true, false, false},
-    {32809, "ThunderScan", 0, false, false, false},
-    {TIF_OldDeflate, "Deflate", 1032, true, true, false},
-    {34661, "JBIG", 0, false, false, false},
-    {34676, "LogLuv", 0, false, false, false},
-    {34677, "LogLuv", 0, false, false, false},
-    {34712, "JPEG 2000", 0, false, false, false},
-    {34925, "LZMA", 0, false, false, false},
-    {50000, "zstd", 0, false, false, false},
-    {50001, "WebP", 0, false, false, false},
-}};
-
-const TIF_PACKING *TIF_FindPacking(uint16_t compression)
-{
-    const auto found =
-        std::find_if(packings.begin(), packings.end(), [compression](const TIF_PACKING &packing) {
-            return packing.Compression == compression;
-        });
-    return found != packings.end() ? &*found : nullptr;
-}
+#include "picture/tif_directory.h"
+#include "picture/tif_kinds.h"
 
 // LZW codes (TIFF 6.0, section 13).
 constexpr uint32_t LZW_Clear = 256, LZW_End = 257, LZW_First = 258, LZW_MaxCodes = 4096;

@@ -8,33 +8,6 @@
 
 #include "extra/bytes.h"
 
-enum TIF_COMPRESSION : uint16_t {
-    TIF_Plain = 1,
-    TIF_Huffman = 2,
-    TIF_Group3 = 3,
-    TIF_Group4 = 4,
-    TIF_LZW = 5,
-    TIF_JPEG = 7,
-    TIF_Deflate = 8,
-    TIF_OldDeflate = 32946,
-    TIF_HuffmanWords = 32771,
-    TIF_PackBits = 32773,
-};
-
-/// A compression, and who reads it. `Ratio`: bytes of samples that one stored byte can stand for; 0
-/// where nobody reads it.
-struct TIF_PACKING {
-    uint16_t Compression;
-    const char *Name;
-    uint16_t Ratio;
-    bool Framework;  // read under the framework's rules, too
-    bool Predictor;  // may be combined with it
-    bool Fax;        // of bilevel pictures
-};
-
-/// The row of a number; null for one that is not known.
-const TIF_PACKING *TIF_FindPacking(uint16_t compression);
-
 /// What strips are brought into, to be used for one after the other.
 struct TIF_BUFFERS {
     BYTES_BUFFER Mirrored, Expanded;

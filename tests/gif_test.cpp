@@ -242,7 +242,7 @@ TEST(GIF, ScreensByTheFormatsRules)
          "1111 5678, 19A1 5BC8, 1111 5678, 1111 567F"},
         {"a screen without a size", Screen(0, 5) + Frame(0, 0, 2, 1, {1, 2}), "12"},
         {"an empty comment", screen + BYTES{'!', 254, 0} + full, "1111 5678"},
-        {"extensions of any size", screen + BYTES{'!', 1, 2, 'a', ',', 1, ',', 0} + full,
+        {"extensions of any size", screen + BYTES{'!', 1, 0, '!', 1, 2, 'a', ',', 1, ',', 0} + full,
          "1111 5678"},
     };
     for (const auto &r : rows)

@@ -211,7 +211,7 @@ TEST(PNG, RulesOfTheStandard)
         BYTES file, pixels;
     } rows[] = {
         {"a grey key",
-         File(2, 1, 8, 0, key({1, 9}) + image({{0, 9, 8}})),
+         File(2, 1, 8, 0, key({2, 9}) + image({{0, 9, 8}})),
          {9, 9, 9, 0, 8, 8, 8, 255}},
         {"of 2 bits",
          File(3, 1, 2, 0, key({0, 2}) + image({{0, 0x24}})),

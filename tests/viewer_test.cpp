@@ -183,7 +183,8 @@ TEST(Viewer, WhatIsWrittenIsReadBack)
                 uint32_t noise = 1;
                 for (size_t i = 0; i < image.Pixels.size(); i++) {
                     noise = noise * 1664525 + 1013904223;  // a share of it, so that filters differ
-                    const size_t x = i / 4 % width, y = i / 4 / width, c = kind % 2 == 0 ? 0 : i % 4;
+                    const size_t x = i / 4 % width, y = i / 4 / width,
+                                 c = kind % 2 == 0 ? 0 : i % 4;
                     const size_t value = i % 4 == 3 ? (kind < 2 ? 255 : x + 1)
                                                     : x * (c + 1) + y * 3 + (y % 7 == 0) * noise;
                     image.Pixels[i] = static_cast<uint8_t>(value >> (y % 3 == 2));

@@ -1,5 +1,6 @@
 """The real viewer: viewer_test.py VIEWER DATA"""
 
+import json
 import os
 import struct
 import subprocess
@@ -68,7 +69,7 @@ class Viewer(unittest.TestCase):
             changed("jpg/3x2.jpg", 20, b"\xff\xee\0\x03\x01"): ["JPEG, 33x27, 24 bits a pixel\n"],
             # The picture's facts, not the thumbnail's; a comment that would steer the terminal in two ways.
             changed("jpg/grey.jpg", 20, segment(0xE1, exif(photograph[:20] + segment(0xFE, b"thumb?") + photograph[20:])) +
-                    segment(0xFE, b"A\xc2\x9bB\x9bC\xc3\x9b?")):
+                    segment(0xFE, b"A\xc2\x9bB C\xc3\x9b?")):
                 ["  comment: A B CÛ\n", "  latitude: 1.500000 S\n", "  longitude: 2.250000 W\n", "  thumbnail: 33x27\n"],
             "png/ct1n0g04.png": ["PNG, 32x32, 4 bits a pixel\n", "  Title: PngSuite\n", "  colour: Grayscale\n"],
             "jpg/progressive_420.jpg": ["JPEG, 33x27, 24 bits a pixel\n", "  identifier: JFIF\n"],
@@ -80,6 +81,35 @@ class Viewer(unittest.TestCase):
             self.assertEqual((status, errors), (0, ""))
             for line in lines:
                 self.assertIn(line, printed)
+
+    def test_json(self):
+        with open(os.path.join(DATA, "png/ct1n0g04.png"), "rb") as file:
+            whole = file.read()
+        # A name that would steer the terminal and is no UTF-8; a cut file; a photograph; no picture.
+        names = [self.file("a\x1b[2J\udc9b.png", whole), self.file("cut.png", whole[:-200]),
+                 self.file("p.jpg", self.photograph()), self.file("no.txt", b"no picture")]
+        status, printed, errors = self.run_viewer("--info", "--json", *names)
+        steering, cut, photograph, none = map(json.loads, printed.splitlines())
+        self.assertEqual(status, 1)
+        self.assertNotIn("\x1b", printed + errors)
+        self.assertTrue(steering["path"].endswith("/a\x1b[2J\ufffd.png"))
+        self.assertEqual((steering["format"], steering["width"], steering["depth"], steering["truncated"]),
+                         ("PNG", 32, 4, False))
+        self.assertIn({"name": "Title", "text": "PngSuite"}, steering["texts"])
+        self.assertTrue(cut["truncated"] and cut["reason"])
+        self.assertEqual(photograph["orientation"], 6)
+        self.assertEqual(photograph["exif"], {"date": "2026:01:31 12:30:00", "exposure": "1/250 s, f/2.8, ISO 200"})
+        self.assertEqual(set(none), {"path", "reason"})
+
+    def photograph(self):
+        """A JPEG file of 33 by 27 pixels with big-endian Exif data: to be turned right, and how it was taken."""
+        with open(os.path.join(DATA, "jpg/3x2.jpg"), "rb") as file:
+            content = file.read()
+        entries = [(274, 3, 1, 6 << 16), (306, 2, 20, 74), (33434, 5, 1, 94), (33437, 5, 1, 102), (34855, 3, 1, 200 << 16)]
+        tiff = b"MM\0*\0\0\0\x08" + struct.pack(">H", len(entries)) + \
+            b"".join(struct.pack(">HHII", *entry) for entry in entries) + struct.pack(">I", 0)
+        tiff += b"2026:01:31 12:30:00\0" + struct.pack(">4I", 1, 250, 28, 10)
+        return content[:20] + segment(0xE1, b"Exif\0\0" + tiff) + content[20:]
 
     def test_convert(self):
         picture = self.file("in.ppm", ppm(2, 1, RED + b"\x10\x20\x30"))
@@ -105,6 +135,50 @@ class Viewer(unittest.TestCase):
                          (0, "", f"tessview: {out}: it has the first 8 of 15 columns, a multiple of 8\n"))
         self.assertIn("HAM, 8x1", self.run_viewer("--info", out)[1])
 
+    def test_converting_many(self):
+        first, second = self.file("x.ppm", ppm(1, 1, RED)), self.file("x.pgm", b"P5 1 1 255 \x80")
+        sprites = self.file("in.spr", b"SPRITES\x0b\x01\x01" + bytes(range(33)))
+        folder = self.file("out")
+        os.mkdir(folder)
+        status, _, errors = self.run_viewer("--convert", first, "absent", second, sprites, folder, "--to", "bmp")
+        self.assertEqual((status, errors.count("\n")), (1, 1))
+        self.assertEqual(sorted(os.listdir(folder)), ["in.bmp", "x.bmp", "x.pgm.bmp"])
+        out = self.file("all.png")
+        self.assertEqual(self.run_viewer("--convert", "--frame", "all", sprites, out), (0, "", ""))
+        for n in (0, 3, 10):
+            pam = self.file("frame.pam")
+            self.assertEqual(self.run_viewer("--convert", self.file(f"all-{n:02}.png"), pam), (0, "", ""))
+            with open(pam, "rb") as file:
+                self.assertTrue(file.read().endswith(bytes([3 * n + 2, 3 * n + 1, 3 * n, 255])))
+
+    def test_files_are_replaced_whole(self):
+        photograph = self.file("p.jpg", self.photograph())
+        pam = self.file("p.pam")
+        self.assertEqual(self.run_viewer("--convert", "--upright", photograph, pam), (0, "", ""))
+        with open(pam, "rb") as file:
+            before = file.read()
+        self.assertIn(b"WIDTH 27\nHEIGHT 33\n", before)
+        full = subprocess.run(["sh", "-c", 'trap "" XFSZ; ulimit -f 2; "$0" --convert "$1" "$2"', VIEWER, photograph, pam],
+                              capture_output=True, text=True)
+        self.assertEqual((full.returncode, full.stderr), (1, f"tessview: {pam}: File too large\n"))
+        self.assertEqual(self.run_viewer("--convert", pam, pam), (0, "", ""))  # onto itself
+        with open(pam, "rb") as file:
+            self.assertEqual(file.read(), before)
+        self.assertEqual(sorted(os.listdir(self.folder.name)), ["p.jpg", "p.pam"])
+
+    def test_standard_input(self):
+        out = self.file("x.pam")
+        run = subprocess.run([VIEWER, "--convert", "-", out], input=ppm(1, 1, RED), capture_output=True)
+        self.assertEqual((run.returncode, run.stderr), (0, b""))
+        os.mkdir(self.file("f"))
+        os.mkdir(self.file("f/inner"))
+        for name in ("f/b10.ppm", "f/b9.ppm", "f/inner/c.ppm"):
+            self.file(name, ppm(1, 1, RED))
+        self.file("f/notes.txt", b"no picture")
+        run = subprocess.run([VIEWER, "--info", "-r", "-f", out], input=self.file("f\n").encode(), capture_output=True)
+        found = [line.split(b": ")[0].decode() for line in run.stdout.splitlines()]
+        self.assertEqual(found, [out] + [self.file(name) for name in ("f/b9.ppm", "f/b10.ppm", "f/inner/c.ppm")])
+
     def test_failures(self):
         picture = self.file("in.ppm", ppm(1, 1, RED))
         text = self.file("text", b"no picture")
@@ -114,22 +188,26 @@ class Viewer(unittest.TestCase):
         os.mkfifo(outlet)
         sprites = self.file("cut.spr", b"SPRITES\x03\x01\x01" + b"\x01\x02\x03" * 2)  # the third is missing
         rows = [
-            (["--info", "absent", picture], 1, "tessview: absent: No such file or directory\n"),
-            (["--info", self.folder.name], 1, "Is a directory\n"),
-            (["--info", self.file("empty", b"")], 1, "it is empty\n"),
-            (["--info", pipe], 1, f"tessview: {pipe}: it is not a regular file\n"),
-            (["--convert", pipe, self.file("x.pam")], 1, f"tessview: {pipe}: it is not a regular file\n"),
+            (["--info", "absent", picture], 1, "tessview: absent: cannot be opened: No such file or directory\n"),
+            (["--info", self.folder.name + "/none"], 1, "No such file or directory\n"),
+            (["--info", self.file("empty", b"")], 1, "\n"),
+            (["--info", pipe], 1, "\n"),
+            (["--convert", pipe, self.file("x.pam")], 1, "\n"),
             (["--convert", picture, outlet], 1, f"tessview: {outlet}: it is not a regular file\n"),
-            (["--info", text], 1, f"tessview: {text}: its format is not known\n"),
-            (["--info", cut], 1, "though it begins like PNG\n"),
-            (["--convert", text, self.file("x.pam")], 1, "its format is not known\n"),
+            (["--info", text], 1, f"tessview: {text}: not a picture of a known format\n"),
+            (["--info", cut], 1, "\n"),
+            (["--convert", text, self.file("x.pam")], 1, "not a picture of a known format\n"),
             (["--convert", picture, "/absent/x.pam"], 1, "tessview: /absent/x.pam: No such file or directory\n"),
-            (["--convert", "--frame", "1", picture, self.file("x.pam")], 1, "it has 1 frames, counted from 0\n"),
+            (["--convert", "--frame", "1", picture, self.file("x.pam")], 1, "it has one frame, number 0\n"),
             (["--convert", picture, self.file("x.ham6")], 1, "too narrow for .ham6 and .ham8\n"),
             (["--convert", "--frame", "2", sprites, self.file("x.pam")], 1, "it has 2 frames, counted from 0\n"),
             (["--convert", picture, "x.jpg"], 2, ""),
+            (["--convert", picture, "x.pam", "y.pam"], 2, ""),
             (["--convert", picture], 2, ""),
             (["--info", "--frame", "1", picture], 2, ""),
+            (["--frame", "all", picture], 2, ""),
+            (["--frame", "-1", picture], 2, ""),
+            (["--json", picture], 2, ""),
             (["--charset", "15"], 2, ""),
             (["--no-such-option"], 2, ""),
             ([], 2, ""),
@@ -162,6 +240,11 @@ class Viewer(unittest.TestCase):
             points = [(300, 100), (700, 100), (300, 600), (700, 600), (50, 400)]
             fitted = [RED, GREEN, BLUE, WHITE, b"\x30\x30\x34"]
             await_pixels(fitted)
+            for key, turned in [("r", [BLUE, RED, WHITE, GREEN]), ("m", [RED, BLUE, GREEN, WHITE]),
+                                ("R", [BLUE, WHITE, RED, GREEN]), ("m", [WHITE, BLUE, GREEN, RED]), ("r", None), ("r", fitted)]:
+                display.xdotool("key", key)
+                if turned:
+                    await_pixels(turned[:4] + fitted[4:])
             window = display.xdotool("search", "--name", "quarters.ppm - PNM, 2x2, 24 bits").split()
             self.assertEqual(len(window), 1)
             # What lies under the pointer stays there.
@@ -182,6 +265,11 @@ class Viewer(unittest.TestCase):
                 display.xdotool("key", key)
                 await_pixels([color])
             display.xdotool("key", "Left")
+            # The contact sheet, where the first picture is in the middle of the first cell.
+            display.xdotool("key", "Tab", "Left")
+            points = [(167, 91)]
+            await_pixels([RED])
+            display.xdotool("key", "Tab")
             # Squares of 8, white and grey.
             points = [(304, 104), (312, 104)]
             deadline = time.monotonic() + 30
@@ -195,7 +283,7 @@ class Viewer(unittest.TestCase):
             display.xdotool("key", "Escape")
             self.assertEqual(viewer.wait(30), 1)  # one was absent
             with viewer.stderr as stream:
-                self.assertEqual(stream.read(), b"tessview: absent: No such file or directory\n")
+                self.assertEqual(stream.read(), b"tessview: absent: cannot be opened: No such file or directory\n")
 
     def pixel(self, display, x, y):
         """A pixel of the screen, from a window dump (X11/XWDFile.h): its blue byte comes first."""

@@ -8,6 +8,8 @@
 #include <thread>
 #include <utility>
 
+#include <sys/resource.h>
+
 using FILE_POINTER = std::shared_ptr<const VIEWER_FILE>;
 
 // All of this under `lock`.
@@ -32,6 +34,7 @@ static const AHEAD_KEY *Next()
 static void Work(uint8_t rules)
 {
     Picture_Rules = rules;
+    setpriority(PRIO_PROCESS, 0, 5);  // on Linux of this thread: drawing comes first
     std::unique_lock guard(lock);
     for (;;) {
         changed.wait(guard, [] { return ending || !forgotten.empty() || Next(); });

@@ -15,7 +15,7 @@ constexpr size_t Canvas_MaxTiles = 24;                         // kept while out
 namespace
 {
 
-using TILE_KEY = std::tuple<size_t, uint32_t, uint32_t>;  // size, column, row
+using TILE_KEY = std::tuple<uint64_t, size_t, uint32_t, uint32_t>;  // serial, size, column, row
 struct TILE {
     uint32_t Texture;
     bool InSight;
@@ -28,17 +28,17 @@ struct RANGE {
 
 }  // namespace
 
-static std::vector<VIEWER_PIXELS> canvasSizes;
+static CANVAS_PICTURE shownPicture;
 static std::map<TILE_KEY, TILE> tiles;
 
 CANVAS_TURN Canvas_TurnOf(int orientation)
 {
     // Exif 2.3, 4.6.4 A: whether rows become columns, and what lies at the right or the bottom.
     const bool turned = orientation >= 5;
-    const int x = orientation == 2 || orientation == 3 || orientation == 7 || orientation == 8 ? -1
-                                                                                               : 1;
-    const int y = orientation == 3 || orientation == 4 || orientation == 6 || orientation == 7 ? -1
-                                                                                               : 1;
+    const int x =
+        orientation == 2 || orientation == 3 || orientation == 7 || orientation == 8 ? -1 : 1;
+    const int y =
+        orientation == 3 || orientation == 4 || orientation == 6 || orientation == 7 ? -1 : 1;
     return turned ? CANVAS_TURN{0, y, x, 0} : CANVAS_TURN{x, 0, 0, y};
 }
 
@@ -49,10 +49,11 @@ CANVAS_TURN Canvas_After(const CANVAS_TURN &first, const CANVAS_TURN &second)
     return {e * a + f * c, e * b + f * d, g * a + h * c, g * b + h * d};
 }
 
-static void Drop(bool all)
+template <typename Condition>
+static void DropIf(const Condition &condition)
 {
     for (auto i = tiles.begin(); i != tiles.end();) {
-        if (all || !i->second.InSight) {
+        if (condition(*i)) {
             GLFEW_DestroyTexture(i->second.Texture);
             i = tiles.erase(i);
         } else {
@@ -61,10 +62,33 @@ static void Drop(bool all)
     }
 }
 
-void Canvas_Set(std::vector<VIEWER_PIXELS> sizes)
+static uint64_t SerialOf(const std::pair<const TILE_KEY, TILE> &tile)
 {
-    Drop(true);
-    canvasSizes = std::move(sizes);
+    return std::get<0>(tile.first);
+}
+
+void Canvas_Set(CANVAS_PICTURE picture)
+{
+    shownPicture = std::move(picture);
+    DropIf([](const auto &tile) { return SerialOf(tile) == 0; });
+}
+
+void Canvas_Keep(const std::vector<uint64_t> &serials)
+{
+    DropIf([&](const auto &tile) {
+        return SerialOf(tile) != shownPicture.Serial &&
+               std::ranges::find(serials, SerialOf(tile)) == serials.end();
+    });
+}
+
+// The smallest size that need not be magnified to be shown so many pixels wide.
+static size_t SizeFor(const CANVAS_PICTURE &picture, float shown)
+{
+    size_t size = 0;
+    while (size + 1 < picture.Sizes.size() &&
+           static_cast<float>(picture.Sizes[size + 1].Width) >= shown)
+        size++;
+    return size;
 }
 
 static RANGE Range(uint32_t n, uint32_t side)
@@ -74,16 +98,15 @@ static RANGE Range(uint32_t n, uint32_t side)
             end + std::min(side - end, Canvas_Border)};
 }
 
-static uint32_t TextureOf(const TILE_KEY &key, const RANGE &across, const RANGE &down)
+static uint32_t TextureOf(const VIEWER_PIXELS &p, const TILE_KEY &key, const RANGE &across,
+                          const RANGE &down)
 {
     auto tile = tiles.find(key);
     if (tile == tiles.end()) {
-        const VIEWER_PIXELS &p = canvasSizes[std::get<0>(key)];
         const uint8_t *first =
             p.Pixels + (size_t{down.OuterBegin} * p.Stride + across.OuterBegin) * 4;
-        const uint32_t texture =
-            GLFEW_MakeTexture(first, across.OuterEnd - across.OuterBegin,
-                              down.OuterEnd - down.OuterBegin, p.Stride);
+        const uint32_t texture = GLFEW_MakeTexture(first, across.OuterEnd - across.OuterBegin,
+                                                   down.OuterEnd - down.OuterBegin, p.Stride);
         tile = tiles.insert({key, {texture, true}}).first;
     }
     tile->second.InSight = true;
@@ -93,9 +116,9 @@ static uint32_t TextureOf(const TILE_KEY &key, const RANGE &across, const RANGE 
 static void DrawTile(size_t size, uint32_t column, uint32_t row, const SCREEN_PLACE &whole,
                      bool smooth)
 {
-    const VIEWER_PIXELS &p = canvasSizes[size];
+    const VIEWER_PIXELS &p = shownPicture.Sizes[size];
     const RANGE across = Range(column, p.Width), down = Range(row, p.Height);
-    const uint32_t texture = TextureOf({size, column, row}, across, down);
+    const uint32_t texture = TextureOf(p, {shownPicture.Serial, size, column, row}, across, down);
     GLFEW_SmoothTexture(texture, smooth);
     const auto share = [](uint32_t part, uint32_t all) {
         return static_cast<float>(part) / static_cast<float>(all);
@@ -128,9 +151,26 @@ static std::pair<uint32_t, uint32_t> InSight(float low, float high, uint32_t sid
             clamp(std::ceil(std::max(low, high) * perTile))};
 }
 
+bool Canvas_Prepare(const CANVAS_PICTURE &picture, float shown)
+{
+    const size_t size = SizeFor(picture, shown);
+    const VIEWER_PIXELS &p = picture.Sizes[size];
+    if (std::max(p.Width, p.Height) > 4 * Canvas_TileSide)  // much of it will not be in sight
+        return false;
+    for (uint32_t row = 0; row * Canvas_TileSide < p.Height; row++)
+        for (uint32_t column = 0; column * Canvas_TileSide < p.Width; column++) {
+            const TILE_KEY key = {picture.Serial, size, column, row};
+            if (!tiles.contains(key)) {
+                TextureOf(p, key, Range(column, p.Width), Range(row, p.Height));
+                return true;
+            }
+        }
+    return false;
+}
+
 void Canvas_Draw(float x, float y, float width, float height, const CANVAS_TURN &turn, bool smooth)
 {
-    if (canvasSizes.empty())
+    if (shownPicture.Sizes.empty())
         return;
     // The picture's corner and sides on the screen: its middle stays the rectangle's.
     const auto t = [&](size_t i) { return static_cast<float>(turn[i]); };
@@ -141,12 +181,7 @@ void Canvas_Draw(float x, float y, float width, float height, const CANVAS_TURN 
                                 width * t(1),
                                 height * t(3)};
 
-    // The smallest size that need not be magnified.
-    const float shown = turn[0] != 0 ? width : height;
-    size_t size = 0;
-    while (size + 1 < canvasSizes.size() &&
-           static_cast<float>(canvasSizes[size + 1].Width) >= shown)
-        size++;
+    const size_t size = SizeFor(shownPicture, turn[0] != 0 ? width : height);
 
     // The window's corners in the picture, whose sides are 1 each.
     const auto inPicture = [&](float screenX, float screenY) {
@@ -155,13 +190,15 @@ void Canvas_Draw(float x, float y, float width, float height, const CANVAS_TURN 
     };
     const auto [u0, v0] = inPicture(0, 0);
     const auto [u1, v1] = inPicture(Screen_Width(), Screen_Height());
-    const auto [left, right] = InSight(u0, u1, canvasSizes[size].Width);
-    const auto [top, bottom] = InSight(v0, v1, canvasSizes[size].Height);
+    const auto [left, right] = InSight(u0, u1, shownPicture.Sizes[size].Width);
+    const auto [top, bottom] = InSight(v0, v1, shownPicture.Sizes[size].Height);
     for (auto &[key, tile] : tiles)
         tile.InSight = false;
     for (uint32_t row = top; row < bottom; row++)
         for (uint32_t column = left; column < right; column++)
             DrawTile(size, column, row, whole, smooth);
     if (tiles.size() > Canvas_MaxTiles)
-        Drop(false);
+        DropIf([](const auto &tile) {
+            return SerialOf(tile) == shownPicture.Serial && !tile.second.InSight;
+        });
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <vector>
 
 #include "tools/viewer/shown.h"
@@ -18,9 +19,21 @@ CANVAS_TURN Canvas_After(const CANVAS_TURN &first, const CANVAS_TURN &second);
 constexpr CANVAS_TURN Canvas_Right = {0, -1, 1, 0}, Canvas_Left = {0, 1, -1, 0},
                       Canvas_Mirror = {-1, 0, 0, 1};
 
-/// The picture in its sizes, the largest first, each half of the one before. What it lies in must
-/// outlive its use here.
-void Canvas_Set(std::vector<VIEWER_PIXELS> sizes);
+struct CANVAS_PICTURE {
+    /// No two pictures have the same, so that textures can be kept by it. Those of 0 go with the
+    /// next Canvas_Set.
+    uint64_t Serial;
+    std::vector<VIEWER_PIXELS> Sizes;  // the largest first, each half of the one before
+};
+
+/// What is drawn from now on. The pixels must outlive their use here.
+void Canvas_Set(CANVAS_PICTURE picture);
+
+/// Makes one texture of a picture that may be wanted soon, seen as a whole and its first size
+/// `shown` pixels wide; textures of pictures other than these and the one that is drawn go.
+/// False when all there is to do has been done.
+bool Canvas_Prepare(const CANVAS_PICTURE &picture, float shown);
+void Canvas_Keep(const std::vector<uint64_t> &serials);
 
 /// Draws it into a rectangle, which has its sides as turned.
 void Canvas_Draw(float x, float y, float width, float height, const CANVAS_TURN &turn, bool smooth);

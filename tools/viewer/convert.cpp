@@ -43,11 +43,11 @@ static std::string WriteOne(const VIEWER_PIXELS &pixels, const std::string &out,
     if (kept == 0)
         return "the picture is less than 8 pixels wide, too narrow for .ham6 and .ham8";
     const std::string reason = Write_File(out, [&](const REPLACE &file) {
-        return ham6                          ? EncodeHAM(pixels, file.Beside, compress ? 3 : 1)
-               : ham8                        ? EncodeHAM(pixels, file.Beside, compress ? 4 : 2)
+        return ham6                         ? EncodeHAM(pixels, file.Beside, compress ? 3 : 1)
+               : ham8                       ? EncodeHAM(pixels, file.Beside, compress ? 4 : 2)
                : Text_EndsWith(out, ".png") ? Encode_PNG(pixels, file.File)
                : Text_EndsWith(out, ".bmp") ? Encode_BMP(pixels, file.File)
-                                             : Encode_PAM(pixels, file.File);
+                                            : Encode_PAM(pixels, file.File);
     });
     if (reason.empty() && kept != pixels.Width)
         Report(out, "it has the first " + std::to_string(kept) + " of " +
@@ -87,13 +87,13 @@ static bool ConvertFile(const std::string &in, const std::string &out,
                         const CONVERT_OPTIONS &options)
 {
     auto file = Viewer_Open(in, VIEWER_PLAIN);
-    if (!file->Reason.empty())
-        Report(in, file->Reason);
     if (!file->Record)
-        return false;
+        return Report(in, file->Reason);
     const uint32_t frames = file->Frames, wanted = options.Frame.value_or(0);
     if (wanted >= frames)
         return Report(in, Viewer_FrameReason(frames));
+    if (!file->Reason.empty())
+        Report(in, file->Reason);
     const uint32_t first = options.AllFrames ? 0 : wanted;
     const uint32_t end = options.AllFrames ? frames : first + 1;
     GIF_CANVAS canvas;

@@ -49,8 +49,7 @@ static bool IsGrey(const uint8_t *pixel)
 
 std::string Encode_PAM(const VIEWER_PIXELS &pixels, FILE *file)
 {
-    std::fprintf(file,
-                 "P7\nWIDTH %u\nHEIGHT %u\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
+    std::fprintf(file, "P7\nWIDTH %u\nHEIGHT %u\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
                  pixels.Width, pixels.Height);
     std::string reason;
     for (size_t y = 0; y < pixels.Height && reason.empty(); y++)

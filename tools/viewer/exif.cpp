@@ -138,9 +138,9 @@ std::vector<VIEWER_FACT> Exif_Camera(const BYTES_OPEN &from)
     const std::string taken = Text(from, EXIF_Taken);
     add("date", taken.empty() ? Text(from, EXIF_Changed) : taken);
     add("exposure", Exposure(from));
-    add("latitude", Degrees(exif.Latitude, Reference(EXIF_LatitudeReference,
-                                                     exif.LatitudeReference)));
-    add("longitude", Degrees(exif.Longitude, Reference(EXIF_LongitudeReference,
-                                                       exif.LongitudeReference)));
+    add("latitude",
+        Degrees(exif.Latitude, Reference(EXIF_LatitudeReference, exif.LatitudeReference)));
+    add("longitude",
+        Degrees(exif.Longitude, Reference(EXIF_LongitudeReference, exif.LongitudeReference)));
     return facts;
 }

@@ -2,10 +2,15 @@
 // about the JPEG file that this thread has loaded last.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "extra/bytes.h"
-#include "tools/viewer/shown.h"
+
+/// One line of what a file tells of itself, both in UTF-8.
+struct VIEWER_FACT {
+    std::string Name, Text;
+};
 
 /// The orientation, 1 to 8; 1 without one.
 int Exif_Orientation();

@@ -59,8 +59,7 @@ static bool AddFolder(const fs::path &folder, bool recursive, std::vector<FILES_
             continue;
         if (i->is_directory(unknown) && !i->is_symlink(unknown))
             folders.push_back(path);
-        else if (i->is_regular_file(unknown) &&
-                 Picture_Check(path.c_str(), 0) != PICTURE_UNKNOWN)
+        else if (i->is_regular_file(unknown) && Picture_Check(path.c_str(), 0) != PICTURE_UNKNOWN)
             files.push_back(path);
     }
     std::ranges::sort(files, Files_Before);

@@ -35,7 +35,8 @@ static const char *FramesName(const VIEWER_FILE &file)
 
 static void PrintLines(FILE *out, const VIEWER_FILE &file)
 {
-    std::fprintf(out, "%s: %s a pixel\n", Text_Harmless(file.Path).c_str(), Viewer_Facts(file).c_str());
+    std::fprintf(out, "%s: %s a pixel\n", Text_Harmless(file.Path).c_str(),
+                 Viewer_Facts(file).c_str());
     if (file.Frames > 1)
         Line(out, FramesName(file), std::to_string(file.Frames));
     if (file.Ends.size() > 1)
@@ -73,15 +74,15 @@ static void PrintJSON(FILE *out, const VIEWER_FILE &file)
     std::fprintf(out, "{\"path\":%s", Text_JSON(file.Path).c_str());
     if (file.Record) {
         std::fprintf(out, ",\"format\":\"%s\",\"width\":%u,\"height\":%u,\"depth\":%u,\"%s\":%u",
-                    Picture_FormatName(file.Format), file.Width, file.Height, file.Bits,
-                    file.Format == PICTURE_TIFF ? "pages" : "frames", file.Frames);
+                     Picture_FormatName(file.Format), file.Width, file.Height, file.Bits,
+                     file.Format == PICTURE_TIFF ? "pages" : "frames", file.Frames);
         if (file.Ends.size() > 1)
             std::fprintf(out, ",\"duration\":%s", Seconds(file.Ends.back()).c_str());
         std::fprintf(out, ",\"orientation\":%d,\"texts\":%s,\"exif\":%s", file.Orientation,
-                    Array(file.Texts).c_str(), Object(file.Camera).c_str());
+                     Array(file.Texts).c_str(), Object(file.Camera).c_str());
         if (file.Thumbnail.Width != 0)
             std::fprintf(out, ",\"thumbnail\":{\"width\":%u,\"height\":%u}", file.Thumbnail.Width,
-                        file.Thumbnail.Height);
+                         file.Thumbnail.Height);
         std::fprintf(out, ",\"truncated\":%s", file.Reason.empty() ? "false" : "true");
     }
     if (!file.Reason.empty())

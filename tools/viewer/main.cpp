@@ -35,7 +35,8 @@ static std::string KeysText()
 {
     std::string text = "Keys:\n";
     for (const auto &[keys, what] : Window_Keys())
-        text += "  " + keys + std::string(keys.size() < 28 ? 28 - keys.size() : 1, ' ') + what + "\n";
+        text +=
+            "  " + keys + std::string(keys.size() < 28 ? 28 - keys.size() : 1, ' ') + what + "\n";
     return text;
 }
 

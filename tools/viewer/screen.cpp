@@ -43,10 +43,9 @@ void Screen_Open()
                  "  float grey = mod(square.x + square.y, 2) < 0.5 ? 1.0 : 0.8;\n"
                  "  color = vec4(mix(vec3(grey), c.rgb, c.a), 1);\n"
                  "}\n");
-    quads[SCREEN_DRAWN] =
-        MakeQuad("#version 330 core\nin vec2 uv;\nout vec4 color;\n"
-                 "uniform sampler2D textureSampler1;\n"
-                 "void main() { color = texture(textureSampler1, uv); }\n");
+    quads[SCREEN_DRAWN] = MakeQuad("#version 330 core\nin vec2 uv;\nout vec4 color;\n"
+                                   "uniform sampler2D textureSampler1;\n"
+                                   "void main() { color = texture(textureSampler1, uv); }\n");
 }
 
 float Screen_Width()

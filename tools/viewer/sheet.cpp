@@ -66,9 +66,9 @@ static uint8_t CyrillicByte(char32_t character)
     if (character == U'Ё')
         return 127;
     // A text cannot hold number 0, the letter A; the Latin one has its shape.
-    return character == U'А'                            ? uint8_t{'A'}
+    return character == U'А'                        ? uint8_t{'A'}
            : character >= U'Б' && character <= U'Я' ? static_cast<uint8_t>(character - U'А')
-                                                        : ByteOf(character);
+                                                    : ByteOf(character);
 }
 
 // The samples that the set can write, as its texts are written.
@@ -108,11 +108,10 @@ VIEWER_IMAGE Sheet_Glyphs(uint8_t set)
 
     const uint32_t top = Sheet_Margin + small.Rows + gap;
     const uint32_t below = top + rows * cellHeight + gap, line = size.Rows + gap;
-    VIEWER_IMAGE image = Blank(std::max(labels + across * cellWidth,
-                                        static_cast<uint32_t>(longest) + Sheet_Margin) +
-                                   Sheet_Margin,
-                               below + static_cast<uint32_t>(samples.size()) * line + Sheet_Margin,
-                               255, 255);
+    VIEWER_IMAGE image =
+        Blank(std::max(labels + across * cellWidth, static_cast<uint32_t>(longest) + Sheet_Margin) +
+                  Sheet_Margin,
+              below + static_cast<uint32_t>(samples.size()) * line + Sheet_Margin, 255, 255);
     const auto at = [](uint32_t n) { return static_cast<int16_t>(n); };
     const auto x = [&](uint32_t column) { return at(labels + column * cellWidth); };
     const auto y = [&](uint32_t row) { return at(top + row * cellHeight); };
@@ -160,7 +159,8 @@ VIEWER_IMAGE Sheet_Lines(std::span<const std::string> lines)
 static std::string Substitute(char32_t character)
 {
     // U+00C0 to U+00FF without their accents.
-    constexpr std::string_view plain = "AAAAAAACEEEEIIIIDNOOOOOxOUUUUYTsaaaaaaaceeeeiiiidnooooo/ouuuuyty";
+    constexpr std::string_view plain =
+        "AAAAAAACEEEEIIIIDNOOOOOxOUUUUYTsaaaaaaaceeeeiiiidnooooo/ouuuuyty";
     static_assert(plain.size() == 64);
     if (character >= 0xC0 && character <= 0xFF)
         return std::string(1, plain[character - 0xC0]);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cstdio>
@@ -85,7 +86,8 @@ VIEWER_IMAGE Viewer_Halve(const VIEWER_PIXELS &pixels)
     uint8_t *out = half.Pixels.data();
     for (size_t y = 0; y < half.Height; y++) {
         const uint8_t *upper = pixels.Pixels + 2 * y * pixels.Stride * 4;
-        const uint8_t *lower = 2 * y + 1 < pixels.Height ? upper + size_t{pixels.Stride} * 4 : upper;
+        const uint8_t *lower =
+            2 * y + 1 < pixels.Height ? upper + size_t{pixels.Stride} * 4 : upper;
         for (size_t x = 0; x < half.Width; x++, out += 4) {
             const size_t left = 8 * x, right = 2 * x + 1 < pixels.Width ? left + 4 : left;
             const std::array<const uint8_t *, 4> four = {upper + left, upper + right, lower + left,
@@ -174,8 +176,7 @@ static void ReadJPEG(VIEWER_FILE &file, const BYTES_OPEN &from)
     file.Orientation = Exif_Orientation();
     file.Camera = Exif_Camera(from);
     const Picture &p = *file.Record;
-    file.Thumbnail =
-        Viewer_Copy({p.ThumbWidth, p.ThumbHeight, p.ThumbBufferWidth, p.ThumbPixels});
+    file.Thumbnail = Viewer_Copy({p.ThumbWidth, p.ThumbHeight, p.ThumbBufferWidth, p.ThumbPixels});
 }
 
 // Delays of less than two hundredths are taken for a tenth of a second, as is usual.
@@ -188,7 +189,7 @@ static void ReadGIF(VIEWER_FILE &file)
         file.Ends.push_back(end);
     }
     // The count is of the repetitions; without the extension the animation runs once.
-    file.Rounds = !GIF_Header.HasLoopCount     ? 1
+    file.Rounds = !GIF_Header.HasLoopCount    ? 1
                   : GIF_Header.LoopCount == 0 ? 0
                                               : GIF_Header.LoopCount + 1u;
     AddText(file, "comment", Text_FromEither(GIF_Header.Comment.data()));
@@ -284,6 +285,8 @@ std::shared_ptr<const VIEWER_FILE> Viewer_Open(const std::string &path, VIEWER_D
                                                uint32_t page)
 {
     const auto file = std::make_shared<VIEWER_FILE>();
+    static std::atomic<uint64_t> serial;
+    file->Serial = ++serial;
     file->Path = path;
     file->Page = page;
     try {
@@ -330,7 +333,8 @@ VIEWER_PIXELS Viewer_LoneFrame(const VIEWER_FILE &file, uint32_t n, GIF_CANVAS &
     const GIF_PICTURE &gif = GIF_PictureOf(file.Record->Pixels);
     const GIF_FRAME &frame = gif.Frames[n];
     const VIEWER_PIXELS pixels = Composed({gif.Header, {frame}, BYTES_BUFFER(1)}, 0, canvas);
-    // Codes that hold nothing, only to say by which rules. What is around the frame is the background, which this frame did not bring.
+    // Codes that hold nothing, only to say by which rules. What is around the frame is the
+    // background, which this frame did not bring.
     for (uint32_t y = 0; y < pixels.Height; y++)
         for (uint32_t x = 0; x < pixels.Width; x++)
             if (x < frame.Left || y < frame.Top || x - frame.Left >= frame.Width ||

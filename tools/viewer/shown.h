@@ -10,6 +10,7 @@
 #include "extra/bytes.h"
 #include "picture/gif.h"
 #include "picture/picture.h"
+#include "tools/viewer/exif.h"
 
 /// RGBA pixels without gaps.
 struct VIEWER_IMAGE {
@@ -23,12 +24,8 @@ struct VIEWER_PIXELS {
     const uint8_t *Pixels = nullptr;
 };
 
-/// One line of what a file tells of itself, both in UTF-8.
-struct VIEWER_FACT {
-    std::string Name, Text;
-};
-
 struct VIEWER_FILE {
+    uint64_t Serial = 0;  // no two files have the same; not 0
     std::string Path;
     std::string Reason;  // why no picture could be loaded; with one, what it lacks, if anything
     uint8_t Format = PICTURE_UNKNOWN;

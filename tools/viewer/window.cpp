@@ -60,8 +60,8 @@ struct VIEW {
     VIEWER_IMAGE Sheet;
     GIF_CANVAS Composed;
     uint32_t Frame;
-    uint32_t Round;  // of a GIF, from 0
-    bool Still;      // a GIF does not play
+    uint32_t Round;                      // of a GIF, from 0
+    bool Still;                          // a GIF does not play
     double FrameEnd, SlideEnd, HelpEnd;  // seconds, as Now() gives them
 
     CANVAS_TURN Turn;
@@ -110,7 +110,7 @@ const std::vector<std::pair<std::string, std::string>> &Window_Keys()
     return keys;
 }
 
-// What is on the canvas, as it is stored.
+// What is seen, as it is stored.
 static VIEWER_PIXELS Shown()
 {
     if (view.Files.empty())
@@ -120,17 +120,21 @@ static VIEWER_PIXELS Shown()
     return Viewer_Pixels(*view.File);
 }
 
-// Its width and height as turned.
-static std::pair<float, float> Size()
+// Width and height as turned.
+static std::pair<float, float> Size(const VIEWER_PIXELS &p, const CANVAS_TURN &turn)
 {
-    const VIEWER_PIXELS p = Shown();
     const std::pair size = {static_cast<float>(p.Width), static_cast<float>(p.Height)};
-    return view.Turn[0] != 0 ? size : std::pair{size.second, size.first};
+    return turn[0] != 0 ? size : std::pair{size.second, size.first};
 }
 
-static float FittingZoom(FIT fit)
+static std::pair<float, float> Size()
 {
-    const auto [width, height] = Size();
+    return Size(Shown(), view.Turn);
+}
+
+static float FittingZoom(FIT fit, std::pair<float, float> size)
+{
+    const auto [width, height] = size;
     const float across = Screen_Width() / width;
     const float zoom = fit == FIT_WIDTH ? across : std::min(across, Screen_Height() / height);
     return zoom < 1 || fit == FIT_WIDTH ? zoom : std::floor(zoom);  // whole pixels stay whole
@@ -138,7 +142,7 @@ static float FittingZoom(FIT fit)
 
 static float CurrentZoom()
 {
-    return view.Fit == FIT_NONE ? view.Zoom : FittingZoom(view.Fit);
+    return view.Fit == FIT_NONE ? view.Zoom : FittingZoom(view.Fit, Size());
 }
 
 static void SetFit(FIT fit)
@@ -150,14 +154,19 @@ static void SetFit(FIT fit)
     view.Changed = true;
 }
 
+static CANVAS_PICTURE OnCanvas(const VIEWER_FILE &file)
+{
+    CANVAS_PICTURE picture = {file.Serial, {Viewer_Pixels(file)}};
+    for (const VIEWER_IMAGE &half : file.Halves)
+        picture.Sizes.push_back(Viewer_Pixels(half));
+    return picture;
+}
+
 // Puts what Shown() gives on the canvas.
 static void SetCanvas()
 {
-    std::vector<VIEWER_PIXELS> sizes = {Shown()};
-    if (view.File && !view.ShowThumbnail)
-        for (const VIEWER_IMAGE &half : view.File->Halves)
-            sizes.push_back(Viewer_Pixels(half));
-    Canvas_Set(std::move(sizes));
+    const bool whole = view.File && !view.ShowThumbnail;
+    Canvas_Set(whole ? OnCanvas(*view.File) : CANVAS_PICTURE{0, {Shown()}});
     view.Changed = true;
 }
 
@@ -218,7 +227,7 @@ static void ShowFrame(uint32_t n)
         return;
     }
     view.Frame = n;
-    Canvas_Set({pixels});
+    Canvas_Set({0, {pixels}});
     view.Changed = true;
 }
 
@@ -281,6 +290,28 @@ static void Poll()
     }
 }
 
+// While nothing happens, what may be shown next becomes textures, one at a time.
+static void PrepareNext()
+{
+    if (view.Waiting || !view.File)
+        return;
+    const size_t count = view.Files.size();
+    const size_t after = (view.At + 1) % count, before = (view.At + count - 1) % count;
+    std::vector<uint64_t> serials;
+    for (const size_t at : {view.Backwards ? before : after, view.Backwards ? after : before}) {
+        const auto file = at == view.At ? nullptr : Ahead_Find(KeyOf(at, FirstPage()));
+        if (!file || !file->Record)
+            continue;
+        serials.push_back(file->Serial);
+        const auto size = Size(Viewer_Pixels(*file), Canvas_TurnOf(file->Orientation));
+        const FIT fit = view.Fit == FIT_NONE ? FIT_WHOLE : view.Fit;
+        const float shown = static_cast<float>(file->Width) * FittingZoom(fit, size);
+        if (Canvas_Prepare(OnCanvas(*file), shown))
+            return;
+    }
+    Canvas_Keep(serials);
+}
+
 // Goes to another frame or page. An animation stands still from now on.
 static void Leaf(int by)
 {
@@ -329,7 +360,7 @@ static void Pause()
 // Keeps what lies at (x, y) there, which counts from the window's middle.
 static void ZoomBy(float factor, float x, float y)
 {
-    const float fitting = FittingZoom(FIT_WHOLE), before = CurrentZoom();
+    const float fitting = FittingZoom(FIT_WHOLE, Size()), before = CurrentZoom();
     view.Zoom =
         std::clamp(before * factor, std::min(1.0F / 64, fitting), std::max(64.0F, 16 * fitting));
     view.Fit = FIT_NONE;
@@ -656,6 +687,8 @@ void Scene()
     if (!view.ShowThumbnail)
         Play();
     Slide();
+    if (!view.Changed)
+        PrepareNext();
 }
 
 void Timer() {}
@@ -675,8 +708,8 @@ static std::string FactsNow()
     if (view.File->Ends.size() > 1 && view.Still)
         facts += ", paused";
     if (view.ShowThumbnail)
-        facts += ", thumbnail " +
-                 Viewer_Size(view.File->Thumbnail.Width, view.File->Thumbnail.Height);
+        facts +=
+            ", thumbnail " + Viewer_Size(view.File->Thumbnail.Width, view.File->Thumbnail.Height);
     if (const long percent = std::lround(CurrentZoom() * 100); percent != 100)
         facts += ", zoom " + std::to_string(percent) + " %";
     if (view.Smooth)
@@ -690,9 +723,8 @@ static void PaintCaption()
 {
     const std::string &path = view.Files[view.At].Path;
     const std::string name = path.substr(path.rfind('/') + 1);
-    const std::string text =
-        Sheet_Caption(name, view.Waiting ? "loading ..." : FactsNow(),
-                      std::min(Screen_Columns(), 255u));
+    const std::string text = Sheet_Caption(name, view.Waiting ? "loading ..." : FactsNow(),
+                                           std::min(Screen_Columns(), 255u));
     Screen_SetLabel(view.Caption, {&text, 1});
     Screen_DrawLabel(view.Caption, 0, Screen_Height() - view.Caption.Height);
 }
@@ -760,10 +792,9 @@ static bool Open(const char *title)
     if (!CreateApplication(0, 0, 1024, 768, title, "", "", 48, 48, 52, 255))
         return false;
     Screen_Open();
-    GLFEW_WhenTyped([](int32_t key) { view.Typed.push_back(key < ' ' || key > 255 ? key : 0); },
-                    [](uint32_t c) {
-                        view.Typed.push_back(KEY_Character | static_cast<int32_t>(c));
-                    });
+    GLFEW_WhenTyped(
+        [](int32_t key) { view.Typed.push_back(key < ' ' || key > 255 ? key : 0); },
+        [](uint32_t c) { view.Typed.push_back(KEY_Character | static_cast<int32_t>(c)); });
     return true;
 }
 
