@@ -122,6 +122,21 @@ class Player(Stage):
         self.assertEqual([json.loads(line) for line in printed.splitlines()],
                          [song, {"path": "absent", "reason": "No such file or directory"}])
 
+    def test_folders_and_playlists(self):
+        for folder, name in (("a", "two.wav"), ("a", "one.wav"), ("a/b", "three.wav"), ("a", "notes.txt")):
+            os.makedirs(self.path(folder), exist_ok=True)
+            self.write(f"{folder}/{name}", b"text" if name == "notes.txt" else wav(NOISE[:400]))
+        self.write("a/list.m3u8", b"\xef\xbb\xbf#EXTM3U\r\n#EXTINF:1,x\r\ntwo.wav\r\n\r\n../stereo.wav")
+        self.write("list.PLS", f"[playlist]\nFile1=a/one.wav\nTitle1=x\nFile2={self.path('bytes.wav')}\n".encode())
+        rows = {("a",): "a/one.wav a/two.wav",
+                ("-r", "a"): "a/b/three.wav a/one.wav a/two.wav",
+                ("alaw.wav", "a/list.m3u8"): "alaw.wav a/two.wav a/../stereo.wav",
+                ("list.PLS",): "a/one.wav " + self.path("bytes.wav")}
+        for words, expected in rows.items():
+            status, printed, errors = self.run_player("--info", "--json", *words)
+            self.assertEqual((status, errors), (0, ""))
+            self.assertEqual([json.loads(line)["path"] for line in printed.splitlines()], expected.split())
+
     def test_convert(self):
         rows = {  # to the last sample
             ("stereo.wav",): NOISE,
@@ -157,7 +172,7 @@ class Player(Stage):
 
     def test_statuses_and_messages(self):
         rows = [(("--info", "absent"), 1, "tessplay: absent: No such file or directory"),
-                (("--info", "."), 1, "tessplay: .: Is a directory"),
+                (("--info", "no.pls"), 1, "tessplay: no.pls: No such file or directory"),
                 (("--convert", "stereo.wav", "folder.wav"), 1, "tessplay: folder.wav: Is a directory"),
                 (("--convert", "stereo.wav", "out.flac"), 2, "tessplay: --convert: writes .wav and .raw (--help tells more)"),
                 (("--convert", "stereo.wav", "no/out.wav"), 1, "tessplay: no/out.wav: No such file or directory"),

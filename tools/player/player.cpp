@@ -15,13 +15,14 @@
 #include "audio/audio.h"
 #include "tools/common/text.h"
 #include "tools/player/convert.h"
+#include "tools/player/list.h"
 #include "tools/player/sound.h"
 #include "tools/player/terminal.h"
 #include "tools/player/text.h"
 
 struct OPTIONS {
     std::vector<std::string> Files;
-    bool Info = false, JSON = false, Convert = false, Framework = false;
+    bool Info = false, JSON = false, Convert = false, Framework = false, Recursive = false;
     uint32_t Passes = 1;
     PLAYER_RAW Raw = {};
 };
@@ -351,7 +352,8 @@ static PLAYER_RAW RawOf(const std::string &text)
 static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
 {
     std::string raw;
-    app.add_option("FILE", options.Files, "Sound files")->required();
+    app.add_option("FILE", options.Files, "Sound files, folders, playlists (.m3u, .m3u8, .pls)")
+        ->required();
     CLI::Option *info = app.add_flag("--info", options.Info, "Print what the headers say");
     app.add_flag("--json", options.JSON, "Print it as one JSON object a line")->needs(info);
     app.add_flag("--convert", options.Convert,
@@ -362,6 +364,7 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
         ->check(CLI::Range(0, 1000000));
     app.add_option("--raw", raw, "What files of unknown format are taken for")
         ->type_name("BITS,CHANNELS,HZ");
+    app.add_flag("-r,--recursive", options.Recursive, "Folders with the folders in them");
     app.add_flag("--framework", options.Framework,
                  "Read files by the framework's own rules, not by those of their formats");
     app.set_version_flag("--version", "tessplay " TESSPLAY_VERSION);
@@ -391,9 +394,16 @@ int main(int argc, char **argv)
         return WrongUsage;
     }
     Audio_Rules = options.Framework ? AUDIO_RULES_FRAMEWORK : AUDIO_RULES_FORMAT;
-    const int status = options.Info      ? Info(options)
-                       : options.Convert ? Convert(options)
-                                         : Play(options);
+    bool listed = true;
+    if (!options.Convert)
+        options.Files = List_Files(options.Files, options.Recursive,
+                                   [&listed](const std::string &path, const std::string &reason) {
+                                       Report(path, reason);
+                                       listed = false;
+                                   });
+    int status = options.Info ? Info(options) : options.Convert ? Convert(options) : Play(options);
+    if (!listed && status == 0)
+        status = Failure;
     if (const int signal = Terminal_Signal()) {
         std::signal(signal, SIG_DFL);
         std::raise(signal);
