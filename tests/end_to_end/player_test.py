@@ -47,6 +47,8 @@ FILES = {
     "bytes.wav": wav(NOISE, 8, 1),
     "alaw.wav": wav(b"\x55\xd5" * 2000, 8, 1, 6),
     "three.au": au(NOISE, 3, 3),
+    "float.wav": wav(array.array("f", [0, 0.5, -1, 0.25]).tobytes(), 32, 2, 3),
+    "odd.wav": wav(NOISE[:6000], 12),
     "cut.au": au(NOISE[:4003]),
     "short.aiff": aiff(NOISE[:4000]),
     "small.8svx": svx(NOISE[:3000]),
@@ -56,11 +58,13 @@ FILES = {
     "wide.mp3": mp3(b"\1\xfe\xff\0007", 0),
     "cover.mp3": mp3(b"\0007", 12, b"APIC" + b"\xff\xfb\x50\xc4" * 5000 + bytes(99)),
 }
+FRAMEWORK_REFUSES = {
+    "float.wav": "RIFF WAVE with codec 3 is not decoded",
+    "odd.wav": "RIFF WAVE of 2 channels of 12 bits at 44100 Hz is not decoded",
+}
 UNPLAYABLE = {
     "text.txt": (b"text " * 1000, "not a sound of a known format (--raw takes it for samples)"),
     "tiny.mod": (b"tiny", "no signature of a module"),
-    "float.wav": (wav(NOISE, 32, 2, 3), "RIFF WAVE with codec 3 is not decoded"),
-    "odd.wav": (wav(NOISE, 12), "RIFF WAVE of 2 channels of 12 bits at 44100 Hz is not decoded"),
     "empty.wav": (wav(b""), "there is no sound in it"),
 }
 
@@ -92,17 +96,16 @@ class Player(Stage):
             "stereo.wav": "RIFF WAVE|linear|44100 Hz|2|16|0:00.850",
             "deep.wav": "RIFF WAVE|linear|44100 Hz|2|24|0:00.566",
             "alaw.wav": "RIFF WAVE|A-law|44100 Hz|1|16|0:00.090",
-            "three.au": "Sun/NeXT audio|linear|11025 Hz|3|16|0:02.267",
+            "three.au": "Sun/NeXT audio|linear|11025 Hz|2|16|0:02.267|stored 3 channels, mixed to two",
             "short.aiff": "AIFF|linear|22050 Hz|2|16|0:00.045|frames 1000",
             "small.8svx": "IFF 8SVX|linear|8363 Hz|1|8|0:00.358|annotation Hi !|octaves 1",
             "small.voc": "Creative Voice|linear|8000 Hz|1|8|0:00.375|version 1.10",
             "song.mod": "tracker module|4 voices|44100 Hz|2|16|0:00.060|title A song|positions 1|instruments 31|"
                         "instrument 1 naïve",
             "tagged.mp3": "MPEG audio|MPEG Version 1 Layer III|44100 Hz|2|16|0:00.208|title Żółw|artist Someone|"
-                          "track 12|genre Blues|bit rate 64 kbit/s|mode Joint stereo",
+                          "track 7|genre Blues|bit rate 64 kbit/s|mode Joint stereo",
         }
-        rows["cover.mp3"] = rows["tagged.mp3"]
-        rows["wide.mp3"] = rows["tagged.mp3"].replace("track 12|", "")
+        rows["cover.mp3"] = rows["wide.mp3"] = rows["tagged.mp3"]
         usual = ["format", "codec", "rate", "channels", "bits", "length"]
         for name, values in rows.items():
             with self.subTest(name):
@@ -119,6 +122,21 @@ class Player(Stage):
         self.assertEqual([json.loads(line) for line in printed.splitlines()],
                          [song, {"path": "absent", "reason": "No such file or directory"}])
 
+    def test_folders_and_playlists(self):
+        for folder, name in (("a", "two.wav"), ("a", "one.wav"), ("a/b", "three.wav"), ("a", "notes.txt")):
+            os.makedirs(self.path(folder), exist_ok=True)
+            self.write(f"{folder}/{name}", b"text" if name == "notes.txt" else wav(NOISE[:400]))
+        self.write("a/list.m3u8", b"\xef\xbb\xbf#EXTM3U\r\n#EXTINF:1,x\r\ntwo.wav\r\n\r\n../stereo.wav")
+        self.write("list.PLS", f"[playlist]\nFile1=a/one.wav\nTitle1=x\nFile2={self.path('bytes.wav')}\n".encode())
+        rows = {("a",): "a/one.wav a/two.wav",
+                ("-r", "a"): "a/b/three.wav a/one.wav a/two.wav",
+                ("alaw.wav", "a/list.m3u8"): "alaw.wav a/two.wav a/../stereo.wav",
+                ("list.PLS",): "a/one.wav " + self.path("bytes.wav")}
+        for words, expected in rows.items():
+            status, printed, errors = self.run_player("--info", "--json", *words)
+            self.assertEqual((status, errors), (0, ""))
+            self.assertEqual([json.loads(line)["path"] for line in printed.splitlines()], expected.split())
+
     def test_convert(self):
         rows = {  # to the last sample
             ("stereo.wav",): NOISE,
@@ -126,10 +144,14 @@ class Player(Stage):
             ("deep.wav",): NOISE,
             ("bytes.wav",): NOISE,
             ("alaw.wav",): struct.pack("<hh", -8, 8) * 2000,
-            ("three.au",): swapped(NOISE),
+            ("--framework", "three.au"): swapped(NOISE),
+            ("float.wav",): array.array("i", [0, 1 << 30, -1 << 31, 1 << 29]).tobytes(),
+            ("odd.wav",): NOISE[:6000],
             ("--loop", "2", "cut.au"): swapped(NOISE[:4000]) * 2,
-            ("short.aiff",): bytes(8) + swapped(NOISE[:4000]),
-            ("small.8svx",): bytes((128 - byte) % 256 for byte in NOISE[:3000]),
+            ("--framework", "short.aiff"): bytes(8) + swapped(NOISE[:4000]),
+            ("short.aiff",): swapped(NOISE[:4000]),
+            ("--framework", "small.8svx"): bytes((128 - byte) % 256 for byte in NOISE[:3000]),
+            ("small.8svx",): bytes(byte ^ 128 for byte in NOISE[:3000]),
             ("small.voc",): NOISE[:3000],
             ("--raw", "16,2,8000", "text.txt"): swapped(b"text " * 1000),
         }
@@ -150,7 +172,7 @@ class Player(Stage):
 
     def test_statuses_and_messages(self):
         rows = [(("--info", "absent"), 1, "tessplay: absent: No such file or directory"),
-                (("--info", "."), 1, "tessplay: .: Is a directory"),
+                (("--info", "no.pls"), 1, "tessplay: no.pls: No such file or directory"),
                 (("--convert", "stereo.wav", "folder.wav"), 1, "tessplay: folder.wav: Is a directory"),
                 (("--convert", "stereo.wav", "out.flac"), 2, "tessplay: --convert: writes .wav and .raw (--help tells more)"),
                 (("--convert", "stereo.wav", "no/out.wav"), 1, "tessplay: no/out.wav: No such file or directory"),
@@ -161,6 +183,7 @@ class Player(Stage):
                 (("--raw", "9,1,1", "a"), 2, "tessplay: --raw: wants 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz "
                                              "(--help tells more)")]
         rows += [((name,), 1, f"tessplay: {name}: {reason}") for name, (_, reason) in UNPLAYABLE.items()]
+        rows += [(("--framework", name), 1, f"tessplay: {name}: {reason}") for name, reason in FRAMEWORK_REFUSES.items()]
         os.mkdir(self.path("folder.wav"))
         for words, status, line in rows:
             with self.subTest(words):
@@ -266,18 +289,32 @@ class OnTerminal(Stage):
         self.wait_for("sound", lambda: not self.silent())
         heard = bytes(self.heard).replace(bytes(4), b"")
         self.assertTrue((NOISE * (len(heard) // len(NOISE) + 1)).startswith(heard), "the pause is heard")
-        self.press(b"\x1b[C")
+        self.press(b">")
         self.wait_for_line("tessplay: absent: No such file or directory")
         self.wait_for_line("A song (2 of 2)")
-        self.press(b"\x1b")
-        time.sleep(0.1)
-        self.press(b"[D")
+        self.press(b"<")
         self.wait_for_line("stereo.wav (1 of 2)")
-        self.press(b"\x1b[B\x1bOA\x1bOQ")  # there and back; the last is F2, not Q
+        self.press(b"n<\x1bOQ")  # there and back; the last is F2, not Q
         self.wait_for_line("A song (2 of 2)")
         self.wait_for_line("stereo.wav (1 of 2)")
         self.press(b"xq")
         self.assertEqual(self.end(), 1)  # for the file that is absent
+
+    def test_seeking_and_volume(self):
+        self.write("long.wav", wav(bytes(44100 * 4 * 180)))
+        self.start("long.wav")
+        self.wait_for_line(" / 3:00 [")
+        self.press(b" ")
+        self.wait_for_line("paused: long.wav")
+        for keys, shown in ((b"0", "0:00 "), (b"\x1b[A", "1:00 "), (b"\x1b[C", "1:05 "), (b"5", "1:30 "), (b"\x1b", ""), (b"[D", "1:25 "),
+                            (b"\x1bOB", "0:25 "), (b"\x1b[6~", "0:00 "), (b"9", "2:42 "), (b"\x1b[H", "0:00 "),
+                            (b"--", "] paused: 90%: long.wav"), (b"m", "] paused: muted: long.wav"),
+                            (b"m+", "] paused: 95%: long.wav"), (b"?", "? shows this")):
+            self.press(keys)
+            self.wait_for_line(shown)
+            time.sleep(0.1 if shown == "" else 0)
+        self.press(b"9 \x1b[5~")  # beyond the end
+        self.assertEqual(self.end(), 0)
 
     def test_signals(self):
         self.start("--loop", "0", "stereo.wav")

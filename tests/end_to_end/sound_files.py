@@ -32,7 +32,7 @@ def svx(data):
 
 
 def voc(data):
-    return b"Creative Voice File\x1a" + struct.pack("<HHHBBHBB", 26, 0x10A, 0x1129, 1, 0, 0, 131, 0) + data
+    return b"Creative Voice File\x1a" + struct.pack("<HHHIBB", 26, 0x10A, 0x1129, len(data) + 2 << 8 | 1, 131, 0) + data
 
 
 def module(command=0xD00):

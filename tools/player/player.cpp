@@ -15,13 +15,14 @@
 #include "audio/audio.h"
 #include "tools/common/text.h"
 #include "tools/player/convert.h"
+#include "tools/player/list.h"
 #include "tools/player/sound.h"
 #include "tools/player/terminal.h"
 #include "tools/player/text.h"
 
 struct OPTIONS {
     std::vector<std::string> Files;
-    bool Info = false, JSON = false, Convert = false, Framework = false;
+    bool Info = false, JSON = false, Convert = false, Framework = false, Recursive = false;
     uint32_t Passes = 1;
     PLAYER_RAW Raw = {};
 };
@@ -30,13 +31,20 @@ constexpr int Failure = 1;
 constexpr int WrongUsage = 2;
 constexpr int WaitMilliseconds = 50;
 constexpr uint32_t CallsPerSecond = 10;  // of the stream's callback
+constexpr int VolumeStep = 5;            // percent
+constexpr const char *Keys =
+    "Keys: left and right move by 5 seconds, down and up by a minute, PgDn and PgUp by ten,\n"
+    "Home to the start, 0 to 9 to so many tenths; - and + set the volume, m mutes;\n"
+    "n or > and p or < go to the next and the previous file; space pauses, l repeats the\n"
+    "file for ever, q quits, ? shows this.";
 
 // What plays, of which the stream's callback takes so many passes (0: for ever) unless it is to be
 // silent; when all that was taken has been heard, in seconds of the stream's clock; and the calls
 // since then that were not filled.
 static PLAYER_SOUND *nowPlaying;
 static uint32_t passes, frameBytes;
-static std::atomic<bool> hushed;
+static std::atomic<bool> hushed, repeated, muted;
+static std::atomic<int> volume = 100;  // percent
 static std::atomic<double> heardAt;
 static std::atomic<uint32_t> silentCalls;
 
@@ -51,13 +59,23 @@ static double SecondsOf(uint64_t bytes)
     return static_cast<double>(bytes) / frameBytes / static_cast<double>(Audio_Hz);
 }
 
+// What is heard as half as loud lies about in the middle.
+static double Gain()
+{
+    const double part = muted ? 0 : volume / 100.0;
+    return part * part * part;
+}
+
 // Silence follows the sound before the stream completes: not every back end lets what is buffered
 // be heard then.
 static int PlayFeed(const void *, void *output, unsigned long frames,
                     const PaStreamCallbackTimeInfo *timing, unsigned long, void *)
 {
     const std::span out(static_cast<uint8_t *>(output), frames * frameBytes);
-    const size_t taken = hushed ? 0 : Player_Take(*nowPlaying, passes, out);
+    uint32_t forever = 0;
+    const size_t taken = hushed ? 0 : Player_Take(*nowPlaying, repeated ? forever : passes, out);
+    if (muted || volume != 100)
+        Player_Scale(out.first(taken), nowPlaying->Bits, Gain());
     if (taken != 0)
         heardAt = Audio_HeardAt(*timing) + SecondsOf(taken);
     std::ranges::fill(out.subspan(taken), uint8_t{Audio_BPS == 8 ? uint8_t{128} : uint8_t{0}});
@@ -83,12 +101,19 @@ static bool HasEnded()
     return !Audio_IsStreaming(*nowPlaying->Track) || (silentCalls != 0 && Unheard() == 0);
 }
 
+static std::string Loudness()
+{
+    if (muted)
+        return "muted: ";
+    return volume == 100 ? "" : std::to_string(volume) + "%: ";
+}
+
 static void ShowProgress(const PLAYER_SOUND &sound, double now, bool paused, const std::string &of)
 {
     const double total = Player_Seconds(sound);
     const std::string &title = sound.Title.empty() ? sound.Name : sound.Title;
     Terminal_Show(Player_Time(now) + " / " + Player_Time(total), now / total,
-                  (paused ? "paused: " : "") + title + of);
+                  (paused ? "paused: " : "") + Loudness() + title + of);
 }
 
 // Stopping waits until what was taken has been heard, and so loses nothing.
@@ -108,6 +133,46 @@ static void TurnPause(bool &paused)
     }
 }
 
+static void SeekTo(const PLAYER_SOUND &sound, double target, bool paused)
+{
+    if (!paused)
+        Audio_AbortStream(*sound.Track);
+    Player_Seek(sound, std::clamp(target, 0.0, Player_Seconds(sound)));
+    heardAt = 0;
+    silentCalls = 0;
+    if (!paused)
+        Audio_StartStream(*sound.Track);
+}
+
+// Where a key leads from `now`; below 0: nowhere.
+static double TargetOf(PLAYER_KEY key, double now, double total)
+{
+    const std::pair<PLAYER_KEY, int> ways[] = {{KEY_LEFT, -5},       {KEY_RIGHT, 5},
+                                               {KEY_DOWN, -60},      {KEY_UP, 60},
+                                               {KEY_PAGEDOWN, -600}, {KEY_PAGEUP, 600}};
+    for (const auto &[pressed, seconds] : ways)
+        if (key == pressed)
+            return std::max(now + seconds, 0.0);
+    if (key == KEY_HOME)
+        return 0;
+    return key >= KEY_TENTH && key <= KEY_LASTTENTH ? total * (key - KEY_TENTH) / 10 : -1;
+}
+
+// Does what a key says that leaves the file playing.
+static void Obey(PLAYER_KEY key)
+{
+    if (key == KEY_LOUDER || key == KEY_QUIETER)
+        volume = std::clamp(volume + (key == KEY_LOUDER ? VolumeStep : -VolumeStep), 0, 100);
+    else if (key == KEY_MUTE)
+        muted = !muted;
+    else if (key == KEY_LOOP)
+        repeated = !repeated;
+    else if (key == KEY_HELP && Terminal_IsShown()) {
+        Terminal_Clear();
+        std::puts(Keys);
+    }
+}
+
 // Plays until the sound ends or a key says what is next: KEY_NEXT at the end.
 static PLAYER_KEY Watch(const PLAYER_SOUND &sound, const std::string &of)
 {
@@ -120,8 +185,13 @@ static PLAYER_KEY Watch(const PLAYER_SOUND &sound, const std::string &of)
         const PLAYER_KEY key = Terminal_Key(WaitMilliseconds);
         if (key == KEY_PAUSE)
             TurnPause(paused);
-        else if (key != KEY_NONE)
+        else if (key == KEY_QUIT || key == KEY_NEXT || key == KEY_PREVIOUS)
             return key;
+        else if (const double target = TargetOf(key, now, Player_Seconds(sound)); target >= 0) {
+            SeekTo(sound, target, paused);
+            now = Now();
+        } else
+            Obey(key);
         if (Terminal_StopAsked()) {
             const bool playing = !paused;
             if (playing)
@@ -145,6 +215,7 @@ static int32_t StartStream(PLAYER_SOUND &sound, uint32_t wanted)
     frameBytes = Player_FrameBytes(sound);
     Player_Start(sound);
     silentCalls = 0;
+    heardAt = 0;
     Audio_StreamCallBack = PlayFeed;
     Audio_StreamFrames = std::max(sound.Hz / CallsPerSecond, 1u);
     Audio_FirstPlay = 1;  // the stream before, if any, went with its track
@@ -281,7 +352,8 @@ static PLAYER_RAW RawOf(const std::string &text)
 static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
 {
     std::string raw;
-    app.add_option("FILE", options.Files, "Sound files")->required();
+    app.add_option("FILE", options.Files, "Sound files, folders, playlists (.m3u, .m3u8, .pls)")
+        ->required();
     CLI::Option *info = app.add_flag("--info", options.Info, "Print what the headers say");
     app.add_flag("--json", options.JSON, "Print it as one JSON object a line")->needs(info);
     app.add_flag("--convert", options.Convert,
@@ -292,11 +364,12 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
         ->check(CLI::Range(0, 1000000));
     app.add_option("--raw", raw, "What files of unknown format are taken for")
         ->type_name("BITS,CHANNELS,HZ");
+    app.add_flag("-r,--recursive", options.Recursive, "Folders with the folders in them");
     app.add_flag("--framework", options.Framework,
                  "Read files by the framework's own rules, not by those of their formats");
     app.set_version_flag("--version", "tessplay " TESSPLAY_VERSION);
-    app.footer("Keys: space pauses, arrows go to the next or the previous file, q quits.\n"
-               "WAVE, MOD, MP3, VOC, AU, 8SVX, 16SV and AIFF are known by their contents.");
+    app.footer(std::string(Keys) +
+               "\nWAVE, MOD, MP3, VOC, AU, 8SVX, 16SV and AIFF are known by their contents.");
     app.parse(argc, argv);
     if (!raw.empty())
         options.Raw = RawOf(raw);
@@ -321,9 +394,16 @@ int main(int argc, char **argv)
         return WrongUsage;
     }
     Audio_Rules = options.Framework ? AUDIO_RULES_FRAMEWORK : AUDIO_RULES_FORMAT;
-    const int status = options.Info      ? Info(options)
-                       : options.Convert ? Convert(options)
-                                         : Play(options);
+    bool listed = true;
+    if (!options.Convert)
+        options.Files = List_Files(options.Files, options.Recursive,
+                                   [&listed](const std::string &path, const std::string &reason) {
+                                       Report(path, reason);
+                                       listed = false;
+                                   });
+    int status = options.Info ? Info(options) : options.Convert ? Convert(options) : Play(options);
+    if (!listed && status == 0)
+        status = Failure;
     if (const int signal = Terminal_Signal()) {
         std::signal(signal, SIG_DFL);
         std::raise(signal);

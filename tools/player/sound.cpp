@@ -69,6 +69,22 @@ static uint64_t DataBytes(uint64_t start, uint64_t end)
     return start < end ? end - start : 0;
 }
 
+// Sets codec and output bytes of what is decoded by its format's rules.
+static void SetFrames(PLAYER_SOUND &sound, const SOUND_FRAMES &frames, uint64_t data)
+{
+    const uint32_t stored = Sound_StoredBytes(frames);
+    sound.Plays = frames.Bytes != 0;
+    if (!sound.Plays)
+        return;
+    sound.Codec = frames.Coding == SOUND_FLOAT  ? "floating point"
+                  : frames.Coding == SOUND_ALAW ? "A-law"
+                  : frames.Coding == SOUND_ULAW ? "mu-law"
+                                                : "linear";
+    sound.Bytes = data / stored * Player_FrameBytes(sound);
+    if (frames.Mixed)
+        AddFact(sound, "stored", std::to_string(frames.Channels) + " channels, mixed to two");
+}
+
 static void DescribeRaw(PLAYER_SOUND &sound)
 {
     sound.Format = "raw samples";
@@ -87,6 +103,14 @@ static void DescribeWAV(PLAYER_SOUND &sound)
               {6, "A-law", 2},
               {7, "mu-law", 2},
               {17, "IMA ADPCM", 4}});
+    if (header.Rules == AUDIO_RULES_FORMAT && header.BlockFrames != 0) {
+        sound.Plays = true;
+        sound.Bytes = data / header.BlockAlign * header.BlockFrames * Player_FrameBytes(sound);
+        AddNumber(sound, "block bytes", header.BlockAlign);
+        return;
+    }
+    if (header.Rules == AUDIO_RULES_FORMAT)
+        return SetFrames(sound, header.Frames, data);
     const bool microsoft = header.FormatTag == 2;
     if (!microsoft && header.FormatTag != 17)
         return;
@@ -148,6 +172,17 @@ static std::string TrackText(const MP3_ID3V1 &v1, const MP3_ID3V2 &v2)
     return first >= '0' && first <= '9' ? std::string(1, first) : "";
 }
 
+static void AddTexts(PLAYER_SOUND &sound, const MP3_TEXTS &texts)
+{
+    sound.Title = Player_Text(texts.Title);
+    AddFact(sound, "artist", Player_Text(texts.Artist));
+    AddFact(sound, "album", Player_Text(texts.Album));
+    AddFact(sound, "year", Player_Text(texts.Year));
+    AddFact(sound, "track", Player_Text(texts.Track));
+    AddFact(sound, "genre", Player_Text(texts.Genre));
+    AddFact(sound, "comment", Player_Text(texts.Comment));
+}
+
 static void AddTags(PLAYER_SOUND &sound, const MP3_ID3V1 &v1, const MP3_ID3V2 &v2)
 {
     const std::string genre = v1.Genre < MP3_UnknownGenre ? MP3_Genre[v1.Genre] : "";
@@ -175,11 +210,16 @@ static void DescribeMP3(PLAYER_SOUND &sound)
     sound.Hz = header.SamplingRate;
     sound.Format = "MPEG audio";
     sound.Codec = std::string(MP3_Version[header.Version & 3]) + " " + MP3_Layer[header.Layer & 3];
-    AddTags(sound, header.ID3v1, header.ID3v2);
+    if (header.Rules == AUDIO_RULES_FORMAT)
+        AddTexts(sound, header.Texts);
+    else
+        AddTags(sound, header.ID3v1, header.ID3v2);
     AddFact(sound, "bit rate", std::to_string(header.BitRate / 1000) + " kbit/s");
     AddFact(sound, "mode", MP3_Channels[header.ChannelMode & 3]);
     fseeko(file.get(), track.DataStart, SEEK_SET);
-    sound.Bytes = CountMP3(file.get(), n) * Player_FrameBytes(sound);
+    const uint64_t samples =
+        header.Frames.Samples != 0 ? header.Frames.Samples : CountMP3(file.get(), n);
+    sound.Bytes = samples * Player_FrameBytes(sound);
 }
 
 static void DescribeVOC(PLAYER_SOUND &sound)
@@ -188,6 +228,12 @@ static void DescribeVOC(PLAYER_SOUND &sound)
     sound.Format = "Creative Voice";
     SetCodec(sound, header.Codec, DataBytes(header.DataStart, header.FileSize),
              {{0, "linear", 1}, {4, "linear", 1}, {6, "A-law", 2}, {7, "mu-law", 2}});
+    if (header.Rules == AUDIO_RULES_FORMAT) {
+        SetFrames(sound, header.Frames, 0);
+        for (const VOC_PIECE &piece : header.Pieces)
+            sound.Bytes += (piece.Bytes / Sound_StoredBytes(header.Frames) + piece.Silence) *
+                           Player_FrameBytes(sound);
+    }
     AddFact(sound, "version",
             std::to_string(header.Version >> 8) + "." + std::to_string(header.Version & 0xFF));
 }
@@ -204,6 +250,8 @@ static void DescribeAU(PLAYER_SOUND &sound)
               {5, "linear", 1},
               {27, "A-law", 2}});
     sound.Bytes -= sound.Bytes % std::max(Player_FrameBytes(sound), 1u);
+    if (header.Rules == AUDIO_RULES_FORMAT)
+        SetFrames(sound, header.Frames, DataBytes(header.DataStart, header.DataEnd));
 }
 
 static void DescribeIFF(PLAYER_SOUND &sound)
@@ -211,9 +259,16 @@ static void DescribeIFF(PLAYER_SOUND &sound)
     const IFF_HEADER &header = RecordOf<IFF_HEADER>(sound);
     sound.Format = header.BitsPerSample == 8 ? "IFF 8SVX" : "IFF 16SV";
     sound.Codec = "linear";
-    if (header.Compression != 0)
-        sound.Codec = "compression " + std::to_string(header.Compression) + ", taken for linear";
     sound.Bytes = DataBytes(header.DataStart, header.FileSize);
+    if (header.Rules == AUDIO_RULES_FORMAT) {
+        const uint32_t packed = header.Compression;
+        sound.Codec = packed == 0   ? "linear"
+                      : packed == 1 ? "Fibonacci delta"
+                                    : "exponential delta";
+        sound.Bytes =
+            DataBytes(header.DataStart, header.DataEnd) * header.Channels * (packed != 0 ? 2 : 1);
+    } else if (header.Compression != 0)
+        sound.Codec = "compression " + std::to_string(header.Compression) + ", taken for linear";
     AddFact(sound, "annotation", Player_Text(header.Annotation));
     AddNumber(sound, "octaves", header.Octaves);
 }
@@ -239,6 +294,8 @@ static void DescribeAIFF(PLAYER_SOUND &sound)
     sound.Hz = RateOfAIFF(header);
     SetCodec(sound, header.Codec, DataBytes(header.DataStart, header.FileSize),
              {{0, "linear", 1}, {1, "bytes", 1}, {2, "A-law", 2}, {3, "mu-law", 2}});
+    if (header.Rules == AUDIO_RULES_FORMAT)
+        SetFrames(sound, header.Frames, DataBytes(header.DataStart, header.DataEnd));
     AddFact(sound, "compression", compression);
     AddNumber(sound, "frames", header.FrameCount);
 }
@@ -294,9 +351,9 @@ static void ReadFacts(PLAYER_SOUND &sound)
     Describe[track.Type](sound);
 }
 
-// Bytes in front of an MPEG stream that its tag takes (ID3v2.4, 3.1), with what pads it; 0 without.
-// The engine looks for frames from the first byte on, where a tag's pictures may pass for some, and
-// hide the sound where they are large.
+// By the framework's rules: bytes in front of an MPEG stream that its tag takes (ID3v2.4, 3.1),
+// with what pads it; 0 without. The engine looks for frames from the first byte on, where a tag's
+// pictures may pass for some, and hide the sound where they are large.
 static uint32_t TagBytes(const std::string &path)
 {
     uint32_t size;
@@ -322,7 +379,7 @@ std::string Player_Open(const std::string &path, const PLAYER_RAW &raw, PLAYER_S
     const std::string unreadable = WhyUnreadable(path);
     if (!unreadable.empty())
         return unreadable;
-    const uint32_t tag = TagBytes(path);
+    const uint32_t tag = Audio_Rules == AUDIO_RULES_FRAMEWORK ? TagBytes(path) : 0;
     const uint8_t type = tag != 0 ? uint8_t{AUDIO_MP3} : Audio_Check(path.c_str());
     if (type != AUDIO_RAW)
         SetOutput(ModuleBits, ModuleChannels, ModuleHz);
@@ -371,6 +428,37 @@ size_t Player_Take(const PLAYER_SOUND &sound, uint32_t &passes, std::span<uint8_
         done += Audio_Take(&track, out.data() + done, out.size() - done);
     }
     return done;
+}
+
+void Player_Seek(const PLAYER_SOUND &sound, double seconds)
+{
+    const uint32_t frame = Player_FrameBytes(sound);
+    const uint64_t target = static_cast<uint64_t>(std::max(seconds, 0.0) * sound.Hz) * frame;
+    AudioTrack &track = *sound.Track;
+    if (target < track.Taken) {
+        Player_Start(sound);
+        Audio_Take(&track, nullptr, 0);  // which begins the pass
+    }
+    std::vector<uint8_t> dropped(Audio_Capacity / frame * frame);
+    while (track.Taken < target && !track.Ended)
+        Audio_Take(&track, dropped.data(),
+                   std::min<uint64_t>(dropped.size(), target - track.Taken));
+}
+
+void Player_Scale(std::span<uint8_t> samples, uint32_t bits, double gain)
+{
+    const auto factor = static_cast<int64_t>(gain * 65536);
+    const uint32_t bytes = bits / 8;
+    const uint32_t middle = bits == 8 ? 128 : 0;
+    for (size_t i = 0; i + bytes <= samples.size(); i += bytes) {
+        uint32_t sample = 0;
+        for (uint32_t k = 0; k < bytes; k++)
+            sample |= uint32_t{samples[i + k]} << (8 * k);
+        const auto value = static_cast<int32_t>((sample - middle) << (32 - bits)) >> (32 - bits);
+        sample = static_cast<uint32_t>(value * factor >> 16) + middle;
+        for (uint32_t k = 0; k < bytes; k++)
+            samples[i + k] = static_cast<uint8_t>(sample >> (8 * k));
+    }
 }
 
 double Player_Seconds(const PLAYER_SOUND &sound)

@@ -48,6 +48,13 @@ void Player_Start(const PLAYER_SOUND &sound);
 /// next MPEG frame is far, unless Track->Ended.
 size_t Player_Take(const PLAYER_SOUND &sound, uint32_t &passes, std::span<uint8_t> out);
 
+/// Moves to `seconds` of a pass, or to its end, exactly: decodes what lies before and drops it,
+/// from the start on when that comes earlier than where it is. Not while a stream takes of it.
+void Player_Seek(const PLAYER_SOUND &sound, double seconds);
+
+/// Scales samples as Player_Take gives them by a gain of at most 1.
+void Player_Scale(std::span<uint8_t> samples, uint32_t bits, double gain);
+
 inline uint32_t Player_FrameBytes(const PLAYER_SOUND &sound)
 {
     return sound.Bits / 8 * sound.Channels;

@@ -80,12 +80,20 @@ PLAYER_TERMINAL::~PLAYER_TERMINAL()
 
 static PLAYER_KEY KeyOf(std::string_view bytes)
 {
+    // A cursor key is ESC [ and its letter, or ESC O in application mode.
     const std::pair<std::string_view, PLAYER_KEY> keys[] = {
-        {"q", KEY_QUIT},          {"Q", KEY_QUIT},          {" ", KEY_PAUSE},
-        {"\x1B[C", KEY_NEXT},     {"\x1B[B", KEY_NEXT},     {"\x1BOC", KEY_NEXT},
-        {"\x1BOB", KEY_NEXT},     {"\x1B[D", KEY_PREVIOUS}, {"\x1B[A", KEY_PREVIOUS},
-        {"\x1BOD", KEY_PREVIOUS}, {"\x1BOA", KEY_PREVIOUS},
+        {"q", KEY_QUIT},           {"Q", KEY_QUIT},         {" ", KEY_PAUSE},
+        {">", KEY_NEXT},           {"n", KEY_NEXT},         {"<", KEY_PREVIOUS},
+        {"p", KEY_PREVIOUS},       {"-", KEY_QUIETER},      {"+", KEY_LOUDER},
+        {"=", KEY_LOUDER},         {"m", KEY_MUTE},         {"l", KEY_LOOP},
+        {"?", KEY_HELP},           {"\x1B[D", KEY_LEFT},    {"\x1BOD", KEY_LEFT},
+        {"\x1B[C", KEY_RIGHT},     {"\x1BOC", KEY_RIGHT},   {"\x1B[B", KEY_DOWN},
+        {"\x1BOB", KEY_DOWN},      {"\x1B[A", KEY_UP},      {"\x1BOA", KEY_UP},
+        {"\x1B[6~", KEY_PAGEDOWN}, {"\x1B[5~", KEY_PAGEUP}, {"\x1B[H", KEY_HOME},
+        {"\x1BOH", KEY_HOME},      {"\x1B[1~", KEY_HOME},
     };
+    if (bytes.size() == 1 && bytes[0] >= '0' && bytes[0] <= '9')
+        return static_cast<PLAYER_KEY>(KEY_TENTH + (bytes[0] - '0'));
     for (const auto &[sequence, key] : keys)
         if (bytes == sequence)
             return key;
@@ -164,7 +172,7 @@ static size_t Columns()
 
 void Terminal_Show(const std::string &left, double done, const std::string &right)
 {
-    if (!isatty(STDOUT_FILENO))
+    if (!Terminal_IsShown())
         return;
     constexpr size_t width = 20;
     const auto filled = static_cast<size_t>(std::clamp(done, 0.0, 1.0) * width);
@@ -176,8 +184,13 @@ void Terminal_Show(const std::string &left, double done, const std::string &righ
 
 void Terminal_Clear()
 {
-    if (!isatty(STDOUT_FILENO))
+    if (!Terminal_IsShown())
         return;
     std::fputs("\r\x1B[K", stdout);
     std::fflush(stdout);
+}
+
+bool Terminal_IsShown()
+{
+    return isatty(STDOUT_FILENO) == 1;
 }

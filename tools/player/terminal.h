@@ -3,7 +3,27 @@
 
 #include <string>
 
-enum PLAYER_KEY { KEY_NONE, KEY_QUIT, KEY_PAUSE, KEY_NEXT, KEY_PREVIOUS };
+enum PLAYER_KEY {
+    KEY_NONE,
+    KEY_QUIT,
+    KEY_PAUSE,
+    KEY_NEXT,
+    KEY_PREVIOUS,
+    KEY_LEFT,
+    KEY_RIGHT,
+    KEY_DOWN,
+    KEY_UP,
+    KEY_PAGEDOWN,
+    KEY_PAGEUP,
+    KEY_HOME,
+    KEY_QUIETER,
+    KEY_LOUDER,
+    KEY_MUTE,
+    KEY_LOOP,
+    KEY_HELP,
+    KEY_TENTH,  // the digit 0, then the other nine
+    KEY_LASTTENTH = KEY_TENTH + 9
+};
 
 /// While it lives keys come without a return and an echo, and signals are caught: those that end
 /// are noted, the one that stops (Ctrl-Z) stops with the terminal as it was before. Only where
@@ -32,3 +52,6 @@ void Terminal_Stop();
 /// terminal's width; an empty line clears it. Nothing where standard output is no terminal.
 void Terminal_Show(const std::string &left, double done, const std::string &right);
 void Terminal_Clear();
+
+/// Whether standard output is a terminal.
+bool Terminal_IsShown();
