@@ -1,5 +1,7 @@
 #include "audio/aiff.h"
 
+#include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "audio/g711.h"
@@ -9,6 +11,20 @@ constinit thread_local SOUND_TABLE<AIFF_HEADER> AIFF_Header{};
 constinit thread_local uint8_t AIFF_SoundNumber = 0;
 constinit thread_local SOUND_FILE AIFF_File{};
 constinit thread_local uint64_t AIFF_Position = 0;
+
+namespace
+{
+
+// What a compression of AIFF-C is: the samples' coding, the bytes of each (0: as the common chunk
+// has it), and whether they are big-endian.
+struct AIFF_COMPRESSION {
+    std::string_view Name;  // letters of any case
+    SOUND_CODING Coding;
+    uint8_t Bytes;
+    bool Big;
+};
+
+}  // namespace
 
 // Of the names in the text, the last of this list wins; without a text, or without any of them,
 // samples are linear.
@@ -68,7 +84,7 @@ static bool WalkChunks(AIFF_HEADER &record, uint32_t &soundSize, bool padded)
 
 // Chunks lie back to back, on purpose. Only where that leads to no sound data is each taken to
 // start at an even place, as the standard asks.
-static void ReadHeader(AIFF_HEADER &record)
+static void ReadFrameworkHeader(AIFF_HEADER &record)
 {
     AIFF_HEADER padded = record;
     uint32_t size = 0;
@@ -81,6 +97,110 @@ static void ReadHeader(AIFF_HEADER &record)
     if (record.Codec == 0 && bits != 8 && bits != 16 && bits != 24 && bits != 32)
         Reason_Set("%u bits a sample", bits);
     Sound_CheckCut(AIFF_File, record.DataStart, size);
+}
+
+constexpr std::array<AIFF_COMPRESSION, 13> AIFF_Compressions = {{
+    {"none", SOUND_SIGNED, 0, true},
+    {"twos", SOUND_SIGNED, 0, true},
+    {"sowt", SOUND_SIGNED, 0, false},
+    {"raw ", SOUND_UNSIGNED, 0, true},
+    {"in16", SOUND_SIGNED, 2, true},
+    {"in24", SOUND_SIGNED, 3, true},
+    {"42ni", SOUND_SIGNED, 3, false},
+    {"in32", SOUND_SIGNED, 4, true},
+    {"23ni", SOUND_SIGNED, 4, false},
+    {"fl32", SOUND_FLOAT, 4, true},
+    {"fl64", SOUND_FLOAT, 8, true},
+    {"alaw", SOUND_ALAW, 1, true},
+    {"ulaw", SOUND_ULAW, 1, true},
+}};
+
+static bool IsNamed(std::string_view name, std::string_view text)
+{
+    return std::equal(name.begin(), name.end(), text.begin(), text.end(),
+                      [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b + 32 : b); });
+}
+
+// The samples of a file, which without a name of a compression are linear.
+static SOUND_FRAMES FramesOf(const AIFF_HEADER &record)
+{
+    const std::string_view text(record.Compression.data());
+    const auto *row = text.empty() ? &AIFF_Compressions.front()
+                                   : std::ranges::find_if(AIFF_Compressions, [&](const auto &c) {
+                                         return IsNamed(c.Name, text.substr(0, 4));
+                                     });
+    SOUND_FRAMES frames;
+    if (row == AIFF_Compressions.end()) {
+        Reason_Set("compression '%.4s'", text.data());
+        return frames;
+    }
+    frames.Coding = row->Coding;
+    frames.Big = row->Big;
+    frames.Bytes = row->Bytes != 0 ? row->Bytes : (record.BitsPerSample + 7u) / 8;
+    frames.Channels = record.Channels;
+    Sound_PrepareFrames(frames);
+    return frames;
+}
+
+// The rate in Hz by the format's rules: a whole number as near as there is one.
+static uint32_t RateOf(const std::array<uint8_t, 10> &bytes)
+{
+    const int exponent = ((bytes[0] & 0x7F) << 8 | bytes[1]) - 16383 - 63;
+    uint64_t mantissa = 0;
+    for (size_t i = 2; i < bytes.size(); i++)
+        mantissa = mantissa << 8 | bytes[i];
+    const double rate = std::ldexp(static_cast<double>(mantissa), exponent);
+    return bytes[0] < 0x80 && rate < 4294967295.0 ? static_cast<uint32_t>(std::lround(rate)) : 0;
+}
+
+// All chunks of the format's walk, in any order: each starts at an even place.
+static uint32_t FindChunks(AIFF_HEADER &record)
+{
+    uint32_t size = 0;
+    AIFF_Position = 12;
+    AIFF_File.Chunks = 0;
+    while (const auto chunk = Sound_GetChunk(AIFF_File, AIFF_Position, Sound_GetBig)) {
+        const uint64_t next = AIFF_Position + chunk->Size + chunk->Size % 2;
+        if (chunk->Id == Sound_Id("COMM"))
+            ReadCOMM(record, chunk->Size);
+        if (chunk->Id == Sound_Id("SSND") && record.DataStart == 0) {
+            const uint32_t offset = AIFF_GetDWord();
+            record.DataStart = static_cast<uint32_t>(
+                std::min<uint64_t>(AIFF_Position + 4 + offset, record.FileSize));
+            size = chunk->Size - std::min<uint32_t>(chunk->Size, 8) >= offset
+                       ? chunk->Size - 8 - offset
+                       : 0;
+        }
+        if (record.DataStart != 0 && record.Channels != 0 && record.Rate[1] != 0)
+            break;
+        AIFF_Position = next;
+    }
+    return size;
+}
+
+static void ReadFormatHeader(AIFF_HEADER &record)
+{
+    record.Channels = 0;
+    const uint32_t size = FindChunks(record);
+    if (record.Channels == 0)
+        return Reason_Set("no common chunk");
+    record.Frames = FramesOf(record);
+    record.SamplingRate = RateOf(record.Rate);
+    record.Channels = Sound_ChannelsOf(record.Frames);
+    record.BitsPerSample = Sound_BitsOf(record.Frames);
+    if (record.DataStart == 0)
+        return Reason_Set("no sound data chunk");
+    record.DataEnd = static_cast<uint32_t>(
+        std::min<uint64_t>(uint64_t{record.DataStart} + size, record.FileSize));
+    Sound_CheckCut(AIFF_File, record.DataStart, size);
+}
+
+static void ReadHeader(AIFF_HEADER &record)
+{
+    if (record.Rules == AUDIO_RULES_FORMAT)
+        ReadFormatHeader(record);
+    else
+        ReadFrameworkHeader(record);
 }
 
 uint8_t AIFF_GetByte()
@@ -123,8 +243,13 @@ void AIFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
     Sound_Decoding(AIFF_GetHeader(n), AIFF_Fill, file, buffer, length);
 }
 
-SOUND_FILLED AIFF_Fill(AIFF_HEADER &record, const SOUND_REFILL &refill)
+SOUND_FILLED AIFF_Fill(AIFF_HEADER &record, const SOUND_REFILL &given)
 {
+    SOUND_REFILL refill = given;
+    if (record.Rules == AUDIO_RULES_FORMAT) {
+        refill.Available = Sound_Remaining(refill.File, record.DataEnd);
+        return Sound_FillFrames(record.Frames, refill);
+    }
     switch (record.Codec) {
     case 1:
         return Sound_Samples(refill, 1, Sound_Keep);

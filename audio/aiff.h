@@ -1,6 +1,16 @@
 // AIFF and AIFF-C sounds. Apple Computer, "Audio Interchange File Format" 1.3 (1989) and "AIFF-C"
-// (1991), with three liberties kept on purpose: chunks of odd size need no padding, the rate is the
-// top of its mantissa, and the sound data chunk's offset and block size are played.
+// (1991).
+//
+// The framework's rules and the format's (Audio_Rules) differ in:
+//   chunks   of odd size are not padded; are. In front of the sound data; in any order
+//   sound    from the data chunk's offset and block size on to the end of the file; from where that
+//            offset says on to the chunk's end
+//   samples  8, 16 and 32 bits, 24 in the file's order, G.711; AIFF-C's raw, sowt, twos, in16,
+//   in24,
+//            in32, fl32 and fl64 too, 1 to 32 bits, up to 32 channels, beyond two mixed to two
+//   8 bits   as (128 - b) modulo 256; unsigned
+//   rate     the top of its mantissa; the 80-bit number
+//   lengths  reported as AIFF_Decoding says; what is stored
 #pragma once
 
 #include <array>
@@ -8,6 +18,7 @@
 #include <cstdio>
 
 #include "audio/sound_file.h"
+#include "audio/sound_frames.h"
 
 struct AIFF_HEADER {
     uint32_t FileSize;       // bytes
@@ -20,6 +31,9 @@ struct AIFF_HEADER {
     std::array<char, 18> Compression;
     uint32_t DataStart;  // first sample byte; 0 where the file has no sound data
     uint8_t Rules;       // AUDIO_RULES that it was loaded by
+    // By the format's rules:
+    SOUND_FRAMES Frames;
+    uint32_t DataEnd;  // past the last sample byte
 };
 
 /// The files that this thread loaded, in the order of loading; null where none is.

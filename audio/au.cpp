@@ -1,5 +1,7 @@
 #include "audio/au.h"
 
+#include <algorithm>
+
 #include "audio/g711.h"
 
 constinit thread_local SOUND_TABLE<AU_HEADER> AU_Header{};
@@ -26,6 +28,46 @@ static bool IsDecoded(uint16_t encoding)
     return (encoding >= 1 && encoding <= 5) || encoding == 27;
 }
 
+namespace
+{
+
+struct AU_ENCODING {
+    uint16_t Number;
+    SOUND_CODING Coding;
+    uint8_t Bytes;
+};
+
+}  // namespace
+
+// Those that the format's rules decode.
+constexpr std::array<AU_ENCODING, 8> AU_Encodings = {{
+    {1, SOUND_ULAW, 1},
+    {2, SOUND_SIGNED, 1},
+    {3, SOUND_SIGNED, 2},
+    {4, SOUND_SIGNED, 3},
+    {5, SOUND_SIGNED, 4},
+    {6, SOUND_FLOAT, 4},
+    {7, SOUND_FLOAT, 8},
+    {27, SOUND_ALAW, 1},
+}};
+
+constexpr uint32_t AU_Unknown = UINT32_MAX;  // size of a sound that was not complete yet
+
+// The format's rules for what the header has after its size.
+static void ReadFormatFields(AU_HEADER &record, uint32_t encoding, uint32_t channels, uint32_t size)
+{
+    const auto row = std::ranges::find(AU_Encodings, encoding, &AU_ENCODING::Number);
+    if (row == AU_Encodings.end())
+        return Reason_Set("encoding %u", encoding);
+    record.Frames = {row->Coding, row->Bytes, true, channels};
+    Sound_PrepareFrames(record.Frames);
+    record.Channels = Sound_ChannelsOf(record.Frames);
+    record.BitsPerSample = Sound_BitsOf(record.Frames);
+    const uint64_t end = uint64_t{record.DataStart} + size;
+    const bool known = size != AU_Unknown && size != 0;
+    record.DataEnd = known && end < record.FileSize ? static_cast<uint32_t>(end) : record.FileSize;
+}
+
 static void ReadHeader(AU_HEADER &record)
 {
     const auto at = [](uint64_t position) { return Sound_BigAt(AU_File, position, 4); };
@@ -34,10 +76,12 @@ static void ReadHeader(AU_HEADER &record)
     record.SamplingRate = at(16);
     record.Channels = static_cast<uint16_t>(at(20));
     record.BitsPerSample = BitsOf(record.Encoding);
-    if (!IsDecoded(record.Encoding))
+    const uint32_t size = at(8);
+    if (record.Rules == AUDIO_RULES_FORMAT)
+        ReadFormatFields(record, at(12), at(20), size);
+    else if (!IsDecoded(record.Encoding))
         Reason_Set("encoding %u", record.Encoding);
-    constexpr uint32_t unknown = UINT32_MAX;  // of a sound that was not complete yet
-    if (const uint32_t size = at(8); size != unknown)
+    if (size != AU_Unknown)
         Sound_CheckCut(AU_File, record.DataStart, size);
 }
 
@@ -51,8 +95,13 @@ void AU_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
     Sound_Decoding(AU_GetHeader(n), AU_Fill, file, buffer, length);
 }
 
-SOUND_FILLED AU_Fill(AU_HEADER &record, const SOUND_REFILL &refill)
+SOUND_FILLED AU_Fill(AU_HEADER &record, const SOUND_REFILL &given)
 {
+    SOUND_REFILL refill = given;
+    if (record.Rules == AUDIO_RULES_FORMAT) {
+        refill.Available = Sound_Remaining(refill.File, record.DataEnd);
+        return Sound_FillFrames(record.Frames, refill);
+    }
     switch (record.Encoding) {
     case 1:
         return Sound_G711(refill, AUDIO_ULAW);

@@ -1,20 +1,30 @@
-// Sun and NeXT sound files: a header of big-endian numbers and samples of one of many encodings, of
-// which the linear ones up to 32 bits and G.711 are decoded.
+// Sun and NeXT sound files: a header of big-endian numbers and samples of one of many encodings.
+//
+// The framework's rules and the format's (Audio_Rules) differ in:
+//   encodings  1 to 5 and 27; floating point (6 and 7) too, and up to 32 channels, beyond two mixed
+//              to two
+//   end        of the file, and none for encodings 3 and 5; where the header says
+//   8 bits     as (128 - b) modulo 256; unsigned
+//   lengths    reported as AU_Decoding says; what is stored
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
 
 #include "audio/sound_file.h"
+#include "audio/sound_frames.h"
 
 struct AU_HEADER {
     uint32_t FileSize;  // bytes
-    uint16_t Encoding;  // 1 mu-law, 2 to 5 signed 8, 16, 24 and 32-bit, 27 A-law
+    uint16_t Encoding;  // 1 mu-law, 2 to 5 signed 8, 16, 24 and 32-bit, 6, 7 float, 27 A-law
     uint16_t Channels;
     uint32_t SamplingRate;   // Hz
     uint16_t BitsPerSample;  // of the output
     uint32_t DataStart;      // first sample byte
     uint8_t Rules;           // AUDIO_RULES that it was loaded by
+    // By the format's rules:
+    SOUND_FRAMES Frames;
+    uint32_t DataEnd;  // past the last sample byte
 };
 
 /// The files that this thread loaded, in the order of loading; null where none is.

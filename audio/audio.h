@@ -32,6 +32,10 @@ using AUDIO_CALLBACK = int(const void *input, void *output, unsigned long frames
                            const PaStreamCallbackTimeInfo *timing, unsigned long status,
                            void *user);
 
+/// What a stream's callback returns: more is to come, or the stream ends with what it gave.
+constexpr int Audio_Continue = 0;
+constexpr int Audio_Complete = 1;
+
 /// Bytes of a track's buffer.
 constexpr uint32_t Audio_Capacity = 65536;
 
@@ -106,6 +110,9 @@ extern uint8_t Audio_WakeBit;
 extern AUDIO_CALLBACK *Audio_StreamCallBack;
 /// Frames that it is asked for at a time; 0: as many as a buffer of the track holds.
 extern uint32_t Audio_StreamFrames;
+/// Whether streams are also opened, on PortAudio's default device, where the rule about the chosen
+/// one (Audio_Device below 2) keeps silent. False.
+extern bool Audio_AnyDevice;
 /// The device that Audio_Init examined last; PortAudio's own, null before.
 extern const PaDeviceInfo *PortAudio_DeviceInfo;
 /// Output format of the stream, set by Audio_SetMixer.
@@ -116,7 +123,8 @@ extern PaStreamParameters PortAudio_Format;
 void Audio_Init(uint8_t channels);
 
 /// Sets the output format: 8 (unsigned), 16, 24 or 32 bits; others keep the sample format that was
-/// set before. `left` and `right` are ignored. No effect while Audio_Device is below 2.
+/// set before. `left` and `right` are ignored. No effect while Audio_Device is below 2
+/// and Audio_AnyDevice is false.
 void Audio_SetMixer(uint8_t bits, uint32_t hz, uint32_t left, uint32_t right);
 
 /// Store their global. Only the low 16 bits of `hz` are kept.
@@ -158,6 +166,22 @@ void Audio_Play(AudioTrack *track);
 /// Audio_Pause toggles Audio_Playing, Audio_Stop clears it and Audio_Loop. The stream runs on.
 void Audio_Pause();
 void Audio_Stop();
+
+/// The track's stream; without one these do nothing, and give 0 or false.
+/// Seconds of its clock.
+double Audio_StreamTime(const AudioTrack &track);
+/// Whether it was started and has neither ended nor been aborted.
+bool Audio_IsStreaming(const AudioTrack &track);
+/// Stops it at once, what is buffered is lost; and starts it again, which Audio_Error answers.
+void Audio_AbortStream(AudioTrack &track);
+void Audio_StartStream(AudioTrack &track);
+
+/// When the first frame that a callback fills will be heard, by its stream's clock.
+double Audio_HeardAt(const PaStreamCallbackTimeInfo &timing);
+
+/// An Audio_Error in words, and whether it is about rate, channels or bits, not about the device.
+const char *Audio_ErrorText(int32_t error);
+bool Audio_IsFormatError(int32_t error);
 
 /// Has the current track's next refill start at the beginning, and says that it plays.
 void Audio_ReStart();

@@ -23,9 +23,12 @@ static bool Has(const AUDIO_HEAD &head, size_t offset, std::string_view tag)
                       [](char a, uint8_t b) { return static_cast<uint8_t>(a) == b; });
 }
 
+// By the format's rules, of its larger and its big-endian kinds too.
 static bool IsWAV(const AUDIO_HEAD &head)
 {
-    return Has(head, 0, "RIFF") && Has(head, 8, "WAVE");
+    const bool other = Has(head, 0, "RIFX") || Has(head, 0, "RF64") || Has(head, 0, "BW64");
+    return (Has(head, 0, "RIFF") || (Audio_Rules == AUDIO_RULES_FORMAT && other)) &&
+           Has(head, 8, "WAVE");
 }
 
 static_assert(MP3_MaxFrame < Audio_HeadBytes,

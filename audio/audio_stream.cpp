@@ -18,6 +18,7 @@ const PaDeviceInfo *PortAudio_DeviceInfo;
 PaStreamParameters PortAudio_Format;
 AUDIO_CALLBACK *Audio_StreamCallBack = PortAudio_CallBack;
 uint32_t Audio_StreamFrames;
+bool Audio_AnyDevice;
 
 // Frame size of the stream and the byte of its silence; a size of 0: no stream was opened.
 static std::atomic<uint32_t> streamFrameBytes;
@@ -26,6 +27,7 @@ static std::atomic<uint8_t> streamSilence;
 static std::atomic<uint32_t> callbackSteps;
 
 static_assert(std::is_same_v<AUDIO_CALLBACK, PaStreamCallback>);
+static_assert(Audio_Continue == paContinue && Audio_Complete == paComplete);
 
 namespace
 {
@@ -92,9 +94,15 @@ static double LowLatency(PaDeviceIndex device, double PaDeviceInfo::*which)
     return info ? std::max(info->*which, 0.0) : 0;
 }
 
+// Whether the chosen device may be used.
+static bool MayUseDevice()
+{
+    return Audio_Device >= 2;
+}
+
 void Audio_SetMixer(uint8_t bits, uint32_t hz, uint32_t, uint32_t)
 {
-    if (Audio_Device < 2)
+    if (!MayUseDevice() && !Audio_AnyDevice)
         return;
     Audio_Hz = hz;
     Audio_BPS = bits;
@@ -139,7 +147,8 @@ static PaError OpenStream(AudioTrack &track, const PaStreamParameters &format)
 // Opens the stream on the chosen device, or on the default one where that fails.
 static PaError OpenAnyStream(AudioTrack &track)
 {
-    const PaError error = OpenStream(track, PortAudio_Format);
+    const PaError error =
+        MayUseDevice() ? OpenStream(track, PortAudio_Format) : PaError{paDeviceUnavailable};
     const PaDeviceIndex device = Pa_GetDefaultOutputDevice();
     if (error == paNoError || device < 0)
         return error;
@@ -153,13 +162,53 @@ void Audio_Play(AudioTrack *track)
 {
     Audio_Current = track;  // the first callback runs before Pa_StartStream returns
     Audio_Playing = 1;
-    if (Audio_Device < 2 || Audio_FirstPlay != 1)
+    if ((!MayUseDevice() && !Audio_AnyDevice) || Audio_FirstPlay != 1)
         return;
     const QUIET quiet;
     Audio_Error = OpenAnyStream(*track);
     if (Audio_Error == paNoError)
         Audio_Error = Pa_StartStream(track->Stream);
     Audio_FirstPlay = 2;
+}
+
+double Audio_StreamTime(const AudioTrack &track)
+{
+    return track.Stream ? Pa_GetStreamTime(track.Stream) : 0;
+}
+
+bool Audio_IsStreaming(const AudioTrack &track)
+{
+    return track.Stream && Pa_IsStreamActive(track.Stream) == 1;
+}
+
+void Audio_AbortStream(AudioTrack &track)
+{
+    if (track.Stream)
+        Pa_AbortStream(track.Stream);
+}
+
+void Audio_StartStream(AudioTrack &track)
+{
+    if (!track.Stream)
+        return;
+    const QUIET quiet;
+    Audio_Error = Pa_StartStream(track.Stream);
+}
+
+double Audio_HeardAt(const PaStreamCallbackTimeInfo &timing)
+{
+    return timing.outputBufferDacTime;
+}
+
+const char *Audio_ErrorText(int32_t error)
+{
+    return Pa_GetErrorText(error);
+}
+
+bool Audio_IsFormatError(int32_t error)
+{
+    return error == paInvalidSampleRate || error == paInvalidChannelCount ||
+           error == paSampleFormatNotSupported;
 }
 
 namespace

@@ -1,5 +1,13 @@
 // IFF sounds: 8SVX and 16SV forms. Electronic Arts, "8SVX" IFF 8-Bit Sampled Voice (1985), over
-// "EA IFF 85"; chunks of odd size are not padded here.
+// "EA IFF 85".
+//
+// The framework's rules and the format's (Audio_Rules) differ in:
+//   chunks    of odd size are not padded; are
+//   end       of the file; of the body
+//   channels  always one; two where the channel chunk says so, one's bytes after the other's
+//   packing   ignored; Fibonacci and exponential delta are decoded
+//   8 bits    as (128 - b) modulo 256; unsigned
+//   lengths   reported as IFF_Decoding says; what is stored
 #pragma once
 
 #include <array>
@@ -9,9 +17,9 @@
 #include "audio/sound_file.h"
 
 struct IFF_HEADER {
-    uint32_t FileSize;       // bytes
-    uint16_t Compression;    // as the file says; the samples are taken as they are all the same
-    uint16_t Channels = 1;   // always
+    uint32_t FileSize;     // bytes
+    uint16_t Compression;  // 0 none, 1 Fibonacci delta, 2 exponential delta
+    uint16_t Channels = 1;
     uint32_t SamplingRate;   // Hz
     uint16_t BitsPerSample;  // 8 or 16; 0 without a form
     std::array<char, 128> Annotation;
@@ -19,6 +27,11 @@ struct IFF_HEADER {
     uint8_t Octaves;
     uint32_t DataStart;  // first sample byte; 0 where the file has no body
     uint8_t Rules;       // AUDIO_RULES that it was loaded by
+    // By the format's rules:
+    uint32_t DataEnd;               // past the left channel's last byte
+    uint32_t ChannelBytes;          // from that channel's bytes to the right one's
+    uint32_t Next;                  // position to which packed Samples belong
+    std::array<int8_t, 2> Samples;  // before it
 };
 
 /// The files that this thread loaded, in the order of loading; null where none is.

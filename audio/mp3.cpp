@@ -10,7 +10,6 @@ constinit thread_local uint8_t MP3_SoundNumber = 0;
 constinit thread_local SOUND_FILE MP3_File{};
 constinit thread_local uint8_t MP3_Init = 0;
 
-constexpr size_t MP3_MaxSearch = size_t{1} << 20;  // bytes without a frame, in one turn
 constexpr int MP3_MaxTagFrames = 4096;
 
 // clang-format off
@@ -177,16 +176,11 @@ static void ReadBody(FILE *file, MP3_HEADER &record)
     std::fill(body.begin() + static_cast<ptrdiff_t>(read), body.end(), uint8_t{0});
 }
 
-namespace
-{
-
-enum class SEARCH : uint8_t { Found, End, Unfinished };
-
-}  // namespace
+using SEARCH = MP3_SEARCH;
 
 // Reads the next frame into the record's buffer, unless it takes so many bytes that `passed`, to
 // which they are added, exceeds MP3_MaxSearch.
-static SEARCH FindFrame(FILE *file, MP3_HEADER &record, size_t &passed)
+static SEARCH FindFrameByFramework(FILE *file, MP3_HEADER &record, size_t &passed)
 {
     while (!feof(file)) {
         if (passed > MP3_MaxSearch)
@@ -216,12 +210,55 @@ static SEARCH FindFrame(FILE *file, MP3_HEADER &record, size_t &passed)
     return SEARCH::End;
 }
 
+// The same by the standard.
+static SEARCH FindFrameByFormat(FILE *file, MP3_HEADER &record, size_t &passed)
+{
+    size_t length = 0;
+    const std::span frame(record.FrameBuffer);
+    const uint64_t expected = record.Frames.Next;
+    const SEARCH found = MP3_NextFrame(file, record.Frames, frame, length, passed);
+    if (found != SEARCH::Found)
+        return found;
+    if (record.Frames.Next - length != expected)
+        record.Layer3.ReservoirSize = 0;  // it is not what comes before this frame
+    passed += length;
+    ReadHeader(record);
+    record.FrameLength = static_cast<uint16_t>(length);
+    if (record.Protection == 0)
+        return found;
+    const bool right = MP3_IsChecksumRight(frame.first(length));
+    record.Frames.Damaged = record.Frames.Checked && !right;
+    record.Frames.Checked |= right;
+    std::copy(frame.begin() + 6, frame.begin() + static_cast<ptrdiff_t>(length), frame.begin() + 4);
+    record.FrameLength = static_cast<uint16_t>(length - 2);
+    return found;
+}
+
+static SEARCH FindFrame(FILE *file, MP3_HEADER &record, size_t &passed)
+{
+    return record.Rules == AUDIO_RULES_FORMAT ? FindFrameByFormat(file, record, passed)
+                                              : FindFrameByFramework(file, record, passed);
+}
+
+static void ReadFirstFrameByFormat(FILE *file, MP3_HEADER &record)
+{
+    MP3_FindStream(file, record.Frames);
+    record.DataStart = static_cast<uint32_t>(record.Frames.Start);
+    fseeko(file, static_cast<off_t>(record.DataStart), SEEK_SET);
+    size_t passed = 0;
+    if (record.Frames.Header != 0 && FindFrame(file, record, passed) != SEARCH::Found)
+        Reason_Set("no frame of Layer III");
+    MP3_StartOver(record);
+}
+
 // Opens a stream of its own for the first frame, which lies after the tag.
 static void ReadFirstFrame(MP3_HEADER &record, uint64_t position)
 {
     const SOUND_STREAM stream = Sound_OpenStream(*MP3_File.From);
     if (!stream)
         return;
+    if (record.Rules == AUDIO_RULES_FORMAT)
+        return ReadFirstFrameByFormat(stream.get(), record);
     fseeko(stream.get(), static_cast<off_t>(position), SEEK_SET);
     size_t passed = 0;
     if (FindFrame(stream.get(), record, passed) != SEARCH::Found)
@@ -232,9 +269,37 @@ static void ReadFirstFrame(MP3_HEADER &record, uint64_t position)
         Reason_Clear();
 }
 
+// Cuts a text to what `field` holds, before a character that does not fit.
+template <size_t N>
+static void CutText(const std::string &text, std::array<char, N> &field)
+{
+    size_t count = std::min(text.size(), N - 1);
+    while (count < text.size() && count > 0 && (text[count] & 0xC0) == 0x80)
+        count--;
+    text.copy(field.data(), count);
+}
+
+static void ReadTagsByFormat(MP3_HEADER &record)
+{
+    const MP3_PART part = MP3_ReadTags(MP3_File, record.Texts);
+    record.Frames.Start = part.Start;
+    record.Frames.End = part.End;
+    MP3_ID3V2 &tag = record.ID3v2;
+    CutText(record.Texts.Title, tag.Title);
+    CutText(record.Texts.Artist, tag.Artist);
+    CutText(record.Texts.Album, tag.Album);
+    CutText(record.Texts.Year, tag.Year);
+    CutText(record.Texts.Comment, tag.Comment);
+    CutText(record.Texts.Track, tag.Track);
+    CutText(record.Texts.Genre, tag.Genre);
+}
+
 static void ReadFile(MP3_HEADER &record)
 {
-    const uint64_t position = ReadID3v2(MP3_File, record.ID3v2);
+    if (record.Rules == AUDIO_RULES_FORMAT)
+        ReadTagsByFormat(record);
+    const uint64_t position =
+        record.Rules == AUDIO_RULES_FORMAT ? 0 : ReadID3v2(MP3_File, record.ID3v2);
     ReadFirstFrame(record, position);
     ReadID3v1(MP3_File, record.ID3v1);
     MP3_BuildTables();
@@ -271,20 +336,28 @@ int32_t MP3_Decode(MP3_HEADER &record, int16_t *samples)
     constexpr uint8_t reserved = 1;
     if (record.FrameLength < 4)
         return -1;
+    const bool byFormat = record.Rules == AUDIO_RULES_FORMAT;
     MP3_LAYER3 &layer3 = record.Layer3;
     MP3_InitGetBits(layer3.Bits, record.FrameBuffer.data() + 4, 8 * (record.FrameLength - 4));
-    if (record.Protection == 1)
+    if (record.Protection == 1 && !byFormat)
         MP3_GetBits(layer3.Bits, 16);  // kept on purpose, although the buffer has no CRC
     const bool joint = record.ChannelMode == 1;
-    const MP3_FORMAT format = {record.Rate, static_cast<uint8_t>(record.Channels),
+    const MP3_FORMAT format = {record.Rate,
+                               static_cast<uint8_t>(record.Channels),
                                joint && (record.ModeExtension & 1) != 0,
-                               joint && (record.ModeExtension & 2) != 0};
+                               joint && (record.ModeExtension & 2) != 0,
+                               byFormat,
+                               record.Frames.Damaged};
     const int blocks = record.Version == reserved ? -1 : MP3_DecodeGranules(layer3, format);
-    MP3_KeepReservoir(layer3, blocks < 0);
+    if (byFormat)
+        MP3_KeepMainData(layer3);
+    else
+        MP3_KeepReservoir(layer3, blocks < 0);
     if (blocks < 0)
         return -1;
     for (size_t c = 0; c < record.Channels; c++)
-        MP3_Synthesis(layer3.Filter[c], static_cast<size_t>(blocks), samples + c, record.Channels);
+        MP3_Synthesis(layer3.Filter[c], static_cast<size_t>(blocks), samples + c, record.Channels,
+                      byFormat);
     return static_cast<int32_t>(DecodedSize(record));
 }
 
@@ -298,7 +371,64 @@ static void StoreSamples(const int16_t *samples, size_t bytes, uint8_t *out)
             out[i] = static_cast<uint8_t>(samples[i / 2] >> i % 2 * 8);
 }
 
-SOUND_FILLED MP3_Fill(MP3_HEADER &record, const SOUND_REFILL &refill)
+// Gives a frame's samples the channels of the sound.
+static void SetChannels(std::span<int16_t, MP3_MaxSamples> samples, uint32_t count,
+                        uint16_t channels, uint16_t wanted)
+{
+    if (channels == 1 && wanted == 2)
+        for (size_t i = count; i-- > 0;)
+            samples[2 * i] = samples[2 * i + 1] = samples[i];
+    if (channels == 2 && wanted == 1)
+        for (size_t i = 0; i < count; i++)
+            samples[i] = static_cast<int16_t>((samples[2 * i] + samples[2 * i + 1]) / 2);
+}
+
+// The samples of the next frame, `count` of them in each channel, that belong to the sound: without
+// what encoder and decoder added before and after it.
+static std::span<const int16_t>
+TrimFrame(MP3_STREAM &frames, std::span<const int16_t, MP3_MaxSamples> samples, uint32_t count)
+{
+    const uint64_t first = frames.Sample, end = first + count;
+    const uint64_t last = frames.Samples != 0 ? frames.Skip + frames.Samples : UINT64_MAX;
+    frames.Sample = end;
+    const uint64_t from = std::clamp<uint64_t>(frames.Skip, first, end);
+    const uint64_t to = std::clamp(last, from, std::max(from, end));
+    return std::span<const int16_t>(samples).subspan((from - first) * frames.Channels,
+                                                     (to - from) * frames.Channels);
+}
+
+static SOUND_FILLED FillByFormat(MP3_HEADER &record, const SOUND_REFILL &refill)
+{
+    FILE *file = refill.File;
+    MP3_STREAM &frames = record.Frames;
+    std::array<int16_t, MP3_MaxSamples> samples;
+    std::span<uint8_t> room = refill.Buffer;
+    const uint32_t count = MP3_FrameSamples(frames.Header), size = 2 * count * frames.Channels;
+    if (frames.Header != 0 && static_cast<uint64_t>(ftello(file)) == frames.Start)
+        MP3_StartOver(record);
+    size_t passed = 0;  // since the last frame
+    SEARCH found = SEARCH::End;
+    while (frames.Header != 0 &&
+           (frames.Samples == 0 || frames.Sample < frames.Skip + frames.Samples)) {
+        if (size > room.size() && room.size() != refill.Buffer.size())
+            break;
+        found = FindFrame(file, record, passed);
+        if (found != SEARCH::Found)
+            break;
+        passed = 0;
+        MP3_Decode(record, samples.data());
+        SetChannels(samples, count, record.Channels, frames.Channels);
+        const auto kept = TrimFrame(frames, samples, count);
+        const size_t stored =
+            std::min(kept.size_bytes(), room.size() - room.size() % (2u * frames.Channels));
+        StoreSamples(kept.data(), stored, room.data());
+        room = room.subspan(stored);
+    }
+    const auto length = static_cast<uint32_t>(refill.Buffer.size() - room.size());
+    return {length, length, found == SEARCH::Unfinished && length == 0};
+}
+
+static SOUND_FILLED FillByFramework(MP3_HEADER &record, const SOUND_REFILL &refill)
 {
     FILE *file = refill.File;
     std::array<int16_t, MP3_MaxSamples> samples;
@@ -330,6 +460,12 @@ SOUND_FILLED MP3_Fill(MP3_HEADER &record, const SOUND_REFILL &refill)
     }
 }
 
+SOUND_FILLED MP3_Fill(MP3_HEADER &record, const SOUND_REFILL &refill)
+{
+    return record.Rules == AUDIO_RULES_FORMAT ? FillByFormat(record, refill)
+                                              : FillByFramework(record, refill);
+}
+
 void MP3_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
 {
     MP3_HEADER *record = MP3_GetHeader(n);
@@ -343,6 +479,8 @@ void MP3_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
 void MP3_StartOver(MP3_HEADER &record)
 {
     record.Layer3 = {};
+    record.Frames.Sample = 0;
+    record.Frames.Next = record.Frames.Start;
 }
 
 void MP3_Destroy()

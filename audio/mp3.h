@@ -1,6 +1,21 @@
 // MPEG audio files: tags, frames and the refilling of sound buffers. ISO/IEC 11172-3 and 13818-3
 // for the frames, ID3v1 and ID3v2.3 (id3.org) for the tags. audio/mp3_layer3.h decodes a frame.
 //
+// Where the rules differ (AUDIO_RULES, mp3_stream.h does what the format's need):
+//              framework's                           format's
+//   frames     any sync bits, two bytes 0xFF end     a header where the last frame ends, or one
+//              the search                            with which the next one agrees
+//   length     as in MPEG-1, whatever the version    by version; free format from header to header
+//   CRC        skipped twice                         read once; where it has been right before,
+//                                                    a wrong one means a damaged frame
+//   tags       in the frames' way, texts as bytes    skipped on both sides, texts in UTF-8
+//   info       an info frame is played, and so is    not played; the encoder's and the decoder's
+//              what encoders add                     delay and the padding are dropped
+//   damage     decoded as it is, or left out         silent, for as long as it lasts
+//   samples    truncated, what is lost is carried    rounded
+//   Layer I    taken for Layer III                   named as the reason, as is Layer II
+//   channels   as each frame has them                those of the first frame
+//
 // Every thread has its own table; a record is used by one thread at a time.
 #pragma once
 
@@ -11,6 +26,8 @@
 #include "audio/mp3_bits.h"
 #include "audio/mp3_frame.h"
 #include "audio/mp3_layer3.h"
+#include "audio/mp3_stream.h"
+#include "audio/mp3_tags.h"
 #include "audio/sound_file.h"
 
 /// Texts of a tag, each with a NUL at its end; empty without a tag.
@@ -48,12 +65,16 @@ struct MP3_HEADER {
     uint8_t BitRateIndex, SamplingRateIndex;
     uint8_t Rate;  // 0 to 8: the sampling rate's row in the decoder's tables
     uint8_t Padding, Private, ChannelMode, ModeExtension, Copyright, Original, Emphasis;
-    uint16_t FrameLength;                           // bytes, with the header
-    std::array<uint8_t, MP3_MaxFrame> FrameBuffer;  // header and body, without a CRC
+    uint16_t FrameLength;                               // bytes, with the header
+    std::array<uint8_t, MP3_MaxFreeFrame> FrameBuffer;  // header and body, without a CRC
     MP3_ID3V1 ID3v1;
     MP3_ID3V2 ID3v2;
     MP3_LAYER3 Layer3;
     uint8_t Rules;  // AUDIO_RULES that it was loaded by
+    // By the format's rules; zero by the framework's.
+    MP3_STREAM Frames;
+    MP3_TEXTS Texts;     // of all tags; ID3v2 has them cut
+    uint32_t DataStart;  // of the first frame that sounds
 };
 
 /// The files that this thread loaded, in the order of loading; null where none is.

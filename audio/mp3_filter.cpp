@@ -406,13 +406,28 @@ EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t b
         }
 }
 
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride)
+// The same for samples that stand alone: each is rounded.
+EXTRA_LANES static void
+QuantiseAlone(const MP3_ACCUMULATORS &__restrict in,
+              std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
+{
+    for (size_t j = 0; j < 32; j++)
+        for (size_t t = 0; t < MP3_Columns; t++) {
+            const int32_t sample = in.High[j][t] + (in.Low[j][t] >> (MP3_CarriedBits - 1));
+            out[j][t] = static_cast<int16_t>(std::clamp(sample, -32768, 32767));
+        }
+}
+
+void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride, bool rounded)
 {
     Matrix(filter);
     MP3_ACCUMULATORS accumulators;
     Windowing(filter, accumulators);
     alignas(64) std::array<std::array<int16_t, MP3_Columns>, 32> cut;
-    Quantise(accumulators, blocks, filter.Remainder, cut);
+    if (rounded)
+        QuantiseAlone(accumulators, cut);
+    else
+        Quantise(accumulators, blocks, filter.Remainder, cut);
     for (size_t t = 0; t < blocks; t++)
         for (size_t j = 0; j < 32; j++)
             samples[(32 * t + j) * stride] = cut[j][t];

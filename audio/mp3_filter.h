@@ -37,5 +37,7 @@ void MP3_Hybrid(MP3_FILTER &filter, MP3_SPECTRUM &lines, size_t used, MP3_BLOCK 
                 size_t granule);
 
 /// Polyphase synthesis of the first `blocks` (18 or 36) slots of filter.Samples into 32 samples
-/// each, `stride` apart. What a sample leaves below 16 bits goes into the next one.
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride);
+/// each, `stride` apart. What a sample leaves below 16 bits goes into the next one, or else samples
+/// are `rounded`.
+void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride,
+                   bool rounded = false);

@@ -38,6 +38,68 @@ constexpr uint32_t MP3_FrameLength(uint32_t bitRate, uint32_t samplingRate, uint
 }
 static_assert(std::ranges::is_sorted(MP3_BitRate[0]) && std::ranges::is_sorted(MP3_BitRate[1]));
 
+/// Whether four bytes can be a frame's header by the standard, of any layer: no field is reserved.
+constexpr bool MP3_IsHeader(uint32_t header)
+{
+    return header >> 21 == 0x7FF && (header >> 19 & 3) != 1 && (header >> 17 & 3) != 0 &&
+           (header >> 12 & 15) != 15 && (header >> 10 & 3) != 3;
+}
+
+/// Whether two headers belong to one stream: version, layer and sampling rate are the same, and
+/// both or neither are of free format.
+constexpr bool MP3_Agree(uint32_t a, uint32_t b)
+{
+    constexpr uint32_t fields = 0xFFFE0C00, rate = 0xF000;
+    return ((a ^ b) & fields) == 0 && ((a & rate) == 0) == ((b & rate) == 0);
+}
+
+/// Bytes of a frame by the standard, without its padding; 0 for free format. The layers have bit
+/// rates of their own; below MPEG-1 frames of Layer III are half as long.
+constexpr uint32_t MP3_StandardLength(uint32_t header)
+{
+    constexpr std::array<std::array<uint16_t, 15>, 3> others = {{
+        {0, 32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256},     // low Layer I
+        {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384},     // Layer II
+        {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448},  // Layer I
+    }};
+    const uint32_t layer = header >> 17 & 3, version = header >> 19 & 3, index = header >> 12 & 15;
+    const bool low = version != 3;
+    const uint32_t samplingRate =
+        static_cast<uint32_t>(MP3_SampleRate[header >> 10 & 3]) >> (version == 3   ? 0
+                                                                    : version == 2 ? 1
+                                                                                   : 2);
+    const bool own = layer == 3 || (layer == 2 && !low);
+    const uint32_t bitRate = 1000u * (own ? others[layer == 2 ? 1
+                                                   : low      ? 0
+                                                              : 2][index]
+                                          : MP3_BitRate[!low][index]);
+    if (layer == 3)
+        return 12 * bitRate / samplingRate * 4;
+    return (layer == 1 && low ? 72 : 144) * bitRate / samplingRate;
+}
+
+/// Bytes that the padding bit adds.
+constexpr uint32_t MP3_PaddingLength(uint32_t header)
+{
+    return (header >> 9 & 1) * ((header >> 17 & 3) == 3 ? 4 : 1);
+}
+
+/// Samples of a channel in a frame of Layer III.
+constexpr uint32_t MP3_FrameSamples(uint32_t header)
+{
+    return (header >> 19 & 3) == 3 ? 1152 : 576;
+}
+
+/// Bytes of Layer III's side information.
+constexpr size_t MP3_SideLength(uint32_t header)
+{
+    const bool mono = (header >> 6 & 3) == 3;
+    return (header >> 19 & 3) == 3 ? (mono ? 17 : 32) : (mono ? 9 : 17);
+}
+
+/// The longest frame of free format that is believed: 640 kbit/s at 8000 Hz, padded.
+constexpr uint32_t MP3_MaxFreeFrame = 72 * 640000 / 8000 + 1;
+
 /// The longest frame that the length formula gives.
 constexpr uint32_t MP3_MaxFrame =
     MP3_FrameLength(MP3_BitRate[0].back() * 1000u, MP3_SampleRate[2] / 4, 1);

@@ -473,7 +473,7 @@ static size_t Arrange(const MP3_CHANNEL &channel, MP3_SPECTRUM &spectrum)
 // Appends the frame's main data to the reservoir.
 static void GatherMainData(MP3_LAYER3 &layer3)
 {
-    const uint8_t *data = layer3.Bits.Start + layer3.Bits.Index / 8;
+    const uint8_t *data = layer3.Bits.Start + std::min(layer3.Bits.Index, layer3.Bits.Size) / 8;
     const auto begin = layer3.Main.begin() + static_cast<ptrdiff_t>(layer3.ReservoirSize);
     const auto end = std::copy(data, layer3.Bits.End, begin);
     layer3.MainSize = static_cast<size_t>(end - layer3.Main.begin());
@@ -502,15 +502,40 @@ void MP3_BuildTables()
         BuildTables();  // the first thread builds, others wait
 }
 
+// Whether the main data has all bits that the frame's granules take, which begin at `index`.
+static bool HasAllBits(const MP3_SIDE_INFO &side, ptrdiff_t index, ptrdiff_t size)
+{
+    ptrdiff_t end = index;
+    for (const auto &granules : side.Granules)
+        for (const MP3_GRANULE &granule : granules)
+            end += granule.Bits;
+    return index >= 0 && end <= size;
+}
+
+// Whether lines exceed full scale so far as no encoder makes them.
+static bool IsTooLoud(const MP3_CHANNEL &channel)
+{
+    constexpr MP3_FIXED bound = 8u << MP3_FixedBits;
+    bool loud = false;
+    for (size_t i = 0; i < channel.Used; i++)
+        loud |= channel.Lines[i] + bound > 2 * bound;
+    return loud;
+}
+
 int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
 {
     MP3_SIDE_INFO side{};
-    if (!ReadSideInfo(layer3.Bits, format, side))
+    const bool possible = ReadSideInfo(layer3.Bits, format, side);
+    if (!possible && !format.Careful)
         return -1;
     GatherMainData(layer3);
     const auto size = static_cast<ptrdiff_t>(8 * layer3.MainSize);
     layer3.MainIndex = 8 * (static_cast<ptrdiff_t>(layer3.ReservoirSize) -
                             static_cast<ptrdiff_t>(side.MainDataBegin));
+    const bool silent = format.Careful &&
+                        (!possible || format.Damaged || !HasAllBits(side, layer3.MainIndex, size));
+    if (silent)
+        side.Granules = {};
 
     std::array<MP3_CHANNEL, 2> channels{};
     const size_t granules = format.Rate < MP3_FirstLowRate ? 2 : 1;
@@ -521,7 +546,7 @@ int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
             channel.Bands = &MP3_Bands[format.Rate][channel.Granule->Shape];
             const bool shares = g == 1 && channel.Granule->Shape == MP3_LONG;
             const ptrdiff_t begin = layer3.MainIndex, end = begin + channel.Granule->Bits;
-            if (begin >= 0 && begin < size)
+            if (begin >= 0 && begin < size && !silent)
                 ReadMainData(layer3.Main.data(), static_cast<size_t>(begin),
                              static_cast<size_t>(std::min(end, size)), format, c == 1,
                              shares ? side.Share[c] : std::array<bool, 4>{}, channel);
@@ -530,6 +555,11 @@ int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format)
             Requantise(channel, format.Sides);
             layer3.MainIndex = end;
         }
+        if (format.Careful && (IsTooLoud(channels[0]) || IsTooLoud(channels[1])))
+            for (MP3_CHANNEL &channel : channels) {
+                channel.Used = 0;
+                channel.Lines = {};
+            }
         if (format.Channels == 2)
             JointStereo(channels[0], channels[1], format);
         for (size_t c = 0; c < format.Channels; c++) {
@@ -552,4 +582,11 @@ void MP3_KeepReservoir(MP3_LAYER3 &layer3, bool failed)
     layer3.ReservoirSize = std::min(left.size(), MP3_MaxReservoir);
     left = left.last(layer3.ReservoirSize);
     std::copy(left.begin(), left.end(), layer3.Main.begin());
+}
+
+void MP3_KeepMainData(MP3_LAYER3 &layer3)
+{
+    layer3.ReservoirSize = std::min(layer3.MainSize, MP3_MaxReservoir);
+    const auto end = layer3.Main.begin() + static_cast<ptrdiff_t>(layer3.MainSize);
+    std::copy(end - static_cast<ptrdiff_t>(layer3.ReservoirSize), end, layer3.Main.begin());
 }

@@ -20,7 +20,7 @@ struct MP3_LAYER3 {
     size_t ReservoirSize;  // bytes at the start of Main that came with earlier frames
     size_t MainSize;       // bytes of Main, with the current frame's
     ptrdiff_t MainIndex;   // bit of Main past the last granule; negative: before all that is there
-    std::array<uint8_t, MP3_MaxReservoir + MP3_MaxFrame + MP3_Spare> Main;
+    std::array<uint8_t, MP3_MaxReservoir + MP3_MaxFreeFrame + MP3_Spare> Main;
     std::array<MP3_FILTER, 2> Filter;  // by channel
 };
 
@@ -29,6 +29,8 @@ struct MP3_FORMAT {
     uint8_t Rate;           // 0 to 8: 44100 48000 32000, 22050 24000 16000, 11025 12000 8000 Hz
     uint8_t Channels;       // 1 or 2
     bool Intensity, Sides;  // joint stereo: intensity, mid and side
+    bool Careful = false;   // what is damaged is silent, and never loud
+    bool Damaged = false;   // it is known to be
 };
 
 /// Rates from this one on have the syntax of lower sampling frequencies and one granule a frame.
@@ -40,9 +42,15 @@ void MP3_BuildTables();
 
 /// Reads side information at layer3.Bits and decodes its granules into the filters' samples, ready
 /// for MP3_Synthesis. Returns the number of slots: 36, or 18 at low rates. Granules whose
-/// bits came before all that is there are silent. -1 when the side information cannot be.
+/// bits came before all that is there are silent. -1 when the side information cannot be; where it
+/// is to be careful such a frame is silent, and so is one that lacks bits or exceeds full scale
+/// by far.
 int MP3_DecodeGranules(MP3_LAYER3 &layer3, const MP3_FORMAT &format);
 
 /// After each frame: keeps what the granules left unread, the last MP3_MaxReservoir bytes of it,
 /// for the next frame. When decoding `failed` or went past the end: of the whole frame.
 void MP3_KeepReservoir(MP3_LAYER3 &layer3, bool failed);
+
+/// The same by the standard: keeps the last MP3_MaxReservoir bytes of main data, read or not, so
+/// that a damaged frame costs the next one nothing.
+void MP3_KeepMainData(MP3_LAYER3 &layer3);

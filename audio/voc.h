@@ -1,11 +1,26 @@
 // Creative Voice files: blocks of 8-bit, 16-bit or G.711 samples, described in Creative Labs' "VOC
-// File Format". The first sound block that the file's start shows is taken for all of the file.
+// File Format".
+//
+// The framework's rules and the format's (Audio_Rules) differ in:
+//   blocks   the first sound block that the file's start shows is taken for all of the file; each
+//   by
+//            its length: sound, more of it, silence, repeats, markers and texts
+//   rate     of a sound data block, after an extended block too; that block's
+//   lengths  reported as VOC_Decoding says; what is stored
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
+#include <vector>
 
 #include "audio/sound_file.h"
+#include "audio/sound_frames.h"
+
+/// Sound data, or without bytes silence.
+struct VOC_PIECE {
+    uint32_t Start, Bytes;   // in the file
+    uint32_t Silence, Rate;  // frames; Hz that the file counts them in
+};
 
 struct VOC_HEADER {
     uint32_t FileSize;       // bytes
@@ -17,6 +32,11 @@ struct VOC_HEADER {
     uint32_t Validation;     // not checked
     uint32_t DataStart;      // first sample byte; 0 where no sound block was found
     uint8_t Rules;           // AUDIO_RULES that it was loaded by
+    // By the format's rules:
+    SOUND_FRAMES Frames;
+    std::vector<VOC_PIECE> Pieces;  // in the order of playing
+    size_t Piece;                   // the last refill's last one
+    uint32_t Done;                  // bytes of it, frames of silence, that were given
 };
 
 /// The files that this thread loaded, in the order of loading; null where none is.

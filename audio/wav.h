@@ -1,22 +1,32 @@
 // RIFF WAVE files: linear samples, G.711 and the two ADPCM codecs. Microsoft and IBM's RIFF (1991),
 // Microsoft's "New Multimedia Data Types and Data Techniques" (1994) and WAVEFORMATEXTENSIBLE.
 //
-// Chunks are walked; where the walk finds no format or sound data chunk, the fields are taken from
-// where a file without extra chunks has them.
+// The framework's rules and the format's (Audio_Rules) differ in:
+//   files    RIFF; also RIFX, whose numbers and samples are big-endian, and RF64 and BW64 (EBU Tech
+//            3306)
+//   chunks   where the walk finds no format or sound data chunk, the fields are taken from where a
+//            file without extra chunks has them; a reason, and no sound
+//   linear   8, 16, 24 and 32 bits; integers in containers of 1 to 8 bytes, floating point of 4 and
+//            8, up to 32 channels, beyond two mixed to two
+//   ADPCM    IMA's first samples are not output, Microsoft's predictions are truncated; all that a
+//            block has, a short last one too, and predictions rounded down
+//   lengths  reported as WAV_Decoding says; what is stored
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <vector>
 
 #include "audio/sound_file.h"
+#include "audio/sound_frames.h"
 #include "audio/wav_adpcm.h"
 
 struct WAV_HEADER {
-    uint32_t FileSize;   // bytes
-    uint16_t FormatTag;  // 1 linear, 2 Microsoft ADPCM, 6 A-law, 7 mu-law, 17 IMA ADPCM
-    uint16_t Channels;
-    uint32_t SamplingRate;    // Hz
+    uint32_t FileSize;      // bytes
+    uint16_t FormatTag;     // 1 linear, 2 Microsoft ADPCM, 3 float, 6 A-law, 7 mu-law, 17 IMA ADPCM
+    uint16_t Channels;      // of the output
+    uint32_t SamplingRate;  // Hz
     uint32_t BytesPerSecond;  // on average
     uint16_t BlockAlign;      // bytes of an ADPCM block
     uint16_t BitsPerSample;   // of the output
@@ -32,6 +42,10 @@ struct WAV_HEADER {
     uint32_t DataStart;  // first sample byte; 0 for other tags
     uint32_t DataEnd;    // past the last one
     uint8_t Rules;       // AUDIO_RULES that it was loaded by
+    // By the format's rules:
+    SOUND_FRAMES Frames;
+    uint32_t BlockFrames;        // of ADPCM; 0: of other sound
+    std::vector<uint8_t> Block;  // room for one and what it decodes to
 };
 
 /// The files that this thread loaded, in the order of loading; null where none is.

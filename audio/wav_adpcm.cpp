@@ -30,7 +30,7 @@ static void ReadMicrosoft(const WAV_ADPCM &adpcm, std::span<const uint8_t> block
 {
     for (size_t i = 0; i < channels; i++) {
         WAV_CHANNEL &channel = adpcm.Channels[i];
-        channel.Predictor = std::min<uint8_t>(block[i], 6);
+        channel.Predictor = std::min(block[i], adpcm.LastPair);
         channel.Coefficient1 = adpcm.Coefficients1[channel.Predictor];
         channel.Coefficient2 = adpcm.Coefficients2[channel.Predictor];
         channel.Delta = GetWord(block, channels + 2 * i);
@@ -40,7 +40,7 @@ static void ReadMicrosoft(const WAV_ADPCM &adpcm, std::span<const uint8_t> block
 }
 
 // The codes after the header, high one first: of two channels in turn, or all of one.
-template <bool Stereo>
+template <bool Stereo, bool FormatRules>
 static size_t DecodeMicrosoft(std::span<WAV_CHANNEL, 2> channels, std::span<const uint8_t> codes,
                               std::span<uint8_t> out)
 {
@@ -48,12 +48,12 @@ static size_t DecodeMicrosoft(std::span<WAV_CHANNEL, 2> channels, std::span<cons
     WAV_CHANNEL left = channels[0], right = channels[1];
     uint8_t *next = out.data();
     for (const uint8_t byte : codes) {
-        const int32_t first = WAV_MS_ADPCM_Next(left, byte >> 4);
+        const int32_t first = WAV_MS_ADPCM_Next<FormatRules>(left, byte >> 4);
         int32_t second;
         if constexpr (Stereo)
-            second = WAV_MS_ADPCM_Next(right, byte & 15u);
+            second = WAV_MS_ADPCM_Next<FormatRules>(right, byte & 15u);
         else
-            second = WAV_MS_ADPCM_Next(left, byte & 15u);
+            second = WAV_MS_ADPCM_Next<FormatRules>(left, byte & 15u);
         PutPair(next, first, second);
         next += 4;
     }
@@ -72,13 +72,17 @@ size_t WAV_MS_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block
     ReadMicrosoft(adpcm, block, channels);
     const WAV_CHANNEL &left = adpcm.Channels[0], &right = adpcm.Channels[1];
     const std::span<const uint8_t> codes = block.subspan(7 * channels);
+    const auto decode = adpcm.Stereo        ? adpcm.FormatRules ? DecodeMicrosoft<true, true>
+                                                                : DecodeMicrosoft<true, false>
+                               : adpcm.FormatRules ? DecodeMicrosoft<false, true>
+                                            : DecodeMicrosoft<false, false>;
     if (!adpcm.Stereo) {
         PutPair(out.data(), left.Previous, left.Newest);
-        return first + DecodeMicrosoft<false>(adpcm.Channels, codes, out.subspan(first));
+        return first + decode(adpcm.Channels, codes, out.subspan(first));
     }
     PutPair(out.data(), left.Previous, right.Previous);
     PutPair(out.data() + 4, left.Newest, right.Newest);
-    return first + DecodeMicrosoft<true>(adpcm.Channels, codes, out.subspan(first));
+    return first + decode(adpcm.Channels, codes, out.subspan(first));
 }
 
 // IMA's header of a channel: the predictor, the step index and an unused byte.
@@ -125,6 +129,17 @@ static size_t DecodeStereo(std::span<WAV_CHANNEL, 2> channels, std::span<const u
     return 32 * rounds;
 }
 
+// By the format's rules the header's samples are the first ones.
+static size_t PutFirst(const WAV_ADPCM &adpcm, std::span<uint8_t> out)
+{
+    const size_t size = adpcm.Stereo ? 4 : 2;
+    if (!adpcm.FormatRules || out.size() < size)
+        return 0;
+    for (size_t i = 0; i < size; i++)
+        out[i] = static_cast<uint8_t>(adpcm.Channels[i / 2].Newest >> (8 * (i % 2)));
+    return size;
+}
+
 size_t WAV_IMA_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
                            std::span<uint8_t> out)
 {
@@ -132,8 +147,10 @@ size_t WAV_IMA_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> bloc
     if (block.size() < header)
         return 0;
     ReadIMA(adpcm.Channels[0], block, 0);
-    if (!adpcm.Stereo)
-        return DecodeMono(adpcm.Channels[0], block.subspan(header), out);
-    ReadIMA(adpcm.Channels[1], block, 4);
-    return DecodeStereo(adpcm.Channels, block.subspan(header), out);
+    if (adpcm.Stereo)
+        ReadIMA(adpcm.Channels[1], block, 4);
+    const size_t first = PutFirst(adpcm, out);
+    const std::span<const uint8_t> codes = block.subspan(header);
+    return first + (adpcm.Stereo ? DecodeStereo(adpcm.Channels, codes, out.subspan(first))
+                                 : DecodeMono(adpcm.Channels[0], codes, out.subspan(first)));
 }

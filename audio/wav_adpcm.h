@@ -40,15 +40,27 @@ struct WAV_CHANNEL {
 /// The largest delta, which keeps the arithmetic within 32 bits; a sound that meets it is damaged.
 constexpr int32_t WAV_MaxDelta = INT32_MAX / 768;
 
+/// A prediction in 1/256 as a sample: truncated toward zero by the framework's rules, rounded down
+/// by the format's.
+template <bool FormatRules>
+constexpr int32_t WAV_MS_ADPCM_Round(int32_t sum)
+{
+    if constexpr (FormatRules)
+        return sum >> 8;
+    else
+        return sum / 256;
+}
+
 /// The sample (16 bits) that a code of 4 bits stands for; moves the channel on.
-inline int32_t WAV_MS_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
+template <bool FormatRules = false>
+int32_t WAV_MS_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
 {
     // Modulo 2^32: what damaged files ask for may pass it.
     const int32_t sum = static_cast<int32_t>(
         static_cast<uint32_t>(channel.Newest) * static_cast<uint32_t>(channel.Coefficient1) +
         static_cast<uint32_t>(channel.Previous) * static_cast<uint32_t>(channel.Coefficient2));
     const int32_t difference = (static_cast<int32_t>(code ^ 8) - 8) * channel.Delta;
-    const int32_t sample = Sound_Clamp16(sum / 256 + difference);
+    const int32_t sample = Sound_Clamp16(WAV_MS_ADPCM_Round<FormatRules>(sum) + difference);
     channel.Previous = channel.Newest;
     channel.Newest = sample;
     const int32_t delta = WAV_ADPCM_ADAPTATION_TABLE[code] * channel.Delta >> 8;
@@ -90,6 +102,8 @@ struct WAV_ADPCM {
     std::span<const int32_t, 32> Coefficients1, Coefficients2;  // Microsoft
     std::span<WAV_CHANNEL, 2> Channels;
     bool Stereo;
+    bool FormatRules;
+    uint8_t LastPair = 6;  // of the coefficients that blocks may choose
 };
 
 /// Decodes a block into 16-bit little-endian samples, as many as `out` holds. Returns the bytes
@@ -97,6 +111,6 @@ struct WAV_ADPCM {
 size_t WAV_MS_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
                           std::span<uint8_t> out);
 
-/// The same for IMA's codec. The header's samples are not output, on purpose.
+/// The same for IMA's codec. The framework's rules do not output the header's samples, on purpose.
 size_t WAV_IMA_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
                            std::span<uint8_t> out);

@@ -1,6 +1,7 @@
-// Any file through the tags, the frame search and the decoder.
+// Any file through the tags, the frame search and the decoder, by both rules.
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 
 #include "audio/mp3.h"
 #include "fuzz/fuzz.h"
@@ -8,17 +9,25 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string path = FuzzFile(data, size);
-    MP3_SetSoundNumber(0);
-    MP3_Load(path.c_str());
-    FILE *file = std::fopen(path.c_str(), "rb");
-    static std::array<uint8_t, 65536> buffer;
-    for (uint32_t length = buffer.size(); file && length != 0;) {
-        // Buffers of other sizes too, for files smaller than a whole one get these.
-        length = static_cast<uint32_t>(size % 3 == 0 ? size % buffer.size() : buffer.size());
-        MP3_Decoding(file, buffer.data(), &length, 0);
-    }
-    if (file)
+    MP3_IsStream({data, size});
+    for (const uint8_t rules : {AUDIO_RULES_FRAMEWORK, AUDIO_RULES_FORMAT}) {
+        Audio_Rules = rules;
+        MP3_SetSoundNumber(0);
+        MP3_Load(path.c_str());
+        MP3_HEADER *record = MP3_GetHeader(0);
+        FILE *file = std::fopen(path.c_str(), "rb");
+        if (!file || !record)
+            std::abort();
+        std::fseek(file, static_cast<long>(record->DataStart), SEEK_SET);
+        static std::array<uint8_t, 65536> buffer;
+        for (uint32_t length = buffer.size(); length != 0;) {
+            // Buffers of other sizes too, for files smaller than a whole one get these.
+            length = static_cast<uint32_t>(size % 3 == 0 ? size % buffer.size() : buffer.size());
+            MP3_Decoding(file, buffer.data(), &length, 0);
+        }
         std::fclose(file);
-    MP3_Destroy();
+        MP3_Destroy();
+    }
+    Audio_Rules = AUDIO_RULES_FRAMEWORK;
     return 0;
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "audio/sound_file.h"
 #include "fuzz/fuzz.h"
 
 struct SOUND_MODULE {
@@ -14,13 +15,15 @@ struct SOUND_MODULE {
     void (*SetSoundNumber)(uint8_t n);
 };
 
-// The first byte chooses the refills' lengths. Some sounds never end: a few refills do.
+// The first byte chooses the rules by its highest bit, and the refills' lengths. Some sounds never
+// end: a few refills do.
 inline void FuzzSound(const SOUND_MODULE &module, uint32_t (*dataStart)(), const uint8_t *data,
                       size_t size)
 {
     if (size == 0)
         return;
     const std::string path = FuzzFile(data + 1, size - 1);
+    Audio_Rules = data[0] >> 7;
     module.SetSoundNumber(0);
     module.Load(path.c_str());
     FILE *file = std::fopen(path.c_str(), "rb");

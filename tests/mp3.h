@@ -15,7 +15,7 @@ inline std::vector<uint32_t> Refill(const std::string &path, uint8_t n, uint32_t
 {
     std::vector<uint32_t> lengths;
     std::vector<uint8_t> buffer(capacity);
-    long position = 0;
+    long position = MP3_GetHeader(n)->DataStart;
     do {
         FILE *file = std::fopen(path.c_str(), "rb");
         std::fseek(file, position, SEEK_SET);

@@ -8,6 +8,7 @@
 #include "audio/aiff.h"
 #include "audio/au.h"
 #include "audio/iff.h"
+#include "audio/sound_frames.h"
 #include "audio/voc.h"
 #include "audio/wav.h"
 #include "tests/files.h"
@@ -82,4 +83,74 @@ inline REFILL Refill(const MODULE &module, uint64_t position, uint32_t length,
     EXPECT_LE(refill.Length, length) << path;
     refill.Bytes.resize(length);
     return refill;
+}
+
+// While it lives, files are read by the formats' rules.
+struct FORMAT_RULES {
+    FORMAT_RULES()
+    {
+        Audio_Rules = AUDIO_RULES_FORMAT;
+    }
+    ~FORMAT_RULES()
+    {
+        Audio_Rules = AUDIO_RULES_FRAMEWORK;
+        Sound_MixAbove = 2;
+    }
+    FORMAT_RULES(const FORMAT_RULES &) = delete;
+    FORMAT_RULES &operator=(const FORMAT_RULES &) = delete;
+};
+
+// All of a sound by the format's rules, in buffers of so many frames by turns.
+inline BYTES DecodeWhole(const MODULE &module, const std::string &path, const FACTS &facts,
+                         const std::vector<uint32_t> &frames)
+{
+    BYTES all;
+    uint64_t position = facts.DataStart;
+    for (size_t i = 0;; i++) {
+        const uint32_t length =
+            facts.BitsPerSample / 8 * facts.Channels * frames[i % frames.size()];
+        const REFILL refill = Refill(module, position, length, path);
+        if (refill.Length == 0)
+            return all;
+        all = std::move(all) + Prefix(refill.Bytes, refill.Length);
+        position = refill.Position;
+    }
+}
+
+// What a file is by the format's rules, and its samples: of 8 bits unsigned ones. Starting over,
+// and buffers of any size, change nothing.
+struct FORMAT_ROW {
+    const char *What;
+    const MODULE &Module;
+    BYTES File;
+    uint32_t Channels, Rate, Bits;
+    std::vector<int> Samples;
+    std::string Reason = "";
+};
+inline void CheckFormat(const FORMAT_ROW &row)
+{
+    SCOPED_TRACE(row.What);
+    const FORMAT_RULES rules;
+    const FACTS facts = LoadBytes(row.Module, row.File);
+    EXPECT_EQ(Reason_Get(), row.Reason);
+    EXPECT_EQ(facts.SamplingRate, row.Rate);
+    if (row.Samples.empty()) {
+        EXPECT_EQ(Refill(row.Module, facts.DataStart, 1000).Length, 0u);
+        return;
+    }
+    EXPECT_EQ(facts.Channels, row.Channels);
+    EXPECT_EQ(facts.BitsPerSample, row.Bits);
+    for (const std::vector<uint32_t> &frames : {std::vector{1000u}, {2u}, {2u, 3u}}) {
+        const BYTES bytes = DecodeWhole(row.Module, TempPath("sound"), facts, frames);
+        std::vector<int> samples;
+        size_t at = 0;
+        while (at < bytes.size()) {
+            const auto value =
+                static_cast<int64_t>(Bytes_GetLittle(bytes, at, static_cast<int>(row.Bits / 8)));
+            const int64_t full = int64_t{1} << row.Bits;
+            samples.push_back(
+                static_cast<int>(row.Bits > 8 && value >= full / 2 ? value - full : value));
+        }
+        EXPECT_EQ(samples, row.Samples) << "buffers of " << frames[0];
+    }
 }

@@ -157,6 +157,134 @@ TEST(Sounds, Codecs)
     }
 }
 
+TEST(Sounds, FormatRules)
+{
+    const BYTES head = {0, 0, 0, 2, 0, 0, 0, 0}, words = {1, 2, 0xFF, 0xFE, 3};
+    const auto aiff = [&](uint16_t bits, const BYTES &compression, const BYTES &data) {
+        return IffFile("AIFC", Comm(bits, compression) + Chunk("NAME", {'x'}) + BYTES(1) +
+                                   Chunk("SSND", head + BYTES(2) + data) + BYTES(1) +
+                                   Chunk("MARK", BYTES(9)));
+    };
+    const BYTES reals = {0x3F, 0, 0, 0, 0xBE, 0x80, 0, 0}, three = {1, 2, 0x83, 4, 5, 6};
+    const BYTES slow = Chunk("COMM", BYTES{0, 1, 0, 0, 0, 2, 0, 8} +
+                                         BYTES{0x40, 12, 0xAC, 0x44, 0, 0, 0, 0, 0, 0});
+    const auto au = [](uint32_t encoding, uint32_t size, const BYTES &data) {
+        return Text(".snd\0\0\0\x18") + Number(size, 4) + Number(encoding, 4) + Number(11025, 4) +
+               Number(1, 4) + data;
+    };
+    const auto block = [](uint8_t type, const BYTES &contents) {
+        return BYTES{type} + Number(static_cast<int64_t>(contents.size()), -3) + contents;
+    };
+    const auto sound = [&](const BYTES &data, uint8_t codec = 0) {
+        return block(1, BYTES{0x9C, codec} + data);
+    };
+    const auto voc = [](const BYTES &blocks) {
+        return Text("Creative Voice File\x1A\x1A\0\x0A\x01\x29\x11") + blocks + BYTES(1) + Data;
+    };
+    const BYTES extended = block(8, {0x54, 0xE9, 0, 1});
+    const BYTES format9 = Number(22050, -4) + BYTES{16, 1, 4, 0, 0, 0, 0, 0};
+    const BYTES silence = block(3, {3, 0, 0xCE});  // 4 samples at twice the rate
+    const auto vhdr = [](uint8_t packing) {
+        return Chunk("VHDR", BYTES(12) + Number(8363, 2) + BYTES{1, packing, 0, 1, 0, 0});
+    };
+    const BYTES stereo = Chunk("CHAN", {0, 0, 0, 6}), odd = Chunk("NAME", {'x'}) + BYTES(1);
+    const auto svx = [&](uint8_t packing, const BYTES &chunks, const BYTES &data) {
+        return IffFile("8SVX", vhdr(packing) + odd + chunks + Chunk("BODY", data) +
+                                   Chunk("ANNO", BYTES(9)));
+    };
+    const FORMAT_ROW rows[] = {
+        {"AIFF from its offset to its end", Aiff, aiff(16, {}, words), 2, 44100, 16, {258, -2}},
+        {"12 bits", Aiff, aiff(12, Text("NONE"), words), 2, 44100, 16, {258, -2}},
+        {"24 bits", Aiff, aiff(24, {}, three), 2, 44100, 24, {0x010283, 0x040506}},
+        {"sowt", Aiff, aiff(24, Text("sowt\0\0"), three), 2, 44100, 24, {-0x7CFDFF, 0x060504}},
+        {"unsigned", Aiff, aiff(8, Text("raw "), words), 2, 44100, 8, {1, 2, 255, 254}},
+        {"in24", Aiff, aiff(16, Text("in24"), three), 2, 44100, 24, {0x010283, 0x040506}},
+        {"fl32", Aiff, aiff(16, Text("FL32"), reals), 2, 44100, 32, {1 << 30, -(1 << 29)}},
+        {"A-law", Aiff, aiff(8, Text("ALAW"), {0xD5, 0x55}), 2, 44100, 16, {8, -8}},
+        {"the data first",
+         Aiff,
+         IffFile("AIFF", Chunk("SSND", BYTES(8) + BYTES{1, 0xFF}) + slow),
+         1,
+         11025,
+         8,
+         {129, 127}},
+        {"packed", Aiff, aiff(16, Text("ima4"), words), 0, 44100, 0, {}, "compression 'ima4'"},
+        {"no common chunk",
+         Aiff,
+         IffFile("AIFF", Chunk("SSND", Data)),
+         0,
+         0,
+         0,
+         {},
+         "no common chunk"},
+        {"AU ends where it says", Au, au(3, 4, words), 1, 11025, 16, {258, -2}},
+        {"or with the file", Au, au(3, UINT32_MAX, words), 1, 11025, 16, {258, -2}},
+        {"8 bits", Au, au(2, 2, {1, 0xFF}), 1, 11025, 8, {129, 127}},
+        {"floating point", Au, au(6, 8, reals), 1, 11025, 32, {1 << 30, -(1 << 29)}},
+        {"AU ADPCM", Au, au(23, 8, reals), 0, 11025, 0, {}, "encoding 23"},
+        {"VOC, all blocks",
+         Voc,
+         voc(sound({1, 2}) + block(5, Text("text")) + block(4, {1, 0}) + block(2, {3}) + silence +
+             sound({4})),
+         1,
+         10000,
+         8,
+         {1, 2, 3, 128, 128, 4}},
+        {"silence first", Voc, voc(silence + sound({1})), 1, 10000, 8, {128, 128, 1}},
+        {"repeated twice",
+         Voc,
+         voc(block(6, {2, 0}) + sound({1, 2}) + silence + block(7, {}) + sound({3})),
+         1,
+         10000,
+         8,
+         {1, 2, 128, 128, 1, 2, 128, 128, 1, 2, 128, 128, 3}},
+        {"extended, at its rate",
+         Voc,
+         voc(extended + sound({1, 2, 3, 4})),
+         2,
+         22053,
+         8,
+         {1, 2, 3, 4}},
+        {"new format",
+         Voc,
+         voc(block(9, format9 + BYTES{1, 2}) + block(2, {3, 4})),
+         1,
+         22050,
+         16,
+         {0x0201, 0x0403}},
+        {"mu-law", Voc, voc(sound({0x00, 0xFF}, 7)), 1, 10000, 16, {-32124, 0}},
+        {"another coding",
+         Voc,
+         voc(sound({1, 2}) + sound({3}, 6)),
+         1,
+         10000,
+         8,
+         {1, 2},
+         "codec 6 with 1 channels after codec 0 with 1"},
+        {"ADPCM", Voc, voc(sound({1, 2}, 1)), 0, 10000, 0, {}, "Creative ADPCM, codec 1"},
+        {"8SVX", Iff, svx(0, {}, {1, 0xFF}), 1, 8363, 8, {129, 127}},
+        {"stereo", Iff, svx(0, stereo, {1, 2, 3, 4}), 2, 8363, 8, {129, 131, 130, 132}},
+        {"Fibonacci delta", Iff, svx(1, {}, {0, 10, 0x9E, 0xFF}), 1, 8363, 8, {139, 152, 173, 194}},
+        {"exponential delta, stereo",
+         Iff,
+         svx(2, stereo, {0, 1, 0x9F, 0, 10, 0x89}),
+         2,
+         8363,
+         8,
+         {130, 138, 194, 139}},
+        {"16SV, stereo",
+         Iff,
+         IffFile("16SV", vhdr(0) + stereo + Chunk("BODY", {1, 2, 3, 4, 0xFF, 0xFE, 5, 6})),
+         2,
+         8363,
+         16,
+         {0x0102, -2, 0x0304, 0x0506}},
+        {"an unknown packing", Iff, svx(3, {}, {1, 2}), 1, 8363, 8, {}, "compression 3"},
+    };
+    for (const FORMAT_ROW &row : rows)
+        CheckFormat(row);
+}
+
 // Of every module, in their order, a file that shows most of its header.
 static const BYTES Samples[] = {
     ReadFile(TEST_DATA "sounds/wav/waveformatextensible-24bit-192kHz-mono.wav"),

@@ -185,3 +185,115 @@ TEST(Wav, AdpcmLengths)
         EXPECT_EQ(refill.Position, facts.DataStart + r.taken) << r.what;
     }
 }
+
+TEST(Wav, FormatRules)
+{
+    const BYTES data = Part("data", {0x10, 0x20, 0xF0, 0xFF});
+    const auto file = [](const BYTES &format, const BYTES &bytes) {
+        return Riff(Part("fmt ", format) + Part("data", bytes));
+    };
+    const auto real = [&](uint32_t value) { return Little(value, 4); };
+    const BYTES floats = real(0x3F800000) + real(0xBF800000) + real(0x3F000000) + real(0x7FC00000) +
+                         real(0xC1000000);
+    const BYTES rifx = Text("RIFX\0\0\0\0WAVE") +
+                       Chunk("fmt ", Number(1, 2) + Number(1, 2) + Number(8000, 4) +
+                                         Number(16000, 4) + Number(2, 2) + Number(16, 2)) +
+                       Chunk("data", {1, 2, 0xFF, 0xFE});
+    const BYTES rf64 = Text("RF64\xFF\xFF\xFF\xFFWAVE") +
+                       Part("ds64", BYTES(8) + Little(4, 8) + BYTES(12)) +
+                       Part("fmt ", Format(1, 1, 2, 16)) + Text("data\xFF\xFF\xFF\xFF") +
+                       BYTES{1, 0, 2, 0} + Part("LIST", Ramp(20));
+    const BYTES six = Little(0, 2) + Little(17071, 2) + Little(0, 2) + Little(-32768, 2) +
+                      Little(0, 2) + Little(0, 2);
+    const BYTES three = Little(-1000, 2) + Little(1000, 2) + Little(1000, 2);
+    // The first block is whole, the second has a byte of codes.
+    const BYTES ima = {0, 0, 88, 0, 0x80, 0, 5, 0, 0, 0, 0x80};
+    const BYTES fewer = Format(17, 1, 6, 4) + Little(2, 2) + Little(3, 2);
+    const BYTES floor = {4, 16, 0, 0xFF, 0xFF, 0, 0, 0x00};
+    BYTES unnamed = Microsoft(1, 8);
+    unnamed[20] = 0;
+    const FORMAT_ROW rows[] = {
+        {"12 bits in 2 bytes",
+         Wav,
+         file(Format(1, 1, 2, 12), {0x10, 0x20, 0xF0, 0xFF}),
+         1,
+         8000,
+         16,
+         {0x2010, -16}},
+        {"20 bits in 4",
+         Wav,
+         file(Format(1, 1, 4, 20), {0, 1, 2, 0x83}),
+         1,
+         8000,
+         32,
+         {static_cast<int>(0x83020100)}},
+        {"8 bytes", Wav, file(Format(1, 1, 8, 64), Ramp(8)), 1, 8000, 32, {0x07060504}},
+        {"5 bits", Wav, file(Format(1, 1, 1, 5), {0x80, 0xF8}), 1, 8000, 8, {0x80, 0xF8}},
+        {"floating point",
+         Wav,
+         file(Format(3, 1, 4, 32), floats),
+         1,
+         8000,
+         32,
+         {INT32_MAX, INT32_MIN, 1 << 30, 0, INT32_MIN}},
+        {"of 64 bits",
+         Wav,
+         file(Format(3, 1, 8, 64), Little(0x3FD0000000000000, 8)),
+         1,
+         8000,
+         32,
+         {1 << 29}},
+        {"big-endian", Wav, rifx, 1, 8000, 16, {0x0102, -2}},
+        {"sizes of 64 bits", Wav, rf64, 1, 8000, 16, {1, 2}},
+        {"data before the format",
+         Wav,
+         Riff(data + Part("fmt ", Format(1, 1, 2, 16))),
+         1,
+         8000,
+         16,
+         {0x2010, -16}},
+        {"no bass, the rest scaled", Wav, file(Format(1, 6, 12, 16), six), 2, 8000, 16, {0, 7071}},
+        {"centre to both sides", Wav, file(Format(1, 3, 6, 16), three), 2, 8000, 16, {-172, 999}},
+        {"A-law", Wav, file(Format(6, 1, 1, 8), {0xD5, 0x55, 0x80}), 1, 8000, 16, {8, -8, 5504}},
+        {"IMA", Wav, file(Ima(1, 6), ima), 1, 8000, 16, {0, 4095, 371, 3756, 6833, 5, 5, 5}},
+        {"as many as it says", Wav, file(fewer, ima), 1, 8000, 16, {0, 4095, 371, 5, 5, 5}},
+        {"Microsoft, rounded down",
+         Wav,
+         file(Microsoft(1, 8), floor),
+         1,
+         8000,
+         16,
+         {0, -1, -1, -1}},
+        {"its usual coefficients", Wav, file(unnamed, floor), 1, 8000, 16, {0, -1, -1, -1}},
+        {"no data chunk",
+         Wav,
+         Riff(Part("fmt ", Format(1, 1, 2, 16)) + Part("none", Ramp(60))),
+         1,
+         8000,
+         16,
+         {},
+         "no data chunk"},
+        {"no format chunk", Wav, Riff(data), 0, 0, 0, {}, "no format chunk"},
+        {"MPEG",
+         Wav,
+         file(Format(0x55, 2, 1, 0), Ramp(40)),
+         2,
+         8000,
+         0,
+         {},
+         "MPEG audio inside RIFF WAVE"},
+        {"ADPCM of three", Wav, file(Ima(3, 24), Ramp(24)), 3, 8000, 0, {}, "ADPCM of 3 channels"},
+        {"no bits", Wav, file(Format(1, 1, 0, 0), Ramp(4)), 1, 8000, 0, {}, "0 bits a sample"},
+    };
+    for (const FORMAT_ROW &row : rows)
+        CheckFormat(row);
+
+    // A block that unpacks to more than a buffer.
+    const FORMAT_RULES rules;
+    const FACTS facts =
+        LoadBytes(Wav, Riff(Part("fmt ", Ima(1, 40004)) + Part("data", Ramp(100000))));
+    const std::string path = TempPath("sound");
+    const BYTES whole = DecodeWhole(Wav, path, facts, {100000});
+    EXPECT_EQ(whole.size(), 2u * (2 * 80001 + 1 + 2 * (100000 - 2 * 40004 - 4)));
+    EXPECT_TRUE(DecodeWhole(Wav, path, facts, {32768}) == whole);
+}

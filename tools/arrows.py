@@ -17,7 +17,7 @@ TABLE = [
     ("raster", "picture/picture_* picture/graphics picture/draw picture/charset picture/charset_* "
                "picture/charsets/*", "ground pixels picture raster"),
     ("decoders", "picture/*", "ground pixels coders jpg"),
-    ("sound_file", "audio/sound_file audio/g711 audio/mpeg", "ground sound_file"),
+    ("sound_file", "audio/sound_file audio/sound_frames audio/g711 audio/mpeg", "ground sound_file"),
     ("audio_module", "audio/audio_module", "ground sound_file sounds mp3"),
     ("audio", "audio/audio audio/audio_check", "ground sound_file audio_module audio"),
     ("stream", "audio/audio_stream", "ground sound_file audio_module audio <portaudio.h>"),

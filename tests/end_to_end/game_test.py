@@ -373,7 +373,7 @@ class Games(unittest.TestCase):
                     heard.append(array.array("h", file.read(400000)))
         whole, half = heard
         music = self.folder.file("ShadowOfTheBeast.mp3")
-        subprocess.run([os.path.join(BUILD, "player"), "--convert", music, music + ".wav"], check=True, capture_output=True)
+        subprocess.run([os.path.join(BUILD, "tessplay"), "--framework", "--convert", music, music + ".wav"], check=True, capture_output=True)
         with open(music + ".wav", "rb") as file:
             converted = file.read(200000)[44:]  # past the header; it lacks the encoder's delay
         self.assertTrue(converted in whole.tobytes())

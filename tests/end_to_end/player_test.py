@@ -1,6 +1,7 @@
 """The player on files of every format and on sound cards that are files: player_test.py PLAYER DATA"""
 
 import array
+import json
 import os
 import pty
 import signal
@@ -57,7 +58,7 @@ FILES = {
 }
 UNPLAYABLE = {
     "text.txt": (b"text " * 1000, "not a sound of a known format (--raw takes it for samples)"),
-    "tiny.mod": (b"tiny", "damaged, or not a sound"),
+    "tiny.mod": (b"tiny", "no signature of a module"),
     "float.wav": (wav(NOISE, 32, 2, 3), "RIFF WAVE with codec 3 is not decoded"),
     "odd.wav": (wav(NOISE, 12), "RIFF WAVE of 2 channels of 12 bits at 44100 Hz is not decoded"),
     "empty.wav": (wav(b""), "there is no sound in it"),
@@ -110,6 +111,13 @@ class Player(Stage):
                 values = values.split("|")
                 expected = [name] + [f"{what} {value}" for what, value in zip(usual, values)] + values[6:]
                 self.assertEqual([" ".join(line.split()) for line in printed.splitlines()], expected)
+        status, printed, errors = self.run_player("--info", "--json", self.path("song.mod"), "absent")
+        self.assertEqual((status, errors), (1, "tessplay: absent: No such file or directory\n"))
+        facts = {"positions": "1", "instruments": "31", "instrument 1": "naïve"}
+        song = {"path": self.path("song.mod"), "format": "tracker module", "codec": "4 voices", "rate": 44100,
+                "channels": 2, "bits": 16, "length": 0.06, "title": "A song", "facts": facts, "truncated": False}
+        self.assertEqual([json.loads(line) for line in printed.splitlines()],
+                         [song, {"path": "absent", "reason": "No such file or directory"}])
 
     def test_convert(self):
         rows = {  # to the last sample
@@ -128,6 +136,8 @@ class Player(Stage):
         for words, expected in rows.items():
             with self.subTest(words):
                 self.assertTrue(self.convert(*words) == expected, "the samples differ")
+        self.assertEqual(self.run_player("--convert", "stereo.wav", "out.RAW"), (0, "", ""))
+        self.assertTrue(self.read("out.RAW") == NOISE, "the samples differ")
         song = self.convert("song.mod")
         self.assertEqual(len(song), 3 * 882 * 4)
         self.assertGreater(max(array.array("h", song)), 2000)
@@ -139,30 +149,39 @@ class Player(Stage):
         self.assertLessEqual(max(abs(a - b) for a, b in zip(music, expected, strict=True)), 1)
 
     def test_statuses_and_messages(self):
-        rows = [(("--info", "absent"), 1, "player: absent: No such file or directory"),
-                (("--info", "."), 1, "player: .: Is a directory"),
-                (("--convert", "stereo.wav", "."), 1, "player: .: Is a directory"),
-                (("--convert", "stereo.wav", "no/out.wav"), 1, "player: no/out.wav: No such file or directory"),
-                (("--convert", "--loop", "1000000", "stereo.wav", "out.wav"), 1, "player: out.wav: more than 4 GiB of sound"),
-                ((), 2, "player: FILE is required (--help tells more)"),
-                (("--convert", "stereo.wav"), 2, "player: --convert: wants two files, IN and OUT.wav (--help tells more)"),
-                (("--convert", "--loop", "0", "a", "b"), 2, "player: --loop: a file is no place for ever (--help tells more)"),
-                (("--raw", "9,1,1", "a"), 2, "player: --raw: wants 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz "
+        rows = [(("--info", "absent"), 1, "tessplay: absent: No such file or directory"),
+                (("--info", "."), 1, "tessplay: .: Is a directory"),
+                (("--convert", "stereo.wav", "folder.wav"), 1, "tessplay: folder.wav: Is a directory"),
+                (("--convert", "stereo.wav", "out.flac"), 2, "tessplay: --convert: writes .wav and .raw (--help tells more)"),
+                (("--convert", "stereo.wav", "no/out.wav"), 1, "tessplay: no/out.wav: No such file or directory"),
+                (("--convert", "--loop", "1000000", "stereo.wav", "out.wav"), 1, "tessplay: out.wav: more than 4 GiB of sound"),
+                ((), 2, "tessplay: FILE is required (--help tells more)"),
+                (("--convert", "stereo.wav"), 2, "tessplay: --convert: wants two files, IN and OUT (--help tells more)"),
+                (("--convert", "--loop", "0", "a", "b.wav"), 2, "tessplay: --loop: a file is no place for ever (--help tells more)"),
+                (("--raw", "9,1,1", "a"), 2, "tessplay: --raw: wants 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz "
                                              "(--help tells more)")]
-        rows += [((name,), 1, f"player: {name}: {reason}") for name, (_, reason) in UNPLAYABLE.items()]
+        rows += [((name,), 1, f"tessplay: {name}: {reason}") for name, (_, reason) in UNPLAYABLE.items()]
+        os.mkdir(self.path("folder.wav"))
         for words, status, line in rows:
             with self.subTest(words):
                 self.assertEqual(self.run_player(*words), (status, "", line + "\n"))
         silent = {"default": ABSENT}
         mono = {"first": MONO, "second": MONO, "default": MONO}
-        for devices, line in ((silent, "player: no sound device: "),
-                              (mono, "player: stereo.wav: the sound device refuses 2 channels of 16 bits at 44100 Hz: ")):
+        for devices, line in ((silent, "tessplay: no sound device: "),
+                              (mono, "tessplay: stereo.wav: the sound device refuses 2 channels of 16 bits at 44100 Hz: ")):
             self.devices(**devices)
             status, _, errors = self.run_player("stereo.wav")
             self.assertEqual((status, errors[:len(line)], errors.count("\n")), (1, line, 1))
         self.assertEqual(self.run_player("--help")[0], 0)
+        self.assertRegex(self.run_player("--version")[1], r"^tessplay \d+\.\d+")
         self.assertEqual(self.run_program("sh", "-c", '"$0" --info stereo.wav > /dev/full', PLAYER),
-                         (1, "", "player: standard output: No space left on device\n"))
+                         (1, "", "tessplay: standard output: No space left on device\n"))
+
+    def test_the_only_device(self):
+        """The engine itself keeps silent with less than two."""
+        self.devices(default=FILE)
+        self.assertEqual(self.run_player("stereo.wav"), (0, "", ""))
+        self.assertIn(NOISE, self.read("captured"))
 
     def test_what_is_played_is_what_is_converted(self):
         """Each after another format, which the engine's next stream must have."""
@@ -248,7 +267,7 @@ class OnTerminal(Stage):
         heard = bytes(self.heard).replace(bytes(4), b"")
         self.assertTrue((NOISE * (len(heard) // len(NOISE) + 1)).startswith(heard), "the pause is heard")
         self.press(b"\x1b[C")
-        self.wait_for_line("player: absent: No such file or directory")
+        self.wait_for_line("tessplay: absent: No such file or directory")
         self.wait_for_line("A song (2 of 2)")
         self.press(b"\x1b")
         time.sleep(0.1)

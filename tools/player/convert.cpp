@@ -6,15 +6,19 @@
 #include <cstring>
 #include <vector>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
+#include "tools/common/text.h"
+#include "tools/common/write.h"
 #include "tools/player/terminal.h"
 #include "tools/player/text.h"
 
 constexpr uint32_t HeaderBytes = 44;
 constexpr uint64_t MaxData = UINT32_MAX - HeaderBytes;  // the chunks count in 32 bits
 constexpr const char *TooMuch = "more than 4 GiB of sound";
+
+static bool IsWave(const std::string &path)
+{
+    return Text_EndsWith(path, ".wav");
+}
 
 static std::array<uint8_t, HeaderBytes> Header(const PLAYER_SOUND &sound, uint32_t data)
 {
@@ -57,54 +61,62 @@ static void ShowProgress(const PLAYER_SOUND &sound, uint64_t data, uint64_t expe
     Terminal_Show(Player_Time(seconds), done, sound.Name);
 }
 
-// Writes header and samples. Returns why that failed.
-static std::string WriteSound(FILE *file, PLAYER_SOUND &sound, uint32_t passes)
+// Appends so many passes to the file. Returns why that failed.
+static std::string WriteSamples(FILE *file, PLAYER_SOUND &sound, uint32_t passes, uint64_t limit,
+                                uint64_t &data)
 {
     const uint32_t frame = Player_FrameBytes(sound);
     const uint64_t expected = sound.Bytes * passes;
     const AudioTrack &track = *sound.Track;
-    Player_Start(sound);
     std::vector<uint8_t> block((1u << 20) / frame * frame);
-    uint64_t data = 0;
-    if (!Write(file, Header(sound, 0)))
-        return std::strerror(errno);
+    Player_Start(sound);
     while (!track.Ended) {
         if (Terminal_Signal() != 0)
             return "interrupted";
         const size_t taken = Player_Take(sound, passes, block);
         data += taken;
-        if (data > MaxData)
+        if (data > limit)
             return TooMuch;
         if (!Write(file, std::span(block).first(taken)))
             return std::strerror(errno);
         ShowProgress(sound, data, expected);
     }
     if (track.Error != 0)
-        return std::string("the sound cannot be read to its end: ") + std::strerror(track.Error);
-    const auto size = static_cast<uint32_t>(data);
-    if ((data % 2 != 0 && std::fputc(0, file) == EOF) || std::fseek(file, 0, SEEK_SET) != 0 ||
-        !Write(file, Header(sound, size)) || std::fflush(file) != 0)
-        return std::strerror(errno);
+        return std::string("it cannot be read to its end: ") + std::strerror(track.Error);
     return "";
+}
+
+// Writes the samples, after their header if it is to be a WAVE file. Returns why that failed.
+static std::string WriteSound(FILE *file, PLAYER_SOUND &sound, uint32_t passes, bool wave)
+{
+    uint64_t data = 0;
+    if (!wave)
+        return WriteSamples(file, sound, passes, UINT64_MAX, data);
+    if (!Write(file, Header(sound, 0)))
+        return std::strerror(errno);
+    const std::string failure = WriteSamples(file, sound, passes, MaxData, data);
+    if (!failure.empty())
+        return failure;
+    const auto size = static_cast<uint32_t>(data);
+    const bool written = (data % 2 == 0 || std::fputc(0, file) != EOF) &&
+                         std::fseek(file, 0, SEEK_SET) == 0 && Write(file, Header(sound, size));
+    return written ? "" : std::strerror(errno);
+}
+
+bool Player_CanWrite(const std::string &path)
+{
+    return IsWave(path) || Text_EndsWith(path, ".raw");
 }
 
 std::string Player_Convert(PLAYER_SOUND &sound, uint32_t passes, const std::string &path)
 {
-    struct stat status;
-    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
-        return S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "not a regular file";
     const uint64_t expected = sound.Bytes * passes;
-    if (expected - expected / 64 > MaxData)  // the header's length may be some samples too long
+    if (IsWave(path) &&
+        expected - expected / 64 > MaxData)  // the length may be some samples too long
         return TooMuch;
-    const std::string beside = path + ".part";
-    SOUND_STREAM file(std::fopen(beside.c_str(), "wbx"));
-    if (!file)
-        return errno == EEXIST ? beside + " is in the way" : std::strerror(errno);
-    std::string failure = WriteSound(file.get(), sound, passes);
+    const std::string reason = Write_File(path, [&](const REPLACE &file) {
+        return WriteSound(file.File, sound, passes, IsWave(path));
+    });
     Terminal_Clear();
-    if (failure.empty() && std::rename(beside.c_str(), path.c_str()) != 0)
-        failure = std::strerror(errno);
-    if (!failure.empty())
-        unlink(beside.c_str());
-    return failure;
+    return reason;
 }

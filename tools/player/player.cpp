@@ -2,16 +2,18 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <CLI/CLI.hpp>
-#include <portaudio.h>
 
 #include "audio/audio.h"
+#include "tools/common/text.h"
 #include "tools/player/convert.h"
 #include "tools/player/sound.h"
 #include "tools/player/terminal.h"
@@ -19,7 +21,7 @@
 
 struct OPTIONS {
     std::vector<std::string> Files;
-    bool Info = false, Convert = false;
+    bool Info = false, JSON = false, Convert = false, Framework = false;
     uint32_t Passes = 1;
     PLAYER_RAW Raw = {};
 };
@@ -41,7 +43,7 @@ static std::atomic<uint32_t> silentCalls;
 static void Report(const std::string &file, const std::string &reason)
 {
     Terminal_Clear();
-    std::fprintf(stderr, "player: %s: %s\n", Player_Text(file).c_str(), reason.c_str());
+    std::fprintf(stderr, "tessplay: %s: %s\n", Player_Text(file).c_str(), reason.c_str());
 }
 
 static double SecondsOf(uint64_t bytes)
@@ -52,33 +54,33 @@ static double SecondsOf(uint64_t bytes)
 // Silence follows the sound before the stream completes: not every back end lets what is buffered
 // be heard then.
 static int PlayFeed(const void *, void *output, unsigned long frames,
-                    const PaStreamCallbackTimeInfo *timing, PaStreamCallbackFlags, void *)
+                    const PaStreamCallbackTimeInfo *timing, unsigned long, void *)
 {
     const std::span out(static_cast<uint8_t *>(output), frames * frameBytes);
     const size_t taken = hushed ? 0 : Player_Take(*nowPlaying, passes, out);
     if (taken != 0)
-        heardAt = timing->outputBufferDacTime + SecondsOf(taken);
+        heardAt = Audio_HeardAt(*timing) + SecondsOf(taken);
     std::ranges::fill(out.subspan(taken), uint8_t{Audio_BPS == 8 ? uint8_t{128} : uint8_t{0}});
     if (hushed || nowPlaying->Track->Ended)
         silentCalls++;
-    return silentCalls < CallsPerSecond ? paContinue : paComplete;
+    return silentCalls < CallsPerSecond ? Audio_Continue : Audio_Complete;
 }
 
 // Seconds of what was taken that are not heard yet.
-static double Unheard(PaStream *stream)
+static double Unheard()
 {
-    return std::max(heardAt - Pa_GetStreamTime(stream), 0.0);
+    return std::max(heardAt - Audio_StreamTime(*nowPlaying->Track), 0.0);
 }
 
 // Where the sound is that is heard now.
-static double Now(PaStream *stream)
+static double Now()
 {
-    return std::max(SecondsOf(nowPlaying->Track->Taken) - Unheard(stream), 0.0);
+    return std::max(SecondsOf(nowPlaying->Track->Taken) - Unheard(), 0.0);
 }
 
-static bool HasEnded(PaStream *stream)
+static bool HasEnded()
 {
-    return Pa_IsStreamActive(stream) != 1 || (silentCalls != 0 && Unheard(stream) == 0);
+    return !Audio_IsStreaming(*nowPlaying->Track) || (silentCalls != 0 && Unheard() == 0);
 }
 
 static void ShowProgress(const PLAYER_SOUND &sound, double now, bool paused, const std::string &of)
@@ -90,52 +92,52 @@ static void ShowProgress(const PLAYER_SOUND &sound, double now, bool paused, con
 }
 
 // Stopping waits until what was taken has been heard, and so loses nothing.
-static void TurnPause(PaStream *stream, bool &paused)
+static void TurnPause(bool &paused)
 {
     paused = !paused;
     hushed = paused;
     if (paused) {
-        while (Terminal_Signal() == 0 && !HasEnded(stream))
-            Pa_Sleep(WaitMilliseconds / 5);
-        Pa_AbortStream(stream);
+        while (Terminal_Signal() == 0 && !HasEnded())
+            std::this_thread::sleep_for(std::chrono::milliseconds(WaitMilliseconds / 5));
+        Audio_AbortStream(*nowPlaying->Track);
         Audio_Pause();
     } else {
         silentCalls = 0;
         Audio_Pause();
-        Pa_StartStream(stream);
+        Audio_StartStream(*nowPlaying->Track);
     }
 }
 
 // Plays until the sound ends or a key says what is next: KEY_NEXT at the end.
 static PLAYER_KEY Watch(const PLAYER_SOUND &sound, const std::string &of)
 {
-    PaStream *stream = sound.Track->Stream;
     bool paused = false;
     double now = 0;
-    while (Terminal_Signal() == 0 && (paused || !HasEnded(stream))) {
+    while (Terminal_Signal() == 0 && (paused || !HasEnded())) {
         if (!paused)
-            now = Now(stream);
+            now = Now();
         ShowProgress(sound, now, paused, of);
         const PLAYER_KEY key = Terminal_Key(WaitMilliseconds);
         if (key == KEY_PAUSE)
-            TurnPause(stream, paused);
+            TurnPause(paused);
         else if (key != KEY_NONE)
             return key;
         if (Terminal_StopAsked()) {
             const bool playing = !paused;
             if (playing)
-                TurnPause(stream, paused);
+                TurnPause(paused);
             Terminal_Stop();
             if (playing)
-                TurnPause(stream, paused);
+                TurnPause(paused);
         }
     }
     return Terminal_Signal() == 0 ? KEY_NEXT : KEY_QUIT;
 }
 
-// Has the engine open a stream of the sound's own format, and start it. Returns PortAudio's answer.
-static PaError StartStream(PLAYER_SOUND &sound, uint32_t wanted)
+// Has the engine open a stream of the sound's own format, and start it. Returns its error, 0: none.
+static int32_t StartStream(PLAYER_SOUND &sound, uint32_t wanted)
 {
+    Audio_AnyDevice = true;
     Audio_Init(static_cast<uint8_t>(sound.Channels));
     Audio_SetMixer(static_cast<uint8_t>(sound.Bits), sound.Hz, 0, 0);
     nowPlaying = &sound;
@@ -146,22 +148,15 @@ static PaError StartStream(PLAYER_SOUND &sound, uint32_t wanted)
     Audio_StreamCallBack = PlayFeed;
     Audio_StreamFrames = std::max(sound.Hz / CallsPerSecond, 1u);
     Audio_FirstPlay = 1;  // the stream before, if any, went with its track
-    Audio_Error = paNoError;
     Audio_Play(sound.Track.get());
-    return Audio_Error == paNoError && !sound.Track->Stream ? paDeviceUnavailable : Audio_Error;
+    return Audio_Error;
 }
 
-static bool IsAboutFormat(PaError error)
-{
-    return error == paInvalidSampleRate || error == paInvalidChannelCount ||
-           error == paSampleFormatNotSupported;
-}
-
-static std::string WhyRefused(const PLAYER_SOUND &sound, PaError error)
+static std::string WhyRefused(const PLAYER_SOUND &sound, int32_t error)
 {
     return "the sound device refuses " + std::to_string(sound.Channels) + " channels of " +
            std::to_string(sound.Bits) + " bits at " + std::to_string(sound.Hz) +
-           " Hz: " + Pa_GetErrorText(error);
+           " Hz: " + Audio_ErrorText(error);
 }
 
 // What became of a file: the key that ended it, or that it cannot be played.
@@ -180,14 +175,16 @@ static OUTCOME PlayFile(const std::string &path, const OPTIONS &options, const s
         Report(path, reason);
         return {};
     }
-    const PaError error = StartStream(sound, options.Passes);
-    if (error == paNoError)
+    if (!sound.Incomplete.empty())
+        Report(path, sound.Incomplete);
+    const int32_t error = StartStream(sound, options.Passes);
+    if (error == 0)
         return {Watch(sound, of), true};
-    if (IsAboutFormat(error)) {
+    if (Audio_IsFormatError(error)) {
         Report(path, WhyRefused(sound, error));
         return {};
     }
-    std::fprintf(stderr, "player: no sound device: %s\n", Pa_GetErrorText(error));
+    std::fprintf(stderr, "tessplay: no sound device: %s\n", Audio_ErrorText(error));
     return {.NoDevice = true};
 }
 
@@ -221,22 +218,34 @@ static int Printed(int status)
 {
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
         return status;
-    std::fprintf(stderr, "player: standard output: %s\n", std::strerror(errno));
+    std::fprintf(stderr, "tessplay: standard output: %s\n", std::strerror(errno));
     return Failure;
+}
+
+// Prints what a file says, in words or as a line of JSON, which also has what cannot be opened.
+// Returns whether it was opened.
+static bool PrintInfo(const std::string &file, const OPTIONS &options)
+{
+    PLAYER_SOUND sound;
+    const std::string reason = Player_Open(file, options.Raw, sound);
+    if (!reason.empty())
+        Report(file, reason);
+    if (options.JSON && !reason.empty())
+        std::printf("{\"path\":%s,\"reason\":%s}\n", Text_JSON(file).c_str(),
+                    Text_JSON(reason).c_str());
+    else if (options.JSON)
+        std::printf("%s}\n", Player_JSON(sound).c_str());
+    else if (reason.empty())
+        std::fputs(Player_Info(sound).c_str(), stdout);
+    return reason.empty();
 }
 
 static int Info(const OPTIONS &options)
 {
     int status = 0;
-    for (const std::string &file : options.Files) {
-        PLAYER_SOUND sound;
-        const std::string reason = Player_Open(file, options.Raw, sound);
-        if (!reason.empty()) {
-            Report(file, reason);
+    for (const std::string &file : options.Files)
+        if (!PrintInfo(file, options))
             status = Failure;
-        } else if (std::fputs(Player_Info(sound).c_str(), stdout) == EOF)
-            break;
-    }
     return Printed(status);
 }
 
@@ -251,9 +260,11 @@ static int Convert(const OPTIONS &options)
         Report(options.Files[0], reason);
         return Failure;
     }
+    if (!sound.Incomplete.empty())
+        Report(options.Files[0], sound.Incomplete);
     reason = Player_Convert(sound, options.Passes, options.Files[1]);
     if (!reason.empty())
-        Report(options.Files[1], reason);
+        Report(options.Files[sound.Track->Error != 0 ? 0 : 1], reason);
     return reason.empty() ? 0 : Failure;
 }
 
@@ -272,20 +283,27 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
     std::string raw;
     app.add_option("FILE", options.Files, "Sound files")->required();
     CLI::Option *info = app.add_flag("--info", options.Info, "Print what the headers say");
-    app.add_flag("--convert", options.Convert, "Convert the first file to the second, a WAVE file")
+    app.add_flag("--json", options.JSON, "Print it as one JSON object a line")->needs(info);
+    app.add_flag("--convert", options.Convert,
+                 "Convert the first file to the second: .wav, or .raw for samples alone")
         ->excludes(info);
     app.add_option("--loop", options.Passes, "Play each file N times, 0: for ever")
         ->type_name("N")
         ->check(CLI::Range(0, 1000000));
     app.add_option("--raw", raw, "What files of unknown format are taken for")
         ->type_name("BITS,CHANNELS,HZ");
+    app.add_flag("--framework", options.Framework,
+                 "Read files by the framework's own rules, not by those of their formats");
+    app.set_version_flag("--version", "tessplay " TESSPLAY_VERSION);
     app.footer("Keys: space pauses, arrows go to the next or the previous file, q quits.\n"
                "WAVE, MOD, MP3, VOC, AU, 8SVX, 16SV and AIFF are known by their contents.");
     app.parse(argc, argv);
     if (!raw.empty())
         options.Raw = RawOf(raw);
     if (options.Convert && options.Files.size() != 2)
-        throw CLI::ValidationError("--convert", "wants two files, IN and OUT.wav");
+        throw CLI::ValidationError("--convert", "wants two files, IN and OUT");
+    if (options.Convert && !Player_CanWrite(options.Files[1]))
+        throw CLI::ValidationError("--convert", "writes .wav and .raw");
     if (options.Convert && options.Passes == 0)
         throw CLI::ValidationError("--loop", "a file is no place for ever");
 }
@@ -293,15 +311,16 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
 int main(int argc, char **argv)
 {
     OPTIONS options;
-    CLI::App app("Plays sound files, tells what they are, or converts one to WAVE.", "player");
+    CLI::App app("Plays sound files, tells what they are, or converts one to WAVE.", "tessplay");
     try {
         ReadOptions(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == 0)  // asked for help
+        if (error.get_exit_code() == 0)  // asked for help or the version
             return Printed(app.exit(error));
-        std::fprintf(stderr, "player: %s (--help tells more)\n", error.what());
+        std::fprintf(stderr, "tessplay: %s (--help tells more)\n", error.what());
         return WrongUsage;
     }
+    Audio_Rules = options.Framework ? AUDIO_RULES_FRAMEWORK : AUDIO_RULES_FORMAT;
     const int status = options.Info      ? Info(options)
                        : options.Convert ? Convert(options)
                                          : Play(options);

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <span>
 
-#include <portaudio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,6 +17,7 @@
 #include "audio/mp3.h"
 #include "audio/voc.h"
 #include "audio/wav.h"
+#include "tools/common/text.h"
 #include "tools/player/text.h"
 
 // What tracker modules are rendered as.
@@ -252,8 +252,7 @@ static_assert(Describe.size() == AUDIO_TYPES);
 void PLAYER_UNLOAD::operator()(AudioTrack *track) const
 {
     const bool freed = track->Buffer[0];  // the others the engine leaves to their owner
-    if (track->Stream)
-        Pa_AbortStream(track->Stream);  // so that the unloading need not wait for what is buffered
+    Audio_AbortStream(*track);  // so that the unloading need not wait for what is buffered
     Audio_UnLoad(track);
     if (!freed)
         delete track;
@@ -332,10 +331,13 @@ std::string Player_Open(const std::string &path, const PLAYER_RAW &raw, PLAYER_S
     else
         return "not a sound of a known format (--raw takes it for samples)";
     sound.Track.reset(Audio_LoadAs(path.c_str(), type));
+    sound.Incomplete = Audio_Reason();
     if (!sound.Track->Buffer[0])
-        return "damaged, or not a sound";
-    if (tag != 0)
+        return sound.Incomplete.empty() ? "damaged, or not a sound" : sound.Incomplete;
+    if (tag > sound.Track->DataStart) {
         sound.Track->DataStart = tag;
+        sound.Incomplete.clear();  // what is said of the tag's bytes
+    }
     ReadFacts(sound);
     return "";
 }
@@ -382,24 +384,64 @@ static void AddLine(std::string &text, const std::string &what, const std::strin
     text += "  " + what + std::string(what.size() < 15 ? 15 - what.size() : 1, ' ') + value + "\n";
 }
 
+// Of the length's last second.
+static std::string Thousandths(const PLAYER_SOUND &sound)
+{
+    const int thousandths = static_cast<int>(std::fmod(Player_Seconds(sound), 1) * 1000);
+    std::string text = std::to_string(1000 + thousandths);
+    text[0] = '.';
+    return text;
+}
+
 std::string Player_Info(const PLAYER_SOUND &sound)
 {
-    const double seconds = Player_Seconds(sound);
-    const int thousandths = static_cast<int>(std::fmod(seconds, 1) * 1000);
-    std::string text = sound.Name + "\n";
+    std::string text = Player_Text(sound.Track->Path) + "\n";
     AddLine(text, "format", sound.Format);
     AddLine(text, "codec", sound.Codec);
     AddLine(text, "rate", std::to_string(sound.Hz) + " Hz");
     AddLine(text, "channels", std::to_string(sound.Channels));
     AddLine(text, "bits", std::to_string(sound.Bits));
-    AddLine(text, "length",
-            Player_Time(seconds) + "." + std::to_string(1000 + thousandths).substr(1));
+    AddLine(text, "length", Player_Time(Player_Seconds(sound)) + Thousandths(sound));
     if (!sound.Title.empty())
         AddLine(text, "title", sound.Title);
     for (const auto &[what, value] : sound.Facts)
         AddLine(text, what, value);
+    if (!sound.Incomplete.empty())
+        AddLine(text, "incomplete", sound.Incomplete);
     const std::string silent = Player_WhySilent(sound);
     if (!silent.empty())
         AddLine(text, "silent", silent);
+    return text;
+}
+
+std::string Player_JSON(const PLAYER_SOUND &sound)
+{
+    const auto whole = static_cast<uint64_t>(Player_Seconds(sound));
+    std::string text = "{\"path\":";
+    text += Text_JSON(sound.Track->Path);
+    const auto add = [&text](const char *name, const std::string &value) {
+        text += ",\"";
+        text += name;
+        text += "\":";
+        text += value;
+    };
+    add("format", Text_JSON(sound.Format));
+    add("codec", Text_JSON(sound.Codec));
+    add("rate", std::to_string(sound.Hz));
+    add("channels", std::to_string(sound.Channels));
+    add("bits", std::to_string(sound.Bits));
+    add("length", std::to_string(whole) + Thousandths(sound));
+    if (!sound.Title.empty())
+        add("title", Text_JSON(sound.Title));
+    std::string facts = "{";
+    for (const auto &[what, value] : sound.Facts) {
+        facts += facts.size() > 1 ? "," : "";
+        facts += Text_JSON(what) + ":" + Text_JSON(value);
+    }
+    add("facts", facts + "}");
+    const std::string silent = Player_WhySilent(sound);
+    add("truncated", sound.Incomplete.empty() ? "false" : "true");
+    if (!silent.empty() || !sound.Incomplete.empty())
+        add("reason", Text_JSON(sound.Incomplete.empty() ? silent : sound.Incomplete));
     return text;
 }

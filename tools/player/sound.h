@@ -25,10 +25,11 @@ struct PLAYER_SOUND {
     std::unique_ptr<AudioTrack, PLAYER_UNLOAD> Track;
     std::string Name;  // of the file, without its folder
     std::string Format, Codec;
-    bool Plays = true;                                       // the codec is decoded
-    uint32_t Bits, Channels, Hz;                             // of the output
-    uint64_t Bytes = 0;                                      // of the output, as the header has it
-    std::string Title;                                       // empty: none
+    std::string Incomplete;       // what of the file is not heard, and why; empty: nothing
+    bool Plays = true;            // the codec is decoded
+    uint32_t Bits, Channels, Hz;  // of the output
+    uint64_t Bytes = 0;           // of the output, as the header has it
+    std::string Title;            // empty: none
     std::vector<std::pair<std::string, std::string>> Facts;  // further ones: what, and its value
 };
 
@@ -57,3 +58,6 @@ double Player_Seconds(const PLAYER_SOUND &sound);
 
 /// The facts for a terminal, a line each.
 std::string Player_Info(const PLAYER_SOUND &sound);
+
+/// The same as a JSON object in a line, without the brace that closes it.
+std::string Player_JSON(const PLAYER_SOUND &sound);

@@ -1,0 +1,26 @@
+// Tags around an MPEG stream: ID3v2.2 to 2.4 and ID3v1 (id3.org), APEv2 (Hydrogenaudio's wiki), and
+// Lyrics3 (id3.org), which is only skipped.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "audio/sound_file.h"
+
+/// What tags say, in UTF-8 and of at most MP3_MaxText bytes each; empty where they do not.
+struct MP3_TEXTS {
+    std::string Title, Artist, Album, Year, Comment, Track, Genre;
+};
+constexpr size_t MP3_MaxText = 4096;
+
+/// The part of a file between its tags.
+struct MP3_PART {
+    uint64_t Start, End;  // bytes
+};
+
+/// Bytes of the ID3v2 or APE tag that starts at `position`, 0 where none does.
+uint64_t MP3_TagAt(SOUND_FILE &file, uint64_t position);
+
+/// Reads the file's tags. Of several that say a thing the first ID3v2 tag wins, then APEv2, then
+/// ID3v1.
+MP3_PART MP3_ReadTags(SOUND_FILE &file, MP3_TEXTS &texts);
