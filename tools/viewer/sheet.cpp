@@ -97,7 +97,9 @@ static std::vector<std::string> SamplesOf(uint8_t set)
 VIEWER_IMAGE Sheet_Glyphs(uint8_t set)
 {
     constexpr uint32_t across = 16, gap = 6, labels = 32;
-    const CHARSET_SIZE size = CharSet_GetSize(set), small = CharSet_GetSize(Sheet_Set);
+    const CHARSET_SIZE size = CharSet_GetSize(set);
+    const uint8_t numbers = size.Rows <= 8 ? 2 : Sheet_Set;  // a set of 8 by 8 for others of them
+    const CHARSET_SIZE small = CharSet_GetSize(numbers);
     const uint32_t cellWidth = std::max<uint32_t>(size.Columns, 2 * small.Columns + 2u) + gap;
     const uint32_t cellHeight = std::max<uint32_t>(size.Rows, small.Rows) + gap;
     const uint32_t rows = (size.Glyphs + across - 1) / across;
@@ -119,11 +121,11 @@ VIEWER_IMAGE Sheet_Glyphs(uint8_t set)
         std::array<char, 8> number;
         for (uint32_t column = 0; column < across; column++) {
             std::snprintf(number.data(), number.size(), "%X", column);
-            CharSet_PutText(x(column), Sheet_Margin, number.data(), Sheet_Set, 1, 1);
+            CharSet_PutText(x(column), Sheet_Margin, number.data(), numbers, 1, 1);
         }
         for (uint32_t row = 0; row < rows; row++) {
             std::snprintf(number.data(), number.size(), "%02X", row * across);
-            CharSet_PutText(Sheet_Margin / 2, y(row), number.data(), Sheet_Set, 1, 1);
+            CharSet_PutText(Sheet_Margin / 2, y(row), number.data(), numbers, 1, 1);
         }
     });
     Draw(image, 0, [&] {
