@@ -61,10 +61,10 @@ TEST(AudioCheck, TheFirstTestThatSucceedsWins)
 
 static int CheckOfFrames(const std::string &header, const std::vector<size_t> &at)
 {
-    BYTES bytes = Dots(9000);
+    std::vector<std::pair<size_t, std::string>> frames;
     for (const size_t i : at)
-        std::copy(header.begin(), header.end(), bytes.begin() + static_cast<ptrdiff_t>(i));
-    return CheckOf(bytes);
+        frames.emplace_back(i, header);
+    return CheckOf(Dots(9000, frames));
 }
 
 TEST(AudioCheck, PredictedFrames)
@@ -182,6 +182,16 @@ static std::string WriteRow()
     return WriteTemp("row.mod", WriteModule(row));
 }
 
+// Unloads the track, and leaves the sound modules as they start.
+static void Forget(AudioTrack *track)
+{
+    Audio_UnLoad(track);
+    Audio_Destroy();
+    for (const AUDIO_MODULE &module : Audio_Modules)
+        if (module.SetSoundNumber)
+            module.SetSoundNumber(0);
+}
+
 TEST(AudioLoad, SynthesisedSoundReadsNoFile)
 {
     SetRaw(1, 8);
@@ -259,6 +269,7 @@ TEST(AudioPlay, LoopRules)
     for (const auto &r : rows) {
         AudioTrack *track = PlayNumbers(r.buffers);
         Audio_SetLoop(r.loop);
+        SCOPED_TRACE(testing::Message() << r.buffers << " buffers, loop " << int{r.loop});
         std::string played;
         size_t stopped = 0;
         while (played.size() < 14) {
@@ -266,8 +277,8 @@ TEST(AudioPlay, LoopRules)
             if (!Audio_IsPlaying() && stopped == 0)
                 stopped = played.size();
         }
-        EXPECT_EQ(played, r.played) << r.buffers << " buffers, loop " << int{r.loop};
-        EXPECT_EQ(stopped, r.stopped) << r.buffers << " buffers, loop " << int{r.loop};
+        EXPECT_EQ(played, r.played);
+        EXPECT_EQ(stopped, r.stopped);
         EXPECT_EQ(Audio_Loop, 0);
         Audio_UnLoad(track);
     }
@@ -435,9 +446,7 @@ TEST(AudioTake, LosesNothing)
     AudioTrack *empty = Audio_LoadBytes(none);
     Audio_SetLoop(0);
     EXPECT_EQ(Taken(empty, 100), BYTES()) << "is not repeated for ever";
-    Audio_UnLoad(empty);
-    Audio_Destroy();
-    Audio_Modules[AUDIO_WAV].SetSoundNumber(0);
+    Forget(empty);
 }
 
 TEST(AudioTake, CallBackRunsOnAndStartsOver)
@@ -493,9 +502,7 @@ TEST(AudioTake, ToneStaysPureAcrossBuffers)
         << "passes are alike";
     // Between the encoder's start and its end, over the end of a buffer of 28 frames.
     EXPECT_LT(OutsideOfTone(std::span(sound).subspan(2 * 4000, 2 * 46000)), -75);
-    Audio_UnLoad(track);
-    Audio_Destroy();
-    Audio_Modules[AUDIO_MP3].SetSoundNumber(0);
+    Forget(track);
 }
 
 // A file whose reads can do what files do at bad times.
@@ -543,12 +550,14 @@ TEST(AudioTake, ReadErrorsAndRestartsAreNotLost)
     Audio_ReStart();
     cookie.ReStarts = true;
     Audio_LoadBuffers(track, 1);
-    const BYTES first(track->Buffer[0].load(), track->Buffer[0] + 65535);
+    const auto refilled = [track] {
+        return BYTES(track->Buffer[0].load(), track->Buffer[0] + 65535);
+    };
+    const BYTES first = refilled();
     Audio_LoadBuffers(track, 1);
-    EXPECT_EQ(BYTES(track->Buffer[0].load(), track->Buffer[0] + 65535), first)
-        << "a restart during the refill from the start";
+    EXPECT_EQ(refilled(), first) << "a restart during the refill from the start";
     Audio_LoadBuffers(track, 1);
-    EXPECT_NE(BYTES(track->Buffer[0].load(), track->Buffer[0] + 65535), first) << "only one";
+    EXPECT_NE(refilled(), first) << "only one";
 
     cookie.FailAt = 100044;
     EXPECT_EQ(Taken(track, 65536).size(), 100000u);
@@ -558,18 +567,14 @@ TEST(AudioTake, ReadErrorsAndRestartsAreNotLost)
     Audio_ReStart();
     Audio_Take(track, cookie.Bytes.data(), 1);
     EXPECT_EQ(track->Error, 0);
-    Audio_UnLoad(track);
-    Audio_Destroy();
-    Audio_Modules[AUDIO_WAV].SetSoundNumber(0);
+    Forget(track);
 }
 
 // 3 MiB without a frame: turns without sound, and then the sound goes on.
 TEST(AudioTake, SearchGivesUpItsTurn)
 {
     const BYTES frame = Number(0xFFFB2000, 4) + BYTES(126), gap(3 << 20);
-    const BYTES frames = frame + frame + frame + frame;
-    BYTES file = frames + gap;
-    file = file + frames;
+    const BYTES frames = frame + frame + frame + frame, file = frames + gap + frames;
     AudioTrack *track = Audio_LoadBytes(file);
     EXPECT_EQ(track->Length[0], 18432u);
     EXPECT_EQ(track->Length[1], 0u);
@@ -588,9 +593,7 @@ TEST(AudioTake, SearchGivesUpItsTurn)
     EXPECT_EQ(Audio_Take(track, out.data(), out.size()), 18432u);
     EXPECT_FALSE(track->Ended);
     EXPECT_EQ(Taken(track, 65536).size(), 18432u);
-    Audio_UnLoad(track);
-    Audio_Destroy();
-    Audio_Modules[AUDIO_MP3].SetSoundNumber(0);
+    Forget(track);
 }
 
 // Files of 4 GiB of zeros; of chunks they have half a milliard.
@@ -601,10 +604,7 @@ TEST(AudioLoad, HeadersOfHugeFilesAreFast)
         BYTES head, tail;
     } rows[] = {
         {AUDIO_WAV, Prefix(WaveFile(1, 8, {}), 36), Text("data\1\0\0\0") + BYTES(56)},
-        {AUDIO_IFF,
-         Text("FORM\0\0\0\0"
-              "8SVX"),
-         Text("BODY\0\0\0\1") + BYTES(56)},
+        {AUDIO_IFF, Text("FORM\0\0\0\0\x38SVX"), Text("BODY\0\0\0\1") + BYTES(56)},
         {AUDIO_AIFF, Text("FORM\0\0\0\0AIFF"), Text("SSND\0\0\0\1") + BYTES(56)},
         {AUDIO_MP3, Text("ID3\3\0\0\xFF\xFF\xFF\xF0"), BYTES(64)},
         {AUDIO_MOD, {}, BYTES(64)},
@@ -621,13 +621,9 @@ TEST(AudioLoad, HeadersOfHugeFilesAreFast)
             EXPECT_GT(track->DataStart, 4000000000u) << int{r.type};
         }
         const bool freed = track->Buffer[0];
-        Audio_UnLoad(track);
+        Forget(track);
         if (!freed)
             delete track;
     }
     std::filesystem::remove(TempPath("huge"));
-    Audio_Destroy();
-    for (const AUDIO_MODULE &module : Audio_Modules)
-        if (module.SetSoundNumber)
-            module.SetSoundNumber(0);
 }

@@ -91,6 +91,11 @@ BYTES Text(const char (&text)[N])
     return {text, text + N - 1};
 }
 
+inline std::string Repeat(const std::string &text, int count)
+{
+    return count == 0 ? "" : text + Repeat(text, count - 1);
+}
+
 // 64-bit FNV-1a.
 inline uint64_t Digest(std::span<const uint8_t> bytes)
 {

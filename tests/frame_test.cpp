@@ -7,7 +7,9 @@
 #include "tests/field.h"
 
 constexpr char lostMessage[] = "Game Over - You have stepped on a mine!\n";
-constexpr char wonMessage[] = "Game Over - You have detected all mines!\n";
+constexpr char bothMessages[] =
+    "Game Over - You have stepped on a mine!\nGame Over - You have detected all mines!\n";
+constexpr const char *wonMessage = bothMessages + sizeof lostMessage - 1;
 
 // How long the game stays in a state.
 static int Ticks(uint8_t state)
@@ -30,21 +32,15 @@ static std::pair<int, std::string> Settle()
 TEST(Frame, ClockCarries)
 {
     using CLOCK = std::array<uint8_t, 4>;
-    const struct {
-        CLOCK before;
-        int ticks;
-        CLOCK after;
-    } rows[] = {
-        {{0, 0, 0, 0}, 100, {0, 0, 1, 0}},
-        {{0, 0, 0, 0}, 6000, {0, 1, 0, 0}},
-        {{255, 59, 59, 99}, 1, {0, 0, 0, 0}},  // hours wrap
-    };
+    const std::tuple<CLOCK, int, CLOCK> rows[] = {{{0, 0, 0, 0}, 100, {0, 0, 1, 0}},
+                                                  {{0, 0, 0, 0}, 6000, {0, 1, 0, 0}},
+                                                  {{255, 59, 59, 99}, 1, {0, 0, 0, 0}}};
     FieldFromText("..\n..\n");
-    for (const auto &r : rows) {
-        Hour = r.before[0], Minute = r.before[1], Second = r.before[2], mSecond = r.before[3];
-        for (int i = 0; i < r.ticks; i++)
+    for (const auto &[before, ticks, after] : rows) {
+        Hour = before[0], Minute = before[1], Second = before[2], mSecond = before[3];
+        for (int i = 0; i < ticks; i++)
             Timer();
-        EXPECT_EQ((CLOCK{Hour, Minute, Second, mSecond}), r.after);
+        EXPECT_EQ((CLOCK{Hour, Minute, Second, mSecond}), after);
     }
 }
 
@@ -63,11 +59,8 @@ TEST(Frame, EveryMoveIsJudgedWhenItsTurnsEnd)
         {"no mines: won", "...\n...\n", 1, 1, 1, wonMessage, "...\n...\n", GAME_WON, 90},
         {"the last flag wins", "*\nX\n", 0, 0, 2, wonMessage, "F\nF\n", GAME_WON, 90},
         {"too many flags", "*F\n", 0, 0, 2, "", "FF\n", GAME_IDLE, 90},
-        // Lost on the last cell with as many flags as mines: both, and it counts as won, on
-        // purpose.
-        {"the losing step that wins", "*F\n", 0, 0, 1,
-         "Game Over - You have stepped on a mine!\nGame Over - You have detected all mines!\n",
-         "*F\n", GAME_WON, 180},
+        // Lost on the last cell with as many flags as mines: it counts as won, on purpose.
+        {"the losing step that wins", "*F\n", 0, 0, 1, bothMessages, "*F\n", GAME_WON, 180},
     };
     for (const auto &r : rows) {
         FieldFromText(r.field);
@@ -151,32 +144,19 @@ TEST(Frame, TheTitleTellsHowTheGameStands)
 {
     using CLOCK = std::array<uint8_t, 3>;
     const struct {
-        const char *what, *field;
+        const char *field;
         uint32_t next;
         CLOCK clock, result;
         uint8_t game;
         const char *title;
     } rows[] = {
-        {"before the first step",
-         "*.?\n...\n",
-         1,
-         {0, 3, 7},
-         {},
-         GAME_IDLE,
-         "3x2 - flags 0 of 1 - 0:00"},
-        {"under way, a wrong flag",
-         "XF*\n...\n",
-         3,
-         {0, 1, 7},
-         {},
-         GAME_TURNING,
-         "3x2 - flags 2 of 2 - 1:07"},
-        {"hours", "*.\n..\n", 3, {1, 2, 3}, {}, GAME_IDLE, "2x2 - flags 0 of 1 - 1:02:03"},
-        {"won", "X.\n..\n", 5, {0, 9, 9}, {0, 0, 59}, GAME_WON, "2x2 - flags 1 of 1 - 0:59 - won"},
-        {"lost",
-         "*.\n..\n",
+        {"*.?\n...\n", 1, {0, 3, 7}, {}, GAME_IDLE, "3x2 - flags 0 of 1 - 0:00"},
+        {"XF*\n...\n", 3, {0, 1, 7}, {}, GAME_TURNING, "3x2 - flags 2 of 2 - 1:07"},
+        {"*.\n..\n", 3, {1, 2, 3}, {}, GAME_IDLE, "2x2 - flags 0 of 1 - 1:02:03"},
+        {"X.\n..\n", 5, {0, 9, 9}, {0, 0, 59}, GAME_WON, "2x2 - flags 1 of 1 - 0:59 - won"},
+        {"*.\n..\n",
          2,
-         {0, 9, 9},
+         {},
          {0, 10, 0},
          GAME_SPINNING,
          "2x2 - flags 0 of 1 - 10:00 - lost - Escape ends"},
@@ -187,6 +167,6 @@ TEST(Frame, TheTitleTellsHowTheGameStands)
         mb = r.game;
         Hour = r.clock[0], Minute = r.clock[1], Second = r.clock[2];
         timeH = r.result[0], timeM = r.result[1], timeS = r.result[2];
-        EXPECT_EQ(GameTitle(), std::string("Tessaruvinel v3.23 - ") + r.title) << r.what;
+        EXPECT_EQ(GameTitle(), std::string("Tessaruvinel v3.23 - ") + r.title);
     }
 }

@@ -1,45 +1,23 @@
-#include "picture/graphics.h"
+#include "tests/canvas.h"
 
 #include <algorithm>
 #include <array>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "picture/picture.h"
+constexpr int16_t side = 11;
 
-// A small target to draw on; its text has no dots and slashes at the end of rows and text.
-class Graphics : public testing::Test
+class Graphics : public testing::Test, protected CANVAS
 {
 protected:
-    static constexpr int side = 11;
-    std::vector<uint8_t> pixels = std::vector<uint8_t>(side * side * 4);
-    Picture target{};
-
-    void SetUp() override
+    Graphics() : CANVAS(side, side)
     {
-        target.Width = target.BufferWidth = target.Height = target.BufferHeight = side;
-        target.Pixels = pixels.data();
-        Graphics_SetTarget(&target);
         Graphics_SetMode(1);
-        Graphics_SetColor(1, 2, 3, 4);
     }
-    void TearDown() override
+    void Clear()
     {
-        Graphics_SetTarget(nullptr);
-    }
-
-    std::string Drawn() const
-    {
-        std::string text;
-        for (int16_t y = 0; y < side; y++) {
-            for (int16_t x = 0; x < side; x++)
-                text += Graphics_GetPixel(x, y) == 0x04030201 ? '#' : '.';
-            text = text.substr(0, text.find_last_not_of('.') + 1) + '/';
-        }
-        return text.substr(0, text.find_last_not_of('/') + 1);
+        std::fill(Pixels.begin(), Pixels.end(), uint8_t{0});
     }
 };
 
@@ -53,7 +31,7 @@ TEST_F(Graphics, PointsStayInsideTheTarget)
         }
     EXPECT_EQ(Drawn().find('#'), std::string::npos);
     Graphics_PutPixel(0, 10);
-    EXPECT_EQ(pixels[10 * side * 4 + 3], 4);
+    EXPECT_EQ(Pixels[10 * side * 4 + 3], 4);
     EXPECT_EQ(Graphics_GetRGBPixel(0, 10), 0x030201u);
     Graphics_SetTarget(nullptr);
     Graphics_PutPixel(1, 1);
@@ -76,7 +54,7 @@ TEST_F(Graphics, Blocks)
         {"more than all coordinates", -1, -1, 1 << 30, INT32_MAX, side * side},
     };
     for (const auto &r : rows) {
-        std::fill(pixels.begin(), pixels.end(), uint8_t{0});
+        Clear();
         Graphics_PutBlock(r.x, r.y, r.width, r.height);
         const std::string drawn = Drawn();
         EXPECT_EQ(std::count(drawn.begin(), drawn.end(), '#'), r.points) << r.what;
@@ -103,7 +81,7 @@ TEST_F(Graphics, CircleAndEllipse)
     Graphics_Circle(5, 5, 4);
     EXPECT_EQ(Drawn(),
               "/...#####//.#.......#/.#.......#/.#.......#/.#.......#/.#.......#//...#####");
-    pixels.assign(pixels.size(), 0);
+    Clear();
     Graphics_Ellipse(5, 5, 3, 5);
     EXPECT_EQ(Drawn(), "....###/....#.#/...#...#/...#...#/..#.....#/..#.....#/..#.....#/...#...#/"
                        "...#...#/....#.#/....###");
@@ -116,7 +94,7 @@ TEST_F(Graphics, LargeEllipsesStayOnTheCurve)
     Graphics_Ellipse(-1995, 5, 2000, 1500);
     EXPECT_EQ(Drawn(),
               ".....#/.....#/.....#/.....#/.....#/.....#/.....#/.....#/.....#/.....#/.....#");
-    std::fill(pixels.begin(), pixels.end(), uint8_t{0});
+    Clear();
     Graphics_Ellipse(5, -32765, 30000, 32767);
     EXPECT_EQ(Drawn(), "//" + row + "//" + row) << "the bottom, and the top wrapped";
 }
@@ -144,7 +122,7 @@ TEST_F(Graphics, ExtremeShapesEnd)
             Graphics_Ellipse(5, 5, a, b);
         }
     // A distance beyond 16 bits wraps: this one counts as one step to the left.
-    pixels.assign(pixels.size(), 0);
+    Clear();
     Graphics_Line(-32768, 3, 32767, 3);
     EXPECT_EQ(Drawn().find('#'), std::string::npos);
 }

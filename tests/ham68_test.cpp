@@ -1,6 +1,6 @@
 #include "picture/ham68.h"
 
-#include "tests/pictures.h"
+#include "tests/pixels.h"
 
 // A file with header: its planes follow a palette of numbered entries.
 static BYTES MakeFile(int planes, int bytesPerRow, int height, int compression, const BYTES &body)
@@ -28,26 +28,17 @@ static BYTES Planes(int planes, const BYTES &codes)
     return bytes;
 }
 
-static BYTES Pixels(const LOADED &loaded)
-{
-    const Picture &p = loaded.Record;
-    return p.Pixels ? BYTES(p.Pixels, p.Pixels + p.BufferWidth * p.Height * size_t{4}) : BYTES{};
-}
-
 TEST(HAM68, PixelsHoldAndModify)
 {
     // palette, blue, red, green, then held into the next pixels; a new row starts black
     const BYTES codes6 = {0x05, 0x1F, 0x2E, 0x3D, 0, 0x11, 0, 0x0F};
     const BYTES codes8 = {7 << 2, 63 << 2 | 1, 32 << 2 | 2, 16 << 2 | 3, 0, 0, 0, 63 << 2};
     const BYTES second = {8 << 2 | 2, 0, 0, 0, 0, 0, 0, 0};
-    EXPECT_EQ(Pixels(LOADED(MakeFile(6, 1, 1, 0, Planes(6, codes6)))),
-              (BYTES{80, 80, 160, 255, 80, 80, 240, 255, 224, 80, 240, 255, 224, 208, 240, 255,
-                     0,  0,  240, 255, 0,  0,  16,  255, 0,   0,  240, 255, 240, 240, 0,   255}));
+    EXPECT_EQ(Show(MakeFile(6, 1, 1, 0, Planes(6, codes6))),
+              "5050A0FF 5050F0FF E050F0FF E0D0F0FF 0000F0FF 000010FF 0000F0FF F0F000FF");
     const BYTES rows = Planes(8, codes8) + Planes(8, second);
-    EXPECT_EQ(Prefix(Pixels(LOADED(MakeFile(8, 1, 2, 0, rows))), 9 * 4),
-              (BYTES{7,   107, 207, 255, 7,  107, 252, 255, 128, 107, 252, 255,
-                     128, 64,  252, 255, 0,  100, 200, 255, 0,   100, 200, 255,
-                     0,   100, 200, 255, 63, 163, 213, 255, 32,  0,   0,   255}));
+    EXPECT_EQ(Show(MakeFile(8, 1, 2, 0, rows)).substr(0, 80),
+              "076BCFFF 076BFCFF 806BFCFF 8040FCFF 0064C8FF 0064C8FF 0064C8FF 3FA3D5FF 200000FF");
 }
 
 TEST(HAM68, RunsExpand)
@@ -93,9 +84,9 @@ TEST(HAM68, DumpsAreMeasured)
     }
     // Other numbers of planes than 6 and 8 ask for none.
     const BYTES file = MakeFile(8, 1, 1, 0, Planes(8, BYTES(8, 99)));
-    EXPECT_EQ(Pixels(LOADED(file, 0, 7)), Pixels(LOADED(file)));
+    EXPECT_EQ(Cropped(LOADED(file, 0, 7).Record), PixelsOf(file));
     // The palette is the start of the dump.
-    EXPECT_EQ(Prefix(Pixels(LOADED(BYTES(32 + 4 * 6, 0xA7), 8, 6)), 8),
+    EXPECT_EQ(Prefix(Cropped(LOADED(BYTES(32 + 4 * 6, 0xA7), 8, 6).Record), 8),
               (BYTES{0, 0xF0, 0, 255, 0x70, 0xA0, 0x70, 255}));
 }
 
@@ -120,7 +111,7 @@ TEST(HAM68, AnySizeAndPrefix)
     for (const int compression : {0, 1}) {
         const BYTES file = MakeFile(8, 2, 4, compression, BYTES(64, 1));
         for (size_t size = compression ? 101 : 108; size <= file.size(); size++)
-            ASSERT_EQ(Pixels(LOADED(Prefix(file, size))).size(), 16 * 4 * 4u) << size;
+            ASSERT_EQ(PixelsOf(Prefix(file, size)).size(), 16 * 4 * 4u) << size;
     }
 }
 
@@ -168,9 +159,7 @@ TEST(HAM68, WrittenFiles)
     for (size_t i = 0; i < pixels.size(); i++)
         pixels[i] = static_cast<uint8_t>(i * 7);
     Picture picture{};
-    picture.Width = 20;
-    picture.Height = 3;
-    picture.Pixels = pixels.data();
+    picture.Width = 20, picture.Height = 3, picture.Pixels = pixels.data();
     BYTES plain[2];  // what the modes 1 and 2 decode to, without runs
     for (uint8_t mode = 1; mode <= 4; mode++) {
         const bool runs = mode > 2;
@@ -184,7 +173,8 @@ TEST(HAM68, WrittenFiles)
                                                static_cast<size_t>(6 * planes) - 1);
         const LOADED loaded(file);
         EXPECT_EQ(loaded.Record.Width, 16);  // pixels beyond a multiple of 8 are not stored
-        const BYTES decoded = Prefix(Pixels(loaded), 16 * 2 * 4);  // the last row loses its end
+        const BYTES decoded =
+            Prefix(Cropped(loaded.Record), 16 * 2 * 4);  // the last row loses its end
         if (!runs)
             plain[mode - 1u] = decoded;
         EXPECT_EQ(decoded, plain[(mode - 1u) % 2]);

@@ -1,5 +1,6 @@
 #include "game/hiscore.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -49,18 +50,12 @@ protected:
     }
     static std::string ReadText()
     {
-        std::ostringstream text;
-        text << std::ifstream(fnHiscore.data(), std::ios::binary).rdbuf();
-        return text.str();
+        const BYTES text = ReadFile(fnHiscore.data());
+        return {text.begin(), text.end()};
     }
 };
 
 constexpr char defaultEntry[] = "NoName\n59:59:59:1000, 10000\n";
-
-static std::string Repeat(const std::string &text, int count)
-{
-    return count == 0 ? "" : text + Repeat(text, count - 1);
-}
 
 TEST_F(Hiscore, FileNameTellsTheField)
 {
@@ -167,55 +162,36 @@ TEST_F(Hiscore, FilesThatCannotBeReplacedStay)
     EXPECT_EQ(End(GAME_SPINNING), "") << "the same error is not told again";
 }
 
-// What several games that save to one table have done, seen by all of them.
-struct SAVED {
-    std::array<std::atomic<uint8_t>, 8> Steps;  // of each result: 0, 1 without its name, 2 with it
-};
+// Steps of each result that several games save: 0, 1 without its name, 2 with it.
+using SAVED = std::array<std::atomic<uint8_t>, 8>;
 
 static std::string RecordOf(size_t i)
 {
     return "00:00:0" + std::to_string(i * 5 % 8) + ":0000, 00002";
 }
 
-static void SaveResults(SAVED &saved, size_t first, size_t count)
+[[noreturn]] static void SaveResults(SAVED &saved, size_t first, size_t count)
 {
-    for (size_t i = first; i < first + count; i++) {
-        const std::string record = RecordOf(i), name = "name " + std::to_string(i);
-        if (SaveHiscore(record.c_str(), "??????", nullptr).WriteError != 0)
-            _exit(1);
-        saved.Steps[i] = 1;
-        if (SaveHiscore(record.c_str(), name.c_str(), "??????").WriteError != 0)
-            _exit(1);
-        saved.Steps[i] = 2;
-    }
+    for (size_t i = first; i < first + count; i++)
+        for (const std::string &name : {std::string("??????"), "name " + std::to_string(i)}) {
+            const char *instead = saved[i] == 0 ? nullptr : "??????";
+            if (SaveHiscore(RecordOf(i).c_str(), name.c_str(), instead).WriteError != 0)
+                _exit(1);
+            saved[i]++;
+        }
+    _exit(0);
 }
 
-// The names under which a result stands in the table.
-static std::vector<std::string> NamesOf(const std::string &record)
+// Whether the file is one that the game writes, or none yet: 20 lines, ordered.
+static bool IsWhole(const std::string &text)
 {
-    std::vector<std::string> names;
-    for (const HISCORE &entry : HiScore)
-        if (entry.Record.data() == record)
-            names.emplace_back(entry.Name.data());
-    return names;
-}
-
-// Whether the file is one that the game writes: 20 lines, ordered.
-static testing::AssertionResult IsWhole(const std::string &text)
-{
-    if (text.empty())
-        return testing::AssertionSuccess() << "none yet";
     std::istringstream lines(text);
     std::string name, record, before;
     int count = 0;
-    while (std::getline(lines, name) && std::getline(lines, record)) {
+    for (; std::getline(lines, name) && std::getline(lines, record); before = record, count++)
         if (record.size() < 20 || record < before)
-            return testing::AssertionFailure() << text;
-        before = record;
-        count++;
-    }
-    return count == 10 && text.back() == '\n' ? testing::AssertionSuccess()
-                                              : testing::AssertionFailure() << text;
+            return false;
+    return text.empty() || (count == 10 && text.back() == '\n');
 }
 
 // Games killed at any moment: the table is always whole, and holds every result that was saved.
@@ -240,18 +216,15 @@ TEST_F(Hiscore, KilledGamesLoseNothingThatWasSaved)
             for (size_t i = 0; i < games; i++) {
                 const pid_t game = fork();
                 ASSERT_GE(game, 0);
-                if (game == 0) {
+                if (game == 0)
                     SaveResults(*saved, 8 / games * i, 8 / games);
-                    _exit(0);
-                }
                 running.push_back(game);
             }
             for (const pid_t game : running) {
                 if (round != 0) {
-                    const auto wait = whole * (random() % 1000) / 1000 / games;
-                    std::this_thread::sleep_for(wait);
+                    std::this_thread::sleep_for(whole * (random() % 1000) / 1000 / games);
                     kill(game, SIGKILL);
-                    ASSERT_TRUE(IsWhole(ReadText())) << "round " << round;
+                    ASSERT_TRUE(IsWhole(ReadText())) << round << ReadText();
                 }
                 int status;
                 ASSERT_EQ(waitpid(game, &status, 0), game);
@@ -261,14 +234,16 @@ TEST_F(Hiscore, KilledGamesLoseNothingThatWasSaved)
             if (round == 0)
                 whole = std::chrono::duration_cast<std::chrono::microseconds>(
                     std::chrono::steady_clock::now() - start);
-            ASSERT_TRUE(IsWhole(ReadText())) << "round " << round;
+            ASSERT_TRUE(IsWhole(ReadText())) << round << ReadText();
             ReadHiscore();
-            for (size_t i = 0; i < saved->Steps.size(); i++) {
-                const std::vector<std::string> names = NamesOf(RecordOf(i));
-                const int steps = saved->Steps[i];
-                ASSERT_LE(names.size(), 1u) << "round " << round;
-                ASSERT_TRUE(steps == 0 || names.size() == 1) << "lost in round " << round;
-                ASSERT_TRUE(steps < 2 || names[0] != "??????") << "round " << round;
+            for (size_t i = 0; i < saved->size(); i++) {
+                const std::string record = RecordOf(i);
+                const auto is = [&](const HISCORE &entry) { return entry.Record.data() == record; };
+                const int steps = (*saved)[i];
+                ASSERT_LE(std::ranges::count_if(HiScore, is), 1) << "round " << round;
+                const auto entry = std::ranges::find_if(HiScore, is);
+                ASSERT_TRUE(steps == 0 || entry != HiScore.end()) << "lost in round " << round;
+                ASSERT_TRUE(steps < 2 || std::string("??????") != entry->Name.data()) << round;
                 reported += steps != 0;
             }
         }

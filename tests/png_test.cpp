@@ -3,8 +3,7 @@
 #include <cstdlib>
 
 #include "picture/inflate.h"
-#include "picture/picture.h"
-#include "tests/files.h"
+#include "tests/pixels.h"
 #include "tests/sha256.h"
 
 using namespace std::string_literals;
@@ -22,41 +21,28 @@ static BYTES Decode(const BYTES &file)
     return result;
 }
 
-static std::string HalfDigest(const BYTES &bytes)
-{
-    return Sha256(bytes).substr(0, 16);
-}
-
 TEST(PNG, RealFilesAsOtherDecodersSeeThem)
 {
     const struct {
         const char *name;
         int side, bits;
         const char *digest;  // of the pixels, its first half
-    } rows[] = {
-        {"basn0g01", 32, 1, "661985e83f94a569"},  {"basn0g04", 32, 4, "b05a4bc8e7079c8a"},
-        {"basn0g16", 32, 16, "5f42df4fd50dbea3"}, {"basn2c08", 32, 24, "23a53c674ec50d5a"},
-        {"basn2c16", 32, 48, "7c4b73e829f02793"}, {"basn3p01", 32, 1, "614996feb597f62b"},
-        {"basn3p04", 32, 4, "a7abc212cf1a44c8"},  {"basn4a08", 32, 16, "76b94a71d3c183a3"},
-        {"basn6a08", 32, 32, "2eb6a2cb3166e9c1"}, {"basi0g08", 32, 8, "982faa277e83f73c"},
-        {"basi2c08", 32, 24, "23a53c674ec50d5a"}, {"basi3p02", 32, 2, "a383497791948d8b"},
-        {"basi4a08", 32, 16, "76b94a71d3c183a3"}, {"basi6a08", 32, 32, "2eb6a2cb3166e9c1"},
-        {"s33i3p04", 33, 4, "8a0c1de07c37eb77"},  {"tm3n3p02", 32, 2, "9d08928c6d9fefdd"},
-        {"f01n2c08", 32, 24, "731b37d789db8012"}, {"f03n2c08", 32, 24, "7e0d024ebfc4481c"},
-        {"f04n2c08", 32, 24, "c13eeb551ab25b0e"}, {"oi4n2c16", 32, 48, "7c4b73e829f02793"},
-        {"ct1n0g04", 32, 4, "8c96f73081edd12a"},
-
-    };
+    } rows[] = {{"basn0g01", 32, 1, "661985e83f94a569"},  {"basn0g04", 32, 4, "b05a4bc8e7079c8a"},
+                {"basn0g16", 32, 16, "5f42df4fd50dbea3"}, {"basn2c08", 32, 24, "23a53c674ec50d5a"},
+                {"basn2c16", 32, 48, "7c4b73e829f02793"}, {"basn3p01", 32, 1, "614996feb597f62b"},
+                {"basn3p04", 32, 4, "a7abc212cf1a44c8"},  {"basn4a08", 32, 16, "76b94a71d3c183a3"},
+                {"basn6a08", 32, 32, "2eb6a2cb3166e9c1"}, {"basi0g08", 32, 8, "982faa277e83f73c"},
+                {"basi2c08", 32, 24, "23a53c674ec50d5a"}, {"basi3p02", 32, 2, "a383497791948d8b"},
+                {"basi4a08", 32, 16, "76b94a71d3c183a3"}, {"basi6a08", 32, 32, "2eb6a2cb3166e9c1"},
+                {"s33i3p04", 33, 4, "8a0c1de07c37eb77"},  {"tm3n3p02", 32, 2, "9d08928c6d9fefdd"},
+                {"f01n2c08", 32, 24, "731b37d789db8012"}, {"f03n2c08", 32, 24, "7e0d024ebfc4481c"},
+                {"f04n2c08", 32, 24, "c13eeb551ab25b0e"}, {"oi4n2c16", 32, 48, "7c4b73e829f02793"},
+                {"ct1n0g04", 32, 4, "8c96f73081edd12a"}};
     for (const auto &r : rows) {
-        const std::string path = std::string(TEST_DATA "png/") + r.name + ".png";
-        const Picture picture = Picture_Load(path.c_str(), 0, 0);
-        ASSERT_NE(picture.Pixels, nullptr) << r.name;
-        EXPECT_EQ(picture.Width, r.side) << r.name;
-        EXPECT_EQ(picture.Bits, r.bits) << r.name;
-        EXPECT_EQ(HalfDigest({picture.Pixels, picture.Pixels + picture.Width * picture.Height * 4}),
-                  r.digest)
-            << r.name;
-        Picture_UnLoad(picture);
+        const LOADED loaded(ReadFile(std::string(TEST_DATA "png/") + r.name + ".png"));
+        EXPECT_EQ(loaded.Record.Width, r.side) << r.name;
+        EXPECT_EQ(loaded.Record.Bits, r.bits) << r.name;
+        EXPECT_EQ(Sha256(Cropped(loaded.Record)).substr(0, 16), r.digest) << r.name;
     }
     PNG_HEADER header;  // of ct1n0g04
     EXPECT_EQ(PNG_GetHeader(&header)->TextCount, 6);
@@ -89,55 +75,70 @@ static BYTES File(uint32_t width, uint32_t height, uint8_t depth, uint8_t type, 
     return Text("\x89PNG\r\n\x1A\n") + Chunk("IHDR", header) + chunks;
 }
 
-TEST(PNG, RulesOfItsOwn)
+// A chunk of rows, with "/" between them.
+static BYTES Image(const std::string &text)
 {
-    const auto image = [](const std::vector<BYTES> &rows) { return Chunk("IDAT", Stored(rows)); };
-    const BYTES palette = Chunk("PLTE", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
+    std::vector<BYTES> rows;
+    std::istringstream in(text + '/');
+    for (std::string row; std::getline(in, row, '/');)
+        rows.push_back(Hex(row));
+    return Chunk("IDAT", Stored(rows));
+}
+
+static BYTES Key(const char *values)
+{
+    return Chunk("tRNS", Hex(values));
+}
+
+TEST(PNG, Rules)
+{
+    const BYTES palette = Chunk("PLTE", Hex("010203 040506 070809 0A0B0C"));
     const struct {
         const char *what;
-        BYTES file, pixels;
+        BYTES file;
+        const char *pixels;
+        bool format = false;
     } rows[] = {
-        {"alphas for the first indices",
-         File(4, 1, 2, 3, palette + Chunk("tRNS", {50, 60}) + image({{0, 0x1B}})),
-         {1, 2, 3, 50, 4, 5, 6, 60, 7, 8, 9, 255, 10, 11, 12, 255}},
-        {"without a palette the last one stays", File(1, 1, 8, 3, image({{0, 1}})), {4, 5, 6, 60}},
-        {"RGB and alpha of 16 bits",
-         File(1, 1, 16, 6, image({{0, 1, 9, 2, 9, 3, 9, 4, 9}})),
-         {1, 2, 3, 4}},
-        {"grey and alpha of 16 bits", File(1, 1, 16, 4, image({{0, 1, 9, 2, 9}})), {1, 1, 1, 2}},
-        {"a grey key is not applied",
-         File(1, 1, 8, 0, Chunk("tRNS", {0, 9}) + image({{0, 9}})),
-         {9, 9, 9, 255}},
-        {"no such filter leaves the row",
-         File(1, 3, 8, 0, image({{0, 9}, {5, 8}, {2, 3}})),
-         {9, 9, 9, 255, 0, 0, 0, 255, 3, 3, 3, 255}},
-        {"Paeth rows by twos, and one left",
-         File(1, 3, 8, 2, image({{4, 1, 2, 3}, {4, 1, 1, 1}, {4, 255, 1, 1}})),
-         {1, 2, 3, 255, 2, 3, 4, 255, 1, 4, 5, 255}},
+        {"alphas for the first indices", File(4, 1, 2, 3, palette + Key("323C") + Image("00 1B")),
+         "01020332 0405063C 070809FF 0A0B0CFF"},
+        {"without a palette the last one stays", File(1, 1, 8, 3, Image("00 01")), "0405063C"},
+        {"RGB and alpha of 16 bits", File(1, 1, 16, 6, Image("00 0109020903090409")), "01020304"},
+        {"grey and alpha of 16 bits", File(1, 1, 16, 4, Image("00 01090209")), "01010102"},
+        {"a grey key is not applied", File(1, 1, 8, 0, Key("0009") + Image("00 09")), "09"},
+        {"no such filter leaves the row", File(1, 3, 8, 0, Image("0009/0508/0203")), "09 00 03"},
+        {"Paeth rows by twos, and one left", File(1, 3, 8, 2, Image("04010203/04010101/04FF0101")),
+         "010203FF 020304FF 010405FF"},
         {"Paeth rows by twos, the second cut short",
-         File(2, 2, 8, 2, image({{4, 1, 2, 3, 1, 1, 1}, {4, 9, 9, 9}})),
-         {1, 2, 3, 255, 2, 3, 4, 255, 10, 11, 12, 255, 0, 0, 0, 0}},
-        {"what is missing is transparent",
-         File(1, 3, 8, 0, image({{0, 9}})),
-         {9, 9, 9, 255, 0, 0, 0, 0, 0, 0, 0, 0}},
-        {"half a row",
-         File(3, 1, 8, 0, image({{0, 9, 8}})),
-         {9, 9, 9, 255, 8, 8, 8, 255, 0, 0, 0, 0}},
-        {"an empty block is skipped", File(1, 1, 8, 0, image({{}, {0, 7}})), {7, 7, 7, 255}},
-        {"more than the picture", File(1, 1, 8, 0, image({{0, 7, 6, 5}})), {7, 7, 7, 255}},
+         File(2, 2, 8, 2, Image("04010203010101/04090909")), "010203FF 020304FF 0A0B0CFF -"},
+        {"what is missing is transparent", File(1, 3, 8, 0, Image("0009")), "09 - -"},
+        {"half a row", File(3, 1, 8, 0, Image("000908")), "09 08 -"},
+        {"an empty block is skipped", File(1, 1, 8, 0, Image("/0007")), "07"},
+        {"more than the picture", File(1, 1, 8, 0, Image("00070605")), "07"},
         {"unknown chunks, even critical ones",
-         File(1, 1, 8, 0, Chunk("ABCD", {1, 2}) + image({{0, 7}})),
-         {7, 7, 7, 255}},
-        {"no data", File(1, 1, 8, 0, {}), {}},
-        {"no such depth", File(1, 1, 3, 0, image({{0, 7}})), {}},
-        {"no width", File(0, 1, 8, 0, image({{0, 7}})), {}},
-        {"too high", File(1, 65536, 8, 0, image({{0, 7}})), {}},
-        {"more than the data can carry", File(60000, 60000, 8, 0, image({{0, 7}})), {}},
-        {"no header", Text("\x89PNG\r\n\x1A\n") + image({{0, 7}}), {}},
-        {"nothing", {}, {}},
+         File(1, 1, 8, 0, Chunk("ABCD", {1, 2}) + Image("0007")), "07"},
+        {"no width", File(0, 1, 8, 0, Image("0007")), ""},
+        {"no header", Text("\x89PNG\r\n\x1A\n") + Image("0007"), ""},
+        {"nothing", {}, ""},
+        {"two colours for the next",
+         File(1, 1, 8, 3, Chunk("PLTE", Hex("010203 040506")) + Key("0708")), ""},
+        {"a grey key", File(2, 1, 8, 0, Key("0209") + Image("000908")), "09090900 08", true},
+        {"of 2 bits", File(3, 1, 2, 0, Key("0002") + Image("0024")), "00 AAAAAA00 55", true},
+        {"of 16 bits, all of which count", File(2, 1, 16, 0, Key("0901") + Image("0009010902")),
+         "09090900 09", true},
+        {"a colour key, in rows that others refer to",
+         File(2, 2, 8, 2, Key("000100020003") + Image("00010203010204/020000000000FF")),
+         "01020300 010204FF 01020300 01020300", true},
+        {"of 16 bits", File(2, 1, 16, 2, Key("010102020303") + Image("00010102020303010102020304")),
+         "01020300 010203FF", true},
+        {"none", File(1, 1, 8, 0, Image("0000")), "00", true},
+        {"beyond the palette", File(2, 1, 8, 3, Chunk("PLTE", {1, 2, 3}) + Image("000001")),
+         "010203FF 00", true},
+        {"no palette", File(1, 1, 8, 3, Image("0000")), "00", true},
     };
-    for (const auto &r : rows)
-        EXPECT_EQ(Decode(r.file), r.pixels) << r.what;
+    for (const auto &r : rows) {
+        const RULES rules(r.format ? PICTURE_RULES_FORMAT : PICTURE_RULES_FRAMEWORK);
+        EXPECT_EQ(Show(r.file), r.pixels) << r.what;
+    }
 }
 
 // A byte of a line, filtered as the standard's 9.2 has it; `step` bytes make a pixel.
@@ -177,9 +178,8 @@ TEST(PNG, FiltersOfEveryPixelSize)
             const size_t bits = size_t{r.samples} * r.depth, bytes = (width * bits + 7) / 8;
             for (uint8_t first = 0; first < 5; first++) {
                 BYTES filters = {first}, above(bytes), expected;
-                for (uint8_t i = 0; i < 25; i++)
-                    filters =
-                        filters + BYTES{static_cast<uint8_t>(i / 5), static_cast<uint8_t>(i % 5)};
+                for (uint8_t i = 0; i < 50; i++)
+                    filters.push_back(i % 2 == 0 ? i / 10 : i / 2 % 5);
                 std::vector<BYTES> stored;
                 for (const uint8_t filter : filters) {
                     BYTES line(bytes), data = {filter};
@@ -199,44 +199,6 @@ TEST(PNG, FiltersOfEveryPixelSize)
                     << int{r.type} << ' ' << int{r.depth} << ' ' << width << ' ' << int{first};
             }
         }
-}
-
-TEST(PNG, RulesOfTheStandard)
-{
-    const auto image = [](const std::vector<BYTES> &rows) { return Chunk("IDAT", Stored(rows)); };
-    const auto key = [](const BYTES &samples) { return Chunk("tRNS", samples); };
-    Decode(File(1, 1, 8, 3, Chunk("PLTE", {1, 2, 3, 4, 5, 6}) + key({7, 8})));
-    const struct {
-        const char *what;
-        BYTES file, pixels;
-    } rows[] = {
-        {"a grey key",
-         File(2, 1, 8, 0, key({2, 9}) + image({{0, 9, 8}})),
-         {9, 9, 9, 0, 8, 8, 8, 255}},
-        {"of 2 bits",
-         File(3, 1, 2, 0, key({0, 2}) + image({{0, 0x24}})),
-         {0, 0, 0, 255, 170, 170, 170, 0, 85, 85, 85, 255}},
-        {"of 16 bits, all of which count",
-         File(2, 1, 16, 0, key({9, 1}) + image({{0, 9, 1, 9, 2}})),
-         {9, 9, 9, 0, 9, 9, 9, 255}},
-        {"a colour key, in rows that others refer to",
-         File(2, 2, 8, 2,
-              key({0, 1, 0, 2, 0, 3}) + image({{0, 1, 2, 3, 1, 2, 4}, {2, 0, 0, 0, 0, 0, 255}})),
-         {1, 2, 3, 0, 1, 2, 4, 255, 1, 2, 3, 0, 1, 2, 3, 0}},
-        {"of 16 bits",
-         File(2, 1, 16, 2,
-              key({1, 1, 2, 2, 3, 3}) + image({{0, 1, 1, 2, 2, 3, 3, 1, 1, 2, 2, 3, 4}})),
-         {1, 2, 3, 0, 1, 2, 3, 255}},
-        {"none", File(1, 1, 8, 0, image({{0, 0}})), {0, 0, 0, 255}},
-        {"beyond the palette",
-         File(2, 1, 8, 3, Chunk("PLTE", {1, 2, 3}) + image({{0, 0, 1}})),
-         {1, 2, 3, 255, 0, 0, 0, 255}},
-        {"no palette", File(1, 1, 8, 3, image({{0, 0}})), {0, 0, 0, 255}},
-    };
-    Picture_Rules = PICTURE_RULES_FORMAT;
-    for (const auto &r : rows)
-        EXPECT_EQ(Decode(r.file), r.pixels) << r.what;
-    Picture_Rules = PICTURE_RULES_FRAMEWORK;
 }
 
 TEST(PNG, Reasons)

@@ -56,21 +56,11 @@ static std::string Palette(const std::string &r, const std::string &g, const std
     return text;
 }
 
-static std::string Times(const std::string &text, int count)
-{
-    std::string all;
-    while (count-- > 0)
-        all += text;
-    return all;
-}
-
 // What a file shows under the format's rules.
 static std::string ShowByFormat(const BYTES &file)
 {
-    Picture_Rules = PICTURE_RULES_FORMAT;
-    const std::string text = Show(file);
-    Picture_Rules = PICTURE_RULES_FRAMEWORK;
-    return text;
+    const RULES rules(PICTURE_RULES_FORMAT);
+    return Show(file);
 }
 
 TEST(TIF, PixelsOfEveryKind)
@@ -120,8 +110,8 @@ TEST(TIF, PixelsOfEveryKind)
 
 TEST(TIF, PixelsByTheFormatsRules)
 {
-    const std::string codes = "01" + Times("00", 16);  // one, of a bit, for 0
-    const std::string jpeg = "FFD8 FFDB004300" + Times("01", 64) + "FFC0000B080001000101011100" +
+    const std::string codes = "01" + Repeat("00", 16);  // one, of a bit, for 0
+    const std::string jpeg = "FFD8 FFDB004300" + Repeat("01", 64) + "FFC0000B080001000101011100" +
                              "FFC4001400" + codes + "FFC4001410" + codes +
                              "FFDA0008010100003F00 3F FFD9";
     const struct {
@@ -180,7 +170,7 @@ TEST(TIF, PixelsByTheFormatsRules)
         {"a pixel a tile, and no end of them", "256=5000 257=5000 258=8 262=1 322=1 323=1 324=8",
          "01", "", "99 bytes cannot hold 5000 x 5000 pixels"},
         {"a strip named over and over",
-         "256=1 257=99 258=8 259=8 262=1 278=1 273=8" + Times(",8", 98), Times("00", 300), "",
+         "256=1 257=99 258=8 259=8 262=1 278=1 273=8" + Repeat(",8", 98), Repeat("00", 300), "",
          "strips that overlap"},
     };
     for (const auto &r : rows)
@@ -243,11 +233,10 @@ TEST(TIF, LZWStrings)
     codes.insert(codes.end(), {258, 4095});
     const BYTES pixels = PixelsOf(MakeLZW(codes, 5004, 1));
     ASSERT_EQ(pixels.size(), 5004u * 4);
-    for (size_t i = 0; i < 5004; i++)
-        EXPECT_EQ(pixels[4 * i], (i < 5000   ? i
-                                  : i < 5002 ? i - 5000
-                                             : i - 5002 + 4095 - 258) %
-                                     251);
+    for (size_t i = 0; i < 5004; i++) {
+        const size_t from = i < 5000 ? i : i < 5002 ? i - 5000 : i - 5002 + 4095 - 258;
+        EXPECT_EQ(pixels[4 * i], from % 251);
+    }
 }
 
 // Bits as text, with any spaces between them.
@@ -257,9 +246,9 @@ static BYTES Bits(const std::string &text)
     size_t count = 0;
     for (const char c : text)
         if (c != ' ') {
-            if (count++ % 8 == 0)
+            if (count % 8 == 0)
                 bytes.push_back(0);
-            bytes.back() |= static_cast<uint8_t>((c - '0') << (8 - (count - 1) % 8 - 1));
+            bytes.back() |= static_cast<uint8_t>((c - '0') << (7 - count++ % 8));
         }
     return bytes;
 }
@@ -285,7 +274,7 @@ TEST(TIF, FaxRows)
         {"a shift left of the picture", FAX_Group4, "001 00110101 000101  010", "########", true},
         {"a run beyond the row", FAX_Group4, "1  001 0111 000101", "........ ........", true},
         {"rows that begin on bytes", FAX_Bytes, "10011 000" + whole, "........ ..##...."},
-        {"rows that begin on words", FAX_Words, "10011" + Times("0", 11) + whole,
+        {"rows that begin on words", FAX_Words, "10011" + Repeat("0", 11) + whole,
          "........ ..##...."},
         {"rows without an end", FAX_Group3, whole + whole, "..##.... ..##...."},
         {"rows after an end, filled up", FAX_Group3,
@@ -301,11 +290,8 @@ TEST(TIF, FaxRows)
         const FAX_RESULT result = FAX_Expand(Bits(r.bits), r.scheme, 8, out);
         std::string text;
         for (size_t y = 0; y < result.Rows; y++)
-            for (size_t x = 0; x < 8; x++) {
-                if (x == 0 && y != 0)
-                    text += ' ';
-                text += (out[y] >> (7 - x) & 1) != 0 ? '#' : '.';
-            }
+            for (size_t x = 0; x < 8; x++)
+                text += std::string(x == 0 && y != 0, ' ') + (out[y] >> (7 - x) & 1 ? '#' : '.');
         EXPECT_EQ(text, r.rows) << r.what;
         EXPECT_EQ(result.Damaged, r.damaged) << r.what;
     }

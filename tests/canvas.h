@@ -1,0 +1,38 @@
+// A target to draw on, for as long as a scope lasts.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "picture/graphics.h"
+#include "picture/picture.h"
+
+struct CANVAS {
+    std::vector<uint8_t> Pixels;
+    Picture Target{};
+    CANVAS(uint16_t width, uint16_t height) : Pixels(size_t{width} * height * 4)
+    {
+        Target.Width = Target.BufferWidth = width;
+        Target.Height = Target.BufferHeight = height;
+        Target.Pixels = Pixels.data();
+        Graphics_SetTarget(&Target);
+        Graphics_SetColor(1, 2, 3, 4);
+    }
+    ~CANVAS()
+    {
+        Graphics_SetTarget(nullptr);
+    }
+    // Points of the first colour as '#', others as '?'; no dots or slashes end a row or the text.
+    std::string Drawn() const
+    {
+        std::string text;
+        for (int16_t y = 0; y < Target.Height; y++) {
+            for (int16_t x = 0; x < Target.Width; x++) {
+                const uint32_t point = Graphics_GetPixel(x, y);
+                text += point == 0x04030201 ? '#' : point == 0 ? '.' : '?';
+            }
+            text = text.substr(0, text.find_last_not_of('.') + 1) + '/';
+        }
+        return text.substr(0, text.find_last_not_of('/') + 1);
+    }
+};
