@@ -23,14 +23,6 @@ static bool Has(const AUDIO_HEAD &head, size_t offset, std::string_view tag)
                       [](char a, uint8_t b) { return static_cast<uint8_t>(a) == b; });
 }
 
-// By the format's rules, of its larger and its big-endian kinds too.
-static bool IsWAV(const AUDIO_HEAD &head)
-{
-    const bool other = Has(head, 0, "RIFX") || Has(head, 0, "RF64") || Has(head, 0, "BW64");
-    return (Has(head, 0, "RIFF") || (Audio_Rules == AUDIO_RULES_FORMAT && other)) &&
-           Has(head, 8, "WAVE");
-}
-
 static_assert(MP3_MaxFrame < Audio_HeadBytes,
               "no frame is so long that it would have to be taken as none");
 
@@ -69,6 +61,18 @@ static bool IsMPEG(const AUDIO_HEAD &head)
             predicted = i;
     }
     return false;
+}
+
+// By the format's rules, of its larger and its big-endian kinds too. There MPEG audio in a WAVE
+// file (tag 0x55) is left to its own decoder, which finds the frames.
+static bool IsWAV(const AUDIO_HEAD &head)
+{
+    if (Audio_Rules == AUDIO_RULES_FRAMEWORK)
+        return Has(head, 0, "RIFF") && Has(head, 8, "WAVE");
+    const bool riff = Has(head, 0, "RIFF");
+    const bool mpeg = riff && Has(head, 12, "fmt ") && head[20] == 0x55 && head[21] == 0;
+    const bool other = Has(head, 0, "RIFX") || Has(head, 0, "RF64") || Has(head, 0, "BW64");
+    return (riff || other) && Has(head, 8, "WAVE") && !(mpeg && IsMPEG(head));
 }
 
 // The name, a byte that ends it on a terminal, and where the blocks begin.

@@ -10,6 +10,7 @@
 //   IMA      a block's first samples are not output; they are
 //   ADPCM    Microsoft's predictions are truncated; rounded down. Whole blocks; a short last one
 //            too
+//   MPEG     not decoded; Audio_Check leaves it to the MPEG decoder where it sees its frames
 //   lengths  reported as WAV_Decoding says; what is stored
 #pragma once
 
