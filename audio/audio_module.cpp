@@ -37,10 +37,20 @@ static size_t ExamineFrame(std::span<const uint8_t, 4> header)
     return f.Length;
 }
 
-// Two frames that lie where an earlier one's length said. Such hits add up over the whole block,
-// and a frame that was hit predicts nothing itself.
+// Whether a file names itself as one of the kinds that the format's rules try only after MPEG
+// audio.
+static bool NamesItself(const AUDIO_HEAD &head)
+{
+    return Has(head, 0, "FORM") || Has(head, 0, ".snd") || Has(head, 0, "Creative Voice File");
+}
+
+// The framework's: two frames that lie where an earlier one's length said. Such hits add up over
+// the whole block, and a frame that was hit predicts nothing itself. The format's: frames that
+// agree.
 static bool IsMPEG(const AUDIO_HEAD &head)
 {
+    if (Audio_Rules == AUDIO_RULES_FORMAT)
+        return !NamesItself(head) && MP3_IsStream(std::span(head).first(Audio_HeadBytes));
     constexpr size_t shortest = 128;  // a length up to that is skipped, but predicts nothing
     size_t predicted = SIZE_MAX;
     int hits = 0;
