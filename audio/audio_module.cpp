@@ -41,7 +41,10 @@ static size_t ExamineFrame(std::span<const uint8_t, 4> header)
 // audio.
 static bool NamesItself(const AUDIO_HEAD &head)
 {
-    return Has(head, 0, "FORM") || Has(head, 0, ".snd") || Has(head, 0, "Creative Voice File");
+    const bool module = head[MOD_SignatureAt] != 0 &&
+                        MOD_IsSignature(std::span<const uint8_t, 4>(&head[MOD_SignatureAt], 4));
+    return module || Has(head, 0, "FORM") || Has(head, 0, ".snd") ||
+           Has(head, 0, "Creative Voice File");
 }
 
 // The framework's: two frames that lie where an earlier one's length said. Such hits add up over
