@@ -1,6 +1,7 @@
 // MPEG streams by the standards: what is found, what is left out, what damage does.
 #include <gtest/gtest.h>
 
+#include "audio/audio.h"
 #include "audio/mp3.h"
 #include "tests/files.h"
 #include "tests/mp3.h"
@@ -322,4 +323,23 @@ TEST(MP3Format, Detection)
     };
     for (const auto &r : rows)
         EXPECT_EQ(MP3_IsStream(r.head), r.found) << r.what;
+}
+
+// Frames among what a file names itself as make it no MPEG stream.
+TEST(MP3Format, DetectionComesAfterSignatures)
+{
+    Audio_Rules = AUDIO_RULES_FORMAT;
+    BYTES frames;
+    while (frames.size() < 8192)
+        frames = frames + BYTES{0xFF, 0xFB, 0x90, 0x64} + BYTES(413);
+    const auto with = [&frames](size_t at, const char *name) {
+        BYTES file = frames;
+        std::copy_n(name, 4, file.begin() + static_cast<ptrdiff_t>(at));
+        return file;
+    };
+    EXPECT_EQ(Audio_CheckBytes(frames), AUDIO_MP3);
+    EXPECT_EQ(Audio_CheckBytes(with(1080, "M.K.")), AUDIO_MOD);
+    EXPECT_EQ(Audio_CheckBytes(with(1080, "none")), AUDIO_MP3);
+    EXPECT_NE(Audio_CheckBytes(with(0, "FORM")), AUDIO_MP3);
+    Audio_Rules = AUDIO_RULES_FRAMEWORK;
 }
