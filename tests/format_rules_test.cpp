@@ -95,10 +95,13 @@ static BYTES Tga(int type, int map, int depth, int descriptor, int width, int he
 
 TEST(FormatRules, TGA)
 {
+    BYTES three = Tga(1, 24, 8, 0x20, 2, 1, "010101 020202 030303 0301");
+    three[5] = 3;  // entries
     Check(PICTURE_TGA,
           {
               {"a map of 24 bits, index 0 not in it",
                Tga(1, 24, 8, 0x20, 3, 1, "010101 020304 010200"), "01 040302FF 00"},
+              {"a map of three entries", three, "03 01"},
               {"a map of 16 bits in runs", Tga(9, 16, 8, 0x20, 3, 1, "FF7F 1F00 8201"), "FF FF FF"},
               {"a map of 32 bits", Tga(1, 32, 8, 0x20, 1, 1, "01020304 05060708 01"), "03020104"},
               {"grey", Tga(3, 0, 8, 0, 2, 2, "01020304"), "03 04 01 02"},

@@ -136,6 +136,7 @@ TEST(MP3, ID3v1)
             << r.what;
         EXPECT_TRUE(v1.TrackNumber == r.track && v1.Genre == r.genre) << r.what;
     }
+    EXPECT_EQ(Load(tag(text, 0, 9, 12)).ID3v1.TrackNumber, 9) << "a file that is only a tag";
 }
 
 TEST(MP3, FrameSearch)

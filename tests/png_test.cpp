@@ -399,8 +399,11 @@ TEST(Inflate, CodesOfUpTo15Bits)
                 expected.push_back(expected[expected.size() - least[i]]);
         }
     }
+    // The end after a literal, and bytes enough after it for the quick way.
+    bits += codes['a'] + codes[256] + std::string(512, '0');
+    expected.push_back('a');
     BYTES out(1000);
-    const INFLATE_RESULT result = Inflate_All(Bits(bits + codes[256]), out);
+    const INFLATE_RESULT result = Inflate_All(Bits(bits), out);
     out.resize(result.Size);
     EXPECT_TRUE(result.Ended);
     EXPECT_EQ(out, expected);
