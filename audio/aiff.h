@@ -64,7 +64,7 @@ SOUND_FILLED AIFF_Fill(AIFF_HEADER &record, const SOUND_REFILL &refill);
 /// Empties this thread's table. AIFF_SoundNumber stays as it is.
 void AIFF_Destroy();
 
-/// Record n, null when there is none.
+/// Record n, null if no such record exists.
 AIFF_HEADER *AIFF_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.

@@ -47,7 +47,7 @@ SOUND_FILLED AU_Fill(AU_HEADER &record, const SOUND_REFILL &refill);
 /// Empties this thread's table. AU_SoundNumber stays as it is.
 void AU_Destroy();
 
-/// Record n, null when there is none.
+/// Record n, null if no such record exists.
 AU_HEADER *AU_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.

@@ -61,7 +61,7 @@ SOUND_FILLED IFF_Fill(IFF_HEADER &record, const SOUND_REFILL &refill);
 /// Empties this thread's table. IFF_SoundNumber stays as it is.
 void IFF_Destroy();
 
-/// Record n, null when there is none.
+/// Record n, null if no such record exists.
 IFF_HEADER *IFF_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.

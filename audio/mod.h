@@ -53,7 +53,7 @@ void MOD_StartOver(MOD_HEADER &header);
 /// Empties this thread's table; MOD_SoundNumber is left as it is.
 void MOD_Destroy();
 
-/// Record n, null when there is none.
+/// Record n, null if no such record exists.
 MOD_HEADER *MOD_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills. The table lets a record there go.

@@ -115,7 +115,7 @@ void MP3_StartOver(MP3_HEADER &record);
 /// Empties this thread's table. MP3_SoundNumber stays as it is.
 void MP3_Destroy();
 
-/// Record n, null when there is none.
+/// Record n, null if no such record exists.
 MP3_HEADER *MP3_GetHeader(uint8_t n);
 /// Sets the slot that the next load fills; the table lets a record there go.
 void MP3_SetSoundNumber(uint8_t n);

@@ -151,7 +151,7 @@ void Sound_Destroy(SOUND_TABLE<Header> &table)
     table.fill(nullptr);
 }
 
-/// Record n, null when there is none.
+/// Record n, null if no such record exists.
 template <typename Header>
 Header *Sound_GetHeader(const SOUND_TABLE<Header> &table, uint8_t n)
 {

@@ -58,7 +58,7 @@ SOUND_FILLED VOC_Fill(VOC_HEADER &record, const SOUND_REFILL &refill);
 /// Empties this thread's table. VOC_SoundNumber stays as it is.
 void VOC_Destroy();
 
-/// Record n, null when there is none.
+/// Record n, null if no such record exists.
 VOC_HEADER *VOC_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.

@@ -321,7 +321,7 @@ static SOUND_FILLED FillADPCM(WAV_HEADER &record, const SOUND_REFILL &refill, ui
     return {blocks * counted, DecodeBlocks(record, refill, blocks, blocks * counted, decode)};
 }
 
-// What is read of a block, and the frames in it, decoded behind it in the record's room.
+// What is read of a block, and the frames in it, decoded after it in the record's room.
 static std::pair<size_t, size_t> DecodeBlock(WAV_HEADER &record, FILE *file, uint64_t start)
 {
     const WAV_ADPCM adpcm = ADPCMOf(record);

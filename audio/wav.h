@@ -79,7 +79,7 @@ int32_t WAV_IMA_ADPCM_GetNextSample(uint8_t n, uint8_t channel, uint8_t code);
 /// Empties this thread's table. WAV_SoundNumber stays as it is.
 void WAV_Destroy();
 
-/// Record n, null when there is none.
+/// Record n, null if no such record exists.
 WAV_HEADER *WAV_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.

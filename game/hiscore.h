@@ -51,6 +51,6 @@ struct HISCORE_SAVED {
 /// Enters a result in the file, also while other games do: under a lock (the file's name and
 /// ".lock") the table is read anew, the entry of this record under the name `before`, if there is
 /// one, is taken out, and the result is put above the first entry that is not better. Then the file
-/// is replaced; a result without a place only makes one where there is none. HiScore is the new
+/// is replaced; a result without a place only makes one where no file exists. HiScore is the new
 /// table, also where it cannot be written. `before` may be null.
 HISCORE_SAVED SaveHiscore(const char *record, const char *name, const char *before);

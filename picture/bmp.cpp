@@ -64,7 +64,7 @@ static void SetUsualMasks()
     h.BlueMask = deep ? 0xFF : 0x1F;
 }
 
-// What Windows and OS/2 write: headers of every size, the masks behind one of 40 bytes or inside a
+// What Windows and OS/2 write: headers of every size, the masks after one of 40 bytes or inside a
 // longer one. A size that passes 16 bits is left at 0.
 static void ReadFormatHeader()
 {
@@ -598,7 +598,7 @@ static void SetCutReason()
         Reason_Set("cut after %zu of %d rows", rows, h.Height);
 }
 
-// Alpha that is 0 everywhere is none: files with a mask that they do not use are common.
+// Alpha that is 0 everywhere is ignored: files with a mask that they do not use are common.
 static void DropUnusedAlpha(uint8_t *pixels)
 {
     const size_t size = size_t{BMP_Header.Width} * BMP_Header.Height * 4;

@@ -105,7 +105,7 @@ bool TIF_ByFormat();
 /// Fills TIF_Header from TIF_File.
 void TIF_ReadHeader();
 
-/// The entry of a tag in the page's directory; null when there is none.
+/// The entry of a tag in the page's directory; null if it has no such entry.
 const TIF_ENTRY *TIF_Find(TIF_TAG tag);
 
 /// The i-th number of an entry, which may be null; 0 when it has fewer. Of a fraction its first
