@@ -140,8 +140,9 @@ static uint32_t Heard(MOD_PITCH pitch)
     return pitch.Period == 0 ? 0 : static_cast<uint32_t>(4 * pitch.Period + pitch.Quarters);
 }
 
-// A note of the table; the 0 after a tuning's last is not a note. What is heard is the first octave's,
-// halved, as today's players have it; in tuning 0, but for its last note, what files state.
+// A note of the table; the 0 after a tuning's last is not a note. What is heard is the first
+// octave's, halved, as today's players have it; in tuning 0, but for its last note, what files
+// state.
 static MOD_PITCH NotePitch(size_t finetune, size_t note)
 {
     const auto &notes = MOD_Periods[finetune];
