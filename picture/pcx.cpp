@@ -239,7 +239,8 @@ uint8_t *PCX_Decoding()
         Reason_Set("%d planes of %d bits", h.Planes, h.BitsPerPlane);
         return nullptr;
     }
-    const size_t held = data.size() / RowSize();
+    // A width of 65536 is stored as 0, and its lines may have no bytes.
+    const size_t held = RowSize() != 0 ? data.size() / RowSize() : 0;
     if (!Picture_Believes(h.Width, h.Height, held * h.Width, 1))
         return nullptr;
     if (held == 0) {

@@ -91,6 +91,7 @@ TEST(PCX, PlanesAndRuns)
         {"the first row missing", Pcx(1, 8, 3, 1, 2, 1, {1, 2}), 24, "null"},
         {"24 bits in one plane", Pcx(0, 24, 1, 1, 1, 9, {1, 2, 3, 4, 5, 6, 7, 8, 9}), 24, "null"},
         {"no width", Pcx(0, 8, 3, 0, 1, 1, {1, 2, 3}), 24, "null"},
+        {"no width, and lines of no bytes", Pcx(0, 8, 3, 0, 1, 0, {1, 2, 3}), 24, "null"},
     };
     Check(PICTURE_PCX, rows);
 }
