@@ -8,10 +8,13 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     Picture_MaxBytes = size_t{1} << 20;
-    LBM_Load(FuzzFile(data, size).c_str());
-    std::free(LBM_Decoding());
-    LBM_HEADER header;
-    LBM_GetHeader(&header);
-    LBM_UnLoad();
+    for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
+        Picture_Rules = rules;
+        LBM_Load(FuzzFile(data, size).c_str());
+        std::free(LBM_Decoding());
+        LBM_HEADER header;
+        LBM_GetHeader(&header);
+        LBM_UnLoad();
+    }
     return 0;
 }

@@ -8,10 +8,13 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     Picture_MaxBytes = size_t{1} << 16;
-    PCX_Load(FuzzFile(data, size).c_str());
-    std::free(PCX_Decoding());
-    PCX_HEADER header;
-    PCX_GetHeader(&header);
-    PCX_UnLoad();
+    for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
+        Picture_Rules = rules;
+        PCX_Load(FuzzFile(data, size).c_str());
+        std::free(PCX_Decoding());
+        PCX_HEADER header;
+        PCX_GetHeader(&header);
+        PCX_UnLoad();
+    }
     return 0;
 }

@@ -9,8 +9,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const auto load = [&path](uint16_t rawPlanes) {
         Picture_UnLoad(Picture_Load(path.c_str(), 8, rawPlanes));
     };
-    load(0);
-    load(6);
-    load(8);
+    for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
+        Picture_Rules = rules;
+        load(0);
+        load(6);
+        load(8);
+    }
     return 0;
 }

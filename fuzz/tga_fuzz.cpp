@@ -8,9 +8,12 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     Picture_MaxBytes = size_t{1} << 16;
-    TGA_Load(FuzzFile(data, size).c_str());
-    std::free(TGA_Decoding());
-    TGA_GetHeader();
-    TGA_UnLoad();
+    for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
+        Picture_Rules = rules;
+        TGA_Load(FuzzFile(data, size).c_str());
+        std::free(TGA_Decoding());
+        TGA_GetHeader();
+        TGA_UnLoad();
+    }
     return 0;
 }

@@ -8,10 +8,13 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     Picture_MaxBytes = size_t{1} << 16;
-    XBM_Load(FuzzFile(data, size).c_str());
-    std::free(XBM_Decoding());
-    XBM_HEADER header;
-    XBM_GetHeader(&header);
-    XBM_UnLoad();
+    for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
+        Picture_Rules = rules;
+        XBM_Load(FuzzFile(data, size).c_str());
+        std::free(XBM_Decoding());
+        XBM_HEADER header;
+        XBM_GetHeader(&header);
+        XBM_UnLoad();
+    }
     return 0;
 }

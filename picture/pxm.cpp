@@ -109,7 +109,8 @@ static std::string_view ReadWord()
     while (PXM_Position < PXM_File.size() && !IsBlank(PXM_File[PXM_Position]) &&
            PXM_File[PXM_Position] != '#')
         PXM_Position++;
-    return {reinterpret_cast<const char *>(PXM_File.data()) + start, PXM_Position - start};
+    const auto word = Bytes_GetSpan(PXM_File, start, PXM_Position - start);
+    return {reinterpret_cast<const char *>(word.data()), word.size()};
 }
 
 // 0 for what is not a number of 16 bits.
