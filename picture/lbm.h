@@ -51,7 +51,7 @@ uint16_t LBM_GetWord();
 uint32_t LBM_GetDWord();
 
 /// Reads a file and expands its BODY. LBM_File stays empty when the file cannot be read, when its
-/// planes or size are none of the above or pass Picture_MaxBytes, or when it cannot hold an eighth
+/// planes or size are not of those above or pass Picture_MaxBytes, or when it cannot hold an eighth
 /// of its pixels.
 void LBM_Load(const char *path);
 

@@ -5,7 +5,7 @@
 // in:
 //   depths   planes times bits of 1, 4, 8 or 24; every pair of 1, 2, 4 or 8 bits and 1 to 4 planes
 //   lines    at least as long as the width needs at 8 bits a plane; as long as the header says
-//   palette  256 colours at the end, unmarked; only behind their mark, without them greys. The
+//   palette  256 colours at the end, unmarked; only after their mark, else greys. The
 //   header's
 //            has two of 16 entries for 2 colours, which are black and white where both are equal
 #pragma once

@@ -129,7 +129,7 @@ static size_t ExpandPackets(std::span<const uint8_t> packed, BYTES_BUFFER &out)
     return i;
 }
 
-// Undoes the run-length coding of what follows the header. A version 2 footer stays behind it.
+// Undoes the run-length coding of what follows the header. A version 2 footer stays after it.
 static void ExpandFile()
 {
     TGA_HEADER &h = TGA_Header;

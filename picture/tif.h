@@ -31,9 +31,9 @@
 #include "picture/tif_directory.h"
 
 /// Reads a file and its directories by the rules of Picture_Rules. TIF_File stays empty, with a
-/// reason, when the file cannot be read, when it is none of the above, when its size is 0 or passes
-/// Picture_MaxBytes, when its strips cannot hold an eighth of its pixels or when they overlap so
-/// often that they take more than eight times the file.
+/// reason, when the file cannot be read, when it is not of a kind listed above, when its size is 0
+/// or passes Picture_MaxBytes, when its strips cannot hold an eighth of its pixels or when they
+/// overlap so often that they take more than eight times the file.
 void TIF_Load(const char *path);
 
 /// Width x Height RGBA pixels, alpha not multiplied in but for what is said above, the top row
