@@ -196,10 +196,11 @@ int PortAudio_CallBack(const void *input, void *output, unsigned long frames,
 
 /// The decoded sound without holes and lost samples: what refills store, pass after pass as
 /// Audio_Loop says, whatever lengths they report. Begins at the start of the data, and there again
-/// after Audio_ReStart; passes are alike. Returns the bytes that `out` got, whole frames. Fewer
-/// than `bytes` at the end of the last pass, when Ended is set and Audio_Stop was called; after a
-/// read that failed, which also sets Error; and where a search for the next MPEG frame takes long:
-/// then the next call goes on. A track is taken from or refilled, not both in turns.
+/// after Audio_ReStart; passes lead into each other as the decoder leads frames. Returns the bytes
+/// that `out` got, whole frames. Fewer than `bytes` at the end of the last pass, when Ended is set
+/// and Audio_Stop was called; after a read that failed, which also sets Error; and where a search
+/// for the next MPEG frame takes long: then the next call goes on. A track is taken from or
+/// refilled, not both in turns.
 size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes);
 
 /// A stream's callback in place of PortAudio_CallBack: what Audio_Take gives of the current track,
