@@ -455,6 +455,46 @@ size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes)
     return done;
 }
 
+// Begins a pass as near before `frame` as can be, unless refills lead there.
+static void Leap(AudioTrack &track, uint64_t frame)
+{
+    const AUDIO_MODULE &module = Audio_Modules[track.Type];
+    const bool onwards = track.Take.Begun && track.Restarted == track.Restarts && !track.Ended &&
+                         frame >= track.Taken / Audio_FrameBytes(track);
+    if (onwards && !module.Seek && track.Decoded)
+        return;
+    StartPass(track);
+    FILE *file = track.File.get();
+    uint64_t at = 0;
+    if (module.Seek && track.Record)
+        Reason_Guard([&] { at = module.Seek(track.Record.get(), file, frame); });
+    else if (!track.Decoded && file && (track.BitsPerSample == 8 || track.BitsPerSample == 16))
+        at = Sound_Seek(file, 0, track.OpenSize, {Audio_FrameBytes(track), 1}, frame);
+    track.Taken = at * Audio_FrameBytes(track);
+    if (at != 0)
+        track.ReadPosition = static_cast<uint32_t>(ftello(file));
+}
+
+uint64_t Audio_Seek(AudioTrack *track, uint64_t frame)
+{
+    AUDIO_TAKE &take = track->Take;
+    const uint64_t bytes = Audio_FrameBytes(*track), target = std::min(frame, UINT64_MAX / bytes);
+    Leap(*track, target);
+    for (bool more = true; more && track->Taken < target * bytes;) {
+        if (take.Used == take.Stored) {
+            const uint32_t position = track->ReadPosition;
+            more = TakeMore(*track) || take.Stored != 0;
+            if (!more)  // so that there is nothing the next time, too
+                track->ReadPosition = position;
+        }
+        const auto dropped = static_cast<uint32_t>(
+            std::min<uint64_t>(take.Stored - take.Used, target * bytes - track->Taken));
+        take.Used += dropped;
+        track->Taken += dropped;
+    }
+    return track->Taken / bytes;
+}
+
 void Audio_Refresh() {}
 
 void Audio_PlayBuffers() {}
