@@ -47,7 +47,8 @@ static void Publish(std::atomic<uint16_t> &shown, uint16_t &last, uint16_t now)
     last = now;
 }
 
-// A tick's frames: rate x 2.5 s / tempo, what is left over goes into later ones.
+// A tick's frames: rate x 2.5 s / tempo. What is left over goes into later ones, or by the formats'
+// rules is lost, as in today's players.
 static bool NextTick(MOD_RECORD &record)
 {
     if (!MOD_Tick(record.Player))
@@ -55,7 +56,7 @@ static bool NextTick(MOD_RECORD &record)
     const uint32_t parts = record.Player.Tempo * 2u;
     record.TickRest += uint64_t{record.SamplingRate} * 5;
     record.TickFrames = record.TickRest / parts;
-    record.TickRest %= parts;
+    record.TickRest = record.Rules == AUDIO_RULES_FORMAT ? 0 : record.TickRest % parts;
     record.Mixer.Filter = record.Player.Filter;
     return true;
 }
