@@ -24,6 +24,8 @@
 
 #include "audio/audio_module.h"
 
+#pragma GCC visibility push(default)
+
 // PortAudio's: its header is for those who look into them.
 struct PaDeviceInfo;
 struct PaStreamParameters;
@@ -235,3 +237,5 @@ uint32_t Audio_FrameBytes(const AudioTrack &track);
 
 /// Silences the callback and empties this thread's tables of all format modules.
 void Audio_Destroy();
+
+#pragma GCC visibility pop
