@@ -317,7 +317,7 @@ static void LeaveOut(const std::string &reason)
     const size_t count = view.Files.size();
     if (count == 0) {
         Velmorandis_CloseApplication(1);
-        view.Waiting = false;
+        view.Waiting = view.MustAsk = false;
         return;
     }
     GoTo((view.At + (view.Backwards ? count - 1 : 0)) % count, view.Backwards, FirstPage());
