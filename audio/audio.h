@@ -21,6 +21,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "audio/audio_module.h"
 
@@ -115,6 +116,9 @@ extern uint32_t Audio_StreamFrames;
 /// Whether streams are also opened, on PortAudio's default device, where the rule about the chosen
 /// one (Audio_Device below 2) keeps silent. False.
 extern bool Audio_AnyDevice;
+/// The device that streams are opened on, and no other, with Audio_AnyDevice; -1: whatever the
+/// rules say.
+extern int32_t Audio_OnlyDevice;
 /// The device that Audio_Init examined last; PortAudio's own, null before.
 extern const PaDeviceInfo *PortAudio_DeviceInfo;
 /// Output format of the stream, set by Audio_SetMixer.
@@ -177,6 +181,19 @@ bool Audio_IsStreaming(const AudioTrack &track);
 /// Stops it at once, what is buffered is lost; and starts it again, which Audio_Error answers.
 void Audio_AbortStream(AudioTrack &track);
 void Audio_StartStream(AudioTrack &track);
+
+/// Closes it at once, what is buffered is lost; the next play opens one again.
+void Audio_CloseStream(AudioTrack &track);
+
+/// PortAudio's devices, which are numbered from 0, with their output channels. After Audio_Init.
+struct AUDIO_DEVICE {
+    std::string Name;
+    int Outputs;
+    bool Default;
+};
+std::vector<AUDIO_DEVICE> Audio_GetDevices();
+/// Forgets the devices, so that the next Audio_Init looks for them anew. Without open streams only.
+void Audio_CloseDevices();
 
 /// When the first frame that a callback fills will be heard, by its stream's clock.
 double Audio_HeardAt(const PaStreamCallbackTimeInfo &timing);
