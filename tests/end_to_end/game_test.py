@@ -3,13 +3,14 @@
 import array
 import os
 import re
+import shutil
 import signal
 import subprocess
 import sys
 import time
 import unittest
 
-from stage import Display, Folder, Game
+from stage import Display, Folder, Game, Wayland
 
 BUILD, DATAS = (os.path.abspath(path) for path in sys.argv[1:3])
 PROGRAM = os.path.join(BUILD, "Tessaruvinel")
@@ -81,7 +82,7 @@ class Games(unittest.TestCase):
         game = Game(program, self.display, self.folder, size, self.environment)
         self.addCleanup(game.process.kill)  # a window that a failed test left would take the next one's clicks
         game.wait_for("OK, let's play.\n\n")
-        self.display.xdotool("search", "--sync", "--name", "flags 0 of")  # the first frame
+        self.display.await_game()
         return game
 
     def mines(self, *size):
@@ -293,6 +294,54 @@ class Games(unittest.TestCase):
             self.assertEqual(game.finish(), (1, "The display is lost\n"))
         self.display = usual
         self.assertEqual(self.hiscores(*size).split(b"\n")[0:5:2], [b"", b"", b"NoName"])
+
+    def test_on_wayland(self):
+        """Clicks count where the board is seen; a compositor that ends loses no result."""
+        library = os.path.join(BUILD, "wayland")
+        if not os.path.isdir(library) or not shutil.which("weston"):
+            raise unittest.SkipTest("no weston, or no libglfw3-wayland in " + library)
+        usual, size = self.display, (4, 3, 1)
+        with Wayland(library) as self.display:
+            mines = self.mines(*size)
+            game = self.start(*size)
+
+            def shown():
+                """What is seen of each cell: an open one is light, a flag is red on a covered one's blue."""
+                middles = [game.point(cell) for cell in cells(size)]
+                seen = self.display.pixels([(x - 70, y - 60) for x, y in middles] + [(x + 5, y - 25) for x, y in middles])
+                grounds, marks = seen[:len(middles)], seen[len(middles):]
+                return ["." if min(ground) > 200 else "F" if mark[0] > 2 * mark[2] else "#" if ground[2] > 100 else "?"
+                        for ground, mark in zip(grounds, marks)]
+
+            expected = ["#"] * len(cells(size))
+            self.assertEqual(shown(), expected)
+            for cell in mines:
+                game.click(cell, 3)
+            number = next(cell for cell in cells(size) if cell not in mines and any(
+                abs(cell[0] - mine[0]) < 2 > abs(cell[1] - mine[1]) for mine in mines))
+            game.click(number)
+            for cell, look in [*((mine, "F") for mine in mines), (number, ".")]:
+                expected[cells(size).index(cell)] = look
+            deadline = time.monotonic() + 10
+            while (seen := shown()) != expected:  # cubes turn
+                self.assertLess(time.monotonic(), deadline, seen)
+            for cell in cells(size):
+                if cell not in mines and cell != number and WON not in game.printed:
+                    game.click(cell)
+                    time.sleep(1.2)
+                    game.read(0.1)
+            game.wait_for(WON)
+            game.key("Escape")
+            game.wait_for(QUESTION)
+            self.display.await_corner(b"\0\0\0")
+            game.type("Anna\n")
+            self.end(game)
+            game = self.win(3, 2, 0, until=WON)
+            self.display.compositor.kill()
+            self.assertEqual(game.finish(), (1, "The display is lost\n"))
+        self.display = usual
+        self.assertEqual(self.hiscores(*size).split(b"\n")[0:3:2], [b"Anna", b"NoName"])
+        self.assertEqual(self.hiscores(3, 2, 0).split(b"\n")[0:3:2], [b"", b"NoName"])
 
     def test_closed_standard_streams(self):
         game = subprocess.Popen(["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", PROGRAM, "3", "2", "0"],
