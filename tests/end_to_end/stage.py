@@ -166,6 +166,25 @@ class Game:
         return tuple(int(side / 2 + (at - (cells + 1) / 2) * (side // longest))
                      for side, at, cells in zip(self.window, cell, (columns, rows)))
 
+    def looks(self):
+        """How the cells look, row by row: '#' covered, 'F' flagged, '.' empty, '1' to '3', else '?'."""
+        size = [side // max(self.size[:2]) for side in self.window]
+        cells = [self.point((x + 1, y + 1)) for y in range(self.size[1]) for x in range(self.size[0])]
+        shares = [(-0.36, -0.3)] + [(x / 20, y / 20) for x in range(-4, 5) for y in range(-4, 5)]
+        seen = self.display.pixels([(int(cell[0] + x * size[0]), int(cell[1] + y * size[1]))
+                                    for cell in cells for x, y in shares])
+
+        def look(ground, *middle):
+            marks = [name for name, is_it in (("3", lambda r, g, b: r > 150 and r > 2 * max(g, b)),
+                                              ("1", lambda r, g, b: b > 180 and b > 2 * max(r, g)),
+                                              ("2", lambda r, g, b: g > 90 and g > 1.3 * max(r, b)))
+                     if any(is_it(*pixel) for pixel in middle)]
+            if min(ground) > 200:
+                return "".join(marks) or "."
+            return "?" if ground[2] < 1.5 * ground[1] else "F" if marks == ["3"] else "#"
+
+        return [look(*seen[i:i + len(shares)]) for i in range(0, len(seen), len(shares))]
+
     def press(self, point, button):
         x, y = point
         self.display.xdotool("mousemove", x, y, "mousedown", button)
