@@ -20,6 +20,8 @@
 #include "audio/sound_file.h"
 #include "audio/sound_frames.h"
 
+#pragma GCC visibility push(default)
+
 struct AIFF_HEADER {
     uint32_t FileSize;       // bytes
     uint16_t Codec;          // 0 linear, 1 bytes as they are, 2 A-law, 3 mu-law
@@ -72,3 +74,5 @@ AIFF_HEADER *AIFF_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.
 void AIFF_SetSoundNumber(uint8_t n);
+
+#pragma GCC visibility pop

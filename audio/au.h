@@ -14,6 +14,8 @@
 #include "audio/sound_file.h"
 #include "audio/sound_frames.h"
 
+#pragma GCC visibility push(default)
+
 struct AU_HEADER {
     uint32_t FileSize;  // bytes
     uint16_t Encoding;  // 1 mu-law, 2 to 5 signed 8, 16, 24 and 32-bit, 6, 7 float, 27 A-law
@@ -55,3 +57,5 @@ AU_HEADER *AU_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.
 void AU_SetSoundNumber(uint8_t n);
+
+#pragma GCC visibility pop

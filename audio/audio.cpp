@@ -408,7 +408,9 @@ static bool TakeMore(AudioTrack &track)
     return filled.Unfinished;
 }
 
-static void StartPass(AudioTrack &track)
+// A sound that repeats runs on into its beginning: its decoder keeps what it carries from frame to
+// frame, so that music cut for it has no seam. A module has to be set to its beginning each time.
+static void StartPass(AudioTrack &track, bool repeats)
 {
     track.Take = {.Begun = true, .Used = 0, .Stored = 0};
     track.Restarted = track.Restarts;
@@ -416,7 +418,8 @@ static void StartPass(AudioTrack &track)
     track.Taken = 0;
     track.Ended = 0;
     track.Error = 0;
-    StartOver(track);
+    if (!repeats || track.Generated)
+        StartOver(track);
 }
 
 // Goes on with the next pass, if one follows. An empty one, or one that could not be read to its
@@ -426,14 +429,14 @@ static void EndPass(AudioTrack &track)
     if (track.Taken == 0 || track.Error != 0)
         Audio_Loop = 1;
     track.Ended = 1;
-    EndData([&track] { StartPass(track); });
+    EndData([&track] { StartPass(track, true); });
 }
 
 size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes)
 {
     AUDIO_TAKE &take = track->Take;
     if (!take.Begun || track->Restarted != track->Restarts)
-        StartPass(*track);
+        StartPass(*track, false);
     size_t done = 0;
     while (done < bytes && !track->Ended) {
         if (take.Used == take.Stored) {
@@ -460,7 +463,7 @@ static void Leap(AudioTrack &track, uint64_t frame)
                          frame >= track.Taken / Audio_FrameBytes(track);
     if (onwards && !module.Seek && track.Decoded)
         return;
-    StartPass(track);
+    StartPass(track, false);
     FILE *file = track.File.get();
     uint64_t at = 0;
     if (module.Seek && track.Record)

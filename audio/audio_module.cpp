@@ -41,9 +41,7 @@ static size_t ExamineFrame(std::span<const uint8_t, 4> header)
 // audio.
 static bool NamesItself(const AUDIO_HEAD &head)
 {
-    const bool module = head[MOD_SignatureAt] != 0 &&
-                        MOD_IsSignature(std::span<const uint8_t, 4>(&head[MOD_SignatureAt], 4));
-    return module || Has(head, 0, "FORM") || Has(head, 0, ".snd") ||
+    return MOD_IsModule(head) || Has(head, 0, "FORM") || Has(head, 0, ".snd") ||
            Has(head, 0, "Creative Voice File");
 }
 
@@ -112,6 +110,8 @@ static bool IsAIFF(const AUDIO_HEAD &head)
 
 static bool IsMOD(const AUDIO_HEAD &head)
 {
+    if (Audio_Rules == AUDIO_RULES_FORMAT)
+        return MOD_IsModule(head);
     return MOD_IsSignature(std::span<const uint8_t, 4>(&head[MOD_SignatureAt], 4));
 }
 

@@ -12,6 +12,8 @@
 
 #include "audio/sound_file.h"
 
+#pragma GCC visibility push(default)
+
 enum AUDIO_TYPE : uint8_t {
     AUDIO_NONE = 0,  // nothing was detected yet
     AUDIO_RAW = 1,   // unknown: samples in the engine's own settings
@@ -100,3 +102,5 @@ extern constinit thread_local AUDIO_MP3DETECT Audio_MP3Detect;
 uint8_t Audio_Check(const char *path);
 /// The same for bytes in memory.
 uint8_t Audio_CheckBytes(std::span<const uint8_t> file);
+
+#pragma GCC visibility pop

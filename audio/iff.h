@@ -16,6 +16,8 @@
 
 #include "audio/sound_file.h"
 
+#pragma GCC visibility push(default)
+
 struct IFF_HEADER {
     uint32_t FileSize;     // bytes
     uint16_t Compression;  // 0 none, 1 Fibonacci delta, 2 exponential delta
@@ -69,3 +71,5 @@ IFF_HEADER *IFF_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.
 void IFF_SetSoundNumber(uint8_t n);
+
+#pragma GCC visibility pop

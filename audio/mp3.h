@@ -31,6 +31,8 @@
 #include "audio/mp3_tags.h"
 #include "audio/sound_file.h"
 
+#pragma GCC visibility push(default)
+
 /// Texts of a tag, each with a NUL at its end; empty without a tag.
 struct MP3_ID3V1 {
     std::array<char, 31> Title, Artist, Album;
@@ -152,3 +154,5 @@ constexpr char MP3_Mode[4][8] = {"off-off", "on-off", "off-on", "on-on"};  // in
 constexpr char MP3_Copyrighted[2][16] = {"Not copyrighted", "Copyrighted"};
 constexpr char MP3_Original[2][23] = {"Copy of original media", "Original media"};
 constexpr char MP3_Emphasis[4][10] = {"none", "50/15 ms", "reserved", "CCIT J.17"};
+
+#pragma GCC visibility pop

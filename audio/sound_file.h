@@ -19,6 +19,8 @@
 #include "extra/bytes.h"
 #include "extra/reason.h"
 
+#pragma GCC visibility push(default)
+
 /// By which rules files are read. A decoder reads the switch when a load begins and keeps it with
 /// the record; its header lists where the two differ.
 enum AUDIO_RULES : uint8_t {
@@ -229,3 +231,5 @@ SOUND_FILLED Sound_G711(const SOUND_REFILL &refill, const std::array<int16_t, 25
 
 /// What a codec that is not decoded gives: the buffer and its length as they are.
 SOUND_FILLED Sound_Nothing(const SOUND_REFILL &refill);
+
+#pragma GCC visibility pop

@@ -15,6 +15,8 @@
 #include "audio/sound_file.h"
 #include "audio/sound_frames.h"
 
+#pragma GCC visibility push(default)
+
 /// Sound data, or without bytes silence.
 struct VOC_PIECE {
     uint32_t Start, Bytes;   // in the file
@@ -66,3 +68,5 @@ VOC_HEADER *VOC_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.
 void VOC_SetSoundNumber(uint8_t n);
+
+#pragma GCC visibility pop

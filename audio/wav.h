@@ -23,6 +23,8 @@
 #include "audio/sound_frames.h"
 #include "audio/wav_adpcm.h"
 
+#pragma GCC visibility push(default)
+
 struct WAV_HEADER {
     uint32_t FileSize;      // bytes
     uint16_t FormatTag;     // 1 linear, 2 Microsoft ADPCM, 3 float, 6 A-law, 7 mu-law, 17 IMA ADPCM
@@ -87,3 +89,5 @@ WAV_HEADER *WAV_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.
 void WAV_SetSoundNumber(uint8_t n);
+
+#pragma GCC visibility pop
