@@ -214,9 +214,13 @@ SOUND_FILLED Sound_FillFrames(const SOUND_FRAMES &frames, const SOUND_REFILL &re
         return {};
     const size_t out = Sound_BitsOf(frames) / 8u * Sound_ChannelsOf(frames);
     const size_t wanted = std::min<uint64_t>(refill.Buffer.size() / out, refill.Available / in);
-    if (!frames.Mixed && (frames.Coding == SOUND_ALAW || frames.Coding == SOUND_ULAW))
-        return Sound_G711({refill.File, refill.Buffer.first(wanted * out), true, wanted * in},
-                          frames.Coding == SOUND_ALAW ? AUDIO_ALAW : AUDIO_ULAW);
+    if (!frames.Mixed && (frames.Coding == SOUND_ALAW || frames.Coding == SOUND_ULAW)) {
+        const uint32_t filled =
+            Sound_G711({refill.File, refill.Buffer.first(wanted * out), true, wanted * in},
+                       frames.Coding == SOUND_ALAW ? AUDIO_ALAW : AUDIO_ULAW)
+                .Stored;
+        return {filled, filled};
+    }
     std::array<uint8_t, Sound_Scratch> scratch;
     const MIX mix = frames.Mixed ? MixOf(frames) : MIX{};
     const SOUND_CONVERSION convert = ConversionOf(frames);
