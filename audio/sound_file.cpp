@@ -273,35 +273,6 @@ SOUND_FILLED Sound_Endless(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CON
     return Filled(refill, all, 1, read, bytes);
 }
 
-static void ExpandG711(std::span<const uint8_t> codes, uint8_t *buffer,
-                       const std::array<int16_t, 256> &table)
-{
-    for (const uint8_t code : codes) {
-        const uint16_t sample = static_cast<uint16_t>(table[code]);
-        *buffer++ = static_cast<uint8_t>(sample);
-        *buffer++ = static_cast<uint8_t>(sample >> 8);
-    }
-}
-
-SOUND_FILLED Sound_G711(const SOUND_REFILL &refill, const std::array<int16_t, 256> &table)
-{
-    // An odd buffer begins a last sample, which is lost.
-    const uint64_t samples = std::min<uint64_t>((refill.Buffer.size() + 1) / 2, refill.Available);
-    const uint64_t kept = refill.Buffer.size() / 2;
-    std::array<uint8_t, 32768> codes;
-    uint64_t done = 0;
-    while (done < samples) {
-        const size_t wanted = std::min<uint64_t>(codes.size(), samples - done);
-        const size_t read = std::fread(codes.data(), 1, wanted, refill.File);
-        const size_t fit = std::min<uint64_t>(read, kept - done);
-        ExpandG711(std::span(codes).first(fit), refill.Buffer.data() + 2 * done, table);
-        done += read;
-        if (read < wanted)
-            break;
-    }
-    return Filled(refill, 2 * done, 2, 2 * done, 2);
-}
-
 SOUND_FILLED Sound_Nothing(const SOUND_REFILL &refill)
 {
     return {static_cast<uint32_t>(refill.Buffer.size()), 0};
