@@ -18,6 +18,8 @@
 #include "audio/mod_mixer.h"
 #include "audio/sound_file.h"
 
+#pragma GCC visibility push(default)
+
 struct MOD_HEADER {
     // The output format, which the engine overwrites after the load.
     uint8_t Channels;       // 1 or 2; of more than 2 the others are silent
@@ -74,3 +76,5 @@ MOD_HEADER *MOD_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills. The table lets a record there go.
 void MOD_SetSoundNumber(uint8_t n);
+
+#pragma GCC visibility pop
