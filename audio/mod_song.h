@@ -11,6 +11,7 @@
 constexpr size_t MOD_Rows = 64;
 constexpr size_t MOD_Orders = 128;
 constexpr size_t MOD_MaxSamples = 31;
+constexpr size_t MOD_MaxChannels = 99;
 
 /// One channel of one row. A period and a sample of 0 stand for none.
 struct MOD_CELL {
