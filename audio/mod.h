@@ -8,6 +8,10 @@
 //              and 8 channels that the file's length tells
 //   without    15 samples where one of ten marks stands for the signature; where header and
 //              patterns make sense throughout
+//   loops      with 15 samples, the start counts words where it then fits, and the sample is heard
+//              up to its end first; it counts bytes, and only the loop is heard
+//   samples    without a note follow the one that sounds at its end, as in the original; in files
+//              of other editors they wait for the next note
 //   ticks      as long as the tempo says; whole frames, as in other players
 #pragma once
 

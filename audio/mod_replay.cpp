@@ -596,7 +596,7 @@ static bool ReadRow(MOD_PLAYER &p)
     const uint8_t pattern = p.Song->Orders[p.Position];
     for (size_t i = 0; i < p.Channels.size(); i++)
         ReadCell(p, p.Channels[i], p.Voices[i], MOD_GetCell(*p.Song, pattern, p.Row, i));
-    for (size_t i = 0; i < p.Channels.size(); i++)
+    for (size_t i = 0; i < p.Channels.size() && !p.Song->KeepsSound; i++)
         SetLoop(p, p.Channels[i], p.Voices[i]);
     return true;
 }
