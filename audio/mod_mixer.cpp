@@ -24,7 +24,7 @@ constexpr size_t MOD_FadeSteps = 256;
 constexpr int32_t MOD_FadeOne = 32768;
 
 // The interpolators' weights stand for each of so many positions between two samples.
-constexpr size_t MOD_Phases = 256;
+constexpr size_t MOD_Phases = 512;
 constexpr double MOD_KaiserBeta = 7;
 
 // Up to so many samples a frame, each has a table that passes less than the one before.
