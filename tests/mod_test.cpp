@@ -579,15 +579,43 @@ TEST(MOD, WithoutSignatureAllMustMakeSense)
     EXPECT_FALSE(MOD_IsModule(BYTES(good.begin(), good.begin() + 600))) << "no pattern";
 }
 
-TEST(MOD, OtherEditorsKeepTheSound)
+// The original's editor and another's, by the formats' rules.
+TEST(MOD, Dialects)
 {
     const FORMAT_RULES rules;
-    for (const char *signature : {"M.K.", "4CHN"}) {
-        MOD_TEXT text = Song("C-2 03\n... 04\n");
-        text.Signature = signature;
-        PLAYING playing(text);
-        const MOD_VOICE &v = playing.Tick(7);
-        EXPECT_EQ(v.LoopData, playing.Player.Waves[signature[0] == '4' ? 3 : 4].data());
-        EXPECT_EQ(v.Volume, 16) << "the volume is the other's at once";
-    }
+    const struct {
+        const char *what, *pattern;
+        int ticks;
+        int (*see)(const PLAYING &, const MOD_VOICE &);
+        int original, other;
+    } rows[] = {
+        {"a sample without a note", "C-2 03\n... 04\n", 7,
+         [](const PLAYING &p, const MOD_VOICE &v) {
+             return v.LoopData == p.Player.Waves[4].data() ? 4 : 3;
+         },
+         4, 3},
+        {"its volume", "C-2 03\n... 04\n", 7,
+         [](const PLAYING &, const MOD_VOICE &v) { return int{v.Volume}; }, 16, 16},
+        {"a delayed sample", "C-2 01\n... 04 ED3\n", 9,
+         [](const PLAYING &, const MOD_VOICE &v) { return int{v.Volume}; }, 16, 64},
+        {"when it comes", "C-2 01\n... 04 ED3\n", 10,
+         [](const PLAYING &, const MOD_VOICE &v) { return int{v.Volume}; }, 16, 16},
+        {"a portamento from no note", "C-2 01 310\n", 1,
+         [](const PLAYING &, const MOD_VOICE &v) { return int(v.Period / 4); }, 0, 428},
+        {"a second offset", "C-2 02 901\nC-2 00 901\n", 7,
+         [](const PLAYING &, const MOD_VOICE &v) { return int(v.Position >> 32); }, 768, 256},
+        {"a low slide", "C-1 01 201\n", 2,
+         [](const PLAYING &, const MOD_VOICE &v) { return int(v.Period / 4); }, 856, 857},
+        {"a speed of 0", "C-2 01 F00\nC-2 04 D00\n", 7,
+         [](const PLAYING &p, const MOD_VOICE &) { return int(p.Length.Rows); }, 2, 2},
+    };
+    for (const auto &r : rows)
+        for (const char *signature : {"M!K!", "4CHN"}) {
+            MOD_TEXT text = Song(r.pattern);
+            text.Signature = signature;
+            PLAYING playing(text);
+            const MOD_VOICE &v = playing.Tick(r.ticks);
+            EXPECT_EQ(r.see(playing, v), signature[0] == 'M' ? r.original : r.other)
+                << r.what << ", " << signature;
+        }
 }
