@@ -257,26 +257,36 @@ static int32_t StartStream(const PLAYER_SOUND &sound, const OPTIONS &options)
     return first;
 }
 
+// Until when a lost device is tried again; one that is lost again at once is not another one.
+static CLOCK::time_point AttemptsEnd()
+{
+    static CLOCK::time_point end;
+    const auto now = CLOCK::now();
+    if (now > end + MaxStall)
+        end = now + MaxAttempts;
+    return end;
+}
+
 // Opens the devices anew and the stream on one of them, until that succeeds, a key or a signal says
 // otherwise or the time is over. It goes on at `now`. Returns whether it does; `key` is the one
-// that ended it.
+// that ended it, if one did.
 static bool Recover(double now, const OPTIONS &options, const std::string &place, PLAYER_KEY &key)
 {
-    const auto until = CLOCK::now() + MaxAttempts;
+    const auto end = AttemptsEnd();
     const SAMPLES_FORMAT to = output.To;
     Audio_CloseStream(*nowPlaying->Track);
-    while (CLOCK::now() < until && Terminal_Signal() == 0) {
+    while (CLOCK::now() < end && Terminal_Signal() == 0) {
+        Audio_CloseDevices();
+        Audio_Init(static_cast<uint8_t>(to.Channels));
+        if (ChooseDevice(options.Device)) {
+            Output_Seek(output, now);
+            if (OpenStream(to) == 0)
+                return true;
+        }
         Show("device lost, trying again: ", now, place);
         key = Terminal_Key(5 * WaitMilliseconds);
         if (key == KEY_QUIT || key == KEY_NEXT || key == KEY_PREVIOUS)
             return false;
-        Audio_CloseDevices();
-        Audio_Init(static_cast<uint8_t>(to.Channels));
-        if (!ChooseDevice(options.Device))
-            continue;
-        Output_Seek(output, now);
-        if (OpenStream(to) == 0)
-            return true;
     }
     key = Terminal_Signal() != 0 ? KEY_QUIT : KEY_NONE;
     return false;
