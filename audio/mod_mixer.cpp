@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <numbers>
 #include <numeric>
@@ -22,9 +23,8 @@ constexpr double MOD_RampTime = 0.0025;
 constexpr size_t MOD_FadeSteps = 256;
 constexpr int32_t MOD_FadeOne = 32768;
 
-// The interpolators' weights of 1/16384 for each of MOD_Phases positions between two samples.
-constexpr size_t MOD_Phases = 512;
-constexpr int32_t MOD_WeightOne = 16384;
+// The interpolators' weights stand for each of so many positions between two samples.
+constexpr size_t MOD_Phases = 256;
 constexpr double MOD_KaiserBeta = 7;
 
 // Up to so many samples a frame, each has a table that passes less than the one before.
@@ -40,7 +40,7 @@ namespace
 {
 
 template <size_t Taps>
-using MOD_WEIGHTS = std::array<std::array<int16_t, Taps>, MOD_Phases>;
+using MOD_WEIGHTS = std::array<std::array<float, Taps>, MOD_Phases>;
 
 struct MOD_TABLES {
     std::array<MOD_WEIGHTS<MOD_Taps>, MOD_Steps.size()> Sinc;
@@ -51,20 +51,20 @@ struct MOD_TABLES {
 // Samples in the order in which they are played, MOD_Before of them before the position.
 using MOD_SAMPLES = std::array<int16_t, MOD_Before + MOD_Window + MOD_Taps>;
 
+// A block's values, with room for those that lanes write past its end.
+using MOD_VALUES = std::array<int32_t, MOD_Block + 3>;
+
 }  // namespace
 
-// Weights that add up to one exactly, so that a level stays as it is.
+// Weights that add up to one: samples become 16-bit values.
 template <size_t Taps>
-static std::array<int16_t, Taps> RoundWeights(const std::array<double, Taps> &weights)
+static std::array<float, Taps> ScaleWeights(const std::array<double, Taps> &weights)
 {
-    const double scale = MOD_WeightOne / std::accumulate(weights.begin(), weights.end(), 0.0);
-    std::array<int16_t, Taps> rounded;
-    std::ranges::transform(weights, rounded.begin(),
-                           [=](double w) { return static_cast<int16_t>(std::lround(w * scale)); });
-    const int sum = std::accumulate(rounded.begin(), rounded.end(), 0);
-    auto &largest = *std::ranges::max_element(rounded);
-    largest = static_cast<int16_t>(largest + MOD_WeightOne - sum);
-    return rounded;
+    const double scale = 256 / std::accumulate(weights.begin(), weights.end(), 0.0);
+    std::array<float, Taps> scaled;
+    std::ranges::transform(weights, scaled.begin(),
+                           [=](double w) { return static_cast<float>(w * scale); });
+    return scaled;
 }
 
 // The modified Bessel function of order 0.
@@ -102,9 +102,9 @@ static MOD_TABLES MakeTables()
         for (size_t i = 0; i < MOD_Steps.size(); i++) {
             for (size_t tap = 0; tap < MOD_Taps; tap++)
                 weights[tap] = Sinc(at[tap] * MOD_Passed / MOD_Steps[i]) * window[tap];
-            tables.Sinc[i][phase] = RoundWeights(weights);
+            tables.Sinc[i][phase] = ScaleWeights(weights);
         }
-        tables.Cubic[phase] = RoundWeights<4>({((2 - x) * x - 1) * x, (3 * x - 5) * x * x + 2,
+        tables.Cubic[phase] = ScaleWeights<4>({((2 - x) * x - 1) * x, (3 * x - 5) * x * x + 2,
                                                ((4 - 3 * x) * x + 1) * x, (x - 1) * x * x});
     }
     for (size_t i = 0; i < tables.Fade.size(); i++) {
@@ -171,78 +171,101 @@ static void Move(MOD_VOICE &v, uint64_t way)
     }
 }
 
-// The values at positions from `position` on, 16 bits. Each reads `Taps` samples.
+// The weights for a position.
 template <size_t Taps>
-[[gnu::always_inline]] inline static void Weigh(const MOD_WEIGHTS<Taps> &weights,
-                                                const int16_t *samples, uint64_t position,
-                                                uint64_t step, std::span<int32_t> out)
+static const float *WeightsAt(const MOD_WEIGHTS<Taps> &weights, uint64_t position)
 {
-    samples += MOD_Before - (Taps / 2 - 1);
-    for (int32_t &value : out) {
-        const int16_t *at = samples + (position >> 32);
-        const auto &w = weights[static_cast<uint32_t>(position) / (UINT32_MAX / MOD_Phases + 1)];
-        int32_t sum = 32;
-        for (size_t tap = 0; tap < Taps; tap++)
-            sum += at[tap] * w[tap];
-        value = sum >> 6;
-        position += step;
+    return weights[static_cast<uint32_t>(position) / (UINT32_MAX / MOD_Phases + 1)].data();
+}
+
+// These give `count` values at positions from `position` on, 16 bits and what lies between samples;
+// samples[MOD_Before] is the one at 0.
+
+// Four values at a time: each is weighed in eight lanes, whose sums are then taken together.
+EXTRA_LANES static void ReadSinc(const MOD_WEIGHTS<MOD_Taps> &weights, const MOD_SAMPLES &samples,
+                                 uint64_t position, uint64_t step, size_t count, MOD_VALUES &out)
+{
+    using LANES = float __attribute__((vector_size(32), aligned(4), may_alias));
+    using SUMS [[gnu::vector_size(16)]] = float;
+    using WHOLE [[gnu::vector_size(16)]] = int32_t;
+    static_assert(MOD_Taps == 16);
+    const uint64_t last = position + step * (count - 1);
+    std::array<float, std::tuple_size_v<MOD_SAMPLES>> wide;
+    std::copy_n(samples.begin(), (last >> 32) + MOD_Taps, wide.begin());
+    for (size_t i = 0; i < count; i += 4) {
+        SUMS sums[4];
+        for (SUMS &four : sums) {
+            const auto *s = reinterpret_cast<const LANES *>(&wide[position >> 32]);
+            const auto *w = reinterpret_cast<const LANES *>(WeightsAt(weights, position));
+            const auto sum = s[0] * w[0] + s[1] * w[1];
+            four = __builtin_shufflevector(sum, sum, 0, 1, 2, 3) +
+                   __builtin_shufflevector(sum, sum, 4, 5, 6, 7);
+            position = std::min(position + step, last);
+        }
+        const SUMS two = __builtin_shufflevector(sums[0], sums[1], 0, 4, 1, 5) +
+                         __builtin_shufflevector(sums[0], sums[1], 2, 6, 3, 7);
+        const SUMS others = __builtin_shufflevector(sums[2], sums[3], 0, 4, 1, 5) +
+                            __builtin_shufflevector(sums[2], sums[3], 2, 6, 3, 7);
+        const SUMS all = __builtin_shufflevector(two, others, 0, 1, 4, 5) +
+                         __builtin_shufflevector(two, others, 2, 3, 6, 7);
+        const WHOLE whole = __builtin_convertvector(all, WHOLE);
+        std::memcpy(&out[i], &whole, sizeof whole);
     }
 }
 
-EXTRA_LANES static void ReadSinc(const MOD_WEIGHTS<MOD_Taps> &weights, const int16_t *samples,
-                                 uint64_t position, uint64_t step, std::span<int32_t> out)
+static void ReadCubic(const MOD_WEIGHTS<4> &weights, const MOD_SAMPLES &samples, uint64_t position,
+                      uint64_t step, size_t count, MOD_VALUES &out)
 {
-    Weigh<MOD_Taps>(weights, samples, position, step, out);
-}
-
-EXTRA_LANES static void ReadCubic(const MOD_WEIGHTS<4> &weights, const int16_t *samples,
-                                  uint64_t position, uint64_t step, std::span<int32_t> out)
-{
-    Weigh<4>(weights, samples, position, step, out);
-}
-
-static void ReadLinear(const int16_t *samples, uint64_t position, uint64_t step,
-                       std::span<int32_t> out)
-{
-    samples += MOD_Before;
-    for (int32_t &value : out) {
-        const int16_t *at = samples + (position >> 32);
-        const auto part = static_cast<int32_t>(static_cast<uint32_t>(position) >> 17);
-        value = at[0] * 256 + ((at[1] - at[0]) * part >> 7);
-        position += step;
+    for (size_t i = 0; i < count; i++, position += step) {
+        const int16_t *at = &samples[MOD_Before - 1 + (position >> 32)];
+        const float *w = WeightsAt(weights, position);
+        out[i] = static_cast<int32_t>(at[0] * w[0] + at[1] * w[1] + at[2] * w[2] + at[3] * w[3]);
     }
 }
 
-static void ReadNearest(const int16_t *samples, uint64_t position, uint64_t step,
-                        std::span<int32_t> out)
+// First the pairs of neighbours, from wherever the pitch leads; then many at a time.
+EXTRA_LANES static void ReadLinear(const MOD_SAMPLES &samples, uint64_t position, uint64_t step,
+                                   size_t count, MOD_VALUES &out)
 {
-    samples += MOD_Before;
-    for (int32_t &value : out) {
-        value = samples[position >> 32] * 256;
-        position += step;
+    std::array<std::array<int16_t, 2>, MOD_Block> pairs;
+    uint64_t at = position;
+    for (size_t i = 0; i < count; i++, at += step)
+        std::memcpy(&pairs[i], &samples[MOD_Before + (at >> 32)], sizeof pairs[i]);
+    const auto from = static_cast<uint32_t>(position), by = static_cast<uint32_t>(step);
+    for (uint32_t i = 0; i < count; i++) {
+        const auto part = static_cast<int32_t>((from + i * by) >> 17);
+        const int32_t a = pairs[i][0], b = pairs[i][1];
+        out[i] = a * 256 + ((b - a) * part >> 7);
     }
 }
 
-static void Interpolate(MOD_INTERPOLATION how, const int16_t *samples, uint64_t position,
-                        uint64_t step, std::span<int32_t> out)
+static void ReadNearest(const MOD_SAMPLES &samples, uint64_t position, uint64_t step, size_t count,
+                        MOD_VALUES &out)
+{
+    for (size_t i = 0; i < count; i++, position += step)
+        out[i] = samples[MOD_Before + (position >> 32)] * 256;
+}
+
+static const MOD_WEIGHTS<MOD_Taps> &SincFor(uint64_t step)
 {
     const auto fits = std::ranges::find_if(
         MOD_Steps, [=](double most) { return static_cast<double>(step) <= most * 4294967296.0; });
-    const auto table =
-        std::min<size_t>(static_cast<size_t>(fits - MOD_Steps.begin()), MOD_Steps.size() - 1);
+    return Tables().Sinc[std::min<size_t>(static_cast<size_t>(fits - MOD_Steps.begin()),
+                                          MOD_Steps.size() - 1)];
+}
+
+static void Interpolate(MOD_INTERPOLATION how, const MOD_SAMPLES &samples, uint64_t position,
+                        uint64_t step, size_t count, MOD_VALUES &out)
+{
     switch (how) {
     case MOD_NEAREST:
-        ReadNearest(samples, position, step, out);
-        break;
+        return ReadNearest(samples, position, step, count, out);
     case MOD_LINEAR:
-        ReadLinear(samples, position, step, out);
-        break;
+        return ReadLinear(samples, position, step, count, out);
     case MOD_CUBIC:
-        ReadCubic(Tables().Cubic, samples, position, step, out);
-        break;
+        return ReadCubic(Tables().Cubic, samples, position, step, count, out);
     case MOD_SINC:
-        ReadSinc(Tables().Sinc[table], samples, position, step, out);
-        break;
+        return ReadSinc(SincFor(step), samples, position, step, count, out);
     }
 }
 
@@ -311,20 +334,21 @@ static size_t AddRuns(const MOD_MIXER &mixer, MOD_VOICE &v, uint64_t step, int32
     size_t done = 0;
     while (done < bus.size() && EnterRun(v)) {
         MOD_SAMPLES samples;
-        std::array<int32_t, MOD_Block> values;
-        const std::span out(values.data(), FramesAhead(v, step, bus.size() - done));
-        const uint64_t part = static_cast<uint32_t>(v.Position), way = step * out.size();
+        MOD_VALUES values;
+        const size_t count = FramesAhead(v, step, bus.size() - done);
+        const std::span out(values.data(), count);
+        const uint64_t part = static_cast<uint32_t>(v.Position), way = step * count;
         ReadSamples(v, ((part + way - step) >> 32) + MOD_Taps - MOD_Before, samples);
-        Interpolate(mixer.Interpolation, samples.data(), part, step, out);
-        const size_t moving = std::min(out.size(), static_cast<size_t>(v.RampFrames));
+        Interpolate(mixer.Interpolation, samples, part, step, count, values);
+        const size_t moving = std::min(count, static_cast<size_t>(v.RampFrames));
         AddRamp(v, ramp, out.first(moving), &bus[done]);
-        if (moving < out.size()) {
+        if (moving < count) {
             const int32_t level = v.Gain / MOD_GainOne;
             AddLevel(level, out.subspan(moving), &bus[done + moving]);
             v.Heard = out.back() * level;
         }
         Move(v, way);
-        done += out.size();
+        done += count;
     }
     return done;
 }
@@ -399,8 +423,8 @@ static void FilterBus(MOD_FILTER &filter, size_t side, std::span<int32_t> bus)
 }
 
 // What one side hears of the buses, rounded to `bits` and cut to what these hold.
-static void MixSide(const MOD_MIXER &mixer, double left, double right, uint32_t bits,
-                    std::span<int32_t> out)
+EXTRA_LANES static void MixSide(const MOD_MIXER &mixer, double left, double right, uint32_t bits,
+                                std::span<int32_t> out)
 {
     const double full = static_cast<double>(int64_t{1} << (bits - 1));
     left *= full;
@@ -408,7 +432,7 @@ static void MixSide(const MOD_MIXER &mixer, double left, double right, uint32_t 
     for (size_t i = 0; i < out.size(); i++) {
         const double value = mixer.Buses[0][i] * left + mixer.Buses[1][i] * right;
         const double cut = std::min(std::max(value, -full), full - 1);
-        out[i] = static_cast<int32_t>(cut + (cut < 0 ? -0.5 : 0.5));
+        out[i] = static_cast<int32_t>(cut + std::copysign(0.5, cut));
     }
 }
 
@@ -424,6 +448,18 @@ static void StoreSide(std::span<const int32_t> side, uint8_t *out, size_t stride
     }
 }
 
+// The same for both sides of the most common format.
+EXTRA_LANES static void StorePairs(const int32_t *left, const int32_t *right, size_t frames,
+                                   uint8_t *out)
+{
+    for (size_t i = 0; i < frames; i++) {
+        const uint32_t pair =
+            (static_cast<uint32_t>(left[i]) & 0xFFFF) | static_cast<uint32_t>(right[i]) << 16;
+        for (int shift = 0; shift < 32; shift += 8)
+            *out++ = static_cast<uint8_t>(pair >> shift);
+    }
+}
+
 static void StoreFrames(const MOD_MIXER &mixer, size_t voices, const MOD_FORMAT &format,
                         size_t frames, uint8_t *out)
 {
@@ -433,14 +469,14 @@ static void StoreFrames(const MOD_MIXER &mixer, size_t voices, const MOD_FORMAT 
     const double nearSide = scale * (1 + apart) / 2, farSide = scale * (1 - apart) / 2;
     const uint32_t bytes = format.Bits / 8;
     const size_t stride = bytes * format.Channels;
+    std::array<std::array<int32_t, MOD_Block>, 3> sides;  // the third is silent
+    MixSide(mixer, nearSide, farSide, format.Bits, std::span(sides[0].data(), frames));
+    MixSide(mixer, farSide, nearSide, format.Bits, std::span(sides[1].data(), frames));
+    if (format.Channels == 2 && bytes == 2)
+        return StorePairs(sides[0].data(), sides[1].data(), frames, out);
+    sides[2].fill(0);
     for (uint32_t c = 0; c < format.Channels; c++, out += bytes) {
-        std::array<int32_t, MOD_Block> samples;
-        const std::span side(samples.data(), frames);
-        if (c < 2)
-            MixSide(mixer, c == 0 ? nearSide : farSide, c == 0 ? farSide : nearSide, format.Bits,
-                    side);
-        else
-            std::ranges::fill(side, 0);
+        const std::span side(sides[std::min(c, 2u)].data(), frames);
         if (bytes == 1)
             StoreSide<1>(side, out, stride);
         else if (bytes == 2)
