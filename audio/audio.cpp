@@ -463,7 +463,7 @@ static void Leap(AudioTrack &track, uint64_t frame)
                          frame >= track.Taken / Audio_FrameBytes(track);
     if (onwards && !module.Seek && track.Decoded)
         return;
-    StartPass(track);
+    StartPass(track, false);
     FILE *file = track.File.get();
     uint64_t at = 0;
     if (module.Seek && track.Record)

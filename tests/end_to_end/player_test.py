@@ -64,7 +64,7 @@ FRAMEWORK_REFUSES = {
 }
 UNPLAYABLE = {
     "text.txt": (b"text " * 1000, "not a sound of a known format (--raw takes it for samples)"),
-    "tiny.mod": (b"tiny", "no signature of a module"),
+    "tiny.mod": (b"tiny", "not a sound of a known format (--raw takes it for samples)"),
     "empty.wav": (wav(b""), "there is no sound in it"),
 }
 
