@@ -471,7 +471,7 @@ static void Leap(AudioTrack &track, uint64_t frame)
     else if (!track.Decoded && file && (track.BitsPerSample == 8 || track.BitsPerSample == 16))
         at = Sound_Seek(file, 0, track.OpenSize, {Audio_FrameBytes(track), 1}, frame);
     track.Taken = at * Audio_FrameBytes(track);
-    if (at != 0)
+    if (at != 0 && file)
         track.ReadPosition = static_cast<uint32_t>(ftello(file));
 }
 

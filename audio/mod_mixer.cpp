@@ -39,12 +39,11 @@ constexpr double MOD_FilterCut = 3091.0, MOD_FilterQ = 0.66;
 namespace
 {
 
-template <size_t Taps>
-using MOD_WEIGHTS = std::array<std::array<float, Taps>, MOD_Phases>;
+using MOD_WEIGHTS = std::array<std::array<float, MOD_Taps>, MOD_Phases>;
 
 struct MOD_TABLES {
-    std::array<MOD_WEIGHTS<MOD_Taps>, MOD_Steps.size()> Sinc;
-    MOD_WEIGHTS<4> Cubic;
+    std::array<MOD_WEIGHTS, MOD_Steps.size()> Sinc;
+    MOD_WEIGHTS Cubic;                            // of which four are not 0
     std::array<int32_t, MOD_FadeSteps + 2> Fade;  // from MOD_FadeOne to 0
 };
 
@@ -57,11 +56,10 @@ using MOD_VALUES = std::array<int32_t, MOD_Block + 3>;
 }  // namespace
 
 // Weights that add up to one: samples become 16-bit values.
-template <size_t Taps>
-static std::array<float, Taps> ScaleWeights(const std::array<double, Taps> &weights)
+static std::array<float, MOD_Taps> ScaleWeights(const std::array<double, MOD_Taps> &weights)
 {
     const double scale = 256 / std::accumulate(weights.begin(), weights.end(), 0.0);
-    std::array<float, Taps> scaled;
+    std::array<float, MOD_Taps> scaled;
     std::ranges::transform(weights, scaled.begin(),
                            [=](double w) { return static_cast<float>(w * scale); });
     return scaled;
@@ -94,18 +92,21 @@ static MOD_TABLES MakeTables()
     MOD_TABLES tables;
     for (size_t phase = 0; phase < MOD_Phases; phase++) {
         const double x = static_cast<double>(phase) / MOD_Phases;
-        std::array<double, MOD_Taps> at, window, weights;
+        std::array<double, MOD_Taps> at, window, weights{};
         for (size_t tap = 0; tap < MOD_Taps; tap++) {
             at[tap] = static_cast<double>(tap) - MOD_Before - x;
             window[tap] = Kaiser(at[tap] / (MOD_Taps / 2.0));
         }
+        weights[MOD_Before - 1] = ((2 - x) * x - 1) * x;
+        weights[MOD_Before] = (3 * x - 5) * x * x + 2;
+        weights[MOD_Before + 1] = ((4 - 3 * x) * x + 1) * x;
+        weights[MOD_Before + 2] = (x - 1) * x * x;
+        tables.Cubic[phase] = ScaleWeights(weights);
         for (size_t i = 0; i < MOD_Steps.size(); i++) {
             for (size_t tap = 0; tap < MOD_Taps; tap++)
                 weights[tap] = Sinc(at[tap] * MOD_Passed / MOD_Steps[i]) * window[tap];
             tables.Sinc[i][phase] = ScaleWeights(weights);
         }
-        tables.Cubic[phase] = ScaleWeights<4>({((2 - x) * x - 1) * x, (3 * x - 5) * x * x + 2,
-                                               ((4 - 3 * x) * x + 1) * x, (x - 1) * x * x});
     }
     for (size_t i = 0; i < tables.Fade.size(); i++) {
         const double x = static_cast<double>(std::min(i, MOD_FadeSteps)) / MOD_FadeSteps;
@@ -171,24 +172,18 @@ static void Move(MOD_VOICE &v, uint64_t way)
     }
 }
 
-// The weights for a position.
-template <size_t Taps>
-static const float *WeightsAt(const MOD_WEIGHTS<Taps> &weights, uint64_t position)
-{
-    return weights[static_cast<uint32_t>(position) / (UINT32_MAX / MOD_Phases + 1)].data();
-}
-
 // These give `count` values at positions from `position` on, 16 bits and what lies between samples;
 // samples[MOD_Before] is the one at 0.
 
 // Four values at a time: each is weighed in eight lanes, whose sums are then taken together.
-EXTRA_LANES static void ReadSinc(const MOD_WEIGHTS<MOD_Taps> &weights, const MOD_SAMPLES &samples,
-                                 uint64_t position, uint64_t step, size_t count, MOD_VALUES &out)
+EXTRA_LANES static void ReadWeighed(const MOD_WEIGHTS &weights, const MOD_SAMPLES &samples,
+                                    uint64_t position, uint64_t step, size_t count, MOD_VALUES &out)
 {
     using LANES = float __attribute__((vector_size(32), aligned(4), may_alias));
     using SUMS [[gnu::vector_size(16)]] = float;
     using WHOLE [[gnu::vector_size(16)]] = int32_t;
     static_assert(MOD_Taps == 16);
+    constexpr uint32_t phase = UINT32_MAX / MOD_Phases + 1;
     const uint64_t last = position + step * (count - 1);
     std::array<float, std::tuple_size_v<MOD_SAMPLES>> wide;
     std::copy_n(samples.begin(), (last >> 32) + MOD_Taps, wide.begin());
@@ -196,7 +191,8 @@ EXTRA_LANES static void ReadSinc(const MOD_WEIGHTS<MOD_Taps> &weights, const MOD
         SUMS sums[4];
         for (SUMS &four : sums) {
             const auto *s = reinterpret_cast<const LANES *>(&wide[position >> 32]);
-            const auto *w = reinterpret_cast<const LANES *>(WeightsAt(weights, position));
+            const auto *w =
+                reinterpret_cast<const LANES *>(&weights[static_cast<uint32_t>(position) / phase]);
             const auto sum = s[0] * w[0] + s[1] * w[1];
             four = __builtin_shufflevector(sum, sum, 0, 1, 2, 3) +
                    __builtin_shufflevector(sum, sum, 4, 5, 6, 7);
@@ -213,29 +209,23 @@ EXTRA_LANES static void ReadSinc(const MOD_WEIGHTS<MOD_Taps> &weights, const MOD
     }
 }
 
-static void ReadCubic(const MOD_WEIGHTS<4> &weights, const MOD_SAMPLES &samples, uint64_t position,
-                      uint64_t step, size_t count, MOD_VALUES &out)
-{
-    for (size_t i = 0; i < count; i++, position += step) {
-        const int16_t *at = &samples[MOD_Before - 1 + (position >> 32)];
-        const float *w = WeightsAt(weights, position);
-        out[i] = static_cast<int32_t>(at[0] * w[0] + at[1] * w[1] + at[2] * w[2] + at[3] * w[3]);
-    }
-}
-
-// First the pairs of neighbours, from wherever the pitch leads; then many at a time.
+// Each sample is packed with the way to the next. One loop collects these from wherever the pitch
+// leads, the others work in lanes.
 EXTRA_LANES static void ReadLinear(const MOD_SAMPLES &samples, uint64_t position, uint64_t step,
                                    size_t count, MOD_VALUES &out)
 {
-    std::array<std::array<int16_t, 2>, MOD_Block> pairs;
+    std::array<int32_t, std::tuple_size_v<MOD_SAMPLES>> packed;
+    const size_t read = ((position + step * (count - 1)) >> 32) + 1;
+    const int16_t *first = &samples[MOD_Before];
+    for (size_t i = 0; i < read; i++)
+        packed[i] = (first[i + 1] - first[i]) * 65536 + static_cast<uint16_t>(first[i]);
     uint64_t at = position;
     for (size_t i = 0; i < count; i++, at += step)
-        std::memcpy(&pairs[i], &samples[MOD_Before + (at >> 32)], sizeof pairs[i]);
+        out[i] = packed[at >> 32];
     const auto from = static_cast<uint32_t>(position), by = static_cast<uint32_t>(step);
-    for (uint32_t i = 0; i < count; i++) {
-        const auto part = static_cast<int32_t>((from + i * by) >> 17);
-        const int32_t a = pairs[i][0], b = pairs[i][1];
-        out[i] = a * 256 + ((b - a) * part >> 7);
+    for (size_t i = 0; i < count; i++) {
+        const auto part = static_cast<int32_t>((from + static_cast<uint32_t>(i) * by) >> 17);
+        out[i] = static_cast<int16_t>(out[i]) * 256 + ((out[i] >> 16) * part >> 7);
     }
 }
 
@@ -246,7 +236,7 @@ static void ReadNearest(const MOD_SAMPLES &samples, uint64_t position, uint64_t 
         out[i] = samples[MOD_Before + (position >> 32)] * 256;
 }
 
-static const MOD_WEIGHTS<MOD_Taps> &SincFor(uint64_t step)
+static const MOD_WEIGHTS &SincFor(uint64_t step)
 {
     const auto fits = std::ranges::find_if(
         MOD_Steps, [=](double most) { return static_cast<double>(step) <= most * 4294967296.0; });
@@ -263,9 +253,9 @@ static void Interpolate(MOD_INTERPOLATION how, const MOD_SAMPLES &samples, uint6
     case MOD_LINEAR:
         return ReadLinear(samples, position, step, count, out);
     case MOD_CUBIC:
-        return ReadCubic(Tables().Cubic, samples, position, step, count, out);
+        return ReadWeighed(Tables().Cubic, samples, position, step, count, out);
     case MOD_SINC:
-        return ReadSinc(SincFor(step), samples, position, step, count, out);
+        return ReadWeighed(SincFor(step), samples, position, step, count, out);
     }
 }
 

@@ -591,10 +591,12 @@ static bool ReadRow(MOD_PLAYER &p)
         return false;
     }
     p.RowsLeft--;
+    p.PlaysPosition = p.Position;
+    p.PlaysRow = p.Row;
     const uint8_t pattern = p.Song->Orders[p.Position];
     for (size_t i = 0; i < p.Channels.size(); i++)
         ReadCell(p, p.Channels[i], p.Voices[i], MOD_GetCell(*p.Song, pattern, p.Row, i));
-    for (size_t i = 0; i < p.Channels.size(); i++)
+    for (size_t i = 0; i < p.Channels.size() && !p.Song->KeepsSound; i++)
         SetLoop(p, p.Channels[i], p.Voices[i]);
     return true;
 }

@@ -557,6 +557,18 @@ TEST(AudioTake, ToneStaysPureAcrossBuffersAndRounds)
     // All but the beginning, which nothing leads into.
     EXPECT_LT(OutsideOfTone(std::span(sound).subspan(2 * 2400)), -75);
     Forget(track);
+
+    // By the format's rules each round begins after the encoder's delay.
+    Audio_Rules = AUDIO_RULES_FORMAT;
+    std::array<BYTES, 2> taken;
+    for (uint8_t rounds = 1; rounds <= 2; rounds++) {
+        track = Audio_Load(TEST_DATA "mp3_sine.mp3");
+        Audio_SetLoop(rounds);
+        taken[rounds - 1u] = Taken(track, 10000);
+        Forget(track);
+    }
+    EXPECT_EQ(taken[1], taken[0] + taken[0]);
+    Audio_Rules = AUDIO_RULES_FRAMEWORK;
 }
 
 // A file whose reads can do what files do at bad times.
