@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "audio/audio.h"
+#include "audio/mod.h"
 #include "tools/common/text.h"
 #include "tools/player/output.h"
 #include "tools/player/terminal.h"
@@ -37,6 +38,7 @@ static std::atomic<bool> hushed, repeated, muted;
 static std::atomic<int> volume = 100;  // percent
 static std::atomic<double> position, heardAt;
 static std::atomic<uint32_t> calls, silentCalls;
+static bool viewed;                // what a module's channels play
 static std::atomic<double> level;  // of what was taken last, 0 to 1
 
 void Play_Report(const std::string &file, const std::string &reason)
@@ -115,6 +117,27 @@ static std::string Loudness()
     return volume == 100 ? "" : std::to_string(volume) + "%: ";
 }
 
+// What a module's channels play at a time, in lines.
+static std::vector<std::string> View(double now)
+{
+    const AudioTrack &track = *nowPlaying->Track;
+    if (!viewed || track.Type != AUDIO_MOD)
+        return {};
+    const MOD_HEADER &header = *static_cast<const MOD_HEADER *>(track.Record.get());
+    const auto view = MOD_GetView(header, static_cast<uint64_t>(now * nowPlaying->Hz));
+    if (!view)
+        return {};
+    std::array<char, 100> text;
+    std::snprintf(text.data(), text.size(), "row %02d of pattern %d, %d/%d, speed %d at %d",
+                  view->Row, view->Pattern, view->Position + 1, header.SongLength, view->Speed,
+                  view->Tempo);
+    std::vector<std::string> lines = {Player_Cut(text.data(), Terminal_Columns() - 1)};
+    const std::span levels = std::span(view->Levels).first(header.SongChannels);
+    for (std::string &line : Screen_Channels(levels, Terminal_Columns(), Terminal_HasColours()))
+        lines.push_back(std::move(line));
+    return lines;
+}
+
 static void Show(const std::string &state, double now, const std::string &place)
 {
     const PLAYER_SOUND &sound = *nowPlaying;
@@ -125,6 +148,7 @@ static void Show(const std::string &state, double now, const std::string &place)
     screen.Now = now;
     screen.Total = Player_Seconds(sound, sound.Bytes);
     screen.Level = state.empty() ? level.load() : 0;
+    screen.View = View(now);
     Terminal_Show(screen);
 }
 
@@ -181,6 +205,8 @@ static void Obey(PLAYER_KEY key)
         muted = !muted;
     else if (key == KEY_LOOP)
         repeated = !repeated;
+    else if (key == KEY_VIEW)
+        viewed = !viewed;
     else if (key == KEY_HELP && Terminal_IsShown()) {
         Terminal_Clear();
         std::puts(Options_Keys);
@@ -421,6 +447,7 @@ int Play_Files(const OPTIONS &options)
     }
     const PLAYER_TERMINAL terminal(KeysFrom(files));
     volume = options.Volume;
+    viewed = options.View;
     Audio_Init(2);
     if (!ChooseDevice(options.Device)) {
         std::fprintf(stderr, "tessplay: no sound device \"%s\" (--devices lists them)\n",
