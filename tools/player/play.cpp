@@ -110,13 +110,6 @@ static bool HasEnded()
     return silentCalls >= CallsPerSecond || (silentCalls != 0 && Unheard() == 0);
 }
 
-static std::string Loudness()
-{
-    if (muted)
-        return "muted: ";
-    return volume == 100 ? "" : std::to_string(volume) + "%: ";
-}
-
 // What a module's channels play at a time, in lines.
 static std::vector<std::string> View(double now)
 {
@@ -142,8 +135,21 @@ static void Show(const std::string &state, double now, const std::string &place)
 {
     const PLAYER_SOUND &sound = *nowPlaying;
     SCREEN screen;
-    screen.Title = state + Loudness() + (repeated ? "repeated: " : "") +
-                   (sound.Title.empty() ? sound.Name : sound.Title);
+    const std::string loudness = std::to_string(volume) + "%";
+    const struct {
+        bool Is;
+        std::string State, Brief;
+    } states[] = {{!state.empty(), state, state.substr(0, 1)},
+                  {muted, "muted: ", "m"},
+                  {!muted && volume != 100, loudness + ": ", loudness},
+                  {repeated, "repeated: ", "r"}};
+    for (const auto &row : states) {
+        screen.State += row.Is ? row.State : "";
+        screen.Brief += row.Is ? row.Brief : "";
+    }
+    if (!screen.Brief.empty())
+        screen.Brief += ": ";
+    screen.Title = sound.Title.empty() ? sound.Name : sound.Title;
     screen.Place = place;
     screen.Now = now;
     screen.Total = Player_Seconds(sound, sound.Bytes);
@@ -270,6 +276,7 @@ static int32_t StartStream(const PLAYER_SOUND &sound, const OPTIONS &options)
     const uint32_t hz = options.Hz != 0 ? options.Hz : own.Hz;
     int32_t first = 0;
     nowPlaying = &sound;
+    position = Player_Seconds(sound, sound.From);
     NameStream(sound);
     for (const uint32_t channels : {own.Channels, 2u, 1u})
         for (const uint32_t rate : {hz, 48000u, 44100u})

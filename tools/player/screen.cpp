@@ -6,7 +6,8 @@
 
 #include "tools/player/text.h"
 
-constexpr size_t Screen_MinBar = 3, Screen_MaxBar = 60, Screen_MinMeter = 4, Screen_MaxMeter = 20;
+constexpr size_t Screen_MinBar = 3, Screen_MaxBar = 60, Screen_MinMeter = 3, Screen_MaxMeter = 20;
+constexpr size_t Screen_Narrow = 40;    // columns, below which words are short
 constexpr double Screen_Decibels = 48;  // below full scale the meter begins
 
 static std::string Fill(size_t width, size_t filled, char with, char rest)
@@ -56,13 +57,13 @@ static std::string TimeLine(const SCREEN &screen, size_t room, bool colours)
 
 static std::string TitleLine(const SCREEN &screen, size_t room)
 {
-    std::string place = screen.Place;
-    if (!place.empty())
-        place.insert(0, 1, ' ');
-    const std::string whole = Player_Cut(screen.Title + place, room);
-    if (whole == screen.Title + place || place.size() + 8 > room)
-        return whole;
-    return Player_Cut(screen.Title, room - place.size()) + place;
+    constexpr size_t minTitle = 12;
+    const std::string title = (room < Screen_Narrow ? screen.Brief : screen.State) + screen.Title;
+    const size_t place = screen.Place.empty() ? 0 : screen.Place.size() + 1;
+    if (place == 0 || place + minTitle > room)
+        return Player_Cut(title, room);
+    std::string line = Player_Cut(title, room - place);
+    return line.append(1, ' ').append(screen.Place);
 }
 
 std::vector<std::string> Screen_Channels(std::span<const uint8_t> levels, size_t columns,

@@ -8,10 +8,12 @@
 #include <vector>
 
 struct SCREEN {
-    std::string Title = "";     // with what there is to say of it in front, as "paused: "
-    std::string Place = "";     // after the title, whole where there is room, as "(2 of 5)"
-    double Now = 0, Total = 0;  // seconds
-    double Level = -1;          // 0 to 1, of full scale; below 0: no meter
+    std::string State = "";  // goes before the title, as "paused: "
+    std::string Brief = "";  // the same in a few letters, where there is little room
+    std::string Title = "";
+    std::string Place = "";              // after the title where there is room, as "(2 of 5)"
+    double Now = 0, Total = 0;           // seconds
+    double Level = -1;                   // 0 to 1, of full scale; below 0: no meter
     std::vector<std::string> View = {};  // further lines, above these
 };
 
