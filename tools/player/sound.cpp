@@ -203,7 +203,9 @@ std::string Player_WhySilent(const PLAYER_SOUND &sound)
         return sound.Format + " of " + std::to_string(sound.Channels) + " channels of " +
                std::to_string(sound.Bits) + " bits at " + std::to_string(sound.Hz) +
                " Hz is not decoded";
-    return sound.Bytes == 0 ? "there is no sound in it" : "";
+    if (sound.Bytes == 0)
+        return "there is no sound in it";
+    return sound.From >= sound.Bytes ? "it ends before the time to start" : "";
 }
 
 static void SeekTo(const PLAYER_SOUND &sound, uint64_t target)
