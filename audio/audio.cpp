@@ -152,7 +152,8 @@ AudioTrack *Audio_Load(const char *path)
 AudioTrack *Audio_LoadAs(const char *path, uint8_t type)
 {
     Reason_Clear();
-    return LoadOpened(BYTES_OPEN(path), type);
+    const BYTES_OPEN *from = Bytes_FindOpen(path);
+    return from ? LoadOpened(*from, type) : LoadOpened(BYTES_OPEN(path), type);
 }
 
 AudioTrack *Audio_LoadBytes(std::span<const uint8_t> file)

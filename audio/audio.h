@@ -145,8 +145,8 @@ void Audio_SetLoop(uint8_t loop);
 /// caller's until Audio_UnLoad; null only without memory. Without buffers, and with a reason, when
 /// the file cannot be read, nothing decodes its format, or the format module is full.
 AudioTrack *Audio_Load(const char *path);
-/// The same for a file that is taken for an AUDIO_TYPE, whatever it looks like. Without buffers for
-/// any other number.
+/// The same for a file, or what is open under its path, that is taken for an AUDIO_TYPE, whatever it
+/// looks like. Without buffers for any other number.
 AudioTrack *Audio_LoadAs(const char *path, uint8_t type);
 /// The same for a sound in memory, which must stay until the track is unloaded.
 AudioTrack *Audio_LoadBytes(std::span<const uint8_t> file);
