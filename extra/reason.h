@@ -3,7 +3,11 @@
 // libraries never print it. Every thread has its own.
 #pragma once
 
+#include <cstddef>
 #include <new>
+
+/// Bytes that a reason may have, its NUL included.
+constexpr size_t Reason_MaxSize = 160;
 
 /// Forgets the reason. Loads begin with this.
 void Reason_Clear();
