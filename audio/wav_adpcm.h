@@ -11,6 +11,8 @@
 
 #include "audio/sound_file.h"
 
+#pragma GCC visibility push(default)
+
 /// Microsoft ADPCM: how a code scales the next delta, in 1/256.
 inline constexpr std::array<int16_t, 16> WAV_ADPCM_ADAPTATION_TABLE = {
     230, 230, 230, 230, 307, 409, 512, 614, 768, 614, 512, 409, 307, 230, 230, 230};
@@ -114,3 +116,5 @@ size_t WAV_MS_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block
 /// The same for IMA's codec. The framework's rules do not output the header's samples, on purpose.
 size_t WAV_IMA_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
                            std::span<uint8_t> out);
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include <new>
 
+#pragma GCC visibility push(default)
+
 /// Forgets the reason. Loads begin with this.
 void Reason_Clear();
 
@@ -28,3 +30,5 @@ auto Reason_Guard(const Body &body) -> decltype(body())
         return decltype(body())();
     }
 }
+
+#pragma GCC visibility pop

@@ -10,6 +10,8 @@
 #include "extra/bytes.h"
 #include "picture/pixels.h"
 
+#pragma GCC visibility push(default)
+
 /// A Huffman table as a DHT segment brings it. Index n stands for codes of n + 1 bits.
 struct JPG_HUFFMAN {
     uint8_t Defined, Number;
@@ -78,6 +80,8 @@ struct JPG_DECODER {
     uint8_t Transform;    // Adobe's: 0 none, 1 YCbCr, 2 YCCK
     uint32_t IFDEntries;  // read, of all Exif segments
     size_t Start;         // of the picture in the file
+    uint64_t Beside;      // bytes in memory of the picture that this is the thumbnail of
+    uint64_t MaxPixels;   // of a part of another file
 };
 
 struct JPG_EXIF_ENTRY {
@@ -142,3 +146,5 @@ void JPG_SetTypicalTables();
 /// Walks the markers from JPG_Position to the next scan, whose first entropy-coded byte becomes
 /// DataOffset and JPG_Position; both are 0 without one.
 void JPG_WalkMarkers();
+
+#pragma GCC visibility pop

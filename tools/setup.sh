@@ -42,11 +42,12 @@ install_packages() {
     } >&2
 }
 
-# build FOLDER OPTION...: configures and builds there, talking on standard error.
+# build FOLDER[:TARGET] OPTION...: configures and builds there, talking on standard error.
 build() {
-    local folder=$1
+    local folder=${1%%:*} target=all
+    [ "$1" = "$folder" ] || target=${1#*:}
     shift
-    cmake -G Ninja -S . -B "$folder" "$@" >&2 && cmake --build "$folder" >&2
+    cmake -G Ninja -S . -B "$folder" "$@" >&2 && cmake --build "$folder" --target "$target" >&2
 }
 
 # Starts a virtual display and points DISPLAY at it until the script ends. It has a session of its own,
