@@ -70,7 +70,7 @@ class Viewer(unittest.TestCase):
             # The picture's facts, not the thumbnail's; a comment that would steer the terminal in two ways.
             changed("jpg/grey.jpg", 20, segment(0xE1, exif(photograph[:20] + segment(0xFE, b"thumb?") + photograph[20:])) +
                     segment(0xFE, b"A\xc2\x9bB C\xc3\x9b?")):
-                ["  comment: A B CÛ\n", "  latitude: 1.500000 S\n", "  longitude: 2.250000 W\n", "  thumbnail: 33x27\n"],
+                ["  comment: A B CÛ\n", "  latitude: 1.50000 S\n", "  longitude: 2.25000 W\n", "  thumbnail: 33x27\n"],
             "png/ct1n0g04.png": ["PNG, 32x32, 4 bits a pixel\n", "  Title: PngSuite\n", "  colour: Grayscale\n"],
             "jpg/progressive_420.jpg": ["JPEG, 33x27, 24 bits a pixel\n", "  identifier: JFIF\n"],
         }
