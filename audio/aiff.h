@@ -63,6 +63,9 @@ void AIFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 /// The same by record, on any thread.
 SOUND_FILLED AIFF_Fill(AIFF_HEADER &record, const SOUND_REFILL &refill);
 
+/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+uint64_t AIFF_Seek(AIFF_HEADER &record, FILE *file, uint64_t frame);
+
 /// Empties this thread's table. AIFF_SoundNumber stays as it is.
 void AIFF_Destroy();
 

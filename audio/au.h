@@ -46,6 +46,9 @@ void AU_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 /// The same by record, on any thread.
 SOUND_FILLED AU_Fill(AU_HEADER &record, const SOUND_REFILL &refill);
 
+/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+uint64_t AU_Seek(AU_HEADER &record, FILE *file, uint64_t frame);
+
 /// Empties this thread's table. AU_SoundNumber stays as it is.
 void AU_Destroy();
 

@@ -64,6 +64,10 @@ struct AUDIO_MODULE {
     /// Has the next refill start as the first one did, on the thread that refills. Null where
     /// nothing but the position in the file tells them apart.
     void (*StartOver)(void *record) = nullptr;
+    /// Has the next refill start at `frame` of the sound, or at one before it that is near: which,
+    /// it returns. What is handed out from there on is as without the leap. Past the end it is the
+    /// end. The record has started over. Null: refills lead there.
+    uint64_t (*Seek)(void *record, FILE *file, uint64_t frame) = nullptr;
     /// Only for synthesised sound: the output format of a record.
     void (*SetOutput)(void *record, uint8_t channels, uint32_t hz, uint8_t bits) = nullptr;
 

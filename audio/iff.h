@@ -60,6 +60,9 @@ void IFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 /// The same by record, on any thread.
 SOUND_FILLED IFF_Fill(IFF_HEADER &record, const SOUND_REFILL &refill);
 
+/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+uint64_t IFF_Seek(IFF_HEADER &record, FILE *file, uint64_t frame);
+
 /// Empties this thread's table. IFF_SoundNumber stays as it is.
 void IFF_Destroy();
 

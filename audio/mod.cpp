@@ -10,6 +10,8 @@
 
 constinit thread_local SOUND_TABLE<MOD_HEADER> MOD_Header{};
 constinit thread_local uint8_t MOD_SoundNumber = 0;
+constinit thread_local uint8_t MOD_Interpolation = MOD_SINC;
+constinit thread_local uint8_t MOD_Separation = 50;
 
 // The largest song has 128 patterns of 99 channels, or 256 of fewer, and 31 samples of 128 KiB.
 constexpr size_t MOD_MaxFile = size_t{16} << 20;
@@ -47,7 +49,8 @@ static void Publish(std::atomic<uint16_t> &shown, uint16_t &last, uint16_t now)
     last = now;
 }
 
-// A tick's frames: rate x 2.5 s / tempo, what is left over goes into later ones.
+// A tick's frames: rate x 2.5 s / tempo. What is left over goes into later ones, or by the formats'
+// rules is lost, as in today's players.
 static bool NextTick(MOD_RECORD &record)
 {
     if (!MOD_Tick(record.Player))
@@ -55,7 +58,7 @@ static bool NextTick(MOD_RECORD &record)
     const uint32_t parts = record.Player.Tempo * 2u;
     record.TickRest += uint64_t{record.SamplingRate} * 5;
     record.TickFrames = record.TickRest / parts;
-    record.TickRest %= parts;
+    record.TickRest = record.Rules == AUDIO_RULES_FORMAT ? 0 : record.TickRest % parts;
     record.Mixer.Filter = record.Player.Filter;
     return true;
 }
@@ -73,8 +76,11 @@ static std::shared_ptr<MOD_RECORD> MakeRecord(MOD_SONG &&song)
     for (size_t i = 0; i < record->SampleNames.size(); i++)
         record->SampleNames[i] = song.Samples[i + 1].Name;
     record->Rules = Audio_Rules;
+    record->Interpolation = MOD_Interpolation;
+    record->Separation = MOD_Separation;
     record->Song = std::move(song);
     const MOD_LENGTH length = MOD_Measure(record->Song);
+    MOD_MakeTables();
     record->Rows = length.Rows;
     record->Milliseconds = length.Milliseconds;
     StartOver(*record);
@@ -105,6 +111,9 @@ SOUND_FILLED MOD_Fill(MOD_HEADER &header, const SOUND_REFILL &refill)
         return {};
     if (header.SongPosition != record.LastPosition || header.Row != record.LastRow)
         StartOver(record);
+    record.Mixer.Interpolation =
+        static_cast<MOD_INTERPOLATION>(std::min<uint8_t>(header.Interpolation, MOD_SINC));
+    record.Mixer.Separation = std::min<uint8_t>(header.Separation, 100);
     uint8_t *out = refill.Buffer.data();
     uint64_t frames = refill.Buffer.size() / bytes;
     while (frames != 0) {

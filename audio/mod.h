@@ -2,12 +2,20 @@
 // audio/mod_song.h reads a file, audio/mod_replay.h runs the song, audio/mod_mixer.h sounds it.
 //
 // Every thread has its own table; a record is rendered by one thread at a time.
+//
+// The framework's rules and the format's (Audio_Rules) differ in:
+//   signatures those of MOD_IsSignature, 8 channels as they are named; those of other editors, too,
+//              and 8 channels that the file's length tells
+//   without    15 samples where one of ten marks stands for the signature; where header and
+//              patterns make sense throughout
+//   ticks      as long as the tempo says; whole frames, as in other players
 #pragma once
 
 #include <array>
 #include <atomic>
 #include <cstdint>
 
+#include "audio/mod_mixer.h"
 #include "audio/sound_file.h"
 
 #pragma GCC visibility push(default)
@@ -28,7 +36,15 @@ struct MOD_HEADER {
     uint8_t SampleCount;                               // 15 or 31
     std::array<std::array<char, 23>, 31> SampleNames;  // NUL at the end of each
     uint8_t Rules;                                     // AUDIO_RULES that it was loaded by
+    // From the switches below at the load. The thread that renders may change them.
+    uint8_t Interpolation, Separation;
 };
+
+/// How songs that are loaded from now on are rendered: MOD_INTERPOLATION, MOD_SINC if not set, and
+/// anything above for that; and how far apart the sides are in percent, 0 to 100, 50 if not set: 0
+/// gives both the same, 100 leaves nothing of one on the other.
+extern constinit thread_local uint8_t MOD_Interpolation;
+extern constinit thread_local uint8_t MOD_Separation;
 
 /// The songs that this thread loaded, in the order of loading; null where none is.
 extern constinit thread_local SOUND_TABLE<MOD_HEADER> MOD_Header;

@@ -44,12 +44,18 @@ struct MOD_SONG {
 /// Where a module with 31 samples has its signature of 4 bytes.
 constexpr size_t MOD_SignatureAt = 1080;
 
-/// Whether detection takes what stands there for a module: most of the signatures that MOD_ReadSong
-/// knows, or what known modules with 15 samples, which have none, have in its place.
+/// Whether detection takes what stands there for a module, by the framework's rules: most of the
+/// signatures that MOD_ReadSong knows, or what known modules with 15 samples, which have none, have
+/// in its place.
 bool MOD_IsSignature(std::span<const uint8_t, 4> bytes);
 
-/// Reads a module: 31 samples and a signature, or 15 samples and none. What a damaged file lacks is
-/// empty. Nothing, with a reason, when the file is no module or too short to hold a row.
+/// The same by the formats' rules, from a file's first bytes, of which 1084 or more are given: a
+/// signature, or a header with 15 samples and patterns that make sense throughout.
+bool MOD_IsModule(std::span<const uint8_t> head);
+
+/// Reads a module by Audio_Rules: 31 samples and a signature, or 15 samples and none. What a
+/// damaged file lacks is empty. Nothing, with a reason, when the file is no module or too short to
+/// hold a row.
 std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file);
 
 /// The cell of a channel below Channels; an empty one where the file has no such pattern.

@@ -306,3 +306,13 @@ SOUND_FILLED Sound_Nothing(const SOUND_REFILL &refill)
 {
     return {static_cast<uint32_t>(refill.Buffer.size()), 0};
 }
+
+uint64_t Sound_Seek(FILE *file, uint64_t start, uint64_t end, SOUND_GRAIN grain, uint64_t frame)
+{
+    if (grain.Bytes == 0 || grain.Frames == 0)
+        return 0;
+    const uint64_t grains =
+        std::min(frame / grain.Frames, (end - std::min(start, end)) / grain.Bytes);
+    fseeko(file, static_cast<off_t>(start + grains * grain.Bytes), SEEK_SET);
+    return grains * grain.Frames;
+}

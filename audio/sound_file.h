@@ -186,6 +186,15 @@ void Sound_Decoding(Header *record, SOUND_FILLED (*fill)(Header &, const SOUND_R
     *length = record ? fill(*record, {file, {buffer, *length}}).Length : 0;
 }
 
+/// How densely sound lies in a file: that many bytes give that many frames, wherever they start.
+struct SOUND_GRAIN {
+    uint64_t Bytes, Frames;
+};
+
+/// Puts `file` where `frame` of the sound between two positions begins, or the grain that it is in,
+/// or at the end of the last whole one. Returns the frame there.
+uint64_t Sound_Seek(FILE *file, uint64_t start, uint64_t end, SOUND_GRAIN grain, uint64_t frame);
+
 /// Turns file samples into what a buffer holds, in place; whole samples only.
 using SOUND_CONVERSION = void (*)(std::span<uint8_t> samples);
 void Sound_Keep(std::span<uint8_t> samples);

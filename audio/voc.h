@@ -57,6 +57,9 @@ void VOC_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 /// The same by record, on any thread.
 SOUND_FILLED VOC_Fill(VOC_HEADER &record, const SOUND_REFILL &refill);
 
+/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+uint64_t VOC_Seek(VOC_HEADER &record, FILE *file, uint64_t frame);
+
 /// Empties this thread's table. VOC_SoundNumber stays as it is.
 void VOC_Destroy();
 

@@ -74,6 +74,9 @@ void WAV_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 /// The same by record, on any thread.
 SOUND_FILLED WAV_Fill(WAV_HEADER &record, const SOUND_REFILL &refill);
 
+/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+uint64_t WAV_Seek(WAV_HEADER &record, FILE *file, uint64_t frame);
+
 /// The next sample of a channel (0 or 1) of record n, whose decoder moves on by a code of 4 bits.
 int32_t WAV_MS_ADPCM_GetNextSample(uint8_t n, uint8_t channel, uint8_t code);
 int32_t WAV_IMA_ADPCM_GetNextSample(uint8_t n, uint8_t channel, uint8_t code);

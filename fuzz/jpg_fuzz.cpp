@@ -21,7 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     const std::span<const uint8_t> file(data, size);
     const size_t tables = size == 0 ? 0 : std::min<size_t>(data[size - 1] * size_t{4}, size);
-    const JPG_STREAM stream = JPG_DecodeStream(file.first(tables), file, size % 2 == 0);
+    const JPG_STREAM stream =
+        JPG_DecodeStream(file.first(tables), file, size % 2 == 0, size_t{1} << 20);
     if (stream.Samples.size() != size_t{stream.Width} * stream.Height * stream.Components)
         std::abort();
     return 0;

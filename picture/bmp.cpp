@@ -217,8 +217,10 @@ static bool IsPossible()
         return false;
     }
     const size_t held = BMP_File.size() - h.DataOffset;
-    return HasRuns() ? Picture_Believes(h.Width, h.Height, held, BMP_MaxOutOfOne)
-                     : Picture_Believes(h.Width, h.Height, held * 8 / h.BitsPerPixel, 1);
+    const uint64_t expanded = HasRuns() ? uint64_t{h.Width} * h.Height : 0;
+    return Picture_Believes({h.Width, h.Height,
+                             HasRuns() ? held * BMP_MaxOutOfOne : held * 8 / h.BitsPerPixel,
+                             BMP_File.size(), expanded});
 }
 
 namespace

@@ -337,12 +337,17 @@ static size_t GIF_LZW_Decompress(const GIF_FRAME &frame, std::span<const uint8_t
     return at;
 }
 
+static uint64_t HeldPixels()
+{
+    return std::max<uint64_t>(GIF_File.size(), GIF_MinFile) * GIF_PixelsPerByte;
+}
+
 // The bytes of pictures that a file of this size may ask for.
 static uint64_t BelievedBytes()
 {
-    const uint64_t pixels =
-        std::max<uint64_t>(GIF_File.size(), GIF_MinFile) * GIF_PixelsPerByte * Picture_MinShare;
-    return std::min<uint64_t>(4 * pixels, Picture_MaxBytes);
+    const uint64_t memory = Picture_FreeMemory + GIF_File.size() * Picture_MemoryPerByte;
+    return std::min<uint64_t>(
+        {4 * Picture_MinShare * HeldPixels(), memory, uint64_t{Picture_MaxBytes}});
 }
 
 // Where the rules differ: whether a frame fits into `left` bytes, four a pixel. By the framework's
@@ -353,7 +358,7 @@ static bool Fits(uint64_t framePixels, uint64_t &left)
     const uint64_t screen = uint64_t{GIF_Header.Width} * GIF_Header.Height;
     const bool keeps = Picture_Rules != PICTURE_RULES_FORMAT;
     const uint64_t size = 4 * (keeps ? std::max(framePixels, screen) : framePixels);
-    if (size > left || 4 * screen + framePixels > Picture_MaxBytes)
+    if (size > left || 4 * screen + framePixels > BelievedBytes())
         return false;
     if (keeps)
         left -= size;
@@ -435,9 +440,8 @@ static void GIF_LoadFrames(GIF_OWNER &gif)
             }
             if (gif.Frames.empty()) {
                 AdoptScreen(GIF_Position);
-                if (!Picture_Believes(GIF_Header.Width, GIF_Header.Height,
-                                      std::max<uint64_t>(GIF_File.size(), GIF_MinFile),
-                                      GIF_PixelsPerByte))
+                if (!Picture_Believes(
+                        {GIF_Header.Width, GIF_Header.Height, HeldPixels(), GIF_File.size()}))
                     return;
             }
             if (!LoadFrame(gif, next, left))

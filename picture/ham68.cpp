@@ -113,7 +113,8 @@ static bool IsPossible()
     const size_t held =
         (HAM68_File.size() - h.DataOffset) * (squeezed ? HAM68_MaxOutOfOne : size_t{1});
     const size_t row = size_t{h.BytesPerRow} * std::max<uint8_t>(h.Planes, 1);
-    return Picture_Believes(h.Width, h.Height, held * h.Width / row, 1);
+    return Picture_Believes(
+        {h.Width, h.Height, held * h.Width / row, HAM68_File.size(), squeezed ? PlaneBytes() : 0});
 }
 
 static void LoadFile(const char *path, uint16_t width, uint8_t rawPlanes)
@@ -132,6 +133,7 @@ static void LoadFile(const char *path, uint16_t width, uint8_t rawPlanes)
         BYTES_BUFFER expanded(HAM68_File.begin(),
                               HAM68_File.begin() +
                                   static_cast<ptrdiff_t>(std::min(fixed, HAM68_File.size())));
+        expanded.reserve(fixed + std::min(PlaneBytes(), HAM68_File.size() * HAM68_MaxOutOfOne));
         ExpandRuns(Bytes_GetSpan(HAM68_File, fixed), expanded, fixed + PlaneBytes());
         HAM68_File = std::move(expanded);
     }
@@ -168,27 +170,53 @@ static void ReadPalette(uint8_t planes)
 // Which component a control value replaces: blue, red, green.
 constexpr std::array<size_t, 4> HAM68_Component = {0, 2, 0, 1};
 
-static void DecodeRow(std::span<const uint8_t> row, uint8_t planes, uint8_t *out)
+namespace
 {
-    const HAM68_HEADER &h = HAM68_Header;
-    std::array<uint8_t, 4> running = {0, 0, 0, 255};
-    for (size_t k = 0; k < h.BytesPerRow; k++) {
-        std::array<uint8_t, 8> codes{};  // of the 8 pixels of a byte column
-        for (size_t p = 0; p < planes; p++) {
-            size_t position = p * h.BytesPerRow + k;
-            const uint8_t bits = Bytes_GetByte(row, position);
-            for (size_t j = 0; j < 8; j++)
-                codes[j] = static_cast<uint8_t>(codes[j] | (bits >> (7 - j) & 1) << p);
+
+// What a code does to the running pixel: keeps some of its bits, sets others.
+struct HAM68_STEP {
+    uint32_t Keep, Set;
+};
+using HAM68_STEPS = std::array<HAM68_STEP, 256>;
+
+}  // namespace
+
+static HAM68_STEPS MakeSteps(uint8_t planes)
+{
+    HAM68_STEPS steps{};
+    const int shift = planes == 6 ? 4 : 2;
+    for (size_t code = 0; code < steps.size(); code++) {
+        const size_t control = planes == 6 ? code >> 4 & 3 : planes == 8 ? code & 3 : 0;
+        const size_t value = planes == 6 ? code & 15 : planes == 8 ? code >> 2 : 0;
+        std::array<uint32_t, 3> keep{}, set{};
+        if (control == 0) {
+            std::copy_n(HAM68_Header.Palette[value].begin(), 3, set.begin());
+        } else {
+            keep = {255, 255, 255};
+            keep[HAM68_Component[control]] = 0;
+            set[HAM68_Component[control]] = static_cast<uint8_t>(value << shift);
         }
-        for (const uint8_t code : codes) {
-            const uint8_t control = planes == 6 ? code >> 4 : planes == 8 ? code & 3 : 0;
-            const uint8_t value = planes == 6 ? code & 15 : planes == 8 ? code >> 2 : 0;
-            if (control == 0)
-                std::copy_n(h.Palette[value].begin(), 3, running.begin());
-            else
-                running[HAM68_Component[control]] =
-                    static_cast<uint8_t>(value << (planes == 6 ? 4 : 2));
-            out = std::copy(running.begin(), running.end(), out);
+        steps[code] = {Pixels_Pack(keep[0], keep[1], keep[2], 255),
+                       Pixels_Pack(set[0], set[1], set[2], 0)};
+    }
+    return steps;
+}
+
+static void DecodeRow(std::span<const uint8_t> row, uint8_t planes, const HAM68_STEPS &steps,
+                      uint8_t *out)
+{
+    const size_t bytes = HAM68_Header.BytesPerRow;
+    uint32_t running = Pixels_Pack(0, 0, 0, 255);
+    for (size_t k = 0; k < bytes; k++) {
+        uint64_t packed = 0;
+        for (size_t p = 0; p < planes; p++) {
+            size_t position = p * bytes + k;
+            packed |= Pixels_Spread[Bytes_GetByte(row, position)] << p;
+        }
+        for (const uint8_t code : std::bit_cast<std::array<uint8_t, 8>>(packed)) {
+            running = (running & steps[code].Keep) | steps[code].Set;
+            Pixels_Put(out, running);
+            out += 4;
         }
     }
 }
@@ -204,8 +232,9 @@ uint8_t *HAM68_Decoding(uint8_t planes)
     ReadPalette(planes);
     const uint8_t used = planes == 6 || planes == 8 ? planes : 0;  // others: palette entry 0
     const size_t row = size_t{used} * h.BytesPerRow;
+    const HAM68_STEPS steps = MakeSteps(used);
     for (size_t y = 0; y < h.Height; y++)
-        DecodeRow(Bytes_GetSpan(HAM68_File, h.DataOffset + y * row, row), used,
+        DecodeRow(Bytes_GetSpan(HAM68_File, h.DataOffset + y * row, row), used, steps,
                   pixels + y * h.Width * 4);
     return pixels;
 }

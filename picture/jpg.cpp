@@ -98,7 +98,9 @@ static bool LoadEmbedded()
     h.FileSize = static_cast<uint32_t>(std::min<uint64_t>(end, JPG_File.size()));
     h.Width = h.Height = h.RestartInterval = 0;
     const uint8_t rules = JPG_Decoder.Rules;
+    const uint64_t picture = uint64_t{4} * JPG_Decoder.PaddedWidth * JPG_Decoder.PaddedHeight;
     JPG_Decoder = {};
+    JPG_Decoder.Beside = picture;
     JPG_Decoder.Rules = rules;
     JPG_Decoder.Embedded = true;
     JPG_Decoder.Start = JPG_Position = exif.ThumbOffset;
@@ -186,7 +188,7 @@ private:
 }  // namespace
 
 JPG_STREAM JPG_DecodeStream(std::span<const uint8_t> tables, std::span<const uint8_t> stream,
-                            bool toRGB)
+                            bool toRGB, uint64_t maxPixels)
 {
     return Reason_Guard([&] {
         const JPG_KEPT kept;
@@ -194,6 +196,7 @@ JPG_STREAM JPG_DecodeStream(std::span<const uint8_t> tables, std::span<const uin
         bytes.insert(bytes.end(), stream.begin(), stream.end());
         Begin(PICTURE_RULES_FORMAT, std::move(bytes));
         JPG_Decoder.Stream = true;
+        JPG_Decoder.MaxPixels = maxPixels;
         JPG_Decoder.Start = tables.size();
         JPG_WalkMarkers();
         const JPG_HEADER &h = JPG_Header;

@@ -77,9 +77,9 @@ struct JPG_STREAM {
 /// Decodes an abbreviated or whole JPEG stream by the format's rules, with the tables of another
 /// one, which may be empty (T.81, B.5; TIFF's JPEGTables). Every component is brought to full size.
 /// `toRGB` converts three components from YCbCr; all else stays as stored. Damage leaves what was
-/// read, and a reason; empty, with a reason, for what JPG_Decoding refuses. The named records of a
-/// file that is being decoded on this thread stay as they are.
+/// read, and a reason; empty, with a reason, for what JPG_Decoding refuses and for more pixels than
+/// `maxPixels`. The named records of a file that is being decoded on this thread stay as they are.
 JPG_STREAM JPG_DecodeStream(std::span<const uint8_t> tables, std::span<const uint8_t> stream,
-                            bool toRGB);
+                            bool toRGB, uint64_t maxPixels);
 
 #pragma GCC visibility pop

@@ -80,6 +80,8 @@ struct JPG_DECODER {
     uint8_t Transform;    // Adobe's: 0 none, 1 YCbCr, 2 YCCK
     uint32_t IFDEntries;  // read, of all Exif segments
     size_t Start;         // of the picture in the file
+    uint64_t Beside;      // bytes in memory of the picture that this is the thumbnail of
+    uint64_t MaxPixels;   // of a part of another file
 };
 
 struct JPG_EXIF_ENTRY {

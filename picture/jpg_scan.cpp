@@ -382,6 +382,14 @@ static bool FactorsFit()
 // Pixels of an Exif thumbnail, which has 160 x 120 as a rule.
 constexpr uint32_t JPG_MaxThumbnail = 1 << 22;
 
+// Pixels that the picture may have, being a part of another file or a thumbnail.
+static uint64_t MaxPixels()
+{
+    return JPG_Decoder.Embedded ? JPG_MaxThumbnail
+           : JPG_Decoder.Stream ? JPG_Decoder.MaxPixels
+                                : UINT64_MAX;
+}
+
 // What there is no picture for, and why.
 static bool IsRefused(JPG_COLOURS colours)
 {
@@ -401,12 +409,15 @@ static bool IsRefused(JPG_COLOURS colours)
         Reason_Set("sampling factors that make no sense");
     else if (d.PaddedWidth > 65535 || d.PaddedHeight > 65535)
         Reason_Set("a padded side of more than 65535 pixels");
-    else if (d.Embedded && d.PaddedWidth * d.PaddedHeight > JPG_MaxThumbnail)
-        Reason_Set("a thumbnail of %d x %d pixels", h.Width, h.Height);
+    else if (uint64_t{h.Width} * h.Height > MaxPixels())
+        Reason_Set("a %s of %d x %d pixels", d.Embedded ? "thumbnail" : "part", h.Width, h.Height);
     else
         return false;
     return true;
 }
+
+// Bytes of a block's coefficients, and of which of them are 0.
+constexpr uint64_t JPG_BlockMemory = 64 * sizeof(int16_t) + sizeof(uint64_t);
 
 // Blocks of all components in an MCU.
 static uint64_t BlocksOfMcu()
@@ -416,6 +427,11 @@ static uint64_t BlocksOfMcu()
     for (size_t i = 0; i < h.ComponentCount; i++)
         blocks += (h.Components[i].Sampling >> 4) * (h.Components[i].Sampling & 15u);
     return blocks;
+}
+
+static uint64_t AllBlocks()
+{
+    return BlocksOfMcu() * JPG_Decoder.McusAcross * JPG_Decoder.McusDown;
 }
 
 // Bytes of the file from the picture's start on.
@@ -430,13 +446,17 @@ static uint64_t OwnBytes()
 // file's size, since a small damaged one may hold something.
 constexpr uint64_t JPG_BlocksPerByte = 12, JPG_FreePixels = 1 << 23;
 
-static bool IsBelievable()
+// Of a part of another file the samples are copied, too.
+static bool IsBelievable(const PICTURE &picture)
 {
     const JPG_DECODER &d = JPG_Decoder;
     const uint64_t perByte = JPG_BlocksPerByte * 64 * d.H * d.V / BlocksOfMcu() / Picture_MinShare;
-    const bool isFree = uint64_t{d.PaddedWidth} * d.PaddedHeight <= JPG_FreePixels;
-    return Picture_Believes(d.PaddedWidth, d.PaddedHeight, isFree ? JPG_FreePixels : OwnBytes(),
-                            std::max<uint64_t>(perByte, 1));
+    const uint64_t pixels = uint64_t{d.PaddedWidth} * d.PaddedHeight;
+    const uint64_t coefficients = picture.Direct ? 0 : AllBlocks() * JPG_BlockMemory;
+    return Picture_Believes(
+        {d.PaddedWidth, d.PaddedHeight,
+         pixels <= JPG_FreePixels ? JPG_FreePixels : OwnBytes() * std::max<uint64_t>(perByte, 1),
+         JPG_File.size(), d.Beside + coefficients + (d.Stream ? pixels * picture.Count : 0)});
 }
 
 // Several components may have the same id. By the framework's rules a scan's is always the first of
@@ -481,15 +501,24 @@ static bool MakeCoefficients(PICTURE &picture)
     return next != nullptr;
 }
 
+static uint8_t FullFactors()
+{
+    return static_cast<uint8_t>(JPG_Decoder.H << 4 | JPG_Decoder.V);
+}
+
+// A single component of other factors has its blocks not in the order of its MCUs.
+static bool IsDirect(PICTURE &picture)
+{
+    return JPG_Header.ScanMode == 1 && !JPG_Decoder.Progressive &&
+           (picture.Count > 1 || FullFactors() == 0x11) &&
+           FindComponents(picture).size() == picture.Count;
+}
+
 static bool MakeComponents(PICTURE &picture)
 {
     const JPG_HEADER &h = JPG_Header;
     const JPG_DECODER &d = JPG_Decoder;
-    picture.Count = h.ComponentCount;
-    const auto full = static_cast<uint8_t>(d.H << 4 | d.V);
-    // A single component of other factors has its blocks not in the order of its MCUs.
-    picture.Direct = h.ScanMode == 1 && !d.Progressive && (picture.Count > 1 || full == 0x11) &&
-                     FindComponents(picture).size() == picture.Count;
+    const uint8_t full = FullFactors();
     for (size_t i = 0; i < picture.Count; i++) {
         COMPONENT &c = picture.Components[i];
         c.Plane = JPG_MakePlane(h.Components[i].Sampling, full, h.Width, h.Height,
@@ -693,7 +722,7 @@ static void DecodeAllScans(PICTURE &picture, uint8_t *pixels)
     JPG_Decoder.InScans = true;
     const JPG_DECODER decoder = JPG_Decoder;  // should a second frame header follow
     const JPG_HEADER header = JPG_Header;
-    const uint64_t blocks = BlocksOfMcu() * decoder.McusAcross * decoder.McusDown;
+    const uint64_t blocks = AllBlocks();
     while (JPG_Header.DataOffset != 0 && IsBounded(picture, blocks)) {
         picture.Scans++;
         DecodeScan(picture, pixels);
@@ -718,13 +747,17 @@ static void DecodeAllScans(PICTURE &picture, uint8_t *pixels)
 
 uint8_t *JPG_DecodeScans(JPG_COLOURS colours)
 {
-    if (IsRefused(colours) || !IsBelievable())
+    if (IsRefused(colours))
+        return nullptr;
+    const auto picture = std::make_unique<PICTURE>();
+    picture->Colours = colours;
+    picture->Count = JPG_Header.ComponentCount;
+    picture->Direct = IsDirect(*picture);
+    if (!IsBelievable(*picture))
         return nullptr;
     const size_t pixelBytes = JPG_PixelBytes(colours, JPG_Header.ComponentCount);
     const size_t bytes = size_t{JPG_Decoder.PaddedWidth} * JPG_Decoder.PaddedHeight * pixelBytes;
     std::unique_ptr<uint8_t, JPG_FREE> pixels(static_cast<uint8_t *>(std::malloc(bytes)));
-    const auto picture = std::make_unique<PICTURE>();
-    picture->Colours = colours;
     if (!pixels || !MakeComponents(*picture)) {
         Reason_Set("out of memory");
         return nullptr;

@@ -185,7 +185,10 @@ static bool IsPossible()
     const size_t body = Bytes_GetSpan(LBM_File, h.BodyOffset).size() *
                         (h.Compression == LBM_ByteRun1 ? PackBits_MaxOutOfOne : 1);
     const size_t row = std::max<size_t>(RowBytes(ShortPlane()), 1);
-    return body != 0 && Picture_Believes(h.BufferWidth, h.Height, body * h.BufferWidth / row, 1);
+    const bool expands = h.Compression == LBM_ByteRun1 || h.FormType == LBM_ACBM;
+    return body != 0 &&
+           Picture_Believes({h.BufferWidth, h.Height, body * h.BufferWidth / row, LBM_File.size(),
+                             expands ? RowBytes(WordPlane()) * h.Height : 0});
 }
 
 // ACBM has the rows of a plane together; here they become ILBM's, the planes of a row together.
@@ -236,19 +239,6 @@ void LBM_Load(const char *path)
     });
 }
 
-// A byte's bits as eight bytes of 0 or 1, the highest bit first in memory.
-static constexpr std::array<uint64_t, 256> LBM_Spread = [] {
-    std::array<uint64_t, 256> spread{};
-    for (size_t byte = 0; byte < spread.size(); byte++) {
-        std::array<uint8_t, 8> bits{};
-        for (size_t i = 0; i < bits.size(); i++)
-            bits[i] = byte >> (7 - i) & 1;
-        spread[byte] = std::bit_cast<uint64_t>(bits);
-    }
-    return spread;
-}();
-static_assert(LBM_Spread[0x80] + LBM_Spread[0x01] == LBM_Spread[0x81]);
-
 // Byte columns that are turned at a time, and their bytes of eight planes.
 constexpr size_t LBM_Block = 8;
 using LBM_WORDS = std::array<uint64_t, LBM_Block>;
@@ -292,7 +282,7 @@ static void JoinFew(const LBM_WORDS &planes, uint8_t *out)
     for (size_t k = 0; k < LBM_Block; k++) {
         uint64_t values = 0;
         for (size_t p = 0; p < COUNT; p++)
-            values |= LBM_Spread[planes[p] >> 8 * k & 0xFF] << p;
+            values |= Pixels_Spread[planes[p] >> 8 * k & 0xFF] << p;
         std::memcpy(out + 8 * k, &values, 8);
     }
 }

@@ -15,15 +15,6 @@ constexpr size_t PCX_PaletteSize = 256 * 3;  // at the end of a file of 256 colo
 constexpr uint8_t PCX_PaletteMark = 12;      // before it
 constexpr size_t PCX_MaxRun = 63;
 
-// Bit 7 - i of a byte in byte i: the first of eight pixels is the highest bit.
-constexpr auto PCX_Spread = [] {
-    std::array<std::array<uint8_t, 8>, 256> table{};
-    for (size_t byte = 0; byte < 256; byte++)
-        for (size_t i = 0; i < 8; i++)
-            table[byte][i] = byte >> (7 - i) & 1;
-    return table;
-}();
-
 static bool ByFormat()
 {
     return PCX_Header.Rules == PICTURE_RULES_FORMAT;
@@ -130,6 +121,15 @@ static void ExpandRuns(std::span<const uint8_t> packed, size_t size, BYTES_BUFFE
     out.resize(std::min(static_cast<size_t>(to - out.data()), start + size));
 }
 
+// Whether the image of `size` bytes is, and the pixels that are made of it.
+static bool IsWorthExpanding(size_t size)
+{
+    const PCX_HEADER &h = PCX_Header;
+    const uint64_t most = PCX_File.size() / 2 * PCX_MaxRun, row = std::max<size_t>(RowSize(), 1);
+    return Picture_Believes({h.Width, h.Height, most / row * h.Width + h.Width, PCX_File.size(),
+                             std::min<uint64_t>(size, most)});
+}
+
 void PCX_Load(const char *path)
 {
     PCX_File = {};
@@ -137,8 +137,8 @@ void PCX_Load(const char *path)
         PCX_File = Bytes_LoadFile(path);
         ReadHeader();
         const size_t size = RowSize() * PCX_Header.Height;
-        if (PCX_Header.Encoding != 1 || !IsKnown() || size > Picture_MaxBytes ||
-            PCX_File.size() < PCX_HeaderSize + TailSize())
+        if (PCX_Header.Encoding != 1 || !IsKnown() ||
+            PCX_File.size() < PCX_HeaderSize + TailSize() || !IsWorthExpanding(size))
             return;
         const auto tail = PCX_File.end() - static_cast<ptrdiff_t>(TailSize() + MarkSize());
         BYTES_BUFFER expanded(PCX_File.begin(), PCX_File.begin() + PCX_HeaderSize);
@@ -194,13 +194,12 @@ static void DecodePlanes(std::span<const uint8_t> row, uint8_t *out)
 {
     const PCX_HEADER &h = PCX_Header;
     for (size_t x = 0; x < h.Width; x += 8) {
-        std::array<uint8_t, 8> indexes{};
+        uint64_t packed = 0;
         for (size_t p = 0; p < h.BitsPerPixel; p++) {
             size_t position = p * h.BytesPerLine + x / 8;
-            const auto &bits = PCX_Spread[Bytes_GetByte(row, position)];
-            for (size_t i = 0; i < 8; i++)
-                indexes[i] = static_cast<uint8_t>(indexes[i] | bits[i] << p);
+            packed |= Pixels_Spread[Bytes_GetByte(row, position)] << p;
         }
+        const auto indexes = std::bit_cast<std::array<uint8_t, 8>>(packed);
         Pixels_FromIndexes(std::span(indexes).first(std::min<size_t>(8, h.Width - x)), h.Palette,
                            out + 4 * x);
     }
@@ -241,7 +240,7 @@ uint8_t *PCX_Decoding()
     }
     // A width of 65536 is stored as 0, and its lines may have no bytes.
     const size_t held = RowSize() != 0 ? data.size() / RowSize() : 0;
-    if (!Picture_Believes(h.Width, h.Height, held * h.Width, 1))
+    if (!Picture_Believes({h.Width, h.Height, held * h.Width, PCX_File.size()}))
         return nullptr;
     if (held == 0) {
         Reason_Set("cut in its first row");

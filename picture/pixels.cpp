@@ -1,11 +1,12 @@
 #include "picture/pixels.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "extra/reason.h"
 
 constinit thread_local uint8_t Picture_Rules = PICTURE_RULES_FRAMEWORK;
-size_t Picture_MaxBytes = size_t{1} << 30;
+size_t Picture_MaxBytes = size_t{512} << 20;
 
 // Bytes of a picture; 0, with a reason, for one that cannot be.
 static size_t PixelBytes(uint64_t width, uint64_t height)
@@ -23,18 +24,22 @@ static size_t PixelBytes(uint64_t width, uint64_t height)
     return static_cast<size_t>(width * height * 4);
 }
 
-bool Picture_Believes(uint64_t width, uint64_t height, uint64_t fileBytes, uint64_t pixelsPerByte)
+bool Picture_Believes(const PICTURE_CLAIM &claim)
 {
-    const size_t bytes = PixelBytes(width, height);
+    const uint64_t bytes = PixelBytes(claim.Width, claim.Height);
     if (bytes == 0)
         return false;
-    if (bytes / 4 / Picture_MinShare / pixelsPerByte > fileBytes) {
-        Reason_Set("%llu bytes cannot hold %llu x %llu pixels",
-                   static_cast<unsigned long long>(fileBytes),
-                   static_cast<unsigned long long>(width), static_cast<unsigned long long>(height));
-        return false;
-    }
-    return true;
+    const bool fills = bytes / 4 / Picture_MinShare <= claim.Held;
+    const uint64_t memory = bytes + claim.Beside;
+    const uint64_t earned = memory - std::min(memory, Picture_FreeMemory);
+    if (fills && earned / Picture_MemoryPerByte <= claim.FileBytes)
+        return true;
+    Reason_Set(fills ? "%llu bytes are not worth the memory of %llu x %llu pixels"
+                     : "%llu bytes cannot hold %llu x %llu pixels",
+               static_cast<unsigned long long>(claim.FileBytes),
+               static_cast<unsigned long long>(claim.Width),
+               static_cast<unsigned long long>(claim.Height));
+    return false;
 }
 
 static uint8_t *Allocated(void *pixels)

@@ -28,10 +28,21 @@ extern size_t Picture_MaxBytes;
 /// more is decoded as truncated.
 constexpr size_t Picture_MinShare = 8;
 
-/// Whether a size is to be believed: neither side is 0, the pixels fit into Picture_MaxBytes, and
-/// `fileBytes` bytes of pixel data, of which each can stand for `pixelsPerByte` pixels at the
-/// compression's best, hold at least one part in Picture_MinShare of them. Sets the reason if not.
-bool Picture_Believes(uint64_t width, uint64_t height, uint64_t fileBytes, uint64_t pixelsPerByte);
+/// What decoding a file may take of memory: so many bytes, and so many more for each of the file's.
+constexpr uint64_t Picture_FreeMemory = 48 << 20, Picture_MemoryPerByte = 4096;
+
+/// What a file says of its picture.
+struct PICTURE_CLAIM {
+    uint64_t Width, Height;  // pixels
+    uint64_t Held;           // pixels that its data can stand for at the compression's best
+    uint64_t FileBytes;
+    uint64_t Beside = 0;  // bytes that decoding takes beside four a pixel
+};
+
+/// Whether that is to be believed: neither side is 0, the pixels fit into Picture_MaxBytes, the
+/// data hold at least one part in Picture_MinShare of them, and the file is worth the memory. Sets
+/// the reason if not.
+bool Picture_Believes(const PICTURE_CLAIM &claim);
 
 /// A zeroed buffer of width x height RGBA pixels from calloc, the caller's. Null, with a reason,
 /// when a side is 0, when it would pass Picture_MaxBytes, or without memory.
@@ -85,6 +96,19 @@ inline void Pixels_FromGreys(std::span<const uint8_t> greys, uint8_t *out)
     for (size_t i = 0; i < greys.size(); i++)
         Pixels_Put(out + 4 * i, Pixels_Pack(greys[i], greys[i], greys[i], 255));
 }
+
+/// A byte's bits as eight bytes of 0 or 1, the highest bit first in memory.
+inline constexpr std::array<uint64_t, 256> Pixels_Spread = [] {
+    std::array<uint64_t, 256> spread{};
+    for (size_t byte = 0; byte < spread.size(); byte++) {
+        std::array<uint8_t, 8> bits{};
+        for (size_t i = 0; i < bits.size(); i++)
+            bits[i] = byte >> (7 - i) & 1;
+        spread[byte] = std::bit_cast<uint64_t>(bits);
+    }
+    return spread;
+}();
+static_assert(Pixels_Spread[0x80] + Pixels_Spread[0x01] == Pixels_Spread[0x81]);
 
 /// The eight pixels of a byte whose set bits are black and clear bits white, for either order.
 using PIXELS_BILEVEL = std::array<std::array<uint8_t, 32>, 256>;

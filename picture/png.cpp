@@ -498,7 +498,8 @@ static bool Decodable()
     // RFC 1951 makes at most 258 bytes of 2 bits. Picture_MinShare leaves room for damage in
     // pixels of 8 bits and more, and for the eight pixels that a byte of 1-bit samples holds.
     constexpr uint64_t maxInflation = 1032;
-    return Picture_Believes(h.IHDRWidth, h.IHDRHeight, PNG_Decoder.Length, maxInflation);
+    return Picture_Believes(
+        {h.IHDRWidth, h.IHDRHeight, PNG_Decoder.Length * maxInflation, PNG_Decoder.Data.size()});
 }
 
 namespace

@@ -397,10 +397,13 @@ uint8_t *PXM_Decoding()
         return nullptr;
     }
     const size_t stored = Bytes_GetSpan(PXM_File, PXM_Position).size(), row = ShortestRow();
-    if (stored < row || stored < row * h.Height / Picture_MinShare) {
-        Reason_Set("%zu bytes cannot hold %d x %d pixels", stored, h.Width, h.Height);
+    if (stored < row) {
+        Reason_Set("cut in its first row");
         return nullptr;
     }
+    if (!Picture_Believes(
+            {h.Width, h.Height, row == 0 ? UINT64_MAX : stored / row * h.Width, PXM_File.size()}))
+        return nullptr;
     return Reason_Guard([&]() -> uint8_t * {
         uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
         if (!pixels)

@@ -148,6 +148,14 @@ static void ExpandFile()
     h.ImageType = static_cast<uint8_t>(h.ImageType - TGA_RunLength);
 }
 
+static bool IsWorthExpanding()
+{
+    const TGA_HEADER &h = TGA_Header;
+    const uint64_t packets = TGA_File.size() / (1 + PixelSize());
+    return Picture_Believes(
+        {h.Width, h.Height, packets * TGA_MaxRun, TGA_File.size(), ImageSize()});
+}
+
 void TGA_Load(const char *path)
 {
     TGA_File = {};
@@ -156,7 +164,7 @@ void TGA_Load(const char *path)
         ReadHeader();
         const uint8_t type = TGA_Header.ImageType;
         if (type > TGA_RunLength && Supports(static_cast<uint8_t>(type - TGA_RunLength)) &&
-            TGA_File.size() >= TGA_HeaderSize && ImageSize() <= Picture_MaxBytes)
+            TGA_File.size() >= TGA_HeaderSize && IsWorthExpanding())
             ExpandFile();
     });
 }
@@ -269,7 +277,7 @@ uint8_t *TGA_Decoding()
         Reason_Set("image type %d of %d bits a pixel", h.ImageType, h.BitsPerPixel);
         return nullptr;
     }
-    if (!Picture_Believes(h.Width, h.Height, data.size() / PixelSize(), 1))
+    if (!Picture_Believes({h.Width, h.Height, data.size() / PixelSize(), TGA_File.size()}))
         return nullptr;
     if (data.size() < row) {
         Reason_Set("cut in its first row");

@@ -172,12 +172,15 @@ static bool IsSupported()
            Demand(h.TileWidth != 0 && h.RowsPerStrip != 0, "tiles of no size");
 }
 
-// What decoding a file of few bytes may take, in bytes.
-static uint64_t MaxMemory()
+// Bytes that expanding a strip or tile takes, of all planes. JPEG streams have samples, pixels and
+// coefficients.
+static uint64_t ChunkMemory(const TIF_GRID &grid)
 {
-    return TIF_File.size() <= 1024         ? uint64_t{58} << 20
-           : TIF_File.size() <= 100 * 1024 ? uint64_t{420} << 20
-                                           : UINT64_MAX;
+    constexpr uint64_t ofJPEG = 4;
+    const uint64_t bytes = grid.BytesOf(0) * grid.Planes;
+    return TIF_Header.Compression == TIF_Plain  ? 0
+           : TIF_Header.Compression == TIF_JPEG ? bytes * ofJPEG
+                                                : bytes;
 }
 
 static bool IsPossible()
@@ -197,21 +200,17 @@ static bool IsPossible()
         stored += size;
         used += size + (size != 0 && tables > TIF_FreeTables ? tables : 0);
     }
-    const uint64_t file = TIF_File.size(), pixels = uint64_t{h.Width} * h.Height;
-    const uint64_t bytes = pixels * h.Samples * h.BitsPerSample / 8;
+    const uint64_t file = TIF_File.size();
     const uint64_t held = std::min(stored, file) * Packing()->Ratio;
+    const uint64_t columns = strips.Grid.Across * h.TileWidth;  // those beyond the picture, too
+    const uint64_t pixels = held * 8 / (uint64_t{h.Samples} * h.BitsPerSample) * h.Width / columns;
     const uint64_t overlap = h.Compression == TIF_JPEG ? TIF_MaxOverlapOfJPEG : TIF_MaxOverlap;
-    const uint64_t chunk =
-        h.Compression == TIF_Plain ? 0 : strips.Grid.BytesOf(0) * strips.Grid.Planes;
+    const uint64_t chunk = ChunkMemory(strips.Grid);
     return Demand(stored != 0, "no pixels stored") &&
            Demand(used <= overlap * file, "strips that overlap") &&
-           Picture_Believes(h.Width, h.Height, UINT64_MAX, 1) &&  // a pixel may take several bytes
-           Demand(bytes / Picture_MinShare <= held, "%zu bytes cannot hold %u x %u pixels",
-                  TIF_File.size(), h.Width, h.Height) &&
-           Demand(chunk <= Picture_MaxBytes, "strips of more than %zu MiB",
-                  Picture_MaxBytes >> 20) &&
-           Demand(pixels * 4 + chunk <= MaxMemory(), "%u x %u pixels out of a file of %zu bytes",
-                  h.Width, h.Height, TIF_File.size());
+           Demand(strips.Grid.BytesOf(0) * strips.Grid.Planes <= Picture_MaxBytes,
+                  "strips of more than %zu MiB", Picture_MaxBytes >> 20) &&
+           Picture_Believes({h.Width, h.Height, pixels, file, chunk});
 }
 
 void TIF_Load(const char *path)

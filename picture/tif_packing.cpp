@@ -173,7 +173,10 @@ static std::span<const uint8_t> ExpandJPEG(std::span<const uint8_t> stored,
 {
     if (stored.empty())
         return {};
-    JPG_STREAM jpeg = JPG_DecodeStream(tables, stored, TIF_Header.Photometric == TIF_YCbCr);
+    constexpr uint64_t free = 1 << 16;  // pixels that any stream may have
+    const uint64_t pixels = uint64_t{TIF_Header.TileWidth} * TIF_Header.RowsPerStrip;
+    JPG_STREAM jpeg = JPG_DecodeStream(tables, stored, TIF_Header.Photometric == TIF_YCbCr,
+                                       std::max(pixels, free));
     if (jpeg.Samples.empty())
         return {};
     buffers.Expanded = std::move(jpeg.Samples);

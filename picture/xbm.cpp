@@ -189,7 +189,7 @@ uint8_t *XBM_Decoding()
         return nullptr;
     // A byte of bits takes two characters and a comma.
     const size_t held = (XBM_File.size() - h.DataOffset) / 2;
-    if (!Picture_Believes(h.BytesPerRow * 8u, h.Height, held, 8))
+    if (!Picture_Believes({h.BytesPerRow * 8u, h.Height, held * 8, XBM_File.size()}))
         return nullptr;
     uint8_t *pixels = Picture_NewPixels(h.BytesPerRow * 8u, h.Height);
     if (pixels && !(ByFormat() ? DecodeByFormat(pixels) : DecodeByFramework(pixels)))

@@ -240,6 +240,11 @@ TEST(JPG, DamageStaysWhereItIs)
     ASSERT_GT(third, second + 4);
 
     EXPECT_EQ(Decode(file + Read("progressive_444.jpg")), whole) << "nothing follows the end";
+    const BYTES scans = Read("progressive_420.jpg");
+    Decode(scans);
+    EXPECT_STREQ(Reason_Get(), "");
+    Decode(Prefix(scans, scans.size() - 2));
+    EXPECT_TRUE(std::string_view(Reason_Get()).starts_with("cut after scan ")) << Reason_Get();
 
     // Cut: what stands before is there, what follows is grey.
     const BYTES cut = Decode(Prefix(file, second));
@@ -639,8 +644,8 @@ TEST(JPG, StreamsOfOtherFiles)
         Without(Without(Prefix(file, Find(file, 0xDA)), 0xE0), 0xC0) + BYTES{0xFF, 0xD9};
     const BYTES expected = Decode(file);
     JPG_Load(WriteTemp("outer.jpg", good).c_str());  // while another file is being decoded
-    const JPG_STREAM rgb = JPG_DecodeStream(tables, stream, true);
-    const JPG_STREAM stored = JPG_DecodeStream(tables, stream, false);
+    const JPG_STREAM rgb = JPG_DecodeStream(tables, stream, true, 1000);
+    const JPG_STREAM stored = JPG_DecodeStream(tables, stream, false, 1000);
     EXPECT_EQ(BYTES(rgb.Samples.begin(), rgb.Samples.end()), expected);
     EXPECT_EQ(rgb.Width * 100 + rgb.Height, 3327u);
     ASSERT_EQ(stored.Samples.size(), rgb.Samples.size());
@@ -648,8 +653,8 @@ TEST(JPG, StreamsOfOtherFiles)
         const double red = stored.Samples[i] + 1.402 * (stored.Samples[i + 2] - 128);
         ASSERT_NEAR(rgb.Samples[i], std::clamp(red, 0.0, 255.0), 0.5);
     }
-    EXPECT_EQ(JPG_DecodeStream({}, Read("grey.jpg"), true).Components, 1u);
-    EXPECT_TRUE(JPG_DecodeStream(tables, {}, true).Samples.empty());
+    EXPECT_EQ(JPG_DecodeStream({}, Read("grey.jpg"), true, 1 << 20).Components, 1u);
+    EXPECT_TRUE(JPG_DecodeStream(tables, {}, true, 1000).Samples.empty());
     EXPECT_EQ(JPG_Header.Width, 33);
     EXPECT_TRUE(JPG_Decoder.Progressive);
     uint8_t *pixels = JPG_Decoding();

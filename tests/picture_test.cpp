@@ -79,6 +79,22 @@ TEST(PictureLoad, SizesAreBounded)
     std::free(pixels);
     EXPECT_EQ(Picture_NewPixels(10, 11), nullptr);
     Picture_MaxBytes = limit;
+    const struct {
+        const char *what;
+        PICTURE_CLAIM claim;
+        bool believed;
+    } rows[] = {
+        {"an eighth of the pixels", {100, 80, 1000, 10}, true},
+        {"less", {100, 80, 999, 10}, false},
+        {"no height", {100, 0, 1000, 10}, false},
+        {"the memory that any file gets", {4096, 3072, 1 << 30, 0}, true},
+        {"a page more", {4096, 3072, 1 << 30, 0, 4096}, false},
+        {"a page more for another byte", {4096, 3072, 1 << 30, 1, 4096}, true},
+        {"the largest picture", {16384, 8192, 1 << 30, 1 << 20}, true},
+        {"a larger one", {16384, 8193, 1 << 30, 1 << 20}, false},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(Picture_Believes(r.claim), r.believed) << r.what;
 }
 
 // A 3 by 2 picture in a wider buffer, its pixels numbered by their red; one is transparent.

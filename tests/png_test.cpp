@@ -217,7 +217,7 @@ TEST(PNG, Reasons)
         {grey(whole, 65535), "cut after 3 of 65535 rows"},
         {grey(whole, 65536), "a side of more than 65535 pixels"},
         {File(60000, 60000, 8, 0, Chunk("IDAT", whole)),
-         "23 bytes cannot hold 60000 x 60000 pixels"},
+         "68 bytes cannot hold 60000 x 60000 pixels"},
         {File(1, 1, 8, 0, {}), "no picture data"},
         {File(1, 1, 8, 1, Chunk("IDAT", whole)), "no PNG header of a known kind"},
         {File(1, 3, 8, 0, Chunk("acTL", BYTES{0, 0, 0, 2}) + Chunk("IDAT", whole)),

@@ -113,7 +113,7 @@ void Screen_SetLabel(SCREEN_LABEL &label, std::span<const std::string> lines)
     Screen_DropLabel(label);
     const VIEWER_IMAGE image = Sheet_Lines(lines);
     label.Text = text;
-    label.Texture = GLFEW_MakeTexture(image.Pixels.data(), image.Width, image.Height);
+    label.Texture = GLFEW_MakeTexture(image.Pixels.data(), image.Width, image.Height, 0, false);
     label.Width = static_cast<float>(image.Width) * Screen_LetterScale();
     label.Height = static_cast<float>(image.Height) * Screen_LetterScale();
 }

@@ -1,0 +1,20 @@
+// What the terminal shows of a sound: lines of any width from 20 columns on.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+struct SCREEN {
+    std::string Title = "";     // with what there is to say of it in front, as "paused: "
+    std::string Place = "";     // after the title, whole where there is room, as "(2 of 5)"
+    double Now = 0, Total = 0;  // seconds
+    double Level = -1;          // 0 to 1, of full scale; below 0: no meter
+    std::vector<std::string> View = {};  // further lines, above these
+};
+
+/// The lines, none of more than `columns` - 1 columns, so that no terminal wraps one; at most
+/// `rows`, of which the last, the time, is the one that stays longest. With colours the control
+/// sequences of ECMA-48 are in them.
+std::vector<std::string> Screen_Lines(const SCREEN &screen, size_t columns, size_t rows,
+                                      bool colours);
