@@ -37,9 +37,16 @@ static FILE *OpenMemory(std::span<const uint8_t> bytes)
     return file;
 }
 
-static FILE *OpenDescriptor(int opened)
+#ifdef _WIN32
+// Anew: reads of a block move the position that descriptors of one file share.
+static FILE *OpenAgain(const BYTES_OPEN &from)
 {
-    const int descriptor = fcntl(opened, F_DUPFD_CLOEXEC, 0);
+    return std::fopen(from.Path, "rb");
+}
+#else
+static FILE *OpenAgain(const BYTES_OPEN &from)
+{
+    const int descriptor = fcntl(from.File, F_DUPFD_CLOEXEC, 0);
     if (descriptor < 0)
         return nullptr;
 #ifdef O_NOATIME
@@ -51,12 +58,13 @@ static FILE *OpenDescriptor(int opened)
         close(descriptor);
     return file;
 }
+#endif
 
 SOUND_STREAM Sound_OpenStream(const BYTES_OPEN &from)
 {
     if (!Sound_GetSize(from))
         return nullptr;
-    SOUND_STREAM stream(from.IsMemory ? OpenMemory(from.Memory) : OpenDescriptor(from.File));
+    SOUND_STREAM stream(from.IsMemory ? OpenMemory(from.Memory) : OpenAgain(from));
     if (!stream)
         Reason_Set("cannot be read: %s", std::strerror(errno));
     else if (!from.IsMemory)
