@@ -10,8 +10,11 @@
 //              patterns make sense throughout
 //   loops      with 15 samples, the start counts words where it then fits, and the sample is heard
 //              up to its end first; it counts bytes, and only the loop is heard
-//   samples    without a note follow the one that sounds at its end, as in the original; in files
-//              of other editors they wait for the next note
+//   dialects   all files as the original plays them; those of other editors (MOD_SONG::Foreign) by
+//              these: a sample without a note waits for the next note, offsets do not add up, a
+//              delay delays the sample, too, a portamento from no note starts one, and slides
+//              leave the three octaves
+//   speed 0    ends the song; does nothing, as in other players
 //   ticks      as long as the tempo says; whole frames, as in other players
 #pragma once
 

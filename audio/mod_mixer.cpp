@@ -24,7 +24,7 @@ constexpr size_t MOD_FadeSteps = 256;
 constexpr int32_t MOD_FadeOne = 32768;
 
 // The interpolators' weights stand for each of so many positions between two samples.
-constexpr size_t MOD_Phases = 256;
+constexpr size_t MOD_Phases = 512;
 constexpr double MOD_KaiserBeta = 7;
 
 // Up to so many samples a frame, each has a table that passes less than the one before.
@@ -179,7 +179,7 @@ static void Move(MOD_VOICE &v, uint64_t way)
 EXTRA_LANES static void ReadWeighed(const MOD_WEIGHTS &weights, const MOD_SAMPLES &samples,
                                     uint64_t position, uint64_t step, size_t count, MOD_VALUES &out)
 {
-    using LANES = float __attribute__((vector_size(32), aligned(4), may_alias));
+    using LANES [[gnu::vector_size(32)]] = float;
     using SUMS [[gnu::vector_size(16)]] = float;
     using WHOLE [[gnu::vector_size(16)]] = int32_t;
     static_assert(MOD_Taps == 16);
@@ -190,10 +190,14 @@ EXTRA_LANES static void ReadWeighed(const MOD_WEIGHTS &weights, const MOD_SAMPLE
     for (size_t i = 0; i < count; i += 4) {
         SUMS sums[4];
         for (SUMS &four : sums) {
-            const auto *s = reinterpret_cast<const LANES *>(&wide[position >> 32]);
-            const auto *w =
-                reinterpret_cast<const LANES *>(&weights[static_cast<uint32_t>(position) / phase]);
-            const auto sum = s[0] * w[0] + s[1] * w[1];
+            const float *s = &wide[position >> 32];
+            const float *w = weights[static_cast<uint32_t>(position) / phase].data();
+            LANES samples1, samples2, weights1, weights2;
+            std::memcpy(&samples1, s, sizeof samples1);
+            std::memcpy(&samples2, s + 8, sizeof samples2);
+            std::memcpy(&weights1, w, sizeof weights1);
+            std::memcpy(&weights2, w + 8, sizeof weights2);
+            const LANES sum = samples1 * weights1 + samples2 * weights2;
             four = __builtin_shufflevector(sum, sum, 0, 1, 2, 3) +
                    __builtin_shufflevector(sum, sum, 4, 5, 6, 7);
             position = std::min(position + step, last);

@@ -40,9 +40,9 @@ constexpr uint32_t MOD_OldModules[] = {
 
 struct MOD_LAYOUT {
     uint8_t Channels, SampleCount;
-    bool Halves;      // eight channels as two patterns of four
-    size_t Extra;     // bytes after the signature
-    bool KeepsSound;  // of the song
+    bool Halves;   // eight channels as two patterns of four
+    size_t Extra;  // bytes after the signature
+    bool Foreign;  // as in the song
     size_t Orders() const
     {
         return 20 + SampleCount * MOD_SampleHeader;  // its length and a restart byte, then the list
@@ -217,7 +217,7 @@ static std::optional<MOD_LAYOUT> FindLayout(std::span<const uint8_t> file)
         if (format && signature == "M.K." && HasEight(file, layout))
             layout.Channels = 8;
         // The original's signatures are the two that it writes itself.
-        layout.KeepsSound =
+        layout.Foreign =
             format && (layout.Channels != 4 || (signature != "M.K." && signature != "M!K!"));
         return layout;
     }
@@ -324,7 +324,8 @@ std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file)
     MOD_SONG song = {};
     song.Channels = layout->Channels;
     song.SampleCount = layout->SampleCount;
-    song.KeepsSound = layout->KeepsSound;
+    song.FormatRules = Audio_Rules == AUDIO_RULES_FORMAT;
+    song.Foreign = layout->Foreign;
     size_t position = 0;
     ReadText(file, position, song.Title);
     std::array<uint32_t, MOD_MaxSamples + 1> lengths{};

@@ -37,7 +37,8 @@ struct MOD_SONG {
     uint8_t SampleCount;         // 15 or 31
     uint8_t Length;              // orders that are played, 1 to 128
     bool WideRange;              // has notes outside the three octaves of the original player
-    bool KeepsSound;             // a sample without a note is not heard before the next note
+    bool FormatRules;            // read by the formats' rules
+    bool Foreign;                // by them, a file of another editor than the original
     std::array<uint8_t, MOD_Orders> Orders;
     std::array<MOD_SAMPLE, MOD_MaxSamples + 1> Samples;  // counted from 1; 0 is an empty one
     std::vector<MOD_CELL> Cells;                         // patterns x rows x channels
