@@ -66,7 +66,9 @@ static bool FindData()
     if (!System_StrSearch(Text(), "_bits", &h.DataOffset, XBM_EitherCase))
         return false;
     const uint32_t name = h.DataOffset;
-    if (!System_StrSearch(Text(), ByFormat() ? "{" : "0x", &h.DataOffset, XBM_EitherCase))
+    // In either case the brace would be a bracket, too.
+    if (!(ByFormat() ? System_StrSearch(Text(), "{", &h.DataOffset, 0)
+                     : System_StrSearch(Text(), "0x", &h.DataOffset, XBM_EitherCase)))
         return false;
     const bool words = ByFormat() ? HasShorts(name) : IsHexDigit(Text()[h.DataOffset + 4]);
     h.Variant = words ? XBM_X10 : XBM_X11;
