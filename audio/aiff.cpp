@@ -263,6 +263,18 @@ SOUND_FILLED AIFF_Fill(AIFF_HEADER &record, const SOUND_REFILL &given)
     return FillLinear(refill, record.BitsPerSample);
 }
 
+uint64_t AIFF_Seek(AIFF_HEADER &record, FILE *file, uint64_t frame)
+{
+    if (record.Rules == AUDIO_RULES_FORMAT)
+        return Sound_Seek(file, record.DataStart, record.DataEnd,
+                          {Sound_StoredBytes(record.Frames), 1}, frame);
+    const uint32_t bits = record.BitsPerSample;
+    const bool decoded = record.Codec != 0 || (bits % 8 == 0 && bits <= 32);
+    const uint64_t bytes = decoded ? bits / 8 * record.Channels : 0;
+    return Sound_Seek(file, record.DataStart, record.FileSize,
+                      {record.Codec >= 2 ? bytes / 2 : bytes, 1}, frame);
+}
+
 void AIFF_Destroy()
 {
     Sound_Destroy(AIFF_Header);

@@ -20,6 +20,8 @@
 #include "audio/sound_file.h"
 #include "audio/sound_frames.h"
 
+#pragma GCC visibility push(default)
+
 struct AIFF_HEADER {
     uint32_t FileSize;       // bytes
     uint16_t Codec;          // 0 linear, 1 bytes as they are, 2 A-law, 3 mu-law
@@ -61,6 +63,9 @@ void AIFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 /// The same by record, on any thread.
 SOUND_FILLED AIFF_Fill(AIFF_HEADER &record, const SOUND_REFILL &refill);
 
+/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+uint64_t AIFF_Seek(AIFF_HEADER &record, FILE *file, uint64_t frame);
+
 /// Empties this thread's table. AIFF_SoundNumber stays as it is.
 void AIFF_Destroy();
 
@@ -69,3 +74,5 @@ AIFF_HEADER *AIFF_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.
 void AIFF_SetSoundNumber(uint8_t n);
+
+#pragma GCC visibility pop

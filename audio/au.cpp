@@ -119,6 +119,18 @@ SOUND_FILLED AU_Fill(AU_HEADER &record, const SOUND_REFILL &given)
     return Sound_Nothing(refill);
 }
 
+uint64_t AU_Seek(AU_HEADER &record, FILE *file, uint64_t frame)
+{
+    if (record.Rules == AUDIO_RULES_FORMAT)
+        return Sound_Seek(file, record.DataStart, record.DataEnd,
+                          {Sound_StoredBytes(record.Frames), 1}, frame);
+    const bool g711 = record.Encoding == 1 || record.Encoding == 27;
+    const uint64_t bytes =
+        IsDecoded(record.Encoding) ? record.BitsPerSample / 8u * record.Channels : 0;
+    return Sound_Seek(file, record.DataStart, record.FileSize, {g711 ? bytes / 2 : bytes, 1},
+                      frame);
+}
+
 void AU_Destroy()
 {
     Sound_Destroy(AU_Header);

@@ -14,6 +14,8 @@
 #include "audio/sound_file.h"
 #include "audio/sound_frames.h"
 
+#pragma GCC visibility push(default)
+
 struct AU_HEADER {
     uint32_t FileSize;  // bytes
     uint16_t Encoding;  // 1 mu-law, 2 to 5 signed 8, 16, 24 and 32-bit, 6, 7 float, 27 A-law
@@ -44,6 +46,9 @@ void AU_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 /// The same by record, on any thread.
 SOUND_FILLED AU_Fill(AU_HEADER &record, const SOUND_REFILL &refill);
 
+/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+uint64_t AU_Seek(AU_HEADER &record, FILE *file, uint64_t frame);
+
 /// Empties this thread's table. AU_SoundNumber stays as it is.
 void AU_Destroy();
 
@@ -52,3 +57,5 @@ AU_HEADER *AU_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.
 void AU_SetSoundNumber(uint8_t n);
+
+#pragma GCC visibility pop

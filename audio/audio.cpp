@@ -152,7 +152,8 @@ AudioTrack *Audio_Load(const char *path)
 AudioTrack *Audio_LoadAs(const char *path, uint8_t type)
 {
     Reason_Clear();
-    return LoadOpened(BYTES_OPEN(path), type);
+    const BYTES_OPEN *from = Bytes_FindOpen(path);
+    return from ? LoadOpened(*from, type) : LoadOpened(BYTES_OPEN(path), type);
 }
 
 AudioTrack *Audio_LoadBytes(std::span<const uint8_t> file)
@@ -408,7 +409,9 @@ static bool TakeMore(AudioTrack &track)
     return filled.Unfinished;
 }
 
-static void StartPass(AudioTrack &track)
+// A sound that repeats runs on into its beginning: its decoder keeps what it carries from frame to
+// frame, so that music cut for it has no seam. A module has to be set to its beginning each time.
+static void StartPass(AudioTrack &track, bool repeats)
 {
     track.Take = {.Begun = true, .Used = 0, .Stored = 0};
     track.Restarted = track.Restarts;
@@ -416,7 +419,8 @@ static void StartPass(AudioTrack &track)
     track.Taken = 0;
     track.Ended = 0;
     track.Error = 0;
-    StartOver(track);
+    if (!repeats || track.Generated)
+        StartOver(track);
 }
 
 // Goes on with the next pass, if one follows. An empty one, or one that could not be read to its
@@ -426,14 +430,14 @@ static void EndPass(AudioTrack &track)
     if (track.Taken == 0 || track.Error != 0)
         Audio_Loop = 1;
     track.Ended = 1;
-    EndData([&track] { StartPass(track); });
+    EndData([&track] { StartPass(track, true); });
 }
 
 size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes)
 {
     AUDIO_TAKE &take = track->Take;
     if (!take.Begun || track->Restarted != track->Restarts)
-        StartPass(*track);
+        StartPass(*track, false);
     size_t done = 0;
     while (done < bytes && !track->Ended) {
         if (take.Used == take.Stored) {
@@ -450,6 +454,46 @@ size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes)
         done += count;
     }
     return done;
+}
+
+// Begins a pass as near before `frame` as can be, unless refills lead there.
+static void Leap(AudioTrack &track, uint64_t frame)
+{
+    const AUDIO_MODULE &module = Audio_Modules[track.Type];
+    const bool onwards = track.Take.Begun && track.Restarted == track.Restarts && !track.Ended &&
+                         frame >= track.Taken / Audio_FrameBytes(track);
+    if (onwards && !module.Seek && track.Decoded)
+        return;
+    StartPass(track, false);
+    FILE *file = track.File.get();
+    uint64_t at = 0;
+    if (module.Seek && track.Record)
+        Reason_Guard([&] { at = module.Seek(track.Record.get(), file, frame); });
+    else if (!track.Decoded && file && (track.BitsPerSample == 8 || track.BitsPerSample == 16))
+        at = Sound_Seek(file, 0, track.OpenSize, {Audio_FrameBytes(track), 1}, frame);
+    track.Taken = at * Audio_FrameBytes(track);
+    if (at != 0 && file)
+        track.ReadPosition = static_cast<uint32_t>(ftello(file));
+}
+
+uint64_t Audio_Seek(AudioTrack *track, uint64_t frame)
+{
+    AUDIO_TAKE &take = track->Take;
+    const uint64_t bytes = Audio_FrameBytes(*track), target = std::min(frame, UINT64_MAX / bytes);
+    Leap(*track, target);
+    for (bool more = true; more && track->Taken < target * bytes;) {
+        if (take.Used == take.Stored) {
+            const uint32_t position = track->ReadPosition;
+            more = TakeMore(*track) || take.Stored != 0;
+            if (!more)  // so that there is nothing the next time, too
+                track->ReadPosition = position;
+        }
+        const auto dropped = static_cast<uint32_t>(
+            std::min<uint64_t>(take.Stored - take.Used, target * bytes - track->Taken));
+        take.Used += dropped;
+        track->Taken += dropped;
+    }
+    return track->Taken / bytes;
 }
 
 void Audio_Refresh() {}

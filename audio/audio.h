@@ -21,8 +21,11 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "audio/audio_module.h"
+
+#pragma GCC visibility push(default)
 
 // PortAudio's: its header is for those who look into them.
 struct PaDeviceInfo;
@@ -113,6 +116,9 @@ extern uint32_t Audio_StreamFrames;
 /// Whether streams are also opened, on PortAudio's default device, where the rule about the chosen
 /// one (Audio_Device below 2) keeps silent. False.
 extern bool Audio_AnyDevice;
+/// The device that streams are opened on, and no other, with Audio_AnyDevice; -1: whatever the
+/// rules say.
+extern int32_t Audio_OnlyDevice;
 /// The device that Audio_Init examined last; PortAudio's own, null before.
 extern const PaDeviceInfo *PortAudio_DeviceInfo;
 /// Output format of the stream, set by Audio_SetMixer.
@@ -139,8 +145,8 @@ void Audio_SetLoop(uint8_t loop);
 /// caller's until Audio_UnLoad; null only without memory. Without buffers, and with a reason, when
 /// the file cannot be read, nothing decodes its format, or the format module is full.
 AudioTrack *Audio_Load(const char *path);
-/// The same for a file that is taken for an AUDIO_TYPE, whatever it looks like. Without buffers for
-/// any other number.
+/// The same for a file, or what is open under its path, that is taken for an AUDIO_TYPE, whatever it
+/// looks like. Without buffers for any other number.
 AudioTrack *Audio_LoadAs(const char *path, uint8_t type);
 /// The same for a sound in memory, which must stay until the track is unloaded.
 AudioTrack *Audio_LoadBytes(std::span<const uint8_t> file);
@@ -176,6 +182,19 @@ bool Audio_IsStreaming(const AudioTrack &track);
 void Audio_AbortStream(AudioTrack &track);
 void Audio_StartStream(AudioTrack &track);
 
+/// Closes it at once, what is buffered is lost; the next play opens one again.
+void Audio_CloseStream(AudioTrack &track);
+
+/// PortAudio's devices, which are numbered from 0, with their output channels. After Audio_Init.
+struct AUDIO_DEVICE {
+    std::string Name;
+    int Outputs;
+    bool Default;
+};
+std::vector<AUDIO_DEVICE> Audio_GetDevices();
+/// Forgets the devices, so that the next Audio_Init looks for them anew. Without open streams only.
+void Audio_CloseDevices();
+
 /// When the first frame that a callback fills will be heard, by its stream's clock.
 double Audio_HeardAt(const PaStreamCallbackTimeInfo &timing);
 
@@ -196,11 +215,19 @@ int PortAudio_CallBack(const void *input, void *output, unsigned long frames,
 
 /// The decoded sound without holes and lost samples: what refills store, pass after pass as
 /// Audio_Loop says, whatever lengths they report. Begins at the start of the data, and there again
-/// after Audio_ReStart; passes are alike. Returns the bytes that `out` got, whole frames. Fewer
-/// than `bytes` at the end of the last pass, when Ended is set and Audio_Stop was called; after a
-/// read that failed, which also sets Error; and where a search for the next MPEG frame takes long:
-/// then the next call goes on. A track is taken from or refilled, not both in turns.
+/// after Audio_ReStart; passes lead into each other as the decoder leads frames. Returns the bytes
+/// that `out` got, whole frames. Fewer than `bytes` at the end of the last pass, when Ended is set
+/// and Audio_Stop was called; after a read that failed, which also sets Error; and where a search
+/// for the next MPEG frame takes long: then the next call goes on. A track is taken from or
+/// refilled, not both in turns.
 size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes);
+
+/// Has Audio_Take go on at `frame` of a pass, or at the end where that comes first, exactly: what
+/// follows is what it would give there without the leap. Returns where it is, in frames; Taken says
+/// the same in bytes. An Audio_ReStart before it is done with. Not while a callback takes of the
+/// track. Takes as long as the next buffer, and the first leap in MPEG audio as the reading of what
+/// lies before; by the framework's rules MPEG audio is decoded up to there.
+uint64_t Audio_Seek(AudioTrack *track, uint64_t frame);
 
 /// A stream's callback in place of PortAudio_CallBack: what Audio_Take gives of the current track,
 /// then silence. Always continues.
@@ -226,3 +253,5 @@ uint32_t Audio_FrameBytes(const AudioTrack &track);
 
 /// Silences the callback and empties this thread's tables of all format modules.
 void Audio_Destroy();
+
+#pragma GCC visibility pop

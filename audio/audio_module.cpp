@@ -41,9 +41,7 @@ static size_t ExamineFrame(std::span<const uint8_t, 4> header)
 // audio.
 static bool NamesItself(const AUDIO_HEAD &head)
 {
-    const bool module = head[MOD_SignatureAt] != 0 &&
-                        MOD_IsSignature(std::span<const uint8_t, 4>(&head[MOD_SignatureAt], 4));
-    return module || Has(head, 0, "FORM") || Has(head, 0, ".snd") ||
+    return MOD_IsModule(head) || Has(head, 0, "FORM") || Has(head, 0, ".snd") ||
            Has(head, 0, "Creative Voice File");
 }
 
@@ -112,6 +110,8 @@ static bool IsAIFF(const AUDIO_HEAD &head)
 
 static bool IsMOD(const AUDIO_HEAD &head)
 {
+    if (Audio_Rules == AUDIO_RULES_FORMAT)
+        return MOD_IsModule(head);
     return MOD_IsSignature(std::span<const uint8_t, 4>(&head[MOD_SignatureAt], 4));
 }
 
@@ -145,6 +145,12 @@ static void StartOverRecord(void *record)
     StartOver(*static_cast<Header *>(record));
 }
 
+template <typename Header, uint64_t (*Seek)(Header &, FILE *, uint64_t)>
+static uint64_t SeekRecord(void *record, FILE *file, uint64_t frame)
+{
+    return Seek(*static_cast<Header *>(record), file, frame);
+}
+
 static void SetModuleOutput(void *record, uint8_t channels, uint32_t hz, uint8_t bits)
 {
     auto &header = *static_cast<MOD_HEADER *>(record);
@@ -160,33 +166,39 @@ static constexpr std::array<AUDIO_MODULE, AUDIO_TYPES> rows = {{
     {AUDIO_WAV, "RIFF WAVE", 1, IsWAV,
      WAV_Load, FillRecord<WAV_HEADER, WAV_Fill>, WAV_Destroy,
      [](uint8_t n) { return RecordOf(WAV_Header, n); }, FactsOf<WAV_HEADER>,
-     [] { return WAV_SoundNumber; }, WAV_SetSoundNumber},
+     [] { return WAV_SoundNumber; }, WAV_SetSoundNumber,
+     nullptr, SeekRecord<WAV_HEADER, WAV_Seek>},
     {AUDIO_MOD, "tracker module", 7, IsMOD,
      MOD_Load, FillRecord<MOD_HEADER, MOD_Fill>, MOD_Destroy,
      [](uint8_t n) { return RecordOf(MOD_Header, n); }, FactsOf<MOD_HEADER>,
      [] { return MOD_SoundNumber; }, MOD_SetSoundNumber,
-     StartOverRecord<MOD_HEADER, MOD_StartOver>, SetModuleOutput},
+     StartOverRecord<MOD_HEADER, MOD_StartOver>, SeekRecord<MOD_HEADER, MOD_Seek>,
+     SetModuleOutput},
     {AUDIO_MP3, "MPEG audio", 2, IsMPEG,
      MP3_Load, FillRecord<MP3_HEADER, MP3_Fill>, MP3_Destroy,
      [](uint8_t n) { return RecordOf(MP3_Header, n); }, FactsOf<MP3_HEADER>,
      [] { return MP3_SoundNumber; }, MP3_SetSoundNumber,
-     StartOverRecord<MP3_HEADER, MP3_StartOver>, nullptr, true},
+     StartOverRecord<MP3_HEADER, MP3_StartOver>, SeekRecord<MP3_HEADER, MP3_Seek>, nullptr, true},
     {AUDIO_VOC, "Creative Voice", 3, IsVOC,
      VOC_Load, FillRecord<VOC_HEADER, VOC_Fill>, VOC_Destroy,
      [](uint8_t n) { return RecordOf(VOC_Header, n); }, FactsOf<VOC_HEADER>,
-     [] { return VOC_SoundNumber; }, VOC_SetSoundNumber},
+     [] { return VOC_SoundNumber; }, VOC_SetSoundNumber,
+     nullptr, SeekRecord<VOC_HEADER, VOC_Seek>},
     {AUDIO_AU, "Sun/NeXT audio", 4, IsAU,
      AU_Load, FillRecord<AU_HEADER, AU_Fill>, AU_Destroy,
      [](uint8_t n) { return RecordOf(AU_Header, n); }, FactsOf<AU_HEADER>,
-     [] { return AU_SoundNumber; }, AU_SetSoundNumber},
+     [] { return AU_SoundNumber; }, AU_SetSoundNumber,
+     nullptr, SeekRecord<AU_HEADER, AU_Seek>},
     {AUDIO_IFF, "IFF 8SVX or 16SV", 5, IsIFF,
      IFF_Load, FillRecord<IFF_HEADER, IFF_Fill>, IFF_Destroy,
      [](uint8_t n) { return RecordOf(IFF_Header, n); }, FactsOf<IFF_HEADER>,
-     [] { return IFF_SoundNumber; }, IFF_SetSoundNumber},
+     [] { return IFF_SoundNumber; }, IFF_SetSoundNumber,
+     nullptr, SeekRecord<IFF_HEADER, IFF_Seek>},
     {AUDIO_AIFF, "AIFF", 6, IsAIFF,
      AIFF_Load, FillRecord<AIFF_HEADER, AIFF_Fill>, AIFF_Destroy,
      [](uint8_t n) { return RecordOf(AIFF_Header, n); }, FactsOf<AIFF_HEADER>,
-     [] { return AIFF_SoundNumber; }, AIFF_SetSoundNumber},
+     [] { return AIFF_SoundNumber; }, AIFF_SetSoundNumber,
+     nullptr, SeekRecord<AIFF_HEADER, AIFF_Seek>},
 }};
 // clang-format on
 

@@ -12,6 +12,8 @@
 
 #include "audio/sound_file.h"
 
+#pragma GCC visibility push(default)
+
 enum AUDIO_TYPE : uint8_t {
     AUDIO_NONE = 0,  // nothing was detected yet
     AUDIO_RAW = 1,   // unknown: samples in the engine's own settings
@@ -62,6 +64,10 @@ struct AUDIO_MODULE {
     /// Has the next refill start as the first one did, on the thread that refills. Null where
     /// nothing but the position in the file tells them apart.
     void (*StartOver)(void *record) = nullptr;
+    /// Has the next refill start at `frame` of the sound, or at one before it that is near: which,
+    /// it returns. What is handed out from there on is as without the leap. Past the end it is the
+    /// end. The record has started over. Null: refills lead there.
+    uint64_t (*Seek)(void *record, FILE *file, uint64_t frame) = nullptr;
     /// Only for synthesised sound: the output format of a record.
     void (*SetOutput)(void *record, uint8_t channels, uint32_t hz, uint8_t bits) = nullptr;
 
@@ -96,3 +102,5 @@ extern constinit thread_local AUDIO_MP3DETECT Audio_MP3Detect;
 uint8_t Audio_Check(const char *path);
 /// The same for bytes in memory.
 uint8_t Audio_CheckBytes(std::span<const uint8_t> file);
+
+#pragma GCC visibility pop

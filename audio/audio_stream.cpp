@@ -19,6 +19,7 @@ PaStreamParameters PortAudio_Format;
 AUDIO_CALLBACK *Audio_StreamCallBack = PortAudio_CallBack;
 uint32_t Audio_StreamFrames;
 bool Audio_AnyDevice;
+int32_t Audio_OnlyDevice = -1;
 
 // Frame size of the stream and the byte of its silence; a size of 0: no stream was opened.
 static std::atomic<uint32_t> streamFrameBytes;
@@ -147,9 +148,11 @@ static PaError OpenStream(AudioTrack &track, const PaStreamParameters &format)
 // Opens the stream on the chosen device, or on the default one where that fails.
 static PaError OpenAnyStream(AudioTrack &track)
 {
+    const bool chosen = MayUseDevice() && Audio_OnlyDevice < 0;
     const PaError error =
-        MayUseDevice() ? OpenStream(track, PortAudio_Format) : PaError{paDeviceUnavailable};
-    const PaDeviceIndex device = Pa_GetDefaultOutputDevice();
+        chosen ? OpenStream(track, PortAudio_Format) : PaError{paDeviceUnavailable};
+    const PaDeviceIndex device =
+        Audio_OnlyDevice < 0 ? Pa_GetDefaultOutputDevice() : Audio_OnlyDevice;
     if (error == paNoError || device < 0)
         return error;
     PaStreamParameters format = PortAudio_Format;
@@ -193,6 +196,38 @@ void Audio_StartStream(AudioTrack &track)
         return;
     const QUIET quiet;
     Audio_Error = Pa_StartStream(track.Stream);
+}
+
+void Audio_CloseStream(AudioTrack &track)
+{
+    if (!track.Stream)
+        return;
+    const QUIET quiet;
+    Pa_AbortStream(track.Stream);
+    Pa_CloseStream(track.Stream);
+    track.Stream = nullptr;
+    Audio_FirstPlay = 1;
+}
+
+std::vector<AUDIO_DEVICE> Audio_GetDevices()
+{
+    std::vector<AUDIO_DEVICE> devices;
+    for (PaDeviceIndex i = 0; i < Pa_GetDeviceCount(); i++)
+        if (const PaDeviceInfo *info = Pa_GetDeviceInfo(i))
+            devices.push_back(
+                {info->name, info->maxOutputChannels, i == Pa_GetDefaultOutputDevice()});
+    return devices;
+}
+
+void Audio_CloseDevices()
+{
+    if (Audio_FirstPlay == 0)
+        return;
+    const QUIET quiet;
+    Pa_Terminate();
+    Audio_Device = -1;
+    PortAudio_DeviceInfo = nullptr;
+    Audio_FirstPlay = 0;
 }
 
 double Audio_HeardAt(const PaStreamCallbackTimeInfo &timing)

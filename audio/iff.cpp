@@ -192,10 +192,9 @@ static std::span<const uint8_t> ReadAt(FILE *file, uint64_t position, std::span<
 constexpr size_t IFF_Scratch = 8192;
 
 // Sets the packed channels' samples to those before `position`: where the last refill ended they
-// are, elsewhere codes are summed up from the start, of a long sound only the last ones.
+// are, elsewhere codes are summed up from the start.
 static void FindSamples(IFF_HEADER &record, FILE *file, uint64_t position)
 {
-    constexpr uint64_t most = uint64_t{1} << 20;
     if (record.Compression == 0 || (position == record.Next && position != record.DataStart))
         return;
     std::array<uint8_t, IFF_Scratch> scratch;
@@ -205,9 +204,7 @@ static void FindSamples(IFF_HEADER &record, FILE *file, uint64_t position)
         const auto first = ReadAt(file, record.DataStart - 1 + offset, std::span(scratch).first(1));
         record.Samples[channel] = first.empty() ? int8_t{0} : static_cast<int8_t>(first[0]);
         const uint16_t channels = std::exchange(record.Channels, uint16_t{1});
-        for (uint64_t at =
-                 std::max<uint64_t>(record.DataStart, position - std::min(position, most));
-             at < position; at += scratch.size()) {
+        for (uint64_t at = record.DataStart; at < position; at += scratch.size()) {
             const size_t count = std::min<uint64_t>(scratch.size(), position - at);
             PutSamples(record, channel, ReadAt(file, at + offset, std::span(scratch).first(count)),
                        unused.data());
@@ -249,6 +246,14 @@ SOUND_FILLED IFF_Fill(IFF_HEADER &record, const SOUND_REFILL &refill)
     if (record.BitsPerSample == 8)
         return Sound_Samples(refill, 1, Sound_From8);
     return record.BitsPerSample == 16 ? Sound_Pairs(refill, Sound_Swap16) : Sound_Nothing(refill);
+}
+
+uint64_t IFF_Seek(IFF_HEADER &record, FILE *file, uint64_t frame)
+{
+    const bool byFormat = record.Rules == AUDIO_RULES_FORMAT;
+    const uint64_t frames = byFormat && record.Compression != 0 ? 2 : 1;
+    return Sound_Seek(file, record.DataStart, byFormat ? record.DataEnd : record.FileSize,
+                      {StepBytes(record), frames}, frame);
 }
 
 void IFF_Destroy()

@@ -16,6 +16,8 @@
 
 #include "audio/sound_file.h"
 
+#pragma GCC visibility push(default)
+
 struct IFF_HEADER {
     uint32_t FileSize;     // bytes
     uint16_t Compression;  // 0 none, 1 Fibonacci delta, 2 exponential delta
@@ -58,6 +60,9 @@ void IFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 /// The same by record, on any thread.
 SOUND_FILLED IFF_Fill(IFF_HEADER &record, const SOUND_REFILL &refill);
 
+/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+uint64_t IFF_Seek(IFF_HEADER &record, FILE *file, uint64_t frame);
+
 /// Empties this thread's table. IFF_SoundNumber stays as it is.
 void IFF_Destroy();
 
@@ -66,3 +71,5 @@ IFF_HEADER *IFF_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.
 void IFF_SetSoundNumber(uint8_t n);
+
+#pragma GCC visibility pop

@@ -2,95 +2,303 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <numbers>
+#include <numeric>
 
-// A bus holds 16-bit samples times volume times MOD_VolumeStep: 25 bits for a voice at its loudest.
-constexpr int32_t MOD_VolumeStep = 16;
+#include "extra/lanes.h"
+
+// A bus holds 16-bit samples times volume times MOD_VolumeStep: 24 bits for a voice at its loudest.
+constexpr int32_t MOD_VolumeStep = 8;
 constexpr double MOD_VoiceFull = 32768.0 * 64 * MOD_VolumeStep;
-static_assert(MOD_VoiceFull * 50 < std::numeric_limits<int32_t>::max(), "99 voices: 50 on a bus");
+static_assert(MOD_VoiceFull * 50 * 2 < std::numeric_limits<int32_t>::max(),
+              "99 voices: 50 on a bus; between samples they reach up to twice as far");
 
 // Gains have 16 fractional bits, so that they move evenly.
 constexpr int32_t MOD_GainOne = 65536;
 
-constexpr double MOD_NearSide = 0.75;   // of a bus on its own side; the rest goes to the other
-constexpr double MOD_RampTime = 0.001;  // of a change of volume, in seconds
+// A change of volume, in seconds: half a period of a cosine, so that it makes no clicks.
+constexpr double MOD_RampTime = 0.0025;
+constexpr size_t MOD_FadeSteps = 256;
+constexpr int32_t MOD_FadeOne = 32768;
+
+// The interpolators' weights stand for each of so many positions between two samples.
+constexpr size_t MOD_Phases = 512;
+constexpr double MOD_KaiserBeta = 7;
+
+// Up to so many samples a frame, each has a table that passes less than the one before.
+constexpr std::array<double, 6> MOD_Steps = {1, 1.25, 1.6, 2, 2.7, 4};
+constexpr double MOD_Passed = 0.95;  // of what the first could pass
+
+constexpr size_t MOD_Window = 1024;  // samples that are played at a time
 
 // The low-pass that the power light shows, a Butterworth-like section.
 constexpr double MOD_FilterCut = 3091.0, MOD_FilterQ = 0.66;
+
+namespace
+{
+
+using MOD_WEIGHTS = std::array<std::array<float, MOD_Taps>, MOD_Phases>;
+
+struct MOD_TABLES {
+    std::array<MOD_WEIGHTS, MOD_Steps.size()> Sinc;
+    MOD_WEIGHTS Cubic;                            // of which four are not 0
+    std::array<int32_t, MOD_FadeSteps + 2> Fade;  // from MOD_FadeOne to 0
+};
+
+// Samples in the order in which they are played, MOD_Before of them before the position.
+using MOD_SAMPLES = std::array<int16_t, MOD_Before + MOD_Window + MOD_Taps>;
+
+// A block's values, with room for those that lanes write past its end.
+using MOD_VALUES = std::array<int32_t, MOD_Block + 3>;
+
+}  // namespace
+
+// Weights that add up to one: samples become 16-bit values.
+static std::array<float, MOD_Taps> ScaleWeights(const std::array<double, MOD_Taps> &weights)
+{
+    const double scale = 256 / std::accumulate(weights.begin(), weights.end(), 0.0);
+    std::array<float, MOD_Taps> scaled;
+    std::ranges::transform(weights, scaled.begin(),
+                           [=](double w) { return static_cast<float>(w * scale); });
+    return scaled;
+}
+
+// The modified Bessel function of order 0.
+static double Bessel(double x)
+{
+    double sum = 1, term = 1;
+    for (int k = 1; term > 1e-9 * sum; k++) {
+        term *= x / (2 * k) * (x / (2 * k));
+        sum += term;
+    }
+    return sum;
+}
+
+// J. F. Kaiser's window, over -1 to 1.
+static double Kaiser(double x)
+{
+    return Bessel(MOD_KaiserBeta * std::sqrt(std::max(1 - x * x, 0.0)));
+}
+
+static double Sinc(double x)
+{
+    return x == 0 ? 1 : std::sin(std::numbers::pi * x) / (std::numbers::pi * x);
+}
+
+static MOD_TABLES MakeTables()
+{
+    MOD_TABLES tables;
+    for (size_t phase = 0; phase < MOD_Phases; phase++) {
+        const double x = static_cast<double>(phase) / MOD_Phases;
+        std::array<double, MOD_Taps> at, window, weights{};
+        for (size_t tap = 0; tap < MOD_Taps; tap++) {
+            at[tap] = static_cast<double>(tap) - MOD_Before - x;
+            window[tap] = Kaiser(at[tap] / (MOD_Taps / 2.0));
+        }
+        weights[MOD_Before - 1] = ((2 - x) * x - 1) * x;
+        weights[MOD_Before] = (3 * x - 5) * x * x + 2;
+        weights[MOD_Before + 1] = ((4 - 3 * x) * x + 1) * x;
+        weights[MOD_Before + 2] = (x - 1) * x * x;
+        tables.Cubic[phase] = ScaleWeights(weights);
+        for (size_t i = 0; i < MOD_Steps.size(); i++) {
+            for (size_t tap = 0; tap < MOD_Taps; tap++)
+                weights[tap] = Sinc(at[tap] * MOD_Passed / MOD_Steps[i]) * window[tap];
+            tables.Sinc[i][phase] = ScaleWeights(weights);
+        }
+    }
+    for (size_t i = 0; i < tables.Fade.size(); i++) {
+        const double x = static_cast<double>(std::min(i, MOD_FadeSteps)) / MOD_FadeSteps;
+        tables.Fade[i] = static_cast<int32_t>(
+            std::lround((1 + std::cos(std::numbers::pi * x)) / 2 * MOD_FadeOne));
+    }
+    return tables;
+}
+
+static const MOD_TABLES &Tables()
+{
+    static const MOD_TABLES tables = MakeTables();
+    return tables;
+}
 
 static bool IsLeft(size_t voice)
 {
     return ((voice + 1) & 2) == 0;  // left, right, right, left
 }
 
-// Frames whose positions lie before `end`, at most `frames`.
-static size_t FramesBefore(uint64_t end, uint64_t position, uint64_t step, size_t frames)
-{
-    return static_cast<size_t>(std::min<uint64_t>((end - position + step - 1) / step, frames));
-}
-
-// The sample between two neighbours, 16 bits.
-static int32_t Between(int8_t a, int8_t b, uint64_t position)
-{
-    const auto part = static_cast<int32_t>(static_cast<uint32_t>(position) >> 17);
-    return a * 256 + ((b - a) * part >> 7);
-}
-
-// Adds frames of a run, of which the sample after each is a part too.
-template <bool Ramp>
-static void AddRun(MOD_VOICE &v, uint64_t step, std::span<int32_t> bus)
-{
-    const int8_t *data = v.Data;
-    uint64_t position = v.Position;
-    int32_t gain = v.Gain, heard = v.Heard;
-    const int32_t rise = v.Rise, level = v.Gain / MOD_GainOne;
-    for (int32_t &sum : bus) {
-        const int8_t *at = data + (position >> 32);
-        if constexpr (Ramp)
-            gain += rise;
-        heard = Between(at[0], at[1], position) * (Ramp ? gain / MOD_GainOne : level);
-        sum += heard;
-        position += step;
-    }
-    v.Gain = gain;
-    v.Position = position;
-    v.Heard = heard;
-}
-
 // Goes on with the loop where a run has ended. False when no loop follows.
 static bool EnterRun(MOD_VOICE &v)
 {
-    const uint64_t end = static_cast<uint64_t>(v.End) << 32;
-    if (v.Data && v.Position < end)
+    if (v.Data && v.Position < static_cast<uint64_t>(v.End) << 32)
         return true;
-    const uint64_t length = static_cast<uint64_t>(v.LoopEnd - v.LoopStart) << 32;
-    const uint64_t over = v.Data ? v.Position - end : 0;
     v.Data = v.LoopData;
-    if (!v.Data)
-        return false;
-    v.Position = (static_cast<uint64_t>(v.LoopStart) << 32) + over % length;
+    v.Position = static_cast<uint64_t>(v.LoopStart) << 32;
     v.End = v.LoopEnd;
-    return true;
+    return v.Data;
 }
 
-// Adds what cut notes left, falling to nothing in a straight line.
-static void AddTail(MOD_VOICE &v, std::span<int32_t> bus)
+// Reads `count` samples from the position on, and those before it.
+static void ReadSamples(MOD_VOICE v, size_t count, MOD_SAMPLES &samples)
 {
-    for (size_t i = 0; i < bus.size() && v.TailFrames != 0; i++) {
-        v.Tail -= v.Tail / v.TailFrames--;
-        bus[i] += v.Tail;
+    auto out = std::ranges::copy(v.Past, samples.begin()).out;
+    while (count != 0 && EnterRun(v)) {
+        const size_t at = v.Position >> 32, run = std::min<size_t>(count, v.End - at);
+        out = std::copy_n(v.Data + at, run, out);
+        count -= run;
+        v.Position += static_cast<uint64_t>(run) << 32;
+    }
+    std::fill_n(out, count, int16_t{0});
+}
+
+// Moves on by `way`, of which no more is gone than the voice plays.
+static void Move(MOD_VOICE &v, uint64_t way)
+{
+    while (EnterRun(v)) {
+        const uint64_t left = (static_cast<uint64_t>(v.End) << 32) - v.Position;
+        const uint64_t step = std::min(way, left);
+        const size_t from = v.Position >> 32, to = (v.Position + step) >> 32;
+        const size_t kept = std::min(to - from, MOD_Before);
+        std::shift_left(v.Past.begin(), v.Past.end(), static_cast<ptrdiff_t>(kept));
+        std::copy(v.Data + (to - kept), v.Data + to, v.Past.end() - static_cast<ptrdiff_t>(kept));
+        v.Position += step;
+        way -= step;
+        if (way == 0)
+            return;
+        // Whole passes of the loop change nothing once it fills what was before.
+        const uint64_t pass = static_cast<uint64_t>(v.LoopEnd - v.LoopStart) << 32;
+        if (v.LoopData && way > pass * MOD_Taps)
+            way = way % pass + pass * MOD_Taps;
     }
 }
 
-// Adds the frame between the run's last sample and what follows it.
-static void AddLastOfRun(MOD_VOICE &v, uint64_t step, int32_t &sum)
+// These give `count` values at positions from `position` on, 16 bits and what lies between samples;
+// samples[MOD_Before] is the one at 0.
+
+// Four values at a time: each is weighed in eight lanes, whose sums are then taken together.
+EXTRA_LANES static void ReadWeighed(const MOD_WEIGHTS &weights, const MOD_SAMPLES &samples,
+                                    uint64_t position, uint64_t step, size_t count, MOD_VALUES &out)
 {
-    const int8_t next = v.LoopData ? v.LoopData[v.LoopStart] : int8_t{0};
-    v.Gain += v.RampFrames != 0 ? v.Rise : 0;
-    v.Heard = Between(v.Data[v.End - 1], next, v.Position) * (v.Gain / MOD_GainOne);
-    sum += v.Heard;
-    v.Position += step;
+    using LANES [[gnu::vector_size(32)]] = float;
+    using SUMS [[gnu::vector_size(16)]] = float;
+    using WHOLE [[gnu::vector_size(16)]] = int32_t;
+    static_assert(MOD_Taps == 16);
+    constexpr uint32_t phase = UINT32_MAX / MOD_Phases + 1;
+    const uint64_t last = position + step * (count - 1);
+    std::array<float, std::tuple_size_v<MOD_SAMPLES>> wide;
+    std::copy_n(samples.begin(), (last >> 32) + MOD_Taps, wide.begin());
+    for (size_t i = 0; i < count; i += 4) {
+        SUMS sums[4];
+        for (SUMS &four : sums) {
+            const float *s = &wide[position >> 32];
+            const float *w = weights[static_cast<uint32_t>(position) / phase].data();
+            LANES samples1, samples2, weights1, weights2;
+            std::memcpy(&samples1, s, sizeof samples1);
+            std::memcpy(&samples2, s + 8, sizeof samples2);
+            std::memcpy(&weights1, w, sizeof weights1);
+            std::memcpy(&weights2, w + 8, sizeof weights2);
+            const LANES sum = samples1 * weights1 + samples2 * weights2;
+            four = __builtin_shufflevector(sum, sum, 0, 1, 2, 3) +
+                   __builtin_shufflevector(sum, sum, 4, 5, 6, 7);
+            position = std::min(position + step, last);
+        }
+        const SUMS two = __builtin_shufflevector(sums[0], sums[1], 0, 4, 1, 5) +
+                         __builtin_shufflevector(sums[0], sums[1], 2, 6, 3, 7);
+        const SUMS others = __builtin_shufflevector(sums[2], sums[3], 0, 4, 1, 5) +
+                            __builtin_shufflevector(sums[2], sums[3], 2, 6, 3, 7);
+        const SUMS all = __builtin_shufflevector(two, others, 0, 1, 4, 5) +
+                         __builtin_shufflevector(two, others, 2, 3, 6, 7);
+        const WHOLE whole = __builtin_convertvector(all, WHOLE);
+        std::memcpy(&out[i], &whole, sizeof whole);
+    }
+}
+
+// Each sample is packed with the way to the next. One loop collects these from wherever the pitch
+// leads, the others work in lanes.
+EXTRA_LANES static void ReadLinear(const MOD_SAMPLES &samples, uint64_t position, uint64_t step,
+                                   size_t count, MOD_VALUES &out)
+{
+    std::array<int32_t, std::tuple_size_v<MOD_SAMPLES>> packed;
+    const size_t read = ((position + step * (count - 1)) >> 32) + 1;
+    const int16_t *first = &samples[MOD_Before];
+    for (size_t i = 0; i < read; i++)
+        packed[i] = (first[i + 1] - first[i]) * 65536 + static_cast<uint16_t>(first[i]);
+    uint64_t at = position;
+    for (size_t i = 0; i < count; i++, at += step)
+        out[i] = packed[at >> 32];
+    const auto from = static_cast<uint32_t>(position), by = static_cast<uint32_t>(step);
+    for (size_t i = 0; i < count; i++) {
+        const auto part = static_cast<int32_t>((from + static_cast<uint32_t>(i) * by) >> 17);
+        out[i] = static_cast<int16_t>(out[i]) * 256 + ((out[i] >> 16) * part >> 7);
+    }
+}
+
+static void ReadNearest(const MOD_SAMPLES &samples, uint64_t position, uint64_t step, size_t count,
+                        MOD_VALUES &out)
+{
+    for (size_t i = 0; i < count; i++, position += step)
+        out[i] = samples[MOD_Before + (position >> 32)] * 256;
+}
+
+static const MOD_WEIGHTS &SincFor(uint64_t step)
+{
+    const auto fits = std::ranges::find_if(
+        MOD_Steps, [=](double most) { return static_cast<double>(step) <= most * 4294967296.0; });
+    return Tables().Sinc[std::min<size_t>(static_cast<size_t>(fits - MOD_Steps.begin()),
+                                          MOD_Steps.size() - 1)];
+}
+
+static void Interpolate(MOD_INTERPOLATION how, const MOD_SAMPLES &samples, uint64_t position,
+                        uint64_t step, size_t count, MOD_VALUES &out)
+{
+    switch (how) {
+    case MOD_NEAREST:
+        return ReadNearest(samples, position, step, count, out);
+    case MOD_LINEAR:
+        return ReadLinear(samples, position, step, count, out);
+    case MOD_CUBIC:
+        return ReadWeighed(Tables().Cubic, samples, position, step, count, out);
+    case MOD_SINC:
+        return ReadWeighed(SincFor(step), samples, position, step, count, out);
+    }
+}
+
+// What is left of a fade of `frames` with so many frames to go; from MOD_FadeOne to 0.
+static int32_t FadeOf(int32_t left, int32_t frames)
+{
+    const uint64_t at =
+        (static_cast<uint64_t>(frames - left) << 24) / static_cast<uint32_t>(frames);
+    const int32_t *step = &Tables().Fade[at >> 16];
+    return step[0] + static_cast<int32_t>((step[1] - step[0]) * int64_t(at & 0xFFFF) >> 16);
+}
+
+static int32_t Faded(int32_t value, int32_t fade)
+{
+    return static_cast<int32_t>(int64_t{value} * fade / MOD_FadeOne);
+}
+
+// Adds values at a gain that moves.
+static void AddRamp(MOD_VOICE &v, int32_t ramp, std::span<const int32_t> values, int32_t *bus)
+{
+    for (const int32_t value : values) {
+        v.RampFrames--;
+        v.Gain = v.Target + Faded(v.From - v.Target, FadeOf(v.RampFrames, ramp));
+        v.Heard = value * (v.Gain / MOD_GainOne);
+        *bus++ += v.Heard;
+    }
+}
+
+EXTRA_LANES static void AddLevel(int32_t level, std::span<const int32_t> values, int32_t *bus)
+{
+    for (size_t i = 0; i < values.size(); i++)
+        bus[i] += values[i] * level;
+}
+
+// Adds what cut notes left.
+static void AddTail(MOD_VOICE &v, int32_t ramp, std::span<int32_t> bus)
+{
+    for (size_t i = 0; i < bus.size() && v.TailFrames != 0; i++)
+        bus[i] += Faded(v.Tail, FadeOf(--v.TailFrames, ramp));
 }
 
 // Sends the gain on its way to a new volume.
@@ -99,63 +307,88 @@ static void StartRamp(MOD_VOICE &v, int32_t frames)
     const int32_t target = v.Volume * MOD_VolumeStep * MOD_GainOne;
     if (target == v.Target)
         return;
+    v.From = v.Gain;
     v.Target = target;
-    v.Rise = (target - v.Gain) / frames;
     v.RampFrames = frames;
 }
 
+// Frames from the position on that lie in the window, and before the end where no loop follows.
+static size_t FramesAhead(const MOD_VOICE &v, uint64_t step, size_t frames)
+{
+    uint64_t way = uint64_t{MOD_Window} << 32;
+    if (!v.LoopData)
+        way = std::min(way, (static_cast<uint64_t>(v.End) << 32) - v.Position);
+    return static_cast<size_t>(std::min<uint64_t>((way + step - 1) / step, frames));
+}
+
 // Adds what the voice plays. Returns the frames until it fell silent.
-static size_t AddRuns(MOD_VOICE &v, uint64_t step, std::span<int32_t> bus)
+static size_t AddRuns(const MOD_MIXER &mixer, MOD_VOICE &v, uint64_t step, int32_t ramp,
+                      std::span<int32_t> bus)
 {
     size_t done = 0;
     while (done < bus.size() && EnterRun(v)) {
-        const uint64_t last = static_cast<uint64_t>(v.End - 1) << 32;
-        size_t count = 1;
-        if (v.Position < last) {
-            const auto ramp = static_cast<size_t>(v.RampFrames);
-            count = FramesBefore(last, v.Position, step, bus.size() - done);
-            if (ramp != 0)
-                AddRun<true>(v, step, bus.subspan(done, count = std::min(count, ramp)));
-            else
-                AddRun<false>(v, step, bus.subspan(done, count));
-        } else {
-            AddLastOfRun(v, step, bus[done]);
+        MOD_SAMPLES samples;
+        MOD_VALUES values;
+        const size_t count = FramesAhead(v, step, bus.size() - done);
+        const std::span out(values.data(), count);
+        const uint64_t part = static_cast<uint32_t>(v.Position), way = step * count;
+        ReadSamples(v, ((part + way - step) >> 32) + MOD_Taps - MOD_Before, samples);
+        Interpolate(mixer.Interpolation, samples, part, step, count, values);
+        const size_t moving = std::min(count, static_cast<size_t>(v.RampFrames));
+        AddRamp(v, ramp, out.first(moving), &bus[done]);
+        if (moving < count) {
+            const int32_t level = v.Gain / MOD_GainOne;
+            AddLevel(level, out.subspan(moving), &bus[done + moving]);
+            v.Heard = out.back() * level;
         }
+        Move(v, way);
         done += count;
-        if (v.RampFrames != 0 && (v.RampFrames -= static_cast<int32_t>(count)) == 0)
-            v.Gain = v.Target;
     }
     return done;
 }
 
 // What stops being heard at once fades instead.
-static void Leave(MOD_VOICE &v, int32_t frames)
+static void Leave(MOD_VOICE &v, int32_t ramp)
 {
     if (v.Heard != 0) {
-        v.Tail += v.Heard;
-        v.TailFrames = frames;
+        v.Tail = v.Heard + (v.TailFrames != 0 ? Faded(v.Tail, FadeOf(v.TailFrames, ramp)) : 0);
+        v.TailFrames = ramp;
     }
     v.Heard = v.Gain = v.Target = v.RampFrames = 0;
 }
 
+static int32_t RampFramesOf(uint32_t rate)
+{
+    return std::max(static_cast<int32_t>(rate * MOD_RampTime), 1);
+}
+
+// Samples a frame of a voice that plays; 0 where it is silent.
+static uint64_t StepOf(const MOD_VOICE &v, uint32_t rate)
+{
+    if (v.Period == 0 || (!v.Data && !v.LoopData))
+        return 0;
+    return static_cast<uint64_t>(4 * MOD_Clock / v.Period / rate * 4294967296.0) | 1;
+}
+
 // While a new note's gain rises, the tail of the one before falls: together they are never louder
 // than either.
-static void AddVoice(MOD_VOICE &v, uint32_t rate, std::span<int32_t> bus)
+static void AddVoice(const MOD_MIXER &mixer, MOD_VOICE &v, uint32_t rate, std::span<int32_t> bus)
 {
-    const int32_t rampFrames = std::max(static_cast<int32_t>(rate * MOD_RampTime), 1);
-    if (v.Started)
-        Leave(v, rampFrames);
+    const int32_t ramp = RampFramesOf(rate);
+    if (v.Started) {
+        Leave(v, ramp);
+        v.Past = {};
+    }
     v.Started = false;
     size_t done = 0;
-    if (v.Period != 0 && (v.Data || v.LoopData)) {
-        const auto step = static_cast<uint64_t>(4 * MOD_Clock / v.Period / rate * 4294967296.0) | 1;
-        StartRamp(v, rampFrames);
-        done = AddRuns(v, step, bus);
+    if (const uint64_t step = StepOf(v, rate)) {
+        StartRamp(v, ramp);
+        done = AddRuns(mixer, v, step, ramp, bus);
     }
-    AddTail(v, bus.first(done));
+    AddTail(v, ramp, bus.first(done));
     if (done < bus.size())
-        Leave(v, rampFrames);
-    AddTail(v, bus.subspan(done));
+        Leave(v, ramp);
+    AddTail(v, ramp, bus.subspan(done));
 }
 
 // Weights of a second-order low-pass by the bilinear transform.
@@ -184,8 +417,8 @@ static void FilterBus(MOD_FILTER &filter, size_t side, std::span<int32_t> bus)
 }
 
 // What one side hears of the buses, rounded to `bits` and cut to what these hold.
-static void MixSide(const MOD_MIXER &mixer, double left, double right, uint32_t bits,
-                    std::span<int32_t> out)
+EXTRA_LANES static void MixSide(const MOD_MIXER &mixer, double left, double right, uint32_t bits,
+                                std::span<int32_t> out)
 {
     const double full = static_cast<double>(int64_t{1} << (bits - 1));
     left *= full;
@@ -193,7 +426,7 @@ static void MixSide(const MOD_MIXER &mixer, double left, double right, uint32_t 
     for (size_t i = 0; i < out.size(); i++) {
         const double value = mixer.Buses[0][i] * left + mixer.Buses[1][i] * right;
         const double cut = std::min(std::max(value, -full), full - 1);
-        out[i] = static_cast<int32_t>(cut + (cut < 0 ? -0.5 : 0.5));
+        out[i] = static_cast<int32_t>(cut + std::copysign(0.5, cut));
     }
 }
 
@@ -209,23 +442,35 @@ static void StoreSide(std::span<const int32_t> side, uint8_t *out, size_t stride
     }
 }
 
+// The same for both sides of the most common format.
+EXTRA_LANES static void StorePairs(const int32_t *left, const int32_t *right, size_t frames,
+                                   uint8_t *out)
+{
+    for (size_t i = 0; i < frames; i++) {
+        const uint32_t pair =
+            (static_cast<uint32_t>(left[i]) & 0xFFFF) | static_cast<uint32_t>(right[i]) << 16;
+        for (int shift = 0; shift < 32; shift += 8)
+            *out++ = static_cast<uint8_t>(pair >> shift);
+    }
+}
+
 static void StoreFrames(const MOD_MIXER &mixer, size_t voices, const MOD_FORMAT &format,
                         size_t frames, uint8_t *out)
 {
     const double scale =
         1 / (MOD_VoiceFull * static_cast<double>(std::max<size_t>(2, (voices + 1) / 2)));
-    const double nearSide = scale * (format.Channels == 1 ? 0.5 : MOD_NearSide);
-    const double farSide = scale * (format.Channels == 1 ? 0.5 : 1 - MOD_NearSide);
+    const double apart = format.Channels == 1 ? 0 : mixer.Separation / 100.0;
+    const double nearSide = scale * (1 + apart) / 2, farSide = scale * (1 - apart) / 2;
     const uint32_t bytes = format.Bits / 8;
     const size_t stride = bytes * format.Channels;
+    std::array<std::array<int32_t, MOD_Block>, 3> sides;  // the third is silent
+    MixSide(mixer, nearSide, farSide, format.Bits, std::span(sides[0].data(), frames));
+    MixSide(mixer, farSide, nearSide, format.Bits, std::span(sides[1].data(), frames));
+    if (format.Channels == 2 && bytes == 2)
+        return StorePairs(sides[0].data(), sides[1].data(), frames, out);
+    sides[2].fill(0);
     for (uint32_t c = 0; c < format.Channels; c++, out += bytes) {
-        std::array<int32_t, MOD_Block> samples;
-        const std::span side(samples.data(), frames);
-        if (c < 2)
-            MixSide(mixer, c == 0 ? nearSide : farSide, c == 0 ? farSide : nearSide, format.Bits,
-                    side);
-        else
-            std::ranges::fill(side, 0);
+        const std::span side(sides[std::min(c, 2u)].data(), frames);
         if (bytes == 1)
             StoreSide<1>(side, out, stride);
         else if (bytes == 2)
@@ -235,6 +480,11 @@ static void StoreFrames(const MOD_MIXER &mixer, size_t voices, const MOD_FORMAT 
         else
             StoreSide<4>(side, out, stride);
     }
+}
+
+void MOD_MakeTables()
+{
+    Tables();
 }
 
 uint32_t MOD_FrameBytes(const MOD_FORMAT &format)
@@ -253,8 +503,23 @@ void MOD_Mix(MOD_MIXER &mixer, std::span<MOD_VOICE> voices, const MOD_FORMAT &fo
     for (auto &bus : mixer.Buses)
         std::fill_n(bus.begin(), frames, 0);
     for (size_t i = 0; i < voices.size(); i++)
-        AddVoice(voices[i], format.Rate, std::span(mixer.Buses[IsLeft(i) ? 0 : 1].data(), frames));
+        AddVoice(mixer, voices[i], format.Rate,
+                 std::span(mixer.Buses[IsLeft(i) ? 0 : 1].data(), frames));
     for (size_t side = 0; filter && side < 2; side++)
         FilterBus(mixer.LowPass, side, std::span(mixer.Buses[side].data(), frames));
     StoreFrames(mixer, voices.size(), format, frames, out);
+}
+
+void MOD_SkipFrames(std::span<MOD_VOICE> voices, uint32_t rate, size_t frames)
+{
+    for (MOD_VOICE &v : voices) {
+        if (v.Started)
+            v.Past = {};
+        v.Started = false;
+        v.Heard = v.TailFrames = v.RampFrames = 0;
+        const uint64_t step = StepOf(v, rate);
+        v.Gain = v.Target = step != 0 ? v.Volume * MOD_VolumeStep * MOD_GainOne : 0;
+        if (step != 0)
+            Move(v, step * frames);
+    }
 }

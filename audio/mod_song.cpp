@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "audio/sound_file.h"
 #include "extra/bytes.h"
 #include "extra/reason.h"
 
@@ -24,6 +25,12 @@ constexpr MOD_SIGNATURE MOD_Signatures[] = {
     {"OCTA", 8}, {"TDZ1", 1}, {"TDZ2", 2, false}, {"TDZ3", 3, false},
 };
 
+// Those that the formats' rules know as well.
+constexpr MOD_SIGNATURE MOD_OtherSignatures[] = {
+    {"M&K!", 4}, {"FEST", 4}, {"NSMS", 4}, {"N.T.", 4}, {"LARD", 4}, {"PATT", 4}, {"EXO4", 4},
+    {"EXO8", 8}, {"CD61", 6}, {"OKTA", 8}, {"FA04", 4}, {"FA06", 6}, {"FA08", 8},
+};
+
 // What stands at the signature's place in well-known modules with 15 samples, which have none. The
 // zeros are on purpose: detection takes every other file of up to 1080 bytes for a module.
 constexpr uint32_t MOD_OldModules[] = {
@@ -33,14 +40,16 @@ constexpr uint32_t MOD_OldModules[] = {
 
 struct MOD_LAYOUT {
     uint8_t Channels, SampleCount;
-    bool Halves;  // eight channels as two patterns of four
+    bool Halves;   // eight channels as two patterns of four
+    size_t Extra;  // bytes after the signature
+    bool Foreign;  // as in the song
     size_t Orders() const
     {
         return 20 + SampleCount * MOD_SampleHeader;  // its length and a restart byte, then the list
     }
     size_t Patterns() const
     {
-        return Orders() + 2 + MOD_Orders + (SampleCount == MOD_MaxSamples ? 4 : 0);
+        return Orders() + 2 + MOD_Orders + (SampleCount == MOD_MaxSamples ? 4 : 0) + Extra;
     }
     size_t PatternBytes() const
     {
@@ -55,17 +64,25 @@ static bool IsDigit(char c)
     return c >= '0' && c <= '9';
 }
 
+static uint8_t FindChannels(std::span<const MOD_SIGNATURE> signatures, std::string_view s)
+{
+    const auto known = std::ranges::find(signatures, s, &MOD_SIGNATURE::Text);
+    return known != signatures.end() ? known->Channels : uint8_t{0};
+}
+
 // Channels by the signature, 0 for none.
 static uint8_t ChannelsOf(std::string_view s)
 {
-    for (const MOD_SIGNATURE &known : MOD_Signatures)
-        if (s == known.Text)
-            return known.Channels;
+    if (const uint8_t channels = FindChannels(MOD_Signatures, s))
+        return channels;
+    const bool format = Audio_Rules == AUDIO_RULES_FORMAT;
     if (IsDigit(s[0]) && s.substr(1) == "CHN")
         return static_cast<uint8_t>(s[0] - '0');
-    if (IsDigit(s[0]) && IsDigit(s[1]) && s.substr(2) == "CH")
+    if (IsDigit(s[0]) && IsDigit(s[1]) && (s.substr(2) == "CH" || (format && s.substr(2) == "CN")))
         return static_cast<uint8_t>((s[0] - '0') * 10 + s[1] - '0');
-    return 0;
+    if (format && s.starts_with("TDZ") && IsDigit(s[3]))
+        return static_cast<uint8_t>(s[3] - '0');
+    return format ? FindChannels(MOD_OtherSignatures, s) : uint8_t{0};
 }
 
 bool MOD_IsSignature(std::span<const uint8_t, 4> bytes)
@@ -82,7 +99,18 @@ bool MOD_IsSignature(std::span<const uint8_t, 4> bytes)
     return text.ends_with("CHN") ? channels != 0 : channels >= 10 && channels <= 64;
 }
 
-// Without a signature only sensible headers count: most short files have zeros there.
+// Whether the order list fits a module with 15 samples, whose editors knew 64 patterns.
+static bool HasOldOrders(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
+{
+    size_t position = layout.Orders();
+    const uint8_t length = Bytes_GetByte(file, position);
+    const auto orders = Bytes_GetSpan(file, position + 1, MOD_Orders);
+    return length >= 1 && length <= MOD_Orders &&
+           std::ranges::all_of(orders, [](uint8_t order) { return order < 64; });
+}
+
+// The framework's rules: without a signature only sensible headers count, since most short files
+// have zeros there.
 static bool LooksOld(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
 {
     size_t position = MOD_SignatureAt;
@@ -95,23 +123,106 @@ static bool LooksOld(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
         if (finetune > 15 || Bytes_GetByte(file, position) > 64)
             return false;
     }
-    position = layout.Orders();
-    const uint8_t length = Bytes_GetByte(file, position);
-    const auto orders = Bytes_GetSpan(file, position + 1, MOD_Orders);
-    return length >= 1 && length <= MOD_Orders &&
-           std::ranges::all_of(orders, [](uint8_t order) { return order < 64; });
+    return HasOldOrders(file, layout);
+}
+
+// Whether bytes are text up to a NUL, if they have one, after which editors left what was there.
+static bool IsText(std::span<const uint8_t> bytes)
+{
+    return std::ranges::all_of(bytes.begin(), std::ranges::find(bytes, 0),
+                               [](uint8_t c) { return c >= ' ' && c != 127; });
+}
+
+// Bytes of a sample whose header makes sense, nothing for one that does not. Those editors had no
+// tuning, and loops that start at a byte.
+static std::optional<uint32_t> OldSampleBytes(std::span<const uint8_t> file, size_t position)
+{
+    const bool named = IsText(Bytes_GetSpan(file, position, 22));
+    position += 22;
+    const uint32_t length = Bytes_GetBig(file, position, 2) * 2;
+    const uint8_t finetune = Bytes_GetByte(file, position), volume = Bytes_GetByte(file, position);
+    const uint32_t start = Bytes_GetBig(file, position, 2);
+    const uint32_t loop = Bytes_GetBig(file, position, 2) * 2;
+    const bool fits = length == 0 || start + (loop > 2 ? loop : 0) <= length + 2;
+    if (!named || finetune != 0 || volume > 64 || length > 65534 || !fits)
+        return std::nullopt;
+    return length;
+}
+
+// The format's rules: all that the header and the patterns at hand say must make sense.
+static bool IsOld(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
+{
+    uint32_t samples = 0;
+    for (size_t i = 0; i < layout.SampleCount; i++) {
+        const auto bytes = OldSampleBytes(file, 20 + i * MOD_SampleHeader);
+        if (!bytes)
+            return false;
+        samples += *bytes;
+    }
+    if (samples == 0 || !IsText(file.first(20)) || !HasOldOrders(file, layout))
+        return false;
+    // As many patterns as the list names, of those that are at hand.
+    const auto orders = Bytes_GetSpan(file, layout.Orders() + 2, MOD_Orders);
+    const size_t patterns = *std::ranges::max_element(orders) + 1u;
+    const auto cells = Bytes_GetSpan(file, layout.Patterns(), patterns * layout.PatternBytes());
+    size_t notes = 0, strange = 0;
+    for (size_t position = 0; position + MOD_CellBytes <= cells.size();) {
+        const uint32_t cell = Bytes_GetBig(cells, position, 4);
+        const uint32_t period = cell >> 16;  // with the sample's high digit, which is 0
+        notes += period >= 100 && period <= 1024;
+        strange += (period != 0 && period < 100) || period > 1024;
+    }
+    return notes > 16 * strange;  // real songs have a slip here and there
+}
+
+static std::string_view SignatureOf(std::span<const uint8_t> file)
+{
+    const auto bytes = Bytes_GetSpan(file, MOD_SignatureAt, 4);
+    return bytes.size() == 4 ? std::string_view(reinterpret_cast<const char *>(bytes.data()), 4)
+                             : std::string_view("\0\0\0", 4);
+}
+
+bool MOD_IsModule(std::span<const uint8_t> head)
+{
+    return ChannelsOf(SignatureOf(head)) != 0 || IsOld(head, {4, 15, false, 0, false});
+}
+
+// One editor of eight channels writes the signature of four. Its samples are loud and untuned, and
+// its files as long as their patterns take with eight, but for a byte that makes them even.
+static bool HasEight(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
+{
+    const auto orders = Bytes_GetSpan(file, layout.Orders() + 2, MOD_Orders);
+    if (orders.size() < MOD_Orders || file[layout.Orders() + 1] != 0)
+        return false;
+    uint64_t bytes = layout.Patterns() +
+                     (*std::ranges::max_element(orders) + 1u) * uint64_t{layout.PatternBytes()} * 2;
+    for (size_t i = 0; i < layout.SampleCount; i++) {
+        size_t position = 20 + i * MOD_SampleHeader + 22;
+        const uint32_t length = Bytes_GetBig(file, position, 2) * 2;
+        if (length != 0 && Bytes_GetBig(file, position, 2) != 64)  // tuning 0, volume 64
+            return false;
+        bytes += length;
+    }
+    return file.size() - file.size() % 2 == bytes;
 }
 
 static std::optional<MOD_LAYOUT> FindLayout(std::span<const uint8_t> file)
 {
-    std::array<char, 4> signature;
-    size_t position = MOD_SignatureAt;
-    for (char &c : signature)
-        c = static_cast<char>(Bytes_GetByte(file, position));
-    const std::string_view text(signature.data(), signature.size());
-    if (const uint8_t channels = ChannelsOf(text))
-        return MOD_LAYOUT{channels, MOD_MaxSamples, text == "FLT8"};
-    if (const MOD_LAYOUT old = {4, 15, false}; LooksOld(file, old))
+    const bool format = Audio_Rules == AUDIO_RULES_FORMAT;
+    const std::string_view signature = SignatureOf(file);
+    if (const uint8_t channels = ChannelsOf(signature)) {
+        MOD_LAYOUT layout = {channels, MOD_MaxSamples, signature.substr(1) == "XO8", 0, false};
+        layout.Halves |= signature == "FLT8";
+        layout.Extra = signature.starts_with("FA0") ? 4 : 0;
+        if (format && signature == "M.K." && HasEight(file, layout))
+            layout.Channels = 8;
+        // The original's signatures are the two that it writes itself.
+        layout.Foreign =
+            format && (layout.Channels != 4 || (signature != "M.K." && signature != "M!K!"));
+        return layout;
+    }
+    const MOD_LAYOUT old = {4, 15, false, 0, false};
+    if (format ? IsOld(file, old) : LooksOld(file, old))
         return old;
     return {};
 }
@@ -124,8 +235,10 @@ static void ReadText(std::span<const uint8_t> file, size_t &position, std::array
     text[N - 1] = 0;
 }
 
-// The sample without its data; returns the bytes that it should have.
-static uint32_t ReadSampleHeader(std::span<const uint8_t> file, size_t position, MOD_SAMPLE &sample)
+// The sample without its data; returns the bytes that it should have. `old`: the loop's start
+// counts bytes.
+static uint32_t ReadSampleHeader(std::span<const uint8_t> file, size_t position, bool old,
+                                 MOD_SAMPLE &sample)
 {
     ReadText(file, position, sample.Name);
     const uint32_t length = Bytes_GetBig(file, position, 2) * 2;
@@ -136,7 +249,7 @@ static uint32_t ReadSampleHeader(std::span<const uint8_t> file, size_t position,
     // The oldest editors counted the start in bytes: then twice the figure does not fit.
     const bool bytes =
         start * 2 + sample.LoopLength > length && start + sample.LoopLength <= length;
-    sample.LoopStart = bytes ? start : start * 2;
+    sample.LoopStart = bytes || old ? start : start * 2;
     return length;
 }
 
@@ -149,6 +262,16 @@ static void ReadSampleData(std::span<const uint8_t> data, MOD_SAMPLE &sample)
     if (sample.LoopStart >= size)
         sample.LoopStart = sample.LoopLength = 0;
     sample.LoopLength = std::min(sample.LoopLength, size - sample.LoopStart);
+}
+
+// The editors of 15 samples play nothing but the loop of a sample that has one.
+static void KeepLoop(MOD_SAMPLE &sample)
+{
+    if (sample.LoopLength <= 2)
+        return;
+    const auto start = sample.Data.begin() + sample.LoopStart;
+    sample.Data = {start, start + sample.LoopLength};
+    sample.LoopStart = 0;
 }
 
 // Patterns are counted by the highest number in the list, the entries after its end included, as
@@ -201,12 +324,15 @@ std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file)
     MOD_SONG song = {};
     song.Channels = layout->Channels;
     song.SampleCount = layout->SampleCount;
+    song.FormatRules = Audio_Rules == AUDIO_RULES_FORMAT;
+    song.Foreign = layout->Foreign;
     size_t position = 0;
     ReadText(file, position, song.Title);
     std::array<uint32_t, MOD_MaxSamples + 1> lengths{};
     uint64_t total = 0;
+    const bool old = song.SampleCount != MOD_MaxSamples && Audio_Rules == AUDIO_RULES_FORMAT;
     for (size_t i = 1; i <= song.SampleCount; i++) {
-        lengths[i] = ReadSampleHeader(file, 20 + (i - 1) * MOD_SampleHeader, song.Samples[i]);
+        lengths[i] = ReadSampleHeader(file, 20 + (i - 1) * MOD_SampleHeader, old, song.Samples[i]);
         total += lengths[i];
     }
     position = layout->Orders();
@@ -224,6 +350,8 @@ std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file)
     position = layout->Patterns() + patterns * layout->PatternBytes();
     for (size_t i = 1; i <= song.SampleCount; i++) {
         ReadSampleData(Bytes_GetSpan(file, position, lengths[i]), song.Samples[i]);
+        if (old)
+            KeepLoop(song.Samples[i]);
         position += lengths[i];
     }
     if (position > file.size())

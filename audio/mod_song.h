@@ -11,6 +11,7 @@
 constexpr size_t MOD_Rows = 64;
 constexpr size_t MOD_Orders = 128;
 constexpr size_t MOD_MaxSamples = 31;
+constexpr size_t MOD_MaxChannels = 99;
 
 /// One channel of one row. A period and a sample of 0 stand for none.
 struct MOD_CELL {
@@ -36,6 +37,8 @@ struct MOD_SONG {
     uint8_t SampleCount;         // 15 or 31
     uint8_t Length;              // orders that are played, 1 to 128
     bool WideRange;              // has notes outside the three octaves of the original player
+    bool FormatRules;            // read by the formats' rules
+    bool Foreign;                // by them, a file of another editor than the original
     std::array<uint8_t, MOD_Orders> Orders;
     std::array<MOD_SAMPLE, MOD_MaxSamples + 1> Samples;  // counted from 1; 0 is an empty one
     std::vector<MOD_CELL> Cells;                         // patterns x rows x channels
@@ -44,12 +47,18 @@ struct MOD_SONG {
 /// Where a module with 31 samples has its signature of 4 bytes.
 constexpr size_t MOD_SignatureAt = 1080;
 
-/// Whether detection takes what stands there for a module: most of the signatures that MOD_ReadSong
-/// knows, or what known modules with 15 samples, which have none, have in its place.
+/// Whether detection takes what stands there for a module, by the framework's rules: most of the
+/// signatures that MOD_ReadSong knows, or what known modules with 15 samples, which have none, have
+/// in its place.
 bool MOD_IsSignature(std::span<const uint8_t, 4> bytes);
 
-/// Reads a module: 31 samples and a signature, or 15 samples and none. What a damaged file lacks is
-/// empty. Nothing, with a reason, when the file is no module or too short to hold a row.
+/// The same by the formats' rules, from a file's first bytes, of which 1084 or more are given: a
+/// signature, or a header with 15 samples and patterns that make sense throughout.
+bool MOD_IsModule(std::span<const uint8_t> head);
+
+/// Reads a module by Audio_Rules: 31 samples and a signature, or 15 samples and none. What a
+/// damaged file lacks is empty. Nothing, with a reason, when the file is no module or too short to
+/// hold a row.
 std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file);
 
 /// The cell of a channel below Channels; an empty one where the file has no such pattern.

@@ -120,7 +120,11 @@ static void ReadHeader(MP3_HEADER &record)
 // The next byte; 0xFF at the end of the file, which the frame search takes for one.
 static uint8_t GetByte(FILE *file)
 {
+#ifdef _WIN32
+    return static_cast<uint8_t>(std::getc(file));
+#else
     return static_cast<uint8_t>(getc_unlocked(file));
+#endif
 }
 
 // Moves on past the next byte 0xFF. False when none was found in some bytes or up to the file's
@@ -459,6 +463,82 @@ void MP3_StartOver(MP3_HEADER &record)
     record.Layer3 = {};
     record.Frames.Sample = 0;
     record.Frames.Next = record.Frames.Start;
+    record.Frames.Checked = false;
+}
+
+// Looks for frames until there are `count`, or the end of the file.
+static void Index(MP3_HEADER &record, FILE *file, uint64_t count)
+{
+    MP3_INDEX &index = record.Index;
+    if (index.Places.empty()) {
+        index.Stream = record.Frames;
+        index.Stream.Next = record.Frames.Start;
+        index.Stream.Checked = false;
+    }
+    fseeko(file, static_cast<off_t>(index.Stream.Next), SEEK_SET);
+    std::array<uint8_t, MP3_MaxFreeFrame> frame;
+    while (index.Frames < count) {
+        size_t length = 0, passed = 0;
+        const SEARCH found = MP3_NextFrame(file, index.Stream, frame, length, passed);
+        if (found == SEARCH::End)
+            break;
+        if (found == SEARCH::Unfinished)
+            continue;
+        if (!index.Stream.Checked) {
+            index.Checked = index.Frames;
+            index.Stream.Checked =
+                (frame[1] & 1) == 0 && MP3_IsChecksumRight(std::span(frame).first(length));
+        }
+        if (index.Frames++ % MP3_IndexStep == 0)
+            index.Places.push_back(static_cast<uint32_t>(index.Stream.Next - length));
+    }
+}
+
+// A place so far before frame n that the one or two before n are decoded with all bits that they
+// take from earlier ones.
+static size_t PlaceBefore(const MP3_INDEX &index, uint64_t n)
+{
+    constexpr uint64_t reservoir = MP3_MaxReservoir, header = 6 + 32;  // the longest, with a CRC
+    const auto last = static_cast<size_t>((n - std::min<uint64_t>(n, 2)) / MP3_IndexStep);
+    size_t place = last;
+    while (place > 0 && index.Places[last] - index.Places[place] <
+                            reservoir + (last - place) * MP3_IndexStep * header)
+        place--;
+    return place;
+}
+
+uint64_t MP3_Seek(MP3_HEADER &record, FILE *file, uint64_t frame)
+{
+    MP3_STREAM &stream = record.Frames;
+    if (record.Rules == AUDIO_RULES_FRAMEWORK || stream.Header == 0)
+        return 0;
+    const uint64_t size = MP3_FrameSamples(stream.Header);
+    const uint64_t sample =
+        stream.Skip + (stream.Samples != 0 ? std::min(frame, stream.Samples) : frame);
+    Index(record, file, sample / size + 1);
+    const uint64_t n = std::min(sample / size, record.Index.Frames);
+    MP3_StartOver(record);
+    fseeko(file, static_cast<off_t>(stream.Start), SEEK_SET);
+    if (n == 0)
+        return 0;
+    const size_t place = PlaceBefore(record.Index, n);
+    uint64_t at = place * MP3_IndexStep;
+    stream.Next = record.Index.Places[place];
+    stream.Checked = record.Index.Checked < at;
+    fseeko(file, static_cast<off_t>(stream.Next), SEEK_SET);
+    std::array<int16_t, MP3_MaxSamples> samples;
+    while (at < n) {
+        size_t passed = 0;
+        const SEARCH found = FindFrame(file, record, passed);
+        if (found == SEARCH::End)
+            break;
+        if (found == SEARCH::Unfinished)
+            continue;
+        MP3_Decode(record, samples.data());
+        at++;
+    }
+    stream.Sample = at * size;
+    return stream.Sample - std::min<uint64_t>(stream.Sample, stream.Skip);
 }
 
 void MP3_Destroy()

@@ -22,6 +22,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <vector>
 
 #include "audio/mp3_bits.h"
 #include "audio/mp3_frame.h"
@@ -29,6 +30,8 @@
 #include "audio/mp3_stream.h"
 #include "audio/mp3_tags.h"
 #include "audio/sound_file.h"
+
+#pragma GCC visibility push(default)
 
 /// Texts of a tag, each with a NUL at its end; empty without a tag.
 struct MP3_ID3V1 {
@@ -50,6 +53,15 @@ struct MP3_ID3V2 {
     std::array<char, 2> Track;
     std::array<char, 61> Genre;
 };
+
+/// Where frames are, as far as they were looked for.
+struct MP3_INDEX {
+    std::vector<uint32_t> Places;  // positions of every MP3_IndexStep-th frame
+    uint64_t Frames;               // before Stream.Next
+    uint64_t Checked;              // frames before the first whose CRC is right
+    MP3_STREAM Stream;             // where the search stands
+};
+constexpr uint64_t MP3_IndexStep = 32;
 
 /// A file that was loaded. The fields from Channels to FrameLength are those of the header in
 /// FrameBuffer: after MP3_Load the first one after the tag, 0 where none exists.
@@ -73,6 +85,7 @@ struct MP3_HEADER {
     uint8_t Rules;  // AUDIO_RULES that it was loaded by
     // By the format's rules; zero by the framework's.
     MP3_STREAM Frames;
+    MP3_INDEX Index;
     MP3_TEXTS Texts;     // of all tags; ID3v2 has them cut
     uint32_t DataStart;  // of the first frame that sounds
 };
@@ -109,6 +122,12 @@ void MP3_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 /// and the next call goes on with the search.
 SOUND_FILLED MP3_Fill(MP3_HEADER &record, const SOUND_REFILL &refill);
 
+/// Puts `file` before the frame of MPEG audio with `frame` of the sound, and has the decoder carry
+/// what the frames before it leave: what is decoded from there on is as without the leap, but for
+/// damage shortly before. Returns the frame of the sound there. The first leap looks for all MPEG
+/// frames up to there. By the framework's rules it is always the start.
+uint64_t MP3_Seek(MP3_HEADER &record, FILE *file, uint64_t frame);
+
 /// Forgets what the decoder carries from frame to frame, as for another sound.
 void MP3_StartOver(MP3_HEADER &record);
 
@@ -135,3 +154,5 @@ constexpr char MP3_Mode[4][8] = {"off-off", "on-off", "off-on", "on-on"};  // in
 constexpr char MP3_Copyrighted[2][16] = {"Not copyrighted", "Copyrighted"};
 constexpr char MP3_Original[2][23] = {"Copy of original media", "Original media"};
 constexpr char MP3_Emphasis[4][10] = {"none", "50/15 ms", "reserved", "CCIT J.17"};
+
+#pragma GCC visibility pop

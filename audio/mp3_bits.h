@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#pragma GCC visibility push(default)
+
 /// Where a header or side information is being read.
 struct MP3_BITS {
     const uint8_t *Start;  // the data, not owned
@@ -33,3 +35,5 @@ inline uint64_t MP3_Peek(const uint8_t *data, size_t index)
         word = word << 8 | bytes[i];
     return word << (index & 7);
 }
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 
 #include "audio/mp3_fixed.h"
 
+#pragma GCC visibility push(default)
+
 constexpr size_t MP3_Subbands = 32;
 constexpr size_t MP3_Slots = 18;     // of a granule: samples of one subband, lines of one subband
 constexpr size_t MP3_History = 16;   // earlier slots that a sample depends on, and one to spare
@@ -41,3 +43,5 @@ void MP3_Hybrid(MP3_FILTER &filter, MP3_SPECTRUM &lines, size_t used, MP3_BLOCK 
 /// are `rounded`.
 void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride,
                    bool rounded = false);
+
+#pragma GCC visibility pop

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(default)
+
 /// A fixed-point number in two's complement: what a hostile stream makes overflow wraps around and
 /// does nothing worse. Full scale is 1 << MP3_FixedBits: there is headroom of 128 times that, and a
 /// unit is 1/512 of a 16-bit step.
@@ -40,3 +42,5 @@ constexpr double MP3_Root(double x)
         root = (root + x / root) / 2;
     return root;
 }
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <span>
 
+#pragma GCC visibility push(default)
+
 /// Bit rate in kbit/s by index, for the versions below MPEG-1 and for MPEG-1. Index 15 is bad. All
 /// layers are taken by the rates of Layer III, on purpose.
 constexpr std::array<std::array<uint16_t, 15>, 2> MP3_BitRate = {
@@ -145,3 +147,5 @@ constexpr MP3_FRAME MP3_ReadFrameHeader(std::span<const uint8_t, 4> bytes)
         static_cast<uint16_t>(MP3_FrameLength(frame.BitRate, frame.SamplingRate, frame.Padding));
     return frame;
 }
+
+#pragma GCC visibility pop

@@ -10,6 +10,8 @@
 #include "audio/mp3_filter.h"
 #include "audio/mp3_frame.h"
 
+#pragma GCC visibility push(default)
+
 /// The bytes of earlier frames that the next one may use.
 constexpr size_t MP3_MaxReservoir = 512;
 constexpr size_t MP3_Spare = 64;  // zeros after them: readers run past the end
@@ -54,3 +56,5 @@ void MP3_KeepReservoir(MP3_LAYER3 &layer3, bool failed);
 /// The same by the standard: keeps the last MP3_MaxReservoir bytes of main data, read or not, but
 /// none of a damaged frame, for what the next one takes of them would sound like noise.
 void MP3_KeepMainData(MP3_LAYER3 &layer3);
+
+#pragma GCC visibility pop

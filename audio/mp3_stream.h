@@ -12,6 +12,8 @@
 #include "audio/mp3_frame.h"
 #include "audio/sound_file.h"
 
+#pragma GCC visibility push(default)
+
 /// Samples by which every decoder of Layer III is late.
 constexpr uint32_t MP3_DecoderDelay = 528 + 1;
 
@@ -53,3 +55,5 @@ bool MP3_IsChecksumRight(std::span<const uint8_t> frame);
 /// Whether the start of a file is that of an MPEG stream of any layer: a tag that goes beyond it, a
 /// frame followed by an agreeing one, or further on by two of them.
 bool MP3_IsStream(std::span<const uint8_t> head);
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 
 #include "audio/sound_file.h"
 
+#pragma GCC visibility push(default)
+
 /// What tags say, in UTF-8 and of at most MP3_MaxText bytes each; empty where they do not.
 struct MP3_TEXTS {
     std::string Title, Artist, Album, Year, Comment, Track, Genre;
@@ -28,3 +30,5 @@ MP3_PART MP3_ReadTags(SOUND_FILE &file, MP3_TEXTS &texts);
 /// Names of the ID3v1 genres. The spelling of some is meant.
 constexpr uint8_t MP3_UnknownGenre = 126;
 extern const char MP3_Genre[127][18];
+
+#pragma GCC visibility pop

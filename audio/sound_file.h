@@ -19,6 +19,8 @@
 #include "extra/bytes.h"
 #include "extra/reason.h"
 
+#pragma GCC visibility push(default)
+
 /// By which rules files are read. A decoder reads the switch when a load begins and keeps it with
 /// the record; its header lists where the two differ.
 enum AUDIO_RULES : uint8_t {
@@ -184,11 +186,21 @@ void Sound_Decoding(Header *record, SOUND_FILLED (*fill)(Header &, const SOUND_R
     *length = record ? fill(*record, {file, {buffer, *length}}).Length : 0;
 }
 
+/// How densely sound lies in a file: that many bytes give that many frames, wherever they start.
+struct SOUND_GRAIN {
+    uint64_t Bytes, Frames;
+};
+
+/// Puts `file` where `frame` of the sound between two positions begins, or the grain that it is in,
+/// or at the end of the last whole one. Returns the frame there.
+uint64_t Sound_Seek(FILE *file, uint64_t start, uint64_t end, SOUND_GRAIN grain, uint64_t frame);
+
 /// Turns file samples into what a buffer holds, in place; whole samples only.
 using SOUND_CONVERSION = void (*)(std::span<uint8_t> samples);
 void Sound_Keep(std::span<uint8_t> samples);
-void Sound_From8(std::span<uint8_t> samples);   // (128 - b) modulo 256: signed, and its sign turned
-void Sound_Swap16(std::span<uint8_t> samples);  // these three: from big-endian
+void Sound_From8(std::span<uint8_t> samples);  // (128 - b) modulo 256: signed, and its sign turned
+void Sound_TurnSign(std::span<uint8_t> samples);  // of 8 bits, from signed to unsigned or back
+void Sound_Swap16(std::span<uint8_t> samples);    // these three: from big-endian
 void Sound_Swap24(std::span<uint8_t> samples);
 void Sound_Swap32(std::span<uint8_t> samples);
 
@@ -219,3 +231,5 @@ SOUND_FILLED Sound_G711(const SOUND_REFILL &refill, const std::array<int16_t, 25
 
 /// What a codec that is not decoded gives: the buffer and its length as they are.
 SOUND_FILLED Sound_Nothing(const SOUND_REFILL &refill);
+
+#pragma GCC visibility pop

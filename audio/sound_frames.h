@@ -7,6 +7,8 @@
 
 #include "audio/sound_file.h"
 
+#pragma GCC visibility push(default)
+
 enum SOUND_CODING : uint8_t {
     SOUND_SIGNED,
     SOUND_UNSIGNED,  // the middle is the highest bit alone
@@ -48,3 +50,5 @@ SOUND_FILLED Sound_FillFrames(const SOUND_FRAMES &frames, const SOUND_REFILL &re
 
 /// The bytes from the position of `file` on up to `end`.
 uint64_t Sound_Remaining(FILE *file, uint64_t end);
+
+#pragma GCC visibility pop

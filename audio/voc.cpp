@@ -341,6 +341,38 @@ SOUND_FILLED VOC_Fill(VOC_HEADER &record, const SOUND_REFILL &refill)
     return Sound_Nothing(refill);
 }
 
+// The piece in which the frame is, or at the end of which.
+static uint64_t SeekPiece(VOC_HEADER &record, FILE *file, uint64_t frame)
+{
+    const uint32_t stored = Sound_StoredBytes(record.Frames);
+    uint64_t before = 0;
+    record.Piece = 0;
+    for (const VOC_PIECE &piece : record.Pieces) {
+        const uint64_t frames = piece.Bytes != 0 ? piece.Bytes / stored : piece.Silence;
+        const bool last = record.Piece + 1 == record.Pieces.size();
+        const uint64_t inside = std::min(frame - before, frames);
+        record.Done = static_cast<uint32_t>(inside * (piece.Bytes != 0 ? stored : 1));
+        if (before + inside == frame || last) {
+            fseeko(file, static_cast<off_t>(PositionOf(record)), SEEK_SET);
+            return before + inside;
+        }
+        before += frames;
+        record.Piece++;
+    }
+    return 0;
+}
+
+uint64_t VOC_Seek(VOC_HEADER &record, FILE *file, uint64_t frame)
+{
+    if (record.Rules == AUDIO_RULES_FORMAT)
+        return SeekPiece(record, file, frame);
+    const bool g711 = record.Codec == 6 || record.Codec == 7;
+    const uint64_t bytes =
+        g711 || record.Codec == 0 || record.Codec == 4 ? record.BitsPerSample / 8u : 0;
+    return Sound_Seek(file, record.DataStart, record.FileSize,
+                      {(g711 ? bytes / 2 : bytes) * record.Channels, 1}, frame);
+}
+
 void VOC_Destroy()
 {
     Sound_Destroy(VOC_Header);

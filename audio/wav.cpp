@@ -203,7 +203,9 @@ static void SetBlocks(WAV_HEADER &record)
         record.Coefficients1[i] = WAV_Coefficients[i][0];
         record.Coefficients2[i] = WAV_Coefficients[i][1];
     }
-    const uint32_t frames = 2 * (align - header) / channels + (microsoft ? 2 : 1);
+    const uint32_t codes =
+        align - header - (!microsoft && channels == 2 ? (align - header) % 8 : 0);
+    const uint32_t frames = 2 * codes / channels + (microsoft ? 2 : 1);
     const uint32_t named = record.SamplesPerBlock;
     record.BlockFrames = named != 0 && named < frames ? named : frames;
     record.Block.resize(align + 2 * channels * frames);
@@ -393,6 +395,30 @@ SOUND_FILLED WAV_Fill(WAV_HEADER &record, const SOUND_REFILL &given)
         return FillADPCM(record, refill, 4, 0, WAV_IMA_ADPCM_Block);
     }
     return Sound_Nothing(refill);
+}
+
+// How the sound lies in the file by either rules.
+static SOUND_GRAIN GrainOf(const WAV_HEADER &record)
+{
+    const uint64_t channels = record.Channels, codes = record.BlockAlign - uint64_t{4} * channels;
+    if (record.Rules == AUDIO_RULES_FORMAT)
+        return record.BlockFrames != 0 ? SOUND_GRAIN{record.BlockAlign, record.BlockFrames}
+                                       : SOUND_GRAIN{Sound_StoredBytes(record.Frames), 1};
+    switch (record.FormatTag) {
+    case WAV_TagMicrosoft:  // whose header has 3 bytes more and two samples
+        return {record.BlockAlign, (2 * codes - 4 * channels) / std::max(channels, uint64_t{1})};
+    case WAV_TagIMA:
+        return {record.BlockAlign, 2 * codes / std::max(channels, uint64_t{1})};
+    case WAV_TagAlaw:
+    case WAV_TagUlaw:
+        return {channels, 1};
+    }
+    return {IsDecoded(record.BitsPerSample) ? record.BitsPerSample / 8 * channels : 0, 1};
+}
+
+uint64_t WAV_Seek(WAV_HEADER &record, FILE *file, uint64_t frame)
+{
+    return Sound_Seek(file, record.DataStart, record.DataEnd, GrainOf(record), frame);
 }
 
 // The decoder of a channel that may be none.

@@ -23,6 +23,8 @@
 #include "audio/sound_frames.h"
 #include "audio/wav_adpcm.h"
 
+#pragma GCC visibility push(default)
+
 struct WAV_HEADER {
     uint32_t FileSize;      // bytes
     uint16_t FormatTag;     // 1 linear, 2 Microsoft ADPCM, 3 float, 6 A-law, 7 mu-law, 17 IMA ADPCM
@@ -72,6 +74,9 @@ void WAV_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 /// The same by record, on any thread.
 SOUND_FILLED WAV_Fill(WAV_HEADER &record, const SOUND_REFILL &refill);
 
+/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+uint64_t WAV_Seek(WAV_HEADER &record, FILE *file, uint64_t frame);
+
 /// The next sample of a channel (0 or 1) of record n, whose decoder moves on by a code of 4 bits.
 int32_t WAV_MS_ADPCM_GetNextSample(uint8_t n, uint8_t channel, uint8_t code);
 int32_t WAV_IMA_ADPCM_GetNextSample(uint8_t n, uint8_t channel, uint8_t code);
@@ -84,3 +89,5 @@ WAV_HEADER *WAV_GetHeader(uint8_t n);
 
 /// Sets the slot that the next load fills; the table lets a record there go.
 void WAV_SetSoundNumber(uint8_t n);
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 #include <span>
 #include <vector>
 
+#pragma GCC visibility push(default)
+
 /// Allocator whose resize() leaves new bytes uninitialised, so that a buffer that will be
 /// overwritten is not cleared first.
 struct BYTES_ALLOCATOR : std::allocator<uint8_t> {
@@ -104,3 +106,5 @@ inline std::span<const uint8_t> Bytes_GetSpan(std::span<const uint8_t> file, siz
     const size_t left = file.size() - position;
     return file.subspan(position, count < left ? count : left);
 }
+
+#pragma GCC visibility pop

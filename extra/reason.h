@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <new>
 
+#pragma GCC visibility push(default)
+
 /// Bytes that a reason may have, its NUL included.
 constexpr size_t Reason_MaxSize = 160;
 
@@ -32,3 +34,5 @@ auto Reason_Guard(const Body &body) -> decltype(body())
         return decltype(body())();
     }
 }
+
+#pragma GCC visibility pop

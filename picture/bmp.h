@@ -15,6 +15,8 @@
 
 #include "extra/bytes.h"
 
+#pragma GCC visibility push(default)
+
 struct BMP_HEADER {
     uint32_t DataOffset;                              // of the pixels
     uint32_t PaletteOffset;                           // of the colour table, or of the masks
@@ -57,3 +59,5 @@ void BMP_UnLoad();
 
 /// Copies the header to `out` and returns it.
 BMP_HEADER *BMP_GetHeader(BMP_HEADER *out);
+
+#pragma GCC visibility pop

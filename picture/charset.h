@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string_view>
 
+#pragma GCC visibility push(default)
+
 /// The tables: glyph after glyph, rows from the top, one byte a row (two in CHARSET_ROM_BLITTER,
 /// the left half first), the highest bit leftmost. A set bit is a point, a clear bit is not drawn.
 extern const std::array<uint8_t, 2048> CHARSET_ROM_CPLUS4;    // set 0
@@ -70,3 +72,5 @@ void CharSet_PutChar(int16_t x, int16_t y, uint8_t glyph, uint8_t set, int16_t s
 /// next: a glyph's columns times scaleX and a gap of 2, which is not scaled, on purpose.
 void CharSet_PutText(int16_t x, int16_t y, const char *text, uint8_t set, int16_t scaleX,
                      int16_t scaleY);
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(default)
+
 struct Picture;
 
 /// Draws the picture stretched over width x height points, its top left at (x, y); the nearest
@@ -45,3 +47,5 @@ uint16_t Picture_GetLineXY(int16_t x1, int16_t y1, int16_t x2, int16_t y2, uint1
 /// draws nothing.
 void Picture_Rotate(int16_t x, int16_t y, int16_t width, int16_t height, float angle,
                     const Picture &picture);
+
+#pragma GCC visibility pop

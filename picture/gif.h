@@ -24,6 +24,8 @@
 #include "extra/bytes.h"
 #include "picture/pixels.h"
 
+#pragma GCC visibility push(default)
+
 constexpr size_t GIF_MaxFrames = 1024;  // by the framework's rules; further ones are left out
 
 struct GIF_HEADER {
@@ -125,3 +127,5 @@ GIF_FRAME *GIF_GetFrames();
 
 /// Data of frame `n`, null when no such frame exists.
 uint8_t *GIF_HEADER_GetFrameData(uint16_t n);
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(default)
+
 struct Picture;
 
 /// Lines, rectangles, circles and ellipses are drawn only while this is 1.
@@ -77,3 +79,5 @@ void Graphics_FillRectangle(int16_t x1, int16_t y1, int16_t x2, int16_t y2);
 void Graphics_FillCircle(int16_t cx, int16_t cy, int16_t r);
 void Graphics_FillEllipse(int16_t cx, int16_t cy, int16_t rx, int16_t ry);
 void Graphics_FillArc(int16_t cx, int16_t cy, int16_t r, int16_t from, int16_t to);
+
+#pragma GCC visibility pop

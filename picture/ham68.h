@@ -15,6 +15,8 @@
 
 #include "extra/bytes.h"
 
+#pragma GCC visibility push(default)
+
 struct HAM68_HEADER {
     uint16_t Width, Height;  // pixels
     uint8_t Planes;          // 6 or 8
@@ -63,3 +65,5 @@ void HAM68_UnLoad();
 
 /// Copies the header to `out` and returns it.
 HAM68_HEADER *HAM68_GetHeader(HAM68_HEADER *out);
+
+#pragma GCC visibility pop

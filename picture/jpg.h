@@ -33,6 +33,8 @@
 #include "extra/bytes.h"
 #include "picture/jpg_markers.h"
 
+#pragma GCC visibility push(default)
+
 /// Whether the first bytes of a file are a JPEG file's, by the rules of Picture_Rules.
 bool JPG_Detected(std::span<const uint8_t> head);
 
@@ -79,3 +81,5 @@ struct JPG_STREAM {
 /// `maxPixels`. The named records of a file that is being decoded on this thread stay as they are.
 JPG_STREAM JPG_DecodeStream(std::span<const uint8_t> tables, std::span<const uint8_t> stream,
                             bool toRGB, uint64_t maxPixels);
+
+#pragma GCC visibility pop

@@ -10,6 +10,8 @@
 #include "extra/bytes.h"
 #include "picture/pixels.h"
 
+#pragma GCC visibility push(default)
+
 /// A Huffman table as a DHT segment brings it. Index n stands for codes of n + 1 bits.
 struct JPG_HUFFMAN {
     uint8_t Defined, Number;
@@ -144,3 +146,5 @@ void JPG_SetTypicalTables();
 /// Walks the markers from JPG_Position to the next scan, whose first entropy-coded byte becomes
 /// DataOffset and JPG_Position; both are 0 without one.
 void JPG_WalkMarkers();
+
+#pragma GCC visibility pop

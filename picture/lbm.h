@@ -16,6 +16,8 @@
 
 #include "extra/bytes.h"
 
+#pragma GCC visibility push(default)
+
 struct LBM_HEADER {
     uint32_t FileSize;     // bytes
     uint8_t Compression;   // 1: ByteRun1
@@ -65,3 +67,5 @@ void LBM_UnLoad();
 
 /// Copies the header to `out` and returns it.
 LBM_HEADER *LBM_GetHeader(LBM_HEADER *out);
+
+#pragma GCC visibility pop

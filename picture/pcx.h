@@ -15,6 +15,8 @@
 #include "extra/bytes.h"
 #include "picture/pixels.h"
 
+#pragma GCC visibility push(default)
+
 struct PCX_HEADER {
     uint32_t FileSize;     // bytes; of a run-length coded file once expanded
     uint8_t Encoding;      // 1: run-length
@@ -48,3 +50,5 @@ void PCX_UnLoad();
 
 /// Copies the header to `out` and returns it.
 PCX_HEADER *PCX_GetHeader(PCX_HEADER *out);
+
+#pragma GCC visibility pop

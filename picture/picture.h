@@ -10,6 +10,8 @@
 
 #include "picture/pixels.h"
 
+#pragma GCC visibility push(default)
+
 enum PICTURE_FORMAT : uint8_t {
     PICTURE_UNKNOWN = 0,  // or the file cannot be opened
     PICTURE_HAM68 = 1,    // HAM6, HAM8 and headerless planes
@@ -90,3 +92,5 @@ Picture Sprite_Load(const char *path, uint16_t hint, uint16_t rawPlanes);
 /// No effect: sprites are drawn as pictures.
 void Sprite_Put(int16_t x, int16_t y);
 void Sprite_UnLoad();
+
+#pragma GCC visibility pop

@@ -12,6 +12,8 @@
 #include <memory>
 #include <span>
 
+#pragma GCC visibility push(default)
+
 /// By which rules files are read. A decoder reads the switch when a load begins; its header lists
 /// where the two differ.
 enum PICTURE_RULES : uint8_t {
@@ -131,3 +133,5 @@ constexpr PIXELS_BILEVEL Pixels_MakeBilevel(bool highestFirst)
         }
     return table;
 }
+
+#pragma GCC visibility pop

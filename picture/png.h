@@ -13,6 +13,8 @@
 
 #include "extra/bytes.h"
 
+#pragma GCC visibility push(default)
+
 struct PNG_TEXT {
     std::array<char, 80> Keyword;  // as all texts here: cut to fit, NUL-terminated
     std::array<char, 256> Text;
@@ -91,3 +93,5 @@ void PNG_UnLoad();
 
 /// Copies the header to `out` and returns it.
 PNG_HEADER *PNG_GetHeader(PNG_HEADER *out);
+
+#pragma GCC visibility pop

@@ -13,6 +13,8 @@
 
 #include "extra/bytes.h"
 
+#pragma GCC visibility push(default)
+
 struct PXM_HEADER {
     uint8_t Type;            // the digit of the magic
     uint16_t Width, Height;  // pixels
@@ -43,3 +45,5 @@ uint8_t *PXM_Decoding();
 void PXM_UnLoad();
 
 PXM_HEADER PXM_GetHeader();
+
+#pragma GCC visibility pop

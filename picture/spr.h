@@ -8,6 +8,8 @@
 
 #include "extra/bytes.h"
 
+#pragma GCC visibility push(default)
+
 struct SPR_HEADER {
     uint16_t Width, Height;             // of each image, pixels
     uint32_t Size;                      // Width x Height x 4
@@ -39,3 +41,5 @@ void SPR_FreeImages(uint8_t *first);
 
 /// Copies the header, the addresses of the images with it, to `out` and returns it.
 SPR_HEADER *SPR_GetHeader(SPR_HEADER *out);
+
+#pragma GCC visibility pop

@@ -12,6 +12,8 @@
 
 #include "extra/bytes.h"
 
+#pragma GCC visibility push(default)
+
 /// What TGA_GetHeader gives.
 struct TGA_SIZE {
     uint32_t Width, Height;  // pixels
@@ -49,3 +51,5 @@ uint8_t *TGA_Decoding();
 void TGA_UnLoad();
 
 TGA_SIZE TGA_GetHeader();
+
+#pragma GCC visibility pop

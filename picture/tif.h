@@ -30,6 +30,8 @@
 
 #include "picture/tif_directory.h"
 
+#pragma GCC visibility push(default)
+
 /// Reads a file and its directories by the rules of Picture_Rules. TIF_File stays empty, with a
 /// reason, when the file cannot be read, when it is not of a kind listed above, when its size is 0
 /// or passes Picture_MaxBytes, when its strips cannot hold an eighth of its pixels or when they
@@ -48,3 +50,5 @@ void TIF_UnLoad();
 
 /// Copies the header to `out` and returns it.
 TIF_HEADER *TIF_GetHeader(TIF_HEADER *out);
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 
 #include "extra/bytes.h"
 
+#pragma GCC visibility push(default)
+
 struct TIF_ENTRY {
     uint16_t Tag;
     uint16_t Type;      // 1 byte, 2 text, 3 word, 4 double word, 5 fraction
@@ -120,3 +122,5 @@ uint16_t TIF_GetTag(TIF_TAG tag, uint16_t missing);
 
 /// Values of an entry that the file really has.
 size_t TIF_CountValues(const TIF_ENTRY &entry);
+
+#pragma GCC visibility pop

@@ -12,6 +12,8 @@
 
 #include "extra/bytes.h"
 
+#pragma GCC visibility push(default)
+
 enum XBM_VARIANT : uint8_t { XBM_X10 = 10, XBM_X11 = 11 };  // words, bytes
 
 struct XBM_HEADER {
@@ -43,3 +45,5 @@ void XBM_UnLoad();
 
 /// Copies the header to `out` and returns it.
 XBM_HEADER *XBM_GetHeader(XBM_HEADER *out);
+
+#pragma GCC visibility pop

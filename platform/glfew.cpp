@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <dlfcn.h>
+#include <poll.h>
 
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -70,9 +71,11 @@ struct BUSY_POINTER {
 
 static std::vector<PROGRAM> programs;
 static std::vector<BUFFER> buffers;
+static uint32_t asideFrame;                  // draws into textures; 0 until it is needed
 static uint32_t instanceBuffer;              // of MVPs; 0 until it is needed
 static std::vector<EXTRA_MATRIX> instances;  // as they were loaded
 uint64_t GLFEW_DrawCalls;
+int32_t GLFEW_Samples = 4;
 static GL_STATE current;
 static PACE pace;
 static LATER_MOTION later;
@@ -168,7 +171,7 @@ int32_t GLFEW_Init()
     glfwSetErrorCallback(KeepError);
     if (!glfwInit())
         return Fail(windowError);
-    glfwWindowHint(GLFW_SAMPLES, 4);
+    glfwWindowHint(GLFW_SAMPLES, GLFEW_Samples);
     glfwWindowHint(GLFW_CONTEXT_VERSION_MAJOR, 3);
     glfwWindowHint(GLFW_CONTEXT_VERSION_MINOR, 3);
     glfwWindowHint(GLFW_OPENGL_FORWARD_COMPAT, GLFW_TRUE);
@@ -391,20 +394,29 @@ uint32_t GLFEW_LoadTexture(const char *path, uint16_t hint, uint16_t rawPlanes)
     return texture;
 }
 
-uint32_t GLFEW_MakeTexture(const uint8_t *pixels, uint32_t width, uint32_t height, uint32_t stride)
+static uint32_t NewTexture()
 {
     uint32_t texture;
     glGenTextures(1, &texture);
     glBindTexture(GL_TEXTURE_2D, texture);
     current.Texture = texture;
+    return texture;
+}
+
+uint32_t GLFEW_MakeTexture(const uint8_t *pixels, uint32_t width, uint32_t height, uint32_t stride,
+                           bool reduced)
+{
+    const uint32_t texture = NewTexture();
     glPixelStorei(GL_UNPACK_ROW_LENGTH, static_cast<GLint>(stride));
     glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, static_cast<GLsizei>(width),
                  static_cast<GLsizei>(height), 0, GL_RGBA, GL_UNSIGNED_BYTE, pixels);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
-    glGenerateMipmap(GL_TEXTURE_2D);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER,
+                    reduced ? GL_LINEAR_MIPMAP_LINEAR : GL_NEAREST);
+    if (reduced)
+        glGenerateMipmap(GL_TEXTURE_2D);
     return texture;
 }
 
@@ -422,11 +434,37 @@ void GLFEW_DestroyTexture(uint32_t texture)
         current.Texture = 0;
 }
 
-uint32_t GLFEW_MaxTextureSide()
+uint32_t GLFEW_DrawAside(const std::function<void()> &draw)
 {
-    int side = 0;
-    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &side);
-    return static_cast<uint32_t>(std::max(side, 0));
+    const bool drawn = pace.Drawn;
+    int width, height;
+    glfwGetFramebufferSize(System_Window, &width, &height);
+    const uint32_t texture = NewTexture();
+    // In the order of most windows' bytes, so that a copy needs no conversion.
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, height, 0, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV,
+                 nullptr);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
+    if (asideFrame == 0)
+        glGenFramebuffers(1, &asideFrame);
+    glBindFramebuffer(GL_FRAMEBUFFER, asideFrame);
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
+    draw();
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    GLFEW_CopyToWindow(texture);  // the first time a driver prepares for it
+    glFlush();
+    pace.Drawn = drawn;
+    return texture;
+}
+
+void GLFEW_CopyToWindow(uint32_t texture)
+{
+    int width, height;
+    glfwGetFramebufferSize(System_Window, &width, &height);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, asideFrame);
+    glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
+    glBlitFramebuffer(0, 0, width, height, 0, 0, width, height, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
+    pace.Drawn = true;
 }
 
 bool GLFEW_MustDraw(bool changed)
@@ -770,23 +808,30 @@ void GLFEW_HideWindow()
         glfwHideWindow(System_Window);
 }
 
-void GLFEW_AnswerEvents()
+static void (*whenDisplayIsLost)();
+static int waylandSocket = -1;
+
+// GLFW takes the end of a Wayland display for a wish to close the window.
+static void LookAfterDisplay()
 {
-    if (System_Window)
-        glfwPollEvents();
+    pollfd socket = {waylandSocket, 0, 0};
+    if (waylandSocket >= 0 && poll(&socket, 1, 0) > 0)  // it was hung up
+        whenDisplayIsLost();
 }
 
-static void (*whenDisplayIsLost)();
+void GLFEW_AnswerEvents()
+{
+    if (!System_Window)
+        return;
+    glfwPollEvents();
+    LookAfterDisplay();
+}
 
 // Xlib's answer to both kinds of error is two lines and exit(); its own handlers are put in their
-// place by name, since GLFW may have been built without X11.
-void GLFEW_WhenDisplayIsLost(void (*end)())
+// place.
+static void WatchX11(void *library)
 {
     using HANDLER = int (*)(void *display, void *event);
-    whenDisplayIsLost = end;
-    void *library = dlopen("libX11.so.6", RTLD_LAZY | RTLD_NOLOAD);
-    if (!library)
-        return;
     const HANDLER handler = [](void *, void *) {
         whenDisplayIsLost();
         return 0;
@@ -794,6 +839,25 @@ void GLFEW_WhenDisplayIsLost(void (*end)())
     for (const char *name : {"XSetIOErrorHandler", "XSetErrorHandler"})
         if (void *set = dlsym(library, name))
             reinterpret_cast<HANDLER (*)(HANDLER)>(set)(handler);
+}
+
+static void WatchWayland(void *library)
+{
+    void *getDisplay = dlsym(RTLD_DEFAULT, "glfwGetWaylandDisplay");
+    void *getSocket = dlsym(library, "wl_display_get_fd");
+    void *display = getDisplay ? reinterpret_cast<void *(*)()>(getDisplay)() : nullptr;
+    if (display && getSocket)
+        waylandSocket = reinterpret_cast<int (*)(void *)>(getSocket)(display);
+}
+
+// All is found by name, since GLFW may have been built for one window system only.
+void GLFEW_WhenDisplayIsLost(void (*end)())
+{
+    whenDisplayIsLost = end;
+    if (void *x11 = dlopen("libX11.so.6", RTLD_LAZY | RTLD_NOLOAD))
+        WatchX11(x11);
+    if (void *wayland = dlopen("libwayland-client.so.0", RTLD_LAZY | RTLD_NOLOAD))
+        WatchWayland(wayland);
 }
 
 // Keeps the display's rate after a swap that did not wait for the display. Events are delivered
@@ -823,6 +887,7 @@ void GLFEW_SwapBuffers()
         const bool eager = glfwGetTime() < pace.EagerUntil;
         glfwWaitEventsTimeout(eager ? eagerly : pace.Iconified ? unseen : pace.Period);
     }
+    LookAfterDisplay();
 }
 
 void GLFEW_Destroy()
@@ -830,9 +895,11 @@ void GLFEW_Destroy()
     if (System_Window) {
         glDeleteVertexArrays(1, &GLFEW_VertexArrayID);
         glDeleteBuffers(1, &instanceBuffer);
-        instanceBuffer = 0;
+        glDeleteFramebuffers(1, &asideFrame);
+        instanceBuffer = asideFrame = 0;
         glfwDestroyWindow(System_Window);
         System_Window = nullptr;
     }
+    waylandSocket = -1;
     glfwTerminate();
 }

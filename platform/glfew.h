@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <span>
 
 #include "extra/transform.h"
@@ -42,9 +43,12 @@ struct GLFEW_VERTEX {
 /// The vertex-array object that the whole program shares.
 extern uint32_t GLFEW_VertexArrayID;
 
-/// Opens the window of System_ScreenWidth x System_ScreenHeight and its context (4 samples, swap
-/// interval 1; class: the title's first word in small letters) and sets the clear colour. Gives 1,
-/// or 0 after one line on standard error that says why; then nothing else here may be called but
+/// Samples a pixel of the window that is opened next; 4 unless set.
+extern int32_t GLFEW_Samples;
+
+/// Opens the window of System_ScreenWidth x System_ScreenHeight and its context (swap interval 1;
+/// class: the title's first word in small letters) and sets the clear colour. Gives 1, or 0 after
+/// one line on standard error that says why; then nothing else here may be called but
 /// GLFEW_Destroy.
 int32_t GLFEW_Init();
 
@@ -75,15 +79,19 @@ void GLFEW_LookAt(GLFEW_VERTEX &record);
 /// and rawPlanes are Picture_Load's.
 uint32_t GLFEW_LoadTexture(const char *path, uint16_t hint, uint16_t rawPlanes);
 
-/// Texture of width x height RGBA pixels, clamped at its edges, with mipmaps, and magnified as
-/// squares, or smoothly. `stride` pixels from row to row; 0: width.
+/// Texture of width x height RGBA pixels, clamped at its edges, and magnified as squares, or
+/// smoothly. `stride` pixels from row to row; 0: width. `reduced`: with mipmaps, to be seen
+/// smaller than it is.
 uint32_t GLFEW_MakeTexture(const uint8_t *pixels, uint32_t width, uint32_t height,
-                           uint32_t stride = 0);
+                           uint32_t stride = 0, bool reduced = true);
 void GLFEW_SmoothTexture(uint32_t texture, bool smooth);
 void GLFEW_DestroyTexture(uint32_t texture);
 
-/// The longest side that a texture may have.
-uint32_t GLFEW_MaxTextureSide();
+/// Has `draw` draw into a new texture of the window's size in place of the window; and copies such
+/// a texture over all of the window, which is cheaper than drawing it again. The window must have
+/// one sample a pixel and the size that it had then.
+uint32_t GLFEW_DrawAside(const std::function<void()> &draw);
+void GLFEW_CopyToWindow(uint32_t texture);
 
 /// Whether a frame is to be drawn: what the application shows has changed, now or while nothing
 /// of the window could be seen, or the window has lost its picture (a new size, uncovered). An
@@ -143,8 +151,9 @@ void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
 void GLFEW_HideWindow();
 void GLFEW_AnswerEvents();
 
-/// Has `end` called when the connection to an X display breaks, on the thread that found out. It
-/// must end the process without calling anything here.
+/// Has `end` called when the connection to the display breaks: of an X display on the thread that
+/// found out, of a Wayland display by GLFEW_SwapBuffers or GLFEW_AnswerEvents. It must end the
+/// process without calling anything here.
 void GLFEW_WhenDisplayIsLost(void (*end)());
 
 /// Ends a frame and delivers the window's events. What has been drawn since the last call is shown,

@@ -449,6 +449,63 @@ TEST(AudioTake, LosesNothing)
     Forget(empty);
 }
 
+// What is taken after a leap, wherever it goes, is what lies there.
+static void CheckSeeks(const std::string &path, const BYTES &file)
+{
+    SCOPED_TRACE(path);
+    AudioTrack *track = file.empty() ? Audio_Load(path.c_str()) : Audio_LoadBytes(file);
+    Audio_SetLoop(1);
+    const BYTES all = Taken(track, 40000);
+    const size_t frame = Audio_FrameBytes(*track), frames = all.size() / frame;
+    BYTES piece(std::min<size_t>(frame * 9001, 90000) / frame * frame);
+    for (const size_t to : {frames / 2, frames / 2 + 1, size_t{1}, frames - 1, frames / 3,
+                            frames / 7 * 6, size_t{0}, frames, frames / 5, frames + 1}) {
+        EXPECT_EQ(Audio_Seek(track, to), std::min(to, frames));
+        Audio_SetLoop(1);
+        const size_t at = std::min(to, frames) * frame;
+        const size_t expected = std::min(piece.size(), all.size() - at);
+        EXPECT_EQ(Audio_Take(track, piece.data(), piece.size()), expected) << to;
+        EXPECT_TRUE(std::equal(piece.data(), piece.data() + expected, all.data() + at)) << to;
+        EXPECT_EQ(track->Taken, at + expected) << to;
+    }
+    const bool freed = track->Buffer[0];
+    Forget(track);
+    if (!freed)
+        delete track;
+}
+
+// All sounds in the test data and in the folder that the environment variable CORPUS names.
+TEST(AudioTake, SeeksExactly)
+{
+    const BYTES noise = Noise(50000), half = Prefix(noise, 20000);
+    const auto voc = [](int type, const BYTES &block) {
+        return Number(type, 1) + Number(static_cast<int64_t>(block.size()), -3) + block;
+    };
+    const BYTES silence = voc(3, Number(4999, -2) + Number(131, -1));
+    const BYTES pieces = Text("Creative Voice File\x1A\x1A\0\x0A\1\x29\x11") +
+                         voc(6, Number(3, -2)) + voc(1, Text("\x83\0") + half) + silence +
+                         voc(7, {}) + voc(2, Prefix(noise, 777)) + silence + Number(0, 1);
+    const BYTES packed = Text("FORM\0\0\0\0008SVXVHDR\0\0\0\x14") + BYTES(12) +
+                         Text("\x1F\x40\1\1\0\1\0\0CHAN\0\0\0\4\0\0\0\6BODY") + Number(50000, 4) +
+                         noise;
+    const BYTES song =
+        WriteModule({{"C-2 01 A04\nD-2 01 000\n... 103"}, {{{half.begin(), half.begin() + 8000}}}});
+    SetRaw(2, 16);
+    for (const uint8_t rules : {AUDIO_RULES_FRAMEWORK, AUDIO_RULES_FORMAT}) {
+        Audio_Rules = rules;
+        for (const BYTES &file : {pieces, packed, song, noise})
+            CheckSeeks("made", file);
+        const char *corpus = std::getenv("CORPUS");
+        for (const std::string folder : {TEST_DATA, corpus ? corpus : TEST_DATA "sounds"})
+            for (const auto &entry : std::filesystem::recursive_directory_iterator(folder)) {
+                const std::string path = entry.path();
+                if (entry.is_regular_file() && Audio_Check(path.c_str()) != AUDIO_RAW)
+                    CheckSeeks(path, {});
+            }
+    }
+    Audio_Rules = AUDIO_RULES_FRAMEWORK;
+}
+
 TEST(AudioTake, CallBackRunsOnAndStartsOver)
 {
     SetRaw(1, 8);
@@ -491,18 +548,27 @@ static double OutsideOfTone(std::span<const uint8_t> bytes)
     return 10 * std::log10((all - tone) / tone);
 }
 
-TEST(AudioTake, ToneStaysPureAcrossBuffers)
+TEST(AudioTake, ToneStaysPureAcrossBuffersAndRounds)
 {
     AudioTrack *track = Audio_Load(TEST_DATA "mp3_sine.mp3");
-    Audio_SetLoop(2);
+    Audio_SetLoop(3);
     const BYTES sound = Taken(track, 10000);
-    const size_t pass = sound.size() / 2;
-    EXPECT_TRUE(Prefix(sound, pass) ==
-                BYTES(sound.begin() + static_cast<ptrdiff_t>(pass), sound.end()))
-        << "passes are alike";
-    // Between the encoder's start and its end, over the end of a buffer of 28 frames.
-    EXPECT_LT(OutsideOfTone(std::span(sound).subspan(2 * 4000, 2 * 46000)), -75);
+    EXPECT_EQ(sound.size(), 3u * 50 * 1152 * 2);
+    // All but the beginning, which nothing leads into.
+    EXPECT_LT(OutsideOfTone(std::span(sound).subspan(2 * 2400)), -75);
     Forget(track);
+
+    // By the format's rules each round begins after the encoder's delay.
+    Audio_Rules = AUDIO_RULES_FORMAT;
+    std::array<BYTES, 2> taken;
+    for (uint8_t rounds = 1; rounds <= 2; rounds++) {
+        track = Audio_Load(TEST_DATA "mp3_sine.mp3");
+        Audio_SetLoop(rounds);
+        taken[rounds - 1u] = Taken(track, 10000);
+        Forget(track);
+    }
+    EXPECT_EQ(taken[1], taken[0] + taken[0]);
+    Audio_Rules = AUDIO_RULES_FRAMEWORK;
 }
 
 // A file whose reads can do what files do at bad times.

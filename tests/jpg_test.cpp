@@ -240,6 +240,11 @@ TEST(JPG, DamageStaysWhereItIs)
     ASSERT_GT(third, second + 4);
 
     EXPECT_EQ(Decode(file + Read("progressive_444.jpg")), whole) << "nothing follows the end";
+    const BYTES scans = Read("progressive_420.jpg");
+    Decode(scans);
+    EXPECT_STREQ(Reason_Get(), "");
+    Decode(Prefix(scans, scans.size() - 2));
+    EXPECT_TRUE(std::string_view(Reason_Get()).starts_with("cut after scan ")) << Reason_Get();
 
     // Cut: what stands before is there, what follows is grey.
     const BYTES cut = Decode(Prefix(file, second));

@@ -61,11 +61,13 @@ TEST(LBM, PixelsOfEveryKind)
         {"a buffer width of 17 bits", 65530, 1, 1, 0, 0, "8000", ""},
         {"a size that its bytes cannot carry", 80, 80, 1, 0, 0, "8000", ""},
     };
-    for (const auto &r : rows)
+    for (const auto &r : rows) {
         EXPECT_EQ(Show(MakeFile(r.what[0] == 'P' ? "PBM " : "ILBM", r.width, r.height, r.planes,
                                 r.masking, 0, r.viewMode, Hex(r.body))),
                   r.pixels)
             << r.what;
+        EXPECT_EQ(*Picture_Reason() == 0, *r.pixels != 0) << r.what;
+    }
 }
 
 TEST(LBM, HeaderAndBuffer)

@@ -219,6 +219,13 @@ TEST(MP3Format, Tags)
          v2(2, 0, Text("TT2\0\0\3\0Hi") + Text("TCO\0\0\5\0(17)") + BYTES(9)),
          {},
          "Hi|||Rock"},
+        {"a bare number",
+         v2(2, 0,
+            Text("TCO\0\0\3\0"
+                 "17") +
+                BYTES(9)),
+         {},
+         "|||Rock"},
         {"version 3",
          v2(3, 0,
             title + frame("TRCK", Text("\0"

@@ -31,7 +31,7 @@ TEST(Player, AFailedReadLeavesNoFile)
     ASSERT_GE(dup2(folder, fileno(sound.Track->File.get())), 0);  // which reads EISDIR
     close(folder);
     for (const char *name : {"out.wav", "out.raw"})
-        EXPECT_EQ(Player_Convert(sound, 1, TempPath(name)),
+        EXPECT_EQ(Player_Convert(sound, 1, Player_Format(sound), TempPath(name)),
                   "it cannot be read to its end: Is a directory");
     EXPECT_EQ(sound.Track->Error, EISDIR);
     for (const auto &left : std::filesystem::directory_iterator(TempPath("")))
@@ -45,7 +45,7 @@ TEST(Player, SeeksToTheFrame)
     for (const std::string &path : files) {
         PLAYER_SOUND sound;
         ASSERT_EQ(Player_Open(path, {}, sound), "");
-        const double total = Player_Seconds(sound);
+        const double total = Player_Seconds(sound, sound.Bytes);
         uint32_t passes = 1;
         BYTES whole(2 << 20), part(4000);
         Player_Start(sound);
@@ -76,7 +76,7 @@ TEST(Player, Scales)
     };
     for (const auto &row : rows) {
         BYTES samples = row.Samples;
-        Player_Scale(samples, row.Bits, 0.5);
+        Samples_Scale(samples, row.Bits, 0.5);
         EXPECT_EQ(samples, row.Half) << row.Bits;
     }
 }

@@ -269,9 +269,24 @@ TEST(Sounds, FormatRules)
          {1, 2},
          "codec 6 with 1 channels after codec 0 with 1"},
         {"ADPCM", Voc, voc(sound({1, 2}, 1)), 0, 10000, 0, {}, "Creative ADPCM, codec 1"},
+        {"of the new format, and what follows",
+         Voc,
+         voc(sound({1, 2}) + block(9, Number(10000, -4) + BYTES{4, 1, 1} + BYTES(6)) + sound({3})),
+         1,
+         10000,
+         8,
+         {1, 2},
+         "codec 1 with 1 channels after codec 0 with 1"},
         {"8SVX", Iff, svx(0, {}, {1, 0xFF}), 1, 8363, 8, {129, 127}},
         {"stereo", Iff, svx(0, stereo, {1, 2, 3, 4}), 2, 8363, 8, {129, 131, 130, 132}},
         {"Fibonacci delta", Iff, svx(1, {}, {0, 10, 0x9E, 0xFF}), 1, 8363, 8, {139, 152, 173, 194}},
+        {"deltas beyond the range",
+         Iff,
+         svx(2, {}, {0, 0, 0x00, 0xFF}),
+         1,
+         8363,
+         8,
+         {0, 0, 64, 128}},
         {"exponential delta, stereo",
          Iff,
          svx(2, stereo, {0, 1, 0x9F, 0, 10, 0x89}),
@@ -379,6 +394,11 @@ TEST(Sounds, Reasons)
         LoadBytes(r.module, r.file);
         EXPECT_STREQ(Reason_Get(), r.reason) << r.module.Name;
     }
+    const std::string huge = WriteTemp("huge", {});
+    std::filesystem::resize_file(huge, uint64_t{1} << 32);
+    Wav.Load(huge.c_str());
+    EXPECT_STREQ(Reason_Get(), "4 GiB or more");
+    std::filesystem::remove(huge);
     Wav.Load(TempPath("absent").c_str());
     EXPECT_STREQ(Reason_Get(), "cannot be opened: No such file or directory");
     Wav.SetSoundNumber(32);

@@ -5,6 +5,9 @@ A row: its name, the modules in it, and the rows and system headers that these m
 a path without its ending; the first row that matches is its own. It may always include itself, the
 parts that carry its name (jpg: jpg_scan), and what its row says. Rows that name themselves may include
 within the row, but in no row do modules include each other in a circle.
+
+With --mermaid it prints the table as the graph that CONTRIBUTING.md shows, without the arrows that follow
+from others; the check compares the two.
 """
 import fnmatch, pathlib, re, sys
 
@@ -57,8 +60,27 @@ def main():
                     name] * module.startswith(other.split("_")[0] + "_"):
                 wrong.append(f"{file} ({name}) may not include {target} ({row_of(other)[0]})")
     wrong += circles(arrows)
+    if graph() not in pathlib.Path("CONTRIBUTING.md").read_text():
+        wrong.append("CONTRIBUTING.md does not show the graph of tools/arrows.py --mermaid")
     print("\n".join(wrong) or f"{len(files)} files: every arrow points down")
     return bool(wrong)
+
+
+def graph():
+    rows = {name: {row for row in allowed.split() if row[0] != "<" and row != name}
+            for name, _, allowed in TABLE}
+    below = {}
+    for name in rows:
+        below[name] = set()
+        todo = list(rows[name])
+        while todo:
+            row = todo.pop()
+            if row not in below[name]:
+                below[name].add(row)
+                todo += rows[row]
+    return "graph TD\n" + "".join(
+        f"    {name} --> {row}\n" for name in rows for row in sorted(rows[name])
+        if not any(row in below[other] for other in rows[name]))
 
 
 def circles(arrows):
@@ -77,4 +99,7 @@ def circles(arrows):
     return ["include each other: " + ", ".join(sorted(ring)) for ring in rings]
 
 
-sys.exit(main())
+if "--mermaid" in sys.argv:
+    print(graph(), end="")
+else:
+    sys.exit(main())

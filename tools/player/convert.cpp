@@ -1,48 +1,58 @@
 #include "tools/player/convert.h"
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <vector>
 
+#include <fcntl.h>
+
 #include "tools/common/text.h"
 #include "tools/common/write.h"
+#include "tools/player/output.h"
 #include "tools/player/terminal.h"
-#include "tools/player/text.h"
 
-constexpr uint32_t HeaderBytes = 44;
-constexpr uint64_t MaxData = UINT32_MAX - HeaderBytes;  // the chunks count in 32 bits
+constexpr uint32_t OpenLength = UINT32_MAX;    // of a stream
+constexpr uint64_t MaxData = UINT32_MAX - 64;  // the chunks count in 32 bits
 constexpr const char *TooMuch = "more than 4 GiB of sound";
+constexpr const char *StandardOutput = "-";
 
 static bool IsWave(const std::string &path)
 {
-    return Text_EndsWith(path, ".wav");
+    return Text_EndsWith(path, ".wav") || path == StandardOutput;
 }
 
-static std::array<uint8_t, HeaderBytes> Header(const PLAYER_SOUND &sound, uint32_t data)
+// The header of so many bytes of data: PCM's, or that of floating point, which has more.
+static std::vector<uint8_t> Header(const SAMPLES_FORMAT &to, uint64_t data)
 {
-    std::array<uint8_t, HeaderBytes> header;
-    size_t at = 0;
+    std::vector<uint8_t> header;
     const auto text = [&](const char *id) {
         for (; *id != 0; id++)
-            header[at++] = static_cast<uint8_t>(*id);
+            header.push_back(static_cast<uint8_t>(*id));
     };
-    const auto number = [&](uint32_t value, int bytes) {
+    const auto number = [&](uint64_t value, int bytes) {
         for (int i = 0; i < bytes; i++)
-            header[at++] = static_cast<uint8_t>(value >> (8 * i));
+            header.push_back(static_cast<uint8_t>(value >> (8 * i)));
     };
-    const uint32_t frame = Player_FrameBytes(sound);
+    const bool open = data == OpenLength;
+    const uint32_t frame = to.FrameBytes(),
+                   own = to.Float ? 50 : 36;  // what follows the first size
     text("RIFF");
-    number(data + data % 2 + HeaderBytes - 8, 4);
+    number(open ? OpenLength : data + data % 2 + own, 4);
     text("WAVEfmt ");
-    number(16, 4);
-    number(1, 2);
-    number(sound.Channels, 2);
-    number(sound.Hz, 4);
-    number(sound.Hz * frame, 4);
+    number(to.Float ? 18 : 16, 4);
+    number(to.Float ? 3 : 1, 2);
+    number(to.Channels, 2);
+    number(to.Hz, 4);
+    number(to.Hz * frame, 4);
     number(frame, 2);
-    number(sound.Bits, 2);
+    number(to.Bits, 2);
+    if (to.Float) {
+        number(0, 2);
+        text("fact");
+        number(4, 4);
+        number(open ? OpenLength : data / frame, 4);
+    }
     text("data");
     number(data, 4);
     return header;
@@ -53,69 +63,96 @@ static bool Write(FILE *file, std::span<const uint8_t> bytes)
     return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
 }
 
-static void ShowProgress(const PLAYER_SOUND &sound, uint64_t data, uint64_t expected)
+// A conversion as it goes.
+struct WRITING {
+    FILE *File;
+    PLAYER_SOUND &Sound;
+    uint32_t Passes;
+    SAMPLES_FORMAT To;
+    uint64_t Data = 0;  // bytes written
+};
+
+static uint64_t ExpectedBytes(const PLAYER_SOUND &sound, uint32_t passes, const SAMPLES_FORMAT &to)
 {
-    const double done =
-        expected != 0 ? static_cast<double>(data) / static_cast<double>(expected) : 0;
-    const double seconds = static_cast<double>(data) / Player_FrameBytes(sound) / sound.Hz;
-    Terminal_Show(Player_Time(seconds), done, sound.Name);
+    const double frames = Player_Seconds(sound, Player_PassBytes(sound)) * passes * to.Hz;
+    return static_cast<uint64_t>(frames) * to.FrameBytes();
 }
 
-// Appends so many passes to the file. Returns why that failed.
-static std::string WriteSamples(FILE *file, PLAYER_SOUND &sound, uint32_t passes, uint64_t limit,
-                                uint64_t &data)
+static void ShowProgress(const WRITING &writing, uint64_t expected)
 {
-    const uint32_t frame = Player_FrameBytes(sound);
-    const uint64_t expected = sound.Bytes * passes;
-    const AudioTrack &track = *sound.Track;
-    std::vector<uint8_t> block((1u << 20) / frame * frame);
-    Player_Start(sound);
-    while (!track.Ended) {
+    const double done =
+        expected != 0 ? static_cast<double>(writing.Data) / static_cast<double>(expected) : 0;
+    const double seconds =
+        static_cast<double>(writing.Data) / writing.To.FrameBytes() / writing.To.Hz;
+    SCREEN screen = {.Title = writing.Sound.Name, .Now = seconds};
+    screen.Total = done > 0 ? seconds / done : 0;
+    Terminal_Show(screen);
+}
+
+// Appends the samples. Returns why that failed.
+static std::string WriteSamples(WRITING &writing, uint64_t limit)
+{
+    const SAMPLES_FORMAT &to = writing.To;
+    const uint64_t expected = ExpectedBytes(writing.Sound, writing.Passes, to);
+    const AudioTrack &track = *writing.Sound.Track;
+    std::vector<uint8_t> block((1u << 20) / to.FrameBytes() * to.FrameBytes());
+    PLAYER_OUTPUT output;
+    Output_Start(output, writing.Sound, writing.Passes, to);
+    while (!Output_HasEnded(output) && track.Error == 0) {
         if (Terminal_Signal() != 0)
             return "interrupted";
-        const size_t taken = Player_Take(sound, passes, block);
-        data += taken;
-        if (data > limit)
+        const size_t taken = Output_Take(output, block);
+        writing.Data += taken;
+        if (writing.Data > limit)
             return TooMuch;
-        if (!Write(file, std::span(block).first(taken)))
+        if (!Write(writing.File, std::span(block).first(taken)))
             return std::strerror(errno);
-        ShowProgress(sound, data, expected);
+        ShowProgress(writing, expected);
     }
     if (track.Error != 0)
         return std::string("it cannot be read to its end: ") + std::strerror(track.Error);
     return "";
 }
 
-// Writes the samples, after their header if it is to be a WAVE file. Returns why that failed.
-static std::string WriteSound(FILE *file, PLAYER_SOUND &sound, uint32_t passes, bool wave)
+// Writes the samples, after their header if it is to be a WAVE file; in a file that can be rewound
+// the header gets its length then. Returns why that failed.
+static std::string WriteSound(WRITING &writing, bool wave)
 {
-    uint64_t data = 0;
     if (!wave)
-        return WriteSamples(file, sound, passes, UINT64_MAX, data);
-    if (!Write(file, Header(sound, 0)))
+        return WriteSamples(writing, UINT64_MAX);
+    const off_t start = ftello(writing.File);
+    const bool fixed = start >= 0 && (fcntl(fileno(writing.File), F_GETFL) & O_APPEND) == 0;
+    if (!Write(writing.File, Header(writing.To, OpenLength)))
         return std::strerror(errno);
-    const std::string failure = WriteSamples(file, sound, passes, MaxData, data);
+    const std::string failure = WriteSamples(writing, fixed ? MaxData : UINT64_MAX);
     if (!failure.empty())
         return failure;
-    const auto size = static_cast<uint32_t>(data);
-    const bool written = (data % 2 == 0 || std::fputc(0, file) != EOF) &&
-                         std::fseek(file, 0, SEEK_SET) == 0 && Write(file, Header(sound, size));
-    return written ? "" : std::strerror(errno);
+    bool written = writing.Data % 2 == 0 || std::fputc(0, writing.File) != EOF;
+    if (fixed)
+        written = written && fseeko(writing.File, start, SEEK_SET) == 0 &&
+                  Write(writing.File, Header(writing.To, writing.Data));
+    return written && std::fflush(writing.File) == 0 ? "" : std::strerror(errno);
 }
 
 bool Player_CanWrite(const std::string &path)
 {
-    return IsWave(path) || Text_EndsWith(path, ".raw");
+    return IsWave(path) || Text_EndsWith(path, ".raw") || Text_EndsWith(path, ".pcm");
 }
 
-std::string Player_Convert(PLAYER_SOUND &sound, uint32_t passes, const std::string &path)
+std::string Player_Convert(PLAYER_SOUND &sound, uint32_t passes, const SAMPLES_FORMAT &to,
+                           const std::string &path)
 {
-    const uint64_t expected = sound.Bytes * passes;
+    if (path == StandardOutput) {
+        WRITING writing = {stdout, sound, passes, to};
+        return WriteSound(writing, true);
+    }
+    const uint64_t expected = ExpectedBytes(sound, passes, to);
     if (IsWave(path) &&
         expected - expected / 64 > MaxData)  // the length may be some samples too long
         return TooMuch;
     const std::string reason = Write_File(path, [&](const REPLACE &file) {
-        return WriteSound(file.File, sound, passes, IsWave(path));
+        WRITING writing = {file.File, sound, passes, to};
+        return WriteSound(writing, IsWave(path));
     });
     Terminal_Clear();
     return reason;

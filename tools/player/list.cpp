@@ -1,11 +1,16 @@
 #include "tools/player/list.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 #include <system_error>
+
+#include <strings.h>
 
 #include "audio/audio_module.h"
 #include "tools/common/text.h"
@@ -13,6 +18,7 @@
 using PATHS = std::vector<std::string>;
 
 constexpr size_t List_MaxFiles = 100000;
+constexpr int List_MaxDepth = 8;  // of playlists in playlists
 
 // Detection takes any small file of no other format for a module.
 static bool IsSound(const std::filesystem::directory_entry &entry)
@@ -54,22 +60,39 @@ static std::string NameIn(std::string line, bool pls)
     if (!pls)
         return line.starts_with('#') ? "" : line;
     const size_t value = line.find('=');
-    return line.starts_with("File") && value != std::string::npos ? line.substr(value + 1) : "";
+    return strncasecmp(line.c_str(), "File", 4) == 0 && value != std::string::npos
+               ? line.substr(value + 1)
+               : "";
 }
 
-static std::string AddPlaylist(const std::string &path, PATHS &files)
+// RFC 3986, 2.1: a percent sign and two hexadecimal digits for a byte.
+static std::string FromPercent(const std::string &text)
 {
-    std::ifstream list(path);
-    if (!list)
-        return std::strerror(errno);
-    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    const bool pls = Text_EndsWith(path, ".pls");
-    for (std::string line; files.size() < List_MaxFiles && std::getline(list, line);) {
-        const std::string name = NameIn(line, pls);
-        if (!name.empty())
-            files.push_back(folder / name);  // an absolute one as it is
+    std::string bytes;
+    for (size_t i = 0; i < text.size(); i++) {
+        unsigned byte = 0;
+        const bool coded = text[i] == '%' && i + 2 < text.size() &&
+                           std::isxdigit(static_cast<uint8_t>(text[i + 1])) &&
+                           std::sscanf(&text[i + 1], "%2x", &byte) == 1;
+        bytes += coded ? static_cast<char>(byte) : text[i];
+        i += coded ? 2 : 0;
     }
-    return "";
+    return bytes;
+}
+
+// Where the file is that a playlist names: as it stands there, else by what other systems write.
+static std::string Locate(const std::filesystem::path &folder, const std::string &name)
+{
+    constexpr std::string_view local = "file://";
+    if (name.starts_with(local))
+        return FromPercent(name.substr(name.find('/', local.size())));
+    std::string slashed = name;
+    std::ranges::replace(slashed, '\\', '/');
+    std::error_code ignored;
+    for (const std::string &other : {name, slashed, Text_FromEither(name)})
+        if (std::filesystem::exists(folder / other, ignored))
+            return folder / other;
+    return name.find("://") != std::string::npos ? name : (folder / name).string();
 }
 
 static bool IsPlaylist(const std::string &path)
@@ -78,24 +101,56 @@ static bool IsPlaylist(const std::string &path)
            Text_EndsWith(path, ".pls");
 }
 
-std::vector<std::string>
-List_Files(const PATHS &words, bool recursive,
-           const std::function<void(const std::string &path, const std::string &reason)> &report)
+namespace
 {
-    PATHS files;
-    for (const std::string &word : words) {
-        std::string reason;
-        std::error_code ignored;
-        if (std::filesystem::is_directory(word, ignored))
-            reason = recursive
-                         ? AddFolder<std::filesystem::recursive_directory_iterator>(word, files)
-                         : AddFolder<std::filesystem::directory_iterator>(word, files);
-        else if (IsPlaylist(word))
-            reason = AddPlaylist(word, files);
-        else
-            files.push_back(word);
-        if (!reason.empty())
-            report(word, reason);
+
+struct LISTING {
+    bool Recursive;
+    const LIST_REPORT &Report;
+    PATHS Files = {};
+};
+
+}  // namespace
+
+static void AddWord(LISTING &listing, const std::string &word, int depth);
+
+static std::string AddPlaylist(LISTING &listing, const std::string &path, int depth)
+{
+    std::ifstream list(path);
+    if (!list)
+        return std::strerror(errno);
+    if (depth == List_MaxDepth)
+        return "too many playlists in each other";
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    const bool pls = Text_EndsWith(path, ".pls");
+    for (std::string line; listing.Files.size() < List_MaxFiles && std::getline(list, line);) {
+        const std::string name = NameIn(line, pls);
+        if (!name.empty())
+            AddWord(listing, Locate(folder, name), depth + 1);
     }
-    return files;
+    return list.bad() ? std::strerror(errno) : "";
+}
+
+static void AddWord(LISTING &listing, const std::string &word, int depth)
+{
+    std::string reason;
+    std::error_code ignored;
+    if (std::filesystem::is_directory(word, ignored))
+        reason = listing.Recursive
+                     ? AddFolder<std::filesystem::recursive_directory_iterator>(word, listing.Files)
+                     : AddFolder<std::filesystem::directory_iterator>(word, listing.Files);
+    else if (IsPlaylist(word))
+        reason = AddPlaylist(listing, word, depth);
+    else
+        listing.Files.push_back(word);
+    if (!reason.empty())
+        listing.Report(word, reason);
+}
+
+std::vector<std::string> List_Files(const PATHS &words, bool recursive, const LIST_REPORT &report)
+{
+    LISTING listing = {recursive, report};
+    for (const std::string &word : words)
+        AddWord(listing, word, 0);
+    return listing.Files;
 }

@@ -1,313 +1,28 @@
 // Plays sound files through the engine, tells what their headers say, or converts one.
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include <CLI/CLI.hpp>
-
-#include "audio/audio.h"
-#include "tools/common/text.h"
+#include "audio/mod.h"
+#include "audio/mod_mixer.h"
 #include "tools/player/convert.h"
+#include "tools/player/info.h"
 #include "tools/player/list.h"
-#include "tools/player/sound.h"
+#include "tools/player/options.h"
+#include "tools/player/play.h"
 #include "tools/player/terminal.h"
-#include "tools/player/text.h"
-
-struct OPTIONS {
-    std::vector<std::string> Files;
-    bool Info = false, JSON = false, Convert = false, Framework = false, Recursive = false;
-    uint32_t Passes = 1;
-    PLAYER_RAW Raw = {};
-};
-
-constexpr int Failure = 1;
-constexpr int WrongUsage = 2;
-constexpr int WaitMilliseconds = 50;
-constexpr uint32_t CallsPerSecond = 10;  // of the stream's callback
-constexpr int VolumeStep = 5;            // percent
-constexpr const char *Keys =
-    "Keys: left and right move by 5 seconds, down and up by a minute, PgDn and PgUp by ten,\n"
-    "Home to the start, 0 to 9 to so many tenths; - and + set the volume, m mutes;\n"
-    "n or > and p or < go to the next and the previous file; space pauses, l repeats the\n"
-    "file for ever, q quits, ? shows this.";
-
-// What plays, of which the stream's callback takes so many passes (0: for ever) unless it is to be
-// silent; when all that was taken has been heard, in seconds of the stream's clock; and the calls
-// since then that were not filled.
-static PLAYER_SOUND *nowPlaying;
-static uint32_t passes, frameBytes;
-static std::atomic<bool> hushed, repeated, muted;
-static std::atomic<int> volume = 100;  // percent
-static std::atomic<double> heardAt;
-static std::atomic<uint32_t> silentCalls;
-
-static void Report(const std::string &file, const std::string &reason)
-{
-    Terminal_Clear();
-    std::fprintf(stderr, "tessplay: %s: %s\n", Player_Text(file).c_str(), reason.c_str());
-}
-
-static double SecondsOf(uint64_t bytes)
-{
-    return static_cast<double>(bytes) / frameBytes / static_cast<double>(Audio_Hz);
-}
-
-// What is heard as half as loud lies about in the middle.
-static double Gain()
-{
-    const double part = muted ? 0 : volume / 100.0;
-    return part * part * part;
-}
-
-// Silence follows the sound before the stream completes: not every back end lets what is buffered
-// be heard then.
-static int PlayFeed(const void *, void *output, unsigned long frames,
-                    const PaStreamCallbackTimeInfo *timing, unsigned long, void *)
-{
-    const std::span out(static_cast<uint8_t *>(output), frames * frameBytes);
-    uint32_t forever = 0;
-    const size_t taken = hushed ? 0 : Player_Take(*nowPlaying, repeated ? forever : passes, out);
-    if (muted || volume != 100)
-        Player_Scale(out.first(taken), nowPlaying->Bits, Gain());
-    if (taken != 0)
-        heardAt = Audio_HeardAt(*timing) + SecondsOf(taken);
-    std::ranges::fill(out.subspan(taken), uint8_t{Audio_BPS == 8 ? uint8_t{128} : uint8_t{0}});
-    if (hushed || nowPlaying->Track->Ended)
-        silentCalls++;
-    return silentCalls < CallsPerSecond ? Audio_Continue : Audio_Complete;
-}
-
-// Seconds of what was taken that are not heard yet.
-static double Unheard()
-{
-    return std::max(heardAt - Audio_StreamTime(*nowPlaying->Track), 0.0);
-}
-
-// Where the sound is that is heard now.
-static double Now()
-{
-    return std::max(SecondsOf(nowPlaying->Track->Taken) - Unheard(), 0.0);
-}
-
-static bool HasEnded()
-{
-    return !Audio_IsStreaming(*nowPlaying->Track) || (silentCalls != 0 && Unheard() == 0);
-}
-
-static std::string Loudness()
-{
-    if (muted)
-        return "muted: ";
-    return volume == 100 ? "" : std::to_string(volume) + "%: ";
-}
-
-static void ShowProgress(const PLAYER_SOUND &sound, double now, bool paused, const std::string &of)
-{
-    const double total = Player_Seconds(sound);
-    const std::string &title = sound.Title.empty() ? sound.Name : sound.Title;
-    Terminal_Show(Player_Time(now) + " / " + Player_Time(total), now / total,
-                  (paused ? "paused: " : "") + Loudness() + title + of);
-}
-
-// Stopping waits until what was taken has been heard, and so loses nothing.
-static void TurnPause(bool &paused)
-{
-    paused = !paused;
-    hushed = paused;
-    if (paused) {
-        while (Terminal_Signal() == 0 && !HasEnded())
-            std::this_thread::sleep_for(std::chrono::milliseconds(WaitMilliseconds / 5));
-        Audio_AbortStream(*nowPlaying->Track);
-        Audio_Pause();
-    } else {
-        silentCalls = 0;
-        Audio_Pause();
-        Audio_StartStream(*nowPlaying->Track);
-    }
-}
-
-static void SeekTo(const PLAYER_SOUND &sound, double target, bool paused)
-{
-    if (!paused)
-        Audio_AbortStream(*sound.Track);
-    Player_Seek(sound, std::clamp(target, 0.0, Player_Seconds(sound)));
-    heardAt = 0;
-    silentCalls = 0;
-    if (!paused)
-        Audio_StartStream(*sound.Track);
-}
-
-// Where a key leads from `now`; below 0: nowhere.
-static double TargetOf(PLAYER_KEY key, double now, double total)
-{
-    const std::pair<PLAYER_KEY, int> ways[] = {{KEY_LEFT, -5},       {KEY_RIGHT, 5},
-                                               {KEY_DOWN, -60},      {KEY_UP, 60},
-                                               {KEY_PAGEDOWN, -600}, {KEY_PAGEUP, 600}};
-    for (const auto &[pressed, seconds] : ways)
-        if (key == pressed)
-            return std::max(now + seconds, 0.0);
-    if (key == KEY_HOME)
-        return 0;
-    return key >= KEY_TENTH && key <= KEY_LASTTENTH ? total * (key - KEY_TENTH) / 10 : -1;
-}
-
-// Does what a key says that leaves the file playing.
-static void Obey(PLAYER_KEY key)
-{
-    if (key == KEY_LOUDER || key == KEY_QUIETER)
-        volume = std::clamp(volume + (key == KEY_LOUDER ? VolumeStep : -VolumeStep), 0, 100);
-    else if (key == KEY_MUTE)
-        muted = !muted;
-    else if (key == KEY_LOOP)
-        repeated = !repeated;
-    else if (key == KEY_HELP && Terminal_IsShown()) {
-        Terminal_Clear();
-        std::puts(Keys);
-    }
-}
-
-// Plays until the sound ends or a key says what is next: KEY_NEXT at the end.
-static PLAYER_KEY Watch(const PLAYER_SOUND &sound, const std::string &of)
-{
-    bool paused = false;
-    double now = 0;
-    while (Terminal_Signal() == 0 && (paused || !HasEnded())) {
-        if (!paused)
-            now = Now();
-        ShowProgress(sound, now, paused, of);
-        const PLAYER_KEY key = Terminal_Key(WaitMilliseconds);
-        if (key == KEY_PAUSE)
-            TurnPause(paused);
-        else if (key == KEY_QUIT || key == KEY_NEXT || key == KEY_PREVIOUS)
-            return key;
-        else if (const double target = TargetOf(key, now, Player_Seconds(sound)); target >= 0) {
-            SeekTo(sound, target, paused);
-            now = Now();
-        } else
-            Obey(key);
-        if (Terminal_StopAsked()) {
-            const bool playing = !paused;
-            if (playing)
-                TurnPause(paused);
-            Terminal_Stop();
-            if (playing)
-                TurnPause(paused);
-        }
-    }
-    return Terminal_Signal() == 0 ? KEY_NEXT : KEY_QUIT;
-}
-
-// Has the engine open a stream of the sound's own format, and start it. Returns its error, 0: none.
-static int32_t StartStream(PLAYER_SOUND &sound, uint32_t wanted)
-{
-    Audio_AnyDevice = true;
-    Audio_Init(static_cast<uint8_t>(sound.Channels));
-    Audio_SetMixer(static_cast<uint8_t>(sound.Bits), sound.Hz, 0, 0);
-    nowPlaying = &sound;
-    passes = wanted;
-    frameBytes = Player_FrameBytes(sound);
-    Player_Start(sound);
-    silentCalls = 0;
-    heardAt = 0;
-    Audio_StreamCallBack = PlayFeed;
-    Audio_StreamFrames = std::max(sound.Hz / CallsPerSecond, 1u);
-    Audio_FirstPlay = 1;  // the stream before, if any, went with its track
-    Audio_Play(sound.Track.get());
-    return Audio_Error;
-}
-
-static std::string WhyRefused(const PLAYER_SOUND &sound, int32_t error)
-{
-    return "the sound device refuses " + std::to_string(sound.Channels) + " channels of " +
-           std::to_string(sound.Bits) + " bits at " + std::to_string(sound.Hz) +
-           " Hz: " + Audio_ErrorText(error);
-}
-
-// What became of a file: the key that ended it, or that it cannot be played.
-struct OUTCOME {
-    PLAYER_KEY Key = KEY_NEXT;
-    bool Played = false, NoDevice = false;
-};
-
-static OUTCOME PlayFile(const std::string &path, const OPTIONS &options, const std::string &of)
-{
-    PLAYER_SOUND sound;
-    std::string reason = Player_Open(path, options.Raw, sound);
-    if (reason.empty())
-        reason = Player_WhySilent(sound);
-    if (!reason.empty()) {
-        Report(path, reason);
-        return {};
-    }
-    if (!sound.Incomplete.empty())
-        Report(path, sound.Incomplete);
-    const int32_t error = StartStream(sound, options.Passes);
-    if (error == 0)
-        return {Watch(sound, of), true};
-    if (Audio_IsFormatError(error)) {
-        Report(path, WhyRefused(sound, error));
-        return {};
-    }
-    std::fprintf(stderr, "tessplay: no sound device: %s\n", Audio_ErrorText(error));
-    return {.NoDevice = true};
-}
-
-static int Play(const OPTIONS &options)
-{
-    const PLAYER_TERMINAL terminal(true);
-    std::vector<std::string> files = options.Files;  // without those that cannot be played
-    int status = 0;
-    size_t i = 0;
-    while (i < files.size()) {
-        const std::string number = std::to_string(i + 1) + " of " + std::to_string(files.size());
-        const OUTCOME outcome =
-            PlayFile(files[i], options, files.size() > 1 ? " (" + number + ")" : "");
-        if (outcome.NoDevice)
-            return Failure;
-        if (outcome.Key == KEY_QUIT)
-            break;
-        if (!outcome.Played) {
-            status = Failure;
-            files.erase(files.begin() + static_cast<ptrdiff_t>(i));
-        } else if (outcome.Key == KEY_PREVIOUS)
-            i -= i != 0;
-        else
-            i++;
-    }
-    return status;
-}
-
-// The status, unless standard output could not be written.
-static int Printed(int status)
-{
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
-        return status;
-    std::fprintf(stderr, "tessplay: standard output: %s\n", std::strerror(errno));
-    return Failure;
-}
 
 // Prints what a file says, in words or as a line of JSON, which also has what cannot be opened.
 // Returns whether it was opened.
 static bool PrintInfo(const std::string &file, const OPTIONS &options)
 {
     PLAYER_SOUND sound;
-    const std::string reason = Player_Open(file, options.Raw, sound);
+    const std::string reason = Player_Open(file, options.Settings, sound);
     if (!reason.empty())
-        Report(file, reason);
-    if (options.JSON && !reason.empty())
-        std::printf("{\"path\":%s,\"reason\":%s}\n", Text_JSON(file).c_str(),
-                    Text_JSON(reason).c_str());
-    else if (options.JSON)
-        std::printf("%s}\n", Player_JSON(sound).c_str());
+        Play_Report(file, reason);
+    if (options.JSON)
+        std::puts((reason.empty() ? Info_JSON(sound) : Info_JSON(file, reason)).c_str());
     else if (reason.empty())
-        std::fputs(Player_Info(sound).c_str(), stdout);
+        std::fputs(Info_Text(sound).c_str(), stdout);
     return reason.empty();
 }
 
@@ -316,94 +31,71 @@ static int Info(const OPTIONS &options)
     int status = 0;
     for (const std::string &file : options.Files)
         if (!PrintInfo(file, options))
-            status = Failure;
-    return Printed(status);
+            status = Options_Failure;
+    return Options_Printed(status);
 }
 
 static int Convert(const OPTIONS &options)
 {
-    const PLAYER_TERMINAL terminal(false);
+    const PLAYER_TERMINAL terminal(-1);
+    const std::string &in = options.Files[0], &out = options.Files[1];
     PLAYER_SOUND sound;
-    std::string reason = Player_Open(options.Files[0], options.Raw, sound);
+    std::string reason = Player_Open(in, options.Settings, sound);
     if (reason.empty())
         reason = Player_WhySilent(sound);
     if (!reason.empty()) {
-        Report(options.Files[0], reason);
-        return Failure;
+        Play_Report(in, reason);
+        return Options_Failure;
     }
     if (!sound.Incomplete.empty())
-        Report(options.Files[0], sound.Incomplete);
-    reason = Player_Convert(sound, options.Passes, options.Files[1]);
+        Play_Report(in, sound.Incomplete);
+    SAMPLES_FORMAT to = Player_Format(sound);
+    if (options.Hz != 0)
+        to.Hz = options.Hz;
+    to.Float = options.Bits == "float";
+    if (!options.Bits.empty())
+        to.Bits = to.Float ? 32 : static_cast<uint32_t>(std::stoul(options.Bits));
+    reason = Player_Convert(sound, options.Passes, to, out);
     if (!reason.empty())
-        Report(options.Files[sound.Track->Error != 0 ? 0 : 1], reason);
-    return reason.empty() ? 0 : Failure;
+        Play_Report(sound.Track->Error != 0 ? in : out == "-" ? "standard output" : out, reason);
+    return reason.empty() ? 0 : Options_Failure;
 }
 
-static PLAYER_RAW RawOf(const std::string &text)
+// How modules that are opened from now on are rendered.
+static void SetModules(const OPTIONS &options)
 {
-    unsigned bits = 0, channels = 0, hz = 0;
-    char more;
-    if (std::sscanf(text.c_str(), "%9u,%9u,%9u%c", &bits, &channels, &hz, &more) != 3 ||
-        (bits != 8 && bits != 16) || channels < 1 || channels > 32 || hz < 1 || hz > 768000)
-        throw CLI::ValidationError("--raw", "wants 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz");
-    return {static_cast<uint8_t>(bits), static_cast<uint8_t>(channels), hz};
+    const std::pair<const char *, MOD_INTERPOLATION> kinds[] = {
+        {"nearest", MOD_NEAREST}, {"linear", MOD_LINEAR}, {"cubic", MOD_CUBIC}, {"sinc", MOD_SINC}};
+    for (const auto &[name, kind] : kinds)
+        if (options.Interpolation == name)
+            MOD_Interpolation = kind;
+    MOD_Separation = static_cast<uint8_t>(options.Separation);
 }
 
-static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
+static int Run(OPTIONS &options)
 {
-    std::string raw;
-    app.add_option("FILE", options.Files, "Sound files, folders, playlists (.m3u, .m3u8, .pls)")
-        ->required();
-    CLI::Option *info = app.add_flag("--info", options.Info, "Print what the headers say");
-    app.add_flag("--json", options.JSON, "Print it as one JSON object a line")->needs(info);
-    app.add_flag("--convert", options.Convert,
-                 "Convert the first file to the second: .wav, or .raw for samples alone")
-        ->excludes(info);
-    app.add_option("--loop", options.Passes, "Play each file N times, 0: for ever")
-        ->type_name("N")
-        ->check(CLI::Range(0, 1000000));
-    app.add_option("--raw", raw, "What files of unknown format are taken for")
-        ->type_name("BITS,CHANNELS,HZ");
-    app.add_flag("-r,--recursive", options.Recursive, "Folders with the folders in them");
-    app.add_flag("--framework", options.Framework,
-                 "Read files by the framework's own rules, not by those of their formats");
-    app.set_version_flag("--version", "tessplay " TESSPLAY_VERSION);
-    app.footer(std::string(Keys) +
-               "\nWAVE, MOD, MP3, VOC, AU, 8SVX, 16SV and AIFF are known by their contents.");
-    app.parse(argc, argv);
-    if (!raw.empty())
-        options.Raw = RawOf(raw);
-    if (options.Convert && options.Files.size() != 2)
-        throw CLI::ValidationError("--convert", "wants two files, IN and OUT");
-    if (options.Convert && !Player_CanWrite(options.Files[1]))
-        throw CLI::ValidationError("--convert", "writes .wav and .raw");
-    if (options.Convert && options.Passes == 0)
-        throw CLI::ValidationError("--loop", "a file is no place for ever");
+    SetModules(options);
+    Audio_Rules = options.Framework ? AUDIO_RULES_FRAMEWORK : AUDIO_RULES_FORMAT;
+    if (options.Devices)
+        return Play_ListDevices();
+    if (options.Convert)
+        return Convert(options);
+    bool listed = true;
+    options.Files = List_Files(options.Files, options.Recursive,
+                               [&listed](const std::string &path, const std::string &reason) {
+                                   Play_Report(path, reason);
+                                   listed = false;
+                               });
+    const int status = options.Info ? Info(options) : Play_Files(options);
+    return listed || status != 0 ? status : Options_Failure;
 }
 
 int main(int argc, char **argv)
 {
     OPTIONS options;
-    CLI::App app("Plays sound files, tells what they are, or converts one to WAVE.", "tessplay");
-    try {
-        ReadOptions(app, argc, argv, options);
-    } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == 0)  // asked for help or the version
-            return Printed(app.exit(error));
-        std::fprintf(stderr, "tessplay: %s (--help tells more)\n", error.what());
-        return WrongUsage;
-    }
-    Audio_Rules = options.Framework ? AUDIO_RULES_FRAMEWORK : AUDIO_RULES_FORMAT;
-    bool listed = true;
-    if (!options.Convert)
-        options.Files = List_Files(options.Files, options.Recursive,
-                                   [&listed](const std::string &path, const std::string &reason) {
-                                       Report(path, reason);
-                                       listed = false;
-                                   });
-    int status = options.Info ? Info(options) : options.Convert ? Convert(options) : Play(options);
-    if (!listed && status == 0)
-        status = Failure;
+    if (const std::optional<int> status = Options_Read(argc, argv, options))
+        return *status;
+    const int status = Run(options);
     if (const int signal = Terminal_Signal()) {
         std::signal(signal, SIG_DFL);
         std::raise(signal);

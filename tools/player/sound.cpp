@@ -7,304 +7,18 @@
 #include <cstring>
 #include <span>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "audio/aiff.h"
-#include "audio/au.h"
-#include "audio/iff.h"
-#include "audio/mod.h"
-#include "audio/mp3.h"
-#include "audio/voc.h"
-#include "audio/wav.h"
-#include "tools/common/text.h"
+#include "tools/player/describe.h"
+#include "tools/player/terminal.h"
 #include "tools/player/text.h"
 
 // What tracker modules are rendered as.
 constexpr uint32_t ModuleBits = 16;
 constexpr uint32_t ModuleChannels = 2;
 constexpr uint32_t ModuleHz = 44100;
-
-static void AddFact(PLAYER_SOUND &sound, const char *what, const std::string &value)
-{
-    if (!value.empty())
-        sound.Facts.emplace_back(what, value);
-}
-
-static void AddNumber(PLAYER_SOUND &sound, const char *what, uint64_t value)
-{
-    if (value != 0)
-        AddFact(sound, what, std::to_string(value));
-}
-
-template <typename Header>
-static const Header &RecordOf(const PLAYER_SOUND &sound)
-{
-    return *static_cast<const Header *>(sound.Track->Record.get());
-}
-
-struct CODEC {
-    uint16_t Code;
-    const char *Name;
-    uint8_t Growth;  // bytes of output for each of the file; 0: not decoded
-};
-
-// Sets codec and output bytes. `data` is the bytes of the sound in the file.
-template <size_t N>
-static void SetCodec(PLAYER_SOUND &sound, uint16_t code, uint64_t data, const CODEC (&codecs)[N])
-{
-    for (const CODEC &codec : codecs)
-        if (codec.Code == code) {
-            sound.Codec = codec.Name;
-            sound.Plays = codec.Growth != 0;
-            sound.Bytes = data * codec.Growth;
-            return;
-        }
-    sound.Codec = "codec " + std::to_string(code);
-    sound.Plays = false;
-}
-
-static uint64_t DataBytes(uint64_t start, uint64_t end)
-{
-    return start < end ? end - start : 0;
-}
-
-// Sets codec and output bytes of what is decoded by its format's rules.
-static void SetFrames(PLAYER_SOUND &sound, const SOUND_FRAMES &frames, uint64_t data)
-{
-    const uint32_t stored = Sound_StoredBytes(frames);
-    sound.Plays = frames.Bytes != 0;
-    if (!sound.Plays)
-        return;
-    sound.Codec = frames.Coding == SOUND_FLOAT  ? "floating point"
-                  : frames.Coding == SOUND_ALAW ? "A-law"
-                  : frames.Coding == SOUND_ULAW ? "mu-law"
-                                                : "linear";
-    sound.Bytes = data / stored * Player_FrameBytes(sound);
-    if (frames.Mixed)
-        AddFact(sound, "stored", std::to_string(frames.Channels) + " channels, mixed to two");
-}
-
-static void DescribeRaw(PLAYER_SOUND &sound)
-{
-    sound.Format = "raw samples";
-    sound.Codec = "linear";
-    sound.Bytes = sound.Track->FileSize;
-}
-
-static void DescribeWAV(PLAYER_SOUND &sound)
-{
-    const WAV_HEADER &header = RecordOf<WAV_HEADER>(sound);
-    const uint64_t data = DataBytes(header.DataStart, header.DataEnd);
-    sound.Format = "RIFF WAVE";
-    SetCodec(sound, header.FormatTag, data,
-             {{1, "linear", 1},
-              {2, "Microsoft ADPCM", 4},
-              {6, "A-law", 2},
-              {7, "mu-law", 2},
-              {17, "IMA ADPCM", 4}});
-    if (header.Rules == AUDIO_RULES_FORMAT && header.BlockFrames != 0) {
-        sound.Plays = true;
-        sound.Bytes = data / header.BlockAlign * header.BlockFrames * Player_FrameBytes(sound);
-        AddNumber(sound, "block bytes", header.BlockAlign);
-        return;
-    }
-    if (header.Rules == AUDIO_RULES_FORMAT)
-        return SetFrames(sound, header.Frames, data);
-    const bool microsoft = header.FormatTag == 2;
-    if (!microsoft && header.FormatTag != 17)
-        return;
-    const uint64_t codes = (microsoft ? 7u : 4u) * header.Channels;  // in front of them
-    const uint64_t headers = microsoft ? 4u * header.Channels : 0;   // bytes of samples there
-    sound.Plays = header.BlockAlign > codes && header.Channels <= 2;
-    sound.Bytes =
-        sound.Plays ? data / header.BlockAlign * ((header.BlockAlign - codes) * 4 + headers) : 0;
-    AddNumber(sound, "block bytes", header.BlockAlign);
-}
-
-static void DescribeMOD(PLAYER_SOUND &sound)
-{
-    const MOD_HEADER &header = RecordOf<MOD_HEADER>(sound);
-    sound.Format = "tracker module";
-    sound.Codec = std::to_string(header.SongChannels) + " voices";
-    sound.Bytes = uint64_t{header.Milliseconds} * ModuleHz / 1000 * ModuleChannels * ModuleBits / 8;
-    sound.Title = Player_Text(header.Title);
-    AddNumber(sound, "positions", header.SongLength);
-    AddNumber(sound, "instruments", header.SampleCount);
-    for (size_t i = 0; i < header.SampleCount; i++) {
-        const std::string number = "instrument " + std::to_string(i + 1);
-        AddFact(sound, number.c_str(), Player_Text(header.SampleNames[i]));
-    }
-}
-
-// Samples a channel of the frames from where `file` stands on.
-static uint64_t CountFrames(FILE *file, uint8_t n)
-{
-    uint64_t samples = 0;
-    while (MP3_LoadFrame(file, n) != 0)
-        samples += MP3_GetHeader(n)->Version == 3 ? 1152 : 576;
-    return samples;
-}
-
-// Those of the sound. Where the search for frames gives up, the next refill goes on with it; only
-// one that finds none is the end.
-static uint64_t CountMP3(FILE *file, uint8_t n)
-{
-    uint64_t samples = 0;
-    while (const uint64_t more = CountFrames(file, n))
-        samples += more;
-    return samples;
-}
-
-// The newer tag's text, which the older one cuts, if it has one.
-static std::string TagText(std::span<const char> v2, std::span<const char> v1)
-{
-    const std::string text = Player_Text(v2);
-    return text.empty() ? Player_Text(v1) : text;
-}
-
-// The newer tag's number is cut to one character: it may be part of the number, or of no text.
-static std::string TrackText(const MP3_ID3V1 &v1, const MP3_ID3V2 &v2)
-{
-    if (v1.TrackNumber != 0)
-        return std::to_string(v1.TrackNumber);
-    const char first = v2.Track[0];
-    return first >= '0' && first <= '9' ? std::string(1, first) : "";
-}
-
-static void AddTexts(PLAYER_SOUND &sound, const MP3_TEXTS &texts)
-{
-    sound.Title = Player_Text(texts.Title);
-    AddFact(sound, "artist", Player_Text(texts.Artist));
-    AddFact(sound, "album", Player_Text(texts.Album));
-    AddFact(sound, "year", Player_Text(texts.Year));
-    AddFact(sound, "track", Player_Text(texts.Track));
-    AddFact(sound, "genre", Player_Text(texts.Genre));
-    AddFact(sound, "comment", Player_Text(texts.Comment));
-}
-
-static void AddTags(PLAYER_SOUND &sound, const MP3_ID3V1 &v1, const MP3_ID3V2 &v2)
-{
-    const std::string genre = v1.Genre < MP3_UnknownGenre ? MP3_Genre[v1.Genre] : "";
-    sound.Title = TagText(v2.Title, v1.Title);
-    AddFact(sound, "artist", TagText(v2.Artist, v1.Artist));
-    AddFact(sound, "album", TagText(v2.Album, v1.Album));
-    AddFact(sound, "year", TagText(v2.Year, v1.Year));
-    AddFact(sound, "track", TrackText(v1, v2));
-    AddFact(sound, "genre", TagText(v2.Genre, genre));
-    AddFact(sound, "comment", TagText(v2.Comment, v1.Comment));
-}
-
-static void DescribeMP3(PLAYER_SOUND &sound)
-{
-    const AudioTrack &track = *sound.Track;
-    const uint8_t n = track.SoundNumber;
-    uint32_t size;
-    const SOUND_STREAM file = Sound_OpenFile(track.Path.c_str(), &size);
-    if (!file)
-        return;
-    fseeko(file.get(), track.DataStart, SEEK_SET);
-    MP3_LoadFrame(file.get(), n);
-    const MP3_HEADER &header = *MP3_GetHeader(n);
-    sound.Channels = header.Channels;
-    sound.Hz = header.SamplingRate;
-    sound.Format = "MPEG audio";
-    sound.Codec = std::string(MP3_Version[header.Version & 3]) + " " + MP3_Layer[header.Layer & 3];
-    if (header.Rules == AUDIO_RULES_FORMAT)
-        AddTexts(sound, header.Texts);
-    else
-        AddTags(sound, header.ID3v1, header.ID3v2);
-    AddFact(sound, "bit rate", std::to_string(header.BitRate / 1000) + " kbit/s");
-    AddFact(sound, "mode", MP3_Channels[header.ChannelMode & 3]);
-    fseeko(file.get(), track.DataStart, SEEK_SET);
-    const uint64_t samples =
-        header.Frames.Samples != 0 ? header.Frames.Samples : CountMP3(file.get(), n);
-    sound.Bytes = samples * Player_FrameBytes(sound);
-}
-
-static void DescribeVOC(PLAYER_SOUND &sound)
-{
-    const VOC_HEADER &header = RecordOf<VOC_HEADER>(sound);
-    sound.Format = "Creative Voice";
-    SetCodec(sound, header.Codec, DataBytes(header.DataStart, header.FileSize),
-             {{0, "linear", 1}, {4, "linear", 1}, {6, "A-law", 2}, {7, "mu-law", 2}});
-    if (header.Rules == AUDIO_RULES_FORMAT) {
-        SetFrames(sound, header.Frames, 0);
-        for (const VOC_PIECE &piece : header.Pieces)
-            sound.Bytes += (piece.Bytes / Sound_StoredBytes(header.Frames) + piece.Silence) *
-                           Player_FrameBytes(sound);
-    }
-    AddFact(sound, "version",
-            std::to_string(header.Version >> 8) + "." + std::to_string(header.Version & 0xFF));
-}
-
-static void DescribeAU(PLAYER_SOUND &sound)
-{
-    const AU_HEADER &header = RecordOf<AU_HEADER>(sound);
-    sound.Format = "Sun/NeXT audio";
-    SetCodec(sound, header.Encoding, DataBytes(header.DataStart, header.FileSize),
-             {{1, "mu-law", 2},
-              {2, "linear", 1},
-              {3, "linear", 1},
-              {4, "linear", 1},
-              {5, "linear", 1},
-              {27, "A-law", 2}});
-    sound.Bytes -= sound.Bytes % std::max(Player_FrameBytes(sound), 1u);
-    if (header.Rules == AUDIO_RULES_FORMAT)
-        SetFrames(sound, header.Frames, DataBytes(header.DataStart, header.DataEnd));
-}
-
-static void DescribeIFF(PLAYER_SOUND &sound)
-{
-    const IFF_HEADER &header = RecordOf<IFF_HEADER>(sound);
-    sound.Format = header.BitsPerSample == 8 ? "IFF 8SVX" : "IFF 16SV";
-    sound.Codec = "linear";
-    sound.Bytes = DataBytes(header.DataStart, header.FileSize);
-    if (header.Rules == AUDIO_RULES_FORMAT) {
-        const uint32_t packed = header.Compression;
-        sound.Codec = packed == 0   ? "linear"
-                      : packed == 1 ? "Fibonacci delta"
-                                    : "exponential delta";
-        sound.Bytes =
-            DataBytes(header.DataStart, header.DataEnd) * header.Channels * (packed != 0 ? 2 : 1);
-    } else if (header.Compression != 0)
-        sound.Codec = "compression " + std::to_string(header.Compression) + ", taken for linear";
-    AddFact(sound, "annotation", Player_Text(header.Annotation));
-    AddNumber(sound, "octaves", header.Octaves);
-}
-
-// The rate that the record has is right for some files only; the bytes that it was taken from tell
-// it for all.
-static uint32_t RateOfAIFF(const AIFF_HEADER &header)
-{
-    const auto &rate = header.Rate;
-    const int exponent = (rate[0] & 0x7F) << 8 | rate[1];
-    double mantissa = 0;
-    for (size_t i = 2; i < rate.size(); i++)
-        mantissa = mantissa * 256 + rate[i];
-    const double hz = std::ldexp(mantissa, exponent - 16383 - 63);
-    return hz >= 1 && hz < 4e9 ? static_cast<uint32_t>(std::lround(hz)) : header.SamplingRate;
-}
-
-static void DescribeAIFF(PLAYER_SOUND &sound)
-{
-    const AIFF_HEADER &header = RecordOf<AIFF_HEADER>(sound);
-    const std::string compression = Player_Text(header.Compression);
-    sound.Format = compression.empty() ? "AIFF" : "AIFF-C";
-    sound.Hz = RateOfAIFF(header);
-    SetCodec(sound, header.Codec, DataBytes(header.DataStart, header.FileSize),
-             {{0, "linear", 1}, {1, "bytes", 1}, {2, "A-law", 2}, {3, "mu-law", 2}});
-    if (header.Rules == AUDIO_RULES_FORMAT)
-        SetFrames(sound, header.Frames, DataBytes(header.DataStart, header.DataEnd));
-    AddFact(sound, "compression", compression);
-    AddNumber(sound, "frames", header.FrameCount);
-}
-
-// By AUDIO_TYPE.
-constexpr std::array<void (*)(PLAYER_SOUND &), 9> Describe = {
-    nullptr,     DescribeRaw, DescribeWAV, DescribeMOD, DescribeMP3,
-    DescribeVOC, DescribeAU,  DescribeIFF, DescribeAIFF};
-static_assert(Describe.size() == AUDIO_TYPES);
 
 void PLAYER_UNLOAD::operator()(AudioTrack *track) const
 {
@@ -331,6 +45,55 @@ static std::string WhyUnreadable(const std::string &path)
     return Sound_OpenFile(path.c_str(), &size) ? "" : "not a regular file below 4 GiB";
 }
 
+static bool IsPipe(const std::string &path)
+{
+    struct stat status;
+    return path == Player_Input || (stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode));
+}
+
+// Reads to the end of what is open. Returns why that failed.
+static std::string ReadAll(int file, std::vector<uint8_t> &bytes)
+{
+    constexpr size_t block = 1 << 16;
+    for (;;) {
+        const size_t size = bytes.size();
+        if (size > Bytes_MaxFile)
+            return "more than " + std::to_string(Bytes_MaxFile >> 20) + " MiB through a pipe";
+        bytes.resize(size + block);
+        const ssize_t count = read(file, &bytes[size], block);
+        const int error = errno;
+        bytes.resize(size + static_cast<size_t>(std::max<ssize_t>(count, 0)));
+        if (Terminal_Signal() != 0)
+            return "interrupted";
+        if (count == 0)
+            return "";
+        if (count < 0 && error != EINTR)
+            return std::strerror(error);
+    }
+}
+
+// Reads a pipe into the sound's memory. What came from standard input is kept, as it comes once.
+static std::string ReadPipe(const std::string &path, PLAYER_SOUND &sound)
+{
+    static std::shared_ptr<const std::vector<uint8_t>> input;
+    if (path == Player_Input && input) {
+        sound.Memory = input;
+        return "";
+    }
+    const int file = path == Player_Input ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY);
+    if (file < 0)
+        return std::strerror(errno);
+    const auto bytes = std::make_shared<std::vector<uint8_t>>();
+    std::string reason = Reason_Guard([&] { return ReadAll(file, *bytes); });
+    close(file);
+    if (reason.empty())
+        reason = Reason_Get();
+    sound.Memory = bytes;
+    if (path == Player_Input)
+        input = bytes;
+    return reason;
+}
+
 static void SetOutput(uint8_t bits, uint8_t channels, uint32_t hz)
 {
     Audio_SetChannel(channels);
@@ -344,20 +107,22 @@ static void ReadFacts(PLAYER_SOUND &sound)
     AUDIO_FACTS facts = {Audio_Channel, Audio_Hz, Audio_BPS, 0};
     if (track.Decoded)
         facts = Audio_Modules[track.Type].Facts(track.Record.get());
-    sound.Name = Player_Text(track.Path.substr(track.Path.rfind('/') + 1));
+    sound.Name = sound.Path == Player_Input
+                     ? "standard input"
+                     : Player_Text(sound.Path.substr(sound.Path.rfind('/') + 1));
     sound.Bits = facts.BitsPerSample;
     sound.Channels = facts.Channels;
     sound.Hz = facts.SamplingRate;
-    Describe[track.Type](sound);
+    Describe_Sound(sound);
 }
 
 // By the framework's rules: bytes in front of an MPEG stream that its tag takes (ID3v2.4, 3.1),
 // with what pads it; 0 without. The engine looks for frames from the first byte on, where a tag's
 // pictures may pass for some, and hide the sound where they are large.
-static uint32_t TagBytes(const std::string &path)
+static uint32_t TagBytes(const char *path)
 {
     uint32_t size;
-    const SOUND_STREAM file = Sound_OpenFile(path.c_str(), &size);
+    const SOUND_STREAM file = Sound_OpenFile(path, &size);
     std::array<uint8_t, 10> head{};
     if (!file || std::fread(head.data(), 1, head.size(), file.get()) != head.size() ||
         std::memcmp(head.data(), "ID3", 3) != 0)
@@ -374,20 +139,21 @@ static uint32_t TagBytes(const std::string &path)
     return byte == 0xFF && second != EOF && (second & 0xE2) == 0xE2 ? bytes : 0;
 }
 
-std::string Player_Open(const std::string &path, const PLAYER_RAW &raw, PLAYER_SOUND &sound)
+// Opens what can be read at `path`, which may be what is open there.
+static std::string OpenSound(const char *path, const PLAYER_SETTINGS &settings, PLAYER_SOUND &sound)
 {
-    const std::string unreadable = WhyUnreadable(path);
-    if (!unreadable.empty())
-        return unreadable;
     const uint32_t tag = Audio_Rules == AUDIO_RULES_FRAMEWORK ? TagBytes(path) : 0;
-    const uint8_t type = tag != 0 ? uint8_t{AUDIO_MP3} : Audio_Check(path.c_str());
+    const uint8_t type = tag != 0 ? uint8_t{AUDIO_MP3} : Audio_Check(path);
+    const PLAYER_RAW &raw = settings.Raw;
     if (type != AUDIO_RAW)
-        SetOutput(ModuleBits, ModuleChannels, ModuleHz);
+        SetOutput(ModuleBits, ModuleChannels, settings.Hz != 0 ? settings.Hz : ModuleHz);
     else if (raw.Channels != 0)
         SetOutput(raw.Bits, raw.Channels, raw.Hz);
     else
         return "not a sound of a known format (--raw takes it for samples)";
-    sound.Track.reset(Audio_LoadAs(path.c_str(), type));
+    sound.Track.reset(Audio_LoadAs(path, type));
+    if (!sound.Track)
+        return Audio_Reason();
     sound.Incomplete = Audio_Reason();
     if (!sound.Track->Buffer[0])
         return sound.Incomplete.empty() ? "damaged, or not a sound" : sound.Incomplete;
@@ -399,6 +165,35 @@ std::string Player_Open(const std::string &path, const PLAYER_RAW &raw, PLAYER_S
     return "";
 }
 
+static uint64_t BytesAt(const PLAYER_SOUND &sound, double seconds)
+{
+    return static_cast<uint64_t>(std::max(seconds, 0.0) * sound.Hz) * Player_FrameBytes(sound);
+}
+
+std::string Player_Open(const std::string &path, const PLAYER_SETTINGS &settings,
+                        PLAYER_SOUND &sound)
+{
+    sound.Path = path;
+    std::string reason;
+    if (IsPipe(path)) {
+        reason = ReadPipe(path, sound);
+        if (!reason.empty())
+            return reason;
+        const BYTES_OPEN memory(*sound.Memory);
+        reason = OpenSound(memory.Path, settings, sound);
+    } else {
+        reason = WhyUnreadable(path);
+        if (reason.empty())
+            reason = OpenSound(path.c_str(), settings, sound);
+    }
+    if (reason.empty()) {
+        sound.From = BytesAt(sound, settings.Start);
+        if (settings.Length >= 0)
+            sound.Until = sound.From + BytesAt(sound, settings.Length);
+    }
+    return reason;
+}
+
 std::string Player_WhySilent(const PLAYER_SOUND &sound)
 {
     if (!sound.Plays)
@@ -408,7 +203,15 @@ std::string Player_WhySilent(const PLAYER_SOUND &sound)
         return sound.Format + " of " + std::to_string(sound.Channels) + " channels of " +
                std::to_string(sound.Bits) + " bits at " + std::to_string(sound.Hz) +
                " Hz is not decoded";
-    return sound.Bytes == 0 ? "there is no sound in it" : "";
+    if (sound.Bytes == 0)
+        return "there is no sound in it";
+    return sound.From >= sound.Bytes ? "it ends before the time to start" : "";
+}
+
+static void SeekTo(const PLAYER_SOUND &sound, uint64_t target)
+{
+    Audio_SetLoop(1);  // which an end has cleared
+    Audio_Seek(sound.Track.get(), target / Player_FrameBytes(sound));
 }
 
 void Player_Start(const PLAYER_SOUND &sound)
@@ -416,120 +219,49 @@ void Player_Start(const PLAYER_SOUND &sound)
     Audio_SetCurrent(sound.Track.get());
     Audio_SetLoop(1);
     Audio_ReStart();
+    if (sound.From != 0)
+        SeekTo(sound, sound.From);
+}
+
+bool Player_HasEnded(const PLAYER_SOUND &sound)
+{
+    return sound.Track->Ended || sound.Track->Taken >= sound.Until;
+}
+
+// What comes next of the pass.
+static size_t TakePass(const PLAYER_SOUND &sound, std::span<uint8_t> out)
+{
+    AudioTrack &track = *sound.Track;
+    Audio_Take(&track, nullptr, 0);  // begins a pass that was to be started
+    const uint64_t left = sound.Until - std::min<uint64_t>(sound.Until, track.Taken);
+    return Audio_Take(&track, out.data(), std::min<uint64_t>(out.size(), left));
 }
 
 size_t Player_Take(const PLAYER_SOUND &sound, uint32_t &passes, std::span<uint8_t> out)
 {
     AudioTrack &track = *sound.Track;
-    size_t done = Audio_Take(&track, out.data(), out.size());
-    while (track.Ended && track.Taken != 0 && track.Error == 0 && passes != 1) {
+    size_t done = TakePass(sound, out);
+    while (Player_HasEnded(sound) && track.Taken > sound.From && track.Error == 0 && passes != 1) {
         passes -= passes != 0;
         Player_Start(sound);
-        done += Audio_Take(&track, out.data() + done, out.size() - done);
+        done += TakePass(sound, out.subspan(done));
     }
     return done;
 }
 
 void Player_Seek(const PLAYER_SOUND &sound, double seconds)
 {
-    const uint32_t frame = Player_FrameBytes(sound);
-    const uint64_t target = static_cast<uint64_t>(std::max(seconds, 0.0) * sound.Hz) * frame;
-    AudioTrack &track = *sound.Track;
-    if (target < track.Taken) {
-        Player_Start(sound);
-        Audio_Take(&track, nullptr, 0);  // which begins the pass
-    }
-    std::vector<uint8_t> dropped(Audio_Capacity / frame * frame);
-    while (track.Taken < target && !track.Ended)
-        Audio_Take(&track, dropped.data(),
-                   std::min<uint64_t>(dropped.size(), target - track.Taken));
+    SeekTo(sound, BytesAt(sound, seconds));
 }
 
-void Player_Scale(std::span<uint8_t> samples, uint32_t bits, double gain)
+double Player_Seconds(const PLAYER_SOUND &sound, uint64_t bytes)
 {
-    const auto factor = static_cast<int64_t>(gain * 65536);
-    const uint32_t bytes = bits / 8;
-    const uint32_t middle = bits == 8 ? 128 : 0;
-    for (size_t i = 0; i + bytes <= samples.size(); i += bytes) {
-        uint32_t sample = 0;
-        for (uint32_t k = 0; k < bytes; k++)
-            sample |= uint32_t{samples[i + k]} << (8 * k);
-        const auto value = static_cast<int32_t>((sample - middle) << (32 - bits)) >> (32 - bits);
-        sample = static_cast<uint32_t>(value * factor >> 16) + middle;
-        for (uint32_t k = 0; k < bytes; k++)
-            samples[i + k] = static_cast<uint8_t>(sample >> (8 * k));
-    }
+    const double second = 1.0 * Player_FrameBytes(sound) * sound.Hz;
+    return second > 0 ? static_cast<double>(bytes) / second : 0;
 }
 
-double Player_Seconds(const PLAYER_SOUND &sound)
+uint64_t Player_PassBytes(const PLAYER_SOUND &sound)
 {
-    const double bytes = 1.0 * Player_FrameBytes(sound) * sound.Hz;
-    return bytes > 0 ? static_cast<double>(sound.Bytes) / bytes : 0;
-}
-
-static void AddLine(std::string &text, const std::string &what, const std::string &value)
-{
-    text += "  " + what + std::string(what.size() < 15 ? 15 - what.size() : 1, ' ') + value + "\n";
-}
-
-// Of the length's last second.
-static std::string Thousandths(const PLAYER_SOUND &sound)
-{
-    const int thousandths = static_cast<int>(std::fmod(Player_Seconds(sound), 1) * 1000);
-    std::string text = std::to_string(1000 + thousandths);
-    text[0] = '.';
-    return text;
-}
-
-std::string Player_Info(const PLAYER_SOUND &sound)
-{
-    std::string text = Player_Text(sound.Track->Path) + "\n";
-    AddLine(text, "format", sound.Format);
-    AddLine(text, "codec", sound.Codec);
-    AddLine(text, "rate", std::to_string(sound.Hz) + " Hz");
-    AddLine(text, "channels", std::to_string(sound.Channels));
-    AddLine(text, "bits", std::to_string(sound.Bits));
-    AddLine(text, "length", Player_Time(Player_Seconds(sound)) + Thousandths(sound));
-    if (!sound.Title.empty())
-        AddLine(text, "title", sound.Title);
-    for (const auto &[what, value] : sound.Facts)
-        AddLine(text, what, value);
-    if (!sound.Incomplete.empty())
-        AddLine(text, "incomplete", sound.Incomplete);
-    const std::string silent = Player_WhySilent(sound);
-    if (!silent.empty())
-        AddLine(text, "silent", silent);
-    return text;
-}
-
-std::string Player_JSON(const PLAYER_SOUND &sound)
-{
-    const auto whole = static_cast<uint64_t>(Player_Seconds(sound));
-    std::string text = "{\"path\":";
-    text += Text_JSON(sound.Track->Path);
-    const auto add = [&text](const char *name, const std::string &value) {
-        text += ",\"";
-        text += name;
-        text += "\":";
-        text += value;
-    };
-    add("format", Text_JSON(sound.Format));
-    add("codec", Text_JSON(sound.Codec));
-    add("rate", std::to_string(sound.Hz));
-    add("channels", std::to_string(sound.Channels));
-    add("bits", std::to_string(sound.Bits));
-    add("length", std::to_string(whole) + Thousandths(sound));
-    if (!sound.Title.empty())
-        add("title", Text_JSON(sound.Title));
-    std::string facts = "{";
-    for (const auto &[what, value] : sound.Facts) {
-        facts += facts.size() > 1 ? "," : "";
-        facts += Text_JSON(what) + ":" + Text_JSON(value);
-    }
-    add("facts", facts + "}");
-    const std::string silent = Player_WhySilent(sound);
-    add("truncated", sound.Incomplete.empty() ? "false" : "true");
-    if (!silent.empty() || !sound.Incomplete.empty())
-        add("reason", Text_JSON(sound.Incomplete.empty() ? silent : sound.Incomplete));
-    return text;
+    const uint64_t end = std::min(sound.Bytes, sound.Until);
+    return end - std::min(sound.From, end);
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "audio/audio.h"
+#include "tools/player/samples.h"
 
 struct PLAYER_UNLOAD {
     void operator()(AudioTrack *track) const;
@@ -21,21 +22,36 @@ struct PLAYER_RAW {
     uint32_t Hz;
 };
 
+/// How sounds are opened.
+struct PLAYER_SETTINGS {
+    PLAYER_RAW Raw = {};
+    uint32_t Hz = 0;     // that tracker modules are rendered at; 0: 44100
+    double Start = 0;    // seconds into the sound where its passes begin
+    double Length = -1;  // seconds that they last; below 0: to the sound's end
+};
+
+/// The path that means standard input.
+constexpr const char *Player_Input = "-";
+
 struct PLAYER_SOUND {
+    std::shared_ptr<const std::vector<uint8_t>> Memory;  // of what came through a pipe
     std::unique_ptr<AudioTrack, PLAYER_UNLOAD> Track;
-    std::string Name;  // of the file, without its folder
+    std::string Path, Name;  // as it was given; without its folder
     std::string Format, Codec;
     std::string Incomplete;       // what of the file is not heard, and why; empty: nothing
     bool Plays = true;            // the codec is decoded
     uint32_t Bits, Channels, Hz;  // of the output
     uint64_t Bytes = 0;           // of the output, as the header has it
-    std::string Title;            // empty: none
+    uint64_t From = 0, Until = UINT64_MAX;                   // bytes: where a pass begins and ends
+    std::string Title;                                       // empty: none
     std::vector<std::pair<std::string, std::string>> Facts;  // further ones: what, and its value
 };
 
-/// Opens a file in its own format, a tracker module in 16-bit stereo at 44100 Hz. Returns why it
-/// cannot be, empty when it was. One sound is open at a time: the one before must be gone.
-std::string Player_Open(const std::string &path, const PLAYER_RAW &raw, PLAYER_SOUND &sound);
+/// Opens a file in its own format, a tracker module in 16-bit stereo. A pipe and standard input are
+/// read to their end first, which may have 1 GiB. Returns why it cannot be, empty when it was. One
+/// sound is open at a time: the one before must be gone.
+std::string Player_Open(const std::string &path, const PLAYER_SETTINGS &settings,
+                        PLAYER_SOUND &sound);
 
 /// Why there is nothing to hear of it; empty when there is.
 std::string Player_WhySilent(const PLAYER_SOUND &sound);
@@ -45,26 +61,27 @@ void Player_Start(const PLAYER_SOUND &sound);
 
 /// Fills `out` with what comes next of so many passes (0: for ever), which are counted down.
 /// Returns the bytes, fewer at the end only, or after a read that failed; or, for now, while the
-/// next MPEG frame is far, unless Track->Ended.
+/// next MPEG frame is far, unless it has ended.
 size_t Player_Take(const PLAYER_SOUND &sound, uint32_t &passes, std::span<uint8_t> out);
 
-/// Moves to `seconds` of a pass, or to its end, exactly: decodes what lies before and drops it,
-/// from the start on when that comes earlier than where it is. Not while a stream takes of it.
-void Player_Seek(const PLAYER_SOUND &sound, double seconds);
+/// Whether the last pass has been taken.
+bool Player_HasEnded(const PLAYER_SOUND &sound);
 
-/// Scales samples as Player_Take gives them by a gain of at most 1.
-void Player_Scale(std::span<uint8_t> samples, uint32_t bits, double gain);
+/// Moves to `seconds` of the sound, or to its end, exactly. Not while a stream takes of it.
+void Player_Seek(const PLAYER_SOUND &sound, double seconds);
 
 inline uint32_t Player_FrameBytes(const PLAYER_SOUND &sound)
 {
     return sound.Bits / 8 * sound.Channels;
 }
 
-/// Length of a pass.
-double Player_Seconds(const PLAYER_SOUND &sound);
+inline SAMPLES_FORMAT Player_Format(const PLAYER_SOUND &sound)
+{
+    return {sound.Bits, sound.Channels, sound.Hz};
+}
 
-/// The facts for a terminal, a line each.
-std::string Player_Info(const PLAYER_SOUND &sound);
+/// Seconds of so many bytes of the output.
+double Player_Seconds(const PLAYER_SOUND &sound, uint64_t bytes);
 
-/// The same as a JSON object in a line, without the brace that closes it.
-std::string Player_JSON(const PLAYER_SOUND &sound);
+/// Bytes of a pass, as the header has them.
+uint64_t Player_PassBytes(const PLAYER_SOUND &sound);

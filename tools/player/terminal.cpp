@@ -4,6 +4,7 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <string_view>
 
 #include <poll.h>
@@ -11,20 +12,26 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "tools/player/text.h"
-
 constexpr int EndSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 static volatile std::sig_atomic_t endSignal;
 static volatile std::sig_atomic_t stopAsked;
-static bool hasKeys;       // the terminal's keys are for the player, while it is in the foreground
-static bool taken;         // and come at once now
+static volatile std::sig_atomic_t continued;
+static int input =
+    -1;             // where keys come from, while the player is in the foreground; below 0: none
+static bool taken;  // they come at once now
 static std::string typed;  // and not taken yet
 static termios before;
+static std::string shown;  // on the screen, with its control sequences; empty: nothing
+static winsize shownSize;
+static size_t shownLines;
 
 static void Note(int signal)
 {
-    (signal == SIGTSTP ? stopAsked : endSignal) = signal;
+    if (signal == SIGCONT)
+        continued = signal;
+    else if (signal != SIGWINCH)  // that one only ends the waiting
+        (signal == SIGTSTP ? stopAsked : endSignal) = signal;
 }
 
 static void Catch(int signal)
@@ -37,38 +44,41 @@ static void Catch(int signal)
         sigaction(signal, &action, nullptr);
 }
 
-static bool IsInForeground()
+static bool IsInForeground(int terminal)
 {
-    return tcgetpgrp(STDIN_FILENO) == getpgrp();
+    return tcgetpgrp(terminal) == getpgrp();
 }
 
 static void TakeKeys()
 {
-    taken = hasKeys && IsInForeground();
+    taken = input >= 0 && IsInForeground(input);
     if (!taken)
         return;
     termios raw = before;
     raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
     raw.c_cc[VMIN] = 1;
     raw.c_cc[VTIME] = 0;
-    tcsetattr(STDIN_FILENO, TCSANOW, &raw);
+    tcsetattr(input, TCSANOW, &raw);
 }
 
 static void GiveKeysBack()
 {
     if (taken)
-        tcsetattr(STDIN_FILENO, TCSANOW, &before);
+        tcsetattr(input, TCSANOW, &before);
 }
 
-PLAYER_TERMINAL::PLAYER_TERMINAL(bool keys)
+PLAYER_TERMINAL::PLAYER_TERMINAL(int from)
 {
     for (const int signal : EndSignals)
         Catch(signal);
     // In the background the terminal is another's, and is as that one wants it.
-    hasKeys =
-        keys && isatty(STDIN_FILENO) && IsInForeground() && tcgetattr(STDIN_FILENO, &before) == 0;
-    if (hasKeys)
+    const bool usable =
+        from >= 0 && isatty(from) && IsInForeground(from) && tcgetattr(from, &before) == 0;
+    input = usable ? from : -1;
+    if (usable || Terminal_IsShown())
         Catch(SIGTSTP);
+    Catch(SIGWINCH);
+    Catch(SIGCONT);
     TakeKeys();
 }
 
@@ -85,7 +95,8 @@ static PLAYER_KEY KeyOf(std::string_view bytes)
         {"q", KEY_QUIT},           {"Q", KEY_QUIT},         {" ", KEY_PAUSE},
         {">", KEY_NEXT},           {"n", KEY_NEXT},         {"<", KEY_PREVIOUS},
         {"p", KEY_PREVIOUS},       {"-", KEY_QUIETER},      {"+", KEY_LOUDER},
-        {"=", KEY_LOUDER},         {"m", KEY_MUTE},         {"l", KEY_LOOP},
+        {"=", KEY_LOUDER},         {"/", KEY_QUIETER},      {"*", KEY_LOUDER},
+        {"m", KEY_MUTE},           {"l", KEY_LOOP},         {"v", KEY_VIEW},
         {"?", KEY_HELP},           {"\x1B[D", KEY_LEFT},    {"\x1BOD", KEY_LEFT},
         {"\x1B[C", KEY_RIGHT},     {"\x1BOC", KEY_RIGHT},   {"\x1B[B", KEY_DOWN},
         {"\x1BOB", KEY_DOWN},      {"\x1B[A", KEY_UP},      {"\x1BOA", KEY_UP},
@@ -132,13 +143,15 @@ PLAYER_KEY Terminal_Key(int milliseconds)
         return key;
     if (!taken)
         TakeKeys();
-    pollfd input = {taken ? STDIN_FILENO : -1, POLLIN, 0};
-    if (poll(&input, 1, milliseconds) <= 0)
+    pollfd waiting = {taken ? input : -1, POLLIN, 0};
+    if (poll(&waiting, 1, milliseconds) <= 0)
         return KEY_NONE;
     std::array<char, 16> bytes;
-    const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
-    if (count == 0)
-        hasKeys = taken = false;  // hung up
+    const ssize_t count = read(input, bytes.data(), bytes.size());
+    if (count == 0) {  // hung up
+        input = -1;
+        taken = false;
+    }
     if (typed.size() > bytes.size())
         typed.clear();  // no key is that long
     typed.append(bytes.data(), static_cast<size_t>(std::max<ssize_t>(count, 0)));
@@ -164,33 +177,79 @@ void Terminal_Stop()
     TakeKeys();
 }
 
-static size_t Columns()
+// Whether the terminal moves its cursor, and shows colours, if it is one.
+static bool IsCapable()
 {
-    winsize size;
-    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
+    const char *kind = std::getenv("TERM");
+    return kind && *kind != 0 && std::string_view(kind) != "dumb";
 }
 
-void Terminal_Show(const std::string &left, double done, const std::string &right)
+static winsize Size()
 {
-    if (!Terminal_IsShown())
-        return;
-    constexpr size_t width = 20;
-    const auto filled = static_cast<size_t>(std::clamp(done, 0.0, 1.0) * width);
-    const std::string line =
-        left + " [" + std::string(filled, '=') + std::string(width - filled, ' ') + "] " + right;
-    std::printf("\r\x1B[K%s", Player_Cut(line, Columns() - 1).c_str());
+    winsize size = {};
+    ioctl(STDOUT_FILENO, TIOCGWINSZ, &size);
+    if (size.ws_col == 0)
+        size.ws_col = 80;
+    if (size.ws_row == 0)
+        size.ws_row = 24;
+    return size;
+}
+
+static void Print(const std::string &text)
+{
+    std::fputs(text.c_str(), stdout);
     std::fflush(stdout);
+}
+
+// The cursor is hidden, and stands on the first character shown: where the terminal becomes
+// narrower and wraps its lines, it stays there, so that all can be cleared from there.
+void Terminal_Show(const SCREEN &screen)
+{
+    if (!Terminal_IsShown() || !IsInForeground(STDOUT_FILENO))
+        return;
+    if (continued) {  // somebody else had the terminal
+        continued = 0;
+        shown.clear();
+        TakeKeys();
+    }
+    const winsize size = Size();
+    const std::vector<std::string> lines =
+        Screen_Lines(screen, size.ws_col, size.ws_row, Terminal_HasColours());
+    std::string text;
+    for (const std::string &line : lines)
+        text += (text.empty() ? "" : "\n\r") + line + "\x1B[K";
+    if (lines.size() > 1)
+        text += "\x1B[" + std::to_string(lines.size() - 1) + "A";
+    const bool resized = size.ws_col != shownSize.ws_col || size.ws_row != shownSize.ws_row ||
+                         lines.size() != shownLines;
+    if (text == shown && !resized)
+        return;
+    Print((shown.empty() ? "\x1B[?25l" : "") + std::string(resized ? "\r\x1B[J" : "\r") + text +
+          "\r");
+    shown = text;
+    shownSize = size;
+    shownLines = lines.size();
 }
 
 void Terminal_Clear()
 {
-    if (!Terminal_IsShown())
-        return;
-    std::fputs("\r\x1B[K", stdout);
-    std::fflush(stdout);
+    if (!shown.empty())
+        Print("\r\x1B[J\x1B[?25h");
+    shown.clear();
 }
 
 bool Terminal_IsShown()
 {
-    return isatty(STDOUT_FILENO) == 1;
+    return isatty(STDOUT_FILENO) == 1 && IsCapable();
+}
+
+size_t Terminal_Columns()
+{
+    return Size().ws_col;
+}
+
+bool Terminal_HasColours()
+{
+    const char *unwanted = std::getenv("NO_COLOR");
+    return !unwanted || *unwanted == 0;
 }

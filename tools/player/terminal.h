@@ -1,7 +1,10 @@
 // The player's terminal: keys as they are pressed, a line that changes, signals that end or stop.
 #pragma once
 
+#include <cstddef>
 #include <string>
+
+#include "tools/player/screen.h"
 
 enum PLAYER_KEY {
     KEY_NONE,
@@ -20,18 +23,19 @@ enum PLAYER_KEY {
     KEY_LOUDER,
     KEY_MUTE,
     KEY_LOOP,
+    KEY_VIEW,
     KEY_HELP,
     KEY_TENTH,  // the digit 0, then the other nine
     KEY_LASTTENTH = KEY_TENTH + 9
 };
 
 /// While it lives keys come without a return and an echo, and signals are caught: those that end
-/// are noted, the one that stops (Ctrl-Z) stops with the terminal as it was before. Only where
-/// standard input is a terminal are there keys.
+/// are noted, the one that stops (Ctrl-Z) stops with the terminal as it was before.
 class PLAYER_TERMINAL
 {
 public:
-    explicit PLAYER_TERMINAL(bool keys);
+    /// `keys`: where they come from, a descriptor; below 0: there are none.
+    explicit PLAYER_TERMINAL(int keys);
     ~PLAYER_TERMINAL();
     PLAYER_TERMINAL(const PLAYER_TERMINAL &) = delete;
     PLAYER_TERMINAL &operator=(const PLAYER_TERMINAL &) = delete;
@@ -48,10 +52,13 @@ int Terminal_Signal();
 bool Terminal_StopAsked();
 void Terminal_Stop();
 
-/// Shows `left`, a bar of the part done (0 to 1) and `right` over what was shown before, cut to the
-/// terminal's width; an empty line clears it. Nothing where standard output is no terminal.
-void Terminal_Show(const std::string &left, double done, const std::string &right);
+/// Shows the screen in place of what was shown before, in lines where the cursor stands;
+/// Terminal_Clear clears it. Nothing where standard output is no terminal that can do so.
+void Terminal_Show(const SCREEN &screen);
 void Terminal_Clear();
 
-/// Whether standard output is a terminal.
+/// Whether standard output is a terminal with a cursor that moves; its columns; and whether colours
+/// are wanted there (NO_COLOR).
 bool Terminal_IsShown();
+size_t Terminal_Columns();
+bool Terminal_HasColours();

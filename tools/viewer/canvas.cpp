@@ -28,7 +28,6 @@ struct RANGE {
 
 }  // namespace
 
-static CANVAS_PICTURE shownPicture;
 static std::map<TILE_KEY, TILE> tiles;
 
 CANVAS_TURN Canvas_TurnOf(int orientation)
@@ -67,17 +66,15 @@ static uint64_t SerialOf(const std::pair<const TILE_KEY, TILE> &tile)
     return std::get<0>(tile.first);
 }
 
-void Canvas_Set(CANVAS_PICTURE picture)
+void Canvas_Forget(uint64_t serial)
 {
-    shownPicture = std::move(picture);
-    DropIf([](const auto &tile) { return SerialOf(tile) == 0; });
+    DropIf([&](const auto &tile) { return SerialOf(tile) == serial; });
 }
 
-void Canvas_Keep(const std::vector<uint64_t> &serials)
+void Canvas_Keep(std::span<const uint64_t> serials)
 {
     DropIf([&](const auto &tile) {
-        return SerialOf(tile) != shownPicture.Serial &&
-               std::ranges::find(serials, SerialOf(tile)) == serials.end();
+        return std::ranges::find(serials, SerialOf(tile)) == serials.end();
     });
 }
 
@@ -113,12 +110,12 @@ static uint32_t TextureOf(const VIEWER_PIXELS &p, const TILE_KEY &key, const RAN
     return tile->second.Texture;
 }
 
-static void DrawTile(size_t size, uint32_t column, uint32_t row, const SCREEN_PLACE &whole,
-                     bool smooth)
+static void DrawTile(const CANVAS_PICTURE &picture, size_t size, uint32_t column, uint32_t row,
+                     const SCREEN_PLACE &whole, bool smooth)
 {
-    const VIEWER_PIXELS &p = shownPicture.Sizes[size];
+    const VIEWER_PIXELS &p = picture.Sizes[size];
     const RANGE across = Range(column, p.Width), down = Range(row, p.Height);
-    const uint32_t texture = TextureOf(p, {shownPicture.Serial, size, column, row}, across, down);
+    const uint32_t texture = TextureOf(p, {picture.Serial, size, column, row}, across, down);
     GLFEW_SmoothTexture(texture, smooth);
     const auto share = [](uint32_t part, uint32_t all) {
         return static_cast<float>(part) / static_cast<float>(all);
@@ -168,10 +165,9 @@ bool Canvas_Prepare(const CANVAS_PICTURE &picture, float shown)
     return false;
 }
 
-void Canvas_Draw(float x, float y, float width, float height, const CANVAS_TURN &turn, bool smooth)
+void Canvas_Draw(const CANVAS_PICTURE &picture, float x, float y, float width, float height,
+                 const CANVAS_TURN &turn, bool smooth)
 {
-    if (shownPicture.Sizes.empty())
-        return;
     // The picture's corner and sides on the screen: its middle stays the rectangle's.
     const auto t = [&](size_t i) { return static_cast<float>(turn[i]); };
     const SCREEN_PLACE whole = {x + width * (1 - t(0) - t(1)) / 2,
@@ -181,7 +177,7 @@ void Canvas_Draw(float x, float y, float width, float height, const CANVAS_TURN 
                                 width * t(1),
                                 height * t(3)};
 
-    const size_t size = SizeFor(shownPicture, turn[0] != 0 ? width : height);
+    const size_t size = SizeFor(picture, turn[0] != 0 ? width : height);
 
     // The window's corners in the picture, whose sides are 1 each.
     const auto inPicture = [&](float screenX, float screenY) {
@@ -190,15 +186,15 @@ void Canvas_Draw(float x, float y, float width, float height, const CANVAS_TURN 
     };
     const auto [u0, v0] = inPicture(0, 0);
     const auto [u1, v1] = inPicture(Screen_Width(), Screen_Height());
-    const auto [left, right] = InSight(u0, u1, shownPicture.Sizes[size].Width);
-    const auto [top, bottom] = InSight(v0, v1, shownPicture.Sizes[size].Height);
+    const auto [left, right] = InSight(u0, u1, picture.Sizes[size].Width);
+    const auto [top, bottom] = InSight(v0, v1, picture.Sizes[size].Height);
     for (auto &[key, tile] : tiles)
         tile.InSight = false;
     for (uint32_t row = top; row < bottom; row++)
         for (uint32_t column = left; column < right; column++)
-            DrawTile(size, column, row, whole, smooth);
+            DrawTile(picture, size, column, row, whole, smooth);
     if (tiles.size() > Canvas_MaxTiles)
-        DropIf([](const auto &tile) {
-            return SerialOf(tile) == shownPicture.Serial && !tile.second.InSight;
+        DropIf([&](const auto &tile) {
+            return SerialOf(tile) == picture.Serial && !tile.second.InSight;
         });
 }

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "tools/viewer/shown.h"
@@ -20,20 +21,18 @@ constexpr CANVAS_TURN Canvas_Right = {0, -1, 1, 0}, Canvas_Left = {0, 1, -1, 0},
                       Canvas_Mirror = {-1, 0, 0, 1};
 
 struct CANVAS_PICTURE {
-    /// No two pictures have the same, so that textures can be kept by it. Those of 0 go with the
-    /// next Canvas_Set.
-    uint64_t Serial;
+    uint64_t Serial;                   // textures are kept by it
     std::vector<VIEWER_PIXELS> Sizes;  // the largest first, each half of the one before
 };
 
-/// What is drawn from now on. The pixels must outlive their use here.
-void Canvas_Set(CANVAS_PICTURE picture);
-
 /// Makes one texture of a picture that may be wanted soon, seen as a whole and its first size
-/// `shown` pixels wide; textures of pictures other than these and the one that is drawn go.
-/// False when all there is to do has been done.
+/// `shown` pixels wide. False when all there is to do has been done.
 bool Canvas_Prepare(const CANVAS_PICTURE &picture, float shown);
-void Canvas_Keep(const std::vector<uint64_t> &serials);
 
-/// Draws it into a rectangle, which has its sides as turned.
-void Canvas_Draw(float x, float y, float width, float height, const CANVAS_TURN &turn, bool smooth);
+/// Frees the textures of this picture; or of all but these.
+void Canvas_Forget(uint64_t serial);
+void Canvas_Keep(std::span<const uint64_t> serials);
+
+/// Draws a picture into a rectangle, which has its sides as turned.
+void Canvas_Draw(const CANVAS_PICTURE &picture, float x, float y, float width, float height,
+                 const CANVAS_TURN &turn, bool smooth);

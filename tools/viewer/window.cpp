@@ -7,6 +7,8 @@
 #include <deque>
 #include <memory>
 #include <set>
+#include <span>
+#include <utility>
 
 #include "platform/application.h"
 #include "platform/glfew.h"
@@ -45,6 +47,22 @@ enum KEY : int32_t {
 
 constexpr int32_t KEY_Character = 1 << 24;  // and a character of Unicode
 
+// How a picture lies in the window.
+struct LOOK {
+    uint64_t Serial;            // 0: it changes
+    float X, Y, Width, Height;  // as turned
+    CANVAS_TURN Turn;
+    bool Smooth;
+    float ScreenWidth, ScreenHeight;
+    bool operator==(const LOOK &) const = default;
+};
+
+// A whole window drawn before it is wanted.
+struct STILL {
+    LOOK Look;
+    uint32_t Texture;
+};
+
 // What the window shows. Offsets count from its middle, in framebuffer pixels.
 struct VIEW {
     std::vector<FILES_ENTRY> Files;  // empty: only a sheet
@@ -58,6 +76,8 @@ struct VIEW {
 
     std::shared_ptr<const VIEWER_FILE> File;
     VIEWER_IMAGE Sheet;
+    CANVAS_PICTURE Picture;     // on the screen
+    std::vector<STILL> Stills;  // of what is shown and the pictures after and before it
     GIF_CANVAS Composed;
     uint32_t Frame;
     uint32_t Round;                      // of a GIF, from 0
@@ -73,6 +93,8 @@ struct VIEW {
     double Clicked;
 
     bool Changed;
+    bool Painted, Swapped;  // in this turn of the shell's loop, in the turn before
+    bool MustAsk;           // for what may be shown next
     std::deque<int32_t> Typed;
     SCREEN_LABEL Help, Caption, Details;
 };
@@ -110,16 +132,6 @@ const std::vector<std::pair<std::string, std::string>> &Window_Keys()
     return keys;
 }
 
-// What is seen, as it is stored.
-static VIEWER_PIXELS Shown()
-{
-    if (view.Files.empty())
-        return Viewer_Pixels(view.Sheet);
-    if (view.ShowThumbnail)
-        return Viewer_Pixels(view.File->Thumbnail);
-    return Viewer_Pixels(*view.File);
-}
-
 // Width and height as turned.
 static std::pair<float, float> Size(const VIEWER_PIXELS &p, const CANVAS_TURN &turn)
 {
@@ -129,7 +141,7 @@ static std::pair<float, float> Size(const VIEWER_PIXELS &p, const CANVAS_TURN &t
 
 static std::pair<float, float> Size()
 {
-    return Size(Shown(), view.Turn);
+    return Size(view.Picture.Sizes[0], view.Turn);
 }
 
 static float FittingZoom(FIT fit, std::pair<float, float> size)
@@ -145,13 +157,25 @@ static float CurrentZoom()
     return view.Fit == FIT_NONE ? view.Zoom : FittingZoom(view.Fit, Size());
 }
 
+// How far below the window's middle a picture's middle begins: a page is seen from its top.
+static float FittingY(FIT fit, std::pair<float, float> size)
+{
+    const float height = size.second * FittingZoom(fit, size);
+    return fit == FIT_WIDTH ? std::max((height - Screen_Height()) / 2, 0.0F) : 0;
+}
+
 static void SetFit(FIT fit)
 {
     view.Fit = fit;
-    view.X = view.Y = 0;
-    if (fit == FIT_WIDTH)  // a page begins at its top
-        view.Y = std::max((Size().second * CurrentZoom() - Screen_Height()) / 2, 0.0F);
+    view.X = 0;
+    view.Y = FittingY(fit, Size());
     view.Changed = true;
+}
+
+// The fit that a picture begins with.
+static FIT FirstFit()
+{
+    return view.Fit == FIT_NONE ? FIT_WHOLE : view.Fit;
 }
 
 static CANVAS_PICTURE OnCanvas(const VIEWER_FILE &file)
@@ -162,12 +186,39 @@ static CANVAS_PICTURE OnCanvas(const VIEWER_FILE &file)
     return picture;
 }
 
-// Puts what Shown() gives on the canvas.
-static void SetCanvas()
+static void SetPicture(CANVAS_PICTURE picture)
 {
-    const bool whole = view.File && !view.ShowThumbnail;
-    Canvas_Set(whole ? OnCanvas(*view.File) : CANVAS_PICTURE{0, {Shown()}});
+    Canvas_Forget(0);
+    view.Picture = std::move(picture);
     view.Changed = true;
+}
+
+static LOOK LookOf(const CANVAS_PICTURE &picture, const CANVAS_TURN &turn, float zoom, float x,
+                   float y)
+{
+    const auto [fullWidth, fullHeight] = Size(picture.Sizes[0], turn);
+    const float width = std::max(std::round(fullWidth * zoom), 1.0F);
+    const float height = std::max(std::round(fullHeight * zoom), 1.0F);
+    return {picture.Serial,
+            std::floor((Screen_Width() - width) / 2 + x),
+            std::floor((Screen_Height() - height) / 2 + y),
+            width,
+            height,
+            turn,
+            view.Smooth,
+            Screen_Width(),
+            Screen_Height()};
+}
+
+static LOOK LookNow()
+{
+    return LookOf(view.Picture, view.Turn, CurrentZoom(), view.X, view.Y);
+}
+
+static void Draw(const CANVAS_PICTURE &picture, const LOOK &look)
+{
+    GLFEW_Clear();
+    Canvas_Draw(picture, look.X, look.Y, look.Width, look.Height, look.Turn, look.Smooth);
 }
 
 static AHEAD_KEY KeyOf(size_t at, uint32_t page)
@@ -192,6 +243,7 @@ static void Ask()
     keys.push_back(KeyOf(view.Backwards ? before : after, FirstPage()));
     keys.push_back(KeyOf(view.Backwards ? after : before, FirstPage()));
     Ahead_Want(std::move(keys));
+    view.MustAsk = false;
 }
 
 static void GoTo(size_t at, bool backwards, uint32_t page)
@@ -199,9 +251,8 @@ static void GoTo(size_t at, bool backwards, uint32_t page)
     view.At = at;
     view.Page = page;
     view.Backwards = backwards;
-    view.Waiting = true;
+    view.Waiting = view.MustAsk = true;
     view.Changed = true;
-    Ask();
 }
 
 static void Step(bool backwards)
@@ -227,8 +278,12 @@ static void ShowFrame(uint32_t n)
         return;
     }
     view.Frame = n;
-    Canvas_Set({0, {pixels}});
-    view.Changed = true;
+    SetPicture({0, {pixels}});
+}
+
+static std::string NameOf(const std::string &path)
+{
+    return path == "-" ? "standard input" : path;
 }
 
 static void ShowFile(std::shared_ptr<const VIEWER_FILE> file)
@@ -237,23 +292,24 @@ static void ShowFile(std::shared_ptr<const VIEWER_FILE> file)
     std::swap(view.File, file);
     view.Waiting = false;
     view.ShowThumbnail = false;
+    SetPicture(OnCanvas(*view.File));
     if (!samePlace) {
         view.Turn = Canvas_TurnOf(view.File->Orientation);
-        SetFit(view.Fit == FIT_NONE ? FIT_WHOLE : view.Fit);
+        SetFit(FirstFit());
     }
     view.Composed = {};
     view.Frame = view.Round = 0;
     view.Still = view.Options.Frame.has_value();
-    SetCanvas();
     if (view.File->Format != PICTURE_TIFF && view.Options.Frame.value_or(0) != 0)
         ShowFrame(*view.Options.Frame);
     if (view.File->Ends.size() > 1)
         view.FrameEnd = Now() + FrameSeconds();
     view.SlideEnd = Now() + view.Options.Slideshow;
-    GLFEW_SetTitle(Text_Harmless(view.File->Path + " - " + Viewer_Facts(*view.File)).c_str());
+    GLFEW_SetTitle(
+        Text_Harmless(NameOf(view.File->Path) + " - " + Viewer_Facts(*view.File)).c_str());
     if (!view.File->Reason.empty() && view.Reported.insert(view.File->Path).second)
         Report(view.File->Path, view.File->Reason);
-    Ask();
+    view.MustAsk = true;
 }
 
 // Leaves a file without a picture out and goes on to the next in the same direction.
@@ -267,7 +323,7 @@ static void LeaveOut(const std::string &reason)
     const size_t count = view.Files.size();
     if (count == 0) {
         Velmorandis_CloseApplication(1);
-        view.Waiting = false;
+        view.Waiting = view.MustAsk = false;
         return;
     }
     GoTo((view.At + (view.Backwards ? count - 1 : 0)) % count, view.Backwards, FirstPage());
@@ -290,26 +346,52 @@ static void Poll()
     }
 }
 
-// While nothing happens, what may be shown next becomes textures, one at a time.
+static bool HasStill(const LOOK &look)
+{
+    return std::ranges::find(view.Stills, look, &STILL::Look) != view.Stills.end();
+}
+
+// Frees all stills but these.
+static void KeepStills(std::span<const LOOK> looks)
+{
+    std::erase_if(view.Stills, [&](const STILL &still) {
+        const bool kept = std::ranges::find(looks, still.Look) != looks.end();
+        if (!kept)
+            GLFEW_DestroyTexture(still.Texture);
+        return !kept;
+    });
+}
+
+// While nothing happens, what may be shown next becomes textures, one at a time, and then a still,
+// so that a step to it costs a copy.
 static void PrepareNext()
 {
     if (view.Waiting || !view.File)
         return;
     const size_t count = view.Files.size();
     const size_t after = (view.At + 1) % count, before = (view.At + count - 1) % count;
-    std::vector<uint64_t> serials;
+    std::vector<uint64_t> serials = {view.Picture.Serial, view.File->Serial};
+    std::vector<LOOK> looks = {LookNow()};
     for (const size_t at : {view.Backwards ? before : after, view.Backwards ? after : before}) {
         const auto file = at == view.At ? nullptr : Ahead_Find(KeyOf(at, FirstPage()));
         if (!file || !file->Record)
             continue;
-        serials.push_back(file->Serial);
-        const auto size = Size(Viewer_Pixels(*file), Canvas_TurnOf(file->Orientation));
-        const FIT fit = view.Fit == FIT_NONE ? FIT_WHOLE : view.Fit;
-        const float shown = static_cast<float>(file->Width) * FittingZoom(fit, size);
-        if (Canvas_Prepare(OnCanvas(*file), shown))
+        const CANVAS_PICTURE picture = OnCanvas(*file);
+        const CANVAS_TURN turn = Canvas_TurnOf(file->Orientation);
+        const auto size = Size(picture.Sizes[0], turn);
+        const float zoom = FittingZoom(FirstFit(), size);
+        if (Canvas_Prepare(picture, static_cast<float>(file->Width) * zoom))
             return;
+        const LOOK look = LookOf(picture, turn, zoom, 0, FittingY(FirstFit(), size));
+        if (!HasStill(look)) {
+            view.Stills.push_back({look, GLFEW_DrawAside([&] { Draw(picture, look); })});
+            return;
+        }
+        serials.push_back(file->Serial);
+        looks.push_back(look);
     }
     Canvas_Keep(serials);
+    KeepStills(looks);
 }
 
 // Goes to another frame or page. An animation stands still from now on.
@@ -387,7 +469,8 @@ static void ToggleThumbnail()
     if (!view.File || view.File->Thumbnail.Width == 0)
         return;
     view.ShowThumbnail = !view.ShowThumbnail;
-    SetCanvas();
+    SetPicture(view.ShowThumbnail ? CANVAS_PICTURE{0, {Viewer_Pixels(view.File->Thumbnail)}}
+                                  : OnCanvas(*view.File));
     SetFit(FIT_WHOLE);  // what was in the window's middle may lie beyond the thumbnail
 }
 
@@ -684,10 +767,13 @@ void Scene()
         return;
     }
     Poll();
+    // What is ready is seen before its neighbours are decoded.
+    if (view.MustAsk && (view.Waiting || view.Swapped))
+        Ask();
     if (!view.ShowThumbnail)
         Play();
     Slide();
-    if (!view.Changed)
+    if (!view.Changed && !view.Painted)
         PrepareNext();
 }
 
@@ -721,7 +807,7 @@ static std::string FactsNow()
 
 static void PaintCaption()
 {
-    const std::string &path = view.Files[view.At].Path;
+    const std::string path = NameOf(view.Files[view.At].Path);
     const std::string name = path.substr(path.rfind('/') + 1);
     const std::string text = Sheet_Caption(name, view.Waiting ? "loading ..." : FactsNow(),
                                            std::min(Screen_Columns(), 255u));
@@ -751,28 +837,29 @@ static void PaintHelp()
     for (const auto &[keys, what] : Window_Keys())
         lines.push_back(keys + std::string(28 - std::min<size_t>(keys.size(), 27), ' ') + what);
     Screen_SetLabel(view.Help, lines);
-    Screen_DrawLabel(view.Help, std::floor((Screen_Width() - view.Help.Width) / 2),
-                     std::floor((Screen_Height() - view.Help.Height) / 2));
+    Screen_DrawLabel(view.Help, std::max(std::floor((Screen_Width() - view.Help.Width) / 2), 0.0F),
+                     std::max(std::floor((Screen_Height() - view.Help.Height) / 2), 0.0F));
 }
 
 static void PaintPicture()
 {
-    const auto [fullWidth, fullHeight] = Size();
-    const float zoom = CurrentZoom();
-    const float width = std::max(std::round(fullWidth * zoom), 1.0F);
-    const float height = std::max(std::round(fullHeight * zoom), 1.0F);
-    Canvas_Draw(std::floor((Screen_Width() - width) / 2 + view.X),
-                std::floor((Screen_Height() - height) / 2 + view.Y), width, height, view.Turn,
-                view.Smooth);
+    const LOOK look = LookNow();
+    const auto still = std::ranges::find(view.Stills, look, &STILL::Look);
+    if (look.Serial != 0 && still != view.Stills.end())
+        GLFEW_CopyToWindow(still->Texture);
+    else
+        Draw(view.Picture, look);
 }
 
 void Paint()
 {
+    view.Swapped = std::exchange(view.Painted, false);
     if (!GLFEW_MustDraw(view.Changed))
         return;
     view.Changed = false;
-    GLFEW_Clear();
+    view.Painted = true;
     if (view.Grid) {
+        GLFEW_Clear();
         Grid_Paint(view.Files);
     } else if (view.File || view.Files.empty()) {
         PaintPicture();
@@ -780,6 +867,8 @@ void Paint()
             PaintCaption();
         if (view.ShowDetails && !view.Files.empty())
             PaintDetails();
+    } else {
+        GLFEW_Clear();
     }
     if (view.ShowHelp || view.HelpEnd != 0)
         PaintHelp();
@@ -789,6 +878,7 @@ static bool Open(const char *title)
 {
     view = {};
     view.Turn = Canvas_TurnOf(1);
+    GLFEW_Samples = 0;  // nothing has slanting edges
     if (!CreateApplication(0, 0, 1024, 768, title, "", "", 48, 48, 52, 255))
         return false;
     Screen_Open();
@@ -816,7 +906,8 @@ int Window_ShowFiles(std::vector<FILES_ENTRY> files, size_t at, const WINDOW_OPT
         EnterGrid();
     ExecuteApplication();
     Grid_Leave();
-    Canvas_Set({});
+    Canvas_Keep({});
+    KeepStills({});
     GLFEW_HideWindow();
     view.File.reset();
     Ahead_Stop();
@@ -830,7 +921,7 @@ int Window_ShowSheet(uint8_t set)
         return 1;
     view.Sheet = Sheet_Glyphs(set);
     GLFEW_SetTitle(("character set " + std::to_string(set)).c_str());
-    SetCanvas();
+    SetPicture({0, {Viewer_Pixels(view.Sheet)}});
     ExecuteApplication();
     DestroyApplication();
     return 0;
