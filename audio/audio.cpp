@@ -152,7 +152,8 @@ AudioTrack *Audio_Load(const char *path)
 AudioTrack *Audio_LoadAs(const char *path, uint8_t type)
 {
     Reason_Clear();
-    return LoadOpened(BYTES_OPEN(path), type);
+    const BYTES_OPEN *from = Bytes_FindOpen(path);
+    return from ? LoadOpened(*from, type) : LoadOpened(BYTES_OPEN(path), type);
 }
 
 AudioTrack *Audio_LoadBytes(std::span<const uint8_t> file)
@@ -471,7 +472,7 @@ static void Leap(AudioTrack &track, uint64_t frame)
     else if (!track.Decoded && file && (track.BitsPerSample == 8 || track.BitsPerSample == 16))
         at = Sound_Seek(file, 0, track.OpenSize, {Audio_FrameBytes(track), 1}, frame);
     track.Taken = at * Audio_FrameBytes(track);
-    if (at != 0)
+    if (at != 0 && file)
         track.ReadPosition = static_cast<uint32_t>(ftello(file));
 }
 

@@ -145,8 +145,8 @@ void Audio_SetLoop(uint8_t loop);
 /// caller's until Audio_UnLoad; null only without memory. Without buffers, and with a reason, when
 /// the file cannot be read, nothing decodes its format, or the format module is full.
 AudioTrack *Audio_Load(const char *path);
-/// The same for a file that is taken for an AUDIO_TYPE, whatever it looks like. Without buffers for
-/// any other number.
+/// The same for a file, or what is open under its path, that is taken for an AUDIO_TYPE, whatever it
+/// looks like. Without buffers for any other number.
 AudioTrack *Audio_LoadAs(const char *path, uint8_t type);
 /// The same for a sound in memory, which must stay until the track is unloaded.
 AudioTrack *Audio_LoadBytes(std::span<const uint8_t> file);
@@ -226,8 +226,7 @@ size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes);
 /// follows is what it would give there without the leap. Returns where it is, in frames; Taken says
 /// the same in bytes. An Audio_ReStart before it is done with. Not while a callback takes of the
 /// track. Takes as long as the next buffer, and the first leap in MPEG audio as the reading of what
-/// lies before; by the framework's rules MPEG audio is decoded up to there, and so are tracker
-/// modules.
+/// lies before; by the framework's rules MPEG audio is decoded up to there.
 uint64_t Audio_Seek(AudioTrack *track, uint64_t frame);
 
 /// A stream's callback in place of PortAudio_CallBack: what Audio_Take gives of the current track,

@@ -1,6 +1,7 @@
 #include "audio/mod.h"
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -16,8 +17,17 @@ constinit thread_local uint8_t MOD_Separation = 50;
 // The largest song has 128 patterns of 99 channels, or 256 of fewer, and 31 samples of 128 KiB.
 constexpr size_t MOD_MaxFile = size_t{16} << 20;
 
+// Ramps, tails and the filter have settled after this part of a second.
+constexpr uint32_t MOD_SettleRate = 20;
+
 namespace
 {
+
+// A view that one thread writes and others read: its turn is odd while it changes.
+struct MOD_SHOWN {
+    std::atomic<uint32_t> Turn;
+    std::array<std::atomic<uint64_t>, (sizeof(MOD_VIEW) + 7) / 8> Words;
+};
 
 // What belongs to a header.
 struct MOD_RECORD : MOD_HEADER {
@@ -27,7 +37,10 @@ struct MOD_RECORD : MOD_HEADER {
     MOD_MIXER Mixer;
     uint64_t TickFrames;             // left of this tick
     uint64_t TickRest;               // parts of a frame owed to later ticks
+    uint64_t Frames;                 // of the song that have been rendered
     uint16_t LastPosition, LastRow;  // as the header got them last
+    std::array<MOD_SHOWN, MOD_Views> Shown;
+    std::atomic<uint32_t> Ticks;  // that were shown
 };
 
 }  // namespace
@@ -36,7 +49,7 @@ static void StartOver(MOD_RECORD &record)
 {
     MOD_Start(record.Player, record.Song, record.Rows);
     record.Mixer = {};
-    record.TickFrames = record.TickRest = 0;
+    record.TickFrames = record.TickRest = record.Frames = 0;
     record.LastPosition = record.SongPosition;
     record.LastRow = record.Row;
 }
@@ -47,6 +60,43 @@ static void Publish(std::atomic<uint16_t> &shown, uint16_t &last, uint16_t now)
 {
     shown.compare_exchange_strong(last, now);
     last = now;
+}
+
+static bool Sounds(const MOD_VOICE &v)
+{
+    const bool inRun = v.Data && v.Position >> 32 < v.End;
+    return v.Period != 0 && (inRun || v.LoopData);
+}
+
+static void Show(MOD_RECORD &record)
+{
+    const MOD_PLAYER &player = record.Player;
+    MOD_VIEW view = {record.Frames,        static_cast<uint32_t>(record.TickFrames),
+                     player.PlaysPosition, record.Song.Orders[player.PlaysPosition],
+                     player.PlaysRow,      player.Speed,
+                     player.Tempo,         {}};
+    std::ranges::transform(player.Voices, view.Levels.begin(),
+                           [](const MOD_VOICE &v) { return Sounds(v) ? v.Volume : uint8_t{0}; });
+    std::array<uint64_t, std::tuple_size_v<decltype(MOD_SHOWN::Words)>> words{};
+    std::memcpy(words.data(), &view, sizeof view);
+    MOD_SHOWN &shown = record.Shown[record.Ticks % MOD_Views];
+    shown.Turn++;
+    for (size_t i = 0; i < words.size(); i++)
+        shown.Words[i].store(words[i], std::memory_order_release);
+    shown.Turn++;
+    record.Ticks++;
+}
+
+// Nothing where it changed meanwhile.
+static std::optional<MOD_VIEW> ReadView(const MOD_SHOWN &shown)
+{
+    const uint32_t turn = shown.Turn;
+    std::array<uint64_t, std::tuple_size_v<decltype(MOD_SHOWN::Words)>> words;
+    for (size_t i = 0; i < words.size(); i++)
+        words[i] = shown.Words[i].load(std::memory_order_acquire);
+    MOD_VIEW view;
+    std::memcpy(&view, words.data(), sizeof view);
+    return turn % 2 == 0 && turn == shown.Turn ? std::optional(view) : std::nullopt;
 }
 
 // A tick's frames: rate x 2.5 s / tempo. What is left over goes into later ones, or by the formats'
@@ -60,6 +110,7 @@ static bool NextTick(MOD_RECORD &record)
     record.TickFrames = record.TickRest / parts;
     record.TickRest = record.Rules == AUDIO_RULES_FORMAT ? 0 : record.TickRest % parts;
     record.Mixer.Filter = record.Player.Filter;
+    Show(record);
     return true;
 }
 
@@ -102,38 +153,99 @@ void MOD_Load(const char *path)
     Sound_WithFile(path, file, MOD_SoundNumber, LoadSong, &file);
 }
 
-SOUND_FILLED MOD_Fill(MOD_HEADER &header, const SOUND_REFILL &refill)
+static MOD_FORMAT FormatOf(const MOD_HEADER &header)
 {
-    auto &record = static_cast<MOD_RECORD &>(header);
-    const MOD_FORMAT format = {header.Channels, header.SamplingRate, header.BitsPerSample};
+    return {header.Channels, header.SamplingRate, header.BitsPerSample};
+}
+
+// Goes on by `frames`, rendering them to `out` or, where that is null, not at all. Returns those
+// that are missing at the end of the song.
+static uint64_t Render(MOD_RECORD &record, uint64_t frames, uint8_t *out)
+{
+    const MOD_FORMAT format = FormatOf(record);
     const uint32_t bytes = MOD_FrameBytes(format);
-    if (bytes == 0)
-        return {};
-    if (header.SongPosition != record.LastPosition || header.Row != record.LastRow)
-        StartOver(record);
-    record.Mixer.Interpolation =
-        static_cast<MOD_INTERPOLATION>(std::min<uint8_t>(header.Interpolation, MOD_SINC));
-    record.Mixer.Separation = std::min<uint8_t>(header.Separation, 100);
-    uint8_t *out = refill.Buffer.data();
-    uint64_t frames = refill.Buffer.size() / bytes;
     while (frames != 0) {
         if (record.TickFrames == 0) {
             if (!NextTick(record))
                 break;
             continue;
         }
-        const auto count =
-            static_cast<size_t>(std::min({frames, record.TickFrames, uint64_t{MOD_Block}}));
-        MOD_Mix(record.Mixer, record.Player.Voices, format, count, out);
-        out += count * bytes;
+        auto count = static_cast<size_t>(std::min(frames, record.TickFrames));
+        if (out) {
+            count = std::min(count, MOD_Block);
+            MOD_Mix(record.Mixer, record.Player.Voices, format, count, out);
+            out += count * bytes;
+        } else {
+            MOD_SkipFrames(record.Player.Voices, format.Rate, count);
+        }
         frames -= count;
+        record.Frames += count;
         record.TickFrames -= count;
     }
+    return frames;
+}
+
+// Has the header show where the song stands.
+static void PublishBoth(MOD_RECORD &record)
+{
     Publish(record.SongPosition, record.LastPosition,
             record.Player.AtEnd ? record.Song.Length : record.Player.Position);
     Publish(record.Row, record.LastRow, record.Player.Row);
-    const auto length = static_cast<uint32_t>(out - refill.Buffer.data());
+}
+
+static void SetMixer(MOD_RECORD &record)
+{
+    record.Mixer.Interpolation =
+        static_cast<MOD_INTERPOLATION>(std::min<uint8_t>(record.Interpolation, MOD_SINC));
+    record.Mixer.Separation = std::min<uint8_t>(record.Separation, 100);
+}
+
+SOUND_FILLED MOD_Fill(MOD_HEADER &header, const SOUND_REFILL &refill)
+{
+    auto &record = static_cast<MOD_RECORD &>(header);
+    const uint32_t bytes = MOD_FrameBytes(FormatOf(record));
+    if (bytes == 0)
+        return {};
+    if (header.SongPosition != record.LastPosition || header.Row != record.LastRow)
+        StartOver(record);
+    SetMixer(record);
+    const uint64_t frames = refill.Buffer.size() / bytes;
+    const uint64_t missing = Render(record, frames, refill.Buffer.data());
+    PublishBoth(record);
+    const auto length = static_cast<uint32_t>((frames - missing) * bytes);
     return {length, length};
+}
+
+uint64_t MOD_Seek(MOD_HEADER &header, FILE *, uint64_t frame)
+{
+    auto &record = static_cast<MOD_RECORD &>(header);
+    const uint32_t bytes = MOD_FrameBytes(FormatOf(record));
+    if (bytes == 0)
+        return 0;
+    // The last part is rendered, so that all that decays is as it would be.
+    const uint64_t rendered = std::min<uint64_t>(frame, header.SamplingRate / MOD_SettleRate + 1);
+    Render(record, frame - rendered, nullptr);
+    SetMixer(record);
+    BYTES_BUFFER block(MOD_Block * bytes);
+    for (uint64_t left = rendered; left != 0;) {
+        const uint64_t count = std::min<uint64_t>(left, MOD_Block);
+        if (Render(record, count, block.data()) != 0)
+            break;
+        left -= count;
+    }
+    PublishBoth(record);
+    return record.Frames;
+}
+
+std::optional<MOD_VIEW> MOD_GetView(const MOD_HEADER &header, uint64_t frame)
+{
+    const auto &record = static_cast<const MOD_RECORD &>(header);
+    const uint32_t ticks = record.Ticks;
+    for (uint32_t back = 1; back <= std::min<uint32_t>(ticks, MOD_Views); back++)
+        if (const auto view = ReadView(record.Shown[(ticks - back) % MOD_Views]))
+            if (view->Frame <= frame && frame - view->Frame < view->Frames)
+                return view;
+    return {};
 }
 
 void MOD_Decoding(uint8_t *buffer, uint32_t *length, uint8_t n)

@@ -8,14 +8,24 @@
 //              and 8 channels that the file's length tells
 //   without    15 samples where one of ten marks stands for the signature; where header and
 //              patterns make sense throughout
+//   loops      with 15 samples, the start counts words where it then fits, and the sample is heard
+//              up to its end first; it counts bytes, and only the loop is heard
+//   dialects   all files as the original plays them; those of other editors (MOD_SONG::Foreign) by
+//              these: a sample without a note waits for the next note, offsets do not add up, a
+//              delay delays the sample, too, a portamento from no note starts one, and slides
+//              leave the three octaves
+//   speed 0    ends the song; does nothing, as in other players
 //   ticks      as long as the tempo says; whole frames, as in other players
 #pragma once
 
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
+#include <optional>
 
 #include "audio/mod_mixer.h"
+#include "audio/mod_song.h"
 #include "audio/sound_file.h"
 
 #pragma GCC visibility push(default)
@@ -64,6 +74,25 @@ void MOD_Decoding(uint8_t *buffer, uint32_t *length, uint8_t n);
 
 /// The same by record, which MOD_Load made, on any thread.
 SOUND_FILLED MOD_Fill(MOD_HEADER &header, const SOUND_REFILL &refill);
+
+/// Has the next decoding of a song that has started over begin at `frame`, or at its end where that
+/// comes first, exactly: the song runs up to there without being rendered. Returns where it is. For
+/// the thread that renders it; `file` is not used.
+uint64_t MOD_Seek(MOD_HEADER &header, FILE *file, uint64_t frame);
+
+/// What a song plays during a tick.
+struct MOD_VIEW {
+    uint64_t Frame;   // of the song where the tick begins
+    uint32_t Frames;  // that it lasts
+    uint8_t Position, Pattern, Row;
+    uint8_t Speed, Tempo;                         // ticks a row; ticks in 2.5 s
+    std::array<uint8_t, MOD_MaxChannels> Levels;  // volumes of what sounds, 0 to 64
+};
+
+/// What the song plays at a frame of it that was rendered within the last MOD_Views ticks; nothing
+/// for others. On any thread, also while the song is rendered.
+constexpr size_t MOD_Views = 512;
+std::optional<MOD_VIEW> MOD_GetView(const MOD_HEADER &header, uint64_t frame);
 
 /// Has the next decoding of a song start at its beginning. For the thread that renders it.
 void MOD_StartOver(MOD_HEADER &header);

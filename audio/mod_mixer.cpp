@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <numbers>
 #include <numeric>
@@ -22,9 +23,8 @@ constexpr double MOD_RampTime = 0.0025;
 constexpr size_t MOD_FadeSteps = 256;
 constexpr int32_t MOD_FadeOne = 32768;
 
-// The interpolators' weights of 1/16384 for each of MOD_Phases positions between two samples.
+// The interpolators' weights stand for each of so many positions between two samples.
 constexpr size_t MOD_Phases = 512;
-constexpr int32_t MOD_WeightOne = 16384;
 constexpr double MOD_KaiserBeta = 7;
 
 // Up to so many samples a frame, each has a table that passes less than the one before.
@@ -39,32 +39,30 @@ constexpr double MOD_FilterCut = 3091.0, MOD_FilterQ = 0.66;
 namespace
 {
 
-template <size_t Taps>
-using MOD_WEIGHTS = std::array<std::array<int16_t, Taps>, MOD_Phases>;
+using MOD_WEIGHTS = std::array<std::array<float, MOD_Taps>, MOD_Phases>;
 
 struct MOD_TABLES {
-    std::array<MOD_WEIGHTS<MOD_Taps>, MOD_Steps.size()> Sinc;
-    MOD_WEIGHTS<4> Cubic;
+    std::array<MOD_WEIGHTS, MOD_Steps.size()> Sinc;
+    MOD_WEIGHTS Cubic;                            // of which four are not 0
     std::array<int32_t, MOD_FadeSteps + 2> Fade;  // from MOD_FadeOne to 0
 };
 
 // Samples in the order in which they are played, MOD_Before of them before the position.
 using MOD_SAMPLES = std::array<int16_t, MOD_Before + MOD_Window + MOD_Taps>;
 
+// A block's values, with room for those that lanes write past its end.
+using MOD_VALUES = std::array<int32_t, MOD_Block + 3>;
+
 }  // namespace
 
-// Weights that add up to one exactly, so that a level stays as it is.
-template <size_t Taps>
-static std::array<int16_t, Taps> RoundWeights(const std::array<double, Taps> &weights)
+// Weights that add up to one: samples become 16-bit values.
+static std::array<float, MOD_Taps> ScaleWeights(const std::array<double, MOD_Taps> &weights)
 {
-    const double scale = MOD_WeightOne / std::accumulate(weights.begin(), weights.end(), 0.0);
-    std::array<int16_t, Taps> rounded;
-    std::ranges::transform(weights, rounded.begin(),
-                           [=](double w) { return static_cast<int16_t>(std::lround(w * scale)); });
-    const int sum = std::accumulate(rounded.begin(), rounded.end(), 0);
-    auto &largest = *std::ranges::max_element(rounded);
-    largest = static_cast<int16_t>(largest + MOD_WeightOne - sum);
-    return rounded;
+    const double scale = 256 / std::accumulate(weights.begin(), weights.end(), 0.0);
+    std::array<float, MOD_Taps> scaled;
+    std::ranges::transform(weights, scaled.begin(),
+                           [=](double w) { return static_cast<float>(w * scale); });
+    return scaled;
 }
 
 // The modified Bessel function of order 0.
@@ -94,18 +92,21 @@ static MOD_TABLES MakeTables()
     MOD_TABLES tables;
     for (size_t phase = 0; phase < MOD_Phases; phase++) {
         const double x = static_cast<double>(phase) / MOD_Phases;
-        std::array<double, MOD_Taps> at, window, weights;
+        std::array<double, MOD_Taps> at, window, weights{};
         for (size_t tap = 0; tap < MOD_Taps; tap++) {
             at[tap] = static_cast<double>(tap) - MOD_Before - x;
             window[tap] = Kaiser(at[tap] / (MOD_Taps / 2.0));
         }
+        weights[MOD_Before - 1] = ((2 - x) * x - 1) * x;
+        weights[MOD_Before] = (3 * x - 5) * x * x + 2;
+        weights[MOD_Before + 1] = ((4 - 3 * x) * x + 1) * x;
+        weights[MOD_Before + 2] = (x - 1) * x * x;
+        tables.Cubic[phase] = ScaleWeights(weights);
         for (size_t i = 0; i < MOD_Steps.size(); i++) {
             for (size_t tap = 0; tap < MOD_Taps; tap++)
                 weights[tap] = Sinc(at[tap] * MOD_Passed / MOD_Steps[i]) * window[tap];
-            tables.Sinc[i][phase] = RoundWeights(weights);
+            tables.Sinc[i][phase] = ScaleWeights(weights);
         }
-        tables.Cubic[phase] = RoundWeights<4>({((2 - x) * x - 1) * x, (3 * x - 5) * x * x + 2,
-                                               ((4 - 3 * x) * x + 1) * x, (x - 1) * x * x});
     }
     for (size_t i = 0; i < tables.Fade.size(); i++) {
         const double x = static_cast<double>(std::min(i, MOD_FadeSteps)) / MOD_FadeSteps;
@@ -171,78 +172,94 @@ static void Move(MOD_VOICE &v, uint64_t way)
     }
 }
 
-// The values at positions from `position` on, 16 bits. Each reads `Taps` samples.
-template <size_t Taps>
-[[gnu::always_inline]] inline static void Weigh(const MOD_WEIGHTS<Taps> &weights,
-                                                const int16_t *samples, uint64_t position,
-                                                uint64_t step, std::span<int32_t> out)
+// These give `count` values at positions from `position` on, 16 bits and what lies between samples;
+// samples[MOD_Before] is the one at 0.
+
+// Four values at a time: each is weighed in eight lanes, whose sums are then taken together.
+EXTRA_LANES static void ReadWeighed(const MOD_WEIGHTS &weights, const MOD_SAMPLES &samples,
+                                    uint64_t position, uint64_t step, size_t count, MOD_VALUES &out)
 {
-    samples += MOD_Before - (Taps / 2 - 1);
-    for (int32_t &value : out) {
-        const int16_t *at = samples + (position >> 32);
-        const auto &w = weights[static_cast<uint32_t>(position) / (UINT32_MAX / MOD_Phases + 1)];
-        int32_t sum = 32;
-        for (size_t tap = 0; tap < Taps; tap++)
-            sum += at[tap] * w[tap];
-        value = sum >> 6;
-        position += step;
+    using LANES [[gnu::vector_size(32)]] = float;
+    using SUMS [[gnu::vector_size(16)]] = float;
+    using WHOLE [[gnu::vector_size(16)]] = int32_t;
+    static_assert(MOD_Taps == 16);
+    constexpr uint32_t phase = UINT32_MAX / MOD_Phases + 1;
+    const uint64_t last = position + step * (count - 1);
+    std::array<float, std::tuple_size_v<MOD_SAMPLES>> wide;
+    std::copy_n(samples.begin(), (last >> 32) + MOD_Taps, wide.begin());
+    for (size_t i = 0; i < count; i += 4) {
+        SUMS sums[4];
+        for (SUMS &four : sums) {
+            const float *s = &wide[position >> 32];
+            const float *w = weights[static_cast<uint32_t>(position) / phase].data();
+            LANES samples1, samples2, weights1, weights2;
+            std::memcpy(&samples1, s, sizeof samples1);
+            std::memcpy(&samples2, s + 8, sizeof samples2);
+            std::memcpy(&weights1, w, sizeof weights1);
+            std::memcpy(&weights2, w + 8, sizeof weights2);
+            const LANES sum = samples1 * weights1 + samples2 * weights2;
+            four = __builtin_shufflevector(sum, sum, 0, 1, 2, 3) +
+                   __builtin_shufflevector(sum, sum, 4, 5, 6, 7);
+            position = std::min(position + step, last);
+        }
+        const SUMS two = __builtin_shufflevector(sums[0], sums[1], 0, 4, 1, 5) +
+                         __builtin_shufflevector(sums[0], sums[1], 2, 6, 3, 7);
+        const SUMS others = __builtin_shufflevector(sums[2], sums[3], 0, 4, 1, 5) +
+                            __builtin_shufflevector(sums[2], sums[3], 2, 6, 3, 7);
+        const SUMS all = __builtin_shufflevector(two, others, 0, 1, 4, 5) +
+                         __builtin_shufflevector(two, others, 2, 3, 6, 7);
+        const WHOLE whole = __builtin_convertvector(all, WHOLE);
+        std::memcpy(&out[i], &whole, sizeof whole);
     }
 }
 
-EXTRA_LANES static void ReadSinc(const MOD_WEIGHTS<MOD_Taps> &weights, const int16_t *samples,
-                                 uint64_t position, uint64_t step, std::span<int32_t> out)
+// Each sample is packed with the way to the next. One loop collects these from wherever the pitch
+// leads, the others work in lanes.
+EXTRA_LANES static void ReadLinear(const MOD_SAMPLES &samples, uint64_t position, uint64_t step,
+                                   size_t count, MOD_VALUES &out)
 {
-    Weigh<MOD_Taps>(weights, samples, position, step, out);
-}
-
-EXTRA_LANES static void ReadCubic(const MOD_WEIGHTS<4> &weights, const int16_t *samples,
-                                  uint64_t position, uint64_t step, std::span<int32_t> out)
-{
-    Weigh<4>(weights, samples, position, step, out);
-}
-
-static void ReadLinear(const int16_t *samples, uint64_t position, uint64_t step,
-                       std::span<int32_t> out)
-{
-    samples += MOD_Before;
-    for (int32_t &value : out) {
-        const int16_t *at = samples + (position >> 32);
-        const auto part = static_cast<int32_t>(static_cast<uint32_t>(position) >> 17);
-        value = at[0] * 256 + ((at[1] - at[0]) * part >> 7);
-        position += step;
+    std::array<int32_t, std::tuple_size_v<MOD_SAMPLES>> packed;
+    const size_t read = ((position + step * (count - 1)) >> 32) + 1;
+    const int16_t *first = &samples[MOD_Before];
+    for (size_t i = 0; i < read; i++)
+        packed[i] = (first[i + 1] - first[i]) * 65536 + static_cast<uint16_t>(first[i]);
+    uint64_t at = position;
+    for (size_t i = 0; i < count; i++, at += step)
+        out[i] = packed[at >> 32];
+    const auto from = static_cast<uint32_t>(position), by = static_cast<uint32_t>(step);
+    for (size_t i = 0; i < count; i++) {
+        const auto part = static_cast<int32_t>((from + static_cast<uint32_t>(i) * by) >> 17);
+        out[i] = static_cast<int16_t>(out[i]) * 256 + ((out[i] >> 16) * part >> 7);
     }
 }
 
-static void ReadNearest(const int16_t *samples, uint64_t position, uint64_t step,
-                        std::span<int32_t> out)
+static void ReadNearest(const MOD_SAMPLES &samples, uint64_t position, uint64_t step, size_t count,
+                        MOD_VALUES &out)
 {
-    samples += MOD_Before;
-    for (int32_t &value : out) {
-        value = samples[position >> 32] * 256;
-        position += step;
-    }
+    for (size_t i = 0; i < count; i++, position += step)
+        out[i] = samples[MOD_Before + (position >> 32)] * 256;
 }
 
-static void Interpolate(MOD_INTERPOLATION how, const int16_t *samples, uint64_t position,
-                        uint64_t step, std::span<int32_t> out)
+static const MOD_WEIGHTS &SincFor(uint64_t step)
 {
     const auto fits = std::ranges::find_if(
         MOD_Steps, [=](double most) { return static_cast<double>(step) <= most * 4294967296.0; });
-    const auto table =
-        std::min<size_t>(static_cast<size_t>(fits - MOD_Steps.begin()), MOD_Steps.size() - 1);
+    return Tables().Sinc[std::min<size_t>(static_cast<size_t>(fits - MOD_Steps.begin()),
+                                          MOD_Steps.size() - 1)];
+}
+
+static void Interpolate(MOD_INTERPOLATION how, const MOD_SAMPLES &samples, uint64_t position,
+                        uint64_t step, size_t count, MOD_VALUES &out)
+{
     switch (how) {
     case MOD_NEAREST:
-        ReadNearest(samples, position, step, out);
-        break;
+        return ReadNearest(samples, position, step, count, out);
     case MOD_LINEAR:
-        ReadLinear(samples, position, step, out);
-        break;
+        return ReadLinear(samples, position, step, count, out);
     case MOD_CUBIC:
-        ReadCubic(Tables().Cubic, samples, position, step, out);
-        break;
+        return ReadWeighed(Tables().Cubic, samples, position, step, count, out);
     case MOD_SINC:
-        ReadSinc(Tables().Sinc[table], samples, position, step, out);
-        break;
+        return ReadWeighed(SincFor(step), samples, position, step, count, out);
     }
 }
 
@@ -311,20 +328,21 @@ static size_t AddRuns(const MOD_MIXER &mixer, MOD_VOICE &v, uint64_t step, int32
     size_t done = 0;
     while (done < bus.size() && EnterRun(v)) {
         MOD_SAMPLES samples;
-        std::array<int32_t, MOD_Block> values;
-        const std::span out(values.data(), FramesAhead(v, step, bus.size() - done));
-        const uint64_t part = static_cast<uint32_t>(v.Position), way = step * out.size();
+        MOD_VALUES values;
+        const size_t count = FramesAhead(v, step, bus.size() - done);
+        const std::span out(values.data(), count);
+        const uint64_t part = static_cast<uint32_t>(v.Position), way = step * count;
         ReadSamples(v, ((part + way - step) >> 32) + MOD_Taps - MOD_Before, samples);
-        Interpolate(mixer.Interpolation, samples.data(), part, step, out);
-        const size_t moving = std::min(out.size(), static_cast<size_t>(v.RampFrames));
+        Interpolate(mixer.Interpolation, samples, part, step, count, values);
+        const size_t moving = std::min(count, static_cast<size_t>(v.RampFrames));
         AddRamp(v, ramp, out.first(moving), &bus[done]);
-        if (moving < out.size()) {
+        if (moving < count) {
             const int32_t level = v.Gain / MOD_GainOne;
             AddLevel(level, out.subspan(moving), &bus[done + moving]);
             v.Heard = out.back() * level;
         }
         Move(v, way);
-        done += out.size();
+        done += count;
     }
     return done;
 }
@@ -399,8 +417,8 @@ static void FilterBus(MOD_FILTER &filter, size_t side, std::span<int32_t> bus)
 }
 
 // What one side hears of the buses, rounded to `bits` and cut to what these hold.
-static void MixSide(const MOD_MIXER &mixer, double left, double right, uint32_t bits,
-                    std::span<int32_t> out)
+EXTRA_LANES static void MixSide(const MOD_MIXER &mixer, double left, double right, uint32_t bits,
+                                std::span<int32_t> out)
 {
     const double full = static_cast<double>(int64_t{1} << (bits - 1));
     left *= full;
@@ -408,7 +426,7 @@ static void MixSide(const MOD_MIXER &mixer, double left, double right, uint32_t 
     for (size_t i = 0; i < out.size(); i++) {
         const double value = mixer.Buses[0][i] * left + mixer.Buses[1][i] * right;
         const double cut = std::min(std::max(value, -full), full - 1);
-        out[i] = static_cast<int32_t>(cut + (cut < 0 ? -0.5 : 0.5));
+        out[i] = static_cast<int32_t>(cut + std::copysign(0.5, cut));
     }
 }
 
@@ -424,6 +442,18 @@ static void StoreSide(std::span<const int32_t> side, uint8_t *out, size_t stride
     }
 }
 
+// The same for both sides of the most common format.
+EXTRA_LANES static void StorePairs(const int32_t *left, const int32_t *right, size_t frames,
+                                   uint8_t *out)
+{
+    for (size_t i = 0; i < frames; i++) {
+        const uint32_t pair =
+            (static_cast<uint32_t>(left[i]) & 0xFFFF) | static_cast<uint32_t>(right[i]) << 16;
+        for (int shift = 0; shift < 32; shift += 8)
+            *out++ = static_cast<uint8_t>(pair >> shift);
+    }
+}
+
 static void StoreFrames(const MOD_MIXER &mixer, size_t voices, const MOD_FORMAT &format,
                         size_t frames, uint8_t *out)
 {
@@ -433,14 +463,14 @@ static void StoreFrames(const MOD_MIXER &mixer, size_t voices, const MOD_FORMAT 
     const double nearSide = scale * (1 + apart) / 2, farSide = scale * (1 - apart) / 2;
     const uint32_t bytes = format.Bits / 8;
     const size_t stride = bytes * format.Channels;
+    std::array<std::array<int32_t, MOD_Block>, 3> sides;  // the third is silent
+    MixSide(mixer, nearSide, farSide, format.Bits, std::span(sides[0].data(), frames));
+    MixSide(mixer, farSide, nearSide, format.Bits, std::span(sides[1].data(), frames));
+    if (format.Channels == 2 && bytes == 2)
+        return StorePairs(sides[0].data(), sides[1].data(), frames, out);
+    sides[2].fill(0);
     for (uint32_t c = 0; c < format.Channels; c++, out += bytes) {
-        std::array<int32_t, MOD_Block> samples;
-        const std::span side(samples.data(), frames);
-        if (c < 2)
-            MixSide(mixer, c == 0 ? nearSide : farSide, c == 0 ? farSide : nearSide, format.Bits,
-                    side);
-        else
-            std::ranges::fill(side, 0);
+        const std::span side(sides[std::min(c, 2u)].data(), frames);
         if (bytes == 1)
             StoreSide<1>(side, out, stride);
         else if (bytes == 2)

@@ -205,25 +205,37 @@ static void Trigger(const MOD_PLAYER &p, const MOD_CHANNEL &c, MOD_VOICE &v)
     SetLoop(p, c, v);
 }
 
+// The whole of the channel's sample.
+static void SetRun(const MOD_PLAYER &p, MOD_CHANNEL &c)
+{
+    const MOD_SAMPLE &sample = p.Song->Samples[c.Sample];
+    c.Start = 0;
+    // A loop from the very start is entered only after the whole sample was heard.
+    c.Length = sample.LoopStart > 0 ? sample.LoopStart + sample.LoopLength
+                                    : static_cast<uint32_t>(sample.Data.size());
+}
+
 static void SetSample(const MOD_PLAYER &p, MOD_CHANNEL &c)
 {
     c.Sample = c.Cell.Sample <= MOD_MaxSamples ? c.Cell.Sample : uint8_t{0};
     const MOD_SAMPLE &sample = p.Song->Samples[c.Sample];
     c.Finetune = sample.Finetune;
     c.Volume = sample.Volume;
-    c.Start = 0;
     c.LoopStart = c.InvertAt = sample.LoopStart;
     c.LoopLength = sample.LoopLength;
-    // A loop from the very start is entered only after the whole sample was heard.
-    c.Length = sample.LoopStart > 0 ? sample.LoopStart + sample.LoopLength
-                                    : static_cast<uint32_t>(sample.Data.size());
+    SetRun(p, c);
+}
+
+static bool IsDelayed(const MOD_CHANNEL &c)
+{
+    return c.Cell.Command == 0xE && High(c) == 0xD;
 }
 
 static void StartNote(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 {
     c.Pitch = TuneNote(c);
-    if (c.Cell.Command == 0xE && High(c) == 0xD)
-        return;  // delayed
+    if (IsDelayed(c) && !(p.Song->Foreign && p.Tick == Low(c)))
+        return;
     for (MOD_WAVE *wave : {&c.Vibrato, &c.Tremolo})
         if (!(wave->Shape & 4))
             wave->Position = 0;
@@ -241,17 +253,22 @@ static void SlideTo(MOD_CHANNEL &c, MOD_VOICE &v, int period, bool beyond, MOD_P
     v.Period = Heard(c.Pitch);
 }
 
+static bool HasWideRange(const MOD_PLAYER &p)
+{
+    return p.Song->WideRange || p.Song->Foreign;
+}
+
 // Slides stop at the same two notes in every tuning; notes beyond go there at once.
 static void SlideUp(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, uint8_t step)
 {
-    const MOD_PITCH highest = p.Song->WideRange ? MOD_PITCH{14, 0} : NotePitch(0, MOD_Notes - 1);
+    const MOD_PITCH highest = HasWideRange(p) ? MOD_PITCH{14, 0} : NotePitch(0, MOD_Notes - 1);
     const int period = c.Pitch.Period - step;
     SlideTo(c, v, period, period < highest.Period, highest);
 }
 
 static void SlideDown(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, uint8_t step)
 {
-    const MOD_PITCH lowest = p.Song->WideRange ? MOD_PITCH{3424, 0} : NotePitch(0, 0);
+    const MOD_PITCH lowest = HasWideRange(p) ? MOD_PITCH{3424, 0} : NotePitch(0, 0);
     const int period = c.Pitch.Period + step;
     SlideTo(c, v, period, period > lowest.Period, lowest);
 }
@@ -379,6 +396,29 @@ static void InvertLoop(MOD_PLAYER &p, MOD_CHANNEL &c)
     value = static_cast<int8_t>(-1 - value);
 }
 
+// The sample and the note of the cell.
+static void ReadNote(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
+{
+    const uint8_t command = c.Cell.Command;
+    if (c.Cell.Sample != 0)
+        SetSample(p, c);
+    if (c.Cell.Period == 0)
+        return;
+    if (p.Song->Foreign)
+        SetRun(p, c);
+    const bool goesThere = command == 3 || command == 5;
+    if (goesThere && !(p.Song->Foreign && c.Pitch.Period == 0)) {
+        AimPortamento(c);
+        return;
+    }
+    if (command == 0xE && High(c) == 5)
+        c.Finetune = Low(c);
+    // Kept: in the original it acts again below, so that the next note starts at twice the offset.
+    if (command == 9)
+        SampleOffset(c);
+    StartNote(p, c, v);
+}
+
 static void PatternLoop(MOD_PLAYER &p, MOD_CHANNEL &c)
 {
     if (Low(c) == 0) {
@@ -443,7 +483,9 @@ static void Extended(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
             c.Volume = 0;
         break;
     case 0xD:
-        if (p.Tick == value && c.Cell.Period != 0)
+        if (p.Tick == value && p.Song->Foreign && value != 0)
+            ReadNote(p, c, v);
+        else if (p.Tick == value && c.Cell.Period != 0)
             Trigger(p, c, v);
         break;
     case 0xE:
@@ -460,10 +502,11 @@ static void Extended(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
     }
 }
 
+// Today's players, unlike the original, go on where the speed is 0.
 static void SetSpeed(MOD_PLAYER &p, uint8_t value)
 {
     if (value == 0)
-        p.AtEnd = true;
+        p.AtEnd |= !p.Song->FormatRules;
     else if (value < 32)
         p.Speed = value;
     else
@@ -567,19 +610,8 @@ static void ReadCell(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, const MOD_CELL
     if (c.Cell == MOD_CELL{})
         v.Period = Heard(c.Pitch);
     c.Cell = cell;
-    if (cell.Sample != 0)
-        SetSample(p, c);
-    const bool portamento = cell.Command == 3 || cell.Command == 5;
-    if (cell.Period != 0 && portamento) {
-        AimPortamento(c);
-    } else if (cell.Period != 0) {
-        if (cell.Command == 0xE && High(c) == 5)
-            c.Finetune = Low(c);
-        // Kept: it acts again below, so that the next note starts at twice the offset.
-        if (cell.Command == 9)
-            RowEffects(p, c, v);
-        StartNote(p, c, v);
-    }
+    if (!p.Song->Foreign || !IsDelayed(c) || Low(c) == 0)
+        ReadNote(p, c, v);
     RowEffects(p, c, v);
     v.Volume = c.Volume;
 }
@@ -591,10 +623,12 @@ static bool ReadRow(MOD_PLAYER &p)
         return false;
     }
     p.RowsLeft--;
+    p.PlaysPosition = p.Position;
+    p.PlaysRow = p.Row;
     const uint8_t pattern = p.Song->Orders[p.Position];
     for (size_t i = 0; i < p.Channels.size(); i++)
         ReadCell(p, p.Channels[i], p.Voices[i], MOD_GetCell(*p.Song, pattern, p.Row, i));
-    for (size_t i = 0; i < p.Channels.size(); i++)
+    for (size_t i = 0; i < p.Channels.size() && !p.Song->Foreign; i++)
         SetLoop(p, p.Channels[i], p.Voices[i]);
     return true;
 }

@@ -48,9 +48,10 @@ struct MOD_PLAYER {
     std::array<std::vector<int8_t>, MOD_MaxSamples + 1> Waves;  // the samples, as inverted so far
     std::vector<MOD_CHANNEL> Channels;
     std::vector<MOD_VOICE> Voices;
-    uint8_t Position, Row;  // order, and row of its pattern
-    uint8_t Speed, Tempo;   // ticks a row; ticks in 2.5 s
-    uint8_t Tick;           // of the row
+    uint8_t Position, Row;            // order, and row of its pattern
+    uint8_t PlaysPosition, PlaysRow;  // of the row that was read last
+    uint8_t Speed, Tempo;             // ticks a row; ticks in 2.5 s
+    uint8_t Tick;                     // of the row
     uint8_t Delay, DelayLeft;
     uint8_t BreakRow;  // row to go on with, when one of these says so:
     bool RowBreak;     // in this pattern

@@ -40,9 +40,9 @@ constexpr uint32_t MOD_OldModules[] = {
 
 struct MOD_LAYOUT {
     uint8_t Channels, SampleCount;
-    bool Halves;        // eight channels as two patterns of four
-    size_t Extra;       // bytes after the signature
-    bool Multichannel;  // of an editor that was not made for the original's four voices
+    bool Halves;   // eight channels as two patterns of four
+    size_t Extra;  // bytes after the signature
+    bool Foreign;  // as in the song
     size_t Orders() const
     {
         return 20 + SampleCount * MOD_SampleHeader;  // its length and a restart byte, then the list
@@ -216,6 +216,9 @@ static std::optional<MOD_LAYOUT> FindLayout(std::span<const uint8_t> file)
         layout.Extra = signature.starts_with("FA0") ? 4 : 0;
         if (format && signature == "M.K." && HasEight(file, layout))
             layout.Channels = 8;
+        // The original's signatures are the two that it writes itself.
+        layout.Foreign =
+            format && (layout.Channels != 4 || (signature != "M.K." && signature != "M!K!"));
         return layout;
     }
     const MOD_LAYOUT old = {4, 15, false, 0, false};
@@ -232,8 +235,10 @@ static void ReadText(std::span<const uint8_t> file, size_t &position, std::array
     text[N - 1] = 0;
 }
 
-// The sample without its data; returns the bytes that it should have.
-static uint32_t ReadSampleHeader(std::span<const uint8_t> file, size_t position, MOD_SAMPLE &sample)
+// The sample without its data; returns the bytes that it should have. `old`: the loop's start
+// counts bytes.
+static uint32_t ReadSampleHeader(std::span<const uint8_t> file, size_t position, bool old,
+                                 MOD_SAMPLE &sample)
 {
     ReadText(file, position, sample.Name);
     const uint32_t length = Bytes_GetBig(file, position, 2) * 2;
@@ -244,7 +249,7 @@ static uint32_t ReadSampleHeader(std::span<const uint8_t> file, size_t position,
     // The oldest editors counted the start in bytes: then twice the figure does not fit.
     const bool bytes =
         start * 2 + sample.LoopLength > length && start + sample.LoopLength <= length;
-    sample.LoopStart = bytes ? start : start * 2;
+    sample.LoopStart = bytes || old ? start : start * 2;
     return length;
 }
 
@@ -257,6 +262,16 @@ static void ReadSampleData(std::span<const uint8_t> data, MOD_SAMPLE &sample)
     if (sample.LoopStart >= size)
         sample.LoopStart = sample.LoopLength = 0;
     sample.LoopLength = std::min(sample.LoopLength, size - sample.LoopStart);
+}
+
+// The editors of 15 samples play nothing but the loop of a sample that has one.
+static void KeepLoop(MOD_SAMPLE &sample)
+{
+    if (sample.LoopLength <= 2)
+        return;
+    const auto start = sample.Data.begin() + sample.LoopStart;
+    sample.Data = {start, start + sample.LoopLength};
+    sample.LoopStart = 0;
 }
 
 // Patterns are counted by the highest number in the list, the entries after its end included, as
@@ -309,12 +324,15 @@ std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file)
     MOD_SONG song = {};
     song.Channels = layout->Channels;
     song.SampleCount = layout->SampleCount;
+    song.FormatRules = Audio_Rules == AUDIO_RULES_FORMAT;
+    song.Foreign = layout->Foreign;
     size_t position = 0;
     ReadText(file, position, song.Title);
     std::array<uint32_t, MOD_MaxSamples + 1> lengths{};
     uint64_t total = 0;
+    const bool old = song.SampleCount != MOD_MaxSamples && Audio_Rules == AUDIO_RULES_FORMAT;
     for (size_t i = 1; i <= song.SampleCount; i++) {
-        lengths[i] = ReadSampleHeader(file, 20 + (i - 1) * MOD_SampleHeader, song.Samples[i]);
+        lengths[i] = ReadSampleHeader(file, 20 + (i - 1) * MOD_SampleHeader, old, song.Samples[i]);
         total += lengths[i];
     }
     position = layout->Orders();
@@ -332,6 +350,8 @@ std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file)
     position = layout->Patterns() + patterns * layout->PatternBytes();
     for (size_t i = 1; i <= song.SampleCount; i++) {
         ReadSampleData(Bytes_GetSpan(file, position, lengths[i]), song.Samples[i]);
+        if (old)
+            KeepLoop(song.Samples[i]);
         position += lengths[i];
     }
     if (position > file.size())

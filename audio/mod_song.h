@@ -11,6 +11,7 @@
 constexpr size_t MOD_Rows = 64;
 constexpr size_t MOD_Orders = 128;
 constexpr size_t MOD_MaxSamples = 31;
+constexpr size_t MOD_MaxChannels = 99;
 
 /// One channel of one row. A period and a sample of 0 stand for none.
 struct MOD_CELL {
@@ -36,6 +37,8 @@ struct MOD_SONG {
     uint8_t SampleCount;         // 15 or 31
     uint8_t Length;              // orders that are played, 1 to 128
     bool WideRange;              // has notes outside the three octaves of the original player
+    bool FormatRules;            // read by the formats' rules
+    bool Foreign;                // by them, a file of another editor than the original
     std::array<uint8_t, MOD_Orders> Orders;
     std::array<MOD_SAMPLE, MOD_MaxSamples + 1> Samples;  // counted from 1; 0 is an empty one
     std::vector<MOD_CELL> Cells;                         // patterns x rows x channels

@@ -120,7 +120,11 @@ static void ReadHeader(MP3_HEADER &record)
 // The next byte; 0xFF at the end of the file, which the frame search takes for one.
 static uint8_t GetByte(FILE *file)
 {
+#ifdef _WIN32
+    return static_cast<uint8_t>(std::getc(file));
+#else
     return static_cast<uint8_t>(getc_unlocked(file));
+#endif
 }
 
 // Moves on past the next byte 0xFF. False when none was found in some bytes or up to the file's

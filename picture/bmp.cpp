@@ -394,12 +394,12 @@ static BYTES_BUFFER ExpandFile()
 
 void BMP_Load(const char *path)
 {
-    BMP_File = {};
+    BMP_File = BYTES_BUFFER();
     Reason_Guard([path] {
         BMP_File = Bytes_LoadFile(path);
         ReadHeader();
         if (!IsPossible())
-            BMP_File = {};
+            BMP_File = BYTES_BUFFER();
         else if (HasRuns())
             BMP_File = ExpandFile();
     });
@@ -682,7 +682,7 @@ uint8_t *BMP_Decoding()
 
 void BMP_UnLoad()
 {
-    BMP_File = {};
+    BMP_File = BYTES_BUFFER();
 }
 
 BMP_HEADER *BMP_GetHeader(BMP_HEADER *out)

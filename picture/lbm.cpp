@@ -223,7 +223,7 @@ static BYTES_BUFFER ExpandFile()
 
 void LBM_Load(const char *path)
 {
-    LBM_File = {};
+    LBM_File = BYTES_BUFFER();
     LBM_Header = {};
     LBM_Header.Rules = Picture_Rules;
     Reason_Guard([path] {
@@ -231,7 +231,7 @@ void LBM_Load(const char *path)
         LBM_Header.FileSize = static_cast<uint32_t>(LBM_File.size());
         ReadChunks();
         if (!IsPossible())
-            LBM_File = {};
+            LBM_File = BYTES_BUFFER();
         else if (LBM_Header.FormType == LBM_ACBM)
             LBM_File = Interleave();
         else if (LBM_Header.Compression == LBM_ByteRun1)
@@ -516,7 +516,8 @@ uint8_t *LBM_Decoding()
     if (LBM_File.empty())
         return nullptr;
     return Reason_Guard([&h]() -> uint8_t * {
-        uint8_t *pixels = Picture_NewPixels(h.BufferWidth, h.Height);
+        PICTURE_PIXELS owner(Picture_NewPixels(h.BufferWidth, h.Height));
+        uint8_t *pixels = owner.get();
         if (!pixels)
             return nullptr;
         if (IsChunky())
@@ -531,13 +532,13 @@ uint8_t *LBM_Decoding()
         const size_t rows = (LBM_File.size() - h.BodyOffset + row - 1) / row;
         if (rows < h.Height)
             Reason_Set("cut after %zu of %d rows", rows, h.Height);
-        return pixels;
+        return owner.release();
     });
 }
 
 void LBM_UnLoad()
 {
-    LBM_File = {};
+    LBM_File = BYTES_BUFFER();
 }
 
 LBM_HEADER *LBM_GetHeader(LBM_HEADER *out)

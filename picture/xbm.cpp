@@ -75,7 +75,7 @@ static bool FindData()
 
 void XBM_Load(const char *path)
 {
-    XBM_File = {};
+    XBM_File = BYTES_BUFFER();
     Reason_Guard([path] {
         XBM_File = Bytes_LoadFile(path);
         XBM_File.insert(XBM_File.end(), XBM_Padding, 0);
@@ -96,7 +96,7 @@ void XBM_Load(const char *path)
     if (!FindData() || h.BytesPerRow > 0xFFFF / 8 ||
         h.BytesPerRow * shortest > XBM_File.size() - h.DataOffset) {
         Reason_Set("no bits, or too few for a row");
-        XBM_File = {};
+        XBM_File = BYTES_BUFFER();
     }
 }
 
@@ -199,7 +199,7 @@ uint8_t *XBM_Decoding()
 
 void XBM_UnLoad()
 {
-    XBM_File = {};
+    XBM_File = BYTES_BUFFER();
 }
 
 XBM_HEADER *XBM_GetHeader(XBM_HEADER *out)

@@ -2,14 +2,17 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <numeric>
 #include <sstream>
 
 #include <gtest/gtest.h>
 
+#include "audio/audio_module.h"
 #include "audio/mod_replay.h"
 #include "tests/files.h"
 #include "tests/mod_writer.h"
+#include "tests/sound_files.h"
 
 // Patterns between '/', orders as digits. Sample 1 loops whole, 2 is heard once, 3 loops its end in
 // another tuning, 4 is like 1 but quiet, 17 has a volume only.
@@ -419,4 +422,200 @@ TEST(MOD, Records)
     uint32_t length = 4;
     MOD_Decoding(nullptr, &length, 31);
     EXPECT_TRUE(length == 0 && !MOD_GetHeader(31) && !MOD_GetHeader(32));
+}
+
+// Decibels between a tone and all else in the left side, after its first tenth.
+static double ToneOverRest(const std::vector<double> &sound, double hz)
+{
+    double sum = 0, sines = 0, cosines = 0;
+    const size_t from = 4410, frames = 35280;
+    for (size_t i = from; i < from + frames; i++) {
+        // Hann's window: what lies more than two periods of the whole away adds nothing
+        const double window =
+            1 - std::cos(2 * std::numbers::pi * static_cast<double>(i - from) / frames);
+        const double at = 2 * std::numbers::pi * hz * static_cast<double>(i) / 44100;
+        sum += sound[2 * i] * sound[2 * i] * window * window;
+        sines += sound[2 * i] * std::sin(at) * window * window;
+        cosines += sound[2 * i] * std::cos(at) * window * window;
+    }
+    const double tone = 4 * (sines * sines + cosines * cosines) / (3.0 * frames);
+    return 10 * std::log10(tone / (sum - tone));
+}
+
+TEST(MOD, Interpolations)
+{
+    // A sine of so many samples a period, at an amplitude where 8 bits hold it well; decibels of
+    // nearest, linear, cubic and band-limited interpolation
+    const struct {
+        int points;
+        double amplitude;
+        std::array<double, 4> least;
+    } rows[] = {{16, 120.13, {18.5, 44.3, 59.6, 62.5}}, {5, 93.58, {8, 22.8, 30.1, 60}}};
+    for (const auto &r : rows) {
+        MOD_TEXT song = Song("C-2 01\n");
+        song.Samples[0].Data.resize(static_cast<size_t>(r.points) * 128);
+        for (int i = 0; int8_t & value : song.Samples[0].Data)
+            value = static_cast<int8_t>(
+                std::lround(r.amplitude * std::sin(2 * std::numbers::pi * i++ / r.points)));
+        song.Samples[0].LoopLength = static_cast<uint32_t>(song.Samples[0].Data.size());
+        const RENDERED rendered(WriteModule(song), 2, 24);
+        for (uint8_t how = MOD_NEAREST; how <= MOD_SINC; how++) {
+            rendered.Header->Interpolation = how;
+            rendered.Header->SamplingRate = 44100;
+            MOD_StartOver(*rendered.Header);
+            const auto sound = Decode(rendered.Bytes(), 24);
+            const double over = ToneOverRest(sound, MOD_Clock / 428 / r.points);
+            EXPECT_GT(over, r.least[how]) << r.points << " points, " << int{how};
+            EXPECT_LT(over, r.least[how] + 6) << r.points << " points, " << int{how};
+        }
+        // Faster than the output, what that cannot hold is damped.
+        std::array<double, 2> levels{};
+        for (const uint8_t how : {MOD_LINEAR, MOD_SINC}) {
+            rendered.Header->Interpolation = how;
+            rendered.Header->SamplingRate = 2000;  // 4.1 samples a frame
+            MOD_StartOver(*rendered.Header);
+            const auto sound = Decode(rendered.Bytes(), 24);
+            levels[how == MOD_SINC] =
+                std::inner_product(sound.begin(), sound.end(), sound.begin(), 0.0);
+        }
+        EXPECT_LT(levels[1], r.points == 5 ? levels[0] / 100 : levels[0] * 2) << r.points;
+    }
+}
+
+TEST(MOD, SidesStandApart)
+{
+    const RENDERED song(WriteModule(Song("C-2 01\n")));
+    for (const int percent : {0, 50, 100}) {
+        song.Header->Separation = static_cast<uint8_t>(percent);
+        MOD_StartOver(*song.Header);
+        const auto sound = Decode(song.Bytes(), 16);
+        double left = 0, right = 0;
+        for (size_t i = 0; i < sound.size(); i += 2) {
+            left += std::abs(sound[i]);
+            right += std::abs(sound[i + 1]);
+        }
+        EXPECT_NEAR(right / left, (100.0 - percent) / (100 + percent), 0.001) << percent;
+    }
+}
+
+TEST(MOD, SeekingIsExact)
+{
+    const BYTES file = WriteModule(Song("C-2 03 037\nE-3 01 A08 | C-2 04 E93\n\n... 02 | A-1 03 "
+                                        "4F4\nE00\nC-3 03 | ... 00 C10\nF40 | E61\nD00\n"));
+    const BYTES all = RENDERED(file).Bytes();
+    const uint64_t frames = all.size() / 4;
+    const RENDERED song(file);
+    for (const uint64_t frame :
+         {uint64_t{0}, uint64_t{1}, uint64_t{30001}, frames - 5, frames + 9}) {
+        MOD_StartOver(*song.Header);
+        const uint64_t at = std::min(frame, frames);
+        EXPECT_EQ(MOD_Seek(*song.Header, nullptr, frame), at);
+        EXPECT_EQ(song.Bytes(1000), BYTES(all.begin() + static_cast<ptrdiff_t>(4 * at), all.end()))
+            << frame;
+    }
+    const auto view = MOD_GetView(*song.Header, 5292 + 882);  // the second tick of row 1
+    ASSERT_TRUE(view);
+    EXPECT_EQ(view->Frame, 5292u + 882);
+    EXPECT_EQ(view->Frames, 882u);
+    EXPECT_EQ((std::array{view->Position, view->Pattern, view->Row, view->Speed, view->Tempo,
+                          view->Levels[0], view->Levels[1], view->Levels[2]}),
+              (std::array<uint8_t, 8>{0, 0, 1, 6, 125, 56, 16, 0}));
+    EXPECT_FALSE(MOD_GetView(*song.Header, frames));
+}
+
+// What the formats' rules take for a module, and with how many channels.
+TEST(MOD, SignaturesOfOtherEditors)
+{
+    const FORMAT_RULES rules;
+    const std::pair<const char *, size_t> rows[] = {
+        {"M.K.", 4},  {"M&K!", 4}, {"FEST", 4}, {"NSMS", 4}, {"N.T.", 4}, {"LARD", 4}, {"PATT", 4},
+        {"EXO4", 4},  {"EXO8", 8}, {"CD61", 6}, {"OKTA", 8}, {"FA08", 8}, {"TDZ3", 3}, {"TDZ9", 9},
+        {"12CN", 12}, {"05CH", 5}, {"", 4},     {"M.K!", 0}, {"0CHN", 0}, {"FA05", 0},
+    };
+    for (const auto &[signature, channels] : rows) {
+        MOD_TEXT text = Song("C-2 01\n/", "01");
+        text.Signature = signature;
+        text.Channels = std::max<size_t>(channels, 4);
+        text.Samples.resize(15);
+        text.Samples[2].Finetune = 0;
+        const BYTES file = WriteModule(text);
+        EXPECT_EQ(Audio_CheckBytes(file), channels != 0 ? AUDIO_MOD : AUDIO_RAW) << signature;
+        const RENDERED song(file);
+        EXPECT_EQ(song.Header ? song.Header->SongChannels : 0, channels) << signature;
+    }
+    MOD_TEXT eight = Song("||||C-2 01\n");
+    eight.Channels = 8;
+    eight.Samples.resize(2);
+    BYTES file = WriteModule(eight);
+    EXPECT_EQ(MOD_ReadSong(file)->Channels, 4) << "another editor's restart byte";
+    file[951] = 0;
+    EXPECT_EQ(MOD_ReadSong(file)->Channels, 8);
+    file.resize(file.size() + 2);
+    EXPECT_EQ(MOD_ReadSong(file)->Channels, 4) << "another length";
+}
+
+TEST(MOD, WithoutSignatureAllMustMakeSense)
+{
+    const FORMAT_RULES rules;
+    MOD_TEXT text = Song("C-2 01\n");
+    text.Signature = "";
+    text.Samples.resize(5);
+    text.Samples[2] = {text.Samples[2].Data, 1000, 256};
+    const BYTES good = WriteModule(text);
+    EXPECT_TRUE(MOD_IsModule(good));
+    const MOD_SAMPLE looped = MOD_ReadSong(good)->Samples[3];
+    EXPECT_EQ(looped.Data.size(), 256u) << "only the loop, from a byte on";
+    EXPECT_EQ(looped.Data[0], text.Samples[2].Data[500]);
+    const std::pair<size_t, uint8_t> slips[] = {{0, 7},    {25, 200},  {42, 0x90}, {44, 1},
+                                                {45, 65},  {46, 255},  {470, 0},   {470, 129},
+                                                {480, 64}, {600, 0x41}};
+    for (const auto &[at, value] : slips) {
+        BYTES bad = good;
+        bad[at] = value;
+        EXPECT_EQ(MOD_IsModule(bad), at == 25) << at;  // a name's letter may be any
+    }
+    EXPECT_FALSE(MOD_IsModule(BYTES(8192, 0)));
+    EXPECT_FALSE(MOD_IsModule(BYTES(8192, 'a')));
+    EXPECT_FALSE(MOD_IsModule(BYTES(good.begin(), good.begin() + 600))) << "no pattern";
+}
+
+// The original's editor and another's, by the formats' rules.
+TEST(MOD, Dialects)
+{
+    const FORMAT_RULES rules;
+    const struct {
+        const char *what, *pattern;
+        int ticks;
+        int (*see)(const PLAYING &, const MOD_VOICE &);
+        int original, other;
+    } rows[] = {
+        {"a sample without a note", "C-2 03\n... 04\n", 7,
+         [](const PLAYING &p, const MOD_VOICE &v) {
+             return v.LoopData == p.Player.Waves[4].data() ? 4 : 3;
+         },
+         4, 3},
+        {"its volume", "C-2 03\n... 04\n", 7,
+         [](const PLAYING &, const MOD_VOICE &v) { return int{v.Volume}; }, 16, 16},
+        {"a delayed sample", "C-2 01\n... 04 ED3\n", 9,
+         [](const PLAYING &, const MOD_VOICE &v) { return int{v.Volume}; }, 16, 64},
+        {"when it comes", "C-2 01\n... 04 ED3\n", 10,
+         [](const PLAYING &, const MOD_VOICE &v) { return int{v.Volume}; }, 16, 16},
+        {"a portamento from no note", "C-2 01 310\n", 1,
+         [](const PLAYING &, const MOD_VOICE &v) { return int(v.Period / 4); }, 0, 428},
+        {"a second offset", "C-2 02 901\nC-2 00 901\n", 7,
+         [](const PLAYING &, const MOD_VOICE &v) { return int(v.Position >> 32); }, 768, 256},
+        {"a low slide", "C-1 01 201\n", 2,
+         [](const PLAYING &, const MOD_VOICE &v) { return int(v.Period / 4); }, 856, 857},
+        {"a speed of 0", "C-2 01 F00\nC-2 04 D00\n", 7,
+         [](const PLAYING &p, const MOD_VOICE &) { return int(p.Length.Rows); }, 2, 2},
+    };
+    for (const auto &r : rows)
+        for (const char *signature : {"M!K!", "4CHN"}) {
+            MOD_TEXT text = Song(r.pattern);
+            text.Signature = signature;
+            PLAYING playing(text);
+            const MOD_VOICE &v = playing.Tick(r.ticks);
+            EXPECT_EQ(r.see(playing, v), signature[0] == 'M' ? r.original : r.other)
+                << r.what << ", " << signature;
+        }
 }
