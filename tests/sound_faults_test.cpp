@@ -1,9 +1,6 @@
 // Sounds without memory and from disks that fail: whole, or less with an error or a reason.
-#include <cerrno>
-
-#include "audio/audio.h"
+#include "tests/cookie.h"
 #include "tests/faults.h"
-#include "tests/files.h"
 #include "tests/mod_writer.h"
 
 // One small file of each kind.
@@ -19,33 +16,6 @@ static std::vector<std::string> Files()
     return files;
 }
 
-// A stream whose reads fail from a position on.
-struct DISK {
-    BYTES File;
-    size_t Position, FailAt;
-};
-
-static SOUND_STREAM OpenDisk(DISK &disk)
-{
-    const auto read = [](void *from, char *out, size_t size) -> ssize_t {
-        DISK &d = *static_cast<DISK *>(from);
-        errno = EIO;
-        if (d.Position >= d.FailAt)
-            return -1;
-        size = std::min(size, std::min(d.File.size(), d.FailAt) - d.Position);
-        std::copy_n(&d.File[d.Position], size, out);
-        d.Position += size;
-        return static_cast<ssize_t>(size);
-    };
-    const auto seek = [](void *from, off64_t *offset, int whence) {
-        DISK &d = *static_cast<DISK *>(from);
-        d.Position = static_cast<size_t>(*offset) + (whence == SEEK_CUR ? d.Position : 0);
-        *offset = static_cast<off64_t>(d.Position);
-        return 0;
-    };
-    return SOUND_STREAM(fopencookie(&disk, "rb", {read, nullptr, seek, nullptr}));
-}
-
 struct RESULT {
     size_t Bytes;
     int Error;
@@ -56,13 +26,13 @@ struct RESULT {
 // disk from a position on.
 static RESULT Take(const std::string &path, long left, size_t failAt = SIZE_MAX)
 {
-    DISK disk = {failAt == SIZE_MAX ? BYTES() : ReadFile(path), 0, failAt};
+    COOKIE disk = {ReadFile(path), 0, failAt};
     std::vector<uint8_t> out(40000);
     Faults_Memory = {left};
     RESULT result = {};
     if (AudioTrack *track = Audio_Load(path.c_str())) {
         if (failAt != SIZE_MAX && !track->Generated)
-            track->File = OpenDisk(disk);
+            track->File = OpenCookie(disk);
         Audio_SetLoop(1);
         result.Bytes = Audio_Seek(track, 100);
         while (!track->Ended)
