@@ -226,8 +226,8 @@ size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes);
 /// Has Audio_Take go on at `frame` of a pass, or at the end where that comes first, exactly: what
 /// follows is what it would give there without the leap. Returns where it is, in frames; Taken says
 /// the same in bytes. An Audio_ReStart before it is done with. Not while a callback takes of the
-/// track. Takes as long as the next buffer, and the first leap in MPEG audio as the reading of what
-/// lies before; by the framework's rules MPEG audio is decoded up to there.
+/// track. Takes about as long as a refill, and the first leap in MPEG audio as long as the reading
+/// of what lies before; by the framework's rules MPEG audio is decoded up to there.
 uint64_t Audio_Seek(AudioTrack *track, uint64_t frame);
 
 /// A stream's callback in place of PortAudio_CallBack: what Audio_Take gives of the current track,

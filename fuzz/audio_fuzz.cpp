@@ -20,7 +20,7 @@ static void Play(const std::string &path, uint8_t bits, size_t size)
     AudioTrack *track = Audio_Load(path.c_str());
     for (int i = 0; i < 4 && track->Buffer[0]; i++)
         Audio_LoadBuffers(track, 3);
-    for (const uint64_t frame : {size % 5000, size % 77, size_t{100000}, size_t{0}})
+    for (const uint64_t frame : {size % 5000, size % 77, size_t{9000}})
         Leap(track, frame);
     const bool freed = track->Buffer[0];
     Audio_UnLoad(track);
