@@ -5,22 +5,22 @@
 #include <cstring>
 #include <utility>
 
-#include "extra/lanes.h"
+// The conversions are loops over whole samples that compilers run many bytes at a time. The
+// baseline's lanes keep up with the reading of files; wider ones would cost each program a choice.
 
-// The conversions are loops over whole samples that compilers run many bytes at a time.
-
-EXTRA_LANES static void From8(std::span<uint8_t> samples)
+void Sound_From8(std::span<uint8_t> samples)
 {
     for (uint8_t &sample : samples)
         sample = static_cast<uint8_t>(128 - sample);
 }
 
-void Sound_From8(std::span<uint8_t> samples)
+void Sound_TurnSign(std::span<uint8_t> samples)
 {
-    From8(samples);
+    for (uint8_t &sample : samples)
+        sample ^= 0x80;
 }
 
-EXTRA_LANES static void Swap16(std::span<uint8_t> samples)
+void Sound_Swap16(std::span<uint8_t> samples)
 {
     uint8_t *bytes = samples.data();
     const size_t count = samples.size() / 2;
@@ -32,11 +32,6 @@ EXTRA_LANES static void Swap16(std::span<uint8_t> samples)
     }
 }
 
-void Sound_Swap16(std::span<uint8_t> samples)
-{
-    Swap16(samples);
-}
-
 void Sound_Swap24(std::span<uint8_t> samples)
 {
     uint8_t *bytes = samples.data();
@@ -45,7 +40,7 @@ void Sound_Swap24(std::span<uint8_t> samples)
         std::swap(bytes[3 * i], bytes[3 * i + 2]);
 }
 
-EXTRA_LANES static void Swap32(std::span<uint8_t> samples)
+void Sound_Swap32(std::span<uint8_t> samples)
 {
     uint8_t *bytes = samples.data();
     const size_t count = samples.size() / 4;
@@ -57,7 +52,32 @@ EXTRA_LANES static void Swap32(std::span<uint8_t> samples)
     }
 }
 
-void Sound_Swap32(std::span<uint8_t> samples)
+static void ExpandG711(std::span<const uint8_t> codes, uint8_t *buffer,
+                       const std::array<int16_t, 256> &table)
 {
-    Swap32(samples);
+    for (const uint8_t code : codes) {
+        const uint16_t sample = static_cast<uint16_t>(table[code]);
+        *buffer++ = static_cast<uint8_t>(sample);
+        *buffer++ = static_cast<uint8_t>(sample >> 8);
+    }
+}
+
+SOUND_FILLED Sound_G711(const SOUND_REFILL &refill, const std::array<int16_t, 256> &table)
+{
+    // An odd buffer begins a last sample, which is lost.
+    const uint64_t samples = std::min<uint64_t>((refill.Buffer.size() + 1) / 2, refill.Available);
+    const uint64_t kept = refill.Buffer.size() / 2;
+    std::array<uint8_t, 32768> codes;
+    uint64_t done = 0;
+    while (done < samples) {
+        const size_t wanted = std::min<uint64_t>(codes.size(), samples - done);
+        const size_t read = std::fread(codes.data(), 1, wanted, refill.File);
+        const size_t fit = std::min<uint64_t>(read, kept - done);
+        ExpandG711(std::span(codes).first(fit), refill.Buffer.data() + 2 * done, table);
+        done += read;
+        if (read < wanted)
+            break;
+    }
+    const auto stored = static_cast<uint32_t>(2 * std::min(done, kept));
+    return {static_cast<uint32_t>(done == 0 ? 0 : 2 * done - 2), stored};
 }

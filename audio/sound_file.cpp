@@ -37,9 +37,16 @@ static FILE *OpenMemory(std::span<const uint8_t> bytes)
     return file;
 }
 
-static FILE *OpenDescriptor(int opened)
+#ifdef _WIN32
+// Anew: reads of a block move the position that descriptors of one file share.
+static FILE *OpenAgain(const BYTES_OPEN &from)
 {
-    const int descriptor = fcntl(opened, F_DUPFD_CLOEXEC, 0);
+    return std::fopen(from.Path, "rb");
+}
+#else
+static FILE *OpenAgain(const BYTES_OPEN &from)
+{
+    const int descriptor = fcntl(from.File, F_DUPFD_CLOEXEC, 0);
     if (descriptor < 0)
         return nullptr;
 #ifdef O_NOATIME
@@ -51,12 +58,13 @@ static FILE *OpenDescriptor(int opened)
         close(descriptor);
     return file;
 }
+#endif
 
 SOUND_STREAM Sound_OpenStream(const BYTES_OPEN &from)
 {
     if (!Sound_GetSize(from))
         return nullptr;
-    SOUND_STREAM stream(from.IsMemory ? OpenMemory(from.Memory) : OpenDescriptor(from.File));
+    SOUND_STREAM stream(from.IsMemory ? OpenMemory(from.Memory) : OpenAgain(from));
     if (!stream)
         Reason_Set("cannot be read: %s", std::strerror(errno));
     else if (!from.IsMemory)
@@ -271,35 +279,6 @@ SOUND_FILLED Sound_Endless(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CON
     const uint64_t read = ReadSamples(refill, bytes, convert);
     const uint64_t all = (refill.Buffer.size() + bytes - 1) / bytes * bytes;
     return Filled(refill, all, 1, read, bytes);
-}
-
-static void ExpandG711(std::span<const uint8_t> codes, uint8_t *buffer,
-                       const std::array<int16_t, 256> &table)
-{
-    for (const uint8_t code : codes) {
-        const uint16_t sample = static_cast<uint16_t>(table[code]);
-        *buffer++ = static_cast<uint8_t>(sample);
-        *buffer++ = static_cast<uint8_t>(sample >> 8);
-    }
-}
-
-SOUND_FILLED Sound_G711(const SOUND_REFILL &refill, const std::array<int16_t, 256> &table)
-{
-    // An odd buffer begins a last sample, which is lost.
-    const uint64_t samples = std::min<uint64_t>((refill.Buffer.size() + 1) / 2, refill.Available);
-    const uint64_t kept = refill.Buffer.size() / 2;
-    std::array<uint8_t, 32768> codes;
-    uint64_t done = 0;
-    while (done < samples) {
-        const size_t wanted = std::min<uint64_t>(codes.size(), samples - done);
-        const size_t read = std::fread(codes.data(), 1, wanted, refill.File);
-        const size_t fit = std::min<uint64_t>(read, kept - done);
-        ExpandG711(std::span(codes).first(fit), refill.Buffer.data() + 2 * done, table);
-        done += read;
-        if (read < wanted)
-            break;
-    }
-    return Filled(refill, 2 * done, 2, 2 * done, 2);
 }
 
 SOUND_FILLED Sound_Nothing(const SOUND_REFILL &refill)

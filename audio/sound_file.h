@@ -198,8 +198,9 @@ uint64_t Sound_Seek(FILE *file, uint64_t start, uint64_t end, SOUND_GRAIN grain,
 /// Turns file samples into what a buffer holds, in place; whole samples only.
 using SOUND_CONVERSION = void (*)(std::span<uint8_t> samples);
 void Sound_Keep(std::span<uint8_t> samples);
-void Sound_From8(std::span<uint8_t> samples);   // (128 - b) modulo 256: signed, and its sign turned
-void Sound_Swap16(std::span<uint8_t> samples);  // these three: from big-endian
+void Sound_From8(std::span<uint8_t> samples);  // (128 - b) modulo 256: signed, and its sign turned
+void Sound_TurnSign(std::span<uint8_t> samples);  // of 8 bits, from signed to unsigned or back
+void Sound_Swap16(std::span<uint8_t> samples);    // these three: from big-endian
 void Sound_Swap24(std::span<uint8_t> samples);
 void Sound_Swap32(std::span<uint8_t> samples);
 

@@ -96,7 +96,7 @@ uint32_t Sound_StoredBytes(const SOUND_FRAMES &frames)
     return frames.Bytes * frames.Channels;
 }
 
-void Sound_PrepareFrames(SOUND_FRAMES &frames)
+[[gnu::cold]] void Sound_PrepareFrames(SOUND_FRAMES &frames)
 {
     const bool real = frames.Coding == SOUND_FLOAT;
     if (frames.Channels == 0 || frames.Channels > Sound_MaxChannels)
@@ -112,9 +112,12 @@ void Sound_PrepareFrames(SOUND_FRAMES &frames)
 static uint64_t LeftJustified(const uint8_t *bytes, uint32_t count, bool big)
 {
     uint64_t value = 0;
+    if (count == 4 && !big)  // which is common, and compilers make it one load
+        return uint64_t{bytes[3]} << 56 | uint64_t{bytes[2]} << 48 | uint64_t{bytes[1]} << 40 |
+               uint64_t{bytes[0]} << 32;
     for (uint32_t i = 0; i < count; i++)
-        value |= uint64_t{bytes[i]} << (big ? 56 - 8 * i : 64 - 8 * (count - i));
-    return value;
+        value = value << 8 | bytes[big ? i : count - 1 - i];
+    return value << (64 - 8 * count);
 }
 
 // Floating point at full level 1 as 32 bits; what is no number is silence.
@@ -123,7 +126,8 @@ static int32_t FromReal(double value)
     const double scaled = value * 2147483648.0;
     if (!(scaled >= -2147483648.0))
         return std::isnan(scaled) ? 0 : INT32_MIN;
-    return scaled >= 2147483647.0 ? INT32_MAX : static_cast<int32_t>(std::lrint(scaled));
+    constexpr double whole = 0x1.8p52;  // so large that sums with it are rounded to whole numbers
+    return scaled >= 2147483647.0 ? INT32_MAX : static_cast<int32_t>(scaled + whole - whole);
 }
 
 // A stored sample, left-justified in 32 bits.
@@ -154,36 +158,39 @@ static uint8_t *PutSample(uint8_t *out, int32_t sample, uint32_t bytes)
     return out;
 }
 
-// Stores `count` frames, mixed to two channels.
-static void MixFrames(const SOUND_FRAMES &frames, const uint8_t *stored, size_t count, uint8_t *out)
+constexpr size_t Sound_Scratch = 8192;  // bytes of stored frames
+
+// Mixes frames to two channels, in place. Returns the end of their samples.
+static int32_t *Mix(const SOUND_FRAMES &frames, const MIX &mix, int32_t *samples,
+                    const int32_t *end)
 {
-    const MIX mix = MixOf(frames);
-    const uint32_t bytes = Sound_BitsOf(frames) / 8u;
-    for (size_t i = 0; i < count; i++) {
+    int32_t *out = samples;
+    while (samples != end) {
         int64_t left = 0, right = 0;
-        for (uint32_t channel = 0; channel < frames.Channels; channel++, stored += frames.Bytes) {
-            const int64_t sample = SampleOf(frames, stored);
+        for (uint32_t channel = 0; channel < frames.Channels; channel++) {
+            const int64_t sample = *samples++;
             left += sample * mix[channel].Left;
             right += sample * mix[channel].Right;
         }
-        out = PutSample(out, static_cast<int32_t>(left >> 15), bytes);
-        out = PutSample(out, static_cast<int32_t>(right >> 15), bytes);
+        *out++ = static_cast<int32_t>(left >> 15);
+        *out++ = static_cast<int32_t>(right >> 15);
     }
+    return out;
 }
 
-static void ConvertFrames(const SOUND_FRAMES &frames, std::span<const uint8_t> stored, uint8_t *out)
+// Stores frames as a buffer holds them.
+static void ConvertFrames(const SOUND_FRAMES &frames, const MIX &mix,
+                          std::span<const uint8_t> stored, uint8_t *out)
 {
-    if (frames.Mixed)
-        return MixFrames(frames, stored.data(), stored.size() / Sound_StoredBytes(frames), out);
-    const uint32_t bytes = Sound_BitsOf(frames) / 8u;
+    std::array<int32_t, Sound_Scratch> samples;
+    int32_t *end = samples.data();
     for (size_t at = 0; at < stored.size(); at += frames.Bytes)
-        out = PutSample(out, SampleOf(frames, &stored[at]), bytes);
-}
-
-static void TurnSign(std::span<uint8_t> samples)
-{
-    for (uint8_t &sample : samples)
-        sample ^= 0x80;
+        *end++ = SampleOf(frames, &stored[at]);
+    if (frames.Mixed)
+        end = Mix(frames, mix, samples.data(), end);
+    const uint32_t bytes = Sound_BitsOf(frames) / 8u;
+    for (const int32_t *sample = samples.data(); sample != end; sample++)
+        out = PutSample(out, *sample, bytes);
 }
 
 // What turns stored samples in place into what a buffer holds; null where they need more.
@@ -196,7 +203,7 @@ static SOUND_CONVERSION ConversionOf(const SOUND_FRAMES &frames)
     constexpr std::array<SOUND_CONVERSION, 5> swaps = {nullptr, nullptr, Sound_Swap16, Sound_Swap24,
                                                        Sound_Swap32};
     if (frames.Bytes == 1)
-        return TurnSign;
+        return Sound_TurnSign;
     return frames.Big ? swaps[frames.Bytes] : Sound_Keep;
 }
 
@@ -207,7 +214,15 @@ SOUND_FILLED Sound_FillFrames(const SOUND_FRAMES &frames, const SOUND_REFILL &re
         return {};
     const size_t out = Sound_BitsOf(frames) / 8u * Sound_ChannelsOf(frames);
     const size_t wanted = std::min<uint64_t>(refill.Buffer.size() / out, refill.Available / in);
-    std::array<uint8_t, 32768> scratch;
+    if (!frames.Mixed && (frames.Coding == SOUND_ALAW || frames.Coding == SOUND_ULAW)) {
+        const uint32_t filled =
+            Sound_G711({refill.File, refill.Buffer.first(wanted * out), true, wanted * in},
+                       frames.Coding == SOUND_ALAW ? AUDIO_ALAW : AUDIO_ULAW)
+                .Stored;
+        return {filled, filled};
+    }
+    std::array<uint8_t, Sound_Scratch> scratch;
+    const MIX mix = frames.Mixed ? MixOf(frames) : MIX{};
     const SOUND_CONVERSION convert = ConversionOf(frames);
     const size_t most = convert ? wanted : scratch.size() / in;
     size_t done = 0;
@@ -218,7 +233,7 @@ SOUND_FILLED Sound_FillFrames(const SOUND_FRAMES &frames, const SOUND_REFILL &re
         if (convert)
             convert({to, read * out});
         else
-            ConvertFrames(frames, {from, read * in}, to);
+            ConvertFrames(frames, mix, {from, read * in}, to);
         done += read;
         if (read < asked)
             break;

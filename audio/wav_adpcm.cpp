@@ -11,9 +11,103 @@ static constexpr bool StepsGrowByTenths()
     return true;
 }
 static_assert(StepsGrowByTenths());
-static_assert(WAV_IMA_Difference[88][7] == 32767 + 16383 + 8191 + 4095);
 
-static int32_t GetWord(std::span<const uint8_t> block, size_t position)
+namespace
+{
+
+// IMA ADPCM: what a code adds to the predictor at a step, and the row of the step it leads to.
+struct STEP {
+    int32_t Difference;
+    uint32_t Row;
+};
+constexpr uint32_t Row = 16;  // codes
+using STEPS = std::array<STEP, Row * WAV_ADPCM_STEP_TABLE.size()>;
+
+// A channel while a block is decoded.
+struct IMA_CHANNEL {
+    int32_t Newest;
+    uint32_t Row;
+};
+
+}  // namespace
+
+// Made by the first who asks: the table is larger than what makes it.
+[[gnu::cold]] static STEPS MakeSteps()
+{
+    STEPS steps;
+    for (uint32_t i = 0; i < steps.size(); i++) {
+        const uint32_t index = i / Row, code = i % Row;
+        const int32_t step = WAV_ADPCM_STEP_TABLE[index];
+        const int32_t difference = (step >> 3) + ((code & 4) != 0 ? step : 0) +
+                                   ((code & 2) != 0 ? step >> 1 : 0) +
+                                   ((code & 1) != 0 ? step >> 2 : 0);
+        const int next = static_cast<int>(index) + WAV_ADPCM_INDEX_TABLE[code];
+        steps[i] = {(code & 8) != 0 ? -difference : difference,
+                    static_cast<uint32_t>(std::clamp(next, 0, 88)) * Row};
+    }
+    return steps;
+}
+
+static const STEPS &Steps()
+{
+    static const STEPS steps = MakeSteps();
+    return steps;
+}
+
+// Moves an IMA channel on by a code.
+static inline int32_t Next(const STEPS &steps, IMA_CHANNEL &channel, uint32_t code)
+{
+    const STEP &step = steps[channel.Row + code];
+    channel.Newest = Sound_Clamp16(channel.Newest + step.Difference);
+    channel.Row = step.Row;
+    return channel.Newest;
+}
+
+static IMA_CHANNEL Begin(const WAV_CHANNEL &channel)
+{
+    return {channel.Newest, static_cast<uint32_t>(channel.StepIndex) * Row};
+}
+
+static void End(const IMA_CHANNEL &decoded, WAV_CHANNEL &channel)
+{
+    channel.Newest = decoded.Newest;
+    channel.StepIndex = static_cast<int8_t>(decoded.Row / Row);
+}
+
+int32_t WAV_IMA_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
+{
+    IMA_CHANNEL state = Begin(channel);
+    Next(Steps(), state, code);
+    End(state, channel);
+    return state.Newest;
+}
+
+// Moves a Microsoft channel on. A prediction in 1/256 is truncated toward zero by the framework's
+// rules, rounded down by the format's.
+template <bool FormatRules>
+static inline int32_t Next(WAV_CHANNEL &channel, uint32_t code)
+{
+    // Modulo 2^32: what damaged files ask for may pass it.
+    const int32_t sum = static_cast<int32_t>(
+        static_cast<uint32_t>(channel.Newest) * static_cast<uint32_t>(channel.Coefficient1) +
+        static_cast<uint32_t>(channel.Previous) * static_cast<uint32_t>(channel.Coefficient2));
+    const int32_t difference = (static_cast<int32_t>(code ^ 8) - 8) * channel.Delta;
+    const int32_t sample = Sound_Clamp16((FormatRules ? sum >> 8 : sum / 256) + difference);
+    channel.Previous = channel.Newest;
+    channel.Newest = sample;
+    const int32_t delta = WAV_ADPCM_ADAPTATION_TABLE[code] * channel.Delta >> 8;
+    channel.Delta = delta < 16 ? 16 : delta;
+    if (delta > WAV_MaxDelta) [[unlikely]]
+        channel.Delta = WAV_MaxDelta;
+    return sample;
+}
+
+int32_t WAV_MS_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
+{
+    return Next<false>(channel, code);
+}
+
+[[gnu::noinline, gnu::cold]] static int32_t GetWord(std::span<const uint8_t> block, size_t position)
 {
     return static_cast<int16_t>(Bytes_GetLittle(block, position, 2));
 }
@@ -41,19 +135,20 @@ static void ReadMicrosoft(const WAV_ADPCM &adpcm, std::span<const uint8_t> block
 
 // The codes after the header, high one first: of two channels in turn, or all of one.
 template <bool Stereo, bool FormatRules>
-static size_t DecodeMicrosoft(std::span<WAV_CHANNEL, 2> channels, std::span<const uint8_t> codes,
-                              std::span<uint8_t> out)
+[[gnu::noinline, gnu::hot]] static size_t DecodeMicrosoft(std::span<WAV_CHANNEL, 2> channels,
+                                                          std::span<const uint8_t> codes,
+                                                          std::span<uint8_t> out)
 {
     codes = codes.first(std::min(codes.size(), out.size() / 4));
     WAV_CHANNEL left = channels[0], right = channels[1];
     uint8_t *next = out.data();
     for (const uint8_t byte : codes) {
-        const int32_t first = WAV_MS_ADPCM_Next<FormatRules>(left, byte >> 4);
+        const int32_t first = Next<FormatRules>(left, byte >> 4);
         int32_t second;
         if constexpr (Stereo)
-            second = WAV_MS_ADPCM_Next<FormatRules>(right, byte & 15u);
+            second = Next<FormatRules>(right, byte & 15u);
         else
-            second = WAV_MS_ADPCM_Next<FormatRules>(left, byte & 15u);
+            second = Next<FormatRules>(left, byte & 15u);
         PutPair(next, first, second);
         next += 4;
     }
@@ -62,8 +157,9 @@ static size_t DecodeMicrosoft(std::span<WAV_CHANNEL, 2> channels, std::span<cons
     return 4 * codes.size();
 }
 
-size_t WAV_MS_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
-                          std::span<uint8_t> out)
+// Blocks are short of work but for their codes.
+[[gnu::cold]] size_t WAV_MS_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
+                                        std::span<uint8_t> out)
 {
     const size_t channels = adpcm.Stereo ? 2 : 1;
     const size_t first = 4 * channels;  // bytes of the header's samples
@@ -92,40 +188,44 @@ static void ReadIMA(WAV_CHANNEL &channel, std::span<const uint8_t> block, size_t
     channel.StepIndex = static_cast<int8_t>(std::min<uint8_t>(block[position + 2], 88));
 }
 
-static size_t DecodeMono(WAV_CHANNEL &channel, std::span<const uint8_t> codes,
-                         std::span<uint8_t> out)
+[[gnu::noinline, gnu::hot]] static size_t
+DecodeMono(WAV_CHANNEL &channel, std::span<const uint8_t> codes, std::span<uint8_t> out)
 {
     codes = codes.first(std::min(codes.size(), out.size() / 4));
-    WAV_CHANNEL state = channel;
+    const STEPS &steps = Steps();
+    IMA_CHANNEL state = Begin(channel);
     uint8_t *next = out.data();
     for (const uint8_t byte : codes) {
-        const int32_t first = WAV_IMA_ADPCM_Next(state, byte & 15u);
-        const int32_t second = WAV_IMA_ADPCM_Next(state, byte >> 4);
+        const int32_t first = Next(steps, state, byte & 15u);
+        const int32_t second = Next(steps, state, byte >> 4);
         PutPair(next, first, second);
         next += 4;
     }
-    channel = state;
+    End(state, channel);
     return 4 * codes.size();
 }
 
 // 8 bytes are 8 frames: 4 bytes of the left channel, then 4 of the right one.
-static size_t DecodeStereo(std::span<WAV_CHANNEL, 2> channels, std::span<const uint8_t> codes,
-                           std::span<uint8_t> out)
+[[gnu::noinline, gnu::hot]] static size_t DecodeStereo(std::span<WAV_CHANNEL, 2> channels,
+                                                       std::span<const uint8_t> codes,
+                                                       std::span<uint8_t> out)
 {
+    const STEPS &steps = Steps();
     const size_t rounds = std::min(codes.size() / 8, out.size() / 32);
-    WAV_CHANNEL left = channels[0], right = channels[1];
+    IMA_CHANNEL left = Begin(channels[0]), right = Begin(channels[1]);
     uint8_t *next = out.data();
     for (size_t i = 0; i < 8 * rounds; i += 8)
+#pragma GCC unroll 1
         for (size_t k = i; k < i + 4; k++) {
             const uint8_t l = codes[k], r = codes[k + 4];
             for (const int shift : {0, 4}) {
-                const int32_t first = WAV_IMA_ADPCM_Next(left, l >> shift & 15u);
-                PutPair(next, first, WAV_IMA_ADPCM_Next(right, r >> shift & 15u));
+                const int32_t first = Next(steps, left, l >> shift & 15u);
+                PutPair(next, first, Next(steps, right, r >> shift & 15u));
                 next += 4;
             }
         }
-    channels[0] = left;
-    channels[1] = right;
+    End(left, channels[0]);
+    End(right, channels[1]);
     return 32 * rounds;
 }
 
@@ -140,8 +240,8 @@ static size_t PutFirst(const WAV_ADPCM &adpcm, std::span<uint8_t> out)
     return size;
 }
 
-size_t WAV_IMA_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
-                           std::span<uint8_t> out)
+[[gnu::cold]] size_t WAV_IMA_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
+                                         std::span<uint8_t> out)
 {
     const size_t header = adpcm.Stereo ? 8 : 4;
     if (block.size() < header)

@@ -42,62 +42,11 @@ struct WAV_CHANNEL {
 /// The largest delta, which keeps the arithmetic within 32 bits; a sound that meets it is damaged.
 constexpr int32_t WAV_MaxDelta = INT32_MAX / 768;
 
-/// A prediction in 1/256 as a sample: truncated toward zero by the framework's rules, rounded down
-/// by the format's.
-template <bool FormatRules>
-constexpr int32_t WAV_MS_ADPCM_Round(int32_t sum)
-{
-    if constexpr (FormatRules)
-        return sum >> 8;
-    else
-        return sum / 256;
-}
-
-/// The sample (16 bits) that a code of 4 bits stands for; moves the channel on.
-template <bool FormatRules = false>
-int32_t WAV_MS_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
-{
-    // Modulo 2^32: what damaged files ask for may pass it.
-    const int32_t sum = static_cast<int32_t>(
-        static_cast<uint32_t>(channel.Newest) * static_cast<uint32_t>(channel.Coefficient1) +
-        static_cast<uint32_t>(channel.Previous) * static_cast<uint32_t>(channel.Coefficient2));
-    const int32_t difference = (static_cast<int32_t>(code ^ 8) - 8) * channel.Delta;
-    const int32_t sample = Sound_Clamp16(WAV_MS_ADPCM_Round<FormatRules>(sum) + difference);
-    channel.Previous = channel.Newest;
-    channel.Newest = sample;
-    const int32_t delta = WAV_ADPCM_ADAPTATION_TABLE[code] * channel.Delta >> 8;
-    channel.Delta = delta < 16 ? 16 : delta;
-    if (delta > WAV_MaxDelta) [[unlikely]]
-        channel.Delta = WAV_MaxDelta;
-    return sample;
-}
-
-/// IMA ADPCM: what a code adds to the predictor at each step.
-constexpr std::array<std::array<int32_t, 16>, 89> WAV_IMA_Differences()
-{
-    std::array<std::array<int32_t, 16>, 89> table{};
-    for (size_t i = 0; i < table.size(); i++)
-        for (uint32_t code = 0; code < 16; code++) {
-            const int32_t step = WAV_ADPCM_STEP_TABLE[i];
-            const int32_t difference = (step >> 3) + ((code & 4) != 0 ? step : 0) +
-                                       ((code & 2) != 0 ? step >> 1 : 0) +
-                                       ((code & 1) != 0 ? step >> 2 : 0);
-            table[i][code] = (code & 8) != 0 ? -difference : difference;
-        }
-    return table;
-}
-inline constexpr std::array<std::array<int32_t, 16>, 89> WAV_IMA_Difference = WAV_IMA_Differences();
-
+/// The sample (16 bits) that a code of 4 bits stands for; moves the channel on. By the framework's
+/// rules, which truncate the prediction toward zero.
+int32_t WAV_MS_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code);
 /// The same for IMA's codec.
-inline int32_t WAV_IMA_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
-{
-    const int32_t index = channel.StepIndex;
-    const int32_t sample =
-        Sound_Clamp16(channel.Newest + WAV_IMA_Difference[static_cast<size_t>(index)][code]);
-    channel.Newest = sample;
-    channel.StepIndex = static_cast<int8_t>(std::clamp(index + WAV_ADPCM_INDEX_TABLE[code], 0, 88));
-    return sample;
-}
+int32_t WAV_IMA_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code);
 
 /// What the decoding of blocks needs of a file's header.
 struct WAV_ADPCM {

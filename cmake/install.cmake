@@ -1,21 +1,28 @@
-# What is installed, in four components: game, tools, library and development.
+# What is installed, in four components: game, tools, library and development. A plain installation has
+# the licence once; cmake/packages.cmake gives each package its own.
 set(DATA ${CMAKE_INSTALL_DATAROOTDIR})
 set(GAMES ${CMAKE_INSTALL_BINDIR})
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
     set(GAMES games)  # where distributions have them
 endif()
+install(FILES LICENSE DESTINATION ${DATA}/doc/tessaruvinel COMPONENT licence)
 
 if(HAVE_GAME)
     # The launcher finds program and data from its own place, so these lie as it expects them.
     install(TARGETS Tessaruvinel DESTINATION lib/tessaruvinel COMPONENT game)
     install(DIRECTORY datas/ DESTINATION share/tessaruvinel/datas COMPONENT game
-        FILES_MATCHING PATTERN "*.ham8" PATTERN "*.mp3")
+        FILES_MATCHING PATTERN "*.ham8" PATTERN "*.mp3" PATTERN "CC0-1.0.txt")
     install(PROGRAMS tools/desktop/tessaruvinel DESTINATION ${GAMES} COMPONENT game)
     install(FILES tools/desktop/games.sh DESTINATION lib/tessaruvinel COMPONENT game)
     install(FILES tools/desktop/tessaruvinel.desktop DESTINATION ${DATA}/applications COMPONENT game)
+    install(FILES tools/desktop/tessaruvinel.metainfo.xml DESTINATION ${DATA}/metainfo COMPONENT game)
     install(FILES tools/desktop/tessaruvinel.6 DESTINATION ${CMAKE_INSTALL_MANDIR}/man6 COMPONENT game)
-    install(FILES tools/art/tessaruvinel.png DESTINATION ${DATA}/icons/hicolor/256x256/apps
-        COMPONENT game)
+    foreach(size IN ITEMS 16 32 48 64 128 256)
+        install(FILES tools/art/icons/${size}.png COMPONENT game RENAME tessaruvinel.png
+            DESTINATION ${DATA}/icons/hicolor/${size}x${size}/apps)
+    endforeach()
+    install(FILES tools/art/icons/scalable.svg COMPONENT game RENAME tessaruvinel.svg
+        DESTINATION ${DATA}/icons/hicolor/scalable/apps)
 endif()
 foreach(tool IN ITEMS tessplay:player tessview:viewer)
     string(REPLACE ":" ";" tool ${tool})
@@ -28,6 +35,7 @@ foreach(tool IN ITEMS tessplay:player tessview:viewer)
             RENAME ${name} COMPONENT tools)
         install(FILES tools/${folder}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
             COMPONENT tools)
+        install(FILES tools/${folder}/${name}.desktop DESTINATION ${DATA}/applications COMPONENT tools)
     endif()
 endforeach()
 

@@ -11,12 +11,25 @@
 
 #include "extra/reason.h"
 
+#ifdef _WIN32
+constexpr int Bytes_OpenFlags = O_RDONLY | O_BINARY | O_NOINHERIT;
+static int pread(int file, void *bytes, size_t count, off_t position)
+{
+    constexpr size_t most = size_t{1} << 30;
+    if (lseek(file, position, SEEK_SET) < 0)
+        return -1;
+    return read(file, bytes, static_cast<unsigned>(std::min(count, most)));
+}
+#else
 // Without waiting for somebody to write into it, should it be a pipe.
+constexpr int Bytes_OpenFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
+#endif
+
 static int Open(const char *path)
 {
     int file;
     do
-        file = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+        file = open(path, Bytes_OpenFlags);
     while (file < 0 && errno == EINTR);
     return file;
 }

@@ -25,7 +25,8 @@ struct BYTES_ALLOCATOR : std::allocator<uint8_t> {
     }
 };
 
-/// A file's bytes, or those of its image expanded.
+/// A file's bytes, or those of its image expanded. BYTES_BUFFER() assigned to one frees its memory,
+/// where {} would keep it.
 using BYTES_BUFFER = std::vector<uint8_t, BYTES_ALLOCATOR>;
 
 /// The largest file that Bytes_LoadFile takes, in bytes.

@@ -4,7 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-static constinit thread_local std::array<char, 160> reason{};
+static constinit thread_local std::array<char, Reason_MaxSize> reason{};
 
 void Reason_Clear()
 {

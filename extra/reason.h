@@ -3,9 +3,13 @@
 // libraries never print it. Every thread has its own.
 #pragma once
 
+#include <cstddef>
 #include <new>
 
 #pragma GCC visibility push(default)
+
+/// Bytes that a reason may have, its NUL included.
+constexpr size_t Reason_MaxSize = 160;
 
 /// Forgets the reason. Loads begin with this.
 void Reason_Clear();

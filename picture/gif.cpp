@@ -687,7 +687,7 @@ uint8_t *GIF_Decoding(uint16_t mode)
 
 void GIF_UnLoad()
 {
-    GIF_File = {};
+    GIF_File = BYTES_BUFFER();
 }
 
 static GIF_FRONT *FrontOf(const uint8_t *first)

@@ -127,7 +127,7 @@ static void LoadFile(const char *path, uint16_t width, uint8_t rawPlanes)
         ReadHeader();
 
     if (!IsPossible()) {
-        HAM68_File = {};
+        HAM68_File = BYTES_BUFFER();
     } else if (h.Compression == HAM68_Runs) {
         const size_t fixed = h.DataOffset + PaletteSize(h.Planes);
         BYTES_BUFFER expanded(HAM68_File.begin(),
@@ -141,7 +141,7 @@ static void LoadFile(const char *path, uint16_t width, uint8_t rawPlanes)
 
 void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes)
 {
-    HAM68_File = {};
+    HAM68_File = BYTES_BUFFER();
     Reason_Guard([&] { LoadFile(path, width, rawPlanes); });
 }
 
@@ -341,7 +341,7 @@ int HAM68_Encoding(const uint8_t *pixels, uint16_t width, uint16_t height, const
 
 void HAM68_UnLoad()
 {
-    HAM68_File = {};
+    HAM68_File = BYTES_BUFFER();
 }
 
 HAM68_HEADER *HAM68_GetHeader(HAM68_HEADER *out)

@@ -142,7 +142,7 @@ void JPG_UnLoad()
 {
     std::free(JPG_Header.Thumbnail);
     JPG_Header.Thumbnail = nullptr;
-    JPG_File = {};
+    JPG_File = BYTES_BUFFER();
 }
 
 JPG_HEADER *JPG_GetHeader(JPG_HEADER *out)
@@ -201,7 +201,7 @@ JPG_STREAM JPG_DecodeStream(std::span<const uint8_t> tables, std::span<const uin
         JPG_WalkMarkers();
         const JPG_HEADER &h = JPG_Header;
         const bool convert = toRGB && h.ComponentCount == 3;
-        const std::unique_ptr<uint8_t, JPG_FREE> padded(
+        const PICTURE_PIXELS padded(
             JPG_DecodeScans(convert ? JPG_COLOURS_YCBCR : JPG_COLOURS_STORED));
         JPG_STREAM out{};
         if (!padded)

@@ -41,8 +41,8 @@ struct COMPONENT {
 
 struct PICTURE {
     std::array<COMPONENT, 4> Components;
-    std::unique_ptr<int16_t, JPG_FREE> Coefficients;  // of all components, in one piece
-    size_t Count;                                     // of components
+    std::unique_ptr<int16_t, PICTURE_FREE> Coefficients;  // of all components, in one piece
+    size_t Count;                                         // of components
     JPG_COLOURS Colours;
     int Scans;        // begun
     uint64_t Visits;  // of blocks in all scans
@@ -757,7 +757,7 @@ uint8_t *JPG_DecodeScans(JPG_COLOURS colours)
         return nullptr;
     const size_t pixelBytes = JPG_PixelBytes(colours, JPG_Header.ComponentCount);
     const size_t bytes = size_t{JPG_Decoder.PaddedWidth} * JPG_Decoder.PaddedHeight * pixelBytes;
-    std::unique_ptr<uint8_t, JPG_FREE> pixels(static_cast<uint8_t *>(std::malloc(bytes)));
+    PICTURE_PIXELS pixels(static_cast<uint8_t *>(std::malloc(bytes)));
     if (!pixels || !MakeComponents(*picture)) {
         Reason_Set("out of memory");
         return nullptr;

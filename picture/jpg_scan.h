@@ -8,13 +8,6 @@
 
 #include "picture/jpg_colour.h"
 
-struct JPG_FREE {
-    void operator()(void *memory) const
-    {
-        std::free(memory);
-    }
-};
-
 /// Decodes the scan that the marker walk (picture/jpg_markers.h) stands before and all that follow
 /// it: PaddedWidth x PaddedHeight pixels of JPG_PixelBytes bytes, top row first, from malloc. Null,
 /// with a reason, when there is nothing that can be decoded. May throw std::bad_alloc.

@@ -132,7 +132,7 @@ static bool IsWorthExpanding(size_t size)
 
 void PCX_Load(const char *path)
 {
-    PCX_File = {};
+    PCX_File = BYTES_BUFFER();
     Reason_Guard([path] {
         PCX_File = Bytes_LoadFile(path);
         ReadHeader();
@@ -263,7 +263,7 @@ uint8_t *PCX_Decoding()
 
 void PCX_UnLoad()
 {
-    PCX_File = {};
+    PCX_File = BYTES_BUFFER();
 }
 
 PCX_HEADER *PCX_GetHeader(PCX_HEADER *out)

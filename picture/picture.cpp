@@ -324,8 +324,12 @@ static Picture LoadAs(const PICTURE_ROW &row, const char *path, uint16_t hint, u
     row.Load(path, hint, static_cast<uint8_t>(rawPlanes));
     row.Fill(picture, hint);
     row.UnLoad();
-    if (!picture.Pixels)
-        Reason_Set("damaged, or of a kind that is not supported");
+    if (picture.Pixels)
+        return picture;
+    Reason_Set("damaged, or of a kind that is not supported");
+    std::free(picture.ThumbPixels);  // nobody unloads a picture that is none
+    picture.ThumbPixels = nullptr;
+    picture.ThumbWidth = picture.ThumbHeight = 0;
     return picture;
 }
 
@@ -337,10 +341,10 @@ static Picture LoadOpened(const char *path, uint16_t hint, uint16_t rawPlanes)
     rawPlanes &= 0xFF;
     const PICTURE_CANDIDATES candidates = Candidates(path, rawPlanes);
     Picture first{};
-    std::string reason;
+    std::array<char, Reason_MaxSize> reason{};
     for (size_t i = 0; i < candidates.Count; i++) {
         if (i == 1)
-            reason = Reason_Get();
+            std::strcpy(reason.data(), Reason_Get());
         Reason_Clear();
         const Picture picture = LoadAs(RowOf(candidates.Formats[i]), path, hint, rawPlanes);
         if (picture.Pixels)
@@ -350,7 +354,7 @@ static Picture LoadOpened(const char *path, uint16_t hint, uint16_t rawPlanes)
     }
     if (candidates.Count > 1) {
         Reason_Clear();
-        Reason_Set("%s", reason.c_str());
+        Reason_Set("%s", reason.data());
     }
     return first;
 }

@@ -7,7 +7,9 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <span>
 
 #pragma GCC visibility push(default)
@@ -50,6 +52,15 @@ uint8_t *Picture_NewPixels(uint32_t width, uint32_t height);
 
 /// The same without clearing, for decoders that set every pixel whatever the file.
 uint8_t *Picture_NewUnsetPixels(uint32_t width, uint32_t height);
+
+/// Owner of a buffer that may not get to the caller.
+struct PICTURE_FREE {
+    void operator()(void *buffer) const
+    {
+        std::free(buffer);
+    }
+};
+using PICTURE_PIXELS = std::unique_ptr<uint8_t, PICTURE_FREE>;
 
 using PIXELS_PALETTE = std::array<std::array<uint8_t, 4>, 256>;  // R G B A
 

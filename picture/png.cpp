@@ -502,19 +502,6 @@ static bool Decodable()
         {h.IHDRWidth, h.IHDRHeight, PNG_Decoder.Length * maxInflation, PNG_Decoder.Data.size()});
 }
 
-namespace
-{
-
-struct PNG_FREE {
-    void operator()(uint8_t *pixels) const
-    {
-        std::free(pixels);
-    }
-};
-using PNG_PIXELS = std::unique_ptr<uint8_t, PNG_FREE>;
-
-}  // namespace
-
 // Takes the passes' rows from the window as long as they come; returns how many came whole. Rows of
 // 8-bit RGB and RGBA become RGBA while they are unfiltered, where they belong if they are whole
 // rows of the picture; others are unfiltered on two lines by turns and then converted.
@@ -596,7 +583,7 @@ uint8_t *PNG_Decoding()
 {
     if (!Decodable())
         return nullptr;
-    PNG_PIXELS pixels(Picture_NewPixels(PNG_Header.IHDRWidth, PNG_Header.IHDRHeight));
+    PICTURE_PIXELS pixels(Picture_NewPixels(PNG_Header.IHDRWidth, PNG_Header.IHDRHeight));
     return Reason_Guard([&pixels] {
         if (pixels)
             Decode(pixels.get());

@@ -163,7 +163,7 @@ static void ReadFormatHeader()
 
 void PXM_Load(const char *path)
 {
-    PXM_File = {};
+    PXM_File = BYTES_BUFFER();
     PXM_HEADER &h = PXM_Header;
     h = {};
     h.Rules = Picture_Rules;
@@ -405,7 +405,8 @@ uint8_t *PXM_Decoding()
             {h.Width, h.Height, row == 0 ? UINT64_MAX : stored / row * h.Width, PXM_File.size()}))
         return nullptr;
     return Reason_Guard([&]() -> uint8_t * {
-        uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
+        PICTURE_PIXELS owner(Picture_NewUnsetPixels(h.Width, h.Height));
+        uint8_t *pixels = owner.get();
         if (!pixels)
             return nullptr;
         const size_t size = size_t{h.Width} * h.Height * 4;
@@ -418,13 +419,13 @@ uint8_t *PXM_Decoding()
         if (end != pixels + size)
             Reason_Set("cut after %zu of %d rows",
                        static_cast<size_t>(end - pixels) / (size_t{h.Width} * 4), h.Height);
-        return pixels;
+        return owner.release();
     });
 }
 
 void PXM_UnLoad()
 {
-    PXM_File = {};
+    PXM_File = BYTES_BUFFER();
 }
 
 PXM_HEADER PXM_GetHeader()

@@ -52,7 +52,7 @@ uint8_t *SPR_Decoding()
 
 void SPR_UnLoad()
 {
-    SPR_File = {};
+    SPR_File = BYTES_BUFFER();
 }
 
 void SPR_FreeImages(uint8_t *first)

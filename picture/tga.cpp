@@ -158,7 +158,7 @@ static bool IsWorthExpanding()
 
 void TGA_Load(const char *path)
 {
-    TGA_File = {};
+    TGA_File = BYTES_BUFFER();
     Reason_Guard([path] {
         TGA_File = Bytes_LoadFile(path);
         ReadHeader();
@@ -284,7 +284,8 @@ uint8_t *TGA_Decoding()
         return nullptr;
     }
     return Reason_Guard([&]() -> uint8_t * {
-        uint8_t *pixels = Picture_NewUnsetPixels(h.Width, h.Height);
+        PICTURE_PIXELS owner(Picture_NewUnsetPixels(h.Width, h.Height));
+        uint8_t *pixels = owner.get();
         if (!pixels)
             return nullptr;
         const bool plain = h.BitsPerPixel >= 24;
@@ -296,13 +297,13 @@ uint8_t *TGA_Decoding()
             Mirror(pixels);
         if (data.size() < ImageSize())
             Reason_Set("cut after %zu of %u rows", data.size() / row, h.Height);
-        return pixels;
+        return owner.release();
     });
 }
 
 void TGA_UnLoad()
 {
-    TGA_File = {};
+    TGA_File = BYTES_BUFFER();
 }
 
 TGA_SIZE TGA_GetHeader()

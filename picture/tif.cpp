@@ -221,7 +221,7 @@ void TIF_Load(const char *path)
         return !TIF_File.empty() && IsPossible();
     });
     if (!loaded)
-        TIF_File = {};
+        TIF_File = BYTES_BUFFER();
 }
 
 // Framework: colours that a palette lacks are black. Format: a palette that is not whole does not
@@ -338,25 +338,13 @@ static bool PaintChunk(TIF_PAINT &paint, const TIF_GRID &grid, const TIF_PLANES 
     return least == columns;
 }
 
-namespace
-{
-
-struct TIF_FREE {
-    void operator()(uint8_t *pixels) const
-    {
-        std::free(pixels);
-    }
-};
-
-}  // namespace
-
 static uint8_t *Decode()
 {
     const TIF_HEADER &h = TIF_Header;
     if (TIF_File.empty())
         return nullptr;
-    std::unique_ptr<uint8_t, TIF_FREE> pixels(h.Tiled ? Picture_NewPixels(h.Width, h.Height)
-                                                      : Picture_NewUnsetPixels(h.Width, h.Height));
+    PICTURE_PIXELS pixels(h.Tiled ? Picture_NewPixels(h.Width, h.Height)
+                                  : Picture_NewUnsetPixels(h.Width, h.Height));
     if (!pixels)
         return nullptr;
     const TIF_STRIPS strips;
@@ -397,7 +385,7 @@ uint8_t *TIF_Decoding()
 
 void TIF_UnLoad()
 {
-    TIF_File = {};
+    TIF_File = BYTES_BUFFER();
 }
 
 TIF_HEADER *TIF_GetHeader(TIF_HEADER *out)

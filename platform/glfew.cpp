@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <dlfcn.h>
+#include <poll.h>
 
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -807,23 +808,30 @@ void GLFEW_HideWindow()
         glfwHideWindow(System_Window);
 }
 
-void GLFEW_AnswerEvents()
+static void (*whenDisplayIsLost)();
+static int waylandSocket = -1;
+
+// GLFW takes the end of a Wayland display for a wish to close the window.
+static void LookAfterDisplay()
 {
-    if (System_Window)
-        glfwPollEvents();
+    pollfd socket = {waylandSocket, 0, 0};
+    if (waylandSocket >= 0 && poll(&socket, 1, 0) > 0)  // it was hung up
+        whenDisplayIsLost();
 }
 
-static void (*whenDisplayIsLost)();
+void GLFEW_AnswerEvents()
+{
+    if (!System_Window)
+        return;
+    glfwPollEvents();
+    LookAfterDisplay();
+}
 
 // Xlib's answer to both kinds of error is two lines and exit(); its own handlers are put in their
-// place by name, since GLFW may have been built without X11.
-void GLFEW_WhenDisplayIsLost(void (*end)())
+// place.
+static void WatchX11(void *library)
 {
     using HANDLER = int (*)(void *display, void *event);
-    whenDisplayIsLost = end;
-    void *library = dlopen("libX11.so.6", RTLD_LAZY | RTLD_NOLOAD);
-    if (!library)
-        return;
     const HANDLER handler = [](void *, void *) {
         whenDisplayIsLost();
         return 0;
@@ -831,6 +839,25 @@ void GLFEW_WhenDisplayIsLost(void (*end)())
     for (const char *name : {"XSetIOErrorHandler", "XSetErrorHandler"})
         if (void *set = dlsym(library, name))
             reinterpret_cast<HANDLER (*)(HANDLER)>(set)(handler);
+}
+
+static void WatchWayland(void *library)
+{
+    void *getDisplay = dlsym(RTLD_DEFAULT, "glfwGetWaylandDisplay");
+    void *getSocket = dlsym(library, "wl_display_get_fd");
+    void *display = getDisplay ? reinterpret_cast<void *(*)()>(getDisplay)() : nullptr;
+    if (display && getSocket)
+        waylandSocket = reinterpret_cast<int (*)(void *)>(getSocket)(display);
+}
+
+// All is found by name, since GLFW may have been built for one window system only.
+void GLFEW_WhenDisplayIsLost(void (*end)())
+{
+    whenDisplayIsLost = end;
+    if (void *x11 = dlopen("libX11.so.6", RTLD_LAZY | RTLD_NOLOAD))
+        WatchX11(x11);
+    if (void *wayland = dlopen("libwayland-client.so.0", RTLD_LAZY | RTLD_NOLOAD))
+        WatchWayland(wayland);
 }
 
 // Keeps the display's rate after a swap that did not wait for the display. Events are delivered
@@ -860,6 +887,7 @@ void GLFEW_SwapBuffers()
         const bool eager = glfwGetTime() < pace.EagerUntil;
         glfwWaitEventsTimeout(eager ? eagerly : pace.Iconified ? unseen : pace.Period);
     }
+    LookAfterDisplay();
 }
 
 void GLFEW_Destroy()
@@ -872,5 +900,6 @@ void GLFEW_Destroy()
         glfwDestroyWindow(System_Window);
         System_Window = nullptr;
     }
+    waylandSocket = -1;
     glfwTerminate();
 }

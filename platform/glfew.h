@@ -151,8 +151,9 @@ void GLFEW_DestroyVertex(GLFEW_VERTEX &record);
 void GLFEW_HideWindow();
 void GLFEW_AnswerEvents();
 
-/// Has `end` called when the connection to an X display breaks, on the thread that found out. It
-/// must end the process without calling anything here.
+/// Has `end` called when the connection to the display breaks: of an X display on the thread that
+/// found out, of a Wayland display by GLFEW_SwapBuffers or GLFEW_AnswerEvents. It must end the
+/// process without calling anything here.
 void GLFEW_WhenDisplayIsLost(void (*end)());
 
 /// Ends a frame and delivers the window's events. What has been drawn since the last call is shown,

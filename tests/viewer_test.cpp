@@ -72,7 +72,7 @@ TEST(Viewer, OrientationsAreMadeUpright)
     const char *expected[] = {"FGH/..J/",  "HGF/J../",  "J../HGF/",  "..J/FGH/",
                               "F./G./HJ/", ".F/.G/JH/", "JH/.G/.F/", "HJ/G./F./"};
     for (int orientation = 1; orientation <= 8; orientation++)
-        EXPECT_EQ(TextOf(Viewer_Upright(ImageOf({"FGH", "..J"}), orientation)),
+        EXPECT_EQ(TextOf(Viewer_Upright(Viewer_Pixels(ImageOf({"FGH", "..J"})), orientation)),
                   expected[orientation - 1])
             << orientation;
 }
@@ -89,6 +89,11 @@ TEST(Viewer, HalvesAreMeansWeightedByAlpha)
     EXPECT_EQ(half.Height, 1u);
     EXPECT_EQ(BYTES(half.Pixels.begin(), half.Pixels.end()),
               (BYTES{25, 25, 25, 255, 0, 0, 0, 128}));
+    // The left half of the middle column joins the left one.
+    const VIEWER_IMAGE fit = Viewer_Fit({3, 2, 3, pixels.data()}, 2);
+    EXPECT_EQ(Viewer_Size(fit.Width, fit.Height), "2x1");
+    EXPECT_EQ(BYTES(fit.Pixels.begin(), fit.Pixels.end()),
+              (BYTES{24, 24, 24, 255, 15, 15, 15, 170}));
 }
 
 TEST(Viewer, CaptionsAreCutAtTheName)
@@ -100,7 +105,7 @@ TEST(Viewer, CaptionsAreCutAtTheName)
         {"whole", "a.png", "a.png  PNG, 1x1", 80},
         {"just fits", "abcdefghijklm.png", "abcdefghijklm.png  PNG, 1x1", 27},
         {"its middle goes", "abcdefghijklm.png", "abcdefg...lm.png  PNG, 1x1", 26},
-        {"never all of it", "abcdefghijklm.png", "abcde....png  PNG,", 18},
+        {"never all of it", "abcdefghijklm.png", "abcde....png  P...", 18},
         {"no room", "a.png", "", 0},
         {"Latin-2", "\u0151z\u017E.png", "\xF5z\xBE.png  PNG, 1x1", 80},
         {"others", "\u00F1\u4E2D\n", "n{4E2D}?  PNG, 1x1", 80},
@@ -250,7 +255,7 @@ TEST(Viewer, DecodesAheadByTheCallersRules)
         Ahead_Want({small, absent});
         const auto thumbnail = Await(small);
         ASSERT_TRUE(thumbnail && !thumbnail->Record);
-        EXPECT_EQ(Viewer_Size(thumbnail->Thumbnail.Width, thumbnail->Thumbnail.Height), "75x100");
+        EXPECT_EQ(Viewer_Size(thumbnail->Thumbnail.Width, thumbnail->Thumbnail.Height), "120x160");
         const auto nothing = Await(absent);
         ASSERT_TRUE(nothing && !nothing->Record);
         EXPECT_NE(nothing->Reason, "");

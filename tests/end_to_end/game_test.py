@@ -3,13 +3,14 @@
 import array
 import os
 import re
+import shutil
 import signal
 import subprocess
 import sys
 import time
 import unittest
 
-from stage import Display, Folder, Game
+from stage import Display, Folder, Game, Wayland
 
 BUILD, DATAS = (os.path.abspath(path) for path in sys.argv[1:3])
 PROGRAM = os.path.join(BUILD, "Tessaruvinel")
@@ -81,7 +82,7 @@ class Games(unittest.TestCase):
         game = Game(program, self.display, self.folder, size, self.environment)
         self.addCleanup(game.process.kill)  # a window that a failed test left would take the next one's clicks
         game.wait_for("OK, let's play.\n\n")
-        self.display.xdotool("search", "--sync", "--name", "flags 0 of")  # the first frame
+        self.display.await_game()
         return game
 
     def mines(self, *size):
@@ -115,6 +116,30 @@ class Games(unittest.TestCase):
         with open(self.folder.file("topten_{}x{}_{}.txt".format(*size)), "rb") as file:
             return file.read()
 
+    def flag_and_uncover(self, game, size, mines):
+        """Wins a game, and looks at the board after each step but the last."""
+        def number(cell):
+            return str(sum(abs(cell[0] - x) < 2 > abs(cell[1] - y) for x, y in mines) or ".")
+
+        for mine in mines:
+            game.click(mine, 3)
+        game.click(mines[0], 1)  # a flagged cell stays; a step all the same
+        uncovered, seen = [], "#" * len(cells(size))
+        for i, cell in enumerate(cells(size)):
+            if cell in mines or seen[i] != "#":
+                continue
+            game.click(cell)
+            uncovered.append(cell)
+            may_be = ["F" if c in mines else number(c) if c in uncovered else "#" + number(c) for c in cells(size)]
+            deadline = time.monotonic() + 10
+            while WON not in game.printed:  # cubes turn
+                game.read(0.1)
+                seen = game.looks()
+                if all(look in may for look, may in zip(seen, may_be)):
+                    break
+                self.assertLess(time.monotonic(), deadline, (seen, may_be))
+        game.wait_for(WON)
+
     def test_a_game_won_by_flagging(self):
         size = (5, 4, 3)
         mines = self.mines(*size)
@@ -123,15 +148,7 @@ class Games(unittest.TestCase):
         game.click(first, 3)
         game.click(first, 3)  # question mark
         game.click(first, 3)  # covered
-        for mine in mines:
-            game.click(mine, 3)
-        game.click(first, 1)  # a flagged cell stays; a step all the same
-        for cell in cells(size):
-            if cell not in mines and WON not in game.printed:
-                game.click(cell)
-                time.sleep(1.2)
-                game.read(0.1)
-        game.wait_for(WON)
+        self.flag_and_uncover(game, size, mines)
         game.type("Mallory\n")  # too early for an answer
         game.key("Escape")
         game.wait_for(QUESTION)
@@ -168,6 +185,7 @@ class Games(unittest.TestCase):
         game.click(mines[0])
         game.wait_for(LOST)
         self.assertIn("1024x768", self.display.xdotool("getwindowgeometry", self.windows()[0]))
+        self.assertEqual(self.display.xdotool("search", "--class", "^tessaruvinel$").split(), self.windows())  # the menu entry's
         self.display.xdotool("search", "--sync", "--name", "flags 1 of 3 - 0:[0-9]+ - lost - Escape ends$")
         game.press(game.point(other), 1)
         time.sleep(0.5)
@@ -293,6 +311,28 @@ class Games(unittest.TestCase):
             self.assertEqual(game.finish(), (1, "The display is lost\n"))
         self.display = usual
         self.assertEqual(self.hiscores(*size).split(b"\n")[0:5:2], [b"", b"", b"NoName"])
+
+    def test_on_wayland(self):
+        """Clicks count where the board is seen; a compositor that ends loses no result."""
+        library = os.path.join(BUILD, "wayland")
+        if not os.path.isdir(library) or not shutil.which("weston"):
+            raise unittest.SkipTest("no weston, or no libglfw3-wayland in " + library)
+        usual, size = self.display, (4, 3, 1)
+        with Wayland(library) as self.display:
+            mines = self.mines(*size)
+            game = self.start(*size)
+            self.flag_and_uncover(game, size, mines)
+            game.key("Escape")
+            game.wait_for(QUESTION)
+            self.display.await_corner(b"\0\0\0")
+            game.type("Anna\n")
+            self.end(game)
+            game = self.win(3, 2, 0, until=WON)
+            self.display.compositor.kill()
+            self.assertEqual(game.finish(), (1, "The display is lost\n"))
+        self.display = usual
+        self.assertEqual(self.hiscores(*size).split(b"\n")[0:3:2], [b"Anna", b"NoName"])
+        self.assertEqual(self.hiscores(3, 2, 0).split(b"\n")[0:3:2], [b"", b"NoName"])
 
     def test_closed_standard_streams(self):
         game = subprocess.Popen(["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", PROGRAM, "3", "2", "0"],

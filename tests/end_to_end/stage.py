@@ -5,11 +5,13 @@ import pty
 import re
 import select
 import shutil
+import struct
 import subprocess
 import tempfile
 import time
 import tty
 
+SCREEN = (1280, 1024)
 WINDOW = (1024, 768)
 
 
@@ -18,9 +20,10 @@ class Display:
 
     def __enter__(self):
         self.server = subprocess.Popen(
-            ["Xvfb", "-displayfd", "1", "-screen", "0", "1280x1024x24", "-noreset", "-nolisten", "tcp"],
+            ["Xvfb", "-displayfd", "1", "-screen", "0", "{}x{}x24".format(*SCREEN), "-noreset", "-nolisten", "tcp"],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         self.name = ":" + self.server.stdout.readline().decode().strip()
+        self.environment = {"DISPLAY": self.name}
         return self
 
     def __exit__(self, *_):
@@ -31,6 +34,62 @@ class Display:
     def xdotool(self, *arguments):
         return subprocess.run(["xdotool", *map(str, arguments)], env=dict(os.environ, DISPLAY=self.name),
                               check=True, capture_output=True, text=True).stdout
+
+    def pixels(self, points):
+        """Pixels of the screen, from a window dump (X11/XWDFile.h): the blue byte comes first."""
+        dump = subprocess.run(["xwd", "-root", "-silent"], env=dict(os.environ, DISPLAY=self.name), check=True,
+                              capture_output=True).stdout
+        header = struct.unpack(">25I", dump[:100])
+        start = header[0] + header[19] * 12
+        places = [start + y * header[12] + x * (header[11] // 8) for x, y in points]
+        return [bytes(reversed(dump[at:at + 3])) for at in places]
+
+    def await_game(self):
+        """Waits for a game's first frame."""
+        self.xdotool("search", "--sync", "--name", "flags 0 of")
+
+
+class Wayland(Display):
+    """The same with a Wayland compositor (weston) for its only window, and that for programs' only display.
+
+    Needs a folder with GLFW's library for Wayland, where the system's is for X11."""
+
+    def __init__(self, library):
+        self.library = library
+
+    def __enter__(self):
+        super().__enter__()
+        self.folder = tempfile.TemporaryDirectory()
+        settings = os.path.join(self.folder.name, "weston.ini")
+        with open(settings, "w") as file:
+            file.write("[shell]\nbackground-color=0xff000000\npanel-position=none\nlocking=false\nanimation=none\nstartup-animation=none\n")
+        width, height = WINDOW
+        self.environment = {"WAYLAND_DISPLAY": "stage", "XDG_SESSION_TYPE": "wayland", "DISPLAY": "",
+                            "XDG_RUNTIME_DIR": self.folder.name, "LD_LIBRARY_PATH": self.library}
+        self.compositor = subprocess.Popen(
+            ["weston", "--backend=x11-backend.so", "--use-pixman", f"--config={settings}", "--socket=stage",
+             f"--width={width}", f"--height={height}", "--idle-time=0"],
+            env=dict(os.environ, DISPLAY=self.name, XDG_RUNTIME_DIR=self.folder.name),
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.xdotool("windowfocus", "--sync", self.xdotool("search", "--sync", "--onlyvisible", "--class", "weston").split()[0])
+        return self
+
+    def __exit__(self, *_):
+        self.compositor.kill()
+        self.compositor.wait()
+        super().__exit__()
+        self.folder.cleanup()
+
+    def await_corner(self, colour):
+        deadline = time.monotonic() + 10
+        while self.pixels([(WINDOW[0] - 2, WINDOW[1] - 2)]) != [colour]:
+            assert time.monotonic() < deadline, colour
+            time.sleep(0.1)
+
+    def await_game(self):
+        self.await_corner(b"\xff\xff\0")
+        # The compositor adds motions up; only where the mouse enters it asks for the place.
+        self.xdotool("mousemove", *SCREEN, "sleep", 0.2, "mousemove", 300, 300)
 
 
 class Folder:
@@ -72,7 +131,7 @@ class Game:
         self.window = WINDOW
         self.console, slave = pty.openpty()
         tty.setraw(slave)
-        environment = dict(os.environ, DISPLAY=display.name, **(environment or {}))
+        environment = dict(os.environ, **display.environment, **(environment or {}))
         self.process = subprocess.Popen([program, *map(str, size)], cwd=folder.path, env=environment,
                                         stdin=slave, stdout=slave, stderr=subprocess.PIPE)
         os.close(slave)
@@ -106,6 +165,25 @@ class Game:
         longest = max(columns, rows)
         return tuple(int(side / 2 + (at - (cells + 1) / 2) * (side // longest))
                      for side, at, cells in zip(self.window, cell, (columns, rows)))
+
+    def looks(self):
+        """How the cells look, row by row: '#' covered, 'F' flagged, '.' empty, '1' to '3', else '?'."""
+        size = [side // max(self.size[:2]) for side in self.window]
+        cells = [self.point((x + 1, y + 1)) for y in range(self.size[1]) for x in range(self.size[0])]
+        shares = [(-0.36, -0.3)] + [(x / 20, y / 20) for x in range(-4, 5) for y in range(-4, 5)]
+        seen = self.display.pixels([(int(cell[0] + x * size[0]), int(cell[1] + y * size[1]))
+                                    for cell in cells for x, y in shares])
+
+        def look(ground, *middle):
+            marks = [name for name, is_it in (("3", lambda r, g, b: r > 150 and r > 2 * max(g, b)),
+                                              ("1", lambda r, g, b: b > 180 and b > 2 * max(r, g)),
+                                              ("2", lambda r, g, b: g > 90 and g > 1.3 * max(r, b)))
+                     if any(is_it(*pixel) for pixel in middle)]
+            if min(ground) > 200:
+                return "".join(marks) or "."
+            return "?" if ground[2] < 1.5 * ground[1] else "F" if marks == ["3"] else "#"
+
+        return [look(*seen[i:i + len(shares)]) for i in range(0, len(seen), len(shares))]
 
     def press(self, point, button):
         x, y = point

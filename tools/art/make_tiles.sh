@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the tiles under datas/ and the launcher's icon anew from the drawings in tools/art/svg. Needs
+# Makes the tiles under datas/ and the launcher's icons anew from the drawings in tools/art/svg. Needs
 # what the game needs to build, rsvg-convert (librsvg2-bin) and convert (imagemagick), and takes
 # about three minutes.
 set -euo pipefail
@@ -18,4 +18,7 @@ for name in Base Mine Empty Question Flag One Two Three Four Five Six Seven Eigh
     pairs+=("$work/$name.rgb" "datas/$name.ham8")
 done
 "$build/tools/art/tiles" "${pairs[@]}"
-rsvg-convert tools/art/svg/icon.svg -o tools/art/tessaruvinel.png
+for size in 16 32 48 64 128 256; do
+    rsvg-convert -w $size -h $size tools/art/svg/icon.svg -o tools/art/icons/$size.png
+done
+python3 tools/art/whole_svg.py tools/art/svg/icon.svg >tools/art/icons/scalable.svg

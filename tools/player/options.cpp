@@ -97,6 +97,13 @@ static void AddOptions(CLI::App &app, OPTIONS &options, WORDS &words)
     app.add_option("--device", options.Device, "Sound device, by number or part of its name")
         ->type_name("DEVICE");
     app.add_flag("--devices", options.Devices, "List the sound devices");
+    app.add_option("--interpolation", options.Interpolation,
+                   "Of modules: nearest, linear, cubic or sinc")
+        ->check(CLI::IsMember({"nearest", "linear", "cubic", "sinc"}));
+    app.add_option("--stereo", options.Separation,
+                   "How far apart the sides of modules are, 0 to 100 percent")
+        ->type_name("N")
+        ->check(CLI::Range(0, 100));
     app.add_flag("--view", options.View, "Show a module's row and channels");
     app.add_option("--raw", words.Raw, "What files of unknown format are taken for")
         ->type_name("BITS,CHANNELS,HZ");

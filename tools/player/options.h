@@ -12,11 +12,13 @@ struct OPTIONS {
     bool Info = false, JSON = false, Convert = false, Framework = false, Recursive = false;
     bool Shuffle = false, View = false, Devices = false;
     uint32_t Passes = 1;
-    uint32_t Seed = 0;   // of the shuffling; 0: another each time
-    int Volume = 100;    // percent
-    uint32_t Hz = 0;     // of what is heard or written; 0: the sound's own
-    std::string Bits;    // of what is written; empty: the sound's own
-    std::string Device;  // a part of its name, or its number; empty: the usual one
+    uint32_t Seed = 0;                   // of the shuffling; 0: another each time
+    int Volume = 100;                    // percent
+    uint32_t Hz = 0;                     // of what is heard or written; 0: the sound's own
+    std::string Bits;                    // of what is written; empty: the sound's own
+    std::string Interpolation = "sinc";  // of tracker modules
+    int Separation = 50;                 // of their sides, percent
+    std::string Device;                  // a part of its name, or its number; empty: the usual one
     PLAYER_SETTINGS Settings = {};
 };
 

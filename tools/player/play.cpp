@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "audio/audio.h"
+#include "audio/mod.h"
 #include "tools/common/text.h"
 #include "tools/player/output.h"
 #include "tools/player/terminal.h"
@@ -37,6 +38,7 @@ static std::atomic<bool> hushed, repeated, muted;
 static std::atomic<int> volume = 100;  // percent
 static std::atomic<double> position, heardAt;
 static std::atomic<uint32_t> calls, silentCalls;
+static bool viewed;                // what a module's channels play
 static std::atomic<double> level;  // of what was taken last, 0 to 1
 
 void Play_Report(const std::string &file, const std::string &reason)
@@ -108,23 +110,51 @@ static bool HasEnded()
     return silentCalls >= CallsPerSecond || (silentCalls != 0 && Unheard() == 0);
 }
 
-static std::string Loudness()
+// What a module's channels play at a time, in lines.
+static std::vector<std::string> View(double now)
 {
-    if (muted)
-        return "muted: ";
-    return volume == 100 ? "" : std::to_string(volume) + "%: ";
+    const AudioTrack &track = *nowPlaying->Track;
+    if (!viewed || track.Type != AUDIO_MOD)
+        return {};
+    const MOD_HEADER &header = *static_cast<const MOD_HEADER *>(track.Record.get());
+    const auto view = MOD_GetView(header, static_cast<uint64_t>(now * nowPlaying->Hz));
+    if (!view)
+        return {};
+    std::array<char, 100> text;
+    std::snprintf(text.data(), text.size(), "row %02d of pattern %d, %d/%d, speed %d at %d",
+                  view->Row, view->Pattern, view->Position + 1, header.SongLength, view->Speed,
+                  view->Tempo);
+    std::vector<std::string> lines = {Player_Cut(text.data(), Terminal_Columns() - 1)};
+    const std::span levels = std::span(view->Levels).first(header.SongChannels);
+    for (std::string &line : Screen_Channels(levels, Terminal_Columns(), Terminal_HasColours()))
+        lines.push_back(std::move(line));
+    return lines;
 }
 
 static void Show(const std::string &state, double now, const std::string &place)
 {
     const PLAYER_SOUND &sound = *nowPlaying;
     SCREEN screen;
-    screen.Title = state + Loudness() + (repeated ? "repeated: " : "") +
-                   (sound.Title.empty() ? sound.Name : sound.Title);
+    const std::string loudness = std::to_string(volume) + "%";
+    const struct {
+        bool Is;
+        std::string State, Brief;
+    } states[] = {{!state.empty(), state, state.substr(0, 1)},
+                  {muted, "muted: ", "m"},
+                  {!muted && volume != 100, loudness + ": ", loudness},
+                  {repeated, "repeated: ", "r"}};
+    for (const auto &row : states) {
+        screen.State += row.Is ? row.State : "";
+        screen.Brief += row.Is ? row.Brief : "";
+    }
+    if (!screen.Brief.empty())
+        screen.Brief += ": ";
+    screen.Title = sound.Title.empty() ? sound.Name : sound.Title;
     screen.Place = place;
     screen.Now = now;
     screen.Total = Player_Seconds(sound, sound.Bytes);
     screen.Level = state.empty() ? level.load() : 0;
+    screen.View = View(now);
     Terminal_Show(screen);
 }
 
@@ -181,6 +211,8 @@ static void Obey(PLAYER_KEY key)
         muted = !muted;
     else if (key == KEY_LOOP)
         repeated = !repeated;
+    else if (key == KEY_VIEW)
+        viewed = !viewed;
     else if (key == KEY_HELP && Terminal_IsShown()) {
         Terminal_Clear();
         std::puts(Options_Keys);
@@ -208,15 +240,19 @@ static bool ChooseDevice(const std::string &wanted)
     return wanted.empty() || Audio_OnlyDevice >= 0;
 }
 
-// What sound servers show of the stream: what plays, not that something does.
+// What sound servers show of the stream: what plays, not only that something does. ALSA's plug-ins
+// read it from the environment: PipeWire's names the stream so, PulseAudio's the client.
 static void NameStream(const PLAYER_SOUND &sound)
 {
     const std::string &title = sound.Title.empty() ? sound.Name : sound.Title;
-    setenv("PULSE_PROP_application.name", "tessplay", 1);
-    setenv("PULSE_PROP_media.name", title.c_str(), 1);
-    const std::string quoted = Text_JSON(title);
-    setenv("PIPEWIRE_PROPS",
-           ("{ application.name = \"tessplay\" media.name = " + quoted + " }").c_str(), 1);
+    const std::string name = Text_JSON(title);
+    setenv("PULSE_PROP_media.title", title.c_str(), 1);
+    setenv("PULSE_PROP_media.role", "music", 1);
+    setenv("PIPEWIRE_ALSA",
+           ("{ application.name = tessplay, media.role = Music, media.name = " + name +
+            ", node.description = " + name + " }")
+               .c_str(),
+           1);
 }
 
 // Has the engine open a stream of this format, and start it. Returns its error, 0: none.
@@ -244,6 +280,7 @@ static int32_t StartStream(const PLAYER_SOUND &sound, const OPTIONS &options)
     const uint32_t hz = options.Hz != 0 ? options.Hz : own.Hz;
     int32_t first = 0;
     nowPlaying = &sound;
+    position = Player_Seconds(sound, sound.From);
     NameStream(sound);
     for (const uint32_t channels : {own.Channels, 2u, 1u})
         for (const uint32_t rate : {hz, 48000u, 44100u})
@@ -257,26 +294,36 @@ static int32_t StartStream(const PLAYER_SOUND &sound, const OPTIONS &options)
     return first;
 }
 
+// Until when a lost device is tried again; one that is lost again at once is not another one.
+static CLOCK::time_point AttemptsEnd()
+{
+    static CLOCK::time_point end;
+    const auto now = CLOCK::now();
+    if (now > end + MaxStall)
+        end = now + MaxAttempts;
+    return end;
+}
+
 // Opens the devices anew and the stream on one of them, until that succeeds, a key or a signal says
 // otherwise or the time is over. It goes on at `now`. Returns whether it does; `key` is the one
-// that ended it.
+// that ended it, if one did.
 static bool Recover(double now, const OPTIONS &options, const std::string &place, PLAYER_KEY &key)
 {
-    const auto until = CLOCK::now() + MaxAttempts;
+    const auto end = AttemptsEnd();
     const SAMPLES_FORMAT to = output.To;
     Audio_CloseStream(*nowPlaying->Track);
-    while (CLOCK::now() < until && Terminal_Signal() == 0) {
+    while (CLOCK::now() < end && Terminal_Signal() == 0) {
+        Audio_CloseDevices();
+        Audio_Init(static_cast<uint8_t>(to.Channels));
+        if (ChooseDevice(options.Device)) {
+            Output_Seek(output, now);
+            if (OpenStream(to) == 0)
+                return true;
+        }
         Show("device lost, trying again: ", now, place);
         key = Terminal_Key(5 * WaitMilliseconds);
         if (key == KEY_QUIT || key == KEY_NEXT || key == KEY_PREVIOUS)
             return false;
-        Audio_CloseDevices();
-        Audio_Init(static_cast<uint8_t>(to.Channels));
-        if (!ChooseDevice(options.Device))
-            continue;
-        Output_Seek(output, now);
-        if (OpenStream(to) == 0)
-            return true;
     }
     key = Terminal_Signal() != 0 ? KEY_QUIT : KEY_NONE;
     return false;
@@ -411,6 +458,7 @@ int Play_Files(const OPTIONS &options)
     }
     const PLAYER_TERMINAL terminal(KeysFrom(files));
     volume = options.Volume;
+    viewed = options.View;
     Audio_Init(2);
     if (!ChooseDevice(options.Device)) {
         std::fprintf(stderr, "tessplay: no sound device \"%s\" (--devices lists them)\n",

@@ -2,6 +2,8 @@
 #include <csignal>
 #include <cstdio>
 
+#include "audio/mod.h"
+#include "audio/mod_mixer.h"
 #include "tools/player/convert.h"
 #include "tools/player/info.h"
 #include "tools/player/list.h"
@@ -59,8 +61,20 @@ static int Convert(const OPTIONS &options)
     return reason.empty() ? 0 : Options_Failure;
 }
 
+// How modules that are opened from now on are rendered.
+static void SetModules(const OPTIONS &options)
+{
+    const std::pair<const char *, MOD_INTERPOLATION> kinds[] = {
+        {"nearest", MOD_NEAREST}, {"linear", MOD_LINEAR}, {"cubic", MOD_CUBIC}, {"sinc", MOD_SINC}};
+    for (const auto &[name, kind] : kinds)
+        if (options.Interpolation == name)
+            MOD_Interpolation = kind;
+    MOD_Separation = static_cast<uint8_t>(options.Separation);
+}
+
 static int Run(OPTIONS &options)
 {
+    SetModules(options);
     Audio_Rules = options.Framework ? AUDIO_RULES_FRAMEWORK : AUDIO_RULES_FORMAT;
     if (options.Devices)
         return Play_ListDevices();

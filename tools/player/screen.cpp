@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 #include "tools/player/text.h"
 
-constexpr size_t Screen_MinBar = 3, Screen_MaxBar = 60, Screen_MinMeter = 4, Screen_MaxMeter = 20;
+constexpr size_t Screen_MinBar = 3, Screen_MaxBar = 60, Screen_MinMeter = 3, Screen_MaxMeter = 20;
+constexpr size_t Screen_Narrow = 40;    // columns, below which words are short
 constexpr double Screen_Decibels = 48;  // below full scale the meter begins
 
 static std::string Fill(size_t width, size_t filled, char with, char rest)
@@ -55,13 +57,41 @@ static std::string TimeLine(const SCREEN &screen, size_t room, bool colours)
 
 static std::string TitleLine(const SCREEN &screen, size_t room)
 {
-    std::string place = screen.Place;
-    if (!place.empty())
-        place.insert(0, 1, ' ');
-    const std::string whole = Player_Cut(screen.Title + place, room);
-    if (whole == screen.Title + place || place.size() + 8 > room)
-        return whole;
-    return Player_Cut(screen.Title, room - place.size()) + place;
+    constexpr size_t minTitle = 12;
+    const std::string title = (room < Screen_Narrow ? screen.Brief : screen.State) + screen.Title;
+    const size_t place = screen.Place.empty() ? 0 : screen.Place.size() + 1;
+    if (place == 0 || place + minTitle > room)
+        return Player_Cut(title, room);
+    std::string line = Player_Cut(title, room - place);
+    return line.append(1, ' ').append(screen.Place);
+}
+
+std::vector<std::string> Screen_Channels(std::span<const uint8_t> levels, size_t columns,
+                                         bool colours)
+{
+    constexpr size_t maxLines = 8, number = 3, minNumbered = 7;
+    const size_t room = std::max<size_t>(columns, 2) - 1, count = levels.size();
+    const size_t inLine = std::max((count + maxLines - 1) / maxLines, std::min(count, room / 16));
+    const size_t width = inLine != 0 ? room / inLine : 0;  // of a channel, with a blank after it
+    if (width == 0)
+        return {};
+    const bool numbered = width >= minNumbered;
+    const size_t meter = std::max<size_t>(width - (numbered ? number : 0), 2) - 1;
+    std::vector<std::string> lines;
+    for (size_t i = 0; i < count; i++) {
+        if (i % inLine == 0)
+            lines.emplace_back();
+        std::string &line = lines.back();
+        char text[8];
+        std::snprintf(text, sizeof text, "%2zu ", (i + 1) % 100);
+        line += numbered ? text : "";
+        const size_t filled = (std::min<size_t>(levels[i], 64) * meter + 63) / 64;
+        line += colours ? "\x1B[36m" : "";
+        line += Fill(meter, filled, '|', '.');
+        line += colours ? "\x1B[0m" : "";
+        line += width > 1 && i % inLine + 1 != inLine ? " " : "";
+    }
+    return lines;
 }
 
 std::vector<std::string> Screen_Lines(const SCREEN &screen, size_t columns, size_t rows,

@@ -199,26 +199,21 @@ std::string Player_WhySilent(const PLAYER_SOUND &sound)
     if (!sound.Plays)
         return sound.Format + " with " + sound.Codec + " is not decoded";
     const bool bits = sound.Bits == 8 || sound.Bits == 16 || sound.Bits == 24 || sound.Bits == 32;
-    if (!bits || sound.Channels == 0 || sound.Channels > UINT8_MAX || sound.Hz == 0)
+    if (sound.Channels == 0 || sound.Hz == 0)
+        return "there is no sound in it";
+    if (!bits || sound.Channels > UINT8_MAX)
         return sound.Format + " of " + std::to_string(sound.Channels) + " channels of " +
                std::to_string(sound.Bits) + " bits at " + std::to_string(sound.Hz) +
                " Hz is not decoded";
-    return sound.Bytes == 0 ? "there is no sound in it" : "";
+    if (sound.Bytes == 0)
+        return "there is no sound in it";
+    return sound.From >= sound.Bytes ? "it ends before the time to start" : "";
 }
 
-// Decodes and drops what lies before.
 static void SeekTo(const PLAYER_SOUND &sound, uint64_t target)
 {
-    AudioTrack &track = *sound.Track;
-    if (target < track.Taken || track.Restarted != track.Restarts) {
-        Audio_ReStart();
-        Audio_Take(&track, nullptr, 0);  // which begins the pass
-    }
-    const uint32_t frame = Player_FrameBytes(sound);
-    std::vector<uint8_t> dropped(Audio_Capacity / frame * frame);
-    while (track.Taken < target && !track.Ended)
-        Audio_Take(&track, dropped.data(),
-                   std::min<uint64_t>(dropped.size(), target - track.Taken));
+    Audio_SetLoop(1);  // which an end has cleared
+    Audio_Seek(sound.Track.get(), target / Player_FrameBytes(sound));
 }
 
 void Player_Start(const PLAYER_SOUND &sound)

@@ -67,8 +67,7 @@ size_t Player_Take(const PLAYER_SOUND &sound, uint32_t &passes, std::span<uint8_
 /// Whether the last pass has been taken.
 bool Player_HasEnded(const PLAYER_SOUND &sound);
 
-/// Moves to `seconds` of the sound, or to its end, exactly: decodes what lies before and drops it,
-/// from the start on when that comes earlier than where it is. Not while a stream takes of it.
+/// Moves to `seconds` of the sound, or to its end, exactly. Not while a stream takes of it.
 void Player_Seek(const PLAYER_SOUND &sound, double seconds);
 
 inline uint32_t Player_FrameBytes(const PLAYER_SOUND &sound)

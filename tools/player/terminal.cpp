@@ -92,16 +92,16 @@ static PLAYER_KEY KeyOf(std::string_view bytes)
 {
     // A cursor key is ESC [ and its letter, or ESC O in application mode.
     const std::pair<std::string_view, PLAYER_KEY> keys[] = {
-        {"q", KEY_QUIT},         {"Q", KEY_QUIT},      {" ", KEY_PAUSE},
-        {">", KEY_NEXT},         {"n", KEY_NEXT},      {"<", KEY_PREVIOUS},
-        {"p", KEY_PREVIOUS},     {"-", KEY_QUIETER},   {"+", KEY_LOUDER},
-        {"=", KEY_LOUDER},       {"/", KEY_QUIETER},   {"*", KEY_LOUDER},
-        {"m", KEY_MUTE},         {"l", KEY_LOOP},      {"?", KEY_HELP},
-        {"\x1B[D", KEY_LEFT},    {"\x1BOD", KEY_LEFT}, {"\x1B[C", KEY_RIGHT},
-        {"\x1BOC", KEY_RIGHT},   {"\x1B[B", KEY_DOWN}, {"\x1BOB", KEY_DOWN},
-        {"\x1B[A", KEY_UP},      {"\x1BOA", KEY_UP},   {"\x1B[6~", KEY_PAGEDOWN},
-        {"\x1B[5~", KEY_PAGEUP}, {"\x1B[H", KEY_HOME}, {"\x1BOH", KEY_HOME},
-        {"\x1B[1~", KEY_HOME},
+        {"q", KEY_QUIT},           {"Q", KEY_QUIT},         {" ", KEY_PAUSE},
+        {">", KEY_NEXT},           {"n", KEY_NEXT},         {"<", KEY_PREVIOUS},
+        {"p", KEY_PREVIOUS},       {"-", KEY_QUIETER},      {"+", KEY_LOUDER},
+        {"=", KEY_LOUDER},         {"/", KEY_QUIETER},      {"*", KEY_LOUDER},
+        {"m", KEY_MUTE},           {"l", KEY_LOOP},         {"v", KEY_VIEW},
+        {"?", KEY_HELP},           {"\x1B[D", KEY_LEFT},    {"\x1BOD", KEY_LEFT},
+        {"\x1B[C", KEY_RIGHT},     {"\x1BOC", KEY_RIGHT},   {"\x1B[B", KEY_DOWN},
+        {"\x1BOB", KEY_DOWN},      {"\x1B[A", KEY_UP},      {"\x1BOA", KEY_UP},
+        {"\x1B[6~", KEY_PAGEDOWN}, {"\x1B[5~", KEY_PAGEUP}, {"\x1B[H", KEY_HOME},
+        {"\x1BOH", KEY_HOME},      {"\x1B[1~", KEY_HOME},
     };
     if (bytes.size() == 1 && bytes[0] >= '0' && bytes[0] <= '9')
         return static_cast<PLAYER_KEY>(KEY_TENTH + (bytes[0] - '0'));
@@ -184,12 +184,6 @@ static bool IsCapable()
     return kind && *kind != 0 && std::string_view(kind) != "dumb";
 }
 
-static bool HasColours()
-{
-    const char *unwanted = std::getenv("NO_COLOR");
-    return !unwanted || *unwanted == 0;
-}
-
 static winsize Size()
 {
     winsize size = {};
@@ -220,7 +214,7 @@ void Terminal_Show(const SCREEN &screen)
     }
     const winsize size = Size();
     const std::vector<std::string> lines =
-        Screen_Lines(screen, size.ws_col, size.ws_row, HasColours());
+        Screen_Lines(screen, size.ws_col, size.ws_row, Terminal_HasColours());
     std::string text;
     for (const std::string &line : lines)
         text += (text.empty() ? "" : "\n\r") + line + "\x1B[K";
@@ -252,4 +246,10 @@ bool Terminal_IsShown()
 size_t Terminal_Columns()
 {
     return Size().ws_col;
+}
+
+bool Terminal_HasColours()
+{
+    const char *unwanted = std::getenv("NO_COLOR");
+    return !unwanted || *unwanted == 0;
 }

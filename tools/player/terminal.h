@@ -23,6 +23,7 @@ enum PLAYER_KEY {
     KEY_LOUDER,
     KEY_MUTE,
     KEY_LOOP,
+    KEY_VIEW,
     KEY_HELP,
     KEY_TENTH,  // the digit 0, then the other nine
     KEY_LASTTENTH = KEY_TENTH + 9
@@ -56,6 +57,8 @@ void Terminal_Stop();
 void Terminal_Show(const SCREEN &screen);
 void Terminal_Clear();
 
-/// Whether standard output is a terminal with a cursor that moves, and its columns.
+/// Whether standard output is a terminal with a cursor that moves; its columns; and whether colours
+/// are wanted there (NO_COLOR).
 bool Terminal_IsShown();
 size_t Terminal_Columns();
+bool Terminal_HasColours();

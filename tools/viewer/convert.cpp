@@ -4,11 +4,13 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <set>
 
 #include <unistd.h>
 
+#include "picture/ham68.h"
 #include "tools/common/text.h"
 #include "tools/common/write.h"
 #include "tools/viewer/encode.h"
@@ -17,15 +19,14 @@
 
 const char *const Convert_Endings = ".bmp, .ham6, .ham8, .pam, .png";
 
-static std::string EncodeHAM(const VIEWER_PIXELS &pixels, const std::string &path, uint8_t mode)
+// `pixels` without gaps between its rows.
+static std::string EncodeHAM(const VIEWER_PIXELS &pixels, const std::string &path, int planes,
+                             bool compress)
 {
-    VIEWER_IMAGE image = Viewer_Copy(pixels);
-    Picture picture{};
-    picture.Width = picture.BufferWidth = static_cast<uint16_t>(image.Width);
-    picture.Height = picture.BufferHeight = static_cast<uint16_t>(image.Height);
-    picture.Pixels = image.Pixels.data();
     errno = 0;
-    if (Picture_Converter(mode, path.c_str(), picture) == 0)
+    if (HAM68_Encoding(pixels.Pixels, static_cast<uint16_t>(pixels.Width),
+                       static_cast<uint16_t>(pixels.Height), path.c_str(),
+                       static_cast<uint16_t>(compress ? planes << 8 : planes)) == 0)
         return "";
     return Write_Reason(errno != 0 ? errno : EIO);
 }
@@ -43,8 +44,8 @@ static std::string WriteOne(const VIEWER_PIXELS &pixels, const std::string &out,
     if (kept == 0)
         return "the picture is less than 8 pixels wide, too narrow for .ham6 and .ham8";
     const std::string reason = Write_File(out, [&](const REPLACE &file) {
-        return ham6                         ? EncodeHAM(pixels, file.Beside, compress ? 3 : 1)
-               : ham8                       ? EncodeHAM(pixels, file.Beside, compress ? 4 : 2)
+        return ham6                         ? EncodeHAM(pixels, file.Beside, 6, compress)
+               : ham8                       ? EncodeHAM(pixels, file.Beside, 8, compress)
                : Text_EndsWith(out, ".png") ? Encode_PNG(pixels, file.File)
                : Text_EndsWith(out, ".bmp") ? Encode_BMP(pixels, file.File)
                                             : Encode_PAM(pixels, file.File);
@@ -53,6 +54,17 @@ static std::string WriteOne(const VIEWER_PIXELS &pixels, const std::string &out,
         Report(out, "it has the first " + std::to_string(kept) + " of " +
                         std::to_string(pixels.Width) + " columns, a multiple of 8");
     return reason;
+}
+
+// Closes the gaps between the rows of a picture that is only written from now on.
+static VIEWER_PIXELS WithoutGaps(const VIEWER_FILE &file)
+{
+    VIEWER_PIXELS pixels = Viewer_Pixels(file);
+    for (size_t y = 1; y < pixels.Height; y++)
+        std::memmove(file.Record->Pixels + y * pixels.Width * 4,
+                     pixels.Pixels + y * pixels.Stride * 4, size_t{pixels.Width} * 4);
+    pixels.Stride = pixels.Width;
+    return pixels;
 }
 
 // Writes one frame of a file.
@@ -67,8 +79,10 @@ static bool WriteFrame(const VIEWER_FILE &file, uint32_t n, const std::string &o
         return Report(file.Path, Picture_Reason());
     VIEWER_IMAGE upright;
     if (options.Upright && file.Orientation != 1) {
-        upright = Viewer_Upright(Viewer_Copy(pixels), file.Orientation);
+        upright = Viewer_Upright(pixels, file.Orientation);
         pixels = Viewer_Pixels(upright);
+    } else if (pixels.Stride != pixels.Width) {
+        pixels = WithoutGaps(file);
     }
     const std::string reason = WriteOne(pixels, out, options.Compress);
     return reason.empty() || Report(out, reason);

@@ -122,7 +122,7 @@ static std::string Degrees(float degrees, char reference)
 {
     return std::string_view("NSEW").find(reference) == std::string_view::npos
                ? ""
-               : Printed("%.6f %c", static_cast<double>(degrees), reference);
+               : Printed("%.5f %c", static_cast<double>(degrees), reference);
 }
 
 std::vector<VIEWER_FACT> Exif_Camera(const BYTES_OPEN &from)

@@ -111,11 +111,13 @@ static void ReadFrame(OPTIONS &options)
     options.Writing.Frame = options.Window.Frame = number;
 }
 
-static void CheckConversion(const OPTIONS &options)
+static void CheckConversion(OPTIONS &options)
 {
     const std::vector<std::string> &files = options.Files;
     if (files.size() < 2)
         throw CLI::ValidationError("--convert", "wants at least two files, IN and OUT");
+    if (options.Writing.Format.starts_with('.'))
+        options.Writing.Format.erase(0, 1);
     const bool folder = std::filesystem::is_directory(files.back());
     if (files.size() > 2 && !folder)
         throw CLI::ValidationError("--convert", "writes several files only into a folder");

@@ -21,7 +21,12 @@ void Progress(size_t n, size_t count, const std::string &name)
     if (!isatty(STDERR_FILENO))
         return;
     ProgressEnd();
-    std::fprintf(stderr, "%zu of %zu: %.60s", n, count, Text_Harmless(name).c_str());
+    const std::string harmless = Text_Harmless(name);
+    std::string_view rest = harmless;
+    for (int letters = 0; letters < 60 && !rest.empty(); letters++)
+        Text_Take(rest);
+    std::fprintf(stderr, "%zu of %zu: %.*s", n, count,
+                 static_cast<int>(harmless.size() - rest.size()), harmless.c_str());
     progressShown = true;
 }
 

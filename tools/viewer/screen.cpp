@@ -105,7 +105,7 @@ void Screen_Draw(uint32_t texture, const SCREEN_PLACE &place, SCREEN_GROUND grou
 
 void Screen_SetLabel(SCREEN_LABEL &label, std::span<const std::string> lines)
 {
-    std::string text = std::to_string(Screen_LetterScale());
+    std::string text = std::to_string(Screen_LetterScale()) + " " + std::to_string(Screen_Width());
     for (const std::string &line : lines)
         text += "\n" + line;
     if (label.Text == text)
@@ -114,8 +114,10 @@ void Screen_SetLabel(SCREEN_LABEL &label, std::span<const std::string> lines)
     const VIEWER_IMAGE image = Sheet_Lines(lines);
     label.Text = text;
     label.Texture = GLFEW_MakeTexture(image.Pixels.data(), image.Width, image.Height, 0, false);
-    label.Width = static_cast<float>(image.Width) * Screen_LetterScale();
-    label.Height = static_cast<float>(image.Height) * Screen_LetterScale();
+    const auto width = static_cast<float>(image.Width), height = static_cast<float>(image.Height);
+    const float most = std::max(std::floor(Screen_Width() / width), 1.0F);
+    label.Width = width * std::min(Screen_LetterScale(), most);
+    label.Height = height * std::min(Screen_LetterScale(), most);
 }
 
 void Screen_DrawLabel(const SCREEN_LABEL &label, float x, float y)

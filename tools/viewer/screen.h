@@ -42,7 +42,8 @@ float Screen_MouseY();
 void Screen_Draw(uint32_t texture, const SCREEN_PLACE &place, SCREEN_GROUND ground,
                  const SCREEN_PART &part = {});
 
-/// Sets a label's lines, which are in ISO/IEC 8859-2, and draws it.
+/// Sets a label's lines, which are in ISO/IEC 8859-2, and draws it. Lines too long for the window
+/// have smaller letters.
 void Screen_SetLabel(SCREEN_LABEL &label, std::span<const std::string> lines);
 void Screen_DrawLabel(const SCREEN_LABEL &label, float x, float y);
 void Screen_DropLabel(SCREEN_LABEL &label);

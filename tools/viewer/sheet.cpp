@@ -218,5 +218,8 @@ std::string Sheet_Caption(std::string_view name, const std::string &facts, size_
 {
     const size_t rest = facts.size() + 2, least = 12;
     const size_t most = std::max(room > rest ? room - rest : 0, least);
-    return (Sheet_Cut(Sheet_Latin2(name), most) + "  " + facts).substr(0, room);
+    std::string text = Sheet_Cut(Sheet_Latin2(name), most) + "  " + facts;
+    if (text.size() > room && room > 3)  // half a number would be a wrong one
+        text.replace(room - 3, std::string::npos, "...");
+    return text.substr(0, room);
 }

@@ -109,25 +109,64 @@ VIEWER_IMAGE Viewer_Halve(const VIEWER_PIXELS &pixels)
     return half;
 }
 
+VIEWER_IMAGE Viewer_Fit(const VIEWER_PIXELS &pixels, uint32_t side)
+{
+    const uint64_t longer = std::max(pixels.Width, pixels.Height);
+    if (longer <= side)
+        return Viewer_Copy(pixels);
+    const auto shorten = [&](uint64_t length) {
+        return static_cast<uint32_t>(std::max<uint64_t>((length * side + longer / 2) / longer, 1));
+    };
+    VIEWER_IMAGE image{shorten(pixels.Width), shorten(pixels.Height), {}};
+    image.Pixels.resize(size_t{image.Width} * image.Height * 4);
+    // Of a length from n x from to (n + 1) x from, where each pixel is `to` long.
+    const auto covered = [](uint64_t pixel, uint64_t n, uint64_t from, uint64_t to) {
+        return std::min((pixel + 1) * to, (n + 1) * from) - std::max(pixel * to, n * from);
+    };
+    uint8_t *out = image.Pixels.data();
+    for (uint64_t y = 0; y < image.Height; y++)
+        for (uint64_t x = 0; x < image.Width; x++, out += 4) {
+            std::array<uint64_t, 4> sums{};
+            uint64_t area = 0;
+            for (uint64_t v = y * pixels.Height / image.Height;
+                 v * image.Height < (y + 1) * pixels.Height; v++)
+                for (uint64_t u = x * pixels.Width / image.Width;
+                     u * image.Width < (x + 1) * pixels.Width; u++) {
+                    const uint64_t part = covered(u, x, pixels.Width, image.Width) *
+                                          covered(v, y, pixels.Height, image.Height);
+                    const uint8_t *pixel = pixels.Pixels + (v * pixels.Stride + u) * 4;
+                    area += part;
+                    sums[3] += part * pixel[3];
+                    for (size_t c = 0; c < 3; c++)
+                        sums[c] += part * pixel[3] * pixel[c];
+                }
+            for (size_t c = 0; c < 3; c++)
+                out[c] = static_cast<uint8_t>(sums[3] == 0 ? 0 : (sums[c] + sums[3] / 2) / sums[3]);
+            out[3] = static_cast<uint8_t>((sums[3] + area / 2) / area);
+        }
+    return image;
+}
+
 // Exif 2.3, 4.6.4 A: where row 0 and column 0 of the file's picture are to be seen.
-VIEWER_IMAGE Viewer_Upright(VIEWER_IMAGE image, int orientation)
+VIEWER_IMAGE Viewer_Upright(const VIEWER_PIXELS &pixels, int orientation)
 {
     if (orientation < 2 || orientation > 8)
-        return image;
+        return Viewer_Copy(pixels);
     const bool turned = orientation >= 5;
     const bool right = orientation == 2 || orientation == 3 || orientation == 7 || orientation == 8;
     const bool bottom =
         orientation == 3 || orientation == 4 || orientation == 6 || orientation == 7;
-    VIEWER_IMAGE upright = image;
+    VIEWER_IMAGE upright{pixels.Width, pixels.Height, {}};
     if (turned)
         std::swap(upright.Width, upright.Height);
+    upright.Pixels.resize(size_t{upright.Width} * upright.Height * 4);
     for (uint32_t y = 0; y < upright.Height; y++)
         for (uint32_t x = 0; x < upright.Width; x++) {
             uint32_t column = turned ? y : x, row = turned ? x : y;
-            column = right ? image.Width - 1 - column : column;
-            row = bottom ? image.Height - 1 - row : row;
+            column = right ? pixels.Width - 1 - column : column;
+            row = bottom ? pixels.Height - 1 - row : row;
             std::memcpy(upright.Pixels.data() + 4 * (size_t{y} * upright.Width + x),
-                        image.Pixels.data() + 4 * (size_t{row} * image.Width + column), 4);
+                        pixels.Pixels + 4 * (size_t{row} * pixels.Stride + column), 4);
         }
     return upright;
 }
@@ -242,19 +281,20 @@ static void Keep(VIEWER_FILE &file, const Picture &picture, const BYTES_OPEN &fr
 
 static void Prepare(VIEWER_FILE &file, VIEWER_DEPTH depth)
 {
-    const uint32_t enough = depth == VIEWER_SMALL ? Viewer_SmallSide : 256;
-    const VIEWER_PIXELS whole = Viewer_Pixels(file);
-    for (VIEWER_PIXELS last = whole; std::max(last.Width, last.Height) > enough;
-         last = Viewer_Pixels(file.Halves.back())) {
+    // A small copy is made of what is up to twice as large.
+    const uint32_t enough = depth == VIEWER_SMALL ? 2 * Viewer_SmallSide : 256;
+    VIEWER_PIXELS last = Viewer_Pixels(file);
+    while (std::max(last.Width, last.Height) > enough) {
         VIEWER_IMAGE half = Viewer_Halve(last);
         if (depth == VIEWER_SMALL)
             file.Halves.clear();
         file.Halves.push_back(std::move(half));
+        last = Viewer_Pixels(file.Halves.back());
     }
     if (depth != VIEWER_SMALL)
         return;
-    file.Thumbnail = Viewer_Upright(
-        file.Halves.empty() ? Viewer_Copy(whole) : std::move(file.Halves.back()), file.Orientation);
+    file.Thumbnail =
+        Viewer_Upright(Viewer_Pixels(Viewer_Fit(last, Viewer_SmallSide)), file.Orientation);
     file.Halves.clear();
     file.Record.reset();
     file.Sprites.clear();

@@ -44,7 +44,7 @@ struct VIEWER_FILE {
 };
 
 /// How much Viewer_Open prepares: the picture alone, its halves too, or, for a contact sheet, only
-/// the first of them that fits a square of Viewer_SmallSide, in Thumbnail and upright.
+/// a copy that fits a square of Viewer_SmallSide, in Thumbnail and upright.
 enum VIEWER_DEPTH : uint8_t { VIEWER_PLAIN, VIEWER_HALVED, VIEWER_SMALL };
 constexpr uint32_t Viewer_SmallSide = 160;
 
@@ -81,5 +81,9 @@ VIEWER_PIXELS Viewer_LoneFrame(const VIEWER_FILE &file, uint32_t n, GIF_CANVAS &
 /// Half the size, rounded up: means of 2 by 2 pixels, weighted by their alpha.
 VIEWER_IMAGE Viewer_Halve(const VIEWER_PIXELS &pixels);
 
-/// The image turned upright by an orientation.
-VIEWER_IMAGE Viewer_Upright(VIEWER_IMAGE image, int orientation);
+/// The largest picture of the same shape that fits a square: means of the areas that its pixels
+/// cover, weighted by their alpha. A picture that fits stays as it is.
+VIEWER_IMAGE Viewer_Fit(const VIEWER_PIXELS &pixels, uint32_t side);
+
+/// The picture turned upright by an orientation.
+VIEWER_IMAGE Viewer_Upright(const VIEWER_PIXELS &pixels, int orientation);

@@ -281,6 +281,11 @@ static void ShowFrame(uint32_t n)
     SetPicture({0, {pixels}});
 }
 
+static std::string NameOf(const std::string &path)
+{
+    return path == "-" ? "standard input" : path;
+}
+
 static void ShowFile(std::shared_ptr<const VIEWER_FILE> file)
 {
     const bool samePlace = view.File && view.File->Path == file->Path;  // another page of it
@@ -300,7 +305,8 @@ static void ShowFile(std::shared_ptr<const VIEWER_FILE> file)
     if (view.File->Ends.size() > 1)
         view.FrameEnd = Now() + FrameSeconds();
     view.SlideEnd = Now() + view.Options.Slideshow;
-    GLFEW_SetTitle(Text_Harmless(view.File->Path + " - " + Viewer_Facts(*view.File)).c_str());
+    GLFEW_SetTitle(
+        Text_Harmless(NameOf(view.File->Path) + " - " + Viewer_Facts(*view.File)).c_str());
     if (!view.File->Reason.empty() && view.Reported.insert(view.File->Path).second)
         Report(view.File->Path, view.File->Reason);
     view.MustAsk = true;
@@ -801,7 +807,7 @@ static std::string FactsNow()
 
 static void PaintCaption()
 {
-    const std::string &path = view.Files[view.At].Path;
+    const std::string path = NameOf(view.Files[view.At].Path);
     const std::string name = path.substr(path.rfind('/') + 1);
     const std::string text = Sheet_Caption(name, view.Waiting ? "loading ..." : FactsNow(),
                                            std::min(Screen_Columns(), 255u));
@@ -831,8 +837,8 @@ static void PaintHelp()
     for (const auto &[keys, what] : Window_Keys())
         lines.push_back(keys + std::string(28 - std::min<size_t>(keys.size(), 27), ' ') + what);
     Screen_SetLabel(view.Help, lines);
-    Screen_DrawLabel(view.Help, std::floor((Screen_Width() - view.Help.Width) / 2),
-                     std::floor((Screen_Height() - view.Help.Height) / 2));
+    Screen_DrawLabel(view.Help, std::max(std::floor((Screen_Width() - view.Help.Width) / 2), 0.0F),
+                     std::max(std::floor((Screen_Height() - view.Help.Height) / 2), 0.0F));
 }
 
 static void PaintPicture()

@@ -1,0 +1,104 @@
+// digest FOLDER: a line for each file and set of rules with a digest of its pixels or samples, the
+// same on every machine.
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "audio/audio_module.h"
+#include "picture/gif.h"
+#include "picture/picture.h"
+
+namespace
+{
+
+// FNV-1a of 64 bits.
+struct DIGEST {
+    uint64_t Value = 0xCBF29CE484222325;
+    void Add(std::span<const uint8_t> bytes)
+    {
+        for (const uint8_t byte : bytes)
+            Value = (Value ^ byte) * 0x100000001B3;
+    }
+};
+
+}  // namespace
+
+static void PrintPicture(const char *path, uint8_t rules)
+{
+    Picture_Rules = rules;
+    const Picture p = Picture_Load(path, 0, 0);
+    const std::string reason = Picture_Reason();
+    DIGEST digest;
+    if (p.Pixels)
+        digest.Add({p.Pixels, size_t{4} * p.BufferWidth * p.BufferHeight});
+    if (p.ThumbPixels)
+        digest.Add({p.ThumbPixels, size_t{4} * p.ThumbBufferWidth * p.ThumbBufferHeight});
+    if (p.Pixels && p.Format == PICTURE_GIF) {
+        const GIF_PICTURE &gif = GIF_PictureOf(p.Pixels);
+        GIF_CANVAS canvas;
+        for (size_t n = 0; n < gif.Frames.size() && GIF_Compose(gif, n, canvas); n++)
+            digest.Add(canvas.Screen);
+    }
+    std::printf(" %s %dx%d %d bits %016llx %s\n", Picture_FormatName(p.Format), p.Width, p.Height,
+                p.Bits, static_cast<unsigned long long>(digest.Value), reason.c_str());
+    Picture_UnLoad(p);
+}
+
+// Returns whether the file is a sound.
+static bool PrintSound(const char *path, uint8_t rules)
+{
+    constexpr size_t maxBytes = size_t{8} << 20;
+    Audio_Rules = rules;
+    const AUDIO_MODULE &module = Audio_Modules[Audio_Check(path)];
+    if (!module.Load)
+        return false;
+    module.SetSoundNumber(0);
+    module.Load(path);
+    if (module.GetSoundNumber() == 0) {
+        std::printf(" %s: %s\n", module.Name, Reason_Get());
+        return true;
+    }
+    const std::shared_ptr<void> record = module.Record(0);
+    if (module.SetOutput)
+        module.SetOutput(record.get(), 2, 44100, 16);
+    const AUDIO_FACTS facts = module.Facts(record.get());
+    uint32_t size;
+    const SOUND_STREAM file = module.SetOutput ? nullptr : Sound_OpenFile(path, &size);
+    if (file)
+        std::fseek(file.get(), static_cast<long>(facts.DataStart), SEEK_SET);
+    std::vector<uint8_t> buffer(65536 - 65536 % 12);
+    DIGEST digest;
+    size_t bytes = 0;
+    for (SOUND_FILLED filled; bytes < maxBytes; bytes += filled.Stored) {
+        filled = module.Fill(record.get(), {file.get(), buffer, true});
+        digest.Add(std::span(buffer).first(filled.Stored));
+        if (filled.Stored == 0 && !filled.Unfinished)
+            break;
+    }
+    std::printf(" %s %u Hz, %u channels, %u bits, %zu bytes %016llx %s\n", module.Name,
+                facts.SamplingRate, facts.Channels, facts.BitsPerSample, bytes,
+                static_cast<unsigned long long>(digest.Value), Reason_Get());
+    return true;
+}
+
+int main(int count, char **names)
+{
+    if (count != 2)
+        return 2;
+    namespace fs = std::filesystem;
+    std::vector<std::string> files;
+    for (const auto &entry : fs::recursive_directory_iterator(names[1]))
+        if (entry.is_regular_file())
+            files.push_back(fs::relative(entry.path(), names[1]).generic_string());
+    std::ranges::sort(files);
+    for (const std::string &file : files)
+        for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
+            std::printf("%s, rules %d:", file.c_str(), rules);
+            const std::string path = std::string(names[1]) + "/" + file;
+            if (!PrintSound(path.c_str(), rules))
+                PrintPicture(path.c_str(), rules);
+        }
+    return std::ferror(stdout) != 0;
+}
