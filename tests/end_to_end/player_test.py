@@ -328,7 +328,7 @@ class OnTerminal(Stage):
     def test_in_the_background(self):
         self.start("-i", program="/bin/sh")
         self.press(f"{PLAYER} --loop 0 stereo.wav\n".encode())
-        self.wait_for_line("stereo.wav")
+        self.wait_for_line("/ 0:00 [")
         self.press(b"\x1a")  # Ctrl-Z
         self.wait_for("silence", self.silent)
         self.press(b"bg\n")
