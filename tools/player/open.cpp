@@ -10,12 +10,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "audio/mp3.h"
 #include "tools/player/describe.h"
 #include "tools/player/terminal.h"
 #include "tools/player/text.h"
 
 // What tracker modules are rendered as.
-constexpr uint32_t ModuleBits = 16;
+constexpr uint8_t ModuleBits = 16;
+constexpr uint8_t DeepBits = 32;
 constexpr uint32_t ModuleChannels = 2;
 constexpr uint32_t ModuleHz = 44100;
 
@@ -131,8 +133,10 @@ static std::string OpenSound(const char *path, const PLAYER_SETTINGS &settings, 
     const uint32_t tag = Audio_Rules == AUDIO_RULES_FRAMEWORK ? TagBytes(path) : 0;
     const uint8_t type = tag != 0 ? uint8_t{AUDIO_MP3} : Audio_Check(path);
     const PLAYER_RAW &raw = settings.Raw;
+    const uint8_t bits = settings.Deep ? DeepBits : ModuleBits;
+    MP3_OutputBits = bits;
     if (type != AUDIO_RAW)
-        SetOutput(ModuleBits, ModuleChannels, settings.Hz != 0 ? settings.Hz : ModuleHz);
+        SetOutput(bits, ModuleChannels, settings.Hz != 0 ? settings.Hz : ModuleHz);
     else if (raw.Channels != 0)
         SetOutput(raw.Bits, raw.Channels, raw.Hz);
     else

@@ -17,6 +17,7 @@ struct PLAYER_RAW {
 struct PLAYER_SETTINGS {
     PLAYER_RAW Raw = {};
     uint32_t Hz = 0;     // that tracker modules are rendered at; 0: 44100
+    bool Deep = false;   // MPEG audio and modules give 32 bits, not 16
     double Start = 0;    // seconds into the sound where its passes begin
     double Length = -1;  // seconds that they last; below 0: to the sound's end
 };
