@@ -313,7 +313,6 @@ class Viewer(unittest.TestCase):
             ("key s", {middle: RED}), ("key End", {(512, 700): BLUE}), ("key Tab", {(512, 700): grey, (167, 91): RED}),
             ("mousemove 340 91 click 5 click 4 click 1", {middle: BLUE}), ("key Home", {middle: RED}),
             ("key f", {(1200, 384): grey}), ("key f", {(1200, 384): black}),
-            ("mousemove 300 300 sleep 0.2 click 1 sleep 0.2 click 1", {(1200, 384): grey}),
         ]
         with Display() as display:
             viewer = subprocess.Popen([VIEWER, self.folder.name], env=dict(os.environ, **self.environment, DISPLAY=display.name))
