@@ -1,6 +1,7 @@
 #include "picture/jpg_block.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "extra/lanes.h"
@@ -88,7 +89,8 @@ template <int Inputs>
             INTS row = __builtin_convertvector(v[i + k], INTS);
             row = row > least ? row : least;
             row = row > greatest ? greatest : row;
-            mixed |= row << static_cast<int>(8 * k);
+            const size_t byte = std::endian::native == std::endian::little ? k : 3 - k;
+            mixed |= row << static_cast<int>(8 * byte);
         }
         const BYTES bytes = reinterpret_cast<BYTES>(mixed);
         const BYTES sorted = __builtin_shufflevector(bytes, bytes, 0, 4, 8, 12, 1, 5, 9, 13, 2, 6,

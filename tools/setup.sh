@@ -4,6 +4,7 @@
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libglfw3-dev libglew-dev portaudio19-dev libcli11-dev zlib1g-dev libgl1-mesa-dri"
 DISPLAY_PACKAGES="xvfb"
 CHECK_PACKAGES="git clang clang-format libclang-rt-14-dev libgtest-dev libfaketime python3 xdotool x11-apps weston"
+PORTABLE_PACKAGES="qemu-user-static g++-aarch64-linux-gnu g++-i686-linux-gnu g++-s390x-linux-gnu g++-mingw-w64-x86-64-posix libgtest-dev"
 
 say() {
     printf '%s: %s\n' "$0" "$*" >&2
@@ -47,7 +48,7 @@ build() {
     local folder=${1%%:*} target=all
     [ "$1" = "$folder" ] || target=${1#*:}
     shift
-    cmake -G Ninja -S . -B "$folder" "$@" >&2 && cmake --build "$folder" --target "$target" >&2
+    cmake -G Ninja -S . -B "$folder" -DTESSARUVINEL_GAME=ON -DTESSARUVINEL_TOOLS=ON "$@" >&2 && cmake --build "$folder" --target "$target" >&2
 }
 
 # GLFW's library for Wayland into a folder, for the game's test there: Debian installs it only in place

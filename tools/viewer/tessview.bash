@@ -1,4 +1,4 @@
-# Completion for bash.
+# Completion for bash. The options are those that --help lists.
 _tessview() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
     case $before in
@@ -7,9 +7,8 @@ _tessview() {
     --frame) mapfile -t COMPREPLY < <(compgen -W "all" -- "$word") ;;
     *)
         if [[ $word == -* ]]; then
-            mapfile -t COMPREPLY < <(compgen -W "--info --json --convert --to --upright --compose \
-                --compress --frame --recursive --files --slideshow --grid --fullscreen --charset \
-                --framework --help --version" -- "$word")
+            mapfile -t COMPREPLY < <(compgen -W "$("$1" --help |
+                sed -n 's/^ *\(-.,\)\{0,1\}\(--[a-z-]*\).*/\2/p')" -- "$word")
         else
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$word")
