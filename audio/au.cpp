@@ -51,15 +51,17 @@ constexpr std::array<AU_ENCODING, 8> AU_Encodings = {{
     {27, SOUND_ALAW, 1},
 }};
 
+constexpr uint32_t AU_Magic = Sound_Id(".snd");
 constexpr uint32_t AU_Unknown = UINT32_MAX;  // size of a sound that was not complete yet
 
 // The format's rules for what the header has after its size.
-static void ReadFormatFields(AU_HEADER &record, uint32_t encoding, uint32_t channels, uint32_t size)
+static void ReadFormatFields(AU_HEADER &record, uint32_t encoding, uint32_t channels, uint32_t size,
+                             bool big)
 {
     const auto row = std::ranges::find(AU_Encodings, encoding, &AU_ENCODING::Number);
     if (row == AU_Encodings.end())
         return Reason_Set("encoding %u", encoding);
-    record.Frames = {row->Coding, row->Bytes, true, channels};
+    record.Frames = {row->Coding, row->Bytes, big, channels};
     Sound_PrepareFrames(record.Frames);
     record.Channels = Sound_ChannelsOf(record.Frames);
     record.BitsPerSample = Sound_BitsOf(record.Frames);
@@ -70,7 +72,10 @@ static void ReadFormatFields(AU_HEADER &record, uint32_t encoding, uint32_t chan
 
 static void ReadHeader(AU_HEADER &record)
 {
-    const auto at = [](uint64_t position) { return Sound_BigAt(AU_File, position, 4); };
+    const bool little =
+        record.Rules == AUDIO_RULES_FORMAT && Sound_BigAt(AU_File, 0, 4) != AU_Magic;
+    const auto get = little ? Sound_LittleAt : Sound_BigAt;
+    const auto at = [get](uint64_t position) { return get(AU_File, position, 4); };
     record.DataStart = at(4);
     record.Encoding = static_cast<uint16_t>(at(12));
     record.SamplingRate = at(16);
@@ -78,7 +83,7 @@ static void ReadHeader(AU_HEADER &record)
     record.BitsPerSample = BitsOf(record.Encoding);
     const uint32_t size = at(8);
     if (record.Rules == AUDIO_RULES_FORMAT)
-        ReadFormatFields(record, at(12), at(20), size);
+        ReadFormatFields(record, at(12), at(20), size, !little);
     else if (!IsDecoded(record.Encoding))
         Reason_Set("encoding %u", record.Encoding);
     if (size != AU_Unknown)

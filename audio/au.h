@@ -2,6 +2,7 @@
 //
 // The framework's rules and the format's (Audio_Rules) differ in:
 //   encodings  1 to 5 and 27; floating point (6 and 7), too
+//   order      big-endian; little-endian, too, where the file's first word says so
 //   channels   as they are; more than two mixed to two, up to 32
 //   end        of the file, and none for encodings 3 and 5; where the header says
 //   8 bits     as (128 - b) modulo 256; unsigned
@@ -10,11 +11,18 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 #include "audio/sound_file.h"
 #include "audio/sound_frames.h"
 
 #pragma GCC visibility push(default)
+
+/// Whether a file's first four bytes are those of a little-endian one.
+constexpr bool AU_IsLittle(std::string_view start)
+{
+    return start == "dns." || start == std::string_view("\0ds.", 4);
+}
 
 struct AU_HEADER {
     uint32_t FileSize;  // bytes

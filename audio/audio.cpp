@@ -89,6 +89,7 @@ static bool LoadHeader(AudioTrack &track, uint8_t type)
     track.Decoded = 1;
     track.Channels = static_cast<uint8_t>(facts.Channels);
     track.SamplingRate = static_cast<uint16_t>(facts.SamplingRate);
+    track.Rate = facts.SamplingRate;
     track.BitsPerSample = static_cast<uint8_t>(facts.BitsPerSample);
     track.DataStart = facts.DataStart;
     return true;
@@ -99,6 +100,7 @@ static void LoadRaw(AudioTrack &track)
     track.Type = AUDIO_RAW;
     track.Channels = Audio_Channel;
     track.SamplingRate = static_cast<uint16_t>(Audio_Hz);
+    track.Rate = Audio_Hz;
     track.BitsPerSample = Audio_BPS;
 }
 

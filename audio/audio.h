@@ -64,7 +64,8 @@ struct AudioTrack {
     uint8_t Decoded, DecodedToo;  // either: a format module decodes; neither: raw samples
     uint8_t Generated;            // synthesised: refills read no file
     uint8_t Channels;
-    uint16_t SamplingRate;  // Hz
+    uint16_t SamplingRate;  // Hz, its low 16 bits
+    uint32_t Rate;          // Hz, all of them
     uint8_t BitsPerSample;
     void *Stream;  // PortAudio's, of the track that was played first
 
@@ -145,8 +146,8 @@ void Audio_SetLoop(uint8_t loop);
 /// caller's until Audio_UnLoad; null only without memory. Without buffers, and with a reason, when
 /// the file cannot be read, nothing decodes its format, or the format module is full.
 AudioTrack *Audio_Load(const char *path);
-/// The same for a file, or what is open under its path, that is taken for an AUDIO_TYPE, whatever it
-/// looks like. Without buffers for any other number.
+/// The same for a file, or what is open under its path, that is taken for an AUDIO_TYPE, whatever
+/// it looks like. Without buffers for any other number.
 AudioTrack *Audio_LoadAs(const char *path, uint8_t type);
 /// The same for a sound in memory, which must stay until the track is unloaded.
 AudioTrack *Audio_LoadBytes(std::span<const uint8_t> file);

@@ -37,11 +37,17 @@ static size_t ExamineFrame(std::span<const uint8_t, 4> header)
     return f.Length;
 }
 
+static bool IsAU(const AUDIO_HEAD &head)
+{
+    const std::string_view start(reinterpret_cast<const char *>(head.data()), 4);
+    return start == ".snd" || (Audio_Rules == AUDIO_RULES_FORMAT && AU_IsLittle(start));
+}
+
 // Whether a file names itself as one of the kinds that the format's rules try only after MPEG
 // audio.
 static bool NamesItself(const AUDIO_HEAD &head)
 {
-    return MOD_IsModule(head) || Has(head, 0, "FORM") || Has(head, 0, ".snd") ||
+    return MOD_IsModule(head) || Has(head, 0, "FORM") || IsAU(head) ||
            Has(head, 0, "Creative Voice File");
 }
 
@@ -90,11 +96,6 @@ static bool IsWAV(const AUDIO_HEAD &head)
 static bool IsVOC(const AUDIO_HEAD &head)
 {
     return Has(head, 0, std::string_view("Creative Voice File\x1A\x1A\0", 22));
-}
-
-static bool IsAU(const AUDIO_HEAD &head)
-{
-    return Has(head, 0, ".snd");
 }
 
 static bool IsIFF(const AUDIO_HEAD &head)

@@ -5,7 +5,7 @@
 //   padding   odd chunks have none; they have, unless that leads to no sound
 //   end       of the file; of the body
 //   channels  always one; two where the channel chunk says so, one's bytes after the other's
-//   packing   ignored; Fibonacci and exponential delta are decoded
+//   packing   ignored; Fibonacci and exponential delta are decoded, a byte's low code first
 //   8 bits    as (128 - b) modulo 256; unsigned
 //   lengths   reported as IFF_Decoding says; what is stored
 #pragma once

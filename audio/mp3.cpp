@@ -9,6 +9,7 @@ constinit thread_local SOUND_TABLE<MP3_HEADER> MP3_Header{};
 constinit thread_local uint8_t MP3_SoundNumber = 0;
 constinit thread_local SOUND_FILE MP3_File{};
 constinit thread_local uint8_t MP3_Init = 0;
+constinit thread_local uint16_t MP3_OutputBits = 16;
 
 constexpr int MP3_MaxTagFrames = 4096;
 
@@ -286,7 +287,8 @@ static void ReadFile(MP3_HEADER &record)
     ReadID3v1(MP3_File, record.ID3v1);
     MP3_BuildTables();
     MP3_Init = 1;
-    record.BitsPerSample = 16;
+    const bool wide = record.Rules == AUDIO_RULES_FORMAT && MP3_OutputBits == 32;
+    record.BitsPerSample = wide ? 32 : 16;
 }
 
 void MP3_Load(const char *path)
@@ -313,7 +315,8 @@ static uint32_t DecodedSize(const MP3_HEADER &record)
     return (record.Version == 3 ? 36u : 18u) * 32 * 2 * record.Channels;
 }
 
-int32_t MP3_Decode(MP3_HEADER &record, int16_t *samples)
+template <typename Sample>
+static int32_t Decode(MP3_HEADER &record, Sample *samples)
 {
     constexpr uint8_t reserved = 1;
     if (record.FrameLength < 4)
@@ -340,21 +343,29 @@ int32_t MP3_Decode(MP3_HEADER &record, int16_t *samples)
     for (size_t c = 0; c < record.Channels; c++)
         MP3_Synthesis(layer3.Filter[c], static_cast<size_t>(blocks), samples + c, record.Channels,
                       byFormat);
-    return static_cast<int32_t>(DecodedSize(record));
+    return static_cast<int32_t>(DecodedSize(record) / 2 * sizeof(Sample));
+}
+
+int32_t MP3_Decode(MP3_HEADER &record, int16_t *samples)
+{
+    return Decode(record, samples);
 }
 
 // Writes samples with their low byte first.
-static void StoreSamples(const int16_t *samples, size_t bytes, uint8_t *out)
+template <typename Sample>
+static void StoreSamples(const Sample *samples, size_t bytes, uint8_t *out)
 {
+    constexpr size_t size = sizeof(Sample);
     if constexpr (std::endian::native == std::endian::little)
         std::memcpy(out, samples, bytes);
     else
         for (size_t i = 0; i < bytes; i++)
-            out[i] = static_cast<uint8_t>(samples[i / 2] >> i % 2 * 8);
+            out[i] = static_cast<uint8_t>(samples[i / size] >> i % size * 8);
 }
 
 // Gives a frame's samples the channels of the sound.
-static void SetChannels(std::span<int16_t, MP3_MaxSamples> samples, uint32_t count,
+template <typename Sample>
+static void SetChannels(std::array<Sample, MP3_MaxSamples> &samples, uint32_t count,
                         uint16_t channels, uint16_t wanted)
 {
     if (channels == 1 && wanted == 2)
@@ -362,30 +373,33 @@ static void SetChannels(std::span<int16_t, MP3_MaxSamples> samples, uint32_t cou
             samples[2 * i] = samples[2 * i + 1] = samples[i];
     if (channels == 2 && wanted == 1)
         for (size_t i = 0; i < count; i++)
-            samples[i] = static_cast<int16_t>((samples[2 * i] + samples[2 * i + 1]) / 2);
+            samples[i] = static_cast<Sample>((int64_t{samples[2 * i]} + samples[2 * i + 1]) / 2);
 }
 
 // The samples of the next frame, `count` of them in each channel, that belong to the sound: without
 // what encoder and decoder added before and after it.
-static std::span<const int16_t>
-TrimFrame(MP3_STREAM &frames, std::span<const int16_t, MP3_MaxSamples> samples, uint32_t count)
+template <typename Sample>
+static std::span<const Sample>
+TrimFrame(MP3_STREAM &frames, const std::array<Sample, MP3_MaxSamples> &samples, uint32_t count)
 {
     const uint64_t first = frames.Sample, end = first + count;
     const uint64_t last = frames.Samples != 0 ? frames.Skip + frames.Samples : UINT64_MAX;
     frames.Sample = end;
     const uint64_t from = std::clamp<uint64_t>(frames.Skip, first, end);
     const uint64_t to = std::clamp(last, from, std::max(from, end));
-    return std::span<const int16_t>(samples).subspan((from - first) * frames.Channels,
-                                                     (to - from) * frames.Channels);
+    return std::span<const Sample>(samples).subspan((from - first) * frames.Channels,
+                                                    (to - from) * frames.Channels);
 }
 
+template <typename Sample>
 static SOUND_FILLED FillByFormat(MP3_HEADER &record, const SOUND_REFILL &refill)
 {
     FILE *file = refill.File;
     MP3_STREAM &frames = record.Frames;
-    std::array<int16_t, MP3_MaxSamples> samples;
+    std::array<Sample, MP3_MaxSamples> samples;
+    const auto frame = static_cast<uint32_t>(sizeof(Sample)) * frames.Channels;
     std::span<uint8_t> room = refill.Buffer;
-    const uint32_t count = MP3_FrameSamples(frames.Header), size = 2 * count * frames.Channels;
+    const uint32_t count = MP3_FrameSamples(frames.Header), size = count * frame;
     if (frames.Header != 0 && static_cast<uint64_t>(ftello(file)) == frames.Start)
         MP3_StartOver(record);
     size_t passed = 0;  // since the last frame
@@ -398,11 +412,10 @@ static SOUND_FILLED FillByFormat(MP3_HEADER &record, const SOUND_REFILL &refill)
         if (found != SEARCH::Found)
             break;
         passed = 0;
-        MP3_Decode(record, samples.data());
+        Decode(record, samples.data());
         SetChannels(samples, count, record.Channels, frames.Channels);
         const auto kept = TrimFrame(frames, samples, count);
-        const size_t stored =
-            std::min(kept.size_bytes(), room.size() - room.size() % (2u * frames.Channels));
+        const size_t stored = std::min(kept.size_bytes(), room.size() - room.size() % frame);
         StoreSamples(kept.data(), stored, room.data());
         room = room.subspan(stored);
     }
@@ -444,8 +457,10 @@ static SOUND_FILLED FillByFramework(MP3_HEADER &record, const SOUND_REFILL &refi
 
 SOUND_FILLED MP3_Fill(MP3_HEADER &record, const SOUND_REFILL &refill)
 {
-    return record.Rules == AUDIO_RULES_FORMAT ? FillByFormat(record, refill)
-                                              : FillByFramework(record, refill);
+    if (record.Rules == AUDIO_RULES_FRAMEWORK)
+        return FillByFramework(record, refill);
+    return record.BitsPerSample == 32 ? FillByFormat<int32_t>(record, refill)
+                                      : FillByFormat<int16_t>(record, refill);
 }
 
 void MP3_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)

@@ -418,13 +418,30 @@ QuantiseAlone(const MP3_ACCUMULATORS &__restrict in,
         }
 }
 
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride, bool rounded)
+// With all bits that there are.
+EXTRA_LANES static void Join(const MP3_ACCUMULATORS &__restrict in,
+                             std::array<std::array<int32_t, MP3_Columns>, 32> &__restrict out)
+{
+    for (size_t j = 0; j < 32; j++)
+        for (size_t t = 0; t < MP3_Columns; t++) {
+            const int32_t high = std::clamp(in.High[j][t], -32768, 32767);
+            const int32_t beyond = high == in.High[j][t] ? 0 : high < 0 ? INT32_MIN : INT32_MAX;
+            const int32_t sample = high * 65536 + in.Low[j][t] * (65536 >> MP3_CarriedBits);
+            out[j][t] = beyond != 0 ? beyond : sample;
+        }
+}
+
+template <typename Sample>
+static void Synthesise(MP3_FILTER &filter, size_t blocks, Sample *samples, size_t stride,
+                       bool rounded)
 {
     Matrix(filter);
     MP3_ACCUMULATORS accumulators;
     Windowing(filter, accumulators);
-    alignas(64) std::array<std::array<int16_t, MP3_Columns>, 32> cut;
-    if (rounded)
+    alignas(64) std::array<std::array<Sample, MP3_Columns>, 32> cut;
+    if constexpr (sizeof(Sample) == 4)
+        Join(accumulators, cut);
+    else if (rounded)
         QuantiseAlone(accumulators, cut);
     else
         Quantise(accumulators, blocks, filter.Remainder, cut);
@@ -433,4 +450,14 @@ void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t s
             samples[(32 * t + j) * stride] = cut[j][t];
     for (auto &wave : filter.Waves)
         std::copy_n(wave.begin() + static_cast<ptrdiff_t>(blocks), MP3_History, wave.begin());
+}
+
+void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride, bool rounded)
+{
+    Synthesise(filter, blocks, samples, stride, rounded);
+}
+
+void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int32_t *samples, size_t stride, bool rounded)
+{
+    Synthesise(filter, blocks, samples, stride, rounded);
 }

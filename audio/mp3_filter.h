@@ -45,3 +45,7 @@ void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t s
                    bool rounded = false);
 
 #pragma GCC visibility pop
+
+/// The same with 32 bits a sample, of which the upper 30 are computed.
+void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int32_t *samples, size_t stride,
+                   bool rounded = true);

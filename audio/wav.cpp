@@ -125,6 +125,8 @@ static void ReadFormat(WAV_HEADER &record, uint64_t &position)
     record.BitsPerSample = word();
     if (record.FormatTag == WAV_TagExtensible && size >= 40) {
         record.FormatTag = static_cast<uint16_t>(At(subFormat, 4));
+        if (record.FormatTag == 0)  // some writers of RIFX have it in halves, the low one first
+            record.FormatTag = static_cast<uint16_t>(At(subFormat, 2));
         record.Frames.Speakers = At(mask, 4);
     }
     if (record.FormatTag == WAV_TagMicrosoft || record.FormatTag == WAV_TagIMA)
@@ -331,7 +333,9 @@ static std::pair<size_t, size_t> DecodeBlock(WAV_HEADER &record, FILE *file, uin
     const std::span<uint8_t> out = std::span(record.Block).subspan(record.BlockAlign);
     fseeko(file, static_cast<off_t>(start), SEEK_SET);
     const size_t wanted = std::min<uint64_t>(block.size(), record.DataEnd - start);
-    const size_t read = std::fread(block.data(), 1, wanted, file);
+    size_t read = std::fread(block.data(), 1, wanted, file);
+    if (record.FormatTag == WAV_TagIMA && read < block.size())
+        read -= read % 4;  // codes come in words, of which a cut block has whole ones
     const size_t written = record.FormatTag == WAV_TagMicrosoft
                                ? WAV_MS_ADPCM_Block(adpcm, block.first(read), out)
                                : WAV_IMA_ADPCM_Block(adpcm, block.first(read), out);

@@ -28,7 +28,6 @@ static void Load(const std::string &path, uint16_t mode)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Picture_MaxBytes = size_t{1} << 20;
     const std::string path = FuzzFile(data, size);
     Picture_Rules = PICTURE_RULES_FRAMEWORK;
     Load(path, 0);

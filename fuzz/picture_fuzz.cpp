@@ -4,7 +4,6 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Picture_MaxBytes = size_t{1} << 16;
     const std::string path = FuzzFile(data, size);
     const auto load = [&path](uint16_t rawPlanes) {
         Picture_UnLoad(Picture_Load(path.c_str(), 8, rawPlanes));

@@ -5,7 +5,6 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Picture_MaxBytes = size_t{1} << 20;
     SPR_Load(FuzzFile(data, size).c_str());
     uint8_t *pixels = SPR_Decoding();
     SPR_HEADER header;

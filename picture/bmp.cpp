@@ -95,11 +95,14 @@ static void ReadFormatHeader()
     }
     const uint32_t used = has(50) ? GetLittle(46, 4) : 0;
     const uint32_t all = h.BitsPerPixel <= 8 ? 1u << h.BitsPerPixel : 0;
-    const uint32_t entry = core ? 3 : 4;
-    const uint32_t fit =
-        h.DataOffset > h.PaletteOffset ? (h.DataOffset - h.PaletteOffset) / entry : 0;
-    h.PaletteCount =
-        static_cast<uint16_t>(std::min({used != 0 ? used : all, all, std::max(fit, used)}));
+    const uint32_t count = used != 0 ? std::min(used, all) : all;
+    // Some writers leave out where the pixels are.
+    if (h.DataOffset < h.PaletteOffset)
+        h.DataOffset = h.PaletteOffset + count * (core ? 3 : 4);
+    const uint32_t room = h.DataOffset - h.PaletteOffset;
+    const bool triples = core || (h.HeaderSize == BMP_OS2Header && room == count * 3);
+    h.PaletteEntry = triples ? 3 : 4;
+    h.PaletteCount = static_cast<uint16_t>(std::min(count, std::max(room / h.PaletteEntry, used)));
 }
 
 static void ReadHeader()
@@ -408,7 +411,7 @@ void BMP_Load(const char *path)
 // Entries that the file lacks stay black.
 static void ReadPalette()
 {
-    const size_t entry = ByFormat() && BMP_Header.HeaderSize < 16 ? 3 : 4;
+    const size_t entry = ByFormat() ? BMP_Header.PaletteEntry : 4;
     const size_t count =
         ByFormat() ? BMP_Header.PaletteCount : size_t{1} << BMP_Header.BitsPerPixel;
     if (ByFormat())

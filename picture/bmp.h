@@ -30,7 +30,8 @@ struct BMP_HEADER {
     // by the format's rules only
     uint8_t Rules;          // PICTURE_RULES of the load
     uint32_t HeaderSize;    // bytes: 12 is OS/2's first
-    uint16_t PaletteCount;  // entries in the file, of 3 bytes in OS/2's first, else of 4
+    uint16_t PaletteCount;  // entries in the file
+    uint8_t PaletteEntry;   // bytes: 3 in OS/2's first, at times in its second, else 4
     uint32_t AlphaMask;     // 0: opaque
 };
 

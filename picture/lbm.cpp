@@ -26,7 +26,7 @@ static constexpr uint32_t ID(std::string_view text)
 
 constexpr uint32_t LBM_PBM = ID("PBM "), LBM_ACBM = ID("ACBM");
 constexpr uint32_t LBM_HalfBright = 0x80, LBM_HoldAndModify = 0x800;  // bits of CAMG
-constexpr size_t LBM_TrueColor = 24;                                  // planes
+constexpr size_t LBM_TrueColor = 24, LBM_TrueColorAlpha = 32;         // planes
 constexpr uint8_t LBM_ByteRun1 = 1;
 constexpr uint8_t LBM_MaskPlane = 1, LBM_TransparentColour = 2;  // Masking
 
@@ -169,11 +169,17 @@ static size_t PlaneBytes()
     return fits && body < RowBytes(WordPlane()) * h.Height ? ShortPlane() : WordPlane();
 }
 
+// Planes of components instead of an index; by the format's rules of alpha, too.
+static bool IsTrueColor()
+{
+    return LBM_Header.Planes == LBM_TrueColor ||
+           (ByFormat() && LBM_Header.Planes == LBM_TrueColorAlpha);
+}
+
 static bool IsPossible()
 {
     const LBM_HEADER &h = LBM_Header;
-    const bool planes =
-        (h.Planes >= 1 && h.Planes <= 8) || (h.Planes == LBM_TrueColor && !IsChunky());
+    const bool planes = (h.Planes >= 1 && h.Planes <= 8) || (IsTrueColor() && !IsChunky());
     if (h.BodyOffset == 0) {
         Reason_Set("the pixels are missing");
         return false;
@@ -360,12 +366,22 @@ static bool IsHalfBright()
     return h.Planes == 6 && ((h.ViewMode & LBM_HalfBright) != 0 || unsaid) && !IsChunky();
 }
 
+// By the format's rules: planes without a palette are levels of grey.
+static void MakeGreys()
+{
+    LBM_HEADER &h = LBM_Header;
+    const bool hold = (h.ViewMode & LBM_HoldAndModify) != 0 && h.Planes > 2;
+    const size_t max = (size_t{1} << (hold ? h.Planes - 2 : +h.Planes)) - 1;
+    for (size_t i = 0; i <= max; i++)
+        h.Palette[i].fill(static_cast<uint8_t>(i * 255 / max));
+}
+
 // The palette; in half-bright its second 32 are the first at half their light.
 static LBM_COLORS ReadColors()
 {
     const LBM_HEADER &h = LBM_Header;
     if (ByFormat())
-        ScalePalette();
+        h.PaletteCount != 0 ? ScalePalette() : MakeGreys();
     const bool halfBright = IsHalfBright();
     LBM_COLORS colors;
     for (size_t i = 0; i < colors.size(); i++) {
@@ -470,13 +486,19 @@ static void DecodeChunky(uint8_t *pixels)
 static void DecodeTrueColor(uint8_t *pixels)
 {
     const size_t plane = PlaneBytes();
-    std::vector<uint8_t> components(3 * JoinedPixels(plane));
+    std::vector<uint8_t> components(4 * JoinedPixels(plane));
     uint8_t *r = components.data(), *g = r + JoinedPixels(plane), *b = g + JoinedPixels(plane);
+    uint8_t *a = b + JoinedPixels(plane);
     DecodeRows(pixels, RowBytes(plane), [=](const uint8_t *in, uint8_t *out) {
         JoinPlanes<8>(in, plane, r);
         JoinPlanes<8>(in + 8 * plane, plane, g);
         JoinPlanes<8>(in + 16 * plane, plane, b);
         PaintComponents(r, g, b, LBM_Header.BufferWidth, out);
+        if (LBM_Header.Planes != LBM_TrueColorAlpha)
+            return;
+        JoinPlanes<8>(in + 24 * plane, plane, a);
+        for (size_t x = 0; x < LBM_Header.BufferWidth; x++)
+            out[4 * x + 3] = a[x];
     });
 }
 
@@ -522,7 +544,7 @@ uint8_t *LBM_Decoding()
             return nullptr;
         if (IsChunky())
             DecodeChunky(pixels);
-        else if (h.Planes == LBM_TrueColor)
+        else if (IsTrueColor())
             DecodeTrueColor(pixels);
         else
             DecodePlanar(pixels);

@@ -4,9 +4,9 @@
 //
 // The framework's rules and the format's (Picture_Rules, EA IFF 85 "ILBM") differ in:
 //   forms      ILBM and PBM; ACBM, too, whose planes are whole
-//   alpha      none; by mask plane and transparent colour
+//   alpha      none; by mask plane and transparent colour, or in planes 25 to 32 of true colour
 //   palette    as many entries as the planes tell apart; those of the chunk, 4-bit ones scaled, and
-//              32 for six planes mean half-bright
+//              32 for six planes mean half-bright; greys where there is none
 #pragma once
 
 #include <array>

@@ -45,7 +45,13 @@ static uint16_t NumberAfter(std::string_view name)
 
 static bool IsHexDigit(char c)
 {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
+    static constexpr auto isDigit = [] {
+        std::array<bool, 256> table{};
+        for (const char digit : std::string_view("0123456789ABCDEFabcdef"))
+            table[static_cast<uint8_t>(digit)] = true;
+        return table;
+    }();
+    return isDigit[static_cast<uint8_t>(c)];
 }
 
 static bool ByFormat()
@@ -66,7 +72,9 @@ static bool FindData()
     if (!System_StrSearch(Text(), "_bits", &h.DataOffset, XBM_EitherCase))
         return false;
     const uint32_t name = h.DataOffset;
-    if (!System_StrSearch(Text(), ByFormat() ? "{" : "0x", &h.DataOffset, XBM_EitherCase))
+    // In either case the brace would be a bracket, too.
+    if (!(ByFormat() ? System_StrSearch(Text(), "{", &h.DataOffset, 0)
+                     : System_StrSearch(Text(), "0x", &h.DataOffset, XBM_EitherCase)))
         return false;
     const bool words = ByFormat() ? HasShorts(name) : IsHexDigit(Text()[h.DataOffset + 4]);
     h.Variant = words ? XBM_X10 : XBM_X11;
@@ -128,6 +136,14 @@ static bool ReadNumber(size_t &position, uint32_t &value)
     if (i >= end || text[i] == '}')
         return false;
     const bool hexadecimal = text[i] == '0' && (text[i + 1] | 32) == 'x';
+    // As nearly all are: two digits. The padding has none.
+    if (hexadecimal && IsHexDigit(text[i + 2]) && IsHexDigit(text[i + 3]) &&
+        !IsHexDigit(text[i + 4])) {
+        value = static_cast<uint32_t>(XBM_Digit[static_cast<uint8_t>(text[i + 2])] << 4 |
+                                      XBM_Digit[static_cast<uint8_t>(text[i + 3])]);
+        position = i + 4;
+        return true;
+    }
     const uint32_t base = hexadecimal ? 16 : text[i] == '0' ? 8 : 10;
     i += hexadecimal ? 2 : 0;
     for (value = 0; i < end && IsHexDigit(text[i]); i++)

@@ -37,11 +37,17 @@ static bool MatchesAt(const char *text, const char *pattern, int8_t offset)
 
 uint8_t System_StrSearch(const char *text, const char *pattern, uint32_t *pos, int8_t offset)
 {
-    for (uint32_t i = *pos; text[i] != 0; i++)
-        if (MatchesAt(text + i, pattern, offset)) {
-            *pos = i;
+    const char first[] = {*pattern, static_cast<char>(*pattern + offset), 0};
+    const char *at = text + *pos;
+    // To where the pattern's first character is; the library looks for it many at a time.
+    for (; *at != 0; at++) {
+        if (*pattern != 0 && !(at = std::strpbrk(at, first)))
+            return 0;
+        if (MatchesAt(at, pattern, offset)) {
+            *pos = static_cast<uint32_t>(at - text);
             return 1;
         }
+    }
     return 0;
 }
 

@@ -48,10 +48,15 @@ TEST(FormatRules, BMP)
     const char *greys = "01010100 02020200 03030300 04040400";
     const char *fields565 = "00F80000 E0070000 1F000000";
     const char *argb = "0000FF00 00FF0000 FF000000 000000FF";
+    BYTES noOffset = Bmp(40, 1, 1, 2, 0, "", greys, "40000000");
+    noOffset[10] = 0;
     Check(PICTURE_BMP,
           {
               {"OS/2's first header, entries of 3 bytes",
                Bmp(12, 3, 2, 1, 0, "", "0A0A0A 141414", "A0000000 40000000"), "0A 14 0A 14 0A 14"},
+              {"its second with such entries", Bmp(64, 3, 1, 1, 0, "", "0A0A0A 141414", "A0000000"),
+               "14 0A 14"},
+              {"pixels that follow the palette unsaid", noOffset, "02"},
               {"2 bits, rows of 4 bytes", Bmp(40, 5, 2, 2, 0, "", greys, "1B400000 E4C00000"),
                "04 03 02 01 04 01 02 03 04 02"},
               {"4 bits", Bmp(40, 3, 2, 4, 0, "", greys, "01200000 30100000"), "04 01 02 01 02 03"},
@@ -169,9 +174,9 @@ TEST(FormatRules, PNM)
 
 TEST(FormatRules, XBM)
 {
-    const auto xbm = [](const char *type, const char *data) {
+    const auto xbm = [](const char *type, const char *data, const char *size = "[]") {
         const std::string text = std::string("#define a_width 8\n#define a_height 2\nstatic ") +
-                                 type + " a_bits[] = {" + data;
+                                 type + " a_bits" + size + " = {" + data;
         return BYTES(text.begin(), text.end());
     };
     const char *bits = "00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF 00";
@@ -180,6 +185,7 @@ TEST(FormatRules, XBM)
                            {"each row a word", xbm("short", "0x0001, 0xFF80}"), bits},
                            {"numbers of any base", xbm("char", "1, 0200};"), bits},
                            {"a digit", xbm("char", "0x1, 0x80};"), bits},
+                           {"an array that tells its size", xbm("char", "1, 128};", "[2]"), bits},
                        });
 }
 
@@ -202,16 +208,22 @@ static BYTES Iff(const char *type, int height, int planes, int masking, const ch
 TEST(FormatRules, ILBM)
 {
     const char *greys = "010101 020202 030303 040404";
-    Check(PICTURE_ILBM, {
-                            {"a mask plane", Iff("ILBM", 1, 1, 1, greys, "8000 C000"),
-                             "02 01 01010100 01010100 01010100 01010100 01010100 01010100"},
-                            {"a transparent colour", Iff("ILBM", 1, 1, 2, greys, "C000"),
-                             "02020200 02020200 01 01 01 01 01 01"},
-                            {"whole planes", Iff("ACBM", 2, 2, 0, greys, "8000 4000 4000 C000"),
-                             "02 03 01 01 01 01 01 01 03 04 01 01 01 01 01 01"},
-                            {"entries of 4 bits", Iff("ILBM", 1, 1, 0, "F0F0F0 102030", "8000"),
-                             "112233FF FF FF FF FF FF FF FF"},
-                        });
+    const std::string rgba =
+        Repeat("2000", 8) + Repeat("0000", 8) + Repeat("8000", 8) + Repeat("4000", 8);
+    Check(PICTURE_ILBM,
+          {
+              {"a mask plane", Iff("ILBM", 1, 1, 1, greys, "8000 C000"),
+               "02 01 01010100 01010100 01010100 01010100 01010100 01010100"},
+              {"a transparent colour", Iff("ILBM", 1, 1, 2, greys, "C000"),
+               "02020200 02020200 01 01 01 01 01 01"},
+              {"whole planes", Iff("ACBM", 2, 2, 0, greys, "8000 4000 4000 C000"),
+               "02 03 01 01 01 01 01 01 03 04 01 01 01 01 01 01"},
+              {"entries of 4 bits", Iff("ILBM", 1, 1, 0, "F0F0F0 102030", "8000"),
+               "112233FF FF FF FF FF FF FF FF"},
+              {"no palette", Iff("ILBM", 1, 2, 0, "", "8000 C000"), "FF AA 00 00 00 00 00 00"},
+              {"32 planes", Iff("ILBM", 1, 32, 0, "", rgba.c_str()),
+               "0000FF00 00 FF000000 - - - - -"},
+          });
 }
 
 // What several signatures fit goes to the surest, and on to the next where that one refuses it.

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <map>
 #include <numbers>
 #include <numeric>
 #include <sstream>
@@ -618,4 +620,52 @@ TEST(MOD, Dialects)
             EXPECT_EQ(r.see(playing, v), signature[0] == 'M' ? r.original : r.other)
                 << r.what << ", " << signature;
         }
+}
+
+// Pearson's, of what both have.
+static double Correlation(std::span<const double> a, std::span<const double> b)
+{
+    const size_t n = std::min(a.size(), b.size());
+    const auto sum = [n](const auto &x) { return std::accumulate(&x[0], &x[0] + n, 0.0); };
+    const auto together = [&](const auto &x, const auto &y) {
+        return std::inner_product(&x[0], &x[0] + n, &y[0], 0.0) - sum(x) * sum(y) / double(n);
+    };
+    return together(a, b) / std::sqrt(together(a, a) * together(b, b));
+}
+
+// The loudness of each 100 ms beside two other players': it follows one of them.
+TEST(MOD, CorpusEnvelopes)
+{
+    const char *corpus = std::getenv("CORPUS");
+    if (!corpus)
+        GTEST_SKIP() << "no folder in CORPUS";
+    const FORMAT_RULES rules;
+    std::map<std::string, double> best;
+    for (const auto &row : ReadTable(std::string(corpus) + "/mod_envelopes.tsv")) {
+        const RENDERED song(ReadFile(std::string(corpus) + "/" + row[0]));
+        ASSERT_TRUE(song.Header) << row[0];
+        const auto sound = Decode(song.Bytes(), 16);
+        std::vector<double> own, other(sound.size() / 8820);
+        for (size_t side = 0; side < 2; side++) {
+            std::istringstream levels(row[3 + side]);
+            std::string level;
+            for (size_t i = 0; i < other.size() && std::getline(levels, level, ','); i++)
+                other[i] += std::stod(level);
+        }
+        for (size_t i = 0; i < std::min<size_t>(other.size(), 600); i++) {
+            std::array<double, 2> sums{};
+            for (size_t k = 0; k < 8820; k++)
+                sums[k % 2] += sound[i * 8820 + k] * sound[i * 8820 + k];
+            own.push_back(std::sqrt(sums[0]) + std::sqrt(sums[1]));
+        }
+        for (const size_t shift : {0u, 1u, 2u})
+            for (const bool late : {false, true}) {
+                const double c = Correlation(std::span(own).subspan(late ? shift : 0),
+                                             std::span(other).subspan(late ? 0 : shift));
+                best[row[0]] = std::max(best[row[0]], c);
+            }
+    }
+    EXPECT_FALSE(best.empty());
+    for (const auto &[file, correlation] : best)
+        EXPECT_GT(correlation, 0.97) << file;
 }

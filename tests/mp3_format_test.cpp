@@ -107,6 +107,27 @@ TEST(MP3Format, InfoFramesSayWhatIsPlayed)
     }
 }
 
+// Those of 16 bits are the rounded ones of 32.
+TEST(MP3Format, WideSamples)
+{
+    const BYTES file = Joined(FramesOf("mp3_vbr.mp3")), narrow = Play(file);
+    MP3_OutputBits = 32;
+    const BYTES wide = Play(file, 9999);
+    MP3_OutputBits = 16;
+    EXPECT_EQ(MP3_GetHeader(0)->BitsPerSample, 32);
+    BYTES rounded;
+    size_t fine = 0;
+    for (size_t at = 0; at < wide.size();) {
+        const uint32_t sample = Bytes_GetLittle(wide, at, 4);
+        const auto nearest = static_cast<int64_t>(static_cast<int32_t>(sample)) + 0x8000;
+        const BYTES two = Number(std::min<int64_t>(nearest >> 16, 32767), -2);
+        rounded.insert(rounded.end(), two.begin(), two.end());
+        fine += (sample & 0xFFFF) != 0;
+    }
+    EXPECT_TRUE(rounded == narrow);
+    EXPECT_GT(fine, narrow.size() / 4);
+}
+
 TEST(MP3Format, FramesAreFound)
 {
     const std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), low = FramesOf("mp3_low.mp3");

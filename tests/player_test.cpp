@@ -1,6 +1,8 @@
 // The player's sounds where the file fails, moved in, and made quieter.
 #include <cmath>
+#include <cstring>
 #include <filesystem>
+#include <numbers>
 #include <random>
 
 #include <fcntl.h>
@@ -8,6 +10,7 @@
 
 #include "tests/files.h"
 #include "tools/player/convert.h"
+#include "tools/player/screen.h"
 #include "tools/player/sound.h"
 
 // 16-bit stereo noise.
@@ -78,5 +81,82 @@ TEST(Player, Scales)
         BYTES samples = row.Samples;
         Samples_Scale(samples, row.Bits, 0.5);
         EXPECT_EQ(samples, row.Half) << row.Bits;
+    }
+}
+
+TEST(Player, ConvertsBits)
+{
+    const SAMPLES_FORMAT eight = {8, 1, 8000}, word = {16, 1, 8000}, deep = {24, 1, 8000},
+                         real = {32, 1, 8000, true};
+    const struct {
+        SAMPLES_FORMAT From, To;
+        BYTES Samples, Expected;
+    } rows[] = {
+        {eight, word, {0, 128, 255}, {0, 0x80, 0, 0, 0, 0x7F}},
+        {word, eight, {0x80, 0, 0x7F, 0, 0xFF, 0x7F, 0, 0x80}, {129, 128, 255, 0}},
+        {word, deep, {1, 0x80}, {0, 1, 0x80}},
+        {deep, word, {0x80, 0, 0, 0x7F, 0, 0, 0xFF, 0xFF, 0x7F}, {1, 0, 0, 0, 0xFF, 0x7F}},
+        {word, real, {0, 0x80, 0, 0x40}, {0, 0, 0x80, 0xBF, 0, 0, 0, 0x3F}},
+    };
+    for (const auto &row : rows) {
+        BYTES out;
+        Samples_Convert(row.Samples, row.From, row.To, out);
+        EXPECT_EQ(out, row.Expected) << row.From.Bits << " to " << row.To.Bits;
+    }
+}
+
+// A sine stays one, without what the other rate would add, and as long as it was.
+TEST(Player, Resamples)
+{
+    const struct {
+        uint32_t From, To;
+        double Hz, MinDecibels;
+    } rows[] = {{44100, 48000, 997, 100}, {48000, 44100, 15000, 100}, {96000, 8000, 3000, 100}};
+    for (const auto &row : rows) {
+        const uint32_t frames = row.From / 5;
+        BYTES samples, out;
+        const auto at = [&](uint32_t i, uint32_t rate) {
+            return std::lround(0.9 * 0x1p31 * std::sin(2 * std::numbers::pi * row.Hz * i / rate));
+        };
+        for (uint32_t i = 0; i < frames; i++)
+            samples = samples + Number(at(i, row.From), -4);
+        const SAMPLES_FORMAT from = {32, 1, row.From}, to = {32, 1, row.To};
+        SAMPLES_RESAMPLER resampler(from, to);
+        for (size_t i = 0; i < samples.size(); i += 4000)
+            resampler.Resample(
+                std::span(samples).subspan(i).first(std::min<size_t>(4000, samples.size() - i)),
+                out);
+        resampler.Resample({}, out);
+        const uint32_t count = (frames * row.To + row.From - 1) / row.From, edge = row.To / 50;
+        ASSERT_EQ(out.size(), count * 4);
+        double signal = 0, error = 0;
+        for (uint32_t i = edge; i < count - edge; i++) {
+            int32_t heard;
+            std::memcpy(&heard, &out[i * 4], 4);
+            const auto wanted = static_cast<double>(at(i, row.To));
+            signal += wanted * wanted;
+            error += (wanted - heard) * (wanted - heard);
+        }
+        EXPECT_GT(10 * std::log10(signal / error), row.MinDecibels) << row.From << ' ' << row.To;
+    }
+}
+
+TEST(Player, ShowsItAtAnyWidth)
+{
+    SCREEN screen = {"paused: ", "p: ", "A rather long title", "(2 of 5)", 83, 247, 0.25};
+    using LINES = std::vector<std::string>;
+    EXPECT_EQ(Screen_Lines(screen, 20, 24, false),
+              (LINES{"p: A rather long ti", "1:23/4:07 [=  ] ||."}));
+    EXPECT_EQ(Screen_Lines(screen, 41, 24, false),
+              (LINES{"paused: A rather long title (2 of 5)",
+                     "1:23 / 4:07 [======            ] |||||.."}));
+    EXPECT_EQ(Screen_Lines(screen, 10, 1, false), LINES{"1:23/4:07"});
+    EXPECT_EQ(Screen_Lines(screen, 8, 24, false), (LINES{"p: A ra", "1:23"}));
+    const std::vector<uint8_t> levels(32, 40);
+    for (size_t columns = 2; columns < 140; columns++) {
+        screen.View = Screen_Channels(levels, columns, false);
+        EXPECT_LE(screen.View.size(), 8u);
+        for (const std::string &line : Screen_Lines(screen, columns, 24, false))
+            EXPECT_LT(line.size(), columns) << line;
     }
 }

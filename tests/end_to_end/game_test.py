@@ -185,6 +185,7 @@ class Games(unittest.TestCase):
         game.click(mines[0])
         game.wait_for(LOST)
         self.assertIn("1024x768", self.display.xdotool("getwindowgeometry", self.windows()[0]))
+        self.assertEqual(self.display.xdotool("search", "--class", "^tessaruvinel$").split(), self.windows())  # the menu entry's
         self.display.xdotool("search", "--sync", "--name", "flags 1 of 3 - 0:[0-9]+ - lost - Escape ends$")
         game.press(game.point(other), 1)
         time.sleep(0.5)

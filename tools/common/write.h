@@ -7,7 +7,8 @@
 #include "extra/replace.h"
 
 /// Has `fill` write the new file and puts it in the place of what is at `path`: a full disk or a
-/// killed tool leaves the old one. `fill` returns why it failed, or "". So does this.
+/// killed tool leaves the old one, and what interrupts the tool leaves nothing else. From one
+/// thread at a time. `fill` returns why it failed, or "". So does this.
 std::string Write_File(const std::string &path,
                        const std::function<std::string(const REPLACE &file)> &fill);
 

@@ -70,6 +70,8 @@ static void SetFrames(PLAYER_SOUND &sound, const SOUND_FRAMES &frames, uint64_t 
                   : frames.Coding == SOUND_ULAW ? "mu-law"
                                                 : "linear";
     sound.Bytes = data / stored * Player_FrameBytes(sound);
+    if (frames.Coding == SOUND_FLOAT && frames.Bytes == 8)
+        AddFact(sound, "stored", "64 bits");
     if (frames.Mixed)
         AddFact(sound, "stored", std::to_string(frames.Channels) + " channels, mixed to two");
 }
@@ -98,8 +100,11 @@ static void DescribeWAV(PLAYER_SOUND &sound)
         AddNumber(sound, "block bytes", header.BlockAlign);
         return;
     }
-    if (header.Rules == AUDIO_RULES_FORMAT)
+    if (header.Rules == AUDIO_RULES_FORMAT) {
+        if (header.Frames.Big)
+            AddFact(sound, "byte order", "big-endian");
         return SetFrames(sound, header.Frames, data);
+    }
     const bool microsoft = header.FormatTag == 2;
     if (!microsoft && header.FormatTag != 17)
         return;
@@ -184,6 +189,22 @@ static void AddTags(PLAYER_SOUND &sound, const MP3_ID3V1 &v1, const MP3_ID3V2 &v
     AddFact(sound, "comment", TagText(v2.Comment, v1.Comment));
 }
 
+// The first frame's, or the mean where frames have others.
+static std::string BitRateText(const MP3_HEADER &header, double first, uint64_t samples)
+{
+    const MP3_STREAM &frames = header.Frames;
+    const auto kilobits = [](double rate) { return std::to_string(std::lround(rate / 1000)); };
+    const double seconds =
+        static_cast<double>(samples + frames.Skip) / std::max(header.SamplingRate, 1u);
+    const double mean =
+        static_cast<double>(frames.End - frames.Start) * 8 / std::max(seconds, 0.01);
+    if (frames.FreeLength != 0)
+        return kilobits(mean) + " kbit/s, free format";
+    if (frames.End != 0 && seconds > 0.5 && std::abs(mean - first) > first / 10)
+        return kilobits(mean) + " kbit/s in the mean, variable";
+    return kilobits(first) + " kbit/s";
+}
+
 static void DescribeMP3(PLAYER_SOUND &sound)
 {
     const AudioTrack &track = *sound.Track;
@@ -203,11 +224,16 @@ static void DescribeMP3(PLAYER_SOUND &sound)
         AddTexts(sound, header.Texts);
     else
         AddTags(sound, header.ID3v1, header.ID3v2);
-    AddFact(sound, "bit rate", std::to_string(header.BitRate / 1000) + " kbit/s");
-    AddFact(sound, "mode", MP3_Channels[header.ChannelMode & 3]);
+    const uint32_t bitRate = header.BitRate;  // which the frames that are counted change
+    const std::string mode = MP3_Channels[header.ChannelMode & 3];
     fseeko(file.get(), track.DataStart, SEEK_SET);
     const uint64_t samples =
         header.Frames.Samples != 0 ? header.Frames.Samples : CountMP3(file.get(), n);
+    AddFact(sound, "bit rate", BitRateText(header, bitRate, samples));
+    AddFact(sound, "mode", mode);
+    if (header.Frames.Skip != 0)
+        AddFact(sound, "left out",
+                std::to_string(header.Frames.Skip) + " samples of the encoder's delay");
     sound.Bytes = samples * Player_FrameBytes(sound);
 }
 

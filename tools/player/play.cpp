@@ -240,15 +240,19 @@ static bool ChooseDevice(const std::string &wanted)
     return wanted.empty() || Audio_OnlyDevice >= 0;
 }
 
-// What sound servers show of the stream: what plays, not that something does.
+// What sound servers show of the stream: what plays, not only that something does. ALSA's plug-ins
+// read it from the environment: PipeWire's names the stream so, PulseAudio's the client.
 static void NameStream(const PLAYER_SOUND &sound)
 {
     const std::string &title = sound.Title.empty() ? sound.Name : sound.Title;
-    setenv("PULSE_PROP_application.name", "tessplay", 1);
-    setenv("PULSE_PROP_media.name", title.c_str(), 1);
-    const std::string quoted = Text_JSON(title);
-    setenv("PIPEWIRE_PROPS",
-           ("{ application.name = \"tessplay\" media.name = " + quoted + " }").c_str(), 1);
+    const std::string name = Text_JSON(title);
+    setenv("PULSE_PROP_media.title", title.c_str(), 1);
+    setenv("PULSE_PROP_media.role", "music", 1);
+    setenv("PIPEWIRE_ALSA",
+           ("{ application.name = tessplay, media.role = Music, media.name = " + name +
+            ", node.description = " + name + " }")
+               .c_str(),
+           1);
 }
 
 // Has the engine open a stream of this format, and start it. Returns its error, 0: none.

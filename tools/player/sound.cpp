@@ -199,7 +199,9 @@ std::string Player_WhySilent(const PLAYER_SOUND &sound)
     if (!sound.Plays)
         return sound.Format + " with " + sound.Codec + " is not decoded";
     const bool bits = sound.Bits == 8 || sound.Bits == 16 || sound.Bits == 24 || sound.Bits == 32;
-    if (!bits || sound.Channels == 0 || sound.Channels > UINT8_MAX || sound.Hz == 0)
+    if (sound.Channels == 0 || sound.Hz == 0)
+        return "there is no sound in it";
+    if (!bits || sound.Channels > UINT8_MAX)
         return sound.Format + " of " + std::to_string(sound.Channels) + " channels of " +
                std::to_string(sound.Bits) + " bits at " + std::to_string(sound.Hz) +
                " Hz is not decoded";
