@@ -10,8 +10,8 @@
 
 #include "tests/files.h"
 #include "tools/player/convert.h"
+#include "tools/player/open.h"
 #include "tools/player/screen.h"
-#include "tools/player/sound.h"
 
 // 16-bit stereo noise.
 static BYTES Wave(size_t bytes)

@@ -128,6 +128,12 @@ class Player(Stage):
             self.write(f"{folder}/{name}", b"text" if name == "notes.txt" else wav(NOISE[:400]))
         self.write("a/list.m3u8", b"\xef\xbb\xbf#EXTM3U\r\n#EXTINF:1,x\r\ntwo.wav\r\n\r\n../stereo.wav")
         self.write("list.PLS", f"[playlist]\nFile1=a/one.wav\nTitle1=x\nFile2={self.path('bytes.wav')}\n".encode())
+        self.write("outer.m3u", f"a\\one.wav\nlist.PLS\nouter.m3u\nfile://{self.folder.name}/%61/two.wav\n".encode())
+        inner = "a/one.wav " + self.path("bytes.wav")
+        status, printed, errors = self.run_player("--info", "--json", "outer.m3u")  # which names itself
+        self.assertEqual((status, errors), (1, "tessplay: outer.m3u: a playlist in itself, or too deep in others\n"))
+        self.assertEqual([json.loads(line)["path"] for line in printed.splitlines()],
+                         ("a/one.wav " + inner).split() + [self.path("a/two.wav")])
         rows = {("a",): "a/one.wav a/two.wav",
                 ("-r", "a"): "a/b/three.wav a/one.wav a/two.wav",
                 ("alaw.wav", "a/list.m3u8"): "alaw.wav a/two.wav a/../stereo.wav",
@@ -154,10 +160,22 @@ class Player(Stage):
             ("small.8svx",): bytes(byte ^ 128 for byte in NOISE[:3000]),
             ("small.voc",): NOISE[:3000],
             ("--raw", "16,2,8000", "text.txt"): swapped(b"text " * 1000),
+            ("--start", "0:00.25", "--length", "0.5", "--loop", "2", "stereo.wav"): NOISE[44100:132300] * 2,
+            ("--bits", "24", "--length", "0.1", "stereo.wav"): b"".join(b"\0" + NOISE[i:i + 2] for i in range(0, 17640, 2)),
         }
         for words, expected in rows.items():
             with self.subTest(words):
                 self.assertTrue(self.convert(*words) == expected, "the samples differ")
+        for words in ("cat stereo.wav | $0 --convert - - | cat > out", "$0 --convert - - < stereo.wav > out"):
+            self.assertEqual(self.run_program("sh", "-c", words, PLAYER), (0, "", ""))
+            self.assertTrue(self.read("out")[44:] == NOISE, "the samples differ")
+        self.assertEqual(self.run_player("--convert", "--bits", "float", "float.wav", "out.wav"), (0, "", ""))
+        self.assertEqual(self.read("out.wav")[20:22] + self.read("out.wav")[-16:],
+                         b"\3\0" + array.array("f", [0, 0.5, -1, 0.25]).tobytes())
+        self.write("small.raw", b"as it was")
+        words = "trap '' XFSZ; ulimit -f 8; $0 --convert stereo.wav small.raw"
+        self.assertEqual(self.run_program("sh", "-c", words, PLAYER), (1, "", "tessplay: small.raw: File too large\n"))
+        self.assertEqual(self.read("small.raw"), b"as it was")
         self.assertEqual(self.run_player("--convert", "stereo.wav", "out.RAW"), (0, "", ""))
         self.assertTrue(self.read("out.RAW") == NOISE, "the samples differ")
         song = self.convert("song.mod")
@@ -180,6 +198,9 @@ class Player(Stage):
                 ((), 2, "tessplay: FILE is required (--help tells more)"),
                 (("--convert", "stereo.wav"), 2, "tessplay: --convert: wants two files, IN and OUT (--help tells more)"),
                 (("--convert", "--loop", "0", "a", "b.wav"), 2, "tessplay: --loop: a file is no place for ever (--help tells more)"),
+                (("--convert", "--start", "1:00", "stereo.wav", "out.wav"), 1, "tessplay: stereo.wav: it ends before the time to start"),
+                (("--start", "1:x", "a"), 2, "tessplay: --start: wants a time: 83, 1:23.5 or 1:02:03 (--help tells more)"),
+                (("--device", "absent", "a"), 1, 'tessplay: no sound device "absent" (--devices lists them)'),
                 (("--raw", "9,1,1", "a"), 2, "tessplay: --raw: wants 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz "
                                              "(--help tells more)")]
         rows += [((name,), 1, f"tessplay: {name}: {reason}") for name, (_, reason) in UNPLAYABLE.items()]
@@ -199,9 +220,13 @@ class Player(Stage):
 
     def test_the_only_device(self):
         """The engine itself keeps silent with less than two."""
-        self.devices(default=FILE)
+        self.devices(default=FILE, spare=NULL)
         self.assertEqual(self.run_player("stereo.wav"), (0, "stereo.wav: 0:00\n", ""))
         self.assertIn(NOISE, self.read("captured"))
+        self.assertRegex(self.run_player("--devices")[1], r"(?m)^\d: default \(default\)$")
+        self.write("captured", b"")
+        self.run_player("--device", "SPARE", "stereo.wav")
+        self.assertEqual(self.read("captured"), b"")
 
     def test_what_is_played_is_what_is_converted(self):
         """Each after another format, which the engine's next stream must have."""
@@ -328,7 +353,7 @@ class OnTerminal(Stage):
     def test_in_the_background(self):
         self.start("-i", program="/bin/sh")
         self.press(f"{PLAYER} --loop 0 stereo.wav\n".encode())
-        self.wait_for_line("stereo.wav")
+        self.wait_for_line("/ 0:00 [")
         self.press(b"\x1a")  # Ctrl-Z
         self.wait_for("silence", self.silent)
         self.press(b"bg\n")

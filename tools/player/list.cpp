@@ -18,7 +18,7 @@
 using PATHS = std::vector<std::string>;
 
 constexpr size_t List_MaxFiles = 100000;
-constexpr int List_MaxDepth = 8;  // of playlists in playlists
+constexpr size_t List_MaxDepth = 8;  // of playlists in playlists
 
 // Detection takes any small file of no other format for a module.
 static bool IsSound(const std::filesystem::directory_entry &entry)
@@ -108,30 +108,36 @@ struct LISTING {
     bool Recursive;
     const LIST_REPORT &Report;
     PATHS Files = {};
+    PATHS Open = {};  // the playlist that is read and those that led to it
 };
 
 }  // namespace
 
-static void AddWord(LISTING &listing, const std::string &word, int depth);
+static void AddWord(LISTING &listing, const std::string &word);
 
-static std::string AddPlaylist(LISTING &listing, const std::string &path, int depth)
+static std::string AddPlaylist(LISTING &listing, const std::string &path)
 {
     std::ifstream list(path);
     if (!list)
         return std::strerror(errno);
-    if (depth == List_MaxDepth)
-        return "too many playlists in each other";
+    std::error_code ignored;
+    const std::string name = std::filesystem::weakly_canonical(path, ignored);
+    if (std::ranges::find(listing.Open, name) != listing.Open.end() ||
+        listing.Open.size() == List_MaxDepth)
+        return "a playlist in itself, or too deep in others";
+    listing.Open.push_back(name);
     const std::filesystem::path folder = std::filesystem::path(path).parent_path();
     const bool pls = Text_EndsWith(path, ".pls");
     for (std::string line; listing.Files.size() < List_MaxFiles && std::getline(list, line);) {
-        const std::string name = NameIn(line, pls);
-        if (!name.empty())
-            AddWord(listing, Locate(folder, name), depth + 1);
+        const std::string entry = NameIn(line, pls);
+        if (!entry.empty())
+            AddWord(listing, Locate(folder, entry));
     }
+    listing.Open.pop_back();
     return list.bad() ? std::strerror(errno) : "";
 }
 
-static void AddWord(LISTING &listing, const std::string &word, int depth)
+static void AddWord(LISTING &listing, const std::string &word)
 {
     std::string reason;
     std::error_code ignored;
@@ -140,7 +146,7 @@ static void AddWord(LISTING &listing, const std::string &word, int depth)
                      ? AddFolder<std::filesystem::recursive_directory_iterator>(word, listing.Files)
                      : AddFolder<std::filesystem::directory_iterator>(word, listing.Files);
     else if (IsPlaylist(word))
-        reason = AddPlaylist(listing, word, depth);
+        reason = AddPlaylist(listing, word);
     else
         listing.Files.push_back(word);
     if (!reason.empty())
@@ -151,6 +157,6 @@ std::vector<std::string> List_Files(const PATHS &words, bool recursive, const LI
 {
     LISTING listing = {recursive, report};
     for (const std::string &word : words)
-        AddWord(listing, word, 0);
+        AddWord(listing, word);
     return listing.Files;
 }

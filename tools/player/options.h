@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/player/sound.h"
+#include "tools/player/open.h"
 
 struct OPTIONS {
     std::vector<std::string> Files;

@@ -215,7 +215,7 @@ static void Obey(PLAYER_KEY key)
         viewed = !viewed;
     else if (key == KEY_HELP && Terminal_IsShown()) {
         Terminal_Clear();
-        std::puts(Options_Keys);
+        std::puts(Screen_Wrap(Options_Keys, Terminal_Columns()).c_str());
     }
 }
 

@@ -35,8 +35,9 @@ static int Info(const OPTIONS &options)
     return Options_Printed(status);
 }
 
-static int Convert(const OPTIONS &options)
+static int Convert(OPTIONS &options)
 {
+    options.Settings.Deep = options.Bits == "24" || options.Bits == "32" || options.Bits == "float";
     const PLAYER_TERMINAL terminal(-1);
     const std::string &in = options.Files[0], &out = options.Files[1];
     PLAYER_SOUND sound;

@@ -66,6 +66,25 @@ static std::string TitleLine(const SCREEN &screen, size_t room)
     return line.append(1, ' ').append(screen.Place);
 }
 
+std::string Screen_Wrap(const std::string &text, size_t columns)
+{
+    std::string wrapped;
+    size_t used = 0;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find_first_of(" \n", at), text.size());
+        const size_t length = end - at;
+        if (used != 0 && used + 1 + length >= columns) {
+            wrapped += '\n';
+            used = 0;
+        } else if (used != 0)
+            wrapped += ' ';
+        used += length + (used != 0);
+        wrapped.append(text, at, length);
+        at = end + 1;
+    }
+    return wrapped;
+}
+
 std::vector<std::string> Screen_Channels(std::span<const uint8_t> levels, size_t columns,
                                          bool colours)
 {

@@ -17,6 +17,9 @@ struct SCREEN {
     std::vector<std::string> View = {};  // further lines, above these
 };
 
+/// A text whose lines break between words where they would not fit.
+std::string Screen_Wrap(const std::string &text, size_t columns);
+
 /// Lines of what a module's channels sound, 0 to 64 each: at most eight lines, with the channels'
 /// numbers where there is room.
 std::vector<std::string> Screen_Channels(std::span<const uint8_t> levels, size_t columns,

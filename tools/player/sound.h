@@ -15,24 +15,6 @@ struct PLAYER_UNLOAD {
     void operator()(AudioTrack *track) const;
 };
 
-/// What unknown files are taken for; without Channels they are refused.
-struct PLAYER_RAW {
-    uint8_t Bits;  // 8 signed or 16 signed big-endian
-    uint8_t Channels;
-    uint32_t Hz;
-};
-
-/// How sounds are opened.
-struct PLAYER_SETTINGS {
-    PLAYER_RAW Raw = {};
-    uint32_t Hz = 0;     // that tracker modules are rendered at; 0: 44100
-    double Start = 0;    // seconds into the sound where its passes begin
-    double Length = -1;  // seconds that they last; below 0: to the sound's end
-};
-
-/// The path that means standard input.
-constexpr const char *Player_Input = "-";
-
 struct PLAYER_SOUND {
     std::shared_ptr<const std::vector<uint8_t>> Memory;  // of what came through a pipe
     std::unique_ptr<AudioTrack, PLAYER_UNLOAD> Track;
@@ -46,12 +28,6 @@ struct PLAYER_SOUND {
     std::string Title;                                       // empty: none
     std::vector<std::pair<std::string, std::string>> Facts;  // further ones: what, and its value
 };
-
-/// Opens a file in its own format, a tracker module in 16-bit stereo. A pipe and standard input are
-/// read to their end first, which may have 1 GiB. Returns why it cannot be, empty when it was. One
-/// sound is open at a time: the one before must be gone.
-std::string Player_Open(const std::string &path, const PLAYER_SETTINGS &settings,
-                        PLAYER_SOUND &sound);
 
 /// Why there is nothing to hear of it; empty when there is.
 std::string Player_WhySilent(const PLAYER_SOUND &sound);
@@ -82,6 +58,9 @@ inline SAMPLES_FORMAT Player_Format(const PLAYER_SOUND &sound)
 
 /// Seconds of so many bytes of the output.
 double Player_Seconds(const PLAYER_SOUND &sound, uint64_t bytes);
+
+/// Bytes of so many seconds, whole frames.
+uint64_t Player_BytesAt(const PLAYER_SOUND &sound, double seconds);
 
 /// Bytes of a pass, as the header has them.
 uint64_t Player_PassBytes(const PLAYER_SOUND &sound);
