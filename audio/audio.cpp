@@ -198,14 +198,28 @@ static SOUND_FILLED ReadRaw16(FILE *file, std::span<uint8_t> buffer)
     return LessOne(stored);
 }
 
+// Runs what a format module does; without memory the sound ends there with an error.
+template <typename Body>
+static void Guarded(AudioTrack &track, const Body &body)
+{
+    const bool done = Reason_Guard([&body] {
+        body();
+        return true;
+    });
+    if (!done)
+        track.Error = ENOMEM;
+}
+
 // Decodes from where the file stands on. Raw samples of 16 bits may take a byte more than `room`.
 static SOUND_FILLED Fill(AudioTrack &track, const SOUND_REFILL &refill)
 {
     const AUDIO_MODULE &module = Audio_Modules[track.Type];
-    if (track.Decoded || track.DecodedToo)
-        return module.Fill && track.Record
-                   ? Reason_Guard([&] { return module.Fill(track.Record.get(), refill); })
-                   : SOUND_FILLED{};
+    if (track.Decoded || track.DecodedToo) {
+        SOUND_FILLED filled;
+        if (module.Fill && track.Record)
+            Guarded(track, [&] { filled = module.Fill(track.Record.get(), refill); });
+        return filled;
+    }
     const std::span<uint8_t> buffer = refill.Buffer;
     if (track.BitsPerSample == 8)
         return ReadRaw8(refill.File, buffer);
@@ -247,7 +261,7 @@ static void StartOver(AudioTrack &track)
 {
     const AUDIO_MODULE &module = Audio_Modules[track.Type];
     if (module.StartOver && track.Record)
-        Reason_Guard([&] { module.StartOver(track.Record.get()); });
+        Guarded(track, [&] { module.StartOver(track.Record.get()); });
 }
 
 static void RefillGenerated(AudioTrack &track, uint8_t which)
@@ -391,15 +405,19 @@ void Audio_ReadBuffers()
         });
 }
 
-// Refills buffer 1 with whole frames of what comes next. Returns whether the search is to go on in
-// another call, where there is nothing.
+// Refills buffer 1 with whole frames of what comes next; nothing after an error. Returns whether
+// the search is to go on in another call, where there is nothing.
 static bool TakeMore(AudioTrack &track)
 {
     AUDIO_TAKE &take = track.Take;
     take.Used = take.Stored = 0;
-    uint8_t *buffer = track.File || track.Generated ? BufferOf(track, 0) : nullptr;
-    if (!buffer)
+    if (track.Error != 0 || (!track.File && !track.Generated))
         return false;
+    uint8_t *buffer = BufferOf(track, 0);
+    if (!buffer) {
+        track.Error = ENOMEM;
+        return false;
+    }
     const uint32_t restarts = track.Restarted, frame = Audio_FrameBytes(track);
     const std::span<uint8_t> room(buffer, track.Capacity - track.Capacity % frame);
     if (track.File)
@@ -470,7 +488,7 @@ static void Leap(AudioTrack &track, uint64_t frame)
     FILE *file = track.File.get();
     uint64_t at = 0;
     if (module.Seek && track.Record)
-        Reason_Guard([&] { at = module.Seek(track.Record.get(), file, frame); });
+        Guarded(track, [&] { at = module.Seek(track.Record.get(), file, frame); });
     else if (!track.Decoded && file && (track.BitsPerSample == 8 || track.BitsPerSample == 16))
         at = Sound_Seek(file, 0, track.OpenSize, {Audio_FrameBytes(track), 1}, frame);
     track.Taken = at * Audio_FrameBytes(track);

@@ -76,7 +76,7 @@ struct AudioTrack {
     std::atomic<uint32_t> Restarts;  // counts what has the next refill start at the beginning
     uint32_t Restarted;              // those that a refill has seen
     bool Unfinished;                 // the last refill was empty, but not at the end of the data
-    std::atomic<int32_t> Error;      // errno of a read that failed, 0: none
+    std::atomic<int32_t> Error;      // errno of a read that failed, ENOMEM without memory; 0: none
     AUDIO_TAKE Take;
     std::atomic<uint64_t> Taken;  // bytes of this pass that Audio_Take gave
     std::atomic<uint8_t> Ended;   // 1 after the last pass's last byte

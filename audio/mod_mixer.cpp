@@ -127,7 +127,7 @@ static bool IsLeft(size_t voice)
     return ((voice + 1) & 2) == 0;  // left, right, right, left
 }
 
-// Goes on with the loop where a run has ended. False when no loop follows.
+// Continues with the loop where a run has ended. False when no loop follows.
 static bool EnterRun(MOD_VOICE &v)
 {
     if (v.Data && v.Position < static_cast<uint64_t>(v.End) << 32)
@@ -151,7 +151,7 @@ static void ReadSamples(MOD_VOICE v, size_t count, MOD_SAMPLES &samples)
     std::fill_n(out, count, int16_t{0});
 }
 
-// Moves on by `way`, of which no more is gone than the voice plays.
+// Advances by `way`, or to where the voice falls silent.
 static void Move(MOD_VOICE &v, uint64_t way)
 {
     while (EnterRun(v)) {
@@ -213,8 +213,8 @@ EXTRA_LANES static void ReadWeighed(const MOD_WEIGHTS &weights, const MOD_SAMPLE
     }
 }
 
-// Each sample is packed with the way to the next. One loop collects these from wherever the pitch
-// leads, the others work in lanes.
+// Each sample is packed with its distance to the next. One loop collects these from wherever the
+// pitch leads, the others work in lanes.
 EXTRA_LANES static void ReadLinear(const MOD_SAMPLES &samples, uint64_t position, uint64_t step,
                                    size_t count, MOD_VALUES &out)
 {

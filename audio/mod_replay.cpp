@@ -675,6 +675,13 @@ static uint64_t FlowKey(const MOD_PLAYER &p)
     return key;
 }
 
+// By the formats' rules of whole frames, counted here at the most common rate.
+static double TickSeconds(const MOD_SONG &song, uint8_t tempo)
+{
+    constexpr double rate = 44100;
+    return song.FormatRules ? std::floor(rate * 2.5 / tempo) / rate : 2.5 / tempo;
+}
+
 MOD_LENGTH MOD_Measure(const MOD_SONG &song)
 {
     MOD_PLAYER p = {};
@@ -687,7 +694,7 @@ MOD_LENGTH MOD_Measure(const MOD_SONG &song)
         p.Tick = p.Speed;  // only first ticks lead anywhere
         if (!MOD_Tick(p))
             break;
-        seconds += p.Speed * 2.5 / p.Tempo;
+        seconds += p.Speed * TickSeconds(song, p.Tempo);
     }
     return {MOD_MostRows - p.RowsLeft, static_cast<uint32_t>(seconds * 1000 + 0.5)};
 }

@@ -159,7 +159,7 @@ static bool IsOld(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
             return false;
         samples += *bytes;
     }
-    if (samples == 0 || !IsText(file.first(20)) || !HasOldOrders(file, layout))
+    if (samples == 0 || !IsText(Bytes_GetSpan(file, 0, 20)) || !HasOldOrders(file, layout))
         return false;
     // As many patterns as the list names, of those that are at hand.
     const auto orders = Bytes_GetSpan(file, layout.Orders() + 2, MOD_Orders);

@@ -201,22 +201,28 @@ bool MP3_IsChecksumRight(std::span<const uint8_t> frame)
 }
 
 // How many headers follow the one at `at` that agree with it, up to 2. One that would lie past the
-// bytes' end agrees.
-static int CountAgreeing(std::span<const uint8_t> bytes, size_t at)
+// bytes' end agrees after one that is there, and where the `first` frame is expected. Elsewhere, in
+// what may be a picture or a program, frames of free format do not count, since their distance may
+// be any, nor do headers that others follow at shorter distances.
+static int CountAgreeing(std::span<const uint8_t> bytes, size_t at, bool first)
 {
     MP3_STREAM stream{};
     const uint32_t header = HeaderAt(bytes, at);
-    if (MP3_StandardLength(header) == 0)
+    if (MP3_StandardLength(header) == 0 && first)
         stream.FreeLength = FindFreeLength(bytes.subspan(at), header);
     for (int count = 0; count < 2; count++) {
         const auto length = static_cast<size_t>(LengthOf(stream, HeaderAt(bytes, at)));
         if (length == 0)
             return count;
-        at += length;
-        if (at + 4 > bytes.size())
-            return 2;
-        if (!MP3_Agree(header, HeaderAt(bytes, at)))
+        const size_t next = at + length;
+        if (next + 4 > bytes.size())
+            return first || count != 0 ? 2 : 0;
+        if (!MP3_Agree(header, HeaderAt(bytes, next)))
             return count;
+        while (++at < next && !first)
+            if (MP3_Agree(header, HeaderAt(bytes, at)))
+                return 0;
+        at = next;
     }
     return 2;
 }
@@ -232,7 +238,8 @@ bool MP3_IsStream(std::span<const uint8_t> head)
             return true;
     }
     for (size_t at = static_cast<size_t>(start); at + 4 <= head.size(); at++)
-        if (HeaderAt(head, at) != 0 && CountAgreeing(head, at) >= (at == start ? 1 : 2))
+        if (HeaderAt(head, at) != 0 &&
+            CountAgreeing(head, at, at == start) >= (at == start ? 1 : 2))
             return true;
     return false;
 }

@@ -6,7 +6,8 @@ set(PUBLIC_HEADERS
     picture/jpg.h picture/jpg_markers.h picture/lbm.h picture/pcx.h picture/picture.h
     picture/pixels.h picture/png.h picture/pxm.h picture/spr.h picture/tga.h picture/tif.h
     picture/tif_directory.h picture/xbm.h
-    audio/aiff.h audio/au.h audio/audio_module.h audio/iff.h audio/mod.h audio/mp3.h
+    audio/aiff.h audio/au.h audio/audio_module.h audio/iff.h audio/mod.h
+    audio/mod_mixer.h audio/mod_song.h audio/mp3.h
     audio/mp3_bits.h audio/mp3_filter.h audio/mp3_fixed.h audio/mp3_frame.h audio/mp3_layer3.h
     audio/mp3_stream.h audio/mp3_tags.h audio/sound_file.h audio/sound_frames.h audio/voc.h
     audio/wav.h audio/wav_adpcm.h)

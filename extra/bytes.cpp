@@ -66,7 +66,8 @@ std::optional<size_t> Bytes_ReadAt(const BYTES_OPEN &from, uint64_t position,
     if (from.IsMemory) {
         const size_t start = std::min<uint64_t>(position, from.Memory.size());
         const size_t count = std::min(bytes.size(), from.Memory.size() - start);
-        std::ranges::copy(from.Memory.subspan(start, count), bytes.begin());
+        if (count != 0)
+            std::memcpy(bytes.data(), from.Memory.data() + start, count);
         return count;
     }
     size_t size = 0;

@@ -9,6 +9,8 @@
 #include <span>
 #include <vector>
 
+#include "extra/reason.h"
+
 #pragma GCC visibility push(default)
 
 /// Allocator whose resize() leaves new bytes uninitialised, so that a buffer that will be
@@ -36,6 +38,19 @@ constexpr size_t Bytes_MaxFile = size_t{1} << 30;
 /// read to its end, when it is no regular file with a size of its own (a pipe, a directory), or
 /// when it is larger than Bytes_MaxFile.
 BYTES_BUFFER Bytes_LoadFile(const char *path);
+
+/// Runs load(), which fills `file`. Without memory the file is empty, with a reason: half-made
+/// images are not decoded.
+template <typename Load>
+void Bytes_Guard(BYTES_BUFFER &file, const Load &load)
+{
+    const bool whole = Reason_Guard([&load] {
+        load();
+        return true;
+    });
+    if (!whole)
+        file = BYTES_BUFFER();
+}
 
 /// While it lives, loads of this path on this thread read one open file: what was detected is what
 /// is decoded. Or, made from bytes, loads of its Path (which names no file) read those bytes, which

@@ -398,7 +398,7 @@ static BYTES_BUFFER ExpandFile()
 void BMP_Load(const char *path)
 {
     BMP_File = BYTES_BUFFER();
-    Reason_Guard([path] {
+    Bytes_Guard(BMP_File, [path] {
         BMP_File = Bytes_LoadFile(path);
         ReadHeader();
         if (!IsPossible())

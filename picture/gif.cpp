@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -365,22 +366,19 @@ static bool Fits(uint64_t framePixels, uint64_t &left)
     return true;
 }
 
-// The frame's data as indexes of its own. False without memory.
-static bool Decompress(GIF_FRAME &frame, size_t number)
+// The frame's data as indexes of its own.
+static void Decompress(GIF_FRAME &frame, std::span<const uint8_t> data, size_t number)
 {
     const size_t count = size_t{frame.Width} * frame.Height;
     auto *indexes =
         static_cast<uint8_t *>(std::calloc(count + OutputPadding(frame.MinimumCodeSize), 1));
-    if (!indexes) {
-        Reason_Set("out of memory");
-        return false;
-    }
-    const size_t made = GIF_LZW_Decompress(frame, {frame.Data, frame.DataSize}, indexes, count);
+    if (!indexes)
+        throw std::bad_alloc();
+    const size_t made = GIF_LZW_Decompress(frame, data, indexes, count);
     std::memset(indexes + made, 0, std::min<size_t>(GIF_Chunk, count - made));
     if (made < count)
         Reason_Set("frame %zu ends after %zu of %zu pixels", number, made, count);
     frame.Data = indexes;
-    return true;
 }
 
 // Reads the frame after an image separator, all but what a Graphic Control Extension has given.
@@ -406,10 +404,11 @@ static bool LoadFrame(GIF_OWNER &gif, GIF_FRAME &frame, uint64_t &left)
     if (number <= GIF_MaxFrames)
         GIF_Header.DataSize[number - 1] = frame.DataSize;
     gif.Frames.push_back(frame);
-    if (Picture_Rules == PICTURE_RULES_FORMAT || Decompress(gif.Frames.back(), number))
-        return true;
-    gif.Frames.pop_back();
-    return false;
+    if (Picture_Rules != PICTURE_RULES_FORMAT) {
+        gif.Frames.back().Data = nullptr;  // not the frame's own yet
+        Decompress(gif.Frames.back(), data, number);
+    }
+    return true;
 }
 
 // By the format's rules a screen without a size takes the first frame's, whose separator is next.
@@ -457,7 +456,7 @@ void GIF_Load(const char *path)
 {
     GIF_Frames = {};
     GIF_Loaded.reset();
-    Reason_Guard([path] {
+    const bool whole = Reason_Guard([path] {
         GIF_Loaded = std::make_unique_for_overwrite<GIF_OWNER>();  // the header comes later
         if (Picture_Rules == PICTURE_RULES_FORMAT)
             GIF_Loaded->FirstOwned = SIZE_MAX;
@@ -466,7 +465,10 @@ void GIF_Load(const char *path)
         GIF_LoadFrames(*GIF_Loaded);
         if (Picture_Rules == PICTURE_RULES_FORMAT)
             GIF_Loaded->Codes = std::exchange(GIF_File, {});
+        return true;
     });
+    if (!whole)
+        GIF_Loaded.reset();
     if (GIF_Loaded)
         GIF_Frames = GIF_Loaded->Frames;
     GIF_Header.FrameCount = static_cast<uint16_t>(GIF_Frames.size());

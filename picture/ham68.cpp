@@ -142,7 +142,7 @@ static void LoadFile(const char *path, uint16_t width, uint8_t rawPlanes)
 void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes)
 {
     HAM68_File = BYTES_BUFFER();
-    Reason_Guard([&] { LoadFile(path, width, rawPlanes); });
+    Bytes_Guard(HAM68_File, [&] { LoadFile(path, width, rawPlanes); });
 }
 
 static void ReadPalette(uint8_t planes)

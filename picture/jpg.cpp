@@ -40,7 +40,7 @@ void JPG_Load(const char *path)
 {
     Reason_Guard([path] {
         if (path[0] != '*') {
-            Begin(Picture_Rules, Bytes_LoadFile(path));
+            Begin(Picture_Rules, Reason_Guard([path] { return Bytes_LoadFile(path); }));
             JPG_Exif = {};
             JPG_Exif.LatitudeReference = JPG_Exif.LongitudeReference = '0';
         }

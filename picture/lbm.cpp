@@ -232,7 +232,7 @@ void LBM_Load(const char *path)
     LBM_File = BYTES_BUFFER();
     LBM_Header = {};
     LBM_Header.Rules = Picture_Rules;
-    Reason_Guard([path] {
+    Bytes_Guard(LBM_File, [path] {
         LBM_File = Bytes_LoadFile(path);
         LBM_Header.FileSize = static_cast<uint32_t>(LBM_File.size());
         ReadChunks();

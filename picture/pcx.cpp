@@ -133,7 +133,7 @@ static bool IsWorthExpanding(size_t size)
 void PCX_Load(const char *path)
 {
     PCX_File = BYTES_BUFFER();
-    Reason_Guard([path] {
+    Bytes_Guard(PCX_File, [path] {
         PCX_File = Bytes_LoadFile(path);
         ReadHeader();
         const size_t size = RowSize() * PCX_Header.Height;

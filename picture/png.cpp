@@ -276,7 +276,7 @@ void PNG_Load(const char *path)
     BeginPalette(header);
     PNG_Header = header;
     PNG_Decoder = {};
-    Reason_Guard([path] {
+    Bytes_Guard(PNG_File, [path] {
         PNG_File = Bytes_LoadFile(path);
         PNG_Header.FileSize = static_cast<uint32_t>(PNG_File.size());
         PNG_ReadChunks();

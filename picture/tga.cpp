@@ -159,7 +159,7 @@ static bool IsWorthExpanding()
 void TGA_Load(const char *path)
 {
     TGA_File = BYTES_BUFFER();
-    Reason_Guard([path] {
+    Bytes_Guard(TGA_File, [path] {
         TGA_File = Bytes_LoadFile(path);
         ReadHeader();
         const uint8_t type = TGA_Header.ImageType;

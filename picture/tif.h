@@ -41,8 +41,7 @@ void TIF_Load(const char *path);
 /// Width x Height RGBA pixels, alpha not multiplied in but for what is said above, the top row
 /// first; pixels that the strips lack are 0, and leave a reason. From malloc: the caller frees it.
 /// Null when nothing was loaded. The peak of memory is three times the buffer's size (one and a
-/// quarter when the strips are short) and the file; files of up to 1 KiB get 58 MiB, of up to 100
-/// KiB 420 MiB.
+/// quarter when the strips are short) and the file, within what Picture_Believes gives a file.
 uint8_t *TIF_Decoding();
 
 /// Frees the file image.

@@ -84,7 +84,7 @@ static bool FindData()
 void XBM_Load(const char *path)
 {
     XBM_File = BYTES_BUFFER();
-    Reason_Guard([path] {
+    Bytes_Guard(XBM_File, [path] {
         XBM_File = Bytes_LoadFile(path);
         XBM_File.insert(XBM_File.end(), XBM_Padding, 0);
     });

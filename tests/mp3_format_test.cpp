@@ -347,6 +347,9 @@ TEST(MP3Format, Detection)
         {"frames after other bytes", BYTES(100) + stream, true},
         {"a frame alone", Prefix(stream, 200) + BYTES(400), false},
         {"bytes 0xFF", BYTES(8192, 0xFF), false},
+        {"a picture", ReadFile(TEST_DATA "bmp/bmp_4bpp.bmp"), false},
+        {"headers at short distances, too",
+         BYTES(1) + Joined(std::vector(200, Number(0xFFFB1000, 4) + BYTES(4))), false},
         {"nothing", {}, false},
     };
     for (const auto &r : rows)

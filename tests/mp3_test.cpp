@@ -73,6 +73,7 @@ TEST(MP3, ID3v2)
          "Title|||||||"},
         {"nine bytes behind the text", title, 9, "Title|||||||"},
         {"eight bytes behind the text", title, 8, "|||||||"},
+        {"a text to the tag's end, which is not counted", title, 0, "Title|||||||"},
         {"thirteen behind a comment", TagFrame("COMM", Text("\0\0\0\0C")), 13, "||||C|||"},
         {"twelve behind a comment", TagFrame("COMM", Text("\0\0\0\0C")), 12, "|||||||"},
         {"a frame in an unknown one's text", TagFrame("TXXX", title), 30, "Title|||||||"},
@@ -83,7 +84,7 @@ TEST(MP3, ID3v2)
     for (const auto &r : rows) {
         const auto size = static_cast<uint16_t>(r.frames.size() + r.behind);
         const MP3_ID3V2 &tag =
-            Load(Joined({Tag(r.frames, size), BYTES(r.behind), Frame(Stereo, Length)})).ID3v2;
+            Load(Joined({Tag(r.frames, size), BYTES(r.behind), Frames(2, Stereo, Length)})).ID3v2;
         EXPECT_EQ(Listed({tag.Title.data(), tag.Artist.data(), tag.Album.data(), tag.Year.data(),
                           tag.Comment.data(), tag.Track.data(), tag.Genre.data()}),
                   r.texts)

@@ -104,6 +104,9 @@ TEST(Wav, Chunks)
     const BYTES extensible = Part("fmt ", Format(0xFFFE, 2, 4, 16) + Little(22, 2) + Little(16, 2) +
                                               Little(3, 4) + Little(1, 2) + Ramp(14));
     const BYTES unknown = Text("data\0\0\0\0") + Ramp(40), none = Part("none", {});
+    BYTES many = format;  // with data the walk's last ones
+    for (int i = 0; i < 16382; i++)
+        many.insert(many.end(), none.begin(), none.end());
     const BYTES large = Text("data\xFF\xFF\xFF\xFF") + Ramp(40);
     const struct {
         const char *what;
@@ -121,6 +124,8 @@ TEST(Wav, Chunks)
         {"a size that passes the end", format + large, 1, 44, 84},
         {"no format chunk", list + data, 256, 0, 0},
         {"chunks without contents", format + none + none + data, 1, 60, 100},
+        {"as many chunks as are walked", many + data, 1, 131100, 131140},
+        {"one more: as without others", many + none + data, 1, 44, 44},
         {"Microsoft ADPCM alone", Part("fmt ", Microsoft(1, 32)), 2, 90, 70},
     };
     for (const auto &r : rows) {

@@ -285,6 +285,46 @@ class Viewer(unittest.TestCase):
             with viewer.stderr as stream:
                 self.assertEqual(stream.read(), b"tessview: absent: cannot be opened: No such file or directory\n")
 
+    def test_keys(self):
+        def animation(*colours):  # of one pixel, red or green, ten seconds a frame
+            return b"GIF89a\1\0\1\0\x80\0\0\xff\0\0\0\xff\0" + b"".join(
+                b"!\xf9\4\0\xe8\3\0\0,\0\0\0\0\1\0\1\0\0\2\2" + struct.pack("<HB", 4 | c << 3 | 5 << 6, 0)
+                for c in colours) + b";"
+
+        def pages(*colours):
+            file = b"II*\0\x08\0\0\0"
+            for n, colour in enumerate(colours):
+                end = len(file) + 90
+                tags = [(256, 1), (257, 1), (258, 8), (262, 2), (273, end), (277, 3), (279, 3)]
+                file += struct.pack("<H", 7) + b"".join(struct.pack("<HHII", tag, 4, 1, value) for tag, value in tags) + \
+                    struct.pack("<I", (end + 4) * (n + 1 < len(colours))) + colour + b"\0"
+            return file
+
+        for name, content in [("1.gif", animation(0, 1)), ("2.tif", pages(BLUE, GREEN)), ("3.txt", b"no picture"),
+                              ("4.ppm", ppm(2, 64, RED * 64 + BLUE * 64))]:
+            self.file(name, content)
+        middle, help_line, grey, dark, black = (512, 384), (740, 505), b"\x30\x30\x34", b"\x0a\x0a\x0b", b"\0\0\0"
+        rows = [
+            ("sleep 0", {middle: RED}), ("key period", {middle: GREEN}), ("key comma", {middle: RED}), ("key a", {middle: RED}),
+            ("key Right", {middle: BLUE}), ("key Next", {middle: GREEN}), ("key Right", {(512, 100): RED, (512, 700): BLUE}),
+            ("key w", {(10, 384): RED, (1000, 700): RED}), ("key 0 1", {(512, 370): RED, (512, 400): BLUE, (520, 384): grey}),
+            ("key d", {(2, 2): dark}), ("key d", {(2, 2): grey}), ("key z", {help_line: dark}), ("sleep 2.2", {help_line: grey}),
+            ("key h", {help_line: dark}), ("key h", {help_line: grey}), ("key s", {middle: BLUE}), ("sleep 5", {middle: RED}),
+            ("key s", {middle: RED}), ("key End", {(512, 700): BLUE}), ("key Tab", {(512, 700): grey, (167, 91): RED}),
+            ("mousemove 340 91 click 5 click 4 click 1", {middle: BLUE}), ("key Home", {middle: RED}),
+            ("key f", {(1200, 384): grey}), ("key f", {(1200, 384): black}),
+        ]
+        with Display() as display:
+            viewer = subprocess.Popen([VIEWER, self.folder.name], env=dict(os.environ, **self.environment, DISPLAY=display.name))
+            self.addCleanup(viewer.kill)
+            for words, expected in rows:
+                display.xdotool(*words.split())
+                deadline = time.monotonic() + 30
+                while (seen := display.pixels(expected)) != list(expected.values()):
+                    self.assertLess(time.monotonic(), deadline, (words, seen))
+                    time.sleep(0.1)
+        self.assertEqual(viewer.wait(30), 1)  # without its display
+
 
 if __name__ == "__main__":
     unittest.main(argv=sys.argv[:1], verbosity=2)

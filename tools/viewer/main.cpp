@@ -1,6 +1,7 @@
 // Shows pictures in a window, prints what they say of themselves, or converts them.
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -39,6 +40,24 @@ static std::string KeysText()
             "  " + keys + std::string(keys.size() < 28 ? 28 - keys.size() : 1, ' ') + what + "\n";
     return text;
 }
+
+namespace
+{
+
+// Which options exclude each other is said when they are used together.
+class PLAIN_HELP : public CLI::Formatter
+{
+public:
+    std::string make_option_opts(const CLI::Option *option) const override
+    {
+        const std::string type = option->get_type_name();  // a colon before its bounds
+        return option->get_type_size() == 0 || option->get_positional()
+                   ? ""
+                   : " " + type.substr(0, type.find(':'));
+    }
+};
+
+}  // namespace
 
 static void AddOptions(CLI::App &app, OPTIONS &options)
 {
@@ -92,6 +111,7 @@ static void AddOptions(CLI::App &app, OPTIONS &options)
         ->excludes(convert)
         ->excludes(frame);
     app.set_version_flag("--version", "tessview " TESSVIEW_VERSION);
+    app.formatter(std::make_shared<PLAIN_HELP>());
     app.footer(KeysText);
 }
 

@@ -4,6 +4,8 @@
 #include <array>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <deque>
 #include <memory>
 #include <set>
@@ -881,6 +883,10 @@ static bool Open(const char *title)
     GLFEW_Samples = 0;  // nothing has slanting edges
     if (!CreateApplication(0, 0, 1024, 768, title, "", "", 48, 48, 52, 255))
         return false;
+    GLFEW_WhenDisplayIsLost([] {
+        std::fputs("tessview: the display is gone\n", stderr);
+        std::_Exit(1);  // other threads may be decoding
+    });
     Screen_Open();
     GLFEW_WhenTyped(
         [](int32_t key) { view.Typed.push_back(key < ' ' || key > 255 ? key : 0); },
