@@ -101,6 +101,8 @@ static std::string WriteSamples(WRITING &writing, uint64_t limit)
     while (!Output_HasEnded(output) && track.Error == 0) {
         if (Terminal_Signal() != 0)
             return "interrupted";
+        if (Terminal_StopAsked())
+            Terminal_Stop();
         const size_t taken = Output_Take(output, block);
         writing.Data += taken;
         if (writing.Data > limit)

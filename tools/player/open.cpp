@@ -53,6 +53,8 @@ static std::string ReadAll(int file, std::vector<uint8_t> &bytes)
         bytes.resize(size + static_cast<size_t>(std::max<ssize_t>(count, 0)));
         if (Terminal_Signal() != 0)
             return "interrupted";
+        if (Terminal_StopAsked())
+            Terminal_Stop();
         if (count == 0)
             return "";
         if (count < 0 && error != EINTR)
