@@ -30,7 +30,8 @@ void Extra_Set3DWorld(const EXTRA_3DWORLD &record);
 /// with Distance, on purpose.
 EXTRA_POINT Extra_2D(double x, double y, double z);
 
-/// 1 if all four points are in front and the viewer sees A, B, C in the order of a front face.
+/// 1 if all four points are in front of the camera and A, B, C run clockwise on the screen (y
+/// down).
 uint8_t Extra_3Dvisible(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, EXTRA_POINT D);
 
 /// The sign says on which side of the edge A-B, B-C or C-A the mouse lies; 0 is on the edge.
