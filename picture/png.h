@@ -42,8 +42,8 @@ struct PNG_HEADER {
     std::array<PNG_TEXT, 10> Texts;
     uint8_t InternationalTextCount;
     std::array<PNG_INTERNATIONAL_TEXT, 10> InternationalTexts;
-    uint8_t BackgroundIndex;  // by colour type: the palette index,
-    uint16_t BackgroundGrey;  // the grey level,
+    uint8_t BackgroundIndex;                                  // by colour type: the palette index,
+    uint16_t BackgroundGrey;                                  // the grey level,
     uint16_t BackgroundRed, BackgroundGreen, BackgroundBlue;  // or the colour, at the file's depth
     uint32_t PixelsPerUnitX, PixelsPerUnitY;
     uint8_t Unit;  // index into PNG_Unit
