@@ -18,12 +18,12 @@
 #pragma GCC visibility push(default)
 
 struct BMP_HEADER {
-    uint32_t DataOffset;                              // of the pixels
-    uint32_t PaletteOffset;                           // of the colour table, or of the masks
-    uint16_t Width, Height;                           // pixels
-    uint32_t OutputSize;                              // bytes: Width x Height x 4
-    uint16_t BitsPerPixel;                            // 1, 4, 8, 16, 24 or 32
-    uint16_t Compression;                             // 0 none, 1 RLE8, 2 RLE4, 3 bit fields
+    uint32_t DataOffset;     // of the pixels
+    uint32_t PaletteOffset;  // of the colour table, or of the masks
+    uint16_t Width, Height;  // pixels
+    uint32_t OutputSize;     // bytes: Width x Height x 4
+    uint16_t BitsPerPixel;   // 1, 4, 8, 16, 24 or 32; by the format's rules also 2
+    uint16_t Compression;    // 0 none, 1 RLE8, 2 RLE4, 3 bit fields
     std::array<std::array<uint8_t, 4>, 256> Palette;  // R G B A; filled while decoding
     uint32_t RedMask, GreenMask, BlueMask;            // of bit fields; filled while decoding
     bool TopDown;  // the file's height is negative: its first row is the top row

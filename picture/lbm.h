@@ -5,9 +5,8 @@
 // The framework's rules and the format's (Picture_Rules, EA IFF 85 "ILBM") differ in:
 //   forms      ILBM and PBM; also ACBM, whose planes are contiguous
 //   alpha      none; by mask plane and transparent colour, or in planes 25 to 32 of true colour
-//   palette    as many entries as the planes index; those of the chunk, 4-bit ones scaled, 32 for
-//   six
-//              planes mean half-bright, and greys without a chunk
+//   palette    as many entries as the planes index; those of the chunk (4-bit ones are scaled, 32
+//              for six planes mean half-bright), greys without a chunk
 #pragma once
 
 #include <array>

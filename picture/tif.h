@@ -1,7 +1,6 @@
 // TIFF pictures (TIFF 6.0, Adobe's technical notes 1 and 2 on it, and BigTIFF): of integer samples,
 // grey in both senses, palette, RGB, CMYK or YCbCr, with or without alpha, chunky or planar, in
-// strips or tiles. The compressions belong to picture/tif_packing.h, colours to
-// picture/tif_colour.h.
+// strips or tiles. Compressions are in picture/tif_packing.h, colours in picture/tif_colour.h.
 //
 // Where the rules differ:
 //
@@ -22,8 +21,8 @@
 //   multiplied in                                               decoders do, too
 //   page            the first                                   TIF_Page
 //
-// Left out under both: floating point, more than 16 bits, and what the tables of compressions and
-// colours name without a way to read it.
+// Not supported by either: floating point, more than 16 bits, and the entries of the tables of
+// compressions and colours that have no decoder.
 #pragma once
 
 #include <cstdint>
@@ -33,15 +32,15 @@
 #pragma GCC visibility push(default)
 
 /// Reads a file and its directories by the rules of Picture_Rules. TIF_File stays empty, with a
-/// reason, when the file cannot be read, when it is not of a kind listed above, when its size is 0
-/// or passes Picture_MaxBytes, when its strips cannot hold an eighth of its pixels or when they
-/// overlap so often that they take more than eight times the file.
+/// reason, if the file cannot be read or is not of a kind listed above, if its size is 0 or exceeds
+/// Picture_MaxBytes, if its strips cannot hold an eighth of its pixels, or if they overlap so much
+/// that together they exceed eight times the file.
 void TIF_Load(const char *path);
 
-/// Width x Height RGBA pixels, alpha not multiplied in but for what is said above, the top row
-/// first; pixels that the strips lack are 0, and leave a reason. From malloc: the caller frees it.
-/// Null when nothing was loaded. The peak of memory is three times the buffer's size (one and a
-/// quarter when the strips are short) and the file, within what Picture_Believes gives a file.
+/// Width x Height RGBA pixels, the top row first, alpha not multiplied in except as stated above;
+/// pixels that the strips lack are 0, and leave a reason. From malloc: the caller frees it. Null if
+/// nothing was loaded. Peak memory: three times the buffer's size (one and a quarter if the strips
+/// are short) and the file, within what Picture_Believes allows a file.
 uint8_t *TIF_Decoding();
 
 /// Frees the file image.
