@@ -35,7 +35,7 @@ struct BMP_HEADER {
     uint32_t AlphaMask;     // 0: opaque
 };
 
-/// The file being decoded, one at a time. The header stays after BMP_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after BMP_UnLoad.
 extern constinit thread_local BMP_HEADER BMP_Header;
 extern constinit thread_local BYTES_BUFFER
     BMP_File;  // the image, runs expanded to at most Width x Height pixels

@@ -73,7 +73,7 @@ struct GIF_PICTURE {
     BYTES_BUFFER Codes;  // by the format's rules: the frames' Data point into it
 };
 
-/// The file being decoded, one at a time on each thread. The header stays after GIF_UnLoad; so do
+/// The file being decoded, one at a time per thread. The header stays after GIF_UnLoad; so do
 /// the frames, until their picture is unloaded or this thread loads again.
 extern constinit thread_local GIF_HEADER GIF_Header;
 extern constinit thread_local std::span<GIF_FRAME> GIF_Frames;

@@ -27,7 +27,7 @@ struct HAM68_HEADER {
     std::array<std::array<uint8_t, 4>, 64> Palette;  // R G B A
 };
 
-/// The file being decoded, one at a time. The header stays after HAM68_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after HAM68_UnLoad.
 extern constinit thread_local HAM68_HEADER HAM68_Header;
 extern constinit thread_local BYTES_BUFFER HAM68_File;  // the image, planes expanded
 

@@ -110,7 +110,7 @@ struct JPG_EXIF {
     float Latitude, Longitude;                   // degrees
 };
 
-/// The file being decoded, one at a time on each thread. Header and Exif stay after JPG_UnLoad.
+/// The file being decoded, one at a time per thread. Header and Exif stay after JPG_UnLoad.
 extern constinit thread_local JPG_HEADER JPG_Header;
 extern constinit thread_local JPG_DECODER JPG_Decoder;
 extern constinit thread_local JPG_EXIF JPG_Exif;

@@ -42,7 +42,7 @@ struct LBM_HEADER {
     uint8_t Rules;          // PICTURE_RULES of the load
 };
 
-/// The file being decoded, one at a time. The header stays after LBM_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after LBM_UnLoad.
 extern constinit thread_local LBM_HEADER LBM_Header;
 extern constinit thread_local BYTES_BUFFER
     LBM_File;                                       // the image, with the BODY expanded at its end

@@ -30,7 +30,7 @@ struct PCX_HEADER {
     uint8_t Rules;          // PICTURE_RULES of the load
 };
 
-/// The file being decoded, one at a time. The header stays after PCX_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after PCX_UnLoad.
 extern constinit thread_local PCX_HEADER PCX_Header;
 extern constinit thread_local BYTES_BUFFER PCX_File;  // the image, runs expanded
 

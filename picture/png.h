@@ -60,7 +60,7 @@ struct PNG_DECODER {
     uint32_t Length;
 };
 
-/// The file being decoded, one at a time. The header stays after PNG_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after PNG_UnLoad.
 extern constinit thread_local PNG_HEADER PNG_Header;
 extern constinit thread_local BYTES_BUFFER PNG_File;  // used only while loading
 extern constinit thread_local size_t

@@ -25,7 +25,7 @@ struct PXM_HEADER {
     uint8_t Depth;           // samples a pixel; 0 for bitmaps
 };
 
-/// The file being decoded, one at a time. The header stays after PXM_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after PXM_UnLoad.
 extern constinit thread_local PXM_HEADER PXM_Header;
 extern constinit thread_local BYTES_BUFFER PXM_File;
 extern constinit thread_local size_t PXM_Position;  // next byte to read

@@ -18,7 +18,7 @@ struct SPR_HEADER {
     std::array<uint8_t *, 256> Images;  // RGBA pixels of each; null for a missing one
 };
 
-/// The file being decoded, one at a time on each thread. The header and its images stay after
+/// The file being decoded, one at a time per thread. The header and its images stay after
 /// SPR_UnLoad until SPR_FreeImages or this thread's next load.
 extern constinit thread_local SPR_HEADER SPR_Header;
 extern constinit thread_local BYTES_BUFFER SPR_File;

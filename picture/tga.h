@@ -32,7 +32,7 @@ struct TGA_HEADER : TGA_SIZE {
     uint8_t MapBits;               // per entry
 };
 
-/// The file being decoded, one at a time. The header stays after TGA_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after TGA_UnLoad.
 extern constinit thread_local TGA_HEADER TGA_Header;
 extern constinit thread_local BYTES_BUFFER TGA_File;  // the image, runs expanded
 

@@ -7,18 +7,18 @@
 //                   the framework's (PICTURE_RULES_FRAMEWORK)   TIFF's own (PICTURE_RULES_FORMAT)
 //   magic number    any                                         42, or 43 for BigTIFF
 //   types of values 1 to 5, others have no values               1 to 13 and 16 to 18
-//   bits a sample   8; a list that is uneven counts as 8        1 to 16, all the same; 1 if missing
+//   bits a sample   8; an uneven list counts as 8             1 to 16, all equal; 1 if missing
 //   colours         grey, palette, RGB; RGB if missing          also CMYK, YCbCr, masks; grey if
 //                                                               missing and of less than 3 samples
 //   without strips  RGB follows the file's 8-byte header        nothing to decode
-//   strips' bytes   as stated                                   0 stands for the rest of the file
+//   strips' bytes   as stated                                   0 means the rest of the file
 //   tiles           no                                          yes
 //   compressions    none, PackBits, LZW, Deflate                also CCITT, JPEG and old-style LZW
 //   short palette   black where it ends                         its indexes are greys
-//   extra sample    alpha if said to be, or if nothing is;      alpha
+//   extra sample    alpha if stated, or if nothing is;          alpha
 //                   never in palettes
-//   alpha that is   divided out of the colours                  colours stay as stored, which other
-//   multiplied in                                               decoders do, too
+//   alpha that is   divided out of the colours                  colours stay as stored, as in other
+//   multiplied in                                               decoders
 //   page            the first                                   TIF_Page
 //
 // Not supported by either: floating point, more than 16 bits, and the entries of the tables of

@@ -53,7 +53,7 @@ struct TIF_HEADER {
     std::array<uint8_t, 2> Subsampling;  // of YCbCr: pixels per chroma sample, across and down
 };
 
-/// The file being decoded, one at a time. The header stays after TIF_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after TIF_UnLoad.
 extern constinit thread_local TIF_HEADER TIF_Header;
 extern constinit thread_local BYTES_BUFFER TIF_File;
 extern constinit thread_local size_t TIF_Position;  // next byte to read; beyond the size: cut short

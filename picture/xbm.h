@@ -27,7 +27,7 @@ struct XBM_HEADER {
     uint8_t Rules;        // PICTURE_RULES of the load
 };
 
-/// The file being decoded, one at a time. The header stays after XBM_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after XBM_UnLoad.
 extern constinit thread_local XBM_HEADER XBM_Header;
 extern constinit thread_local BYTES_BUFFER XBM_File;  // the text and XBM_Padding NULs
 
