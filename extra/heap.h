@@ -15,7 +15,7 @@ extern constinit thread_local uint8_t Extra_Pointer;
 /// Order of all pulls, for every heap: 0 last in, first out; else first in, first out.
 extern constinit thread_local uint8_t Extra_LIFOorFIFO;
 
-/// Forgets all buffers without freeing them; heads and tails stay.
+/// Sets all buffers to null without freeing them; heads and tails stay.
 void Extra_InitHeap();
 
 /// Makes heap `n` of `size` bytes, empty and current. A previous buffer of that number is not

@@ -55,7 +55,7 @@ struct CHARSET_EXTENT {
 /// without the gap after the last one. Both 0 for no glyphs, a scale below 1, or an unknown set.
 CHARSET_EXTENT CharSet_TextSize(size_t glyphs, uint8_t set, int16_t scaleX, int16_t scaleY);
 
-/// The byte at `index` (modulo 65536) of the set's table; 0 past its end or without a table.
+/// The byte at `index` (modulo 65536) of the set's table; 0 past its end or for an unknown set.
 uint8_t CharSet_ROM_GetByte(uint8_t set, uint32_t index);
 
 /// Maps the first 255 bytes of a text to glyph numbers, followed by a 0: `out` has room for 256.

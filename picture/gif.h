@@ -2,16 +2,16 @@
 // may be used and unloaded on another thread than the one that loaded it.
 //
 // The rules (Picture_Rules)   framework                          format
-// a frame's data, decoded     its picture of the whole screen    still compressed, for GIF_Compose
-// on the screen               alone, or over the one before      as disposal methods leave it
-// before the first frame      background colour, alpha 0         that opaque, or if the frame has
-//                                                                transparency (0, 0, 0, 0)
+// a frame's data, decoded     a picture of the whole screen      still compressed, for GIF_Compose
+// on the screen               alone, or over the frame before    as disposal methods leave it
+// before the first frame      background colour, alpha 0         the same, opaque; (0, 0, 0, 0) if
+//                                                                the frame has transparency
 // where a frame is cleared    (frames are not disposed of)       (0, 0, 0, 0)
-// beyond the right edge       indexes run on in the next row     clipped
-// interlaced frames           at the top left, rows run on       in their place
+// beyond the right edge       indexes continue in the next row   clipped
+// interlaced frames           at the top left, rows continue     in their place
 // missing pixels              index 0                            not drawn
 // comment                     up to a 0, block lengths included  its text; may be empty
-// frames                      1024, and all within a bound       65535
+// frames                      at most 1024, of limited size      at most 65535
 // screen without a size       no picture                         the first frame's size
 #pragma once
 
@@ -82,7 +82,7 @@ extern constinit thread_local size_t GIF_Position;  // next byte to read
 
 /// Reads a file. By the framework's rules its frames are decompressed to indexes; missing ones are
 /// 0. Each frame is charged 4 bytes per pixel of the screen or of itself, whichever is more;
-/// loading stops, with a reason, where the total passes what is believed of a file of this size, or
+/// loading stops, with a reason, where the total exceeds what a file of this size is allowed, or
 /// Picture_MaxBytes. Frame data are compacted in place in GIF_File; by the format's rules the
 /// picture then owns it. Byte heap 0 becomes current, last in first out, without a buffer.
 void GIF_Load(const char *path);

@@ -594,7 +594,7 @@ static bool ReadApplication(uint8_t marker, size_t end, size_t length)
     return false;
 }
 
-// Reads or skips the segment of a marker. False when it was a scan header.
+// Reads or skips a marker's segment. False if it is a scan header.
 static bool ReadSegment(uint8_t marker)
 {
     const size_t start = JPG_Position, length = JPG_GetWord(), end = start + length;

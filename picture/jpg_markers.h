@@ -126,7 +126,6 @@ extern const std::array<float, 8> JPG_ScaleFactor;
 
 /// Numbers at JPG_Position, 0 past the end: big-endian; and in the byte order of the Exif data, 0
 /// while that is unknown.
-/// while that is unknown.
 uint8_t JPG_GetByte();
 uint16_t JPG_GetWord();
 uint16_t JPG_GetExifWord();

@@ -48,7 +48,7 @@ extern constinit thread_local BYTES_BUFFER
     LBM_File;                                       // the image, with the BODY expanded at its end
 extern constinit thread_local size_t LBM_Position;  // next byte to read; beyond the size: cut short
 
-/// Big-endian numbers at LBM_Position; what is past the end reads as 0.
+/// Big-endian numbers at LBM_Position; bytes past the end read as 0.
 uint8_t LBM_GetByte();
 uint16_t LBM_GetWord();
 uint32_t LBM_GetDWord();

@@ -1,9 +1,9 @@
 // PNG pictures: chunks, scanline filters, Adam7. ISO/IEC 15948 (W3C "PNG"), every colour type and
 // depth. The zlib stream is decoded by picture/inflate.h, the filters by picture/png_filter.h.
 //
-// The rules (Picture_Rules)      framework                 format
-// transparent grey or colour     stored only               alpha 0, by all bits of its samples
-// index beyond the palette       what the file before had  opaque black
+// The rules (Picture_Rules)      framework                  format
+// transparent grey or colour     stored only                alpha 0, if all bits of the samples
+// match index beyond the palette       previous file's palette    opaque black
 #pragma once
 
 #include <array>
@@ -54,7 +54,7 @@ struct PNG_HEADER {
     uint8_t HasKey;                               // 1: the transparent colour is applied
 };
 
-// The gathered IDAT data: one zlib stream.
+/// The gathered IDAT data, one zlib stream of Length bytes at the start of Data.
 struct PNG_DECODER {
     BYTES_BUFFER Data;
     uint32_t Length;

@@ -14,7 +14,7 @@
 
 #pragma GCC visibility push(default)
 
-/// What TGA_GetHeader gives.
+/// The result of TGA_GetHeader.
 struct TGA_SIZE {
     uint32_t Width, Height;  // pixels
     uint32_t Size;           // Width x Height x 4

@@ -7,7 +7,7 @@
 //                   the framework's (PICTURE_RULES_FRAMEWORK)   TIFF's own (PICTURE_RULES_FORMAT)
 //   magic number    any                                         42, or 43 for BigTIFF
 //   types of values 1 to 5, others have no values               1 to 13 and 16 to 18
-//   bits a sample   8; an uneven list counts as 8             1 to 16, all equal; 1 if missing
+//   bits a sample   8; an uneven list counts as 8               1 to 16, all equal; 1 if missing
 //   colours         grey, palette, RGB; RGB if missing          also CMYK, YCbCr, masks; grey if
 //                                                               missing and of less than 3 samples
 //   without strips  RGB follows the file's 8-byte header        nothing to decode

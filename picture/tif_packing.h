@@ -1,4 +1,4 @@
-// How the strips and tiles of a TIFF file are packed: PackBits, LZW (TIFF 6.0, sections 9 and 13),
+// Decompression of TIFF strips and tiles: PackBits, LZW (TIFF 6.0, sections 9 and 13),
 // Deflate, facsimile coding, JPEG; the horizontal predictor (section 14). Works on TIF_Header.
 #pragma once
 

@@ -99,7 +99,7 @@ void GLFEW_CopyToWindow(uint32_t texture);
 /// does not ask draws every frame.
 bool GLFEW_MustDraw(bool changed);
 
-/// Clears colours and depths. / Turns on alpha blending for all later draws.
+/// GLFEW_Clear clears colours and depths; GLFEW_BlendByAlpha turns on alpha blending from now on.
 void GLFEW_Clear();
 void GLFEW_BlendByAlpha();
 

@@ -16,9 +16,10 @@ struct CHARSET_SOURCE {
     uint16_t Glyphs;
     uint8_t Columns, Rows;  // of a glyph: 8 or 16
     uint8_t Blank;          // number of the glyph that is not drawn
-    /// Blocks of cells side by side: a line of "number name" for each, then their rows, '#' for a
-    /// point. "+ name" is a part for letters with marks and no glyph of its own: A6 is an A of six
-    /// rows, which leaves room for a mark; where the marks of capitals differ, ´A is theirs.
+    /// Blocks of cells side by side: a line with "number name" for each cell, then their rows, '#'
+    /// for a point. "+ name" defines a part, which is no glyph of its own but a base or mark of
+    /// accented letters. A6, for example, is an A of six rows that leaves room for a mark, and ´A
+    /// the variant of a mark for capitals.
     const char *Pictures;
     /// "number name base mark right down": the base, with the mark moved right and down.
     const char *Marked = "";
@@ -97,7 +98,7 @@ consteval size_t CharSet_Named(const CHARSET_GLYPHS &glyphs, CHARSET_NAME name)
     return number;
 }
 
-/// Eight points of a row. '#' is odd and '.' is even; their sum shows whether all were one of them.
+/// Eight points of a row. '#' is odd and '.' is even; the sum shows whether each is one of the two.
 consteval uint32_t CharSet_ReadPoints(const char *p)
 {
     const int bits = (p[0] & 1) << 7 | (p[1] & 1) << 6 | (p[2] & 1) << 5 | (p[3] & 1) << 4 |
@@ -114,7 +115,7 @@ consteval uint32_t CharSet_ReadPoints(const char *p)
 consteval void CharSet_ReadPictures(CHARSET_GLYPHS &glyphs, const CHARSET_SOURCE &source)
 {
     size_t part = CHARSET_MaxGlyphs;
-    const char *text = source.Pictures + 1;  // past the line end that opens the literal
+    const char *text = source.Pictures + 1;  // past the line feed that opens the literal
     while (*text) {
         size_t cells[8] = {}, across = 0;
         while (*text != '\n') {
