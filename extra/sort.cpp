@@ -85,8 +85,7 @@ void Extra_MergeSort(int32_t *a, uint16_t n)
     std::vector<int32_t> merged(n);
     while (!Extra_EmptyHeap()) {
         const uint16_t hi = Extra_PullWord(), mid = Extra_PullWord(), lo = Extra_PullWord();
-        std::merge(a + lo, a + mid, a + mid, a + hi,
-                   merged.begin() + lo);  // stable: on a tie the left element comes first
+        std::merge(a + lo, a + mid, a + mid, a + hi, merged.begin() + lo);  // ties: the left first
         std::copy(merged.begin() + lo, merged.begin() + hi, a + lo);
     }
     Extra_DestroyHeap(255);

@@ -242,9 +242,8 @@ static bool Update(T &shown, const T &now)
 static ANGLES Ahead(const ANGLES &angles, const std::array<double, 3> &tick, float share)
 {
     const auto ahead = [share](float angle, double by) {
-        return angle >= 360
-                   ? angle
-                   : angle + static_cast<float>(by) * share;  // the next tick wraps it to 0
+        return angle >= 360 ? angle
+                            : angle + static_cast<float>(by) * share;  // the next tick gives 0
     };
     return {ahead(angles.x, tick[0]), ahead(angles.y, tick[1]), ahead(angles.z, tick[2])};
 }

@@ -36,8 +36,7 @@ const std::array<char, 90> HAM68_Description = [] {
 
 constexpr size_t HAM68_HeaderSize = 100;
 constexpr uint8_t HAM68_Runs = 1, HAM68_Escape = 1;
-constexpr size_t HAM68_MaxRun =
-    0xFEFF;  // a count's high byte must not be 255, which means a single 1
+constexpr size_t HAM68_MaxRun = 0xFEFF;  // a high byte of 255 would mean a single 1
 constexpr size_t HAM68_MaxOutOfOne = HAM68_MaxRun / 4 + 1;  // bytes per byte: a run takes four
 
 static size_t PaletteSize(uint8_t planes)
@@ -231,8 +230,7 @@ uint8_t *HAM68_Decoding(uint8_t planes)
     if (!pixels)
         return nullptr;
     ReadPalette(planes);
-    const uint8_t used =
-        planes == 6 || planes == 8 ? planes : 0;  // otherwise every pixel is palette entry 0
+    const uint8_t used = planes == 6 || planes == 8 ? planes : 0;  // 0: all palette entry 0
     const size_t row = size_t{used} * h.BytesPerRow;
     const HAM68_STEPS steps = MakeSteps(used);
     for (size_t y = 0; y < h.Height; y++)

@@ -121,8 +121,7 @@ struct PNG_CODE {
 struct PNG_HUFFMAN {
     uint32_t RootBits;
     std::array<uint32_t, (1 << 11) + PNG_LiteralCodes *(1 << (PNG_MaxCodeBits - 11))> Entries;
-    std::array<PNG_CODE, PNG_LiteralCodes>
-        RootCodes;  // codes of the first level, shorter ones first
+    std::array<PNG_CODE, PNG_LiteralCodes> RootCodes;  // of the first level, shorter codes first
     size_t RootCount;
 };
 

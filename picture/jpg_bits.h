@@ -64,9 +64,8 @@ struct JPG_BITS {
 /// flags, the zeros before the coefficient, and from bit 16 on its value. Longer codes are found by
 /// their length in Limits.
 constexpr uint32_t JPG_LookBits = 10;
-constexpr uint32_t JPG_EntryDrop = 31;  // bits of the code, plus the value's if it is in the entry
-constexpr uint32_t JPG_EntrySize =
-    32;  // the value is the number of the value's bits, still to be read
+constexpr uint32_t JPG_EntryDrop = 31;   // bits of the code, plus the value's if it is in the entry
+constexpr uint32_t JPG_EntrySize = 32;   // the value is its number of bits, still to be read
 constexpr uint32_t JPG_EntryEnd = 64;    // end of block or band: the value is the symbol
 constexpr uint32_t JPG_EntryLong = 128;  // longer than JPG_LookBits, or no code
 constexpr uint32_t JPG_EntryZeros = 8;

@@ -58,8 +58,7 @@ struct JPG_HEADER {
     std::array<JPG_QUANTISATION, 4> Quantisation;
     uint8_t ScanComponentCount;
     std::array<JPG_SCAN_COMPONENT, 4> ScanComponents;
-    uint8_t Ss, Se, AhAl, Ah,
-        Al;  // first and last coefficient; bit positions, combined and separate
+    uint8_t Ss, Se, AhAl, Ah, Al;  // first and last coefficient; bits, combined and separate
     std::array<char, 128> Comment;
     uint16_t RestartInterval;  // MCUs; 0: none
     uint32_t DataOffset;       // of the first entropy-coded byte; 0: no scan found

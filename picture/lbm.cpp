@@ -122,10 +122,9 @@ static void ReadChunks()
             [[fallthrough]];
         case ID("BODY"):
             h.BodyOffset = static_cast<uint32_t>(LBM_Position);
-            h.BodySize =
-                size != 0
-                    ? size
-                    : static_cast<uint32_t>(h.FileSize - LBM_Position);  // some writers leave 0
+            h.BodySize = size != 0
+                             ? size
+                             : static_cast<uint32_t>(h.FileSize - LBM_Position);  // lazy writers
             break;
         }
         LBM_Position = next;

@@ -44,8 +44,7 @@ struct LBM_HEADER {
 
 /// The file being decoded, one at a time per thread. The header stays after LBM_UnLoad.
 extern constinit thread_local LBM_HEADER LBM_Header;
-extern constinit thread_local BYTES_BUFFER
-    LBM_File;                                       // the image, with the BODY expanded at its end
+extern constinit thread_local BYTES_BUFFER LBM_File;  // the image, ending with its expanded BODY
 extern constinit thread_local size_t LBM_Position;  // next byte to read; beyond the size: cut short
 
 /// Big-endian numbers at LBM_Position; bytes past the end read as 0.

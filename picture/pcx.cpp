@@ -106,8 +106,7 @@ static void ExpandRuns(std::span<const uint8_t> packed, size_t size, BYTES_BUFFE
 {
     const size_t start = out.size();
     size = std::min(size, packed.size() / 2 * PCX_MaxRun + 1);
-    out.resize(start + size +
-               PCX_MaxRun);  // PCX_MaxRun bytes are written for every run, then overwritten
+    out.resize(start + size + PCX_MaxRun);  // each run is written with PCX_MaxRun bytes
     uint8_t *to = out.data() + start;
     const uint8_t *const end = to + size;
     for (size_t i = 0; i < packed.size() && to < end;) {

@@ -54,8 +54,8 @@ uint8_t Picture_CheckBytes(std::span<const uint8_t> file, uint16_t rawPlanes);
 
 /// Detects, reads and decodes a file under the rules that Picture_Rules selects. `hint` is the
 /// width of a headerless HAM file (0: 320); for GIF, 1 draws every frame over the one before.
-/// Pixels is null, with a reason and nothing printed, if nothing can be decoded. Throws nothing.
-/// The caller owns the record until Picture_UnLoad.
+/// Pixels is null, with a reason, if nothing can be decoded; nothing is printed if the file cannot
+/// be read. Throws nothing. The caller owns the record until Picture_UnLoad.
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes);
 /// The same for a file in memory, which is used only during the call.
 Picture Picture_LoadBytes(std::span<const uint8_t> file, uint16_t hint, uint16_t rawPlanes);

@@ -22,8 +22,8 @@ enum PICTURE_RULES : uint8_t {
 };
 extern constinit thread_local uint8_t Picture_Rules;
 
-/// Maximum size of a pixel buffer in bytes; larger pictures are rejected. To be changed before
-/// other threads load.
+/// Maximum size of a pixel buffer in bytes; larger pictures are rejected. Change it only
+/// before other threads load.
 extern size_t Picture_MaxBytes;
 
 /// A file that can hold less than one part in this many of its pixels is rejected; one that holds

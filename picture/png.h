@@ -2,8 +2,8 @@
 // depth. The zlib stream is decoded by picture/inflate.h, the filters by picture/png_filter.h.
 //
 // The rules (Picture_Rules)      framework                  format
-// transparent grey or colour     stored only                alpha 0, if all bits of the samples
-// match index beyond the palette       previous file's palette    opaque black
+// transparent grey or colour     stored only                alpha 0, by all bits of its samples
+// index beyond the palette       previous file's palette    opaque black
 #pragma once
 
 #include <array>

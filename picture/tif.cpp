@@ -202,8 +202,7 @@ static bool IsPossible()
     }
     const uint64_t file = TIF_File.size();
     const uint64_t held = std::min(stored, file) * Packing()->Ratio;
-    const uint64_t columns =
-        strips.Grid.Across * h.TileWidth;  // including those beyond the picture
+    const uint64_t columns = strips.Grid.Across * h.TileWidth;  // including those outside
     const uint64_t pixels = held * 8 / (uint64_t{h.Samples} * h.BitsPerSample) * h.Width / columns;
     const uint64_t overlap = h.Compression == TIF_JPEG ? TIF_MaxOverlapOfJPEG : TIF_MaxOverlap;
     const uint64_t chunk = ChunkMemory(strips.Grid);

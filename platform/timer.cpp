@@ -40,8 +40,7 @@ static void RunTicks(std::chrono::steady_clock::time_point deadline,
 void Timer_Create(uint32_t seconds, uint32_t nanoseconds)
 {
     using namespace std::chrono;
-    static const int atExit =
-        std::atexit(Timer_Destroy);  // the thread must not outlive the program
+    static const int atExit = std::atexit(Timer_Destroy);  // the thread must not outlive main
     static_cast<void>(atExit);
     Timer_Destroy();
     struct sigaction trap = {};
