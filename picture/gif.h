@@ -30,7 +30,7 @@ constexpr size_t GIF_MaxFrames = 1024;  // by the framework's rules; later ones 
 
 struct GIF_HEADER {
     uint16_t Width, Height;  // of the screen, pixels
-    uint8_t Bits;            // the colour resolution field: bits per component - 1
+    uint8_t Bits;            // the colour resolution field minus 1: bits per component - 2
     uint8_t Version;         // '7' or '9'
     uint16_t GlobalColors;   // entries of the global palette, if there is one
     uint8_t GlobalSorted;
