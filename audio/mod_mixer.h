@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <span>
 
+#pragma GCC visibility push(default)
+
 /// Clock of the sound chip in Hz, on PAL machines: a voice plays 4 x MOD_Clock / Period samples a
 /// second.
 constexpr double MOD_Clock = 3546895.0;
@@ -80,3 +82,5 @@ void MOD_Mix(MOD_MIXER &mixer, std::span<MOD_VOICE> voices, const MOD_FORMAT &fo
 /// Goes on by `frames` without rendering them. What the next frames sound like is settled a few
 /// milliseconds later: volumes arrive at once, and cut notes leave nothing.
 void MOD_SkipFrames(std::span<MOD_VOICE> voices, uint32_t rate, size_t frames);
+
+#pragma GCC visibility pop
