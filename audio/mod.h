@@ -45,7 +45,7 @@ struct MOD_HEADER {
     uint8_t SongLength;                                // orders that are played, 1 to 128
     uint8_t SampleCount;                               // 15 or 31
     std::array<std::array<char, 23>, 31> SampleNames;  // NUL at the end of each
-    uint8_t Rules;                                     // AUDIO_RULES that it was loaded by
+    uint8_t Rules;                                     // AUDIO_RULES it was loaded under
     // From the switches below at the load. The thread that renders may change them.
     uint8_t Interpolation, Separation;
 };
@@ -56,7 +56,7 @@ struct MOD_HEADER {
 extern constinit thread_local uint8_t MOD_Interpolation;
 extern constinit thread_local uint8_t MOD_Separation;
 
-/// The songs that this thread loaded, in the order of loading; null where none is.
+/// The songs that this thread loaded, in load order; null for an empty slot.
 extern constinit thread_local SOUND_TABLE<MOD_HEADER> MOD_Header;
 extern constinit thread_local uint8_t MOD_SoundNumber;  // slot that the next load fills
 
