@@ -57,8 +57,7 @@ template <int Bits>
     return Round<31>(Product(a, b) + Product(c, d));
 }
 
-// 1 / (2 cos((2k+1) pi / 2n)) for k = 0 to n/2 - 1, which the cosine transforms divide by. N is n.
-
+// 1 / (2 cos((2k+1) pi / 2n)) for k = 0 to n/2 - 1: factors of the cosine transforms, n = N.
 template <size_t N>
 constexpr auto MP3_Secants = [] {
     std::array<int32_t, N / 2> table{};
