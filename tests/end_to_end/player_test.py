@@ -192,17 +192,17 @@ class Player(Stage):
         rows = [(("--info", "absent"), 1, "tessplay: absent: No such file or directory"),
                 (("--info", "no.pls"), 1, "tessplay: no.pls: No such file or directory"),
                 (("--convert", "stereo.wav", "folder.wav"), 1, "tessplay: folder.wav: Is a directory"),
-                (("--convert", "stereo.wav", "out.flac"), 2, "tessplay: --convert: writes .wav, .raw and .pcm (--help tells more)"),
+                (("--convert", "stereo.wav", "out.flac"), 2, "tessplay: --convert: writes only .wav, .raw and .pcm (see --help)"),
                 (("--convert", "stereo.wav", "no/out.wav"), 1, "tessplay: no/out.wav: No such file or directory"),
                 (("--convert", "--loop", "1000000", "stereo.wav", "out.wav"), 1, "tessplay: out.wav: more than 4 GiB of sound"),
-                ((), 2, "tessplay: FILE is required (--help tells more)"),
-                (("--convert", "stereo.wav"), 2, "tessplay: --convert: wants two files, IN and OUT (--help tells more)"),
-                (("--convert", "--loop", "0", "a", "b.wav"), 2, "tessplay: --loop: a file is no place for ever (--help tells more)"),
+                ((), 2, "tessplay: FILE is required (see --help)"),
+                (("--convert", "stereo.wav"), 2, "tessplay: --convert: needs two files, IN and OUT (see --help)"),
+                (("--convert", "--loop", "0", "a", "b.wav"), 2, "tessplay: --loop: 0 cannot be converted: a file has an end (see --help)"),
                 (("--convert", "--start", "1:00", "stereo.wav", "out.wav"), 1, "tessplay: stereo.wav: it ends before the time to start"),
-                (("--start", "1:x", "a"), 2, "tessplay: --start: wants a time: 83, 1:23.5 or 1:02:03 (--help tells more)"),
+                (("--start", "1:x", "a"), 2, "tessplay: --start: needs a time: 83, 1:23.5 or 1:02:03 (see --help)"),
                 (("--device", "absent", "a"), 1, 'tessplay: no sound device "absent" (--devices lists them)'),
-                (("--raw", "9,1,1", "a"), 2, "tessplay: --raw: wants 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz "
-                                             "(--help tells more)")]
+                (("--raw", "9,1,1", "a"), 2, "tessplay: --raw: needs 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz "
+                                             "(see --help)")]
         rows += [((name,), 1, f"tessplay: {name}: {reason}") for name, (_, reason) in UNPLAYABLE.items()]
         rows += [(("--framework", name), 1, f"tessplay: {name}: {reason}") for name, reason in FRAMEWORK_REFUSES.items()]
         os.mkdir(self.path("folder.wav"))

@@ -206,7 +206,7 @@ int main(int argc, char **argv)
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0)  // asked for help or the version
             return app.exit(error);
-        std::fprintf(stderr, "tessview: %s (--help tells more)\n", error.what());
+        std::fprintf(stderr, "tessview: %s (see --help)\n", error.what());
         return WrongUsage;
     }
     Picture_Rules = options.Framework ? PICTURE_RULES_FRAMEWORK : PICTURE_RULES_FORMAT;
