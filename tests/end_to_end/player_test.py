@@ -198,7 +198,7 @@ class Player(Stage):
                 ((), 2, "tessplay: FILE is required (see --help)"),
                 (("--convert", "stereo.wav"), 2, "tessplay: --convert: needs two files, IN and OUT (see --help)"),
                 (("--convert", "--loop", "0", "a", "b.wav"), 2, "tessplay: --loop: 0 cannot be converted: a file has an end (see --help)"),
-                (("--convert", "--start", "1:00", "stereo.wav", "out.wav"), 1, "tessplay: stereo.wav: it ends before the time to start"),
+                (("--convert", "--start", "1:00", "stereo.wav", "out.wav"), 1, "tessplay: stereo.wav: it ends before the start time"),
                 (("--start", "1:x", "a"), 2, "tessplay: --start: needs a time: 83, 1:23.5 or 1:02:03 (see --help)"),
                 (("--device", "absent", "a"), 1, 'tessplay: no sound device "absent" (--devices lists them)'),
                 (("--raw", "9,1,1", "a"), 2, "tessplay: --raw: needs 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz "

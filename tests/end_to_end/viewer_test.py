@@ -132,7 +132,7 @@ class Viewer(unittest.TestCase):
         self.assertTrue(sizes[2] < sizes[0] < sizes[1], sizes)
         odd = self.file("odd.ppm", ppm(15, 1, BLUE * 15))
         self.assertEqual(self.run_viewer("--convert", odd, out),
-                         (0, "", f"tessview: {out}: it has the first 8 of 15 columns, a multiple of 8\n"))
+                         (0, "", f"tessview: {out}: only the first 8 of 15 columns were written, a multiple of 8\n"))
         self.assertIn("HAM, 8x1", self.run_viewer("--info", out)[1])
 
     def test_converting_many(self):

@@ -82,7 +82,7 @@ static void AddOptions(CLI::App &app, OPTIONS &options, WORDS &words)
         ->type_name("HZ")
         ->check(CLI::Range(1000, 384000));
     app.add_option("--start", words.Start, "Start at this time in each file")->type_name("TIME");
-    app.add_option("--length", words.Length, "Stop after this time")->type_name("TIME");
+    app.add_option("--length", words.Length, "Play or convert for this long")->type_name("TIME");
     app.add_option("--loop", options.Passes, "Play each file N times; 0: for ever")
         ->type_name("N")
         ->check(CLI::Range(0, 1000000));
