@@ -16,8 +16,8 @@ BUILD, DATAS = (os.path.abspath(path) for path in sys.argv[1:3])
 PROGRAM = os.path.join(BUILD, "Tessaruvinel")
 FIELD = os.path.join(BUILD, "tests", "field")
 
-# The time of day stands still, so that the field is known; the other clocks run. Sanitizers want to
-# be loaded first, but let themselves be told otherwise; the graphics drivers leak.
+# The time of day stands still, so that the field is known; the other clocks run. Sanitizers must be
+# loaded first, which this setting waives; the graphics drivers leak.
 FIXED_TIME = {
     "LD_PRELOAD": "libfaketime.so.1",
     "FAKETIME": "2026-01-01 12:00:00",
@@ -80,7 +80,7 @@ class Games(unittest.TestCase):
 
     def start(self, *size, program=PROGRAM):
         game = Game(program, self.display, self.folder, size, self.environment)
-        self.addCleanup(game.process.kill)  # a window that a failed test left would take the next one's clicks
+        self.addCleanup(game.process.kill)  # a window left by a failed test would take the next one's clicks
         game.wait_for("OK, let's play.\n\n")
         self.display.await_game()
         return game
@@ -265,7 +265,7 @@ class Games(unittest.TestCase):
     def test_interrupt_stops_the_clock_only(self):
         game = self.start(3, 3, 0)
         game.click((1, 1), 3)
-        time.sleep(2.2)  # the first tick, and the turn
+        time.sleep(2.2)  # the first tick, and the turning
         game.process.send_signal(signal.SIGINT)
         time.sleep(0.3)
         times = []
@@ -465,9 +465,9 @@ class Games(unittest.TestCase):
         for environment in {"XDG_DATA_HOME": "share"}, {"HOME": "home"}:
             status, printed, errors = run("", **environment)
             self.assertEqual((status, printed), (1, ""))
-            self.assertRegex(errors, r"\Atessaruvinel: '[^\n]*' is no absolute path: [^\n]+\n\Z")
+            self.assertRegex(errors, r"\Atessaruvinel: '[^\n]*' is not an absolute path: [^\n]+\n\Z")
         for arguments, why in [
-            ("3 3", "not three numbers, but 2"), ("a 3 4", "'a' is no number or option"),
+            ("3 3", "not three numbers, but 2"), ("a 3 4", "'a' is not a number or option"),
             ("--large 5", "not three numbers, but 4"), ("1 10 5", "the width 1 is not 2 to 64"),
             ("10 0065 5", "the height 0065 is not 2 to 64"), ("3 3 9", "9 mines are too many for 3 by 3"),
             ("266 08 300", None), ("--medium", None), ("", None),  # the game takes these, and has no display
