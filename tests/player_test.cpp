@@ -1,4 +1,4 @@
-// The player's sounds where the file fails, moved in, and made quieter.
+// The player's sounds: read errors, seeking, and volume.
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -31,7 +31,8 @@ TEST(Player, AFailedReadLeavesNoFile)
     PLAYER_SOUND sound;
     ASSERT_EQ(Player_Open(WriteTemp("in.wav", Wave(1 << 20)), {}, sound), "");
     const int folder = open(TempPath("").c_str(), O_RDONLY);
-    ASSERT_GE(dup2(folder, fileno(sound.Track->File.get())), 0);  // which reads EISDIR
+    ASSERT_GE(dup2(folder, fileno(sound.Track->File.get())),
+              0);  // a folder, whose reads give EISDIR
     close(folder);
     for (const char *name : {"out.wav", "out.raw"})
         EXPECT_EQ(Player_Convert(sound, 1, Player_Format(sound), TempPath(name)),
@@ -41,7 +42,7 @@ TEST(Player, AFailedReadLeavesNoFile)
         EXPECT_EQ(left.path().filename(), "in.wav");
 }
 
-// What follows a seek is what stands there when all is decoded.
+// What follows a seek is what lies there in a full decoding.
 TEST(Player, SeeksToTheFrame)
 {
     const std::string files[] = {WriteTemp("noise.wav", Wave(1 << 20)), TEST_DATA "mp3_joint.mp3"};
@@ -105,7 +106,7 @@ TEST(Player, ConvertsBits)
     }
 }
 
-// A sine stays one, without what the other rate would add, and as long as it was.
+// A sine stays a sine without aliases, and keeps its duration.
 TEST(Player, Resamples)
 {
     const struct {
