@@ -101,7 +101,7 @@ static std::vector<MP3_FIXED> Hybrid(size_t first, size_t end, size_t used, MP3_
     return out;
 }
 
-// As in files, long and short blocks are not mixed.
+// Mixed blocks against pure long and short ones, which real files have.
 TEST(MP3Layer3, MixedBlocksAndEmptySubbands)
 {
     EXPECT_EQ(Hybrid(0, 18, 32, MP3_SHORT, true), Hybrid(0, 18, 32, MP3_NORMAL, false));

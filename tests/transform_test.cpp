@@ -93,7 +93,7 @@ TEST(Projection, PointsTurnAndShrinkWithDepth)
     } rows[] = {
         {"ahead", 0, 0, 0, 0, {110, 85, 1}},
         {"farther", 0, 0, 0, 200, {105, 82, 1}},
-        {"past the scale distance", 0, 0, 0, -100, {120, 90, 0}},
+        {"nearer by the whole scale", 0, 0, 0, -100, {120, 90, 0}},
         {"turned about z", 0, 0, 90, 0, {105, 70, 1}},
         {"turned about y", 0, 90, 0, 0, {100, 84, 1}},
         {"turned about x", 90, 0, 0, 0, {110, 80, 1}},
