@@ -114,15 +114,15 @@ static double Now()
 const std::vector<std::pair<std::string, std::string>> &Window_Keys()
 {
     static const std::vector<std::pair<std::string, std::string>> keys = {
-        {"right space n, left bksp p", "next picture, the one before"},
+        {"right space n, left bksp p", "next picture, previous one"},
         {"home, end", "first picture, last picture"},
-        {"page down ., page up ,", "next frame or page, the one before"},
+        {"page down ., page up ,", "next frame or page, previous"},
         {"a", "play or pause an animation"},
-        {"+ up, - down, wheel", "closer, farther"},
+        {"+ up, - down, wheel", "zoom in, zoom out"},
         {"0, 1, w", "fit the window, 1:1, fit its width"},
         {"drag", "move the picture"},
         {"r, R, m", "turn right, turn left, mirror"},
-        {"i", "enlarge sharp or smooth"},
+        {"i", "enlarge sharply, smoothly"},
         {"t", "the file's own thumbnail"},
         {"d, c", "details, caption"},
         {"tab, enter", "contact sheet, open from it"},
