@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <span>
 
+#pragma GCC visibility push(default)
+
 /// Clock of the sound chip in Hz, on PAL machines: a voice plays 4 x MOD_Clock / Period samples per
 /// second.
 constexpr double MOD_Clock = 3546895.0;
@@ -81,3 +83,5 @@ void MOD_Mix(MOD_MIXER &mixer, std::span<MOD_VOICE> voices, const MOD_FORMAT &fo
 /// Advances by `frames` without rendering. Volumes change at once and cut notes leave no tail, so
 /// the output is exact again only a few milliseconds later.
 void MOD_SkipFrames(std::span<MOD_VOICE> voices, uint32_t rate, size_t frames);
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 #include <span>
 #include <vector>
 
+#pragma GCC visibility push(default)
+
 constexpr size_t MOD_Rows = 64;
 constexpr size_t MOD_Orders = 128;
 constexpr size_t MOD_MaxSamples = 31;
@@ -63,3 +65,5 @@ std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file);
 
 /// The cell of a channel below Channels; an empty one if the file has no such pattern.
 MOD_CELL MOD_GetCell(const MOD_SONG &song, size_t pattern, size_t row, size_t channel);
+
+#pragma GCC visibility pop

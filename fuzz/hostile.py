@@ -405,8 +405,7 @@ def runs(quick):
     """name, bytes, goals"""
     for size, seconds, memory in CLASSES[:2 if quick else 3]:
         for name, make in CASES.items():
-            sides = SIDES[2:3] if size < 2000 else SIDES[4:5] if quick else SIDES[3:5]
-            for w, h in SIDES if size < 1 << 20 and not quick else sides:
+            for w, h in SIDES[3:4] if quick else SIDES[3:5] if size > 1 << 20 else SIDES:
                 data = make(size, w, h)
                 if len(data) <= size * 1.024:
                     yield "%s %dx%d" % (name, w, h), data, seconds, memory
