@@ -52,8 +52,7 @@ constexpr std::array<AU_ENCODING, 8> AU_Encodings = {{
 }};
 
 constexpr uint32_t AU_Magic = Sound_Id(".snd");
-constexpr uint32_t AU_Unknown =
-    UINT32_MAX;  // size of a sound that was not finished when the header was written
+constexpr uint32_t AU_Unknown = UINT32_MAX;  // size stated before the sound was finished
 
 // The format's rules for the header's fields after the size.
 static void ReadFormatFields(AU_HEADER &record, uint32_t encoding, uint32_t channels, uint32_t size,

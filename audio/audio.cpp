@@ -391,8 +391,7 @@ void Audio_ReadBuffers()
     AudioTrack *track = Audio_Current;
     if (!track)
         return;
-    const uint8_t played =
-        track->State;  // 0 for a single buffer, otherwise the buffer's number and its bit
+    const uint8_t played = track->State;  // 0: a single buffer; else its number and bit
     if (played == 0) {
         EndData(Audio_Refresh);
         return;

@@ -174,8 +174,7 @@ static void PutSamples(IFF_HEADER &record, size_t channel, std::span<const uint8
             out += step;
             continue;
         }
-        for (const int shift :
-             {0, 4}) {  // low code first, as other players do, though the description differs
+        for (const int shift : {0, 4}) {  // low code first, unlike the description
             sample = NextSample(record, sample, byte >> shift & 15u);
             *out = static_cast<uint8_t>(sample + 128);
             out += step;

@@ -45,8 +45,7 @@ struct MOD_CHANNEL {
 
 struct MOD_PLAYER {
     const MOD_SONG *Song;
-    std::array<std::vector<int8_t>, MOD_MaxSamples + 1>
-        Waves;  // the samples, with the inversions so far
+    std::array<std::vector<int8_t>, MOD_MaxSamples + 1> Waves;  // samples, as inverted so far
     std::vector<MOD_CHANNEL> Channels;
     std::vector<MOD_VOICE> Voices;
     uint8_t Position, Row;            // order, and row of its pattern

@@ -45,8 +45,7 @@ struct MOD_LAYOUT {
     bool Foreign;  // as in MOD_SONG
     size_t Orders() const
     {
-        return 20 +
-               SampleCount * MOD_SampleHeader;  // song length and a restart byte, then the list
+        return 20 + SampleCount * MOD_SampleHeader;  // length, restart byte, then the list
     }
     size_t Patterns() const
     {

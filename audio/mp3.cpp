@@ -444,8 +444,7 @@ static SOUND_FILLED FillByFramework(MP3_HEADER &record, const SOUND_REFILL &refi
         if (found != SEARCH::Found)
             return filled(found == SEARCH::Unfinished);
         if (DecodedSize(record) > room.size() && room.size() != refill.Buffer.size()) {
-            std::fseek(file, start,
-                       SEEK_SET);  // it does not fit, being larger than those before it
+            std::fseek(file, start, SEEK_SET);  // it is larger than earlier frames
             return filled();
         }
         const int32_t decoded = MP3_Decode(record, samples.data());

@@ -21,8 +21,7 @@ struct MP3_LAYER3 {
     MP3_BITS Bits;         // of the current frame, after its header
     size_t ReservoirSize;  // bytes at the start of Main that came with earlier frames
     size_t MainSize;       // bytes of Main, with the current frame's
-    ptrdiff_t
-        MainIndex;  // bit of Main after the last granule; negative: before the first byte held
+    ptrdiff_t MainIndex;   // bit of Main after the last granule; negative: before its first byte
     std::array<uint8_t, MP3_MaxReservoir + MP3_MaxFreeFrame + MP3_Spare> Main;
     std::array<MP3_FILTER, 2> Filter;  // by channel
 };

@@ -262,8 +262,7 @@ static SOUND_FILLED Filled(const SOUND_REFILL &refill, uint64_t count, uint32_t 
 SOUND_FILLED Sound_Samples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert)
 {
     const uint64_t read = ReadSamples(refill, bytes, convert);
-    const uint64_t begun =
-        (read + bytes - 1) / bytes * bytes;  // rounded up to the sample that was begun
+    const uint64_t begun = (read + bytes - 1) / bytes * bytes;  // to the sample's end
     return Filled(refill, begun, bytes, read, bytes);
 }
 

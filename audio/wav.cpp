@@ -40,8 +40,7 @@ static uint32_t At(uint64_t position, int count)
     return GetNumber(WAV_File, position, count);
 }
 
-constexpr uint32_t WAV_Unknown =
-    UINT32_MAX;  // size of a sound that was not finished when the header was written
+constexpr uint32_t WAV_Unknown = UINT32_MAX;  // size stated before the sound was finished
 
 // The size of the sound data from RF64's chunk of 64-bit sizes (EBU Tech 3306).
 static uint32_t LargeSize(uint64_t position)

@@ -27,7 +27,7 @@ static void Play(const std::string &path, uint8_t bits, size_t size)
     if (!freed)
         delete track;
     Audio_Destroy();
-    for (const AUDIO_MODULE &module : Audio_Modules)  // otherwise the tables would be full after 32 loads
+    for (const AUDIO_MODULE &module : Audio_Modules)  // each table has only 32 slots
         if (module.SetSoundNumber)
             module.SetSoundNumber(0);
 }

@@ -182,8 +182,7 @@ TEST(CharSet, WhatASetCanWrite)
     } rows[] = {
         {4, "~"},
         {5, "~"},
-        {7, "\xC1\xC8" +
-                std::string(hungarian + 1)},  // glyph 200 happens to have that letter's number
+        {7, "\xC1\xC8" + std::string(hungarian + 1)},  // glyph 200 has its number by chance
         {9, "\xC4\xC8\xD6\xDC\xDF\xE4\xF6\xFC"},
         {14, std::string("~") + hungarian},
         {15, ""},

@@ -118,8 +118,7 @@ TEST(HAM68, AnySizeAndPrefix)
 // The encoder's codes of the first row, recovered from its planes.
 static BYTES EncodedCodes(const BYTES &rgb, uint16_t code)
 {
-    BYTES pixels(8 * 2 *
-                 4);  // a second row, so that the last byte, which is lost, is not in the first
+    BYTES pixels(8 * 2 * 4);  // the lost last byte is in the second row
     for (size_t i = 0; i < rgb.size(); i++)
         pixels[i / 3 * 4 + i % 3] = rgb[i];
     const std::string path = TempPath("encoded.ham");

@@ -31,8 +31,7 @@ TEST(Player, AFailedReadLeavesNoFile)
     PLAYER_SOUND sound;
     ASSERT_EQ(Player_Open(WriteTemp("in.wav", Wave(1 << 20)), {}, sound), "");
     const int folder = open(TempPath("").c_str(), O_RDONLY);
-    ASSERT_GE(dup2(folder, fileno(sound.Track->File.get())),
-              0);  // a folder, whose reads give EISDIR
+    ASSERT_GE(dup2(folder, fileno(sound.Track->File.get())), 0);  // which reads EISDIR
     close(folder);
     for (const char *name : {"out.wav", "out.raw"})
         EXPECT_EQ(Player_Convert(sound, 1, Player_Format(sound), TempPath(name)),

@@ -230,7 +230,6 @@ TEST(SmallPictures, RealFilesAndTheirPrefixes)
     CheckFile("tga/rgb24_bottom_left_rle.tga", 0x83602f4a6918f23d, 7);
     CheckFile("tga/rgb32_top_left_rle.tga", 0xc7a217ebd0c85077, 7);
     CheckFile("pnm/hippopotamus.ppm", 0x19af49f898522702, 7);
-    CheckFile("xbm/spiral.xbm", 0xe0df60d5b1a64bb1, 1, {},
-              8);  // a truncated number is a different one
+    CheckFile("xbm/spiral.xbm", 0xe0df60d5b1a64bb1, 1, {}, 8);  // truncation alters a number
     CheckFile("xbm/hotspot.xbm", 0x95f08cdd9e048c18, 1, {}, 8);
 }

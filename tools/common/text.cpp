@@ -9,8 +9,7 @@ constexpr char32_t Text_Replacement = 0xFFFD;
 
 std::optional<char32_t> Text_Take(std::string_view &text)
 {
-    constexpr std::array<char32_t, 5> least = {0, 0, 0x80, 0x800,
-                                               0x10000};  // smallest code point, by length
+    constexpr std::array<char32_t, 5> least = {0, 0, 0x80, 0x800, 0x10000};  // by length
     const auto first = static_cast<uint8_t>(text[0]);
     const auto ones = static_cast<size_t>(std::countl_one(first));
     const size_t length = ones == 0 ? 1 : ones;

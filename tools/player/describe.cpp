@@ -109,8 +109,7 @@ static void DescribeWAV(PLAYER_SOUND &sound)
     if (!microsoft && header.FormatTag != 17)
         return;
     const uint64_t codes = (microsoft ? 7u : 4u) * header.Channels;  // bytes before the codes
-    const uint64_t headers =
-        microsoft ? 4u * header.Channels : 0;  // bytes of output from the header's samples
+    const uint64_t headers = microsoft ? 4u * header.Channels : 0;   // their samples, in bytes
     sound.Plays = header.BlockAlign > codes && header.Channels <= 2;
     sound.Bytes =
         sound.Plays ? data / header.BlockAlign * ((header.BlockAlign - codes) * 4 + headers) : 0;

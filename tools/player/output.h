@@ -14,8 +14,7 @@ struct PLAYER_OUTPUT {
     uint32_t Passes = 1;  // left to play, including the current one; 0: for ever
     SAMPLES_FORMAT To;
     std::optional<SAMPLES_RESAMPLER> Resampler = {};
-    std::vector<uint8_t> Taken = {},
-                         Ready = {};  // sound in its own format; converted, from Used on
+    std::vector<uint8_t> Taken = {}, Ready = {};  // as decoded; converted, from Used on
     size_t Used = 0;
     bool Drained = false;  // nothing follows what is ready
 };

@@ -24,10 +24,9 @@ using CLOCK = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr int WaitMilliseconds = 50;
-constexpr uint32_t CallsPerSecond = 10;  // of the stream's callback
-constexpr int VolumeStep = 5;            // percent
-constexpr auto MaxStall =
-    std::chrono::seconds(3);  // without a callback, after which the device counts as lost
+constexpr uint32_t CallsPerSecond = 10;                 // of the stream's callback
+constexpr int VolumeStep = 5;                           // percent
+constexpr auto MaxStall = std::chrono::seconds(3);      // without a callback: the device is lost
 constexpr auto MaxAttempts = std::chrono::seconds(10);  // to reopen a lost device
 
 // What plays; the stream's callback takes from it unless hushed. position: where the sound will be,

@@ -6,11 +6,10 @@
 #include <cstdlib>
 #include <numbers>
 
-constexpr uint32_t Samples_Reach = 64;  // frames of the lower rate
-constexpr uint32_t Samples_Phases =
-    512;  // the filter's positions per frame; between them it is interpolated
-constexpr double Samples_Cutoff = 0.95;  // of half the lower rate
-constexpr double Samples_Beta = 10;      // of the Kaiser window: about 100 dB
+constexpr uint32_t Samples_Reach = 64;    // frames of the lower rate
+constexpr uint32_t Samples_Phases = 512;  // per frame; between them it is interpolated
+constexpr double Samples_Cutoff = 0.95;   // of half the lower rate
+constexpr double Samples_Beta = 10;       // of the Kaiser window: about 100 dB
 
 // A sample of 8 to 32 bits, left-justified.
 static int32_t Get(const uint8_t *from, uint32_t bits)
@@ -87,8 +86,7 @@ static double Kaiser(double x)
 SAMPLES_RESAMPLER::SAMPLES_RESAMPLER(const SAMPLES_FORMAT &from, const SAMPLES_FORMAT &to)
     : From(from), To(to)
 {
-    const double scale =
-        std::min(1.0 * to.Hz / from.Hz, 1.0);  // bandwidth as a fraction of the source's
+    const double scale = std::min(1.0 * to.Hz / from.Hz, 1.0);  // of the bandwidth
     Reach = from.Hz == to.Hz ? 0 : static_cast<uint32_t>(std::ceil(Samples_Reach / scale));
     for (uint32_t i = 0; Reach != 0 && i <= (Reach + 1) * Samples_Phases + 1; i++) {
         const double x = 1.0 * i / Samples_Phases, w = x * scale * Samples_Cutoff;

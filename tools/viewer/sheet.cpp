@@ -98,8 +98,7 @@ VIEWER_IMAGE Sheet_Glyphs(uint8_t set)
 {
     constexpr uint32_t across = 16, gap = 6, labels = 32;
     const CHARSET_SIZE size = CharSet_GetSize(set);
-    const uint8_t numbers =
-        size.Rows <= 8 ? 2 : Sheet_Set;  // a set of 8 by 8 gets another for its numbers
+    const uint8_t numbers = size.Rows <= 8 ? 2 : Sheet_Set;  // a set of the same height
     const CHARSET_SIZE small = CharSet_GetSize(numbers);
     const uint32_t cellWidth = std::max<uint32_t>(size.Columns, 2 * small.Columns + 2u) + gap;
     const uint32_t cellHeight = std::max<uint32_t>(size.Rows, small.Rows) + gap;
