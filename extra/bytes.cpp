@@ -21,7 +21,7 @@ static int pread(int file, void *bytes, size_t count, off_t position)
     return read(file, bytes, static_cast<unsigned>(std::min(count, most)));
 }
 #else
-// Without waiting for somebody to write into it, should it be a pipe.
+// O_NONBLOCK: opening a pipe must not wait for a writer.
 constexpr int Bytes_OpenFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
 #endif
 
@@ -107,8 +107,8 @@ std::optional<uint64_t> Bytes_GetSize(const BYTES_OPEN &from)
     return static_cast<uint64_t>(status.st_size);
 }
 
-// Calls read(source) with what is open under this path, or opens it for the call. Gives an empty
-// result, with a reason, where it cannot be opened.
+// Calls read(source) with the file already open under this path, or opens it for the call. Gives an
+// empty result, with a reason, if it cannot be opened.
 template <typename Reader>
 static auto WithFile(const char *path, const Reader &read)
     -> decltype(read(std::declval<const BYTES_OPEN &>()))

@@ -1,5 +1,6 @@
-// The one way in for bytes: whole files, and numbers read from them with a position that may run
-// past the end. Every decoder reads through these, so that no file can lead it out of bounds.
+// The only file access of the decoders: whole files, and numbers read from them with a position
+// that may run past the end. Every decoder reads through these, so no file can make it read out of
+// bounds.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +14,8 @@
 
 #pragma GCC visibility push(default)
 
-/// Allocator whose resize() leaves new bytes uninitialised, so that a buffer that will be
-/// overwritten is not cleared first.
+/// Allocator whose resize() leaves new bytes uninitialised, so a buffer that will be overwritten is
+/// not cleared first.
 struct BYTES_ALLOCATOR : std::allocator<uint8_t> {
     template <class>
     struct rebind {
@@ -27,20 +28,20 @@ struct BYTES_ALLOCATOR : std::allocator<uint8_t> {
     }
 };
 
-/// A file's bytes, or those of its image expanded. BYTES_BUFFER() assigned to one frees its memory,
-/// where {} would keep it.
+/// A file's bytes, or those of its expanded image. Assigning BYTES_BUFFER() frees the memory;
+/// assigning {} keeps it.
 using BYTES_BUFFER = std::vector<uint8_t, BYTES_ALLOCATOR>;
 
 /// The largest file that Bytes_LoadFile takes, in bytes.
 constexpr size_t Bytes_MaxFile = size_t{1} << 30;
 
-/// The whole file at `path`. Empty, with a reason (extra/reason.h), when it cannot be opened or
-/// read to its end, when it is no regular file with a size of its own (a pipe, a directory), or
-/// when it is larger than Bytes_MaxFile.
+/// The whole file at `path`. Empty, with a reason (extra/reason.h), if it cannot be opened or read
+/// to its end, if it is not a regular file (a pipe, a directory), or if it is larger than
+/// Bytes_MaxFile.
 BYTES_BUFFER Bytes_LoadFile(const char *path);
 
-/// Runs load(), which fills `file`. Without memory the file is empty, with a reason: half-made
-/// images are not decoded.
+/// Calls load(), which fills `file`. If memory runs out `file` is emptied, with a reason: a partial
+/// image is not decoded.
 template <typename Load>
 void Bytes_Guard(BYTES_BUFFER &file, const Load &load)
 {
@@ -53,8 +54,8 @@ void Bytes_Guard(BYTES_BUFFER &file, const Load &load)
 }
 
 /// While it lives, loads of this path on this thread read one open file: what was detected is what
-/// is decoded. Or, made from bytes, loads of its Path (which names no file) read those bytes, which
-/// must outlive it.
+/// is decoded. If constructed from bytes, loads of its Path (which names no file) read those bytes,
+/// which must outlive it.
 struct BYTES_OPEN {
     explicit BYTES_OPEN(const char *path);
     explicit BYTES_OPEN(std::span<const uint8_t> memory);
@@ -64,30 +65,30 @@ struct BYTES_OPEN {
 
     const char *Path;
     const BYTES_OPEN *Before;
-    int File;   // below 0: it cannot be opened, or is memory
-    int Error;  // of opening, an errno
+    int File;   // below 0: opening failed, or the source is memory
+    int Error;  // errno of a failed open
     std::span<const uint8_t> Memory;
     bool IsMemory;
 };
 
-/// What is open under this path on this thread; null where nothing is.
+/// The source open under this path on this thread, or null.
 const BYTES_OPEN *Bytes_FindOpen(const char *path);
 
-/// Bytes of what was opened. Nothing, with a reason, where it cannot be opened or has no size of
-/// its own, as a pipe or a directory.
+/// Size of the opened file in bytes. Nothing, with a reason, if it could not be opened or is not a
+/// regular file (a pipe, a directory).
 std::optional<uint64_t> Bytes_GetSize(const BYTES_OPEN &from);
 
-/// Reads from `position` on until `bytes` are full or the file ends; gives how many were read.
-/// Nothing, with a reason, when a read fails.
+/// Reads from `position` until `bytes` is full or the file ends; returns the number of bytes read.
+/// Nothing, with a reason, if a read fails.
 std::optional<size_t> Bytes_ReadAt(const BYTES_OPEN &from, uint64_t position,
                                    std::span<uint8_t> bytes);
 
-/// Fills `head` with the file's first bytes and gives their number, which is less for a short file.
-/// Nothing, with a reason, when the file cannot be opened or read.
+/// Fills `head` with the file's first bytes and returns their number, less for a short file.
+/// Nothing, with a reason, if the file cannot be opened or read.
 std::optional<size_t> Bytes_LoadHead(const char *path, std::span<uint8_t> head);
 
-/// The byte at `position`, which moves on by one. Past the end it is 0 and the position moves on
-/// all the same: position > file.size() afterwards means "cut short".
+/// The byte at `position`, which advances by one. Past the end it is 0 and the position still
+/// advances: position > file.size() afterwards means "cut short".
 inline uint8_t Bytes_GetByte(std::span<const uint8_t> file, size_t &position)
 {
     const size_t at = position++;
@@ -112,7 +113,7 @@ inline uint32_t Bytes_GetLittle(std::span<const uint8_t> file, size_t &position,
     return value;
 }
 
-/// The part of `file` from `position` on, at most `count` bytes of it; empty past the end.
+/// The part of `file` that starts at `position`, at most `count` bytes; empty past the end.
 inline std::span<const uint8_t> Bytes_GetSpan(std::span<const uint8_t> file, size_t position,
                                               size_t count = SIZE_MAX)
 {

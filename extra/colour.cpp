@@ -8,7 +8,7 @@ static uint8_t ToByte(double value)
     return static_cast<uint8_t>(static_cast<int>(value));
 }
 
-// The order of the terms matters: the red chroma of white falls a hair short of 128.
+// The order of the terms matters: white's red chroma must round to just below 128.
 void Extra_RGBtoYCbCr(uint8_t r, uint8_t g, uint8_t b)
 {
     Extra_Yluma = ToByte(0.299 * r + 0.587 * g + 0.114 * b);

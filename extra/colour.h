@@ -1,6 +1,6 @@
 // Converts one colour at a time between RGB and YCbCr (ITU-T T.871), 8 bits each. Results are
-// truncated toward zero and wrap at 8 bits instead of being clamped to 0..255, on purpose. Every
-// thread has results of its own.
+// truncated toward zero and wrap at 8 bits instead of being clamped to 0..255, on purpose. Results
+// are per thread.
 #pragma once
 
 #include <cstdint>

@@ -17,7 +17,7 @@ void Extra_InitHeap()
 void Extra_CreateHeap(uint8_t n, int32_t size)
 {
     Extra_Pointer = n;
-    // A buffer that is here already stays allocated, on purpose: someone may hold its address.
+    // On purpose: an existing buffer is not freed, since a caller may hold its address.
     Extra_Heap[n] =
         size > 0 ? static_cast<uint8_t *>(std::malloc(static_cast<size_t>(size))) : nullptr;
     heapSizes[n] = Extra_Heap[n] ? static_cast<uint32_t>(size) : 0;
@@ -41,7 +41,7 @@ uint8_t Extra_EmptyHeap()
     return Extra_Tail[Extra_Pointer] == Extra_Head[Extra_Pointer];
 }
 
-// Appends the low bytes of `value`, the lowest first: all of them, or none without room.
+// Appends the low bytes of `value`, the lowest first: all of them, or none if they do not fit.
 static void Push(uint32_t value, uint32_t bytes)
 {
     const uint8_t n = Extra_Pointer;

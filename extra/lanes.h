@@ -1,4 +1,4 @@
-// Functions whose loops compilers run many lanes at a time.
+// Marks functions whose loops compilers vectorise.
 #pragma once
 
 #if defined(__has_feature)
@@ -10,10 +10,10 @@
 #define EXTRA_SANITIZED 1
 #endif
 
-// Before a static function: compiled for AVX2 and for the baseline; the loader picks one. Its loops
-// are plain ones, or, where lanes change places, use the compilers' vector types and shuffles; no
-// intrinsics. Off under sanitizers, which start after that choice. clang 14 finds no such function
-// in another file.
+// Before a static function: compiled for AVX2 and for the baseline; the loader picks one. The loops
+// are plain, or use the compilers' vector types and shuffles where lanes are permuted; no
+// intrinsics. Off under sanitizers, which start after that choice. On static functions only: clang
+// 14 cannot resolve such a function from another file.
 #if defined(__x86_64__) && defined(__linux__) && !defined(EXTRA_SANITIZED)
 #define EXTRA_LANES [[gnu::target_clones("avx2", "default")]]
 #else

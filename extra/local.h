@@ -1,9 +1,9 @@
-// A thread's globals in loops.
+// Access to thread-local globals in loops.
 #pragma once
 
-/// The same global, its address looked up here and now. Compilers take the address of a thread's
-/// global for a constant and look it up again in every turn of a loop, in shared libraries by a
-/// call; the one given here they cannot know.
+/// The same global, with its address looked up once, here. Compilers treat a thread-local's address
+/// as a constant and recompute it on every iteration (a call in shared libraries); this one is
+/// opaque to them.
 template <typename Global>
 Global &Extra_Local(Global &global)
 {

@@ -23,7 +23,7 @@ static constexpr uint16_t LetterValue(char letter)
     return values[letters.find(letter)];
 }
 
-// A letter counts negative before a greater one.
+// A numeral before a greater one is subtracted.
 static constexpr bool RomeAddsUp()
 {
     for (const EXTRA_ROME &rome : Extra_Rome) {
@@ -42,8 +42,8 @@ static constexpr bool RomeAddsUp()
 }
 static_assert(RomeAddsUp(), "every text is worth its value, the least first");
 
-// The tests are one after another and strict, on purpose: b to z, B to Z and 0 to 9 come out as
-// meant, the letter a as 42 and the letter A as 17.
+// On purpose: the tests run in sequence with strict bounds, so b to z, B to Z and 0 to 9 give their
+// values, but the letter a gives 42 and the letter A gives 17.
 static uint8_t DigitOf(char character)
 {
     auto digit = static_cast<uint8_t>(character);
@@ -98,7 +98,7 @@ static std::string WriteRoman(uint32_t value)
     std::string text;
     for (size_t i = 0; i < digits.size(); i++) {
         const size_t place = digits.size() - 1 - i;
-        // Digits of ten thousands and above count as units, on purpose.
+        // On purpose: digits from the ten thousands up count as units.
         const uint32_t part =
             static_cast<uint32_t>(digits[i] - '0') * (place < 4 ? Pow10[place] : 1);
         for (const EXTRA_ROME &rome : Extra_Rome)

@@ -21,7 +21,8 @@ void Extra_Set3DWorld(const EXTRA_3DWORLD &record)
     Extra_3DWorld = record;
 }
 
-// Toward zero, then the low bits; what no integer holds (a division by zero) is 0.
+// Truncates toward zero and keeps the low bits; a value that no integer can hold (division by zero)
+// gives 0.
 static int32_t Truncate(double value)
 {
     constexpr double limit = 2147483648.0;

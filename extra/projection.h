@@ -1,5 +1,5 @@
-// Software projection of single points onto the screen, and tests on projected points: is a face
-// turned to the viewer, is the mouse inside it. All threads share one camera.
+// Software projection of single points onto the screen, and tests on projected points: whether a
+// face is turned to the viewer, whether the mouse is inside it. All threads share one camera.
 #pragma once
 
 #include <cstdint>
@@ -25,12 +25,13 @@ void Extra_3Dinit(int16_t centreX, int16_t centreY, int16_t distance, int16_t sc
 EXTRA_3DWORLD Extra_Get3DWorld();
 void Extra_Set3DWorld(const EXTRA_3DWORLD &record);
 
-/// Projects a point; coordinates are truncated toward zero. Depth plus Distance 0 reads as (0, 0),
-/// and so does a coordinate that 32 bits cannot hold. Visible compares the depth with Scale, not
+/// Projects a point; coordinates are truncated toward zero. If depth + Distance is 0 the result is
+/// (0, 0), as is a coordinate that 32 bits cannot hold. Visible compares the depth with Scale, not
 /// with Distance, on purpose.
 EXTRA_POINT Extra_2D(double x, double y, double z);
 
-/// 1 when all four points are in front and A, B, C run round the face as seen by the viewer.
+/// 1 if all four points are in front of the camera and A, B, C run clockwise on the screen (y
+/// down).
 uint8_t Extra_3Dvisible(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, EXTRA_POINT D);
 
 /// The sign says on which side of the edge A-B, B-C or C-A the mouse lies; 0 is on the edge.
@@ -38,11 +39,11 @@ float Extra_3DclickAB(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, float mx, flo
 float Extra_3DclickBC(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, float mx, float my);
 float Extra_3DclickCA(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, float mx, float my);
 
-/// 1 when the mouse lies strictly inside triangle A B D or B C D, in either winding. The diagonal
-/// B-D belongs to neither. The visible flags are ignored.
+/// 1 if the mouse lies strictly inside triangle A B D or B C D, of either winding. Points on the
+/// diagonal B-D are in neither. The visible flags are ignored.
 uint8_t Extra_3Dclick(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, EXTRA_POINT D, float mx,
                       float my);
 
-/// Moves (x, y) by depth z along a fixed oblique direction: cosine and sine of 45 radians, on
-/// purpose not degrees.
+/// Moves (x, y) by depth z along a fixed oblique direction: the cosine and sine of 45 radians, not
+/// degrees, on purpose.
 void Extra_xy3d(int32_t *x, int32_t *y, int32_t z);

@@ -10,13 +10,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-constexpr int Replace_MaxLinks = 40;        // in a chain, as the kernel follows them
-constexpr size_t Replace_MaxStem = 200;     // bytes of the old name in the new one
-constexpr int Replace_MaxLeftovers = 1000;  // names that are tried
+constexpr int Replace_MaxLinks = 40;        // in a chain, the kernel's own limit
+constexpr size_t Replace_MaxStem = 200;     // of the old name that the new one keeps
+constexpr int Replace_MaxLeftovers = 1000;  // names tried before giving up
 
 static std::atomic<unsigned> replaceCount;
 
-// Calls a system call again for as long as signals interrupt it.
+// Repeats a system call that a signal interrupted.
 template <typename Call>
 static auto Retry(const Call &call) -> decltype(call())
 {
@@ -32,13 +32,13 @@ static int WhyNotReplaceable(const std::string &path, const struct stat &status)
         return EISDIR;
     if (!S_ISREG(status.st_mode))
         return ENOTSUP;
-    // Root may write to it all the same, but someone meant it to stay.
+    // Root could still write to it, but somebody made it read-only.
     if ((status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0)
         return EACCES;
     return faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0 ? 0 : errno;
 }
 
-// Creates a file of a new name in the target's folder; below 0 with errno set.
+// Creates a file under an unused name in the target's folder; below 0, with errno set, on failure.
 static int CreateBeside(REPLACE &file, mode_t mode)
 {
     const std::filesystem::path target = file.Target;
@@ -70,7 +70,7 @@ int Replace_Resolve(std::string &path)
         const std::filesystem::path link = std::filesystem::read_symlink(target, error);
         if (error)
             return error.value();
-        target = target.parent_path() / link;  // an absolute one replaces all of it
+        target = target.parent_path() / link;  // an absolute link replaces the whole path
     }
     return ELOOP;
 }
@@ -92,7 +92,8 @@ int Replace_Open(REPLACE &file, const std::string &path)
     if (descriptor < 0)
         return errno;
     if (exists) {
-        // The owner first, which takes special bits away; only root can keep another's.
+        // chown comes first, since it clears the setuid and setgid bits; only root can keep another
+        // user's ownership.
         const bool owned = fchown(descriptor, status.st_uid, status.st_gid) == 0;
         const mode_t kept = owned ? 07777 : 0777;
         if (fchmod(descriptor, status.st_mode & kept) != 0)
@@ -108,7 +109,7 @@ int Replace_Open(REPLACE &file, const std::string &path)
     return error;
 }
 
-// Brings all that was written to the disk, and closes the file.
+// Syncs the file to the disk and closes it.
 static int Finish(FILE *file)
 {
     errno = 0;
@@ -122,7 +123,8 @@ static int Finish(FILE *file)
     return error;
 }
 
-// A folder that cannot be synced leaves the new file in place: what is left is up to the disk.
+// If the folder cannot be synced the new file still stays in place; only its durability is
+// uncertain.
 static void SyncFolder(const std::string &target)
 {
     const std::filesystem::path folder = std::filesystem::path(target).parent_path() / ".";

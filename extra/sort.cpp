@@ -24,8 +24,8 @@ void Extra_InsertSort(int32_t *a, uint16_t n)
     }
 }
 
-// Sifts node i down in the max-heap a[0..last]. Below node 0 lie 1 and 2, below any other node i
-// lie 2i and 2i + 1, on purpose: node 2 has two parents, and both stay no less than it.
+// Sifts node i down in the max-heap a[0..last]. On purpose, node 0 has the children 1 and 2 and any
+// other node i has 2i and 2i + 1: node 2 has two parents, and both stay no less than it.
 static void Extra_MakeHeap(int32_t *a, int32_t i, int32_t last)
 {
     for (;;) {
@@ -57,12 +57,12 @@ void Extra_HeapSort(int32_t *a, uint16_t n)
 void Extra_BubbleSort(int32_t *a, uint16_t n)
 {
     for (int32_t i = 0; i < n; i++)
-        for (int32_t j = 0; j < n - i; j++)  // the first pass reaches a[n], on purpose
+        for (int32_t j = 0; j < n - i; j++)  // on purpose: the first pass reaches a[n]
             if (a[j] > a[j + 1])
                 std::swap(a[j], a[j + 1]);
 }
 
-// Pushes the segment a[lo..hi-1] and those that it falls into, each before its halves.
+// Pushes the segment a[lo..hi-1] and, recursively, its halves, each segment before its halves.
 static void Extra_MakeMerge(uint16_t lo, uint16_t hi)
 {
     if (hi - lo <= 1)
@@ -77,7 +77,7 @@ static void Extra_MakeMerge(uint16_t lo, uint16_t hi)
 
 void Extra_MergeSort(int32_t *a, uint16_t n)
 {
-    // A heap that is there already may be too small, or hold what is no segment of this array.
+    // An existing heap may be too small, or hold bytes that are not segments of this array.
     Extra_DestroyHeap(255);
     Extra_CreateHeap(255, 6 * n);
     Extra_SetHeap(255, 0);
@@ -91,8 +91,8 @@ void Extra_MergeSort(int32_t *a, uint16_t n)
     Extra_DestroyHeap(255);
 }
 
-// Parts a[lo..hi] about its first value: nothing up to the index returned is greater than what
-// follows.
+// Partitions a[lo..hi] about its first value. Returns an index: no element up to it is greater than
+// any after it.
 static int32_t Partition(int32_t *a, int32_t lo, int32_t hi)
 {
     const int32_t pivot = a[lo];
@@ -110,8 +110,8 @@ static int32_t Partition(int32_t *a, int32_t lo, int32_t hi)
     }
 }
 
-// The shorter part is left to recursion and the longer one to the loop, which keeps the stack low
-// when parts are as uneven as those of a sorted array.
+// Recurses into the shorter part and loops over the longer one, so the stack stays shallow even
+// when the parts are as uneven as those of a sorted array.
 static void Extra_MakeDivide(int32_t *a, int32_t lo, int32_t hi)
 {
     while (lo < hi) {

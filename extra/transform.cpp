@@ -55,7 +55,7 @@ void Extra_RotateZ(EXTRA_MATRIX &dst, const EXTRA_MATRIX &src, float deg)
     Extra_Multiply(dst, {c, -s, 0, 0, s, c, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, src);
 }
 
-// dst = M src, M the identity with one element replaced.
+// dst = M src, where M is the identity with one element replaced.
 static void MultiplyElement(EXTRA_MATRIX &dst, size_t row, size_t column, float value,
                             const EXTRA_MATRIX &src)
 {

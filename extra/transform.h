@@ -1,11 +1,11 @@
 // 4x4 matrices and 4-component vectors in single precision. A matrix is 16 floats, row-major, and
-// applies to column vectors, so a translation sits in its last column. Angles are in degrees;
-// sines and cosines are taken in double precision. `dst` may be an input wherever a matrix results.
+// applies to column vectors, so a translation is its last column. Angles are in degrees; sines and
+// cosines are computed in double precision. A matrix `dst` may also be an input.
 #pragma once
 
 #include <array>
 
-using EXTRA_MATRIX = std::array<float, 16>;  // row r, column c at [4 r + c]
+using EXTRA_MATRIX = std::array<float, 16>;  // row r, column c is [4 r + c]
 using EXTRA_VECTOR = std::array<float, 4>;   // x y z w, all four used unless stated
 
 /// Radians of `deg` degrees.
@@ -17,7 +17,7 @@ void Extra_CopyMatrix(EXTRA_MATRIX &dst, const EXTRA_MATRIX &src);
 /// dst = a b
 void Extra_Multiply(EXTRA_MATRIX &dst, const EXTRA_MATRIX &a, const EXTRA_MATRIX &b);
 
-/// dst = R src, T src or S src: the new transform acts after the old ones.
+/// dst = R src, T src or S src: the new transform is applied after the existing ones.
 void Extra_RotateX(EXTRA_MATRIX &dst, const EXTRA_MATRIX &src, float deg);
 void Extra_RotateY(EXTRA_MATRIX &dst, const EXTRA_MATRIX &src, float deg);
 void Extra_RotateZ(EXTRA_MATRIX &dst, const EXTRA_MATRIX &src, float deg);
@@ -36,19 +36,19 @@ EXTRA_VECTOR &Extra_SubVector(EXTRA_VECTOR &dst, const EXTRA_VECTOR &a, const EX
 float Extra_MulVector(const EXTRA_VECTOR &a, const EXTRA_VECTOR &b);
 float Extra_LenVector(const EXTRA_VECTOR &v);
 void Extra_ScaleVector(EXTRA_VECTOR &dst, const EXTRA_VECTOR &src, float k);
-/// Unit length over four components; a zero vector gives infinities or NaNs.
+/// Normalises over all four components; a zero vector gives infinities or NaNs.
 void Extra_NormalVector(EXTRA_VECTOR &dst, const EXTRA_VECTOR &src);
 /// dst.xyz = a.xyz x b.xyz, dst.w = 1
 void Extra_CrossVector(EXTRA_VECTOR &dst, const EXTRA_VECTOR &a, const EXTRA_VECTOR &b);
 
 /// View matrix of a camera at `eye` looking at `centre`. Negates x, y and z of the caller's `eye`.
-/// The side vector is up x forward, normalised with its w of 1: shorter than one, which scales the
-/// view down, on purpose; the board's view is laid out for it.
+/// On purpose, the side vector is up x forward normalised with its w of 1, hence shorter than one:
+/// this scales the view down, and the board's view is laid out for it.
 void Extra_LookAt(EXTRA_MATRIX &dst, EXTRA_VECTOR &eye, const EXTRA_VECTOR &centre,
                   const EXTRA_VECTOR &up);
 
-/// Parallel and perspective projections as OpenGL's clip space wants them; return `dst`.
-/// Near and far are distances; `fovDegrees` is the vertical angle, `aspect` width by height.
+/// Parallel and perspective projections to OpenGL's clip space; return `dst`. Near and far are
+/// distances; `fovDegrees` is the vertical angle, `aspect` is width / height.
 EXTRA_MATRIX &Extra_Ortho(EXTRA_MATRIX &dst, float left, float right, float bottom, float top,
                           float near, float far);
 EXTRA_MATRIX &Extra_Perspective(EXTRA_MATRIX &dst, float fovDegrees, float aspect, float near,

@@ -83,7 +83,7 @@ static void LoadTextures()
         {texSix, "datas/Six.ham8"},     {texSeven, "datas/Seven.ham8"},
         {texEight, "datas/Eight.ham8"},
     };
-    std::string missing;  // the first
+    std::string missing;  // the first missing tile
     int others = -1;
     for (const auto &tile : tiles) {
         tile.texture = GLFEW_LoadTexture(tile.file, 0, 0);
@@ -127,18 +127,18 @@ static void CreateFace(GLFEW_VERTEX &record, const FACE_VERTICES &vertices, uint
 
 namespace
 {
-// Faces that are drawn at once: they have texture and vertices in common. First counts in the MVPs
-// of a frame: all cubes' in reading order, then once more in the order of `byNumber`.
+// Faces drawn in one call: they share texture and vertices. First is an index into the MVPs of a
+// frame: those of all cubes in reading order, then again in the order of `byNumber`.
 struct FACES {
-    const GLFEW_VERTEX *Record;  // any of them
+    const GLFEW_VERTEX *Record;  // any of these faces
     size_t First, Count;
 };
 }  // namespace
 
-// In the order in which they are drawn: by texture. Where two faces are equally deep, at an edge
-// they share, the first is seen.
+// In drawing order: by texture. Where two faces have equal depth, at a shared edge, the first one
+// drawn stays visible.
 static std::vector<FACES> drawOrder;
-static std::vector<size_t> byNumber;  // the cubes, by the number on their left face
+static std::vector<size_t> byNumber;  // the cubes, sorted by the number on their left face
 
 static GLFEW_VERTEX &FaceOf(size_t cube, size_t face)
 {
@@ -175,16 +175,16 @@ struct ANGLES {
 
 struct CUBE {
     ANGLES Angles;
-    bool Stale;  // its matrices are not those of the angles
+    bool Stale;  // its matrices do not match the angles
 };
 
-// What a frame draws, copied from the game under its lock.
+// Input of a frame, copied from the game under its lock.
 struct BOARD_VIEW {
     std::array<std::array<CUBE, MaxDim>, MaxDim> Cubes;
     uint8_t State;  // GAME
-    ANGLES Spin;    // added to every cube's angles; 0 where no cube spins
+    ANGLES Spin;    // added to every cube's angles; 0 unless the cubes spin
     ANGLES World;   // xr2, yr2, zr2; 0 unless the game is lost
-    bool Stale;     // no matrix is that of the view
+    bool Stale;     // all matrices must be recomputed
 };
 }  // namespace
 
@@ -229,7 +229,7 @@ void DestroyBoard()
                 GLFEW_DestroyVertex(face);
 }
 
-// Stores what is to be drawn; true when that has changed.
+// Assigns `now` to `shown`; true if that changed it.
 template <typename T>
 static bool Update(T &shown, const T &now)
 {
@@ -238,17 +238,17 @@ static bool Update(T &shown, const T &now)
     return changed;
 }
 
-// Angles as they stand between two ticks.
+// Interpolates angles between two ticks.
 static ANGLES Ahead(const ANGLES &angles, const std::array<double, 3> &tick, float share)
 {
     const auto ahead = [share](float angle, double by) {
         return angle >= 360 ? angle
-                            : angle + static_cast<float>(by) * share;  // the next tick's is 0
+                            : angle + static_cast<float>(by) * share;  // the next tick gives 0
     };
     return {ahead(angles.x, tick[0]), ahead(angles.y, tick[1]), ahead(angles.z, tick[2])};
 }
 
-// Cubes turn and spin on between two ticks, as far as the next will take them.
+// Copies the game's state. Cubes that turn or spin are interpolated towards their next tick.
 static bool CopyView()
 {
     const std::lock_guard lock(GameLock);
@@ -282,7 +282,7 @@ static void Rotate(EXTRA_MATRIX &model, float x, float y, float z)
     Extra_RotateZ(model, model, z);
 }
 
-// Camera and turn of the whole board in the end views of a lost game.
+// Camera and rotation of the whole board in the end views of a lost game.
 static void ViewWorld()
 {
     const bool spinning = view.State == GAME_SPINNING;
@@ -295,7 +295,7 @@ static void ViewWorld()
         Rotate(World.Model, view.World.x, view.World.y, view.World.z);
 }
 
-// Moves a cube to its place: cubes touch until the game is lost, then move apart.
+// Translates a cube to its place: cubes touch until the game is lost, then move apart.
 static void Place(EXTRA_MATRIX &model, int x, int y)
 {
     const float columns = xDim, rows = yDim, column = static_cast<float>(x),
@@ -317,7 +317,7 @@ static void Place(EXTRA_MATRIX &model, int x, int y)
     Extra_TranslateY(model, model, down);
 }
 
-// The turn alone. Neighbours often stand alike.
+// The rotation matrix. The last one is cached, since neighbours often have equal angles.
 static const EXTRA_MATRIX &Turned(const ANGLES &angles)
 {
     static ANGLES last;
@@ -329,7 +329,7 @@ static const EXTRA_MATRIX &Turned(const ANGLES &angles)
     return turn;
 }
 
-// The six faces of a cube share camera and place, and so their matrices.
+// The six faces of a cube share camera and place, hence their matrices.
 static void TransformCube(std::array<GLFEW_VERTEX, FACE_COUNT> &faces, int x, int y)
 {
     const ANGLES &own = view.Cubes[static_cast<size_t>(x)][static_cast<size_t>(y)].Angles;
@@ -347,7 +347,7 @@ static void TransformCube(std::array<GLFEW_VERTEX, FACE_COUNT> &faces, int x, in
     }
 }
 
-// Makes the matrices that are out of date, and loads all for drawing.
+// Recomputes stale matrices and uploads all for drawing.
 static void TransformBoard()
 {
     static std::vector<EXTRA_MATRIX> mvps;
@@ -370,12 +370,11 @@ static void TransformBoard()
 
 float GridShare(int window, int longest)
 {
-    // How much wider than the window camera and projection show the board, whatever its size: the
-    // cotangent of half the angle by the view's scale by the camera's distance from the front faces
-    // over half of the board's longer side.
+    // The projection shows the board this much larger than the window: cot(fov / 2) x view scale /
+    // (distance to the front faces / half the longer side).
     constexpr float overscan = 2.4142135f * 0.70710678f / 1.7f;
     if (window <= 0)
-        return 1;  // an iconified window
+        return 1;  // the window is iconified
     const int grid = window / longest * longest;
     return static_cast<float>(grid) / (static_cast<float>(window) * overscan);
 }
@@ -393,7 +392,7 @@ void Paint()
         GLFEW_DrawInstances(*faces.Record, faces.First, faces.Count, GL_TRIANGLES);
 }
 
-// Where the mouse falls on one axis of the picking grid: a cell's number, or NoCell.
+// The cell index under the mouse on one axis of the picking grid, or NoCell.
 static uint8_t PickAxis(int mouse, int window, int cells, int longest)
 {
     const int size = window / longest;

@@ -1,5 +1,5 @@
-// The board: six textured faces for every cell, drawn turned and placed as the game stands, and the
-// cell under the mouse.
+// The board: six textured faces for every cell, drawn according to the state of the game, and
+// picking of the cell under the mouse.
 #pragma once
 
 #include <array>
@@ -27,22 +27,23 @@ extern const FACE_VERTICES vertices_front, vertices_back, vertices_top, vertices
 extern uint32_t texBase, texMine, texEmpty, texQuestion, texFlag, texOne, texTwo, texThree, texFour,
     texFive, texSix, texSeven, texEight;
 
-/// The faces, [x][y][face], and a holder of the camera and the board's turn in the end views.
+/// The faces, [x][y][face], and a record that holds the camera and the board's rotation in the end
+/// views.
 extern std::array<std::array<std::array<GLFEW_VERTEX, FACE_COUNT>, MaxDim>, MaxDim> OGLvertex;
 extern GLFEW_VERTEX World;
 
-/// Loads the tiles and makes the faces of all cells in play, telling on the console how far it is.
-/// A cell without mines around it gets a random number for its left face.
+/// Loads the tiles and creates the faces of all cells in play, printing its progress on the
+/// console. A cell without mines around it gets a random number as its left face.
 void CreateBoard();
 
-/// Lets go of what CreateBoard made, but for the textures.
+/// Releases what CreateBoard made, except the textures.
 void DestroyBoard();
 
-/// Share of one side of the window that the board is drawn into, so that its cells come to lie on
-/// the grid by which the mouse picks them: that grid has whole cells only. `window` is the side's
-/// length in window units, `longest` the longer side of the field in cells.
+/// Share of one side of the window that the board is drawn into. The picking grid has cells of
+/// whole window units only, and this share makes the drawn cells coincide with it. `window` is the
+/// side's length in window units, `longest` the longer side of the field in cells.
 float GridShare(int window, int longest);
 
-/// Cell under the mouse, or NoCell twice: a grid of equal cells, centred, of which the longer
-/// side of the field fills the window. A point on a grid line belongs to no cell.
+/// Cell under the mouse, or NoCell for both. The picking grid has equal cells, is centred, and the
+/// longer side of the field fills the window. A point on a grid line belongs to no cell.
 void Get3DMouseXY(uint8_t *x, uint8_t *y);

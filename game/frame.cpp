@@ -17,8 +17,8 @@ uint8_t timeMS, timeS, timeM, timeH;
 constexpr int32_t KeyEscape = 256;
 constexpr int32_t MouseLeft = 1, MouseRight = 3;
 
-// Finds the clicked cell when the game waits for a click, and prints the step. Only the main thread
-// leaves the idle state, so it is still idle afterwards.
+// Accepts a click while the game waits for one: finds the cell and prints the step. Only the main
+// thread leaves the idle state, so the game is still idle afterwards.
 static bool AcceptStep(int32_t button)
 {
     std::unique_lock lock(GameLock);
@@ -38,7 +38,7 @@ static bool AcceptStep(int32_t button)
     return true;
 }
 
-// The pointer tells while clicks are dropped; once the game is over there is nothing to wait for.
+// The pointer is busy while clicks are ignored; once the game is over there is nothing to wait for.
 static void ShowBusy()
 {
     std::unique_lock lock(GameLock);
@@ -47,7 +47,7 @@ static void ShowBusy()
     GLFEW_SetBusy(busy);
 }
 
-// Sets the window's title where that has changed, once a second at most.
+// Sets the window's title if it has changed, at most once a second.
 static void ShowTitle()
 {
     using namespace std::chrono;
@@ -132,7 +132,7 @@ static void ForEachCell(Visit visit)
             visit(MineField[x][y], x, y);
 }
 
-// Turns every cube that has steps left by one; true when all are at rest afterwards.
+// Turns by one step every cube that has steps left; true if none has any left afterwards.
 static bool TurnCubes()
 {
     bool rest = true;
@@ -171,8 +171,8 @@ struct VERDICT {
 };
 }  // namespace
 
-// Both may be true: a losing step that leaves nothing covered and as many flags, right or wrong, as
-// there are mines also wins, on purpose.
+// Lost and Won can both be true, on purpose: a losing step also wins if it leaves nothing covered
+// and as many flags, right or wrong, as there are mines.
 static VERDICT Judge()
 {
     uint16_t mines = 0, open = 0, flags = 0;
@@ -185,7 +185,7 @@ static VERDICT Judge()
     return {mines != 0, open == 0 && flags == nMines};
 }
 
-// One tick under the lock; what the end of a game prints is left to the caller.
+// One tick, under the lock. The caller prints the verdict.
 static VERDICT Tick()
 {
     AdvanceClock();
@@ -222,7 +222,7 @@ void Timer()
     std::unique_lock lock(GameLock);
     const VERDICT verdict = Tick();
     LastTick = std::chrono::steady_clock::now();
-    lock.unlock();  // a terminal may keep its writer waiting
+    lock.unlock();  // printing to a terminal may block
     if (verdict.Lost)
         std::printf("Game Over - You have stepped on a mine!\n");
     if (verdict.Won)
@@ -239,7 +239,7 @@ std::string GameTitle()
     if (mb >= GAME_WON)
         h = timeH, m = timeM, s = timeS;
     else if (step == 1)
-        h = m = s = 0;  // the clock is reset by the first step
+        h = m = s = 0;  // the first step resets the clock
     const auto twoDigits = [](int value) {
         return ':' + std::string(value < 10 ? "0" : "") + std::to_string(value);
     };

@@ -1,5 +1,6 @@
 // The frame handler, which turns input into moves, and the timer, which runs the clock, turns the
-// cubes, judges the game and drives the end views. The shell calls Scene, the timer service Timer.
+// cubes, judges the game and animates the end views. The shell calls Scene, the timer service
+// Timer.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +11,7 @@ extern uint8_t mSecond, Second, Minute, Hour;
 /// The clock when the game ended.
 extern uint8_t timeMS, timeS, timeM, timeH;
 
-/// The window's title as a status line, from the state of the game alone: field, flags and mines,
-/// the time since the first step (h:mm:ss from an hour on), and how the game ended. Scene shows it,
-/// at most once a second.
+/// The window's title as a status line, computed from the state of the game: field, flags and
+/// mines, the time since the first step (h:mm:ss from an hour on), and how the game ended. Scene
+/// updates the title at most once a second.
 std::string GameTitle();

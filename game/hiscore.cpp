@@ -21,10 +21,10 @@ std::array<HISCORE, 10> HiScore;
 std::array<char, 32> fnHiscore;
 FILE *fhHiscore;
 
-static bool damaged;  // the file that was read last is not one that the game writes
+static bool damaged;  // the file read last is not as the game writes it
 
-// Held while it lives, against the other games that save to the same table. Without it (a folder
-// that cannot be written to, a file system without locks) saving is tried all the same.
+// Excludes other games that save to the same table. Without the lock (a read-only folder, a file
+// system without locks) saving is tried all the same.
 namespace
 {
 class LOCK
@@ -59,7 +59,7 @@ static HISCORE Entry(std::string_view name, std::string_view record)
     return entry;
 }
 
-// The clock never shows 1000 milliseconds, so every game of under 60 hours is better.
+// The clock never shows 1000 milliseconds, so every game under 60 hours is better.
 static HISCORE DefaultEntry()
 {
     return Entry("NoName", "59:59:59:1000, 10000");
@@ -98,14 +98,14 @@ void NameHiscoreFile()
     append(nMines, ".txt");
 }
 
-// Whether the text is a result as the game writes it.
+// Whether the text is a record as the game writes it.
 static bool IsRecord(const char *text)
 {
     static const std::regex form("[0-9]{2,3}:[0-9]{2}:[0-9]{2}:[0-9]{4}, [0-9]{5,}");
     return std::regex_match(text, form);
 }
 
-// Whether writing HiScore, just read from the file, would lose anything but ends of lines.
+// Whether writing HiScore, just read from the file, would lose more than line endings.
 static bool IsDamaged()
 {
     const BYTES_BUFFER bytes = Bytes_LoadFile(fnHiscore.data());
@@ -133,7 +133,7 @@ int ReadHiscore()
     return error;
 }
 
-// Copies the file beside itself, unless one was kept before.
+// Copies the file to its name plus ".bad", unless that exists.
 static int KeepDamaged()
 {
     std::string bad = fnHiscore.data();
@@ -186,7 +186,7 @@ static void TakeOut(const char *record, const char *name)
     HiScore.back() = DefaultEntry();
 }
 
-// Puts the result into its place, a newer one above an equal older one.
+// Inserts the result, above an equal older one.
 static size_t PutIn(const char *record, const char *name)
 {
     const auto place = std::find_if(HiScore.begin(), HiScore.end(), [record](const HISCORE &entry) {

@@ -4,8 +4,8 @@
 #include "game/session.h"
 #include "platform/application.h"
 
-// Opens the null device in place of standard streams that are closed, before the window system's
-// connection takes one's number and the console is printed into it.
+// Opens the null device for standard streams that are closed. Otherwise the window system's
+// connection could get such a descriptor and the console output would be written into it.
 static void OpenMissingStreams()
 {
     int opened = 0;

@@ -59,7 +59,7 @@ void Turn2Base()
     Turn(STATE_COVERED, -1, 0, 90);
 }
 
-// The cell next to (mx, my) in a direction: 1 north, then clockwise to 8 north-west.
+// The neighbour of (mx, my) in a direction: 1 north, then clockwise to 8 north-west.
 static std::optional<std::pair<uint8_t, uint8_t>> Neighbour(int direction)
 {
     constexpr int dx[] = {0, 0, 1, 1, 1, 0, -1, -1, -1};
@@ -70,7 +70,7 @@ static std::optional<std::pair<uint8_t, uint8_t>> Neighbour(int direction)
     return std::pair{static_cast<uint8_t>(x), static_cast<uint8_t>(y)};
 }
 
-// Applies a change of state to another cell than the current one.
+// Changes the state of another cell, keeping (mx, my).
 static void TurnOther(std::pair<uint8_t, uint8_t> cell, void (*turn)())
 {
     Extra_PushByte(mx);
@@ -85,7 +85,7 @@ static void PushCell(uint8_t x, uint8_t y)
 {
     Extra_PushByte(x);
     Extra_PushByte(y);
-    Extra_PushByte(1);  // the direction in which its scan begins
+    Extra_PushByte(1);  // direction in which its scan starts
 }
 
 void Turn2Empties()
@@ -107,7 +107,7 @@ void Turn2Empties()
                 PushCell(next->first, next->second);
                 cell.content = CONTENT_CLEARED;
                 TurnOther(*next, Turn2Empty);
-                direction = 0;  // the scan begins again at north
+                direction = 0;  // the scan restarts at north
             } else if (cell.content == CONTENT_NUMBER && !marked && cell.state != STATE_NUMBER) {
                 TurnOther(*next, Turn2Number);
             }

@@ -34,16 +34,16 @@ AudioTrack *music;
 std::array<char, 32> tmpStr;
 
 constexpr char musicFile[] = "datas/ShadowOfTheBeast.mp3";
-constexpr char noNameYet[] = "??????";  // of a result until the name is known
+constexpr char noNameYet[] = "??????";  // name of a result before the player has answered
 constexpr size_t MaxName = 16;
-constexpr int EventPeriod = 50;  // milliseconds between looks at the window's events
+constexpr int EventPeriod = 50;  // milliseconds between polls of the window's events
 
-static std::atomic<int> endSignal;  // that asked the program to end; 0: none
+static std::atomic<int> endSignal;  // the signal that asked the program to end; 0: none
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler stores it");
 
 static int volume = 100;  // of the music, percent; 0: no stream is opened
 
-// Takes the volume from the environment, and tells the sound servers who plays.
+// Reads the volume from the environment, and gives the sound servers the game's name.
 static void ReadSoundSettings()
 {
     for (const auto &[name, value] :
@@ -62,9 +62,9 @@ static void ReadSoundSettings()
         std::fprintf(stderr, "TESSARUVINEL_VOLUME is not 0 to 100: 100 is taken\n");
 }
 
-// The sound system's library asserts what some machines do not have, such as a default device.
-// Whether it starts is tried in a process of its own, while the board is being built: gives that,
-// or 0 where there is nothing to try.
+// The sound library aborts by assert() on machines without, say, a default device. So a child
+// process tries to start it while the board is built. Returns the child, or 0 if nothing is to be
+// tried.
 static pid_t ProbeSound()
 {
     const pid_t probe = volume != 0 ? fork() : 0;
@@ -88,7 +88,7 @@ static bool SoundStarts(pid_t probe)
     return !WIFSIGNALED(status);
 }
 
-// The stream's callback: the music without holes, at the player's volume.
+// The stream's callback: gapless music, scaled by the player's volume.
 static int PlayAtVolume(const void *input, void *output, unsigned long frames,
                         const PaStreamCallbackTimeInfo *timing, unsigned long status, void *user)
 {
@@ -103,14 +103,14 @@ static void StartMusic(bool sound)
     if (!sound)
         std::fprintf(stderr, "No sound: the sound system cannot be started\n");
     if (!sound || volume == 0)
-        Audio_FirstPlay = 2;  // as after a stream that could not be opened
+        Audio_FirstPlay = 2;  // as if the stream could not be opened
     Audio_StreamCallBack = PlayAtVolume;
     Audio_Init(2);
     Audio_SetMixer(16, 44100, 32768, 32768);
     Audio_SetMode(1);
     Audio_SetLoop(0);
     music = Audio_Load(musicFile);
-    // Where the whole folder is missing the tiles have said so.
+    // If the whole folder is missing, the tiles have already been reported.
     if (!music->Buffer[0] && System_DirectoryExists("datas")) {
         const std::string reason = Audio_Reason();
         std::fprintf(stderr, "%s: no music: %s\n", musicFile,
@@ -124,7 +124,7 @@ static void StartMusic(bool sound)
     Audio_Play(music);
 }
 
-// The second signal of a kind ends the process at once.
+// The second signal of the same kind ends the process at once.
 static void EndBySignal(int signal)
 {
     endSignal = signal;
@@ -139,7 +139,7 @@ static void CatchSignals()
     for (const int signal : {SIGHUP, SIGINT, SIGTERM})
         if (sigaction(signal, &action, &before) == 0 && before.sa_handler == SIG_IGN)
             sigaction(signal, &before, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);  // a console that is gone does not end the game
+    std::signal(SIGPIPE, SIG_IGN);  // a closed console must not end the game
 }
 
 static void EndWithoutDisplay();
@@ -172,7 +172,7 @@ void Velmorandis()
     Timer_Create(0, 10000000);
 }
 
-// Prints that the table cannot be read or written, and why, once for each error.
+// Reports that the table cannot be read or written, and why, once per error.
 static void Complain(const char *what, int error)
 {
     static int complained;
@@ -185,7 +185,7 @@ static void Complain(const char *what, int error)
 static size_t Save(const char *name, const char *before)
 {
     NameHiscoreFile();
-    // `step` is the next step's number, one more than were made: results are kept that way.
+    // On purpose, the record counts one step too many: `step` is the number of the next one.
     std::snprintf(tmpStr.data(), tmpStr.size(), "%02d:%02d:%02d:%04d, %05d", timeH, timeM, timeS,
                   timeMS * 10, static_cast<int>(step));
     const HISCORE_SAVED saved = SaveHiscore(tmpStr.data(), name, before);
@@ -194,10 +194,10 @@ static size_t Save(const char *name, const char *before)
     return saved.Place;
 }
 
-// Whether the result is in the file under noNameYet.
+// The result is in the file under noNameYet.
 static bool unnamed;
 
-// What is left to do when the display is gone; nothing of the window can be called any more.
+// Ends the game after the display was lost; no window function may be called any more.
 static void EndWithoutDisplay()
 {
     Timer_Destroy();
@@ -208,8 +208,8 @@ static void EndWithoutDisplay()
     std::_Exit(EXIT_FAILURE);
 }
 
-// The next byte of standard input, or EOF when it ends or the program is asked to. The window
-// system's events are answered meanwhile.
+// The next byte of standard input, or EOF at its end or if the program is asked to end. The window
+// system's events are processed meanwhile.
 static int ReadByte()
 {
     while (endSignal == 0) {
@@ -233,7 +233,7 @@ static bool IsNameCharacter(int c)
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == ' ';
 }
 
-// Reads a line. The name is what it begins with of digits, letters and spaces.
+// Reads a line. The name is its leading digits, letters and spaces, at most MaxName.
 static std::string ReadName()
 {
     std::string name;
@@ -269,7 +269,7 @@ static void ShowWon()
         return;
     }
     unnamed = true;
-    tcflush(STDIN_FILENO, TCIFLUSH);  // what was typed during the game is no answer
+    tcflush(STDIN_FILENO, TCIFLUSH);  // discards what was typed during the game
     std::printf("What is your name? ");
     std::fflush(stdout);
     const std::string name = ReadName();

@@ -1,4 +1,4 @@
-// Bits of a stream in memory, looked at without moving on: 64 of them at any bit position.
+// Bits of a stream in memory, peeked without advancing: 64 bits at any bit position.
 #pragma once
 
 #include <bit>
@@ -9,8 +9,8 @@
 
 #include "extra/bytes.h"
 
-/// The bits from position `bit` on where each byte's highest comes first, the first one highest.
-/// At least 57 of them are the stream's; those past its end are 0.
+/// The bits from position `bit` on, for streams that fill bytes from the highest bit; the first bit
+/// is the result's highest. At least 57 bits are valid; those past the stream's end are 0.
 inline uint64_t Bits_PeekHigh(std::span<const uint8_t> in, size_t bit)
 {
     size_t byte = bit / 8;
@@ -26,7 +26,7 @@ inline uint64_t Bits_PeekHigh(std::span<const uint8_t> in, size_t bit)
     return bits << bit % 8;
 }
 
-/// The same where each byte's lowest bit comes first, the first one lowest.
+/// The same for streams that fill bytes from the lowest bit; the first bit is the result's lowest.
 inline uint64_t Bits_PeekLow(std::span<const uint8_t> in, size_t bit)
 {
     size_t byte = bit / 8;

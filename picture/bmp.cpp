@@ -27,9 +27,9 @@ enum BMP_COMPRESSION : uint16_t {
 
 }  // namespace
 
-// Pixels that one byte of runs can stand for: two are one of 255.
+// Maximum pixels per byte of runs: two bytes hold a run of 255.
 constexpr size_t BMP_MaxOutOfOne = 128;
-// Bytes; shorter ones than 16 are OS/2's first, which is 12.
+// Header sizes in bytes. One below 16 is OS/2 1.x's, which has 12.
 constexpr uint32_t BMP_InfoHeader = 40, BMP_V3Header = 56, BMP_OS2Header = 64;
 
 static uint32_t GetLittle(size_t position, int count)
@@ -54,7 +54,7 @@ static void ReadFrameworkHeader()
     h.Compression = static_cast<uint16_t>(GetLittle(30, 4));
 }
 
-// Where 32-bit and 16-bit pixels have their components unless the file says so.
+// Default masks of 16-bit and 32-bit pixels.
 static void SetUsualMasks()
 {
     BMP_HEADER &h = BMP_Header;
@@ -64,8 +64,8 @@ static void SetUsualMasks()
     h.BlueMask = deep ? 0xFF : 0x1F;
 }
 
-// What Windows and OS/2 write: headers of every size, the masks after one of 40 bytes or inside a
-// longer one. A size that passes 16 bits is left at 0.
+// Reads the headers that Windows and OS/2 write, of every size. Masks follow a header of 40 bytes
+// or are part of a longer one. A width or height above 16 bits becomes 0.
 static void ReadFormatHeader()
 {
     BMP_HEADER &h = BMP_Header;
@@ -90,13 +90,13 @@ static void ReadFormatHeader()
         h.BlueMask = GetLittle(62, 4);
         const bool alpha = h.HeaderSize >= BMP_V3Header || h.Compression == BMP_ALPHAFIELDS;
         h.AlphaMask = alpha ? GetLittle(66, 4) : 0;
-        if (h.HeaderSize == BMP_InfoHeader)  // masks follow a header that has none
+        if (h.HeaderSize == BMP_InfoHeader)  // a header without masks is followed by them
             h.PaletteOffset += h.Compression == BMP_FIELDS ? 12 : 16;
     }
     const uint32_t used = has(50) ? GetLittle(46, 4) : 0;
     const uint32_t all = h.BitsPerPixel <= 8 ? 1u << h.BitsPerPixel : 0;
     const uint32_t count = used != 0 ? std::min(used, all) : all;
-    // Some writers leave out where the pixels are.
+    // Some writers leave the offset of the pixels 0.
     if (h.DataOffset < h.PaletteOffset)
         h.DataOffset = h.PaletteOffset + count * (core ? 3 : 4);
     const uint32_t room = h.DataOffset - h.PaletteOffset;
@@ -124,20 +124,19 @@ static bool HasRuns()
     return BMP_Header.Compression == BMP_RLE8 || BMP_Header.Compression == BMP_RLE4;
 }
 
-// Bits of a pixel in BMP_File, where the format's rules have expanded runs to a byte a pixel.
+// Bits of a pixel in BMP_File. The format's rules expand runs to one byte per pixel.
 static size_t StoredBits()
 {
     return ByFormat() && HasRuns() ? 8 : BMP_Header.BitsPerPixel;
 }
 
-// Bytes of a row's pixels.
 static size_t RowBytes()
 {
     return (size_t{BMP_Header.Width} * StoredBits() + 7) / 8;
 }
 
-// Kept on purpose: the padding of 24-bit rows serves the other depths too, and the shallow ones
-// have a rule of their own.
+// On purpose: the padding of 24-bit rows also serves other depths, and 1 and 4 bits have rules of
+// their own.
 static size_t FrameworkRowSkip()
 {
     const BMP_HEADER &h = BMP_Header;
@@ -156,7 +155,7 @@ static size_t FormatRowSkip()
     return HasRuns() ? 0 : (4 - RowBytes() % 4) % 4;
 }
 
-// Bytes from a row's pixels to the next row.
+// Padding between a row's pixels and the next row.
 static size_t RowSkip()
 {
     return ByFormat() ? FormatRowSkip() : FrameworkRowSkip();
@@ -195,7 +194,7 @@ static bool FormatSupports(const BMP_HEADER &h)
     }
 }
 
-// Names what is not supported.
+// Sets the reason for an unsupported file.
 static void SetReason(const BMP_HEADER &h)
 {
     if (h.HeaderSize == BMP_OS2Header && h.Compression == BMP_FIELDS)
@@ -229,7 +228,7 @@ static bool IsPossible()
 namespace
 {
 
-// Writes what runs say into a buffer that ends: what goes beyond is left out.
+// Writes runs into a fixed buffer and drops what does not fit.
 struct BMP_WRITER {
     std::span<uint8_t> Buffer;
     size_t Position = 0;
@@ -238,7 +237,7 @@ struct BMP_WRITER {
     {
         return std::min(count, Buffer.size() - Position);
     }
-    // The two values in turn.
+    // Writes the two values in turn.
     void Repeat(int first, int second, size_t count)
     {
         constexpr size_t chunk = 8;
@@ -248,7 +247,7 @@ struct BMP_WRITER {
         uint8_t *out = Buffer.data() + Position;
         count = Room(count);
         if (Room(count + chunk) == count + chunk)
-            for (size_t i = 0; i < count; i += chunk)  // a chunk may pass the run's end
+            for (size_t i = 0; i < count; i += chunk)  // may write up to a chunk past the run
                 std::memcpy(out + i, pattern.data(), chunk);
         else
             for (size_t i = 0; i < count; i++)
@@ -272,8 +271,8 @@ struct BMP_WRITER {
 
 }  // namespace
 
-// One byte a pixel; of RLE4 the nibble, left where it stood in its byte. Kept on purpose: ends of
-// lines and of the bitmap do nothing, a delta skips bytes of the file and not pixels, and the
+// Expands to one byte per pixel; RLE4's nibbles stay in their half of the byte. On purpose: ends of
+// lines and of the bitmap are ignored, a delta skips bytes of the file instead of pixels, and the
 // padding of RLE4's literal pixels is that of half as many.
 static size_t ExpandFrameworkRuns(std::span<const uint8_t> file, std::span<uint8_t> pixels)
 {
@@ -301,8 +300,8 @@ static size_t ExpandFrameworkRuns(std::span<const uint8_t> file, std::span<uint8
     return out.Position;
 }
 
-// One byte a pixel, of RLE4 too; pixels that no run covers are 0, what passes its row's end is left
-// out.
+// Expands to one byte per pixel, RLE4 too. Pixels without a run are 0; pixels past the row's end
+// are dropped.
 static void ExpandFormatRuns(std::span<const uint8_t> file, std::span<uint8_t> pixels)
 {
     const BMP_HEADER &h = BMP_Header;
@@ -312,7 +311,7 @@ static void ExpandFormatRuns(std::span<const uint8_t> file, std::span<uint8_t> p
         return static_cast<uint8_t>(i % 2 == 0 ? byte >> 4 : byte & 15);
     };
     std::ranges::fill(pixels, uint8_t{0});
-    size_t p = h.DataOffset, row = 0, x = 0;  // row: where it starts
+    size_t p = h.DataOffset, row = 0, x = 0;  // row: start of the current row
     const auto room = [&] {
         const size_t end = std::min(row + width, pixels.size());
         return pixels.subspan(std::min(row + x, end), end - std::min(row + x, end));
@@ -349,8 +348,8 @@ static void ExpandFormatRuns(std::span<const uint8_t> file, std::span<uint8_t> p
     }
 }
 
-// Joins RLE4's pixels to two a byte and returns the bytes that are left. Kept on purpose: as many
-// of them as the width squared says, not as the picture has; those behind stay as they are.
+// Packs RLE4's pixels two to a byte and returns the number of bytes left. On purpose: as many bytes
+// as the width squared needs, not as the picture has; those after them are unchanged.
 static size_t PackNibbles(std::span<uint8_t> pixels)
 {
     constexpr size_t block = 8;
@@ -374,7 +373,7 @@ static size_t PackNibbles(std::span<uint8_t> pixels)
     return i;
 }
 
-// The file with its runs expanded: what stands before them as it was, then the pixels.
+// The file with its runs expanded: the bytes before them unchanged, then the pixels.
 static BYTES_BUFFER ExpandFile()
 {
     const BMP_HEADER &h = BMP_Header;
@@ -408,7 +407,7 @@ void BMP_Load(const char *path)
     });
 }
 
-// Entries that the file lacks stay black.
+// Reads the palette. Missing entries are black.
 static void ReadPalette()
 {
     const size_t entry = ByFormat() ? BMP_Header.PaletteEntry : 4;
@@ -423,8 +422,8 @@ static void ReadPalette()
     }
 }
 
-// Kept on purpose: masks are read in the byte order of the pixels, and 32-bit pixels have their
-// highest byte first.
+// On purpose: masks are read in the byte order of the pixels, and 32-bit pixels have their highest
+// byte first.
 static void ReadFrameworkMasks()
 {
     BMP_HEADER &h = BMP_Header;
@@ -443,12 +442,12 @@ uint8_t BMP_BitCounter(uint32_t mask)
 namespace
 {
 
-// How a component is cut out of a pixel: (pixel & Mask) >> Right << Left, of which 8 bits count.
+// Extracts a component from a pixel: the low 8 bits of (pixel & Mask) >> Right << Left.
 struct BMP_FIELD {
     uint32_t Mask;
     int Right, Left;
 
-    // Shifts as far as they can be told; all bits gone is a mask of 0.
+    // Clamps the shifts to valid ones. If no bit would remain, the mask is 0.
     static BMP_FIELD Make(uint32_t mask, int right, int left)
     {
         right += left < 0 ? -left : 0;
@@ -460,11 +459,11 @@ struct BMP_FIELD {
     }
 };
 
-// A component of up to 32 bits wherever its mask says, brought to 0..255 by repeating its bits; 0
-// without a mask.
+// A component at any mask of up to 32 bits, scaled to 0..255 by repeating its bits; 0 without a
+// mask.
 struct BMP_SCALED_FIELD {
     uint32_t Mask;
-    int Right;  // leaves 8 bits at most
+    int Right;  // keeps at most 8 bits
     std::array<uint8_t, 256> Scale{};
 
     explicit BMP_SCALED_FIELD(uint32_t mask) : Mask(mask), Right(0)
@@ -490,7 +489,7 @@ struct BMP_SCALED_FIELD {
 
 using BMP_FIELDS3 = std::array<BMP_FIELD, 3>;  // red, green, blue
 
-// Fields lie side by side, blue lowest, in the pixel's 16 bits, and are brought to 8 bits.
+// Fields are adjacent in the pixel's 16 bits, blue lowest, and are scaled to 8 bits.
 static BMP_FIELDS3 Fields16()
 {
     const BMP_HEADER &h = BMP_Header;
@@ -503,7 +502,7 @@ static BMP_FIELDS3 Fields16()
             BMP_FIELD::Make(h.BlueMask, 0, 8 - blue)};
 }
 
-// Fields lie side by side, red lowest, in the pixel's 32 bits, and are taken to have 8 bits.
+// Fields are adjacent in the pixel's 32 bits, red lowest, and are assumed to have 8 bits.
 static BMP_FIELDS3 Fields32()
 {
     const BMP_HEADER &h = BMP_Header;
@@ -512,8 +511,8 @@ static BMP_FIELDS3 Fields32()
             BMP_FIELD::Make(h.BlueMask, red + green, 0)};
 }
 
-// Calls row(bytes, pixels, out) for each row of the file with as many pixels as are there whole;
-// the others stay transparent.
+// Calls row(bytes, pixels, out) for each row of the file with its number of complete pixels;
+// missing pixels are transparent.
 template <typename Row>
 static void DecodeRows(uint8_t *pixels, const Row &row)
 {
@@ -529,7 +528,7 @@ static void DecodeRows(uint8_t *pixels, const Row &row)
     }
 }
 
-// Pixels of Bits bits, Per of them at a time out of a table; the highest bits are the first.
+// Decodes pixels of Bits bits through a table, Per pixels at a time, the highest bits first.
 template <size_t Bits, size_t Per>
 static void DecodeShallow(uint8_t *pixels)
 {
@@ -541,7 +540,7 @@ static void DecodeShallow(uint8_t *pixels)
             table[code][i] = std::bit_cast<uint32_t>(
                 BMP_Header.Palette[code >> (Per - 1 - i) * Bits & ((1u << Bits) - 1)]);
     DecodeRows(pixels, [&table](const uint8_t *in, size_t count, uint8_t *out) {
-        const auto entry = [&](size_t i) {  // the one that holds pixel i
+        const auto entry = [&](size_t i) {  // the table entry of pixel i
             const size_t bit = i * Bits;
             return table[in[bit / 8] >> (8 - step - bit % 8) & (codes - 1)].data();
         };
@@ -571,7 +570,7 @@ static void Decode24(uint8_t *pixels)
     });
 }
 
-// Kept on purpose: the first byte is the alpha, the last the red.
+// On purpose: the first byte is alpha, the last is red.
 static void Decode32(uint8_t *pixels)
 {
     DecodeRows(pixels, [](const uint8_t *in, size_t count, uint8_t *out) {
@@ -593,7 +592,7 @@ static void Decode32Fields(uint8_t *pixels)
     });
 }
 
-// Leaves a reason where the file ends before its last row.
+// Sets a reason if the file ends before its last row.
 static void SetCutReason()
 {
     const BMP_HEADER &h = BMP_Header;
@@ -603,7 +602,7 @@ static void SetCutReason()
         Reason_Set("cut after %zu of %d rows", rows, h.Height);
 }
 
-// Alpha that is 0 everywhere is ignored: files with a mask that they do not use are common.
+// Alpha that is 0 everywhere is ignored: files often have an alpha mask that they do not use.
 static void DropUnusedAlpha(uint8_t *pixels)
 {
     const size_t size = size_t{BMP_Header.Width} * BMP_Header.Height * 4;
@@ -614,7 +613,7 @@ static void DropUnusedAlpha(uint8_t *pixels)
         pixels[i] = 255;
 }
 
-// 16 and 32 bits by the format's rules.
+// Format: 16 and 32 bits.
 static void DecodeMasked(uint8_t *pixels)
 {
     const BMP_HEADER &h = BMP_Header;

@@ -16,9 +16,9 @@
 #include "picture/charsets/symbols.h"
 #include "picture/graphics.h"
 
-constexpr int32_t CHARSET_Gap = 2;  // between glyphs, points at every scale
+constexpr int32_t CHARSET_Gap = 2;  // between glyphs, points, at every scale
 
-// The sets as they were read, with the names that the translation goes by.
+// The sets as parsed from their sources, with the glyph names that the mapping uses.
 static constexpr CHARSET_GLYPHS symbols = CharSet_Read(CHARSET_SOURCE_SYMBOLS, {});
 static constexpr CHARSET_GLYPHS cplus4 = CharSet_Read(CHARSET_SOURCE_CPLUS4, symbols);
 static constexpr CHARSET_GLYPHS cbm = CharSet_Read(CHARSET_SOURCE_CBM, symbols);
@@ -51,10 +51,10 @@ struct CHARSET_ROM {
     CHARSET_SIZE Size;
 };
 
-// Of every byte of a text.
+// The mapping of every byte of a text.
 struct CHARSET_CODES {
     uint8_t Glyphs[256];
-    bool Written[256];  // the glyph shows what the byte stands for
+    bool Written[256];  // the glyph shows the byte's character
 };
 }  // namespace
 
@@ -74,7 +74,7 @@ static constexpr std::array<CHARSET_ROM, 8> ROMs = {{
     {CHARSET_ROM_BLITTER, SizeOf(CHARSET_SOURCE_BLITTER)},
 }};
 
-// The ROM of a set that has one; the language sets 6 to 13 share theirs.
+// The table of a set; the language sets 6 to 13 share one.
 static constexpr const CHARSET_ROM &ROMOf(uint8_t set)
 {
     return ROMs[set < 6 ? set : set < 14 ? 6 : 7];
@@ -82,7 +82,7 @@ static constexpr const CHARSET_ROM &ROMOf(uint8_t set)
 
 static constexpr const char *hungarian = "ÁÉÍÓŐÖÚŰÜáéíóőöúűü";
 
-// The accented letters that each of the sets 6 to 13 knows.
+// The accented letters that each of the sets 6 to 13 has.
 static constexpr const char *languages[8] = {
     "",
     hungarian,
@@ -94,10 +94,10 @@ static constexpr const char *languages[8] = {
     "ÁÄÇÉËĚĐÓŮÝáäçéëěđóůý",
 };
 
-// In CHARSET_ROM_LANGUAGE: set 13's own letters, then the accented letters of the others.
+// Positions in CHARSET_ROM_LANGUAGE: set 13's own letters, then the accented letters of the others.
 constexpr size_t ownLetters = 109, otherLetters = 175;
 
-// Two bytes of UTF-8.
+// The letter at `text`, two bytes of UTF-8.
 static consteval CHARSET_NAME LetterAt(const char *text)
 {
     return static_cast<CHARSET_NAME>(static_cast<uint8_t>(text[0]) << 8 |
@@ -116,7 +116,7 @@ struct CHARSET_NAMES {
 };
 }  // namespace
 
-// What a glyph that shows the byte is called; 0 for bytes that stand for no character.
+// Name of the glyph for each byte; 0 for bytes that are not characters.
 static consteval CHARSET_NAMES NamesOfBytes()
 {
     CHARSET_NAMES result{};
@@ -189,7 +189,7 @@ static consteval CHARSET_CODES PlainCodes(const CHARSET_GLYPHS &glyphs)
     return codes;
 }
 
-// Set 13 looks among its own letters first, the others do not look there.
+// Set 13 searches its own letters first; the other sets skip those.
 static consteval uint8_t LanguageGlyph(size_t set, CHARSET_NAME name)
 {
     const size_t end = CHARSET_SOURCE_LANGUAGE.Glyphs;
@@ -210,7 +210,7 @@ static consteval CHARSET_CODES LanguageCodes(size_t set)
     for (const char *text = languages[set - 6]; *text; text += 2)
         codes.Glyphs[ByteOf(LetterAt(text))] = LanguageGlyph(set, LetterAt(text));
     if (set == 9)
-        codes.Glyphs[140] = LanguageGlyph(set, NameOf("ẞ"));  // not a letter of Latin-2
+        codes.Glyphs[140] = LanguageGlyph(set, NameOf("ẞ"));  // not in Latin-2
     FindWritten(codes, language);
     return codes;
 }
@@ -287,7 +287,7 @@ void CharSet_PutChar(int16_t x, int16_t y, uint8_t glyph, uint8_t set, int16_t s
     for (int r = 0; r < size.Rows; r++, rows = rows.subspan(bytes)) {
         const auto top = static_cast<int16_t>(y + r * scaleY);
         auto points = static_cast<uint16_t>(rows[0] << 8 | (bytes == 2 ? rows[1] : 0));
-        while (points) {  // from the left, neighbours at once
+        while (points) {  // runs of adjacent points, from the left
             const int start = std::countl_zero(points);
             const int count = std::countl_one(static_cast<uint16_t>(points << start));
             Graphics_PutBlock(static_cast<int16_t>(x + start * scaleX), top, count * scaleX,

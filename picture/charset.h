@@ -1,6 +1,6 @@
 // Text from fixed bitmap character sets, drawn point by point in the current colour of the raster
 // layer. A text is 8-bit, its accented letters in ISO/IEC 8859-2 (Latin-2); every set has its own
-// rule that turns the bytes of a text into glyph numbers. The glyphs are drawn in picture/charsets.
+// rule that maps the bytes of a text to glyph numbers. The glyphs are in picture/charsets.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 #pragma GCC visibility push(default)
 
 /// The tables: glyph after glyph, rows from the top, one byte a row (two in CHARSET_ROM_BLITTER,
-/// the left half first), the highest bit leftmost. A set bit is a point, a clear bit is not drawn.
+/// the left half first), the highest bit leftmost. Set bits are drawn.
 extern const std::array<uint8_t, 2048> CHARSET_ROM_CPLUS4;    // set 0
 extern const std::array<uint8_t, 2048> CHARSET_ROM_CBM;       // 1
 extern const std::array<uint8_t, 2048> CHARSET_ROM_PC8;       // 2
@@ -28,48 +28,48 @@ constexpr std::string_view CharSet_Letters =
     "ŔÁÂĂÄĹĆÇČÉĘËĚÍÎĎĐŃŇÓÔŐÖ×ŘŮÚŰÜÝŢßŕáâăäĺćçčéęëěíîďđńňóôőö÷řůúűüýţ˙";
 static_assert(CharSet_Letters.size() == (256 - CharSet_FirstLetter) * 2);
 
-/// Sets that have a table are below this.
+/// Number of sets; larger numbers have no table.
 constexpr uint8_t CharSet_Sets = 15;
 
 struct CHARSET_SIZE {
     uint16_t Glyphs;
     uint8_t Columns, Rows;  // of a glyph
-    uint8_t Blank;          // the glyph that is not drawn
+    uint8_t Blank;          // number of the glyph that is not drawn
 };
 
-/// Size of a set; all 0 from CharSet_Sets on.
+/// Size of a set; all 0 for an unknown set.
 CHARSET_SIZE CharSet_GetSize(uint8_t set);
 
-/// Whether the set has a glyph that shows this byte of a text: a blank or a sign of ASCII, or a
-/// letter of CharSet_Letters, at the number that the set's rule sends it to.
+/// Whether the set has a glyph for this byte of a text: a space or printable ASCII, or a letter of
+/// CharSet_Letters, at the number that the set's rule maps it to.
 bool CharSet_CanWrite(uint8_t set, uint8_t byte);
 
-/// Points from the left side of one glyph of a text to that of the next.
+/// Horizontal distance from one glyph of a text to the next, in points.
 int32_t CharSet_Pitch(uint8_t set, int16_t scaleX);
 
 struct CHARSET_EXTENT {
     int32_t Width, Height;  // points
 };
 
-/// The box that CharSet_PutText fills with a text of so many glyphs (255 at most), without the gap
-/// after the last one. Both 0 for no glyphs, a scale below 1, or from CharSet_Sets on.
+/// Size of the box that CharSet_PutText fills with a text of this many glyphs (at most 255),
+/// without the gap after the last one. Both 0 for no glyphs, a scale below 1, or an unknown set.
 CHARSET_EXTENT CharSet_TextSize(size_t glyphs, uint8_t set, int16_t scaleX, int16_t scaleY);
 
-/// The byte at `index` (modulo 65536) of the set's table; 0 past its end or without a table.
+/// The byte at `index` (modulo 65536) of the set's table; 0 past its end or for an unknown set.
 uint8_t CharSet_ROM_GetByte(uint8_t set, uint32_t index);
 
-/// Turns the first 255 bytes of a text into glyph numbers and a 0 after them: `out` has room for
-/// 256. Bytes that the set has no rule for, and all bytes without a table, stay as they are.
+/// Maps the first 255 bytes of a text to glyph numbers, followed by a 0: `out` has room for 256.
+/// Bytes without a rule, and all bytes of an unknown set, are copied unchanged.
 void CharSet_Decode(const char *text, uint8_t set, uint8_t *out);
 
 /// Draws a glyph with its top left at (x, y) and rows going to larger y, every point as a block of
-/// scaleX by scaleY points, coordinates wrapped to 16 bits. Nothing is drawn for a glyph that the
-/// set does not have, its blank one, or a scale below 1.
+/// scaleX by scaleY points; coordinates wrap at 16 bits. Draws nothing for an unknown glyph, the
+/// blank one, or a scale below 1.
 void CharSet_PutChar(int16_t x, int16_t y, uint8_t glyph, uint8_t set, int16_t scaleX,
                      int16_t scaleY);
 
-/// Draws the first 255 bytes of a text from left to right, CharSet_Pitch points from one to the
-/// next: a glyph's columns times scaleX and a gap of 2, which is not scaled, on purpose.
+/// Draws the first 255 bytes of a text from left to right, CharSet_Pitch points apart: a glyph's
+/// columns times scaleX plus a gap of 2, which is not scaled, on purpose.
 void CharSet_PutText(int16_t x, int16_t y, const char *text, uint8_t set, int16_t scaleX,
                      int16_t scaleY);
 

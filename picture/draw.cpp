@@ -15,7 +15,8 @@ static int16_t To16(int value)
     return static_cast<int16_t>(value);
 }
 
-// Toward zero; a number beyond any picture (infinities and NaN, too) leads before its start.
+// Truncates toward zero; a number beyond any picture, infinity or NaN gives a position before its
+// start.
 static int64_t WholePixels(float value)
 {
     constexpr float limit = 1LL << 32;
@@ -27,13 +28,14 @@ static int64_t BufferBytes(const Picture &picture)
     return int64_t{picture.BufferWidth} * picture.BufferHeight * 4;
 }
 
-// The key colour, a copy: thread-local globals cost a call each in a shared library.
+// A copy of the key colour: in a shared library each access to a thread-local global costs a call.
 static uint32_t KeyColour()
 {
     return Pixels_Pack(PictureCR, PictureCG, PictureCB, PictureCA);
 }
 
-// Draws a pixel unless it has the key colour; the current colour follows it either way.
+// Draws a pixel unless it has the key colour. The current colour becomes the pixel's in either
+// case.
 static void PutUnlessKey(int16_t x, int16_t y, const uint8_t *rgba, uint32_t key)
 {
     Graphics_SetColor(rgba[0], rgba[1], rgba[2], rgba[3]);
@@ -41,7 +43,7 @@ static void PutUnlessKey(int16_t x, int16_t y, const uint8_t *rgba, uint32_t key
         Graphics_PutPixel(x, y);
 }
 
-// Calls put(x, y, rgba) with every point of the area and the source pixel that belongs there.
+// Calls put(x, y, rgba) for every point of the area with its source pixel.
 template <typename Put>
 static void Scale(int16_t x, int16_t y, int16_t width, int16_t height, const Picture &picture,
                   Put put)
@@ -50,7 +52,7 @@ static void Scale(int16_t x, int16_t y, int16_t width, int16_t height, const Pic
         return;
     const float sx = static_cast<float>(picture.Width) / width;
     const float sy = static_cast<float>(picture.Height) / height;
-    std::vector<int64_t> columns(static_cast<size_t>(width));  // in bytes
+    std::vector<int64_t> columns(static_cast<size_t>(width));  // byte offsets
     for (size_t j = 0; j < columns.size(); j++)
         columns[j] = static_cast<int64_t>(sx * static_cast<float>(j)) * 4;
     for (int i = 0; i < height; i++) {
@@ -126,7 +128,7 @@ void Picture_Line(int16_t x1, int16_t y1, int16_t x2, int16_t y2, const Picture 
     });
 }
 
-// The points of a line but its last.
+// The points of a line, without the last one.
 static std::vector<GRAPHICS_POINT> PointsOfLine(GRAPHICS_POINT from, GRAPHICS_POINT to)
 {
     std::vector<GRAPHICS_POINT> points;
@@ -136,7 +138,7 @@ static std::vector<GRAPHICS_POINT> PointsOfLine(GRAPHICS_POINT from, GRAPHICS_PO
     return points;
 }
 
-// Number of points minus one in 16 bits, as the line operations count them: 65535 for none.
+// Number of points minus one in 16 bits, as the line functions return it: 65535 for none.
 static uint16_t Steps(const std::vector<GRAPHICS_POINT> &points)
 {
     return static_cast<uint16_t>(points.size() - 1);
@@ -153,15 +155,15 @@ uint16_t Picture_GetLineXY(int16_t x1, int16_t y1, int16_t x2, int16_t y2, uint1
     return Steps(points);
 }
 
-// In single precision throughout: which whole degree meets a corner may depend on it.
+// Single precision throughout: the whole degree at which a corner is found may depend on it.
 static float RotationRadians(float degrees)
 {
     return degrees * 3.1415927f / 180;
 }
 
-// Corners of a turned area of half sizes a and b relative to its middle, counted anticlockwise from
-// the top right with y upwards. A corner lies where the circle around the area is a units, give
-// or take one, to the side of the middle; those not found stay in the middle.
+// Corners of a rotated area with half sides a and b, relative to its middle, anticlockwise from the
+// top right (y upwards). A corner is found where the circumscribed circle is a units, plus or minus
+// one, to the side of the middle; a corner that is not found stays in the middle.
 static std::array<GRAPHICS_POINT, 4> RotationCorners(int a, int b, float angle)
 {
     std::array<GRAPHICS_POINT, 4> corners{};
@@ -170,7 +172,7 @@ static std::array<GRAPHICS_POINT, 4> RotationCorners(int a, int b, float angle)
     for (int k = 0; k < 360 && found < 4; k++) {
         const auto degrees = static_cast<float>(k);
         const double c = std::fabs(r * std::cos(static_cast<double>(RotationRadians(degrees))));
-        if (c <= a - 1 || c >= a + 1 || found * 90 >= k)  // one corner a quarter turn at most
+        if (c <= a - 1 || c >= a + 1 || found * 90 >= k)  // at most one corner per quarter turn
             continue;
         const double u = RotationRadians(degrees + angle);
         corners[static_cast<size_t>(found++)] = {
@@ -196,16 +198,16 @@ void Picture_Rotate(int16_t x, int16_t y, int16_t width, int16_t height, float a
     const float hstep =
         static_cast<float>(picture.Width) / Steps(PointsOfLine(corners[2], corners[3]));
     const float vstep = static_cast<float>(picture.Height) / Steps(left);
-    // The last point of the right edge gets no row, on purpose.
+    // On purpose: the last point of the right edge gets no row.
     const int rows = Steps(right);
     const size_t drawable = std::min({left.size(), right.size(), static_cast<size_t>(rows)});
     for (size_t i = 0; i < drawable; i++) {
-        // A row starts at a multiple of the width, not of the buffer's, on purpose.
+        // On purpose: rows start at multiples of the width, not of the buffer's width.
         const int64_t row = WholePixels(static_cast<float>(rows - 1 - static_cast<int>(i)) * vstep);
         const int64_t offset = row * picture.Width * 4;
         if (offset < 0 || offset >= BufferBytes(picture))
             continue;
-        for (const int shift : {0, 1})  // the second line closes the gaps between turned rows
+        for (const int shift : {0, 1})  // the second line closes the gaps between rows
             Picture_Line(To16(left[i].X + shift), left[i].Y, To16(right[i].X + shift), right[i].Y,
                          &picture, static_cast<uint32_t>(offset), hstep);
     }

@@ -13,7 +13,7 @@ namespace
 // Runs from 0 to 63, then those of 64, 128, ... 1728 (ITU-T T.4, tables 2 and 3a).
 using FAX_CODES = std::array<std::string_view, 64 + 27>;
 
-// What a table of codes gives for the next bits. Bits 0: no code begins so.
+// Table entry for the next bits of the stream. Bits 0: no code.
 struct FAX_RUN {
     uint16_t Length;
     uint8_t Bits;
@@ -27,7 +27,7 @@ enum FAX_MODE : uint8_t { FAX_None, FAX_Pass, FAX_Horizontal, FAX_Vertical };
 struct FAX_STEP {
     FAX_MODE Mode;
     uint8_t Bits;
-    int8_t Shift;  // of a1 from b1, pixels to the right
+    int8_t Shift;  // a1 - b1 in pixels
 };
 
 }  // namespace
@@ -145,7 +145,7 @@ static constexpr std::array<std::string_view, 13> longCodes = {
     "000000010100", "000000010101", "000000010110", "000000010111", "000000011100",
     "000000011101", "000000011110", "000000011111"};
 
-// Calls put(i) with every `bits`-wide number that begins with the code.
+// Calls put(i) for every `bits`-wide number that begins with the code.
 template <typename Put>
 static constexpr void ForEachStart(std::string_view code, size_t bits, const Put &put)
 {
@@ -174,7 +174,7 @@ static constexpr FAX_RUNS MakeRuns(const FAX_CODES &codes)
 
 static constexpr FAX_RUNS whiteRuns = MakeRuns(whiteCodes), blackRuns = MakeRuns(blackCodes);
 
-// Each code has all its numbers to itself, and only what begins with eight zeros has none.
+// No code is a prefix of another, and only numbers that begin with eight zeros have no code.
 static constexpr bool IsComplete(const FAX_RUNS &runs, const FAX_CODES &codes)
 {
     size_t taken = 0;
@@ -217,8 +217,8 @@ static constexpr std::array<FAX_STEP, 1 << FAX_ModeBits> steps = [] {
 namespace
 {
 
-// Where a row's colour changes: white up to the first position, black up to the second, and so on.
-// In a row of reference three of the width follow.
+// Positions of a row's colour changes: white up to the first, black up to the second, and so on. A
+// reference row ends with three more positions equal to the width.
 using FAX_CHANGES = std::vector<size_t>;
 
 struct FAX_READER {
@@ -237,8 +237,8 @@ struct FAX_READER {
         return static_cast<size_t>(Bits_PeekHigh(In, Bit) >> (64 - bits));
     }
 
-    // The length of a run: any number of codes for multiples of 64, then one for the rest.
-    // SIZE_MAX: damage.
+    // Reads a run: any number of codes for multiples of 64, then one for the rest. SIZE_MAX:
+    // damage.
     size_t GetRun(bool black)
     {
         const FAX_RUNS &runs = black ? blackRuns : whiteRuns;
@@ -253,7 +253,7 @@ struct FAX_READER {
         }
     }
 
-    // Reads a row of runs. False: damage, or more pixels than the row has.
+    // Reads a one-dimensional row. False: damage, or more pixels than the row has.
     bool ReadOneD()
     {
         size_t position = 0;
@@ -266,12 +266,23 @@ struct FAX_READER {
         return true;
     }
 
-    // Reads a row that refers to the one before. In the words of the standard: a0 is where the row
-    // is known to, b1 the reference's next change to the other colour, b2 the one after that.
+    // Reads a two-dimensional row, which is coded by its differences from the reference row, the
+    // one before. The names are those of ITU-T T.4, 4.2. a0 is the position up to which the row is
+    // known, a1 its next colour change and a2 the one after. b1 is the first change of the
+    // reference row after a0 that turns to the colour opposite to a0's, b2 the change after b1.
+    // Each code is one of three modes:
+    //
+    // pass        both changes b1 and b2 are skipped: a0 moves to b2, the colour stays
+    // horizontal  two runs follow in one-dimensional codes: from a0 to a1 and from a1 to a2
+    // vertical    a1 lies up to 3 pixels left or right of b1
+    //
+    // In Reference, changes to black have even indexes and changes to white odd ones, so the parity
+    // of b1 must match the current colour. After a vertical code to the left b1 may lie before its
+    // old place, therefore the search first steps back by one, then ahead by twos.
     bool ReadTwoD()
     {
         size_t a0 = 0, b1 = 0;
-        bool begun = false;  // until then a change at 0 is still to come
+        bool begun = false;  // false at first: a0 is before pixel 0, so b1 may be 0
         while (a0 < Width) {
             const FAX_STEP step = steps[Peek(FAX_ModeBits)];
             if (step.Mode == FAX_None || AtEnd())
@@ -294,7 +305,7 @@ struct FAX_READER {
                 }
             } else {
                 const size_t a1 = Reference[b1] + static_cast<size_t>(ptrdiff_t{step.Shift});
-                if (a1 > Width || a1 < a0)  // left of 0 wraps round to more than any width
+                if (a1 > Width || a1 < a0)  // a negative a1 wraps to more than any width
                     return false;
                 Row.push_back(a0 = a1);
             }
@@ -302,7 +313,7 @@ struct FAX_READER {
         return true;
     }
 
-    // Skips an end-of-line code, and the zeros that fill up before it, if one is next.
+    // Skips an end-of-line code with the fill zeros before it, if it comes next.
     bool SkipEndOfLine()
     {
         if (Peek(11) != 0)
@@ -310,7 +321,7 @@ struct FAX_READER {
         size_t at = Bit + 11;
         while (at < In.size() * 8) {
             const uint64_t bits = Bits_PeekHigh(In, at);
-            if (bits >> 8 != 0) {  // the lowest may lie past what was looked at
+            if (bits >> 8 != 0) {  // the low 8 bits may be past the 56 that were peeked
                 Bit = at + static_cast<size_t>(std::countl_zero(bits)) + 1;
                 return Bit <= In.size() * 8;
             }
@@ -319,15 +330,15 @@ struct FAX_READER {
         return false;
     }
 
-    // Goes to the next end-of-line code, or to the end.
+    // Advances to the next end-of-line code, or to the end.
     void FindEndOfLine()
     {
         while (!AtEnd() && Peek(11) != 0)
             Bit += 12 - static_cast<size_t>(std::bit_width(Peek(11)));
     }
 
-    // Goes to where a row's codes begin, and tells whether they refer to the row before. False: the
-    // page ends here.
+    // Advances to the first code of a row; `twoD` receives whether it is two-dimensional. False:
+    // the page ends here.
     bool BeginRow(FAX_SCHEME scheme, bool lost, bool &twoD)
     {
         twoD = scheme == FAX_Group4;
@@ -344,7 +355,7 @@ struct FAX_READER {
         default:
             if (tagged || lost)
                 FindEndOfLine();
-            while (SkipEndOfLine()) {  // some files have none, and several end the page
+            while (SkipEndOfLine()) {  // some files have none; several in a row end the page
                 twoD = tagged && Peek(1) == 0;
                 Bit += tagged;
             }
@@ -355,7 +366,7 @@ struct FAX_READER {
 
 }  // namespace
 
-// Sets the bits from `first` to before `last`.
+// Sets bits first..last - 1.
 static void SetBits(uint8_t *row, size_t first, size_t last)
 {
     if (first >= last)
@@ -372,7 +383,7 @@ static void SetBits(uint8_t *row, size_t first, size_t last)
         row[last / 8] |= tail;
 }
 
-// Draws the runs, the rest of the row white, and makes the row one of reference.
+// Draws the runs, fills the rest of the row with white, and makes it a reference row.
 static void WriteRow(FAX_CHANGES &row, size_t width, std::span<uint8_t> out)
 {
     if (row.size() % 2 != 0)

@@ -38,23 +38,23 @@ constexpr uint8_t GIF_DisposeClear = 2, GIF_DisposeRestore = 3;
 
 constexpr unsigned GIF_MaxCodeSize = 12;
 constexpr size_t GIF_MaxCodes = 1 << GIF_MaxCodeSize;
-constexpr size_t GIF_Chunk = 16;  // bytes that strings are copied by
+constexpr size_t GIF_Chunk = 16;  // strings are copied in chunks of this many bytes
 
-// The pixels that a byte of a file may stand for, which Picture_MinShare multiplies to twice LZW's
-// best of 4096 in 12 bits: screens may be larger than their frames. Files count as if they had
-// GIF_MinFile bytes, since a screen needs none.
+// Pixels that one byte of a file may stand for. Times Picture_MinShare it is twice LZW's best ratio
+// (4096 pixels in 12 bits), since screens may be larger than their frames. A file counts as
+// GIF_MinFile bytes at least, since even a tiny one may have a large screen.
 constexpr uint64_t GIF_PixelsPerByte = 683, GIF_MinFile = 512;
 
 namespace
 {
 
-// What a code stands for: a place in the output. The string of a new code is the one put out last
-// and the byte that comes next, so it lies there already.
+// A dictionary string, as a place in the output. A new code's string is the one written last plus
+// the byte that follows it, so it needs no copy.
 struct GIF_STRING {
     uint32_t Start, Length;
 };
 
-// A loaded file with what its frames own: their Data from FirstOwned on.
+// A loaded file. It owns its frames' Data, from FirstOwned on.
 struct GIF_OWNER : GIF_PICTURE {
     size_t FirstOwned = 0;
 
@@ -68,17 +68,17 @@ struct GIF_OWNER : GIF_PICTURE {
     }
 };
 
-// Stands in front of the first frame's picture, in one allocation with it.
+// Precedes the first frame's picture in the same allocation.
 struct alignas(16) GIF_FRONT {
     GIF_OWNER *Owner;
 };
 
 }  // namespace
 
-// One entry more than codes exist takes what a full dictionary cannot.
+// The extra entry receives the strings that a full dictionary cannot take.
 static constinit thread_local std::array<GIF_STRING, GIF_MaxCodes + 1> GIF_DictionaryTree{};
 
-// Loaded, and not yet given out as a picture.
+// Loaded, but not yet handed over as a picture.
 static constinit thread_local std::unique_ptr<GIF_OWNER> GIF_Loaded{};
 
 static uint8_t GIF_GetByte()
@@ -128,8 +128,8 @@ static void ReadHeader()
     h.BlockOffset = static_cast<uint32_t>(GIF_Position);
 }
 
-// Gathers data sub-blocks, up to the empty one that ends them, at `to`, which is at least four
-// bytes before them: so many may be read after them.
+// Moves the data of the sub-blocks, up to the empty one that ends them, together at `to`. `to` is
+// at least four bytes before them, so that the decoder can read four bytes past the data.
 static std::span<uint8_t> GatherSubBlocks(size_t to)
 {
     const std::span file(GIF_File);
@@ -151,7 +151,7 @@ static void SkipSubBlocks()
         GIF_Position += size;
 }
 
-// Graphic Control Extension, for the frame that comes next.
+// Graphic Control Extension, which applies to the next frame.
 static void ReadGraphicControl(GIF_FRAME &next)
 {
     const uint8_t packed = GIF_GetByte();
@@ -169,8 +169,8 @@ static void KeepComment(std::span<const uint8_t> text)
     std::copy_n(text.begin(), std::min(text.size(), comment.size() - 1), comment.begin());
 }
 
-// Where the rules differ: a comment is what stands up to the next zero byte, the lengths of further
-// sub-blocks included; or the text of its sub-blocks, the first of which has `size` bytes.
+// Framework: a comment is everything up to the next zero byte, including the lengths of further
+// sub-blocks. Format: it is the text of its sub-blocks, the first of which has `size` bytes.
 static void ReadComment(uint8_t size)
 {
     if (Picture_Rules == PICTURE_RULES_FORMAT) {
@@ -189,7 +189,7 @@ static void ReadComment(uint8_t size)
     GIF_Position += length + 1;
 }
 
-// The name has `size` bytes. Of the sub-blocks, a count of loops begins with a 1.
+// The application's name has `size` bytes. A sub-block that begins with 1 holds the loop count.
 static void ReadApplication(uint8_t size)
 {
     const auto name = Bytes_GetSpan(GIF_File, GIF_Position, size);
@@ -204,8 +204,8 @@ static void ReadApplication(uint8_t size)
     SkipSubBlocks();
 }
 
-// By the framework's rules the caller skips what is left of the block byte by byte; by the format's
-// its sub-blocks are skipped here.
+// Format: the remaining sub-blocks are skipped here. Framework: the caller skips what is left byte
+// by byte.
 static void ReadExtension(GIF_FRAME &next)
 {
     const bool skips = Picture_Rules == PICTURE_RULES_FORMAT;
@@ -251,7 +251,7 @@ static void ReadImageDescriptor(GIF_FRAME &frame)
 namespace
 {
 
-// Reader of codes: `End` bits at `Data`, after which 4 bytes more can be read.
+// Bit reader for codes: `End` bits at `Data`; 4 bytes past them are readable.
 struct GIF_DECODER {
     const uint8_t *Data;
     size_t Position, End;  // in bits
@@ -259,7 +259,7 @@ struct GIF_DECODER {
 
 }  // namespace
 
-// The next `count` bits, at most 25, the lowest first.
+// The next `count` bits, at most 25, lowest first.
 static size_t GIF_ReadBits(GIF_DECODER &decoder, unsigned count)
 {
     const uint8_t *p = decoder.Data + decoder.Position / 8;
@@ -274,16 +274,18 @@ static bool IsCodeSize(uint8_t minimum)
     return minimum >= 1 && minimum < GIF_MaxCodeSize;
 }
 
-// Bytes that GIF_LZW_Decompress uses after its output: what a copy by chunks writes too much, and
-// the strings of one byte.
+// Bytes that GIF_LZW_Decompress needs after its output: the excess of a copy in chunks, and the
+// strings of one byte.
 static size_t OutputPadding(uint8_t minimumCodeSize)
 {
     return IsCodeSize(minimumCodeSize) ? GIF_Chunk + (size_t{1} << minimumCodeSize) + GIF_Chunk : 1;
 }
 
-// Decompresses a frame to at most `count` bytes at `out`; returns how many it makes. Stops at the
-// end code, at the end of the data, and at a code that is not defined yet. A full dictionary keeps
-// its codes.
+// Decompresses a frame to at most `count` bytes at `out`; returns how many. Stops at the end code,
+// at the end of the data, and at an undefined code. Each code adds a string to the dictionary, the
+// previous code's string plus the first byte of its own, and both already follow each other in the
+// output; only a place and a length are stored. A full dictionary stays as it is until a clear
+// code, which the encoder may defer.
 static size_t GIF_LZW_Decompress(const GIF_FRAME &frame, std::span<const uint8_t> data,
                                  uint8_t *out, size_t count)
 {
@@ -299,8 +301,8 @@ static size_t GIF_LZW_Decompress(const GIF_FRAME &frame, std::span<const uint8_t
         tree[i] = {static_cast<uint32_t>(literals + i), 1};
     }
 
-    // The first code has no string before it: the entry that it makes is the end code's, which
-    // nobody reads.
+    // The first code has no previous string; the entry that it adds takes the place of the end
+    // code, which is never read.
     const unsigned firstSize = minimumCodeSize + 1u;
     unsigned size = firstSize;
     size_t next = end, at = 0;
@@ -328,7 +330,8 @@ static size_t GIF_LZW_Decompress(const GIF_FRAME &frame, std::span<const uint8_t
             std::memcpy(chunk.data(), from + i, GIF_Chunk);
             std::memcpy(to + i, chunk.data(), GIF_Chunk);
         }
-        // The new code itself ends with the byte that its own copy has just begun with.
+        // If the code is the string just added, its last byte is not written yet: it equals the
+        // first.
         to[string.Length - 1] = *(code == next ? to : from + string.Length - 1);
         previous = {static_cast<uint32_t>(at), string.Length};
         at += string.Length;
@@ -343,7 +346,7 @@ static uint64_t HeldPixels()
     return std::max<uint64_t>(GIF_File.size(), GIF_MinFile) * GIF_PixelsPerByte;
 }
 
-// The bytes of pictures that a file of this size may ask for.
+// Bytes of pixels that a file of this size is allowed.
 static uint64_t BelievedBytes()
 {
     const uint64_t memory = Picture_FreeMemory + GIF_File.size() * Picture_MemoryPerByte;
@@ -351,9 +354,9 @@ static uint64_t BelievedBytes()
         {4 * Picture_MinShare * HeldPixels(), memory, uint64_t{Picture_MaxBytes}});
 }
 
-// Where the rules differ: whether a frame fits into `left` bytes, four a pixel. By the framework's
-// it takes them, or as many as the screen, for a picture. Either way its indexes have to fit beside
-// one picture of the screen.
+// Whether a frame fits into `left` bytes, at 4 a pixel. Framework: `left` is reduced by the frame's
+// picture, which has the frame's size or the screen's, whichever is larger. Under both rules its
+// indexes must fit beside one picture of the screen.
 static bool Fits(uint64_t framePixels, uint64_t &left)
 {
     const uint64_t screen = uint64_t{GIF_Header.Width} * GIF_Header.Height;
@@ -366,7 +369,7 @@ static bool Fits(uint64_t framePixels, uint64_t &left)
     return true;
 }
 
-// The frame's data as indexes of its own.
+// Expands the frame's data to indexes that it owns.
 static void Decompress(GIF_FRAME &frame, std::span<const uint8_t> data, size_t number)
 {
     const size_t count = size_t{frame.Width} * frame.Height;
@@ -381,8 +384,9 @@ static void Decompress(GIF_FRAME &frame, std::span<const uint8_t> data, size_t n
     frame.Data = indexes;
 }
 
-// Reads the frame after an image separator, all but what a Graphic Control Extension has given.
-// False, with a reason, and nothing kept, when it is cut in its descriptor or does not fit.
+// Reads the frame after an image separator; its Graphic Control Extension has been read before.
+// False, with a reason and no frame added, if the file ends in the descriptor or the frame does not
+// fit.
 static bool LoadFrame(GIF_OWNER &gif, GIF_FRAME &frame, uint64_t &left)
 {
     const size_t from = GIF_Position - 1, number = gif.Frames.size() + 1;
@@ -405,13 +409,13 @@ static bool LoadFrame(GIF_OWNER &gif, GIF_FRAME &frame, uint64_t &left)
         GIF_Header.DataSize[number - 1] = frame.DataSize;
     gif.Frames.push_back(frame);
     if (Picture_Rules != PICTURE_RULES_FORMAT) {
-        gif.Frames.back().Data = nullptr;  // not the frame's own yet
+        gif.Frames.back().Data = nullptr;  // not yet owned by the frame
         Decompress(gif.Frames.back(), data, number);
     }
     return true;
 }
 
-// By the format's rules a screen without a size takes the first frame's, whose separator is next.
+// Format: a screen without a size takes that of the first frame, whose separator comes next.
 static void AdoptScreen(size_t position)
 {
     GIF_HEADER &h = GIF_Header;
@@ -457,7 +461,7 @@ void GIF_Load(const char *path)
     GIF_Frames = {};
     GIF_Loaded.reset();
     const bool whole = Reason_Guard([path] {
-        GIF_Loaded = std::make_unique_for_overwrite<GIF_OWNER>();  // the header comes later
+        GIF_Loaded = std::make_unique_for_overwrite<GIF_OWNER>();  // Header is filled later
         if (Picture_Rules == PICTURE_RULES_FORMAT)
             GIF_Loaded->FirstOwned = SIZE_MAX;
         GIF_File = Bytes_LoadFile(path);
@@ -472,7 +476,7 @@ void GIF_Load(const char *path)
     if (GIF_Loaded)
         GIF_Frames = GIF_Loaded->Frames;
     GIF_Header.FrameCount = static_cast<uint16_t>(GIF_Frames.size());
-    // Kept on purpose: heap 0 is this decoder's while it loads, and callers find it so.
+    // On purpose: the decoder uses heap 0 while it loads, and callers see its state.
     Extra_DestroyHeap(0);
     Extra_SetHeap(0, 0);
 }
@@ -480,17 +484,17 @@ void GIF_Load(const char *path)
 namespace
 {
 
-// What a frame's pixels are made of.
+// Input for the pixels of a frame.
 struct GIF_SOURCE {
-    std::span<const uint8_t> Indexes, Previous;  // the picture before, R G B A
+    std::span<const uint8_t> Indexes, Previous;  // Previous: the picture before, R G B A
     PIXELS_PALETTE Palette;
-    int ShowThrough;  // index that takes the pixel of the picture before, -1: none
+    int ShowThrough;  // index that shows the previous picture, -1: none
 };
 
 }  // namespace
 
-// Puts out `count` pixels of a frame from its index `first` on. A pixel that shows through takes
-// the place of its index in the frame, not of itself on the screen, on purpose.
+// Writes `count` pixels of a frame from index `first` on. On purpose, a transparent pixel takes the
+// previous picture's pixel at its index in the frame, not at its place on the screen.
 static void PutPixels(const GIF_SOURCE &source, size_t first, size_t count, uint8_t *out)
 {
     const std::span<const uint8_t> indexes = source.Indexes.subspan(first, count);
@@ -505,7 +509,7 @@ static void PutPixels(const GIF_SOURCE &source, size_t first, size_t count, uint
         }
 }
 
-// The screen around a frame that stands in its place.
+// Fills the screen around a frame that is not interlaced.
 static void PutSurroundings(const GIF_SOURCE &source, bool overlay, std::span<uint8_t> screen)
 {
     if (overlay) {
@@ -515,7 +519,7 @@ static void PutSurroundings(const GIF_SOURCE &source, bool overlay, std::span<ui
     }
     std::array<uint8_t, 4> background = GIF_Header.GlobalPalette[GIF_Header.Background];
     background[3] = 0;
-    if (background != std::array<uint8_t, 4>{})  // the screen is black from the start
+    if (background != std::array<uint8_t, 4>{})  // the screen is zeroed already
         for (size_t i = 0; i < screen.size(); i += 4)
             std::memcpy(screen.data() + i, background.data(), 4);
 }
@@ -542,7 +546,7 @@ static void PutInterlaced(const GIF_FRAME &frame, const GIF_SOURCE &source, uint
                           screen + y * width * 4);
 }
 
-// Makes the picture of a frame on a screen of zeros.
+// Makes the picture of a frame on a zeroed screen.
 static void MakePicture(const GIF_FRAME &frame, std::span<const uint8_t> previous, bool overlay,
                         uint8_t *screen)
 {
@@ -562,10 +566,10 @@ static void MakePicture(const GIF_FRAME &frame, std::span<const uint8_t> previou
     }
 }
 
-// The frames' pictures by the framework's rules, the first one's on `first`.
+// Framework: the pictures of all frames, the first one at `first`.
 static void MakePictures(std::span<GIF_FRAME> frames, bool overlay, uint8_t *first)
 {
-    // Nothing was before the first frame but, on purpose, its indexes.
+    // On purpose: the picture before the first frame is that frame's indexes.
     std::span<const uint8_t> previous(frames[0].Data, size_t{frames[0].Width} * frames[0].Height);
     for (GIF_FRAME &frame : frames) {
         uint8_t *const screen = &frame == frames.data()
@@ -579,9 +583,9 @@ static void MakePictures(std::span<GIF_FRAME> frames, bool overlay, uint8_t *fir
     }
 }
 
-// The empty screen by the format's rules: the background colour, as other decoders show it, unless
-// the first frame is one with transparency. Disposal clears to transparent all the same, as
-// browsers do.
+// Format: fills the empty screen with the background colour, as other decoders do, or transparent
+// if the first frame has transparency. Disposal clears to transparent in either case, as browsers
+// do.
 static void FillBackground(const GIF_PICTURE &gif, uint8_t *screen)
 {
     const GIF_HEADER &h = gif.Header;
@@ -591,7 +595,7 @@ static void FillBackground(const GIF_PICTURE &gif, uint8_t *screen)
         Pixels_Put(screen + i, pixel);
 }
 
-// A frame's indexes, as many as its data hold.
+// A frame's indexes, as many as its data give.
 static std::span<const uint8_t> IndexesOf(const GIF_FRAME &frame, BYTES_BUFFER &indexes)
 {
     const size_t count = size_t{frame.Width} * frame.Height;
@@ -605,7 +609,7 @@ static bool IsWhole(const GIF_FRAME &frame, std::span<const uint8_t> indexes)
     return indexes.size() == size_t{frame.Width} * frame.Height;
 }
 
-// Whether a frame, if it is whole, leaves nothing to be seen of what was before it, then or later.
+// Whether a complete frame hides all that was before it, and its disposal does not restore that.
 static bool HidesAll(const GIF_PICTURE &gif, const GIF_FRAME &frame)
 {
     return frame.Left == 0 && frame.Top == 0 && frame.Width >= gif.Header.Width &&
@@ -613,7 +617,7 @@ static bool HidesAll(const GIF_PICTURE &gif, const GIF_FRAME &frame)
            frame.Disposal != GIF_DisposeRestore;
 }
 
-// Draws a frame on the screen by the format's rules.
+// Format: draws a frame on the screen.
 static void DrawFrame(const GIF_PICTURE &gif, const GIF_FRAME &frame,
                       std::span<const uint8_t> indexes, uint8_t *screen)
 {
@@ -683,7 +687,7 @@ uint8_t *GIF_Decoding(uint16_t mode)
         std::free(block);
         return nullptr;
     }
-    GIF_Loaded.release();  // to the picture
+    GIF_Loaded.release();  // the picture owns it now
     return first;
 }
 
@@ -720,7 +724,14 @@ static void ClearRectangle(const GIF_PICTURE &gif, const GIF_FRAME &frame, uint8
         std::memset(screen + (y * width + frame.Left) * 4, 0, (right - frame.Left) * 4);
 }
 
-// Takes the frame on top away as it is to be.
+// Composing by the format's rules. The canvas shows frame Laid - 1 on top of what earlier frames
+// left. Before the next frame, the one on top is disposed of as it asks: it stays (0, 1), its
+// rectangle is cleared to transparent (2), or the screen from before it returns (3), which LayFrame
+// saved in Below. Then the next frame is drawn over its rectangle, except where its pixels are
+// transparent. A frame so depends on all before it, back to the last one that hides the whole
+// screen (HidesAll): GIF_Compose starts there when it jumps.
+//
+// Disposes of the frame on top.
 static void Dispose(const GIF_PICTURE &gif, GIF_CANVAS &canvas)
 {
     const GIF_FRAME &frame = gif.Frames[canvas.Laid - 1];
@@ -730,7 +741,7 @@ static void Dispose(const GIF_PICTURE &gif, GIF_CANVAS &canvas)
         std::swap(canvas.Screen, canvas.Below);
 }
 
-// Lays the next frame on the canvas.
+// Draws the next frame on the canvas.
 static void LayFrame(const GIF_PICTURE &gif, GIF_CANVAS &canvas)
 {
     const GIF_FRAME &frame = gif.Frames[canvas.Laid];

@@ -18,12 +18,12 @@ struct GRAPHICS_STATE {
 };
 
 struct GRAPHICS_RUN {
-    int32_t From, To;  // To is one past the last; empty if not greater than From
+    int32_t From, To;  // To is one past the last; empty unless To > From
 };
 }  // namespace
 
-// Few bytes that every point asks for: in the thread's initial block, which a shared library
-// reaches without a call.
+// Accessed for every point, and small: initial-exec storage, which a shared library reaches without
+// a call.
 [[gnu::tls_model("initial-exec")]] static constinit thread_local GRAPHICS_STATE graphicsState{};
 
 void Graphics_SetMode(uint8_t mode)
@@ -36,7 +36,7 @@ void Graphics_SetTarget(const Picture *target)
     graphicsState.Target = target;
 }
 
-// The four bytes of a point of the target, or null.
+// The four bytes of a point of the target; null outside.
 static uint8_t *PixelAt(int16_t x, int16_t y)
 {
     const Picture *t = graphicsState.Target;
@@ -56,8 +56,8 @@ void Graphics_PutPixel(int16_t x, int16_t y)
         std::memcpy(pixel, graphicsState.Colour.data(), 4);
 }
 
-// The two runs of `count` coordinates from `first` on, as they lie in 16 bits, that the first
-// `limit` of a side show: up to where the coordinates wrap, and from 0 on after that.
+// The visible parts of `count` coordinates from `first` on, wrapped to 16 bits, in a target of
+// `limit` points: one run up to where the coordinates wrap, and one from 0 after that.
 static std::array<GRAPHICS_RUN, 2> VisibleRuns(int16_t first, int32_t count, int32_t limit)
 {
     constexpr int32_t lap = 0x10000, shown = 0x8000;  // the upper half of a lap is negative
@@ -70,7 +70,7 @@ void Graphics_PutBlock(int16_t x, int16_t y, int32_t width, int32_t height)
 {
     if (!PixelAt(0, 0))
         return;
-    const auto colour = graphicsState.Colour;  // a copy, which no pixel may alias
+    const auto colour = graphicsState.Colour;  // a copy, so that no pixel may alias it
     const auto across = VisibleRuns(x, width, graphicsState.Target->Width);
     for (const GRAPHICS_RUN &down : VisibleRuns(y, height, graphicsState.Target->Height))
         for (int32_t row = down.From; row < down.To; row++) {
@@ -108,7 +108,7 @@ void Graphics_Rectangle(int16_t x1, int16_t y1, int16_t x2, int16_t y2)
     Graphics_Line(x1, y2, x1, y1);
 }
 
-// The four points mirrored about both axes through the centre, kept in 16 bits.
+// Draws the four points mirrored about both axes through the centre, wrapped to 16 bits.
 static void PlotMirrored(int32_t cx, int32_t cy, int32_t x, int32_t y)
 {
     for (const int32_t px : {cx + x, cx - x})
@@ -137,14 +137,13 @@ void Graphics_Ellipse(int16_t cx, int16_t cy, int16_t rx, int16_t ry)
 {
     if (Graphics_Mode != 1)
         return;
-    // 64 bits: 32 would wrap for radii above some 1300 points.
+    // 64 bits: 32 bits would overflow for radii above about 1300.
     const int64_t A = int64_t{rx} * rx, B = int64_t{ry} * ry;
     int64_t x = 0, y = ry;
     const auto plot = [&] {
         PlotMirrored(cx, cy, static_cast<int32_t>(x), static_cast<int32_t>(y));
     };
-    // The midpoint scheme: first where the curve is flatter than 45 degrees, then where it is
-    // steeper.
+    // Midpoint algorithm: first the part flatter than 45 degrees, then the steeper part.
     int64_t d = (ry - A) * ry + A / 4;
     plot();
     while (A * y > B * (x + 1)) {

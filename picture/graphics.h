@@ -1,7 +1,7 @@
-// The 2D raster layer: points, lines, circles and ellipses in the current colour. Points go to a
-// picture in memory once one has been set as the target, and nowhere before. Coordinates are signed
-// 16-bit: (x, y) is column x of row y; points outside the target are left out. Every thread has a
-// mode, a target and a colour of its own.
+// The 2D raster layer: points, lines, circles and ellipses in the current colour. Points are drawn
+// into a picture in memory; before a target is set they are discarded. Coordinates are signed
+// 16-bit: (x, y) is column x of row y; points outside the target are skipped. Mode, target and
+// colour are per thread.
 #pragma once
 
 #include <cstdint>
@@ -15,26 +15,26 @@ extern constinit thread_local uint8_t Graphics_Mode;
 
 void Graphics_SetMode(uint8_t mode);
 
-/// Sets where points go: the caller's picture, which must outlive its use here; null: nowhere.
+/// Sets the target, a picture of the caller's that must outlive its use here; null: none.
 void Graphics_SetTarget(const Picture *target);
 
 void Graphics_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a);
 void Graphics_PutPixel(int16_t x, int16_t y);
 
-/// Plots a block of width x height points with its top left at (x, y), its coordinates wrapped to
-/// 16 bits; nothing when a side is below 1.
+/// Draws a block of width x height points with its top left at (x, y); coordinates wrap at 16 bits.
+/// Nothing if a side is below 1.
 void Graphics_PutBlock(int16_t x, int16_t y, int32_t width, int32_t height);
 
-/// The point as R | G << 8 | B << 16 | A << 24, or without A. 0 outside, or without a target.
+/// The point as R | G << 8 | B << 16 | A << 24, or without A. 0 outside the target, or without one.
 uint32_t Graphics_GetPixel(int16_t x, int16_t y);
 uint32_t Graphics_GetRGBPixel(int16_t x, int16_t y);
 
-/// Both ends of a line are plotted. A distance beyond 16 bits wraps.
+/// Both ends of a line are drawn. A distance beyond 16 bits wraps.
 void Graphics_Line(int16_t x1, int16_t y1, int16_t x2, int16_t y2);
 void Graphics_Rectangle(int16_t x1, int16_t y1, int16_t x2, int16_t y2);
 
-/// Outlines about (cx, cy). A circle needs a radius of at least 1 and leaves out its diagonal
-/// points, on purpose. The terms of an ellipse are 64-bit, so that large radii stay on the curve.
+/// Outlines centred at (cx, cy). A circle needs a radius of at least 1 and omits its diagonal
+/// points, on purpose. Ellipses are computed in 64 bits, so large radii stay on the curve.
 void Graphics_Circle(int16_t cx, int16_t cy, int16_t r);
 void Graphics_Ellipse(int16_t cx, int16_t cy, int16_t rx, int16_t ry);
 
@@ -42,9 +42,8 @@ struct GRAPHICS_POINT {
     int16_t X, Y;
 };
 
-/// Calls point(x, y) for every point of the line but the last, which it returns. Bresenham's scheme
-/// in 16-bit arithmetic: a line longer than 16 bits can count follows its wrapped distance. At most
-/// 32768 calls.
+/// Calls point(x, y) for every point of the line except the last, which it returns. Bresenham's
+/// algorithm in 16-bit arithmetic: a distance beyond 16 bits wraps. At most 32768 calls.
 template <typename Point>
 GRAPHICS_POINT Graphics_WalkLine(int16_t x1, int16_t y1, int16_t x2, int16_t y2, Point point)
 {
@@ -67,7 +66,7 @@ GRAPHICS_POINT Graphics_WalkLine(int16_t x1, int16_t y1, int16_t x2, int16_t y2,
     return {x, y};
 }
 
-// No effect in this system; part of the layer's interface.
+// No effect; kept for the layer's interface.
 void Graphics_Init();
 void Graphics_Draw();
 void Graphics_SwapBuffers();

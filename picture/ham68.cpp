@@ -36,15 +36,15 @@ const std::array<char, 90> HAM68_Description = [] {
 
 constexpr size_t HAM68_HeaderSize = 100;
 constexpr uint8_t HAM68_Runs = 1, HAM68_Escape = 1;
-constexpr size_t HAM68_MaxRun = 0xFEFF;  // a count's high byte is never 255, which is "1" itself
-constexpr size_t HAM68_MaxOutOfOne = HAM68_MaxRun / 4 + 1;  // bytes: a run takes four
+constexpr size_t HAM68_MaxRun = 0xFEFF;  // a high byte of 255 would mean a single 1
+constexpr size_t HAM68_MaxOutOfOne = HAM68_MaxRun / 4 + 1;  // bytes per byte: a run takes four
 
 static size_t PaletteSize(uint8_t planes)
 {
     return planes == 6 ? 32 : planes == 8 ? 192 : 0;
 }
 
-// Undoes the run-length compression, to `size` bytes at most.
+// Expands runs, to at most `size` bytes.
 static void ExpandRuns(std::span<const uint8_t> packed, BYTES_BUFFER &out, size_t size)
 {
     size_t position = 0;
@@ -68,7 +68,7 @@ static void ExpandRuns(std::span<const uint8_t> packed, BYTES_BUFFER &out, size_
 static void ReadHeader()
 {
     HAM68_HEADER &h = HAM68_Header;
-    size_t position = 4;  // past the signature, which detection has seen
+    size_t position = 4;  // past the signature, checked by the detection
     h.BytesPerRow = static_cast<uint16_t>(Bytes_GetBig(HAM68_File, position, 2));
     h.Width = static_cast<uint16_t>(h.BytesPerRow * 8);
     h.Height = static_cast<uint16_t>(Bytes_GetBig(HAM68_File, position, 2));
@@ -79,8 +79,8 @@ static void ReadHeader()
     h.DataOffset = HAM68_HeaderSize;
 }
 
-// A dump has no header: its height is the number of whole rows behind the first, less what the
-// palette takes away.
+// A dump has no header: its height is the number of whole rows in the file after the first, which
+// the palette takes up.
 static void MeasureRawPlanes(uint16_t width, uint8_t rawPlanes)
 {
     HAM68_HEADER &h = HAM68_Header;
@@ -167,13 +167,13 @@ static void ReadPalette(uint8_t planes)
     h.DataOffset = static_cast<uint16_t>(h.DataOffset + PaletteSize(planes));
 }
 
-// Which component a control value replaces: blue, red, green.
+// Component that each control value replaces: 1 blue, 2 red, 3 green.
 constexpr std::array<size_t, 4> HAM68_Component = {0, 2, 0, 1};
 
 namespace
 {
 
-// What a code does to the running pixel: keeps some of its bits, sets others.
+// Effect of a code on the running pixel: bits to keep, bits to set.
 struct HAM68_STEP {
     uint32_t Keep, Set;
 };
@@ -230,7 +230,7 @@ uint8_t *HAM68_Decoding(uint8_t planes)
     if (!pixels)
         return nullptr;
     ReadPalette(planes);
-    const uint8_t used = planes == 6 || planes == 8 ? planes : 0;  // others: palette entry 0
+    const uint8_t used = planes == 6 || planes == 8 ? planes : 0;  // 0: all palette entry 0
     const size_t row = size_t{used} * h.BytesPerRow;
     const HAM68_STEPS steps = MakeSteps(used);
     for (size_t y = 0; y < h.Height; y++)
@@ -239,8 +239,8 @@ uint8_t *HAM68_Decoding(uint8_t planes)
     return pixels;
 }
 
-// The codes of one row of pixels. The running colour holds the exact source values, not those that
-// a decoder will see, on purpose; so only a grey that equals it exactly is taken from the palette.
+// The codes of one row of pixels. On purpose, the running colour holds the exact source values, not
+// those that a decoder will have; so only a grey equal to it is taken from the palette.
 static void EncodeRow(const uint8_t *pixels, std::span<uint8_t> codes, bool ham8)
 {
     const auto quantised = [ham8](int v) { return ham8 ? v & 0xFC : v >> 4; };
@@ -256,7 +256,7 @@ static void EncodeRow(const uint8_t *pixels, std::span<uint8_t> codes, bool ham8
         } else if (rgb == running) {
             code = quantised(rgb[0]);
         } else {
-            size_t most = 0;  // component with the greatest change, the earlier on a tie
+            size_t most = 0;  // the component with the greatest change, the first on a tie
             for (size_t c = 1; c < 3; c++)
                 if (std::abs(rgb[c] - running[c]) > std::abs(rgb[most] - running[most]))
                     most = c;

@@ -4,8 +4,8 @@
 //
 // File, numbers big-endian: "HAM6" or "HAM8", bytes per plane row (2), height (2), planes (1),
 // compression (1), description (90), palette (HAM6: 16 words A R G B of 4 bits each; HAM8: 64 times
-// R G B), then for every row its planes, lowest bit first. Compressed planes: 1 is the escape;
-// 1 255 is a single 1, and 1, a 16-bit count and a value stand for a run.
+// R G B), then for every row its planes, lowest bit first. In compressed planes 1 is the escape
+// byte: 1 255 is a single 1, and 1, a 16-bit count and a value are a run.
 #pragma once
 
 #include <array>
@@ -23,41 +23,41 @@ struct HAM68_HEADER {
     uint16_t BytesPerRow;    // of one plane
     uint8_t Compression;     // 1: run-length
     std::array<char, 90> Description;
-    uint16_t DataOffset;                             // next byte to read of HAM68_File
+    uint16_t DataOffset;                             // next byte to read in HAM68_File
     std::array<std::array<uint8_t, 4>, 64> Palette;  // R G B A
 };
 
-/// The file being decoded, one at a time. The header stays after HAM68_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after HAM68_UnLoad.
 extern constinit thread_local HAM68_HEADER HAM68_Header;
 extern constinit thread_local BYTES_BUFFER HAM68_File;  // the image, planes expanded
 
-/// Palettes that the encoder writes: grey ramps, as 12-bit words and as R G B.
+/// Palettes written by the encoder: grey ramps, as 12-bit words and as R G B.
 extern const std::array<uint16_t, 16> HAM68_Colors16;
 extern const std::array<std::array<uint8_t, 3>, 64> HAM68_Colors64;
-/// Description that the encoder writes.
+/// Description written by the encoder.
 extern const std::array<char, 90> HAM68_Description;
 
-/// Reads a file. `rawPlanes` 6 or 8: the file is a palette and planes without a header, `width`
-/// pixels wide (0: 320), its height counted from its size. Others: a file with a header. A size
-/// that cannot be (0, wider than its rows can say, larger than Picture_MaxBytes or than eight times
+/// Reads a file. If `rawPlanes` is 6 or 8, the file is a palette and planes without a header,
+/// `width` pixels wide (0: 320), and its height follows from its size. Otherwise it has a header.
+/// An invalid size (0, wider than its rows allow, larger than Picture_MaxBytes or than eight times
 /// what the file can hold) leaves HAM68_File empty.
 void HAM68_Load(const char *path, uint16_t width, uint8_t rawPlanes);
 
-/// Width x Height RGBA pixels, opaque; bytes that the file lacks read as 0. From malloc: the caller
-/// frees it. Null when nothing was loaded. The peak of memory is 5 bytes a pixel and the file.
+/// Width x Height RGBA pixels, opaque; missing bytes read as 0. From malloc: the caller frees it.
+/// Null if nothing was loaded. Peak memory: 5 bytes a pixel and the file.
 uint8_t *HAM68_Decoding(uint8_t planes);
 
 /// Writes RGBA pixels (row stride `width`) with grey palettes. `code`: planes, or planes x 256 to
-/// compress. Plain files lack their last byte on purpose, and pixels beyond a multiple of 8 are not
-/// stored. Returns the result of closing the file: 0 when all was written.
+/// compress. On purpose, uncompressed files lack their last byte, and pixels beyond a multiple of 8
+/// are not stored. Returns 0 if everything was written.
 int HAM68_Encoding(const uint8_t *pixels, uint16_t width, uint16_t height, const char *path,
                    uint16_t code);
 
-/// For encoders: appends a row of codes (a multiple of 8; more are not stored) to `out` as planes,
-/// the lowest bit first.
+/// For encoders: appends a row of codes, truncated to a multiple of 8, to `out` as planes, the
+/// lowest bit first.
 void HAM68_AppendPlanes(std::span<const uint8_t> codes, uint8_t planes, std::vector<uint8_t> &out);
 
-/// For encoders: planes under run-length compression.
+/// For encoders: compresses planes.
 std::vector<uint8_t> HAM68_CompressRuns(std::span<const uint8_t> plain);
 
 /// Frees the file image.

@@ -17,7 +17,7 @@ static constinit thread_local bool Inflate_LastBlock{};
 namespace
 {
 
-// What of the current block is still to come.
+// What remains of the current block.
 enum INFLATE_BLOCK : uint8_t { BLOCK_NONE, BLOCK_STORED, BLOCK_CODED };
 
 }  // namespace
@@ -32,8 +32,8 @@ constexpr size_t PNG_MaxCodeBits = 15;
 constexpr std::array<uint8_t, PNG_CLCodes> PNG_CLorder = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
                                                           11, 4,  12, 3, 13, 2, 14, 1, 15};
 
-// RFC 1951, 3.2.5: the least length of codes 257 to 285 and the bits that add to it, and the same
-// of the distances of codes 0 to 29.
+// RFC 1951, 3.2.5: base and number of extra bits of length codes 257 to 285 and of distance codes 0
+// to 29.
 constexpr std::array<uint16_t, 29> PNG_LengthBase = {3,  4,  5,  6,   7,   8,   9,   10,  11, 13,
                                                      15, 17, 19, 23,  27,  31,  35,  43,  51, 59,
                                                      67, 83, 99, 115, 131, 163, 195, 227, 258};
@@ -46,12 +46,13 @@ constexpr std::array<uint8_t, 30> PNG_DistanceExtra = {0, 0, 0,  0,  1,  1,  2, 
                                                        4, 4, 5,  5,  6,  6,  7,  7,  8,  8,
                                                        9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
 
-// An entry of a decoding table is one number, so that one load tells all: the bits that its code
-// takes together with the extra bits, how many literals it stands for, the bits of the code alone,
-// flags, and the value: one or two literals, a base, or where a table of the second level begins.
+// An entry of a decoding table is one 32-bit number, so one load gives everything. Bits 0 to 5: the
+// code's bits plus its extra bits. Bits 6 and 7: the number of literals. Bits 8 to 11: the code's
+// bits alone. Bits 12 to 15: flags. Bits 16 to 31: the value, which is a literal, a base, or the
+// start of a second-level table. Inflate_Triples uses bits 8 to 31 for literals instead.
 constexpr uint32_t Inflate_EntryBits = 63, Inflate_EntryLiterals = 3 << 6,
                    Inflate_EntryLiteral = 1 << 6;
-constexpr uint32_t Inflate_EntrySpecial = 1 << 12;  // one of the next three, or a code to skip
+constexpr uint32_t Inflate_EntrySpecial = 1 << 12;  // one of the next three, or a skipped code
 constexpr uint32_t Inflate_EntryLong = 1 << 13, Inflate_EntryEnd = 1 << 14,
                    Inflate_EntryNone = 1 << 15;
 constexpr int Inflate_EntryValue = 16;
@@ -78,7 +79,7 @@ constexpr uint32_t MeaningOf(uint32_t value, uint32_t extra)
     return value << Inflate_EntryValue | extra;
 }
 
-// What the symbols of the three alphabets mean, as entries that lack the bits of their code.
+// The symbols of the three alphabets as entries, still without the bits of their codes.
 constexpr auto PNG_LiteralMeaning = [] {
     std::array<uint32_t, PNG_LiteralCodes> meaning{};
     meaning.fill(Inflate_EntrySpecial);  // on purpose: 286 and 287 are skipped
@@ -107,15 +108,20 @@ namespace
 {
 
 struct PNG_CODE {
-    uint16_t Symbol, Code, Length;  // Code: first bit lowest
+    uint16_t Symbol, Code, Length;  // Code: bit-reversed, as in the stream
 };
 
-// A code as a table that its next bits index; a longer code's entry leads to a table of the second
-// level, indexed by the bits after those. So many entries that each symbol may have one of its own.
+// A two-level decoding table. The next RootBits bits of the stream, first bit lowest, index the
+// first level. A code of n <= RootBits bits fills every entry whose low n bits equal it, so one
+// look-up decodes it whatever bits follow. All longer codes with the same first RootBits bits share
+// one first-level entry, flagged Inflate_EntryLong. Its value is the start of a second-level table,
+// which the next 15 - RootBits bits index; there, too, a code of fewer than 15 bits fills several
+// entries. Frequent symbols have short codes, so most look-ups end in the first level, which stays
+// in the cache. Entries has room for one second-level table per symbol, more than can occur.
 struct PNG_HUFFMAN {
     uint32_t RootBits;
     std::array<uint32_t, (1 << 11) + PNG_LiteralCodes *(1 << (PNG_MaxCodeBits - 11))> Entries;
-    std::array<PNG_CODE, PNG_LiteralCodes> RootCodes;  // of the first level, shorter ones first
+    std::array<PNG_CODE, PNG_LiteralCodes> RootCodes;  // of the first level, shorter codes first
     size_t RootCount;
 };
 
@@ -123,14 +129,13 @@ struct PNG_HUFFMAN {
 
 constexpr uint32_t Inflate_LiteralRoot = 11, Inflate_DistanceRoot = 9, Inflate_CLRoot = 7;
 static constinit thread_local PNG_HUFFMAN PNG_LiteralTable{}, PNG_DistanceTable{}, PNG_CLTable{};
-static constinit thread_local bool
-    Inflate_FixedTables{};  // the tables are those of blocks with fixed codes
+static constinit thread_local bool Inflate_FixedTables{};  // the tables hold the fixed codes
 
-// The first level of PNG_LiteralTable with up to three literals in an entry, as many as its bits
-// tell: they lie above their count in the bits that the other entries use for more.
+// The first level of PNG_LiteralTable with up to three literals per entry: as many whole codes as
+// its index bits contain. Other entries are copies.
 static constinit thread_local std::array<uint32_t, 1 << Inflate_LiteralRoot> Inflate_Triples{};
 
-// A number to or from its bytes in memory, the lowest first.
+// Converts between a number and its little-endian bytes in memory.
 template <typename Number>
 static Number Little(Number value)
 {
@@ -152,12 +157,12 @@ static uint64_t Load64(const uint8_t *from)
 namespace
 {
 
-// The stream and its next bit, found once for a loop.
+// The stream and the position in it, looked up once per loop.
 struct INFLATE_READER {
     const std::span<const uint8_t> Stream = Inflate_Stream;
     size_t &Position = Extra_Local(PNG_BitPointer);
 
-    // At least the next 57 bits.
+    // Gives at least the next 57 bits.
     uint64_t Peek() const
     {
         const size_t at = Position / 8;
@@ -182,7 +187,7 @@ struct INFLATE_READER {
         return static_cast<uint32_t>(bits);
     }
 
-    // Decodes the next code with the table; extra bits stay unread. A code that the table lacks is
+    // Decodes the next code; its extra bits stay unread. A code that the table lacks gives
     // Inflate_EntryNone.
     uint32_t PNG_DecodeHuffmanSymbol(const PNG_HUFFMAN &table)
     {
@@ -216,16 +221,16 @@ uint32_t PNG_ReadReversedBit()
     return at < Inflate_Stream.size() ? Inflate_Stream[at] >> shift & 1 : 0;
 }
 
-// The code after `code` among codes of n bits, `size` being 2^n, both with their first bit lowest:
-// the highest zero becomes one, and the ones above it zeros.
+// Increments a bit-reversed code of n bits (`size` is 2^n): the highest zero becomes one, and the
+// ones above it zeros. 0 after the last code.
 static uint32_t NextReversed(uint32_t code, uint32_t size)
 {
     const uint32_t bit = std::bit_floor(~code & (size - 1));
     return bit ? (code & (bit - 1)) | bit : 0;
 }
 
-// Canonical codes of RFC 1951, 3.2.2, from the symbols' lengths. False when there are more codes
-// than their lengths can tell apart. Bits that lead to no code give Inflate_EntryNone.
+// Builds the table of the canonical code with these lengths (RFC 1951, 3.2.2). False if the lengths
+// are oversubscribed. Bits that are no code give Inflate_EntryNone.
 [[gnu::noinline]] static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table,
                                                          std::span<const uint8_t> lengths,
                                                          std::span<const uint32_t> meaning,
@@ -235,7 +240,7 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
     for (const uint8_t length : lengths)
         counts[length]++;
     counts[0] = 0;
-    int left = 1;  // codes of the current length that are not taken
+    int left = 1;  // unused codes of the current length
     for (size_t n = 1; n <= PNG_MaxCodeBits; n++) {
         left = 2 * left - counts[n];
         if (left < 0)
@@ -247,8 +252,8 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
         if (lengths[i] != 0)
             sorted[starts[lengths[i]]++] = static_cast<uint16_t>(i);
 
-    // Codes up to the root's bits: the table for each length is twice that for the one before, and
-    // then the codes of just this length.
+    // First level. The table for codes of up to n bits is the one for n - 1 bits twice, overwritten
+    // with the codes of n bits.
     constexpr uint32_t none = Inflate_EntrySpecial | Inflate_EntryNone | 1 << 8 | 1;
     const uint16_t *symbol = sorted.data();
     uint32_t *entries = table.Entries.data();
@@ -266,7 +271,7 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
         }
     }
 
-    // Longer codes: their first bits lead to a table that the rest indexes.
+    // Second level: the first RootBits bits of a longer code select a table, the rest index it.
     const uint32_t subSize = 1u << (PNG_MaxCodeBits - rootBits);
     uint32_t end = size;
     for (uint32_t n = rootBits + 1; n <= PNG_MaxCodeBits; n++)
@@ -284,13 +289,15 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
     return true;
 }
 
-// From the literal table, which is complete by then.
+// Fills Inflate_Triples from the complete literal table.
 static void MakeTriples(const PNG_HUFFMAN &table)
 {
-    // What any `width` bits hold, as triples: nothing, one literal at most, or two. Each table
-    // begins at its size. A literal's code in front turns one table into entries of the next.
+    // For every `width`, element 2^width + i of a table describes the bits i of that width: the
+    // literals whose codes they begin with, none in `nothing`, at most one in `ones`, at most two
+    // in `twos`. Putting a literal's code in front of shorter bits adds a literal: `ones` from
+    // `nothing`, `twos` from `ones`, Inflate_Triples from `twos`.
     using TRIPLES = std::array<uint32_t, 1 << Inflate_LiteralRoot>;
-    // "nothing" is written by nobody; a constant would lie in the program's file.
+    // Never written; not const, since a constant would take space in the executable.
     static constinit TRIPLES nothing{};
     static constinit thread_local TRIPLES onesOf{}, twosOf{};
     TRIPLES &ones = Extra_Local(onesOf), &twos = Extra_Local(twosOf);
@@ -326,7 +333,7 @@ static void MakeTriples(const PNG_HUFFMAN &table)
     put(triples.data(), twos, Inflate_LiteralRoot);
 }
 
-// Once, for both kinds of block: what the compiler would copy into them is large.
+// Not inlined: the code is large and both kinds of block use it.
 [[gnu::noinline]] static bool MakeTables(std::span<const uint8_t> literals,
                                          std::span<const uint8_t> distances)
 {
@@ -366,7 +373,8 @@ static bool ReadTables()
     if (!PNG_MakeHuffmanFromLengths(codes, clLengths, PNG_CLMeaning, Inflate_CLRoot))
         return false;
 
-    // Both alphabets' lengths are one sequence: a repeat may reach from the first into the second.
+    // The lengths of both alphabets are one sequence: a repeat may run from the first into the
+    // second.
     std::array<uint8_t, PNG_LiteralCodes + PNG_DistanceCodes> lengths{};
     const size_t count = literalCount + distanceCount;
     for (size_t i = 0; i < count && !reader.CutShort();) {
@@ -402,7 +410,7 @@ static void ReadBlockHeader()
     if (type == 0) {
         PNG_BitPointer = (PNG_BitPointer + 7) / 8 * 8;
         Inflate_StoredLeft = PNG_ReadBits(16);
-        PNG_BitPointer += 16;  // the length's complement, which nobody checks
+        PNG_BitPointer += 16;  // complement of the length, not checked
         Inflate_Block = BLOCK_STORED;
         good = true;
     } else {
@@ -464,8 +472,9 @@ static inline void CopyMatch(uint8_t *out, size_t distance, size_t length)
             from += 8;
         } while (out < end);
     } else {
-        // Near distances repeat a pattern: sixteen bytes of it, twice eight, of which the second
-        // begin within the pattern, and the greatest multiple of the distance that they hold.
+        // A distance below 8 repeats a pattern of that many bytes. It is expanded to two words of 8
+        // bytes, the second one starting 8 mod `distance` bytes into the pattern. Each step writes
+        // 16 bytes and advances by the largest multiple of the distance within 16.
         constexpr std::array<uint64_t, 8> repeat = {0,
                                                     0x0101010101010101,
                                                     0x0001000100010001,
@@ -493,14 +502,14 @@ static inline void CopyMatch(uint8_t *out, size_t distance, size_t length)
 namespace
 {
 
-// A register full of the stream: the next bits lowest. Only the low six bits of Left count, so
-// that whole entries can be taken from it.
+// A bit register, next bit lowest. Only the low six bits of Left are its count, so a whole entry
+// can be subtracted from it.
 struct INFLATE_BITS {
     const uint8_t *In;
     uint64_t Buffer;
     uint32_t Left;
 
-    // At least 56 bits afterwards. Reads 8 bytes, moves on by at most 7.
+    // Leaves at least 56 bits. Reads 8 bytes, advances by at most 7.
     void Refill()
     {
         Buffer |= Load64(In) << (Left & 63);
@@ -512,7 +521,7 @@ struct INFLATE_BITS {
         Buffer >>= EntryBits(entry);
         Left -= entry;
     }
-    // The value with the extra bits that follow the code.
+    // The entry's value plus the extra bits that follow its code.
     uint32_t Value(uint32_t entry) const
     {
         return EntryValue(entry) + static_cast<uint32_t>(Buffer >> EntryCodeBits(entry) &
@@ -527,10 +536,10 @@ struct INFLATE_BITS {
 
 }  // namespace
 
-// Decodes while neither end is near: no bounds to look at within a turn.
+// Decodes while neither input nor output is near its end, so an iteration needs no bounds checks.
 static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *outEnd)
 {
-    // Bytes that a turn may read, and bytes that it may write.
+    // Input bytes that one iteration may read.
     constexpr ptrdiff_t maxRead = 32;
     const uint8_t *const in = Inflate_Stream.data(), *const inLast = in + Inflate_Stream.size();
     INFLATE_BITS bits{in + PNG_BitPointer / 8, 0, 0};
@@ -552,8 +561,8 @@ static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *ou
         bits.Drop(entry);
         return nextEntry();
     };
-    // A turn takes up to three entries of literals, or two and another symbol. It ends with the
-    // entry of the next one at hand, so that its load does not wait for the copying.
+    // An iteration takes up to three literal entries, or two and another symbol. It ends with the
+    // next entry already loaded, so that the load does not wait for the copy.
     uint32_t entry = nextEntry();
     while (inLast - bits.In >= maxRead && out < outEnd) {
         bits.Refill();
@@ -610,7 +619,7 @@ static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *ou
     return out;
 }
 
-// Symbol by symbol, where the end of the stream is near.
+// Decodes symbol by symbol, near the end of the stream.
 static uint8_t *DecodeCarefully(const uint8_t *begin, uint8_t *out, const uint8_t *outEnd)
 {
     INFLATE_READER reader;
@@ -679,7 +688,7 @@ INFLATE_RESULT Inflate_All(std::span<const uint8_t> zlib, std::span<uint8_t> out
     Inflate_Begin(zlib);
     size_t size = Inflate_More(out, 0);
     if (Inflate_State == INFLATE_MORE) {
-        // The rest, of at most a margin, goes through a buffer with room to spare.
+        // The rest, at most a margin of output, goes through a buffer with room to spare.
         std::array<uint8_t, Inflate_History + 2 * Inflate_Margin> last;
         const size_t history = std::min(size, Inflate_History);
         std::copy_n(out.data() + (size - history), history, last.data());

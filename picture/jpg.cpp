@@ -15,14 +15,14 @@ bool JPG_Detected(std::span<const uint8_t> head)
     const auto has = [head](size_t offset, const char *text, size_t count) {
         return head.size() >= offset + count && std::memcmp(&head[offset], text, count) == 0;
     };
-    // Another marker follows, perhaps after bytes that are damaged.
+    // FF D8, then any later marker; the bytes between may be damaged.
     if (Picture_Rules == PICTURE_RULES_FORMAT)
         return has(0, "\xFF\xD8", 2) && std::find(head.begin() + 2, head.end(), 0xFF) != head.end();
     return (has(0, "\xFF\xD8\xFF\xE0", 4) && has(6, "JFIF", 4)) ||
            (has(0, "\xFF\xD8\xFF\xE1", 4) && has(6, "Exif", 4));
 }
 
-// Forgets the file before.
+// Discards the previous file.
 static void Begin(uint8_t rules, BYTES_BUFFER file)
 {
     std::free(JPG_Header.Thumbnail);
@@ -48,7 +48,7 @@ void JPG_Load(const char *path)
     });
 }
 
-// By the format's rules: JFIF is grey or YCbCr; else Adobe's segment tells, or the components' ids.
+// Format: JFIF means grey or YCbCr; else Adobe's segment decides, then the components' ids.
 static JPG_COLOURS ColoursByFormat()
 {
     const JPG_HEADER &h = JPG_Header;
@@ -87,7 +87,8 @@ uint8_t *JPG_Decoding()
         [] { return JPG_DecodeScans(JPG_ByFormat() ? ColoursByFormat() : ColoursByFramework()); });
 }
 
-// Reads the embedded JPEG's headers in place of the picture's; its tables and sizes are its own.
+// Reads the headers of the embedded JPEG over the picture's; tables and sizes are then the
+// thumbnail's.
 static bool LoadEmbedded()
 {
     JPG_HEADER &h = JPG_Header;
@@ -105,7 +106,7 @@ static bool LoadEmbedded()
     JPG_Decoder.Embedded = true;
     JPG_Decoder.Start = JPG_Position = exif.ThumbOffset;
     JPG_WalkMarkers();
-    JPG_Exif = exif;  // should it have Exif data of its own
+    JPG_Exif = exif;  // the embedded JPEG may have replaced it
     std::free(h.Thumbnail);
     h.Thumbnail = nullptr;
     return h.DataOffset != 0 && h.Width != 0;
@@ -134,7 +135,7 @@ uint8_t *JPG_GetThumbnail()
     const bool whole = Reason_Get()[0] == 0;
     uint8_t *thumbnail = Reason_Guard(DecodeThumbnail);
     if (whole)
-        Reason_Clear();  // the picture itself lacks nothing
+        Reason_Clear();  // the picture itself is complete
     return thumbnail;
 }
 
@@ -160,7 +161,7 @@ JPG_EXIF *JPG_GetExif(JPG_EXIF *out)
 namespace
 {
 
-// Keeps the records of the file that is being decoded while another one takes their place.
+// Saves the records of the file being decoded while another one takes their place.
 class JPG_KEPT
 {
 public:

@@ -4,7 +4,7 @@
 
 #include "picture/jpg_markers.h"
 
-// What a symbol says, without what its bits may add.
+// The entry of a symbol, without the value's bits.
 static int32_t EntryOf(uint8_t symbol, uint32_t bits, bool ac)
 {
     const uint32_t zeros = ac ? symbol >> 4 : 0, size = symbol & 15;
@@ -14,7 +14,7 @@ static int32_t EntryOf(uint8_t symbol, uint32_t bits, bool ac)
                          static_cast<int32_t>(size));
 }
 
-// Fills what a code of n bits leads to: each way to go on may show its value, too.
+// Fills the entries that begin with a code of n bits, with the value where its bits fit in, too.
 static void FillLook(JPG_CODES &codes, uint32_t code, uint32_t n, uint8_t symbol)
 {
     const uint32_t free = JPG_LookBits - n, first = code << free;
@@ -52,7 +52,7 @@ int32_t JPG_LongEntry(uint64_t buffer, const JPG_CODES &codes)
     uint32_t n = JPG_LookBits + 1;
     while (n <= 16 && window >= codes.Limits[n])
         n++;
-    if (n > 16)  // 17 bits have been looked at
+    if (n > 16)  // no code; n is 17, the bits examined
         return codes.GoesOn ? EntryOf(0, n, codes.AC) : static_cast<int32_t>(JPG_EntryEnd);
     const int32_t index = static_cast<int32_t>(window >> (16 - n)) + codes.Offsets[n];
     return EntryOf(codes.Symbols[static_cast<size_t>(index) & 255], n, codes.AC);

@@ -11,18 +11,18 @@
 
 struct JPG_HUFFMAN;
 
-/// The most bytes that a block's bits may be read past their end: 64 symbols of up to 31 bits, and
-/// a register full; and as much again for a block that ends in damage.
+/// Bytes that may be read past the end of an interval's bits: 64 symbols of up to 31 bits and a
+/// full register, twice, since a block may end in damage.
 constexpr size_t JPG_BitsSlack = 2 * (64 * 4 + 16);
 
-/// The bits of one restart interval; zeros follow them. `Buffer` holds the next `Left` ones,
+/// The bits of one restart interval, followed by zeros. `Buffer` holds the next `Left` ones,
 /// highest first.
 struct JPG_BITS {
-    const uint8_t *In, *End;  // End: of the interval's bytes, JPG_BitsSlack more can be read
+    const uint8_t *In, *End;  // end of the interval; JPG_BitsSlack bytes past it are readable
     uint64_t Buffer;
     uint32_t Left;
 
-    // At least 56 bits afterwards.
+    // Leaves at least 56 bits.
     void Refill()
     {
         uint64_t next;
@@ -44,12 +44,12 @@ struct JPG_BITS {
         Drop(count);
         return value;
     }
-    // Damage was met, or more bits were taken than there are.
+    // Damage was met, or more bits were taken than exist.
     bool Overrun() const
     {
         return In - (Left >> 3) > End;
     }
-    // Only zeros follow.
+    // From here on only zeros are read.
     void MarkDamage()
     {
         In = End + 16;
@@ -58,33 +58,36 @@ struct JPG_BITS {
     }
 };
 
-/// A Huffman table to decode with. An entry is one number that holds what the next bits tell: the
-/// bits to drop, flags, the zeros before a coefficient, and above them its value.
+/// A Huffman decoding table. The next JPG_LookBits bits index Look; a shorter code fills every
+/// entry that begins with it. If the value's bits also lie within the index, the entry holds the
+/// value itself, so one look-up decodes code and value. An entry is one number: the bits to drop,
+/// flags, the zeros before the coefficient, and from bit 16 on its value. Longer codes are found by
+/// their length in Limits.
 constexpr uint32_t JPG_LookBits = 10;
-constexpr uint32_t JPG_EntryDrop = 31;   // bits of the code, with the value's where that is known
-constexpr uint32_t JPG_EntrySize = 32;   // the value counts the bits of the true one, still to come
-constexpr uint32_t JPG_EntryEnd = 64;    // end of block, or of a band: the value is the symbol
-constexpr uint32_t JPG_EntryLong = 128;  // a code longer than JPG_LookBits, or none
+constexpr uint32_t JPG_EntryDrop = 31;   // bits of the code, plus the value's if it is in the entry
+constexpr uint32_t JPG_EntrySize = 32;   // the value is its number of bits, still to be read
+constexpr uint32_t JPG_EntryEnd = 64;    // end of block or band: the value is the symbol
+constexpr uint32_t JPG_EntryLong = 128;  // longer than JPG_LookBits, or no code
 constexpr uint32_t JPG_EntryZeros = 8;
 
 struct JPG_CODES {
     std::array<int32_t, 1 << JPG_LookBits> Look;
-    std::array<uint32_t, 17> Limits;  // first 16-bit window above all codes of so many bits
-    std::array<int32_t, 17> Offsets;  // from such a code to its symbol's index
+    std::array<uint32_t, 17> Limits;  // first 16-bit window above all codes of this length
+    std::array<int32_t, 17> Offsets;  // from a code of this length to its symbol's index
     std::array<uint8_t, 256> Symbols;
     bool AC;
-    bool GoesOn;  // after bits that are no code, as if they were the symbol 0; else they are damage
+    bool GoesOn;  // bits that are no code count as the symbol 0; else they are damage
 };
 
-/// Prepares a table. Codes that it has no room for are left out, and thus are no codes.
+/// Builds a decoding table. Codes beyond the code space are dropped.
 void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, bool goesOn, JPG_CODES &codes);
 
-/// The entry of a code longer than JPG_LookBits at the head of `buffer`. Where no code is: one that
-/// ends the block and drops nothing, or the symbol 0 where the decoder goes on.
+/// The entry of a code longer than JPG_LookBits at the head of `buffer`. If it is no code: the
+/// symbol 0 if the table's GoesOn is set, else an entry that ends the block and drops nothing.
 int32_t JPG_LongEntry(uint64_t buffer, const JPG_CODES &codes);
 
-/// Takes the bytes of `file` from `position` up to the next marker, without the zeros stuffed
-/// after 0xFF, with JPG_BitsSlack zeros at their end. Returns where the marker stands.
+/// Copies the bytes of `file` from `position` up to the next marker, without the zeros stuffed
+/// after 0xFF, plus JPG_BitsSlack zeros. Returns the marker's position.
 size_t JPG_TakeInterval(std::span<const uint8_t> file, size_t position, std::vector<uint8_t> &bits);
 
 constexpr int32_t JPG_MakeEntry(uint32_t low, uint32_t zeros, int32_t value)
@@ -100,15 +103,14 @@ constexpr int32_t JPG_ValueOf(int32_t entry)
     return entry >> 16;
 }
 
-/// A value's bits as the number they stand for. ITU-T T.81, F.2.2.1.
+/// Sign-extends a value's bits. ITU-T T.81, F.2.2.1.
 constexpr int32_t JPG_Extend(uint32_t bits, uint32_t count)
 {
     const auto value = static_cast<int32_t>(bits);
     return count == 0 || bits >> (count - 1) ? value : value - (1 << count) + 1;
 }
 
-/// The entry of the next code, with its value. Takes up to 31 bits, or JPG_LookBits when the result
-/// keeps bits to drop.
+/// Decodes the next code and its value. Takes at most 31 bits.
 [[gnu::always_inline]] inline int32_t JPG_NextEntry(JPG_BITS &bits, const JPG_CODES &codes)
 {
     int32_t entry = codes.Look[bits.Buffer >> (64 - JPG_LookBits)];

@@ -6,14 +6,14 @@
 
 #include "extra/lanes.h"
 
-// Eight numbers side by side: a row of a block, or a column.
+// Eight numbers in one vector: a row of a block, or a column.
 using LANES = float __attribute__((vector_size(32)));
 using SHORTS = int16_t __attribute__((vector_size(16)));
 using INTS = int32_t __attribute__((vector_size(32)));
 using BYTES = uint8_t __attribute__((vector_size(32)));
 
 // The one-dimensional inverse DCT of Arai, Agui and Nakajima (1988), whose inputs are scaled by
-// JPG_ScaleFactor, on all eight lanes at once. Only the first `Inputs` (4 or 8) are not 0.
+// JPG_ScaleFactor, on eight lanes at once. Inputs from `Inputs` (4 or 8) on are 0.
 template <int Inputs>
 [[gnu::always_inline]] static inline void Transform(LANES *v)
 {
@@ -56,12 +56,12 @@ template <int Inputs>
     v[4] = even3 - odd3;
 }
 
-// Of rows that are 0 from lane `Inputs` on only that many columns are made.
+// Transposes. Columns from `Inputs` on are not computed, since they are 0.
 template <int Inputs>
 [[gnu::always_inline]] static inline void Transpose(LANES *v)
 {
     LANES a[8], b[8];
-    for (int i = 0; i < 8; i += 2) {  // pairs of rows, interleaved by pairs of lanes
+    for (int i = 0; i < 8; i += 2) {  // interleave pairs of rows by pairs of lanes
         a[i] = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 2, 10, 4, 12, 6, 14);
         a[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 1, 9, 3, 11, 5, 13, 7, 15);
     }
@@ -78,7 +78,7 @@ template <int Inputs>
     }
 }
 
-// Rows of samples, clamped to 0..255. The bytes of four rows share the lanes of one vector, and are
+// Stores rows of samples, clamped to 0..255. The bytes of four rows are packed into one vector and
 // sorted by one shuffle.
 [[gnu::always_inline]] static inline void StoreRows(const LANES *v, uint8_t *samples, size_t stride)
 {
@@ -118,7 +118,8 @@ TransformBlock(const int16_t *coefficients, const float *scale, uint8_t *samples
             __builtin_shufflevector(column, column, 0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7);
         v[i] = __builtin_convertvector(reinterpret_cast<INTS>(twice) >> 16, LANES) * factors;
     }
-    // The level shift and, since numbers are cut toward 0, rounding. Each sample has its share.
+    // The level shift of 128, plus 0.5 since conversion truncates. Added to the DC term it reaches
+    // every sample.
     const LANES level = {128.5F};
     v[0] += level;
     Transform<Inputs>(v);

@@ -10,8 +10,8 @@
 namespace
 {
 
-// Where the centre of a pixel lies among samples: the sample before it, -1 for none, and the
-// distance to it in parts of 2 * full.
+// Position of a pixel's centre among the samples: the sample before it (-1: none) and the distance
+// from that in units of 1 / (2 * full).
 struct PLACE {
     ptrdiff_t Index;
     size_t Way;
@@ -19,7 +19,7 @@ struct PLACE {
 
 }  // namespace
 
-// Two bytes as the number that lies in memory as they follow each other.
+// Two bytes as a number with `first` first in memory.
 static constexpr uint16_t Pair(uint32_t first, uint32_t second)
 {
     return static_cast<uint16_t>(std::endian::native == std::endian::little ? first | second << 8
@@ -33,7 +33,7 @@ static PLACE PlaceOf(size_t pixel, size_t factor, size_t full)
     return {static_cast<ptrdiff_t>(position / unit) - 1, position % unit};
 }
 
-// Whether the usual decoders repeat samples: they interpolate to twice as many only.
+// Whether common decoders repeat samples: they interpolate only factors of 2.
 static bool UsuallyRepeats(const JPG_PLANE &p)
 {
     const bool whole = p.FullH % p.H == 0 && p.FullV % p.V == 0;
@@ -79,7 +79,7 @@ static const uint8_t *RowWithin(JPG_PLANE &plane, ptrdiff_t y)
     return plane.Row(static_cast<size_t>(std::clamp<ptrdiff_t>(y, 0, last)));
 }
 
-// Mixes two rows by weights that add up to 64.
+// Interpolates between two rows with weights that sum to 64.
 EXTRA_LANES static void BlendRows(const uint8_t *__restrict above, const uint8_t *__restrict below,
                                   uint16_t near, size_t count, uint16_t *__restrict blend)
 {
@@ -88,8 +88,8 @@ EXTRA_LANES static void BlendRows(const uint8_t *__restrict above, const uint8_t
         blend[i] = static_cast<uint16_t>(above[i] * far + below[i] * near);
 }
 
-// Twice as many samples, each a quarter of the way from one that there is to a neighbour. blend[-1]
-// and blend[count] count too.
+// Upsamples by 2: each result lies a quarter of the way from a sample to its neighbour. Reads
+// blend[-1] and blend[count].
 EXTRA_LANES static void Double(const uint16_t *__restrict blend, size_t count,
                                uint16_t *__restrict pairs)
 {
@@ -101,7 +101,7 @@ EXTRA_LANES static void Double(const uint16_t *__restrict blend, size_t count,
     }
 }
 
-// Four times as many samples: an eighth and three eighths of the way to either neighbour.
+// Upsamples by 4: results lie one and three eighths of the way to either neighbour.
 EXTRA_LANES static void Quadruple(const uint16_t *__restrict blend, size_t count,
                                   uint16_t *__restrict pairs)
 {
@@ -115,7 +115,7 @@ EXTRA_LANES static void Quadruple(const uint16_t *__restrict blend, size_t count
     }
 }
 
-// As many samples, two to a number.
+// Keeps the number of samples; two per result.
 EXTRA_LANES static void Round(const uint16_t *__restrict blend, size_t count,
                               uint16_t *__restrict pairs)
 {
@@ -136,7 +136,7 @@ static const uint8_t *RepeatSamples(JPG_PLANE &p, size_t y)
     return row;
 }
 
-// Pixel row y of a plane at full size.
+// Row y of a plane, upsampled to pixels.
 static const uint8_t *StretchRow(JPG_PLANE &p, size_t y)
 {
     if (p.Repeats)
@@ -182,13 +182,13 @@ struct RGB {
 
 }  // namespace
 
-// A number below 0.5 in parts of 65536.
+// A number below 0.5 in units of 1/65536.
 static constexpr int16_t Fraction(double value)
 {
     return static_cast<int16_t>(value * 65536 + 0.5);
 }
 
-// The product of a number of -128 to 127 and a fraction, in parts of 256, rounded down.
+// Product of a value of -128 to 127 and a fraction, in units of 1/256, rounded down.
 template <int16_t Fraction>
 [[gnu::always_inline]] static inline int16_t Part(int16_t value)
 {
@@ -201,8 +201,8 @@ template <int16_t Fraction>
 }
 
 // JFIF 1.02: R = Y + 1.402 Cr, G = Y - 0.34414 Cb - 0.71414 Cr, B = Y + 1.772 Cb, in 16-bit
-// arithmetic: whole multiples apart, so that what is left fits. Red and blue are rounded exactly,
-// green but for 1 in 500.
+// arithmetic. The whole multiples of Cb and Cr are added apart, so that the fractional parts fit.
+// Red and blue are rounded exactly, green in all but 1 of 500 cases.
 [[gnu::always_inline]] static inline RGB FromYCbCr(uint8_t y, uint8_t cb, uint8_t cr)
 {
     const auto b = static_cast<int16_t>(cb - 128), r = static_cast<int16_t>(cr - 128);
@@ -215,7 +215,8 @@ template <int16_t Fraction>
             ToByte(static_cast<int16_t>(level + 2 * b - blue))};
 }
 
-// A colour's part of light that is left under black, both as Adobe stores them, rounded.
+// Rounded product of a colour and black, both inverted as Adobe stores them: the light that
+// remains.
 [[gnu::always_inline]] static inline uint16_t UnderBlack(uint32_t colour, uint32_t black)
 {
     const uint32_t product = colour * black + 128;

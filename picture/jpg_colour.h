@@ -1,4 +1,4 @@
-// JPEG's components as pixels: chroma brought to full size, YCbCr to RGB (JFIF 1.02).
+// JPEG's components as pixels: chroma upsampling, and YCbCr to RGB (JFIF 1.02).
 #pragma once
 
 #include <cstddef>
@@ -6,34 +6,34 @@
 #include <span>
 #include <vector>
 
-/// What a picture's components are.
+/// Meaning of a picture's components.
 enum JPG_COLOURS : uint8_t {
-    JPG_COLOURS_NONE,    // nothing that can be shown
-    JPG_COLOURS_STORED,  // given as they are, interleaved
-    JPG_COLOURS_GREY,    // the first one; others do not count
+    JPG_COLOURS_NONE,    // cannot be shown
+    JPG_COLOURS_STORED,  // returned as stored, interleaved
+    JPG_COLOURS_GREY,    // the first component; others are ignored
     JPG_COLOURS_YCBCR,
     JPG_COLOURS_RGB,
     JPG_COLOURS_CMYK,  // as Adobe stores them: 255 is no ink
-    JPG_COLOURS_YCCK,  // the same with C, M and Y as YCbCr of their inverses
+    JPG_COLOURS_YCCK,  // the same, with the inverses of C, M and Y as YCbCr
 };
 
-/// Bytes that a pixel of `components` components becomes: R G B A, or what is stored.
+/// Bytes per pixel: R G B A, or the components as stored.
 constexpr size_t JPG_PixelBytes(JPG_COLOURS colours, size_t components)
 {
     return colours == JPG_COLOURS_STORED ? components : 4;
 }
 
-/// The samples of one component in whole blocks, of which the last two rows of MCUs are kept: row y
-/// stands at y % Rows.
+/// The samples of one component in whole blocks. Only the last two rows of MCUs are kept: row y is
+/// at y % Rows.
 struct JPG_PLANE {
-    size_t Width, Height;          // of the samples that count; others pad
-    size_t H, V, FullH, FullV;     // sampling factors, its own and an MCU's
+    size_t Width, Height;          // of the samples, without padding
+    size_t H, V, FullH, FullV;     // sampling factors, its own and the MCU's
     size_t Stride, Rows;           // of Samples
-    bool Repeats;                  // no interpolation
-    std::vector<uint8_t> Samples;  // first of all 128
-    // For bringing a row to the pixels' width: two rows mixed by their nearness, with room at both
-    // ends; for a width not 1, 2 or 4 times its own each pixel's place among those and its nearness
-    // to the next, in parts of 256; the result, two pixels a number.
+    bool Repeats;                  // upsampled by repeating, not by interpolation
+    std::vector<uint8_t> Samples;  // 128 at first
+    // Scratch for upsampling a row: the vertical blend, with room at both ends; per pixel the
+    // source index and the weight of the next sample (1/256), unless the factor is 1, 2 or 4; the
+    // result, two pixels per number.
     std::vector<uint16_t> Blend, Places, Nearness, Stretched;
 
     uint8_t *Row(size_t y)
@@ -42,23 +42,24 @@ struct JPG_PLANE {
     }
 };
 
-/// How samples become as many as there are pixels.
+/// How samples are upsampled.
 enum JPG_STRETCH : uint8_t {
-    JPG_STRETCH_LINEAR,  // interpolated between their centres; beyond the outermost they stay
-    // Repeated where they are a third or a quarter of the pixels, or 2 a row at the most; else as
-    // above. The usual decoders do so.
+    JPG_STRETCH_LINEAR,  // interpolated between sample centres, clamped at the edges
+    // As common decoders do: factors of 3 and 4, and rows of at most 2 samples, are repeated;
+    // others are interpolated.
     JPG_STRETCH_USUAL,
 };
 
-/// A component of `factors` (horizontal * 16 + vertical) in a picture of these pixels, whose MCUs
-/// have the factors `full`.
+/// Makes the plane of a component with these `factors` (horizontal * 16 + vertical) in a picture of
+/// width x height pixels, whose MCUs have the factors `full`.
 JPG_PLANE JPG_MakePlane(uint8_t factors, uint8_t full, uint32_t width, uint32_t height,
                         JPG_STRETCH stretch);
 
-/// The rows of pixels that can be made once `rows` of them have their samples; those of chroma may
-/// lie between two, of which the lower one is not there yet.
+/// Rows of pixels that can be made once `rows` rows have their samples. Interpolated rows also need
+/// the next row of chroma, so the last ones have to wait.
 size_t JPG_RowsReady(const JPG_PLANE &first, size_t rows);
 
-/// Makes pixel rows from..to of a picture's planes, of JPG_PixelBytes bytes a pixel; alpha is 255.
+/// Makes pixel rows from..to - 1 from a picture's planes, JPG_PixelBytes bytes a pixel; alpha is
+/// 255.
 void JPG_MakeRows(std::span<JPG_PLANE *const> planes, JPG_COLOURS colours, size_t from, size_t to,
                   uint8_t *pixels);

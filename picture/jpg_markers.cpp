@@ -53,7 +53,7 @@ static_assert(JPG_ZigZagOrder[1] == 1 && JPG_ZigZagOrder[2] == 8 && JPG_ZigZagOr
 const std::array<float, 8> JPG_ScaleFactor = {1.0F, 1.387039845F, 1.306562965F, 1.175875602F,
                                               1.0F, 0.785694958F, 0.541196100F, 0.275899379F};
 
-// What the trace calls the markers from 0xC0 on that have a segment which nobody reads.
+// Trace names of the markers from 0xC0 on whose segments are skipped.
 static constexpr std::array<const char *, 64> JPG_Markers = {
     "SOF0",     "SOF1",   "SOF2",   "SOF3",   "DHT",    "SOF5",   "SOF6",   "SOF7",
     "JPG",      "SOF9",   "SOF10",  "SOF11",  "DAC",    "SOF13",  "SOF14",  "SOF15",
@@ -93,7 +93,7 @@ uint32_t JPG_GetExifDWord()
     return GetExif(4);
 }
 
-// Copies `count` bytes of the file to a text, as many as it holds, and a NUL.
+// Copies `count` bytes of the file to a text, truncated to fit, with a NUL.
 static void CopyText(size_t from, size_t count, std::span<char> text)
 {
     const std::span<const uint8_t> bytes =
@@ -116,16 +116,16 @@ static float ReadDegrees(size_t position)
     return degrees;
 }
 
-// The first byte of the field; by the framework's rules the highest of its value, which in
-// little-endian files is the fourth.
+// Format: the first byte of the field. Framework: the highest byte of its value, which is the
+// fourth one in little-endian files.
 static char Letter(const JPG_EXIF_ENTRY &entry)
 {
     const bool first = JPG_ByFormat() && JPG_Exif.ByteOrder == 'I';
     return static_cast<char>(entry.Value >> (first ? 0 : 24));
 }
 
-// Whether a text stands in the entry's own field: when it fits; by the framework's rules a maker's
-// name whose place lies far into the file.
+// Whether a text is in the entry's own field. Format: when it fits. Framework: only a maker's name
+// whose offset lies far into the file.
 static bool IsInField(const JPG_EXIF_ENTRY &entry)
 {
     if (JPG_ByFormat())
@@ -142,7 +142,7 @@ static void CopyExifText(const JPG_EXIF_ENTRY &entry, size_t field, std::span<ch
         CopyText(size_t{JPG_Exif.Base} + entry.Value, entry.Count, text);
 }
 
-// Does what the tag of an entry asks for; `field` is the file position of its value.
+// Evaluates an entry by its tag; `field` is the file position of its value.
 static void ReadEntry(const JPG_EXIF_ENTRY &entry, size_t field)
 {
     JPG_EXIF &exif = JPG_Exif;
@@ -161,7 +161,7 @@ static void ReadEntry(const JPG_EXIF_ENTRY &entry, size_t field)
         exif.Longitude = ReadDegrees(target);
         break;
     case 259:
-        // As wide as its type says: a short stands in the first bytes of the field.
+        // Read by type: a short is in the first bytes of the field.
         JPG_Position = field;
         exif.ThumbCompression =
             static_cast<uint8_t>(entry.Type == 3 ? JPG_GetExifWord() : JPG_GetExifDWord());
@@ -192,7 +192,7 @@ static void ReadEntry(const JPG_EXIF_ENTRY &entry, size_t field)
     }
 }
 
-// Entries of all Exif segments of a file that are read: four times those of one full segment.
+// Maximum of Exif entries per file: four times those of one full segment.
 constexpr uint32_t JPG_MaxEntries = 4 * 16 * 256;
 
 // Each IFD takes one of 16 slots, so cyclic chains end.
@@ -231,8 +231,8 @@ static uint32_t RoundUp(uint32_t value, uint32_t unit)
     return unit == 0 ? 0 : (value + unit - 1) / unit * unit;
 }
 
-// The sampling factors of an MCU: by the framework's rules the first component's; by the format's
-// the greatest of all (T.81, A.1.1).
+// The sampling factors of an MCU. Framework: the first component's. Format: the greatest of all
+// (T.81, A.1.1).
 static void FindFactors()
 {
     const JPG_HEADER &h = JPG_Header;
@@ -273,7 +273,7 @@ static void ReadFrame(bool progressive)
     MakeGeometry();
 }
 
-// Canonical codes: ITU-T T.81, C.2.
+// Assigns the canonical codes: ITU-T T.81, C.2.
 static void MakeCodes(JPG_HUFFMAN &table)
 {
     uint32_t code = 0;
@@ -310,8 +310,8 @@ static void ReadHuffmanTable()
 namespace
 {
 
-// ITU-T T.81, K.3.3: the tables of luminance and of chrominance, whose codes grow by a prefix that
-// leaves out the one of all ones.
+// ITU-T T.81, K.3.3: the typical tables of luminance and chrominance. They are prefix codes that
+// leave out the code of all ones.
 struct JPG_TYPICAL {
     std::array<uint8_t, 16> Counts;
     std::array<uint8_t, 162> Symbols;
@@ -401,8 +401,8 @@ static void ReadQuantisationTable()
         JPG_Header.Quantisation[table.Number] = table;
 }
 
-// Some encoders write what they like where a sequential frame's scans have no choice. The format's
-// rules take them for what they must be.
+// In a sequential frame the scan parameters can have only one value, but some encoders write
+// others. The format's rules ignore what is written.
 static bool IsSequentialWhatever()
 {
     return JPG_ByFormat() && !JPG_Decoder.Progressive;
@@ -431,7 +431,7 @@ static void ReadScanHeader()
         h.ScanMode = h.Ah ? 5 : 4;
 }
 
-// Copies an APP segment's name and leaves the position after its zero.
+// Copies an APP segment's identifier and advances past its NUL.
 static void ReadIdentifier(size_t end)
 {
     const size_t start = JPG_Position;
@@ -441,15 +441,15 @@ static void ReadIdentifier(size_t end)
     CopyText(start, next - 1 - start, JPG_Header.Identifier);
 }
 
-// Where the thumbnail's bytes are. The framework's rules take them from where they lie when the
-// segment is the file's first.
+// Position of the thumbnail's bytes. Framework: fixed at 20, correct only if the segment is the
+// file's first.
 static size_t ThumbnailPosition()
 {
     return JPG_ByFormat() ? JPG_Position : 20;
 }
 
-// Where the walk goes on after a thumbnail: after its segment; by the framework's rules at the
-// offset width x height, which has no meaning, on purpose.
+// Where the walk resumes after a thumbnail. Format: after its segment. Framework: at the offset
+// width x height, which is meaningless, on purpose.
 static size_t PositionAfterThumbnail(size_t pixels, size_t end)
 {
     return JPG_ByFormat() ? end : pixels;
@@ -475,8 +475,8 @@ static void ReadThumbnail(uint8_t width, uint8_t height, size_t end)
     JPG_Position = PositionAfterThumbnail(pixels, end);
 }
 
-// JFIF's segment; another's APP0 has only its name. A thumbnail is read once, since the walk may go
-// on before it.
+// Reads JFIF's APP0 segment; of others only the identifier. A thumbnail is read only once, since
+// the walk may resume before it.
 static void ReadAPP0(size_t end)
 {
     JPG_HEADER &h = JPG_Header;
@@ -495,7 +495,7 @@ static void ReadAPP0(size_t end)
     JPG_Position = end;
 }
 
-// Adobe's segment tells the colours. Adobe Technical Note 5116, section 18.
+// Adobe's segment, which gives the colour transform. Adobe Technical Note 5116, section 18.
 static void ReadAPP14()
 {
     const std::span<const uint8_t> segment = Bytes_GetSpan(JPG_File, JPG_Position, 12);
@@ -505,7 +505,7 @@ static void ReadAPP14()
     JPG_Decoder.Transform = segment[11];
 }
 
-// Where a pair of bytes 0xFF `second` stands in [from, end), or `end`.
+// Position of the marker FF `second` in [from, end), or `end`.
 static size_t FindMarker(size_t from, size_t end, uint8_t second)
 {
     for (size_t i = from; i + 1 < std::min(end, JPG_File.size()); i++)
@@ -514,7 +514,7 @@ static size_t FindMarker(size_t from, size_t end, uint8_t second)
     return end;
 }
 
-// Where the first IFD is: by the framework's rules right after the TIFF header, whatever that says.
+// Position of the first IFD. Framework: right after the TIFF header, ignoring its offset.
 static size_t FirstIFD(size_t base)
 {
     size_t position = base + 4;
@@ -523,8 +523,8 @@ static size_t FirstIFD(size_t base)
     return JPG_ByFormat() ? base + offset : base + 8;
 }
 
-// A thumbnail that no tag places: the framework's rules look for one in as many of the file's first
-// bytes as the segment has.
+// Framework: without a thumbnail tag, searches the first bytes of the file for one, as many bytes
+// as the segment is long.
 static void FindThumbnail(size_t length)
 {
     JPG_EXIF &exif = JPG_Exif;
@@ -545,7 +545,7 @@ static void ReadAPP1(size_t end, size_t length)
     ReadIdentifier(end);
     if (std::strcmp(JPG_Header.Identifier.data(), "Exif") != 0)
         return;
-    JPG_Position++;  // the pad
+    JPG_Position++;  // padding byte
     const size_t base = JPG_Position;
     exif.Base = static_cast<uint16_t>(base);
     exif.ByteOrder = JPG_GetByte();
@@ -559,7 +559,7 @@ static void ReadAPP1(size_t end, size_t length)
         exif.ThumbCompression = 6;
 }
 
-// The framework's rules say on standard output which segments they skip.
+// Framework: traces a skipped segment on standard output.
 static void Trace(uint8_t marker)
 {
     if (JPG_ByFormat())
@@ -576,13 +576,14 @@ static void SkipSegment(uint8_t marker)
     Trace(marker);
 }
 
-// The application segments that tell something.
+// Reads the application segments that are used. True if the position after the segment is already
+// set.
 static bool ReadApplication(uint8_t marker, size_t end, size_t length)
 {
     switch (marker) {
     case 0xE0:
         ReadAPP0(end);
-        return true;  // it says where to go on
+        return true;  // it sets the position itself
     case 0xE1:
         ReadAPP1(end, length);
         break;
@@ -593,7 +594,7 @@ static bool ReadApplication(uint8_t marker, size_t end, size_t length)
     return false;
 }
 
-// Reads or skips the segment of a marker. False when it was a scan header.
+// Reads or skips a marker's segment. False if it is a scan header.
 static bool ReadSegment(uint8_t marker)
 {
     const size_t start = JPG_Position, length = JPG_GetWord(), end = start + length;
@@ -643,13 +644,13 @@ static bool ReadSegment(uint8_t marker)
     return true;
 }
 
-// A second FF fills (T.81, B.1.1.2), unless what follows cannot be a marker and thus is a length.
+// A second FF is a fill byte (T.81, B.1.1.2), unless no marker can follow; then it is a length.
 static bool IsFill(uint8_t marker)
 {
     return marker == 0xFF && JPG_Position < JPG_File.size() && JPG_File[JPG_Position] >= 0xC0;
 }
 
-// A frame header of no lines leaves their number to the DNL segment after the first scan. ITU-T
+// Takes the height from the DNL segment after the first scan if the frame header leaves it 0. ITU-T
 // T.81, B.2.5.
 static void ReadLineCount()
 {
@@ -676,12 +677,12 @@ void JPG_WalkMarkers()
             continue;
         const uint8_t marker = JPG_GetByte();
         if (IsFill(marker)) {
-            JPG_Position--;  // it begins the marker
+            JPG_Position--;  // it starts the marker
             continue;
         }
         if (marker == 0xD9 && JPG_Decoder.InScans) {
             JPG_Decoder.Ended = true;
-            break;  // whatever follows is no part of the picture
+            break;  // anything after EOI is not part of the picture
         }
         const bool bare = marker < 0xC0 || (marker >= 0xD0 && marker <= 0xD9);
         if (bare || ReadSegment(marker))

@@ -18,15 +18,15 @@ namespace
 
 struct COMPONENT {
     JPG_PLANE Plane;
-    size_t BlocksAcross, BlocksDown;  // with those that pad the last MCUs
-    size_t CodedAcross, CodedDown;    // of a scan of this component alone
-    // All blocks, column by column, and which of each block's coefficients in zigzag order but the
-    // first are not 0. Only for pictures of several scans.
+    size_t BlocksAcross, BlocksDown;  // including those that pad the last MCUs
+    size_t CodedAcross, CodedDown;    // in a scan of this component alone
+    // All blocks, in column order, and per block a bit for each nonzero AC coefficient, in zigzag
+    // order. Only for pictures of several scans.
     int16_t *Coefficients;
     std::vector<uint64_t> NonZero;
     std::array<float, 64> Scale;
-    bool Scaled;  // by the table that held at its first scan
-    int16_t DC;   // the last block's, which the next one's counts from
+    bool Scaled;  // Scale is set, by the table in force at its first scan
+    int16_t DC;   // of the previous block, to which the next difference is added
     JPG_CODES DCCodes, ACCodes;
 
     int16_t *BlockAt(size_t x, size_t y)
@@ -41,12 +41,12 @@ struct COMPONENT {
 
 struct PICTURE {
     std::array<COMPONENT, 4> Components;
-    std::unique_ptr<int16_t, PICTURE_FREE> Coefficients;  // of all components, in one piece
+    std::unique_ptr<int16_t, PICTURE_FREE> Coefficients;  // of all components, in one allocation
     size_t Count;                                         // of components
     JPG_COLOURS Colours;
-    int Scans;        // begun
-    uint64_t Visits;  // of blocks in all scans
-    bool Direct;      // one sequential scan holds everything: no coefficients are kept
+    int Scans;        // started so far
+    uint64_t Visits;  // blocks visited by all scans
+    bool Direct;      // one sequential scan has everything: no coefficients are stored
 };
 
 // The scan being decoded.
@@ -55,18 +55,18 @@ struct SCAN {
     size_t Across, Down;  // MCUs of all its components, or one component's blocks
     size_t Interval;      // MCUs between restart markers
     JPG_BITS Bits;
-    std::vector<uint8_t> Bytes;  // that Bits stands in
-    size_t Pending;              // restart interval that JPG_Position stands before
-    bool Ended;                  // another marker follows, or the file's end
+    std::vector<uint8_t> Bytes;  // of the current interval; Bits points into them
+    size_t Pending;              // restart interval that starts at JPG_Position
+    bool Ended;                  // the scan's data are followed by another marker or the file's end
     uint32_t EndOfBandRun;
-    bool GoesOn;  // after what is no code, and to the end of an MCU whose bits ran out
-    bool Lost;    // nothing more can be decoded of this restart interval
+    bool GoesOn;  // decodes past invalid codes, and completes an MCU whose bits ran out
+    bool Lost;    // the rest of this restart interval cannot be decoded
 
     bool Interleaved() const
     {
         return Components.size() > 1;
     }
-    // Gives up the interval in MCU x of a row. Returns the first that has nothing of it.
+    // Gives up the interval in MCU x of a row. Returns the first MCU that got nothing of it.
     size_t Leave(size_t x)
     {
         Lost = true;
@@ -76,8 +76,8 @@ struct SCAN {
 
 }  // namespace
 
-// Place of each coefficient in a block that stands column by column; places from 64 on are those of
-// runs that lead out of it.
+// Index of each zigzag coefficient in a block in column order. Indexes from 64 on catch runs that
+// leave the block.
 static const auto JPG_ColumnOrder = [] {
     std::array<uint8_t, 80> order;
     order.fill(64);
@@ -86,13 +86,13 @@ static const auto JPG_ColumnOrder = [] {
     return order;
 }();
 
-// Calls block(bits, component, x, y) for each block of the MCUs x..end of row y. Returns the first
-// MCU that could not be decoded since the bits came to their end, or to damage; or `end`. Where the
-// decoder goes on, the MCU in which the bits ran out counts, with zeros for those that lack.
+// Calls block(bits, component, x, y) for each block of the MCUs x..end - 1 of row y. Returns the
+// first MCU that could not be decoded because of damage or the end of the bits, or `end`. If GoesOn
+// is set, the MCU in which the bits ran out counts as decoded, its missing bits being zeros.
 template <typename Block>
 static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
 {
-    JPG_BITS bits = scan.Bits;  // in registers
+    JPG_BITS bits = scan.Bits;  // a copy, kept in registers
     if (!scan.Interleaved()) {
         for (COMPONENT &c = *scan.Components[0]; x < end; x++) {
             block(bits, c, x, y);
@@ -131,8 +131,8 @@ static bool IsEnd(int32_t entry)
     return c.DC;
 }
 
-// After a run that leads out of the block: the value is the last coefficient's where the decoder
-// goes on.
+// Ends a block whose run left it. If GoesOn is set the value goes to the last coefficient; else
+// this is damage.
 static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
 {
     if (c.ACCodes.GoesOn)
@@ -142,8 +142,8 @@ static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
     return 64;
 }
 
-// A whole block into `block`, which has room for one coefficient more. Returns the zigzag index
-// after the last one that may not be 0.
+// Decodes a whole block; `block` has room for one more coefficient. Returns the zigzag index after
+// the last coefficient that may be nonzero.
 [[gnu::always_inline]] static inline size_t DecodeBlock(JPG_BITS &bits, COMPONENT &c,
                                                         int16_t *block)
 {
@@ -164,10 +164,10 @@ static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
     return k;
 }
 
-// Each of the following decodes the MCUs x..end of row y by one of the scan modes, and returns what
-// EachBlock does.
+// Each of the following functions decodes the MCUs x..end - 1 of row y by one scan mode, and
+// returns what EachBlock returns.
 
-// A block that could not be decoded becomes grey afterwards.
+// The caller fills blocks that could not be decoded with grey.
 static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
 {
     return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
@@ -177,7 +177,7 @@ static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
     });
 }
 
-// What an earlier scan of the same component left stays where this one has zeros.
+// Zeros of this scan do not overwrite an earlier scan of the same component.
 static size_t DecodeSequential(SCAN &scan, size_t x, size_t end, size_t y)
 {
     return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
@@ -209,15 +209,14 @@ static size_t DecodeDCRefine(SCAN &scan, size_t x, size_t end, size_t y)
     });
 }
 
-// Blocks that an end-of-band symbol ends: this one and those that its bits count. ITU-T T.81,
-// table G.1.
+// Number of blocks that an end-of-band symbol ends, this one included. ITU-T T.81, table G.1.
 [[gnu::always_inline]] static inline uint32_t TakeRun(JPG_BITS &bits, int32_t entry)
 {
     const auto size = static_cast<uint32_t>(JPG_ValueOf(entry)) >> 4;
     return (1u << size) + bits.Take(size);
 }
 
-// ITU-T T.81, G.1.2.2.
+// First scan of a band: the coefficients' high bits. ITU-T T.81, G.1.2.2.
 static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
 {
     COMPONENT &c = *scan.Components[0];
@@ -262,7 +261,8 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
     return end;
 }
 
-// Reads a correction bit for each coefficient of `which`; no branch depends on it.
+// Reads a correction bit for each coefficient in `which`: if set, the magnitude grows by `bit`. No
+// branch depends on it.
 [[gnu::always_inline]] static inline void Correct(JPG_BITS &bits, int16_t *block, uint64_t which,
                                                   int bit)
 {
@@ -275,14 +275,14 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
     }
 }
 
-// The bits below bit `k`.
+// A mask of the bits below bit `k`.
 static uint64_t Below(size_t k)
 {
     return k > 63 ? ~uint64_t{0} : (uint64_t{1} << k) - 1;
 }
 
-// Where the zero after `zeros` others stands in `free`, whose bits are zero coefficients; 64 when
-// there are not so many.
+// Position of the zero coefficient that follows `zeros` others in `free`, a mask of zero
+// coefficients; 64 if it has too few.
 static size_t FindZero(uint64_t free, uint32_t zeros)
 {
     for (; zeros > 0 && free != 0; zeros--)
@@ -290,7 +290,17 @@ static size_t FindZero(uint64_t free, uint32_t zeros)
     return static_cast<size_t>(std::countr_zero(free));
 }
 
-// ITU-T T.81, G.1.2.3.
+// AC refinement. ITU-T T.81, G.1.2.3. Earlier scans sent the band's coefficients without their
+// lowest bits; this scan adds the bit Al to each, in one of two ways. A coefficient that is already
+// nonzero gets a plain correction bit. A coefficient that is still zero may become +-2^Al: that is
+// sent as a Huffman symbol with a sign bit, preceded by a run of zeros that counts only the
+// coefficients still zero. The correction bits of the nonzero coefficients that the run passes
+// follow the symbol and its sign, in zigzag order. A run of 16 zeros is a symbol without a new
+// coefficient. An end-of-band symbol says that no coefficient becomes nonzero in the rest of this
+// block and in as many more as it counts; only correction bits follow for them.
+//
+// NonZero records which coefficients are nonzero, so a run is resolved by bit operations: `left` is
+// the part of the band not yet visited, and FindZero gives the place k of the new coefficient.
 static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
 {
     COMPONENT &c = *scan.Components[0];
@@ -301,7 +311,7 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
     for (; x < end; x++) {
         int16_t *block = c.BlockAt(x, y);
         uint64_t &nonZero = c.NonZero[y * c.BlocksAcross + x];
-        uint64_t left = band;  // of this block
+        uint64_t left = band;  // coefficients of this block still to visit
         while (left != 0 && run == 0) {
             if (bits.Left < 32)
                 bits.Refill();
@@ -310,7 +320,7 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
                 run = TakeRun(bits, entry);
                 break;
             }
-            // Correct what lies before the place of the new coefficient.
+            // Correct the coefficients before the new one.
             const size_t k = FindZero(left & ~nonZero, JPG_ZerosOf(entry));
             Correct(bits, block, left & nonZero & Below(k), bit);
             left &= ~Below(k + 1);
@@ -335,7 +345,7 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
 
 using JPG_DECODE = size_t (*)(SCAN &scan, size_t x, size_t end, size_t y);
 
-// What decodes the current scan; null where its header makes no sense.
+// The function that decodes the current scan; null if its header is invalid.
 static JPG_DECODE DecoderOf(const PICTURE &picture, const SCAN &scan)
 {
     constexpr std::array<JPG_DECODE, 6> decoders = {
@@ -348,7 +358,7 @@ static JPG_DECODE DecoderOf(const PICTURE &picture, const SCAN &scan)
     return picture.Direct ? DecodeDirect : decoders[h.ScanMode];
 }
 
-// The process of a frame header that is not read.
+// Name of an unsupported frame header's process.
 static const char *ProcessOf(uint8_t marker)
 {
     switch (marker) {
@@ -366,7 +376,7 @@ static const char *ProcessOf(uint8_t marker)
     return "hierarchical coding";
 }
 
-// Whether every component's factors are 1 to 4 and within an MCU.
+// Whether every component's sampling factors are 1 to 4 and at most those of the MCU.
 static bool FactorsFit()
 {
     const JPG_HEADER &h = JPG_Header;
@@ -379,10 +389,10 @@ static bool FactorsFit()
                        });
 }
 
-// Pixels of an Exif thumbnail, which has 160 x 120 as a rule.
+// Maximum pixels of an Exif thumbnail, which normally has 160 x 120.
 constexpr uint32_t JPG_MaxThumbnail = 1 << 22;
 
-// Pixels that the picture may have, being a part of another file or a thumbnail.
+// Maximum pixels of this picture; limited only for thumbnails and parts of other files.
 static uint64_t MaxPixels()
 {
     return JPG_Decoder.Embedded ? JPG_MaxThumbnail
@@ -390,7 +400,7 @@ static uint64_t MaxPixels()
                                 : UINT64_MAX;
 }
 
-// What there is no picture for, and why.
+// Whether the picture is rejected; sets the reason.
 static bool IsRefused(JPG_COLOURS colours)
 {
     const JPG_HEADER &h = JPG_Header;
@@ -416,7 +426,7 @@ static bool IsRefused(JPG_COLOURS colours)
     return true;
 }
 
-// Bytes of a block's coefficients, and of which of them are 0.
+// Bytes per block: its coefficients and their mask of nonzero ones.
 constexpr uint64_t JPG_BlockMemory = 64 * sizeof(int16_t) + sizeof(uint64_t);
 
 // Blocks of all components in an MCU.
@@ -434,19 +444,20 @@ static uint64_t AllBlocks()
     return BlocksOfMcu() * JPG_Decoder.McusAcross * JPG_Decoder.McusDown;
 }
 
-// Bytes of the file from the picture's start on.
+// Bytes of the file from the picture's start.
 static uint64_t OwnBytes()
 {
     const size_t size = JPG_Header.FileSize, start = JPG_Decoder.Start;
     return size - std::min(size, start);
 }
 
-// The most blocks that a byte can stand for, where Picture_Believes asks for an eighth of them: a
-// scan has a bit for each at the least. Pictures of up to so many pixels are decoded whatever the
-// file's size, since a small damaged one may hold something.
+// Blocks that one byte may stand for. A scan has at least a bit for each block, and
+// Picture_Believes allows eight times as much. Pictures of up to JPG_FreePixels are decoded
+// whatever the file's size, since a small damaged file may still show something.
 constexpr uint64_t JPG_BlocksPerByte = 12, JPG_FreePixels = 1 << 23;
 
-// Of a part of another file the samples are copied, too.
+// Whether the file can hold the picture. A part of another file also needs memory for a copy of the
+// samples.
 static bool IsBelievable(const PICTURE &picture)
 {
     const JPG_DECODER &d = JPG_Decoder;
@@ -459,14 +470,14 @@ static bool IsBelievable(const PICTURE &picture)
          JPG_File.size(), d.Beside + coefficients + (d.Stream ? pixels * picture.Count : 0)});
 }
 
-// Several components may have the same id. By the framework's rules a scan's is always the first of
-// them; by the format's the first that the scan does not have yet.
+// Several components may have the same id. Framework: a scan always gets the first of them. Format:
+// the first that the scan does not have yet.
 static bool IsFree(const COMPONENT &component, const std::vector<COMPONENT *> &found)
 {
     return !JPG_ByFormat() || std::find(found.begin(), found.end(), &component) == found.end();
 }
 
-// The components that the current scan header names; none when it names one that there is not.
+// The components that the current scan header names; empty if it names an unknown one.
 static std::vector<COMPONENT *> FindComponents(PICTURE &picture)
 {
     const JPG_HEADER &h = JPG_Header;
@@ -483,7 +494,7 @@ static std::vector<COMPONENT *> FindComponents(PICTURE &picture)
     return found;
 }
 
-// Zeros for the coefficients of all components; false without memory.
+// Allocates zeroed coefficients for all components; false if memory runs out.
 static bool MakeCoefficients(PICTURE &picture)
 {
     size_t blocks = 0;
@@ -506,7 +517,8 @@ static uint8_t FullFactors()
     return static_cast<uint8_t>(JPG_Decoder.H << 4 | JPG_Decoder.V);
 }
 
-// A single component of other factors has its blocks not in the order of its MCUs.
+// Whether one sequential scan has everything. A single component with factors above 1 is excluded,
+// since its blocks are not in the order of its MCUs.
 static bool IsDirect(PICTURE &picture)
 {
     return JPG_Header.ScanMode == 1 && !JPG_Decoder.Progressive &&
@@ -531,9 +543,9 @@ static bool MakeComponents(PICTURE &picture)
     return picture.Direct || MakeCoefficients(picture);
 }
 
-// Greater numbers of a table are taken for this one. A sample is less than 7 x 2^15 times the
-// greatest, coefficients having 16 bits, and so within an int before it is cut to 255. Encoders
-// divide coefficients of at most 1024 by such numbers: pictures are what they were.
+// Larger quantisation values are clamped to this. Coefficients have 16 bits, so a sample is less
+// than 7 x 2^15 times the largest value, and fits an int before it is clamped to 255. Valid
+// pictures are unaffected: encoders divide coefficients of at most 1024 by such values.
 constexpr uint16_t JPG_MaxQuantisation = 8192;
 static_assert((int64_t{7} << 15) * JPG_MaxQuantisation < INT32_MAX);
 
@@ -569,7 +581,7 @@ static SCAN MakeScan(PICTURE &picture)
     scan.Across = JPG_Decoder.McusAcross;
     scan.Down = JPG_Decoder.McusDown;
     if (scan.Components.size() == 1) {
-        // A scan of one component has no MCUs beyond its samples. ITU-T T.81, A.2.2.
+        // A scan of one component has no MCUs beyond the component's samples. ITU-T T.81, A.2.2.
         scan.Across = scan.Components[0]->CodedAcross;
         scan.Down = scan.Components[0]->CodedDown;
     }
@@ -577,9 +589,9 @@ static SCAN MakeScan(PICTURE &picture)
     return scan;
 }
 
-// Reads the bits of restart interval `number`; false when they are lost. The marker after them
-// tells which interval follows: up to 3 ahead, the ones between are lost; else it is stale and
-// skipped with what follows it. Markers that have no meaning here are skipped.
+// Reads the bits of restart interval `number`; false if the interval is lost. The RSTn marker after
+// them says which interval comes next: if it is up to 3 ahead, those between are lost; else it is
+// stale and skipped with the data after it. Meaningless markers are skipped.
 static bool StartInterval(SCAN &scan, size_t number)
 {
     if (scan.Ended || scan.Pending > number)
@@ -598,7 +610,7 @@ static bool StartInterval(SCAN &scan, size_t number)
         if (file[JPG_Position] != 0xFF || marker < 0xC0 || marker == 0xFF)
             continue;
         scan.Ended = marker < 0xD0 || marker > 0xD7;
-        const size_t lost = (marker - number) & 7;  // intervals; 4 and more: it is stale
+        const size_t lost = (marker - number) & 7;  // intervals; 4 or more: the marker is stale
         if (scan.Ended)
             return true;
         if (lost < 4) {
@@ -619,7 +631,7 @@ static void FillGrey(SCAN &scan, size_t x, size_t end, size_t y)
                         8 * c->Plane.H * (end - x), uint8_t{128});
 }
 
-// Pixels of one row of MCUs, and those of the row above that waited for it.
+// Makes the pixels of one row of MCUs, and those of the row above that had to wait for it.
 static void MakePixels(PICTURE &picture, size_t y, uint8_t *pixels)
 {
     std::array<JPG_PLANE *, 4> planes;
@@ -631,7 +643,7 @@ static void MakePixels(PICTURE &picture, size_t y, uint8_t *pixels)
                  y == 0 ? 0 : JPG_RowsReady(*planes[0], step * y), to, pixels);
 }
 
-// Why MCU row y of a scan has not all of its blocks.
+// Sets the reason why MCU row y of a scan is incomplete.
 static void NoteLoss(const PICTURE &picture, const SCAN &scan, size_t y)
 {
     const JPG_HEADER &h = JPG_Header;
@@ -643,7 +655,7 @@ static void NoteLoss(const PICTURE &picture, const SCAN &scan, size_t y)
         Reason_Set("%s in scan %d after %zu of %d rows", what, picture.Scans, rows, h.Height);
 }
 
-// Decodes the scan at JPG_Position, which is left before the marker after it. Without more bits it
+// Decodes the scan at JPG_Position and stops before the marker after it. If the data run out it
 // ends at once, unless rows of pixels are still to be made.
 static void DecodeScan(PICTURE &picture, uint8_t *pixels)
 {
@@ -651,7 +663,7 @@ static void DecodeScan(PICTURE &picture, uint8_t *pixels)
     const JPG_DECODE decode = DecoderOf(picture, scan);
     if (!decode)
         return;
-    size_t mcu = 0, next = 0;  // where the current interval ends
+    size_t mcu = 0, next = 0;  // next: MCU at which the current interval ends
     bool good = false;
     for (size_t y = 0; y < scan.Down; y++) {
         for (size_t x = 0; x < scan.Across;) {
@@ -678,7 +690,7 @@ static void DecodeScan(PICTURE &picture, uint8_t *pixels)
     }
 }
 
-// Samples of one row of MCUs.
+// Makes the samples of one row of MCUs.
 static void TransformRow(COMPONENT &c, size_t y)
 {
     for (size_t v = c.Plane.V * y; v < c.Plane.V * (y + 1); v++)
@@ -690,12 +702,12 @@ static void TransformRow(COMPONENT &c, size_t y)
         }
 }
 
-// No encoder makes so many scans, nor such that visit their blocks so often: so a small file cannot
-// ask for hours.
+// Limits on the number of scans and of block visits, above what encoders produce, so that a small
+// file cannot cost hours.
 constexpr int JPG_MaxScans = 1000;
 constexpr uint64_t JPG_VisitsPerByte = 64, JPG_VisitsPerBlock = 32;
 
-// Whether the next scan is within those bounds.
+// Whether the next scan is within these limits.
 static bool IsBounded(const PICTURE &picture, uint64_t blocks)
 {
     if (picture.Scans >= JPG_MaxScans)
@@ -707,7 +719,7 @@ static bool IsBounded(const PICTURE &picture, uint64_t blocks)
     return false;
 }
 
-// What the file lacks although none of its scans is cut.
+// Sets the reason for scans that are missing altogether.
 static void NoteMissingScans(const PICTURE &picture)
 {
     for (size_t i = 0; i < picture.Count; i++)
@@ -720,7 +732,7 @@ static void NoteMissingScans(const PICTURE &picture)
 static void DecodeAllScans(PICTURE &picture, uint8_t *pixels)
 {
     JPG_Decoder.InScans = true;
-    const JPG_DECODER decoder = JPG_Decoder;  // should a second frame header follow
+    const JPG_DECODER decoder = JPG_Decoder;  // restored in case a second frame header follows
     const JPG_HEADER header = JPG_Header;
     const uint64_t blocks = AllBlocks();
     while (JPG_Header.DataOffset != 0 && IsBounded(picture, blocks)) {

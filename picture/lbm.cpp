@@ -54,7 +54,7 @@ static void ReadBMHD()
 {
     LBM_HEADER &h = LBM_Header;
     h.Width = LBM_GetWord();
-    h.BufferWidth = static_cast<uint16_t>((h.Width + 7) & ~7);  // 0 when it is too wide
+    h.BufferWidth = static_cast<uint16_t>((h.Width + 7) & ~7);  // 0 if it overflows
     h.Height = LBM_GetWord();
     h.X = LBM_GetWord();
     h.Y = LBM_GetWord();
@@ -70,7 +70,8 @@ static void ReadBMHD()
     h.OutputSize = static_cast<uint32_t>(uint64_t{h.BufferWidth} * h.Height * 4);
 }
 
-// Kept on purpose: as many entries as the planes can tell apart, even when the chunk is shorter.
+// On purpose: the framework reads as many entries as the planes can index, even from a shorter
+// chunk.
 static void ReadCMAP(size_t size)
 {
     auto &palette = LBM_Header.Palette;
@@ -89,7 +90,7 @@ static void ReadANNO(size_t size)
         text[i] = static_cast<char>(LBM_GetByte());
 }
 
-// Walks the chunks up to the BODY. A FORM is descended into.
+// Walks the chunks up to the BODY, descending into FORMs.
 static void ReadChunks()
 {
     LBM_HEADER &h = LBM_Header;
@@ -123,7 +124,7 @@ static void ReadChunks()
             h.BodyOffset = static_cast<uint32_t>(LBM_Position);
             h.BodySize = size != 0
                              ? size
-                             : static_cast<uint32_t>(h.FileSize - LBM_Position);  // a lazy writer
+                             : static_cast<uint32_t>(h.FileSize - LBM_Position);  // lazy writers
             break;
         }
         LBM_Position = next;
@@ -135,13 +136,13 @@ static bool IsChunky()
     return LBM_Header.FormType == LBM_PBM;
 }
 
-// Planes of a row in the file, with the mask.
+// Planes per row in the file, mask included.
 static size_t StoredPlanes()
 {
     return LBM_Header.Planes + size_t{LBM_Header.Masking == LBM_MaskPlane};
 }
 
-// Bytes of a whole row: of PBM's pixels, or of all planes when each takes `plane` bytes.
+// Bytes per row: PBM's pixels, or all planes at `plane` bytes each.
 static size_t RowBytes(size_t plane)
 {
     return IsChunky() ? (LBM_Header.Width + size_t{1}) & ~size_t{1} : plane * StoredPlanes();
@@ -152,14 +153,14 @@ static size_t ShortPlane()
     return LBM_Header.BufferWidth / 8u;
 }
 
-// The standard pads a plane's row to whole words.
+// Bytes of a plane's row, padded to 16-bit words as the standard asks.
 static size_t WordPlane()
 {
     return (ShortPlane() + 1) & ~size_t{1};
 }
 
-// Bytes of a plane's row. Files whose planes are padded to bytes only are told by their BODY: it is
-// whole, and ends within the row behind their last.
+// Bytes of a plane's row. Some files pad planes to bytes only; they are recognised by the size of
+// their BODY, which then ends within a row after the last one.
 static size_t PlaneBytes()
 {
     const LBM_HEADER &h = LBM_Header;
@@ -169,7 +170,7 @@ static size_t PlaneBytes()
     return fits && body < RowBytes(WordPlane()) * h.Height ? ShortPlane() : WordPlane();
 }
 
-// Planes of components instead of an index; by the format's rules of alpha, too.
+// Planes of colour components instead of an index. The format's rules also allow alpha.
 static bool IsTrueColor()
 {
     return LBM_Header.Planes == LBM_TrueColor ||
@@ -197,7 +198,7 @@ static bool IsPossible()
                              expands ? RowBytes(WordPlane()) * h.Height : 0});
 }
 
-// ACBM has the rows of a plane together; here they become ILBM's, the planes of a row together.
+// Rearranges ACBM's contiguous planes into ILBM's order, the planes of each row together.
 static BYTES_BUFFER Interleave()
 {
     const LBM_HEADER &h = LBM_Header;
@@ -214,7 +215,7 @@ static BYTES_BUFFER Interleave()
     return file;
 }
 
-// The file up to its BODY, then the BODY expanded.
+// The file with its BODY expanded: the bytes before it unchanged.
 static BYTES_BUFFER ExpandFile()
 {
     const LBM_HEADER &h = LBM_Header;
@@ -245,23 +246,24 @@ void LBM_Load(const char *path)
     });
 }
 
-// Byte columns that are turned at a time, and their bytes of eight planes.
+// Byte columns transposed at a time, and their bytes of eight planes.
 constexpr size_t LBM_Block = 8;
 using LBM_WORDS = std::array<uint64_t, LBM_Block>;
 
-// A word's first byte in memory is its lowest.
+// Converts between a word and its bytes in memory, the lowest byte first.
 static uint64_t InMemoryOrder(uint64_t word)
 {
     return std::endian::native == std::endian::little ? word : __builtin_bswap64(word);
 }
 
-// Turns an 8 x 8 matrix of units of UNIT bits, a row in each word: unit i of word j, and of each
-// group of 8 units there is, becomes unit j of word i. Halves, quarters and eighths change places.
+// Transposes an 8 x 8 matrix of units of UNIT bits, one row per word: unit i of word j becomes unit
+// j of word i. With UNIT 1 each of a word's eight bytes holds a matrix of its own. Swaps the
+// off-diagonal halves, then quarters, then eighths.
 template <int UNIT>
 static void Turn(LBM_WORDS &words)
 {
     const auto swap = [&words]<size_t STEP>(std::integral_constant<size_t, STEP>) {
-        // the lower STEP of each 2 STEP units
+        // selects the lower STEP of every 2 STEP units
         constexpr uint64_t mask = [] {
             uint64_t bits = 0;
             for (size_t bit = 0; bit < 64; bit++)
@@ -281,7 +283,7 @@ static void Turn(LBM_WORDS &words)
     swap(std::integral_constant<size_t, 1>());
 }
 
-// A block's columns by table, which is faster for few planes.
+// A block's columns by table look-up, faster for few planes.
 template <size_t COUNT>
 static void JoinFew(const LBM_WORDS &planes, uint8_t *out)
 {
@@ -293,7 +295,7 @@ static void JoinFew(const LBM_WORDS &planes, uint8_t *out)
     }
 }
 
-// A block's columns by turning: first a word for each bit position, then one for each column.
+// A block's columns by transposing: first one word per bit position, then one word per column.
 static void JoinMany(LBM_WORDS planes, uint8_t *out)
 {
     Turn<1>(planes);
@@ -305,8 +307,8 @@ static void JoinMany(LBM_WORDS planes, uint8_t *out)
     }
 }
 
-// The values that COUNT planes, the lowest bit first and `plane` bytes apart, give the pixels of
-// each byte column, the highest bit being the first. Writes whole blocks.
+// Combines COUNT planes, lowest bit first and `plane` bytes apart, into one value per pixel. The
+// highest bit of a byte is its first pixel. Writes whole blocks.
 template <size_t COUNT>
 static void JoinPlanes(const uint8_t *in, size_t plane, uint8_t *out)
 {
@@ -326,7 +328,7 @@ static void JoinPlanes(const uint8_t *in, size_t plane, uint8_t *out)
     }
 }
 
-// Pixels that JoinPlanes writes.
+// Number of pixels that JoinPlanes writes.
 static size_t JoinedPixels(size_t plane)
 {
     return (plane + LBM_Block - 1) / LBM_Block * LBM_Block * 8;
@@ -345,7 +347,7 @@ static uint32_t Color(uint8_t r, uint8_t g, uint8_t b, uint8_t a)
     return std::bit_cast<uint32_t>(std::array<uint8_t, 4>{r, g, b, a});
 }
 
-// By the format's rules: components of 4 bits, as early programs wrote them, to 8.
+// Format: scales components of 4 bits, which early programs wrote, to 8 bits.
 static void ScalePalette()
 {
     LBM_HEADER &h = LBM_Header;
@@ -358,7 +360,7 @@ static void ScalePalette()
             component = static_cast<uint8_t>(component | component >> 4);
 }
 
-// Six planes for 32 colours are half-bright, though a file should say so.
+// Format: six planes with 32 colours are half-bright even if the file does not say so.
 static bool IsHalfBright()
 {
     const LBM_HEADER &h = LBM_Header;
@@ -366,7 +368,7 @@ static bool IsHalfBright()
     return h.Planes == 6 && ((h.ViewMode & LBM_HalfBright) != 0 || unsaid) && !IsChunky();
 }
 
-// By the format's rules: planes without a palette are levels of grey.
+// Format: without a palette, planes are grey levels.
 static void MakeGreys()
 {
     LBM_HEADER &h = LBM_Header;
@@ -376,7 +378,7 @@ static void MakeGreys()
         h.Palette[i].fill(static_cast<uint8_t>(i * 255 / max));
 }
 
-// The palette; in half-bright its second 32 are the first at half their light.
+// The palette. In half-bright, entries from 32 on are the first 32 at half brightness.
 static LBM_COLORS ReadColors()
 {
     const LBM_HEADER &h = LBM_Header;
@@ -400,12 +402,12 @@ static void PaintIndices(const LBM_COLORS &colors, const uint8_t *in, size_t cou
         std::memcpy(out + 4 * i, &colors[in[i]], 4);
 }
 
-// Hold-And-Modify: what each code keeps of its left neighbour's colour, and what it adds.
+// Hold-And-Modify: bits of the left neighbour's colour that each code keeps, and bits that it adds.
 struct LBM_HAM {
     LBM_COLORS Kept, Added;
 };
 
-// The two highest planes say what the others, 4 or 6, are: an entry of the palette, or a new blue,
+// The two highest planes select the meaning of the other 4 or 6: a palette entry, or a new blue,
 // red or green.
 static LBM_HAM ReadHAM(const LBM_COLORS &colors)
 {
@@ -436,7 +438,7 @@ static LBM_HAM ReadHAM(const LBM_COLORS &colors)
     return ham;
 }
 
-// A row starts from the first colour of the palette.
+// A row starts with the palette's first colour.
 static void PaintHAM(const LBM_HAM &ham, const uint8_t *in, size_t count, uint8_t *out)
 {
     uint32_t color = ham.Added[0];
@@ -457,7 +459,7 @@ static void PaintComponents(const uint8_t *r, const uint8_t *g, const uint8_t *b
     }
 }
 
-// Calls row(bytes, out) for each row of which the file has something; the rest of it reads as 0.
+// Calls row(bytes, out) for each row that the file has, a truncated one padded with zeros.
 template <typename Row>
 static void DecodeRows(uint8_t *pixels, size_t bytes, const Row &row)
 {
@@ -519,7 +521,7 @@ static void DecodePlanar(uint8_t *pixels)
     });
 }
 
-// By the format's rules: pixels without their bit in the mask plane are transparent.
+// Format: pixels without their bit in the mask plane are transparent.
 static void ApplyMask(uint8_t *pixels)
 {
     const LBM_HEADER &h = LBM_Header;

@@ -7,7 +7,7 @@
 
 size_t PackBits_Expand(std::span<const uint8_t> packed, std::span<uint8_t> out)
 {
-    constexpr size_t chunk = 16, safe = 128 + chunk;  // chunks may pass a run's end
+    constexpr size_t chunk = 16, safe = 128 + chunk;  // chunks may write past a run's end
     size_t position = 0, written = 0;
     while (position < packed.size() && written < out.size()) {
         const uint8_t control = Bytes_GetByte(packed, position);

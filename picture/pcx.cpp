@@ -12,7 +12,7 @@ constinit thread_local BYTES_BUFFER PCX_File{};
 
 constexpr size_t PCX_HeaderSize = 128;
 constexpr size_t PCX_PaletteSize = 256 * 3;  // at the end of a file of 256 colours
-constexpr uint8_t PCX_PaletteMark = 12;      // before it
+constexpr uint8_t PCX_PaletteMark = 12;      // precedes the palette
 constexpr size_t PCX_MaxRun = 63;
 
 static bool ByFormat()
@@ -20,7 +20,7 @@ static bool ByFormat()
     return PCX_Header.Rules == PICTURE_RULES_FORMAT;
 }
 
-// Bit planes of one bit, as against one plane of indexes or a plane a component.
+// Bit planes of one bit each, rather than one plane of indexes or a plane per component.
 static bool IsPlanar()
 {
     return PCX_Header.BitsPerPixel == 1 || PCX_Header.BitsPerPixel == 4;
@@ -49,7 +49,7 @@ static size_t RowSize()
     return size_t{PCX_Header.Planes} * PCX_Header.BytesPerLine;
 }
 
-// Whether a palette of 256 colours ends the file.
+// Whether the file ends with a palette of 256 colours. The framework assumes it.
 static bool HasTailPalette()
 {
     size_t mark = PCX_File.size() - PCX_PaletteSize - 1;
@@ -57,19 +57,19 @@ static bool HasTailPalette()
                            Bytes_GetByte(PCX_File, mark) == PCX_PaletteMark);
 }
 
-// Bytes after the pixel data.
+// Size of the palette after the pixel data.
 static size_t TailSize()
 {
     return PCX_Header.BitsPerPixel == 8 && HasTailPalette() ? PCX_PaletteSize : 0;
 }
 
-// By the format's rules the palette has a mark before it.
+// Format: the palette follows a mark.
 static size_t MarkSize()
 {
     return ByFormat() && TailSize() != 0 ? 1 : 0;
 }
 
-// The pixel data, as far as the file has them.
+// The pixel data that the file has.
 static std::span<const uint8_t> PixelData()
 {
     const std::span<const uint8_t> rest = Bytes_GetSpan(PCX_File, PCX_HeaderSize);
@@ -82,7 +82,7 @@ static void ReadHeader()
     h = {};
     h.FileSize = static_cast<uint32_t>(PCX_File.size());
     h.Rules = Picture_Rules;
-    size_t position = 2;  // past the manufacturer and the version
+    size_t position = 2;  // past manufacturer and version
     h.Encoding = Bytes_GetByte(PCX_File, position);
     h.BitsPerPlane = Bytes_GetByte(PCX_File, position);
     for (uint16_t *corner : {&h.XMin, &h.YMin, &h.XMax, &h.YMax})
@@ -100,13 +100,13 @@ static void ReadHeader()
     h.BytesPerLine = std::max(h.BytesPerLine, static_cast<uint16_t>(needed));
 }
 
-// Bytes up to 192 stand for themselves; above, the low six bits count the byte that follows. Runs
-// go on across the ends of rows.
+// Bytes up to 192 are literals; the low six bits of larger ones are the count of the next byte.
+// Runs may cross the ends of rows.
 static void ExpandRuns(std::span<const uint8_t> packed, size_t size, BYTES_BUFFER &out)
 {
     const size_t start = out.size();
     size = std::min(size, packed.size() / 2 * PCX_MaxRun + 1);
-    out.resize(start + size + PCX_MaxRun);  // a run is written whole, then the next goes over it
+    out.resize(start + size + PCX_MaxRun);  // each run is written with PCX_MaxRun bytes
     uint8_t *to = out.data() + start;
     const uint8_t *const end = to + size;
     for (size_t i = 0; i < packed.size() && to < end;) {
@@ -121,7 +121,7 @@ static void ExpandRuns(std::span<const uint8_t> packed, size_t size, BYTES_BUFFE
     out.resize(std::min(static_cast<size_t>(to - out.data()), start + size));
 }
 
-// Whether the image of `size` bytes is, and the pixels that are made of it.
+// Whether the expanded image of `size` bytes, and its pixels, are in proportion to the file.
 static bool IsWorthExpanding(size_t size)
 {
     const PCX_HEADER &h = PCX_Header;
@@ -149,7 +149,7 @@ void PCX_Load(const char *path)
     });
 }
 
-// What the format's rules change of the palette that was read.
+// Format: corrects the palette after reading.
 static void CorrectPalette(size_t colours)
 {
     PIXELS_PALETTE &palette = PCX_Header.Palette;
@@ -173,7 +173,7 @@ static void ReadPalette()
         CorrectPalette(colours);
 }
 
-// By the format's rules: planes of 1, 2 or 4 bits of an index, the first plane its lowest bits.
+// Format: planes of 1, 2 or 4 bits of an index, the first plane the lowest bits.
 static void DecodeShallow(std::span<const uint8_t> row, uint8_t *out)
 {
     const PCX_HEADER &h = PCX_Header;
@@ -189,7 +189,7 @@ static void DecodeShallow(std::span<const uint8_t> row, uint8_t *out)
     }
 }
 
-// One bit of each of 1 or 4 planes makes an index, the first plane its lowest bit.
+// An index has one bit from each of 1 or 4 planes, the first plane the lowest bit.
 static void DecodePlanes(std::span<const uint8_t> row, uint8_t *out)
 {
     const PCX_HEADER &h = PCX_Header;
@@ -205,7 +205,7 @@ static void DecodePlanes(std::span<const uint8_t> row, uint8_t *out)
     }
 }
 
-// A plane each of red, green, blue and, by the format's rules, alpha.
+// One plane each of red, green, blue and, by the format's rules, alpha.
 static void DecodeComponents(std::span<const uint8_t> row, uint8_t *out)
 {
     const size_t width = PCX_Header.Width, line = PCX_Header.BytesPerLine;
@@ -238,7 +238,7 @@ uint8_t *PCX_Decoding()
         Reason_Set("%d planes of %d bits", h.Planes, h.BitsPerPlane);
         return nullptr;
     }
-    // A width of 65536 is stored as 0, and its lines may have no bytes.
+    // A width of 65536 is stored as 0; its lines may then be empty.
     const size_t held = RowSize() != 0 ? data.size() / RowSize() : 0;
     if (!Picture_Believes({h.Width, h.Height, held * h.Width, PCX_File.size()}))
         return nullptr;

@@ -5,9 +5,8 @@
 // in:
 //   depths   planes times bits of 1, 4, 8 or 24; every pair of 1, 2, 4 or 8 bits and 1 to 4 planes
 //   lines    at least as long as the width needs at 8 bits a plane; as long as the header says
-//   palette  256 colours at the end, unmarked; only after their mark, else greys. The
-//   header's
-//            has two of 16 entries for 2 colours, which are black and white where both are equal
+//   palette  256 colours at the end, unmarked; only after their mark, else greys. For 2 colours two
+//            of the header's 16 entries; black and white if these are equal
 #pragma once
 
 #include <cstdint>
@@ -18,7 +17,7 @@
 #pragma GCC visibility push(default)
 
 struct PCX_HEADER {
-    uint32_t FileSize;     // bytes; of a run-length coded file once expanded
+    uint32_t FileSize;     // bytes; for a run-length coded file the expanded size
     uint8_t Encoding;      // 1: run-length
     uint8_t BitsPerPlane;  // per pixel
     uint16_t XMin, YMin, XMax, YMax;
@@ -31,18 +30,19 @@ struct PCX_HEADER {
     uint8_t Rules;          // PICTURE_RULES of the load
 };
 
-/// The file being decoded, one at a time. The header stays after PCX_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after PCX_UnLoad.
 extern constinit thread_local PCX_HEADER PCX_Header;
 extern constinit thread_local BYTES_BUFFER PCX_File;  // the image, runs expanded
 
-/// Reads a file and expands its runs, to the size that the header tells and to what the file can
-/// carry. A bytes-per-line field too small for the width is not believed.
+/// Reads a file and expands its runs, limited by the header's size and by what the file can hold. A
+/// bytes-per-line field too small for the width is corrected.
 void PCX_Load(const char *path);
 
-/// Width x Height RGBA pixels, opaque; rows that the file lacks are 0. The caller frees them.
-/// Null for a file without its first row or an eighth of its pixels, for another depth than 1, 4, 8
-/// and 24 (3 planes of 8), and past Picture_MaxBytes. The expanded image stands beside the pixels:
-/// at most 32 times the file, and three quarters of Width x Height x 4 where lines are not padded.
+/// Width x Height RGBA pixels, opaque; missing rows are 0. The caller frees them. Null for a file
+/// without its first row or an eighth of its pixels, for depths other than 1, 4, 8 and 24 (3 planes
+/// of 8), and above Picture_MaxBytes. The expanded image is held in memory in addition to the
+/// pixels: at most 32 times the file, and three quarters of Width x Height x 4 if lines are not
+/// padded.
 uint8_t *PCX_Decoding();
 
 /// Frees the file image.

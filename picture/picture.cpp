@@ -29,7 +29,7 @@ constinit thread_local uint8_t PictureCR{}, PictureCG{}, PictureCB{}, PictureCA{
 namespace
 {
 
-// The first 256 bytes of a file; what it lacks is 0, and so is the byte behind them.
+// The first 256 bytes of a file, padded with zeros, and a NUL after them.
 struct PICTURE_HEAD {
     std::array<uint8_t, 257> Bytes{};
 
@@ -50,7 +50,7 @@ struct PICTURE_HEAD {
 
 }  // namespace
 
-// An XBM file is C text: its three names appear, in either case, before the first NUL.
+// An XBM file is C text: its three names occur, in either case, before the first NUL.
 static bool LooksLikeXBM(const PICTURE_HEAD &head)
 {
     for (const char *name : {"_width", "_height", "_bits"}) {
@@ -67,7 +67,7 @@ static bool Begins(const PICTURE_HEAD &head, Magic... magic)
     return (head.Has(0, magic) || ...);
 }
 
-// By the format's rules: what is detected otherwise than by the framework's.
+// Detection by the format's rules, where it differs from the framework's.
 
 static bool FormatPNM(const PICTURE_HEAD &head)
 {
@@ -87,7 +87,7 @@ static bool FormatTIFF(const PICTURE_HEAD &head)
     return Begins(head, "II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv);
 }
 
-// TGA has no signature: a header whose fields are all of those that occur.
+// TGA has no signature: every field of the header must have a value that occurs in practice.
 static bool FormatTGA(const PICTURE_HEAD &head)
 {
     const uint8_t map = head[1], type = head[2], mapBits = head[7], bits = head[16];
@@ -102,7 +102,7 @@ static bool FormatTGA(const PICTURE_HEAD &head)
     return mapFits && bitsFit && sides && (head[17] & 0xC0) == 0;
 }
 
-// What most headers give.
+// Fills the fields that most headers have.
 template <typename Header>
 static void Fill(Picture &picture, const Header &header, uint8_t *(*decode)())
 {
@@ -140,7 +140,7 @@ static void FillTIF(Picture &picture, uint16_t)
     Fill(picture, TIF_Header, TIF_Decoding);
 }
 
-// The decoder's rows end on whole bytes of a plane; the record's on its width.
+// Removes the padding of the decoder's rows, which end on whole bytes of a plane.
 static void FillLBM(Picture &picture, uint16_t)
 {
     picture.Bits = LBM_Header.Planes;
@@ -173,13 +173,13 @@ static void FreePixels(const Picture &picture)
 namespace
 {
 
-// How much a match says by the format's rules: candidates are tried from the surest on.
+// Reliability of a match by the format's rules: candidates are tried from the most reliable on.
 enum PICTURE_SURENESS : uint8_t { PICTURE_SIGNATURE, PICTURE_MAGIC, PICTURE_PLAUSIBLE };
 
-// All that is known of a format, in one place. Detected: whether a file's head is its own, and the
-// same by the format's rules. Load, Fill (the decoder's header and pixels into the record) and
-// UnLoad run in this order, Free when the record goes. Load and Fill are null where nothing decodes
-// it.
+// Everything about a format. Detected: whether a file's head matches; FormatDetected: the same by
+// the format's rules. Load, Fill (copies the decoder's header and pixels into the record) and
+// UnLoad run in this order; Free runs when the record is unloaded. Load and Fill are null for a
+// format without a decoder.
 struct PICTURE_ROW {
     PICTURE_FORMAT Format;
     const char *Name;
@@ -218,7 +218,7 @@ static constexpr auto IsTIFF = [](const PICTURE_HEAD &h) { return Begins(h, "II"
 static constexpr auto IsGIF = [](const PICTURE_HEAD &h) { return Begins(h, "GIF8"); };
 static constexpr auto IsSPR = [](const PICTURE_HEAD &h) { return Begins(h, "SPRITES"); };
 
-// By the format's rules.
+// Detected only by the format's rules.
 static constexpr auto IsAnyILBM = [](const PICTURE_HEAD &h) {
     return IsILBM(h) || (Begins(h, "FORM") && h.Has(8, "ACBM"));
 };
@@ -271,7 +271,7 @@ const char *Picture_FormatName(uint8_t format)
 namespace
 {
 
-// Formats that a file may be of, to be tried in this order.
+// Possible formats of a file, in the order in which they are tried.
 struct PICTURE_CANDIDATES {
     std::array<uint8_t, PICTURE_FORMATS> Formats{};
     size_t Count = 0;
@@ -294,7 +294,7 @@ static PICTURE_CANDIDATES Candidates(const char *path, uint16_t rawPlanes)
                 if (row.Sureness == sureness && row.FormatDetected && row.FormatDetected(head))
                     add(row.Format);
     } else {
-        uint8_t last = PICTURE_UNKNOWN;  // the last signature that matches wins, on purpose
+        uint8_t last = PICTURE_UNKNOWN;  // on purpose: the last signature that matches wins
         for (const PICTURE_ROW &row : formats)
             if (row.Detected && row.Detected(head))
                 last = row.Format;
@@ -327,14 +327,14 @@ static Picture LoadAs(const PICTURE_ROW &row, const char *path, uint16_t hint, u
     if (picture.Pixels)
         return picture;
     Reason_Set("damaged, or of a kind that is not supported");
-    std::free(picture.ThumbPixels);  // nobody unloads a picture that is none
+    std::free(picture.ThumbPixels);  // callers do not unload a picture without pixels
     picture.ThumbPixels = nullptr;
     picture.ThumbWidth = picture.ThumbHeight = 0;
     return picture;
 }
 
-// Loads what is open under the path. What its first candidate refuses goes to the next; where all
-// refuse, the first one's verdict stands.
+// Loads the file open under this path. If one candidate rejects it the next is tried; if all do,
+// the result and the reason are those of the first.
 static Picture LoadOpened(const char *path, uint16_t hint, uint16_t rawPlanes)
 {
     Reason_Clear();
@@ -402,7 +402,7 @@ void Picture_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a)
 Picture Sprite_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
 {
     const Picture picture = Picture_Load(path, hint, rawPlanes);
-    Picture_UnLoad(picture);  // kept on purpose: callers get the sizes only
+    Picture_UnLoad(picture);  // on purpose: callers get only the sizes
     return picture;
 }
 

@@ -1,7 +1,7 @@
 // Pictures of every format as one record of RGBA pixels: detection by content, loading, release,
-// conversion to HAM68, and output through the raster layer. Any number of threads may load, each
-// its own pictures: the decoders' globals are thread-local. A picture may be used and unloaded on
-// another thread than the one that loaded it.
+// conversion to HAM68, and output through the raster layer. Any number of threads may load pictures
+// at the same time, since the decoders' globals are thread-local. A picture may be used and
+// unloaded on another thread than the one that loaded it.
 #pragma once
 
 #include <cstddef>
@@ -26,7 +26,7 @@ enum PICTURE_FORMAT : uint8_t {
     PICTURE_TIFF = 10,
     PICTURE_GIF = 11,
     PICTURE_SPRITES = 12,  // the framework's own sprite file
-    PICTURE_FORMATS        // how many codes there are
+    PICTURE_FORMATS        // number of codes
 };
 
 struct Picture {
@@ -40,54 +40,53 @@ struct Picture {
     uint8_t Format;  // PICTURE_FORMAT
 };
 
-/// Current drawing colour, also the key colour of the drawing operations; every thread has its own.
+/// Current drawing colour, also the key colour of the drawing operations; per thread.
 extern constinit thread_local uint8_t PictureCR, PictureCG, PictureCB, PictureCA;
 
-/// A format's name for a person, such as "PNG"; "unknown" for any other number.
+/// A format's display name, such as "PNG"; "unknown" for any other number.
 const char *Picture_FormatName(uint8_t format);
 
-/// Format of the file from its first 256 bytes; the last signature that matches wins, on purpose.
-/// `rawPlanes` 6 or 8 says that the file is a headerless HAM dump and makes it PICTURE_HAM68
-/// unread.
+/// Detects a file's format from its first 256 bytes; the last matching signature wins, on purpose.
+/// `rawPlanes` 6 or 8 declares a headerless HAM dump: the result is PICTURE_HAM68 without a check.
 uint8_t Picture_Check(const char *path, uint16_t rawPlanes);
 /// The same for a file in memory.
 uint8_t Picture_CheckBytes(std::span<const uint8_t> file, uint16_t rawPlanes);
 
-/// Detects, reads and decodes a file under the rules that Picture_Rules names. `hint` is the width
-/// of a headerless HAM file (0: 320), and for GIF 1 to lay every frame over the one before. Pixels
-/// is null, and nothing is printed, when the file cannot be read. Nothing is thrown. The caller
-/// owns the record until Picture_UnLoad.
+/// Detects, reads and decodes a file under the rules that Picture_Rules selects. `hint` is the
+/// width of a headerless HAM file (0: 320); for GIF, 1 draws every frame over the one before.
+/// Pixels is null, with a reason, if nothing can be decoded; nothing is printed if the file cannot
+/// be read. Throws nothing. The caller owns the record until Picture_UnLoad.
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes);
-/// The same for a file in memory, which is wanted only during the call.
+/// The same for a file in memory, which is used only during the call.
 Picture Picture_LoadBytes(std::span<const uint8_t> file, uint16_t hint, uint16_t rawPlanes);
 
 /// Why this thread's last load gave no pixels, or fewer than its file promises, such as "cut after
-/// 312 of 480 rows"; "" when nothing is missing. Valid until the thread's next load.
+/// 312 of 480 rows"; "" if nothing is missing. Valid until the thread's next load.
 const char *Picture_Reason();
 
-/// Frees what the record owns. A GIF's frames and a sprite file's images go with it. The record may
+/// Frees what the record owns, including a GIF's frames and a sprite file's images. The record may
 /// come from another thread.
 void Picture_UnLoad(Picture picture);
 
 /// Writes the picture as HAM6 (1), HAM8 (2), or either with run-length compression (3, 4). Returns
-/// 0 when the file was written whole; other modes do nothing and return 0. The null picture writes
-/// nothing and gives EOF; rows are taken to be Width long, whatever BufferWidth says.
+/// 0 if the whole file was written. Other modes do nothing and return 0. A picture without pixels
+/// writes nothing and returns EOF. Rows are assumed to be Width long, whatever BufferWidth says.
 int Picture_Converter(uint8_t mode, const char *path, const Picture &picture);
 
 /// Draws the picture, or its thumbnail, with its top left at (x, y) and rows going to smaller y.
-/// Pixels of alpha 0 are left out.
+/// Pixels of alpha 0 are skipped.
 void Picture_Put(int16_t x, int16_t y, const Picture &picture);
 void Picture_PutThumbnail(int16_t x, int16_t y, const Picture &picture);
 
-/// Draws the picture scaled to newWidth x newHeight and turned by `angle` degrees about the middle
-/// of that area, which comes to lie at (x, y). NaN draws nothing.
+/// Draws the picture scaled to newWidth x newHeight and rotated by `angle` degrees about the middle
+/// of that area, which is placed at (x, y). NaN draws nothing.
 void Picture_PutRotate(int16_t x, int16_t y, double angle, int16_t newWidth, int16_t newHeight,
                        const Picture &picture);
 
 /// Sets PictureCR, PictureCG, PictureCB and PictureCA.
 void Picture_SetColor(uint8_t r, uint8_t g, uint8_t b, uint8_t a);
 
-/// Loads a picture and frees it at once: only sizes, Bits and Format of the result may be used.
+/// Loads a picture and frees it at once: only sizes, Bits and Format of the result are valid.
 Picture Sprite_Load(const char *path, uint16_t hint, uint16_t rawPlanes);
 /// No effect: sprites are drawn as pictures.
 void Sprite_Put(int16_t x, int16_t y);

@@ -1,4 +1,4 @@
-// Output of pictures through the raster layer, which itself draws on pictures.
+// Output of pictures through the raster layer.
 #include <cmath>
 #include <numbers>
 
@@ -10,7 +10,7 @@ static int16_t To16(int value)
     return static_cast<int16_t>(value);
 }
 
-// Draws a pixel in its own colour unless it is wholly transparent.
+// Draws a pixel in its own colour unless its alpha is 0.
 static void PutVisible(int16_t x, int16_t y, const uint8_t *rgba)
 {
     if (rgba[3] == 0)

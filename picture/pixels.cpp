@@ -8,7 +8,7 @@
 constinit thread_local uint8_t Picture_Rules = PICTURE_RULES_FRAMEWORK;
 size_t Picture_MaxBytes = size_t{512} << 20;
 
-// Bytes of a picture; 0, with a reason, for one that cannot be.
+// Bytes of a picture; 0, with a reason, for invalid sizes.
 static size_t PixelBytes(uint64_t width, uint64_t height)
 {
     if (width == 0 || height == 0) {

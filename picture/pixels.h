@@ -1,6 +1,6 @@
-// The floor of the decoders: the rules they read by, the bounds of what they believe, buffers of
-// pixels, and runs of samples into R G B A pixels. `out` has room for 4 bytes a pixel; what is not
-// said to be transparent gets alpha 255.
+// Shared base of the decoders: the rules they read by, the limits of what they accept, pixel
+// buffers, and conversion of runs of samples to R G B A pixels. `out` has room for 4 bytes a pixel;
+// alpha is 255 unless stated otherwise.
 #pragma once
 
 #include <array>
@@ -14,15 +14,15 @@
 
 #pragma GCC visibility push(default)
 
-/// By which rules files are read. A decoder reads the switch when a load begins; its header lists
-/// where the two differ.
+/// The rules by which files are read. A decoder reads the switch at the start of a load; its header
+/// lists the differences.
 enum PICTURE_RULES : uint8_t {
-    PICTURE_RULES_FRAMEWORK = 0,  // the framework's own, oddities and all
-    PICTURE_RULES_FORMAT = 1,     // each format's published ones
+    PICTURE_RULES_FRAMEWORK = 0,  // the framework's own, with all oddities
+    PICTURE_RULES_FORMAT = 1,     // each format's published rules
 };
 extern constinit thread_local uint8_t Picture_Rules;
 
-/// Bytes that one pixel buffer may have; larger pictures are null pictures. To be lowered or raised
+/// Maximum size of a pixel buffer in bytes; larger pictures are rejected. Change it only
 /// before other threads load.
 extern size_t Picture_MaxBytes;
 
@@ -30,30 +30,31 @@ extern size_t Picture_MaxBytes;
 /// more is decoded as truncated.
 constexpr size_t Picture_MinShare = 8;
 
-/// What decoding a file may take of memory: so many bytes, and so many more for each of the file's.
+/// Memory that decoding a file may take: a fixed amount, plus so many bytes for each byte of the
+/// file.
 constexpr uint64_t Picture_FreeMemory = 48 << 20, Picture_MemoryPerByte = 4096;
 
-/// What a file says of its picture.
+/// What a file claims about its picture.
 struct PICTURE_CLAIM {
     uint64_t Width, Height;  // pixels
-    uint64_t Held;           // pixels that its data can stand for at the compression's best
+    uint64_t Held;           // pixels that its data can hold at the compression's best ratio
     uint64_t FileBytes;
-    uint64_t Beside = 0;  // bytes that decoding takes beside four a pixel
+    uint64_t Beside = 0;  // memory for decoding in addition to the pixels, bytes
 };
 
-/// Whether that is to be believed: neither side is 0, the pixels fit into Picture_MaxBytes, the
-/// data hold at least one part in Picture_MinShare of them, and the file is worth the memory. Sets
-/// the reason if not.
+/// Whether the claim is acceptable: neither side is 0, the pixels fit into Picture_MaxBytes, the
+/// data can hold at least one part in Picture_MinShare of them, and the memory is in proportion to
+/// the file. Sets the reason if not.
 bool Picture_Believes(const PICTURE_CLAIM &claim);
 
-/// A zeroed buffer of width x height RGBA pixels from calloc, the caller's. Null, with a reason,
-/// when a side is 0, when it would pass Picture_MaxBytes, or without memory.
+/// A zeroed buffer of width x height RGBA pixels from calloc, owned by the caller. Null, with a
+/// reason, if a side is 0, if it would exceed Picture_MaxBytes, or if memory runs out.
 uint8_t *Picture_NewPixels(uint32_t width, uint32_t height);
 
-/// The same without clearing, for decoders that set every pixel whatever the file.
+/// The same, uninitialised, for decoders that always set every pixel.
 uint8_t *Picture_NewUnsetPixels(uint32_t width, uint32_t height);
 
-/// Owner of a buffer that may not get to the caller.
+/// Owner of a malloc'ed buffer.
 struct PICTURE_FREE {
     void operator()(void *buffer) const
     {
@@ -64,7 +65,7 @@ using PICTURE_PIXELS = std::unique_ptr<uint8_t, PICTURE_FREE>;
 
 using PIXELS_PALETTE = std::array<std::array<uint8_t, 4>, 256>;  // R G B A
 
-/// A pixel as the word whose bytes lie in memory in this order.
+/// A pixel as a word that has these bytes in memory, in this order.
 constexpr uint32_t Pixels_Pack(uint32_t r, uint32_t g, uint32_t b, uint32_t a)
 {
     return std::endian::native == std::endian::little ? r | g << 8 | b << 16 | a << 24
@@ -90,10 +91,10 @@ constexpr uint32_t Pixels_SwapRedBlue(uint32_t pixel)
     return (pixel & kept) | std::rotl(pixel & ~kept, 16);
 }
 
-/// As many triples of R, G, B (or B, G, R) as there are whole ones.
+/// Converts all whole triples of R, G, B (or B, G, R).
 void Pixels_FromTriples(std::span<const uint8_t> samples, bool blueFirst, uint8_t *out);
 
-/// One palette entry a pixel, its alpha included.
+/// Converts palette indexes; alpha is the palette's.
 inline void Pixels_FromIndexes(std::span<const uint8_t> indexes, const PIXELS_PALETTE &palette,
                                uint8_t *out)
 {
@@ -101,14 +102,14 @@ inline void Pixels_FromIndexes(std::span<const uint8_t> indexes, const PIXELS_PA
         std::memcpy(out + 4 * i, palette[indexes[i]].data(), 4);
 }
 
-/// One grey sample a pixel.
+/// Converts grey samples.
 inline void Pixels_FromGreys(std::span<const uint8_t> greys, uint8_t *out)
 {
     for (size_t i = 0; i < greys.size(); i++)
         Pixels_Put(out + 4 * i, Pixels_Pack(greys[i], greys[i], greys[i], 255));
 }
 
-/// A byte's bits as eight bytes of 0 or 1, the highest bit first in memory.
+/// The bits of each byte as eight bytes of 0 or 1, the highest bit first in memory.
 inline constexpr std::array<uint64_t, 256> Pixels_Spread = [] {
     std::array<uint64_t, 256> spread{};
     for (size_t byte = 0; byte < spread.size(); byte++) {
@@ -121,7 +122,7 @@ inline constexpr std::array<uint64_t, 256> Pixels_Spread = [] {
 }();
 static_assert(Pixels_Spread[0x80] + Pixels_Spread[0x01] == Pixels_Spread[0x81]);
 
-/// The eight pixels of a byte whose set bits are black and clear bits white, for either order.
+/// The eight pixels of each byte, set bits black and clear bits white, for either bit order.
 using PIXELS_BILEVEL = std::array<std::array<uint8_t, 32>, 256>;
 constexpr PIXELS_BILEVEL Pixels_MakeBilevel(bool highestFirst)
 {

@@ -1,12 +1,12 @@
-// A source of its own, so that a program whose decoder needs none of it links no choice of
-// processors.
+// A source of its own, so that programs that do not use it are not linked with the run-time choice
+// of processor variants.
 #include <cstring>
 
 #include "extra/lanes.h"
 #include "picture/pixels.h"
 
-// Four triples at a time by one shuffle of sixteen bytes, as long as there are as many; returns how
-// many that were.
+// Converts triples, four at a time by one 16-byte shuffle, while 16 bytes are left; returns how
+// many.
 template <bool BlueFirst>
 EXTRA_LANES static size_t TriplesInLanes(const uint8_t *samples, size_t count, uint8_t *out)
 {
@@ -32,7 +32,7 @@ static void FromTriples(const uint8_t *samples, size_t count, uint8_t *out)
         Pixels_Put(to, (BlueFirst ? Pixels_SwapRedBlue(pixel) : pixel) | Pixels_Pack(0, 0, 0, 255));
     };
     size_t i = TriplesInLanes<BlueFirst>(samples, count, out);
-    for (; i + 1 < count; i++)  // the fourth byte is the next triple's first
+    for (; i + 1 < count; i++)  // the fourth byte read belongs to the next triple
         put(out + 4 * i, Pixels_Get(samples + 3 * i));
     if (count > 0) {
         const uint8_t *last = samples + 3 * (count - 1);

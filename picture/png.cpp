@@ -24,12 +24,16 @@ const std::array<const char *, 7> PNG_ColorType = {
 const std::array<const char *, 2> PNG_Interlace = {"Not interlace", "Adam 7"};
 const std::array<const char *, 2> PNG_Unit = {"Ratio", "Meters"};
 
-// ISO/IEC 15948, 11.2.2: samples of a pixel by colour type, 0 where no such type exists; and the
-// bit depths allowed, as a set of bits.
+// ISO/IEC 15948, 11.2.2: samples per pixel by colour type, 0 for an unknown type; and the bit
+// depths allowed, as a bit set.
 constexpr std::array<uint8_t, 7> PNG_Samples = {1, 0, 3, 1, 2, 0, 4};
 constexpr std::array<uint32_t, 7> PNG_Depths = {0x10116, 0, 0x10100, 0x116, 0x10100, 0, 0x10100};
 
-// ISO/IEC 15948, 8.2: first pixel and step of each of the seven passes.
+// ISO/IEC 15948, 8.2 "Interlace methods". Adam7 sends the picture in seven passes, each a small
+// picture of its own with its own filtered rows. Pass p has every DX-th pixel from column IX on, in
+// every DY-th row from row IY on. Each pixel belongs to exactly one pass: the first has one pixel
+// of every 8 x 8 tile, and the later ones fill the gaps between those already sent. A pass without
+// pixels, in a picture smaller than a tile, has no data, not even filter bytes.
 constexpr std::array<uint8_t, 7> PNG_Adam7IX = {0, 4, 0, 2, 0, 1, 0};
 constexpr std::array<uint8_t, 7> PNG_Adam7IY = {0, 0, 4, 0, 2, 0, 1};
 constexpr std::array<uint8_t, 7> PNG_Adam7DX = {8, 8, 4, 4, 2, 2, 1};
@@ -54,9 +58,8 @@ static constexpr uint32_t ChunkType(const char (&name)[5])
     return type;
 }
 
-// Where the rules differ: the palette that a file begins with. The framework's is that of the file
-// before, for a picture without its own; the standard's is empty, and what lies beyond a palette
-// decodes as opaque black.
+// The initial palette. Framework: that of the previous file, which a picture without its own
+// palette uses. Format: empty; indexes beyond a palette decode as opaque black.
 static void BeginPalette(PNG_HEADER &next)
 {
     if (Picture_Rules == PICTURE_RULES_FORMAT) {
@@ -69,7 +72,7 @@ static void BeginPalette(PNG_HEADER &next)
     next.PaletteAlpha = PNG_Header.PaletteAlpha;
 }
 
-// And whether the colour that a file says is transparent counts; the framework only stores it.
+// Whether the file's transparent colour is applied. The framework only stores it.
 static bool KeyCounts()
 {
     return Picture_Rules == PICTURE_RULES_FORMAT;
@@ -166,7 +169,7 @@ static uint32_t PNG_GetDWord()
         *field = PNG_GetByte();
 }
 
-// Reads a text up to its NUL, which is consumed, the end of the chunk or as much as `out` holds.
+// Reads a text up to and including its NUL, to the end of the chunk, or until `out` is full.
 template <size_t Size>
 static void PNG_GetText(std::array<char, Size> &out, size_t end)
 {
@@ -176,7 +179,7 @@ static void PNG_GetText(std::array<char, Size> &out, size_t end)
         if (c == 0)
             return;
         if (i + 1 == Size) {
-            PNG_Position--;  // the rest belongs to what follows
+            PNG_Position--;  // not consumed: the next field starts with it
             return;
         }
         out[i] = static_cast<char>(c);
@@ -209,8 +212,7 @@ static void PNG_GetText(std::array<char, Size> &out, size_t end)
         PNG_GetText(text.Text, end);
 }
 
-// Moves a chunk's data to those of the earlier ones, at the start of the file's own buffer, which
-// they cannot outgrow.
+// Compacts IDAT data in place at the start of the file buffer.
 static void PNG_GatherIDAT(size_t length)
 {
     if (PNG_Header.DataOffset == 0)
@@ -223,7 +225,7 @@ static void PNG_GatherIDAT(size_t length)
 
 static void PNG_ReadChunks()
 {
-    PNG_Position = 8;  // past the signature, which detection has seen
+    PNG_Position = 8;  // past the signature, checked by the detection
     while (PNG_Position < PNG_File.size()) {
         const size_t length = PNG_GetDWord();
         const uint32_t type = PNG_GetDWord();
@@ -266,7 +268,7 @@ static void PNG_ReadChunks()
             PNG_ReadTRNS(length);
             break;
         }
-        PNG_Position = end + 4;  // past what was not read and the CRC, which nobody checks
+        PNG_Position = end + 4;  // past unread data and the CRC, which is not checked
     }
 }
 
@@ -287,10 +289,10 @@ void PNG_Load(const char *path)
 namespace
 {
 
-// Inflated data on their way: those still to use and, before them, what the stream may refer to.
+// A window of inflated data: bytes not used yet and, before them, the history for back references.
 struct PNG_WINDOW {
     std::vector<uint8_t> Bytes;
-    size_t End;  // of the inflated data in Bytes; PNG_Position is the next to use
+    size_t End;  // of the inflated data in Bytes; PNG_Position is the next byte to use
 };
 
 }  // namespace
@@ -304,7 +306,7 @@ static void PNG_OpenWindow(PNG_WINDOW &window, uint64_t size, size_t longestRow)
     Inflate_Begin(std::span(PNG_Decoder.Data).first(PNG_Decoder.Length));
 }
 
-// The next `size` bytes, fewer at the end of the stream. They stay until the next call.
+// The next `size` bytes, fewer at the end of the stream. Valid until the next call.
 static std::span<const uint8_t> PNG_NextBytes(PNG_WINDOW &window, size_t size)
 {
     const std::span room = std::span(window.Bytes).first(window.Bytes.size() - PNG_LineSlack);
@@ -327,8 +329,8 @@ static std::span<const uint8_t> PNG_NextBytes(PNG_WINDOW &window, size_t size)
 
 using RGBA = std::array<uint8_t, 4>;
 
-// The colours that a line's byte of grey levels or palette indices stands for, the leftmost in its
-// highest bits: 8 / BitDepth of them a byte.
+// The colours of a byte of grey levels or palette indexes, 8 / BitDepth of them, the leftmost pixel
+// being in the byte's highest bits.
 static constinit thread_local std::array<RGBA, 256 * 8> PNG_Colours{};
 
 static void MakeColours()
@@ -346,7 +348,7 @@ static void MakeColours()
         }
 }
 
-// Converters of a line's pixels to RGBA: through PNG_Colours,
+// Converts a line of indexes to RGBA through PNG_Colours.
 template <size_t Depth>
 static void ConvertIndices(const uint8_t *line, uint8_t *out, size_t pixels)
 {
@@ -358,7 +360,7 @@ static void ConvertIndices(const uint8_t *line, uint8_t *out, size_t pixels)
         std::memcpy(out, colours + *line * count, 4 * pixels);
 }
 
-// and from bytes of pixels `Step` long, alpha 255 where A lies outside.
+// Converts a line of pixels of `Step` bytes to RGBA; alpha is 255 if A is not below Step.
 template <size_t Step, size_t R, size_t G, size_t B, size_t A>
 static void Convert(const uint8_t *line, uint8_t *out, size_t pixels)
 {
@@ -395,7 +397,8 @@ static CONVERT ConvertOf(uint8_t type, uint8_t depth)
     }
 }
 
-// The transparent colour as bytes of a line, where samples have 16 bits and lose their low halves.
+// The transparent colour as bytes of a line, for 16-bit samples, which lose their low bytes in
+// RGBA.
 static std::vector<uint8_t> WideKey()
 {
     const PNG_HEADER &h = PNG_Header;
@@ -419,7 +422,7 @@ static void ClearWideKey(std::span<const uint8_t> key, const uint8_t *line, uint
             out[i * 4 + 3] = 0;
 }
 
-// The same of up to 8 bits, of which pixels have kept all.
+// Applies the transparent colour for samples of up to 8 bits, which are complete in RGBA.
 static void ClearKey(uint8_t *pixels, size_t count)
 {
     const PNG_HEADER &h = PNG_Header;
@@ -444,7 +447,7 @@ static uint64_t RowBytes(uint64_t width)
 namespace
 {
 
-// A smaller picture within the picture: every DX-th pixel from IX on of every DY-th row from IY on.
+// One pass as a picture of its own. See PNG_Adam7IX.
 struct PNG_PASS {
     uint32_t Width, Height;
     size_t IX, IY, DX, DY;
@@ -464,7 +467,7 @@ static PNG_PASS PNG_Adam7GetPassValues(size_t pass)
             dy};
 }
 
-// The passes that have pixels: the whole picture, or Adam7's.
+// The passes that have pixels: one for the whole picture, or Adam7's.
 static std::vector<PNG_PASS> Passes()
 {
     const PNG_HEADER &h = PNG_Header;
@@ -479,7 +482,7 @@ static std::vector<PNG_PASS> Passes()
     return passes;
 }
 
-// Whether the header is one that the standard allows, and there are data that could fill it.
+// Whether the standard allows the header and the data could fill the picture.
 static bool Decodable()
 {
     const PNG_HEADER &h = PNG_Header;
@@ -495,16 +498,16 @@ static bool Decodable()
         Reason_Set("no picture data");
         return false;
     }
-    // RFC 1951 makes at most 258 bytes of 2 bits. Picture_MinShare leaves room for damage in
-    // pixels of 8 bits and more, and for the eight pixels that a byte of 1-bit samples holds.
+    // DEFLATE makes at most 258 bytes of 2 bits. Picture_MinShare allows for damage, and for the
+    // eight pixels in a byte of 1-bit samples.
     constexpr uint64_t maxInflation = 1032;
     return Picture_Believes(
         {h.IHDRWidth, h.IHDRHeight, PNG_Decoder.Length * maxInflation, PNG_Decoder.Data.size()});
 }
 
-// Takes the passes' rows from the window as long as they come; returns how many came whole. Rows of
-// 8-bit RGB and RGBA become RGBA while they are unfiltered, where they belong if they are whole
-// rows of the picture; others are unfiltered on two lines by turns and then converted.
+// Decodes the rows of the passes from the window; returns how many were complete. Rows of 8-bit RGB
+// and RGBA are converted while they are unfiltered, directly in the picture if they are whole rows
+// of it. Other rows are unfiltered into two lines used in turn and then converted.
 static size_t DecodeRows(PNG_WINDOW &window, std::span<const PNG_PASS> passes, uint8_t *pixels)
 {
     const PNG_HEADER &h = Extra_Local(PNG_Header);
@@ -558,7 +561,7 @@ static size_t DecodeRows(PNG_WINDOW &window, std::span<const PNG_PASS> passes, u
     return rows;
 }
 
-// Inflates, unfilters and converts into zeroed pixels of the picture's size.
+// Inflates, unfilters and converts into zeroed pixels.
 static void Decode(uint8_t *pixels)
 {
     const std::vector<PNG_PASS> passes = Passes();

@@ -7,8 +7,8 @@
 namespace
 {
 
-// Sixteen samples side by side, and as four pixels; eight, and wide enough for sums and
-// differences. The first lane lies first in memory, whatever the order of its own bytes.
+// Vectors of sixteen samples, also as four pixels; of eight samples, and wide enough for sums and
+// differences. The first lane is first in memory, whatever the byte order within a lane.
 using BYTES [[gnu::vector_size(16)]] = uint8_t;
 using PIXELS [[gnu::vector_size(16)]] = uint32_t;
 using NARROW [[gnu::vector_size(8)]] = uint8_t;
@@ -26,7 +26,7 @@ struct MOVED {
 
 }  // namespace
 
-// A pixel's bytes; 3 and 6 take one or two more with them.
+// Loads a pixel; steps of 3 and 6 load one or two bytes too many.
 template <size_t Step>
 static inline BYTES LoadBytes(const uint8_t *from)
 {
@@ -38,7 +38,7 @@ static inline BYTES LoadBytes(const uint8_t *from)
 template <size_t Step>
 static inline LANES LoadPixel(const uint8_t *from)
 {
-    // The sample is a lane's lower byte, a zero its higher one.
+    // Zero-extends each sample to a 16-bit lane.
     constexpr bool little = std::endian::native == std::endian::little;
     constexpr int even = little ? 0 : 16, odd = 16 - even;
     return reinterpret_cast<LANES>(__builtin_shufflevector(
@@ -46,7 +46,7 @@ static inline LANES LoadPixel(const uint8_t *from)
         odd + 3, even + 4, odd + 4, even + 5, odd + 5, even + 6, odd + 6, even + 7, odd + 7));
 }
 
-// Stores a pixel of `Step` bytes, or makes one of four of them: RGB becomes opaque RGBA.
+// Stores a pixel of `Step` bytes. If Out is larger, RGB becomes opaque RGBA.
 template <size_t Step, size_t Out>
 static inline void StoreBytes(uint8_t *to, BYTES bytes)
 {
@@ -70,7 +70,7 @@ static inline LANES AddBytes(LANES a, LANES b)
     return reinterpret_cast<LANES>(reinterpret_cast<BYTES>(a) + reinterpret_cast<BYTES>(b));
 }
 
-// Four pixels of RGBA, or of RGB as such, alphas to be made.
+// Loads four pixels of RGBA, or of RGB without their alphas.
 template <size_t Step>
 static inline BYTES LoadFour(const uint8_t *from)
 {
@@ -91,8 +91,8 @@ static inline void StoreFour(uint8_t *to, BYTES bytes)
     std::memcpy(to, &bytes, sizeof bytes);
 }
 
-// The filters' inverses take lines whose pixels are `Step` bytes apart to lines whose pixels are
-// `Out` bytes apart, of which the one above is `prior`.
+// The inverse filters. Input pixels have `Step` bytes, output pixels `Out` bytes, as has `prior`,
+// the line above.
 template <size_t Step, size_t Out>
 static void UnNone(const uint8_t *in, uint8_t *out, size_t pixels)
 {
@@ -113,7 +113,7 @@ static void UnSub(const uint8_t *in, uint8_t *out, size_t pixels)
     BYTES a{};
     size_t i = 0;
     if constexpr (Out == 4) {
-        PIXELS last{};  // the pixel before the four, four times
+        PIXELS last{};  // the pixel before these four, four times
         for (; i + 4 <= pixels; i += 4) {
             BYTES four = LoadFour<Step>(in + i * Step);
             const auto add = [&four](PIXELS more) {
@@ -162,8 +162,9 @@ static void UnAverage(const uint8_t *in, const uint8_t *prior, uint8_t *out, siz
     }
 }
 
-// x and the nearest of a, b, c to a + b - c. That is c where t = 3c - a - b lies between a and b,
-// and else the greater of a and b where t lies below both, the lesser where it lies above.
+// Adds to x the Paeth predictor: that of a, b, c which is nearest to a + b - c. With t = 3c - a - b
+// it is c if t lies between a and b, the greater of a and b if t lies below both, and the lesser if
+// t lies above both.
 static inline LANES AddPaeth(LANES a, LANES b, LANES c, LANES x)
 {
     const LANES t = (3 * c - b) - a;
@@ -185,8 +186,8 @@ static void UnPaeth(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_
     }
 }
 
-// Two lines at once, the lower one a pixel later: each pixel has to wait for the one to its left,
-// which leaves time for two.
+// Two lines at once, the lower one a pixel behind the upper: each pixel depends on its left
+// neighbour, and the two chains of dependencies run in parallel.
 template <size_t Step>
 static void UnPaethTwo(const uint8_t *in, const uint8_t *lowerIn, const uint8_t *prior,
                        uint8_t *out, uint8_t *lowerOut, size_t pixels)
@@ -228,7 +229,7 @@ static void PNG_UnFilter(uint8_t filter, const uint8_t *in, const uint8_t *prior
     case 4:
         UnPaeth<Step, Out>(in, prior, out, pixels);
         break;
-    default:  // no such filter
+    default:  // unknown filter
         std::memset(out, 0, pixels * Out);
         break;
     }

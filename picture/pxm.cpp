@@ -16,7 +16,7 @@ constinit thread_local BYTES_BUFFER PXM_File{};
 constinit thread_local size_t PXM_Position{};
 
 constexpr PIXELS_BILEVEL PXM_Bits = Pixels_MakeBilevel(true);
-constexpr size_t PXM_NumberLength = 7;  // characters, as System_ReadNumber takes
+constexpr size_t PXM_NumberLength = 7;  // characters, the limit of System_ReadNumber
 
 static bool IsDigit(uint8_t c)
 {
@@ -41,7 +41,7 @@ static void SkipLine(std::span<const uint8_t> file, size_t &position)
     }
 }
 
-// System_ReadNumber behind any white space, without a step past the end of the file.
+// System_ReadNumber after white space, without reading past the end of the file.
 static uint32_t ReadNumber(std::span<const uint8_t> file, size_t &position)
 {
     SkipSpace(file, position);
@@ -54,7 +54,7 @@ static uint32_t ReadNumber(std::span<const uint8_t> file, size_t &position)
     return value;
 }
 
-// 0 for what 16 bits cannot hold.
+// A number of the header; 0 if it exceeds 16 bits.
 static uint16_t ReadHeaderNumber()
 {
     SkipSpace(PXM_File, PXM_Position);
@@ -101,7 +101,7 @@ static void SkipBlanksAndComments(std::span<const uint8_t> file, size_t &positio
     }
 }
 
-// The next word, "" at the end of the file.
+// The next word, or "" at the end of the file.
 static std::string_view ReadWord()
 {
     SkipBlanksAndComments(PXM_File, PXM_Position);
@@ -113,7 +113,7 @@ static std::string_view ReadWord()
     return {reinterpret_cast<const char *>(word.data()), word.size()};
 }
 
-// 0 for what is not a number of 16 bits.
+// 0 if the word is not a 16-bit number.
 static uint16_t ToNumber(std::string_view word)
 {
     uint16_t number = 0;
@@ -121,7 +121,7 @@ static uint16_t ToNumber(std::string_view word)
     return error == std::errc() && end == word.data() + word.size() ? number : uint16_t{0};
 }
 
-// PAM: a name and a value a line, up to ENDHDR.
+// PAM: one name and value per line, up to ENDHDR.
 static void ReadPAMHeader()
 {
     PXM_HEADER &h = PXM_Header;
@@ -152,7 +152,7 @@ static void ReadFormatHeader()
         h.Height = ToNumber(ReadWord());
         if (h.Type != 1 && h.Type != 4)
             h.Maximum = ToNumber(ReadWord());
-        PXM_Position++;  // one blank before bytes
+        PXM_Position++;  // one blank precedes binary samples
         constexpr std::array<uint8_t, 7> depths = {0, 0, 1, 3, 0, 1, 3};
         h.Depth = h.Type < depths.size() ? depths[h.Type] : uint8_t{0};
     }
@@ -177,7 +177,7 @@ void PXM_Load(const char *path)
     h.Size = uint32_t{h.Width} * h.Height * 4;
 }
 
-// The brightness of each sample.
+// The brightness of each sample value.
 static std::array<uint8_t, 256> MakeScale(uint16_t maximum)
 {
     std::array<uint8_t, 256> scale{};
@@ -187,9 +187,9 @@ static std::array<uint8_t, 256> MakeScale(uint16_t maximum)
     return scale;
 }
 
-// The decoders return where the pixels that the file has end.
+// The decoders return the end of the pixels that the file has.
 
-// One character a pixel, with white space between them or without.
+// One character per pixel, with or without white space between them.
 static uint8_t *DecodeBitText(uint8_t *out, size_t count)
 {
     const std::span<const uint8_t> file = PXM_File;
@@ -211,9 +211,9 @@ static uint8_t *DecodeBitText(uint8_t *out, size_t count)
     return out;
 }
 
-// The next number, as above, with a short way for what nearly all are: one to three digits and a
-// separator. Eight bytes are looked at at once, so that no branch depends on the length, which bit
-// 4 tells: digits have it, separators do not.
+// Like ReadNumber, with a fast path for one to three digits and a separator, the common case. It
+// examines eight bytes at once, so no branch depends on the length: bit 4 is set in digits but not
+// in separators.
 static uint32_t ReadSample(std::span<const uint8_t> file, size_t &position)
 {
     if (file.size() - position >= 8) {
@@ -223,7 +223,7 @@ static uint32_t ReadSample(std::span<const uint8_t> file, size_t &position)
                               uint64_t{p[6]} << 48 | uint64_t{p[7]} << 56;
         const auto length = static_cast<size_t>(std::countr_zero(~text & 0x1010101010101010)) / 8;
         if (length >= 1 && length <= 3 && IsSpace(p[length])) {
-            // The last digit is the highest byte; bytes in front of the first are 0.
+            // The last digit is the highest byte; bytes before the first digit are 0.
             const uint64_t digits = (text ^ 0x3030303030303030) << (64 - 8 * length);
             if (((digits | (digits + 0x7676767676767676)) & 0x8080808080808080) == 0) {
                 position += length + 1;
@@ -235,7 +235,7 @@ static uint32_t ReadSample(std::span<const uint8_t> file, size_t &position)
     return ReadNumber(file, position);
 }
 
-// Fills `samples` with the low bytes of numbers; returns how many there are.
+// Fills `samples` with the low bytes of numbers; returns how many were read.
 static size_t ReadNumbers(std::span<const uint8_t> file, size_t &position,
                           std::span<uint8_t> samples)
 {
@@ -250,7 +250,7 @@ static size_t ReadNumbers(std::span<const uint8_t> file, size_t &position,
     return count;
 }
 
-// Grey and colour, text and bytes, row by row.
+// Decodes grey and colour, text and binary, row by row.
 static uint8_t *DecodeSamples(uint8_t *out)
 {
     const PXM_HEADER &h = PXM_Header;
@@ -280,7 +280,7 @@ static uint8_t *DecodeSamples(uint8_t *out)
     return out;
 }
 
-// Kept on purpose: a row has no byte for the pixels of a remainder, and these are black.
+// On purpose: a row has no byte for the last Width % 8 pixels, and these are black.
 static uint8_t *DecodeFrameworkBits(uint8_t *out)
 {
     const size_t row = PXM_Header.Width / 8, rest = PXM_Header.Width % 8;
@@ -311,7 +311,7 @@ static uint8_t *DecodeFormatBits(uint8_t *out)
     return out;
 }
 
-// The next number of a text, blanks and comments before it skipped; nothing at the end or at what
+// The next number of a text, after blanks and comments; nothing at the end or at a character that
 // is not a digit.
 static std::optional<uint32_t> ReadTextSample(std::span<const uint8_t> file, size_t &position)
 {
@@ -323,14 +323,14 @@ static std::optional<uint32_t> ReadTextSample(std::span<const uint8_t> file, siz
     return position != start ? std::optional(value) : std::nullopt;
 }
 
-// Samples by the format's rules: of any maximum, of one byte or two, 1 to 4 of them a pixel.
+// Format: samples of any maximum, of one or two bytes, 1 to 4 per pixel.
 static uint8_t *DecodeFormatSamples(uint8_t *out)
 {
     const PXM_HEADER &h = PXM_Header;
     const std::span<const uint8_t> file = PXM_File;
     const uint32_t maximum = h.Maximum;
     const bool text = h.Type <= 3, wide = maximum > 255;
-    // Samples of two bytes are scaled to 16 bits, of which the high byte counts.
+    // Two-byte samples are scaled to 16 bits, of which the high byte is kept.
     std::vector<uint8_t> scale(maximum + 1u);
     for (uint64_t s = 0; s <= maximum; s++)
         scale[s] = static_cast<uint8_t>(wide ? (s * 0xFFFF + maximum / 2) / maximum >> 8
@@ -366,14 +366,14 @@ static uint8_t *DecodeFormatSamples(uint8_t *out)
     return out;
 }
 
-// Whether samples are read the same by both rules, and so by the fast way.
+// Whether both rules read the samples alike, so that the fast path serves.
 static bool HasPlainSamples()
 {
     const PXM_HEADER &h = PXM_Header;
     return !ByFormat() || (h.Maximum == 255 && h.Type > 4 && h.Type < 7);
 }
 
-// Bytes or characters that a row takes at least.
+// Minimum number of bytes or characters of a row.
 static size_t ShortestRow()
 {
     const PXM_HEADER &h = PXM_Header;

@@ -34,7 +34,7 @@ uint8_t *SPR_Decoding()
     SPR_HEADER &h = SPR_Header;
     const size_t row = size_t{h.Width} * 3, image = row * h.Height;
     const auto stored = Bytes_GetSpan(SPR_File, SPR_HeaderSize, h.Count * image);
-    // An image counts from its first row on.
+    // An image counts if it has its first row.
     const size_t count = stored.size() / image + (stored.size() % image >= row ? 1 : 0);
     if (stored.size() < h.Count * image)
         Reason_Set("cut in image %zu of %d", stored.size() / image + 1, h.Count);

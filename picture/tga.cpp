@@ -15,7 +15,7 @@ constinit thread_local BYTES_BUFFER TGA_File{};
 constexpr size_t TGA_HeaderSize = 18;
 constexpr size_t TGA_FooterSize = 26;  // of version 2
 constexpr size_t TGA_MaxRun = 128;
-// Image types; those that are run-length coded are 8 more.
+// Image types. The run-length coded ones are 8 higher.
 constexpr uint8_t TGA_Mapped = 1, TGA_TrueColour = 2, TGA_Grey = 3, TGA_RunLength = 8;
 
 static bool ByFormat()
@@ -23,7 +23,7 @@ static bool ByFormat()
     return TGA_Header.Rules == PICTURE_RULES_FORMAT;
 }
 
-// Bytes of a pixel in the file.
+// Bytes per pixel in the file.
 static size_t PixelSize()
 {
     return (TGA_Header.BitsPerPixel + 7u) / 8;
@@ -34,7 +34,7 @@ static size_t ImageSize()
     return size_t{TGA_Header.Width} * TGA_Header.Height * PixelSize();
 }
 
-// The colour map stands between the image ID and the pixels.
+// The colour map is between the image ID and the pixels.
 static void ReadMapFields()
 {
     TGA_HEADER &h = TGA_Header;
@@ -55,7 +55,7 @@ static void ReadHeader()
     TGA_HEADER &h = TGA_Header;
     h = {};
     h.Rules = Picture_Rules;
-    size_t position = 2;  // past the lengths of image ID and colour map
+    size_t position = 2;  // past the image ID's length and the colour map's type
     h.ImageType = Bytes_GetByte(TGA_File, position);
     position = 12;
     h.Width = Bytes_GetLittle(TGA_File, position, 2);
@@ -70,7 +70,7 @@ static void ReadHeader()
         ReadMapFields();
 }
 
-// Kept on purpose: other files are not detected, so nothing else is looked for.
+// On purpose: the framework reads no other kinds, and does not detect their files.
 static bool FrameworkSupports(uint8_t type)
 {
     return type == TGA_TrueColour &&
@@ -93,20 +93,20 @@ static bool FormatSupports(uint8_t type)
     }
 }
 
-// Whether pixels of this type, the run-length coded ones counting as plain, are decoded.
+// Whether a type is supported; `type` is the plain one for run-length coded types.
 static bool Supports(uint8_t type)
 {
     return ByFormat() ? FormatSupports(type) : FrameworkSupports(type);
 }
 
-// Packets of pixels of N bytes: the low seven bits and 1 count the pixels, the high bit says that
-// one pixel stands for them all. Returns how far `packed` was read.
+// Expands packets of N-byte pixels: the low seven bits plus 1 are the number of pixels; if the high
+// bit is set, one pixel is repeated. Returns the number of bytes read from `packed`.
 template <size_t N>
 static size_t ExpandPackets(std::span<const uint8_t> packed, BYTES_BUFFER &out)
 {
     const size_t start = out.size();
     const size_t size = std::min(ImageSize(), packed.size() * TGA_MaxRun);
-    out.resize(start + size + TGA_MaxRun * N);  // the last packet may reach past the image
+    out.resize(start + size + TGA_MaxRun * N);  // the last packet may exceed the image
     uint8_t *to = out.data() + start;
     const uint8_t *const end = to + size;
     size_t i = 0;
@@ -129,7 +129,7 @@ static size_t ExpandPackets(std::span<const uint8_t> packed, BYTES_BUFFER &out)
     return i;
 }
 
-// Undoes the run-length coding of what follows the header. A version 2 footer stays after it.
+// Expands the data after the header. A version 2 footer is kept after them.
 static void ExpandFile()
 {
     TGA_HEADER &h = TGA_Header;
@@ -169,8 +169,8 @@ void TGA_Load(const char *path)
     });
 }
 
-// 5 bits each of red, green and blue from bit 10 down, brought to 8 by repeating their own. Bit 15
-// is left out: files call it alpha and leave it 0 throughout.
+// 5 bits each of red, green and blue from bit 10 down, scaled to 8 by repeating their high bits.
+// Bit 15 is ignored: files declare it alpha but leave it 0 throughout.
 static uint32_t FromWord(uint32_t word)
 {
     const auto wide = [word](int shift) {
@@ -180,7 +180,7 @@ static uint32_t FromWord(uint32_t word)
     return Pixels_Pack(wide(10), wide(5), wide(0), 255);
 }
 
-// A pixel or an entry of a colour map of 15, 16, 24 or 32 bits.
+// A pixel or colour map entry of 15, 16, 24 or 32 bits.
 static uint32_t FromEntry(const uint8_t *entry, uint8_t bits)
 {
     if (bits <= 16)
@@ -188,7 +188,7 @@ static uint32_t FromEntry(const uint8_t *entry, uint8_t bits)
     return Pixels_Pack(entry[2], entry[1], entry[0], bits == 32 ? entry[3] : 255);
 }
 
-// The colours by index; what the map does not have is opaque black.
+// The colours by index; entries that the map lacks are opaque black.
 static std::vector<uint32_t> ReadMap()
 {
     const TGA_HEADER &h = TGA_Header;
@@ -202,8 +202,8 @@ static std::vector<uint32_t> ReadMap()
     return colours;
 }
 
-// Calls row(bytes, out) for each row of the file with as many whole pixels as it has; the rest
-// stays transparent.
+// Calls row(bytes, out) for each row of the file with its complete pixels; missing pixels are
+// transparent.
 template <typename Row>
 static void DecodeRows(std::span<const uint8_t> data, uint8_t *pixels, const Row &decode)
 {
@@ -219,7 +219,7 @@ static void DecodeRows(std::span<const uint8_t> data, uint8_t *pixels, const Row
     }
 }
 
-// By the format's rules: kinds that are rarer.
+// Format: the rarer kinds.
 static void DecodeRare(std::span<const uint8_t> data, uint8_t *pixels)
 {
     const TGA_HEADER &h = TGA_Header;
@@ -257,7 +257,7 @@ static void DecodePlain(std::span<const uint8_t> data, uint8_t *pixels)
         });
 }
 
-// By the format's rules: columns that the file has from the right.
+// Format: mirrors rows that are stored from right to left.
 static void Mirror(uint8_t *pixels)
 {
     const TGA_HEADER &h = TGA_Header;

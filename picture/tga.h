@@ -1,11 +1,11 @@
 // TGA pictures (Targa): true colour of 24 and 32 bits, plain or run-length coded; by the format's
-// rules (Truevision TGA 2.0) everything else, too.
+// rules (Truevision TGA 2.0) all other kinds, too.
 //
 // The framework's rules and the format's (Picture_Rules) differ in:
-//   pixels    at byte 18; after the image ID and the colour map, which the header gives the sizes
-//   of kinds     true colour of 24 and 32 bits; colour maps, grey, 15 and 16 bits as well alpha the
-//   fourth byte; as many bits as the header says, without them opaque origin    bottom left when
-//   both bits are clear, else top left; each bit by itself
+//   pixels    at byte 18; after the image ID and the colour map, whose sizes are in the header
+//   kinds     true colour of 24 and 32 bits; also colour maps, grey, 15 and 16 bits
+//   alpha     the fourth byte; also the second byte of 16-bit grey. AlphaBits is ignored by both
+//   origin    bottom left if both bits are clear, else top left; each bit by itself
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@
 
 #pragma GCC visibility push(default)
 
-/// What TGA_GetHeader gives.
+/// The result of TGA_GetHeader.
 struct TGA_SIZE {
     uint32_t Width, Height;  // pixels
     uint32_t Size;           // Width x Height x 4
@@ -23,28 +23,27 @@ struct TGA_SIZE {
 
 struct TGA_HEADER : TGA_SIZE {
     uint8_t Rules;      // PICTURE_RULES of the load
-    uint8_t ImageType;  // 2: plain; 10, run-length, becomes 2 once expanded
+    uint8_t ImageType;  // 2: plain; 10: run-length, becomes 2 after expansion
     uint8_t AlphaBits;
-    uint8_t Origin;       // bit 0: columns from the right (not heeded), bit 1: rows from the top
+    uint8_t Origin;  // bit 0: columns from the right (framework: ignored), bit 1: rows from the top
     uint32_t DataOffset;  // of the pixels
-    // by the format's rules only: the colour map
-    uint16_t MapFirst, MapLength;  // index of its first entry, entries
-    uint8_t MapBits;               // of an entry
+    // only by the format's rules: the colour map
+    uint16_t MapFirst, MapLength;  // index of the first entry, number of entries
+    uint8_t MapBits;               // per entry
 };
 
-/// The file being decoded, one at a time. The header stays after TGA_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after TGA_UnLoad.
 extern constinit thread_local TGA_HEADER TGA_Header;
 extern constinit thread_local BYTES_BUFFER TGA_File;  // the image, runs expanded
 
-/// Reads a file and expands its runs, to the size that the header tells and to what the file can
-/// carry.
+/// Reads a file and expands its runs, limited by the header's size and by what the file can hold.
 void TGA_Load(const char *path);
 
-/// Width x Height RGBA pixels; those that the file lacks are 0. From bottom to top only when both
-/// origin bits are clear, and never mirrored, on purpose. The caller frees them. Null for a file
-/// without its first row or an eighth of its pixels, for other types and depths, and past
-/// Picture_MaxBytes. The expanded image stands beside the pixels: at most Width x Height x 4 bytes,
-/// and 128 times the file.
+/// Width x Height RGBA pixels; missing ones are 0. The framework draws from bottom to top only if
+/// both origin bits are clear, and never mirrors, on purpose. The caller frees the buffer. Null for
+/// a file without its first row or an eighth of its pixels, for other types and depths, and above
+/// Picture_MaxBytes. The expanded image is held in memory in addition to the pixels: at most Width
+/// x Height x 4 bytes, and 128 times the file.
 uint8_t *TGA_Decoding();
 
 /// Frees the file image.

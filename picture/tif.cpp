@@ -13,8 +13,8 @@
 #include "picture/tif_kinds.h"
 #include "picture/tif_packing.h"
 
-// How many times over a file's strips may take its bytes. JPEG streams cost more, and bring tables
-// along; those of less than 2 KiB are not counted.
+// How many times the file's size its overlapping strips may add up to. The limit is lower for JPEG
+// streams, which cost more; their shared tables count, too, unless smaller than 2 KiB.
 constexpr uint64_t TIF_MaxOverlap = 8, TIF_MaxOverlapOfJPEG = 2;
 constexpr size_t TIF_FreeTables = 2048;
 
@@ -26,13 +26,13 @@ static const TIF_PACKING *Packing()
 namespace
 {
 
-// The picture as a grid of strips or tiles, each of which may have one plane a sample.
+// The picture as a grid of strips or tiles, each with one plane or one per sample.
 struct TIF_GRID {
     size_t Across, Down, Planes;
     size_t Step;       // bytes or words from a pixel to the next within a plane
     size_t LineCount;  // pixel rows in a row of data units
     size_t LineBytes;  // of a row of data units
-    size_t UnitBytes;  // 0: data units are pixels
+    size_t UnitBytes;  // 0: a data unit is one pixel
 
     TIF_GRID()
     {
@@ -65,7 +65,7 @@ struct TIF_GRID {
 namespace
 {
 
-// Where the strips or tiles are, and how many bytes they take.
+// Positions and sizes of the strips or tiles.
 struct TIF_STRIPS {
     const TIF_ENTRY *Offsets = FindOf(TIF_StripOffsets, TIF_TileOffsets);
     const TIF_ENTRY *ByteCounts = FindOf(TIF_StripByteCounts, TIF_TileByteCounts);
@@ -76,14 +76,14 @@ struct TIF_STRIPS {
                                              : 1,
                             Grid.Planes *Grid.Across *Grid.Down);
 
-    // Some tiled files have the tags of strips.
+    // Some tiled files use the tags of strips.
     static const TIF_ENTRY *FindOf(TIF_TAG strips, TIF_TAG tiles)
     {
         const TIF_ENTRY *entry = TIF_Header.Tiled ? TIF_Find(tiles) : nullptr;
         return entry ? entry : TIF_Find(strips);
     }
 
-    // The stored bytes of a strip; not more of them than could be of use.
+    // The stored bytes of a strip, at most as many as can be of use.
     std::span<const uint8_t> operator()(size_t index) const
     {
         if (index >= Count)
@@ -99,7 +99,7 @@ struct TIF_STRIPS {
         return Bytes_GetSpan(TIF_File, offset, std::min(count, most));
     }
 
-    // How many strips or tiles there are all planes of, counted from the first.
+    // Number of strips or tiles, counted from the first, that have all planes.
     size_t CountWhole() const
     {
         const size_t others = (Grid.Planes - 1) * Grid.Across * Grid.Down;
@@ -115,7 +115,7 @@ struct TIF_STRIPS {
 
 }  // namespace
 
-// Sets the reason unless `holds`, and returns it.
+// Returns `holds`; sets the reason if it is false.
 template <typename... Values>
 static bool Demand(bool holds, const char *reason, Values... values)
 {
@@ -128,7 +128,7 @@ static bool Demand(bool holds, const char *reason, Values... values)
     return false;
 }
 
-// Whether the rules read what the header says, and if not, why.
+// Whether the header describes a supported picture; sets the reason if not.
 static bool IsSupported()
 {
     const TIF_HEADER &h = TIF_Header;
@@ -172,7 +172,7 @@ static bool IsSupported()
            Demand(h.TileWidth != 0 && h.RowsPerStrip != 0, "tiles of no size");
 }
 
-// Bytes that expanding a strip or tile takes, of all planes. JPEG streams have samples, pixels and
+// Memory for expanding a strip or tile with all its planes. JPEG streams need samples, pixels and
 // coefficients.
 static uint64_t ChunkMemory(const TIF_GRID &grid)
 {
@@ -202,7 +202,7 @@ static bool IsPossible()
     }
     const uint64_t file = TIF_File.size();
     const uint64_t held = std::min(stored, file) * Packing()->Ratio;
-    const uint64_t columns = strips.Grid.Across * h.TileWidth;  // those beyond the picture, too
+    const uint64_t columns = strips.Grid.Across * h.TileWidth;  // including those outside
     const uint64_t pixels = held * 8 / (uint64_t{h.Samples} * h.BitsPerSample) * h.Width / columns;
     const uint64_t overlap = h.Compression == TIF_JPEG ? TIF_MaxOverlapOfJPEG : TIF_MaxOverlap;
     const uint64_t chunk = ChunkMemory(strips.Grid);
@@ -224,16 +224,16 @@ void TIF_Load(const char *path)
         TIF_File = BYTES_BUFFER();
 }
 
-// Framework: colours that a palette lacks are black. Format: a palette that is not whole does not
-// count, so that its picture is grey.
+// Framework: colours that a palette lacks are black. Format: an incomplete palette is ignored, and
+// the picture is grey.
 static const TIF_ENTRY *FindPalette(size_t colours)
 {
     const TIF_ENTRY *map = TIF_Header.Photometric == TIF_Palette ? TIF_Find(TIF_ColorMap) : nullptr;
     return map && (map->Count >= 3 * colours || !TIF_ByFormat()) ? map : nullptr;
 }
 
-// What the samples of grey and palette pictures stand for. Palettes have 16 bits a component; those
-// without a bit in the high bytes were written with 8.
+// The colours of the samples of grey and palette pictures. Palettes have 16 bits a component; if
+// all high bytes are 0, the writer used 8 bits.
 static void ReadPalette(TIF_PAINT &paint)
 {
     const TIF_HEADER &h = TIF_Header;
@@ -279,7 +279,7 @@ static bool DividesAlpha()
     return TIF_Header.Alpha == 1 && !TIF_ByFormat();
 }
 
-// Whether the expanded bytes are the pixels, but for alpha.
+// Whether the expanded bytes are RGBA pixels already, except for associated alpha.
 static bool AreBytesPixels()
 {
     const TIF_HEADER &h = TIF_Header;
@@ -289,7 +289,7 @@ static bool AreBytesPixels()
 
 using TIF_PLANES = std::vector<std::span<const uint8_t>>;
 
-// Paints `count` pixels whose bytes begin at `at` in every plane and end `left` later.
+// Paints `count` pixels from the `left` bytes at `at` in every plane.
 static void PaintPixels(TIF_PAINT &paint, const TIF_GRID &grid, const TIF_PLANES &planes, size_t y,
                         size_t at, size_t left, size_t count, uint8_t *out)
 {
@@ -309,8 +309,8 @@ static void PaintPixels(TIF_PAINT &paint, const TIF_GRID &grid, const TIF_PLANES
         TIF_DivideByAlpha(count, out);
 }
 
-// Paints one strip or tile, of all planes, into `columns` of each row of the picture; pixels that
-// not all of the planes have stay transparent. Returns whether there are none.
+// Paints one strip or tile, from all its planes, into `columns` of each row of the picture. Pixels
+// that some plane lacks are transparent. Returns whether the strip or tile is complete.
 static bool PaintChunk(TIF_PAINT &paint, const TIF_GRID &grid, const TIF_PLANES &planes,
                        size_t rows, size_t columns, uint8_t *out)
 {
@@ -320,7 +320,7 @@ static bool PaintChunk(TIF_PAINT &paint, const TIF_GRID &grid, const TIF_PLANES 
         size = std::min(size, plane.size());
     if (columns == h.Width && h.TileWidth == h.Width && h.BitsPerSample == 8 &&
         grid.UnitBytes == 0) {
-        y = std::min(rows, size / grid.LineBytes);  // rows of bytes follow each other in both
+        y = std::min(rows, size / grid.LineBytes);  // rows are contiguous in both
         if (y != 0)
             PaintPixels(paint, grid, planes, 0, 0, y * grid.LineBytes, y * columns, out);
     }

@@ -10,7 +10,7 @@
 #include "picture/tif_directory.h"
 #include "picture/tif_kinds.h"
 
-// A sample of `bits` as one of 8; those of palettes stay as they are.
+// Scales a sample of `bits` to 8 bits; palette indexes stay as they are.
 static uint8_t To8Bits(uint32_t sample, unsigned bits, bool isIndex)
 {
     const uint32_t greatest = (1u << bits) - 1;
@@ -39,7 +39,7 @@ void TIF_InitPaint(TIF_PAINT &paint, uint16_t photometric, const TIF_YCBCR &ycbc
     };
     const int32_t crToR = fixed(2 - 2 * red), crToG = fixed(-(2 - 2 * red) * red / green);
     const int32_t cbToB = fixed(2 - 2 * blue), cbToG = fixed(-(2 - 2 * blue) * blue / green);
-    // Whole numbers of their full range, as other decoders take them.
+    // Truncated to integers of their full range, as in other decoders.
     const auto scaled = [&ref = ycbcr.Reference](size_t code, size_t black, double range) {
         const double value = (static_cast<double>(code) - ref[black]) * range;
         return static_cast<int32_t>(
@@ -101,7 +101,7 @@ const uint8_t *TIF_UnpackUnits(TIF_PAINT &paint, std::span<const uint8_t> units,
     return samples.data();
 }
 
-// Calls paint(step) with the usual steps as constants.
+// Calls paint(step) with common steps as compile-time constants.
 template <typename Paint>
 static void WithStep(size_t step, const Paint &paint)
 {
@@ -136,7 +136,7 @@ static void PaintColours(const TIF_PAINT &paint, const TIF_ROW &in, size_t count
     });
 }
 
-// Samples that follow each other.
+// Paints contiguous grey samples.
 EXTRA_LANES static void PaintGrey(const uint8_t *in, uint32_t inversion, size_t count, uint8_t *out)
 {
     constexpr uint32_t opaque = Pixels_Pack(0, 0, 0, 255), ones = Pixels_Pack(1, 1, 1, 0);
@@ -190,7 +190,7 @@ static void PaintAlpha(const TIF_ROW &in, size_t sample, size_t count, uint8_t *
     });
 }
 
-// For each alpha the factor, in 1/2^24, that (255 colour + alpha / 2) / alpha takes.
+// 1 / alpha in units of 1/2^24, rounded up; (255 colour + alpha / 2) is multiplied by it.
 static constexpr std::array<uint32_t, 256> reciprocals = [] {
     std::array<uint32_t, 256> table{};
     for (uint32_t alpha = 1; alpha < 256; alpha++)

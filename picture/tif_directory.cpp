@@ -46,13 +46,13 @@ static bool IsBig()
     return TIF_ByFormat() && TIF_Header.Magic == TIF_Big;
 }
 
-// A count or an offset, which BigTIFF has twice as wide.
+// A count or an offset: 4 bytes, in BigTIFF 8.
 static uint64_t GetOffset()
 {
     return IsBig() ? GetQWord() : TIF_GetDWord();
 }
 
-// Bytes of a value, by type; 0 for those that the rules do not know.
+// Bytes of a value, by type; 0 for types that the rules do not support.
 static size_t TypeSize(uint16_t type)
 {
     constexpr std::array<uint8_t, 19> sizes = {0, 1, 1, 2, 4, 8, 1, 1, 2, 4,
@@ -76,15 +76,15 @@ static TIF_ENTRY ReadEntry()
     return e;
 }
 
-// Goes to the directory at an offset and gives its number of entries.
+// Moves to the directory at an offset and returns its number of entries.
 static uint64_t BeginDirectory(uint64_t offset)
 {
     TIF_Position = static_cast<size_t>(offset);
     return IsBig() ? GetQWord() : TIF_GetWord();
 }
 
-// Follows the chain of directories to the page's and gives its offset, 0 when there is no such
-// page. Counts the pages; a chain that comes back to one ends there.
+// Follows the chain of directories and returns the offset of the selected page, 0 without such a
+// page. Counts the pages; a cyclic chain ends at the first repetition.
 static uint64_t FindPage(uint64_t offset)
 {
     const uint32_t wanted = TIF_ByFormat() ? TIF_Page : 0;
@@ -109,10 +109,10 @@ static void ReadDirectories()
     TIF_HEADER &h = TIF_Header;
     TIF_Position = 0;
     h.ByteOrder = TIF_GetByte();
-    TIF_Position++;  // the letter again
+    TIF_Position++;  // the byte-order letter is repeated
     h.Magic = TIF_GetWord();
     if (IsBig())
-        TIF_Position += 4;  // the size of offsets, 8, and a 0
+        TIF_Position += 4;  // offset size, 8, and a 0
     const uint64_t first = GetOffset(), page = FindPage(first);
     h.NextDirectory = TIF_ByFormat() ? page : first;
     while (h.NextDirectory != 0 && h.DirectoryCount < h.Directories.size()) {
@@ -168,7 +168,7 @@ uint16_t TIF_GetTag(TIF_TAG tag, uint16_t missing)
     return value <= 0xFFFF ? static_cast<uint16_t>(value) : uint16_t{0};
 }
 
-// Framework: if the first two of a list agree and the third is not 0 they are taken, else 8.
+// Framework: if the first two values agree and the third is not 0 they are taken, else 8.
 static uint16_t FrameworkBits(const TIF_ENTRY *entry)
 {
     if (!entry || entry->ByteSize < 5)
@@ -180,7 +180,7 @@ static uint16_t FrameworkBits(const TIF_ENTRY *entry)
     return list[0] == list[1] && list[2] != 0 ? list[0] : uint16_t{8};
 }
 
-// Format: all have to be the same; 0 if they are not.
+// Format: all values must be equal; 0 if they are not.
 static uint16_t FormatBits(const TIF_ENTRY *entry)
 {
     const uint16_t bits = TIF_GetTag(TIF_BitsPerSample, 1);
@@ -211,26 +211,26 @@ static uint16_t ColourSamples()
     return colours ? colours->Samples : uint16_t{1};
 }
 
-// Framework: files that say less than the standard asks for are RGB.
+// Framework: files without a photometric interpretation are RGB.
 static uint16_t FrameworkSamples()
 {
     return TIF_GetTag(TIF_Photometric, TIF_RGB) != TIF_RGB ? 1 : 3;
 }
 
-// Framework: a sample after the colours is alpha as it is stated, or where nothing is stated.
+// Framework: the kind of the sample after the colours is as stated, plain alpha if nothing is
+// stated.
 static uint16_t FrameworkAlpha()
 {
     return TIF_Header.Photometric != TIF_Palette ? TIF_GetTag(TIF_ExtraSamples, 2) : uint16_t{0};
 }
 
-// Format: it is alpha in any case, as other decoders have it, even where it is stated to be of no
-// kind.
+// Format: it is always alpha, even if declared unspecified, as in other decoders.
 static uint16_t FormatAlpha()
 {
     return TIF_GetTag(TIF_ExtraSamples, 2) == 1 ? 1 : 2;
 }
 
-// What files leave out.
+// Samples and photometric interpretation, with defaults for files without these tags.
 static void ReadSamples()
 {
     TIF_HEADER &h = TIF_Header;
@@ -249,7 +249,7 @@ static void ReadSamples()
         h.Alpha = TIF_ByFormat() ? FormatAlpha() : FrameworkAlpha();
 }
 
-// Strips are tiles as wide as the picture.
+// Strips are treated as tiles as wide as the picture.
 static void ReadTiles()
 {
     TIF_HEADER &h = TIF_Header;

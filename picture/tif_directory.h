@@ -1,5 +1,5 @@
-// The directories of TIFF files: their pages, the values of their tags, and what TIF_Header says of
-// a page. TIFF 6.0, section 2, and BigTIFF. Works on TIF_File and TIF_Header.
+// The directories of TIFF files: their pages, the values of their tags, and TIF_Header's
+// description of a page. TIFF 6.0, section 2, and BigTIFF. Uses TIF_File and TIF_Header.
 #pragma once
 
 #include <array>
@@ -15,8 +15,8 @@ struct TIF_ENTRY {
     uint16_t Tag;
     uint16_t Type;      // 1 byte, 2 text, 3 word, 4 double word, 5 fraction
     uint64_t Count;     // values
-    uint64_t ByteSize;  // of all of them; 0 for another type
-    uint64_t Value;     // itself when it takes up to 4 bytes (8), or where the values are
+    uint64_t ByteSize;  // of all values; 0 for an unknown type
+    uint64_t Value;     // the value if it fits 4 bytes (BigTIFF: 8), else its position
     size_t Position;    // of the values in the file
 };
 
@@ -26,44 +26,44 @@ struct TIF_IFD {
 };
 
 struct TIF_HEADER {
-    uint16_t Width, Height;  // pixels; 0 when they pass 16 bits
+    uint16_t Width, Height;  // pixels; 0 if above 16 bits
     uint8_t BitsPerSample;
-    std::array<uint16_t, 3> SampleBits;  // when given as a list
+    std::array<uint16_t, 3> SampleBits;  // if given as a list
     uint16_t Compression;                // TIF_COMPRESSION
     uint32_t OutputSize;                 // bytes: Width x Height x 4
     uint8_t ByteOrder;                   // 'I' lowest byte first, 'M' highest
     uint16_t Magic;                      // 42; 43: BigTIFF
     std::array<char, 128> DocumentName;  // ends with a 0
-    std::array<TIF_IFD, 4> Directories;  // from the page's own on
+    std::array<TIF_IFD, 4> Directories;  // starting with the page's own
     uint64_t NextDirectory;              // offset of the one after those; 0: none
     uint8_t DirectoryCount;              // read
     uint32_t DataPosition;               // of the first strip or tile
     uint16_t Photometric;                // TIF_PHOTOMETRIC
     uint16_t Samples;                    // a pixel
-    uint16_t Alpha;                      // after the colours: 0 none, 1 multiplied in, 2 plain
+    uint16_t Alpha;                      // alpha sample: 0 none, 1 associated, 2 unassociated
     bool Planar;                         // each sample has its own strips
-    uint16_t FillOrder;                  // 2: the bytes' bits are the other way round
+    uint16_t FillOrder;                  // 2: the bits of each byte are reversed
     uint16_t Predictor;                  // 2: differences from the left neighbour
     uint32_t RowsPerStrip;               // or of a tile
-    uint8_t Rules;                       // PICTURE_RULES that it was read by
+    uint8_t Rules;                       // PICTURE_RULES of the load
     uint32_t TileWidth;                  // of a strip or tile, in pixels
     bool Tiled;
-    uint16_t Orientation;  // where row 0 and column 0 are, 1 (top left) to 8; not applied
+    uint16_t Orientation;  // place of row 0 and column 0, 1 (top left) to 8; not applied
     uint32_t FaxOptions;   // of Group 3: bit 0, two dimensions
-    std::array<uint8_t, 2> Subsampling;  // of YCbCr: pixels a chroma sample, across and down
+    std::array<uint8_t, 2> Subsampling;  // of YCbCr: pixels per chroma sample, across and down
 };
 
-/// The file being decoded, one at a time. The header stays after TIF_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after TIF_UnLoad.
 extern constinit thread_local TIF_HEADER TIF_Header;
 extern constinit thread_local BYTES_BUFFER TIF_File;
 extern constinit thread_local size_t TIF_Position;  // next byte to read; beyond the size: cut short
 
-/// Which page TIF_Load reads under the format's rules, from 0 on; and how many the file had that
-/// was loaded last, at most TIF_MaxPages.
+/// Page that TIF_Load reads under the format's rules, from 0; and number of pages of the last file
+/// loaded, at most TIF_MaxPages.
 extern constinit thread_local uint32_t TIF_Page, TIF_PageCount;
 constexpr uint32_t TIF_MaxPages = 65535;
 
-/// Numbers at TIF_Position in the file's byte order; what is past the end reads as 0.
+/// Numbers at TIF_Position in the file's byte order; bytes past the end read as 0.
 uint8_t TIF_GetByte();
 uint16_t TIF_GetWord();
 uint32_t TIF_GetDWord();
@@ -98,7 +98,7 @@ enum TIF_TAG : uint16_t {
 };
 
 constexpr uint32_t TIF_HeaderSize = 8;
-constexpr uint16_t TIF_Small = 42, TIF_Big = 43;  // magic numbers; the second has 64-bit offsets
+constexpr uint16_t TIF_Small = 42, TIF_Big = 43;  // magic numbers; BigTIFF has 64-bit offsets
 constexpr uint16_t TIF_MaxSamples = 8;
 
 /// Whether the file is read by the format's rules.
@@ -107,20 +107,20 @@ bool TIF_ByFormat();
 /// Fills TIF_Header from TIF_File.
 void TIF_ReadHeader();
 
-/// The entry of a tag in the page's directory; null if it has no such entry.
+/// The entry of a tag in the page's directory, or null.
 const TIF_ENTRY *TIF_Find(TIF_TAG tag);
 
-/// The i-th number of an entry, which may be null; 0 when it has fewer. Of a fraction its first
-/// byte, on purpose.
+/// Value `i` of an entry; 0 if the entry is null or has fewer values. On purpose, a fraction gives
+/// its first byte.
 uint64_t TIF_GetValue(const TIF_ENTRY *entry, size_t i);
 
-/// The i-th fraction of an entry.
+/// Value `i` of an entry, as a fraction.
 double TIF_GetFraction(const TIF_ENTRY *entry, size_t i);
 
-/// The number of a tag that has one, within 16 bits: larger ones are 0.
+/// The value of a tag, or `missing` without the tag; 0 if the value exceeds 16 bits.
 uint16_t TIF_GetTag(TIF_TAG tag, uint16_t missing);
 
-/// Values of an entry that the file really has.
+/// Number of an entry's values that the file really has.
 size_t TIF_CountValues(const TIF_ENTRY &entry);
 
 #pragma GCC visibility pop

@@ -1,5 +1,5 @@
-// What the numbers of TIFF files stand for: their compressions and colours, a row each, and which
-// of them are read.
+// The compressions and photometric interpretations of TIFF files, one row each, and which of them
+// are supported.
 #pragma once
 
 #include <cstdint>
@@ -17,18 +17,17 @@ enum TIF_COMPRESSION : uint16_t {
     TIF_PackBits = 32773,
 };
 
-/// A compression, and who reads it. `Ratio`: bytes of samples that one stored byte can stand for; 0
-/// where nobody reads it.
+/// A compression. `Ratio`: bytes of samples that one stored byte can stand for; 0: not supported.
 struct TIF_PACKING {
     uint16_t Compression;
     const char *Name;
     uint16_t Ratio;
-    bool Framework;  // read under the framework's rules, too
-    bool Predictor;  // may be combined with it
-    bool Fax;        // of bilevel pictures
+    bool Framework;  // also supported by the framework's rules
+    bool Predictor;  // may be combined with a predictor
+    bool Fax;        // for bilevel pictures only
 };
 
-/// The row of a number; null for one that is not known.
+/// The row of a number; null for an unknown one.
 const TIF_PACKING *TIF_FindPacking(uint16_t compression);
 
 enum TIF_PHOTOMETRIC : uint16_t {
@@ -41,13 +40,13 @@ enum TIF_PHOTOMETRIC : uint16_t {
     TIF_YCbCr,
 };
 
-/// A photometric interpretation, and how many samples are its colour; 0: nobody reads it.
+/// A photometric interpretation and its number of colour samples; 0: not supported.
 struct TIF_COLOURS {
     uint16_t Photometric;
     const char *Name;
     uint8_t Samples;
-    bool Framework;  // read under the framework's rules, too
+    bool Framework;  // also supported by the framework's rules
 };
 
-/// The row of a number; null for one that is not known.
+/// The row of a number; null for an unknown one.
 const TIF_COLOURS *TIF_FindColours(uint16_t photometric);

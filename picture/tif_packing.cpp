@@ -17,23 +17,31 @@
 
 // LZW codes (TIFF 6.0, section 13).
 constexpr uint32_t LZW_Clear = 256, LZW_End = 257, LZW_First = 258, LZW_MaxCodes = 4096;
-// Room that a strip's buffer has before it, one byte of each value for the codes that are bytes,
-// and after it, for the longest string and since strings are copied in chunks.
+// A strip's buffer has the alphabet in front, one byte of each value for the codes that are single
+// bytes, and a margin at the end for the longest string and for copies in chunks.
 constexpr size_t LZW_Alphabet = 256, LZW_Chunk = 16, LZW_Margin = LZW_MaxCodes + LZW_Chunk;
 
-// Where a string starts in the buffer, and its length from bit 32 on.
+// A string: its start in the buffer, and its length from bit 32 on.
 static uint64_t MakeString(size_t start, size_t length)
 {
     return start | uint64_t{length} << 32;
 }
 
-// Expands into `buffer`, between the alphabet and the margin; returns the bytes written there. A
-// string is what the code before gave and one byte more, so it stands whole where that was written.
-// Old-style codes come with the lowest bit first, and grow when they must; others one earlier.
+// Expands LZW into `buffer`, between the alphabet and the margin; returns the bytes written there.
+//
+// Each code but the first adds a string to the dictionary: the previous code's string plus the
+// first byte of its own. The output already holds exactly these bytes one after the other, so a
+// string is only a place and a length in the output, one more than the previous code's. That last
+// byte is deferred: `begun` is entered in the dictionary when the next code is read, before that
+// code's string is written. If the next code is the new string itself, its last byte is still
+// missing, and it equals the string's own first byte.
+//
+// Old-style codes fill bytes from the lowest bit and become wider when they must; the others fill
+// bytes from the highest bit and become wider one code early.
 template <bool OldStyle>
 static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
 {
-    std::array<uint64_t, LZW_MaxCodes + 1> strings;  // one of no meaning after them
+    std::array<uint64_t, LZW_MaxCodes + 1> strings;  // and one entry that is never read
     for (size_t i = 0; i < LZW_Alphabet; i++) {
         buffer[i] = static_cast<uint8_t>(i);
         strings[i] = MakeString(i, 1);
@@ -41,8 +49,8 @@ static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
     const size_t end = buffer.size() - LZW_Margin, last = in.size() * 8;
     uint8_t *const base = buffer.data();
     size_t position = LZW_Alphabet, bit = 0;
-    // Each code makes a string out of the one before; what the first one makes stands unused in the
-    // place of LZW_End.
+    // The first code has no previous one; the string that it adds goes to the place of LZW_End,
+    // which is never read.
     constexpr uint32_t first = LZW_First - 1, grown = 1u << 9, early = OldStyle ? 0 : 1;
     uint32_t next = first, width = 9, widest = grown - early;
     uint64_t begun = 0;
@@ -71,29 +79,29 @@ static size_t ExpandLZW(std::span<const uint8_t> in, std::span<uint8_t> buffer)
         const size_t start = strings[code] & 0xFFFFFFFF, length = strings[code] >> 32;
         uint8_t *to = base + position;
         size_t i = 0;
-        do {                                       // may pass the end, by less than a chunk
-            std::array<uint8_t, LZW_Chunk> chunk;  // the two may overlap
+        do {                                       // may write up to a chunk past the string
+            std::array<uint8_t, LZW_Chunk> chunk;  // source and destination may overlap
             std::memcpy(chunk.data(), base + start + i, LZW_Chunk);
             std::memcpy(to + i, chunk.data(), LZW_Chunk);
             i += LZW_Chunk;
         } while (i < length);
         if (code == next - 1 && added)
-            to[length - 1] = *to;  // the string just begun ends with its own first byte
+            to[length - 1] = *to;  // the new string ends with its own first byte
         begun = MakeString(position, length + 1);
         position += length;
     }
     return std::min(position, end) - LZW_Alphabet;
 }
 
-// Streams of old-style LZW begin with a clear code whose lowest bit comes first. The framework's
-// rules do not know them.
+// Old-style LZW streams begin with a clear code stored lowest bit first. The framework's rules do
+// not support them.
 static bool IsOldStyleLZW(std::span<const uint8_t> in)
 {
     return TIF_Header.Rules == PICTURE_RULES_FORMAT && in.size() > 1 && in[0] == 0 &&
            in[1] % 2 != 0;
 }
 
-// Undoes the predictor: each byte holds the difference from that Step before it.
+// Undoes the predictor: each byte is the difference from the byte Step before it.
 template <size_t Step>
 static void AddNeighbours(std::span<uint8_t> row)
 {
@@ -103,7 +111,7 @@ static void AddNeighbours(std::span<uint8_t> row)
             row[i + k] = sums[k] = static_cast<uint8_t>(sums[k] + row[i + k]);
 }
 
-// The same for words in the file's byte order.
+// The same for 16-bit words in the file's byte order.
 static void AddNeighbourWords(std::span<uint8_t> row, size_t step)
 {
     const size_t high = TIF_Header.ByteOrder == 'M' ? 0 : 1, low = 1 - high;
@@ -141,7 +149,7 @@ static void UndoPredictor(std::span<uint8_t> strip, size_t rowBytes, size_t step
     }
 }
 
-// Each byte with its bits the other way round.
+// Each byte with its bits reversed.
 static constexpr std::array<uint8_t, 256> mirror = [] {
     std::array<uint8_t, 256> table{};
     for (size_t byte = 0; byte < table.size(); byte++)
@@ -165,15 +173,15 @@ static FAX_SCHEME FaxScheme()
     }
 }
 
-// The stream's samples; in YCbCr pictures they become RGB. One of another width, or of other
-// samples a pixel, gives the part that it shares with the strip.
+// The stream's samples; YCbCr becomes RGB. If the stream has another width or number of samples
+// than the strip, only what they share is used.
 static std::span<const uint8_t> ExpandJPEG(std::span<const uint8_t> stored,
                                            std::span<const uint8_t> tables, size_t size,
                                            size_t width, size_t step, TIF_BUFFERS &buffers)
 {
     if (stored.empty())
         return {};
-    constexpr uint64_t free = 1 << 16;  // pixels that any stream may have
+    constexpr uint64_t free = 1 << 16;  // pixels that every stream may have
     const uint64_t pixels = uint64_t{TIF_Header.TileWidth} * TIF_Header.RowsPerStrip;
     JPG_STREAM jpeg = JPG_DecodeStream(tables, stored, TIF_Header.Photometric == TIF_YCbCr,
                                        std::max(pixels, free));
@@ -233,7 +241,7 @@ std::span<const uint8_t> TIF_Expand(std::span<const uint8_t> stored,
             Reason_Set("%s data %s, %zu of %zu rows", TIF_FindPacking(h.Compression)->Name,
                        fax.Damaged ? "damaged" : "cut", fax.Rows, rows);
         std::fill(out.begin() + static_cast<ptrdiff_t>(fax.Rows * rowBytes), out.end(), uint8_t{0});
-        return out;  // rows that were not sent are white
+        return out;  // missing rows are white
     }
     }
     if (h.Predictor == 2)

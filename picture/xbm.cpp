@@ -12,11 +12,11 @@ constinit thread_local XBM_HEADER XBM_Header{};
 constinit thread_local BYTES_BUFFER XBM_File{};
 
 constexpr int8_t XBM_EitherCase = -32;  // for System_StrSearch
-constexpr size_t XBM_Padding = 8;       // NULs after the text: how far a number may be read
+constexpr size_t XBM_Padding = 8;  // NULs after the text, so that a number may be read past its end
 
 constexpr PIXELS_BILEVEL XBM_Bits = Pixels_MakeBilevel(false);
 
-// What System_ReadHexNumber makes of each character.
+// The value that System_ReadHexNumber gives each character.
 static const std::array<uint8_t, 256> XBM_Digit = [] {
     std::array<uint8_t, 256> digits{};
     for (size_t i = 0; i < digits.size(); i++) {
@@ -32,7 +32,7 @@ static const char *Text()
     return reinterpret_cast<const char *>(XBM_File.data());
 }
 
-// The number after a name, 0 where the name does not occur.
+// The number after a name, or 0 without the name.
 static uint16_t NumberAfter(std::string_view name)
 {
     uint32_t position = 0;
@@ -59,7 +59,7 @@ static bool ByFormat()
     return XBM_Header.Rules == PICTURE_RULES_FORMAT;
 }
 
-// By the format's rules the array's type tells.
+// Format: the array's type decides.
 static bool HasShorts(uint32_t end)
 {
     uint32_t position = 0;
@@ -72,7 +72,7 @@ static bool FindData()
     if (!System_StrSearch(Text(), "_bits", &h.DataOffset, XBM_EitherCase))
         return false;
     const uint32_t name = h.DataOffset;
-    // In either case the brace would be a bracket, too.
+    // Exact case: in either case a brace would match a bracket, too.
     if (!(ByFormat() ? System_StrSearch(Text(), "{", &h.DataOffset, 0)
                      : System_StrSearch(Text(), "0x", &h.DataOffset, XBM_EitherCase)))
         return false;
@@ -100,7 +100,7 @@ void XBM_Load(const char *path)
     h.BitsPerPixel = 1;
     h.BytesPerRow = static_cast<uint16_t>((h.Width + 7) / 8);
     h.Size = uint32_t{h.BytesPerRow} * 8 * h.Height * 4;
-    constexpr size_t shortest = 3;  // characters a byte, two bytes being a word as "0x0000"
+    constexpr size_t shortest = 3;  // characters per byte, for words such as "0x0000"
     if (!FindData() || h.BytesPerRow > 0xFFFF / 8 ||
         h.BytesPerRow * shortest > XBM_File.size() - h.DataOffset) {
         Reason_Set("no bits, or too few for a row");
@@ -108,7 +108,7 @@ void XBM_Load(const char *path)
     }
 }
 
-// The next `digits` after a "0x" from `position` on. False at the end of the text.
+// Reads `digits` hexadecimal digits after the next "0x". False at the end of the text.
 static bool ReadHex(size_t &position, size_t digits, uint32_t &value)
 {
     const std::span<const uint8_t> text = std::span(XBM_File).first(XBM_File.size() - XBM_Padding);
@@ -124,8 +124,8 @@ static bool ReadHex(size_t &position, size_t digits, uint32_t &value)
     return true;
 }
 
-// By the format's rules: the next C number from `position` on, hexadecimal, octal or decimal. False
-// at the end of the array or of the text.
+// Format: the next C number, hexadecimal, octal or decimal. False at the end of the array or of the
+// text.
 static bool ReadNumber(size_t &position, uint32_t &value)
 {
     const char *text = Text();
@@ -136,7 +136,7 @@ static bool ReadNumber(size_t &position, uint32_t &value)
     if (i >= end || text[i] == '}')
         return false;
     const bool hexadecimal = text[i] == '0' && (text[i + 1] | 32) == 'x';
-    // As nearly all are: two digits. The padding has none.
+    // Fast path for two digits, the common case. The padding has no digits.
     if (hexadecimal && IsHexDigit(text[i + 2]) && IsHexDigit(text[i + 3]) &&
         !IsHexDigit(text[i + 4])) {
         value = static_cast<uint32_t>(XBM_Digit[static_cast<uint8_t>(text[i + 2])] << 4 |
@@ -152,7 +152,7 @@ static bool ReadNumber(size_t &position, uint32_t &value)
     return true;
 }
 
-// The bytes of all rows in turn, as far as the file has them: next() gives each, or nothing.
+// Writes the bytes of all rows in order; next(i) gives byte i, or nothing at the end of the file.
 template <typename Next>
 static bool PutBytes(uint8_t *pixels, const Next &next)
 {
@@ -167,8 +167,8 @@ static bool PutBytes(uint8_t *pixels, const Next &next)
     return true;
 }
 
-// Kept on purpose: words run on, so that a row with an odd number of bytes begins its next row in
-// the middle of a word.
+// On purpose: words cross row ends, so after a row with an odd number of bytes the next row starts
+// in the middle of a word.
 static bool DecodeByFramework(uint8_t *pixels)
 {
     const bool words = XBM_Header.Variant == XBM_X10;
@@ -203,7 +203,7 @@ uint8_t *XBM_Decoding()
     const XBM_HEADER &h = XBM_Header;
     if (XBM_File.empty())
         return nullptr;
-    // A byte of bits takes two characters and a comma.
+    // A byte of bits takes at least two characters.
     const size_t held = (XBM_File.size() - h.DataOffset) / 2;
     if (!Picture_Believes({h.BytesPerRow * 8u, h.Height, held * 8, XBM_File.size()}))
         return nullptr;

@@ -1,11 +1,11 @@
 // XBM pictures (X bitmaps): C text with a width, a height and the bits in hexadecimal, as bytes
-// (X11) or 16-bit words (X10). Texts are read by the rules of platform/system.h; the first NUL ends
-// the file.
+// (X11) or 16-bit words (X10). Text is parsed by the functions of platform/system.h; the first NUL
+// ends the file.
 //
 // The framework's rules and the format's (Picture_Rules, "Xlib", 16.9) differ in:
-//   words     where the first number has four digits, and run on across rows; where the array is of
-//             shorts, and each row begins with a word of its own
-//   numbers   just two or four digits after "0x"; any C number
+//   words     if the first number has four digits, continuing across rows; if the array is of
+//             shorts, each row starting with a word of its own
+//   numbers   exactly two or four digits after "0x"; any C number
 #pragma once
 
 #include <cstdint>
@@ -20,24 +20,24 @@ struct XBM_HEADER {
     uint16_t Width, Height;  // pixels
     uint32_t Size;           // of the pixel buffer: BytesPerRow x 8 x Height x 4
     uint8_t BitsPerPixel;    // 1
-    uint16_t HotX, HotY;     // 0 where the file has none
+    uint16_t HotX, HotY;     // 0 if the file has none
     uint16_t BytesPerRow;
-    uint32_t DataOffset;  // of the first "0x" behind "_bits"
+    uint32_t DataOffset;  // of the first "0x" after "_bits"; by the format's rules of the "{"
     uint8_t Variant;      // XBM_VARIANT
     uint8_t Rules;        // PICTURE_RULES of the load
 };
 
-/// The file being decoded, one at a time. The header stays after XBM_UnLoad.
+/// The file being decoded, one at a time per thread. The header stays after XBM_UnLoad.
 extern constinit thread_local XBM_HEADER XBM_Header;
-extern constinit thread_local BYTES_BUFFER XBM_File;  // the text and some NULs
+extern constinit thread_local BYTES_BUFFER XBM_File;  // the text and XBM_Padding NULs
 
-/// Reads a file and finds its numbers. A file without bits, or of bits too few for a row, leaves
-/// XBM_File empty.
+/// Reads a file and finds its numbers. XBM_File is empty, with a reason, if the file has no bits or
+/// too few for a row.
 void XBM_Load(const char *path);
 
-/// BytesPerRow x 8 by Height RGBA pixels, black where a bit is set, else white; those that the file
-/// lacks are 0. The caller frees them. Null when nothing was loaded and past Picture_MaxBytes.
-/// Nothing but the file stands beside the pixels.
+/// BytesPerRow x 8 by Height RGBA pixels, black for a set bit, else white; missing ones are 0. The
+/// caller frees the buffer. Null if nothing was loaded and above Picture_MaxBytes. Memory in
+/// addition to the pixels: only the file.
 uint8_t *XBM_Decoding();
 
 /// Frees the file image.

@@ -36,7 +36,7 @@ void BASE_Init()
 
 void ExecuteApplication()
 {
-    // The window system may have chosen another size, before there were callbacks to hear of it.
+    // The window system may have changed the size before the callbacks were installed.
     int width, height;
     glfwGetWindowSize(System_Window, &width, &height);
     GLFEW_Screen(System_Window, width, height);

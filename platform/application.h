@@ -6,8 +6,8 @@
 
 #include "platform/state.h"
 
-/// The application's own procedures, supplied by whoever links the shell: Paint draws a frame,
-/// Scene then reads the input and moves the application on.
+/// The application's own procedures, supplied by the program that links the shell: Paint draws a
+/// frame, then Scene reads the input and advances the application.
 void Paint();
 void Scene();
 
@@ -21,9 +21,9 @@ int32_t CreateApplication(int32_t x, int32_t y, int32_t width, int32_t height, c
 /// Fills System_PW and System_HOME.
 void BASE_Init();
 
-/// Takes the window's size as it now is; then Paint, Scene, buffer swap and events, again and again
-/// until the window is asked to close or Velmorandis_CloseApplication; both are looked at only
-/// after a whole frame.
+/// Takes the window's current size, then repeats Paint, Scene, buffer swap and events until the
+/// window is asked to close or Velmorandis_CloseApplication is called with a nonzero flag; both are
+/// checked only after a whole frame.
 void ExecuteApplication();
 
 /// Closes the window and frees all byte heaps.
@@ -54,12 +54,13 @@ int32_t System_GetMouseX();
 int32_t System_GetMouseY();
 SYSTEM_JOYSTICK *System_GetJoystick();
 
-/// The latest event of each kind, once: 0 until the next. Events are not queued, on purpose.
+/// The latest event of each kind, reported once: 0 until the next. Events are not queued, on
+/// purpose.
 int32_t System_KeyDown();
 int32_t System_KeyUp();
 int32_t System_KeyDownCode();
 int32_t System_MouseDown();
 int32_t System_MouseUp();
 
-/// Steps of the wheel since the last call.
+/// Wheel steps since the last call.
 int32_t System_MouseWheel();

@@ -26,7 +26,7 @@ uint32_t GLFEW_VertexArrayID;
 
 namespace
 {
-// GL objects that several records share, found by what they were made of. There are few of them.
+// GL objects shared by several records, found by their contents. There are only a few.
 struct BUFFER {
     uint32_t Name, Users;
     std::string Bytes;
@@ -36,44 +36,44 @@ struct PROGRAM {
     uint32_t VertexShader, FragmentShader;
     std::string VertexSource, FragmentSource;
     int32_t MVPLocation, SamplerLocation;
-    uint32_t Instanced;  // takes an MVP an instance; 0: none was made, or none can be
+    uint32_t Instanced;  // variant with an MVP per instance; 0: none
     bool TriedInstanced;
 };
 
-// State that is set in the context, so that it is not set again.
+// State bound in the context, to skip redundant calls.
 struct GL_STATE {
     uint32_t Program, Texture, Buffer;
-    uint8_t Kind;  // of the vertices that the attributes point to; 0: none
+    uint8_t Kind;  // of the vertices that the attributes describe; 0: none
 };
 
-// What the frames need to know of the window. Times as glfwGetTime gives them, in seconds.
+// Frame pacing. Times as glfwGetTime gives them, in seconds.
 struct PACE {
-    bool Stale;         // the window does not show the application's present picture
+    bool Stale;         // the window does not show the application's current picture
     bool Drawn;         // something has been drawn since the last swap
-    bool Iconified;     // nothing of the window can be seen
-    double Period;      // from one refresh of the fastest display to the next
+    bool Iconified;     // the window is invisible
+    double Period;      // refresh period of the fastest display
     double Shown;       // when the last picture was due on the display
-    double EagerUntil;  // input makes the next picture likely, so it is looked for more often
+    double EagerUntil;  // until then the next picture is likely: wait in short steps
 };
 
-// The cursor's motion after a press, which waits for the next frame.
+// Cursor motion after a button press, held back until the next frame.
 struct LATER_MOTION {
-    bool Held;   // a button was pressed in this frame: the globals tell where
-    bool Moved;  // to X, Y since then
+    bool Held;   // a button was pressed in this frame: the globals keep its place
+    bool Moved;  // to X, Y after the press
     uint16_t X, Y;
 };
 
 struct BUSY_POINTER {
     bool Busy;
-    GLFWcursor *Cursor;  // GLFW frees it at its end
+    GLFWcursor *Cursor;  // glfwTerminate frees it
 };
 }  // namespace
 
 static std::vector<PROGRAM> programs;
 static std::vector<BUFFER> buffers;
-static uint32_t asideFrame;                  // draws into textures; 0 until it is needed
-static uint32_t instanceBuffer;              // of MVPs; 0 until it is needed
-static std::vector<EXTRA_MATRIX> instances;  // as they were loaded
+static uint32_t asideFrame;                  // target of GLFEW_DrawAside; 0 until needed
+static uint32_t instanceBuffer;              // of MVPs; 0 until needed
+static std::vector<EXTRA_MATRIX> instances;  // in the order loaded
 uint64_t GLFEW_DrawCalls;
 int32_t GLFEW_Samples = 4;
 static GL_STATE current;
@@ -81,7 +81,7 @@ static PACE pace;
 static LATER_MOTION later;
 static BUSY_POINTER pointer;
 
-static std::string windowError;  // what GLFW said last
+static std::string windowError;  // GLFW's last error
 
 static void KeepError(int, const char *description)
 {
@@ -96,7 +96,7 @@ static int32_t Fail(const std::string &reason)
     return 0;
 }
 
-// Shares of the window's sides that clip space is drawn into.
+// Shares of the window's sides that clip space covers.
 static float shareX = 1, shareY = 1;
 
 // The viewport counts framebuffer pixels, which differ from window units on some displays.
@@ -115,10 +115,10 @@ static void MeasureRefresh()
     for (int i = 0; i < count; i++)
         if (const GLFWvidmode *mode = glfwGetVideoMode(monitors[i]))
             fastest = std::max(fastest, mode->refreshRate);
-    pace.Period = 1.0 / (fastest > 0 ? fastest : 60);  // virtual displays do not tell
+    pace.Period = 1.0 / (fastest > 0 ? fastest : 60);  // virtual displays report 0
 }
 
-// Where the cursor is now: events tell only of its own motion, not of the window's under it.
+// Reads the current cursor position: when the window moves under the cursor no event comes.
 static void AskCursor()
 {
     double x, y;
@@ -126,8 +126,8 @@ static void AskCursor()
     GLFEW_MouseMotion(System_Window, x, y);
 }
 
-// What the window system tells about what can be seen. A picture may be lost whenever the window
-// was covered, and a few systems tell of that only by the focus.
+// Marks the picture stale whenever the window may have lost it by being covered. A few systems
+// report that only by a focus event.
 static void WatchWindow()
 {
     glfwSetWindowRefreshCallback(System_Window, [](GLFWwindow *) { pace.Stale = true; });
@@ -142,7 +142,7 @@ static void WatchWindow()
     MeasureRefresh();
 }
 
-// Menu entries know their windows by this name: the title's first word in small letters.
+// Desktop menu entries match windows by class: the title's first word in lower case.
 static void NameClass()
 {
     std::string name = System_WindowTitle;
@@ -155,8 +155,8 @@ static void NameClass()
 #endif
 }
 
-// A software driver allocates and frees some megabytes a frame. Handing them back to the system and
-// faulting them in again took as long as drawing.
+// A software driver allocates and frees several megabytes per frame. Returning them to the system
+// and faulting them in again took as long as drawing.
 static void KeepFreedMemory()
 {
 #ifdef __GLIBC__
@@ -184,7 +184,7 @@ int32_t GLFEW_Init()
     glfwMakeContextCurrent(System_Window);
     glewExperimental = GL_TRUE;
     const GLenum loaded = glewInit();
-    // Without GLX (Wayland) the loader says so after it has loaded all that is used here.
+    // Without GLX (Wayland) GLEW reports this error after it has loaded every function used here.
     if (loaded != GLEW_OK && loaded != GLEW_ERROR_NO_GLX_DISPLAY)
         return Fail(reinterpret_cast<const char *>(glewGetErrorString(loaded)));
     glfwSetKeyCallback(System_Window, GLFEW_KeyBoard);
@@ -192,7 +192,7 @@ int32_t GLFEW_Init()
     glfwSetCursorPosCallback(System_Window, GLFEW_MouseMotion);
     glfwSetScrollCallback(System_Window, GLFEW_Wheel);
     glfwSetWindowSizeCallback(System_Window, GLFEW_Screen);
-    // A display's scale may change without the window's size.
+    // A display's scale can change without the window's size.
     glfwSetFramebufferSizeCallback(System_Window,
                                    [](GLFWwindow *, int, int) { MeasureFramebuffer(); });
     glfwSwapInterval(1);
@@ -210,7 +210,7 @@ int32_t GLFEW_Init()
     return 1;
 }
 
-// A tick of the application may show what it did only a moment later.
+// The application's reaction to input may appear only a few ticks later.
 static void ExpectPicture()
 {
     pace.EagerUntil = glfwGetTime() + 0.03;
@@ -328,7 +328,7 @@ void GLFEW_SetShares(float width, float height)
     shareY = height;
 }
 
-// Rows 0 and 1 give x and y.
+// Rows 0 and 1 of the matrix produce x and y.
 static EXTRA_MATRIX Scaled(EXTRA_MATRIX mvp)
 {
     for (size_t c = 0; c < 4; c++) {
@@ -345,8 +345,7 @@ void GLFEW_SetupWideScreen(int32_t *width, int32_t *height, int32_t *top)
     *height = wide;
 }
 
-// Longer side by shorter side in whole numbers. A window shrunk to nothing has no aspect; 1 will
-// do.
+// Longer side divided by shorter in integers. 1 for a window without area.
 static float WholeAspect()
 {
     const int32_t longer = std::max(System_ScreenWidth, System_ScreenHeight);
@@ -440,7 +439,7 @@ uint32_t GLFEW_DrawAside(const std::function<void()> &draw)
     int width, height;
     glfwGetFramebufferSize(System_Window, &width, &height);
     const uint32_t texture = NewTexture();
-    // In the order of most windows' bytes, so that a copy needs no conversion.
+    // The byte order of most windows, so that a copy needs no conversion.
     glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, height, 0, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV,
                  nullptr);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
@@ -450,7 +449,7 @@ uint32_t GLFEW_DrawAside(const std::function<void()> &draw)
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
     draw();
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
-    GLFEW_CopyToWindow(texture);  // the first time a driver prepares for it
+    GLFEW_CopyToWindow(texture);  // the driver's first-copy set-up happens here
     glFlush();
     pace.Drawn = drawn;
     return texture;
@@ -475,7 +474,7 @@ bool GLFEW_MustDraw(bool changed)
 
 void GLFEW_Clear()
 {
-    // Shaders that give no alpha leave it undefined: the window's stays the background's.
+    // Shaders that write no alpha leave it undefined, so alpha writes stay off outside the clear.
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_FALSE);
@@ -508,7 +507,7 @@ void GLFEW_SetMinSize(int32_t width, int32_t height)
     glfwSetWindowSizeLimits(System_Window, width, height, GLFW_DONT_CARE, GLFW_DONT_CARE);
 }
 
-// An hourglass: '#' black, '.' white, else nothing.
+// An hourglass: '#' black, '.' white, else transparent.
 static GLFWcursor *MakeBusyCursor()
 {
     constexpr std::string_view rows[] = {
@@ -616,8 +615,8 @@ static void AcquireProgram(GLFEW_VERTEX &record)
         record.SamplerLocation = shared->SamplerLocation;
 }
 
-// The program that draws many records of this one at once: the same text, but for MVP, which comes
-// with each instance instead of with each call. 0 for a text that takes its MVP in another way.
+// The instanced variant of a program: the same vertex shader with MVP as a per-instance attribute
+// instead of a uniform. 0 if the shader declares its MVP in another way.
 static uint32_t InstancedProgram(uint32_t name)
 {
     const auto program = std::ranges::find(programs, name, &PROGRAM::Name);
@@ -632,7 +631,7 @@ static uint32_t InstancedProgram(uint32_t name)
         source.replace(at, single.size(), "layout(location = 2) in mat4 MVP;");
         const uint32_t shader = CompileShader(GL_VERTEX_SHADER, source.c_str());
         program->Instanced = LinkProgram(shader, program->FragmentShader);
-        glDeleteShader(shader);  // with its program
+        glDeleteShader(shader);  // freed with its program
         GLint linked;
         glGetProgramiv(program->Instanced, GL_LINK_STATUS, &linked);
         if (!linked) {
@@ -672,7 +671,7 @@ void GLFEW_Set3DWorld(const GLFEW_VERTEX &record)
     glUniformMatrix4fv(record.MVPLocation, 1, GL_FALSE, Scaled(record.MVP).data());
 }
 
-// Unit 0 is the only one in use, and what a new program's sampler reads.
+// Only texture unit 0 is used, the default of a new program's sampler.
 void GLFEW_SetTexture(const GLFEW_VERTEX &record)
 {
     if (current.Texture != record.Texture)
@@ -714,7 +713,7 @@ void GLFEW_DrawVertex(const GLFEW_VERTEX &record, uint32_t mode)
     pace.Drawn = true;
 }
 
-// A matrix takes as many attributes as it has columns.
+// A matrix attribute takes one location per column.
 constexpr GLuint GLFEW_MatrixAttribute = 2, GLFEW_MatrixColumns = 4;
 
 static void PointInstances(size_t first)
@@ -776,7 +775,8 @@ void GLFEW_DrawInstances(const GLFEW_VERTEX &record, size_t first, size_t count,
     pace.Drawn = true;
 }
 
-// Ends one use of a name. Gives the object when that was the last, no longer in the table.
+// Removes one user of an object. If it was the last, removes the object from the table and returns
+// it.
 template <typename Object>
 static std::optional<Object> Release(std::vector<Object> &table, uint32_t name)
 {
@@ -811,11 +811,11 @@ void GLFEW_HideWindow()
 static void (*whenDisplayIsLost)();
 static int waylandSocket = -1;
 
-// GLFW takes the end of a Wayland display for a wish to close the window.
+// GLFW reports a broken Wayland connection only as a request to close the window.
 static void LookAfterDisplay()
 {
     pollfd socket = {waylandSocket, 0, 0};
-    if (waylandSocket >= 0 && poll(&socket, 1, 0) > 0)  // it was hung up
+    if (waylandSocket >= 0 && poll(&socket, 1, 0) > 0)  // hung up
         whenDisplayIsLost();
 }
 
@@ -827,8 +827,8 @@ void GLFEW_AnswerEvents()
     LookAfterDisplay();
 }
 
-// Xlib's answer to both kinds of error is two lines and exit(); its own handlers are put in their
-// place.
+// Xlib handles both kinds of error by printing two lines and calling exit(); its handlers are
+// replaced.
 static void WatchX11(void *library)
 {
     using HANDLER = int (*)(void *display, void *event);
@@ -850,7 +850,7 @@ static void WatchWayland(void *library)
         waylandSocket = reinterpret_cast<int (*)(void *)>(getSocket)(display);
 }
 
-// All is found by name, since GLFW may have been built for one window system only.
+// All functions are looked up by name, since GLFW may be built for one window system only.
 void GLFEW_WhenDisplayIsLost(void (*end)())
 {
     whenDisplayIsLost = end;
@@ -860,7 +860,7 @@ void GLFEW_WhenDisplayIsLost(void (*end)())
         WatchWayland(wayland);
 }
 
-// Keeps the display's rate after a swap that did not wait for the display. Events are delivered
+// Limits the rate to the display's when the swap did not wait for it. Events are delivered
 // meanwhile.
 static void WaitForRefresh()
 {

@@ -39,7 +39,7 @@ uint8_t System_StrSearch(const char *text, const char *pattern, uint32_t *pos, i
 {
     const char first[] = {*pattern, static_cast<char>(*pattern + offset), 0};
     const char *at = text + *pos;
-    // To where the pattern's first character is; the library looks for it many at a time.
+    // Skips to the next possible first character; strpbrk compares many at a time.
     for (; *at != 0; at++) {
         if (*pattern != 0 && !(at = std::strpbrk(at, first)))
             return 0;

@@ -13,14 +13,14 @@ std::thread Timer_Queue;
 std::atomic<int32_t> Timer_ID;
 int64_t Timer_Seconds, Timer_MicroSeconds;
 
-// Lets Timer_Destroy cut a wait short; a signal handler may not, so the worker also looks at
+// Lets Timer_Destroy interrupt a wait. A signal handler must not use it, so the worker also checks
 // Timer_ID whenever it wakes.
 static std::mutex timerMutex;
 static std::condition_variable timerWake;
 
 static_assert(std::atomic<int32_t>::is_always_lock_free, "a signal handler stores Timer_ID");
 
-// What the interrupt signal did before, while Timer_Trap handles it.
+// The interrupt signal's previous handler, while Timer_Trap is installed.
 static struct sigaction interruptBefore;
 static bool trapping;
 
@@ -40,7 +40,7 @@ static void RunTicks(std::chrono::steady_clock::time_point deadline,
 void Timer_Create(uint32_t seconds, uint32_t nanoseconds)
 {
     using namespace std::chrono;
-    static const int atExit = std::atexit(Timer_Destroy);  // a thread must not outlive the program
+    static const int atExit = std::atexit(Timer_Destroy);  // the thread must not outlive main
     static_cast<void>(atExit);
     Timer_Destroy();
     struct sigaction trap = {};

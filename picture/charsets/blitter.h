@@ -1,5 +1,6 @@
-// Set 14: a 16 by 16 display face, stems of three pixels, bars of two, cut corners. Capitals stand
-// on rows 3 to 13, small letters from row 6. Numbers that no text reaches hold the game's signs.
+// Set 14: a 16 by 16 display face, stems of three pixels, bars of two, cut corners. Capitals occupy
+// rows 3 to 13, small letters start at row 6. Numbers that no byte of a text maps to hold the
+// game's signs.
 #pragma once
 
 #include "picture/charsets/sheet.h"

@@ -1,8 +1,8 @@
-// Set 5: square poster letters, two-pixel sides and three-pixel middle stems. ASCII stands at its
-// own numbers, the capitals from A to YA of the Russian alphabet at 0 to 31 (the low five bits of
-// their Unicode numbers), YO at 127. A text cannot hold number 0: its A is the Latin one, which has
-// the same shape, as have ten others. The blank lies beyond its glyphs, on purpose: its space is
-// one that is drawn and has no points.
+// Set 5: square poster letters, two-pixel sides and three-pixel middle stems. ASCII keeps its own
+// numbers; the Russian capitals from A to YA are at 0 to 31 (the low five bits of their Unicode
+// numbers), YO at 127. A text cannot contain number 0, but its A has the shape of the Latin one, as
+// ten other letters do. On purpose, the blank is beyond the glyphs: the space is drawn, without
+// points.
 #pragma once
 
 #include "picture/charsets/sheet.h"

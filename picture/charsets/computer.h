@@ -1,5 +1,5 @@
 // Set 4: machine letters, hairlines above the waist and heavy feet below it. ASCII; line and block
-// graphics have the control codes.
+// graphics are at the control codes.
 #pragma once
 
 #include "picture/charsets/sheet.h"

@@ -1,6 +1,6 @@
 // Set 0: sturdy and round, two-pixel stems in six columns, capitals of seven rows, small letters of
-// five. Latin-2 letters stand at their own numbers where the Hungarian ones leave them free; block
-// and line graphics have the rest.
+// five. Latin-2 letters are at their own numbers unless Hungarian ones occupy them; block and line
+// graphics fill the rest.
 #pragma once
 
 #include "picture/charsets/sheet.h"

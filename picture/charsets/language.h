@@ -1,7 +1,7 @@
 // Sets 6 to 13: a schoolbook face of one-pixel strokes with the letters of seven alphabets, then
-// from 109 set 13's own letters: the same shapes with feet on stems that end free, so that the six
-// marked letters which it takes from the others (of E, e, O, o) do not stand out. Number 0 is no
-// character.
+// from 109 set 13's own letters: the same shapes with feet on free stem ends, so that the six
+// accented letters which it shares with the others (of E, e, O, o) do not stand out. Number 0 is
+// not a character.
 #pragma once
 
 #include "picture/charsets/sheet.h"

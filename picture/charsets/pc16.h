@@ -1,5 +1,5 @@
-// Set 3: 8 by 16, two-pixel stems. Capitals stand on rows 3 to 12 and leave room for their marks,
-// small letters from row 6, ascenders from row 2, descenders to row 15. Numbered like set 2.
+// Set 3: 8 by 16, two-pixel stems. Capitals occupy rows 3 to 12 and leave room for accents, small
+// letters start at row 6, ascenders at row 2, descenders end at row 15. Numbered like set 2.
 #pragma once
 
 #include "picture/charsets/sheet.h"

@@ -1,6 +1,6 @@
 // Set 2: thin strokes in book proportions, capitals six columns wide, small letters five. ASCII and
-// Latin-2 letters stand at their own numbers but for the Hungarian ones; line and block graphics
-// have the rest.
+// Latin-2 letters are at their own numbers, except the Hungarian ones; line and block graphics fill
+// the rest.
 #pragma once
 
 #include "picture/charsets/sheet.h"

@@ -1,32 +1,33 @@
-// How a character set is written down, and the reader that turns it into tables while compiling.
-// What does not fit together (a row of the wrong width, a number given twice or not at all, a name
-// nobody knows, a mark that leaves its cell) does not compile. The reader stays away from library
-// types and calls: compilers count, and keep in memory, every step of such a reader.
+// The notation of character sets, and its parser, which makes the tables at compile time. An
+// inconsistent source (a row of the wrong width, a number given twice or not at all, an unknown
+// name, a mark that leaves its cell) does not compile. The parser avoids library types and calls,
+// since compilers limit and store every step of constant evaluation.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
-/// Glyphs and parts that one set may have; glyphs have the numbers from 0 on, parts from here.
+/// Maximum of glyphs and parts per set. Glyphs are numbered from 0, parts from CHARSET_MaxGlyphs.
 constexpr size_t CHARSET_MaxGlyphs = 256, CHARSET_MaxParts = 64;
 
-/// One set as a person edits it. Names are UTF-8 of at most 8 bytes, without spaces.
+/// The source of one set. Names are UTF-8 of at most 8 bytes, without spaces.
 struct CHARSET_SOURCE {
     uint16_t Glyphs;
     uint8_t Columns, Rows;  // of a glyph: 8 or 16
-    uint8_t Blank;          // the glyph that is not drawn
-    /// Blocks of cells side by side: a line of "number name" for each, then their rows, '#' for a
-    /// point. "+ name" is a part for letters with marks and no glyph of its own: A6 is an A of six
-    /// rows, which leaves room for a mark; where the marks of capitals differ, ´A is theirs.
+    uint8_t Blank;          // number of the glyph that is not drawn
+    /// Blocks of cells side by side: a line with "number name" for each cell, then their rows, '#'
+    /// for a point. "+ name" defines a part, which is no glyph of its own but a base or mark of
+    /// accented letters. A6, for example, is an A of six rows that leaves room for a mark, and ´A
+    /// the variant of a mark for capitals.
     const char *Pictures;
-    /// "number name base mark right down": the base and, moved by so much, the mark.
+    /// "number name base mark right down": the base, with the mark moved right and down.
     const char *Marked = "";
-    /// "number name": from the symbols that the sets share, in the middle of the cell's rows.
+    /// "number name": a symbol shared by the sets, centred in the cell's rows.
     const char *Symbols = "";
 };
 
-/// The bytes of a name as a number, the last one lowest: equal for equal names, 0 for none.
+/// The bytes of a name as a number, the last one lowest: equal for equal names, 0 for "".
 using CHARSET_NAME = uint64_t;
 
 struct CHARSET_GLYPHS {
@@ -48,7 +49,7 @@ consteval CHARSET_NAME CharSet_TakeWord(const char *&text)
     return name;
 }
 
-/// The same as a number.
+/// The next word of a line as a decimal number.
 consteval int CharSet_TakeNumber(const char *&text)
 {
     while (*text == ' ')
@@ -64,7 +65,7 @@ consteval int CharSet_TakeNumber(const char *&text)
     return negative ? -number : number;
 }
 
-/// Takes "number name" and gives that number the name, if it is free and one of the set's.
+/// Reads "number name" and names that glyph; the number must be free and within the set.
 consteval size_t CharSet_TakeName(CHARSET_GLYPHS &glyphs, const char *&text, size_t count)
 {
     const auto number = static_cast<size_t>(CharSet_TakeNumber(text));
@@ -78,7 +79,7 @@ consteval size_t CharSet_TakeName(CHARSET_GLYPHS &glyphs, const char *&text, siz
     return number;
 }
 
-/// The number from `from` to below `to` that has this name, else `to`.
+/// The first number in from..to - 1 with this name, else `to`.
 consteval size_t CharSet_Find(const CHARSET_GLYPHS &glyphs, CHARSET_NAME name, size_t from,
                               size_t to)
 {
@@ -97,7 +98,7 @@ consteval size_t CharSet_Named(const CHARSET_GLYPHS &glyphs, CHARSET_NAME name)
     return number;
 }
 
-/// Eight points of a row. '#' is odd and '.' is even; their sum shows whether all were one of them.
+/// Eight points of a row. '#' is odd and '.' is even; the sum shows whether each is one of the two.
 consteval uint32_t CharSet_ReadPoints(const char *p)
 {
     const int bits = (p[0] & 1) << 7 | (p[1] & 1) << 6 | (p[2] & 1) << 5 | (p[3] & 1) << 4 |
@@ -114,7 +115,7 @@ consteval uint32_t CharSet_ReadPoints(const char *p)
 consteval void CharSet_ReadPictures(CHARSET_GLYPHS &glyphs, const CHARSET_SOURCE &source)
 {
     size_t part = CHARSET_MaxGlyphs;
-    const char *text = source.Pictures + 1;  // past the line end that opens the literal
+    const char *text = source.Pictures + 1;  // past the line feed that opens the literal
     while (*text) {
         size_t cells[8] = {}, across = 0;
         while (*text != '\n') {
@@ -143,7 +144,7 @@ consteval void CharSet_ReadPictures(CHARSET_GLYPHS &glyphs, const CHARSET_SOURCE
     }
 }
 
-/// Lays part `mark`, moved `right` and `down`, over the rows of glyph `number`.
+/// Draws part `mark`, moved `right` and `down`, over glyph `number`.
 consteval void CharSet_Lay(CHARSET_GLYPHS &glyphs, size_t number, size_t mark, int right, int down,
                            const CHARSET_SOURCE &source)
 {
@@ -160,12 +161,12 @@ consteval void CharSet_Lay(CHARSET_GLYPHS &glyphs, size_t number, size_t mark, i
     }
 }
 
-/// Reads a whole set: pictures, then marked letters, then what it takes from `symbols`.
+/// Reads a whole set: pictures, then marked letters, then symbols taken from `symbols`.
 consteval CHARSET_GLYPHS CharSet_Read(const CHARSET_SOURCE &source, const CHARSET_GLYPHS &symbols)
 {
     CHARSET_GLYPHS glyphs{};
     CharSet_ReadPictures(glyphs, source);
-    // A line end stands before, between and after the lines.
+    // Line feeds precede, separate and follow the lines.
     for (const char *text = source.Marked; *text;) {
         while (*text == ' ' || *text == '\n')
             text++;

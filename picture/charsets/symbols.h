@@ -1,4 +1,4 @@
-// Lines, blocks and signs that several sets share, 8 by 8. The numbers only count them.
+// Lines, blocks and signs shared by several sets, 8 by 8. The numbers are only an index.
 #pragma once
 
 #include "picture/charsets/sheet.h"
