@@ -15,8 +15,8 @@ constinit thread_local uint64_t AIFF_Position = 0;
 namespace
 {
 
-// What a compression of AIFF-C is: the samples' coding, the bytes of each (0: as the common chunk
-// has it), and whether they are big-endian.
+// An AIFF-C compression: the samples' coding, the bytes of each (0: as the common chunk says), and
+// whether they are big-endian.
 struct AIFF_COMPRESSION {
     std::string_view Name;  // letters of any case
     SOUND_CODING Coding;
@@ -26,8 +26,8 @@ struct AIFF_COMPRESSION {
 
 }  // namespace
 
-// Of the names in the text, the last of this list wins; without a text, or without any of them,
-// samples are linear.
+// Of the names in the text, the last in this list wins. Without a text, or without any of these
+// names, samples are linear.
 static uint16_t CodecOf(const char *compression)
 {
     constexpr std::array<std::pair<const char *, uint16_t>, 3> names = {
@@ -43,7 +43,7 @@ static uint16_t CodecOf(const char *compression)
 
 static void ReadCOMM(AIFF_HEADER &record, uint32_t size)
 {
-    constexpr uint32_t fields = 18;  // bytes in front of the compression
+    constexpr uint32_t fields = 18;  // bytes before the compression
     record.Channels = AIFF_GetWord();
     record.FrameCount = AIFF_GetDWord();
     record.BitsPerSample = AIFF_GetWord();
@@ -56,8 +56,7 @@ static void ReadCOMM(AIFF_HEADER &record, uint32_t size)
         record.BitsPerSample = 16;
 }
 
-// Fills the record up to the sound data and gives the size of that; false where the walk meets
-// none.
+// Fills the record up to the sound data and returns its size. False if the walk finds none.
 static bool WalkChunks(AIFF_HEADER &record, uint32_t &soundSize, bool padded)
 {
     AIFF_Position = 0;
@@ -65,7 +64,7 @@ static bool WalkChunks(AIFF_HEADER &record, uint32_t &soundSize, bool padded)
     while (const auto chunk = Sound_GetChunk(AIFF_File, AIFF_Position, Sound_GetBig)) {
         const uint32_t size = chunk->Size;
         switch (chunk->Id) {
-        case Sound_Id("FORM"):  // the walk goes on inside, whatever its type
+        case Sound_Id("FORM"):  // the walk descends into it, whatever its type
             AIFF_GetDWord();
             break;
         case Sound_Id("COMM"):
@@ -82,8 +81,8 @@ static bool WalkChunks(AIFF_HEADER &record, uint32_t &soundSize, bool padded)
     return false;
 }
 
-// Chunks lie back to back, on purpose. Only where that leads to no sound data is each taken to
-// start at an even place, as the standard asks.
+// Chunks lie back to back, on purpose. Only if that leads to no sound data is each taken to start
+// at an even offset, as the standard asks.
 static void ReadFrameworkHeader(AIFF_HEADER &record)
 {
     AIFF_HEADER padded = record;
@@ -121,7 +120,7 @@ static bool IsNamed(std::string_view name, std::string_view text)
                       [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b + 32 : b); });
 }
 
-// The samples of a file, which without a name of a compression are linear.
+// A file's samples; linear without a compression name.
 static SOUND_FRAMES FramesOf(const AIFF_HEADER &record)
 {
     const std::string_view text(record.Compression.data());
@@ -142,7 +141,7 @@ static SOUND_FRAMES FramesOf(const AIFF_HEADER &record)
     return frames;
 }
 
-// The rate in Hz by the format's rules: a whole number as near as there is one.
+// The rate in Hz by the format's rules, rounded to the nearest whole number.
 static uint32_t RateOf(const std::array<uint8_t, 10> &bytes)
 {
     const int exponent = ((bytes[0] & 0x7F) << 8 | bytes[1]) - 16383 - 63;
@@ -153,7 +152,7 @@ static uint32_t RateOf(const std::array<uint8_t, 10> &bytes)
     return bytes[0] < 0x80 && rate < 4294967295.0 ? static_cast<uint32_t>(std::lround(rate)) : 0;
 }
 
-// The format's walk, over chunks in any order.
+// The format's walk: chunks in any order.
 static uint32_t FindChunks(AIFF_HEADER &record, bool padded)
 {
     uint32_t size = 0;

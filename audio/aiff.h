@@ -25,45 +25,45 @@
 struct AIFF_HEADER {
     uint32_t FileSize;       // bytes
     uint16_t Codec;          // 0 linear, 1 bytes as they are, 2 A-law, 3 mu-law
-    uint16_t Channels = 1;   // as it stays without a common chunk
+    uint16_t Channels = 1;   // the value without a common chunk
     uint32_t SamplingRate;   // Hz: right from 32768 to 65535, else times a power of two
     uint16_t BitsPerSample;  // of the output
     uint32_t FrameCount;
     std::array<uint8_t, 10> Rate;  // 80-bit extended floating point
     std::array<char, 18> Compression;
-    uint32_t DataStart;  // first sample byte; 0 where the file has no sound data
-    uint8_t Rules;       // AUDIO_RULES that it was loaded by
+    uint32_t DataStart;  // first sample byte; 0 if the file has no sound data
+    uint8_t Rules;       // AUDIO_RULES it was loaded under
     // By the format's rules:
     SOUND_FRAMES Frames;
     uint32_t DataEnd;  // past the last sample byte
 };
 
-/// The files that this thread loaded, in the order of loading; null where none is.
+/// The files that this thread loaded, in load order; null for an empty slot.
 extern constinit thread_local SOUND_TABLE<AIFF_HEADER> AIFF_Header;
 extern constinit thread_local uint8_t AIFF_SoundNumber;  // slot that the next load fills
 extern constinit thread_local SOUND_FILE AIFF_File;      // being loaded
-extern constinit thread_local uint64_t AIFF_Position;    // next byte to read of it
+extern constinit thread_local uint64_t AIFF_Position;    // next byte to read
 
-/// Big-endian numbers of 1, 2 and 4 bytes of AIFF_File at AIFF_Position, which moves on; past the
-/// end bytes are 0.
+/// Big-endian numbers of 1, 2 and 4 bytes of AIFF_File at AIFF_Position, which advances. Bytes past
+/// the end are 0.
 uint8_t AIFF_GetByte();
 uint16_t AIFF_GetWord();
 uint32_t AIFF_GetDWord();
 
-/// Walks the chunks up to the sound data into slot AIFF_SoundNumber, and moves that on. A file that
-/// cannot be opened, or when all slots are used, does nothing but leave a reason.
+/// Walks the chunks up to the sound data into slot AIFF_SoundNumber and increments that. Does
+/// nothing but leave a reason if the file cannot be opened or all slots are used.
 void AIFF_Load(const char *path);
 
-/// Decodes from the position of `file` on into `buffer`: 8 bits as (128 - b) modulo 256, 16 and 32
-/// bits little-endian, 24 bits in the file's order, G.711 as 16 bits. *length becomes the bytes
-/// stored less one sample (linear 16 bits: one byte), on purpose; 0 at the end of the file. Other
-/// depths leave both as they are.
+/// Decodes from the current position of `file` into `buffer`: 8 bits as (128 - b) modulo 256, 16
+/// and 32 bits little-endian, 24 bits in the file's order, G.711 as 16 bits. *length becomes the
+/// bytes stored less one sample (linear 16 bits: one byte), on purpose; 0 at the end of the file.
+/// Other depths leave both unchanged.
 void AIFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 
 /// The same by record, on any thread.
 SOUND_FILLED AIFF_Fill(AIFF_HEADER &record, const SOUND_REFILL &refill);
 
-/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+/// Moves `file` to `frame` of the sound or shortly before it. Returns the frame it is at.
 uint64_t AIFF_Seek(AIFF_HEADER &record, FILE *file, uint64_t frame);
 
 /// Empties this thread's table. AIFF_SoundNumber stays as it is.
@@ -72,7 +72,7 @@ void AIFF_Destroy();
 /// Record n, null if no such record exists.
 AIFF_HEADER *AIFF_GetHeader(uint8_t n);
 
-/// Sets the slot that the next load fills; the table lets a record there go.
+/// Sets the slot that the next load fills; the table releases the record there.
 void AIFF_SetSoundNumber(uint8_t n);
 
 #pragma GCC visibility pop

@@ -39,7 +39,7 @@ struct AU_ENCODING {
 
 }  // namespace
 
-// Those that the format's rules decode.
+// The encodings that the format's rules decode.
 constexpr std::array<AU_ENCODING, 8> AU_Encodings = {{
     {1, SOUND_ULAW, 1},
     {2, SOUND_SIGNED, 1},
@@ -52,9 +52,9 @@ constexpr std::array<AU_ENCODING, 8> AU_Encodings = {{
 }};
 
 constexpr uint32_t AU_Magic = Sound_Id(".snd");
-constexpr uint32_t AU_Unknown = UINT32_MAX;  // size of a sound that was not complete yet
+constexpr uint32_t AU_Unknown = UINT32_MAX;  // size stated before the sound was finished
 
-// The format's rules for what the header has after its size.
+// The format's rules for the header's fields after the size.
 static void ReadFormatFields(AU_HEADER &record, uint32_t encoding, uint32_t channels, uint32_t size,
                              bool big)
 {

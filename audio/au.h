@@ -31,30 +31,30 @@ struct AU_HEADER {
     uint32_t SamplingRate;   // Hz
     uint16_t BitsPerSample;  // of the output
     uint32_t DataStart;      // first sample byte
-    uint8_t Rules;           // AUDIO_RULES that it was loaded by
+    uint8_t Rules;           // AUDIO_RULES it was loaded under
     // By the format's rules:
     SOUND_FRAMES Frames;
     uint32_t DataEnd;  // past the last sample byte
 };
 
-/// The files that this thread loaded, in the order of loading; null where none is.
+/// The files that this thread loaded, in load order; null for an empty slot.
 extern constinit thread_local SOUND_TABLE<AU_HEADER> AU_Header;
 extern constinit thread_local uint8_t AU_SoundNumber;  // slot that the next load fills
 extern constinit thread_local SOUND_FILE AU_File;      // being loaded
 
-/// Reads the header into slot AU_SoundNumber, and moves that on. A file that cannot be opened, or
-/// when all slots are used, does nothing.
+/// Reads the header into slot AU_SoundNumber and increments that. Does nothing if the file cannot
+/// be opened or all slots are used.
 void AU_Load(const char *path);
 
-/// Decodes from the position of `file` on into `buffer`, little-endian. *length becomes the bytes
-/// stored less one sample, on purpose; 0 at the end of the file. Encodings 3 and 5 lose only one
-/// byte and never end: they go on with bytes 0xFF. Others leave both as they are.
+/// Decodes from the current position of `file` into `buffer`, little-endian. *length becomes the
+/// bytes stored less one sample, on purpose; 0 at the end of the file. Encodings 3 and 5 lose only
+/// one byte and never end: bytes 0xFF follow. Others leave both unchanged.
 void AU_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 
 /// The same by record, on any thread.
 SOUND_FILLED AU_Fill(AU_HEADER &record, const SOUND_REFILL &refill);
 
-/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+/// Moves `file` to `frame` of the sound or shortly before it. Returns the frame it is at.
 uint64_t AU_Seek(AU_HEADER &record, FILE *file, uint64_t frame);
 
 /// Empties this thread's table. AU_SoundNumber stays as it is.
@@ -63,7 +63,7 @@ void AU_Destroy();
 /// Record n, null if no such record exists.
 AU_HEADER *AU_GetHeader(uint8_t n);
 
-/// Sets the slot that the next load fills; the table lets a record there go.
+/// Sets the slot that the next load fills; the table releases the record there.
 void AU_SetSoundNumber(uint8_t n);
 
 #pragma GCC visibility pop

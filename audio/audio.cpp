@@ -104,7 +104,7 @@ static void LoadRaw(AudioTrack &track)
     track.BitsPerSample = Audio_BPS;
 }
 
-// Keeps what is open for the refills.
+// Keeps the open file for the refills.
 static void KeepOpen(AudioTrack &track, const BYTES_OPEN &from)
 {
     track.File = Sound_OpenStream(from);
@@ -173,14 +173,14 @@ uint32_t Audio_FrameBytes(const AudioTrack &track)
     return std::max(track.BitsPerSample / 8u * track.Channels, 1u);
 }
 
-// What is reported of the bytes that were stored: one is lost, on purpose.
+// The length reported for the bytes stored: one less, on purpose.
 static SOUND_FILLED LessOne(size_t stored)
 {
     const auto count = static_cast<uint32_t>(stored);
     return {count == 0 ? 0 : count - 1, count};
 }
 
-// Both fill `buffer`, as far as the file goes.
+// Both fill `buffer` as far as the file goes.
 static SOUND_FILLED ReadRaw8(FILE *file, std::span<uint8_t> buffer)
 {
     const size_t stored = std::fread(buffer.data(), 1, buffer.size(), file);
@@ -192,13 +192,13 @@ static SOUND_FILLED ReadRaw16(FILE *file, std::span<uint8_t> buffer)
 {
     const size_t read = std::fread(buffer.data(), 1, buffer.size(), file);
     const size_t stored = read & ~size_t{1};
-    if (read != stored)  // the half sample after the last one
+    if (read != stored)  // a trailing half sample
         buffer[stored + 1] = 0;
     Sound_Swap16(buffer.first((read + 1) & ~size_t{1}));
     return LessOne(stored);
 }
 
-// Runs what a format module does; without memory the sound ends there with an error.
+// Runs a format module's operation; out of memory, the sound ends there with an error.
 template <typename Body>
 static void Guarded(AudioTrack &track, const Body &body)
 {
@@ -210,7 +210,7 @@ static void Guarded(AudioTrack &track, const Body &body)
         track.Error = ENOMEM;
 }
 
-// Decodes from where the file stands on. Raw samples of 16 bits may take a byte more than `room`.
+// Decodes from the file's position. Raw 16-bit samples may take one byte more than `room`.
 static SOUND_FILLED Fill(AudioTrack &track, const SOUND_REFILL &refill)
 {
     const AUDIO_MODULE &module = Audio_Modules[track.Type];
@@ -228,8 +228,8 @@ static SOUND_FILLED Fill(AudioTrack &track, const SOUND_REFILL &refill)
     return Sound_Nothing(refill);
 }
 
-// The track's buffer with room for Capacity bytes, whatever it is to take: so the callback may
-// trust any size up to that.
+// The track's buffer, Capacity bytes whatever it is to hold, so that the callback may trust any
+// size up to that.
 static uint8_t *BufferOf(AudioTrack &track, size_t buffer)
 {
     if (!track.Buffer[buffer])
@@ -266,7 +266,7 @@ static void StartOver(AudioTrack &track)
 
 static void RefillGenerated(AudioTrack &track, uint8_t which)
 {
-    track.FileSize = track.Capacity + 1;  // so that it has two buffers
+    track.FileSize = track.Capacity + 1;  // forces two buffers
     const uint32_t restarts = track.Restarts;
     if (track.Restarted != restarts)
         StartOver(track);
@@ -274,8 +274,8 @@ static void RefillGenerated(AudioTrack &track, uint8_t which)
     Refill(track, which, track.Capacity);
 }
 
-// The most that a buffer gets: of a file that is smaller than one, on purpose, as many bytes as the
-// file has of the sound, whatever they unpack to.
+// The most that a buffer gets. For a file smaller than a buffer that is as many bytes as the file
+// has of the sound, whatever they unpack to; on purpose.
 static uint32_t MostOf(AudioTrack &track)
 {
     if (track.FileSize == 0)
@@ -340,7 +340,7 @@ void Audio_Stop()
     Audio_Loop = 0;
 }
 
-// A refill that is running meanwhile does not see it; the next one does, by the counter.
+// A refill that is running does not see it; the next one does, by the counter.
 static void Rewind(AudioTrack &track)
 {
     track.ReadPosition = track.DataStart;
@@ -372,7 +372,7 @@ void Audio_SwapBuffers()
     HandOut(*track, track->State == 1 ? 1 : 0);
 }
 
-// What the end of the data does; `goOn` makes the sound go on.
+// What happens at the end of the data; `goOn` makes the sound continue.
 template <typename GoOn>
 static void EndData(GoOn goOn)
 {
@@ -382,7 +382,7 @@ static void EndData(GoOn goOn)
         return;
     }
     goOn();
-    if (loop > 1)  // unless it was set anew meanwhile
+    if (loop > 1)  // unless it was changed meanwhile
         Audio_Loop.compare_exchange_strong(loop, static_cast<uint8_t>(loop - 1));
 }
 
@@ -391,7 +391,7 @@ void Audio_ReadBuffers()
     AudioTrack *track = Audio_Current;
     if (!track)
         return;
-    const uint8_t played = track->State;  // of single buffers 0, otherwise their number and bit
+    const uint8_t played = track->State;  // 0: a single buffer; else its number and bit
     if (played == 0) {
         EndData(Audio_Refresh);
         return;
@@ -405,8 +405,8 @@ void Audio_ReadBuffers()
         });
 }
 
-// Refills buffer 1 with whole frames of what comes next; nothing after an error. Returns whether
-// the search is to go on in another call, where there is nothing.
+// Refills buffer 1 with the next whole frames, nothing after an error. If it stored none, the
+// result says whether the search must continue in another call.
 static bool TakeMore(AudioTrack &track)
 {
     AUDIO_TAKE &take = track.Take;
@@ -429,8 +429,13 @@ static bool TakeMore(AudioTrack &track)
     return filled.Unfinished;
 }
 
-// A sound that repeats runs on into its beginning: its decoder keeps what it carries from frame to
-// frame, so that music cut for it has no seam. A module has to be set to its beginning each time.
+// Starts a pass of the gapless take.
+//
+// Audio_Take hands out the decoded samples pass after pass. A repeat must not be heard, so the
+// decoder is not reset between two passes: MPEG audio keeps its overlap, its synthesis history and
+// its bit reservoir, and the end of music cut for it leads into its beginning. A module, which is
+// synthesised, is rewound each time. By the format's rules MP3_Fill resets itself at the first
+// frame: there the seam is made by dropping the encoder's delay and padding instead.
 static void StartPass(AudioTrack &track, bool repeats)
 {
     track.Take = {.Begun = true, .Used = 0, .Stored = 0};
@@ -443,8 +448,8 @@ static void StartPass(AudioTrack &track, bool repeats)
         StartOver(track);
 }
 
-// Goes on with the next pass, if one follows. An empty one, or one that could not be read to its
-// end, is not repeated.
+// Continues with the next pass, if one follows. A pass that was empty or could not be read to its
+// end is not repeated.
 static void EndPass(AudioTrack &track)
 {
     if (track.Taken == 0 || track.Error != 0)
@@ -476,7 +481,7 @@ size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes)
     return done;
 }
 
-// Begins a pass as near before `frame` as can be, unless refills lead there.
+// Begins a pass as close before `frame` as possible, unless refilling leads there anyway.
 static void Leap(AudioTrack &track, uint64_t frame)
 {
     const AUDIO_MODULE &module = Audio_Modules[track.Type];
@@ -505,7 +510,7 @@ uint64_t Audio_Seek(AudioTrack *track, uint64_t frame)
         if (take.Used == take.Stored) {
             const uint32_t position = track->ReadPosition;
             more = TakeMore(*track) || take.Stored != 0;
-            if (!more)  // so that there is nothing the next time, too
+            if (!more)  // so that the next call finds nothing, too
                 track->ReadPosition = position;
         }
         const auto dropped = static_cast<uint32_t>(

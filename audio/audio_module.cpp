@@ -43,7 +43,7 @@ static bool IsAU(const AUDIO_HEAD &head)
     return start == ".snd" || (Audio_Rules == AUDIO_RULES_FORMAT && AU_IsLittle(start));
 }
 
-// Whether a file names itself as one of the kinds that the format's rules try only after MPEG
+// Whether a file identifies itself as one of the kinds that the format's rules try only after MPEG
 // audio.
 static bool NamesItself(const AUDIO_HEAD &head)
 {
@@ -51,14 +51,14 @@ static bool NamesItself(const AUDIO_HEAD &head)
            Has(head, 0, "Creative Voice File");
 }
 
-// The framework's: two frames that lie where an earlier one's length said. Such hits add up over
-// the whole block, and a frame that was hit predicts nothing itself. The format's: frames that
-// agree.
+// Detects MPEG audio. The framework's rules: two frames where an earlier frame's length predicted
+// them; such hits add up over the whole block, and a predicted frame predicts none itself. The
+// format's rules: consecutive frames whose headers agree.
 static bool IsMPEG(const AUDIO_HEAD &head)
 {
     if (Audio_Rules == AUDIO_RULES_FORMAT)
         return !NamesItself(head) && MP3_IsStream(std::span(head).first(Audio_HeadBytes));
-    constexpr size_t shortest = 128;  // a length up to that is skipped, but predicts nothing
+    constexpr size_t shortest = 128;  // up to this length a frame is skipped, but predicts nothing
     size_t predicted = SIZE_MAX;
     int hits = 0;
     for (size_t i = 0; i < Audio_HeadBytes;) {
@@ -80,8 +80,8 @@ static bool IsMPEG(const AUDIO_HEAD &head)
     return false;
 }
 
-// By the format's rules, of its larger and its big-endian kinds too. There MPEG audio in a WAVE
-// file (tag 0x55) is left to its own decoder, which finds the frames.
+// The format's rules also accept its larger and its big-endian kinds. MPEG audio in a WAVE file
+// (tag 0x55) is left to the MPEG decoder, which finds the frames.
 static bool IsWAV(const AUDIO_HEAD &head)
 {
     if (Audio_Rules == AUDIO_RULES_FRAMEWORK)
@@ -92,7 +92,7 @@ static bool IsWAV(const AUDIO_HEAD &head)
     return (riff || other) && Has(head, 8, "WAVE") && !(mpeg && IsMPEG(head));
 }
 
-// The name, a byte that ends it on a terminal, and where the blocks begin.
+// The name, a byte 0x1A that ends it when printed, and the offset of the first block.
 static bool IsVOC(const AUDIO_HEAD &head)
 {
     return Has(head, 0, std::string_view("Creative Voice File\x1A\x1A\0", 22));
@@ -103,7 +103,7 @@ static bool IsIFF(const AUDIO_HEAD &head)
     return Has(head, 0, "FORM") && (Has(head, 8, "8SVX") || Has(head, 8, "16SV"));
 }
 
-// Whatever stands before the form's type.
+// Whatever precedes the form's type.
 static bool IsAIFF(const AUDIO_HEAD &head)
 {
     return Has(head, 8, "AIFF") || Has(head, 8, "AIFC");
@@ -116,7 +116,7 @@ static bool IsMOD(const AUDIO_HEAD &head)
     return MOD_IsSignature(std::span<const uint8_t, 4>(&head[MOD_SignatureAt], 4));
 }
 
-// A row's operations by record, from those that know its type.
+// A row's operations by record, from typed ones.
 template <typename Header, SOUND_FILLED (*Fill)(Header &, const SOUND_REFILL &)>
 static SOUND_FILLED FillRecord(void *record, const SOUND_REFILL &refill)
 {
@@ -129,7 +129,7 @@ static std::shared_ptr<void> RecordOf(const SOUND_TABLE<Header> &table, uint8_t 
     return n < table.size() ? table[n] : nullptr;
 }
 
-// Records without DataStart start at 0.
+// A record without DataStart starts at 0.
 template <typename Header>
 static AUDIO_FACTS FactsOf(const void *record)
 {
@@ -163,7 +163,7 @@ static void SetModuleOutput(void *record, uint8_t channels, uint32_t hz, uint8_t
 // clang-format off
 static constexpr std::array<AUDIO_MODULE, AUDIO_TYPES> rows = {{
     {AUDIO_NONE, "nothing"},
-    {AUDIO_RAW, "raw samples"},  // which the engine reads itself
+    {AUDIO_RAW, "raw samples"},  // read by the engine itself
     {AUDIO_WAV, "RIFF WAVE", 1, IsWAV,
      WAV_Load, FillRecord<WAV_HEADER, WAV_Fill>, WAV_Destroy,
      [](uint8_t n) { return RecordOf(WAV_Header, n); }, FactsOf<WAV_HEADER>,

@@ -2,7 +2,7 @@
 //
 // A module X offers X_Load, X_Decoding, X_Destroy, X_GetHeader and X_SetSoundNumber over a table
 // X_Header of 32 records, of which X_SoundNumber counts the used ones; X_Fill decodes by record. To
-// add one: its number here, and its include and its row in audio/audio_module.cpp.
+// add a module: give it a number here, and its include and row in audio/audio_module.cpp.
 #pragma once
 
 #include <array>
@@ -15,7 +15,7 @@
 #pragma GCC visibility push(default)
 
 enum AUDIO_TYPE : uint8_t {
-    AUDIO_NONE = 0,  // nothing was detected yet
+    AUDIO_NONE = 0,  // nothing detected yet
     AUDIO_RAW = 1,   // unknown: samples in the engine's own settings
     AUDIO_WAV = 2,
     AUDIO_MOD = 3,
@@ -30,28 +30,27 @@ enum AUDIO_TYPE : uint8_t {
 /// Bytes that Audio_Check looks at.
 constexpr uint32_t Audio_HeadBytes = 8192;
 
-/// The start of a file; what it lacks is 0, and so are the bytes after the block.
+/// The start of a file, zero-filled; zeros follow the block, too.
 using AUDIO_HEAD = std::array<uint8_t, Audio_HeadBytes + 3>;
 
-/// What a header record says of its sound.
+/// A header record's facts about its sound.
 struct AUDIO_FACTS {
     uint32_t Channels, SamplingRate, BitsPerSample;
     uint32_t DataStart;  // first sample byte of the file
 };
 
-/// Operations by record take any of the module's, on any thread.
+/// Operations by record accept any record of the module, on any thread.
 struct AUDIO_MODULE {
     uint8_t Type;      // AUDIO_TYPE
-    const char *Name;  // for a person
-    /// Place in the order of detection, in which the first that succeeds wins; 0: nothing is
-    /// detected as this.
+    const char *Name;  // for people
+    /// Rank in detection: the first match wins; 0: never detected.
     uint8_t Rank = 0;
     bool (*Detected)(const AUDIO_HEAD &head) = nullptr;
 
-    /// Fills the record of the current sound number and moves that on, or leaves it where it is
-    /// when the file cannot be read or all records are used. Without: nothing decodes this type.
+    /// Fills the record of the current sound number and increments that, or leaves it if the file
+    /// cannot be read or all records are used. Null: nothing decodes this type.
     void (*Load)(const char *path) = nullptr;
-    /// Decodes from where refill.File stands on, and leaves it where the next call goes on. The
+    /// Decodes from the position of refill.File and leaves it where the next call continues. The
     /// file is null for synthesised sound. Length is 0 at the end of the data.
     SOUND_FILLED (*Fill)(void *record, const SOUND_REFILL &refill) = nullptr;
     /// Empties this thread's table.
@@ -61,22 +60,22 @@ struct AUDIO_MODULE {
     uint8_t (*GetSoundNumber)() = nullptr;
     void (*SetSoundNumber)(uint8_t n) = nullptr;
 
-    /// Has the next refill start as the first one did, on the thread that refills. Null where
-    /// nothing but the position in the file tells them apart.
+    /// Has the next refill start like the first one, on the thread that refills. Null if the
+    /// position in the file is all that tells them apart.
     void (*StartOver)(void *record) = nullptr;
-    /// Has the next refill start at `frame` of the sound, or at one before it that is near: which,
-    /// it returns. What is handed out from there on is as without the leap. Past the end it is the
-    /// end. The record has started over. Null: refills lead there.
+    /// Has the next refill start at `frame` of the sound or shortly before it, and returns the
+    /// frame. The output from there is the same as without the seek. Past the end means the end.
+    /// The record has started over. Null: refilling leads there.
     uint64_t (*Seek)(void *record, FILE *file, uint64_t frame) = nullptr;
     /// Only for synthesised sound: the output format of a record.
     void (*SetOutput)(void *record, uint8_t channels, uint32_t hz, uint8_t bits) = nullptr;
 
-    /// Refills read the file in small pieces, which a buffer of the stream's own makes cheap. Where
-    /// a read fills much of a refill that buffer would cost a second read and a copy.
+    /// Refills read the file in small pieces, so that the stream gets a buffer of its own. Not for
+    /// large reads, to which that buffer would add a copy.
     bool SmallReads = false;
 };
 
-/// The modules by AUDIO_TYPE.
+/// The modules, indexed by AUDIO_TYPE.
 extern const std::array<AUDIO_MODULE, AUDIO_TYPES> Audio_Modules;
 
 /// Result of this thread's last Audio_Check.
@@ -97,8 +96,8 @@ struct AUDIO_MP3DETECT {
 extern constinit thread_local AUDIO_MP3FRAME Audio_MP3Frame;
 extern constinit thread_local AUDIO_MP3DETECT Audio_MP3Detect;
 
-/// Format of a file (AUDIO_TYPE) from its first Audio_HeadBytes bytes, also put in Audio_Type. A
-/// file that cannot be read leaves that as it was, and a reason.
+/// Detects the format of a file (AUDIO_TYPE) from its first Audio_HeadBytes bytes and also stores
+/// it in Audio_Type. A file that cannot be read leaves that unchanged, and a reason.
 uint8_t Audio_Check(const char *path);
 /// The same for bytes in memory.
 uint8_t Audio_CheckBytes(std::span<const uint8_t> file);

@@ -21,7 +21,7 @@ uint32_t Audio_StreamFrames;
 bool Audio_AnyDevice;
 int32_t Audio_OnlyDevice = -1;
 
-// Frame size of the stream and the byte of its silence; a size of 0: no stream was opened.
+// Frame size and silence byte of the stream; a size of 0: no stream was opened.
 static std::atomic<uint32_t> streamFrameBytes;
 static std::atomic<uint8_t> streamSilence;
 // Counts the entries and exits of the callback: odd while it runs.
@@ -33,8 +33,8 @@ static_assert(Audio_Continue == paContinue && Audio_Complete == paComplete);
 namespace
 {
 
-// While it lives, standard error is the null device: the host back ends under PortAudio report
-// there whatever they fail to find, on the terminal that belongs to the player.
+// While it lives, standard error is the null device: PortAudio's host back ends report every failed
+// probe there, on the player's terminal.
 class QUIET
 {
 public:
@@ -88,7 +88,7 @@ void Audio_Init(uint8_t channels)
     Audio_FirstPlay = 1;
 }
 
-// A latency to suggest; 0 where the device gives none.
+// A latency to suggest; 0 if the device states none.
 static double LowLatency(PaDeviceIndex device, double PaDeviceInfo::*which)
 {
     const PaDeviceInfo *info = Pa_GetDeviceInfo(device);
@@ -123,7 +123,7 @@ void Audio_SetMixer(uint8_t bits, uint32_t hz, uint32_t, uint32_t)
         PortAudio_Format.sampleFormat = paInt32;
         break;
     }
-    // The input's figure is meant.
+    // on purpose: the input's figure
     PortAudio_Format.suggestedLatency =
         LowLatency(Audio_Device, &PaDeviceInfo::defaultLowInputLatency);
     PortAudio_Format.hostApiSpecificStreamInfo = nullptr;
@@ -249,7 +249,7 @@ bool Audio_IsFormatError(int32_t error)
 namespace
 {
 
-// What a callback fills. Without a stream the output's format is the one that was set.
+// What a callback fills. Without a stream: the output format that was set.
 struct OUTPUT {
     std::span<uint8_t> Room;
     size_t FrameBytes;
@@ -265,7 +265,7 @@ struct OUTPUT {
     }
 };
 
-// While it lives, those who wait for a callback to leave do.
+// While it lives, threads that wait for the callback to return keep waiting.
 struct CALLBACK {
     CALLBACK()
     {
@@ -287,7 +287,7 @@ static void CopyData(const OUTPUT &output)
     const size_t frame = output.FrameBytes;
     const uint8_t *data = Audio_Data;
     size_t size = data ? Audio_DataSize.load() : 0;
-    // What the last frame lacks follows it: raw samples are recorded one byte short.
+    // Raw samples are recorded one byte short: the last frame is completed from what follows.
     size = (size + frame - 1) / frame * frame;
     size = std::min({size, output.Room.size(), size_t{Audio_Capacity}});
     std::copy_n(data, size, output.Room.data());
@@ -335,7 +335,7 @@ void Audio_UnLoad(AudioTrack *track)
     }
     if (!track->Buffer[0])
         return;
-    // First nobody hands the buffers out any more, then nobody plays them.
+    // First the buffers are no longer handed out, then no longer played.
     if (Audio_Current == track)
         Audio_Current = nullptr;
     AwaitCallback();

@@ -10,7 +10,7 @@ constinit thread_local uint8_t IFF_SoundNumber = 0;
 constinit thread_local SOUND_FILE IFF_File{};
 constinit thread_local uint64_t IFF_Position = 0;
 
-// Voice header; the volume at its end is dropped. Its size is not looked at.
+// Voice header; its last field, the volume, is ignored, and so is its size.
 static void ReadVHDR(IFF_HEADER &record)
 {
     record.OneShotCount = IFF_GetDWord();
@@ -28,7 +28,7 @@ static void ReadFrameworkHeader(IFF_HEADER &record)
     while (const auto chunk = Sound_GetChunk(IFF_File, IFF_Position, Sound_GetBig)) {
         const uint32_t size = chunk->Size;
         switch (chunk->Id) {
-        case Sound_Id("FORM"):  // the walk goes on inside
+        case Sound_Id("FORM"):  // the walk descends into it
             record.BitsPerSample = IFF_GetDWord() == Sound_Id("8SVX") ? 8 : 16;
             break;
         case Sound_Id("VHDR"):
@@ -52,10 +52,10 @@ static void ReadFrameworkHeader(IFF_HEADER &record)
     Reason_Set("no body chunk");
 }
 
-// Where the body is, from the format's walk; the size that it says it has.
+// Where the body is, by the format's walk, and its stated size.
 static uint32_t FindChunks(IFF_HEADER &record, bool padded)
 {
-    constexpr uint32_t stereo = 6;  // what the channel chunk says
+    constexpr uint32_t stereo = 6;  // value of the channel chunk
     bool voice = false;
     uint32_t size = 0;
     IFF_Position = 12;
@@ -81,7 +81,7 @@ static uint32_t FindChunks(IFF_HEADER &record, bool padded)
     return size;
 }
 
-// What steps of a channel's stored bytes are: samples of one or two bytes, or a byte of two codes.
+// A step over a channel's stored bytes: a sample of one or two bytes, or a byte of two codes.
 static uint32_t StepBytes(const IFF_HEADER &record)
 {
     return record.BitsPerSample / 8u;
@@ -89,7 +89,7 @@ static uint32_t StepBytes(const IFF_HEADER &record)
 
 static void ReadFormatHeader(IFF_HEADER &record)
 {
-    constexpr uint32_t header = 2;  // of packed channels: a byte that is not used, the first sample
+    constexpr uint32_t header = 2;  // of a packed channel: an unused byte, then the first sample
     record.BitsPerSample = Sound_BigAt(IFF_File, 8, 4) == Sound_Id("8SVX") ? 8 : 16;
     uint32_t size = FindChunks(record, true);
     if (record.DataStart == 0)  // some writers forget the padding
@@ -142,20 +142,20 @@ void IFF_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
     Sound_Decoding(IFF_GetHeader(n), IFF_Fill, file, buffer, length);
 }
 
-// What a code adds to the sample before it: Fibonacci and exponential delta.
+// What each code adds to the previous sample: Fibonacci and exponential delta.
 constexpr std::array<std::array<int8_t, 16>, 2> IFF_Deltas = {{
     {-34, -21, -13, -8, -5, -3, -2, -1, 0, 1, 2, 3, 5, 8, 13, 21},
     {-128, -64, -32, -16, -8, -4, -2, -1, 0, 1, 2, 4, 8, 16, 32, 64},
 }};
 
-// The sample that a code leads to. Only damaged files leave the range.
+// The sample that a code leads to, clamped; only damaged files leave the range.
 static int8_t NextSample(const IFF_HEADER &record, int8_t sample, uint32_t code)
 {
     const int delta = IFF_Deltas[record.Compression - 1u][code];
     return static_cast<int8_t>(std::clamp(sample + delta, -128, 127));
 }
 
-// Stores what a channel's bytes hold, the other channel's samples left out.
+// Stores a channel's samples, leaving room for the other channel's.
 static void PutSamples(IFF_HEADER &record, size_t channel, std::span<const uint8_t> bytes,
                        uint8_t *out)
 {
@@ -174,7 +174,7 @@ static void PutSamples(IFF_HEADER &record, size_t channel, std::span<const uint8
             out += step;
             continue;
         }
-        for (const int shift : {0, 4}) {  // as other players do, though the description differs
+        for (const int shift : {0, 4}) {  // low code first, unlike the description
             sample = NextSample(record, sample, byte >> shift & 15u);
             *out = static_cast<uint8_t>(sample + 128);
             out += step;
@@ -182,7 +182,7 @@ static void PutSamples(IFF_HEADER &record, size_t channel, std::span<const uint8
     }
 }
 
-// Reads as far as there is.
+// Reads as far as the file goes.
 static std::span<const uint8_t> ReadAt(FILE *file, uint64_t position, std::span<uint8_t> bytes)
 {
     fseeko(file, static_cast<off_t>(position), SEEK_SET);
@@ -191,8 +191,8 @@ static std::span<const uint8_t> ReadAt(FILE *file, uint64_t position, std::span<
 
 constexpr size_t IFF_Scratch = 8192;
 
-// Sets the packed channels' samples to those before `position`: where the last refill ended they
-// are, elsewhere codes are summed up from the start.
+// Sets the packed channels' samples to those before `position`. They are known where the last
+// refill ended; elsewhere the codes are summed from the start.
 static void FindSamples(IFF_HEADER &record, FILE *file, uint64_t position)
 {
     if (record.Compression == 0 || (position == record.Next && position != record.DataStart))
@@ -213,7 +213,7 @@ static void FindSamples(IFF_HEADER &record, FILE *file, uint64_t position)
     }
 }
 
-// The format's rules: the right channel's bytes follow the left one's.
+// The format's rules: the right channel's bytes follow the left channel's.
 static SOUND_FILLED FillChannels(IFF_HEADER &record, const SOUND_REFILL &refill)
 {
     const size_t step = StepBytes(record), unpacked = record.Compression == 0 ? step : 2;

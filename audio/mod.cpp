@@ -17,30 +17,30 @@ constinit thread_local uint8_t MOD_Separation = 50;
 // The largest song has 128 patterns of 99 channels, or 256 of fewer, and 31 samples of 128 KiB.
 constexpr size_t MOD_MaxFile = size_t{16} << 20;
 
-// Ramps, tails and the filter have settled after this part of a second.
+// After this fraction of a second, ramps, tails and the filter have settled.
 constexpr uint32_t MOD_SettleRate = 20;
 
 namespace
 {
 
-// A view that one thread writes and others read: its turn is odd while it changes.
+// A view that one thread writes and others read; its turn is odd during a write.
 struct MOD_SHOWN {
     std::atomic<uint32_t> Turn;
     std::array<std::atomic<uint64_t>, (sizeof(MOD_VIEW) + 7) / 8> Words;
 };
 
-// What belongs to a header.
+// The state of a header's song.
 struct MOD_RECORD : MOD_HEADER {
     MOD_SONG Song;
     uint32_t Rows;  // that are played of it
     MOD_PLAYER Player;
     MOD_MIXER Mixer;
-    uint64_t TickFrames;             // left of this tick
-    uint64_t TickRest;               // parts of a frame owed to later ticks
-    uint64_t Frames;                 // of the song that have been rendered
-    uint16_t LastPosition, LastRow;  // as the header got them last
+    uint64_t TickFrames;             // left of the current tick
+    uint64_t TickRest;               // fractions of a frame owed to later ticks
+    uint64_t Frames;                 // of the song, rendered so far
+    uint16_t LastPosition, LastRow;  // as last published in the header
     std::array<MOD_SHOWN, MOD_Views> Shown;
-    std::atomic<uint32_t> Ticks;  // that were shown
+    std::atomic<uint32_t> Ticks;  // published so far
 };
 
 }  // namespace
@@ -54,8 +54,8 @@ static void StartOver(MOD_RECORD &record)
     record.LastRow = record.Row;
 }
 
-// Gives the header where the song stands, unless another thread has set it meanwhile: the next call
-// then finds the difference.
+// Publishes the song's place in the header, unless another thread has set it meanwhile: the next
+// call then finds the difference.
 static void Publish(std::atomic<uint16_t> &shown, uint16_t &last, uint16_t now)
 {
     shown.compare_exchange_strong(last, now);
@@ -87,7 +87,7 @@ static void Show(MOD_RECORD &record)
     record.Ticks++;
 }
 
-// Nothing where it changed meanwhile.
+// Nothing if the view changed while it was read.
 static std::optional<MOD_VIEW> ReadView(const MOD_SHOWN &shown)
 {
     const uint32_t turn = shown.Turn;
@@ -99,8 +99,8 @@ static std::optional<MOD_VIEW> ReadView(const MOD_SHOWN &shown)
     return turn % 2 == 0 && turn == shown.Turn ? std::optional(view) : std::nullopt;
 }
 
-// A tick's frames: rate x 2.5 s / tempo. What is left over goes into later ones, or by the formats'
-// rules is lost, as in today's players.
+// Starts a tick of rate x 2.5 s / tempo frames. The fraction is carried into later ticks; by the
+// formats' rules it is dropped, as in today's players.
 static bool NextTick(MOD_RECORD &record)
 {
     if (!MOD_Tick(record.Player))
@@ -158,8 +158,8 @@ static MOD_FORMAT FormatOf(const MOD_HEADER &header)
     return {header.Channels, header.SamplingRate, header.BitsPerSample};
 }
 
-// Goes on by `frames`, rendering them to `out` or, where that is null, not at all. Returns those
-// that are missing at the end of the song.
+// Advances by `frames`, rendering them to `out` unless that is null. Returns the number missing at
+// the end of the song.
 static uint64_t Render(MOD_RECORD &record, uint64_t frames, uint8_t *out)
 {
     const MOD_FORMAT format = FormatOf(record);
@@ -185,7 +185,7 @@ static uint64_t Render(MOD_RECORD &record, uint64_t frames, uint8_t *out)
     return frames;
 }
 
-// Has the header show where the song stands.
+// Publishes the song's place in the header.
 static void PublishBoth(MOD_RECORD &record)
 {
     Publish(record.SongPosition, record.LastPosition,
@@ -222,7 +222,7 @@ uint64_t MOD_Seek(MOD_HEADER &header, FILE *, uint64_t frame)
     const uint32_t bytes = MOD_FrameBytes(FormatOf(record));
     if (bytes == 0)
         return 0;
-    // The last part is rendered, so that all that decays is as it would be.
+    // The last part is rendered, so that everything that decays has the right value.
     const uint64_t rendered = std::min<uint64_t>(frame, header.SamplingRate / MOD_SettleRate + 1);
     Render(record, frame - rendered, nullptr);
     SetMixer(record);
@@ -257,8 +257,7 @@ void MOD_StartOver(MOD_HEADER &header)
 {
     header.SongPosition = 0;
     header.Row = 0;
-    StartOver(
-        static_cast<MOD_RECORD &>(header));  // also where the next row is the first one anyway
+    StartOver(static_cast<MOD_RECORD &>(header));  // even if the next row is the first one already
 }
 
 void MOD_Destroy()

@@ -9,31 +9,48 @@
 
 #include "extra/lanes.h"
 
+// From voices to a frame of sound:
+//
+// A voice reads its sample at Period's rate, with the position in 32.32 fixed point, and
+// interpolates one value for each output frame. The value is multiplied by the voice's gain and
+// added to one of two buses, left or right. The buses pass the optional low-pass, are mixed into
+// each other by the stereo separation, and are rounded to the output's depth.
+//
+// Every jump of a gain would be heard as a click, so gains move along half a cosine (MOD_RampTime).
+// A note that is cut off cannot ramp down, since its sample is gone: its last value remains as a
+// Tail that fades along the same curve, while the next note fades in.
+//
+// Interpolation by sinc weights 16 samples around the position. The weights are a sinc, the ideal
+// low-pass, windowed by Kaiser's window and tabulated at MOD_Phases positions between two samples.
+// A voice that plays more than one sample per frame would alias, so the tables exist for several
+// rates (MOD_Steps), each with a lower cut-off than the one before. Cubic interpolation uses the
+// same loop with 4 nonzero weights.
+//
 // A bus holds 16-bit samples times volume times MOD_VolumeStep: 24 bits for a voice at its loudest.
 constexpr int32_t MOD_VolumeStep = 8;
 constexpr double MOD_VoiceFull = 32768.0 * 64 * MOD_VolumeStep;
 static_assert(MOD_VoiceFull * 50 * 2 < std::numeric_limits<int32_t>::max(),
               "99 voices: 50 on a bus; between samples they reach up to twice as far");
 
-// Gains have 16 fractional bits, so that they move evenly.
+// Gains have 16 fractional bits, for smooth ramps.
 constexpr int32_t MOD_GainOne = 65536;
 
-// A change of volume, in seconds: half a period of a cosine, so that it makes no clicks.
+// Duration of a volume ramp in seconds: half a period of a cosine, which does not click.
 constexpr double MOD_RampTime = 0.0025;
 constexpr size_t MOD_FadeSteps = 256;
 constexpr int32_t MOD_FadeOne = 32768;
 
-// The interpolators' weights stand for each of so many positions between two samples.
+// The interpolators' weights are tabulated at this many positions between two samples.
 constexpr size_t MOD_Phases = 512;
 constexpr double MOD_KaiserBeta = 7;
 
-// Up to so many samples a frame, each has a table that passes less than the one before.
+// The most samples per frame that each sinc table is for; each has a lower cut-off than the last.
 constexpr std::array<double, 6> MOD_Steps = {1, 1.25, 1.6, 2, 2.7, 4};
-constexpr double MOD_Passed = 0.95;  // of what the first could pass
+constexpr double MOD_Passed = 0.95;  // cut-off, as a fraction of the first table's limit
 
-constexpr size_t MOD_Window = 1024;  // samples that are played at a time
+constexpr size_t MOD_Window = 1024;  // samples read at a time
 
-// The low-pass that the power light shows, a Butterworth-like section.
+// The low-pass that the power light indicates, close to a Butterworth section.
 constexpr double MOD_FilterCut = 3091.0, MOD_FilterQ = 0.66;
 
 namespace
@@ -43,19 +60,19 @@ using MOD_WEIGHTS = std::array<std::array<float, MOD_Taps>, MOD_Phases>;
 
 struct MOD_TABLES {
     std::array<MOD_WEIGHTS, MOD_Steps.size()> Sinc;
-    MOD_WEIGHTS Cubic;                            // of which four are not 0
+    MOD_WEIGHTS Cubic;                            // of which four are nonzero
     std::array<int32_t, MOD_FadeSteps + 2> Fade;  // from MOD_FadeOne to 0
 };
 
-// Samples in the order in which they are played, MOD_Before of them before the position.
+// Samples in playing order, MOD_Before of them before the position.
 using MOD_SAMPLES = std::array<int16_t, MOD_Before + MOD_Window + MOD_Taps>;
 
-// A block's values, with room for those that lanes write past its end.
+// A block's values, with room for what vector stores write past its end.
 using MOD_VALUES = std::array<int32_t, MOD_Block + 3>;
 
 }  // namespace
 
-// Weights that add up to one: samples become 16-bit values.
+// Normalised weights: their sum gives 8 fractional bits to a sample.
 static std::array<float, MOD_Taps> ScaleWeights(const std::array<double, MOD_Taps> &weights)
 {
     const double scale = 256 / std::accumulate(weights.begin(), weights.end(), 0.0);
@@ -76,7 +93,7 @@ static double Bessel(double x)
     return sum;
 }
 
-// J. F. Kaiser's window, over -1 to 1.
+// Kaiser's window, over -1 to 1.
 static double Kaiser(double x)
 {
     return Bessel(MOD_KaiserBeta * std::sqrt(std::max(1 - x * x, 0.0)));
@@ -127,7 +144,7 @@ static bool IsLeft(size_t voice)
     return ((voice + 1) & 2) == 0;  // left, right, right, left
 }
 
-// Continues with the loop where a run has ended. False when no loop follows.
+// Enters the loop where a run has ended. False if no loop follows.
 static bool EnterRun(MOD_VOICE &v)
 {
     if (v.Data && v.Position < static_cast<uint64_t>(v.End) << 32)
@@ -138,7 +155,7 @@ static bool EnterRun(MOD_VOICE &v)
     return v.Data;
 }
 
-// Reads `count` samples from the position on, and those before it.
+// Reads `count` samples from the position, after those before it.
 static void ReadSamples(MOD_VOICE v, size_t count, MOD_SAMPLES &samples)
 {
     auto out = std::ranges::copy(v.Past, samples.begin()).out;
@@ -165,17 +182,17 @@ static void Move(MOD_VOICE &v, uint64_t way)
         way -= step;
         if (way == 0)
             return;
-        // Whole passes of the loop change nothing once it fills what was before.
+        // Once Past is filled from the loop, whole passes of it change nothing and are skipped.
         const uint64_t pass = static_cast<uint64_t>(v.LoopEnd - v.LoopStart) << 32;
         if (v.LoopData && way > pass * MOD_Taps)
             way = way % pass + pass * MOD_Taps;
     }
 }
 
-// These give `count` values at positions from `position` on, 16 bits and what lies between samples;
-// samples[MOD_Before] is the one at 0.
+// The interpolators. Each gives `count` values at positions from `position`, 16 bits with 8
+// fractional ones; samples[MOD_Before] is the sample at 0.
 
-// Four values at a time: each is weighed in eight lanes, whose sums are then taken together.
+// Four values at a time: each is weighted in eight lanes, then their sums are added together.
 EXTRA_LANES static void ReadWeighed(const MOD_WEIGHTS &weights, const MOD_SAMPLES &samples,
                                     uint64_t position, uint64_t step, size_t count, MOD_VALUES &out)
 {
@@ -213,8 +230,8 @@ EXTRA_LANES static void ReadWeighed(const MOD_WEIGHTS &weights, const MOD_SAMPLE
     }
 }
 
-// Each sample is packed with its distance to the next. One loop collects these from wherever the
-// pitch leads, the others work in lanes.
+// Each sample is packed with its difference to the next. One scalar loop gathers them at the
+// pitch's steps, the other loops are vectorised.
 EXTRA_LANES static void ReadLinear(const MOD_SAMPLES &samples, uint64_t position, uint64_t step,
                                    size_t count, MOD_VALUES &out)
 {
@@ -263,7 +280,7 @@ static void Interpolate(MOD_INTERPOLATION how, const MOD_SAMPLES &samples, uint6
     }
 }
 
-// What is left of a fade of `frames` with so many frames to go; from MOD_FadeOne to 0.
+// The fade's factor with `left` of `frames` frames to go, from MOD_FadeOne to 0.
 static int32_t FadeOf(int32_t left, int32_t frames)
 {
     const uint64_t at =
@@ -277,7 +294,7 @@ static int32_t Faded(int32_t value, int32_t fade)
     return static_cast<int32_t>(int64_t{value} * fade / MOD_FadeOne);
 }
 
-// Adds values at a gain that moves.
+// Adds values with a ramping gain.
 static void AddRamp(MOD_VOICE &v, int32_t ramp, std::span<const int32_t> values, int32_t *bus)
 {
     for (const int32_t value : values) {
@@ -294,14 +311,14 @@ EXTRA_LANES static void AddLevel(int32_t level, std::span<const int32_t> values,
         bus[i] += values[i] * level;
 }
 
-// Adds what cut notes left.
+// Adds the fading rest of cut notes.
 static void AddTail(MOD_VOICE &v, int32_t ramp, std::span<int32_t> bus)
 {
     for (size_t i = 0; i < bus.size() && v.TailFrames != 0; i++)
         bus[i] += Faded(v.Tail, FadeOf(--v.TailFrames, ramp));
 }
 
-// Sends the gain on its way to a new volume.
+// Starts the ramp to a new volume.
 static void StartRamp(MOD_VOICE &v, int32_t frames)
 {
     const int32_t target = v.Volume * MOD_VolumeStep * MOD_GainOne;
@@ -312,7 +329,7 @@ static void StartRamp(MOD_VOICE &v, int32_t frames)
     v.RampFrames = frames;
 }
 
-// Frames from the position on that lie in the window, and before the end where no loop follows.
+// Output frames that the window of samples suffices for, up to the end if no loop follows.
 static size_t FramesAhead(const MOD_VOICE &v, uint64_t step, size_t frames)
 {
     uint64_t way = uint64_t{MOD_Window} << 32;
@@ -321,7 +338,7 @@ static size_t FramesAhead(const MOD_VOICE &v, uint64_t step, size_t frames)
     return static_cast<size_t>(std::min<uint64_t>((way + step - 1) / step, frames));
 }
 
-// Adds what the voice plays. Returns the frames until it fell silent.
+// Adds a voice's output. Returns the frames until it fell silent.
 static size_t AddRuns(const MOD_MIXER &mixer, MOD_VOICE &v, uint64_t step, int32_t ramp,
                       std::span<int32_t> bus)
 {
@@ -347,7 +364,7 @@ static size_t AddRuns(const MOD_MIXER &mixer, MOD_VOICE &v, uint64_t step, int32
     return done;
 }
 
-// What stops being heard at once fades instead.
+// Turns what stops abruptly into a fading tail.
 static void Leave(MOD_VOICE &v, int32_t ramp)
 {
     if (v.Heard != 0) {
@@ -362,7 +379,7 @@ static int32_t RampFramesOf(uint32_t rate)
     return std::max(static_cast<int32_t>(rate * MOD_RampTime), 1);
 }
 
-// Samples a frame of a voice that plays; 0 where it is silent.
+// Samples per output frame of a sounding voice; 0 if it is silent.
 static uint64_t StepOf(const MOD_VOICE &v, uint32_t rate)
 {
     if (v.Period == 0 || (!v.Data && !v.LoopData))
@@ -370,8 +387,8 @@ static uint64_t StepOf(const MOD_VOICE &v, uint32_t rate)
     return static_cast<uint64_t>(4 * MOD_Clock / v.Period / rate * 4294967296.0) | 1;
 }
 
-// While a new note's gain rises, the tail of the one before falls: together they are never louder
-// than either.
+// While a new note's gain rises, the previous note's tail falls: together they are never louder
+// than the louder one.
 static void AddVoice(const MOD_MIXER &mixer, MOD_VOICE &v, uint32_t rate, std::span<int32_t> bus)
 {
     const int32_t ramp = RampFramesOf(rate);
@@ -391,7 +408,7 @@ static void AddVoice(const MOD_MIXER &mixer, MOD_VOICE &v, uint32_t rate, std::s
     AddTail(v, ramp, bus.subspan(done));
 }
 
-// Weights of a second-order low-pass by the bilinear transform.
+// Coefficients of a second-order low-pass by the bilinear transform.
 static void MakeFilter(MOD_MIXER &mixer, uint32_t rate)
 {
     mixer.FilterRate = rate;
@@ -416,7 +433,7 @@ static void FilterBus(MOD_FILTER &filter, size_t side, std::span<int32_t> bus)
     }
 }
 
-// What one side hears of the buses, rounded to `bits` and cut to what these hold.
+// One side, mixed from the buses, rounded to `bits` and clamped.
 EXTRA_LANES static void MixSide(const MOD_MIXER &mixer, double left, double right, uint32_t bits,
                                 std::span<int32_t> out)
 {
@@ -430,7 +447,7 @@ EXTRA_LANES static void MixSide(const MOD_MIXER &mixer, double left, double righ
     }
 }
 
-// Writes a side's samples `stride` bytes apart.
+// Writes a side's samples, `stride` bytes apart.
 template <int Bytes>
 static void StoreSide(std::span<const int32_t> side, uint8_t *out, size_t stride)
 {
@@ -463,7 +480,7 @@ static void StoreFrames(const MOD_MIXER &mixer, size_t voices, const MOD_FORMAT 
     const double nearSide = scale * (1 + apart) / 2, farSide = scale * (1 - apart) / 2;
     const uint32_t bytes = format.Bits / 8;
     const size_t stride = bytes * format.Channels;
-    std::array<std::array<int32_t, MOD_Block>, 3> sides;  // the third is silent
+    std::array<std::array<int32_t, MOD_Block>, 3> sides;  // the third stays silent
     MixSide(mixer, nearSide, farSide, format.Bits, std::span(sides[0].data(), frames));
     MixSide(mixer, farSide, nearSide, format.Bits, std::span(sides[1].data(), frames));
     if (format.Channels == 2 && bytes == 2)

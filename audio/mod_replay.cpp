@@ -8,8 +8,14 @@
 
 constexpr size_t MOD_Notes = 36;
 
-// Periods of three octaves from C-1 in the tunings 0 to 7 and -8 to -1 eighths of a semitone, each
-// after its notes with the 0 that the original's searches end at.
+// The sound chip counts a clock down from the period and then plays the next sample, so a pitch is
+// a period: half the period is an octave up, and a semitone divides it by 2^(1/12). Files store the
+// periods of tuning 0. The player finds the stored period in that row, and the note's index then
+// gives the period in the sample's own tuning; glissando and arpeggio count semitones by the same
+// index.
+//
+// The rows: three octaves from C-1 in the tunings 0 to 7 and -8 to -1 eighths of a semitone. Each
+// ends with the 0 that stops the original's searches.
 constexpr std::array<std::array<uint16_t, MOD_Notes + 1>, 16> MOD_Periods = {{
     // clang-format off
     {856, 808, 762, 720, 678, 640, 604, 570, 538, 508, 480, 453,
@@ -63,7 +69,7 @@ constexpr std::array<std::array<uint16_t, MOD_Notes + 1>, 16> MOD_Periods = {{
     // clang-format on
 }};
 
-// Notes and tunings only fall, an octave halves, and eight eighths make a semitone.
+// Notes and tunings descend, an octave halves the period, and eight eighths make a semitone.
 static constexpr bool PeriodsHold()
 {
     for (size_t t = 0; t < 16; t++)
@@ -97,12 +103,12 @@ static_assert([] {
     return true;
 }());
 
-// What a tick adds to the count of the invert loop, which acts at 128.
+// What a tick adds to the invert loop's counter, which acts at 128.
 constexpr std::array<uint8_t, 16> MOD_InvertSteps = {0,  5,  6,  7,  8,  10, 11, 13,
                                                      16, 19, 22, 26, 32, 43, 64, 128};
 static_assert(std::ranges::is_sorted(MOD_InvertSteps));
 
-// 2^(-i / 12), for notes that the table lacks.
+// 2^(-i / 12), for notes outside the table.
 constexpr std::array<double, 16> MOD_Semitones = [] {
     std::array<double, 16> ratios{};
     double ratio = 1;
@@ -121,7 +127,7 @@ static bool InTable(uint32_t period)
     return period >= 113 && period <= 856;
 }
 
-// The first note of a tuning that is not lower; MOD_Notes when it is above all.
+// The first note of a tuning whose period is not longer; MOD_Notes if there is no such note.
 static size_t FindNote(uint8_t finetune, uint16_t period)
 {
     const auto &notes = MOD_Periods[finetune];
@@ -140,9 +146,9 @@ static uint32_t Heard(MOD_PITCH pitch)
     return pitch.Period == 0 ? 0 : static_cast<uint32_t>(4 * pitch.Period + pitch.Quarters);
 }
 
-// A note of the table; the 0 after a tuning's last is not a note. What is heard is the first
-// octave's, halved, as today's players have it; in tuning 0, but for its last note, what files
-// state.
+// A note of the table; the 0 that ends a tuning is not a note. The pitch that sounds is the first
+// octave's, halved per octave, as in today's players; in tuning 0, except for the last note, it is
+// the one that files state.
 static MOD_PITCH NotePitch(size_t finetune, size_t note)
 {
     const auto &notes = MOD_Periods[finetune];
@@ -151,14 +157,14 @@ static MOD_PITCH NotePitch(size_t finetune, size_t note)
     return MakePitch(period, asStated ? 4 * period : 4 * notes[note % 12] >> note / 12);
 }
 
-// A note outside the table is tuned as its namesake of the first octave.
+// A note outside the table is tuned like the same note of the first octave.
 static MOD_PITCH OutsidePitch(size_t finetune, uint16_t period)
 {
     if (finetune == 0 || period == 0)
         return MakePitch(period, 4 * period);
     double inOctave = period;
     int octave = 0;
-    for (; inOctave < 441; octave++)  // from halfway between C-2 and B-1 on
+    for (; inOctave < 441; octave++)  // the boundary is halfway between C-2 and B-1
         inOctave *= 2;
     for (; inOctave >= 882; octave--)
         inOctave /= 2;
@@ -170,7 +176,7 @@ static MOD_PITCH OutsidePitch(size_t finetune, uint16_t period)
     return MakePitch((heard + 2) / 4, heard);
 }
 
-// Pitch of a cell's note in the channel's tuning.
+// The pitch of a cell's note in the channel's tuning.
 static MOD_PITCH TuneNote(const MOD_CHANNEL &c)
 {
     return InTable(c.Cell.Period) ? NotePitch(c.Finetune, FindNote(0, c.Cell.Period))
@@ -205,12 +211,12 @@ static void Trigger(const MOD_PLAYER &p, const MOD_CHANNEL &c, MOD_VOICE &v)
     SetLoop(p, c, v);
 }
 
-// The whole of the channel's sample.
+// Sets the run to the channel's whole sample.
 static void SetRun(const MOD_PLAYER &p, MOD_CHANNEL &c)
 {
     const MOD_SAMPLE &sample = p.Song->Samples[c.Sample];
     c.Start = 0;
-    // A loop from the very start is entered only after the whole sample was heard.
+    // A loop from the very start is entered only after the whole sample was played.
     c.Length = sample.LoopStart > 0 ? sample.LoopStart + sample.LoopLength
                                     : static_cast<uint32_t>(sample.Data.size());
 }
@@ -258,7 +264,7 @@ static bool HasWideRange(const MOD_PLAYER &p)
     return p.Song->WideRange || p.Song->Foreign;
 }
 
-// Slides stop at the same two notes in every tuning; notes beyond go there at once.
+// Slides stop at the same two notes in every tuning; notes beyond jump there at once.
 static void SlideUp(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v, uint8_t step)
 {
     const MOD_PITCH highest = HasWideRange(p) ? MOD_PITCH{14, 0} : NotePitch(0, MOD_Notes - 1);
@@ -284,7 +290,7 @@ static void Arpeggio(const MOD_PLAYER &p, const MOD_CHANNEL &c, MOD_VOICE &v)
         v.Period = static_cast<uint32_t>(Heard(c.Pitch) * MOD_Semitones[up] + 0.5);
         return;
     }
-    // Kept: above the highest note comes the 0, then the next tuning.
+    // On purpose: above the highest note come the 0 and the next tuning.
     const size_t note = c.Finetune * (MOD_Notes + 1) + raised;
     const size_t row = note / (MOD_Notes + 1);
     v.Period = row < 16 ? Heard(NotePitch(row, note % (MOD_Notes + 1))) : 0;
@@ -301,7 +307,7 @@ static void AimPortamento(MOD_CHANNEL &c)
 static void Portamento(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 {
     uint16_t &period = c.Pitch.Period;
-    if (c.Wanted.Period == 0 || period == 0)  // without a note to start from it is silent
+    if (c.Wanted.Period == 0 || period == 0)  // silent without a note to start from
         return;
     const int speed = c.PortamentoSpeed, wanted = c.Wanted.Period;
     period = static_cast<uint16_t>(c.WantedIsHigher ? std::max(period - speed, wanted)
@@ -329,7 +335,7 @@ static void SetWave(const MOD_CHANNEL &c, MOD_WAVE &wave)
         wave.Depth = Low(c);
 }
 
-// What the wave adds at its position; `rampFalls` turns the ramp.
+// The wave's value at its position; `rampFalls` inverts the ramp.
 static int WaveValue(const MOD_WAVE &wave, bool rampFalls, int shift)
 {
     const int i = wave.Position >> 2 & 31;
@@ -353,7 +359,7 @@ static void Vibrate(MOD_CHANNEL &c, MOD_VOICE &v)
 static void Tremolo(MOD_CHANNEL &c, MOD_VOICE &v)
 {
     SetWave(c, c.Tremolo);
-    // Kept: the ramp turns by the position of the vibrato.
+    // On purpose: the vibrato's position inverts the ramp.
     const int change = WaveValue(c.Tremolo, c.Vibrato.Position >= 128, 6);
     v.Volume = static_cast<uint8_t>(std::clamp(c.Volume + change, 0, 64));
     c.Tremolo.Position = static_cast<uint8_t>(c.Tremolo.Position + c.Tremolo.Speed * 4);
@@ -378,7 +384,7 @@ static void SampleOffset(MOD_CHANNEL &c)
         c.Start += skip;
         c.Length -= skip;
     } else {
-        c.Length = std::min(c.Length, 2u);  // as good as nothing: on with the loop
+        c.Length = std::min(c.Length, 2u);  // almost nothing, so the loop follows
     }
 }
 
@@ -396,7 +402,7 @@ static void InvertLoop(MOD_PLAYER &p, MOD_CHANNEL &c)
     value = static_cast<int8_t>(-1 - value);
 }
 
-// The sample and the note of the cell.
+// Takes the cell's sample and note.
 static void ReadNote(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 {
     const uint8_t command = c.Cell.Command;
@@ -413,7 +419,8 @@ static void ReadNote(const MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
     }
     if (command == 0xE && High(c) == 5)
         c.Finetune = Low(c);
-    // Kept: in the original it acts again below, so that the next note starts at twice the offset.
+    // On purpose: as in the original the command acts again below, so the next note starts at twice
+    // the offset.
     if (command == 9)
         SampleOffset(c);
     StartNote(p, c, v);
@@ -466,7 +473,7 @@ static void Extended(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
     case 0x7:
         c.Tremolo.Shape = value;
         break;
-    case 0x9:  // a note starts by itself
+    case 0x9:  // the command also starts a note without one in the cell
         if (value != 0 && p.Tick % value == 0 && !(first && c.Cell.Period != 0))
             Trigger(p, c, v);
         break;
@@ -502,7 +509,7 @@ static void Extended(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
     }
 }
 
-// Today's players, unlike the original, go on where the speed is 0.
+// On speed 0 today's players, unlike the original, continue.
 static void SetSpeed(MOD_PLAYER &p, uint8_t value)
 {
     if (value == 0)
@@ -516,7 +523,7 @@ static void SetSpeed(MOD_PLAYER &p, uint8_t value)
 static void PositionJump(MOD_PLAYER &p, uint8_t order)
 {
     p.Position = static_cast<uint8_t>(order - 1);
-    p.BreakRow = 0;  // kept: a break in a channel before this one loses its row
+    p.BreakRow = 0;  // on purpose: a break in an earlier channel loses its row
     p.Jump = true;
 }
 
@@ -527,8 +534,8 @@ static void PatternBreak(MOD_PLAYER &p, const MOD_CHANNEL &c)
     p.Jump = true;
 }
 
-// Commands that act as the row is read. Those that are missing leave the period as it is, so that a
-// vibrato or an arpeggio before stays where it was until the next tick.
+// Commands that act when the row is read. The others leave the period unchanged, so that an earlier
+// vibrato or arpeggio holds its pitch until the next tick.
 static void RowEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 {
     InvertLoop(p, c);
@@ -557,7 +564,7 @@ static void RowEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
     }
 }
 
-// Commands that act on every other tick, and on the first one of a row that a delay repeats.
+// Commands that act on all other ticks, and on the first tick of a row that a delay repeats.
 static void TickEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 {
     InvertLoop(p, c);
@@ -590,7 +597,7 @@ static void TickEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
     case 0x7:
         v.Period = Heard(c.Pitch);
         Tremolo(c, v);
-        return;  // heard until the next tick, the channel's own volume stays
+        return;  // sounds until the next tick; the channel's own volume is unchanged
     case 0xA:
         v.Period = Heard(c.Pitch);
         SlideVolume(c);
@@ -641,7 +648,7 @@ static void NextOrder(MOD_PLAYER &p)
     p.Position = static_cast<uint8_t>((p.Position + 1) & 127);
     if (p.Position >= p.Song->Length) {
         p.Position = 0;
-        p.AtEnd = p.Row == 0;  // a break that leads into the middle goes on there, once
+        p.AtEnd = p.Row == 0;  // a break into the middle of a pattern continues there, once
     }
 }
 
@@ -663,19 +670,19 @@ static void NextRow(MOD_PLAYER &p)
         NextOrder(p);
 }
 
-// What decides how the song goes on: where it is and, of each channel that is in a loop, the loop.
+// Hash of what decides how the song continues: its place, and the loop of each channel in one.
 static uint64_t FlowKey(const MOD_PLAYER &p)
 {
     uint64_t key = p.Position * MOD_Rows + p.Row;
     for (const MOD_CHANNEL &c : p.Channels) {
         key ^= c.LoopsLeft != 0 ? (c.LoopsLeft * MOD_Rows + c.LoopRow) << 16 : 0;
-        key *= 0x9E3779B97F4A7C15;  // odd: different keys stay different
+        key *= 0x9E3779B97F4A7C15;  // odd: distinct keys stay distinct
         key ^= key >> 29;
     }
     return key;
 }
 
-// By the formats' rules of whole frames, counted here at the most common rate.
+// The formats' rules use whole frames, counted here at the most common rate.
 static double TickSeconds(const MOD_SONG &song, uint8_t tempo)
 {
     constexpr double rate = 44100;
@@ -691,7 +698,7 @@ MOD_LENGTH MOD_Measure(const MOD_SONG &song)
     for (;;) {
         if (p.DelayLeft == 0 && !played.insert(FlowKey(p)).second)
             break;
-        p.Tick = p.Speed;  // only first ticks lead anywhere
+        p.Tick = p.Speed;  // only a row's first tick changes the place
         if (!MOD_Tick(p))
             break;
         seconds += p.Speed * TickSeconds(song, p.Tempo);
@@ -701,8 +708,8 @@ MOD_LENGTH MOD_Measure(const MOD_SONG &song)
 
 void MOD_Start(MOD_PLAYER &player, const MOD_SONG &song, uint32_t rows)
 {
-    // The memory of the last run is kept: starting over in the sound card's callback allocates
-    // none.
+    // The last run's memory is reused, so that starting over in the audio callback allocates
+    // nothing.
     MOD_PLAYER last = std::exchange(player, {});
     player.Song = &song;
     player.RowsLeft = rows;
@@ -726,7 +733,7 @@ bool MOD_Tick(MOD_PLAYER &player)
         player.Tick = 0;
     if (first && player.DelayLeft == 0) {
         if (!ReadRow(player)) {
-            player.Tick = player.Speed;  // so that it stays at the end
+            player.Tick = player.Speed;  // stays at the end
             return false;
         }
     } else {

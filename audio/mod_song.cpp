@@ -19,20 +19,20 @@ struct MOD_SIGNATURE {
     bool Detected = true;
 };
 
-// Those whose digits are not their number of channels.
+// Signatures whose digits are not the number of channels.
 constexpr MOD_SIGNATURE MOD_Signatures[] = {
     {"M.K.", 4}, {"M!K!", 4}, {"FLT4", 4},        {"FLT8", 8},        {"CD81", 8},
     {"OCTA", 8}, {"TDZ1", 1}, {"TDZ2", 2, false}, {"TDZ3", 3, false},
 };
 
-// Those that the formats' rules know as well.
+// Signatures that only the formats' rules accept.
 constexpr MOD_SIGNATURE MOD_OtherSignatures[] = {
     {"M&K!", 4}, {"FEST", 4}, {"NSMS", 4}, {"N.T.", 4}, {"LARD", 4}, {"PATT", 4}, {"EXO4", 4},
     {"EXO8", 8}, {"CD61", 6}, {"OKTA", 8}, {"FA04", 4}, {"FA06", 6}, {"FA08", 8},
 };
 
-// What stands at the signature's place in well-known modules with 15 samples, which have none. The
-// zeros are on purpose: detection takes every other file of up to 1080 bytes for a module.
+// What well-known modules with 15 samples, which have no signature, contain in its place. The zeros
+// are on purpose: detection takes every other file of up to 1080 bytes for a module.
 constexpr uint32_t MOD_OldModules[] = {
     0x00CA6000, 0x00BE1000, 0x00000000, 0x00FE4000, 0x011D1000,
     0x00D61000, 0x00AA3000, 0x01C52000, 0x00000C0F, 0x00BE5000,
@@ -40,12 +40,12 @@ constexpr uint32_t MOD_OldModules[] = {
 
 struct MOD_LAYOUT {
     uint8_t Channels, SampleCount;
-    bool Halves;   // eight channels as two patterns of four
-    size_t Extra;  // bytes after the signature
-    bool Foreign;  // as in the song
+    bool Halves;   // eight channels, stored as two patterns of four
+    size_t Extra;  // after the signature
+    bool Foreign;  // as in MOD_SONG
     size_t Orders() const
     {
-        return 20 + SampleCount * MOD_SampleHeader;  // its length and a restart byte, then the list
+        return 20 + SampleCount * MOD_SampleHeader;  // length, restart byte, then the list
     }
     size_t Patterns() const
     {
@@ -70,7 +70,7 @@ static uint8_t FindChannels(std::span<const MOD_SIGNATURE> signatures, std::stri
     return known != signatures.end() ? known->Channels : uint8_t{0};
 }
 
-// Channels by the signature, 0 for none.
+// The number of channels by signature, 0 if unknown.
 static uint8_t ChannelsOf(std::string_view s)
 {
     if (const uint8_t channels = FindChannels(MOD_Signatures, s))
@@ -99,7 +99,7 @@ bool MOD_IsSignature(std::span<const uint8_t, 4> bytes)
     return text.ends_with("CHN") ? channels != 0 : channels >= 10 && channels <= 64;
 }
 
-// Whether the order list fits a module with 15 samples, whose editors knew 64 patterns.
+// Whether the order list fits a module with 15 samples; their editors had 64 patterns.
 static bool HasOldOrders(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
 {
     size_t position = layout.Orders();
@@ -109,8 +109,8 @@ static bool HasOldOrders(std::span<const uint8_t> file, const MOD_LAYOUT &layout
            std::ranges::all_of(orders, [](uint8_t order) { return order < 64; });
 }
 
-// The framework's rules: without a signature only sensible headers count, since most short files
-// have zeros there.
+// The framework's rules: without a signature only plausible headers are accepted, since most short
+// files have zeros in its place.
 static bool LooksOld(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
 {
     size_t position = MOD_SignatureAt;
@@ -126,15 +126,15 @@ static bool LooksOld(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
     return HasOldOrders(file, layout);
 }
 
-// Whether bytes are text up to a NUL, if they have one, after which editors left what was there.
+// Whether bytes are text up to a NUL, if they have one; editors left garbage after it.
 static bool IsText(std::span<const uint8_t> bytes)
 {
     return std::ranges::all_of(bytes.begin(), std::ranges::find(bytes, 0),
                                [](uint8_t c) { return c >= ' ' && c != 127; });
 }
 
-// Bytes of a sample whose header makes sense, nothing for one that does not. Those editors had no
-// tuning, and loops that start at a byte.
+// Length of a sample with a plausible header, nothing for any other. These editors had no tuning,
+// and their loops start at a byte offset.
 static std::optional<uint32_t> OldSampleBytes(std::span<const uint8_t> file, size_t position)
 {
     const bool named = IsText(Bytes_GetSpan(file, position, 22));
@@ -149,7 +149,7 @@ static std::optional<uint32_t> OldSampleBytes(std::span<const uint8_t> file, siz
     return length;
 }
 
-// The format's rules: all that the header and the patterns at hand say must make sense.
+// The format's rules: everything that header and patterns state must be plausible.
 static bool IsOld(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
 {
     uint32_t samples = 0;
@@ -161,18 +161,18 @@ static bool IsOld(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
     }
     if (samples == 0 || !IsText(Bytes_GetSpan(file, 0, 20)) || !HasOldOrders(file, layout))
         return false;
-    // As many patterns as the list names, of those that are at hand.
+    // The patterns in the list, as far as the bytes reach.
     const auto orders = Bytes_GetSpan(file, layout.Orders() + 2, MOD_Orders);
     const size_t patterns = *std::ranges::max_element(orders) + 1u;
     const auto cells = Bytes_GetSpan(file, layout.Patterns(), patterns * layout.PatternBytes());
     size_t notes = 0, strange = 0;
     for (size_t position = 0; position + MOD_CellBytes <= cells.size();) {
         const uint32_t cell = Bytes_GetBig(cells, position, 4);
-        const uint32_t period = cell >> 16;  // with the sample's high digit, which is 0
+        const uint32_t period = cell >> 16;  // includes the sample's high digit, which is 0
         notes += period >= 100 && period <= 1024;
         strange += (period != 0 && period < 100) || period > 1024;
     }
-    return notes > 16 * strange;  // real songs have a slip here and there
+    return notes > 16 * strange;  // real songs have occasional slips
 }
 
 static std::string_view SignatureOf(std::span<const uint8_t> file)
@@ -187,8 +187,8 @@ bool MOD_IsModule(std::span<const uint8_t> head)
     return ChannelsOf(SignatureOf(head)) != 0 || IsOld(head, {4, 15, false, 0, false});
 }
 
-// One editor of eight channels writes the signature of four. Its samples are loud and untuned, and
-// its files as long as their patterns take with eight, but for a byte that makes them even.
+// One editor writes four channels' signature for eight. Its samples are loud and untuned, and the
+// file's length is what its patterns take with eight channels, rounded up to even.
 static bool HasEight(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
 {
     const auto orders = Bytes_GetSpan(file, layout.Orders() + 2, MOD_Orders);
@@ -216,7 +216,7 @@ static std::optional<MOD_LAYOUT> FindLayout(std::span<const uint8_t> file)
         layout.Extra = signature.starts_with("FA0") ? 4 : 0;
         if (format && signature == "M.K." && HasEight(file, layout))
             layout.Channels = 8;
-        // The original's signatures are the two that it writes itself.
+        // The original writes only these two signatures.
         layout.Foreign =
             format && (layout.Channels != 4 || (signature != "M.K." && signature != "M!K!"));
         return layout;
@@ -235,8 +235,7 @@ static void ReadText(std::span<const uint8_t> file, size_t &position, std::array
     text[N - 1] = 0;
 }
 
-// The sample without its data; returns the bytes that it should have. `old`: the loop's start
-// counts bytes.
+// Reads the sample's header; returns the number of data bytes. `old`: the loop's start is in bytes.
 static uint32_t ReadSampleHeader(std::span<const uint8_t> file, size_t position, bool old,
                                  MOD_SAMPLE &sample)
 {
@@ -246,7 +245,7 @@ static uint32_t ReadSampleHeader(std::span<const uint8_t> file, size_t position,
     sample.Volume = std::min(Bytes_GetByte(file, position), uint8_t{64});
     const uint32_t start = Bytes_GetBig(file, position, 2);
     sample.LoopLength = Bytes_GetBig(file, position, 2) * 2;
-    // The oldest editors counted the start in bytes: then twice the figure does not fit.
+    // The oldest editors counted the start in bytes: then the value in words does not fit.
     const bool bytes =
         start * 2 + sample.LoopLength > length && start + sample.LoopLength <= length;
     sample.LoopStart = bytes || old ? start : start * 2;
@@ -264,7 +263,7 @@ static void ReadSampleData(std::span<const uint8_t> data, MOD_SAMPLE &sample)
     sample.LoopLength = std::min(sample.LoopLength, size - sample.LoopStart);
 }
 
-// The editors of 15 samples play nothing but the loop of a sample that has one.
+// For a looped sample, editors of 15 samples play nothing but the loop.
 static void KeepLoop(MOD_SAMPLE &sample)
 {
     if (sample.LoopLength <= 2)
@@ -274,8 +273,8 @@ static void KeepLoop(MOD_SAMPLE &sample)
     sample.LoopStart = 0;
 }
 
-// Patterns are counted by the highest number in the list, the entries after its end included, as
-// the original does; unless only those that are played leave room for the samples.
+// The number of patterns is the highest one in the list, including unused entries, as in the
+// original, unless only the patterns that are played leave room for the samples.
 static size_t CountPatterns(const MOD_SONG &song, const MOD_LAYOUT &layout, uint64_t samples,
                             size_t fileSize)
 {
@@ -337,12 +336,12 @@ std::optional<MOD_SONG> MOD_ReadSong(std::span<const uint8_t> file)
     }
     position = layout->Orders();
     song.Length = std::clamp(Bytes_GetByte(file, position), uint8_t{1}, uint8_t{MOD_Orders});
-    position++;  // where a restart would go on, which players do not agree on
+    position++;  // the restart position, which players disagree about
     for (uint8_t &order : song.Orders)
         order = Bytes_GetByte(file, position);
 
     const size_t patterns = CountPatterns(song, *layout, total, file.size());
-    if (layout->Halves)  // numbers count the halves
+    if (layout->Halves)  // the numbers count halves
         for (uint8_t &order : song.Orders)
             order /= 2;
     ReadPatterns(Bytes_GetSpan(file, layout->Patterns(), patterns * layout->PatternBytes()),

@@ -13,7 +13,7 @@ constinit thread_local uint16_t MP3_OutputBits = 16;
 
 constexpr int MP3_MaxTagFrames = 4096;
 
-// Where the text of an ID3v2 frame goes; nowhere for most.
+// Destination of an ID3v2 frame's text; null for most frames.
 static std::span<char> TextOf(MP3_ID3V2 &tag, uint32_t id)
 {
     switch (id) {
@@ -37,9 +37,9 @@ static std::span<char> TextOf(MP3_ID3V2 &tag, uint32_t id)
     }
 }
 
-// Reads the tag if the file begins with one, and gives the position where the counting ends, in
-// the tag or after it. What it counts is kept on purpose: the size's bytes as if they had 8 bits,
-// texts of other frames not skipped, four bytes of a comment twice.
+// Reads the tag if the file begins with one and returns the position where the counting ends, in
+// the tag or after it. Its way of counting is kept on purpose: the size's bytes are read as 8 bits
+// each, texts of other frames are not skipped, four bytes of a comment count twice.
 static uint64_t ReadID3v2(SOUND_FILE &file, MP3_ID3V2 &tag)
 {
     uint64_t position = 0;
@@ -62,7 +62,7 @@ static uint64_t ReadID3v2(SOUND_FILE &file, MP3_ID3V2 &tag)
         const bool comment = id == Sound_Id("COMM");
         const uint32_t language = comment ? Sound_GetBig(file, position, 4) : 0;
         length = std::max<int64_t>(length - (comment ? 4 : 0), 0);
-        if (language >> 24 != 0) {  // on purpose: only a comment without one is taken
+        if (language >> 24 != 0) {  // on purpose: only a comment without a language is taken
             position += static_cast<uint64_t>(length);
             text = {};
         }
@@ -74,7 +74,7 @@ static uint64_t ReadID3v2(SOUND_FILE &file, MP3_ID3V2 &tag)
     return position;
 }
 
-// Reads the tag in the file's last 128 bytes.
+// Reads the ID3v1 tag in the file's last 128 bytes.
 static void ReadID3v1(SOUND_FILE &file, MP3_ID3V1 &tag)
 {
     tag.Genre = MP3_UnknownGenre;
@@ -95,7 +95,7 @@ static void ReadID3v1(SOUND_FILE &file, MP3_ID3V1 &tag)
     tag.Genre = std::min(Sound_GetByte(file, position), MP3_UnknownGenre);
 }
 
-// Sets the record's fields from the header in its buffer.
+// Sets the record's fields from the frame header in its buffer.
 static void ReadHeader(MP3_HEADER &record)
 {
     const MP3_FRAME frame = MP3_ReadFrameHeader(std::span(record.FrameBuffer).first<4>());
@@ -118,7 +118,7 @@ static void ReadHeader(MP3_HEADER &record)
     record.FrameLength = frame.Length;
 }
 
-// The next byte; 0xFF at the end of the file, which the frame search takes for one.
+// The next byte; 0xFF at the end of the file, which the frame search takes for a sync byte.
 static uint8_t GetByte(FILE *file)
 {
 #ifdef _WIN32
@@ -128,8 +128,9 @@ static uint8_t GetByte(FILE *file)
 #endif
 }
 
-// Moves on past the next byte 0xFF. False when none was found in some bytes or up to the file's
-// end. Mostly it is the first byte; a long way to it is searched by blocks. `passed` counts.
+// Advances past the next byte 0xFF. False if none was found within a limit or before the end of the
+// file. Usually it is the very next byte; longer gaps are searched by blocks. `passed` counts the
+// bytes.
 static bool SkipToSync(FILE *file, size_t &passed)
 {
     constexpr size_t few = 256;
@@ -148,12 +149,12 @@ static bool SkipToSync(FILE *file, size_t &passed)
     return sync;
 }
 
-// Reads the body of the frame whose header stands in the record's buffer.
+// Reads the body of the frame whose header is in the record's buffer.
 static void ReadBody(FILE *file, MP3_HEADER &record)
 {
     const size_t checksum = record.Protection == 1 ? 2 : 0;
     for (size_t i = 0; i < checksum; i++)
-        GetByte(file);  // not checked
+        GetByte(file);  // the CRC is not checked
     const std::span body = std::span(record.FrameBuffer).subspan(4, record.FrameLength - 4u);
     const size_t read = std::fread(body.data(), 1, body.size() - checksum, file);
     std::fill(body.begin() + static_cast<ptrdiff_t>(read), body.end(), uint8_t{0});
@@ -161,8 +162,8 @@ static void ReadBody(FILE *file, MP3_HEADER &record)
 
 using SEARCH = MP3_SEARCH;
 
-// Reads the next frame into the record's buffer, unless it takes so many bytes that `passed`, to
-// which they are added, exceeds MP3_MaxSearch.
+// Reads the next frame into the record's buffer. Gives up once `passed`, to which the searched
+// bytes are added, exceeds MP3_MaxSearch.
 static SEARCH FindFrameByFramework(FILE *file, MP3_HEADER &record, size_t &passed)
 {
     while (!feof(file)) {
@@ -203,7 +204,7 @@ static SEARCH FindFrameByFormat(FILE *file, MP3_HEADER &record, size_t &passed)
     if (found != SEARCH::Found)
         return found;
     if (record.Frames.Next - length != expected)
-        record.Layer3.ReservoirSize = 0;  // it is not what comes before this frame
+        record.Layer3.ReservoirSize = 0;  // its bits do not precede this frame's
     passed += length;
     ReadHeader(record);
     record.FrameLength = static_cast<uint16_t>(length);
@@ -252,7 +253,7 @@ static void ReadFirstFrame(MP3_HEADER &record, uint64_t position)
         Reason_Clear();
 }
 
-// Cuts a text to what `field` holds, before a character that does not fit.
+// Truncates a text to fit `field`, without splitting a character.
 template <size_t N>
 static void CutText(const std::string &text, std::array<char, N> &field)
 {
@@ -309,7 +310,7 @@ uint8_t MP3_LoadFrame(FILE *file, uint8_t n)
     return found == SEARCH::Found ? 1 : 0;
 }
 
-// Bytes of the samples that the record's frame is decoded to.
+// Bytes of the decoded samples of the record's frame.
 static uint32_t DecodedSize(const MP3_HEADER &record)
 {
     return (record.Version == 3 ? 36u : 18u) * 32 * 2 * record.Channels;
@@ -325,7 +326,7 @@ static int32_t Decode(MP3_HEADER &record, Sample *samples)
     MP3_LAYER3 &layer3 = record.Layer3;
     MP3_InitGetBits(layer3.Bits, record.FrameBuffer.data() + 4, 8 * (record.FrameLength - 4));
     if (record.Protection == 1 && !byFormat)
-        MP3_GetBits(layer3.Bits, 16);  // kept on purpose, although the buffer has no CRC
+        MP3_GetBits(layer3.Bits, 16);  // on purpose, although the buffer holds no CRC
     const bool joint = record.ChannelMode == 1;
     const MP3_FORMAT format = {record.Rate,
                                static_cast<uint8_t>(record.Channels),
@@ -351,7 +352,7 @@ int32_t MP3_Decode(MP3_HEADER &record, int16_t *samples)
     return Decode(record, samples);
 }
 
-// Writes samples with their low byte first.
+// Writes samples little-endian.
 template <typename Sample>
 static void StoreSamples(const Sample *samples, size_t bytes, uint8_t *out)
 {
@@ -363,7 +364,7 @@ static void StoreSamples(const Sample *samples, size_t bytes, uint8_t *out)
             out[i] = static_cast<uint8_t>(samples[i / size] >> i % size * 8);
 }
 
-// Gives a frame's samples the channels of the sound.
+// Converts a frame's samples to the sound's channels.
 template <typename Sample>
 static void SetChannels(std::array<Sample, MP3_MaxSamples> &samples, uint32_t count,
                         uint16_t channels, uint16_t wanted)
@@ -376,8 +377,12 @@ static void SetChannels(std::array<Sample, MP3_MaxSamples> &samples, uint32_t co
             samples[i] = static_cast<Sample>((int64_t{samples[2 * i]} + samples[2 * i + 1]) / 2);
 }
 
-// The samples of the next frame, `count` of them in each channel, that belong to the sound: without
-// what encoder and decoder added before and after it.
+// The samples of the next frame, `count` per channel, that belong to the sound.
+//
+// An encoder pads both ends: it starts with silence for its own and the decoder's delay, and fills
+// the last frame up. The info frame states both amounts, so the first `Skip` samples and everything
+// after `Samples` more are dropped. Two files cut from one recording, or a file and its repetition,
+// then join without a gap.
 template <typename Sample>
 static std::span<const Sample>
 TrimFrame(MP3_STREAM &frames, const std::array<Sample, MP3_MaxSamples> &samples, uint32_t count)
@@ -402,7 +407,7 @@ static SOUND_FILLED FillByFormat(MP3_HEADER &record, const SOUND_REFILL &refill)
     const uint32_t count = MP3_FrameSamples(frames.Header), size = count * frame;
     if (frames.Header != 0 && static_cast<uint64_t>(ftello(file)) == frames.Start)
         MP3_StartOver(record);
-    size_t passed = 0;  // since the last frame
+    size_t passed = 0;  // bytes since the last frame
     SEARCH found = SEARCH::End;
     while (frames.Header != 0 &&
            (frames.Samples == 0 || frames.Sample < frames.Skip + frames.Samples)) {
@@ -432,14 +437,14 @@ static SOUND_FILLED FillByFramework(MP3_HEADER &record, const SOUND_REFILL &refi
         const auto length = static_cast<uint32_t>(refill.Buffer.size() - room.size());
         return SOUND_FILLED{length, length, unfinished && length == 0};
     };
-    size_t passed = 0;  // since the last frame that was decoded
+    size_t passed = 0;  // bytes since the last frame that was decoded
     for (;;) {
         const long start = std::ftell(file);
         const SEARCH found = FindFrame(file, record, passed);
         if (found != SEARCH::Found)
             return filled(found == SEARCH::Unfinished);
         if (DecodedSize(record) > room.size() && room.size() != refill.Buffer.size()) {
-            std::fseek(file, start, SEEK_SET);  // larger than the frames before it
+            std::fseek(file, start, SEEK_SET);  // it is larger than earlier frames
             return filled();
         }
         const int32_t decoded = MP3_Decode(record, samples.data());
@@ -481,7 +486,12 @@ void MP3_StartOver(MP3_HEADER &record)
     record.Frames.Checked = false;
 }
 
-// Looks for frames until there are `count`, or the end of the file.
+// Indexes frames until there are `count`, or to the end of the file.
+//
+// Frames of variable bit rate have no computable position, so the first seek walks the headers from
+// the start and notes the position of every MP3_IndexStep-th frame. Later seeks use these notes and
+// extend them only past the farthest frame seen. Memory is bounded: one number for MP3_IndexStep
+// frames.
 static void Index(MP3_HEADER &record, FILE *file, uint64_t count)
 {
     MP3_INDEX &index = record.Index;
@@ -509,8 +519,13 @@ static void Index(MP3_HEADER &record, FILE *file, uint64_t count)
     }
 }
 
-// A place so far before frame n that the one or two before n are decoded with all bits that they
-// take from earlier ones.
+// An index place early enough before frame n for an exact start there.
+//
+// Frame n cannot be decoded alone: its main data may begin up to MP3_MaxReservoir bytes earlier,
+// its IMDCT overlaps the granule before it, and the synthesis window reaches back 15 slots. So the
+// one or two frames before n must be decoded in full, and they in turn need the reservoir. Going
+// back by the reservoir's size, plus header and side information of each frame passed, which hold
+// no main data, collects enough bytes.
 static size_t PlaceBefore(const MP3_INDEX &index, uint64_t n)
 {
     constexpr uint64_t reservoir = MP3_MaxReservoir, header = 6 + 32;  // the longest, with a CRC

@@ -1,18 +1,18 @@
 // MPEG audio files: tags, frames and the refilling of sound buffers. ISO/IEC 11172-3 and 13818-3
 // for the frames, ID3v1 and ID3v2.3 (id3.org) for the tags. audio/mp3_layer3.h decodes a frame.
 //
-// Where the rules differ (AUDIO_RULES, mp3_stream.h does what the format's need):
+// Where the rules differ (AUDIO_RULES; audio/mp3_stream.h implements the format's):
 //              framework's                           format's
 //   frames     any sync bits, two bytes 0xFF end     a header where the last frame ends, or one
 //              the search                            with which the next one agrees
 //   length     as in MPEG-1, whatever the version    by version; free format from header to header
 //   CRC        skipped twice                         read once; where it has been right before,
 //                                                    a wrong one means a damaged frame
-//   tags       in the frames' way, texts as bytes    skipped on both sides, texts in UTF-8
+//   tags       searched for frames, texts as bytes   skipped on both sides, texts in UTF-8
 //   info       an info frame is played, and so is    not played; the encoder's and the decoder's
 //              what encoders add                     delay and the padding are dropped
-//   damage     decoded as it is, or left out         silent, for as long as it lasts
-//   samples    truncated, what is lost is carried    rounded
+//   damage     decoded as it is, or skipped          silent, for as long as it lasts
+//   samples    truncated, the remainder carried      rounded
 //   Layer I    taken for Layer III                   named as the reason, as is Layer II
 //   channels   as each frame has them                those of the first frame
 //
@@ -33,7 +33,7 @@
 
 #pragma GCC visibility push(default)
 
-/// Texts of a tag, each with a NUL at its end; empty without a tag.
+/// Texts of a tag, each NUL-terminated; empty without a tag.
 struct MP3_ID3V1 {
     std::array<char, 31> Title, Artist, Album;
     std::array<char, 5> Year;
@@ -42,11 +42,11 @@ struct MP3_ID3V1 {
     uint8_t Genre;  // index of MP3_Genre; 126 without a tag
 };
 
-/// The same for ID3v2. Texts are the file's bytes, whatever encoding it says they have.
+/// The same for ID3v2. Texts are the file's bytes, whatever encoding it declares.
 struct MP3_ID3V2 {
     uint16_t Version;  // major * 256 + revision
     uint8_t Flags;
-    uint32_t Size;  // as it stands in the file, 8 bits a byte
+    uint32_t Size;  // as stored, read as 8 bits a byte
     std::array<char, 61> Title, Artist, Album;
     std::array<char, 31> Year;
     std::array<char, 255> Comment;
@@ -54,17 +54,17 @@ struct MP3_ID3V2 {
     std::array<char, 61> Genre;
 };
 
-/// Where frames are, as far as they were looked for.
+/// Index of the frames, as far as the file was searched.
 struct MP3_INDEX {
     std::vector<uint32_t> Places;  // positions of every MP3_IndexStep-th frame
-    uint64_t Frames;               // before Stream.Next
-    uint64_t Checked;              // frames before the first whose CRC is right
-    MP3_STREAM Stream;             // where the search stands
+    uint64_t Frames;               // number of frames before Stream.Next
+    uint64_t Checked;              // number of frames before the first whose CRC is right
+    MP3_STREAM Stream;             // where the search continues
 };
 constexpr uint64_t MP3_IndexStep = 32;
 
-/// A file that was loaded. The fields from Channels to FrameLength are those of the header in
-/// FrameBuffer: after MP3_Load the first one after the tag, 0 where none exists.
+/// A loaded file. The fields from Channels to FrameLength are those of the header in FrameBuffer:
+/// after MP3_Load the first one after the tag, 0 if there was no frame.
 struct MP3_HEADER {
     uint32_t FileSize;       // bytes
     uint16_t Channels;       // 1 or 2
@@ -82,59 +82,59 @@ struct MP3_HEADER {
     MP3_ID3V1 ID3v1;
     MP3_ID3V2 ID3v2;
     MP3_LAYER3 Layer3;
-    uint8_t Rules;  // AUDIO_RULES that it was loaded by
+    uint8_t Rules;  // AUDIO_RULES it was loaded under
     // By the format's rules; zero by the framework's.
     MP3_STREAM Frames;
     MP3_INDEX Index;
-    MP3_TEXTS Texts;     // of all tags; ID3v2 has them cut
-    uint32_t DataStart;  // of the first frame that sounds
+    MP3_TEXTS Texts;     // of all tags; ID3v2 above holds them truncated
+    uint32_t DataStart;  // of the first frame with sound
 };
 
-/// The files that this thread loaded, in the order of loading; null where none is.
+/// The files that this thread loaded, in load order; null for an empty slot.
 extern constinit thread_local SOUND_TABLE<MP3_HEADER> MP3_Header;
 extern constinit thread_local uint8_t MP3_SoundNumber;  // slot that the next load fills
 extern constinit thread_local SOUND_FILE MP3_File;      // being loaded
-extern constinit thread_local uint8_t MP3_Init;  // 1 once this thread knows the tables to be built
+extern constinit thread_local uint8_t MP3_Init;  // 1 once this thread has seen the tables built
 
-/// Bits of the samples that are decoded by the format's rules: 16, or 32 (little-endian), of which
-/// the upper 30 are computed, for who goes on with 24 bits or floating point. Set before a load; it
-/// holds for its record, as the BitsPerSample of record, facts and track. Errors are within a tenth
-/// of the full accuracy of ISO/IEC 11172-4.
+/// Bits of the samples that the format's rules decode to: 16, or 32 (little-endian), of which the
+/// upper 30 are computed, for callers that convert to 24 bits or floating point. Set before a load;
+/// it holds for its record, as the BitsPerSample of record, facts and track. Errors are within a
+/// tenth of what ISO/IEC 11172-4 allows for full accuracy.
 extern constinit thread_local uint16_t MP3_OutputBits;
 
-/// The most samples of a frame, all channels together.
+/// The most samples of a frame, over all channels.
 constexpr size_t MP3_MaxSamples = 2 * 1152;
 
-/// Reads tags and the first frame's header into slot MP3_SoundNumber, and moves that on. A file
-/// that cannot be opened, or when all slots are used, does nothing but leave a reason. The first
-/// frame is looked for in 1 MiB after the tag.
+/// Reads tags and the first frame's header into slot MP3_SoundNumber and increments that. Does
+/// nothing but leave a reason if the file cannot be opened or all slots are used. The first frame
+/// is searched for in the 1 MiB after the tag.
 void MP3_Load(const char *path);
 
-/// Searches `file` from its position on for the next frame and reads it into record n. Returns 1,
-/// or 0 at the end of the file and at two bytes 0xFF in a row. Frames of Layer II and of free
-/// format are skipped. What a cut file lacks of a frame is 0.
+/// Searches `file` from its position for the next frame and reads it into record n. Returns 1, or 0
+/// at the end of the file and at two consecutive bytes 0xFF. Frames of Layer II and of free format
+/// are skipped. What a truncated file lacks of a frame is 0.
 uint8_t MP3_LoadFrame(FILE *file, uint8_t n);
 
 /// Decodes the frame in the record's buffer into `samples` (MP3_MaxSamples of them, channels
-/// interleaved). Returns the bytes that they take; negative when the frame cannot be decoded.
+/// interleaved). Returns the bytes written; negative if the frame cannot be decoded.
 int32_t MP3_Decode(MP3_HEADER &record, int16_t *samples);
 
-/// Decodes frames from the position of `file` on into `buffer`, 16-bit little-endian samples, as
-/// many whole frames as *length bytes hold; of a frame larger than that, what fits. *length becomes
-/// the bytes stored: 0 at the end of the data. The next call goes on where `file` stands then.
+/// Decodes frames from the position of `file` into `buffer`, 16-bit little-endian samples, as many
+/// whole frames as *length bytes hold; a frame larger than that is truncated. *length becomes the
+/// bytes stored: 0 at the end of the data. The next call continues at the file's position.
 void MP3_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 
-/// The same by record, on any thread. After 1 MiB without a frame it gives up its turn: Unfinished,
-/// and the next call goes on with the search.
+/// The same by record, on any thread. After 1 MiB without a frame it returns Unfinished, and the
+/// next call continues the search.
 SOUND_FILLED MP3_Fill(MP3_HEADER &record, const SOUND_REFILL &refill);
 
-/// Puts `file` before the frame of MPEG audio with `frame` of the sound, and has the decoder carry
-/// what the frames before it leave: what is decoded from there on is as without the leap, but for
-/// damage shortly before. Returns the frame of the sound there. The first leap looks for all MPEG
-/// frames up to there. By the framework's rules it is always the start.
+/// Moves `file` before the MPEG frame that contains `frame` of the sound and decodes what precedes
+/// it, so that the output from there is the same as without the seek, except for damage shortly
+/// before. Returns the frame of the sound it is at. The first seek indexes all MPEG frames up to
+/// there. By the framework's rules it always returns to the start.
 uint64_t MP3_Seek(MP3_HEADER &record, FILE *file, uint64_t frame);
 
-/// Forgets what the decoder carries from frame to frame, as for another sound.
+/// Resets what the decoder carries from frame to frame, as for another sound.
 void MP3_StartOver(MP3_HEADER &record);
 
 /// Empties this thread's table. MP3_SoundNumber stays as it is.
@@ -142,10 +142,10 @@ void MP3_Destroy();
 
 /// Record n, null if no such record exists.
 MP3_HEADER *MP3_GetHeader(uint8_t n);
-/// Sets the slot that the next load fills; the table lets a record there go.
+/// Sets the slot that the next load fills; the table releases the record there.
 void MP3_SetSoundNumber(uint8_t n);
 
-/// The header's fields for a person, by their values.
+/// The header's fields for people, indexed by their values.
 constexpr char MP3_Version[4][17] = {"MPEG Version 2.5", "reserved", "MPEG Version 2",
                                      "MPEG Version 1"};
 constexpr char MP3_Layer[4][10] = {"reserved", "Layer III", "Layer II", "Layer I"};

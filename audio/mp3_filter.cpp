@@ -5,15 +5,15 @@
 #include "audio/mp3_window.h"
 #include "extra/lanes.h"
 
-// Loops over subbands and slots are written for compilers to run eight lanes at a time: with AVX2
-// they multiply 32 by 32 bits well.
+// Loops over subbands and slots are written for compilers to vectorise eight lanes wide: AVX2 has a
+// fast multiplication of 32 by 32 bits.
 
 namespace
 {
 
-// ISO/IEC 11172-3, table 3-B.9: the coefficients of alias reduction, ci as it stands there.
+// ISO/IEC 11172-3, table 3-B.9: alias reduction coefficients, ci as printed there.
 struct MP3_BUTTERFLY {
-    int32_t Cosine, Sine;  // cs and ca, 31 bits
+    int32_t Cosine, Sine;  // cs and ca, 31 fractional bits
 };
 
 }  // namespace
@@ -28,7 +28,8 @@ constexpr auto MP3_Butterflies = [] {
     return table;
 }();
 
-// Arithmetic on lanes. The shifts are unsigned, for what they take in from above is cut off again.
+// Arithmetic on lanes. Shifts are unsigned: the bits shifted in from above are truncated
+// afterwards.
 [[gnu::always_inline]] static inline int64_t Product(MP3_FIXED a, int32_t b)
 {
     return int64_t{static_cast<int32_t>(a)} * b;
@@ -56,7 +57,7 @@ template <int Bits>
     return Round<31>(Product(a, b) + Product(c, d));
 }
 
-// 1 / (2 cos((2k+1) pi / 2n)), k = 0 to n/2 - 1 or, for FULL, to n - 1: of the cosine transforms.
+// 1 / (2 cos((2k+1) pi / 2n)) for k = 0 to n/2 - 1: factors of the cosine transforms, n = N.
 template <size_t N>
 constexpr auto MP3_Secants = [] {
     std::array<int32_t, N / 2> table{};
@@ -66,7 +67,7 @@ constexpr auto MP3_Secants = [] {
     return table;
 }();
 
-// out[m] = sum of in[k] cos(k (2m+1) pi / 2n) for n = 3.
+// Transforms of 3 values: out[m] = sum of in[k] cos(k (2m+1) pi / 2n) for n = 3.
 [[gnu::always_inline]] static inline void CosineSums(std::array<MP3_FIXED, 3> &x)
 {
     constexpr int32_t c30 = MP3_Constant(MP3_Cosine(MP3_Pi / 6), 31);
@@ -74,8 +75,8 @@ constexpr auto MP3_Secants = [] {
     x = {even + odd, x[0] - x[2], even - odd};
 }
 
-// The same for n = 9. The even k are symmetric in m, the odd ones antisymmetric. Of three cosines
-// 120 degrees apart one is the sum of the others, which leaves two products for each.
+// The same for n = 9. Even k are symmetric in m, odd k antisymmetric. Of three cosines 120 degrees
+// apart one is, up to its sign, the sum of the others, so each triple takes two products.
 [[gnu::always_inline]] static inline void CosineSums(std::array<MP3_FIXED, 9> &x)
 {
     constexpr auto cosine = [](int degrees) {
@@ -101,9 +102,9 @@ constexpr auto MP3_Secants = [] {
 
 // out[m] = 2 cos((2m+1) pi / 4n) times the sum of in[k] cos((2k+1) (2m+1) pi / 4n), for n = 6, 18.
 //
-// 2 cos a cos (2k+1)a = cos 2ka + cos (2k+2)a turns the sum into one of y[k] cos 2ka with
-// y[k] = in[k] + in[k-1]. Its even k are cosine sums of half the length; so are the odd ones after
-// the same step once more, but for the factor of that step.
+// 2 cos a cos (2k+1)a = cos 2ka + cos (2k+2)a turns the sum into one of y[k] cos 2ka with y[k] =
+// in[k] + in[k-1]. The even k are a cosine sum of half the length; so are the odd ones after the
+// same step once more, except for the factor of that step.
 template <size_t N>
 [[gnu::always_inline]] static inline void CosineTransform4(std::array<MP3_FIXED, N> &x)
 {
@@ -125,16 +126,25 @@ template <size_t N>
     }
 }
 
-// The IMDCT's 2n outputs are those of CosineTransform4 mirrored: the last half of them forward,
-// then all backward and negated, then the first half forward and negated.
+// The hybrid synthesis of a granule turns 576 lines into 18 samples of each of the 32 subbands. An
+// inverse MDCT takes each subband's 18 lines to 36 values, which are windowed; the first 18 are
+// added to the last 18 of the granule before, and the new last 18 are kept in Overlap. The
+// polyphase filter bank (MP3_Synthesis) then turns each slot, one sample of every subband, into 32
+// samples of sound. Long blocks resolve frequency, short ones (three transforms of 6 lines) resolve
+// time. The alias reduction before undoes the crosstalk of neighbouring subbands, the frequency
+// inversion after it (odd samples of odd subbands are negated) the mirrored order of the odd
+// subbands.
+//
+// The IMDCT's 2n outputs are those of CosineTransform4 mirrored: its last half forward, then
+// everything backward and negated, then its first half forward and negated.
 template <size_t N>
 constexpr size_t Mirrored(size_t i)
 {
     return i < N / 2 ? N / 2 + i : i < N * 3 / 2 ? N * 3 / 2 - 1 - i : i - N * 3 / 2;
 }
 
-// Window of a block type, with the sign of the mirroring and the factor that CosineTransform4
-// leaves to be divided by. ISO/IEC 11172-3, 2.4.3.4.10.3.
+// Window of a block type, including the mirroring's sign and the factor that CosineTransform4
+// leaves to divide by. ISO/IEC 11172-3, 2.4.3.4.10.3.
 template <size_t N>
 constexpr auto MP3_BlockWindow(MP3_BLOCK block)
 {
@@ -160,7 +170,7 @@ constexpr std::array<std::array<int32_t, 36>, 4> MP3_LongWindows = {MP3_BlockWin
                                                                     MP3_BlockWindow<18>(MP3_STOP)};
 constexpr std::array<int32_t, 12> MP3_ShortWindow = MP3_BlockWindow<6>(MP3_SHORT);
 
-// All bits set for the odd subbands, whose odd samples change their sign.
+// All bits set in odd subbands, whose odd samples are negated.
 constexpr auto MP3_OddSubbands = [] {
     std::array<MP3_FIXED, MP3_Subbands> mask{};
     for (size_t s = 1; s < mask.size(); s += 2)
@@ -168,7 +178,7 @@ constexpr auto MP3_OddSubbands = [] {
     return mask;
 }();
 
-// Adds what the last granule left to slot t of subband s, with the frequency inversion.
+// Adds the previous granule's overlap to slot t of subband s, with the frequency inversion.
 [[gnu::always_inline]] static inline MP3_FIXED Overlapped(const MP3_SPECTRUM &overlap, size_t t,
                                                           size_t s, MP3_FIXED value)
 {
@@ -189,7 +199,7 @@ EXTRA_LANES static void ReduceAliases(MP3_SPECTRUM &lines, size_t boundaries)
     }
 }
 
-// The functions that follow write slot t of subband s to out[t][s].
+// The following functions write slot t of subband s to out[t][s].
 
 EXTRA_LANES static void LongBlocks(const MP3_SPECTRUM &__restrict lines,
                                    MP3_SPECTRUM &__restrict overlap, MP3_SPECTRUM &__restrict out,
@@ -251,7 +261,7 @@ void MP3_Hybrid(MP3_FILTER &filter, MP3_SPECTRUM &lines, size_t used, MP3_BLOCK 
                 size_t granule)
 {
     if (block != MP3_SHORT || mixed) {
-        used = std::min(used + 1, MP3_Subbands);  // aliases go into the next subband
+        used = std::min(used + 1, MP3_Subbands);  // alias reduction spreads into the next subband
         ReduceAliases(lines, block == MP3_SHORT ? 1 : used - 1);
     }
     const size_t end = (used + 7) / 8 * 8;  // whole vectors
@@ -269,9 +279,9 @@ void MP3_Hybrid(MP3_FILTER &filter, MP3_SPECTRUM &lines, size_t used, MP3_BLOCK 
             filter.Samples[s][granule * MP3_Slots + t] = out[t][s];
 }
 
-// out[m] = sum of in[k] cos(m (2k+1) pi / 2n). The even m are a transform of half the length of
-// in[k] + in[n-1-k]. So is the sum of every two odd neighbours m, of the differences divided by
-// 2 cos((2k+1) pi / 2n).
+// out[m] = sum of in[k] cos(m (2k+1) pi / 2n). The even m are a transform of half the length, of
+// in[k] + in[n-1-k]. So are the sums of neighbouring odd m, of the differences divided by 2
+// cos((2k+1) pi / 2n).
 template <size_t N>
 [[gnu::always_inline]] static inline void CosineTransform2(std::array<MP3_FIXED, N> &x)
 {
@@ -292,8 +302,8 @@ template <size_t N>
     }
 }
 
-// The matrixing of the synthesis, all slots of a frame side by side: filter.Waves[m] becomes the
-// sum of the subbands s times cos(m (2s+1) pi / 64).
+// The matrixing of the synthesis, for all slots of a frame: filter.Waves[m] becomes the sum of the
+// subbands s times cos(m (2s+1) pi / 64).
 EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter)
 {
     for (size_t t = 0; t < MP3_Columns; t++) {
@@ -311,13 +321,15 @@ EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter)
 namespace
 {
 
-// The vector V of the standard's synthesis is made of 32 waves: V[i] is wave 16 + i for i < 16, 0
-// for 16, and minus wave |48 - i| from there on. So samples j and 32 - j come from the same two,
-// wave 16 + j with the slots 0, 2, 4 ... back and wave 16 - j with the slots 1, 3, 5 ... back, and
-// differ in the coefficients.
+// The polyphase synthesis of the standard shifts 64 values of each slot into a vector V of 1024 and
+// weights 512 of them with the window D; sample j of a slot is the sum of 16 products. V is
+// redundant: its 64 values are made of 32 waves (cosine sums) by symmetry. V[i] is wave 16 + i for
+// i < 16, 0 for 16, and minus wave |48 - i| beyond. So samples j and 32 - j use the same two waves,
+// 16 + j with the slots 0, 2, 4 ... back and 16 - j with the slots 1, 3, 5 ... back, and differ
+// only in the coefficients. Keeping 15 slots of waves replaces the shifting of V.
 struct MP3_TAPS {
-    std::array<int32_t, 8> Upper, Lower;              // sample j: of wave 16 + j, of 16 - j
-    std::array<int32_t, 8> MirrorUpper, MirrorLower;  // sample 32 - j
+    std::array<int32_t, 8> Upper, Lower;  // for sample j: of wave 16 + j, of wave 16 - j
+    std::array<int32_t, 8> MirrorUpper, MirrorLower;  // for sample 32 - j
 };
 
 }  // namespace
@@ -337,8 +349,8 @@ constexpr auto MP3_Taps = [] {
 namespace
 {
 
-// Samples before they are cut to 16 bits, by number in the slot and slot: the part that stays and
-// the bits below it. Number 32, the mirror of 0, is not used.
+// Samples before the conversion to 16 bits, by number in the slot and by slot: the upper part and
+// the bits below it. Number 32, the mirror of 0, is unused.
 struct MP3_ACCUMULATORS {
     alignas(64) std::array<std::array<int32_t, MP3_Columns>, 33> High, Low;
 };
@@ -359,7 +371,7 @@ EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter,
         for (size_t t = 0; t < MP3_Columns; t++) {
             int64_t sum = 0, mirror = 0;
 #pragma GCC unroll 8
-            for (size_t i = 0; i < 8; i++) {  // from the newest on
+            for (size_t i = 0; i < 8; i++) {  // from the newest slot back
                 const MP3_FIXED u = upper[t + 15 - 2 * i], l = lower[t + 15 - 2 * i];
                 sum += Product(u, taps.Upper[i]) + Product(l, taps.Lower[i]);
                 mirror += Product(u, taps.MirrorUpper[i]) + Product(l, taps.MirrorLower[i]);
@@ -378,9 +390,9 @@ EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter,
     }
 }
 
-// Cuts the samples to 16 bits and carries what lies below into the next one. As the carry is the
-// sum of all that lies below, cut to its bits, it is found for the beginning of every slot first;
-// then the slots run side by side.
+// Truncates the samples to 16 bits and carries the remainder into the next sample. The carry is the
+// sum of all remainders so far, modulo their width, so it is computed for the start of every slot
+// first; then the slots run side by side.
 EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
                                  uint32_t &__restrict remainder,
                                  std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
@@ -406,7 +418,7 @@ EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t b
         }
 }
 
-// The same for samples that stand alone: each is rounded.
+// The same without the carry: each sample is rounded.
 EXTRA_LANES static void
 QuantiseAlone(const MP3_ACCUMULATORS &__restrict in,
               std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
@@ -418,7 +430,7 @@ QuantiseAlone(const MP3_ACCUMULATORS &__restrict in,
         }
 }
 
-// With all bits that there are.
+// With all the bits that were computed.
 EXTRA_LANES static void Join(const MP3_ACCUMULATORS &__restrict in,
                              std::array<std::array<int32_t, MP3_Columns>, 32> &__restrict out)
 {

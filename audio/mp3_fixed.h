@@ -1,13 +1,13 @@
-// The fixed-point numbers of Layer III, and what its tables are computed with.
+// The fixed-point numbers of Layer III, and the functions that its tables are computed with.
 #pragma once
 
 #include <cstdint>
 
 #pragma GCC visibility push(default)
 
-/// A fixed-point number in two's complement: what a hostile stream makes overflow wraps around and
-/// does nothing worse. Full scale is 1 << MP3_FixedBits: there is headroom of 128 times that, and a
-/// unit is 1/512 of a 16-bit step.
+/// A fixed-point number in two's complement: overflow, which only hostile streams cause, wraps
+/// around and does no other harm. Full scale is 1 << MP3_FixedBits: the headroom is 128 times that,
+/// and a unit is 1/512 of a 16-bit step.
 using MP3_FIXED = uint32_t;
 constexpr int MP3_FixedBits = 24;
 

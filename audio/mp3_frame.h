@@ -1,5 +1,5 @@
 // The header of an MPEG audio frame: its fields and their tables. ISO/IEC 11172-3, 2.4.1.3 and
-// 2.4.2.3, and 13818-3; MPEG-2.5 follows them by custom.
+// 2.4.2.3, and 13818-3; MPEG-2.5 follows them by convention.
 #pragma once
 
 #include <algorithm>
@@ -10,15 +10,15 @@
 #pragma GCC visibility push(default)
 
 /// Bit rate in kbit/s by index, for the versions below MPEG-1 and for MPEG-1. Index 15 is bad. All
-/// layers are taken by the rates of Layer III, on purpose.
+/// layers use the rates of Layer III, on purpose.
 constexpr std::array<std::array<uint16_t, 15>, 2> MP3_BitRate = {
     {{0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
      {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}}};
 
-/// In Hz by index, of MPEG-1.
+/// In Hz by index, for MPEG-1.
 constexpr std::array<uint16_t, 4> MP3_SampleRate = {44100, 48000, 32000, 0};
 
-/// A header's fields, and what they mean.
+/// A header's fields, and their meaning.
 struct MP3_FRAME {
     uint8_t Version;     // as coded: 3 is MPEG-1, 2 MPEG-2, 0 MPEG-2.5
     uint8_t Layer;       // as coded: 1 is Layer III, 2 Layer II, 3 Layer I
@@ -27,36 +27,36 @@ struct MP3_FRAME {
     uint8_t Rate;  // 0 to 8: the sampling rate's row in the decoder's tables
     uint8_t Padding, Private, ChannelMode, ModeExtension, Copyright, Original, Emphasis;
     uint16_t Channels;      // 1 or 2
-    uint32_t SamplingRate;  // Hz; 0 where the index is reserved
+    uint32_t SamplingRate;  // Hz; 0 if the index is reserved
     uint32_t BitRate;       // bit/s; 0 for free format, 1 for the bad index
     uint16_t Length;        // bytes, with the header; 0 without a sampling rate
 };
 
-/// Bytes of a frame. All versions are counted as MPEG-1 is, on purpose: below it, where frames are
-/// half as long, a frame takes the next one with it.
+/// Bytes of a frame. All versions are counted like MPEG-1, on purpose: below it frames are half as
+/// long, so a frame includes the next one.
 constexpr uint32_t MP3_FrameLength(uint32_t bitRate, uint32_t samplingRate, uint32_t padding)
 {
     return samplingRate == 0 ? 0 : 144 * bitRate / samplingRate + padding;
 }
 static_assert(std::ranges::is_sorted(MP3_BitRate[0]) && std::ranges::is_sorted(MP3_BitRate[1]));
 
-/// Whether four bytes can be a frame's header by the standard, of any layer: no field is reserved.
+/// Whether four bytes can be a frame's header by the standard, in any layer: no field is reserved.
 constexpr bool MP3_IsHeader(uint32_t header)
 {
     return header >> 21 == 0x7FF && (header >> 19 & 3) != 1 && (header >> 17 & 3) != 0 &&
            (header >> 12 & 15) != 15 && (header >> 10 & 3) != 3;
 }
 
-/// Whether two headers belong to one stream: version, layer and sampling rate are the same, and
-/// both or neither are of free format.
+/// Whether two headers belong to one stream: version, layer and sampling rate are equal, and both
+/// or neither are free format.
 constexpr bool MP3_Agree(uint32_t a, uint32_t b)
 {
     constexpr uint32_t fields = 0xFFFE0C00, rate = 0xF000;
     return ((a ^ b) & fields) == 0 && ((a & rate) == 0) == ((b & rate) == 0);
 }
 
-/// Bytes of a frame by the standard, without its padding; 0 for free format. The layers have bit
-/// rates of their own; below MPEG-1 frames of Layer III are half as long.
+/// Bytes of a frame by the standard, without its padding; 0 for free format. Each layer has its own
+/// bit rates; below MPEG-1, frames of Layer III are half as long.
 constexpr uint32_t MP3_StandardLength(uint32_t header)
 {
     constexpr std::array<std::array<uint16_t, 15>, 3> others = {{
@@ -99,7 +99,7 @@ constexpr size_t MP3_SideLength(uint32_t header)
     return (header >> 19 & 3) == 3 ? (mono ? 17 : 32) : (mono ? 9 : 17);
 }
 
-/// The longest frame of free format that is believed: 640 kbit/s at 8000 Hz, padded.
+/// The longest frame of free format that is accepted: 640 kbit/s at 8000 Hz, padded.
 constexpr uint32_t MP3_MaxFreeFrame = 72 * 640000 / 8000 + 1;
 
 /// The longest frame that the length formula gives.
@@ -110,7 +110,7 @@ static_assert(MP3_FrameLength(0, 8000, 1) < 4 && MP3_FrameLength(1, 8000, 1) < 4
                   MP3_FrameLength(8000, 24000, 0) >= 6 && MP3_FrameLength(32000, 48000, 0) >= 6,
               "frames are either rejected or have room for a checksum");
 
-/// Whether two bytes are a frame's first: the sync bits, and a layer code of 1 or 3.
+/// Whether two bytes start a frame: the sync bits, and a layer code of 1 or 3.
 constexpr bool MP3_IsSync(uint8_t first, uint8_t second)
 {
     return first == 0xFF && (second & 0xE2) == 0xE2;

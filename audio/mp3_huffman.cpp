@@ -6,8 +6,8 @@
 #include "audio/mp3_bits.h"
 
 // ISO/IEC 11172-3, table 3-B.7: the codes of pairs in ascending order, each as its length and the
-// values x and y in hexadecimal digits. A complete prefix code needs no more: every code follows
-// from the lengths before it.
+// values x and y in hexadecimal digits. Since a prefix code is complete, the lengths alone
+// determine every code.
 constexpr std::array<uint16_t, 4> MP3_Codes1 = {0x311, 0x301, 0x210, 0x100};
 constexpr std::array<uint16_t, 9> MP3_Codes2 = {0x622, 0x602, 0x512, 0x521, 0x520,
                                                 0x311, 0x301, 0x310, 0x100};
@@ -167,8 +167,13 @@ static consteval bool IsSquare(std::span<const uint16_t> codes)
     return (side + 1) * (side + 1) == codes.size();
 }
 
-// Entry of a look-up: code length (5 bits), number of signs that follow (2), x (4), y (4). Or, with
-// the highest bit, a second look-up: the bits that it takes (4) and where it begins (11).
+// Codes are looked up in two levels. The next RootBits bits index the first table: a code no longer
+// than that fills every entry that begins with it, so one read decodes it. A longer code's prefix
+// links to a second table, which is indexed by the bits after it. Short codes are the common ones,
+// so the second read is rare and the tables stay small.
+//
+// An entry: code length (5 bits), number of signs that follow (2), x (4), y (4). A link, which has
+// the highest bit set: the bits that index the second table (4) and its start (11).
 constexpr uint16_t MP3_Link = 0x8000;
 
 constexpr uint16_t PairEntry(uint16_t code)

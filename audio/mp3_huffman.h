@@ -8,20 +8,20 @@
 /// Spectral lines of a granule of one channel.
 constexpr size_t MP3_Lines = 576;
 
-/// Which tables a granule's spectrum is coded with.
+/// The code tables of a granule's spectrum.
 struct MP3_REGIONS {
-    std::array<uint16_t, 3> End;   // lines, ascending, even, 576 at most; pairs stop at the last
+    std::array<uint16_t, 3> End;   // lines, ascending, even, at most 576; pairs stop at the last
     std::array<uint8_t, 3> Table;  // 0 to 31
     uint8_t QuadTable;             // 0 A, 1 B
 };
 
-/// Quantised lines, with sign.
+/// Quantised lines, signed.
 using MP3_QUANTISED = std::array<int16_t, MP3_Lines>;
 
-/// Decodes the bits `begin` to `end` of `data` (`end` not included): pairs in the three regions,
-/// then quadruples as far as the bits reach. A code that the end cuts is dropped. Lines without a
-/// code are 0, and so are those of the tables that nobody may use. 24 bytes must be readable past
-/// the one of bit `end`. Returns the number of lines up to the last one that is not 0. `whole`
-/// becomes false when the bits end before the last pair but one, as only damage has it.
+/// Decodes bits `begin` to `end` (exclusive) of `data`: pairs in the three regions, then quadruples
+/// as far as the bits reach. A code that the end truncates is dropped. Lines without a code are 0,
+/// and so are those of the reserved tables. 24 bytes must be readable past the one of bit `end`.
+/// Returns the number of lines up to the last nonzero one. `whole` becomes false if the bits end
+/// before the last pair but one, which only damage causes.
 size_t MP3_ReadSpectrum(const uint8_t *data, size_t begin, size_t end, const MP3_REGIONS &regions,
                         MP3_QUANTISED &lines, bool &whole);

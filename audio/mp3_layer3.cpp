@@ -9,12 +9,12 @@
 namespace
 {
 
-// Sets of scale factor bands. A band of short blocks counts as one band for each window.
+// Sets of scale factor bands. A short-block band counts as one band per window.
 enum MP3_SHAPE : uint8_t { MP3_LONG = 0, MP3_SHORTS = 1, MP3_MIXED = 2 };
 
 struct MP3_BANDS {
     size_t Count;
-    size_t Long;                     // how many of them, from the first on, are of long blocks
+    size_t Long;                     // how many of them, from the first, are long-block bands
     std::array<uint8_t, 39> Width;   // in lines
     std::array<uint16_t, 40> Start;  // first line; past the last band, 576
 };
@@ -45,7 +45,7 @@ constexpr std::array<std::array<uint8_t, 13>, 9> MP3_ShortWidths = {{
     {8, 8, 8, 12, 16, 20, 24, 28, 36, 2, 2, 2, 26},
 }};
 
-// The bands by rate and shape. The long part of mixed blocks ends where short band 3 starts.
+// The bands by rate and block shape. The long part of mixed blocks ends where short band 3 starts.
 constexpr auto MP3_Bands = [] {
     std::array<std::array<MP3_BANDS, 3>, 9> table{};
     for (size_t rate = 0; rate < table.size(); rate++)
@@ -87,7 +87,7 @@ constexpr std::array<uint8_t, 22> MP3_PreTab = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
 namespace
 {
 
-// Scale factors come in four groups of bands, each with its own number of bits.
+// Scale factors come in four groups of bands, each with its own bit width.
 struct MP3_SCALE_GROUPS {
     std::array<uint8_t, 4> Count;  // of bands
     std::array<uint8_t, 4> Bits;
@@ -100,7 +100,7 @@ struct MP3_SCALE_GROUPS {
 constexpr std::array<uint8_t, 16> MP3_ScaleBits1 = {0, 0, 0, 0, 3, 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4};
 constexpr std::array<uint8_t, 16> MP3_ScaleBits2 = {0, 1, 2, 3, 0, 1, 2, 3, 1, 2, 3, 1, 2, 3, 2, 3};
 
-// Bands of each group by shape. The last band, or the last three, have no scale factor.
+// Bands of each group by block shape. The last band, or the last three, have no scale factor.
 constexpr std::array<std::array<uint8_t, 4>, 3> MP3_ScaleGroups = {
     {{6, 5, 5, 5}, {18, 0, 18, 0}, {17, 0, 18, 0}}};
 
@@ -118,14 +118,14 @@ constexpr std::array<std::array<std::array<uint8_t, 4>, 3>, 6> MP3_LowScaleGroup
 namespace
 {
 
-// n^(4/3) = Mantissa * 2^(Exponent - 31), the mantissa's highest bit of 31 set (but for n = 0).
+// n^(4/3) = Mantissa * 2^(Exponent - 31). The mantissa is normalised to 31 bits (except for n = 0).
 struct MP3_POWER {
     int32_t Mantissa, Exponent;
 };
 
 }  // namespace
 
-constexpr size_t MP3_MaxValue = 15 + 8191;  // of a line: 13 bits after a 15
+constexpr size_t MP3_MaxValue = 15 + 8191;  // the largest value of a line: 13 bits after a 15
 static std::array<MP3_POWER, MP3_MaxValue + 1> MP3_Powers;
 
 // Small values with sign, times 2^(k/4) and with 21 fractional bits: by k, and by value + 64.
@@ -140,7 +140,7 @@ constexpr std::array<int32_t, 4> MP3_QuarterPowers = {
 namespace
 {
 
-// Side information of a granule of one channel.
+// Side information of one channel's granule.
 struct MP3_GRANULE {
     uint16_t Bits;  // of scale factors and spectrum, "part2_3_length"
     uint8_t GlobalGain;
@@ -150,7 +150,7 @@ struct MP3_GRANULE {
     MP3_SHAPE Shape;
     std::array<uint8_t, 3> WindowGain;  // of short blocks
     bool PreTab;
-    uint8_t ScaleStep;  // of a scale factor, in quarters of a factor of 2
+    uint8_t ScaleStep;  // exponent of a scale factor's step, in quarters of a factor of 2
     MP3_REGIONS Regions;
 };
 
@@ -160,21 +160,21 @@ struct MP3_SIDE_INFO {
     std::array<std::array<MP3_GRANULE, 2>, 2> Granules;
 };
 
-// A granule of one channel while it is decoded. The scale factors stay for the next one.
+// One channel's granule while it is decoded. The scale factors stay for the next granule.
 struct MP3_CHANNEL {
     const MP3_GRANULE *Granule;
     const MP3_BANDS *Bands;
     std::array<uint8_t, 39> Scale;    // factor by band
-    std::array<uint8_t, 39> Illegal;  // scale factor from which on a band is no intensity band
+    std::array<uint8_t, 39> Illegal;  // the scale factor that marks a band as not intensity coded
     MP3_QUANTISED Quantised;
-    size_t Used;  // lines up to the last that is not 0
+    size_t Used;  // lines up to the last nonzero one
     bool Whole;   // no bits were missing
     std::array<MP3_FIXED, MP3_Lines> Lines;
 };
 
 }  // namespace
 
-// Lines at which the tables of the pairs change.
+// Lines at which the pairs' code tables change.
 static void SetRegions(MP3_BITS &bits, MP3_GRANULE &granule, size_t bigValues,
                        const MP3_FORMAT &format, bool switched)
 {
@@ -195,7 +195,7 @@ static void SetRegions(MP3_BITS &bits, MP3_GRANULE &granule, size_t bigValues,
     }
 }
 
-// ISO/IEC 11172-3 and 13818-3, 2.4.1.7. False when there is no such granule.
+// Reads the side information. ISO/IEC 11172-3 and 13818-3, 2.4.1.7. False if it is invalid.
 static bool ReadGranule(MP3_BITS &bits, const MP3_FORMAT &format, bool intensityRight,
                         MP3_GRANULE &granule)
 {
@@ -227,7 +227,7 @@ static bool ReadSideInfo(MP3_BITS &bits, const MP3_FORMAT &format, MP3_SIDE_INFO
 {
     const bool low = format.Rate >= MP3_FirstLowRate, mono = format.Channels == 1;
     side.MainDataBegin = MP3_GetBits(bits, low ? 8 : 9);
-    MP3_GetBits(bits, low ? (mono ? 1 : 2) : (mono ? 5 : 3));  // private
+    MP3_GetBits(bits, low ? (mono ? 1 : 2) : (mono ? 5 : 3));  // private bits
     for (size_t channel = 0; !low && channel < format.Channels; channel++)
         for (bool &share : side.Share[channel])
             share = MP3_GetBits1(bits) != 0;
@@ -239,7 +239,7 @@ static bool ReadSideInfo(MP3_BITS &bits, const MP3_FORMAT &format, MP3_SIDE_INFO
     return possible && bits.Index <= bits.Size;
 }
 
-// ISO/IEC 13818-3, 2.4.3.2.
+// Scale factors of the low rates. ISO/IEC 13818-3, 2.4.3.2.
 static MP3_SCALE_GROUPS LowScaleGroups(const MP3_GRANULE &granule, bool intensityRight)
 {
     const auto groups = [&granule](size_t row, const std::array<int, 4> &bits) {
@@ -267,7 +267,7 @@ static MP3_SCALE_GROUPS LowScaleGroups(const MP3_GRANULE &granule, bool intensit
     return groups(5, {c / 3, c % 3, 0, 0});
 }
 
-// Reads the scale factors at `bit` of `data`, but for the groups that the last granule shares.
+// Reads the scale factors at `bit` of `data`, except for the groups shared with the last granule.
 static void ReadScaleFactors(const uint8_t *data, size_t &bit, const MP3_SCALE_GROUPS &groups,
                              const std::array<bool, 4> &share, bool low, MP3_CHANNEL &channel)
 {
@@ -290,7 +290,7 @@ static void ReadScaleFactors(const uint8_t *data, size_t &bit, const MP3_SCALE_G
               uint8_t{0});
 }
 
-// Reads scale factors and spectrum of a granule from `bit` to `end` of `data`.
+// Reads a granule's scale factors and spectrum from `bit` to `end` of `data`.
 static void ReadMainData(const uint8_t *data, size_t bit, size_t end, const MP3_FORMAT &format,
                          bool right, const std::array<bool, 4> &share, MP3_CHANNEL &channel)
 {
@@ -309,7 +309,7 @@ static void ReadMainData(const uint8_t *data, size_t bit, size_t end, const MP3_
         MP3_ReadSpectrum(data, bit, end, granule.Regions, channel.Quantised, channel.Whole);
 }
 
-// value^(4/3) * 2^(exponent + fraction/4), with its sign.
+// Sign(value) * |value|^(4/3) * 2^(exponent + fraction/4).
 static int32_t Requantised(int value, size_t fraction, int exponent)
 {
     const MP3_POWER &power = MP3_Powers[static_cast<size_t>(std::abs(value))];
@@ -319,8 +319,8 @@ static int32_t Requantised(int value, size_t fraction, int exponent)
     return value < 0 ? -line : line;
 }
 
-// ISO/IEC 11172-3, 2.4.3.4.7. `sides`: the lines are divided by the square root of 2, which leaves
-// sums and differences to be formed of mid and side.
+// Requantisation, ISO/IEC 11172-3, 2.4.3.4.7. With `sides` the lines are already divided by the
+// square root of 2, so that mid/side decoding needs only sums and differences.
 static void Requantise(MP3_CHANNEL &channel, bool sides)
 {
     const MP3_GRANULE &granule = *channel.Granule;
@@ -351,14 +351,14 @@ static void Requantise(MP3_CHANNEL &channel, bool sides)
 namespace
 {
 
-// Factors of the left and the right channel, 30 bits.
+// Factors of the left and the right channel, 30 fractional bits.
 struct MP3_PANNING {
     int32_t Left, Right;
 };
 
 }  // namespace
 
-// ISO/IEC 11172-3, 2.4.3.4.9.3.
+// Intensity stereo of MPEG-1: ISO/IEC 11172-3, 2.4.3.4.9.3.
 constexpr auto MP3_Pannings = [] {
     std::array<MP3_PANNING, 7> table{};
     for (size_t i = 0; i < table.size(); i++) {
@@ -370,7 +370,7 @@ constexpr auto MP3_Pannings = [] {
     return table;
 }();
 
-// ISO/IEC 13818-3, 2.4.3.2.
+// Intensity stereo of the low rates: ISO/IEC 13818-3, 2.4.3.2.
 static MP3_PANNING LowPanning(int position, bool coarse)
 {
     const int quarters = (position + 1) / 2 * (coarse ? -2 : -1);
@@ -383,12 +383,12 @@ static MP3_FIXED Pan(MP3_FIXED line, int32_t factor)
     return static_cast<MP3_FIXED>((int64_t{static_cast<int32_t>(line)} * factor + (1 << 29)) >> 30);
 }
 
-// Whether each band is above the last one in which the right channel sounds: of its window for
-// short bands. In mixed blocks the long bands are below all short ones.
+// Whether each band lies above the last one in which the right channel is nonzero, for short bands
+// within their window. In mixed blocks the long bands are below all short ones.
 static std::array<bool, 39> FindIntensityBands(const MP3_CHANNEL &right)
 {
     const MP3_BANDS &bands = *right.Bands;
-    std::array<size_t, 4> above{};  // of the long bands, of those of each window
+    std::array<size_t, 4> above{};  // for the long bands, and for each window
     for (size_t band = 0; band < bands.Count && bands.Start[band] < right.Used; band++) {
         const auto first = right.Quantised.begin() + bands.Start[band];
         if (std::all_of(first, first + bands.Width[band], [](int value) { return value == 0; }))
@@ -403,7 +403,7 @@ static std::array<bool, 39> FindIntensityBands(const MP3_CHANNEL &right)
     return intensity;
 }
 
-// The two channels from mid and side that are already divided by the square root of 2.
+// The two channels from mid and side, which are already divided by the square root of 2.
 static void SplitSides(MP3_CHANNEL &left, MP3_CHANNEL &right, size_t first, size_t last)
 {
     for (size_t i = first; i < last; i++) {
@@ -413,14 +413,14 @@ static void SplitSides(MP3_CHANNEL &left, MP3_CHANNEL &right, size_t first, size
     }
 }
 
-// ISO/IEC 11172-3, 2.4.3.4.9, and 13818-3, 2.4.3.2.
+// Joint stereo: ISO/IEC 11172-3, 2.4.3.4.9, and 13818-3, 2.4.3.2.
 static void IntensityStereo(MP3_CHANNEL &left, MP3_CHANNEL &right, const MP3_FORMAT &format)
 {
     const MP3_BANDS &bands = *right.Bands;
     const std::array<bool, 39> intensity = FindIntensityBands(right);
     const size_t windows = right.Granule->Shape == MP3_LONG ? 1 : 3;
     for (size_t band = 0; band < bands.Count; band++) {
-        const bool last = band + windows >= bands.Count;  // takes the position of the one before it
+        const bool last = band + windows >= bands.Count;  // uses the position of the band before it
         const size_t from = last ? band - windows : band;
         const uint8_t position = right.Scale[from];
         if (!intensity[band] || position >= right.Illegal[from]) {
@@ -451,8 +451,8 @@ static void JointStereo(MP3_CHANNEL &left, MP3_CHANNEL &right, const MP3_FORMAT 
         left.Used = right.Used = std::max(left.Used, right.Used);
 }
 
-// Puts the lines into subbands. Those of short blocks, which come window after window in each band,
-// are interleaved. Returns the number of subbands up to the last that is not 0.
+// Distributes the lines to subbands. Short blocks store each band window after window; their lines
+// are interleaved. Returns the number of subbands up to the last nonzero one.
 static size_t Arrange(const MP3_CHANNEL &channel, MP3_SPECTRUM &spectrum)
 {
     const MP3_BANDS &bands = *channel.Bands;
@@ -472,7 +472,15 @@ static size_t Arrange(const MP3_CHANNEL &channel, MP3_SPECTRUM &spectrum)
     return (used + MP3_Slots - 1) / MP3_Slots;
 }
 
-// Appends the frame's main data to the reservoir.
+// Appends the frame's main data to the bit reservoir.
+//
+// A frame's bytes are fixed by its bit rate, but its granules may need more or fewer. So an encoder
+// stores main data ahead of time: a frame's side information comes with the frame, its main data
+// begin main_data_begin bytes (up to 511) before the frame's own and may end before the frame does;
+// the rest belongs to the frames after it. Headers and side information in between do not count.
+// Main therefore holds the main data of earlier frames (ReservoirSize bytes), then this frame's,
+// and MainIndex starts main_data_begin bytes before the boundary. After a seek or a lost frame the
+// reservoir is short, MainIndex is negative, and the granules that would begin there are silent.
 static void GatherMainData(MP3_LAYER3 &layer3)
 {
     const uint8_t *data = layer3.Bits.Start + std::min(layer3.Bits.Index, layer3.Bits.Size) / 8;
@@ -482,7 +490,7 @@ static void GatherMainData(MP3_LAYER3 &layer3)
     std::fill_n(end, MP3_Spare, uint8_t{0});
 }
 
-// Returns that the tables are built.
+// Returns true, to initialise a static variable.
 static bool BuildTables()
 {
     for (size_t n = 1; n < MP3_Powers.size(); n++) {
@@ -504,7 +512,7 @@ void MP3_BuildTables()
         BuildTables();  // the first thread builds, others wait
 }
 
-// The bits that a frame's granules take.
+// The total bits of a frame's granules.
 static ptrdiff_t CountBits(const MP3_SIDE_INFO &side)
 {
     ptrdiff_t bits = 0;
@@ -514,11 +522,11 @@ static ptrdiff_t CountBits(const MP3_SIDE_INFO &side)
     return bits;
 }
 
-// Whether bits are missing, or the lines have more energy than encoders make: of noise far beyond
-// full scale it is 6.
+// Whether bits are missing, or the lines have more energy than any encoder makes. Noise far beyond
+// full scale has an energy of 6, the bound is 16.
 static bool IsDamaged(const MP3_CHANNEL &channel)
 {
-    constexpr int bits = 16;  // of full scale, so that no sum overflows
+    constexpr int bits = 16;  // full scale here, so that no sum overflows
     constexpr int64_t bound = int64_t{16} << 2 * bits;
     int64_t energy = 0;
     for (size_t i = 0; i < channel.Used; i++) {

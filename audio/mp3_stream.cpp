@@ -5,7 +5,7 @@
 
 #include "audio/mp3_tags.h"
 
-// Headers that can stand at `at`, 0 where none can.
+// The header at `at` if one can stand there, else 0.
 static uint32_t HeaderAt(std::span<const uint8_t> bytes, size_t at)
 {
     if (at + 4 > bytes.size())
@@ -23,8 +23,8 @@ static std::span<const uint8_t> ReadAt(FILE *file, uint64_t at, uint64_t end,
     return bytes.first(std::fread(bytes.data(), 1, most, file));
 }
 
-// Bytes of the frames of free format of which the first begins with `bytes`, without padding: the
-// distance to the next header, after which a third one stands or the bytes end. 0 where none does.
+// Length, without padding, of the free-format frame that `bytes` begin with: the distance to the
+// next header, after which a third one stands or the bytes end. 0 if no such header follows.
 static uint32_t FindFreeLength(std::span<const uint8_t> bytes, uint32_t header)
 {
     const size_t shortest = 4 + MP3_SideLength(header), padding = MP3_PaddingLength(header);
@@ -40,7 +40,7 @@ static uint32_t FindFreeLength(std::span<const uint8_t> bytes, uint32_t header)
     return 0;
 }
 
-// Bytes of the frame with that header, 0 where they are not known.
+// Length of the frame with this header, 0 if unknown.
 static uint64_t LengthOf(const MP3_STREAM &stream, uint32_t header)
 {
     const uint32_t length = MP3_StandardLength(header);
@@ -48,7 +48,7 @@ static uint64_t LengthOf(const MP3_STREAM &stream, uint32_t header)
     return known != 0 ? known + MP3_PaddingLength(header) : 0;
 }
 
-// Whether a frame with that header is at `at`: one follows that agrees, or the sound ends there.
+// Whether a frame with this header is at `at`: an agreeing one follows, or the sound ends there.
 // Finds the length of free format.
 static bool IsBelieved(FILE *file, MP3_STREAM &stream, uint64_t at, uint32_t header)
 {
@@ -62,8 +62,8 @@ static bool IsBelieved(FILE *file, MP3_STREAM &stream, uint64_t at, uint32_t hea
     return length != 0 && (at + length == stream.End || MP3_Agree(header, HeaderAt(next, 0)));
 }
 
-// Searches from `at` on for a frame that is believed, and leaves the file there. It is one that
-// agrees with the first, if there was one.
+// Searches from `at` for a plausible frame and leaves the file there. It must agree with the first
+// frame, if one was found.
 static MP3_SEARCH Resync(FILE *file, MP3_STREAM &stream, uint64_t at, size_t &passed)
 {
     std::array<uint8_t, 16384> block;
@@ -78,7 +78,7 @@ static MP3_SEARCH Resync(FILE *file, MP3_STREAM &stream, uint64_t at, size_t &pa
             const uint32_t header = HeaderAt(bytes, i);
             if (header == 0 || (stream.Header != 0 && !MP3_Agree(stream.Header, header)))
                 continue;
-            passed += MP3_StandardLength(header) != 0 ? 64 : 1024;  // what a look costs
+            passed += MP3_StandardLength(header) != 0 ? 64 : 1024;  // the cost of a test
             if (!IsBelieved(file, stream, at + i, header))
                 continue;
             passed += i;
@@ -120,8 +120,8 @@ MP3_SEARCH MP3_NextFrame(FILE *file, MP3_STREAM &stream, std::span<uint8_t, MP3_
     return MP3_SEARCH::End;
 }
 
-// A frame of the encoder's facts in place of sound: its length in frames and, of LAME's kind, the
-// samples that were added before and after.
+// An info frame in place of sound: its length in frames and, of LAME's kind, the samples added
+// before and after.
 static bool ReadInfo(std::span<const uint8_t> frame, uint32_t header, MP3_STREAM &stream)
 {
     const auto number = [frame](size_t at, int count) { return Bytes_GetBig(frame, at, count); };
@@ -135,7 +135,7 @@ static bool ReadInfo(std::span<const uint8_t> frame, uint32_t header, MP3_STREAM
         return name == Sound_Id("Xing") || name == Sound_Id("Info");
     };
     if (!named() && (header >> 16 & 1) == 0)
-        at += 2;  // after the CRC
+        at += 2;  // past the CRC
     if (!named())
         return false;
     const uint32_t fields = number(at + 4, 4);
@@ -145,7 +145,7 @@ static bool ReadInfo(std::span<const uint8_t> frame, uint32_t header, MP3_STREAM
     at += counted ? 4 : 0;
     const uint32_t size = sized ? number(at, 4) : 0;
     at += (sized ? 4 : 0) + ((fields & 4) != 0 ? 100 : 0) + ((fields & 8) != 0 ? 4 : 0);
-    constexpr size_t delays = 21;  // after the encoder's name and its settings
+    constexpr size_t delays = 21;  // past the encoder's name and its settings
     if (at + delays + 3 > frame.size() || frame[at] == 0)
         return true;
     const uint32_t delay = number(at + delays, 3) >> 12, padding = number(at + delays, 3) & 0xFFF;
@@ -182,7 +182,7 @@ void MP3_FindStream(FILE *file, MP3_STREAM &stream)
     stream.Next = stream.Start;
 }
 
-// The remainder of the bits' division by the polynomial 0x8005.
+// Remainder of the bits' division by the polynomial 0x8005.
 static uint16_t Checksum(uint16_t sum, std::span<const uint8_t> bytes)
 {
     for (const uint8_t byte : bytes)
@@ -200,10 +200,10 @@ bool MP3_IsChecksumRight(std::span<const uint8_t> frame)
     return Checksum(header, frame.subspan(6, side)) == (frame[4] << 8 | frame[5]);
 }
 
-// How many headers follow the one at `at` that agree with it, up to 2. One that would lie past the
-// bytes' end agrees after one that is there, and where the `first` frame is expected. Elsewhere, in
-// what may be a picture or a program, frames of free format do not count, since their distance may
-// be any, nor do headers that others follow at shorter distances.
+// How many agreeing headers follow the one at `at`, up to 2. One that would lie past the end of the
+// bytes counts as agreeing after one that is present, and where the `first` frame is expected.
+// Elsewhere the bytes may be a picture or a program; there free-format frames do not count, since
+// their distance is arbitrary, nor do headers that others follow at shorter distances.
 static int CountAgreeing(std::span<const uint8_t> bytes, size_t at, bool first)
 {
     MP3_STREAM stream{};

@@ -5,8 +5,8 @@
 #include <vector>
 
 constexpr int MP3_MaxTags = 16;                      // on either side of the sound
-constexpr size_t MP3_MaxTagBytes = size_t{4} << 20;  // that are read of one
-constexpr int MP3_MaxItems = 4096;                   // of a tag
+constexpr size_t MP3_MaxTagBytes = size_t{4} << 20;  // read of one tag
+constexpr int MP3_MaxItems = 4096;                   // read of one tag
 
 // clang-format off
 const char MP3_Genre[127][18] = {
@@ -32,7 +32,7 @@ static_assert(std::size(MP3_Genre) == MP3_UnknownGenre + 1);
 
 using TEXT_BYTES = std::span<const uint8_t>;
 
-// Seven bits a byte.
+// Seven bits per byte.
 static uint32_t Synchsafe(uint32_t bytes)
 {
     return (bytes >> 24 & 127) << 21 | (bytes >> 16 & 127) << 14 | (bytes >> 8 & 127) << 7 |
@@ -48,7 +48,7 @@ static uint64_t DigitsAt(SOUND_FILE &file, uint64_t at, int count)
     return number;
 }
 
-// Bytes of the tag that ends at `end`, 0 where none does.
+// Length of the tag that ends at `end`, 0 if none does.
 static uint64_t TagBefore(SOUND_FILE &file, uint64_t end)
 {
     const auto has = [&file, end](uint64_t before, std::string_view name) {
@@ -94,14 +94,14 @@ static void Append(std::string &text, uint32_t code)
     add(0x80 | (code & 63));
 }
 
-// Takes a text up to its NUL from `bytes`, which begin after it then. Encodings are ID3v2's: 0
+// Takes a text up to its NUL from `bytes`, which then begin after it. Encodings are ID3v2's: 0
 // Latin-1, 1 UTF-16 with a byte order mark, 2 UTF-16 big-endian, 3 UTF-8.
 static std::string TakeText(TEXT_BYTES &bytes, uint8_t encoding)
 {
     std::string text;
     const bool wide = encoding == 1 || encoding == 2;
     bool little = false;
-    uint32_t high = 0;  // half of a surrogate pair
+    uint32_t high = 0;  // first half of a surrogate pair
     size_t at = 0;
     while (at < bytes.size()) {
         uint32_t code = Bytes_GetBig(bytes, at, wide ? 2 : 1);
@@ -128,14 +128,14 @@ static std::string TakeText(TEXT_BYTES &bytes, uint8_t encoding)
     return text;
 }
 
-// Without the blanks at the end.
+// The text without trailing blanks.
 static std::string Trimmed(std::string text)
 {
     text.resize(text.find_last_not_of(' ') + 1);
     return text;
 }
 
-// "(17)" and "17" are numbers of ID3v1's genres.
+// Resolves ID3v1 genre numbers, written as "(17)" or "17".
 static std::string GenreOf(const std::string &text)
 {
     const size_t first = text.starts_with('(') ? 1 : 0;
@@ -152,7 +152,7 @@ static std::string GenreOf(const std::string &text)
 static std::string *TextOf(MP3_TEXTS &texts, std::string_view id)
 {
     const struct {
-        std::string_view Names;  // of ID3v2.2, of later ones, APEv2's
+        std::string_view Names;  // in ID3v2.2, in later versions, in APEv2
         std::string MP3_TEXTS::*Text;
     } rows[] = {
         {"TT2 TIT2 TITLE ", &MP3_TEXTS::Title},     {"TP1 TPE1 ARTIST ", &MP3_TEXTS::Artist},
@@ -177,7 +177,7 @@ static void Set(std::string *text, const std::string &value)
         *text = value;
 }
 
-// The bytes without the zeros that keep 0xFF from looking like a frame.
+// Removes unsynchronisation: the zeros that keep 0xFF from looking like a frame.
 static std::vector<uint8_t> Synchronised(TEXT_BYTES bytes)
 {
     std::vector<uint8_t> result;
@@ -197,7 +197,7 @@ static std::vector<uint8_t> ReadPart(const SOUND_FILE &file, uint64_t start, uin
     return bytes;
 }
 
-// What stands in an ID3v2 frame besides its data. False for what is compressed or encrypted.
+// Skips what an ID3v2 frame has besides its data. False if it is compressed or encrypted.
 static bool Unwrap(uint8_t major, uint8_t flags, std::vector<uint8_t> &data)
 {
     const bool newer = major >= 4;
@@ -252,14 +252,14 @@ static void ReadID3v2(const SOUND_FILE &file, uint64_t start, uint64_t size, MP3
         if (text == &texts.Comment) {
             bytes = bytes.subspan(std::min<size_t>(3, bytes.size()));  // the language
             if (!TakeText(bytes, encoding).empty())
-                continue;  // a program's own, with a name
+                continue;  // a program's own comment, which has a description
         }
         const std::string value = TakeText(bytes, encoding);
         Set(text, text == &texts.Genre ? GenreOf(value) : value);
     }
 }
 
-// Items from `start` to `end`.
+// The items from `start` to `end`.
 static void ReadAPE(const SOUND_FILE &file, uint64_t start, uint64_t end, MP3_TEXTS &texts)
 {
     const std::vector<uint8_t> tag = ReadPart(file, start, end);
@@ -290,7 +290,7 @@ static void ReadID3v1(SOUND_FILE &file, uint64_t position, MP3_TEXTS &texts)
     Set(&texts.Year, take(4));
     Set(&texts.Comment, take(30));
     const uint32_t track = Sound_BigAt(file, position - 2, 2);
-    if (track > 0 && track < 256)  // a zero before it: ID3v1.1
+    if (track > 0 && track < 256)  // ID3v1.1: preceded by a zero
         Set(&texts.Track, std::to_string(track));
     const uint8_t genre = Sound_GetByte(file, position);
     if (genre < MP3_UnknownGenre)

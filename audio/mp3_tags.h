@@ -9,7 +9,7 @@
 
 #pragma GCC visibility push(default)
 
-/// What tags say, in UTF-8 and of at most MP3_MaxText bytes each; empty where they do not.
+/// What the tags say, in UTF-8, at most MP3_MaxText bytes each; empty if they do not.
 struct MP3_TEXTS {
     std::string Title, Artist, Album, Year, Comment, Track, Genre;
 };
@@ -20,14 +20,14 @@ struct MP3_PART {
     uint64_t Start, End;  // bytes
 };
 
-/// Bytes of the ID3v2 or APE tag that starts at `position`, 0 where none does.
+/// Length of the ID3v2 or APE tag that starts at `position`, 0 if none does.
 uint64_t MP3_TagAt(SOUND_FILE &file, uint64_t position);
 
-/// Reads the file's tags. Of several that say a thing the first ID3v2 tag wins, then APEv2, then
+/// Reads the file's tags. If several have a field, the first ID3v2 tag wins, then APEv2, then
 /// ID3v1.
 MP3_PART MP3_ReadTags(SOUND_FILE &file, MP3_TEXTS &texts);
 
-/// Names of the ID3v1 genres. The spelling of some is meant.
+/// Names of the ID3v1 genres. Some odd spellings are on purpose.
 constexpr uint8_t MP3_UnknownGenre = 126;
 extern const char MP3_Genre[127][18];
 

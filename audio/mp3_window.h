@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// D[0] to D[256] times 65536. The rest mirrors them, with the sign changed but at multiples of 64.
+// D[0] to D[256] times 65536. The rest mirrors them, negated except at multiples of 64.
 constexpr std::array<int32_t, 257> MP3_HalfWindow = {
     0,      -1,     -1,     -1,     -1,     -1,     -1,     -2,     -2,     -2,     -2,     -3,
     -3,     -4,     -4,     -5,     -5,     -6,     -7,     -7,     -8,     -9,     -10,    -11,
@@ -36,8 +36,7 @@ constexpr int32_t MP3_Window(size_t i)
     return i <= 256 ? MP3_HalfWindow[i] : MP3_HalfWindow[512 - i] * (i % 64 == 0 ? 1 : -1);
 }
 
-// The squares of the 16 coefficients that make a sample add up to 2 for a filter bank that neither
-// amplifies nor weakens.
+// The squares of the 16 coefficients that make a sample add up to 2 for a filter bank of unit gain.
 consteval bool MP3_IsWindowEven()
 {
     for (size_t j = 0; j < 32; j++) {

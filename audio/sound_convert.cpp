@@ -5,8 +5,8 @@
 #include <cstring>
 #include <utility>
 
-// The conversions are loops over whole samples that compilers run many bytes at a time. The
-// baseline's lanes keep up with the reading of files; wider ones would cost each program a choice.
+// The conversions are loops over whole samples that compilers vectorise. Baseline lanes keep up
+// with reading the file; wider ones would need a run-time choice in each program.
 
 void Sound_From8(std::span<uint8_t> samples)
 {
@@ -64,7 +64,7 @@ static void ExpandG711(std::span<const uint8_t> codes, uint8_t *buffer,
 
 SOUND_FILLED Sound_G711(const SOUND_REFILL &refill, const std::array<int16_t, 256> &table)
 {
-    // An odd buffer begins a last sample, which is lost.
+    // An odd buffer ends in half a sample, which is lost.
     const uint64_t samples = std::min<uint64_t>((refill.Buffer.size() + 1) / 2, refill.Available);
     const uint64_t kept = refill.Buffer.size() / 2;
     std::array<uint8_t, 32768> codes;

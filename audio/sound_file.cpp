@@ -22,7 +22,7 @@ std::optional<uint32_t> Sound_GetSize(const BYTES_OPEN &from)
     return static_cast<uint32_t>(*size);
 }
 
-// A stream over memory; where the system has none, over a temporary file.
+// A stream over memory; where the system has no such thing, over a temporary file.
 static FILE *OpenMemory(std::span<const uint8_t> bytes)
 {
 #if _POSIX_C_SOURCE >= 200809L
@@ -38,7 +38,7 @@ static FILE *OpenMemory(std::span<const uint8_t> bytes)
 }
 
 #ifdef _WIN32
-// Anew: reads of a block move the position that descriptors of one file share.
+// Opened again: block reads move the position that all descriptors of an open file share.
 static FILE *OpenAgain(const BYTES_OPEN &from)
 {
     return std::fopen(from.Path, "rb");
@@ -68,7 +68,7 @@ SOUND_STREAM Sound_OpenStream(const BYTES_OPEN &from)
     if (!stream)
         Reason_Set("cannot be read: %s", std::strerror(errno));
     else if (!from.IsMemory)
-        std::rewind(stream.get());  // descriptors of one file share their position
+        std::rewind(stream.get());  // descriptors of one open file share their position
     return stream;
 }
 
@@ -146,10 +146,10 @@ void Sound_GetText(SOUND_FILE &file, uint64_t &position, uint32_t count, std::sp
     position = end;
 }
 
-constexpr uint32_t Sound_MaxChunks = 16384;             // of a walk
-constexpr uint64_t Sound_MaxZeros = uint64_t{4} << 20;  // bytes of a run that are looked at
+constexpr uint32_t Sound_MaxChunks = 16384;             // visited by one walk
+constexpr uint64_t Sound_MaxZeros = uint64_t{4} << 20;  // bytes of zeros that are skipped
 
-// The first byte from `position` on that may be another than 0: past a hole of a sparse file.
+// The first byte at or after `position` that may be nonzero: past a hole of a sparse file.
 static uint64_t SkipHole(const BYTES_OPEN &from, uint64_t position)
 {
 #ifdef SEEK_DATA
@@ -163,7 +163,7 @@ static uint64_t SkipHole(const BYTES_OPEN &from, uint64_t position)
     return position;
 }
 
-// The last of the chunks of zeros that lie from `position` on, back to back.
+// The last of the consecutive zero chunks that start at `position`.
 static uint64_t SkipZeroChunks(const SOUND_FILE &file, uint64_t position)
 {
     std::array<uint8_t, 32768> block;
@@ -207,7 +207,7 @@ void Sound_CheckCut(const SOUND_FILE &file, uint64_t start, uint64_t promised)
 
 void Sound_Keep(std::span<uint8_t>) {}
 
-// Reads what there is, at most `available` bytes, and makes the rest 0xFF.
+// Reads at most `available` bytes and fills the rest with 0xFF.
 static uint64_t ReadPadded(FILE *file, std::span<uint8_t> bytes, uint64_t available)
 {
     const size_t wanted = static_cast<size_t>(std::min<uint64_t>(bytes.size(), available));
@@ -216,8 +216,8 @@ static uint64_t ReadPadded(FILE *file, std::span<uint8_t> bytes, uint64_t availa
     return read;
 }
 
-// Completes the sample whose first bytes are at the buffer's end, by at most `available` bytes.
-// Kept as it is it needs none of them, and skipping them is cheaper than a second read.
+// Completes the sample whose first bytes end the buffer, from at most `available` bytes. A sample
+// that is kept truncated needs none of them, and skipping is cheaper than a second read.
 static uint64_t EndSample(const SOUND_REFILL &refill, uint32_t bytes, std::span<uint8_t> begun,
                           uint64_t available, SOUND_CONVERSION convert)
 {
@@ -236,7 +236,7 @@ static uint64_t EndSample(const SOUND_REFILL &refill, uint32_t bytes, std::span<
     return read;
 }
 
-// Fills the buffer with converted samples. Returns the bytes that were read.
+// Fills the buffer with converted samples. Returns the number of bytes read.
 static uint64_t ReadSamples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert)
 {
     const size_t size = refill.Buffer.size() / bytes * bytes;
@@ -248,8 +248,8 @@ static uint64_t ReadSamples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CO
     return read + EndSample(refill, bytes, refill.Buffer.subspan(size), available, convert);
 }
 
-// `lost` fewer bytes are reported than `count`, and never more than the buffer holds; of the bytes
-// that were `read`, whole samples of `bytes` bytes are stored.
+// The result of a refill: `lost` bytes fewer than `count` are reported, at most what the buffer
+// holds; of the `read` bytes, whole samples of `bytes` bytes are stored.
 static SOUND_FILLED Filled(const SOUND_REFILL &refill, uint64_t count, uint32_t lost, uint64_t read,
                            uint32_t bytes)
 {
@@ -262,7 +262,7 @@ static SOUND_FILLED Filled(const SOUND_REFILL &refill, uint64_t count, uint32_t 
 SOUND_FILLED Sound_Samples(const SOUND_REFILL &refill, uint32_t bytes, SOUND_CONVERSION convert)
 {
     const uint64_t read = ReadSamples(refill, bytes, convert);
-    const uint64_t begun = (read + bytes - 1) / bytes * bytes;  // with the one that has begun
+    const uint64_t begun = (read + bytes - 1) / bytes * bytes;  // to the sample's end
     return Filled(refill, begun, bytes, read, bytes);
 }
 

@@ -19,7 +19,8 @@ using MIX = std::array<WEIGHTS, Sound_MaxChannels>;
 
 }  // namespace
 
-// WAVEFORMATEXTENSIBLE's speakers by their bit of the mask; those above the listener as if below.
+// WAVEFORMATEXTENSIBLE's speakers by their bit of the mask; those above the listener count as their
+// counterparts at ear level.
 constexpr int32_t Sound_Full = 32768, Sound_Part = 23170, Sound_Half = 16384;
 constexpr std::array<WEIGHTS, 18> Sound_Speakers = {{
     {Sound_Full, 0},           // front left
@@ -42,12 +43,11 @@ constexpr std::array<WEIGHTS, 18> Sound_Speakers = {{
     {0, Sound_Part},           // top back right
 }};
 
-// The speakers of so many channels where a file does not name them.
+// The usual speakers for a number of channels, where the file names none.
 constexpr std::array<uint32_t, 9> Sound_UsualSpeakers = {0,    0x4,  0x3,   0x7,  0x33,
                                                          0x37, 0x3F, 0x70F, 0x63F};
 
-// The weights of the channels, lowest speaker first; channels without a speaker sound in the
-// middle.
+// The channels' weights, lowest speaker bit first; channels without a speaker go to the centre.
 static MIX MixOf(const SOUND_FRAMES &frames)
 {
     MIX mix{};
@@ -108,11 +108,11 @@ uint32_t Sound_StoredBytes(const SOUND_FRAMES &frames)
     frames = {};
 }
 
-// A number in the upper bits.
+// A number of up to 8 bytes, in the upper bits.
 static uint64_t LeftJustified(const uint8_t *bytes, uint32_t count, bool big)
 {
     uint64_t value = 0;
-    if (count == 4 && !big)  // which is common, and compilers make it one load
+    if (count == 4 && !big)  // the common case, which compilers turn into one load
         return uint64_t{bytes[3]} << 56 | uint64_t{bytes[2]} << 48 | uint64_t{bytes[1]} << 40 |
                uint64_t{bytes[0]} << 32;
     for (uint32_t i = 0; i < count; i++)
@@ -120,13 +120,13 @@ static uint64_t LeftJustified(const uint8_t *bytes, uint32_t count, bool big)
     return value << (64 - 8 * count);
 }
 
-// Floating point at full level 1 as 32 bits; what is no number is silence.
+// Floating point, full level 1, as 32 bits; NaN is silence.
 static int32_t FromReal(double value)
 {
     const double scaled = value * 2147483648.0;
     if (!(scaled >= -2147483648.0))
         return std::isnan(scaled) ? 0 : INT32_MIN;
-    constexpr double whole = 0x1.8p52;  // so large that sums with it are rounded to whole numbers
+    constexpr double whole = 0x1.8p52;  // so large that adding it rounds to whole numbers
     return scaled >= 2147483647.0 ? INT32_MAX : static_cast<int32_t>(scaled + whole - whole);
 }
 
@@ -160,7 +160,7 @@ static uint8_t *PutSample(uint8_t *out, int32_t sample, uint32_t bytes)
 
 constexpr size_t Sound_Scratch = 8192;  // bytes of stored frames
 
-// Mixes frames to two channels, in place. Returns the end of their samples.
+// Mixes frames down to two channels, in place. Returns the end of their samples.
 static int32_t *Mix(const SOUND_FRAMES &frames, const MIX &mix, int32_t *samples,
                     const int32_t *end)
 {
@@ -178,7 +178,7 @@ static int32_t *Mix(const SOUND_FRAMES &frames, const MIX &mix, int32_t *samples
     return out;
 }
 
-// Stores frames as a buffer holds them.
+// Stores frames in the buffer's format.
 static void ConvertFrames(const SOUND_FRAMES &frames, const MIX &mix,
                           std::span<const uint8_t> stored, uint8_t *out)
 {
@@ -193,7 +193,7 @@ static void ConvertFrames(const SOUND_FRAMES &frames, const MIX &mix,
         out = PutSample(out, *sample, bytes);
 }
 
-// What turns stored samples in place into what a buffer holds; null where they need more.
+// The conversion of stored samples, in place, to what a buffer holds; null if they need more.
 static SOUND_CONVERSION ConversionOf(const SOUND_FRAMES &frames)
 {
     if (frames.Mixed || frames.Bytes > 4 || frames.Coding > SOUND_UNSIGNED)

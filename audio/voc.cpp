@@ -25,7 +25,7 @@ static void ReadBlock1(VOC_HEADER &record, uint64_t block)
     record.DataStart = static_cast<uint32_t>(block + 6);
 }
 
-// Extended: what the sound data block after it cannot say. That block's rate wins, on purpose.
+// Extended: what the following sound data block cannot say. That block's rate wins, on purpose.
 static void ReadBlock8(VOC_HEADER &record, uint64_t block)
 {
     record.Codec = static_cast<uint16_t>(At(block + 6, 1));
@@ -43,7 +43,7 @@ static void ReadBlock9(VOC_HEADER &record, uint64_t block)
     record.DataStart = static_cast<uint32_t>(block + 16);
 }
 
-// Looks at every byte for a block's type; the lengths of blocks are not used.
+// Tests every byte as a block's type; the blocks' lengths are not used, on purpose.
 static void ReadBlocks(VOC_HEADER &record)
 {
     for (uint64_t block = VOC_FirstBlock; block < VOC_ScanEnd; block++) {
@@ -75,24 +75,24 @@ static void ReadFrameworkHeader(VOC_HEADER &record)
 namespace
 {
 
-// What a sound block says of its samples.
+// A sound block's description of its samples.
 struct VOC_FORMAT {
     uint32_t Rate, Codec, Channels;
 };
 
-// A walk over all blocks, by their lengths.
+// A walk over all blocks by their lengths.
 struct VOC_WALK {
     VOC_HEADER &Record;
     std::optional<VOC_FORMAT> Extended;  // for the next sound data block
-    size_t Repeated = 0;                 // first piece of what is repeated
-    uint32_t Repeats = 0;                // how often it follows itself
+    size_t Repeated = 0;                 // first piece of the repeated part
+    uint32_t Repeats = 0;                // how many further times it is played
 };
 
 }  // namespace
 
 constexpr uint32_t VOC_MaxBlocks = 4096;
 constexpr size_t VOC_MaxPieces = 65536;
-constexpr uint32_t VOC_Endless = 0xFFFF;  // repeats, which are left to who plays
+constexpr uint32_t VOC_Endless = 0xFFFF;  // an endless repeat, which is left to the player
 
 static SOUND_FRAMES FramesOf(const VOC_FORMAT &format)
 {
@@ -119,7 +119,8 @@ static SOUND_FRAMES FramesOf(const VOC_FORMAT &format)
     return frames;
 }
 
-// The first block's format is the sound's; blocks of another coding end it. False where it ends.
+// The first block's format is the sound's; a block of another coding ends it. False if the sound
+// ends here.
 static bool SetFormat(VOC_HEADER &record, const VOC_FORMAT &format)
 {
     if (record.Frames.Bytes == 0) {
@@ -163,7 +164,7 @@ static void EndRepeat(VOC_WALK &walk)
     walk.Repeats = 0;
 }
 
-// A block whose contents are from `start` to `end`. False where the sound ends.
+// A block with contents from `start` to `end`. False if the sound ends.
 static bool ReadBlock(VOC_WALK &walk, uint32_t type, uint64_t start, uint64_t end)
 {
     VOC_HEADER &record = walk.Record;
@@ -191,7 +192,7 @@ static bool ReadBlock(VOC_WALK &walk, uint32_t type, uint64_t start, uint64_t en
     case 7:
         EndRepeat(walk);
         break;
-    case 8: {  // the next block's format
+    case 8: {  // the following block's format
         const uint32_t channels = At(start + 3, 1) + 1;
         walk.Extended = {256000000 / (channels * (65536 - At(start, 2))), At(start + 2, 1),
                          channels};
@@ -203,7 +204,7 @@ static bool ReadBlock(VOC_WALK &walk, uint32_t type, uint64_t start, uint64_t en
         AddData(record, start + 12, end);
         break;
     }
-    return true;  // past markers and texts, too
+    return true;  // markers and texts, too, are skipped
 }
 
 static void ReadFormatHeader(VOC_HEADER &record)
@@ -254,16 +255,16 @@ void VOC_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n)
     Sound_Decoding(VOC_GetHeader(n), VOC_Fill, file, buffer, length);
 }
 
-// The position that stands for the cursor: in sound data its own, in silence that of the block or,
-// once begun, the byte after it.
+// The position that represents the cursor: in sound data the cursor's own; in silence that of the
+// block or, once it has begun, the byte after it.
 static uint64_t PositionOf(const VOC_HEADER &record)
 {
     const VOC_PIECE &piece = record.Pieces[record.Piece];
     return piece.Start + (piece.Bytes != 0 ? record.Done : std::min(record.Done, 1u));
 }
 
-// Has the cursor stand where the file does. It does so already unless the sound was rewound or
-// moved; repeats are then those that have not been played.
+// Moves the cursor to the file's position. It is there already unless the sound was rewound or
+// moved; repeats then count as not yet played.
 static void FindCursor(VOC_HEADER &record, FILE *file)
 {
     const off_t given = ftello(file);
@@ -284,7 +285,7 @@ static void FindCursor(VOC_HEADER &record, FILE *file)
     }
 }
 
-// Stores what a piece still has to give. Returns the bytes.
+// Stores what is left of a piece. Returns the bytes.
 static size_t FillPiece(VOC_HEADER &record, FILE *file, std::span<uint8_t> out)
 {
     const VOC_PIECE &piece = record.Pieces[record.Piece];
@@ -304,7 +305,7 @@ static size_t FillPiece(VOC_HEADER &record, FILE *file, std::span<uint8_t> out)
     return count * frame;
 }
 
-// The format's rules: piece after piece.
+// The format's rules: piece by piece.
 static SOUND_FILLED FillPieces(VOC_HEADER &record, const SOUND_REFILL &refill)
 {
     if (record.Pieces.empty())
@@ -341,7 +342,7 @@ SOUND_FILLED VOC_Fill(VOC_HEADER &record, const SOUND_REFILL &refill)
     return Sound_Nothing(refill);
 }
 
-// The piece in which the frame is, or at the end of which.
+// The piece that contains the frame or ends at it.
 static uint64_t SeekPiece(VOC_HEADER &record, FILE *file, uint64_t frame)
 {
     const uint32_t stored = Sound_StoredBytes(record.Frames);

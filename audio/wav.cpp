@@ -22,8 +22,8 @@ constexpr uint16_t WAV_TagExtensible = 0xFFFE;
 namespace
 {
 
-// Where the contents of the chunks start, 0 where they were not found, and the size that the sound
-// data says it has.
+// Where the chunks' contents start, 0 for a chunk that was not found, and the stated size of the
+// sound data.
 struct CHUNKS {
     uint64_t Format = 0;
     uint64_t Data = 0;
@@ -32,7 +32,7 @@ struct CHUNKS {
 
 }  // namespace
 
-// Numbers of the file being loaded: big-endian in RIFX files.
+// Numbers of the file being loaded; big-endian in RIFX files.
 static thread_local uint32_t (*GetNumber)(SOUND_FILE &, uint64_t &, int) = Sound_GetLittle;
 
 static uint32_t At(uint64_t position, int count)
@@ -40,15 +40,15 @@ static uint32_t At(uint64_t position, int count)
     return GetNumber(WAV_File, position, count);
 }
 
-constexpr uint32_t WAV_Unknown = UINT32_MAX;  // size of a sound that was not complete yet
+constexpr uint32_t WAV_Unknown = UINT32_MAX;  // size stated before the sound was finished
 
-// The size of the sound data from RF64's chunk of sizes of 64 bits (EBU Tech 3306).
+// The size of the sound data from RF64's chunk of 64-bit sizes (EBU Tech 3306).
 static uint32_t LargeSize(uint64_t position)
 {
     return At(position + 12, 4) != 0 ? WAV_Unknown : At(position + 8, 4);
 }
 
-// By the format's rules, sound data may stand before the format.
+// By the format's rules, sound data may precede the format chunk.
 static CHUNKS FindChunks(uint8_t rules)
 {
     CHUNKS chunks;
@@ -73,15 +73,15 @@ static CHUNKS FindChunks(uint8_t rules)
     return chunks;
 }
 
-// Where the sound data of a file start that has no chunks but format, fact (with ADPCM) and data.
+// Where the sound data start in a file that has only the chunks format, fact (with ADPCM) and data.
 static uint64_t UsualDataStart(const WAV_HEADER &record)
 {
     const bool adpcm = record.FormatTag == WAV_TagMicrosoft || record.FormatTag == WAV_TagIMA;
     return adpcm ? uint64_t{record.FormatChunkSize} + 40 : 44;
 }
 
-// A size of 0, which recorders write before they know, and one that passes the file's end both mean
-// the rest of the file. It is true where the size of the whole is.
+// A size of 0, which recorders write before they know it, and one beyond the end of the file both
+// mean the rest of the file. A size of 0 is true, however, where the RIFF size confirms it.
 static void ReadDataChunk(WAV_HEADER &record, const CHUNKS &chunks)
 {
     const uint64_t start = chunks.Data != 0                        ? chunks.Data
@@ -111,7 +111,7 @@ static void ReadMicrosoft(WAV_HEADER &record, uint64_t position)
     }
 }
 
-// The fields that all formats have; leaves `position` past them.
+// The fields that all formats have; leaves `position` after them.
 static void ReadFormat(WAV_HEADER &record, uint64_t &position)
 {
     const uint32_t size = At(position - 4, 4);
@@ -125,7 +125,7 @@ static void ReadFormat(WAV_HEADER &record, uint64_t &position)
     record.BitsPerSample = word();
     if (record.FormatTag == WAV_TagExtensible && size >= 40) {
         record.FormatTag = static_cast<uint16_t>(At(subFormat, 4));
-        if (record.FormatTag == 0)  // some writers of RIFX have it in halves, the low one first
+        if (record.FormatTag == 0)  // some RIFX writers store it as two halves, the low one first
             record.FormatTag = static_cast<uint16_t>(At(subFormat, 2));
         record.Frames.Speakers = At(mask, 4);
     }
@@ -133,7 +133,7 @@ static void ReadFormat(WAV_HEADER &record, uint64_t &position)
         record.FormatChunkSize = size;
 }
 
-// Whether linear samples of so many bits are.
+// Whether this depth of linear samples is decoded.
 static bool IsDecoded(uint16_t bits)
 {
     return bits == 8 || bits == 16 || bits == 24 || bits == 32;
@@ -141,7 +141,7 @@ static bool IsDecoded(uint16_t bits)
 
 static void ReadFrameworkHeader(WAV_HEADER &record)
 {
-    constexpr uint64_t usual = 20;  // of a format chunk without others before it
+    constexpr uint64_t usual = 20;  // contents of a file's first chunk
     GetNumber = Sound_GetLittle;
     const CHUNKS chunks = FindChunks(AUDIO_RULES_FRAMEWORK);
     uint64_t position = chunks.Format != 0 ? chunks.Format : usual;
@@ -165,7 +165,7 @@ static void ReadFrameworkHeader(WAV_HEADER &record)
     ReadDataChunk(record, chunks);
 }
 
-// How linear samples and G.711 are stored: in as many bytes as a block has for each.
+// How linear samples and G.711 are stored: the block size gives the bytes of each sample.
 static void SetFrames(WAV_HEADER &record)
 {
     SOUND_FRAMES &frames = record.Frames;
@@ -185,12 +185,12 @@ static void SetFrames(WAV_HEADER &record)
     Sound_PrepareFrames(frames);
 }
 
-// The pairs of coefficients that Microsoft's codec always has.
+// The coefficient pairs that Microsoft's codec always has.
 constexpr std::array<std::array<int16_t, 2>, 7> WAV_Coefficients = {
     {{256, 0}, {512, -256}, {0, 0}, {192, 64}, {240, 0}, {460, -208}, {392, -232}}};
 
-// How blocks are read: the frames that each has, and room for one and what it decodes to. The
-// codecs know one and two channels.
+// How blocks are read: their frames, and room for one block and its output. The codecs know one and
+// two channels.
 static void SetBlocks(WAV_HEADER &record)
 {
     const bool microsoft = record.FormatTag == WAV_TagMicrosoft;
@@ -278,8 +278,8 @@ static WAV_ADPCM ADPCMOf(WAV_HEADER &record)
     return adpcm;
 }
 
-// Decodes `blocks` blocks; codes that the file lacks are 0. What they leave of the counted bytes is
-// silence. Returns the bytes that they store.
+// Decodes `blocks` blocks; codes missing from the file are 0. Counted bytes that the blocks leave
+// over are silence. Returns the bytes stored.
 static uint32_t DecodeBlocks(WAV_HEADER &record, const SOUND_REFILL &refill, uint32_t blocks,
                              uint32_t counted, BLOCK_DECODER decode)
 {
@@ -305,8 +305,9 @@ static uint32_t DecodeBlocks(WAV_HEADER &record, const SOUND_REFILL &refill, uin
     return static_cast<uint32_t>(written);
 }
 
-// `header`: a channel's bytes in front of a block's codes; `samples`: those that it stores of them.
-// A length is four times the bytes of codes in its blocks, whatever else they store, on purpose.
+// `header`: a channel's bytes before a block's codes; `samples`: how many samples of the header are
+// stored. The reported length is four times the bytes of codes in the blocks, whatever else they
+// store, on purpose.
 static SOUND_FILLED FillADPCM(WAV_HEADER &record, const SOUND_REFILL &refill, uint32_t header,
                               uint32_t samples, BLOCK_DECODER decode)
 {
@@ -325,7 +326,8 @@ static SOUND_FILLED FillADPCM(WAV_HEADER &record, const SOUND_REFILL &refill, ui
     return {blocks * counted, DecodeBlocks(record, refill, blocks, blocks * counted, decode)};
 }
 
-// What is read of a block, and the frames in it, decoded after it in the record's room.
+// The bytes read of a block and the frames in it, which are decoded into the record's room after
+// it.
 static std::pair<size_t, size_t> DecodeBlock(WAV_HEADER &record, FILE *file, uint64_t start)
 {
     const WAV_ADPCM adpcm = ADPCMOf(record);
@@ -335,15 +337,15 @@ static std::pair<size_t, size_t> DecodeBlock(WAV_HEADER &record, FILE *file, uin
     const size_t wanted = std::min<uint64_t>(block.size(), record.DataEnd - start);
     size_t read = std::fread(block.data(), 1, wanted, file);
     if (record.FormatTag == WAV_TagIMA && read < block.size())
-        read -= read % 4;  // codes come in words, of which a cut block has whole ones
+        read -= read % 4;  // codes come in words; a truncated block counts its whole ones
     const size_t written = record.FormatTag == WAV_TagMicrosoft
                                ? WAV_MS_ADPCM_Block(adpcm, block.first(read), out)
                                : WAV_IMA_ADPCM_Block(adpcm, block.first(read), out);
     return {read, std::min<size_t>(written / (2u * record.Channels), record.BlockFrames)};
 }
 
-// By the format's rules a block gives all its frames, to as many buffers as they need: a position
-// within it stands for the frames that lie as far in it.
+// By the format's rules a block gives all its frames, over as many buffers as they need: a position
+// within it stands for the frames at the same fraction of it.
 static SOUND_FILLED FillBlocks(WAV_HEADER &record, const SOUND_REFILL &refill)
 {
     const size_t frame = 2u * record.Channels, room = refill.Buffer.size() / frame;
@@ -401,7 +403,7 @@ SOUND_FILLED WAV_Fill(WAV_HEADER &record, const SOUND_REFILL &given)
     return Sound_Nothing(refill);
 }
 
-// How the sound lies in the file by either rules.
+// Where the sound lies in the file, by either set of rules.
 static SOUND_GRAIN GrainOf(const WAV_HEADER &record)
 {
     const uint64_t channels = record.Channels, codes = record.BlockAlign - uint64_t{4} * channels;
@@ -409,7 +411,7 @@ static SOUND_GRAIN GrainOf(const WAV_HEADER &record)
         return record.BlockFrames != 0 ? SOUND_GRAIN{record.BlockAlign, record.BlockFrames}
                                        : SOUND_GRAIN{Sound_StoredBytes(record.Frames), 1};
     switch (record.FormatTag) {
-    case WAV_TagMicrosoft:  // whose header has 3 bytes more and two samples
+    case WAV_TagMicrosoft:  // its header has 3 more bytes and two samples
         return {record.BlockAlign, (2 * codes - 4 * channels) / std::max(channels, uint64_t{1})};
     case WAV_TagIMA:
         return {record.BlockAlign, 2 * codes / std::max(channels, uint64_t{1})};
@@ -425,7 +427,7 @@ uint64_t WAV_Seek(WAV_HEADER &record, FILE *file, uint64_t frame)
     return Sound_Seek(file, record.DataStart, record.DataEnd, GrainOf(record), frame);
 }
 
-// The decoder of a channel that may be none.
+// A channel's decoder, or null.
 static WAV_CHANNEL *ChannelOf(uint8_t n, uint8_t channel)
 {
     WAV_HEADER *record = WAV_GetHeader(n);

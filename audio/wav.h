@@ -43,41 +43,41 @@ struct WAV_HEADER {
 
     std::array<WAV_CHANNEL, 2> Decoder;
     uint32_t DataStart;  // first sample byte; 0 for other tags
-    uint32_t DataEnd;    // past the last one
-    uint8_t Rules;       // AUDIO_RULES that it was loaded by
+    uint32_t DataEnd;    // past the last sample byte
+    uint8_t Rules;       // AUDIO_RULES it was loaded under
     // By the format's rules:
     SOUND_FRAMES Frames;
-    uint32_t BlockFrames;        // of ADPCM; 0: of other sound
-    std::vector<uint8_t> Block;  // room for one and what it decodes to
+    uint32_t BlockFrames;        // of ADPCM; 0 for other sound
+    std::vector<uint8_t> Block;  // room for one block and its output
 };
 
-/// The files that this thread loaded, in the order of loading; null where none is.
+/// The files that this thread loaded, in load order; null for an empty slot.
 extern constinit thread_local SOUND_TABLE<WAV_HEADER> WAV_Header;
 extern constinit thread_local uint8_t WAV_SoundNumber;  // slot that the next load fills
 extern constinit thread_local SOUND_FILE WAV_File;      // being loaded
 
-/// Reads the header into slot WAV_SoundNumber, and moves that on. FormatTag is the extensible
-/// format's sub-format where the file has one. A file that cannot be opened, or when all slots are
-/// used, does nothing.
+/// Reads the header into slot WAV_SoundNumber and increments that. FormatTag is the extensible
+/// format's sub-format if the file has one. Does nothing if the file cannot be opened or all slots
+/// are used.
 void WAV_Load(const char *path);
 
-/// Decodes from the position of `file` on into `buffer`, compressed sound as 16-bit little-endian
-/// samples. *length becomes, on purpose,
+/// Decodes from the current position of `file` into `buffer`, compressed sound as 16-bit
+/// little-endian samples. *length becomes, on purpose,
 /// - linear and G.711: the bytes stored less one sample;
 /// - ADPCM: 4 bytes for each byte of codes in a block, times the blocks that fit; their number is
-///   taken modulo 256. Microsoft's blocks store their two first frames as well, which makes the
-///   last ones of a refill those that are not counted.
+///   taken modulo 256. Microsoft's blocks also store their two first frames, so the last frames of
+///   a refill are not counted.
 /// It is 0 at the end of the data. Other tags, and linear depths but 8, 16, 24 and 32 bits, leave
-/// both as they are.
+/// both unchanged.
 void WAV_Decoding(FILE *file, uint8_t *buffer, uint32_t *length, uint8_t n);
 
 /// The same by record, on any thread.
 SOUND_FILLED WAV_Fill(WAV_HEADER &record, const SOUND_REFILL &refill);
 
-/// Puts `file` at `frame` of the sound or shortly before it. Returns the frame there.
+/// Moves `file` to `frame` of the sound or shortly before it. Returns the frame it is at.
 uint64_t WAV_Seek(WAV_HEADER &record, FILE *file, uint64_t frame);
 
-/// The next sample of a channel (0 or 1) of record n, whose decoder moves on by a code of 4 bits.
+/// The next sample of a channel (0 or 1) of record n, whose decoder consumes a code of 4 bits.
 int32_t WAV_MS_ADPCM_GetNextSample(uint8_t n, uint8_t channel, uint8_t code);
 int32_t WAV_IMA_ADPCM_GetNextSample(uint8_t n, uint8_t channel, uint8_t code);
 
@@ -87,7 +87,7 @@ void WAV_Destroy();
 /// Record n, null if no such record exists.
 WAV_HEADER *WAV_GetHeader(uint8_t n);
 
-/// Sets the slot that the next load fills; the table lets a record there go.
+/// Sets the slot that the next load fills; the table releases the record there.
 void WAV_SetSoundNumber(uint8_t n);
 
 #pragma GCC visibility pop

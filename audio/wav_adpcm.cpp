@@ -1,6 +1,6 @@
 #include "audio/wav_adpcm.h"
 
-// IMA's steps grow by a tenth each, as far as whole numbers allow.
+// Each IMA step is about a tenth larger than the one before, as far as whole numbers allow.
 static constexpr bool StepsGrowByTenths()
 {
     for (size_t i = 20; i < WAV_ADPCM_STEP_TABLE.size(); i++) {
@@ -15,7 +15,7 @@ static_assert(StepsGrowByTenths());
 namespace
 {
 
-// IMA ADPCM: what a code adds to the predictor at a step, and the row of the step it leads to.
+// IMA ADPCM: what a code adds to the predictor at a step, and the table row of the next step.
 struct STEP {
     int32_t Difference;
     uint32_t Row;
@@ -23,7 +23,7 @@ struct STEP {
 constexpr uint32_t Row = 16;  // codes
 using STEPS = std::array<STEP, Row * WAV_ADPCM_STEP_TABLE.size()>;
 
-// A channel while a block is decoded.
+// A channel's state while a block is decoded.
 struct IMA_CHANNEL {
     int32_t Newest;
     uint32_t Row;
@@ -31,7 +31,7 @@ struct IMA_CHANNEL {
 
 }  // namespace
 
-// Made by the first who asks: the table is larger than what makes it.
+// Built on first use: the table is larger than the code that makes it.
 [[gnu::cold]] static STEPS MakeSteps()
 {
     STEPS steps;
@@ -54,7 +54,7 @@ static const STEPS &Steps()
     return steps;
 }
 
-// Moves an IMA channel on by a code.
+// Decodes a code of an IMA channel.
 static inline int32_t Next(const STEPS &steps, IMA_CHANNEL &channel, uint32_t code)
 {
     const STEP &step = steps[channel.Row + code];
@@ -82,12 +82,12 @@ int32_t WAV_IMA_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code)
     return state.Newest;
 }
 
-// Moves a Microsoft channel on. A prediction in 1/256 is truncated toward zero by the framework's
-// rules, rounded down by the format's.
+// Decodes a code of a Microsoft channel. A prediction in 1/256 is truncated toward zero by the
+// framework's rules, rounded down by the format's.
 template <bool FormatRules>
 static inline int32_t Next(WAV_CHANNEL &channel, uint32_t code)
 {
-    // Modulo 2^32: what damaged files ask for may pass it.
+    // Modulo 2^32: damaged files may overflow it.
     const int32_t sum = static_cast<int32_t>(
         static_cast<uint32_t>(channel.Newest) * static_cast<uint32_t>(channel.Coefficient1) +
         static_cast<uint32_t>(channel.Previous) * static_cast<uint32_t>(channel.Coefficient2));
@@ -119,7 +119,8 @@ static void PutPair(uint8_t *out, int32_t first, int32_t second)
         out[i] = static_cast<uint8_t>(pair >> (8 * i));
 }
 
-// Microsoft's header: of every channel first the predictor, then delta, newest and previous sample.
+// Microsoft's header: first the predictors of all channels, then delta, newest and previous sample
+// of each.
 static void ReadMicrosoft(const WAV_ADPCM &adpcm, std::span<const uint8_t> block, size_t channels)
 {
     for (size_t i = 0; i < channels; i++) {
@@ -133,7 +134,7 @@ static void ReadMicrosoft(const WAV_ADPCM &adpcm, std::span<const uint8_t> block
     }
 }
 
-// The codes after the header, high one first: of two channels in turn, or all of one.
+// The codes after the header, high nibble first: alternating between two channels, or all of one.
 template <bool Stereo, bool FormatRules>
 [[gnu::noinline, gnu::hot]] static size_t DecodeMicrosoft(std::span<WAV_CHANNEL, 2> channels,
                                                           std::span<const uint8_t> codes,
@@ -157,7 +158,7 @@ template <bool Stereo, bool FormatRules>
     return 4 * codes.size();
 }
 
-// Blocks are short of work but for their codes.
+// Cold, since a block's own work is little beside that of its codes.
 [[gnu::cold]] size_t WAV_MS_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
                                         std::span<uint8_t> out)
 {
@@ -205,7 +206,7 @@ DecodeMono(WAV_CHANNEL &channel, std::span<const uint8_t> codes, std::span<uint8
     return 4 * codes.size();
 }
 
-// 8 bytes are 8 frames: 4 bytes of the left channel, then 4 of the right one.
+// 8 bytes are 8 frames: 4 bytes of the left channel, then 4 of the right channel.
 [[gnu::noinline, gnu::hot]] static size_t DecodeStereo(std::span<WAV_CHANNEL, 2> channels,
                                                        std::span<const uint8_t> codes,
                                                        std::span<uint8_t> out)
@@ -229,7 +230,7 @@ DecodeMono(WAV_CHANNEL &channel, std::span<const uint8_t> codes, std::span<uint8
     return 32 * rounds;
 }
 
-// By the format's rules the header's samples are the first ones.
+// By the format's rules the header's samples are the block's first.
 static size_t PutFirst(const WAV_ADPCM &adpcm, std::span<uint8_t> out)
 {
     const size_t size = adpcm.Stereo ? 4 : 2;

@@ -29,7 +29,7 @@ inline constexpr std::array<uint16_t, 89> WAV_ADPCM_STEP_TABLE = {
     10442, 11487, 12635, 13899, 15289, 16818, 18500, 20350, 22385, 24623, 27086, 29794, 32767};
 // clang-format on
 
-/// A channel's decoder, set anew by every block's header.
+/// A channel's decoder; each block's header resets it.
 struct WAV_CHANNEL {
     uint8_t Predictor;                   // Microsoft: index of the coefficients
     int32_t Coefficient1, Coefficient2;  // in use, in 1/256
@@ -39,26 +39,26 @@ struct WAV_CHANNEL {
     int8_t StepIndex;  // IMA: 0 to 88
 };
 
-/// The largest delta, which keeps the arithmetic within 32 bits; a sound that meets it is damaged.
+/// The largest delta, which keeps the arithmetic within 32 bits; only a damaged sound reaches it.
 constexpr int32_t WAV_MaxDelta = INT32_MAX / 768;
 
-/// The sample (16 bits) that a code of 4 bits stands for; moves the channel on. By the framework's
-/// rules, which truncate the prediction toward zero.
+/// The sample (16 bits) of a 4-bit code; advances the channel. By the framework's rules, which
+/// truncate the prediction toward zero.
 int32_t WAV_MS_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code);
 /// The same for IMA's codec.
 int32_t WAV_IMA_ADPCM_Next(WAV_CHANNEL &channel, uint32_t code);
 
-/// What the decoding of blocks needs of a file's header.
+/// What decoding blocks needs from a file's header.
 struct WAV_ADPCM {
     std::span<const int32_t, 32> Coefficients1, Coefficients2;  // Microsoft
     std::span<WAV_CHANNEL, 2> Channels;
     bool Stereo;
     bool FormatRules;
-    uint8_t LastPair = 6;  // of the coefficients that blocks may choose
+    uint8_t LastPair = 6;  // the last coefficient pair that blocks may choose
 };
 
-/// Decodes a block into 16-bit little-endian samples, as many as `out` holds. Returns the bytes
-/// written. A block shorter than its header gives none.
+/// Decodes a block into 16-bit little-endian samples, as many as fit into `out`. Returns the bytes
+/// written, 0 for a block shorter than its header.
 size_t WAV_MS_ADPCM_Block(const WAV_ADPCM &adpcm, std::span<const uint8_t> block,
                           std::span<uint8_t> out);
 

@@ -1,5 +1,5 @@
-// For benchmarks: libavcodec as a peer, with a converter to RGBA8. Decoder and converter stand open
-// beforehand.
+// For benchmarks: libavcodec as a peer, with a converter to RGBA8. Decoder and converter are opened
+// in advance.
 #pragma once
 
 #include <cstdint>
@@ -43,7 +43,7 @@ inline bool OpenDecoder(AV_DECODER &decoder, AVCodecID id, const AVCodecParamete
     return avcodec_open2(decoder.Codec, codec, nullptr) == 0;
 }
 
-/// For a file of one picture, which is one packet: reads it again.
+/// For a file that is one picture in one packet: reads it each time.
 inline void ReadPicture(AV_DECODER &decoder, const char *path)
 {
     for (AVPacket *packet : decoder.Packets)
@@ -59,7 +59,7 @@ inline void ReadPicture(AV_DECODER &decoder, const char *path)
         std::fread(packet->data, 1, static_cast<size_t>(packet->size), file.get()));
 }
 
-/// For a file with a demuxer of its own: its packets lie in memory beforehand.
+/// For a file with a demuxer of its own: reads its packets into memory in advance.
 inline bool OpenContainer(AV_DECODER &decoder, const char *path)
 {
     AVFormatContext *format = nullptr;
@@ -75,7 +75,7 @@ inline bool OpenContainer(AV_DECODER &decoder, const char *path)
     return opened;
 }
 
-/// Decodes all packets, each into a picture of its own; returns how many pictures there were.
+/// Decodes all packets, each into its own picture; returns the number of pictures.
 inline size_t DecodeAll(AV_DECODER &decoder)
 {
     size_t count = 0;

@@ -1,6 +1,6 @@
 // A frame of the board as the game paints it while cubes turn, and the same picture drawn as one
-// batch: all vertices transformed beforehand, one buffer, one draw call a texture. The processor
-// time is the main thread's.
+// batch: all vertices transformed in advance, one buffer, one draw call per texture. Times are the
+// main thread's processor time.
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -31,7 +31,7 @@ static void CloseBoard()
     DestroyApplication();
 }
 
-// Without the pace of GLFEW_SwapBuffers.
+// Without the frame limit of GLFEW_SwapBuffers.
 static void EndFrame()
 {
     glfwSwapBuffers(System_Window);
@@ -83,7 +83,7 @@ struct BATCH_RUN {
 };
 }  // namespace
 
-// Every face's vertices in clip space, those of one texture behind each other.
+// Every face's vertices in clip space, sorted by texture.
 static std::vector<BATCH_RUN> FillBatch()
 {
     std::vector<const GLFEW_VERTEX *> faces;
@@ -116,7 +116,7 @@ static void OneBatch(benchmark::State &state)
 {
     mb = GAME_IDLE;
     OpenBoard(static_cast<uint8_t>(state.range(0)));
-    Paint();  // makes the matrices
+    Paint();  // computes the matrices
     EndFrame();
     uint32_t buffer;
     glGenBuffers(1, &buffer);

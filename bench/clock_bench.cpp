@@ -1,4 +1,4 @@
-// The game's clock after a minute with every processor busy: how far it is from the true time.
+// The error of the game's clock after a minute with every processor busy.
 #include <atomic>
 #include <chrono>
 #include <cstdio>

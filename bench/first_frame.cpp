@@ -1,5 +1,5 @@
-// Loaded before the game (LD_PRELOAD), it tells on standard error how long after the process
-// started the first frame was shown, and the memory then resident; then it ends the game.
+// Loaded before the game (LD_PRELOAD), it prints on standard error how long after the start of the
+// process the first frame was shown, and the memory then resident; then it ends the game.
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -9,7 +9,7 @@
 
 struct GLFWwindow;
 
-// Seconds since the system started at which this process did: field 22 of its stat line, in ticks.
+// When this process started, in seconds since the system did: field 22 of its stat line, in ticks.
 static double StartTime()
 {
     FILE *file = std::fopen("/proc/self/stat", "r");

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Makes BMP, ILBM and TIFF files for pictures_bench out of a photo: make_bitmaps.sh PHOTO FOLDER.
+# Makes BMP, ILBM and TIFF files for pictures_bench from a photo: make_bitmaps.sh PHOTO FOLDER.
 # Needs ImageMagick, netpbm, ffmpeg and libtiff's tools.
 set -e
 photo=$1

@@ -1,6 +1,6 @@
-// A minute of a module, 16-bit stereo at 44100 Hz: with linear interpolation beside libxmp and
-// libmikmod, and band-limited beside libopenmpt's default; and one refill of the engine's. The
-// module is the file that the environment variable MOD names, or a busy one of four voices.
+// A minute of a module, 16-bit stereo at 44100 Hz: linear interpolation beside libxmp and
+// libmikmod, band-limited beside libopenmpt's default; and one of the engine's refills. The module
+// is the file named by the environment variable MOD, or a busy one of four voices.
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -124,7 +124,7 @@ BENCHMARK(Xmp)->Unit(benchmark::kMillisecond);
 
 static std::vector<uint8_t> MikMod_Buffer(Refill);
 
-// Plays into memory.
+// A driver that renders to memory.
 static MDRIVER MikMod_Memory = [] {
     MDRIVER d = {};
     d.Name = d.Version = d.Alias = "memory";

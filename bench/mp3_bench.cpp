@@ -1,5 +1,6 @@
-// Decodes an MP3 file as the engine does, 65536 bytes a refill, beside libmpg123's portable decoder
-// and the one that it chooses for this processor. The file is the game's music or that in MP3.
+// Decodes an MP3 file as the engine does, 65536 bytes per refill, beside libmpg123's portable
+// decoder and the one that it chooses for this processor. The file is the game's music, or the one
+// named by the environment variable MP3.
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -17,7 +18,7 @@ static const char *Path()
 
 static std::array<uint8_t, 65536> Buffer;
 
-// Bytes of the refill at `position`, which moves on.
+// Bytes of the refill at `position`, which advances.
 static uint32_t Refill(long &position)
 {
     uint32_t length = 0;

@@ -1,6 +1,6 @@
-// Pictures beside the decoders that others link: every file of the formats below in the folder that
-// the environment variable BENCH_FILES names (make_bitmaps.sh and make_small_pictures.sh fill one),
-// all frames to RGBA8 in memory, from the file (in the page cache) where nothing else is said,
+// Picture decoders beside commonly linked ones: every file of the formats below in the folder named
+// by the environment variable BENCH_FILES (make_bitmaps.sh and make_small_pictures.sh fill one).
+// All frames to RGBA8 in memory, read from the file (in the page cache) unless stated otherwise,
 // single thread.
 #include <algorithm>
 #include <array>
@@ -37,8 +37,8 @@ static void Ours(benchmark::State &state, const std::string &path)
     state.counters["frames"] = static_cast<double>(frames);
 }
 
-// A file without a codec named has a demuxer, which reads it beforehand; others are one packet,
-// read each time.
+// A file without a codec has a demuxer, which reads it in advance; others are one packet, read each
+// time.
 template <AVCodecID Codec = AV_CODEC_ID_NONE>
 static void Libavcodec(benchmark::State &state, const std::string &path)
 {
@@ -70,7 +70,7 @@ static void Stb(benchmark::State &state, const std::string &path)
     }
 }
 
-// The file lies in memory beforehand.
+// The file is in memory in advance.
 static void StbGif(benchmark::State &state, const std::string &path)
 {
     const BYTES_BUFFER file = Bytes_LoadFile(path.c_str());
@@ -86,7 +86,7 @@ static void StbGif(benchmark::State &state, const std::string &path)
     }
 }
 
-// Frames in their place on a screen of their own each, as ours are.
+// Each frame at its place on its own screen, as ours are.
 static void Giflib(benchmark::State &state, const std::string &path)
 {
     for (auto _ : state) {
@@ -168,7 +168,7 @@ int main(int argc, char **argv)
         std::fputs("BENCH_FILES names no folder of files\n", stderr);
         return 1;
     }
-    // By extension; stb_image reads no PNM of text, nor BMP of runs, and says so.
+    // By extension. stb_image rejects text PNM and run-length BMP.
     const std::map<std::string, std::vector<PEER>> peers = {
         {".bmp", {{"libavcodec", Libavcodec<AV_CODEC_ID_BMP>}, {"stb_image", Stb}}},
         {".gif", {{"giflib", Giflib}, {"libavcodec", Libavcodec<>}, {"stb_image", StbGif}}},

@@ -1,6 +1,6 @@
-// Decodes PNG files to RGBA beside libpng and stb_image: those of the folder that BENCH_FILES
-// names, or a photo and a screenshot made here in every colour type and depth. Ours reads its file
-// from disk, the others' lie in memory. All must agree before they are timed.
+// Decodes PNG files to RGBA beside libpng and stb_image: those in the folder named by BENCH_FILES,
+// or a photo and a screenshot made here in every colour type and depth. Ours reads its file from
+// disk, the others from memory. Results must agree before anything is timed.
 #include <array>
 #include <cmath>
 #include <csetjmp>
@@ -60,7 +60,7 @@ static PIXELS DecodeLibpng(const INPUT &input)
         png_destroy_read_struct(&png, &info, nullptr);
         return nullptr;
     }
-    const uint8_t *next = input.File.data();  // files at hand are whole
+    const uint8_t *next = input.File.data();  // these files are complete
     png_set_read_fn(png, &next, [](png_structp from, png_bytep to, size_t size) {
         auto &at = *static_cast<const uint8_t **>(png_get_io_ptr(from));
         std::memcpy(to, at, size);
@@ -111,7 +111,7 @@ static void Decode(benchmark::State &state, const INPUT &input, DECODER decode)
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(size));
 }
 
-// The pictures that are made here: samples of 0..255 by place and channel.
+// The pictures made here: samples of 0..255 by place and channel.
 constexpr uint32_t Width = 1600, Height = 1200;
 
 static uint32_t Hash(uint32_t x, uint32_t y)
@@ -121,7 +121,7 @@ static uint32_t Hash(uint32_t x, uint32_t y)
     return h ^ h >> 13;
 }
 
-// Smooth shades under a sensor's noise.
+// Smooth shades with sensor noise.
 static uint8_t Photo(uint32_t x, uint32_t y, uint32_t channel)
 {
     const double u = x / 97.0, v = y / 71.0;
@@ -131,7 +131,7 @@ static uint8_t Photo(uint32_t x, uint32_t y, uint32_t channel)
     return static_cast<uint8_t>(shade + (noise & 3) + (noise >> 8 & 3) - 3);
 }
 
-// Windows with a shaded title and lines of text.
+// Windows with a shaded title bar and lines of text.
 static uint8_t Screen(uint32_t x, uint32_t y, uint32_t channel)
 {
     const uint32_t window = Hash(x / 400, y / 300), left = x % 400, top = y % 300;
@@ -145,7 +145,7 @@ static uint8_t Screen(uint32_t x, uint32_t y, uint32_t channel)
     return static_cast<uint8_t>(text ? 30 + 10 * channel : 250 - window % 20);
 }
 
-// A file of the picture in a colour type and depth; of palettes and greys with the green channel.
+// The picture as a file of a colour type and depth; palettes and greys use the green channel.
 static INPUT Make(const std::string &name, uint8_t (*sample)(uint32_t, uint32_t, uint32_t),
                   int type, int depth, int interlace)
 {

@@ -1,7 +1,7 @@
 // The plain sound formats beside libsndfile, and the ADPCM codecs beside libavcodec: a minute of
-// sound from a file in the page cache, in refills of 64 KiB. Peers give the same bytes where they
-// can, else what they do with the least work: libsndfile signed 8-bit samples as 16, and 24-bit
-// ones as 32; libavcodec, which is handed the blocks in memory, channels apart.
+// sound from a file in the page cache, in refills of 64 KiB. Peers give the same bytes if they can,
+// else whatever costs them least: libsndfile signed 8-bit samples as 16, and 24-bit ones as 32;
+// libavcodec, whose blocks are in memory, planar channels.
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -30,7 +30,7 @@ constexpr uint32_t Refill = 65536;  // bytes
 constexpr int Rate = 44100;         // Hz
 constexpr int Frames = 60 * Rate;
 
-// All decode into it: how fast the system copies depends on where in a page a buffer starts.
+// Shared by all: copying speed depends on where in a page a buffer starts.
 alignas(4096) static uint8_t Buffer[Refill];
 
 enum class OUTPUT : uint8_t { Raw, Short, Int };
@@ -56,8 +56,8 @@ struct CASE {
     const char *Name;
     const MODULE *Module;
     int Format, Channels;
-    OUTPUT Output;                       // of libsndfile
-    AVCodecID Codec = AV_CODEC_ID_NONE;  // for libavcodec
+    OUTPUT Output;                       // libsndfile's
+    AVCodecID Codec = AV_CODEC_ID_NONE;  // libavcodec's
 };
 
 constexpr int WAV = SF_FORMAT_WAV, VOC = SF_FORMAT_VOC, AU = SF_FORMAT_AU, SVX = SF_FORMAT_SVX,
@@ -96,7 +96,7 @@ static std::string PathOf(const CASE &sound)
     return (std::filesystem::temp_directory_path() / "tessaruvinel_bench_").string() + sound.Name;
 }
 
-// A sweep under a little noise.
+// A sweep with a little noise.
 static void MakeFile(const CASE &sound)
 {
     SF_INFO info = {};
@@ -130,7 +130,7 @@ static void Own(benchmark::State &state, const CASE &sound)
     uint32_t size = 0;
     const SOUND_STREAM opened = Sound_OpenFile(path.c_str(), &size);
     FILE *file = opened.get();
-    std::setvbuf(file, nullptr, _IONBF, 0);  // as the engine reads them
+    std::setvbuf(file, nullptr, _IONBF, 0);  // as the engine opens files
     for (auto _ : state) {
         fseeko(file, module.DataStart(), SEEK_SET);
         for (uint32_t length = 1; length != 0 && ftello(file) < size;) {
@@ -147,7 +147,7 @@ static void Sndfile(benchmark::State &state, const CASE &sound)
     SF_INFO info = {};
     SNDFILE *file = sf_open(PathOf(sound).c_str(), SFM_READ, &info);
     const int bytes = (sound.Format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_24 ? 3 : 1;
-    const sf_count_t frame = bytes * sound.Channels;  // of those that are read raw
+    const sf_count_t frame = bytes * sound.Channels;  // in frames, of raw reads
     const auto read = [&]() -> sf_count_t {
         if (sound.Output == OUTPUT::Raw)
             return sf_read_raw(file, Buffer, Refill / frame * frame);

@@ -1,4 +1,4 @@
-// The peer stb_image, whose implementation wants a file of its own.
+// The peer stb_image, whose implementation needs a source of its own.
 #pragma GCC diagnostic ignored "-Wconversion"
 #pragma GCC diagnostic ignored "-Wsign-conversion"
 #pragma GCC diagnostic ignored "-Wshadow"

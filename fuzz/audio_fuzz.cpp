@@ -1,5 +1,5 @@
-// Any file through detection, whatever decodes it, some refills and the release; as raw samples;
-// and by both rules through leaps.
+// Any file through detection, its decoder, some refills and the release; as raw samples; and, under
+// both sets of rules, through seeks.
 #include <array>
 
 #include "audio/audio.h"
@@ -27,7 +27,7 @@ static void Play(const std::string &path, uint8_t bits, size_t size)
     if (!freed)
         delete track;
     Audio_Destroy();
-    for (const AUDIO_MODULE &module : Audio_Modules)  // or 32 loads would be all
+    for (const AUDIO_MODULE &module : Audio_Modules)  // each table has only 32 slots
         if (module.SetSoundNumber)
             module.SetSoundNumber(0);
 }

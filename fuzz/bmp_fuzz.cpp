@@ -1,4 +1,4 @@
-// Any bytes as a file of the BMP decoder.
+// Any bytes as a BMP file.
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"

@@ -1,4 +1,4 @@
-// Any bytes as facsimile data: two of them choose scheme and width.
+// Any bytes as facsimile data; the first two choose scheme and width.
 #include <cstdlib>
 #include <vector>
 

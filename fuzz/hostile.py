@@ -1,22 +1,22 @@
 #!/usr/bin/env python3
-"""Picture files made to cost as much as they can: sizes that the data cannot fill, the best that each
-compression can do, empty scans, strips named many times, frames and chunks without number.
+"""Picture files made to cost as much as possible: sizes that the data cannot fill, the best ratio of each
+compression, empty scans, strips listed repeatedly, countless frames and chunks.
 
 hostile.py write FOLDER       writes them
-hostile.py run TESSVIEW       runs the program's --info and --convert on each and prints what it took;
-                              exit status 1 where a file takes more than its size allows
-hostile.py quick TESSVIEW     files of up to 100 KB, --info only, no goals of time: a test
+hostile.py run TESSVIEW       runs the program's --info and --convert on each and prints the cost;
+                              exit status 1 if a file costs more than its size allows
+hostile.py quick TESSVIEW     files of up to 100 KB, --info only, without time limits: a test
 """
 import os, resource, struct, subprocess, sys, tempfile, zlib
 
-# Of a file: bytes, and what it may take: seconds of processor time, MB of memory.
+# Limits by file size: bytes, seconds of processor time, MB of memory.
 CLASSES = [(1000, 0.2, 64), (100_000, 1, 512), (10_000_000, 5, 4096)]
-# Sides that files claim; some the smaller files cannot have, some just so.
+# Sides that files claim: some impossible for the smaller files, some barely possible.
 SIDES = [(100, 100), (2600, 2600), (3600, 3600), (10000, 10000), (11500, 11500), (65528, 200), (8, 65535)]
 
 
 def fit(head, unit, size, tail=b""):
-    """head, as many units as there is room for, tail"""
+    """head, as many units as fit, tail"""
     return head + unit * max(0, (size - len(head) - len(tail)) // len(unit)) + tail
 
 
@@ -91,7 +91,7 @@ def sprites(size, w, h):
 
 # GIF
 def lzw(size):
-    """codes of which each stands for one byte more than the one before, as long as 12 bits hold"""
+    """codes that each stand for one byte more than the one before, as long as 12 bits hold"""
     text, width, code, out = 0, 9, 258, 0
     codes = [256, 0] + list(range(258, 4096))
     position = 0
@@ -113,7 +113,7 @@ def blocks(data):
 
 
 def gif(frame, screen=None):
-    """frame(size, w, h): what is repeated"""
+    """frame(size, w, h): the repeated part"""
     def make(size, w, h):
         head = b"GIF89a" + struct.pack("<HHBBB", *(screen or (w, h)), 0x80, 0, 0) + bytes(6)
         return fit(head, frame(size - 25, w, h), size, b";")
@@ -136,7 +136,7 @@ def chunk(kind, data):
 
 
 def zeros(size):
-    """a zlib stream of at most this size that holds as many zeros as there can be"""
+    """a zlib stream of at most this size with as many zeros as possible"""
     pack = zlib.compressobj(9)
     start, full = pack.compress(bytes(1 << 20)) + pack.flush(zlib.Z_SYNC_FLUSH), b""
     pack.compress(b"")
@@ -160,8 +160,8 @@ def texts(size):
     return fit(b"", chunk(b"zTXt", b"a\0\0" + stream) + chunk(b"iTXt", b"a\0\1\0\0\0" + stream), size)
 
 
-# JPEG: Huffman tables of one code, "0", which stands for no difference, an end of block, or a run of
-# 32767 ends of band
+# JPEG: Huffman tables of one code, "0", which means no difference, an end of block, or a run of 32767
+# ends of band
 def segment(marker, data):
     return struct.pack(">BBH", 0xFF, marker, len(data) + 2) + data
 
@@ -206,7 +206,7 @@ def exif(picture, share=0.5):
 
 
 def directories(size):
-    """Exif segments full of directories that name each other"""
+    """Exif segments full of directories that refer to each other"""
     entry = struct.pack("<HHII", 34665, 4, 1, 8)
     one = b"Exif\0\0" + struct.pack("<2sHIH", b"II", 42, 8, 255) + entry * min(255, max(1, size // 14 - 30))
     return fit(b"", segment(0xE1, one + struct.pack("<I", 8)), size // 2)
@@ -215,7 +215,7 @@ def directories(size):
 # TIFF
 def tiff(compression, data, count=1, rows=None, samples=1, depth=8, photometric=1, tile=0, pages=0, extra=(),
          spread=False, magic=42):
-    """count: of strips or tiles, all the same bytes unless spread"""
+    """count: of strips or tiles, which share their bytes unless spread"""
     def make(size, w, h):
         used = min(count if count else 1 << 30, max(1, size // (8 if count != 0 else 4) // 2))
         body = data(max(1, size - 300 - 8 * used))
@@ -267,7 +267,7 @@ def tiff_lzw(size):
 
 
 def stream(frame, scan, **more):
-    """a JPEG stream for TIFF of 64 x 64 pixels or as many as are claimed"""
+    """a JPEG stream for TIFF of 64 x 64 pixels, or of the size claimed"""
     return lambda side: lambda size: jpeg(frame, scan, **more)(min(size, 500), side, side)
 
 

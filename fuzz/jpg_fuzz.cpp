@@ -1,5 +1,5 @@
-// Any file through the JPEG decoder by both rules, with its thumbnail; then as a stream of another
-// file, whose tables are its first bytes.
+// Any file through the JPEG decoder under both sets of rules, with its thumbnail; then as a stream
+// within another file, which takes its tables from the first bytes.
 #include <algorithm>
 #include <cstdlib>
 #include <span>

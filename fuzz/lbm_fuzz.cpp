@@ -1,4 +1,4 @@
-// Any bytes as a file of the LBM decoder.
+// Any bytes as an LBM file.
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"

@@ -1,5 +1,5 @@
-// Any file as a module: its length, and its start in several formats, twice over, from its
-// beginning and from elsewhere. The first byte chooses the rules and what is heard between samples.
+// Any file as a module: its length, then its start rendered in several formats, twice, from the
+// beginning and after a seek. The first byte chooses the rules and the interpolation.
 #include <vector>
 
 #include "audio/audio_module.h"

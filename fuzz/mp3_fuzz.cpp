@@ -1,4 +1,4 @@
-// Any file through the tags, the frame search and the decoder, by both rules.
+// Any file through the tags, the frame search and the decoder, under both sets of rules.
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         std::fseek(file, static_cast<long>(record->DataStart), SEEK_SET);
         static std::array<uint8_t, 65536> buffer;
         for (uint32_t length = buffer.size(); length != 0;) {
-            // Buffers of other sizes too, for files smaller than a whole one get these.
+            // Other buffer sizes, too: files smaller than a buffer get these.
             length = static_cast<uint32_t>(size % 3 == 0 ? size % buffer.size() : buffer.size());
             MP3_Decoding(file, buffer.data(), &length, 0);
         }

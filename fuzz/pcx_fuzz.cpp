@@ -1,4 +1,4 @@
-// A PCX file of any bytes.
+// Any bytes as a PCX file.
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"

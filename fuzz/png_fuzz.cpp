@@ -1,4 +1,4 @@
-// Any file through the PNG decoder, by both rules.
+// Any file through the PNG decoder, under both sets of rules.
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"

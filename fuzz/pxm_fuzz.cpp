@@ -1,4 +1,4 @@
-// A PNM file of any bytes.
+// Any bytes as a PNM file.
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"

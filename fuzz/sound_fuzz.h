@@ -16,7 +16,7 @@ struct SOUND_MODULE {
 };
 
 // The first byte chooses the rules by its highest bit, and the refills' lengths. Some sounds never
-// end: a few refills do.
+// end, so the number of refills is limited.
 inline void FuzzSound(const SOUND_MODULE &module, uint32_t (*dataStart)(), const uint8_t *data,
                       size_t size)
 {

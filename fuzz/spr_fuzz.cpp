@@ -1,4 +1,4 @@
-// A sprite file with all its images.
+// Any bytes as a sprite file, with all its images.
 #include "fuzz/fuzz.h"
 #include "picture/picture.h"
 #include "picture/spr.h"

@@ -1,4 +1,4 @@
-// A TGA file of any bytes.
+// Any bytes as a TGA file.
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"

@@ -1,4 +1,4 @@
-// Any bytes as a file of the TIF decoder, under both sets of rules.
+// Any bytes as a TIFF file, under both sets of rules.
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"

@@ -1,4 +1,4 @@
-// A XBM file of any bytes.
+// Any bytes as an XBM file.
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"

@@ -18,7 +18,7 @@
 
 using namespace std::string_literals;
 
-// A file of dots with texts in it.
+// A file of dots that contains the given texts.
 static BYTES Dots(size_t size, const std::vector<std::pair<size_t, std::string>> &texts = {})
 {
     BYTES bytes(size, '.');
@@ -48,7 +48,7 @@ TEST(AudioCheck, TheFirstTestThatSucceedsWins)
         EXPECT_EQ(CheckOf(Dots(2000, {{0, r.at0}, {8, r.at8}})), r.type) << r.at0 << r.at8;
         EXPECT_EQ(Audio_Type, r.type);
     }
-    EXPECT_EQ(CheckOf({}), AUDIO_MOD);  // zeros where modules have their tag
+    EXPECT_EQ(CheckOf({}), AUDIO_MOD);  // zeros in place of a module's signature
     EXPECT_EQ(CheckOf(Dots(1080)), AUDIO_MOD);
     EXPECT_EQ(CheckOf(Dots(1081)), AUDIO_RAW);
 
@@ -124,7 +124,7 @@ TEST(AudioCheck, TagsOfModules)
             EXPECT_EQ(CheckOf(Dots(1084, {{1080, tags.substr(i, 4)}})), type) << tags.substr(i, 4);
 }
 
-// Sets what raw samples are taken for, and the output with them.
+// Sets what raw samples are read as, and the output to match.
 static void SetRaw(uint8_t channels, uint8_t bits)
 {
     Audio_SetChannel(channels);
@@ -182,7 +182,7 @@ static std::string WriteRow()
     return WriteTemp("row.mod", WriteModule(row));
 }
 
-// Unloads the track, and leaves the sound modules as they start.
+// Unloads the track and resets the sound modules.
 static void Forget(AudioTrack *track)
 {
     Audio_UnLoad(track);
@@ -220,7 +220,7 @@ TEST(AudioLoad, SynthesisedSoundReadsNoFile)
     Audio_Modules[AUDIO_MOD].SetSoundNumber(0);
 }
 
-// What a device of so many frames gets, behind which nothing may be written.
+// What a device of so many frames receives; nothing may be written past it.
 static BYTES CallBack(size_t frames = 65536, size_t frameBytes = 1)
 {
     BYTES output(frames * frameBytes + 64, 0xAA);
@@ -230,7 +230,7 @@ static BYTES CallBack(size_t frames = 65536, size_t frameBytes = 1)
     return output;
 }
 
-// Loads and plays 8-bit samples: so many buffers' worth, each of its number's value.
+// Loads and plays 8-bit samples: so many buffers' worth, each filled with its number.
 static AudioTrack *PlayNumbers(size_t buffers)
 {
     SetRaw(1, 8);
@@ -242,7 +242,7 @@ static AudioTrack *PlayNumbers(size_t buffers)
     return track;
 }
 
-// Numbers that so many callbacks play, '-' for silence.
+// The buffer numbers that so many callbacks play, '-' for silence.
 static std::string Played(int callbacks)
 {
     std::string played;
@@ -259,7 +259,7 @@ TEST(AudioPlay, LoopRules)
         size_t buffers;
         uint8_t loop;
         const char *played;
-        size_t stopped;  // callbacks after which it no longer says that it plays; 0: never
+        size_t stopped;  // callbacks until it no longer counts as playing; 0: never
     } rows[] = {
         {3, 0, "12312312312312", 0}, {3, 1, "123-1231231231", 2}, {3, 2, "123123-1231231", 5},
         {3, 3, "123123123-1231", 8}, {2, 0, "12121212121212", 0}, {2, 1, "12-12121212121", 1},
@@ -292,7 +292,7 @@ TEST(AudioPlay, OutputIsWholeFramesAndThenSilence)
         size_t size, frames, copied;
     } rows[] = {
         {"16-bit stereo: the lost byte is there", 2, 16, 3000, 16384, 3000},
-        {"16-bit stereo: and what lies behind half a frame", 2, 16, 3002, 16384, 3004},
+        {"16-bit stereo: and what follows half a frame", 2, 16, 3002, 16384, 3004},
         {"8-bit mono: the lost byte is lost", 1, 8, 3000, 65536, 2999},
         {"8-bit stereo", 2, 8, 3000, 32768, 3000},
         {"fewer frames than there are", 2, 16, 3000, 100, 400},
@@ -308,14 +308,14 @@ TEST(AudioPlay, OutputIsWholeFramesAndThenSilence)
     }
 }
 
-// The track keeps its file open, whatever becomes of the name.
+// The track keeps its file open, whatever happens to the name.
 TEST(AudioPlay, FilesMayShrinkAndGo)
 {
     AudioTrack *track = PlayNumbers(3);
     Audio_SetLoop(0);
     EXPECT_EQ(Played(1), "1");
     std::filesystem::resize_file(track->Path, 2000);
-    EXPECT_EQ(Played(4), "2311");  // the third buffer had been read
+    EXPECT_EQ(Played(4), "2311");  // the third buffer was read already
     std::filesystem::remove(track->Path);
     WriteTemp("numbers", BYTES(65536, 4));
     EXPECT_EQ(Played(4), "1111");
@@ -345,7 +345,7 @@ TEST(AudioPlay, UnloadedTracksAreOutOfReach)
 {
     AudioTrack *one = PlayNumbers(3);
     AudioTrack *other = Audio_Load(WriteTemp("other", BYTES(3000, 9)).c_str());
-    EXPECT_EQ(Played(2), "92");  // a load plays once whatever is current
+    EXPECT_EQ(Played(2), "92");  // a load is played once, whatever is current
     Audio_UnLoad(other);
     EXPECT_EQ(Played(1), "3");
     Audio_UnLoad(Audio_Load(TempPath("other").c_str()));
@@ -376,8 +376,8 @@ TEST(AudioMixer, NeedsADeviceFromTheThirdOn)
     Audio_Device = -1;
 }
 
-// What Audio_Take gives in pieces of so many bytes until the sound ends, asked again where a search
-// was cut off.
+// What Audio_Take returns in pieces of so many bytes until the sound ends, called again where a
+// search was interrupted.
 static BYTES Taken(AudioTrack *track, size_t piece, size_t most = SIZE_MAX)
 {
     BYTES all, out(piece);
@@ -406,7 +406,7 @@ static BYTES WaveFile(uint16_t tag, uint16_t bits, const BYTES &data)
            Number(bits / 8, -2) + Number(bits, -2) + Text("data") + Number(size, -4) + data;
 }
 
-// Sample for sample what the file has, over buffers and the loop's seam.
+// The file's samples exactly, across buffers and the loop's seam.
 TEST(AudioTake, LosesNothing)
 {
     const BYTES noise = Noise(12 * 20000);
@@ -449,7 +449,7 @@ TEST(AudioTake, LosesNothing)
     Forget(empty);
 }
 
-// What is taken after a leap, wherever it goes, is what lies there.
+// After a seek anywhere, Audio_Take returns what lies there.
 static void CheckSeeks(const std::string &path, const BYTES &file)
 {
     SCOPED_TRACE(path);
@@ -474,7 +474,7 @@ static void CheckSeeks(const std::string &path, const BYTES &file)
         delete track;
 }
 
-// All sounds in the test data and in the folder that the environment variable CORPUS names.
+// All sounds in the test data and in the folder named by the environment variable CORPUS.
 TEST(AudioTake, SeeksExactly)
 {
     const BYTES noise = Noise(50000), half = Prefix(noise, 20000);
@@ -532,7 +532,7 @@ TEST(AudioTake, CallBackRunsOnAndStartsOver)
     Audio_Modules[AUDIO_WAV].SetSoundNumber(0);
 }
 
-// The energy outside of a tone of a whole number of periods, 100 samples each, in dB of the tone's.
+// The energy outside a tone of a whole number of periods, 100 samples each, in dB of the tone's.
 static double OutsideOfTone(std::span<const uint8_t> bytes)
 {
     const size_t count = bytes.size() / 2;
@@ -554,7 +554,7 @@ TEST(AudioTake, ToneStaysPureAcrossBuffersAndRounds)
     Audio_SetLoop(3);
     const BYTES sound = Taken(track, 10000);
     EXPECT_EQ(sound.size(), 3u * 50 * 1152 * 2);
-    // All but the beginning, which nothing leads into.
+    // All but the beginning, which no earlier pass leads into.
     EXPECT_LT(OutsideOfTone(std::span(sound).subspan(2 * 2400)), -75);
     Forget(track);
 
@@ -602,7 +602,7 @@ TEST(AudioTake, ReadErrorsAndRestartsAreNotLost)
     Forget(track);
 }
 
-// 3 MiB without a frame: turns without sound, and then the sound goes on.
+// 3 MiB without a frame: calls without sound, after which the sound continues.
 TEST(AudioTake, SearchGivesUpItsTurn)
 {
     const BYTES frame = Number(0xFFFB2000, 4) + BYTES(126), gap(3 << 20);
@@ -628,7 +628,7 @@ TEST(AudioTake, SearchGivesUpItsTurn)
     Forget(track);
 }
 
-// Files of 4 GiB of zeros; of chunks they have half a milliard.
+// Files of 4 GiB of zeros: half a milliard empty chunks.
 TEST(AudioLoad, HeadersOfHugeFilesAreFast)
 {
     const struct {

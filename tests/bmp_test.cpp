@@ -4,7 +4,7 @@
 
 #include "tests/pixels.h"
 
-// A file whose header has 40 bytes. Entry i of a palette is the grey i, but for the first.
+// A file with a 40-byte header. Palette entry i is the grey i, except the first.
 static BYTES MakeFile(int width, int height, int bits, int compression, const std::string &masks,
                       const BYTES &data)
 {
@@ -62,7 +62,7 @@ TEST(BMP, PixelsOfEveryDepth)
 
 TEST(BMP, MasksInsideALongHeader)
 {
-    // the header's 108 bytes end where the data start: the masks are in it, behind its first 40
+    // the header's 108 bytes reach to the data: the masks are in it, after its first 40
     BYTES file = MakeFile(1, 1, 16, 3, "000F0000 F0000000 0F000000", {});
     file[10] = 14 + 108;
     file[14] = 108;
@@ -83,7 +83,7 @@ TEST(BMP, RunsExpand)
         {"a run beyond the picture", 1, 2, 2, "FF03", "03030303"},
         {"literals cut short", 1, 4, 2, "0006 0102", "0102"},
         {"nibbles in pairs", 2, 4, 2, "0412 0004 3456", "12123456"},
-        {"a byte of padding behind 3 nibbles", 2, 4, 1, "0003 1234 99 0150", "1270"},
+        {"a byte of padding after 3 nibbles", 2, 4, 1, "0003 1234 99 0150", "1270"},
         {"pairs up to the width squared", 2, 2, 4, "0812", "1212100210021002"},
     };
     for (const auto &r : rows) {
@@ -110,7 +110,7 @@ TEST(BMP, RealFiles)
         {"bmp/bmp_1bpp.bmp", 96, 73, 1, 4117537754156108141u},
         {"bmp/bmp_4bpp.bmp", 96, 73, 4, 4958021424052708144u},
         {"bmp/pal8w124.bmp", 124, 61, 8, 13478426149005549193u},
-        // sheared: where the files have no padding, or 1 byte, 3 are skipped
+        // sheared: 3 bytes are skipped where the file has no padding, or 1 byte
         {"bmp/pal1.bmp", 127, 64, 1, 10989306678378096453u},
         {"bmp/pal4rle.bmp", 127, 64, 4, 10606109773487905350u},
     });
@@ -119,6 +119,6 @@ TEST(BMP, RealFiles)
 TEST(BMP, PrefixesHold)
 {
     ExpectPrefixesHold(MakeFile(3, 4, 24, 0, "", BYTES(45, 3)), 0, 0);
-    // a run whose value is cut off is one of zeros
+    // a run without its value is one of zeros
     ExpectPrefixesHold(MakeFile(8, 4, 4, 2, "", Hex("1012 0004 0102 0C34")), 0, 16);
 }

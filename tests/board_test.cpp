@@ -4,7 +4,7 @@
 
 #include "platform/application.h"
 
-void Scene() {}  // the shell's other procedure; nothing here runs it
+void Scene() {}  // the shell calls it; unused here
 
 static void Window(int width, int height, int columns, int rows)
 {
@@ -42,7 +42,7 @@ TEST(Picking, CellsLieOnAGridOverTheWindow)
     }
 }
 
-// Where the middle of a cell's front face is drawn, in window units.
+// Where the centre of a cell's front face is drawn, in window units.
 static std::pair<double, double> DrawnAt(int x, int y)
 {
     GLFEW_VERTEX record{};
@@ -68,7 +68,7 @@ TEST(Picking, TheCellUnderTheCursorIsTheOneDrawnThere)
         for (int columns = 2; columns <= MaxDim; columns++)
             for (int rows = 2; rows <= MaxDim; rows++) {
                 Window(width, height, columns, rows);
-                // Corners and middle: between them positions grow evenly.
+                // Corners and centre: positions are linear between them.
                 for (const int x : {0, columns / 2, columns - 1})
                     for (const int y : {0, rows / 2, rows - 1}) {
                         const auto [px, py] = DrawnAt(x, y);

@@ -1,4 +1,4 @@
-// A target to draw on, for as long as a scope lasts.
+// A drawing target that lives for a scope.
 #pragma once
 
 #include <string>
@@ -22,7 +22,7 @@ struct CANVAS {
     {
         Graphics_SetTarget(nullptr);
     }
-    // Points of the first colour as '#', others as '?'; no dots or slashes end a row or the text.
+    // Points of the first colour as '#', others as '?'; trailing dots and slashes are dropped.
     std::string Drawn() const
     {
         std::string text;

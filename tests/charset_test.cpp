@@ -95,7 +95,7 @@ TEST(CharSet, AccentedLetters)
             for (size_t i = 0; i < r.letters.size(); i++)
                 expected[set][static_cast<uint8_t>(r.letters[i])] = r.glyphs[i];
     for (uint8_t set = 0; set < expected.size(); set++)
-        for (int b = 126; b < 256; b++)  // all others stay as they are
+        for (int b = 126; b < 256; b++)  // all others are unchanged
             EXPECT_EQ(Decoded({static_cast<char>(b)}, set),
                       NUMBERS{expected[set].contains(b) ? expected[set][b] : b})
                 << "byte " << b << " of set " << int{set};
@@ -138,8 +138,8 @@ TEST(CharSet, Texts)
 
 TEST(CharSet, EveryGlyphIsItself)
 {
-    // Glyphs that look like another of a lower number, on purpose: soft hyphens, and Latin capitals
-    // with the shape of Cyrillic ones.
+    // Glyphs that equal one of a lower number, on purpose: soft hyphens, and Latin capitals with
+    // the shape of Cyrillic ones.
     const auto same = [](int set) {
         return set < 4    ? NUMBERS{173}
                : set == 5 ? NUMBERS{65, 66, 67, 69, 72, 75, 77, 79, 80, 84, 88}
@@ -161,7 +161,7 @@ TEST(CharSet, EveryGlyphIsItself)
         }
         EXPECT_EQ(repeated, same(set)) << int{set};
         EXPECT_EQ(blank, empty(set)) << int{set};
-        // All of ASCII has pictures, but for what the rules send to the blank or leave out.
+        // All of ASCII has glyphs, except what the rules map to the blank or leave out.
         std::string ascii = Range('!', ']') + Range('a', '}');
         if (set < 6 || set == 14)
             ascii += "^_~";
@@ -173,7 +173,7 @@ TEST(CharSet, EveryGlyphIsItself)
     }
 }
 
-// Bytes from '~' on that the set shows as ISO/IEC 8859-2 has them.
+// The bytes from '~' on that the set shows as in ISO/IEC 8859-2.
 TEST(CharSet, WhatASetCanWrite)
 {
     const struct {
@@ -182,7 +182,7 @@ TEST(CharSet, WhatASetCanWrite)
     } rows[] = {
         {4, "~"},
         {5, "~"},
-        {7, "\xC1\xC8" + std::string(hungarian + 1)},  // glyph 200 happens to be its letter
+        {7, "\xC1\xC8" + std::string(hungarian + 1)},  // glyph 200 has its number by chance
         {9, "\xC4\xC8\xD6\xDC\xDF\xE4\xF6\xFC"},
         {14, std::string("~") + hungarian},
         {15, ""},
@@ -227,7 +227,7 @@ TEST(CharSet, SizeOfATextIsWhatItFills)
     }
 }
 
-// Capitals under a mark keep six rows below it, small letters have five.
+// Capitals under an accent keep six rows below it, small letters five.
 TEST(CharSet, MarkedCapitalsAreCapitals)
 {
     const std::string marked =
@@ -241,7 +241,7 @@ TEST(CharSet, MarkedCapitalsAreCapitals)
             EXPECT_EQ(std::ranges::find(rows, 0) - rows.begin(), 7)
                 << std::hex << (letter & 0xFF) << " of set " << std::dec << int{set};
         }
-    for (const int shared : {45, 189})  // e under a mark, with the body of set 13's own
+    for (const int shared : {45, 189})  // e with an accent, whose body is that of set 13's own
         for (size_t y = 3; y < 8; y++)
             EXPECT_EQ(Picture_Of(13, shared)[y] >> 1, Picture_Of(13, 114)[y]) << shared;
 }

@@ -1,4 +1,4 @@
-// A file whose reads do what files do at bad times.
+// A file whose reads behave as real ones do at bad times.
 #pragma once
 
 #include <cerrno>
@@ -11,7 +11,7 @@ struct COOKIE {
     BYTES Bytes;
     size_t Position = 0;
     size_t FailAt = SIZE_MAX;  // reads from there on fail
-    bool ReStarts = false;     // the first read meets a restart
+    bool ReStarts = false;     // a restart happens during the first read
 };
 
 inline SOUND_STREAM OpenCookie(COOKIE &cookie)

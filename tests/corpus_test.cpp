@@ -1,6 +1,6 @@
-// Every picture of a folder of real files against the results of other decoders, under the
-// framework's rules and under each format's own. The folder is named by the environment variable
-// CORPUS; its expected.tsv tells file, kind, size and digests. Photos need djpeg.
+// Every picture of a folder of real files against other decoders' results, under the framework's
+// rules and each format's own. The environment variable CORPUS names the folder; its expected.tsv
+// lists file, kind, size and digests. Photos need djpeg.
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -19,7 +19,7 @@
 #include "tests/pictures.h"
 #include "tests/sha256.h"
 
-// Files whose result differs from the other decoders' by a rule of the framework's, and which rule.
+// Files whose result differs from the other decoders' by a rule of the framework, and that rule.
 static const std::map<std::string, const char *> deviations = {
     {"bmp/pal1.bmp", "its padding rule is for 24 bits, whatever the depth"},
     {"bmp/pal4.bmp", "its padding rule is for 24 bits, whatever the depth"},
@@ -36,13 +36,13 @@ static const std::map<std::string, const char *> deviations = {
     {"gif/dispose_none.gif", "what a frame leaves of the screen is transparent"},
     {"gif/dispose_previous.gif", "what a frame leaves of the screen is transparent"},
     {"gif/overlapping_frames.gif", "what a frame leaves of the screen is transparent"},
-    {"jpeg/odd-restart.jpg", "extended sequential files are passed over"},
+    {"jpeg/odd-restart.jpg", "extended sequential files are rejected"},
     {"png/tbrn2c08.png", "the transparent colour of RGB is stored, not applied"},
     {"pnm/buggie-raw.pbm", "rows of packed bits are width / 8 bytes long"},
     {"tga/image-with-identifier.tga", "files with an image name are not detected"},
-    {"tga/monochrome8_bottom_left_rle.tga", "packed grey is passed over"},
+    {"tga/monochrome8_bottom_left_rle.tga", "packed grey is rejected"},
     {"tga/rgb24_top_left_colormap.tga", "files of true colour with a map are not detected"},
-    {"tiff/bw-uncompressed.tiff", "samples of a bit are passed over"},
+    {"tiff/bw-uncompressed.tiff", "1-bit samples are rejected"},
 };
 
 // The same under the formats' own rules.
@@ -69,7 +69,7 @@ static std::string Folder()
     return folder ? std::string(folder) + "/" : "";
 }
 
-// The rows of a table, each with as many fields as the widest has.
+// The rows of a table, padded to the same number of fields.
 static std::vector<std::vector<std::string>> Table(const std::string &name)
 {
     auto rows = ReadTable(Folder() + name);
@@ -126,13 +126,13 @@ static BYTES RunDjpeg(const std::string &options, const std::string &path)
 }
 
 // Files that exercise the formats' own rules beyond the framework's: named after their collections,
-// or made for that.
+// or made for the purpose.
 static bool IsBeyondFramework(const std::string &file)
 {
     return file.find("__") != std::string::npos || file.find("/gen-") != std::string::npos;
 }
 
-// TIFF files of floating point, of 32 bits a sample, or compressed by zstd or WebP.
+// TIFF files of floating point, of 32-bit samples, or compressed by zstd or WebP.
 static bool IsLeftOut(const ROW &row)
 {
     constexpr std::array features = {"bps=32", "bps=64", "comp=50000 ", "comp=50001 "};
@@ -143,7 +143,7 @@ static bool IsLeftOut(const ROW &row)
             }));
 }
 
-// Damaged files show what is there, which no digest tells.
+// Damaged files show what is left, for which there is no digest.
 static bool IsDamaged(const std::string &file)
 {
     constexpr std::array names = {"crashtest", "cut", "truncated", "scan00", "missing"};
@@ -151,7 +151,7 @@ static bool IsDamaged(const std::string &file)
         names, [&file](const char *name) { return file.find(name) != std::string::npos; });
 }
 
-// Whether pixels are what the other decoders give.
+// Whether pixels match the other decoders' result.
 static bool Matches(const ROW &row, const BYTES &pixels)
 {
     const std::string digest = Sha256(pixels);
@@ -177,7 +177,7 @@ TEST_P(Corpus, FrameworkRules)
 {
     const ROW &row = GetParam();
     const std::string path = Folder() + row.File;
-    testing::internal::CaptureStdout();  // some decoders talk
+    testing::internal::CaptureStdout();  // some decoders trace
     const Picture picture = Picture_Load(path.c_str(), 0, 0);
     testing::internal::GetCapturedStdout();
     const BYTES pixels = Cropped(picture);
@@ -226,7 +226,7 @@ TEST_P(Corpus, FormatRules)
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, Corpus, testing::ValuesIn(Rows()), [](const auto &test) {
-    std::string name = test.param.File;  // so that a filter takes one format
+    std::string name = test.param.File;  // so that a filter can select a format
     std::replace_if(
         name.begin(), name.end(), [](unsigned char c) { return !std::isalnum(c); }, '_');
     return name;

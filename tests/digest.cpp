@@ -1,5 +1,5 @@
-// digest FOLDER: a line for each file and set of rules with a digest of its pixels or samples, the
-// same on every machine.
+// digest FOLDER: prints a line for each file and set of rules with a digest of its pixels or
+// samples, which is the same on every machine.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -13,7 +13,7 @@
 namespace
 {
 
-// FNV-1a of 64 bits.
+// 64-bit FNV-1a.
 struct DIGEST {
     uint64_t Value = 0xCBF29CE484222325;
     void Add(std::span<const uint8_t> bytes)

@@ -10,9 +10,9 @@
 #include "picture/graphics.h"
 #include "picture/picture.h"
 
-// A picture from text, '/' between its rows: a letter is the red of a pixel of green 1, blue 2 and
-// alpha 3. Columns beyond `width` belong to the buffer only. Nothing follows its bytes, so that
-// the address sanitizer sees what is read too far.
+// A picture from text, '/' between its rows: a letter is the red of a pixel with green 1, blue 2
+// and alpha 3. Columns past `width` belong to the buffer only. The bytes end at an allocation's
+// end, so that the address sanitizer sees reads past it.
 struct SAMPLE : Picture {
     std::vector<uint8_t> Bytes;
 
@@ -29,8 +29,8 @@ struct SAMPLE : Picture {
     }
 };
 
-// Draws on a fresh target of dots, 9 by 8, and gives its reds as text without the dots and slashes
-// at the end of rows and text.
+// Draws on a fresh target of dots, 9 by 8, and returns its reds as text without trailing dots and
+// slashes.
 static std::string Drawn(const std::function<void()> &draw)
 {
     const SAMPLE target(std::string(9, '.') + '/' + std::string(9 * 7, '.'), 9);
@@ -91,7 +91,7 @@ TEST(Drawing, Points)
         {"backwards, to its start", [&] { Picture_Line(0, 0, 9, 0, &letters, 12, -1); }, "dcba"},
         {"a step without bounds", [&] { Picture_Line(0, 0, 9, 0, &abc, 0, INFINITY); }, "a"},
         {"less than a pixel left", [&] { Picture_Line(0, 0, 9, 0, &abc, 21, 0); }, ""},
-        // What turning gives is from a program of its own in another language.
+        // The expected rotations come from an independent program in another language.
         {"turned by nothing", [&] { Picture_Rotate(1, 5, 7, 4, 0, letters); },
          "//....hhi/..ffgdde/eeebbc/.aaa"},
         {"by 90 degrees", [&] { Picture_Rotate(1, 4, 7, 4, 90, letters); },
@@ -103,7 +103,7 @@ TEST(Drawing, Points)
         {"two corners in the middle", [&] { Picture_Rotate(1, 5, 1, 6, 0, letters); },
          "//ii/ee/ee/aa/.aa"},
         {"no angle", [&] { Picture_Rotate(1, 5, 7, 4, NAN, letters); }, ""},
-        {"nor one here", [&] { Picture_PutRotate(4, 4, INFINITY, 4, 3, letters); }, ""},
+        {"nor here", [&] { Picture_PutRotate(4, 4, INFINITY, 4, 3, letters); }, ""},
     };
     for (const auto &r : rows)
         EXPECT_EQ(Drawn(r.draw), r.drawn) << r.what;
@@ -131,7 +131,7 @@ TEST(Drawing, PointsOfALine)
     }
 }
 
-// Whatever the sizes: no pixels but the picture's own come out, and every call ends.
+// Whatever the sizes: only the picture's own pixels are drawn, and every call ends.
 TEST(Drawing, ExtremeSizes)
 {
     constexpr int16_t sizes[] = {-32768, -32767, -2, -1, 0, 1, 2, 3, 231, 32767};
@@ -140,13 +140,13 @@ TEST(Drawing, ExtremeSizes)
         for (const int16_t width : sizes)
             for (const int16_t height : sizes) {
                 if (std::abs(width * height) > 1000000)
-                    continue;  // only slow
+                    continue;  // slow, otherwise harmless
                 sample.Width = sample.Height = claimed;
                 const std::string scaled =
                     Drawn([&] { Picture_Draw(4, 4, width, height, sample); });
                 EXPECT_EQ(scaled.find('a') != std::string::npos, width > 0 && height > 0);
                 std::string turned;
-                if (std::abs(width) > 3 || std::abs(height) < 1000)  // also only slow
+                if (std::abs(width) > 3 || std::abs(height) < 1000)  // slow, otherwise harmless
                     turned = Drawn([&] { Picture_Rotate(-3, 7, width, height, 77, sample); });
                 EXPECT_EQ((scaled + turned).find_first_not_of("./abcdef"), std::string::npos)
                     << width << 'x' << height;

@@ -1,10 +1,10 @@
-// For tests: memory and reads that fail when they are to, in programs that CMake's
-// add_fault_tests() makes. Every thread has its own.
+// For tests: memory and reads that fail on demand, in programs made by CMake's add_fault_tests().
+// Every thread has its own.
 #pragma once
 
-/// Counts down with each call of its kind, which fails at 0: that one alone, or all from it on.
+/// Counts down with each call of its kind. At 0 the call fails: that one alone, or all from it on.
 struct FAULT {
-    long Left = -1;  // below 0: none fails, or it has
+    long Left = -1;  // below 0: none fails, or one has failed
     bool Lasting = false, Struck = false;
 
     bool Strikes()
@@ -20,6 +20,6 @@ struct FAULT {
 
 extern constinit thread_local FAULT Faults_Memory, Faults_Reads;
 
-/// Allocations that were not freed. A function, since compilers take operator delete to change no
-/// variable.
+/// Allocations that were not freed. A function, since compilers assume that operator delete changes
+/// no variable.
 long Faults_Live();

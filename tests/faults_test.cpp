@@ -1,4 +1,4 @@
-// Pictures without memory and from disks that fail: nothing or less, with a reason, and no leaks.
+// Pictures out of memory and on failing disks: nothing or less, with a reason, and no leaks.
 #include "tests/faults.h"
 
 #include "picture/gif.h"
@@ -15,7 +15,7 @@ struct RESULT {
 
 }  // namespace
 
-// One small file of each kind, and what has no file there.
+// One small file of each kind, and a missing one.
 static std::vector<std::string> Files()
 {
     std::vector<std::string> files;
@@ -61,7 +61,7 @@ class Faults : public testing::TestWithParam<uint8_t>
 TEST_P(Faults, NoMemoryIsAReasonAndNoLeak)
 {
     const RULES rules(GetParam());
-    LiveAfterLoad(TEST_DATA "tiff/white_packbits.tif");  // directories stay, with the header
+    LiveAfterLoad(TEST_DATA "tiff/white_packbits.tif");  // directories outlive the load
     for (const std::string &path : Files()) {
         const long before = Faults_Live();
         EXPECT_EQ(LiveAfterLoad(path), before) << path;
@@ -71,7 +71,7 @@ TEST_P(Faults, NoMemoryIsAReasonAndNoLeak)
             const RESULT part = LoadWith(path, Faults_Memory, n);
             if (Faults_Memory.Struck && part.Pixels != whole.Pixels) {
                 EXPECT_EQ(part.Reason, "out of memory") << path << ", allocation " << n;
-                // A GIF's frames may come later.
+                // A GIF may hold its frames until later.
                 EXPECT_TRUE(part.Pixels.empty() || path.ends_with(".gif")) << path << n;
             } else {
                 EXPECT_EQ(part.Pixels, whole.Pixels) << path << ", allocation " << n;

@@ -1,4 +1,4 @@
-// Fields as texts for the tests of the game: a row a line, a character a cell.
+// Fields as texts for the game's tests: one row per line, one character per cell.
 #pragma once
 
 #include <cstring>
@@ -8,8 +8,8 @@
 #include "game/minefield.h"
 #include "game/moves.h"
 
-// Lays out a field: '*' mine, 'F' flagged, 'X' flagged mine, '?' question-marked, '.' neither. The
-// counts follow from the mines; the game waits for its first click.
+// Lays out a field: '*' mine, 'F' flagged, 'X' flagged mine, '?' question-marked, '.' none of
+// these. The counts follow from the mines; the game waits for its first click.
 inline void FieldFromText(const char *text)
 {
     xDim = static_cast<uint8_t>(std::strchr(text, '\n') - text);

@@ -36,7 +36,7 @@ inline BYTES Prefix(const BYTES &bytes, size_t size)
     return {bytes.data(), bytes.data() + size};
 }
 
-// In a folder of this process's own, which goes with it: tests run side by side.
+// In this process's own folder, which is removed at its end: tests run side by side.
 inline std::string TempPath(const std::string &name)
 {
     static const struct FOLDER {
@@ -69,7 +69,7 @@ inline BYTES ReadFile(const std::string &path)
     return {file.begin(), file.end()};
 }
 
-// The lines of a table, split at tabs, without its heading.
+// The rows of a tab-separated table, without its heading.
 inline std::vector<std::vector<std::string>> ReadTable(const std::string &path)
 {
     std::vector<std::vector<std::string>> rows;
@@ -84,7 +84,7 @@ inline std::vector<std::vector<std::string>> ReadTable(const std::string &path)
     return rows;
 }
 
-// Bytes of a text with NULs in it: Text("a\0b").
+// Bytes of a literal that contains NULs: Text("a\0b").
 template <size_t N>
 BYTES Text(const char (&text)[N])
 {

@@ -1,4 +1,4 @@
-// BMP, TGA, PCX, PNM, XBM and ILBM by the formats' own rules, and how files find their decoder
+// BMP, TGA, PCX, PNM, XBM and ILBM by the formats' own rules, and how files are matched to decoders
 // there.
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@ namespace
 struct ROW {
     const char *what;
     BYTES file;
-    const char *pixels;  // as Show gives them
+    const char *pixels;  // in the notation of Show
 };
 
 }  // namespace
@@ -27,7 +27,7 @@ static void Check(uint8_t format, const std::vector<ROW> &rows)
     }
 }
 
-// A BMP whose info header of `size` bytes ends with `extra`, its masks if it has them.
+// A BMP whose info header of `size` bytes ends with `extra`, which includes any masks.
 static BYTES Bmp(int size, int width, int height, int bits, int compression, const char *extra,
                  const char *palette, const char *data)
 {
@@ -89,7 +89,7 @@ TEST(FormatRules, BMP)
 static BYTES Tga(int type, int map, int depth, int descriptor, int width, int height,
                  const char *data)
 {
-    // An image ID of 2 bytes; a map of 2 entries from index 1 on.
+    // An image ID of 2 bytes; a colour map of 2 entries from index 1 on.
     BYTES head = {2, static_cast<uint8_t>(map != 0), static_cast<uint8_t>(type), 1, 0, 2, 0};
     if (map == 0)
         head = {2, 0, static_cast<uint8_t>(type), 0, 0, 0, 0};
@@ -226,7 +226,7 @@ TEST(FormatRules, ILBM)
           });
 }
 
-// What several signatures fit goes to the surest, and on to the next where that one refuses it.
+// If several signatures match, the most reliable one is tried first, and the next if it refuses.
 TEST(FormatRules, Detection)
 {
     const RULES rules(PICTURE_RULES_FORMAT);

@@ -20,7 +20,7 @@ static int Ticks(uint8_t state)
     return count;
 }
 
-// Ticks until the cubes rest, and what they print.
+// Ticks until the cubes rest, and what is printed.
 static std::pair<int, std::string> Settle()
 {
     testing::internal::CaptureStdout();

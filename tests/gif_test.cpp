@@ -8,7 +8,7 @@
 #include "extra/heap.h"
 #include "tests/pictures.h"
 
-// A screen with 16 global colours (10 n, 0, 0), its background of index 2.
+// A screen with 16 global colours (10 n, 0, 0), background index 2.
 static BYTES Screen(int width, int height)
 {
     BYTES head = Text("GIF89a") + Number(width, -2) + Number(height, -2) + BYTES{0xB3, 2, 0};
@@ -28,8 +28,8 @@ static BYTES SubBlocks(const BYTES &data)
     return out + BYTES{0};
 }
 
-// Codes as they stand in a file. Their size grows as the dictionary does: it has an entry more
-// after each code but the first, and none after the clear code.
+// Packed codes. Their size grows with the dictionary, which gains an entry after each code except
+// the first, and none after the clear code.
 static BYTES Pack(const std::vector<size_t> &codes, unsigned minimum)
 {
     const size_t clear = size_t{1} << minimum;
@@ -51,7 +51,7 @@ static BYTES Pack(const std::vector<size_t> &codes, unsigned minimum)
     return out;
 }
 
-// A frame of codes that were packed for `minimum`.
+// A frame of codes packed for `minimum`.
 static BYTES Image(int left, int top, int width, int height, uint8_t packed, const BYTES &palette,
                    unsigned minimum, const std::vector<size_t> &codes)
 {
@@ -75,7 +75,7 @@ static BYTES Control(uint8_t packed, uint8_t transparent)
     return {'!', 249, 4, packed, 7, 1, transparent, 0};
 }
 
-// A screen's reds as hexadecimal digits (red / 10), "." where alpha is 0; a row a word.
+// A screen's reds as hexadecimal digits (red / 10), "." where alpha is 0; one word per row.
 static std::string RedsOf(const GIF_HEADER &screen, const uint8_t *p)
 {
     std::string text;
@@ -92,8 +92,8 @@ static std::string Reds(uint16_t frame = 0)
     return RedsOf(GIF_Header, GIF_HEADER_GetFrameData(frame));
 }
 
-// The screens of all frames by the format's rules, one after the other. A canvas that jumps to a
-// frame from nowhere, and back to it from the last, shows the same.
+// The screens of all frames by the format's rules, in order. A canvas that jumps to a frame, and
+// back to it from the last, shows the same.
 static std::string Screens(const BYTES &file)
 {
     const RULES rules(PICTURE_RULES_FORMAT);
@@ -265,7 +265,7 @@ TEST(GIF, FramesTravelWithTheirPicture)
             EXPECT_TRUE(rules == PICTURE_RULES_FORMAT || Reds(1) == "3.") << "the latest stays";
             Picture_UnLoad(pictures[2]);
             EXPECT_EQ(GIF_GetFrames(), nullptr);
-            GIF_Load(OwnFile(file).c_str());  // never decoded: it goes with its thread
+            GIF_Load(OwnFile(file).c_str());  // never decoded: released with its thread
         }).join();
         EXPECT_EQ(GIF_GetFrames(), nullptr);
         const GIF_PICTURE &gif = GIF_PictureOf(pictures[1].Pixels);

@@ -2,7 +2,7 @@
 
 #include "tests/pixels.h"
 
-// A file with header: its planes follow a palette of numbered entries.
+// A file with a header: its planes follow a palette of numbered entries.
 static BYTES MakeFile(int planes, int bytesPerRow, int height, int compression, const BYTES &body)
 {
     BYTES file = Text(planes == 6 ? "HAM6" : "HAM8") + Number(bytesPerRow, 2) + Number(height, 2) +
@@ -15,7 +15,7 @@ static BYTES MakeFile(int planes, int bytesPerRow, int height, int compression, 
     return file + body;
 }
 
-// Eight pixels' codes as one byte a plane.
+// Eight pixels' codes, one byte per plane.
 static BYTES Planes(int planes, const BYTES &codes)
 {
     BYTES bytes;
@@ -30,7 +30,7 @@ static BYTES Planes(int planes, const BYTES &codes)
 
 TEST(HAM68, PixelsHoldAndModify)
 {
-    // palette, blue, red, green, then held into the next pixels; a new row starts black
+    // palette, blue, red, green, held for the next pixels; each row starts black
     const BYTES codes6 = {0x05, 0x1F, 0x2E, 0x3D, 0, 0x11, 0, 0x0F};
     const BYTES codes8 = {7 << 2, 63 << 2 | 1, 32 << 2 | 2, 16 << 2 | 3, 0, 0, 0, 63 << 2};
     const BYTES second = {8 << 2 | 2, 0, 0, 0, 0, 0, 0, 0};
@@ -71,7 +71,7 @@ TEST(HAM68, DumpsAreMeasured)
         int width, height;
     } rows[] = {
         {"width 320 by default", 192 + 3 * 320, 0, 8, 320, 2},
-        {"rows behind the palette, less one", 6 * 48 + 1, 64, 6, 64, 5},
+        {"rows after the palette, less one", 6 * 48 + 1, 64, 6, 64, 5},
         {"no row left", 2 * 320, 0, 8, 320, 0},
         {"narrower than a byte", 5000, 7, 8, 7, 0},
         {"shorter than a row", 100, 0, 8, 320, 0},
@@ -82,10 +82,10 @@ TEST(HAM68, DumpsAreMeasured)
         EXPECT_EQ(dump.Record.Height, r.height) << r.what;
         EXPECT_EQ(dump.Record.Pixels != nullptr, r.height != 0) << r.what;
     }
-    // Other numbers of planes than 6 and 8 ask for none.
+    // Numbers of planes other than 6 and 8 are rejected.
     const BYTES file = MakeFile(8, 1, 1, 0, Planes(8, BYTES(8, 99)));
     EXPECT_EQ(Cropped(LOADED(file, 0, 7).Record), PixelsOf(file));
-    // The palette is the start of the dump.
+    // The palette is the beginning of the dump.
     EXPECT_EQ(Prefix(Cropped(LOADED(BYTES(32 + 4 * 6, 0xA7), 8, 6).Record), 8),
               (BYTES{0, 0xF0, 0, 255, 0x70, 0xA0, 0x70, 255}));
 }
@@ -115,10 +115,10 @@ TEST(HAM68, AnySizeAndPrefix)
     }
 }
 
-// The codes that the encoder gives to the first row, by undoing its planes.
+// The encoder's codes of the first row, recovered from its planes.
 static BYTES EncodedCodes(const BYTES &rgb, uint16_t code)
 {
-    BYTES pixels(8 * 2 * 4);  // a second row, so that the lost last byte is not in the first
+    BYTES pixels(8 * 2 * 4);  // the lost last byte is in the second row
     for (size_t i = 0; i < rgb.size(); i++)
         pixels[i / 3 * 4 + i % 3] = rgb[i];
     const std::string path = TempPath("encoded.ham");
@@ -160,7 +160,7 @@ TEST(HAM68, WrittenFiles)
         pixels[i] = static_cast<uint8_t>(i * 7);
     Picture picture{};
     picture.Width = 20, picture.Height = 3, picture.Pixels = pixels.data();
-    BYTES plain[2];  // what the modes 1 and 2 decode to, without runs
+    BYTES plain[2];  // the results of modes 1 and 2 without compression
     for (uint8_t mode = 1; mode <= 4; mode++) {
         const bool runs = mode > 2;
         const int planes = mode % 2 == 1 ? 6 : 8;

@@ -81,8 +81,7 @@ TEST_F(Hiscore, WhatTheFileLacksIsDefault)
          "Bob\n00:00:12:0340, 00013\n" + Repeat(defaultEntry, 9)},
         {"a name too long", std::string(300, 'x') + "\n00:00:12:0340, 00013\n",
          std::string(19, 'x') + "\n00:00:12:0340, 00013\n" + Repeat(defaultEntry, 9)},
-        {"a record that is none", "Bob\nfast\n" + good,
-         defaultEntry + good + Repeat(defaultEntry, 8)},
+        {"an invalid record", "Bob\nfast\n" + good, defaultEntry + good + Repeat(defaultEntry, 8)},
         {"a hundred hours and steps", "Bob\n255:59:59:0990, 123456\n",
          "Bob\n255:59:59:0990, 123456\n" + Repeat(defaultEntry, 9)},
         {"more than ten", Repeat(good, 12), Repeat(good, 10)},
@@ -135,7 +134,7 @@ TEST_F(Hiscore, ADamagedFileIsKeptOnce)
     }
 }
 
-// What a won or a lost game says on standard error.
+// What a won or a lost game prints on standard error.
 static std::string End(uint8_t end)
 {
     mb = end;
@@ -159,10 +158,10 @@ TEST_F(Hiscore, FilesThatCannotBeReplacedStay)
     std::filesystem::create_symlink("topten_8x9_10.txt", name);  // to itself
     const std::string refusal = name + ": cannot be read: Too many levels of symbolic links\n";
     EXPECT_EQ(End(GAME_WON), refusal);
-    EXPECT_EQ(End(GAME_SPINNING), "") << "the same error is not told again";
+    EXPECT_EQ(End(GAME_SPINNING), "") << "the same error is not reported again";
 }
 
-// Steps of each result that several games save: 0, 1 without its name, 2 with it.
+// Progress of each result that several games save: 0, 1 without its name, 2 with it.
 using SAVED = std::array<std::atomic<uint8_t>, 8>;
 
 static std::string RecordOf(size_t i)
@@ -182,7 +181,7 @@ static std::string RecordOf(size_t i)
     _exit(0);
 }
 
-// Whether the file is one that the game writes, or none yet: 20 lines, ordered.
+// Whether the file is one that the game writes, or missing: 20 lines, ordered.
 static bool IsWhole(const std::string &text)
 {
     std::istringstream lines(text);
@@ -194,8 +193,8 @@ static bool IsWhole(const std::string &text)
     return text.empty() || (count == 10 && text.back() == '\n');
 }
 
-// Games killed at any moment: the table is always whole, and holds every result that was saved.
-// TESSARUVINEL_ROUNDS sets how often, for two and for four games each.
+// Games killed at any moment: the table is always whole and holds every saved result.
+// TESSARUVINEL_ROUNDS sets the number of rounds, for two and for four games each.
 TEST_F(Hiscore, KilledGamesLoseNothingThatWasSaved)
 {
     const char *setting = std::getenv("TESSARUVINEL_ROUNDS");
@@ -206,7 +205,7 @@ TEST_F(Hiscore, KilledGamesLoseNothingThatWasSaved)
     std::mt19937 random(1);
     int kills = 0, reported = 0;
     for (const size_t games : {2u, 4u}) {
-        std::chrono::microseconds whole{};  // that undisturbed games take
+        std::chrono::microseconds whole{};  // the time of an undisturbed game
         for (int round = 0; round <= rounds; round++) {
             const auto saved = new (shared) SAVED{};
             std::filesystem::remove_all("datas");

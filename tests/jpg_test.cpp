@@ -128,7 +128,7 @@ TEST(JPG, InverseDCTIsTheTextbooks)
     }
 }
 
-// Where a marker stands in the file.
+// Offset of a marker in the file.
 static size_t Find(const BYTES &file, uint8_t marker, size_t from = 0)
 {
     for (size_t i = from; i + 1 < file.size(); i++)
@@ -149,7 +149,7 @@ static BYTES Segment(uint8_t marker, const BYTES &data)
     return BYTES{0xFF, marker} + Number(std::ssize(data) + 2, 2) + data;
 }
 
-// A file without its segments of a marker.
+// A file without its segments of one marker.
 static BYTES Without(BYTES file, uint8_t marker)
 {
     for (size_t i = 2; i + 3 < file.size() && file[i + 1] != 0xDA;) {
@@ -227,7 +227,7 @@ TEST(JPG, HeaderFacts)
     EXPECT_EQ(h.ScanMode, 2);
     EXPECT_STREQ(JPG_Modes[h.ScanMode], "Progressive DCT [1stDC]");
     EXPECT_TRUE(h.Quantisation[0].Defined && h.Quantisation[1].Defined);
-    EXPECT_EQ(h.DC[0].First[0], 65535);  // no codes of one bit
+    EXPECT_EQ(h.DC[0].First[0], 65535);  // no one-bit codes
     EXPECT_EQ(h.DC[0].Last[0], 0);
     JPG_UnLoad();
 }
@@ -246,33 +246,32 @@ TEST(JPG, DamageStaysWhereItIs)
     Decode(Prefix(scans, scans.size() - 2));
     EXPECT_TRUE(std::string_view(Reason_Get()).starts_with("cut after scan ")) << Reason_Get();
 
-    // Cut: what stands before is there, what follows is grey.
+    // Truncated: what precedes is there, what follows is grey.
     const BYTES cut = Decode(Prefix(file, second));
     ASSERT_EQ(cut.size(), whole.size());
     EXPECT_EQ(cut[0], whole[0]);
     EXPECT_EQ(cut[cut.size() - 1], 128);
     EXPECT_STREQ(Reason_Get(), "cut after 0 of 27 rows");
 
-    // The second interval's bits, all ones: the others are as before.
+    // The second interval's bits, all ones: the others are unchanged.
     BYTES spoilt = file;
     std::fill(&spoilt[second + 2], &spoilt[third], uint8_t{0xFE});
     EXPECT_LE(Greatest(Decode(spoilt), whole, rowOfMcus + interval * 3), 0);
     EXPECT_STREQ(Reason_Get(), "damaged after 0 of 27 rows");
 
-    // It is gone with its marker: what follows keeps its place.
+    // An interval missing with its marker: what follows keeps its place.
     const BYTES lost =
         Prefix(file, second) + BYTES(file.begin() + std::ssize(Prefix(file, third)), file.end());
     EXPECT_LE(Greatest(Decode(lost), whole, rowOfMcus + interval * 3), 0);
 
-    // Codes that are no markers, a marker that was there before: both end an interval.
+    // Codes that are not markers, and a marker seen before: both end an interval.
     for (const uint8_t code : BYTES{0x41, 0xD7})
         EXPECT_LE(
             Greatest(Decode(With(file, second + 4, {0xFF, code})), whole, rowOfMcus + interval * 3),
             0);
 }
 
-// Exif data: an IFD of these entries behind the TIFF header, and a second one, in either byte
-// order.
+// Exif data: an IFD of these entries after the TIFF header, and a second one, in either byte order.
 static BYTES Exif(bool big, const std::vector<std::array<uint32_t, 4>> &entries, uint32_t next,
                   const BYTES &rest)
 {
@@ -289,9 +288,9 @@ static BYTES Exif(bool big, const std::vector<std::array<uint32_t, 4>> &entries,
 TEST(JPG, ExifFactsAndThumbnails)
 {
     const BYTES picture = Read("progressive_420.jpg"), grey = Read("grey.jpg");
-    const BYTES small = With(grey, 2, Segment(0xE1, Exif(false, {}, 0, {})));  // of its own
+    const BYTES small = With(grey, 2, Segment(0xE1, Exif(false, {}, 0, {})));  // a thumbnail file
     for (const bool big : {false, true}) {
-        // Six entries end at 8 + 2 + 6 * 12 + 4 = 86, where the maker stands, and then the
+        // Six entries end at 8 + 2 + 6 * 12 + 4 = 86, where the maker is stored, followed by the
         // thumbnail.
         const BYTES data = Exif(big,
                                 {{271, 2, 5, 86},
@@ -320,7 +319,7 @@ TEST(JPG, ExifFactsAndThumbnails)
         EXPECT_EQ(exif.LongitudeReference, '0');
         EXPECT_EQ(exif.ByteOrder, big ? 'M' : 'I');
     }
-    // JFIF: raw RGB behind the segment's fields.
+    // JFIF: raw RGB after the segment's fields.
     const BYTES jfif = Text("JFIF\0\1\2\0\0\1\0\1") + BYTES{2, 1, 10, 20, 30, 40, 50, 60};
     BYTES file = With(picture, 2, Segment(0xE0, jfif));
     const Picture loaded = Picture_Load(WriteTemp("jfif.jpg", file).c_str(), 0, 0);
@@ -333,7 +332,7 @@ TEST(JPG, ExifFactsAndThumbnails)
 
 TEST(JPG, ThumbnailsThatNoTagPlaces)
 {
-    // Looked for as far into the file as the segment is long, which begins after 6 bytes.
+    // The search covers as many bytes of the file as the segment has, which begins after 6 bytes.
     const BYTES small = Read("grey.jpg");
     for (const size_t behind : {6u, 5u}) {
         const BYTES data = Exif(true, {}, 0, small + BYTES(behind));
@@ -342,10 +341,10 @@ TEST(JPG, ThumbnailsThatNoTagPlaces)
     }
 }
 
-// Huffman coded bits, with their stuffing.
+// Huffman coded bits, with byte stuffing.
 struct WRITER {
     BYTES Bytes;
-    int Pending = 1;  // a 1, then the bits not yet written
+    int Pending = 1;  // a 1, followed by the bits not yet written
     void Put(int value, int count)
     {
         for (int i = count - 1; i >= 0; i--) {
@@ -365,8 +364,8 @@ struct WRITER {
     }
 };
 
-// A picture of flat blocks, in a code that anyone can write: 4 bits for the size of a difference
-// (12 to 15 are no codes), its bits, and a 0 for the end of the block.
+// A picture of flat blocks in a hand-made code: 4 bits for the size of a difference (12 to 15 are
+// no codes), its bits, and a 0 for the end of the block.
 struct FLAT {
     int Width, Height;
     BYTES Factors;  // of each component, horizontal * 16 + vertical
@@ -460,7 +459,7 @@ struct FLAT {
     }
 };
 
-// A component's value at a pixel, in a straight line between the centres of its samples.
+// A component's value at a pixel, linearly interpolated between the centres of its samples.
 static double Textbook(const FLAT &flat, size_t c, int x, int y)
 {
     const auto place = [&](int at, bool down) {
@@ -532,9 +531,9 @@ TEST(JPG, QuantisationOfSixteenBits)
     const BYTES grey = Read("grey.jpg");
     EXPECT_EQ(Decode(widened(grey, 1)), Decode(grey));
 
-    // The greatest numbers and coefficients, whose waves all have their crest in the first corner.
+    // The greatest numbers and coefficients, whose waves all peak in the first corner.
     BYTES steep = widened(FLAT{8, 8, {0x11}}.File(), 8191);
-    steep[Find(steep, 0xC4) + 4 + 29 + 17] = 15;  // what ended a block has 15 bits
+    steep[Find(steep, 0xC4) + 4 + 29 + 17] = 15;  // the end of the block becomes 15 bits
     WRITER bits;
     bits.Put(0x5FFF, 15);
     for (int i = 0; i < 63; i++)
@@ -574,7 +573,8 @@ TEST(JPG, FormatsOwnRulesReadMore)
     } rows[] = {
         {"as it is", good},
         {"extended sequential", changed(good, frame + 1, 0xC1)},
-        {"lines told after the scan", With(noLines, noLines.size() - 2, {0xFF, 0xDC, 0, 4, 0, 27})},
+        {"the number of lines after the scan",
+         With(noLines, noLines.size() - 2, {0xFF, 0xDC, 0, 4, 0, 27})},
         {"the usual Huffman tables", Without(good, 0xC4)},
         {"a band of no meaning", changed(good, scan + 11, 0)},
         {"segments in any order",
@@ -680,7 +680,7 @@ TEST(JPG, CostIsBoundedByTheFile)
     const BYTES thumbnail = Exif(
         true, {{259, 4, 1, 6}, {513, 4, 1, 50}, {514, 4, 1, static_cast<uint32_t>(empties.size())}},
         0, empties);
-    // A tag that leads back to its own IFD, over and over.
+    // A tag that refers to its own IFD, repeatedly.
     const BYTES loop = Segment(
         0xE1, Exif(true, std::vector<std::array<uint32_t, 4>>(250, {34665, 4, 1, 8}), 8, {}));
     const struct {

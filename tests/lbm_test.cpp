@@ -10,7 +10,7 @@ static BYTES Chunk(const char *id, const BYTES &data)
     return BYTES(id, id + 4) + Number(std::ssize(data), 4) + data + BYTES(data.size() % 2);
 }
 
-// Entry i of the palette is the grey i, but for the first; half-bright pictures have 32.
+// Palette entry i is the grey i, except the first; half-bright pictures have 32.
 static BYTES MakeFile(const char *type, int width, int height, int planes, int masking,
                       int compression, int viewMode, const BYTES &body)
 {
@@ -121,6 +121,6 @@ TEST(LBM, RealFiles)
 
 TEST(LBM, PrefixesHold)
 {
-    // a row that is cut reads as 0 from there
+    // a truncated row is 0 from there on
     ExpectPrefixesHold(ReadFile(TEST_DATA "ilbm/ham6.iff"), 0, 26);
 }

@@ -23,7 +23,7 @@ TEST(Minefield, ParametersAreTakenOrReplaced)
         {{"game", "3", "3", "9"}, 10, 10, 20},
         {{"game", "1", "10", "5"}, 10, 10, 20},
         {{"game", "10", "65", "5"}, 10, 10, 20},
-        {{"game", "64", "64", "4095"}, 64, 64, 255},  // stored in 8 bits before the check
+        {{"game", "64", "64", "4095"}, 64, 64, 255},  // truncated to 8 bits before the check
         {{"game", "266", "10", "5"}, 10, 10, 5},
         {{"game", "2", "2", "-3"}, 10, 10, 20},
     };
@@ -61,7 +61,7 @@ TEST(Minefield, MinesAndCountsAgree)
                 {64, 64, 255},
                 {7, 3, 0},
                 {3, 3, 8},
-                {16, 16, 255, 57495, 13223}};  // these numbers end in a cycle without a free cell
+                {16, 16, 255, 57495, 13223}};  // these seeds lead into a cycle without a free cell
     for (const auto &r : rows) {
         System_RND = r.seed;
         System_RND2 = r.seed2;

@@ -16,8 +16,8 @@
 #include "tests/mod_writer.h"
 #include "tests/sound_files.h"
 
-// Patterns between '/', orders as digits. Sample 1 loops whole, 2 is heard once, 3 loops its end in
-// another tuning, 4 is like 1 but quiet, 17 has a volume only.
+// Patterns between '/', orders as digits. Sample 1 loops whole, 2 plays once, 3 loops its end in
+// another tuning, 4 is a quiet 1, 17 has only a volume.
 static MOD_TEXT Song(const std::string &patterns, const std::string &orders = "0")
 {
     MOD_TEXT song;
@@ -56,10 +56,10 @@ struct PLAYING {
 
 struct TICKS {
     const char *what, *pattern;
-    std::string ticks;  // six a row, those that are the same as "VALUExTIMES"
+    std::string ticks;  // six per row, equal ones as "VALUExTIMES"
 };
 
-// Plays each row's pattern, and compares what `see` tells of the first channel after each tick.
+// Plays each row's pattern, and compares what `see` returns for the first channel after each tick.
 template <size_t N, class SEE>
 static void Watch(const TICKS (&rows)[N], SEE see)
 {
@@ -135,7 +135,7 @@ TEST(MOD, Volumes)
 
 TEST(MOD, Starts)
 {
-    // Where the sample starts in this tick, -1: it does not
+    // Where the sample starts in this tick; -1: it does not
     const TICKS rows[] = {
         {"portamento goes on", "C-2 01\nC-3 01 310\n", "0 -1x7"},
         {"retrigger", "C-2 01 E92\nE93\n", "0 -1 0 -1 0 -1 0 -1x2 0"},
@@ -151,7 +151,7 @@ TEST(MOD, Starts)
     });
     PLAYING beyond(Song("C-2 03 908\n"));
     const MOD_VOICE &v = beyond.Tick();
-    EXPECT_LE(v.End - (v.Position >> 32), 2u) << "behind the end only the loop is left";
+    EXPECT_LE(v.End - (v.Position >> 32), 2u) << "past the end only the loop is left";
     EXPECT_EQ(v.LoopStart, 512u);
     PLAYING never(Song("C-2 01 ED6\n... 01\n"));
     EXPECT_EQ(never.Tick(7).LoopData, nullptr) << "no loop before the first note";
@@ -196,7 +196,7 @@ TEST(MOD, Lengths)
 TEST(MOD, InvertLoopTurnsOneByteAfterTheOther)
 {
     PLAYING playing(Song("C-2 03 EFF\nEF0\n"));
-    playing.Tick(6);  // at the full speed: each inverts one
+    playing.Tick(6);  // at full speed: each inverts one
     for (size_t i = 510; i < 522; i++) {
         const int before = playing.Song.Samples[3].Data[i];
         EXPECT_EQ(playing.Player.Waves[3][i], i > 512 && i < 519 ? -1 - before : before) << i;
@@ -275,11 +275,11 @@ TEST(MOD, EveryFormatHoldsTheSameSound)
 
 TEST(MOD, PitchAndSides)
 {
-    // C-2 plays 3546895 / 428 samples a second, 32 of them a period; one channel sounds
+    // C-2 plays 3546895 / 428 samples per second, 32 of them a period, on one channel
     for (size_t channel = 0; channel < 4; channel++) {
         const std::string pattern = std::string(channel, '|') + "C-2 01\n";
         const auto sound = Decode(RENDERED(WriteModule(Song(pattern))).Bytes(), 16);
-        std::vector<double> up;  // where the left side rises through 0
+        std::vector<double> up;  // zero crossings of the left side, upwards
         double left = 0, right = 0;
         for (size_t i = 2; i < sound.size(); i += 2) {
             if (sound[i - 2] < 0 && sound[i] >= 0)
@@ -426,13 +426,13 @@ TEST(MOD, Records)
     EXPECT_TRUE(length == 0 && !MOD_GetHeader(31) && !MOD_GetHeader(32));
 }
 
-// Decibels between a tone and all else in the left side, after its first tenth.
+// Decibels between a tone and everything else in the left side, after its first tenth.
 static double ToneOverRest(const std::vector<double> &sound, double hz)
 {
     double sum = 0, sines = 0, cosines = 0;
     const size_t from = 4410, frames = 35280;
     for (size_t i = from; i < from + frames; i++) {
-        // Hann's window: what lies more than two periods of the whole away adds nothing
+        // Hann's window: what is more than two bins away adds nothing
         const double window =
             1 - std::cos(2 * std::numbers::pi * static_cast<double>(i - from) / frames);
         const double at = 2 * std::numbers::pi * hz * static_cast<double>(i) / 44100;
@@ -446,8 +446,8 @@ static double ToneOverRest(const std::vector<double> &sound, double hz)
 
 TEST(MOD, Interpolations)
 {
-    // A sine of so many samples a period, at an amplitude where 8 bits hold it well; decibels of
-    // nearest, linear, cubic and band-limited interpolation
+    // A sine of so many samples per period, loud enough for 8 bits; decibels of nearest, linear,
+    // cubic and band-limited interpolation
     const struct {
         int points;
         double amplitude;
@@ -470,7 +470,7 @@ TEST(MOD, Interpolations)
             EXPECT_GT(over, r.least[how]) << r.points << " points, " << int{how};
             EXPECT_LT(over, r.least[how] + 6) << r.points << " points, " << int{how};
         }
-        // Faster than the output, what that cannot hold is damped.
+        // Frequencies above the output's range are attenuated.
         std::array<double, 2> levels{};
         for (const uint8_t how : {MOD_LINEAR, MOD_SINC}) {
             rendered.Header->Interpolation = how;
@@ -525,7 +525,7 @@ TEST(MOD, SeekingIsExact)
     EXPECT_FALSE(MOD_GetView(*song.Header, frames));
 }
 
-// What the formats' rules take for a module, and with how many channels.
+// What the formats' rules accept as a module, and its number of channels.
 TEST(MOD, SignaturesOfOtherEditors)
 {
     const FORMAT_RULES rules;
@@ -574,7 +574,7 @@ TEST(MOD, WithoutSignatureAllMustMakeSense)
     for (const auto &[at, value] : slips) {
         BYTES bad = good;
         bad[at] = value;
-        EXPECT_EQ(MOD_IsModule(bad), at == 25) << at;  // a name's letter may be any
+        EXPECT_EQ(MOD_IsModule(bad), at == 25) << at;  // a name may contain any letter
     }
     EXPECT_FALSE(MOD_IsModule(BYTES(8192, 0)));
     EXPECT_FALSE(MOD_IsModule(BYTES(8192, 'a')));
@@ -622,7 +622,7 @@ TEST(MOD, Dialects)
         }
 }
 
-// Pearson's, of what both have.
+// Pearson's correlation, over the common length.
 static double Correlation(std::span<const double> a, std::span<const double> b)
 {
     const size_t n = std::min(a.size(), b.size());

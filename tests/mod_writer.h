@@ -1,6 +1,6 @@
 // Modules from texts, for tests. A pattern is lines of cells between '|'. A cell is a note, a
-// sample (two hex digits) and a command, as in "C-2 01 A04"; "..." is no note, and what follows may
-// lack.
+// sample (two hex digits) and a command, as in "C-2 01 A04"; "..." is no note, and trailing parts
+// may be missing.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 #include <vector>
 
 struct MOD_TEXT_SAMPLE {
-    std::vector<int8_t> Data;  // an even number
+    std::vector<int8_t> Data;  // an even number of bytes
     uint32_t LoopStart = 0, LoopLength = 2;
     uint8_t Volume = 64, Finetune = 0;
 };

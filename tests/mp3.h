@@ -17,7 +17,7 @@ inline BYTES Joined(const std::vector<BYTES> &parts)
     return bytes;
 }
 
-// Decodes the file of slot n in buffers of `capacity` bytes, and opens it for each as the engine
+// Decodes the file of slot n in buffers of `capacity` bytes, reopening it for each as the engine
 // does. Returns the lengths, up to the 0 at the end; appends the sound to `sound`.
 inline std::vector<uint32_t> Refill(const std::string &path, uint8_t n, uint32_t capacity,
                                     std::vector<uint8_t> &sound)

@@ -1,4 +1,4 @@
-// MPEG streams by the standards: what is found, what is left out, what damage does.
+// MPEG streams by the standards: what is found, what is dropped, what damage does.
 #include <gtest/gtest.h>
 
 #include "audio/audio.h"
@@ -16,7 +16,7 @@ static MP3_HEADER &Load(const BYTES &file)
     return *MP3_GetHeader(0);
 }
 
-// The whole sound, refilled by `capacity` bytes at a time.
+// The whole sound, in refills of `capacity` bytes.
 static BYTES Play(const BYTES &file, uint32_t capacity = 65536)
 {
     BYTES sound;
@@ -43,7 +43,7 @@ static std::vector<BYTES> FramesOf(const char *name)
     return frames;
 }
 
-// A frame like the first one, without sound and with other bytes from `at` on.
+// A frame like the first one, but silent, with other bytes from `at` on.
 static BYTES With(const BYTES &frame, size_t at, const BYTES &bytes)
 {
     BYTES changed = Prefix(frame, 4) + BYTES(frame.size() - 4);
@@ -51,7 +51,7 @@ static BYTES With(const BYTES &frame, size_t at, const BYTES &bytes)
     return changed;
 }
 
-// Info frame as LAME writes it: fields present, their contents, encoder, and the samples added.
+// An info frame as LAME writes it: fields present, their contents, encoder, and the samples added.
 static BYTES Info(const BYTES &frame, const char *name, uint32_t frames, uint32_t bytes,
                   uint32_t delay, uint32_t padding)
 {
@@ -66,7 +66,7 @@ static BYTES Info(const BYTES &frame, const char *name, uint32_t frames, uint32_
                         Number(delay << 12 | padding, 3)}));
 }
 
-constexpr size_t Bytes = 4;  // of a sample of both channels
+constexpr size_t Bytes = 4;  // of a frame of two channels
 
 TEST(MP3Format, InfoFramesSayWhatIsPlayed)
 {
@@ -95,19 +95,19 @@ TEST(MP3Format, InfoFramesSayWhatIsPlayed)
     for (const auto &r : rows) {
         BYTES expected(all.begin() + static_cast<ptrdiff_t>(r.skip * Bytes), all.end());
         expected.resize(std::min(expected.size(), r.samples * Bytes));
-        // One of 0 bytes stands before more than it tells of.
+        // A frame of 0 bytes precedes more than its count.
         const BYTES file = r.info + stream + (r.frames == 1 ? BYTES(8000) : BYTES());
         for (const uint32_t capacity : {65536u, 4608u, 9000u})
             EXPECT_EQ(Play(file, capacity) == expected, true) << r.what << ' ' << capacity;
         EXPECT_EQ(MP3_GetHeader(0)->Frames.Frames, r.frames) << r.what;
         EXPECT_EQ(MP3_GetHeader(0)->DataStart, r.info.size()) << r.what;
-        BYTES again;  // from the start, as a second pass
+        BYTES again;  // a second pass, from the start
         Refill(TempPath("mp3"), 0, 65536, again);
         EXPECT_TRUE(again == expected) << r.what;
     }
 }
 
-// Those of 16 bits are the rounded ones of 32.
+// 16-bit samples are the rounded 32-bit ones.
 TEST(MP3Format, WideSamples)
 {
     const BYTES file = Joined(FramesOf("mp3_vbr.mp3")), narrow = Play(file);
@@ -179,8 +179,8 @@ TEST(MP3Format, FramesAreFound)
     EXPECT_TRUE(Play(v2 + stream + v1) == sound);
 }
 
-// A frame with a CRC, of bits 16 to 31 of its header and its side information, in place of its last
-// two bytes.
+// A frame with a CRC over bits 16 to 31 of its header and its side information, in place of its
+// last two bytes.
 static BYTES Protected(const BYTES &frame, uint16_t error = 0)
 {
     const size_t side = MP3_SideLength(HeaderOf(frame));
@@ -205,7 +205,7 @@ TEST(MP3Format, ChecksumsTellDamage)
     oneWrong = right;
     oneWrong[1] = wrong[1];
     const BYTES sound = Play(Joined(right));
-    EXPECT_TRUE(Play(Joined(wrong)) == sound) << "never right, and so no sign of damage";
+    EXPECT_TRUE(Play(Joined(wrong)) == sound) << "never right, so not a sign of damage";
     const BYTES damaged = Play(Joined(oneWrong));
     ASSERT_EQ(damaged.size(), sound.size());
     EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + 1152 * Bytes, damaged.begin()));
@@ -300,7 +300,7 @@ static int PeakOf(const BYTES &sound)
     return peak;
 }
 
-// Damaged frames last as long as whole ones, and are never louder than their neighbours.
+// Damaged frames last as long as whole ones and are never louder than their neighbours.
 TEST(MP3Format, DamageIsNotLoud)
 {
     const std::vector<BYTES> whole = FramesOf("mp3_low.mp3");
@@ -356,7 +356,7 @@ TEST(MP3Format, Detection)
         EXPECT_EQ(MP3_IsStream(r.head), r.found) << r.what;
 }
 
-// Frames among what a file names itself as make it no MPEG stream.
+// Frames inside a file with another format's signature do not make it an MPEG stream.
 TEST(MP3Format, DetectionComesAfterSignatures)
 {
     Audio_Rules = AUDIO_RULES_FORMAT;

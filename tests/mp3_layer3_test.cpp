@@ -12,7 +12,7 @@
 #include "tests/files.h"
 #include "tests/mp3.h"
 
-// What is played of a file by one of the rules.
+// The samples of a file under one of the rules.
 static BYTES Played(const std::string &path, uint8_t rules)
 {
     BYTES sound;
@@ -29,9 +29,8 @@ static int Sample(const BYTES &sound, size_t i)
     return static_cast<int16_t>(sound[2 * i] | sound[2 * i + 1] << 8);
 }
 
-// Compares every `step`th sample with a decoder's that rounds to 16 bits. One that truncates and
-// carries differs by 1.5 steps at most and by the root of 1/6 + 1/12 on the average; one that
-// rounds, now and then by 1.
+// Compares every `step`th sample with a decoder that rounds to 16 bits. Truncation with carry
+// differs by 1.5 steps at most and by the root of 1/6 + 1/12 in the mean; rounding by 1, rarely.
 static void ExpectClose(const BYTES &sound, size_t step, const std::string &reference, bool rounded)
 {
     const BYTES file = ReadFile(reference);
@@ -51,7 +50,7 @@ TEST(MP3Layer3, SmallFilesSoundAsElsewhere)
 {
     const struct {
         const char *name;
-        bool low;  // the framework takes every other frame with the one before it
+        bool low;  // the framework's rules take every other frame with the one before it
     } rows[] = {{"joint", false}, {"short", false}, {"vbr", false},
                 {"types", false}, {"low", true},    {"low_types", true}};
     for (const auto &r : rows) {
@@ -70,7 +69,7 @@ TEST(MP3Layer3, ConformanceStreams)
         GTEST_SKIP() << "CORPUS names no folder";
     const struct {
         const char *name;
-        bool both;  // by both rules: no checksums, no free format, no low rate
+        bool both;  // under both rules: no checksums, no free format, no low rate
     } rows[] = {{"l3-si", true},
                 {"l3-si_block", true},
                 {"l3-hecommon", false},
@@ -84,7 +83,7 @@ TEST(MP3Layer3, ConformanceStreams)
     }
 }
 
-// What random values in the lines from `first` on become, and what overlaps into the next granule.
+// What random lines from `first` on become, and their overlap into the next granule.
 static std::vector<MP3_FIXED> Hybrid(size_t first, size_t end, size_t used, MP3_BLOCK block,
                                      bool mixed)
 {
@@ -102,7 +101,7 @@ static std::vector<MP3_FIXED> Hybrid(size_t first, size_t end, size_t used, MP3_
     return out;
 }
 
-// Long and short blocks on their own are what files have.
+// Mixed blocks against pure long and short ones, which real files have.
 TEST(MP3Layer3, MixedBlocksAndEmptySubbands)
 {
     EXPECT_EQ(Hybrid(0, 18, 32, MP3_SHORT, true), Hybrid(0, 18, 32, MP3_NORMAL, false));
@@ -118,7 +117,7 @@ TEST(MP3Layer3, MixedBlocksAndEmptySubbands)
                     << block << ' ' << mixed << ' ' << used;
 }
 
-// One subband on its own, far beyond full scale, is cut on both sides.
+// A single subband far beyond full scale is clamped on both sides.
 TEST(MP3Layer3, SynthesisClips)
 {
     MP3_FILTER filter{};
@@ -131,7 +130,7 @@ TEST(MP3Layer3, SynthesisClips)
     EXPECT_EQ(*high, 32767);
     for (size_t i = 1; i < samples.size(); i += 2)
         ASSERT_EQ(samples[i], 77) << "the other channel's";
-    // Neither wraps: neighbours of a wave of one subband never leap from end to end.
+    // No wrap-around: neighbours in the wave of one subband never jump from end to end.
     for (size_t i = 2; i < samples.size(); i += 2)
         ASSERT_LT(std::abs(samples[i] - samples[i - 2]), 60000) << i;
 }

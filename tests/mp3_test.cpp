@@ -7,7 +7,7 @@
 #include "tests/files.h"
 #include "tests/mp3.h"
 
-// A frame of silence: nothing but zeros behind its header.
+// A silent frame: only zeros after its header.
 static BYTES Frame(uint32_t header, size_t length)
 {
     return Number(header, 4) + BYTES(length - 4);
@@ -37,7 +37,7 @@ static MP3_HEADER &Load(const BYTES &file)
     return *MP3_GetHeader(0);
 }
 
-// Texts of a tag in one.
+// A tag's texts, joined.
 static std::string Listed(std::initializer_list<const char *> texts)
 {
     std::string list;
@@ -56,7 +56,7 @@ TEST(MP3, ID3v2)
     const struct {
         const char *what;
         BYTES frames;
-        size_t behind;      // zeros in the tag
+        size_t behind;      // zeros that follow in the tag
         std::string texts;  // title, artist, album, year, comment, track, genre
     } rows[] = {
         {"all texts",
@@ -71,11 +71,11 @@ TEST(MP3, ID3v2)
          20, x60 + '|' + x60 + '|' + x60 + '|' + x30 + '|' + x254 + "|x|" + x60 + '|'},
         {"a comment with a language", Joined({TagFrame("COMM", Text("eng\0Comment")), title}), 20,
          "Title|||||||"},
-        {"nine bytes behind the text", title, 9, "Title|||||||"},
-        {"eight bytes behind the text", title, 8, "|||||||"},
+        {"nine bytes after the text", title, 9, "Title|||||||"},
+        {"eight bytes after the text", title, 8, "|||||||"},
         {"a text to the tag's end, which is not counted", title, 0, "Title|||||||"},
-        {"thirteen behind a comment", TagFrame("COMM", Text("\0\0\0\0C")), 13, "||||C|||"},
-        {"twelve behind a comment", TagFrame("COMM", Text("\0\0\0\0C")), 12, "|||||||"},
+        {"thirteen after a comment", TagFrame("COMM", Text("\0\0\0\0C")), 13, "||||C|||"},
+        {"twelve after a comment", TagFrame("COMM", Text("\0\0\0\0C")), 12, "|||||||"},
         {"a frame in an unknown one's text", TagFrame("TXXX", title), 30, "Title|||||||"},
         {"another text ends the tag", Joined({TagFrame("TSSE", Text("encoder")), title}), 20,
          "|||||||"},
@@ -96,7 +96,8 @@ TEST(MP3, ID3v2)
 
 TEST(MP3, ID3v2SizeHasEightBitsAByte)
 {
-    // The 300 bytes that 02 2C means are 556 here: the third frame is in the way.
+    // The size 02 2C means 300 bytes but counts as 556 here: the third frame is taken for part of
+    // the tag.
     const MP3_HEADER &record =
         Load(Joined({Tag(BYTES(300), 0x22C), Frames(3, Stereo, Length), Frame(0xFFFB2000, 130)}));
     EXPECT_EQ(record.ID3v2.Size, 556u);
@@ -242,7 +243,7 @@ TEST(MP3, RefillsHoldWholeFrames)
     }
 }
 
-// Fits the engine: whole buffers that go round without a seam, of frames that stand alone.
+// Fits the engine: whole buffers that repeat without a seam, from frames that stand alone.
 TEST(MP3, TheGamesMusic)
 {
     const char *path = GAME_DATA "ShadowOfTheBeast.mp3";
@@ -283,7 +284,7 @@ TEST(MP3, Slots)
     EXPECT_EQ(MP3_Init, 1);
     BYTES alone, beside;
     Refill(path, 0, 5000, alone);
-    // Another thread has a table of its own, and its first load waits for the decoder's tables.
+    // Another thread has its own table, and its first load waits for the decoder's tables.
     std::thread decoder([&] {
         EXPECT_EQ(MP3_GetHeader(0), nullptr);
         MP3_Load(path.c_str());

@@ -22,14 +22,14 @@ TEST(PictureCheck, TheLastSignatureThatMatchesWins)
         {"Exif", Text("\xFF\xD8\xFF\xE1..Exif"), PICTURE_JPEG},
         {"Exif in the JFIF segment", Text("\xFF\xD8\xFF\xE0..Exif"), PICTURE_UNKNOWN},
         {"TGA", Text("\0\0\2.............\x18"), PICTURE_TGA},
-        {"TGA of a depth that is none", Text("\0\0\2.............\x0F"), PICTURE_UNKNOWN},
+        {"TGA of an invalid depth", Text("\0\0\2.............\x0F"), PICTURE_UNKNOWN},
         {"short TGA: the depth reads as 0", Text("\0\0\2"), PICTURE_TGA},
         {"PNG", Text("\x89PNG\r\n\x1A\n"), PICTURE_PNG},
         {"ILBM", Text("FORM....ILBM"), PICTURE_ILBM},
         {"8SVX is no picture", Text("FORM....8SVX"), PICTURE_UNKNOWN},
         {"XBM", Text("#define a_width 8\n#define a_height 8\nchar a_bits[]"), PICTURE_XBM},
         {"XBM in capitals", Text("A_WIDTH A_HEIGHT A_BITS"), PICTURE_XBM},
-        {"XBM names behind a NUL", Text("a_width a_height\0a_bits"), PICTURE_UNKNOWN},
+        {"XBM names after a NUL", Text("a_width a_height\0a_bits"), PICTURE_UNKNOWN},
         {"TIFF", Text("II*"), PICTURE_TIFF},
         {"TIFF that names XBM's parts", Text("MM _bits _height _width"), PICTURE_TIFF},
         {"GIF", Text("GIF89a"), PICTURE_GIF},
@@ -117,7 +117,7 @@ struct SAMPLE {
     }
 };
 
-// Draws on a fresh target of 8 by 8 and gives the reds, a row a line.
+// Draws on a fresh target of 8 by 8 and returns the reds, one word per row.
 template <typename Draw>
 static std::string RedsOf(Draw draw)
 {
@@ -155,7 +155,7 @@ TEST(PicturePut, RotationTurnsAboutTheMiddle)
               "00032100\n00070500\n");
     EXPECT_EQ(RedsOf([&] { Picture_PutRotate(4, 4, -180, 6, 4, sample.Record); }).substr(18, 36),
               "00332211\n00332211\n00770055\n00770055\n");
-    // In double precision a half turn falls a hair short, and offsets truncate toward zero.
+    // In double precision a half turn is slightly less, and offsets truncate toward zero.
     EXPECT_EQ(RedsOf([&] { Picture_PutRotate(4, 4, 0, 3, 2, sample.Record); }).substr(36, 18),
               "00050700\n00003000\n");
     EXPECT_EQ(RedsOf([&] { Picture_PutRotate(4, 4, 45, 0, 5, sample.Record); }), RedsOf([] {}));

@@ -1,5 +1,5 @@
-// Every picture of tests/data (and of the folder CORPUS names) decoded by four threads at once,
-// each under rules of its own, used and unloaded on another thread: as one thread decodes them.
+// Every picture of tests/data (and of the folder named by CORPUS) decoded by four threads at once
+// under different rules, and used and unloaded on another thread: the same as on one thread.
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -66,7 +66,7 @@ static FILES PictureFiles()
     return files;
 }
 
-// Everything that a load gives, as a text.
+// A load's complete result, as text.
 static std::string Summary(const LOADED_FILE &file)
 {
     const Picture &p = file.Record;
@@ -89,7 +89,7 @@ static LOADED_FILE Load(const FILES &files, size_t i, uint8_t rules, bool fromMe
     return file;
 }
 
-// What one thread gets for every file, under both rules; from memory the same as from its path.
+// One thread's result for every file under both rules; from memory the same as from its path.
 static std::array<std::vector<std::string>, 2> ExpectedOf(const FILES &files,
                                                           std::map<std::string, std::string> &wrong)
 {

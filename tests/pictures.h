@@ -1,4 +1,4 @@
-// For tests of decoders: files put together from bytes, loaded for as long as a scope lasts.
+// For tests of decoders: files built from bytes, loaded for the duration of a scope.
 #pragma once
 
 #include <algorithm>
@@ -14,7 +14,7 @@ inline std::string OwnFile(const BYTES &file)
                      file);
 }
 
-// Restores the framework's rules when a test is over.
+// Restores the framework's rules at the end of a test.
 struct RULES {
     explicit RULES(uint8_t rules)
     {
@@ -38,7 +38,7 @@ struct LOADED {
     }
 };
 
-// The picture's own pixels, without what its buffer has beyond them.
+// The picture's own pixels, without its buffer's padding.
 inline BYTES Cropped(const Picture &picture)
 {
     BYTES pixels;
@@ -54,7 +54,7 @@ inline BYTES PixelsOf(const BYTES &file)
     return Cropped(LOADED(file).Record);
 }
 
-// The samples of a binary PGM or PPM picture, each grey thrice.
+// The samples of a binary PGM or PPM picture, greys repeated three times.
 inline BYTES SamplesOfPNM(const std::string &path)
 {
     const BYTES file = ReadFile(path);
@@ -68,8 +68,8 @@ inline BYTES SamplesOfPNM(const std::string &path)
     return samples;
 }
 
-// Every `step`th prefix of a file from its first `head` bytes on: it is refused, or no more than
-// `slack` of its pixels differ from the whole picture's without being `missing`.
+// Tests every `step`th prefix of a file from `head` bytes on: it is refused, or at most `slack` of
+// its pixels differ from the whole picture's without being `missing`.
 inline void ExpectPrefixesHold(const BYTES &file, size_t head, size_t slack, size_t step = 1,
                                std::array<uint8_t, 4> missing = {})
 {
@@ -89,7 +89,7 @@ inline void ExpectPrefixesHold(const BYTES &file, size_t head, size_t slack, siz
     EXPECT_GT(shown, 0u) << "no prefix shows anything";
 }
 
-// A file of tests/data against the digest of its pixels, and its prefixes.
+// Tests a file of tests/data against the digest of its pixels, and its prefixes.
 inline void CheckFile(const std::string &name, uint64_t digest, size_t step,
                       std::array<uint8_t, 4> missing = {}, size_t slack = 0)
 {

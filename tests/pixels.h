@@ -6,7 +6,7 @@
 
 #include "tests/pictures.h"
 
-// Bytes written as pairs of hexadecimal digits, with any spaces between them.
+// Bytes from pairs of hexadecimal digits, with optional spaces.
 inline BYTES Hex(const std::string &text)
 {
     BYTES bytes;
@@ -19,7 +19,7 @@ inline BYTES Hex(const std::string &text)
     return bytes;
 }
 
-// The pixels: an opaque grey as 2 digits, 0 as "-", others as 8; no text for the null picture.
+// The pixels: an opaque grey as 2 digits, 0 as "-", others as 8; "" for the null picture.
 inline std::string Show(const BYTES &file)
 {
     std::string text;

@@ -1,4 +1,4 @@
-// Timer service, shell and window as far as they go without a display.
+// Timer service, shell and window, as far as possible without a display.
 #include <chrono>
 #include <csignal>
 #include <semaphore>
@@ -38,7 +38,7 @@ TEST(TimerService, BeginsAfterASecondAndMakesUpForASlowTick)
     enough.acquire();
     Timer_Destroy();
     EXPECT_EQ(std::signal(SIGINT, SIG_DFL), SIG_DFL) << "given back to whom it had before";
-    // Ticks that are owed follow each other at once: a busy machine holds up some, but not all.
+    // Owed ticks follow each other at once: a busy machine delays some, but not all.
     bool owed = false;
     for (size_t i = 0; i < 9; i++) {
         EXPECT_GE(ticks[i] - start, 1s + i * period);

@@ -1,4 +1,4 @@
-// The player's sounds where the file fails, moved in, and made quieter.
+// The player's sounds: read errors, seeking, and volume.
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -41,7 +41,7 @@ TEST(Player, AFailedReadLeavesNoFile)
         EXPECT_EQ(left.path().filename(), "in.wav");
 }
 
-// What follows a seek is what stands there when all is decoded.
+// What follows a seek is what lies there in a full decoding.
 TEST(Player, SeeksToTheFrame)
 {
     const std::string files[] = {WriteTemp("noise.wav", Wave(1 << 20)), TEST_DATA "mp3_joint.mp3"};
@@ -105,7 +105,7 @@ TEST(Player, ConvertsBits)
     }
 }
 
-// A sine stays one, without what the other rate would add, and as long as it was.
+// A sine stays a sine without aliases, and keeps its duration.
 TEST(Player, Resamples)
 {
     const struct {

@@ -8,7 +8,7 @@
 
 using namespace std::string_literals;
 
-// What PNG_Decoding makes of these bytes; empty without a picture.
+// PNG_Decoding's result for these bytes; empty without a picture.
 static BYTES Decode(const BYTES &file)
 {
     PNG_Load(WriteTemp("test.png", file).c_str());
@@ -51,13 +51,13 @@ TEST(PNG, RealFilesAsOtherDecodersSeeThem)
     EXPECT_EQ(header.Gamma, 100000u);
 }
 
-// The checksum is 0: nobody looks at it.
+// The checksum is 0: it is not verified.
 static BYTES Chunk(const char *type, const BYTES &data)
 {
     return Number(std::ssize(data), 4) + BYTES{type, type + 4} + data + BYTES(4);
 }
 
-// A stream of one stored block a row.
+// A stream of one stored block per row.
 static BYTES Stored(const std::vector<BYTES> &rows)
 {
     BYTES stream = {0x78, 1};
@@ -141,7 +141,7 @@ TEST(PNG, Rules)
     }
 }
 
-// A byte of a line, filtered as the standard's 9.2 has it; `step` bytes make a pixel.
+// A byte of a line, filtered as in the standard's 9.2; a pixel has `step` bytes.
 static uint8_t Filtered(uint8_t filter, const BYTES &line, const BYTES &above, size_t i,
                         size_t step)
 {
@@ -152,7 +152,7 @@ static uint8_t Filtered(uint8_t filter, const BYTES &line, const BYTES &above, s
     return static_cast<uint8_t>(line[i] - predictions[filter]);
 }
 
-// What a pixel's samples in a line stand for.
+// The colour of a pixel's samples in a line.
 static BYTES PixelIn(const BYTES &line, size_t x, size_t samples, size_t depth)
 {
     BYTES values;
@@ -239,7 +239,7 @@ TEST(PNG, HeaderFacts)
              {"tEXt", BYTES(400, 'k')},  // a key of 79, the rest its text, of 255
              {"iTXt", Text("Key\0\0\0hu\0Kulcs\0Sz\xC3\xB6veg")},
              {"iTXt", Text("Key\0\1\0\0\0packed")},
-             // Fields that are cut, each at its length; what is left over belongs to the next.
+             // Fields truncated to their limits; the rest of one is not taken for the next.
              {"iTXt",
               BYTES(80, 'k') + Text("\0") + BYTES(17, 'l') + BYTES(80, 't') + BYTES(300, 'x')},
              {"bKGD", {1, 2, 3, 4, 5, 6}},
@@ -266,7 +266,7 @@ TEST(PNG, HeaderFacts)
     EXPECT_EQ(h.KeyBlue, 3);
 }
 
-// A stream's bytes from its bits, the first one lowest.
+// A stream's bytes from its bits, lowest first.
 static BYTES Bits(const std::string &bits)
 {
     BYTES bytes;
@@ -282,7 +282,7 @@ static BYTES Bits(const std::string &bits)
     return bytes;
 }
 
-// The low `count` bits of a number, the highest or the lowest first.
+// The low `count` bits of a number, highest or lowest first.
 static std::string Digits(size_t value, size_t count, bool highFirst)
 {
     std::string digits;
@@ -291,8 +291,8 @@ static std::string Digits(size_t value, size_t count, bool highFirst)
     return digits;
 }
 
-// The code lengths of a dynamic block: each of the code-length code's symbols has 5 bits. The codes
-// after its 19 do not exist; one bit of them is dropped.
+// The code lengths of a dynamic block: each symbol of the code-length code has 5 bits. The codes
+// after its 19 are undefined; one bit of them is dropped.
 static std::string Length(size_t length)
 {
     return Digits(length, 5, true);
@@ -303,7 +303,7 @@ static std::string Zeros(size_t count)  // 11 to 138
     return Length(18) + Digits(count - 11, 7, false);
 }
 
-// The start of a last block with dynamic codes (RFC 1951, 3.2.7), of so many of either kind.
+// The start of a final block with dynamic codes (RFC 1951, 3.2.7), with so many of either kind.
 static std::string Dynamic(size_t literals, size_t distances)
 {
     std::string bits = "101" + Digits(literals - 257, 5, false) + Digits(distances - 1, 5, false) +
@@ -360,7 +360,7 @@ TEST(Inflate, Streams)
     }
 }
 
-// Canonical codes of the lengths (RFC 1951, 3.2.2).
+// Canonical codes from their lengths (RFC 1951, 3.2.2).
 static std::vector<std::string> CodesOf(const std::vector<size_t> &lengths)
 {
     std::vector<std::string> codes(lengths.size());
@@ -373,7 +373,7 @@ static std::vector<std::string> CodesOf(const std::vector<size_t> &lengths)
 
 TEST(Inflate, CodesOfUpTo15Bits)
 {
-    // Letters have 3 to 15 bits, matches of 3 and the end fewer; near distances have the most.
+    // Letters have 3 to 15 bits, matches of 3 and the end fewer; near distances the most.
     constexpr size_t letters[] = {3, 4, 5, 6, 7, 8, 9, 10, 12, 12, 12, 13, 14, 15, 15};
     std::vector<size_t> literals(258), distances;
     std::copy(std::begin(letters), std::end(letters), literals.begin() + 'a');
@@ -387,7 +387,7 @@ TEST(Inflate, CodesOfUpTo15Bits)
             bits += Length(length);
     const auto codes = CodesOf(literals), distanceCodes = CodesOf(distances);
     BYTES expected;
-    for (int round = 0; round < 3; round++) {  // the last one where the stream's end is near
+    for (int round = 0; round < 3; round++) {  // the last one near the stream's end
         for (size_t i = 0; i < std::size(letters); i++) {
             bits += codes['a' + i];
             expected.push_back(static_cast<uint8_t>('a' + i));
@@ -399,7 +399,7 @@ TEST(Inflate, CodesOfUpTo15Bits)
                 expected.push_back(expected[expected.size() - least[i]]);
         }
     }
-    // The end after a literal, and bytes enough after it for the quick way.
+    // The end after a literal, with enough bytes after it for the fast path.
     bits += codes['a'] + codes[256] + std::string(512, '0');
     expected.push_back('a');
     BYTES out(1000);
@@ -422,8 +422,8 @@ TEST(Inflate, ExactRoomIsNotOverrun)
     }
 }
 
-// A number by the class that it falls in and its place there: `classBits` gives a class's extra
-// bits, and the first class holds `least`.
+// A number by its class and its place there: `classBits` gives a class's extra bits; the first
+// class starts at `least`.
 static std::string InClass(size_t value, size_t least, size_t (*classBits)(size_t),
                            std::string (*code)(size_t))
 {
@@ -460,7 +460,8 @@ TEST(Inflate, CopiesByteByByte)
             start.push_back(static_cast<uint8_t>(i * 37 % 131));
             literals += Digits(0x30u + start.back(), 8, true);
         }
-        // A match, and what is left of the stream after it: the end is decoded by other steps.
+        // A match, and what is left of the stream after it, since the end is decoded by another
+        // path.
         for (const size_t length : {3u, 8u, 15u, 16u, 17u, 31u, 32u, 33u, 64u, 65u, 257u, 258u})
             for (const size_t after : {0u, 100u}) {
                 BYTES expected = start;
@@ -479,8 +480,8 @@ TEST(Inflate, CopiesByteByByte)
     }
 }
 
-// Rows that differ from those above by what the stream repeats from as far back as can be, in a
-// picture of which the decoder holds only a part at a time; a row may be longer than it goes back.
+// Rows that repeat data from as far back as possible, in a picture that the decoder holds only in
+// part; a row may be longer than that distance.
 TEST(PNG, LargePictures)
 {
     for (const auto &[bytes, height] : {std::pair<size_t, size_t>{1001, 500}, {60001, 9}}) {

@@ -1,4 +1,4 @@
-// Files that are replaced whole, or stay.
+// Files that are replaced as a whole, or unchanged.
 #include "extra/replace.h"
 
 #include <cerrno>
@@ -14,7 +14,7 @@
 
 namespace fs = std::filesystem;
 
-// A folder with "old" in it, which the last test left as it had to.
+// A folder that contains "old", checked to be as the last test had to leave it.
 class Replace : public testing::Test
 {
 protected:
@@ -35,7 +35,7 @@ protected:
         const BYTES bytes = ReadFile(file);
         return {bytes.begin(), bytes.end()};
     }
-    // Replaces the file with as many letters; what Replace_Open or Replace_Commit said.
+    // Replaces the file with so many letters; returns the result of Replace_Open or Replace_Commit.
     static int Write(const std::string &file, size_t letters)
     {
         REPLACE replace;

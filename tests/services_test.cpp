@@ -17,7 +17,7 @@
 static const struct SORT {
     const char *Name;
     void (*Sort)(int32_t *a, uint16_t n);
-    uint16_t Most;  // elements that it sorts in a moment
+    uint16_t Most;  // elements that it sorts quickly enough
 } sorts[] = {
     {"selection", Extra_SelectionSort, 4000}, {"insertion", Extra_InsertSort, 4000},
     {"heap", Extra_HeapSort, 65535},          {"bubble", Extra_BubbleSort, 3000},
@@ -25,7 +25,7 @@ static const struct SORT {
     {"cruiser", Extra_CruiserSort, 200},
 };
 
-// Sorts a copy with a greatest value after it, which has to stay there.
+// Sorts a copy followed by a maximum, which must stay there.
 static void ExpectSorts(const SORT &sort, std::vector<int32_t> values, const char *what)
 {
     std::vector<int32_t> expected = values;
@@ -39,7 +39,7 @@ static void ExpectSorts(const SORT &sort, std::vector<int32_t> values, const cha
 TEST(Sorts, GiveWhatTheStandardLibraryGives)
 {
     std::mt19937 random(1);
-    rlimit stack;  // too small for recursions as deep as n
+    rlimit stack;  // too small for recursion as deep as n
     getrlimit(RLIMIT_STACK, &stack);
     stack.rlim_cur = 1 << 20;
     setrlimit(RLIMIT_STACK, &stack);
@@ -70,14 +70,14 @@ TEST(Sorts, LeaveBehind)
     Extra_BubbleSort(values.data(), 1);
     EXPECT_EQ(values, (std::vector<int32_t>{1, 5, 0})) << "one element and its neighbour";
     Extra_CreateHeap(255, 4);
-    Extra_PushDWord(0xFFFFFFFF);  // not taken for a segment of the array
+    Extra_PushDWord(0xFFFFFFFF);  // not mistaken for a segment of the array
     ExpectSorts({"merge", Extra_MergeSort, 3}, {3, 1, 2}, "beside a heap 255");
     EXPECT_EQ(Extra_Heap[255], nullptr);
     EXPECT_EQ(Extra_Pointer, 255);
     EXPECT_EQ(Extra_LIFOorFIFO, 0);
 }
 
-// The hash (FNV-1a) over the results for a grid of colours is from the formulas in Python.
+// The hash (FNV-1a) over a grid of colours comes from the formulas in Python.
 TEST(Colours, BothWays)
 {
     BYTES results;
@@ -140,7 +140,7 @@ TEST(Numerals, RoundTrips)
         const std::string decimal = std::to_string(value);
         EXPECT_EQ(Convert(0, 10, Convert(10, 0, decimal)), decimal);
     }
-    // From base 11 on only texts with an A do not find back.
+    // From base 11 on only texts without an A survive.
     for (int base = 2; base <= 36; base++)
         for (uint64_t value = 0; value <= 0xFFFFFFFF; value = value * 9 / 8 + 1) {
             const std::string decimal = std::to_string(value), text = Convert(10, base, decimal);

@@ -10,7 +10,7 @@
 #include "picture/xbm.h"
 #include "tests/pictures.h"
 
-// Pixels as R G B in hexadecimal, behind them A if not opaque; "W" white, "B" black, "." nothing.
+// Pixels as R G B in hexadecimal, followed by A if not opaque; "W" white, "B" black, "." nothing.
 static std::string Shown(const uint8_t *pixels, size_t width, size_t height)
 {
     if (!pixels)
@@ -46,7 +46,7 @@ static void Check(uint8_t format, const std::vector<ROW> &rows)
         EXPECT_EQ(p.Bits, r.bits) << r.what;
         const std::string shown = Shown(p.Pixels, p.BufferWidth, p.BufferHeight);
         EXPECT_EQ(shown, r.pixels) << r.what;
-        if (format != PICTURE_SPRITES) {  // of which the first image is shown
+        if (format != PICTURE_SPRITES) {  // the first image is shown
             EXPECT_EQ(*Picture_Reason() == 0, shown != "null" && !shown.ends_with('.')) << r.what;
         }
     }
@@ -153,8 +153,8 @@ TEST(PNM, TextsAndBytes)
         {"P5 of 15", Text("P5\n#\n3 1\n15\n\x0F\x07\x1E"), 8, "W 777777 fefefe"},
         {"P5 of 16 bits", Text("P5\n#\n1 1\n65535\nzz"), 8, "B"},
         {"P6", Text("P6\n#\n1 2\n255\n\1\2\3\n\r "), 24, "010203/0a0d20"},
-        {"no line behind the magic", Text("P6\n1 1\n255\n\1\2\3"), 24, "010203"},
-        {"any line behind the magic", Text("P6\nabc\n1 1\n255\n\1\2\3"), 24, "010203"},
+        {"no line after the magic", Text("P6\n1 1\n255\n\1\2\3"), 24, "010203"},
+        {"any line after the magic", Text("P6\nabc\n1 1\n255\n\1\2\3"), 24, "010203"},
         {"further comments", Text("P6\n#\n# c\n1 1\n# 9\n#\n255\n\1\2\3"), 24, "010203"},
         {"the first row missing", Text("P6\n#\n2 2\n255\n\1\2\3\4\5"), 24, "null"},
         {"less than an eighth", Text("P5\n#\n1 24\n255\n\1\2"), 8, "null"},
@@ -179,7 +179,7 @@ TEST(XBM, BytesAndWords)
         {"words, an odd number of bytes", xbm("8", "0x8001"), 1, "B W W W W W W W/W W W W W W W B"},
         {"capitals", Text("A_WIDTH 1\nA_HEIGHT 1\nA_BITS 0XfE"), 1, "W B B B B B B B"},
         {"bytes missing", xbm("8", "0x01 0"), 1, "B W W W W W W W/. . . . . . . ."},
-        {"nothing behind a NUL", Text("_width 8\n_height 2\n_bits 0x01 \0 0x80"), 1,
+        {"nothing after a NUL", Text("_width 8\n_height 2\n_bits 0x01 \0 0x80"), 1,
          "B W W W W W W W/. . . . . . . ."},
         {"no bits", xbm("8", ""), 1, "null"},
         {"the first row missing", xbm("4000", "0x00"), 1, "null"},
@@ -193,7 +193,7 @@ TEST(XBM, BytesAndWords)
     EXPECT_EQ(hot.substr(XBM_Header.DataOffset), "0x1234");
     XBM_UnLoad();
     LOADED(xbm("8", "0x01"));
-    EXPECT_EQ(XBM_Header.HotX, 0);  // nothing stays of an earlier file
+    EXPECT_EQ(XBM_Header.HotX, 0);  // nothing remains of an earlier file
 }
 
 TEST(Sprites, AllImages)
@@ -230,6 +230,6 @@ TEST(SmallPictures, RealFilesAndTheirPrefixes)
     CheckFile("tga/rgb24_bottom_left_rle.tga", 0x83602f4a6918f23d, 7);
     CheckFile("tga/rgb32_top_left_rle.tga", 0xc7a217ebd0c85077, 7);
     CheckFile("pnm/hippopotamus.ppm", 0x19af49f898522702, 7);
-    CheckFile("xbm/spiral.xbm", 0xe0df60d5b1a64bb1, 1, {}, 8);  // a number cut is another
+    CheckFile("xbm/spiral.xbm", 0xe0df60d5b1a64bb1, 1, {}, 8);  // truncation alters a number
     CheckFile("xbm/hotspot.xbm", 0x95f08cdd9e048c18, 1, {}, 8);
 }

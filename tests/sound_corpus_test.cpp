@@ -1,5 +1,5 @@
-// Real files against what independent decoders make of them: all that expected_sounds.tsv lists, in
-// the test data and in the folder that the environment variable CORPUS names, if it does.
+// Real files against independent decoders: all that expected_sounds.tsv lists, in the test data and
+// in the folder named by the environment variable CORPUS, if any.
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
@@ -10,7 +10,7 @@
 namespace
 {
 
-// How a file's output differs on purpose from what other decoders give.
+// How a file's output differs on purpose from other decoders'.
 struct DEVIATION {
     const char *File;
     bool Comparable;
@@ -33,10 +33,10 @@ const MODULE *ModuleOf(const std::string &file)
     for (const MODULE *module : Modules)
         if (file.starts_with(std::string(module->Name) + "/"))
             return module;
-    return nullptr;  // another test's
+    return nullptr;  // covered by another test
 }
 
-// Bytes that a refill stores for each that it takes.
+// Bytes that a refill stores for each byte read.
 uint32_t ExpansionOf(const MODULE &module)
 {
     const bool g711 = &module == &Voc    ? VOC_GetHeader(0)->Codec >= 6
@@ -46,7 +46,7 @@ uint32_t ExpansionOf(const MODULE &module)
     return g711 ? 2 : 1;
 }
 
-// All that refills store, with what their lengths leave out.
+// All that refills store, including what their lengths leave out.
 BYTES DecodePlain(const MODULE &module, const std::string &path, const FACTS &facts)
 {
     BYTES all;
@@ -60,8 +60,8 @@ BYTES DecodePlain(const MODULE &module, const std::string &path, const FACTS &fa
     }
 }
 
-// The same for ADPCM, a block a refill. IMA's first samples, which are not output, come from the
-// file.
+// The same for ADPCM, one block per refill. IMA's first samples, which are not output, come from
+// the file.
 BYTES DecodeADPCM(const std::string &path, const FACTS &facts)
 {
     const WAV_HEADER &record = *WAV_GetHeader(0);
@@ -82,7 +82,7 @@ BYTES DecodeADPCM(const std::string &path, const FACTS &facts)
     }
 }
 
-// Samples left-justified in 32 bits, little-endian. 8 bits are unsigned, or with their sign turned.
+// Samples left-justified in 32 bits, little-endian. 8 bits are unsigned or negated.
 BYTES Justify(const MODULE &module, const BYTES &bytes, size_t start, size_t size)
 {
     BYTES samples;
@@ -109,7 +109,7 @@ BYTES Decode(const MODULE &module, const std::string &path, const FACTS &facts)
     return Justify(module, DecodePlain(module, path, facts), start, facts.BitsPerSample / 8);
 }
 
-// By the framework's rules. Files named after their collections exercise what is beyond them.
+// By the framework's rules. Files named after their collections exercise features beyond them.
 void CheckFrameworkRules(const std::string &folder, const std::vector<std::string> &row)
 {
     if (row[0].find("__") != std::string::npos)
@@ -132,8 +132,8 @@ void CheckFrameworkRules(const std::string &folder, const std::vector<std::strin
     EXPECT_EQ(facts.Channels, channels);
     EXPECT_EQ(facts.SamplingRate, rate);
     BYTES samples = Decode(module, folder + file, facts);
-    samples.resize(bytes);  // what has no end of its own is played further
-    // Microsoft's predictions are cut toward zero.
+    samples.resize(bytes);  // a sound without an end continues
+    // Microsoft's predictions are truncated toward zero.
     const std::string cut = "truncation toward zero: ffmpeg s16=";
     if (const size_t at = note.find(cut); at != std::string::npos) {
         BYTES high;
@@ -145,7 +145,7 @@ void CheckFrameworkRules(const std::string &folder, const std::vector<std::strin
     }
 }
 
-// Files that are not decoded by the formats' rules either.
+// Files that the formats' rules do not decode either.
 constexpr const char *NotDecoded[] = {"wav/music-metadata__test_samples_wav_gsm610.wav"};
 
 bool IsIn(std::span<const char *const> files, const std::string &file)
@@ -156,7 +156,7 @@ bool IsIn(std::span<const char *const> files, const std::string &file)
 void CheckFormatRules(const std::string &folder, const std::vector<std::string> &row)
 {
     const FORMAT_RULES rules;
-    Sound_MixAbove = Sound_MaxChannels;  // all channels, as the other decoders give them
+    Sound_MixAbove = Sound_MaxChannels;  // all channels, like the other decoders
     const MODULE &module = *ModuleOf(row[0]);
     const FACTS facts = LoadFirst(module, folder + row[0]);
     if (IsIn(NotDecoded, row[0])) {

@@ -1,4 +1,4 @@
-// Sounds without memory and from disks that fail: whole, or less with an error or a reason.
+// Sounds out of memory and on failing disks: whole, or less with an error or a reason.
 #include "tests/cookie.h"
 #include "tests/faults.h"
 #include "tests/mod_writer.h"
@@ -22,7 +22,7 @@ struct RESULT {
     std::string Reason;
 };
 
-// Loads a file and takes all of it, after a leap, while the memory fails at an allocation or the
+// Loads a file and takes all of it, after a seek, while the memory fails at an allocation or the
 // disk from a position on.
 static RESULT Take(const std::string &path, long left, size_t failAt = SIZE_MAX)
 {

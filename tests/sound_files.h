@@ -1,4 +1,4 @@
-// The sound modules behind one face, and their refills as the engine asks for them.
+// A common interface to the sound modules, and refills as the engine requests them.
 #pragma once
 
 #include <memory>
@@ -70,7 +70,7 @@ struct REFILL {
     uint64_t Position;  // of the file afterwards
 };
 
-// Guarded: what lies behind the buffer must stay.
+// Guarded: bytes past the buffer must not change.
 inline REFILL Refill(const MODULE &module, uint64_t position, uint32_t length,
                      const std::string &path = TempPath("sound"))
 {
@@ -100,7 +100,7 @@ struct FORMAT_RULES {
     FORMAT_RULES &operator=(const FORMAT_RULES &) = delete;
 };
 
-// All of a sound by the format's rules, in buffers of so many frames by turns.
+// The complete sound by the format's rules, in buffers of so many frames in turn.
 inline BYTES DecodeWhole(const MODULE &module, const std::string &path, const FACTS &facts,
                          const std::vector<uint32_t> &frames)
 {
@@ -117,8 +117,8 @@ inline BYTES DecodeWhole(const MODULE &module, const std::string &path, const FA
     }
 }
 
-// What a file is by the format's rules, and its samples: of 8 bits unsigned ones. Starting over,
-// and buffers of any size, change nothing.
+// A file's facts by the format's rules, and its samples; 8-bit ones are unsigned. Starting over, or
+// other buffer sizes, must change nothing.
 struct FORMAT_ROW {
     const char *What;
     const MODULE &Module;

@@ -1,5 +1,6 @@
-// Every sound of tests/data (and of the folder CORPUS names) loaded by four threads at once, from
-// its file or from memory, and refilled and unloaded on another thread: as one thread does it.
+// Every sound of tests/data (and of the folder named by CORPUS) loaded by four threads at once,
+// from its file or from memory, and refilled and unloaded on another thread: the same as on one
+// thread.
 #include <cstdlib>
 #include <deque>
 #include <mutex>
@@ -42,7 +43,7 @@ static std::vector<SOUND> Sounds()
     return sounds;
 }
 
-// In the first slot each time: the record that was there stays with its track.
+// In the first slot each time: the earlier record stays with its track.
 static LOADED Load(const SOUND &sound, bool fromMemory)
 {
     AudioTrack *track = fromMemory ? Audio_LoadBytes(sound.Bytes) : Audio_Load(sound.Path.c_str());
@@ -52,7 +53,7 @@ static LOADED Load(const SOUND &sound, bool fromMemory)
     return {&sound, track, reason};
 }
 
-// All that comes of a load, as a text; unloads it.
+// A load's complete result, as text; unloads it.
 static std::string Finish(const LOADED &loaded)
 {
     AudioTrack *track = loaded.Track;
@@ -102,7 +103,7 @@ TEST(SoundThreads, FourAsOne)
                 const std::lock_guard lock(mutex);
                 waiting.push_back(loaded);
             }
-            finish(4);  // what other threads loaded, mostly
+            finish(4);  // mostly loads of other threads
         }
     };
     std::vector<std::thread> threads;
@@ -110,12 +111,12 @@ TEST(SoundThreads, FourAsOne)
         threads.emplace_back(run, i);
     for (std::thread &thread : threads)
         thread.join();
-    finish(0);  // the threads that loaded these are gone
+    finish(0);  // the threads that loaded these have ended
     EXPECT_EQ(finished, 4 * sounds.size());
     Audio_Destroy();
 }
 
-// Rules are each thread's own, and stay with the record.
+// Each thread has its own rules, which its records keep.
 TEST(SoundThreads, Rules)
 {
     Audio_Rules = AUDIO_RULES_FORMAT;

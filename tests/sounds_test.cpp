@@ -54,7 +54,7 @@ TEST(Sounds, Headers)
         {"A-law", VocFile({1, 9, 0, 0, 0xA6, 6}), {1, 11111, 16, 32}, 6},
         {"other bytes in front", VocFile(BYTES(3, 5) + block1), {1, 11111, 8, 35}, 0},
         {"at the scan's end", VocFile(BYTES(997) + block9), {2, 44100, 16, 1039}, 4},
-        {"behind it", VocFile(BYTES(998) + block9), {1, 0, 8, 0}, 0},
+        {"past it", VocFile(BYTES(998) + block9), {1, 0, 8, 0}, 0},
     };
     for (const FILE_ROW &row : voc) {
         EXPECT_EQ(LoadBytes(Voc, row.File), row.Facts) << row.What;
@@ -90,7 +90,7 @@ TEST(Sounds, Headers)
         {"ALAW", aifc(8, Text("ALAW")), {2, 44100, 16, 50}, 2, "ALAW"},
         {"the last name wins", aifc(8, Text("uLawalaw")), {2, 44100, 16, 54}, 3, "uLawalaw"},
         {"none of them", aifc(16, Text("sowt")), {2, 44100, 16, 50}, 0, "sowt"},
-        {"behind the cut", aifc(16, BYTES(15, 'x') + Text("alaw")), {2, 44100, 16, 65}, 0, cut},
+        {"past the cut", aifc(16, BYTES(15, 'x') + Text("alaw")), {2, 44100, 16, 65}, 0, cut},
         {"a long text", aifc(16, BYTES(300, 'x')), {2, 44100, 16, 346}, 0, x17},
         {"odd, not padded", IffFile("AIFF", odd + Comm(16) + sound), {2, 44100, 16, 61}, 0},
         {"odd, padded", IffFile("AIFF", Comm(16) + odd + BYTES(1) + sound), {2, 44100, 16, 62}, 0},
@@ -104,7 +104,7 @@ TEST(Sounds, Headers)
     }
 }
 
-// What each codec makes of seven bytes, and by how much the length falls short.
+// The result of each codec for seven bytes, and how much its length falls short.
 TEST(Sounds, Codecs)
 {
     const auto g711 = [](int16_t (*expand)(uint8_t)) {
@@ -123,7 +123,7 @@ TEST(Sounds, Codecs)
     const struct {
         const char *what;
         const MODULE &module;
-        BYTES file, expected;  // nothing: the buffer stays
+        BYTES file, expected;  // nothing: the buffer is unchanged
         uint32_t given, reported, atEnd;
     } rows[] = {
         {"VOC 16 bits, half a sample at the end", Voc, voc(4), Data, 100, 6, 0},
@@ -314,7 +314,7 @@ TEST(Sounds, FormatRules)
         CheckFormat(row);
 }
 
-// Of every module, in their order, a file that shows most of its header.
+// For every module, in their order, a file that uses most of its header.
 static const BYTES Samples[] = {
     ReadFile(TEST_DATA "sounds/wav/waveformatextensible-24bit-192kHz-mono.wav"),
     VocFile({8, 4, 0, 0, 0x54, 0xE9, 4, 1, 1, 9, 0, 0, 0xA6, 6, 1, 2, 3, 4}),
@@ -349,7 +349,7 @@ TEST(Sounds, Records)
     }
 }
 
-// A file cut anywhere stays within the buffer, and finds its data where they are.
+// A truncated file stays within the buffer, and its data are found at the same place.
 TEST(Sounds, Prefixes)
 {
     for (size_t i = 0; i < std::size(Modules); i++) {

@@ -59,7 +59,7 @@ TEST(System, SearchFindsWithCaseOffset)
         {"#define X_WIDTH 8", "_width", 0, -32, 1, 9},
         {"abab", "ab", 1, 0, 1, 2},
         {"ab", "abc", 0, 0, 0, 0},
-        {"ab", "b ", 0, -32, 0, 0},  // a blank less 32 is no match for the end
+        {"ab", "b ", 0, -32, 0, 0},  // a blank less 32 does not match the end
         {"ab", "", 1, 0, 1, 1},
         {"", "", 0, 0, 0, 0},
     };
@@ -80,7 +80,7 @@ TEST(System, FieldsOfTexts)
         {"123 45", 123, 4},
         {"9\n\0\0\0\0\0", 9, 2},
         {"\r\0\0\0\0\0\0\0", 0, 1},
-        {"123456789", 1234567, 8},  // seven characters, and the eighth goes with them
+        {"123456789", 1234567, 8},  // seven characters, and the eighth is consumed with them
     };
     for (const auto &r : rows) {
         uint32_t position = 0;

@@ -8,8 +8,8 @@
 #include "picture/fax.h"
 #include "tests/pixels.h"
 
-// The header, the pixels right behind it, then a directory of tags told as "256=5 258=8,8,8".
-// Values are words, or double words beyond them.
+// The header, the pixels right after it, then a directory of tags written as "256=5 258=8,8,8".
+// Values are words, or double words if larger.
 static BYTES MakeFile(const BYTES &data, const std::string &tags, bool bigEndian = false)
 {
     BYTES entries, lists;
@@ -45,7 +45,7 @@ static BYTES MakeFile(const BYTES &data, const std::string &tags, bool bigEndian
            number(count, 2) + entries + number(0, 4) + lists;
 }
 
-// A tag of values that are all 0 but one in each third.
+// A tag of values that are all 0 except one in each third.
 static std::string Palette(const std::string &r, const std::string &g, const std::string &b)
 {
     std::string text = "320=";
@@ -56,7 +56,7 @@ static std::string Palette(const std::string &r, const std::string &g, const std
     return text;
 }
 
-// What a file shows under the format's rules.
+// The result for a file under the format's rules.
 static std::string ShowByFormat(const BYTES &file)
 {
     const RULES rules(PICTURE_RULES_FORMAT);
@@ -71,7 +71,7 @@ TEST(TIF, PixelsOfEveryKind)
         std::string tags;
         const char *pixels;
     } rows[] = {
-        {"RGB behind the header", "010203 040506", "256=2 257=1 258=8,8,8", "010203FF 040506FF"},
+        {"RGB after the header", "010203 040506", "256=2 257=1 258=8,8,8", "010203FF 040506FF"},
         {"a single 8", "010203", "256=1 257=1 258=8", "010203FF"},
         {"an uneven list counts as 8", "010203", "256=1 257=1 258=5,6,5", "010203FF"},
         {"16 bits", "010203040506", "256=1 257=1 258=16,16,16", ""},
@@ -182,7 +182,7 @@ TEST(TIF, PixelsByTheFormatsRules)
         }
 }
 
-// Codes as LZW writes them, the highest bit first, longer as the table fills.
+// Codes as LZW writes them, highest bit first, longer as the table fills.
 static BYTES PackCodes(const std::vector<uint32_t> &codes)
 {
     BYTES bytes;
@@ -193,13 +193,13 @@ static BYTES PackCodes(const std::vector<uint32_t> &codes)
         held = held << width | code;
         for (count += width; count >= 8; count -= 8)
             bytes.push_back(static_cast<uint8_t>(held >> (count - 8)));
-        next = code == 256 ? 257 : next + 1;  // the first code after a clear makes no string
+        next = code == 256 ? 257 : next + 1;  // the first code after a clear adds no string
     }
     bytes.push_back(static_cast<uint8_t>(held << (8 - count)));
     return bytes;
 }
 
-// A row of greys out of an LZW strip.
+// A row of greys from an LZW strip.
 static BYTES MakeLZW(const std::vector<uint32_t> &codes, size_t width, int predictor)
 {
     const BYTES data = PackCodes(codes);
@@ -213,20 +213,20 @@ TEST(TIF, LZWStrings)
         const char *what;
         int predictor;
         std::vector<uint32_t> codes;
-        const char *pixels;  // what the codes do not give is left out
+        const char *pixels;  // missing pixels are left out
     } rows[] = {
         {"its own start at the end", 1, {256, 7, 258, 259, 257}, "07 07 07 07 07 07 - -"},
         {"strings of strings", 1, {256, 1, 2, 258, 3, 260, 257}, "01 02 01 02 03 01 02 03"},
         {"a clear forgets", 1, {256, 1, 2, 256, 5, 6, 258, 257}, "01 02 05 06 05 06 - -"},
         {"no clear at first", 1, {1, 2, 258}, "01 02 01 02 - - - -"},
-        {"a code not yet told ends it", 1, {256, 1, 260, 2}, "01 - - - - - - -"},
+        {"an undefined code ends it", 1, {256, 1, 260, 2}, "01 - - - - - - -"},
         {"a string first", 1, {256, 258, 1, 1, 1}, "- - - - - - - -"},
         {"differences", 2, {256, 1, 255, 3, 1, 257}, "01 00 03 04 - - - -"},
     };
     for (const auto &r : rows)
         EXPECT_EQ(Show(MakeLZW(r.codes, 8, r.predictor)), r.pixels) << r.what;
 
-    // a table that fills, and keeps its strings: code 258 + i is the pair from byte i
+    // a table that fills up and keeps its strings: code 258 + i is the pair from byte i
     std::vector<uint32_t> codes = {256};
     for (uint32_t i = 0; i < 5000; i++)
         codes.push_back(i % 251);
@@ -239,7 +239,7 @@ TEST(TIF, LZWStrings)
     }
 }
 
-// Bits as text, with any spaces between them.
+// Bits as text, with optional spaces.
 static BYTES Bits(const std::string &text)
 {
     BYTES bytes;
@@ -270,7 +270,7 @@ TEST(TIF, FaxRows)
          "000011 1  000010 1" +
              eol + eol,
          "..###... ...#.... ........ ######## ######## ...##### ######## ..###### ########"},
-        {"a mode that is none", FAX_Group4, "1  001 0111 11 0000001", "........ ..##....", true},
+        {"an invalid mode", FAX_Group4, "1  001 0111 11 0000001", "........ ..##....", true},
         {"a shift left of the picture", FAX_Group4, "001 00110101 000101  010", "########", true},
         {"a run beyond the row", FAX_Group4, "1  001 0111 000101", "........ ........", true},
         {"rows that begin on bytes", FAX_Bytes, "10011 000" + whole, "........ ..##...."},

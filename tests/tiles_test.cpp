@@ -1,5 +1,5 @@
-// The tiles under datas/ as the game shows them: on the faces of turning cubes, small, and to eyes
-// of different kinds.
+// The tiles under datas/ as the game shows them: on the faces of turning cubes, at small sizes, and
+// to eyes with various colour vision.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -66,7 +66,7 @@ TEST(Tiles, FacesComeRoundUpright)
 constexpr size_t Side = 256;
 using COLOUR = std::array<uint8_t, 3>;
 
-// The pixels of a tile; black where it is not what the game needs.
+// The pixels of a tile; black unless the file fits the game.
 static std::vector<COLOUR> LoadTile(const std::string &name)
 {
     const Picture tile = Picture_Load((GAME_DATA + name + ".ham8").c_str(), 0, 0);
@@ -99,7 +99,7 @@ TEST(Tiles, AllAreFacesOfOneBlock)
     constexpr size_t rimX = 6, rimY = 8, end = Side - 1;  // texels
     for (const char *name : {"Base", "Mine", "Empty", "Question", "Flag", "One", "Two", "Three",
                              "Four", "Five", "Six", "Seven", "Eight"}) {
-        // Faces touch: the rim tells cells apart, and from the yellow behind them.
+        // Faces touch: the rim separates cells, and from the yellow background.
         const std::vector<COLOUR> tile = LoadTile(name);
         int brightest = 0;
         for (size_t i = 0; i < tile.size(); i++) {
@@ -108,7 +108,7 @@ TEST(Tiles, AllAreFacesOfOneBlock)
             brightest = std::max(brightest, x < rimX || y < rimY ? Sum(tile[i]) : 0);
         }
         EXPECT_LT(brightest, 120) << name;
-        // The bevel inside of it is lit from the top left.
+        // The bevel inside it is lit from the top left.
         EXPECT_GT(Line(tile, (rimY + 3) * Side, 1), 4 * Line(tile, (end - rimY - 3) * Side, 1))
             << name;
         EXPECT_GT(Line(tile, rimX + 3, Side), 2 * Line(tile, end - rimX - 3, Side)) << name;
@@ -120,11 +120,11 @@ TEST(Tiles, SignsStayBoldInSmallCells)
     const auto isRed = [](const COLOUR &c) { return c[0] > 180 && c[0] > c[2] + 90; };
     const auto isDark = [](const COLOUR &c) { return Sum(c) < 240; };
     const auto isWhite = [](const COLOUR &c) { return Sum(c) > 540; };
-    constexpr size_t small = 16, texels = Side / small;  // the mipmap's level in a 64 by 64 field
+    constexpr size_t small = 16, texels = Side / small;  // the mipmap level in a 64 by 64 field
     const struct {
         const char *name;
         bool (*is)(const COLOUR &);
-        int pixels;  // off the rim
+        int pixels;  // other than the rim's
     } rows[] = {{"Flag", isRed, 24}, {"Mine", isDark, 24}, {"Question", isWhite, 6}};
     for (const auto &r : rows) {
         const std::vector<COLOUR> tile = LoadTile(r.name);
@@ -156,7 +156,7 @@ static TRIPLE Times(const MATRIX &m, const TRIPLE &v)
     return product;
 }
 
-// CIE L*a*b* (D65) of an sRGB colour for an eye that mixes the linear components.
+// CIE L*a*b* (D65) of an sRGB colour, after mixing its linear components as the eye does.
 static TRIPLE Lab(const COLOUR &colour, const MATRIX &eye)
 {
     constexpr MATRIX toXYZ = {{{0.4339535, 0.3762192, 0.1898273},  // over X, Y, Z of white
@@ -176,7 +176,7 @@ static TRIPLE Lab(const COLOUR &colour, const MATRIX &eye)
     return {116 * f[1] - 16, 500 * (f[0] - f[1]), 200 * (f[1] - f[2])};
 }
 
-// The commonest colour of what a digit adds to an empty cell.
+// The most common colour that a digit adds to an empty cell.
 static COLOUR DigitColour(const std::string &name, const std::vector<COLOUR> &empty)
 {
     const std::vector<COLOUR> tile = LoadTile(name);

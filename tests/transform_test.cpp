@@ -10,7 +10,7 @@ static void ExpectNear(const EXTRA_MATRIX &m, const EXTRA_MATRIX &expected, cons
         EXPECT_NEAR(m[i], expected[i], 1e-6) << what << ", element " << i;
 }
 
-// Where a matrix takes a point.
+// The image of a point under a matrix.
 static EXTRA_VECTOR Apply(const EXTRA_MATRIX &m, const EXTRA_VECTOR &v)
 {
     EXTRA_VECTOR result;
@@ -93,7 +93,7 @@ TEST(Projection, PointsTurnAndShrinkWithDepth)
     } rows[] = {
         {"ahead", 0, 0, 0, 0, {110, 85, 1}},
         {"farther", 0, 0, 0, 200, {105, 82, 1}},
-        {"behind the scale distance", 0, 0, 0, -100, {120, 90, 0}},
+        {"nearer by the whole scale", 0, 0, 0, -100, {120, 90, 0}},
         {"turned about z", 0, 0, 90, 0, {105, 70, 1}},
         {"turned about y", 0, 90, 0, 0, {100, 84, 1}},
         {"turned about x", 90, 0, 0, 0, {110, 80, 1}},

@@ -79,7 +79,7 @@ TEST(Viewer, OrientationsAreMadeUpright)
 
 TEST(Viewer, HalvesAreMeansWeightedByAlpha)
 {
-    // 3 by 2: opaque grey levels, a clear white pixel beside black, an odd last column.
+    // 3 by 2: opaque grey levels, a transparent white pixel beside black, an odd last column.
     const std::vector<uint8_t> pixels = {
         10, 10, 10, 255, 20, 20, 20, 255, 0,   0,   0,   255,
         30, 30, 30, 255, 41, 41, 41, 255, 255, 255, 255, 0,
@@ -89,7 +89,7 @@ TEST(Viewer, HalvesAreMeansWeightedByAlpha)
     EXPECT_EQ(half.Height, 1u);
     EXPECT_EQ(BYTES(half.Pixels.begin(), half.Pixels.end()),
               (BYTES{25, 25, 25, 255, 0, 0, 0, 128}));
-    // The left half of the middle column joins the left one.
+    // The left half of the middle column goes to the left one.
     const VIEWER_IMAGE fit = Viewer_Fit({3, 2, 3, pixels.data()}, 2);
     EXPECT_EQ(Viewer_Size(fit.Width, fit.Height), "2x1");
     EXPECT_EQ(BYTES(fit.Pixels.begin(), fit.Pixels.end()),
@@ -115,12 +115,12 @@ TEST(Viewer, CaptionsAreCutAtTheName)
         EXPECT_EQ(Sheet_Caption(r.name, "PNG, 1x1", r.room), r.expected) << r.what;
 }
 
-// A GIF of a row of three pixels, red or blue, in frames of one pixel: left, disposal, colour.
+// A GIF with a row of three pixels, red or blue, in frames of one pixel: left, disposal, colour.
 static BYTES MakeGIF(const std::vector<std::array<uint8_t, 3>> &frames)
 {
     BYTES file = Text("GIF89a\3\0\1\0\x80\0\0\xFF\0\0\0\0\xFF");
     for (const auto &[left, disposal, colour] : frames) {
-        // Codes of 3 bits: clear, the colour, end. The index 3, which is transparent, is not used.
+        // 3-bit codes: clear, the colour, end. The index 3, which is transparent, is not used.
         const uint16_t codes = static_cast<uint16_t>(4 | colour << 3 | 5 << 6);
         BYTES frame = Text("!\xF9\4d\xA\0\3\0,l\0\0\0\1\0\1\0\0\2\2cc\0");
         frame[3] = static_cast<uint8_t>(disposal << 2 | 1);
@@ -167,7 +167,7 @@ TEST(Viewer, FramesAreComposedOrAlone)
     Picture_Rules = PICTURE_RULES_FRAMEWORK;
 }
 
-// Every kind of pixels through each of the formats that are written, and back.
+// Pixels of every kind through each writable format and back.
 TEST(Viewer, WhatIsWrittenIsReadBack)
 {
     Picture_Rules = PICTURE_RULES_FORMAT;
@@ -187,7 +187,7 @@ TEST(Viewer, WhatIsWrittenIsReadBack)
                 VIEWER_IMAGE image{width, 70, BYTES_BUFFER(size_t{width} * 70 * 4)};
                 uint32_t noise = 1;
                 for (size_t i = 0; i < image.Pixels.size(); i++) {
-                    noise = noise * 1664525 + 1013904223;  // a share of it, so that filters differ
+                    noise = noise * 1664525 + 1013904223;  // a part of it, so that filters differ
                     const size_t x = i / 4 % width, y = i / 4 / width,
                                  c = kind % 2 == 0 ? 0 : i % 4;
                     const size_t value = i % 4 == 3 ? (kind < 2 ? 255 : x + 1)
@@ -236,7 +236,7 @@ static std::shared_ptr<const VIEWER_FILE> Await(const AHEAD_KEY &key)
 TEST(Viewer, DecodesAheadByTheCallersRules)
 {
     Picture_Rules = PICTURE_RULES_FORMAT;
-    // 12 rows of 3 bytes are padded by the format's rules; a GIF, whose frames travel with it.
+    // 12 rows of 3 bytes are padded by the format's rules; a GIF carries its frames.
     const VIEWER_IMAGE image = ImageOf(std::vector<std::string>(400, std::string(300, 'x')));
     const std::string bmp = TempPath("ahead.bmp");
     FILE *out = std::fopen(bmp.c_str(), "wb");

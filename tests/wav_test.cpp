@@ -12,7 +12,7 @@ BYTES Little(int64_t value, int count)
     return Number(value, -count);
 }
 
-// 0, 1, 2 ... so that a byte tells where it stood.
+// 0, 1, 2 ... so that a byte shows its position.
 BYTES Ramp(size_t count)
 {
     BYTES bytes(count);
@@ -37,7 +37,7 @@ BYTES Format(uint16_t tag, uint16_t channels, uint16_t align, uint16_t bits)
            Little(align, 2) + Little(bits, 2);
 }
 
-// With seven pairs of coefficients, the last of which goes straight on.
+// With seven pairs of coefficients, the last of which extrapolates linearly.
 BYTES Microsoft(uint16_t channels, uint16_t align)
 {
     BYTES extra = Little(32, 2) + Little(0, 2) + Little(7, 2);
@@ -51,7 +51,7 @@ BYTES Ima(uint16_t channels, uint16_t align)
     return Format(17, channels, align, 4) + Little(2, 2) + Little(0, 2);
 }
 
-// As ADPCM files usually are: with a fact chunk in front of the data.
+// The usual layout of ADPCM files: with a fact chunk before the data.
 BYTES AdpcmFile(const BYTES &format, const BYTES &data)
 {
     return Riff(Part("fmt ", format) + Part("fact", Little(0, 4)) + Part("data", data));
@@ -59,8 +59,8 @@ BYTES AdpcmFile(const BYTES &format, const BYTES &data)
 
 }  // namespace
 
-// Lengths lack a sample, and one that passes the buffer's end is lost with it. The sound ends with
-// its chunk.
+// Lengths lack a sample; one that crosses the buffer's end is lost as well. The sound ends with its
+// chunk.
 TEST(Wav, Refills)
 {
     const struct {
@@ -74,7 +74,7 @@ TEST(Wav, Refills)
         {"16 bits, half a sample at the end", 1, 16, 7, 100, 6, 7},
         {"24 bits, a full buffer", 1, 24, 70000, 65536, 65535, 65538},
         {"32 bits", 1, 32, 40, 38, 36, 40},
-        {"one sample is none", 1, 32, 4, 100, 0, 4},
+        {"one sample counts as none", 1, 32, 4, 100, 0, 4},
         {"floating point is not decoded", 3, 32, 40, 40, 40, 0},
         {"A-law", 6, 8, 10, 100, 18, 10},
         {"mu-law, a full buffer", 7, 8, 70000, 65536, 65534, 32768},
@@ -104,7 +104,7 @@ TEST(Wav, Chunks)
     const BYTES extensible = Part("fmt ", Format(0xFFFE, 2, 4, 16) + Little(22, 2) + Little(16, 2) +
                                               Little(3, 4) + Little(1, 2) + Ramp(14));
     const BYTES unknown = Text("data\0\0\0\0") + Ramp(40), none = Part("none", {});
-    BYTES many = format;  // with data the walk's last ones
+    BYTES many = format;  // the data chunk is the last one walked
     for (int i = 0; i < 16382; i++)
         many.insert(many.end(), none.begin(), none.end());
     const BYTES large = Text("data\xFF\xFF\xFF\xFF") + Ramp(40);
@@ -113,11 +113,11 @@ TEST(Wav, Chunks)
         BYTES chunks;
         uint16_t tag;
         uint32_t start, end;
-        bool streamed = false;  // the size of the whole is not known either
+        bool streamed = false;  // the size of the whole is unknown, too
     } rows[] = {
         {"a chunk before the format", list + format + data, 1, 72, 112},
         {"an odd chunk is padded", format + odd + data, 1, 56, 96},
-        {"far behind the start", format + Part("far ", Ramp(5000)) + data, 1, 5052, 5092},
+        {"far past the start", format + Part("far ", Ramp(5000)) + data, 1, 5052, 5092},
         {"extensible", extensible + data, 1, 68, 108},
         {"a size of 0 is not known yet", format + unknown + list, 1, 44, 112, true},
         {"an empty sound", format + Part("data", {}) + list, 1, 44, 44},
@@ -139,13 +139,13 @@ TEST(Wav, Chunks)
     }
 }
 
-// Blocks worked by hand.
+// Blocks computed by hand.
 TEST(Wav, AdpcmSamples)
 {
     const struct {
         const char *what;
         BYTES format, block;
-        std::vector<int> samples;  // that count
+        std::vector<int> samples;  // the ones counted
     } rows[] = {
         // Predictor 9 is 6. 2 * 100 - 90 + 40, delta 35; 2 * 150 - 100 - 35.
         {"Microsoft", Microsoft(1, 9), {9, 40, 0, 100, 0, 90, 0, 0x1F, 0}, {90, 100, 150, 165}},
@@ -212,7 +212,7 @@ TEST(Wav, FormatRules)
     const BYTES six = Little(0, 2) + Little(17071, 2) + Little(0, 2) + Little(-32768, 2) +
                       Little(0, 2) + Little(0, 2);
     const BYTES three = Little(-1000, 2) + Little(1000, 2) + Little(1000, 2);
-    // The first block is whole, the second has a byte of codes.
+    // The first block is whole, the second has one byte of codes.
     const BYTES ima = {0, 0, 88, 0, 0x80, 0, 5, 0, 0, 0, 0x80};
     const BYTES fewer = Format(17, 1, 6, 4) + Little(2, 2) + Little(3, 2);
     const BYTES floor = {4, 16, 0, 0xFF, 0xFF, 0, 0, 0x00};
@@ -302,7 +302,7 @@ TEST(Wav, FormatRules)
         EXPECT_EQ(Audio_CheckBytes(other), AUDIO_WAV) << kind;
     }
 
-    // A block that unpacks to more than a buffer.
+    // A block that decodes to more than a buffer.
     const FORMAT_RULES rules;
     const FACTS facts =
         LoadBytes(Wav, Riff(Part("fmt ", Ima(1, 40004)) + Part("data", Ramp(100000))));

@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""Who may include whom: reads every #include of the tree against this table, and fails by name.
+"""Who may include whom: checks every #include of the tree against this table and names violations.
 
-A row: its name, the modules in it, and the rows and system headers that these may include. A module is
-a path without its ending; the first row that matches is its own. It may always include itself, the
-parts that carry its name (jpg: jpg_scan), and what its row says. Rows that name themselves may include
-within the row, but in no row do modules include each other in a circle.
+A row: its name, the modules in it, and the rows and system headers that they may include. A module is a
+path without its extension; it belongs to the first row that matches. It may always include itself, the
+parts that carry its name (jpg: jpg_scan), and what its row lists. A row that lists itself allows includes
+within the row, but modules must never include each other in a circle.
 
-With --mermaid it prints the table as the graph that CONTRIBUTING.md shows, without the arrows that follow
-from others; the check compares the two.
+With --mermaid it prints the table as the graph in CONTRIBUTING.md, without the arrows that follow from
+others; the check compares the two.
 """
 import fnmatch, pathlib, re, sys
 

@@ -1,6 +1,7 @@
-# For play and check: installing what is missing, and building. Sourced at the repository's root.
+# Shared by play and check: installing what is missing, and building. Sourced at the repository's
+# root.
 
-# What a build of the game needs, what running it without a display needs, and what the checks need.
+# Packages for building the game, for running it without a display, and for the checks.
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libglfw3-dev libglew-dev portaudio19-dev libcli11-dev zlib1g-dev libgl1-mesa-dri"
 DISPLAY_PACKAGES="xvfb"
 CHECK_PACKAGES="git clang clang-format libclang-rt-14-dev libgtest-dev libfaketime python3 xdotool x11-apps weston"
@@ -10,7 +11,7 @@ say() {
     printf '%s: %s\n' "$0" "$*" >&2
 }
 
-# The packages of the list that dpkg does not have installed.
+# The packages of the list that dpkg reports as not installed.
 missing_packages() {
     local package
     for package in "$@"; do
@@ -19,8 +20,8 @@ missing_packages() {
     done
 }
 
-# Installs the packages that are missing; asks apt only when there are any. Elsewhere than on Debian
-# and its kin it names them and goes on, since they may be there under other names.
+# Installs missing packages; calls apt only if there are any. On systems other than Debian and its
+# relatives it names them and continues, since they may be present under other names.
 install_packages() {
     local missing root=""
     if ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null; then
@@ -43,7 +44,7 @@ install_packages() {
     } >&2
 }
 
-# build FOLDER[:TARGET] OPTION...: configures and builds there, talking on standard error.
+# build FOLDER[:TARGET] OPTION...: configures and builds there, with output on standard error.
 build() {
     local folder=${1%%:*} target=all
     [ "$1" = "$folder" ] || target=${1#*:}
@@ -51,8 +52,8 @@ build() {
     cmake -G Ninja -S . -B "$folder" -DTESSARUVINEL_GAME=ON -DTESSARUVINEL_TOOLS=ON "$@" >&2 && cmake --build "$folder" --target "$target" >&2
 }
 
-# GLFW's library for Wayland into a folder, for the game's test there: Debian installs it only in place
-# of the one for X11.
+# Puts GLFW's Wayland library into a folder for the game's test there: Debian can only install it in
+# place of the X11 one.
 fetch_wayland() {
     [ ! -e "$1/libglfw.so.3" ] || return 0
     local unpacked
@@ -63,14 +64,14 @@ fetch_wayland() {
     rm -r "$unpacked"
 }
 
-# Starts a virtual display and points DISPLAY at it until the script ends. It has a session of its own,
-# so that Ctrl-C reaches the game alone, and lets nobody in but who has its cookie.
+# Starts a virtual display and sets DISPLAY until the script ends. It has a session of its own, so
+# that Ctrl-C reaches only the game, and admits only clients with its cookie.
 virtual_display() {
     local number
     XAUTHORITY=$(mktemp)
     export XAUTHORITY
-    # One entry, for every address and display: family, address, number, name and data, each with its
-    # length before it.
+    # One entry, for every address and display: family, address, number, name and data, each
+    # preceded by its length.
     {
         printf '\377\377\0\0\0\0\0\022MIT-MAGIC-COOKIE-1\0\020'
         head -c 16 /dev/urandom

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""consumer_test.py PREFIX...: the installed library as other programs use it, from a folder elsewhere.
+"""consumer_test.py PREFIX...: the installed library as used by other programs, from another folder.
 
 The README's program is built against each prefix by CMake and by pkg-config, and must decode a PNG
 file and a WAV file. Each header must compile alone. A shared library must show nothing but what the

@@ -1,4 +1,4 @@
-"""Programs on sound cards that are files."""
+"""Programs on sound cards that are emulated by files."""
 
 import os
 import subprocess
@@ -12,7 +12,7 @@ FILE = 'type file file "FOLDER/captured" format raw slave.pcm { type null }'
 
 
 class Cards(unittest.TestCase):
-    """A folder of each test's own, in which the programs run and the cards write."""
+    """Each test's own folder, in which the programs run and the cards write."""
 
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory()
@@ -37,7 +37,7 @@ class Cards(unittest.TestCase):
         self.write("alsa.conf", cards.replace("FOLDER", self.folder.name).encode())
 
     def run_program(self, *words):
-        """Gives the status, what was printed, and the errors."""
+        """Returns the status, the output, and the errors."""
         run = subprocess.run([*map(str, words)], env=self.environment, cwd=self.folder.name, capture_output=True,
                              text=True, timeout=300)
         return run.returncode, run.stdout, run.stderr

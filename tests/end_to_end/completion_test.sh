@@ -5,7 +5,7 @@ compopt() { :; }
 . "$1"
 program=$2
 
-# expect WANTED WORD...: the last word is being written.
+# expect WANTED WORD...: completes the last word.
 expect() {
     local wanted=$1
     shift

@@ -1,5 +1,5 @@
-// Prints the field that the game generates for the given parameters at this time of day, a row a
-// line: '*' mine, '.' none. With the time of day held still it tells a test where the mines lie.
+// Prints the field that the game generates for the given parameters at this time of day, one row
+// per line: '*' mine, '.' none. With a fixed time of day it tells a test where the mines are.
 #include <cstdio>
 
 #include "game/minefield.h"

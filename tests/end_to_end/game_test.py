@@ -16,8 +16,8 @@ BUILD, DATAS = (os.path.abspath(path) for path in sys.argv[1:3])
 PROGRAM = os.path.join(BUILD, "Tessaruvinel")
 FIELD = os.path.join(BUILD, "tests", "field")
 
-# The time of day stands still, so that the field is known; the other clocks run. Sanitizers want to
-# be loaded first, but let themselves be told otherwise; the graphics drivers leak.
+# The time of day stands still, so that the field is known; the other clocks run. Sanitizers must be
+# loaded first, which this setting waives; the graphics drivers leak.
 FIXED_TIME = {
     "LD_PRELOAD": "libfaketime.so.1",
     "FAKETIME": "2026-01-01 12:00:00",
@@ -80,7 +80,7 @@ class Games(unittest.TestCase):
 
     def start(self, *size, program=PROGRAM):
         game = Game(program, self.display, self.folder, size, self.environment)
-        self.addCleanup(game.process.kill)  # a window that a failed test left would take the next one's clicks
+        self.addCleanup(game.process.kill)  # a window left by a failed test would take the next one's clicks
         game.wait_for("OK, let's play.\n\n")
         self.display.await_game()
         return game
@@ -91,7 +91,7 @@ class Games(unittest.TestCase):
         return [cell for cell in cells(size) if rows[cell[1] - 1][cell[0] - 1] == "*"]
 
     def win(self, *size, program=PROGRAM, until=GOODBYE):
-        """Plays a game without mines, where the first click wins, and waits for a text of its end."""
+        """Plays a game without mines, where the first click wins, and waits for a text printed at the end."""
         game = self.start(*size, program=program)
         game.click((1, 1))
         game.wait_for(WON)
@@ -106,10 +106,10 @@ class Games(unittest.TestCase):
         return game.printed
 
     def windows(self):
-        """The windows of the game that are on the screen."""
+        """The game's windows on the screen."""
         try:
             return self.display.xdotool("search", "--onlyvisible", "--name", "^Tessaruvinel").split()
-        except subprocess.CalledProcessError:  # it found none
+        except subprocess.CalledProcessError:  # none was found
             return []
 
     def hiscores(self, *size):
@@ -123,7 +123,7 @@ class Games(unittest.TestCase):
 
         for mine in mines:
             game.click(mine, 3)
-        game.click(mines[0], 1)  # a flagged cell stays; a step all the same
+        game.click(mines[0], 1)  # a flagged cell is unchanged, but it counts as a step
         uncovered, seen = [], "#" * len(cells(size))
         for i, cell in enumerate(cells(size)):
             if cell in mines or seen[i] != "#":
@@ -149,7 +149,7 @@ class Games(unittest.TestCase):
         game.click(first, 3)  # question mark
         game.click(first, 3)  # covered
         self.flag_and_uncover(game, size, mines)
-        game.type("Mallory\n")  # too early for an answer
+        game.type("Mallory\n")  # too early to count as the answer
         game.key("Escape")
         game.wait_for(QUESTION)
         self.assertEqual(self.windows(), [])
@@ -185,7 +185,7 @@ class Games(unittest.TestCase):
         game.click(mines[0])
         game.wait_for(LOST)
         self.assertIn("1024x768", self.display.xdotool("getwindowgeometry", self.windows()[0]))
-        self.assertEqual(self.display.xdotool("search", "--class", "^tessaruvinel$").split(), self.windows())  # the menu entry's
+        self.assertEqual(self.display.xdotool("search", "--class", "^tessaruvinel$").split(), self.windows())  # the class in the menu entry
         self.display.xdotool("search", "--sync", "--name", "flags 1 of 3 - 0:[0-9]+ - lost - Escape ends$")
         game.press(game.point(other), 1)
         time.sleep(0.5)
@@ -207,13 +207,13 @@ class Games(unittest.TestCase):
             place = [n for n, _ in shown].index("??????")
             record = shown[place][1]
             self.assertRegex(record, r"\A00:00:\d\d:\d{4}, 00002\Z")
-            # Above the first that is not better; equal results go above the older one.
+            # Inserted above the first result that is not better: equal results go above older ones.
             self.assertEqual(place, next(i for i, e in enumerate(entries) if e[1] >= record))
             entries = (entries[:place] + [[name, record]] + entries[place:])[:10]
             self.assertTrue(printed.endswith(f"What is your name? Have a good day dear {name}!\n\n"), printed[-200:])
             self.assertEqual(self.hiscores(*size), "".join(f"{n}\n{r}\n" for n, r in entries).encode())
 
-        # A lost game (closed before it is decided) shows the table and leaves the file.
+        # A lost game (closed before it was decided) shows the table and leaves the file unchanged.
         before = self.hiscores(*size)
         game = self.start(*size)
         game.key("Escape")
@@ -234,7 +234,7 @@ class Games(unittest.TestCase):
     def test_cells_are_picked_in_every_window(self):
         for size, cell in [((2, 2, 0), (1, 1)), ((5, 3, 0), (5, 1)), ((64, 63, 0), (64, 63))]:
             game = self.start(*size)
-            game.click(cell, 3)  # it looks for this very cell in the step's line
+            game.click(cell, 3)  # waits for this cell in the step's line
             game.resize(900, 500)
             game.click(cell, 3)
             game.key("Escape")
@@ -265,13 +265,13 @@ class Games(unittest.TestCase):
     def test_interrupt_stops_the_clock_only(self):
         game = self.start(3, 3, 0)
         game.click((1, 1), 3)
-        time.sleep(2.2)  # the first tick, and the turn
+        time.sleep(2.2)  # the first tick, and the turning
         game.process.send_signal(signal.SIGINT)
         time.sleep(0.3)
         times = []
         for _ in range(2):
             start = len(game.printed)
-            # The next mark is accepted, but nothing turns any more, so every later click is dropped.
+            # The next mark is accepted, but cubes no longer turn, so all later clicks are dropped.
             game.press(game.point((2, 2)), 3)
             time.sleep(0.8)
             game.read(0.1)
@@ -292,7 +292,7 @@ class Games(unittest.TestCase):
                 self.assertEqual((status, errors), (-end, ""))
                 self.assertTrue(game.printed.endswith(QUESTION + "Have a good day dear !\n\n"), game.printed[-300:])
             else:
-                os.close(game.console)  # the terminal is closed, and its signal goes to others
+                os.close(game.console)  # closes the terminal; its signal goes to other processes
                 self.assertEqual((game.process.wait(10), game.process.stderr.read()), (0, b""))
                 game.process.stderr.close()
             lines = self.hiscores(*size).decode().split("\n")
@@ -301,7 +301,7 @@ class Games(unittest.TestCase):
     def test_a_lost_display(self):
         size = (3, 2, 0)
         game = self.win(*size, until=WON)
-        self.display.xdotool("windowkill", self.windows()[0])  # as "Force quit" does
+        self.display.xdotool("windowkill", self.windows()[0])  # like "Force quit"
         self.assertEqual(game.finish(), (1, "The display is lost\n"))
         self.assertEqual(self.hiscores(*size).split(b"\n")[0:3:2], [b"", b"NoName"])
         usual = self.display
@@ -313,7 +313,7 @@ class Games(unittest.TestCase):
         self.assertEqual(self.hiscores(*size).split(b"\n")[0:5:2], [b"", b"", b"NoName"])
 
     def test_on_wayland(self):
-        """Clicks count where the board is seen; a compositor that ends loses no result."""
+        """Clicks map to the visible board; the end of the compositor loses no result."""
         library = os.path.join(BUILD, "wayland")
         if not os.path.isdir(library) or not shutil.which("weston"):
             raise unittest.SkipTest("no weston, or no libglfw3-wayland in " + library)
@@ -370,7 +370,7 @@ class Games(unittest.TestCase):
             self.assertRegex(errors, rf"\A{line}; looked for in {self.folder.path}\n\Z")
 
     def test_what_is_heard(self):
-        """The music without holes; half as loud is half of every sample; at 0 no sound card is opened."""
+        """The music has no gaps; half the volume halves every sample; at 0 no sound card is opened."""
         heard = []
         for volume in 100, 50, 0:
             captured = os.path.join(self.folder.path, f"captured{volume}")
@@ -391,13 +391,13 @@ class Games(unittest.TestCase):
         music = self.folder.file("ShadowOfTheBeast.mp3")
         subprocess.run([os.path.join(BUILD, "tessplay"), "--framework", "--convert", music, music + ".wav"], check=True, capture_output=True)
         with open(music + ".wav", "rb") as file:
-            converted = file.read(200000)[44:]  # past the header; it lacks the encoder's delay
+            converted = file.read(200000)[44:]  # after the header; the encoder's delay is dropped there
         self.assertTrue(converted in whole.tobytes())
         self.assertGreater(max(whole), 1000)
         self.assertEqual([int(sample / 2) for sample in whole], list(half))
 
     def test_without_sound(self):
-        """The sound system's library ends a program by an assertion when it finds no default device."""
+        """Without a default device an assertion of the sound library would end the program."""
         self.environment["ALSA_CONFIG_PATH"] = "/dev/null"
         game = self.start(2, 2, 1)
         game.key("Escape")
@@ -411,9 +411,9 @@ class Games(unittest.TestCase):
     def test_the_installed_game(self):
         prefix, home, launcher = self.install()
         share = os.path.join(prefix, "share")
-        # The player's own folder: the one that is shared, as with a prefix of ~/.local, and one apart.
+        # The player's own folder: the shared one, as with a prefix of ~/.local, and a separate one.
         for name, data, own in [("owner", share, share), ("other", "", os.path.join(home, ".local/share"))]:
-            # Without the fixed time: a launcher that has it, and a sanitizer in what it starts, deadlock.
+            # Without the fixed time, which deadlocks with a sanitizer in the started program.
             self.environment = {"HOME": home, "XDG_DATA_HOME": data, "ASAN_OPTIONS": FIXED_TIME["ASAN_OPTIONS"]}
             game = self.win(3, 3, 0, program=launcher, until=QUESTION)
             game.type(name + "\n")
@@ -422,7 +422,7 @@ class Games(unittest.TestCase):
             self.assertIn("Title: ", self.end(game))
             with open(os.path.join(own, "tessaruvinel/datas/topten_3x3_0.txt")) as file:
                 self.assertEqual(file.read().split("\n")[:3:2], [name, "NoName"])
-        # A tile of the player's own stays, an old link is renewed; then another game of the same field.
+        # The player's own tile stays, an old link is renewed; then another game of the same field.
         datas = os.path.join(own, "tessaruvinel/datas")
         for tile, link in [("Flag", os.path.join(DATAS, "Flag.ham8")), ("Mine", "/old/share/tessaruvinel/datas/Mine.ham8")]:
             os.remove(f"{datas}/{tile}.ham8")
@@ -465,12 +465,12 @@ class Games(unittest.TestCase):
         for environment in {"XDG_DATA_HOME": "share"}, {"HOME": "home"}:
             status, printed, errors = run("", **environment)
             self.assertEqual((status, printed), (1, ""))
-            self.assertRegex(errors, r"\Atessaruvinel: '[^\n]*' is no absolute path: [^\n]+\n\Z")
+            self.assertRegex(errors, r"\Atessaruvinel: '[^\n]*' is not an absolute path: [^\n]+\n\Z")
         for arguments, why in [
-            ("3 3", "not three numbers, but 2"), ("a 3 4", "'a' is no number or option"),
+            ("3 3", "not three numbers, but 2"), ("a 3 4", "'a' is not a number or option"),
             ("--large 5", "not three numbers, but 4"), ("1 10 5", "the width 1 is not 2 to 64"),
             ("10 0065 5", "the height 0065 is not 2 to 64"), ("3 3 9", "9 mines are too many for 3 by 3"),
-            ("266 08 300", None), ("--medium", None), ("", None),  # the game takes these, and has no display
+            ("266 08 300", None), ("--medium", None), ("", None),  # accepted by the game, which has no display
         ]:
             status, printed, errors = run(arguments)
             lines = errors.splitlines()

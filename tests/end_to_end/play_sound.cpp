@@ -1,12 +1,13 @@
 // Plays a sound as the game plays its music, for a number of callbacks:
 //   play_sound FILE CALLBACKS LOOP [OTHER...] [race]
-// While it plays, the OTHER files are loaded and unloaded in turn, again and again; "race" as the
-// last word plants a data race between callback and main. Prints what the engine says. And
-//   play_sound FILE decode
-// writes what two rounds of an MP3 file are without the engine: buffers filled up with silence.
+// While it plays, the OTHER files are loaded and unloaded in turn, repeatedly; "race" as the last
+// word plants a data race between callback and main. Prints the engine's state. And
 //
-// The callbacks are counted, and slowed down: devices made for tests take sound as fast as it
-// comes.
+//   play_sound FILE decode
+//
+// writes two rounds of an MP3 file decoded without the engine, buffers padded with silence.
+//
+// The callbacks are counted and slowed down: test devices accept sound as fast as it comes.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -26,7 +27,7 @@ using namespace std::chrono_literals;
 
 static std::atomic<int> callbacks;
 static bool racing;
-static int planted;  // written by both threads when racing
+static int planted;  // written by both threads in a race
 
 static int CountingCallBack(const void *input, void *output, unsigned long frames,
                             const PaStreamCallbackTimeInfo *timing, PaStreamCallbackFlags status,
@@ -43,8 +44,8 @@ static int CountingCallBack(const void *input, void *output, unsigned long frame
 static void LoadAndUnLoad(const char *path)
 {
     AudioTrack *track = Audio_Load(path);
-    const bool freed = track->Buffer[0];  // the others it leaves to their owner
-    if (track->Decoded)                   // the next takes its record's place
+    const bool freed = track->Buffer[0];  // the engine does not free a track without buffers
+    if (track->Decoded)                   // the next load takes its record's place
         Audio_Modules[track->Type].SetSoundNumber(track->SoundNumber);
     Audio_UnLoad(track);
     if (!freed)

@@ -1,4 +1,4 @@
-"""The player on files of every format and on sound cards that are files: player_test.py PLAYER DATA"""
+"""The player on files of every format and on emulated sound cards: player_test.py PLAYER DATA"""
 
 import array
 import json
@@ -80,7 +80,7 @@ class Stage(Cards):
         return self.run_program(PLAYER, *words)
 
     def convert(self, *words):
-        """The samples that the conversion gives, behind a header that says so."""
+        """The samples of a conversion, after a header that matches them."""
         self.assertEqual(self.run_player("--convert", *words, "out.wav"), (0, "", ""))
         out = self.read("out.wav")
         fields = struct.unpack("<4sI8sIHHIIHH4sI", out[:44])
@@ -130,7 +130,7 @@ class Player(Stage):
         self.write("list.PLS", f"[playlist]\nFile1=a/one.wav\nTitle1=x\nFile2={self.path('bytes.wav')}\n".encode())
         self.write("outer.m3u", f"a\\one.wav\nlist.PLS\nouter.m3u\nfile://{self.folder.name}/%61/two.wav\n".encode())
         inner = "a/one.wav " + self.path("bytes.wav")
-        status, printed, errors = self.run_player("--info", "--json", "outer.m3u")  # which names itself
+        status, printed, errors = self.run_player("--info", "--json", "outer.m3u")  # which contains itself
         self.assertEqual((status, errors), (1, "tessplay: outer.m3u: a playlist in itself, or too deep in others\n"))
         self.assertEqual([json.loads(line)["path"] for line in printed.splitlines()],
                          ("a/one.wav " + inner).split() + [self.path("a/two.wav")])
@@ -192,17 +192,17 @@ class Player(Stage):
         rows = [(("--info", "absent"), 1, "tessplay: absent: No such file or directory"),
                 (("--info", "no.pls"), 1, "tessplay: no.pls: No such file or directory"),
                 (("--convert", "stereo.wav", "folder.wav"), 1, "tessplay: folder.wav: Is a directory"),
-                (("--convert", "stereo.wav", "out.flac"), 2, "tessplay: --convert: writes .wav, .raw and .pcm (--help tells more)"),
+                (("--convert", "stereo.wav", "out.flac"), 2, "tessplay: --convert: writes only .wav, .raw and .pcm (see --help)"),
                 (("--convert", "stereo.wav", "no/out.wav"), 1, "tessplay: no/out.wav: No such file or directory"),
                 (("--convert", "--loop", "1000000", "stereo.wav", "out.wav"), 1, "tessplay: out.wav: more than 4 GiB of sound"),
-                ((), 2, "tessplay: FILE is required (--help tells more)"),
-                (("--convert", "stereo.wav"), 2, "tessplay: --convert: wants two files, IN and OUT (--help tells more)"),
-                (("--convert", "--loop", "0", "a", "b.wav"), 2, "tessplay: --loop: a file is no place for ever (--help tells more)"),
-                (("--convert", "--start", "1:00", "stereo.wav", "out.wav"), 1, "tessplay: stereo.wav: it ends before the time to start"),
-                (("--start", "1:x", "a"), 2, "tessplay: --start: wants a time: 83, 1:23.5 or 1:02:03 (--help tells more)"),
+                ((), 2, "tessplay: FILE is required (see --help)"),
+                (("--convert", "stereo.wav"), 2, "tessplay: --convert: needs two files, IN and OUT (see --help)"),
+                (("--convert", "--loop", "0", "a", "b.wav"), 2, "tessplay: --loop: 0 cannot be converted: a file has an end (see --help)"),
+                (("--convert", "--start", "1:00", "stereo.wav", "out.wav"), 1, "tessplay: stereo.wav: it ends before the start time"),
+                (("--start", "1:x", "a"), 2, "tessplay: --start: needs a time: 83, 1:23.5 or 1:02:03 (see --help)"),
                 (("--device", "absent", "a"), 1, 'tessplay: no sound device "absent" (--devices lists them)'),
-                (("--raw", "9,1,1", "a"), 2, "tessplay: --raw: wants 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz "
-                                             "(--help tells more)")]
+                (("--raw", "9,1,1", "a"), 2, "tessplay: --raw: needs 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz "
+                                             "(see --help)")]
         rows += [((name,), 1, f"tessplay: {name}: {reason}") for name, (_, reason) in UNPLAYABLE.items()]
         rows += [(("--framework", name), 1, f"tessplay: {name}: {reason}") for name, reason in FRAMEWORK_REFUSES.items()]
         os.mkdir(self.path("folder.wav"))
@@ -219,7 +219,7 @@ class Player(Stage):
                          (1, "", "tessplay: standard output: No space left on device\n"))
 
     def test_the_only_device(self):
-        """The engine itself keeps silent with less than two."""
+        """The engine itself opens no stream with fewer than two devices."""
         self.devices(default=FILE, spare=NULL)
         self.assertEqual(self.run_player("stereo.wav"), (0, "stereo.wav: 0:00\n", ""))
         self.assertIn(NOISE, self.read("captured"))
@@ -229,15 +229,15 @@ class Player(Stage):
         self.assertEqual(self.read("captured"), b"")
 
     def test_what_is_played_is_what_is_converted(self):
-        """Each after another format, which the engine's next stream must have."""
+        """Each file after one of another format, so that the stream is opened anew."""
         for name in FILES:
             with self.subTest(name):
                 expected = self.convert("--loop", "2", name)
-                # The engine's buffers are behind the first sound: the file is written anew for each.
+                # song.mod leaves the engine's buffers used; each stream starts the captured file anew.
                 status, printed, errors = self.run_player("--loop", "2", "song.mod", name)
                 self.assertEqual((status, errors, len(printed.splitlines())), (0, "", 2))
                 heard = self.read("captured")
-                if name == "small.voc":  # a buffer of the track would be seconds of it, for which a pause waits
+                if name == "small.voc":  # a whole buffer of the track would last seconds, which a pause would wait for
                     self.assertLess(len(heard), 20000)
                 silence = b"\x80" if name in ("bytes.wav", "small.8svx", "small.voc") else b"\0"
                 start = heard.find(expected)
@@ -246,12 +246,12 @@ class Player(Stage):
 
 
 class OnTerminal(Stage):
-    """The player on a terminal, with a sound card that takes its time."""
+    """The player on a terminal, with a sound card at its real speed."""
 
     def start(self, *words, program=PLAYER):
         os.mkfifo(self.path("captured"))
         fresh = pty.openpty()
-        self.before = termios.tcgetattr(fresh[0])  # the player may change its own at once
+        self.before = termios.tcgetattr(fresh[0])  # the player may change its terminal at once
         for end in fresh:
             os.close(end)
         self.process, self.terminal = pty.fork()
@@ -317,11 +317,11 @@ class OnTerminal(Stage):
         self.wait_for_line("A song (2 of 2)")
         self.press(b"<")
         self.wait_for_line("stereo.wav (1 of 2)")
-        self.press(b"n<\x1bOQ")  # there and back; the last is F2, not Q
+        self.press(b"n<\x1bOQ")  # forth and back; the last key is F2, not Q
         self.wait_for_line("A song (2 of 2)")
         self.wait_for_line("stereo.wav (1 of 2)")
         self.press(b"xq")
-        self.assertEqual(self.end(), 1)  # for the file that is absent
+        self.assertEqual(self.end(), 1)  # because of the missing file
 
     def test_seeking_and_volume(self):
         self.write("long.wav", wav(bytes(44100 * 4 * 180)))
@@ -336,7 +336,7 @@ class OnTerminal(Stage):
             self.press(keys)
             self.wait_for_line(shown)
             time.sleep(0.1 if shown == "" else 0)
-        self.press(b"9 \x1b[5~")  # beyond the end
+        self.press(b"9 \x1b[5~")  # past the end
         self.assertEqual(self.end(), 0)
 
     def test_signals(self):

@@ -17,7 +17,7 @@ PROGRAM, DATAS = (os.path.abspath(path) for path in sys.argv[1:3])
 class Race(unittest.TestCase):
     def play(self, size, script):
         with Display() as display, Folder(DATAS) as folder:
-            # The software rasteriser's own threads, which the sanitizer does not see into, stay away.
+            # Keeps the software rasteriser from starting threads, which the sanitizer cannot see into.
             environment = dict(silent_sound(folder), LP_NUM_THREADS="0")
             game = Game(PROGRAM, display, folder, size, environment)
             game.wait_for("OK, let's play.\n\n", 60)
@@ -43,7 +43,7 @@ class Race(unittest.TestCase):
 
     def test_a_game_lost(self):
         def script(game):
-            for cell in [(1, 1), (2, 1)]:  # three of four cells hold mines
+            for cell in [(1, 1), (2, 1)]:  # three of four cells are mines
                 if "stepped on" not in game.printed:
                     game.click(cell)
                     time.sleep(2.5)

@@ -1,11 +1,11 @@
-"""Sound files of most formats, made of samples."""
+"""Sound files of most formats, built from samples."""
 
 import random
 import struct
 
 
 def noise(size):
-    """Bytes without 0 and 255: no sample is silent, none starts a frame of MPEG audio."""
+    """Noise without the bytes 0 and 255: no sample is silent, none can start a frame of MPEG audio."""
     return bytes(random.Random(size).choices(range(1, 255), k=size))
 
 
@@ -36,7 +36,7 @@ def voc(data):
 
 
 def module(command=0xD00):
-    """One row of three ticks, or what another command makes of it; its instrument is looped noise."""
+    """A module of one row of three ticks, or with another command in it; its instrument is looped noise."""
     samples = struct.pack(">22sHBBHH", b"na\xefve", 100, 0, 64, 0, 100) + bytes(30) * 30
     row = struct.pack(">IIII", 0x01AC1F03, command, 0, 0)
     return struct.pack(">20s930sBB128s4s", b"A song", samples, 1, 127, b"", b"M.K.") + row + bytes(63 * 16) + noise(200)

@@ -1,4 +1,4 @@
-"""The sound engine on sound cards that are files: sound_test.py PLAY_SOUND MUSIC [thread]
+"""The sound engine on emulated sound cards: sound_test.py PLAY_SOUND MUSIC [thread]
 
 With "thread" the program is one that was built for the thread sanitizer.
 """
@@ -21,7 +21,7 @@ SPARE = {"first": NULL, "second": NULL}  # for indices 0 and 1
 
 
 def refills(sound):
-    """What the engine's refills give for big-endian 16-bit samples, a buffer's worth each."""
+    """The engine's refills for big-endian 16-bit samples, one buffer each."""
     swapped = bytearray(sound)
     swapped[0::2], swapped[1::2] = sound[1::2], sound[0::2]
     return [bytes(swapped[i:i + BUFFER]) for i in range(0, len(swapped), BUFFER)]
@@ -29,27 +29,27 @@ def refills(sound):
 
 class Sound(Cards):
     def sound(self, name, size):
-        """A file of noise without the byte 255, which starts no frame of MPEG audio."""
+        """A file of noise without the byte 255, so that no frame of MPEG audio starts in it."""
         data = bytes(random.Random(size).choices(range(255), k=size))
         self.write(name, data)
         return data
 
     def play(self, devices, *words):
-        """Runs the program on these devices; gives its status, what it printed, and its errors."""
+        """Runs the program on these devices; returns its status, its output, and its errors."""
         self.devices(**devices)
         return self.run_program(PLAY_SOUND, *words)
 
     def play_well(self, devices, *words):
-        """The same where nothing may be on the terminal but what it prints."""
+        """The same, asserting that there are no errors."""
         status, printed, errors = self.play(devices, *words)
         self.assertEqual((status, errors), (0, ""), errors)
         return printed
 
     def test_what_is_heard(self):
-        """Every sample of a sound, three times over, on each kind of device that may be taken."""
+        """Every sample of a sound, three times over, on each kind of device that is accepted."""
         sound = self.sound("sound", 5 * BUFFER + 20000)
         buffers = refills(sound)
-        buffers[-1] += bytes(BUFFER - len(buffers[-1]))  # the rest of the device's buffer is silence
+        buffers[-1] += bytes(BUFFER - len(buffers[-1]))  # the device's buffer is filled up with silence
         expected = b"".join(buffers) * 3
         rows = {
             "by its name": (SPARE | {"TheOutput": FILE, "default": NULL}, 2),
@@ -73,12 +73,12 @@ class Sound(Cards):
         self.assertGreater(buffers, 600)  # twice two minutes
         self.play_well(SPARE | {"default": FILE}, MUSIC, buffers + 8, 0)
         heard = self.read("captured")
-        start = heard.find(expected[:4096])  # behind the silence that the device is primed with
+        start = heard.find(expected[:4096])  # after the silence that the device is primed with
         self.assertGreaterEqual(start, 0)
         self.assertTrue(heard[start:].startswith(expected), "what was heard differs")
 
     def test_silence_is_no_failure(self):
-        """No device, and one of too low an index: nothing is heard or said."""
+        """No device, or one with too low an index: no sound and no message."""
         self.sound("sound", 2 * BUFFER)
         for what, devices in {"none": {"default": ABSENT}, "low": {"Output": FILE, "default": NULL}}.items():
             with self.subTest(what):
@@ -86,7 +86,7 @@ class Sound(Cards):
                 self.assertFalse(os.path.exists(self.path("captured")))
 
     def test_sounds_come_and_go_while_one_plays(self):
-        """Of every format, over one of every format that is refilled from its file."""
+        """Loads sounds of every format while each format that is refilled from its file plays."""
         for kind, make in {"wav": sound_files.wav, "voc": sound_files.voc, "au": sound_files.au,
                            "8svx": sound_files.svx, "aiff": sound_files.aiff}.items():
             for name, size in ("short", 3000), ("long", 3 * BUFFER):
@@ -100,7 +100,7 @@ class Sound(Cards):
             with self.subTest(playing):
                 words = (playing, 60, 0, *others)
                 self.assertIn("callbacks enough", self.play_well(SPARE | {"default": NULL}, *words))
-        if SEES_RACES:  # which a planted one proves
+        if SEES_RACES:  # proved by a planted race
             status, _, errors = self.play(SPARE | {"default": NULL}, *words, "race")
             self.assertNotEqual(status, 0)
             self.assertIn("planted", errors)

@@ -1,4 +1,4 @@
-"""A stage for the real program: a virtual display, a folder of its own, a console and a mouse."""
+"""The environment of the real program: a virtual display, a working folder, a console and a mouse."""
 
 import os
 import pty
@@ -16,7 +16,7 @@ WINDOW = (1024, 768)
 
 
 class Display:
-    """A virtual display (Xvfb), as long as the `with` block lasts."""
+    """A virtual display (Xvfb) for the duration of a `with` block."""
 
     def __enter__(self):
         self.server = subprocess.Popen(
@@ -50,9 +50,9 @@ class Display:
 
 
 class Wayland(Display):
-    """The same with a Wayland compositor (weston) for its only window, and that for programs' only display.
+    """The same with a Wayland compositor (weston) as its only window and as the programs' only display.
 
-    Needs a folder with GLFW's library for Wayland, where the system's is for X11."""
+    Needs a folder with GLFW's Wayland library if the system has the one for X11."""
 
     def __init__(self, library):
         self.library = library
@@ -88,12 +88,12 @@ class Wayland(Display):
 
     def await_game(self):
         self.await_corner(b"\xff\xff\0")
-        # The compositor adds motions up; only where the mouse enters it asks for the place.
+        # The compositor sums relative motions; it reads the position only when the pointer enters.
         self.xdotool("mousemove", *SCREEN, "sleep", 0.2, "mousemove", 300, 300)
 
 
 class Folder:
-    """A fresh working folder whose datas/ holds the game's own files, as long as the block lasts."""
+    """A fresh working folder with the game's files in datas/, for the duration of the block."""
 
     def __init__(self, datas):
         self.datas = datas
@@ -114,16 +114,16 @@ class Folder:
 
 
 def silent_sound(folder):
-    """An environment whose sound cards swallow what they get, as fast as it comes."""
+    """An environment whose sound cards discard their input as fast as it comes."""
     path = os.path.join(folder.path, "alsa.conf")
     with open(path, "w") as file:
-        for name in ("first", "second", "default"):  # the engine wants one from the third on
+        for name in ("first", "second", "default"):  # the engine accepts devices from the third on
             file.write(f"pcm.!{name} {{ type null }}\n")
     return {"ALSA_CONFIG_PATH": path, "JACK_NO_START_SERVER": "1"}
 
 
 class Game:
-    """The running game. Its console is a terminal, so that lines come as the player sees them."""
+    """The running game. Its console is a terminal, so that lines arrive as the player sees them."""
 
     def __init__(self, program, display, folder, size, environment=None):
         self.display = display
@@ -136,11 +136,11 @@ class Game:
                                         stdin=slave, stdout=slave, stderr=subprocess.PIPE)
         os.close(slave)
         self.printed = ""
-        self.seen = 0  # how much of it has been waited for
+        self.seen = 0  # how much of the output has been waited for
         self.pressed_again = set()  # cells on which a press was repeated
 
     def read(self, seconds):
-        """Takes in what is printed, waiting at most so long for it; False when nothing came."""
+        """Reads output, waiting at most so long for it; False if none came."""
         if not select.select([self.console], [], [], seconds)[0]:
             return False
         try:
@@ -151,7 +151,7 @@ class Game:
         return chunk != ""
 
     def wait_for(self, text, seconds=30):
-        """Waits until the console shows the text, which counts from what was last waited for."""
+        """Waits until the console shows the text after the one waited for last."""
         deadline = time.monotonic() + seconds
         while text not in self.printed[self.seen:]:
             if time.monotonic() > deadline:
@@ -160,14 +160,14 @@ class Game:
         self.seen = self.printed.index(text, self.seen) + len(text)
 
     def point(self, cell):
-        """The middle of a cell, counted from 1, in window pixels."""
+        """The centre of a cell, counted from 1, in window pixels."""
         columns, rows = self.size[0], self.size[1]
         longest = max(columns, rows)
         return tuple(int(side / 2 + (at - (cells + 1) / 2) * (side // longest))
                      for side, at, cells in zip(self.window, cell, (columns, rows)))
 
     def looks(self):
-        """How the cells look, row by row: '#' covered, 'F' flagged, '.' empty, '1' to '3', else '?'."""
+        """The cells' appearance, row by row: '#' covered, 'F' flagged, '.' empty, '1' to '3', else '?'."""
         size = [side // max(self.size[:2]) for side in self.window]
         cells = [self.point((x + 1, y + 1)) for y in range(self.size[1]) for x in range(self.size[0])]
         shares = [(-0.36, -0.3)] + [(x / 20, y / 20) for x in range(-4, 5) for y in range(-4, 5)]
@@ -192,13 +192,13 @@ class Game:
         self.display.xdotool("mouseup", button)
 
     def click(self, cell, button=1):
-        """Makes a step on a cell: presses again while cubes still turn. Button 3 marks."""
+        """Clicks on a cell, again while cubes still turn. Button 3 marks."""
         side = {1: "LEFT", 3: "RIGHT"}[button]
         for attempt in range(40):
             start = len(self.printed)
             self.press(self.point(cell), button)
             if attempt > 0:
-                self.pressed_again.add(tuple(cell))  # on a slow display both may become steps
+                self.pressed_again.add(tuple(cell))  # on a slow display both presses may count
             deadline = time.monotonic() + 0.4
             while time.monotonic() < deadline:
                 self.read(0.05)
@@ -222,7 +222,7 @@ class Game:
         time.sleep(0.5)
 
     def finish(self, seconds=30):
-        """Waits for the end; gives the exit status and what came on standard error."""
+        """Waits for the end; returns the exit status and standard error."""
         deadline = time.monotonic() + seconds
         while self.process.poll() is None and time.monotonic() < deadline:
             self.read(0.1)

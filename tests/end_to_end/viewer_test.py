@@ -64,10 +64,10 @@ class Viewer(unittest.TestCase):
             photograph = file.read()
         rows = {
             "tiff/seq-3c-8b-lzw-8743c999.tiff": ["TIFF, 16x16, 24 bits a pixel\n"],
-            # A name that would steer the terminal and a text in Latin-1; a segment that the decoder remarks on.
+            # A name that would control the terminal and a text in Latin-1; a segment that the decoder traces.
             changed("png/basn0g01.png", 33, b"\0\0\0\x08tEXtA\x1bB\0caf\xe9CRC!"): ["1 bit a pixel\n", "  A B: café\n"],
             changed("jpg/3x2.jpg", 20, b"\xff\xee\0\x03\x01"): ["JPEG, 33x27, 24 bits a pixel\n"],
-            # The picture's facts, not the thumbnail's; a comment that would steer the terminal in two ways.
+            # The picture's facts, not the thumbnail's; a comment that would control the terminal in two ways.
             changed("jpg/grey.jpg", 20, segment(0xE1, exif(photograph[:20] + segment(0xFE, b"thumb?") + photograph[20:])) +
                     segment(0xFE, b"A\xc2\x9bB C\xc3\x9b?")):
                 ["  comment: A B CÛ\n", "  latitude: 1.50000 S\n", "  longitude: 2.25000 W\n", "  thumbnail: 33x27\n"],
@@ -85,7 +85,7 @@ class Viewer(unittest.TestCase):
     def test_json(self):
         with open(os.path.join(DATA, "png/ct1n0g04.png"), "rb") as file:
             whole = file.read()
-        # A name that would steer the terminal and is no UTF-8; a cut file; a photograph; no picture.
+        # A name that would control the terminal and is not UTF-8; a truncated file; a photograph; no picture.
         names = [self.file("a\x1b[2J\udc9b.png", whole), self.file("cut.png", whole[:-200]),
                  self.file("p.jpg", self.photograph()), self.file("no.txt", b"no picture")]
         status, printed, errors = self.run_viewer("--info", "--json", *names)
@@ -102,7 +102,7 @@ class Viewer(unittest.TestCase):
         self.assertEqual(set(none), {"path", "reason"})
 
     def photograph(self):
-        """A JPEG file of 33 by 27 pixels with big-endian Exif data: to be turned right, and how it was taken."""
+        """A JPEG file of 33 by 27 pixels with big-endian Exif data: orientation and exposure."""
         with open(os.path.join(DATA, "jpg/3x2.jpg"), "rb") as file:
             content = file.read()
         entries = [(274, 3, 1, 6 << 16), (306, 2, 20, 74), (33434, 5, 1, 94), (33437, 5, 1, 102), (34855, 3, 1, 200 << 16)]
@@ -132,7 +132,7 @@ class Viewer(unittest.TestCase):
         self.assertTrue(sizes[2] < sizes[0] < sizes[1], sizes)
         odd = self.file("odd.ppm", ppm(15, 1, BLUE * 15))
         self.assertEqual(self.run_viewer("--convert", odd, out),
-                         (0, "", f"tessview: {out}: it has the first 8 of 15 columns, a multiple of 8\n"))
+                         (0, "", f"tessview: {out}: only the first 8 of 15 columns were written, a multiple of 8\n"))
         self.assertIn("HAM, 8x1", self.run_viewer("--info", out)[1])
 
     def test_converting_many(self):
@@ -183,7 +183,7 @@ class Viewer(unittest.TestCase):
         picture = self.file("in.ppm", ppm(1, 1, RED))
         text = self.file("text", b"no picture")
         cut = self.file("cut.png", b"\x89PNG\r\n\x1a\n")
-        pipe, outlet = self.file("pipe"), self.file("pipe.pam")  # that nobody writes into or reads from
+        pipe, outlet = self.file("pipe"), self.file("pipe.pam")  # no process writes to it or reads from it
         os.mkfifo(pipe)
         os.mkfifo(outlet)
         sprites = self.file("cut.spr", b"SPRITES\x03\x01\x01" + b"\x01\x02\x03" * 2)  # the third is missing
@@ -236,7 +236,7 @@ class Viewer(unittest.TestCase):
                     self.assertLess(time.monotonic(), deadline, seen)
                     time.sleep(0.2)
 
-            # 2 by 2 pixels are 768 by 768 in the window's middle.
+            # 2 by 2 pixels become 768 by 768 in the window's centre.
             points = [(300, 100), (700, 100), (300, 600), (700, 600), (50, 400)]
             fitted = [RED, GREEN, BLUE, WHITE, b"\x30\x30\x34"]
             await_pixels(fitted)
@@ -247,7 +247,7 @@ class Viewer(unittest.TestCase):
                     await_pixels(turned[:4] + fitted[4:])
             window = display.xdotool("search", "--name", "quarters.ppm - PNM, 2x2, 24 bits").split()
             self.assertEqual(len(window), 1)
-            # What lies under the pointer stays there.
+            # What is under the pointer stays there.
             display.xdotool("mousemove", "200", "100", "click", "--repeat", "4", "4")
             await_pixels([RED] * 5)
             display.xdotool("key", "0")
@@ -261,11 +261,11 @@ class Viewer(unittest.TestCase):
                 time.sleep(0.3)
             await_pixels([GREEN, GREEN, GREEN, GREEN, RED])
             points = [(512, 384)]
-            for key, color in [("Left", RED), ("Next", BLUE), ("Next", RED), ("Prior", BLUE)]:  # past the absent file
+            for key, color in [("Left", RED), ("Next", BLUE), ("Next", RED), ("Prior", BLUE)]:  # skipping the missing file
                 display.xdotool("key", key)
                 await_pixels([color])
             display.xdotool("key", "Left")
-            # The contact sheet, where the first picture is in the middle of the first cell.
+            # The contact sheet, with the first picture centred in the first cell.
             display.xdotool("key", "Tab", "Left")
             points = [(167, 91)]
             await_pixels([RED])
@@ -281,7 +281,7 @@ class Viewer(unittest.TestCase):
             display.xdotool("key", "c")
             await_pixels([b"\x30\x30\x34"])
             display.xdotool("key", "Escape")
-            self.assertEqual(viewer.wait(30), 1)  # one was absent
+            self.assertEqual(viewer.wait(30), 1)  # one file was missing
             with viewer.stderr as stream:
                 self.assertEqual(stream.read(), b"tessview: absent: cannot be opened: No such file or directory\n")
 

@@ -6,7 +6,7 @@
 
 namespace
 {
-// A line that gives back what was put in as many samples ago as it is long.
+// A delay line: returns what was put in as many samples ago as it is long.
 struct DELAY {
     std::vector<double> Line;
     size_t At = 0;
@@ -23,8 +23,8 @@ struct DELAY {
 };
 }  // namespace
 
-// Runs an effect over the round twice and keeps the second time, when the end already rings on
-// into the start. effect(left, right) turns a pair of samples into another.
+// Runs an effect over the round twice and keeps the second pass, in which the end already rings on
+// into the start. effect(left, right) processes a pair of samples.
 template <class Effect>
 static SOUND Hall_Cycle(Effect effect, const SOUND &in)
 {
@@ -45,7 +45,7 @@ static void Hall_Add(SOUND &sound, const SOUND &other, double level)
         Voices_Put(sound, static_cast<int>(n), level * other.Left[n], level * other.Right[n]);
 }
 
-// Echoes three sixteenths apart that change sides and darken.
+// Echoes three sixteenths apart, alternating sides and growing darker.
 static SOUND Hall_Echo(const SOUND &in)
 {
     constexpr double again = 0.38, dark = 0.22;
@@ -62,7 +62,7 @@ static SOUND Hall_Echo(const SOUND &in)
     return Hall_Cycle(effect, in);
 }
 
-// The walls' first answers: five delays, each quieter than the one before.
+// Early reflections: five delays, each quieter than the one before.
 static double Hall_Reflect(std::array<DELAY, 5> &walls, double in)
 {
     constexpr double level = 0.5;
@@ -74,7 +74,7 @@ static double Hall_Reflect(std::array<DELAY, 5> &walls, double in)
     return sum;
 }
 
-// An all-pass: every frequency as loud as before, but smeared in time.
+// An all-pass filter: every frequency keeps its level, smeared in time.
 static double Hall_Diffuse(DELAY &delay, double in)
 {
     constexpr double gain = 0.55;
@@ -118,7 +118,7 @@ static SOUND Hall_Room(const SOUND &in)
             sent = Hall_Diffuse(diffuser, sent);
         for (size_t i = 0; i < 8; i++)
             v[i] = heard[i] += (1 - dark) * (gains[i] * lines[i].Get() - heard[i]);
-        // Reflections come back from the other side.
+        // reflections return from the other side
         const double first = Hall_Reflect(wallsLeft, right);
         right = Hall_Reflect(wallsRight, left) + tail * (v[1] - v[3] + v[5] + v[7]);
         left = first + tail * (v[0] + v[2] - v[4] + v[6]);
@@ -129,7 +129,7 @@ static SOUND Hall_Room(const SOUND &in)
     return Hall_Cycle(effect, in);
 }
 
-// What lies below 35 Hz nobody hears; it would only use up level.
+// Frequencies below 35 Hz are inaudible and would only use up level.
 static SOUND Hall_CutRumble(const SOUND &mix)
 {
     const double corner = 2 * std::numbers::pi * 35 / Score_Rate;

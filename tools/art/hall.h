@@ -1,7 +1,7 @@
-// The hall in which the game's music is played: echoes, reflections, and the level of the whole.
+// The hall in which the game's music is played: echoes, reflections, and the overall level.
 #pragma once
 
 #include "tools/art/voices.h"
 
-/// What is heard of all voices together. Its end rings on into its start.
+/// The mix of all voices. Its end rings on into its start.
 SOUND Hall_Mix(MIX mix);

@@ -8,23 +8,23 @@
 
 #include "picture/ham68.h"
 
-constexpr size_t HAM8_Beam = 16;      // running colours that a row's search keeps at each pixel
-constexpr size_t HAM8_LookAhead = 3;  // pixels whose components a change may anticipate
-// The unit of costs; less than one is a preference among equally good codes.
+constexpr size_t HAM8_Beam = 16;      // colour states that a row's search keeps at each pixel
+constexpr size_t HAM8_LookAhead = 3;  // pixels ahead whose components a change may set in advance
+// The unit of costs; smaller differences are a preference among equally good codes.
 constexpr uint64_t HAM8_ErrorUnit = 1 << 16;
 
 namespace
 {
-// A decoder's running colour after a pixel, on the cheapest known way there.
+// A decoder's colour after a pixel, on the cheapest known path to it.
 struct STATE {
     HAM8_RGB Colour;
     uint8_t Code;
     uint8_t From;   // index among the states of the pixel before
-    uint64_t Cost;  // of the row so far: squared errors in HAM8_ErrorUnit, and changes of code
+    uint64_t Cost;  // of the row so far: squared errors in HAM8_ErrorUnit, plus changes of code
 };
 }  // namespace
 
-// Control value of a code that replaces each component.
+// Control bits of the code that replaces each component.
 constexpr std::array<uint8_t, 3> HAM8_Modify = {2, 3, 1};
 
 static uint32_t HAM8_Error(const HAM8_RGB &a, const HAM8_RGB &b)
@@ -35,13 +35,13 @@ static uint32_t HAM8_Error(const HAM8_RGB &a, const HAM8_RGB &b)
     return sum;
 }
 
-// The nearest value that a code can carry.
+// The nearest value that a code can hold.
 static uint8_t HAM8_Carried(uint8_t v)
 {
     return static_cast<uint8_t>(std::min(v + 2, 255) & 0xFC);
 }
 
-// Where the decoder can be after one more pixel, which should look like ahead[0].
+// The decoder's possible states after one more pixel, which should look like ahead[0].
 static std::vector<STATE> HAM8_Successors(std::span<const STATE> states,
                                           std::span<const HAM8_RGB> ahead,
                                           const HAM8_PALETTE &palette)
@@ -55,10 +55,10 @@ static std::vector<STATE> HAM8_Successors(std::span<const STATE> states,
         next.push_back({colour, code, static_cast<uint8_t>(from), cost});
     };
     for (size_t i = 0; i < palette.size(); i++)
-        add(0, palette[i], static_cast<uint8_t>(i << 2));  // the cheapest way comes first
+        add(0, palette[i], static_cast<uint8_t>(i << 2));  // the cheapest path comes first
     for (size_t from = 0; from < states.size(); from++) {
         const STATE &s = states[from];
-        add(from, s.Colour, s.Code);  // the same code again holds the colour
+        add(from, s.Colour, s.Code);  // repeating the code holds the colour
         for (size_t c = 0; c < 3; c++)
             for (size_t k = 0; k < ahead.size(); k++) {
                 HAM8_RGB colour = s.Colour;
@@ -70,7 +70,7 @@ static std::vector<STATE> HAM8_Successors(std::span<const STATE> states,
     return next;
 }
 
-// Keeps the cheapest state of each colour, at most HAM8_Beam of them, the cheapest first.
+// Keeps the cheapest state of each colour, at most HAM8_Beam of them, sorted by cost.
 static std::vector<STATE> HAM8_Thin(std::vector<STATE> states)
 {
     const auto cheaper = [](const STATE &a, const STATE &b) {
@@ -99,7 +99,7 @@ struct ROW {
 
 static ROW HAM8_EncodeRow(std::span<const HAM8_RGB> pixels, const HAM8_PALETTE &palette)
 {
-    // Black has no code to repeat: at the start, holding it sets red to 0.
+    // Black has no code to repeat: at the row's start, holding it sets red to 0.
     std::vector<std::vector<STATE>> trail = {{{{0, 0, 0}, HAM8_Modify[0], 0, 0}}};
     for (size_t x = 0; x < pixels.size(); x++) {
         const auto ahead = pixels.subspan(x, std::min(HAM8_LookAhead, pixels.size() - x));
@@ -116,7 +116,7 @@ static HAM8_IMAGE HAM8_EncodeRows(std::span<const HAM8_RGB> pixels, uint16_t wid
                                   const HAM8_PALETTE &palette)
 {
     HAM8_IMAGE image = {width, static_cast<uint16_t>(pixels.size() / width), palette, {}, 0};
-    std::map<std::vector<HAM8_RGB>, ROW> known;  // rows recur
+    std::map<std::vector<HAM8_RGB>, ROW> known;  // rows often recur
     for (size_t start = 0; start < pixels.size(); start += width) {
         const auto source = pixels.subspan(start, width);
         ROW &row = known[{source.begin(), source.end()}];
@@ -137,12 +137,12 @@ static uint8_t HAM8_Median(std::vector<uint8_t> values)
 
 namespace
 {
-// Part of the pixels, for the median cut.
+// A set of pixels, for the median cut.
 struct BOX {
     std::span<HAM8_RGB> Pixels;
     size_t Axis;      // the component of the greatest spread
-    uint64_t Sum;     // of that component
-    uint64_t Spread;  // its squared deviations; 0: all pixels are alike
+    uint64_t Sum;     // sum of that component
+    uint64_t Spread;  // its squared deviations; 0: all pixels are equal
 };
 }  // namespace
 
@@ -174,7 +174,7 @@ static HAM8_RGB HAM8_Middle(std::span<const HAM8_RGB> pixels)
     return middle;
 }
 
-// Heckbert's median cut: the box with the greatest spread is cut at its mean until there are 64.
+// Heckbert's median cut: the box with the greatest spread is cut at its mean until 64 boxes exist.
 static HAM8_PALETTE HAM8_MedianCut(std::span<const HAM8_RGB> pixels)
 {
     std::vector<HAM8_RGB> sorted(pixels.begin(), pixels.end());
@@ -202,8 +202,8 @@ static HAM8_PALETTE HAM8_MedianCut(std::span<const HAM8_RGB> pixels)
 
 namespace
 {
-// What an image's codes made of its palette: the source values that each entry stands for, by
-// component, as long as no other code replaces it, and the errors left, by source colour.
+// How an image's codes use its palette: for each entry and component, the source values shown by it
+// until another code replaces it; and the remaining errors by source colour.
 struct SURVEY {
     std::array<std::array<std::vector<uint8_t>, 3>, 64> Values;
     std::vector<std::pair<uint32_t, HAM8_RGB>> Errors;  // the greatest sums first
@@ -215,7 +215,7 @@ static SURVEY HAM8_Survey(const HAM8_IMAGE &image, std::span<const HAM8_RGB> pix
     SURVEY survey;
     std::map<HAM8_RGB, uint32_t> errors;
     HAM8_RGB running{};
-    std::array<int, 3> owner{};  // palette entry that a component is from; below 0: none
+    std::array<int, 3> owner{};  // the palette entry that each component comes from; below 0: none
     for (size_t i = 0; i < pixels.size(); i++) {
         if (i % image.Width == 0) {
             running = {};
@@ -241,8 +241,9 @@ static SURVEY HAM8_Survey(const HAM8_IMAGE &image, std::span<const HAM8_RGB> pix
     return survey;
 }
 
-// A better palette, perhaps: entries move to the middle of what they stand for, and the least used
-// ones go where the errors are. `refused` counts the proposals that did not help; it varies them.
+// Proposes a better palette: entries move to the mean of what they represent, and the least used
+// ones to where the errors are. `refused` counts the proposals that did not help and varies the
+// next.
 static HAM8_PALETTE HAM8_Propose(const HAM8_IMAGE &image, const SURVEY &survey, size_t refused)
 {
     HAM8_PALETTE palette = image.Palette;

@@ -1,6 +1,6 @@
-// An encoder of HAM8 pictures for authors: where the framework's own takes one pixel after the
-// other and a grey palette, this one searches for the palette and for the codes of whole rows, so
-// that edges come out without fringes. The format: picture/ham68.h.
+// An encoder of HAM8 pictures for artwork. The framework's own encoder takes one pixel after the
+// other and a grey palette; this one searches for the palette and for the codes of whole rows, so
+// that edges have no fringes. The format: picture/ham68.h.
 #pragma once
 
 #include <array>
@@ -19,8 +19,8 @@ struct HAM8_IMAGE {
 };
 
 /// Codes for `pixels` (width x height of them, top row first). `rounds` is the number of palettes
-/// that are tried beyond the first; the best stays. The same input gives the same result.
+/// tried after the first; the best is kept. Deterministic.
 HAM8_IMAGE HAM8_Encode(std::span<const HAM8_RGB> pixels, uint16_t width, int rounds);
 
-/// The image as a whole file, plain or run-length compressed, whichever is smaller.
+/// The image as a file, plain or run-length compressed, whichever is smaller.
 std::vector<uint8_t> HAM8_File(const HAM8_IMAGE &image);

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the tiles under datas/ and the launcher's icons anew from the drawings in tools/art/svg. Needs
+# Makes the tiles under datas/ and the launcher's icons from the drawings in tools/art/svg. Needs
 # what the game needs to build, rsvg-convert (librsvg2-bin) and convert (imagemagick), and takes
 # about three minutes.
 set -euo pipefail

@@ -1,4 +1,4 @@
-// The game's music: what the score gives, played and put into a file.
+// The game's music: renders the score and puts it into a file.
 //
 //   music score            prints every voice, bar by bar
 //   music pcm              writes three rounds of the piece: 24-bit stereo samples at 44.1 kHz,
@@ -24,7 +24,7 @@ constexpr int Music_FrameSamples = 1152;  // MPEG-1 Layer III
 constexpr int Music_Frames = Score_Length / Music_FrameSamples;
 constexpr int Music_Rounds = 3;
 // The encoder's 576 samples and the decoder's 529: decoded sample 0 is this far before the first
-// one that was encoded.
+// encoded one.
 constexpr int Music_Delay = 576 + 529;
 
 static_assert(Score_Length % (14 * Music_FrameSamples) == 0, "whole buffers of the engine");
@@ -39,8 +39,8 @@ static SOUND Music_Play()
     return Hall_Mix(std::move(mix));
 }
 
-// Three rounds, so that the middle one has its neighbours on both sides. They begin late by the
-// codec's delay, which puts the first step of a round at the start of a decoded frame.
+// Three rounds, so that the middle one has neighbours on both sides. They are delayed so that, with
+// the codec's delay, a round's first step falls on the start of a decoded frame.
 static bool Music_WritePCM()
 {
     const SOUND sound = Music_Play();
@@ -66,8 +66,8 @@ static bool Music_WritePCM()
 
 using BYTES = std::vector<uint8_t>;
 
-// ID3v2.3, "Declared ID3v2 frames": an identifier, a size, two flag bytes, and in front of the
-// text its encoding (0 is ISO 8859-1).
+// ID3v2.3, "Declared ID3v2 frames": an identifier, a size, two flag bytes, then the text's encoding
+// (0 is ISO 8859-1) and the text.
 static void Music_AddText(BYTES &tag, std::string_view id, std::string_view text)
 {
     tag.insert(tag.end(), id.begin(), id.end());
@@ -75,8 +75,8 @@ static void Music_AddText(BYTES &tag, std::string_view id, std::string_view text
     tag.insert(tag.end(), text.begin(), text.end());
 }
 
-// The tag stays below 128 bytes, where plain and seven-bit sizes are the same, and ends in
-// padding, which the engine's reader needs to have enough left for the last text.
+// The tag stays below 128 bytes, where plain and seven-bit sizes are equal, and ends in padding,
+// without which the engine's reader would drop the last text.
 static BYTES Music_Tag()
 {
     using namespace std::literals;
@@ -85,13 +85,13 @@ static BYTES Music_Tag()
     Music_AddText(tag, "TIT2", "Careful Steps");
     Music_AddText(tag, "TPE1", "VELMORANDIS");
     Music_AddText(tag, "TYER", "2026");
-    // No language and no description: the reader keeps comments without a language only.
+    // No language and no description: the reader keeps only comments without a language.
     Music_AddText(tag, "COMM", "\0\0\0\0Original music, CC0 1.0"sv);
     tag.resize(header + size);
     return tag;
 }
 
-// The length of the 192 kbit/s frame whose header starts at `at`, or 0 when none does.
+// The length of the 192 kbit/s frame whose header is at `at`, 0 if none is.
 static size_t Music_FrameLength(std::span<const uint8_t> file, size_t at)
 {
     if (at + 4 > file.size() || file[at] != 0xFF || file[at + 1] != 0xFB ||

@@ -10,20 +10,20 @@
 
 namespace
 {
-// What a section plays with, and how loud. A drum's line has a character a sixteenth: "x" is a
+// The instruments and levels of a section. A drum's line has a character per sixteenth: "x" is a
 // stroke, "o" a soft one, "." none; the line repeats every bar.
 struct SECTION {
     const char *Name;
     int Bars;
     INSTRUMENT Melody;
     double MelodyLevel, CounterLevel, BellLevel, HarpLevel, PadLevel, BassLevel;
-    const char *Harp;  // a token a step: places in the chord, two digits share the step
+    const char *Harp;  // a token per step: chord positions; two digits share the step
     std::array<const char *, 5> Drums;  // in the order of DRUM
 };
 
-// One bar. Voices are written a token a step: a note, "-" for one that is held, "." for none.
-// A chord has four notes, or twice four where it changes in the middle of the bar; the harp takes
-// its notes from there, places 4 to 7 an octave higher.
+// One bar. Voices are written a token per step: a note, "-" to hold it, "." for a rest. A chord has
+// four notes, or two sets of four if it changes in the middle of the bar; the harp plays them by
+// position, 4 to 7 an octave higher.
 struct BAR {
     const char *Name, *Bass, *Chord, *Melody, *Counter, *Bell;
 };
@@ -203,7 +203,7 @@ constexpr std::array<BAR, Score_Bars> Score_Score = {{
      ". . . . E5 G5 C#6 E6"},
 }};
 
-// The next token of `text`, which is shortened by it; empty at the end.
+// Takes the next token off the front of `text`; empty at the end.
 static constexpr std::string_view Score_Token(std::string_view &text)
 {
     while (text.starts_with(' '))
@@ -213,7 +213,7 @@ static constexpr std::string_view Score_Token(std::string_view &text)
     return token;
 }
 
-// The key of "C4", "F#3" or "Eb5", or -1 for what is not a note.
+// The MIDI key of "C4", "F#3" or "Eb5", or -1 for anything else.
 static constexpr int Score_Key(std::string_view name)
 {
     constexpr std::string_view letters = "C D EF G A B";
@@ -236,7 +236,7 @@ static constexpr bool Score_IsChord(std::string_view text)
     return count == 4 || count == 8;
 }
 
-// A bar of notes, rests, and holds of what sounds.
+// A bar of notes, rests, and holds after a note.
 static constexpr bool Score_IsVoice(std::string_view text)
 {
     int count = 0;
@@ -282,7 +282,7 @@ double Score_Chance(unsigned seed)
     return static_cast<double>(mixed) / 2147483648.0 - 1;
 }
 
-// A hand leans on the first and the fifth step, and is never quite even.
+// A player stresses the first and the fifth step, and is never quite even.
 static double Score_Accent(double step, unsigned voice)
 {
     const int inBar = static_cast<int>(step) % Score_BarSteps;
@@ -292,7 +292,7 @@ static double Score_Accent(double step, unsigned voice)
            (1 + 0.06 * Score_Chance(static_cast<unsigned>(step * 2) + voice * 997));
 }
 
-// Nor is it quite in time: up to 4 ms late.
+// Nor quite in time: up to 4 ms late.
 static double Score_Late(double step, unsigned voice)
 {
     const unsigned seed = static_cast<unsigned>(step * 2) + voice * 7919;
@@ -348,7 +348,7 @@ static void Score_AddHarp(std::vector<NOTE> &notes, const SECTION &section, cons
     }
 }
 
-// A key that stays from one chord to the next is held, not struck again, for four bars at most.
+// A key shared by successive chords is held, not struck again, for four bars at most.
 static void Score_AddPad(std::vector<NOTE> &notes, std::vector<NOTE> &held, const BAR &bar,
                          int start, double level)
 {
@@ -418,7 +418,7 @@ std::vector<STROKE> Score_Strokes()
     return strokes;
 }
 
-// How many semitones above a note of the chord it lies at least: 0 is in the chord, 1 rubs.
+// The least distance above a note of the chord, in semitones: 0 is in the chord, 1 clashes.
 static int Score_Rub(const BAR &bar, int step, int key)
 {
     int least = 12;

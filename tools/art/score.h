@@ -1,4 +1,4 @@
-// The score of the game's music: what is played, when, how loud, and from where.
+// The score of the game's music: what is played, when, how loud, and where in the stereo field.
 #pragma once
 
 #include <vector>
@@ -34,14 +34,14 @@ struct STROKE {
     double Level;
 };
 
-/// Every note of one round. Starts lie inside of it; what rings past its end goes on at its start.
+/// Every note of one round. All start within it; what rings past its end continues at its start.
 std::vector<NOTE> Score_Notes();
 
-/// Every stroke of the percussion, on the same terms.
+/// Every stroke of the percussion, in the same way.
 std::vector<STROKE> Score_Strokes();
 
-/// A number from -1 to 1 that looks drawn by chance and is the same for the same seed.
+/// A pseudo-random number from -1 to 1, the same for the same seed.
 double Score_Chance(unsigned seed);
 
-/// Prints every voice, bar by bar, and warns of melody notes that rub against their chord.
+/// Prints every voice, bar by bar, and warns of melody notes that clash with their chord.
 void Score_Print();

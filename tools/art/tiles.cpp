@@ -1,6 +1,6 @@
 // Makes HAM8 tiles: tiles SOURCE TILE [SOURCE TILE]..., the source 256 x 256 pixels of R G B bytes.
-// Each tile is decoded again as the game does it and compared with its source; the status is not 0
-// when one cannot be read or written, or differs too much.
+// Each tile is decoded again as the game does it and compared with its source; the exit status is
+// not 0 if one cannot be read or written, or differs too much.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -33,7 +33,7 @@ static bool Tiles_WriteFile(const char *path, const std::vector<uint8_t> &bytes)
     return (std::fclose(file) == 0) && written;
 }
 
-// Compares what the game sees of a tile with its source. Prints the errors.
+// Compares a decoded tile with its source. Prints the errors.
 static bool Tiles_Verify(const char *path, const std::vector<HAM8_RGB> &source, size_t size)
 {
     const Picture tile = Picture_Load(path, 0, 0);

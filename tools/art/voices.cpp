@@ -8,9 +8,9 @@
 namespace
 {
 struct PARTIAL {
-    double Ratio;  // to the note's frequency
+    double Ratio;  // frequency, as a multiple of the note's
     double Level;
-    double Decay;  // seconds to fall by 60 dB at A4; 0: it stays
+    double Decay;  // seconds to fall by 60 dB at A4; 0: sustained
     double Pan;    // -1 left, 1 right
 };
 
@@ -18,22 +18,22 @@ struct SOUNDING {
     std::vector<PARTIAL> Partials;
     double Attack;   // seconds
     double Release;  // seconds from the note's end to silence
-    double Vibrato;  // part of the frequency by which it sways once the note is under way
-    double Breath;   // level of the noise of its start
-    double Hall;     // what it sends there
+    double Vibrato;  // depth, as a fraction of the frequency, after a short while
+    double Breath;   // level of the noise at its start
+    double Hall;     // level sent to the hall
     double Echo;
 };
 
 struct STROKE_SOUND {
     double Seconds, Level, Pan, Hall;
-    double From, To;       // Hz of its tone, which glides; 0: none
+    double From, To;       // Hz of its tone, which glides from one to the other; 0: none
     double Noise, Centre;  // level and Hz of its noise, 0: none
-    double Sharp;          // how narrow the noise is: 1 wide, 0.1 narrow
+    double Sharp;          // bandwidth of the noise: 1 wide, 0.1 narrow
 };
 }  // namespace
 
-// `count` harmonics that fall off as a power and ring at most `decay` seconds, the higher the
-// shorter; `spread` puts three of each a little apart, from side to side.
+// `count` harmonics that fall off as a power and ring at most `decay` seconds, higher ones shorter;
+// `spread` detunes three of each and pans them.
 static std::vector<PARTIAL> Voices_Harmonics(int count, double power, double decay, double spread)
 {
     std::vector<PARTIAL> partials;
@@ -67,7 +67,7 @@ static const std::array<SOUNDING, 7> Voices_Soundings = {{
      0.28},
     // The viola: the second subject and the counter-melody.
     {Voices_Harmonics(16, 1.05, 0, 0.0005), 0.07, 0.30, 0.0050, 0.03, 0.42, 0.20},
-    // A piano of tines: two of each, slightly apart, wander slowly against each other.
+    // A piano of tines: two of each, slightly detuned, beating slowly.
     {{{0.9998, 0.5, 5, -0.5},
       {1.0002, 0.5, 5, 0.5},
       {2, 0.50, 3.2, 0},
@@ -125,14 +125,14 @@ static double Voices_Angle(double pan)
     return (std::clamp(pan, -1.0, 1.0) + 1) * std::numbers::pi / 4;
 }
 
-// The sway of the frequency: sets in after a quarter of a second.
+// The vibrato, which sets in after a quarter of a second.
 static double Voices_Sway(double vibrato, double seconds)
 {
     return 1 + vibrato * Voices_Ease((seconds - 0.25) / 0.35) *
                    std::sin(2 * std::numbers::pi * 5.3 * seconds);
 }
 
-// Adds a sine to both sides, as a rotating pointer whose turn is set anew every few samples.
+// Adds a sine to both sides, computed as a rotating vector that is renewed every few samples.
 static void Voices_AddPartial(const PARTIAL &partial, const NOTE &note, double vibrato,
                               double phase, std::vector<double> &left, std::vector<double> &right)
 {
@@ -142,7 +142,7 @@ static void Voices_AddPartial(const PARTIAL &partial, const NOTE &note, double v
     const double own = frequency * partial.Ratio;
     if (own > highest)
         return;
-    // Short strings and bars ring shorter, and are struck more softly.
+    // higher notes ring shorter and are struck more softly
     const double decay = partial.Decay * std::pow(440 / frequency, 0.6);
     const double fall = decay > 0 ? std::log(1000.0) / (decay * Score_Rate) : 0;
     const double level = note.Level * partial.Level * std::pow(440 / frequency, 0.2) /
@@ -194,7 +194,7 @@ void Voices_Play(const NOTE &note, MIX &mix)
         const PARTIAL &partial = sounding.Partials[i];
         const unsigned seed =
             static_cast<unsigned>(first + note.Key * 64) + static_cast<unsigned>(i);
-        // Struck partials begin together, bowed ones anywhere.
+        // struck partials start in phase, bowed ones anywhere
         const double phase = partial.Decay > 0 ? 0 : std::numbers::pi * Score_Chance(seed);
         Voices_AddPartial(partial, note, sounding.Vibrato, phase, left, right);
     }

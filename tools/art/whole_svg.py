@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""whole_svg.py DRAWING: prints the drawing with what it takes from family.svg put into it, since an
-icon must be one file. Those parts' names get a prefix: a drawing has names of its own."""
+"""whole_svg.py DRAWING: prints the drawing with the parts of family.svg that it uses embedded, since an
+icon must be one file. The names of those parts get a prefix, so that they do not clash with the drawing's."""
 import pathlib, re, sys
 import xml.etree.ElementTree as tree
 

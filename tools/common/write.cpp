@@ -10,7 +10,7 @@
 namespace
 {
 
-// Removes an unfinished file when the user or the system ends the program, while it lives.
+// While it lives, a signal that ends the program first removes the unfinished file.
 class CLEANER
 {
 public:
@@ -36,12 +36,12 @@ CLEANER::CLEANER(const std::string &path)
     };
     action.sa_handler = [](int signal) {
         unlink(unfinished.data());
-        raise(signal);  // as soon as this returns
+        raise(signal);  // takes effect as soon as this returns
     };
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     for (size_t i = 0; i < Signals.size(); i++) {
         sigaction(Signals[i], nullptr, &Before[i]);
-        if (Before[i].sa_handler == SIG_DFL)  // not ignored, and nobody else's
+        if (Before[i].sa_handler == SIG_DFL)  // neither ignored nor handled elsewhere
             sigaction(Signals[i], &action, nullptr);
     }
 }

@@ -1,4 +1,4 @@
-// Files that a tool writes, replaced whole.
+// Files that a tool writes, replaced as a whole.
 #pragma once
 
 #include <functional>
@@ -6,11 +6,11 @@
 
 #include "extra/replace.h"
 
-/// Has `fill` write the new file and puts it in the place of what is at `path`: a full disk or a
-/// killed tool leaves the old one, and what interrupts the tool leaves nothing else. From one
-/// thread at a time. `fill` returns why it failed, or "". So does this.
+/// Has `fill` write a new file and then replaces the file at `path` with it: a full disk or a
+/// killed tool leaves the old file, and an interrupted one leaves nothing else. One thread at a
+/// time. Both `fill` and this return why they failed, or "".
 std::string Write_File(const std::string &path,
                        const std::function<std::string(const REPLACE &file)> &fill);
 
-/// What an errno means, for a person.
+/// An errno in words.
 std::string Write_Reason(int error);

@@ -1,5 +1,5 @@
-# What the launcher and ./play share: options, arguments, and one game after the other. Sourced by
-# POSIX shells; `name` is the command as the user knows it.
+# Shared by the launcher and ./play: options, arguments, and playing again. Sourced by POSIX shells;
+# `name` is the command as the user knows it.
 
 usage() {
     cat <<END
@@ -11,16 +11,16 @@ cell free of mines; without three such numbers the field is 10 by 10 with 20 min
   --small     8 by 8 with 10 mines
   --medium    16 by 16 with 40 mines
   --large     30 by 16 with 99 mines
-  --quiet     without sound (TESSARUVINEL_VOLUME=0; 0 to 100)
-  --help      shows this and ends
-  --version   shows the version and ends
+  --quiet     without sound (TESSARUVINEL_VOLUME=0 to 100 sets the level)
+  --help      shows this help
+  --version   shows the version
 
 Left button: uncover. Right button: flag, question mark, covered. Escape: end the game.
 END
 }
 
-# take_arguments ARGUMENT...: obeys the options and leaves the game's three numbers in `field`, which
-# is empty for the usual field. What the game would not take is named.
+# take_arguments ARGUMENT...: handles the options and sets `field` to the game's three numbers, or
+# to nothing for the default field. Reports arguments that the game would reject.
 take_arguments() {
     field="" why="" numbers=""
     for argument in "$@"; do
@@ -31,7 +31,7 @@ take_arguments() {
         --small) numbers="8 8 10" ;;
         --medium) numbers="16 16 40" ;;
         --large) numbers="30 16 99" ;;
-        *[!0-9]* | "" | ??????????*) why=${why:-"'$argument' is no number or option"} ;;
+        *[!0-9]* | "" | ??????????*) why=${why:-"'$argument' is not a number or option"} ;;
         *) numbers="$numbers $argument" ;;
         esac
     done
@@ -45,7 +45,7 @@ take_arguments() {
     fi
 }
 
-# Why the game would not take these numbers; nothing for those that it takes. It keeps the low 8 bits.
+# Why the game would reject these numbers; nothing if it accepts them. It keeps their low 8 bits.
 wrong_field() {
     if [ $# -ne 3 ]; then
         echo "not three numbers, but $#"
@@ -61,7 +61,7 @@ wrong_field() {
     fi
 }
 
-# Without leading zeros, which would make it octal.
+# Strips leading zeros, which would mean octal.
 low_byte() {
     digits=${1#"${1%%[!0]*}"}
     echo $((${digits:-0} % 256))
@@ -71,11 +71,11 @@ on_terminal() {
     [ -t 0 ] && [ -t 1 ]
 }
 
-# play_games PROGRAM: plays a game of `field`; on a terminal another one as long as the player asks.
-# Gives the last game's exit status.
+# play_games PROGRAM: plays a game of `field`, on a terminal again as long as the player asks for
+# it. Returns the last game's exit status.
 play_games() {
     while :; do
-        trap : INT # it stops the game's clock, and not what waits for the game
+        trap : INT # Ctrl-C stops the game's clock, but must not end this shell
         status=0
         "$1" $field || status=$?
         trap - INT

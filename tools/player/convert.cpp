@@ -13,7 +13,7 @@
 #include "tools/player/terminal.h"
 
 constexpr uint32_t OpenLength = UINT32_MAX;    // of a stream
-constexpr uint64_t MaxData = UINT32_MAX - 64;  // the chunks count in 32 bits
+constexpr uint64_t MaxData = UINT32_MAX - 64;  // chunk sizes have 32 bits
 constexpr const char *TooMuch = "more than 4 GiB of sound";
 constexpr const char *StandardOutput = "-";
 
@@ -22,7 +22,7 @@ static bool IsWave(const std::string &path)
     return Text_EndsWith(path, ".wav") || path == StandardOutput;
 }
 
-// The header of so many bytes of data: PCM's, or that of floating point, which has more.
+// The header for so many bytes of data: PCM's, or the longer one of floating point.
 static std::vector<uint8_t> Header(const SAMPLES_FORMAT &to, uint64_t data)
 {
     std::vector<uint8_t> header;
@@ -36,7 +36,7 @@ static std::vector<uint8_t> Header(const SAMPLES_FORMAT &to, uint64_t data)
     };
     const bool open = data == OpenLength;
     const uint32_t frame = to.FrameBytes(),
-                   own = to.Float ? 50 : 36;  // what follows the first size
+                   own = to.Float ? 50 : 36;  // everything after the first size field
     text("RIFF");
     number(open ? OpenLength : data + data % 2 + own, 4);
     text("WAVEfmt ");
@@ -63,7 +63,7 @@ static bool Write(FILE *file, std::span<const uint8_t> bytes)
     return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
 }
 
-// A conversion as it goes.
+// A conversion in progress.
 struct WRITING {
     FILE *File;
     PLAYER_SOUND &Sound;
@@ -116,8 +116,8 @@ static std::string WriteSamples(WRITING &writing, uint64_t limit)
     return "";
 }
 
-// Writes the samples, after their header if it is to be a WAVE file; in a file that can be rewound
-// the header gets its length then. Returns why that failed.
+// Writes the samples, preceded by a header for a WAVE file. If the file can be rewound, the header
+// gets its length afterwards. Returns why that failed.
 static std::string WriteSound(WRITING &writing, bool wave)
 {
     if (!wave)
@@ -150,7 +150,7 @@ std::string Player_Convert(PLAYER_SOUND &sound, uint32_t passes, const SAMPLES_F
     }
     const uint64_t expected = ExpectedBytes(sound, passes, to);
     if (IsWave(path) &&
-        expected - expected / 64 > MaxData)  // the length may be some samples too long
+        expected - expected / 64 > MaxData)  // the stated length may be slightly too long
         return TooMuch;
     const std::string reason = Write_File(path, [&](const REPLACE &file) {
         WRITING writing = {file.File, sound, passes, to};

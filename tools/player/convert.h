@@ -1,4 +1,4 @@
-// A sound into a file of linear samples.
+// Conversion of a sound to a file of linear samples.
 #pragma once
 
 #include <string>
@@ -6,13 +6,13 @@
 #include "tools/player/samples.h"
 #include "tools/player/sound.h"
 
-/// Whether the file's name is one that Player_Convert knows: .wav for RIFF WAVE, .raw and .pcm for
-/// samples alone, or "-" for WAVE on standard output.
+/// Whether Player_Convert knows the file's name: .wav for RIFF WAVE, .raw and .pcm for bare
+/// samples, or "-" for WAVE on standard output.
 bool Player_CanWrite(const std::string &path);
 
-/// Writes so many passes in the format `to`, as a whole: until it is complete, the file at `path`
-/// stays as it was. On standard output the header leaves the length open where it cannot be filled
-/// in later. Shows its progress. Returns why it failed, empty when it did not; a signal that asks
-/// for the end is such a reason.
+/// Writes so many passes in the format `to`; the file at `path` is replaced only when the new one
+/// is complete. On standard output the header leaves the length open if it cannot be filled in
+/// later. Shows its progress. Returns why it failed, empty on success; a signal that ends the
+/// program counts as a failure.
 std::string Player_Convert(PLAYER_SOUND &sound, uint32_t passes, const SAMPLES_FORMAT &to,
                            const std::string &path);

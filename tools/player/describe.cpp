@@ -35,10 +35,10 @@ static const Header &RecordOf(const PLAYER_SOUND &sound)
 struct CODEC {
     uint16_t Code;
     const char *Name;
-    uint8_t Growth;  // bytes of output for each of the file; 0: not decoded
+    uint8_t Growth;  // bytes of output for each byte of the file; 0: not decoded
 };
 
-// Sets codec and output bytes. `data` is the bytes of the sound in the file.
+// Sets codec and output size. `data` is the size of the sound in the file.
 template <size_t N>
 static void SetCodec(PLAYER_SOUND &sound, uint16_t code, uint64_t data, const CODEC (&codecs)[N])
 {
@@ -58,7 +58,7 @@ static uint64_t DataBytes(uint64_t start, uint64_t end)
     return start < end ? end - start : 0;
 }
 
-// Sets codec and output bytes of what is decoded by its format's rules.
+// Sets codec and output size of sound that is decoded by its format's rules.
 static void SetFrames(PLAYER_SOUND &sound, const SOUND_FRAMES &frames, uint64_t data)
 {
     const uint32_t stored = Sound_StoredBytes(frames);
@@ -108,8 +108,8 @@ static void DescribeWAV(PLAYER_SOUND &sound)
     const bool microsoft = header.FormatTag == 2;
     if (!microsoft && header.FormatTag != 17)
         return;
-    const uint64_t codes = (microsoft ? 7u : 4u) * header.Channels;  // in front of them
-    const uint64_t headers = microsoft ? 4u * header.Channels : 0;   // bytes of samples there
+    const uint64_t codes = (microsoft ? 7u : 4u) * header.Channels;  // bytes before the codes
+    const uint64_t headers = microsoft ? 4u * header.Channels : 0;   // their samples, in bytes
     sound.Plays = header.BlockAlign > codes && header.Channels <= 2;
     sound.Bytes =
         sound.Plays ? data / header.BlockAlign * ((header.BlockAlign - codes) * 4 + headers) : 0;
@@ -131,7 +131,7 @@ static void DescribeMOD(PLAYER_SOUND &sound)
     }
 }
 
-// Samples a channel of the frames from where `file` stands on.
+// Samples per channel of the frames from the current position of `file`.
 static uint64_t CountFrames(FILE *file, uint8_t n)
 {
     uint64_t samples = 0;
@@ -140,8 +140,8 @@ static uint64_t CountFrames(FILE *file, uint8_t n)
     return samples;
 }
 
-// Those of the sound. Where the search for frames gives up, the next refill goes on with it; only
-// one that finds none is the end.
+// Samples of the sound. Where the search for frames is interrupted, the next refill continues it;
+// only an empty refill that is not Unfinished is the end.
 static uint64_t CountMP3(FILE *file, uint8_t n)
 {
     uint64_t samples = 0;
@@ -150,14 +150,14 @@ static uint64_t CountMP3(FILE *file, uint8_t n)
     return samples;
 }
 
-// The newer tag's text, which the older one cuts, if it has one.
+// The newer tag's text, if it has one, since the older tag truncates it.
 static std::string TagText(std::span<const char> v2, std::span<const char> v1)
 {
     const std::string text = Player_Text(v2);
     return text.empty() ? Player_Text(v1) : text;
 }
 
-// The newer tag's number is cut to one character: it may be part of the number, or of no text.
+// The newer tag's number is kept as one character: it may be truncated, or not a number.
 static std::string TrackText(const MP3_ID3V1 &v1, const MP3_ID3V2 &v2)
 {
     if (v1.TrackNumber != 0)
@@ -189,7 +189,7 @@ static void AddTags(PLAYER_SOUND &sound, const MP3_ID3V1 &v1, const MP3_ID3V2 &v
     AddFact(sound, "comment", TagText(v2.Comment, v1.Comment));
 }
 
-// The first frame's, or the mean where frames have others.
+// The first frame's bit rate, or the mean if other frames differ.
 static std::string BitRateText(const MP3_HEADER &header, double first, uint64_t samples)
 {
     const MP3_STREAM &frames = header.Frames;
@@ -201,7 +201,7 @@ static std::string BitRateText(const MP3_HEADER &header, double first, uint64_t 
     if (frames.FreeLength != 0)
         return kilobits(mean) + " kbit/s, free format";
     if (frames.End != 0 && seconds > 0.5 && std::abs(mean - first) > first / 10)
-        return kilobits(mean) + " kbit/s in the mean, variable";
+        return kilobits(mean) + " kbit/s on average, variable";
     return kilobits(first) + " kbit/s";
 }
 
@@ -224,7 +224,7 @@ static void DescribeMP3(PLAYER_SOUND &sound)
         AddTexts(sound, header.Texts);
     else
         AddTags(sound, header.ID3v1, header.ID3v2);
-    const uint32_t bitRate = header.BitRate;  // which the frames that are counted change
+    const uint32_t bitRate = header.BitRate;  // copied first: counting the frames changes it
     const std::string mode = MP3_Channels[header.ChannelMode & 3];
     fseeko(file.get(), track.DataStart, SEEK_SET);
     const uint64_t samples =
@@ -288,8 +288,7 @@ static void DescribeIFF(PLAYER_SOUND &sound)
     AddNumber(sound, "octaves", header.Octaves);
 }
 
-// The rate that the record has is right for some files only; the bytes that it was taken from tell
-// it for all.
+// The record's rate is right for some files only; the bytes that it comes from are right for all.
 static uint32_t RateOfAIFF(const AIFF_HEADER &header)
 {
     const auto &rate = header.Rate;
@@ -317,7 +316,7 @@ static void DescribeAIFF(PLAYER_SOUND &sound)
 
 void Describe_Sound(PLAYER_SOUND &sound)
 {
-    // By AUDIO_TYPE.
+    // Indexed by AUDIO_TYPE.
     constexpr std::array<void (*)(PLAYER_SOUND &), 9> describe = {
         nullptr,     DescribeRaw, DescribeWAV, DescribeMOD, DescribeMP3,
         DescribeVOC, DescribeAU,  DescribeIFF, DescribeAIFF};

@@ -10,7 +10,7 @@ static void AddLine(std::string &text, const std::string &what, const std::strin
     text += "  " + what + std::string(what.size() < 15 ? 15 - what.size() : 1, ' ') + value + "\n";
 }
 
-// Of the length's last second.
+// With the fraction of the last second.
 static std::string Thousandths(const PLAYER_SOUND &sound)
 {
     const int thousandths =

@@ -18,7 +18,7 @@
 using PATHS = std::vector<std::string>;
 
 constexpr size_t List_MaxFiles = 100000;
-constexpr size_t List_MaxDepth = 8;  // of playlists in playlists
+constexpr size_t List_MaxDepth = 8;  // of playlists within playlists
 
 // Detection takes any small file of no other format for a module.
 static bool IsSound(const std::filesystem::directory_entry &entry)
@@ -31,7 +31,7 @@ static bool IsSound(const std::filesystem::directory_entry &entry)
     return type > AUDIO_RAW && (type != AUDIO_MOD || entry.file_size(error) > moduleHeader);
 }
 
-// The sounds in a folder. Returns why it cannot be read to its end.
+// The sounds in a folder. Returns why it could not be read completely.
 template <typename Iterator>
 static std::string AddFolder(const std::string &folder, PATHS &files)
 {
@@ -50,7 +50,7 @@ static std::string AddFolder(const std::string &folder, PATHS &files)
     return error ? error.message() : "";
 }
 
-// The file that a playlist's line names; empty where it names none.
+// The file that a playlist's line names; empty if none.
 static std::string NameIn(std::string line, bool pls)
 {
     while (!line.empty() && (line.back() == '\r' || line.back() == ' '))
@@ -80,7 +80,8 @@ static std::string FromPercent(const std::string &text)
     return bytes;
 }
 
-// Where the file is that a playlist names: as it stands there, else by what other systems write.
+// Resolves a file name in a playlist: as written if that exists, else by other systems'
+// conventions.
 static std::string Locate(const std::filesystem::path &folder, const std::string &name)
 {
     constexpr std::string_view local = "file://";
@@ -108,7 +109,7 @@ struct LISTING {
     bool Recursive;
     const LIST_REPORT &Report;
     PATHS Files = {};
-    PATHS Open = {};  // the playlist that is read and those that led to it
+    PATHS Open = {};  // the playlist being read and those that led to it
 };
 
 }  // namespace

@@ -15,13 +15,13 @@
 #include "tools/player/terminal.h"
 #include "tools/player/text.h"
 
-// What tracker modules are rendered as.
+// The output format of tracker modules.
 constexpr uint8_t ModuleBits = 16;
 constexpr uint8_t DeepBits = 32;
 constexpr uint32_t ModuleChannels = 2;
 constexpr uint32_t ModuleHz = 44100;
 
-// Why the file cannot be read; empty when it can.
+// Why the file cannot be read; empty if it can.
 static std::string WhyUnreadable(const std::string &path)
 {
     struct stat status;
@@ -39,7 +39,7 @@ static bool IsPipe(const std::string &path)
     return path == Player_Input || (stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode));
 }
 
-// Reads to the end of what is open. Returns why that failed.
+// Reads to the end of the open file. Returns why that failed.
 static std::string ReadAll(int file, std::vector<uint8_t> &bytes)
 {
     constexpr size_t block = 1 << 16;
@@ -62,7 +62,7 @@ static std::string ReadAll(int file, std::vector<uint8_t> &bytes)
     }
 }
 
-// Reads a pipe into the sound's memory. What came from standard input is kept, as it comes once.
+// Reads a pipe into the sound's memory. Standard input, which can be read only once, is kept.
 static std::string ReadPipe(const std::string &path, PLAYER_SOUND &sound)
 {
     static std::shared_ptr<const std::vector<uint8_t>> input;
@@ -106,9 +106,9 @@ static void ReadFacts(PLAYER_SOUND &sound)
     Describe_Sound(sound);
 }
 
-// By the framework's rules: bytes in front of an MPEG stream that its tag takes (ID3v2.4, 3.1),
-// with what pads it; 0 without. The engine looks for frames from the first byte on, where a tag's
-// pictures may pass for some, and hide the sound where they are large.
+// By the framework's rules: bytes before an MPEG stream, its tag (ID3v2.4, 3.1) and the padding
+// after it; 0 if none. The engine searches for frames from the first byte, so a large picture in
+// the tag may contain false frames and hide the sound.
 static uint32_t TagBytes(const char *path)
 {
     uint32_t size;
@@ -120,7 +120,7 @@ static uint32_t TagBytes(const char *path)
     uint32_t bytes = 0;
     for (const uint8_t seven : std::span(head).last(4))
         bytes = bytes << 7 | (seven & 0x7Fu);
-    bytes += (head[5] & 0x10) != 0 ? 20 : 10;  // with a footer or without
+    bytes += (head[5] & 0x10) != 0 ? 20 : 10;  // the tag's header, and a footer if it has one
     fseeko(file.get(), bytes, SEEK_SET);
     int byte = std::getc(file.get());
     for (; byte == 0; byte = std::getc(file.get()))
@@ -129,7 +129,7 @@ static uint32_t TagBytes(const char *path)
     return byte == 0xFF && second != EOF && (second & 0xE2) == 0xE2 ? bytes : 0;
 }
 
-// Opens what can be read at `path`, which may be what is open there.
+// Opens the sound at `path`, or what is open under it.
 static std::string OpenSound(const char *path, const PLAYER_SETTINGS &settings, PLAYER_SOUND &sound)
 {
     const uint32_t tag = Audio_Rules == AUDIO_RULES_FRAMEWORK ? TagBytes(path) : 0;
@@ -151,7 +151,7 @@ static std::string OpenSound(const char *path, const PLAYER_SETTINGS &settings, 
         return sound.Incomplete.empty() ? "damaged, or not a sound" : sound.Incomplete;
     if (tag > sound.Track->DataStart) {
         sound.Track->DataStart = tag;
-        sound.Incomplete.clear();  // what is said of the tag's bytes
+        sound.Incomplete.clear();  // it was about the tag's bytes
     }
     ReadFacts(sound);
     return "";

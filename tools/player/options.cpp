@@ -12,7 +12,7 @@
 
 const char *const Options_Keys =
     "Keys: left and right move by 5 seconds, down and up by a minute, PgDn and PgUp by\n"
-    "ten, Home to the start, 0 to 9 to so many tenths; - and + (or / and *) set the\n"
+    "ten, Home to the start, 0 to 9 to that tenth; - and + (or / and *) set the\n"
     "volume, m mutes; n or > and p or < go to the next and the previous file; space\n"
     "pauses, l repeats the file for ever, v shows a module's channels, q quits,\n"
     "? shows this.";
@@ -45,7 +45,7 @@ static double TimeOf(const char *option, const std::string &text)
 {
     const std::optional<double> seconds = Options_Time(text);
     if (!seconds)
-        throw CLI::ValidationError(option, "wants a time: 83, 1:23.5 or 1:02:03");
+        throw CLI::ValidationError(option, "needs a time: 83, 1:23.5 or 1:02:03");
     return *seconds;
 }
 
@@ -55,11 +55,11 @@ static PLAYER_RAW RawOf(const std::string &text)
     char more;
     if (std::sscanf(text.c_str(), "%9u,%9u,%9u%c", &bits, &channels, &hz, &more) != 3 ||
         (bits != 8 && bits != 16) || channels < 1 || channels > 32 || hz < 1 || hz > 768000)
-        throw CLI::ValidationError("--raw", "wants 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz");
+        throw CLI::ValidationError("--raw", "needs 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz");
     return {static_cast<uint8_t>(bits), static_cast<uint8_t>(channels), hz};
 }
 
-// What the command line says as text.
+// The command line's text arguments.
 struct WORDS {
     std::string Raw, Start, Length;
 };
@@ -72,59 +72,59 @@ static void AddOptions(CLI::App &app, OPTIONS &options, WORDS &words)
     app.add_flag("--json", options.JSON, "Print it as one JSON object a line")->needs(info);
     CLI::Option *convert =
         app.add_flag("--convert", options.Convert,
-                     "Convert the first file to the second: .wav, .raw or .pcm for samples alone, "
+                     "Convert the first file to the second: .wav, .raw or .pcm for bare samples, "
                      "- for WAVE on standard output")
             ->excludes(info);
-    app.add_option("--bits", options.Bits, "Of what is written: 8, 16, 24, 32 or float")
+    app.add_option("--bits", options.Bits, "Bits of the output: 8, 16, 24, 32 or float")
         ->needs(convert)
         ->check(CLI::IsMember({"8", "16", "24", "32", "float"}));
-    app.add_option("--rate", options.Hz, "Sampling rate of what is heard or written, in Hz")
+    app.add_option("--rate", options.Hz, "Sampling rate of the output, in Hz")
         ->type_name("HZ")
         ->check(CLI::Range(1000, 384000));
-    app.add_option("--start", words.Start, "Begin there in each file")->type_name("TIME");
-    app.add_option("--length", words.Length, "Go on for so long")->type_name("TIME");
-    app.add_option("--loop", options.Passes, "Play each file N times, 0: for ever")
+    app.add_option("--start", words.Start, "Start at this time in each file")->type_name("TIME");
+    app.add_option("--length", words.Length, "Play or convert for this long")->type_name("TIME");
+    app.add_option("--loop", options.Passes, "Play each file N times; 0: for ever")
         ->type_name("N")
         ->check(CLI::Range(0, 1000000));
     CLI::Option *shuffle =
         app.add_flag("--shuffle", options.Shuffle, "Play the files in random order");
-    app.add_option("--seed", options.Seed, "A number for an order that can be repeated")
+    app.add_option("--seed", options.Seed, "Seed that makes the random order repeatable")
         ->type_name("N")
         ->needs(shuffle);
-    app.add_option("--volume", options.Volume, "In percent, 0 to 100")
+    app.add_option("--volume", options.Volume, "Volume in percent, 0 to 100")
         ->type_name("N")
         ->check(CLI::Range(0, 100));
     app.add_option("--device", options.Device, "Sound device, by number or part of its name")
         ->type_name("DEVICE");
     app.add_flag("--devices", options.Devices, "List the sound devices");
     app.add_option("--interpolation", options.Interpolation,
-                   "Of modules: nearest, linear, cubic or sinc")
+                   "Interpolation of modules: nearest, linear, cubic or sinc")
         ->check(CLI::IsMember({"nearest", "linear", "cubic", "sinc"}));
     app.add_option("--stereo", options.Separation,
-                   "How far apart the sides of modules are, 0 to 100 percent")
+                   "Stereo separation of modules in percent, 0 to 100")
         ->type_name("N")
         ->check(CLI::Range(0, 100));
     app.add_flag("--view", options.View, "Show a module's row and channels");
-    app.add_option("--raw", words.Raw, "What files of unknown format are taken for")
+    app.add_option("--raw", words.Raw, "Read files of unknown format as such samples")
         ->type_name("BITS,CHANNELS,HZ");
-    app.add_flag("-r,--recursive", options.Recursive, "Folders with the folders in them");
+    app.add_flag("-r,--recursive", options.Recursive, "Include subfolders");
     app.add_flag("--framework", options.Framework,
-                 "Read files by the framework's own rules, not by those of their formats");
+                 "Read files by the framework's own rules instead of their formats'");
     app.set_version_flag("--version", "tessplay " TESSPLAY_VERSION);
     app.footer(std::string(Options_Keys) +
-               "\nWAVE, MOD, MP3, VOC, AU, 8SVX, 16SV and AIFF are known by their contents.");
+               "\nWAVE, MOD, MP3, VOC, AU, 8SVX, 16SV and AIFF are recognised by their contents.");
 }
 
 static void CheckConversion(const OPTIONS &options)
 {
     if (options.Files.size() != 2)
-        throw CLI::ValidationError("--convert", "wants two files, IN and OUT");
+        throw CLI::ValidationError("--convert", "needs two files, IN and OUT");
     if (!Player_CanWrite(options.Files[1]))
-        throw CLI::ValidationError("--convert", "writes .wav, .raw and .pcm");
+        throw CLI::ValidationError("--convert", "writes only .wav, .raw and .pcm");
     if (options.Files[1] == "-" && isatty(STDOUT_FILENO))
         throw CLI::ValidationError("--convert", "standard output is a terminal");
     if (options.Passes == 0)
-        throw CLI::ValidationError("--loop", "a file is no place for ever");
+        throw CLI::ValidationError("--loop", "0 cannot be converted: a file has an end");
 }
 
 static void Parse(CLI::App &app, int argc, char **argv, OPTIONS &options)
@@ -149,13 +149,13 @@ static void Parse(CLI::App &app, int argc, char **argv, OPTIONS &options)
 
 std::optional<int> Options_Read(int argc, char **argv, OPTIONS &options)
 {
-    CLI::App app("Plays sound files, tells what they are, or converts one to WAVE.", "tessplay");
+    CLI::App app("Plays sound files, describes them, or converts one to WAVE.", "tessplay");
     try {
         Parse(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0)  // asked for help or the version
             return Options_Printed(app.exit(error));
-        std::fprintf(stderr, "tessplay: %s (--help tells more)\n", error.what());
+        std::fprintf(stderr, "tessplay: %s (see --help)\n", error.what());
         return Options_WrongUsage;
     }
     return std::nullopt;

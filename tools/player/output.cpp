@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-constexpr size_t Output_Block = 2048;  // frames that are converted at a time
+constexpr size_t Output_Block = 2048;  // frames converted at a time
 
 static bool IsOwn(const PLAYER_OUTPUT &output)
 {
@@ -28,7 +28,7 @@ void Output_Start(PLAYER_OUTPUT &output, const PLAYER_SOUND &sound, uint32_t pas
     Player_Start(sound);
 }
 
-// Converts a block more. Returns whether anything came, or the end.
+// Converts another block. False at the end, or if nothing came.
 static bool Convert(PLAYER_OUTPUT &output)
 {
     const SAMPLES_FORMAT from = Player_Format(*output.Sound);

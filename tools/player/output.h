@@ -1,4 +1,4 @@
-// A sound's passes in the format that a sound card or a file wants.
+// A sound's passes, converted to the format that a sound card or a file needs.
 #pragma once
 
 #include <cstdint>
@@ -11,24 +11,24 @@
 
 struct PLAYER_OUTPUT {
     const PLAYER_SOUND *Sound = nullptr;
-    uint32_t Passes = 1;  // left, with the one that plays; 0: for ever
+    uint32_t Passes = 1;  // left to play, including the current one; 0: for ever
     SAMPLES_FORMAT To;
     std::optional<SAMPLES_RESAMPLER> Resampler = {};
-    std::vector<uint8_t> Taken = {}, Ready = {};  // of the sound; and of To, from Used on
+    std::vector<uint8_t> Taken = {}, Ready = {};  // as decoded; converted, from Used on
     size_t Used = 0;
-    bool Drained = false;  // nothing comes after what is ready
+    bool Drained = false;  // nothing follows what is ready
 };
 
-/// Has the sound start for so many passes in another format, or in its own, where samples stay as
-/// they are.
+/// Starts so many passes of the sound, in another format or in its own, where samples are
+/// unchanged.
 void Output_Start(PLAYER_OUTPUT &output, const PLAYER_SOUND &sound, uint32_t passes,
                   const SAMPLES_FORMAT &to);
 
-/// Fills `out` with whole frames, fewer where Player_Take gives fewer. Returns the bytes.
+/// Fills `out` with whole frames, fewer if Player_Take gives fewer. Returns the bytes.
 size_t Output_Take(PLAYER_OUTPUT &output, std::span<uint8_t> out);
 
 /// Whether the last byte has been taken.
 bool Output_HasEnded(const PLAYER_OUTPUT &output);
 
-/// Goes on at `seconds` of the sound.
+/// Continues at `seconds` of the sound.
 void Output_Seek(PLAYER_OUTPUT &output, double seconds);

@@ -26,20 +26,20 @@ using std::chrono::milliseconds;
 constexpr int WaitMilliseconds = 50;
 constexpr uint32_t CallsPerSecond = 10;                 // of the stream's callback
 constexpr int VolumeStep = 5;                           // percent
-constexpr auto MaxStall = std::chrono::seconds(3);      // without a call, before the device is lost
-constexpr auto MaxAttempts = std::chrono::seconds(10);  // to open a lost one again
+constexpr auto MaxStall = std::chrono::seconds(3);      // without a callback: the device is lost
+constexpr auto MaxAttempts = std::chrono::seconds(10);  // to reopen a lost device
 
-// What plays, of which the stream's callback takes unless it is to be silent; where the sound is
-// when all that was taken has been heard, in seconds, and when that is by the stream's clock; its
-// calls, and those that were not filled after the end.
+// What plays; the stream's callback takes from it unless hushed. position: where the sound will be,
+// in seconds, once all that was taken has been heard; heardAt: when that will be, by the stream's
+// clock. calls: the stream's callbacks; silentCalls: those after the end that carried only silence.
 static const PLAYER_SOUND *nowPlaying;
 static PLAYER_OUTPUT output;
 static std::atomic<bool> hushed, repeated, muted;
 static std::atomic<int> volume = 100;  // percent
 static std::atomic<double> position, heardAt;
 static std::atomic<uint32_t> calls, silentCalls;
-static bool viewed;                // what a module's channels play
-static std::atomic<double> level;  // of what was taken last, 0 to 1
+static bool viewed;                // show what a module's channels play
+static std::atomic<double> level;  // of the last block taken, 0 to 1
 
 void Play_Report(const std::string &file, const std::string &reason)
 {
@@ -52,7 +52,7 @@ static double SecondsOf(size_t bytes)
     return static_cast<double>(bytes) / output.To.FrameBytes() / output.To.Hz;
 }
 
-// What is heard as half as loud lies about in the middle.
+// Half the perceived loudness is at about half the range.
 static double Gain()
 {
     const double part = muted ? 0 : volume / 100.0;
@@ -70,8 +70,8 @@ static size_t Take(std::span<uint8_t> out)
     return taken;
 }
 
-// Silence follows the sound before the stream completes: not every back end lets what is buffered
-// be heard then.
+// Silence follows the sound before the stream completes: not every back end plays what is still
+// buffered then.
 static int PlayFeed(const void *, void *room, unsigned long frames,
                     const PaStreamCallbackTimeInfo *timing, unsigned long, void *)
 {
@@ -93,13 +93,13 @@ static int PlayFeed(const void *, void *room, unsigned long frames,
     return silentCalls < CallsPerSecond ? Audio_Continue : Audio_Complete;
 }
 
-// Seconds of what was taken that are not heard yet.
+// Seconds of what was taken but not heard yet.
 static double Unheard()
 {
     return std::max(heardAt - Audio_StreamTime(*nowPlaying->Track), 0.0);
 }
 
-// Where the sound is that is heard now.
+// The position in the sound that is heard now.
 static double Now()
 {
     return std::max(position - Unheard(), 0.0);
@@ -110,7 +110,7 @@ static bool HasEnded()
     return silentCalls >= CallsPerSecond || (silentCalls != 0 && Unheard() == 0);
 }
 
-// What a module's channels play at a time, in lines.
+// What a module's channels play at a time, as lines of text.
 static std::vector<std::string> View(double now)
 {
     const AudioTrack &track = *nowPlaying->Track;
@@ -158,7 +158,7 @@ static void Show(const std::string &state, double now, const std::string &place)
     Terminal_Show(screen);
 }
 
-// Stopping waits until what was taken has been heard, and so loses nothing.
+// Stopping waits until what was taken has been heard, so nothing is lost.
 static void TurnPause(bool &paused)
 {
     paused = !paused;
@@ -188,7 +188,7 @@ static void SeekTo(double target, bool paused)
         Audio_StartStream(*sound.Track);
 }
 
-// Where a key leads from `now`; below 0: nowhere.
+// Where a key seeks to from `now`; below 0: nowhere.
 static double TargetOf(PLAYER_KEY key, double now, double total)
 {
     const std::pair<PLAYER_KEY, int> ways[] = {{KEY_LEFT, -5},       {KEY_RIGHT, 5},
@@ -202,7 +202,7 @@ static double TargetOf(PLAYER_KEY key, double now, double total)
     return key >= KEY_TENTH && key <= KEY_LASTTENTH ? total * (key - KEY_TENTH) / 10 : -1;
 }
 
-// Does what a key says that leaves the file playing.
+// Handles a key that does not leave the file.
 static void Obey(PLAYER_KEY key)
 {
     if (key == KEY_LOUDER || key == KEY_QUIETER)
@@ -225,8 +225,8 @@ static std::string Lower(std::string text)
     return text;
 }
 
-// Has streams open on the device of that number, or the first that has this in its name. False
-// where none is.
+// Makes streams open on the device with that number, or on the first with this text in its name.
+// False if no such device exists.
 static bool ChooseDevice(const std::string &wanted)
 {
     const std::vector<AUDIO_DEVICE> devices = Audio_GetDevices();
@@ -240,8 +240,8 @@ static bool ChooseDevice(const std::string &wanted)
     return wanted.empty() || Audio_OnlyDevice >= 0;
 }
 
-// What sound servers show of the stream: what plays, not only that something does. ALSA's plug-ins
-// read it from the environment: PipeWire's names the stream so, PulseAudio's the client.
+// The stream's name in sound servers: what plays, not only that something does. ALSA's plug-ins
+// read it from the environment; PipeWire's names the stream so, PulseAudio's the client.
 static void NameStream(const PLAYER_SOUND &sound)
 {
     const std::string &title = sound.Title.empty() ? sound.Name : sound.Title;
@@ -255,7 +255,7 @@ static void NameStream(const PLAYER_SOUND &sound)
            1);
 }
 
-// Has the engine open a stream of this format, and start it. Returns its error, 0: none.
+// Has the engine open and start a stream of this format. Returns its error, 0: none.
 static int32_t OpenStream(const SAMPLES_FORMAT &to)
 {
     Audio_AnyDevice = true;
@@ -265,15 +265,15 @@ static int32_t OpenStream(const SAMPLES_FORMAT &to)
     heardAt = 0;
     Audio_StreamCallBack = PlayFeed;
     Audio_StreamFrames = std::max(to.Hz / CallsPerSecond, 1u);
-    Audio_FirstPlay = 1;  // the stream before, if any, went with its track
+    Audio_FirstPlay = 1;  // an earlier stream was closed with its track
     Audio_Play(nowPlaying->Track.get());
     if (Audio_Error != 0)
         Audio_CloseStream(*nowPlaying->Track);
     return Audio_Error;
 }
 
-// Opens the stream in the sound's own format or, where the device refuses that, in the one of those
-// it may take that is nearest. Returns the first error; 0: none.
+// Opens the stream in the sound's own format or, if the device rejects that, in the nearest one
+// that it accepts. Returns the first error; 0: none.
 static int32_t StartStream(const PLAYER_SOUND &sound, const OPTIONS &options)
 {
     const SAMPLES_FORMAT own = Player_Format(sound);
@@ -294,7 +294,7 @@ static int32_t StartStream(const PLAYER_SOUND &sound, const OPTIONS &options)
     return first;
 }
 
-// Until when a lost device is tried again; one that is lost again at once is not another one.
+// When to give up on a lost device; a device that is lost again at once does not extend the time.
 static CLOCK::time_point AttemptsEnd()
 {
     static CLOCK::time_point end;
@@ -304,9 +304,9 @@ static CLOCK::time_point AttemptsEnd()
     return end;
 }
 
-// Opens the devices anew and the stream on one of them, until that succeeds, a key or a signal says
-// otherwise or the time is over. It goes on at `now`. Returns whether it does; `key` is the one
-// that ended it, if one did.
+// Reopens the devices and the stream on one of them, until that succeeds, a key or a signal
+// interrupts, or the time is over. Playing continues at `now`. Returns whether it does; `key`
+// receives the key that interrupted.
 static bool Recover(double now, const OPTIONS &options, const std::string &place, PLAYER_KEY &key)
 {
     const auto end = AttemptsEnd();
@@ -332,7 +332,7 @@ static bool Recover(double now, const OPTIONS &options, const std::string &place
 namespace
 {
 
-// Whether the stream's callback is still called.
+// Whether the stream's callback is still being called.
 struct PULSE {
     uint32_t Calls = calls;
     CLOCK::time_point Since = CLOCK::now();
@@ -345,8 +345,8 @@ struct PULSE {
     }
 };
 
-// What became of a file: the key that ended it (KEY_NEXT at its end), whether it could be played,
-// and whether the device is gone.
+// How a file ended: the key that ended it (KEY_NEXT at its end), whether it could be played, and
+// whether the device is lost.
 struct OUTCOME {
     PLAYER_KEY Key = KEY_NEXT;
     bool Played = false, NoDevice = false;
@@ -364,7 +364,7 @@ static void StopTerminal(bool paused)
         TurnPause(paused);
 }
 
-// Plays until the sound ends or a key says what is next.
+// Plays until the sound ends or a key leaves it.
 static OUTCOME Watch(const OPTIONS &options, const std::string &place)
 {
     const PLAYER_SOUND &sound = *nowPlaying;
@@ -440,7 +440,7 @@ static OUTCOME PlayFile(const std::string &path, const OPTIONS &options, const s
     return outcome;
 }
 
-// Where keys come from: the terminal, also where standard input is the sound. Below 0: nowhere.
+// Where keys are read: the terminal, even if standard input is the sound. Below 0: nowhere.
 static int KeysFrom(const std::vector<std::string> &files)
 {
     if (isatty(STDIN_FILENO))
@@ -451,7 +451,7 @@ static int KeysFrom(const std::vector<std::string> &files)
 
 int Play_Files(const OPTIONS &options)
 {
-    std::vector<std::string> files = options.Files;  // without those that cannot be played
+    std::vector<std::string> files = options.Files;  // without those that could not be played
     if (options.Shuffle) {
         std::mt19937 random(options.Seed != 0 ? options.Seed : std::random_device()());
         std::ranges::shuffle(files, random);

@@ -1,4 +1,4 @@
-// Plays sound files through the engine, tells what their headers say, or converts one.
+// Plays sound files through the engine, prints what their headers say, or converts one.
 #include <csignal>
 #include <cstdio>
 
@@ -11,8 +11,8 @@
 #include "tools/player/play.h"
 #include "tools/player/terminal.h"
 
-// Prints what a file says, in words or as a line of JSON, which also has what cannot be opened.
-// Returns whether it was opened.
+// Prints a file's facts, in words or as a line of JSON, which also lists files that cannot be
+// opened. Returns whether it was opened.
 static bool PrintInfo(const std::string &file, const OPTIONS &options)
 {
     PLAYER_SOUND sound;
@@ -62,7 +62,7 @@ static int Convert(OPTIONS &options)
     return reason.empty() ? 0 : Options_Failure;
 }
 
-// How modules that are opened from now on are rendered.
+// How modules opened from now on are rendered.
 static void SetModules(const OPTIONS &options)
 {
     const std::pair<const char *, MOD_INTERPOLATION> kinds[] = {

@@ -7,7 +7,7 @@
 #include <numbers>
 
 constexpr uint32_t Samples_Reach = 64;    // frames of the lower rate
-constexpr uint32_t Samples_Phases = 512;  // of a frame, between which the filter is interpolated
+constexpr uint32_t Samples_Phases = 512;  // per frame; between them it is interpolated
 constexpr double Samples_Cutoff = 0.95;   // of half the lower rate
 constexpr double Samples_Beta = 10;       // of the Kaiser window: about 100 dB
 
@@ -68,7 +68,7 @@ void Samples_Convert(std::span<const uint8_t> samples, const SAMPLES_FORMAT &fro
         Put(out, Get(&samples[i], from.Bits), to);
 }
 
-// The window of Kaiser and Schafer at 0 to 1 from its middle, by the series of the modified Bessel
+// Kaiser and Schafer's window at 0 to 1 from its middle, by the series of the modified Bessel
 // function of order 0.
 static double Kaiser(double x)
 {
@@ -86,7 +86,7 @@ static double Kaiser(double x)
 SAMPLES_RESAMPLER::SAMPLES_RESAMPLER(const SAMPLES_FORMAT &from, const SAMPLES_FORMAT &to)
     : From(from), To(to)
 {
-    const double scale = std::min(1.0 * to.Hz / from.Hz, 1.0);  // of the band
+    const double scale = std::min(1.0 * to.Hz / from.Hz, 1.0);  // of the bandwidth
     Reach = from.Hz == to.Hz ? 0 : static_cast<uint32_t>(std::ceil(Samples_Reach / scale));
     for (uint32_t i = 0; Reach != 0 && i <= (Reach + 1) * Samples_Phases + 1; i++) {
         const double x = 1.0 * i / Samples_Phases, w = x * scale * Samples_Cutoff;
@@ -98,12 +98,12 @@ SAMPLES_RESAMPLER::SAMPLES_RESAMPLER(const SAMPLES_FORMAT &from, const SAMPLES_F
 
 void SAMPLES_RESAMPLER::Clear()
 {
-    Frames.assign(size_t{Reach} * To.Channels, 0);  // what lies before the sound
+    Frames.assign(size_t{Reach} * To.Channels, 0);  // zeros before the sound
     Position = uint64_t{Reach} * To.Hz;
     Owed = 0;
 }
 
-// Half of the filter, whose middle lies `part` of a frame (0 to 1) before the first weight.
+// One half of the filter; its middle lies `part` of a frame (0 to 1) before the first weight.
 static void GetWeights(const std::vector<float> &filter, double part, std::span<float> weights)
 {
     const double at = part * Samples_Phases;
@@ -116,7 +116,7 @@ static void GetWeights(const std::vector<float> &filter, double part, std::span<
     }
 }
 
-// Appends frames with the channels of `to`.
+// Appends frames, converted to the channels of `to`.
 static void AppendFrames(std::vector<float> &frames, std::span<const uint8_t> samples,
                          const SAMPLES_FORMAT &from, const SAMPLES_FORMAT &to)
 {
@@ -145,7 +145,7 @@ void SAMPLES_RESAMPLER::Resample(std::span<const uint8_t> samples, std::vector<u
     const size_t channels = To.Channels;
     Owed += samples.size() / From.FrameBytes() * To.Hz;
     if (samples.empty())
-        Frames.resize(Frames.size() + size_t{Reach} * channels);  // what lies after the sound
+        Frames.resize(Frames.size() + size_t{Reach} * channels);  // zeros after the sound
     std::vector<float> sums(channels), before(Reach), after(Reach);
     const size_t count = Frames.size() / channels;
     while (Owed != 0 && Position / To.Hz + Reach < count) {

@@ -1,4 +1,4 @@
-// Samples as sound cards and files take them: their formats, conversion and gain.
+// Sample formats of sound cards and files, conversion between them, and gain.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 #include <span>
 #include <vector>
 
-/// Interleaved, little-endian; of 8 bits unsigned, of 16, 24 and 32 signed, or floating point of 32
-/// bits (IEEE 754) with full scale at 1.
+/// Interleaved, little-endian: 8 bits unsigned; 16, 24 and 32 signed; or floating point of 32 bits
+/// (IEEE 754) with full scale at 1.
 struct SAMPLES_FORMAT {
     uint32_t Bits = 0, Channels = 0, Hz = 0;
     bool Float = false;
@@ -19,31 +19,30 @@ struct SAMPLES_FORMAT {
     }
 };
 
-/// Scales samples (no floating point) of so many bits by a gain of at most 1.
+/// Scales integer samples of so many bits by a gain of at most 1.
 void Samples_Scale(std::span<uint8_t> samples, uint32_t bits, double gain);
 
-/// The largest magnitude of such samples, of full scale 1.
+/// The largest magnitude of such samples, as a fraction of full scale.
 double Samples_Peak(std::span<const uint8_t> samples, uint32_t bits);
 
-/// Appends the same samples with other bits: exact where they become more, rounded and clamped
-/// where they become less.
+/// Appends the samples in another depth: exact if it is greater, rounded and clamped if it is less.
 void Samples_Convert(std::span<const uint8_t> samples, const SAMPLES_FORMAT &from,
                      const SAMPLES_FORMAT &to, std::vector<uint8_t> &out);
 
-/// Another rate, by a windowed sinc of 64 frames of the lower rate on each side, and another number
-/// of channels: two become one by their mean, one becomes two alike, further ones are silent.
+/// Converts rate and channels. The rate by a windowed sinc of 64 frames of the lower rate on each
+/// side; the channels: two become one by their mean, one is copied to two, further ones are silent.
 struct SAMPLES_RESAMPLER {
     SAMPLES_FORMAT From, To;
-    std::vector<float> Filter;  // its right half, 512 steps a frame
+    std::vector<float> Filter;  // right half, 512 steps per frame
     uint32_t Reach = 0;         // frames on each side
-    std::vector<float> Frames;  // of From, those that are still needed
-    uint64_t Position = 0;      // of the next frame in Frames, in 1 / To.Hz of one
-    uint64_t Owed = 0;          // frames that came, in 1 / To.Hz, and are not given yet
+    std::vector<float> Frames;  // of From, those still needed
+    uint64_t Position = 0;      // of the next output frame in Frames, in units of 1 / To.Hz frames
+    uint64_t Owed = 0;          // frames received but not yet output, in units of 1 / To.Hz frames
 
     SAMPLES_RESAMPLER(const SAMPLES_FORMAT &from, const SAMPLES_FORMAT &to);
-    /// Forgets what came, as after a seek.
+    /// Drops what was received, as after a seek.
     void Clear();
-    /// Takes frames of From, none at the end; appends those of To that they make. The end makes
-    /// their number that of the whole sound: frames times rate by rate, rounded up.
+    /// Takes frames of From, none at the end; appends the frames of To that they complete. At the
+    /// end their total is that of the whole sound: frames times the ratio of the rates, rounded up.
     void Resample(std::span<const uint8_t> samples, std::vector<uint8_t> &out);
 };

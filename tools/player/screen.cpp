@@ -7,15 +7,15 @@
 #include "tools/player/text.h"
 
 constexpr size_t Screen_MinBar = 3, Screen_MaxBar = 60, Screen_MinMeter = 3, Screen_MaxMeter = 20;
-constexpr size_t Screen_Narrow = 40;    // columns, below which words are short
-constexpr double Screen_Decibels = 48;  // below full scale the meter begins
+constexpr size_t Screen_Narrow = 40;    // columns; below this, words are short
+constexpr double Screen_Decibels = 48;  // below full scale, where the meter begins
 
 static std::string Fill(size_t width, size_t filled, char with, char rest)
 {
     return std::string(filled, with) + std::string(width - filled, rest);
 }
 
-// With a blank before it.
+// The progress bar, after a blank.
 static std::string Bar(double done, size_t width)
 {
     const double part = std::isfinite(done) ? std::clamp(done, 0.0, 1.0) : 0;
@@ -24,7 +24,7 @@ static std::string Bar(double done, size_t width)
     return bar + ']';
 }
 
-// From -48 dB to full scale; its last tenth in red.
+// The level meter from -48 dB to full scale; its last tenth is red.
 static std::string Meter(double level, size_t width, bool colours)
 {
     const double decibels = level > 0 ? 20 * std::log10(level) : -Screen_Decibels;
@@ -37,7 +37,7 @@ static std::string Meter(double level, size_t width, bool colours)
     return "\x1B[32m" + meter.substr(0, hot) + "\x1B[31m" + meter.substr(hot) + "\x1B[0m";
 }
 
-// Time, length, bar and meter; where there is no room, less of the last ones.
+// Time, length, bar and meter; the last ones shrink or go if columns lack.
 static std::string TimeLine(const SCREEN &screen, size_t room, bool colours)
 {
     const std::string now = Player_Time(screen.Now), total = Player_Time(screen.Total);
@@ -91,7 +91,7 @@ std::vector<std::string> Screen_Channels(std::span<const uint8_t> levels, size_t
     constexpr size_t maxLines = 8, number = 3, minNumbered = 7;
     const size_t room = std::max<size_t>(columns, 2) - 1, count = levels.size();
     const size_t inLine = std::max((count + maxLines - 1) / maxLines, std::min(count, room / 16));
-    const size_t width = inLine != 0 ? room / inLine : 0;  // of a channel, with a blank after it
+    const size_t width = inLine != 0 ? room / inLine : 0;  // of a channel, including a blank
     if (width == 0)
         return {};
     const bool numbered = width >= minNumbered;

@@ -1,4 +1,4 @@
-// What the terminal shows of a sound: lines of any width from 20 columns on.
+// What the terminal shows of a sound, in lines for any width of 20 columns or more.
 #pragma once
 
 #include <cstddef>
@@ -8,25 +8,25 @@
 #include <vector>
 
 struct SCREEN {
-    std::string State = "";  // goes before the title, as "paused: "
-    std::string Brief = "";  // the same in a few letters, where there is little room
+    std::string State = "";  // precedes the title, as in "paused: "
+    std::string Brief = "";  // the same abbreviated, for narrow terminals
     std::string Title = "";
-    std::string Place = "";              // after the title where there is room, as "(2 of 5)"
+    std::string Place = "";              // follows the title where columns allow, as in "(2 of 5)"
     double Now = 0, Total = 0;           // seconds
     double Level = -1;                   // 0 to 1, of full scale; below 0: no meter
-    std::vector<std::string> View = {};  // further lines, above these
+    std::vector<std::string> View = {};  // further lines, above the others
 };
 
-/// A text whose lines break between words where they would not fit.
+/// The text, with lines broken between words where they would be too long.
 std::string Screen_Wrap(const std::string &text, size_t columns);
 
-/// Lines of what a module's channels sound, 0 to 64 each: at most eight lines, with the channels'
-/// numbers where there is room.
+/// Lines that show the levels of a module's channels, 0 to 64 each: at most eight lines, with
+/// channel numbers where columns allow.
 std::vector<std::string> Screen_Channels(std::span<const uint8_t> levels, size_t columns,
                                          bool colours);
 
-/// The lines, none of more than `columns` - 1 columns, so that no terminal wraps one; at most
-/// `rows`, of which the last, the time, is the one that stays longest. With colours the control
-/// sequences of ECMA-48 are in them.
+/// The lines, at most `columns` - 1 columns wide, so that no terminal wraps them, and at most
+/// `rows` of them, of which the last one, the time, is dropped last. With colours they contain
+/// control sequences of ECMA-48.
 std::vector<std::string> Screen_Lines(const SCREEN &screen, size_t columns, size_t rows,
                                       bool colours);

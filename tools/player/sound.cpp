@@ -5,8 +5,8 @@
 
 void PLAYER_UNLOAD::operator()(AudioTrack *track) const
 {
-    const bool freed = track->Buffer[0];  // the others the engine leaves to their owner
-    Audio_AbortStream(*track);  // so that the unloading need not wait for what is buffered
+    const bool freed = track->Buffer[0];  // the engine does not free a track without buffers
+    Audio_AbortStream(*track);            // so that unloading need not wait for what is buffered
     Audio_UnLoad(track);
     if (!freed)
         delete track;
@@ -29,12 +29,12 @@ std::string Player_WhySilent(const PLAYER_SOUND &sound)
                " Hz is not decoded";
     if (sound.Bytes == 0)
         return "there is no sound in it";
-    return sound.From >= sound.Bytes ? "it ends before the time to start" : "";
+    return sound.From >= sound.Bytes ? "it ends before the start time" : "";
 }
 
 static void SeekTo(const PLAYER_SOUND &sound, uint64_t target)
 {
-    Audio_SetLoop(1);  // which an end has cleared
+    Audio_SetLoop(1);  // which the last end has changed
     Audio_Seek(sound.Track.get(), target / Player_FrameBytes(sound));
 }
 
@@ -52,11 +52,11 @@ bool Player_HasEnded(const PLAYER_SOUND &sound)
     return sound.Track->Ended || sound.Track->Taken >= sound.Until;
 }
 
-// What comes next of the pass.
+// The next samples of the pass.
 static size_t TakePass(const PLAYER_SOUND &sound, std::span<uint8_t> out)
 {
     AudioTrack &track = *sound.Track;
-    Audio_Take(&track, nullptr, 0);  // begins a pass that was to be started
+    Audio_Take(&track, nullptr, 0);  // starts a pass that is due
     const uint64_t left = sound.Until - std::min<uint64_t>(sound.Until, track.Taken);
     return Audio_Take(&track, out.data(), std::min<uint64_t>(out.size(), left));
 }

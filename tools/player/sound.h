@@ -1,4 +1,4 @@
-// A sound file as the player opens it: the track, and what its header says to a person.
+// A sound file opened by the player: the track, and its headers' facts for people.
 #pragma once
 
 #include <cstdint>
@@ -16,34 +16,34 @@ struct PLAYER_UNLOAD {
 };
 
 struct PLAYER_SOUND {
-    std::shared_ptr<const std::vector<uint8_t>> Memory;  // of what came through a pipe
+    std::shared_ptr<const std::vector<uint8_t>> Memory;  // contents of a pipe
     std::unique_ptr<AudioTrack, PLAYER_UNLOAD> Track;
-    std::string Path, Name;  // as it was given; without its folder
+    std::string Path, Name;  // as given; without its folder
     std::string Format, Codec;
-    std::string Incomplete;       // what of the file is not heard, and why; empty: nothing
+    std::string Incomplete;       // what of the file is not played, and why; empty: all is
     bool Plays = true;            // the codec is decoded
     uint32_t Bits, Channels, Hz;  // of the output
-    uint64_t Bytes = 0;           // of the output, as the header has it
-    uint64_t From = 0, Until = UINT64_MAX;                   // bytes: where a pass begins and ends
+    uint64_t Bytes = 0;           // of the output, by the header
+    uint64_t From = 0, Until = UINT64_MAX;                   // bytes: limits of a pass
     std::string Title;                                       // empty: none
-    std::vector<std::pair<std::string, std::string>> Facts;  // further ones: what, and its value
+    std::vector<std::pair<std::string, std::string>> Facts;  // further ones: name and value
 };
 
-/// Why there is nothing to hear of it; empty when there is.
+/// Why there is nothing to hear; empty if there is.
 std::string Player_WhySilent(const PLAYER_SOUND &sound);
 
-/// Makes the sound current and has its first pass start.
+/// Makes the sound current and starts its first pass.
 void Player_Start(const PLAYER_SOUND &sound);
 
-/// Fills `out` with what comes next of so many passes (0: for ever), which are counted down.
-/// Returns the bytes, fewer at the end only, or after a read that failed; or, for now, while the
-/// next MPEG frame is far, unless it has ended.
+/// Fills `out` with the next bytes of `passes` passes (0: for ever), which is counted down. Returns
+/// the bytes. Fewer than asked means the end or a failed read or, if Player_HasEnded denies it,
+/// that the next MPEG frame is far off and another call will go on.
 size_t Player_Take(const PLAYER_SOUND &sound, uint32_t &passes, std::span<uint8_t> out);
 
 /// Whether the last pass has been taken.
 bool Player_HasEnded(const PLAYER_SOUND &sound);
 
-/// Moves to `seconds` of the sound, or to its end, exactly. Not while a stream takes of it.
+/// Moves to exactly `seconds` of the sound, or to its end. Not while a stream takes from it.
 void Player_Seek(const PLAYER_SOUND &sound, double seconds);
 
 inline uint32_t Player_FrameBytes(const PLAYER_SOUND &sound)
@@ -56,11 +56,11 @@ inline SAMPLES_FORMAT Player_Format(const PLAYER_SOUND &sound)
     return {sound.Bits, sound.Channels, sound.Hz};
 }
 
-/// Seconds of so many bytes of the output.
+/// Duration of so many bytes of the output.
 double Player_Seconds(const PLAYER_SOUND &sound, uint64_t bytes);
 
-/// Bytes of so many seconds, whole frames.
+/// Size of so many seconds, in whole frames.
 uint64_t Player_BytesAt(const PLAYER_SOUND &sound, double seconds);
 
-/// Bytes of a pass, as the header has them.
+/// Size of a pass, by the header.
 uint64_t Player_PassBytes(const PLAYER_SOUND &sound);

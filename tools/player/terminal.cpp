@@ -17,12 +17,11 @@ constexpr int EndSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 static volatile std::sig_atomic_t endSignal;
 static volatile std::sig_atomic_t stopAsked;
 static volatile std::sig_atomic_t continued;
-static int input =
-    -1;             // where keys come from, while the player is in the foreground; below 0: none
-static bool taken;  // they come at once now
-static std::string typed;  // and not taken yet
+static int input = -1;     // source of keys while the player is in the foreground; below 0: none
+static bool taken;         // the terminal delivers keys at once
+static std::string typed;  // keys received but not handled yet
 static termios before;
-static std::string shown;  // on the screen, with its control sequences; empty: nothing
+static std::string shown;  // on the screen, including control sequences; empty: nothing
 static winsize shownSize;
 static size_t shownLines;
 
@@ -30,17 +29,17 @@ static void Note(int signal)
 {
     if (signal == SIGCONT)
         continued = signal;
-    else if (signal != SIGWINCH)  // that one only ends the waiting
+    else if (signal != SIGWINCH)  // SIGWINCH only interrupts the waiting
         (signal == SIGTSTP ? stopAsked : endSignal) = signal;
 }
 
 static void Catch(int signal)
 {
     struct sigaction action = {};
-    action.sa_handler = Note;  // without SA_RESTART: waiting ends
+    action.sa_handler = Note;  // without SA_RESTART: a signal interrupts waiting
     struct sigaction old;
     sigaction(signal, nullptr, &old);
-    if (old.sa_handler != SIG_IGN)  // as with nohup
+    if (old.sa_handler != SIG_IGN)  // unless it is ignored, as with nohup
         sigaction(signal, &action, nullptr);
 }
 
@@ -71,7 +70,7 @@ PLAYER_TERMINAL::PLAYER_TERMINAL(int from)
 {
     for (const int signal : EndSignals)
         Catch(signal);
-    // In the background the terminal is another's, and is as that one wants it.
+    // In the background the terminal belongs to another process, which set it up for itself.
     const bool usable =
         from >= 0 && isatty(from) && IsInForeground(from) && tcgetattr(from, &before) == 0;
     input = usable ? from : -1;
@@ -111,8 +110,8 @@ static PLAYER_KEY KeyOf(std::string_view bytes)
     return KEY_NONE;
 }
 
-// Bytes of the first key, of which there is at least one; 0 while its control sequence (ECMA-48,
-// 5.4) is not whole.
+// Length of the first key, of which at least one byte is there; 0 while its control sequence
+// (ECMA-48, 5.4) is incomplete.
 static size_t KeyLength(std::string_view bytes)
 {
     if (bytes.size() == 1)
@@ -177,7 +176,7 @@ void Terminal_Stop()
     TakeKeys();
 }
 
-// Whether the terminal moves its cursor, and shows colours, if it is one.
+// Whether standard output is a terminal that can move its cursor and show colours.
 static bool IsCapable()
 {
     const char *kind = std::getenv("TERM");
@@ -201,13 +200,13 @@ static void Print(const std::string &text)
     std::fflush(stdout);
 }
 
-// The cursor is hidden, and stands on the first character shown: where the terminal becomes
-// narrower and wraps its lines, it stays there, so that all can be cleared from there.
+// The cursor is hidden and stands on the first character shown. It stays there when the terminal
+// becomes narrower and wraps lines, so everything can be cleared from there.
 void Terminal_Show(const SCREEN &screen)
 {
     if (!Terminal_IsShown() || !IsInForeground(STDOUT_FILENO))
         return;
-    if (continued) {  // somebody else had the terminal
+    if (continued) {  // another program may have used the terminal
         continued = 0;
         shown.clear();
         TakeKeys();

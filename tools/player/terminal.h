@@ -1,4 +1,4 @@
-// The player's terminal: keys as they are pressed, a line that changes, signals that end or stop.
+// The player's terminal: single keys, a line that is updated in place, signals that end or stop.
 #pragma once
 
 #include <cstddef>
@@ -29,36 +29,37 @@ enum PLAYER_KEY {
     KEY_LASTTENTH = KEY_TENTH + 9
 };
 
-/// While it lives keys come without a return and an echo, and signals are caught: those that end
-/// are noted, the one that stops (Ctrl-Z) stops with the terminal as it was before.
+/// While it lives, keys arrive one by one without echo, and signals are caught: ending ones are
+/// recorded; the stopping one (Ctrl-Z) restores the terminal before it stops.
 class PLAYER_TERMINAL
 {
 public:
-    /// `keys`: where they come from, a descriptor; below 0: there are none.
+    /// `keys`: the descriptor that they are read from; below 0: none.
     explicit PLAYER_TERMINAL(int keys);
     ~PLAYER_TERMINAL();
     PLAYER_TERMINAL(const PLAYER_TERMINAL &) = delete;
     PLAYER_TERMINAL &operator=(const PLAYER_TERMINAL &) = delete;
 };
 
-/// The next key, for which it waits that long.
+/// The next key, waiting at most that long.
 PLAYER_KEY Terminal_Key(int milliseconds);
 
-/// The signal that asks for the end; 0 when none came.
+/// The signal that asked the program to end; 0 if none did.
 int Terminal_Signal();
 
-/// 1 once the terminal was asked to stop the program, which Terminal_Stop then does until it is
+/// 1 once the terminal asked the program to stop. Terminal_Stop then stops it until it is
 /// continued.
 bool Terminal_StopAsked();
 void Terminal_Stop();
 
-/// Shows the screen in place of what was shown before, in lines where the cursor stands;
-/// Terminal_Clear clears it. Nothing where standard output is no terminal that can do so.
+/// Replaces what was shown before with the screen's lines, from the cursor's position;
+/// Terminal_Clear clears them. Does nothing if standard output is not a terminal with cursor
+/// control.
 void Terminal_Show(const SCREEN &screen);
 void Terminal_Clear();
 
-/// Whether standard output is a terminal with a cursor that moves; its columns; and whether colours
-/// are wanted there (NO_COLOR).
+/// Whether standard output is a terminal with cursor control; its columns; and whether colours are
+/// wanted (NO_COLOR).
 bool Terminal_IsShown();
 size_t Terminal_Columns();
 bool Terminal_HasColours();

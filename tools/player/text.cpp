@@ -10,7 +10,7 @@
 
 #include "tools/common/text.h"
 
-// Surrogates, which these short fields cut anywhere, become U+FFFD.
+// Short fields may split a surrogate pair; what is left of it becomes U+FFFD.
 static std::string FromUTF16(std::span<const char> bytes, bool big)
 {
     std::string text;

@@ -12,18 +12,18 @@
 
 using FILE_POINTER = std::shared_ptr<const VIEWER_FILE>;
 
-// All of this under `lock`.
+// Guarded by `lock`.
 static std::mutex lock;
 static std::condition_variable changed;
 static std::vector<AHEAD_KEY> wanted;
 static std::set<AHEAD_KEY> busy;
 static std::map<AHEAD_KEY, FILE_POINTER> done;
-static std::vector<FILE_POINTER> forgotten;  // to be freed on a thread, since that takes a while
+static std::vector<FILE_POINTER> forgotten;  // freed on a thread, since that takes a while
 static bool ending;
 
 static std::vector<std::thread> threads;
 
-// The first key that nobody has seen to; null without one.
+// The first key that is neither done nor in work; null if none is.
 static const AHEAD_KEY *Next()
 {
     const auto next = std::ranges::find_if(
@@ -34,14 +34,14 @@ static const AHEAD_KEY *Next()
 static void Work(uint8_t rules)
 {
     Picture_Rules = rules;
-    setpriority(PRIO_PROCESS, 0, 5);  // on Linux of this thread: drawing comes first
+    setpriority(PRIO_PROCESS, 0, 5);  // on Linux this thread's priority: drawing comes first
     std::unique_lock guard(lock);
     for (;;) {
         changed.wait(guard, [] { return ending || !forgotten.empty() || Next(); });
         if (ending)
             return;
         std::vector<FILE_POINTER> garbage = std::exchange(forgotten, {});
-        const AHEAD_KEY *next = Next();  // to be looked at only while locked, but for null
+        const AHEAD_KEY *next = Next();  // may be dereferenced only while locked
         const AHEAD_KEY key = next ? *next : AHEAD_KEY{};
         if (next)
             busy.insert(key);

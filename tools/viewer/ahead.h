@@ -1,4 +1,4 @@
-// Pictures decoded in the background, so that they are there when they are wanted.
+// Pictures decoded in the background before they are needed.
 #pragma once
 
 #include <compare>
@@ -16,16 +16,16 @@ struct AHEAD_KEY {
     auto operator<=>(const AHEAD_KEY &) const = default;
 };
 
-/// Starts the threads, which decode by the rules of Picture_Rules of the caller; ends them after
-/// what they are at, and forgets everything.
+/// Start: creates the threads, which decode by the caller's Picture_Rules. Stop: ends them after
+/// their current picture, and drops all results.
 void Ahead_Start();
 void Ahead_Stop();
 
-/// What is wanted from now on, the most urgent first. What is not named is forgotten.
+/// The keys wanted from now on, most urgent first. Results of other keys are dropped.
 void Ahead_Want(std::vector<AHEAD_KEY> keys);
 
-/// What a wanted key has come to; null until that is known.
+/// The result for a wanted key; null until it is there.
 std::shared_ptr<const VIEWER_FILE> Ahead_Find(const AHEAD_KEY &key);
 
-/// How many of the wanted keys are known.
+/// How many of the wanted keys have results.
 size_t Ahead_Done();

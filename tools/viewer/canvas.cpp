@@ -9,7 +9,7 @@
 #include "platform/glfew.h"
 #include "tools/viewer/screen.h"
 
-constexpr uint32_t Canvas_TileSide = 1024, Canvas_Border = 4;  // so that no filter sees an edge
+constexpr uint32_t Canvas_TileSide = 1024, Canvas_Border = 4;  // so that no filter reaches an edge
 constexpr size_t Canvas_MaxTiles = 24;                         // kept while out of sight
 
 namespace
@@ -21,7 +21,7 @@ struct TILE {
     bool InSight;
 };
 
-// From a tile's first pixel to past its last, in one direction, with its border and without.
+// A tile's pixels in one direction, from the first to past the last, without and with its border.
 struct RANGE {
     uint32_t Begin, End, OuterBegin, OuterEnd;
 };
@@ -32,7 +32,7 @@ static std::map<TILE_KEY, TILE> tiles;
 
 CANVAS_TURN Canvas_TurnOf(int orientation)
 {
-    // Exif 2.3, 4.6.4 A: whether rows become columns, and what lies at the right or the bottom.
+    // Exif 2.3, 4.6.4 A: whether rows become columns, and what is at the right or at the bottom.
     const bool turned = orientation >= 5;
     const int x =
         orientation == 2 || orientation == 3 || orientation == 7 || orientation == 8 ? -1 : 1;
@@ -78,7 +78,7 @@ void Canvas_Keep(std::span<const uint64_t> serials)
     });
 }
 
-// The smallest size that need not be magnified to be shown so many pixels wide.
+// The smallest size that need not be enlarged to be shown at so many pixels wide.
 static size_t SizeFor(const CANVAS_PICTURE &picture, float shown)
 {
     size_t size = 0;
@@ -136,7 +136,7 @@ static void DrawTile(const CANVAS_PICTURE &picture, size_t size, uint32_t column
                  share(down.End - down.Begin, outerHeight)});
 }
 
-// First tile in sight and the one past the last, when the part from `low` to `high` is.
+// First visible tile and the one past the last, if the part from `low` to `high` is visible.
 static std::pair<uint32_t, uint32_t> InSight(float low, float high, uint32_t side)
 {
     const uint32_t count = (side + Canvas_TileSide - 1) / Canvas_TileSide;
@@ -152,7 +152,7 @@ bool Canvas_Prepare(const CANVAS_PICTURE &picture, float shown)
 {
     const size_t size = SizeFor(picture, shown);
     const VIEWER_PIXELS &p = picture.Sizes[size];
-    if (std::max(p.Width, p.Height) > 4 * Canvas_TileSide)  // much of it will not be in sight
+    if (std::max(p.Width, p.Height) > 4 * Canvas_TileSide)  // much of it will be out of sight
         return false;
     for (uint32_t row = 0; row * Canvas_TileSide < p.Height; row++)
         for (uint32_t column = 0; column * Canvas_TileSide < p.Width; column++) {
@@ -168,7 +168,7 @@ bool Canvas_Prepare(const CANVAS_PICTURE &picture, float shown)
 void Canvas_Draw(const CANVAS_PICTURE &picture, float x, float y, float width, float height,
                  const CANVAS_TURN &turn, bool smooth)
 {
-    // The picture's corner and sides on the screen: its middle stays the rectangle's.
+    // The picture's corner and sides on the screen: its centre remains the rectangle's.
     const auto t = [&](size_t i) { return static_cast<float>(turn[i]); };
     const SCREEN_PLACE whole = {x + width * (1 - t(0) - t(1)) / 2,
                                 y + height * (1 - t(2) - t(3)) / 2,
@@ -179,7 +179,7 @@ void Canvas_Draw(const CANVAS_PICTURE &picture, float x, float y, float width, f
 
     const size_t size = SizeFor(picture, turn[0] != 0 ? width : height);
 
-    // The window's corners in the picture, whose sides are 1 each.
+    // The window's corners in the picture, in units of its sides.
     const auto inPicture = [&](float screenX, float screenY) {
         const float a = (screenX - x) / width - 0.5F, b = (screenY - y) / height - 0.5F;
         return std::pair{t(0) * a + t(2) * b + 0.5F, t(1) * a + t(3) * b + 0.5F};

@@ -19,7 +19,7 @@
 
 const char *const Convert_Endings = ".bmp, .ham6, .ham8, .pam, .png";
 
-// `pixels` without gaps between its rows.
+// `pixels` without gaps between rows.
 static std::string EncodeHAM(const VIEWER_PIXELS &pixels, const std::string &path, int planes,
                              bool compress)
 {
@@ -51,12 +51,12 @@ static std::string WriteOne(const VIEWER_PIXELS &pixels, const std::string &out,
                                             : Encode_PAM(pixels, file.File);
     });
     if (reason.empty() && kept != pixels.Width)
-        Report(out, "it has the first " + std::to_string(kept) + " of " +
-                        std::to_string(pixels.Width) + " columns, a multiple of 8");
+        Report(out, "only the first " + std::to_string(kept) + " of " +
+                        std::to_string(pixels.Width) + " columns were written, a multiple of 8");
     return reason;
 }
 
-// Closes the gaps between the rows of a picture that is only written from now on.
+// Removes the gaps between the rows of a picture that is used only here.
 static VIEWER_PIXELS WithoutGaps(const VIEWER_FILE &file)
 {
     VIEWER_PIXELS pixels = Viewer_Pixels(file);
@@ -88,7 +88,7 @@ static bool WriteFrame(const VIEWER_FILE &file, uint32_t n, const std::string &o
     return reason.empty() || Report(out, reason);
 }
 
-// "name-007.png": as many digits as the last number has.
+// "name-007.png": the number has as many digits as the last one.
 static std::string Numbered(const std::string &out, uint32_t n, uint32_t count)
 {
     std::string digits = std::to_string(n);
@@ -136,7 +136,8 @@ bool Convert_Files(const std::vector<std::string> &paths, const CONVERT_OPTIONS 
     const size_t count = paths.size() - 1;
     for (size_t i = 0; i < count; i++) {
         const std::filesystem::path in = paths[i] == "-" ? "standard-input" : paths[i];
-        // Of two that differ only in their endings the second keeps its own in the new name.
+        // Of two names that differ only in the ending, the second keeps its own within the new
+        // name.
         std::string name = in.stem().string() + "." + options.Format;
         if (!names.insert(name).second)
             name = in.filename().string() + "." + options.Format;

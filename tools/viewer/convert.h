@@ -1,4 +1,4 @@
-// Pictures converted to files of another format, by the ending of their names.
+// Conversion of pictures to other formats, chosen by the ending of the output's name.
 #pragma once
 
 #include <cstdint>
@@ -7,20 +7,20 @@
 #include <vector>
 
 struct CONVERT_OPTIONS {
-    bool Compress = false;          // .ham6 and .ham8 with runs
-    bool Upright = false;           // turned as the orientation says
-    bool Compose = false;           // a GIF's frames with those before them
-    bool AllFrames = false;         // each to a file of its own, numbered from 0
-    std::optional<uint32_t> Frame;  // or page; nothing: the picture
-    std::string Format;             // ending without its point, for names in a folder
+    bool Compress = false;          // run-length compressed .ham6 and .ham8
+    bool Upright = false;           // turned as the orientation tag says
+    bool Compose = false;           // a GIF's frames on top of those before
+    bool AllFrames = false;         // each to its own file, numbered from 0
+    std::optional<uint32_t> Frame;  // or page; empty: the picture
+    std::string Format;             // ending without its dot, for output in a folder
 };
 
-/// Whether files of this ending can be written; and the endings, for a person.
+/// Whether files with this ending can be written; and the endings, for people.
 bool Convert_CanWrite(const std::string &out);
 extern const char *const Convert_Endings;
 
-/// Writes the last path from the one before it, or, when it is a folder, all others into it. Each
-/// file replaces what was there whole. .ham6 and .ham8 hold a multiple of 8 columns: columns beyond
-/// are left out, which standard error says, as it says why a file was not written. Returns whether
+/// Writes the last path from the one before it or, if it is a folder, all others into it. Each file
+/// is replaced as a whole. .ham6 and .ham8 hold a multiple of 8 columns; columns beyond that are
+/// dropped, which standard error reports, as it does any file that was not written. Returns whether
 /// all were.
 bool Convert_Files(const std::vector<std::string> &paths, const CONVERT_OPTIONS &options);

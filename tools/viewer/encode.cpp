@@ -26,7 +26,7 @@ static const uint8_t *Row(const VIEWER_PIXELS &pixels, size_t y)
     return pixels.Pixels + y * pixels.Stride * 4;
 }
 
-// Whether `holds` is true of all pixels.
+// Whether `holds` is true for all pixels.
 template <typename Holds>
 static bool All(const VIEWER_PIXELS &pixels, const Holds &holds)
 {
@@ -120,15 +120,15 @@ static std::string Deflate(PNG_STREAM &stream, std::span<uint8_t> bytes, int flu
                     std::span(stream.Out).first(stream.Out.size() - stream.Z.avail_out));
 }
 
-// ISO/IEC 15948, 9.4: of left, above and upper left the one that is nearest to what a plane through
-// them would have here.
+// Paeth filter, ISO/IEC 15948, 9.4: the one of left, above and upper left that is nearest to left +
+// above - upper left.
 static uint8_t Paeth(int a, int b, int c)
 {
     const int p = a + b - c, pa = std::abs(p - a), pb = std::abs(p - b), pc = std::abs(p - c);
     return static_cast<uint8_t>(pa <= pb && pa <= pc ? a : pb <= pc ? b : c);
 }
 
-// Filters a row in all ways and gives the one whose bytes, taken as signed, are the smallest.
+// Filters a row in all ways and returns the one whose bytes, taken as signed, have the least sum.
 static std::vector<uint8_t> &Filter(std::span<const uint8_t> row, std::span<const uint8_t> above,
                                     size_t step, PNG_ROWS &rows)
 {
@@ -209,12 +209,12 @@ std::string Encode_BMP(const VIEWER_PIXELS &pixels, FILE *file)
     number(bytes * 8, 2);
     number(opaque ? 0 : bitFields);
     number(size - fileHeader - header);
-    for (int i = 0; i < 4; i++)  // resolution, colours: not stated
+    for (int i = 0; i < 4; i++)  // resolution and number of colours: not stated
         number(0);
     if (!opaque) {
         for (const uint32_t mask : {0xFF0000u, 0xFF00u, 0xFFu, 0xFF000000u})
             number(mask);
-        head.insert(head.end(), {'B', 'G', 'R', 's'});  // sRGB, read as a number
+        head.insert(head.end(), {'B', 'G', 'R', 's'});  // sRGB, read as a little-endian number
         head.resize(fileHeader + version4);
     }
     std::string reason = Put(file, head);

@@ -33,7 +33,7 @@ static const JPG_EXIF_ENTRY *Find(uint16_t tag)
     return nullptr;
 }
 
-// A short stands in the first bytes of its field.
+// A short occupies the first bytes of its field.
 static uint32_t Whole(const JPG_EXIF_ENTRY &entry)
 {
     if (entry.Type != Exif_Short)
@@ -51,7 +51,7 @@ int Exif_Orientation()
     return 1;
 }
 
-// The first bytes of a value that lies outside its entry.
+// The first bytes of a value that is stored outside its entry.
 template <size_t Size>
 static std::optional<std::array<uint8_t, Size>> Read(const BYTES_OPEN &from,
                                                      const JPG_EXIF_ENTRY &entry)
@@ -110,8 +110,8 @@ static std::string Exposure(const BYTES_OPEN &from)
     return text;
 }
 
-// N, S, E or W. The decoder takes the letter from the top of the entry's field, where only
-// big-endian data have it.
+// N, S, E or W. The decoder reads the letter from the field's high byte, where only big-endian data
+// have it.
 static char Reference(uint16_t tag, char decoded)
 {
     const JPG_EXIF_ENTRY *entry = JPG_Exif.ByteOrder == 'I' ? Find(tag) : nullptr;

@@ -1,5 +1,5 @@
-// What a photograph's Exif data say of how it was taken (Exif 2.3, TIFF 6.0 fields). All of it is
-// about the JPEG file that this thread has loaded last.
+// A photograph's Exif data about how it was taken (Exif 2.3, TIFF 6.0 fields), from the JPEG file
+// that this thread loaded last.
 #pragma once
 
 #include <string>
@@ -7,14 +7,14 @@
 
 #include "extra/bytes.h"
 
-/// One line of what a file tells of itself, both in UTF-8.
+/// One fact from a file, both parts in UTF-8.
 struct VIEWER_FACT {
     std::string Name, Text;
 };
 
-/// The orientation, 1 to 8; 1 without one.
+/// The orientation, 1 to 8; 1 if none is given.
 int Exif_Orientation();
 
-/// Camera, date, exposure and place, as far as they are there. Values that do not fit into their
-/// entries are read from the file.
+/// Camera, date, exposure and place, as far as present. Values that do not fit into their entries
+/// are read from the file.
 std::vector<VIEWER_FACT> Exif_Camera(const BYTES_OPEN &from);

@@ -14,7 +14,7 @@ static bool IsDigit(char c)
     return c >= '0' && c <= '9';
 }
 
-// Takes a number from the front, without its leading zeros.
+// Takes a number off the front, without its leading zeros.
 static std::string_view TakeNumber(std::string_view &text)
 {
     const auto end = static_cast<size_t>(std::ranges::find_if_not(text, IsDigit) - text.begin());
@@ -47,7 +47,7 @@ bool Files_Before(std::string_view a, std::string_view b)
     return x.empty() == y.empty() ? a < b : x.empty();
 }
 
-// The pictures in a folder, after them those in its folders; links to folders are not followed.
+// The pictures in a folder, followed by those in its subfolders; links to folders are not followed.
 static bool AddFolder(const fs::path &folder, bool recursive, std::vector<FILES_ENTRY> &entries)
 {
     std::error_code error;
@@ -95,7 +95,7 @@ std::vector<FILES_ENTRY> Files_Around(const std::string &path, size_t &at)
     const fs::path name = fs::path(path).filename();
     const auto is = [&](const FILES_ENTRY &e) { return fs::path(e.Path).filename() == name; };
     auto self = std::ranges::find_if(entries, is);
-    if (self == entries.end())  // hidden, or no picture, which will be said
+    if (self == entries.end())  // hidden, or not a picture, which is reported later
         self = entries.insert(self, FILES_ENTRY{});
     *self = {path};
     at = static_cast<size_t>(self - entries.begin());

@@ -1,4 +1,4 @@
-// Which files the words on the command line mean.
+// The files that the command line's arguments stand for.
 #pragma once
 
 #include <string>
@@ -7,19 +7,19 @@
 
 struct FILES_ENTRY {
     std::string Path;
-    bool Named = true;  // by the user; others were found in a folder and may be no pictures
+    bool Named = true;  // by the user; others were found in a folder and may not be pictures
 };
 
-/// Whether a comes before b where numbers within names count as numbers: "2.png" before "10.png".
-/// Letters of ASCII in either case are the same unless nothing else differs.
+/// Whether a comes before b, comparing numbers within names by value: "2.png" before "10.png".
+/// ASCII letters compare without case unless nothing else differs.
 bool Files_Before(std::string_view a, std::string_view b);
 
-/// The words, and in the place of each folder the pictures in it, those of its folders too if
-/// `recursive`. Hidden files and what does not begin like a picture are left out there. A folder
-/// that cannot be read stays as it is, for whoever opens it to say so.
+/// The arguments, with each folder replaced by the pictures in it and, if `recursive`, in its
+/// subfolders. Hidden files and files that do not begin like a picture are skipped there. A folder
+/// that cannot be read stays in the list, so that opening it reports why.
 std::vector<FILES_ENTRY> Files_Expand(const std::vector<std::string> &words, bool recursive);
 
-/// Starting on one file: the pictures of its folder, and where the file is among them.
+/// For a single file: the pictures of its folder, and its place among them.
 std::vector<FILES_ENTRY> Files_Around(const std::string &path, size_t &at);
 
 /// The lines of standard input.

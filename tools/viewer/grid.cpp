@@ -13,8 +13,8 @@
 #include "tools/viewer/sheet.h"
 
 constexpr float Grid_Gap = 12, Grid_NameHeight = 28;
-constexpr size_t Grid_MaxAhead = 2000;     // thumbnails of some 60 KB each
-constexpr size_t Grid_MaxCells = 400;      // that keep their textures
+constexpr size_t Grid_MaxAhead = 2000;     // thumbnails, of some 60 KB each
+constexpr size_t Grid_MaxCells = 400;      // cells that keep their textures
 constexpr uint32_t Grid_NameLetters = 14;  // as wide as a thumbnail
 
 size_t Grid_Marked;
@@ -31,9 +31,9 @@ struct CELL {
 
 }  // namespace
 
-static std::map<size_t, CELL> cells;  // by number of the file
-static float scroll;                  // pixels above the window
-static size_t asked = SIZE_MAX;       // first file when thumbnails were asked for last
+static std::map<size_t, CELL> cells;  // by file number
+static float scroll;                  // pixels hidden above the window
+static size_t asked = SIZE_MAX;       // first file when thumbnails were last requested
 static size_t askedCount, seenDone;
 static bool moved = true;
 static SCREEN_LABEL progress;
@@ -128,7 +128,7 @@ void Grid_Leave()
     moved = true;
 }
 
-// Those in sight first, then the rest from there on.
+// Those in sight first, then the following ones.
 static void Ask(const std::vector<FILES_ENTRY> &files, size_t first)
 {
     if (asked == first && askedCount == files.size())

@@ -50,7 +50,7 @@ static void PrintLines(FILE *out, const VIEWER_FILE &file)
     Line(out, "incomplete", file.Reason);
 }
 
-// The facts as an array, since names may come twice and their order may count.
+// The facts as an array, since names may repeat and the order may matter.
 static std::string Array(const std::vector<VIEWER_FACT> &facts)
 {
     std::string text;

@@ -1,4 +1,4 @@
-// Shows pictures in a window, prints what they say of themselves, or converts them.
+// Shows pictures in a window, prints what they say about themselves, or converts them.
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -44,13 +44,13 @@ static std::string KeysText()
 namespace
 {
 
-// Which options exclude each other is said when they are used together.
+// The help does not list which options exclude each other: using them together reports it.
 class PLAIN_HELP : public CLI::Formatter
 {
 public:
     std::string make_option_opts(const CLI::Option *option) const override
     {
-        const std::string type = option->get_type_name();  // a colon before its bounds
+        const std::string type = option->get_type_name();  // a colon precedes its bounds
         return option->get_type_size() == 0 || option->get_positional()
                    ? ""
                    : " " + type.substr(0, type.find(':'));
@@ -62,13 +62,13 @@ public:
 static void AddOptions(CLI::App &app, OPTIONS &options)
 {
     app.add_option("FILE", options.Files, "Pictures and folders; - is standard input");
-    app.add_flag("-r,--recursive", options.Recursive, "Folders with the folders in them");
+    app.add_flag("-r,--recursive", options.Recursive, "Include subfolders");
     app.add_flag("-f,--files", options.List, "Read file names from standard input, one a line");
     app.add_flag("--framework", options.Framework,
-                 "Read files by the framework's own rules, not by those of their formats");
+                 "Read files by the framework's own rules instead of their formats'");
 
-    CLI::Option *info = app.add_flag("--info", options.Info, "Print what the files say");
-    app.add_flag("--json", options.JSON, "Print it as one JSON object a line")->needs(info);
+    CLI::Option *info = app.add_flag("--info", options.Info, "Print the files' facts");
+    app.add_flag("--json", options.JSON, "Print it as one JSON object per line")->needs(info);
     CLI::Option *convert =
         app.add_flag("--convert", options.Convert,
                      "Write the last file from the one before, by its ending, or, if it is a "
@@ -79,10 +79,9 @@ static void AddOptions(CLI::App &app, OPTIONS &options)
         ->type_name("ENDING")
         ->default_val("png")
         ->needs(convert);
-    app.add_flag("--compress", options.Writing.Compress, "Write .ham6 and .ham8 with runs")
+    app.add_flag("--compress", options.Writing.Compress, "Compress .ham6 and .ham8 by run lengths")
         ->needs(convert);
-    app.add_flag("--upright", options.Writing.Upright, "Turn photographs as their orientation says")
-        ->needs(convert);
+    app.add_flag("--upright", options.Writing.Upright, "Turn photographs upright")->needs(convert);
     app.add_flag("--compose", options.Writing.Compose,
                  "Write frames as they are seen, on top of those before them")
         ->needs(convert);
@@ -98,10 +97,10 @@ static void AddOptions(CLI::App &app, OPTIONS &options)
         ->check(CLI::Range(0.1, 86400.0))
         ->excludes(info)
         ->excludes(convert);
-    app.add_flag("--grid", options.Window.Grid, "Begin with the contact sheet")
+    app.add_flag("--grid", options.Window.Grid, "Start with the contact sheet")
         ->excludes(info)
         ->excludes(convert);
-    app.add_flag("--fullscreen", options.Window.FullScreen, "Begin in full screen")
+    app.add_flag("--fullscreen", options.Window.FullScreen, "Start in full screen")
         ->excludes(info)
         ->excludes(convert);
     app.add_option("--charset", options.CharSet, "Show a character set")
@@ -127,7 +126,7 @@ static void ReadFrame(OPTIONS &options)
         return;
     uint32_t number = 0;
     if (options.Frame.starts_with('-') || !CLI::detail::lexical_cast(options.Frame, number))
-        throw CLI::ValidationError("--frame", "wants a number from 0 on, or all");
+        throw CLI::ValidationError("--frame", "needs a number from 0 on, or all");
     options.Writing.Frame = options.Window.Frame = number;
 }
 
@@ -135,7 +134,7 @@ static void CheckConversion(OPTIONS &options)
 {
     const std::vector<std::string> &files = options.Files;
     if (files.size() < 2)
-        throw CLI::ValidationError("--convert", "wants at least two files, IN and OUT");
+        throw CLI::ValidationError("--convert", "needs at least two files, IN and OUT");
     if (options.Writing.Format.starts_with('.'))
         options.Writing.Format.erase(0, 1);
     const bool folder = std::filesystem::is_directory(files.back());
@@ -151,7 +150,7 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
     app.parse(argc, argv);
     ReadFrame(options);
     if ((options.Files.empty() && !options.List) == (options.CharSet < 0))
-        throw CLI::ValidationError("FILE", "wants files, or --charset without any");
+        throw CLI::ValidationError("FILE", "needs files, or --charset without any");
     if (options.List && std::ranges::count(options.Files, "-") > 0)
         throw CLI::ValidationError("--files", "standard input cannot be the list and a picture");
     if (options.Convert)
@@ -177,7 +176,7 @@ static int Run(OPTIONS &options)
         if (const std::string reason = Viewer_KeepInput(); !reason.empty())
             Report("-", reason);
 
-    // Decoders may trace on standard output by the framework's rules.
+    // By the framework's rules decoders may trace on standard output.
     FILE *out = fdopen(dup(STDOUT_FILENO), "w");
     if (!out || (options.Framework && !std::freopen("/dev/null", "w", stdout)))
         return Failure;
@@ -199,14 +198,14 @@ static int Run(OPTIONS &options)
 int main(int argc, char **argv)
 {
     OPTIONS options;
-    CLI::App app("Shows pictures, prints what they say of themselves, or converts them.",
+    CLI::App app("Shows pictures, prints what they say about themselves, or converts them.",
                  "tessview");
     try {
         ReadOptions(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0)  // asked for help or the version
             return app.exit(error);
-        std::fprintf(stderr, "tessview: %s (--help tells more)\n", error.what());
+        std::fprintf(stderr, "tessview: %s (see --help)\n", error.what());
         return WrongUsage;
     }
     Picture_Rules = options.Framework ? PICTURE_RULES_FRAMEWORK : PICTURE_RULES_FORMAT;

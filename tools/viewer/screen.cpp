@@ -13,14 +13,14 @@ static std::array<GLFEW_VERTEX, 2> quads;  // the unit square, by SCREEN_GROUND
 
 static GLFEW_VERTEX MakeQuad(const char *fragment)
 {
-    // Two triangles; rows of pixels go down.
+    // Two triangles; rows of pixels go downwards.
     static constexpr std::array<float, 30> corners = {0, 0, 0, 0, 0, 1, 0, 0, 1, 0, 1, 1, 0, 1, 1,
                                                       0, 0, 0, 0, 0, 1, 1, 0, 1, 1, 0, 1, 0, 0, 1};
     GLFEW_VERTEX quad{};
     quad.Kind = GLFEW_Textured;
     quad.Count = 6;
     quad.TexturedVertices = corners.data();
-    // The square has no depth, so the matrix's third column is free: the texture's part.
+    // The square has no depth, so the matrix's third column is free to hold the texture's part.
     std::strcpy(quad.VertexShaderSource.data(),
                 "#version 330 core\nlayout(location = 0) in vec3 p;\n"
                 "layout(location = 1) in vec2 t;\nout vec2 uv;\nuniform mat4 MVP;\n"
@@ -69,7 +69,7 @@ uint32_t Screen_Columns()
     return (std::max(width, 2 * Sheet_Margin) - 2 * Sheet_Margin) / Sheet_LetterWidth;
 }
 
-// Left of the window and above it the mouse counts down from 65,535.
+// Left of the window and above it the mouse position counts down from 65,535.
 float Screen_MouseX()
 {
     return static_cast<int16_t>(System_GetMouseX()) * GLFEW_PixelsPerUnit();

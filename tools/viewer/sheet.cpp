@@ -9,9 +9,9 @@
 #include "picture/graphics.h"
 #include "tools/common/text.h"
 
-constexpr uint8_t Sheet_Set = 3;          // of what the viewer says
-constexpr uint8_t Sheet_CyrillicSet = 5;  // capitals from A on at glyph 0 on, YO at 127
-constexpr uint8_t Sheet_SpanishSet = 12;  // n with tilde where the others have n with caron
+constexpr uint8_t Sheet_Set = 3;          // for the viewer's own texts
+constexpr uint8_t Sheet_CyrillicSet = 5;  // capitals from A start at glyph 0, YO is 127
+constexpr uint8_t Sheet_SpanishSet = 12;  // n with tilde where other sets have n with caron
 constexpr std::array<const char *, 9> Sheet_Samples = {
     "The quick brown fox jumps over the lazy dog.",
     "THE QUICK BROWN FOX JUMPS OVER THE LAZY DOG.",
@@ -48,7 +48,7 @@ static VIEWER_IMAGE Blank(uint32_t width, uint32_t height, uint8_t alpha, uint8_
     return image;
 }
 
-// The byte of ISO/IEC 8859-2; 0 without one.
+// The byte of ISO/IEC 8859-2; 0 if it has none.
 static uint8_t ByteOf(char32_t character)
 {
     if (character >= ' ' && character < 127)
@@ -65,13 +65,13 @@ static uint8_t CyrillicByte(char32_t character)
 {
     if (character == U'Ё')
         return 127;
-    // A text cannot hold number 0, the letter A; the Latin one has its shape.
+    // A text cannot contain number 0, the letter A; the Latin letter has its shape.
     return character == U'А'                        ? uint8_t{'A'}
            : character >= U'Б' && character <= U'Я' ? static_cast<uint8_t>(character - U'А')
                                                     : ByteOf(character);
 }
 
-// The samples that the set can write, as its texts are written.
+// The sample texts that the set can write, encoded for it.
 static std::vector<std::string> SamplesOf(uint8_t set)
 {
     std::vector<std::string> samples;
@@ -98,7 +98,7 @@ VIEWER_IMAGE Sheet_Glyphs(uint8_t set)
 {
     constexpr uint32_t across = 16, gap = 6, labels = 32;
     const CHARSET_SIZE size = CharSet_GetSize(set);
-    const uint8_t numbers = size.Rows <= 8 ? 2 : Sheet_Set;  // a set of 8 by 8 for others of them
+    const uint8_t numbers = size.Rows <= 8 ? 2 : Sheet_Set;  // a set of the same height
     const CHARSET_SIZE small = CharSet_GetSize(numbers);
     const uint32_t cellWidth = std::max<uint32_t>(size.Columns, 2 * small.Columns + 2u) + gap;
     const uint32_t cellHeight = std::max<uint32_t>(size.Rows, small.Rows) + gap;
@@ -157,10 +157,10 @@ VIEWER_IMAGE Sheet_Lines(std::span<const std::string> lines)
     return image;
 }
 
-// What stands for a character that Latin-2 does not have.
+// A substitute for a character that Latin-2 does not have.
 static std::string Substitute(char32_t character)
 {
-    // U+00C0 to U+00FF without their accents.
+    // U+00C0 to U+00FF without accents.
     constexpr std::string_view plain =
         "AAAAAAACEEEEIIIIDNOOOOOxOUUUUYTsaaaaaaaceeeeiiiidnooooo/ouuuuyty";
     static_assert(plain.size() == 64);
@@ -210,7 +210,7 @@ std::string Sheet_Cut(const std::string &text, size_t room)
         return text;
     if (room <= 3)
         return text.substr(0, room);
-    // The end tells more than the middle.
+    // The end is more informative than the middle.
     return text.substr(0, (room - 3 + 1) / 2) + "..." + text.substr(text.size() - (room - 3) / 2);
 }
 

@@ -17,7 +17,7 @@
 #include "tools/common/text.h"
 #include "tools/viewer/exif.h"
 
-static BYTES_BUFFER input;  // what came from standard input
+static BYTES_BUFFER input;  // contents of standard input
 
 std::string Viewer_KeepInput()
 {
@@ -119,7 +119,7 @@ VIEWER_IMAGE Viewer_Fit(const VIEWER_PIXELS &pixels, uint32_t side)
     };
     VIEWER_IMAGE image{shorten(pixels.Width), shorten(pixels.Height), {}};
     image.Pixels.resize(size_t{image.Width} * image.Height * 4);
-    // Of a length from n x from to (n + 1) x from, where each pixel is `to` long.
+    // How much of `pixel`, which is `to` long, the new pixel n covers, which is `from` long.
     const auto covered = [](uint64_t pixel, uint64_t n, uint64_t from, uint64_t to) {
         return std::min((pixel + 1) * to, (n + 1) * from) - std::max(pixel * to, n * from);
     };
@@ -147,7 +147,7 @@ VIEWER_IMAGE Viewer_Fit(const VIEWER_PIXELS &pixels, uint32_t side)
     return image;
 }
 
-// Exif 2.3, 4.6.4 A: where row 0 and column 0 of the file's picture are to be seen.
+// Exif 2.3, 4.6.4 A: where row 0 and column 0 of the file's picture belong.
 VIEWER_IMAGE Viewer_Upright(const VIEWER_PIXELS &pixels, int orientation)
 {
     if (orientation < 2 || orientation > 8)
@@ -171,7 +171,7 @@ VIEWER_IMAGE Viewer_Upright(const VIEWER_PIXELS &pixels, int orientation)
     return upright;
 }
 
-// What the record calls bits is another field of a GIF, and of one sample of a TIFF.
+// For a GIF the record's bits are another field; for a TIFF, those of one sample.
 static uint32_t BitsOf(const Picture &picture)
 {
     if (picture.Format == PICTURE_TIFF)
@@ -218,7 +218,7 @@ static void ReadJPEG(VIEWER_FILE &file, const BYTES_OPEN &from)
     file.Thumbnail = Viewer_Copy({p.ThumbWidth, p.ThumbHeight, p.ThumbBufferWidth, p.ThumbPixels});
 }
 
-// Delays of less than two hundredths are taken for a tenth of a second, as is usual.
+// Delays below two hundredths count as a tenth of a second, as is customary.
 static void ReadGIF(VIEWER_FILE &file)
 {
     file.Frames = std::max<uint32_t>(GIF_Header.FrameCount, 1);
@@ -227,14 +227,14 @@ static void ReadGIF(VIEWER_FILE &file)
         end += frame.Delay < 2 ? 0.1 : frame.Delay / 100.0;
         file.Ends.push_back(end);
     }
-    // The count is of the repetitions; without the extension the animation runs once.
+    // The extension counts repetitions; without it the animation runs once.
     file.Rounds = !GIF_Header.HasLoopCount    ? 1
                   : GIF_Header.LoopCount == 0 ? 0
                                               : GIF_Header.LoopCount + 1u;
     AddText(file, "comment", Text_FromEither(GIF_Header.Comment.data()));
 }
 
-// A file that is cut has fewer images than it says.
+// A truncated file has fewer images than it promises.
 static void ReadSprites(VIEWER_FILE &file)
 {
     const auto end = std::ranges::find(SPR_Header.Images, nullptr);
@@ -266,7 +266,7 @@ static void ReadHeader(VIEWER_FILE &file, const BYTES_OPEN &from)
     }
 }
 
-// Keeps a picture with all that is in the decoders' globals now.
+// Keeps a picture with the facts that are in the decoders' globals now.
 static void Keep(VIEWER_FILE &file, const Picture &picture, const BYTES_OPEN &from)
 {
     file.Record = std::shared_ptr<const Picture>(new Picture(picture), [](const Picture *p) {
@@ -281,7 +281,7 @@ static void Keep(VIEWER_FILE &file, const Picture &picture, const BYTES_OPEN &fr
 
 static void Prepare(VIEWER_FILE &file, VIEWER_DEPTH depth)
 {
-    // A small copy is made of what is up to twice as large.
+    // Up to twice the size, a small copy is made.
     const uint32_t enough = depth == VIEWER_SMALL ? 2 * Viewer_SmallSide : 256;
     VIEWER_PIXELS last = Viewer_Pixels(file);
     while (std::max(last.Width, last.Height) > enough) {
@@ -313,7 +313,7 @@ static void Load(VIEWER_FILE &file, const BYTES_OPEN &from, VIEWER_DEPTH depth)
         return;
     }
     if (picture.Format == PICTURE_JPEG && JPG_Decoder.Embedded) {
-        JPG_Load(from.Path);  // the headers stand there as its thumbnail has left them
+        JPG_Load(from.Path);  // the headers are as its thumbnail has left them
         JPG_UnLoad();
     }
     Keep(file, picture, from);
@@ -333,7 +333,7 @@ std::shared_ptr<const VIEWER_FILE> Viewer_Open(const std::string &path, VIEWER_D
         if (path == "-") {
             Load(*file, BYTES_OPEN(std::span<const uint8_t>(input)), depth);
         } else {
-            // A '*' in front has a meaning of its own for JPG_Load.
+            // A leading '*' would have a special meaning for JPG_Load.
             const std::string name = path.starts_with('*') ? "./" + path : path;
             Load(*file, BYTES_OPEN(name.c_str()), depth);
         }
@@ -361,7 +361,7 @@ VIEWER_PIXELS Viewer_Frame(const VIEWER_FILE &file, uint32_t n, GIF_CANVAS &canv
         const GIF_PICTURE &gif = GIF_PictureOf(pixels.Pixels);
         if (!gif.Codes.empty())
             return Composed(gif, n, canvas);
-        pixels.Pixels = gif.Frames[n].Data;  // by the framework's rules each is a picture
+        pixels.Pixels = gif.Frames[n].Data;  // by the framework's rules each frame is a picture
     }
     return pixels;
 }
@@ -373,8 +373,8 @@ VIEWER_PIXELS Viewer_LoneFrame(const VIEWER_FILE &file, uint32_t n, GIF_CANVAS &
     const GIF_PICTURE &gif = GIF_PictureOf(file.Record->Pixels);
     const GIF_FRAME &frame = gif.Frames[n];
     const VIEWER_PIXELS pixels = Composed({gif.Header, {frame}, BYTES_BUFFER(1)}, 0, canvas);
-    // Codes that hold nothing, only to say by which rules. What is around the frame is the
-    // background, which this frame did not bring.
+    // An empty frame that only states the rules. Around the frame is the background, which this
+    // frame did not draw.
     for (uint32_t y = 0; y < pixels.Height; y++)
         for (uint32_t x = 0; x < pixels.Width; x++)
             if (x < frame.Left || y < frame.Top || x - frame.Left >= frame.Width ||

@@ -26,10 +26,10 @@
 namespace
 {
 
-// Zoom that follows the window's size, or stays.
+// A zoom that follows the window's size, or a fixed one.
 enum FIT : uint8_t { FIT_WHOLE, FIT_WIDTH, FIT_NONE };
 
-// As GLFW numbers keys that write nothing.
+// Keys without a character, as GLFW numbers them.
 enum KEY : int32_t {
     KEY_Escape = 256,
     KEY_Enter,
@@ -47,9 +47,9 @@ enum KEY : int32_t {
     KEY_PadEnter = 335,
 };
 
-constexpr int32_t KEY_Character = 1 << 24;  // and a character of Unicode
+constexpr int32_t KEY_Character = 1 << 24;  // plus a Unicode character
 
-// How a picture lies in the window.
+// The position of a picture in the window.
 struct LOOK {
     uint64_t Serial;            // 0: it changes
     float X, Y, Width, Height;  // as turned
@@ -59,32 +59,32 @@ struct LOOK {
     bool operator==(const LOOK &) const = default;
 };
 
-// A whole window drawn before it is wanted.
+// A whole window drawn in advance.
 struct STILL {
     LOOK Look;
     uint32_t Texture;
 };
 
-// What the window shows. Offsets count from its middle, in framebuffer pixels.
+// What the window shows. Offsets are from its centre, in framebuffer pixels.
 struct VIEW {
-    std::vector<FILES_ENTRY> Files;  // empty: only a sheet
+    std::vector<FILES_ENTRY> Files;  // empty: only a character sheet
     size_t At;
-    uint32_t Page;  // of a TIFF, that is wanted
+    uint32_t Page;  // requested page of a TIFF
     bool Backwards;
     bool Waiting;  // for Files[At]
     bool Failed;   // a named file had no picture
     WINDOW_OPTIONS Options;
-    std::set<std::string> Reported;  // as incomplete
+    std::set<std::string> Reported;  // as incomplete, so far
 
     std::shared_ptr<const VIEWER_FILE> File;
     VIEWER_IMAGE Sheet;
     CANVAS_PICTURE Picture;     // on the screen
-    std::vector<STILL> Stills;  // of what is shown and the pictures after and before it
+    std::vector<STILL> Stills;  // of the current picture, the next and the previous one
     GIF_CANVAS Composed;
     uint32_t Frame;
     uint32_t Round;                      // of a GIF, from 0
     bool Still;                          // a GIF does not play
-    double FrameEnd, SlideEnd, HelpEnd;  // seconds, as Now() gives them
+    double FrameEnd, SlideEnd, HelpEnd;  // seconds, as returned by Now()
 
     CANVAS_TURN Turn;
     FIT Fit;
@@ -95,8 +95,8 @@ struct VIEW {
     double Clicked;
 
     bool Changed;
-    bool Painted, Swapped;  // in this turn of the shell's loop, in the turn before
-    bool MustAsk;           // for what may be shown next
+    bool Painted, Swapped;  // in this turn of the shell's loop, and in the one before
+    bool MustAsk;           // request what may be shown next
     std::deque<int32_t> Typed;
     SCREEN_LABEL Help, Caption, Details;
 };
@@ -114,15 +114,15 @@ static double Now()
 const std::vector<std::pair<std::string, std::string>> &Window_Keys()
 {
     static const std::vector<std::pair<std::string, std::string>> keys = {
-        {"right space n, left bksp p", "next picture, the one before"},
+        {"right space n, left bksp p", "next picture, previous one"},
         {"home, end", "first picture, last picture"},
-        {"page down ., page up ,", "next frame or page, the one before"},
+        {"page down ., page up ,", "next frame or page, previous"},
         {"a", "play or pause an animation"},
-        {"+ up, - down, wheel", "closer, farther"},
+        {"+ up, - down, wheel", "zoom in, zoom out"},
         {"0, 1, w", "fit the window, 1:1, fit its width"},
         {"drag", "move the picture"},
         {"r, R, m", "turn right, turn left, mirror"},
-        {"i", "enlarge sharp or smooth"},
+        {"i", "enlarge sharply, smoothly"},
         {"t", "the file's own thumbnail"},
         {"d, c", "details, caption"},
         {"tab, enter", "contact sheet, open from it"},
@@ -134,7 +134,7 @@ const std::vector<std::pair<std::string, std::string>> &Window_Keys()
     return keys;
 }
 
-// Width and height as turned.
+// Width and height after turning.
 static std::pair<float, float> Size(const VIEWER_PIXELS &p, const CANVAS_TURN &turn)
 {
     const std::pair size = {static_cast<float>(p.Width), static_cast<float>(p.Height)};
@@ -151,7 +151,7 @@ static float FittingZoom(FIT fit, std::pair<float, float> size)
     const auto [width, height] = size;
     const float across = Screen_Width() / width;
     const float zoom = fit == FIT_WIDTH ? across : std::min(across, Screen_Height() / height);
-    return zoom < 1 || fit == FIT_WIDTH ? zoom : std::floor(zoom);  // whole pixels stay whole
+    return zoom < 1 || fit == FIT_WIDTH ? zoom : std::floor(zoom);  // keep whole pixels whole
 }
 
 static float CurrentZoom()
@@ -159,7 +159,7 @@ static float CurrentZoom()
     return view.Fit == FIT_NONE ? view.Zoom : FittingZoom(view.Fit, Size());
 }
 
-// How far below the window's middle a picture's middle begins: a page is seen from its top.
+// How far below the window's centre a picture's centre starts: a page is seen from its top.
 static float FittingY(FIT fit, std::pair<float, float> size)
 {
     const float height = size.second * FittingZoom(fit, size);
@@ -174,7 +174,7 @@ static void SetFit(FIT fit)
     view.Changed = true;
 }
 
-// The fit that a picture begins with.
+// The fit that a picture starts with.
 static FIT FirstFit()
 {
     return view.Fit == FIT_NONE ? FIT_WHOLE : view.Fit;
@@ -228,13 +228,13 @@ static AHEAD_KEY KeyOf(size_t at, uint32_t page)
     return {view.Files[at].Path, VIEWER_HALVED, page};
 }
 
-// The page that a file is to begin with.
+// The page that a file starts with.
 static uint32_t FirstPage()
 {
     return view.Options.Frame.value_or(0);
 }
 
-// What is shown next is decoded now, and what may be shown after that.
+// What is shown next is decoded first, then what may be shown after that.
 static void Ask()
 {
     const size_t count = view.Files.size(), after = (view.At + 1) % count,
@@ -270,7 +270,7 @@ static double FrameSeconds()
     return ends[view.Frame] - (view.Frame == 0 ? 0 : ends[view.Frame - 1]);
 }
 
-// A frame of a GIF or a sprite file on the canvas.
+// Draws a frame of a GIF or a sprite file.
 static void ShowFrame(uint32_t n)
 {
     const VIEWER_PIXELS pixels = Viewer_Frame(*view.File, n, view.Composed);
@@ -314,7 +314,7 @@ static void ShowFile(std::shared_ptr<const VIEWER_FILE> file)
     view.MustAsk = true;
 }
 
-// Leaves a file without a picture out and goes on to the next in the same direction.
+// Drops a file without a picture and continues in the same direction.
 static void LeaveOut(const std::string &reason)
 {
     if (view.Files[view.At].Named) {
@@ -331,8 +331,8 @@ static void LeaveOut(const std::string &reason)
     GoTo((view.At + (view.Backwards ? count - 1 : 0)) % count, view.Backwards, FirstPage());
 }
 
-// Takes over what has been decoded. On a software display a wait of a moment is better than a frame
-// that shows nothing new.
+// Takes over what has been decoded. On a software display a short wait is better than a frame that
+// shows nothing new.
 static void Poll()
 {
     while (view.Waiting) {
@@ -353,7 +353,7 @@ static bool HasStill(const LOOK &look)
     return std::ranges::find(view.Stills, look, &STILL::Look) != view.Stills.end();
 }
 
-// Frees all stills but these.
+// Frees all stills except these.
 static void KeepStills(std::span<const LOOK> looks)
 {
     std::erase_if(view.Stills, [&](const STILL &still) {
@@ -364,8 +364,8 @@ static void KeepStills(std::span<const LOOK> looks)
     });
 }
 
-// While nothing happens, what may be shown next becomes textures, one at a time, and then a still,
-// so that a step to it costs a copy.
+// In idle time, what may be shown next becomes textures, one at a time, and then a still, so that
+// showing it costs only a copy.
 static void PrepareNext()
 {
     if (view.Waiting || !view.File)
@@ -396,7 +396,7 @@ static void PrepareNext()
     KeepStills(looks);
 }
 
-// Goes to another frame or page. An animation stands still from now on.
+// Goes to another frame or page and stops the animation.
 static void Leaf(int by)
 {
     if (!view.File || view.File->Frames < 2 || view.Waiting)
@@ -415,7 +415,7 @@ static void Leaf(int by)
     ShowFrame(to);
 }
 
-// Moves a GIF on to the frame whose time it is.
+// Advances a GIF to the frame that is due.
 static void Play()
 {
     if (!view.File || view.File->Ends.size() < 2 || view.Still || Now() < view.FrameEnd)
@@ -427,7 +427,7 @@ static void Play()
     }
     view.Round += last ? 1 : 0;
     ShowFrame(last ? 0 : view.Frame + 1);
-    constexpr double tooLate = 0.5;  // then what was missed is not made up for
+    constexpr double tooLate = 0.5;  // frames missed by more than this are not caught up
     view.FrameEnd = (Now() - view.FrameEnd > tooLate ? Now() : view.FrameEnd) + FrameSeconds();
 }
 
@@ -441,7 +441,7 @@ static void Pause()
     view.Changed = true;
 }
 
-// Keeps what lies at (x, y) there, which counts from the window's middle.
+// Keeps what lies at (x, y), from the window's centre, in place.
 static void ZoomBy(float factor, float x, float y)
 {
     const float fitting = FittingZoom(FIT_WHOLE, Size()), before = CurrentZoom();
@@ -473,7 +473,7 @@ static void ToggleThumbnail()
     view.ShowThumbnail = !view.ShowThumbnail;
     SetPicture(view.ShowThumbnail ? CANVAS_PICTURE{0, {Viewer_Pixels(view.File->Thumbnail)}}
                                   : OnCanvas(*view.File));
-    SetFit(FIT_WHOLE);  // what was in the window's middle may lie beyond the thumbnail
+    SetFit(FIT_WHOLE);  // the window's centre may lie outside the thumbnail
 }
 
 static void ToggleSlideshow()
@@ -681,7 +681,7 @@ static bool Press(int32_t key)
     return true;
 }
 
-// A character that means nothing shows for a moment which ones do.
+// A key without a meaning briefly shows the help.
 static void Type()
 {
     constexpr double moment = 2;
@@ -769,7 +769,7 @@ void Scene()
         return;
     }
     Poll();
-    // What is ready is seen before its neighbours are decoded.
+    // What is ready is shown before its neighbours are decoded.
     if (view.MustAsk && (view.Waiting || view.Swapped))
         Ask();
     if (!view.ShowThumbnail)
@@ -781,7 +781,7 @@ void Scene()
 
 void Timer() {}
 
-// What the caption says beside the name: the title's facts, and what changes while one looks.
+// The caption after the name: the title's facts, and what changes meanwhile.
 static std::string FactsNow()
 {
     const auto of = [](size_t n, size_t count) {
@@ -880,7 +880,7 @@ static bool Open(const char *title)
 {
     view = {};
     view.Turn = Canvas_TurnOf(1);
-    GLFEW_Samples = 0;  // nothing has slanting edges
+    GLFEW_Samples = 0;  // nothing has slanted edges
     if (!CreateApplication(0, 0, 1024, 768, title, "", "", 48, 48, 52, 255))
         return false;
     GLFEW_WhenDisplayIsLost([] {
