@@ -20,9 +20,9 @@ TABLE = [
     ("raster", "picture/picture_* picture/graphics picture/draw picture/charset picture/charset_* "
                "picture/charsets/*", "ground pixels picture raster"),
     ("decoders", "picture/*", "ground pixels coders jpg"),
-    ("sound_file", "audio/sound_file audio/sound_frames audio/g711 audio/mpeg", "ground sound_file"),
+    ("sound_file", "audio/sound_file audio/sound_frames audio/g711", "ground sound_file"),
     ("audio_module", "audio/audio_module", "ground sound_file sounds mp3"),
-    ("audio", "audio/audio audio/audio_check", "ground sound_file audio_module audio"),
+    ("audio", "audio/audio", "ground sound_file audio_module audio"),
     ("stream", "audio/audio_stream", "ground sound_file audio_module audio <portaudio.h>"),
     ("mp3", "audio/mp3 audio/mp3_*", "ground sound_file"),
     ("sounds", "audio/*", "ground sound_file mp3"),
