@@ -276,7 +276,7 @@ static void RefillGenerated(AudioTrack &track, uint8_t which)
 
 // The most that a buffer gets. For a file smaller than a buffer that is as many bytes as the file
 // has of the sound, whatever they unpack to; on purpose.
-static uint32_t MostOf(AudioTrack &track)
+static uint32_t MaxOf(AudioTrack &track)
 {
     if (track.FileSize == 0)
         track.FileSize = track.OpenSize;
@@ -311,7 +311,7 @@ static void RefillFromFile(AudioTrack &track, uint8_t which)
     const bool rewound = track.Restarted != restarts;
     track.Restarted = restarts;
     fseeko(track.File.get(), rewound ? track.DataStart : track.ReadPosition.load(), SEEK_SET);
-    Refill(track, which, MostOf(track));
+    Refill(track, which, MaxOf(track));
     NotePosition(track, restarts);
 }
 

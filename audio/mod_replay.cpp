@@ -120,7 +120,7 @@ constexpr std::array<double, 16> MOD_Semitones = [] {
 }();
 static_assert(MOD_Semitones[12] > 0.5 - 1e-12 && MOD_Semitones[12] < 0.5 + 1e-12);
 
-constexpr uint32_t MOD_MostRows = 65536;  // of a song; 128 orders without loops have 8192
+constexpr uint32_t MOD_MaxRows = 65536;  // of a song; 128 orders without loops have 8192
 
 static bool InTable(uint32_t period)
 {
@@ -692,7 +692,7 @@ static double TickSeconds(const MOD_SONG &song, uint8_t tempo)
 MOD_LENGTH MOD_Measure(const MOD_SONG &song)
 {
     MOD_PLAYER p = {};
-    MOD_Start(p, song, MOD_MostRows);
+    MOD_Start(p, song, MOD_MaxRows);
     std::unordered_set<uint64_t> played;
     double seconds = 0;
     for (;;) {
@@ -703,7 +703,7 @@ MOD_LENGTH MOD_Measure(const MOD_SONG &song)
             break;
         seconds += p.Speed * TickSeconds(song, p.Tempo);
     }
-    return {MOD_MostRows - p.RowsLeft, static_cast<uint32_t>(seconds * 1000 + 0.5)};
+    return {MOD_MaxRows - p.RowsLeft, static_cast<uint32_t>(seconds * 1000 + 0.5)};
 }
 
 void MOD_Start(MOD_PLAYER &player, const MOD_SONG &song, uint32_t rows)

@@ -17,7 +17,7 @@
 static const struct SORT {
     const char *Name;
     void (*Sort)(int32_t *a, uint16_t n);
-    uint16_t Most;  // elements that it sorts quickly enough
+    uint16_t Max;  // elements that it sorts quickly enough
 } sorts[] = {
     {"selection", Extra_SelectionSort, 4000}, {"insertion", Extra_InsertSort, 4000},
     {"heap", Extra_HeapSort, 65535},          {"bubble", Extra_BubbleSort, 3000},
@@ -45,7 +45,7 @@ TEST(Sorts, GiveWhatTheStandardLibraryGives)
     setrlimit(RLIMIT_STACK, &stack);
     for (const SORT &sort : sorts) {
         ExpectSorts(sort, {INT32_MAX, INT32_MIN, 0, INT32_MIN, -1, INT32_MAX, 1}, "extremes");
-        for (const int n : {0, 1, 2, 3, 4, 5, 9, 64, 199, int{sort.Most}}) {
+        for (const int n : {0, 1, 2, 3, 4, 5, 9, 64, 199, int{sort.Max}}) {
             std::vector<int32_t> values(static_cast<size_t>(n));
             ExpectSorts(sort, values, "equal");
             std::ranges::generate(values, random);
