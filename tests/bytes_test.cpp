@@ -32,6 +32,8 @@ TEST(Bytes, AnOpenFileStaysTheSame)
 {
     const std::string path = WriteTemp("file", Text("before"));
     std::array<uint8_t, 99> head;
+    const int descriptor = dup(0);
+    close(descriptor);
     {
         const BYTES_OPEN open(path.c_str());
         std::filesystem::rename(WriteTemp("other", Text("now")), path);
@@ -40,4 +42,7 @@ TEST(Bytes, AnOpenFileStaysTheSame)
         EXPECT_EQ(Bytes_LoadHead(path.c_str(), head), 6u);
     }
     EXPECT_EQ(ReadFile(path), Text("now"));
+    const int again = dup(0);
+    close(again);
+    EXPECT_EQ(again, descriptor) << "the file is closed";
 }

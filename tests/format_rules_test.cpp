@@ -139,6 +139,7 @@ TEST(FormatRules, PCX)
                            {"2 bits", Pcx(2, 1, 5, 2, greys, "1B 80"), "00 01 02 03 02"},
                            {"4 bits", Pcx(4, 1, 3, 2, greys, "12 30"), "01 02 03"},
                            {"3 planes", Pcx(1, 3, 2, 2, greys, "8000 C100C100 4000"), "01 04"},
+                           {"4 planes of 4 bits", Pcx(4, 4, 1, 1, greys, "10 20 30 40"), ""},
                            {"2 planes of 2 bits", Pcx(2, 2, 2, 1, greys, "60 10"), "01 06"},
                            {"4 planes of 8 bits", Pcx(8, 4, 1, 1, "", "01 02 03 04"), "01020304"},
                            {"no palette of 256: greys", Pcx(8, 1, 2, 2, "", "0520"), "05 20"},

@@ -152,6 +152,8 @@ TEST(MP3Format, FramesAreFound)
     } rows[] = {
         {"frames", stream, frames.size() * 1152, ""},
         {"junk before", junk + stream, frames.size() * 1152, ""},
+        {"junk before, a header across two blocks of the search", BYTES(16382) + stream,
+         frames.size() * 1152, ""},
         {"tags on both sides", v2 + stream + v1, frames.size() * 1152, ""},
         {"lyrics",
          stream + Text("LYRICSBEGIN") + Prefix(frames[0], 208) + Text("000219LYRICS200") + v1,
@@ -278,6 +280,7 @@ TEST(MP3Format, Tags)
              Text("Comment\0x")) +
              v1,
          "Two||9|Rock"},
+        {"an unknown genre", {}, Prefix(v1, 127) + BYTES{126}, "One||9|"},
         {"ID3v2 wins", v2(3, 0, title), ape(Number(3, -4) + Number(0, 4) + Text("Title\0Two")) + v1,
          "Title||9|Rock"},
         {"sizes beyond the file", v2(3, 0, Text("TIT2\x7F\xFF\xFF\xFF\0\0\0Hi")), {}, "Hi|||"},

@@ -213,6 +213,8 @@ TEST(Sprites, AllImages)
         EXPECT_EQ(SPR_Header.Images[2], nullptr);
     }
     EXPECT_EQ(SPR_Header.Images[0], nullptr);
+    LOADED(Text("SPRITES") + BYTES{0, 1, 1, 1, 2, 3});
+    EXPECT_STREQ(Picture_Reason(), "no images");
     EXPECT_EQ(Shown(first.Record.Pixels, 2, 1), "030201 060504") << "outlives the later file";
     Picture picture;
     SPR_HEADER header;
