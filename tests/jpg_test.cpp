@@ -246,6 +246,14 @@ TEST(JPG, DamageStaysWhereItIs)
     Decode(Prefix(scans, scans.size() - 2));
     EXPECT_TRUE(std::string_view(Reason_Get()).starts_with("cut after scan ")) << Reason_Get();
 
+    BYTES two = Read("422_scans.jpg");
+    const size_t one = Find(two, 0xDA);
+    two.erase(two.begin() + static_cast<ptrdiff_t>(one),
+              two.begin() + static_cast<ptrdiff_t>(
+                                std::min(Find(two, 0xC4, one + 2), Find(two, 0xDA, one + 2))));
+    Decode(two);
+    EXPECT_STREQ(Reason_Get(), "no scan of component 1");
+
     // Truncated: what precedes is there, what follows is grey.
     const BYTES cut = Decode(Prefix(file, second));
     ASSERT_EQ(cut.size(), whole.size());
