@@ -186,7 +186,7 @@ static void UnPaeth(const uint8_t *in, const uint8_t *prior, uint8_t *out, size_
     }
 }
 
-// Two lines at once, the lower one a pixel behind the upper: each pixel depends on its left
+// Two lines at once, the lower one one pixel after the upper: each pixel depends on its left
 // neighbour, and the two chains of dependencies run in parallel.
 template <size_t Step>
 static void UnPaethTwo(const uint8_t *in, const uint8_t *lowerIn, const uint8_t *prior,
