@@ -66,10 +66,12 @@ static void Compare(const std::vector<int> &theirs, const SF_INFO &info, const u
     std::vector<uint8_t> ours(theirs.size() * bits / 8 + 64);
     ours.resize(Audio_Take(track, ours.data(), ours.size()));
     const size_t count = ours.size() * 8 / bits;
-    if (count < theirs.size())
+    const int coding = info.format & SF_FORMAT_SUBMASK;
+    const bool blocks = coding == SF_FORMAT_IMA_ADPCM || coding == SF_FORMAT_MS_ADPCM;
+    if (count < theirs.size() && !blocks)  // libsndfile makes a whole block of a cut one
         Differ("the length in samples", 0, static_cast<long>(count),
                static_cast<long>(theirs.size()));
-    for (size_t i = 0; i < theirs.size(); i++)
+    for (size_t i = 0; i < std::min(count, theirs.size()); i++)
         if (std::abs(int64_t{SampleAt(ours, i, bits)} - theirs[i]) > 1)
             Differ("a sample", i, SampleAt(ours, i, bits), theirs[i]);
     Audio_UnLoad(track);
