@@ -1,6 +1,6 @@
-// Sound made from any bytes, encoded by LAME in many ways, without its tag: libmad, which rounds for
-// itself. (libmpg123 is off by hundreds where libmad, libavcodec and this decoder agree to 1: at low
-// bit rates.)
+// Sound made from any bytes, encoded by LAME in many ways, without its tag: libmad, which rounds
+// for itself. (libmpg123 is off by hundreds where libmad, libavcodec and this decoder agree to 1:
+// at low bit rates.)
 #include <algorithm>
 #include <vector>
 
@@ -60,8 +60,8 @@ static std::vector<int16_t> Theirs(std::vector<uint8_t> file)
         mad_synth_frame(&synth, &frame);
         for (size_t i = 0; i < synth.pcm.length; i++)
             for (size_t channel = 0; channel < synth.pcm.channels; channel++)
-                all.push_back(static_cast<int16_t>(std::clamp(
-                    (synth.pcm.samples[channel][i] + (1 << 12)) >> 13, -32768, 32767)));
+                all.push_back(static_cast<int16_t>(
+                    std::clamp((synth.pcm.samples[channel][i] + (1 << 12)) >> 13, -32768, 32767)));
     }
     mad_synth_finish(&synth);
     mad_frame_finish(&frame);
