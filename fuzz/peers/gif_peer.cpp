@@ -49,9 +49,13 @@ static void Compare(const GifFileType &gif, const uint8_t *data, size_t size)
         return;  // giflib makes something up for codes that no table has
     GraphicsControlBlock control = {
         .DisposalMode = 0, .UserInputFlag = false, .DelayTime = 0, .TransparentColor = -1};
-    DGifSavedExtensionToGCB(const_cast<GifFileType *>(&gif), 0, &control);
+    const SavedImage &frame = gif.SavedImages[0];
+    for (int i = 0; i < frame.ExtensionBlockCount; i++)  // the last one holds
+        if (frame.ExtensionBlocks[i].Function == GRAPHICS_EXT_FUNC_CODE)
+            DGifExtensionToGCB(static_cast<size_t>(frame.ExtensionBlocks[i].ByteCount),
+                               frame.ExtensionBlocks[i].Bytes, &control);
     std::vector<uint8_t> screen(size_t{4} * static_cast<size_t>(gif.SWidth * gif.SHeight));
-    if (!Draw(gif, gif.SavedImages[0], control.TransparentColor, screen))
+    if (!Draw(gif, frame, control.TransparentColor, screen))
         return;
     if (!ours.It.Pixels)
         Differ(Picture_Reason());
