@@ -29,7 +29,7 @@ OPERATORS = [(re.compile(pattern), text) for pattern, text in [
     (" && ", " || "), (r" \|\| ", " && "), (" & ", " | "), (r" \| ", " & "), (r" \+= ", " -= "),
     (r"\+\+", "--"), ("--", "++"), (r"\breturn true\b", "return false"), (r"\breturn false\b", "return true"),
     (r"if \(!", "if ("), (r"\b\d+\b", lambda number: str(int(number[0]) + 1))]]
-STATEMENT = re.compile(r"(\s+)[\w.\->\[\](), ]+( [-+|&*]?= .*|\(.*\));$")
+STATEMENT = re.compile(r"(\s+)(?!return)[\w.\->\[\]()]+( [-+|&*]?= .*|\(.*\));$")
 
 
 def mutants_of(line):
