@@ -22,6 +22,7 @@ static void Check(uint8_t format, const std::vector<ROW> &rows)
     for (const ROW &r : rows) {
         EXPECT_EQ(Show(r.file), r.pixels) << r.what;
         EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
+
         if (*r.pixels)
             EXPECT_EQ(LOADED(r.file).Record.Format, format) << r.what;
     }
@@ -80,6 +81,20 @@ TEST(FormatRules, BMP)
         {"rows missing", Bmp(40, 1, 2, 24, 0, "", "", "01020300"), "- 030201FF",
          "cut after 1 of 2 rows"},
         {"a JPEG inside", Bmp(40, 1, 1, 0, 4, "", "", "FFD8FFE0"), "", "an embedded JPEG picture"},
+        {"a PNG inside", Bmp(40, 1, 1, 0, 5, "", "", "89504E47"), "", "an embedded PNG picture"},
+        {"OS/2's runs of 24 bits", Bmp(64, 1, 1, 24, 4, "", "", "01010203"), "",
+         "RLE24 compression"},
+        {"fields of 24 bits", Bmp(40, 1, 1, 24, 3, "", "", "010203"), "",
+         "24 bits a pixel with compression 3"},
+        {"a width of 17 bits", Bmp(40, 65536, 1, 24, 0, "", "", "010203"), "",
+         "a side of more than 65535 pixels"},
+        {"a height of 17 bits", Bmp(40, 1, -65536, 24, 0, "", "", "010203"), "",
+         "a side of more than 65535 pixels"},
+        {"no pixels", Bmp(40, 1, 1, 24, 0, "", "", ""), "", "the pixels are missing"},
+        {"fields with alpha after the header", Bmp(40, 1, 1, 32, 6, argb, "", "01020380"),
+         "03020180"},
+        {"a delta past the last row", Bmp(40, 1, 2, 8, 1, "", greys, "0101 0002 0005 0102"),
+         "01 02"},
         {"OS/2's Huffman runs", Bmp(64, 8, 1, 1, 3, "", "", "FFFFFFFF"), "", "Huffman compression"},
     };
     Check(PICTURE_BMP, rows);
@@ -114,6 +129,12 @@ TEST(FormatRules, TGA)
         {"16 bits in runs, their highest left out", Tga(10, 0, 16, 0x21, 2, 1, "811080"),
          "000084FF 000084FF"},
         {"bottom right", Tga(2, 0, 24, 0x10, 1, 2, "010101 020202"), "02 01"},
+        {"a map of no entries", Tga(1, 0, 8, 0x20, 1, 1, "01"), "",
+         "not a picture of a known format"},
+        {"indexes of 16 bits", Tga(1, 24, 16, 0x20, 2, 1, "010101 020304 0200 0100"),
+         "040302FF 01"},
+        {"true colour of 8 bits", Tga(2, 0, 8, 0x20, 1, 1, "01"), "",
+         "not a picture of a known format"},
         {"a row cut short", Tga(3, 0, 8, 0x20, 2, 2, "010203"), "01 02 03 -",
          "cut after 1 of 2 rows"},
     };
@@ -139,6 +160,9 @@ TEST(FormatRules, PCX)
         {"2 bits", Pcx(2, 1, 5, 2, greys, "1B 80"), "00 01 02 03 02"},
         {"4 bits", Pcx(4, 1, 3, 2, greys, "12 30"), "01 02 03"},
         {"3 planes", Pcx(1, 3, 2, 2, greys, "8000 C100C100 4000"), "01 04"},
+        {"2 planes of 8 bits", Pcx(8, 2, 1, 1, "", "01 02"), "", "2 planes of 8 bits"},
+        {"5 planes", Pcx(1, 5, 8, 1, "", "01 02 03 04 05"), "", "5 planes of 1 bits"},
+        {"3 bits", Pcx(3, 1, 8, 3, "", "01 02 03"), "", "not a picture of a known format"},
         {"4 planes of 4 bits", Pcx(4, 4, 1, 1, greys, "10 20 30 40"), "", "4 planes of 4 bits"},
         {"2 planes of 2 bits", Pcx(2, 2, 2, 1, greys, "60 10"), "01 06"},
         {"4 planes of 8 bits", Pcx(8, 4, 1, 1, "", "01 02 03 04"), "01020304"},
@@ -167,6 +191,14 @@ TEST(FormatRules, PNM)
         {"PAM of grey and alpha",
          Text("P7\nHEIGHT 1\nWIDTH 1\nMAXVAL 255\nDEPTH 2\nENDHDR\n\x20\x30"), "20202030"},
         {"samples missing", Text("P2 2 2 255 1 2 3"), "01 02 03 -", "cut after 1 of 2 rows"},
+        {"PAM of no maximum", Text("P7\nWIDTH 1\nHEIGHT 1\nDEPTH 1\nMAXVAL 0\nENDHDR\n1"), "",
+         "a header that says nothing of use"},
+        {"a header line of no number", Text("P7\nWIDTH x1\nHEIGHT 1\nDEPTH 1\nMAXVAL 1\nENDHDR\n1"),
+         "", "a header that says nothing of use"},
+        {"a width of 17 bits", Text("P5 65537 1 255 ...."), "",
+         "a header that says nothing of use"},
+        {"P5 of 16 bits cut in a sample", Text("P5 2 2 65535 \1\1\2\2\3"), "01 02 - -",
+         "cut after 1 of 2 rows"},
         {"five samples a pixel", Text("P7\nWIDTH 1\nHEIGHT 1\nDEPTH 5\nMAXVAL 255\nENDHDR\n....."),
          "", "a header that says nothing of use"},
     };
@@ -186,6 +218,10 @@ TEST(FormatRules, XBM)
         {"each row a word", xbm("short", "0x0001, 0xFF80}"), bits},
         {"numbers of any base", xbm("char", "1, 0200};"), bits},
         {"a digit", xbm("char", "0x1, 0x80};"), bits},
+        {"an array cut short", xbm("char", "1, }; 2"), "00 FF FF FF FF FF FF FF - - - - - - - -",
+         "cut before its last row"},
+        {"nothing after the brace", xbm("char", "1"), "00 FF FF FF FF FF FF FF - - - - - - - -",
+         "cut before its last row"},
         {"an array that tells its size", xbm("char", "1, 128};", "[2]"), bits},
     };
     Check(PICTURE_XBM, rows);
@@ -196,11 +232,12 @@ static BYTES Chunk(const char *id, const BYTES &data)
     return BYTES(id, id + 4) + Number(std::ssize(data), 4) + data + BYTES(data.size() % 2);
 }
 
+// `masking` may have a compression in its second byte.
 static BYTES Iff(const char *type, int height, int planes, int masking, const char *palette,
                  const char *body)
 {
     BYTES header = Number(8, 2) + Number(height, 2) + BYTES(4);
-    for (const int v : {planes, masking, 0, 0, 0, 1, 1, 1, 0, 8, 0, 8})
+    for (const int v : {planes, masking & 255, masking >> 8, 0, 0, 1, 1, 1, 0, 8, 0, 8})
         header.push_back(static_cast<uint8_t>(v));
     return Chunk("FORM", BYTES(type, type + 4) + Chunk("BMHD", header) +
                              Chunk("CMAP", Hex(palette)) +
@@ -221,6 +258,15 @@ TEST(FormatRules, ILBM)
          "02 03 01 01 01 01 01 01 03 04 01 01 01 01 01 01"},
         {"entries of 4 bits", Iff("ILBM", 1, 1, 0, "F0F0F0 102030", "8000"),
          "112233FF FF FF FF FF FF FF FF"},
+        {"a mask of 8 planes",
+         Iff("ILBM", 1, 8, 1, "", "0000 0000 0000 0000 0000 0000 0000 8000 8000"),
+         "80 - - - - - - -"},
+        {"half-bright unsaid",
+         Iff("ILBM", 1, 6, 0, Repeat("202020", 32).c_str(), "0000 0000 0000 0000 0000 8000"),
+         "11 22 22 22 22 22 22 22"},
+        {"32 planes of bytes", Iff("PBM ", 1, 32, 0, "", "01"), "", "32 planes with compression 0"},
+        {"another compression", Iff("ILBM", 1, 1, 0x200, "", "8000"), "",
+         "1 planes with compression 2"},
         {"no palette", Iff("ILBM", 1, 2, 0, "", "8000 C000"), "FF AA 00 00 00 00 00 00"},
         {"32 planes", Iff("ILBM", 1, 32, 0, "", rgba.c_str()), "0000FF00 00 FF000000 - - - - -"},
     };
@@ -237,6 +283,11 @@ TEST(FormatRules, Detection)
         uint8_t format;
     } rows[] = {
         {"a TGA with image ID", Tga(3, 0, 8, 0x20, 1, 1, "42"), PICTURE_TGA},
+        {"a TGA with a map that true colour ignores", Tga(2, 24, 24, 0x20, 1, 1, ""), PICTURE_TGA},
+        {"a TGA of interleaved rows", Tga(2, 0, 24, 0xC0, 1, 1, ""), PICTURE_UNKNOWN},
+        {"a TGA of no height", Tga(2, 0, 24, 0x20, 1, 0, ""), PICTURE_UNKNOWN},
+        {"a TGA with indexes and no map", Tga(1, 0, 8, 0x20, 1, 1, ""), PICTURE_UNKNOWN},
+        {"a map of 8 bits", Tga(1, 8, 8, 0x20, 1, 1, ""), PICTURE_UNKNOWN},
         {"a TGA of no kind", BYTES(18) + BYTES(9), PICTURE_UNKNOWN},
         {"any JPEG", Text("\xFF\xD8\xFF\xDB.."), PICTURE_JPEG},
         {"letters that begin like TIFF", Text("IInvented"), PICTURE_UNKNOWN},
