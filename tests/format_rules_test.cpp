@@ -292,6 +292,14 @@ TEST(FormatRules, Detection)
         {"any JPEG", Text("\xFF\xD8\xFF\xDB.."), PICTURE_JPEG},
         {"letters that begin like TIFF", Text("IInvented"), PICTURE_UNKNOWN},
         {"TIFF of 64 bits", Text("MM\0+\0\0\0\0"), PICTURE_TIFF},
+        {"a comment after the letter", Text("P4#"), PICTURE_PNM},
+        {"a blank", Text("P1 "), PICTURE_PNM},
+        {"a bell", Text("P1\7"), PICTURE_UNKNOWN},
+        {"a shift", Text("P1\16"), PICTURE_UNKNOWN},
+        {"PCX", Text("\12\5\1\10"), PICTURE_PCX},
+        {"PCX of no version", Text("\12\1\1\10"), PICTURE_UNKNOWN},
+        {"PCX of a later one", Text("\12\6\1\10"), PICTURE_UNKNOWN},
+        {"PCX of another encoding", Text("\12\5\2\10"), PICTURE_UNKNOWN},
         {"PAM", Text("P7\n"), PICTURE_PNM},
         {"P and a digit", Text("P5letters"), PICTURE_UNKNOWN},
         {"a line feed and no header", Text("\nHello, world"), PICTURE_UNKNOWN},
@@ -302,4 +310,6 @@ TEST(FormatRules, Detection)
     const BYTES both = Text("P1\n#define a_width 8\n#define a_height 1\nchar a_bits[] = {0x01};");
     EXPECT_EQ(Picture_CheckBytes(both, 0), PICTURE_PNM);
     EXPECT_EQ(LOADED(both).Record.Format, PICTURE_XBM);
+    EXPECT_EQ(Show(Prefix(both, both.size() - 7)), "");
+    EXPECT_STREQ(Picture_Reason(), "a header that says nothing of use") << "the first one's";
 }
