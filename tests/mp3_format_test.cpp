@@ -199,20 +199,24 @@ static BYTES Protected(const BYTES &frame, uint16_t error = 0)
 
 TEST(MP3Format, ChecksumsTellDamage)
 {
-    std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), right, wrong, oneWrong;
+    std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), right, wrong, oneWrong, oneShort;
     for (BYTES &frame : frames) {
         right.push_back(Protected(frame));
         wrong.push_back(Protected(frame, 1));
     }
-    oneWrong = right;
+    oneWrong = oneShort = right;
     oneWrong[1] = wrong[1];
+    frames[1][28] |= 7;  // the last granule has more bits than there are
+    oneShort[1] = Protected(frames[1]);
     const BYTES sound = Play(Joined(right));
     EXPECT_TRUE(Play(Joined(wrong)) == sound) << "never right, so not a sign of damage";
-    const BYTES damaged = Play(Joined(oneWrong));
-    ASSERT_EQ(damaged.size(), sound.size());
-    EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + 1152 * Bytes, damaged.begin()));
-    const auto last = damaged.begin() + (2 * 1152 - 32) * Bytes;
-    EXPECT_TRUE(std::all_of(last, last + 32 * Bytes, [](uint8_t b) { return b == 0; })) << "silent";
+    for (const auto &stream : {oneWrong, oneShort}) {
+        const BYTES damaged = Play(Joined(stream));
+        ASSERT_EQ(damaged.size(), sound.size());
+        EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + 1152 * Bytes, damaged.begin()));
+        const auto last = damaged.begin() + (2 * 1152 - 32) * Bytes;
+        EXPECT_EQ(std::count(last, last + 32 * Bytes, 0), 32 * Bytes) << "silent";
+    }
 }
 
 TEST(MP3Format, Tags)
@@ -314,7 +318,8 @@ TEST(MP3Format, DamageIsNotLoud)
 
 TEST(MP3Format, Detection)
 {
-    const BYTES stream = Joined(FramesOf("mp3_joint.mp3"));
+    const BYTES stream = Joined(FramesOf("mp3_joint.mp3")),
+                free = Number(0xFFFB0000, 4) + BYTES(696);
     const struct {
         const char *what;
         BYTES head;
@@ -331,6 +336,8 @@ TEST(MP3Format, Detection)
         {"a picture", ReadFile(TEST_DATA "bmp/bmp_4bpp.bmp"), false},
         {"headers at short distances, too",
          BYTES(1) + Joined(std::vector(200, Number(0xFFFB1000, 4) + BYTES(4))), false},
+        {"free format", free + free + free, true},
+        {"free format, but other bytes for the third header", free + free + BYTES(4), false},
         {"nothing", {}, false},
     };
     for (const auto &r : rows)
