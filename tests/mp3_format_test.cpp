@@ -1,4 +1,6 @@
 // MPEG streams by the standards: what is found, what is dropped, what damage does.
+#include <tuple>
+
 #include <gtest/gtest.h>
 
 #include "audio/audio.h"
@@ -179,6 +181,33 @@ TEST(MP3Format, FramesAreFound)
         EXPECT_STREQ(Reason_Get(), r.reason) << r.what;
     }
     EXPECT_TRUE(Play(v2 + stream + v1) == sound);
+}
+
+// Each call searches a million bytes at most; a header that no other follows counts as 64.
+TEST(MP3Format, SearchesPause)
+{
+    const BYTES frames = Joined(FramesOf("mp3_joint.mp3"));
+    BYTES headers(7);
+    for (int i = 1; i < 70000; i++)
+        headers = std::move(headers) + Prefix(frames, 4) + BYTES(3);
+    // A pause comes after 65 blocks of 16381 bytes, or after 7 that are full of headers.
+    const std::tuple<BYTES, size_t, size_t> rows[] = {
+        {BYTES(100), 0, 100 + 64},
+        {BYTES(3 << 20), 2, (3 << 20) - 2 * 65 * 16381 + 64},
+        {headers, 4, 70000 * (7 + 64) - 28 * 16381 / 7 * (7 + 64) + 64}};
+    for (const auto &[gap, pauses, passed] : rows) {
+        MP3_STREAM stream = Load(frames + gap + frames).Frames;
+        FILE *file = std::fopen(TempPath("mp3").c_str(), "rb");
+        std::array<uint8_t, MP3_MaxFreeFrame> frame;
+        size_t searched = 0, length = 0, paused = 0;
+        for (size_t n = 0; n<9; paused += searched> MP3_MaxSearch) {
+            searched = 0;
+            n += MP3_NextFrame(file, stream, frame, length, searched) == MP3_SEARCH::Found;
+        }
+        EXPECT_EQ(paused, pauses) << gap.size();
+        EXPECT_EQ(searched, passed) << gap.size();
+        std::fclose(file);
+    }
 }
 
 // A frame with a CRC over bits 16 to 31 of its header and its side information, in place of its
