@@ -301,9 +301,9 @@ class OnTerminal(Stage):
         return status
 
     def test_keys(self):
-        self.start("--loop", "0", "stereo.wav", "absent", "song.mod")
+        self.start("--loop", "0", "stereo.wav", "absent", "song.mod", "small.voc")
         self.wait_for_line("/ 0:00 [")
-        self.wait_for_line("stereo.wav (1 of 3)")
+        self.wait_for_line("stereo.wav (1 of 4)")
         self.assertFalse(self.silent())
         self.press(b" ")
         self.wait_for_line("paused: stereo.wav")
@@ -314,12 +314,17 @@ class OnTerminal(Stage):
         self.assertTrue((NOISE * (len(heard) // len(NOISE) + 1)).startswith(heard), "the pause is heard")
         self.press(b">")
         self.wait_for_line("tessplay: absent: No such file or directory")
-        self.wait_for_line("A song (2 of 2)")
+        self.wait_for_line("A song (2 of 3)")
         self.press(b"<")
-        self.wait_for_line("stereo.wav (1 of 2)")
+        self.wait_for_line("stereo.wav (1 of 3)")
         self.press(b"n<\x1bOQ")  # forth and back; the last key is F2, not Q
-        self.wait_for_line("A song (2 of 2)")
-        self.wait_for_line("stereo.wav (1 of 2)")
+        self.wait_for_line("A song (2 of 3)")
+        self.wait_for_line("stereo.wav (1 of 3)")
+        self.press(b"nn")
+        self.wait_for_line("small.voc (3 of 3)")
+        folder = f"/proc/{self.process}/fd/"
+        cards = [os.readlink(folder + name) for name in os.listdir(folder)].count(self.path("captured"))
+        self.assertEqual(cards, 1, "the stream for other samples is closed")
         self.press(b"xq")
         self.assertEqual(self.end(), 1)  # because of the missing file
 
