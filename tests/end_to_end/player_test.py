@@ -172,10 +172,6 @@ class Player(Stage):
         self.assertEqual(self.run_player("--convert", "--bits", "float", "float.wav", "out.wav"), (0, "", ""))
         self.assertEqual(self.read("out.wav")[20:22] + self.read("out.wav")[-16:],
                          b"\3\0" + array.array("f", [0, 0.5, -1, 0.25]).tobytes())
-        self.write("small.raw", b"as it was")
-        words = "trap '' XFSZ; ulimit -f 8; $0 --convert stereo.wav small.raw"
-        self.assertEqual(self.run_program("sh", "-c", words, PLAYER), (1, "", "tessplay: small.raw: File too large\n"))
-        self.assertEqual(self.read("small.raw"), b"as it was")
         self.assertEqual(self.run_player("--convert", "stereo.wav", "out.RAW"), (0, "", ""))
         self.assertTrue(self.read("out.RAW") == NOISE, "the samples differ")
         song = self.convert("song.mod")
@@ -301,9 +297,9 @@ class OnTerminal(Stage):
         return status
 
     def test_keys(self):
-        self.start("--loop", "0", "stereo.wav", "absent", "song.mod", "small.voc")
+        self.start("--loop", "0", "stereo.wav", "absent", "song.mod")
         self.wait_for_line("/ 0:00 [")
-        self.wait_for_line("stereo.wav (1 of 4)")
+        self.wait_for_line("stereo.wav (1 of 3)")
         self.assertFalse(self.silent())
         self.press(b" ")
         self.wait_for_line("paused: stereo.wav")
@@ -314,17 +310,12 @@ class OnTerminal(Stage):
         self.assertTrue((NOISE * (len(heard) // len(NOISE) + 1)).startswith(heard), "the pause is heard")
         self.press(b">")
         self.wait_for_line("tessplay: absent: No such file or directory")
-        self.wait_for_line("A song (2 of 3)")
+        self.wait_for_line("A song (2 of 2)")
         self.press(b"<")
-        self.wait_for_line("stereo.wav (1 of 3)")
+        self.wait_for_line("stereo.wav (1 of 2)")
         self.press(b"n<\x1bOQ")  # forth and back; the last key is F2, not Q
-        self.wait_for_line("A song (2 of 3)")
-        self.wait_for_line("stereo.wav (1 of 3)")
-        self.press(b"nn")
-        self.wait_for_line("small.voc (3 of 3)")
-        folder = f"/proc/{self.process}/fd/"
-        cards = [os.readlink(folder + name) for name in os.listdir(folder)].count(self.path("captured"))
-        self.assertEqual(cards, 1, "the stream for other samples is closed")
+        self.wait_for_line("A song (2 of 2)")
+        self.wait_for_line("stereo.wav (1 of 2)")
         self.press(b"xq")
         self.assertEqual(self.end(), 1)  # because of the missing file
 
