@@ -1,6 +1,7 @@
 #include "audio/mp3_filter.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "audio/mp3_window.h"
 #include "extra/lanes.h"
@@ -314,7 +315,7 @@ EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter)
         CosineTransform2(x);
 #pragma GCC unroll 32
         for (size_t s = 0; s < MP3_Subbands; s++)
-            filter.Waves[s][MP3_History + t] = x[s];
+            filter.Waves[s][MP3_History + t] = static_cast<int32_t>(x[s]);
     }
 }
 
@@ -328,8 +329,8 @@ namespace
 // 16 + j with the slots 0, 2, 4 ... back and 16 - j with the slots 1, 3, 5 ... back, and differ
 // only in the coefficients. Keeping 15 slots of waves replaces the shifting of V.
 struct MP3_TAPS {
-    std::array<int32_t, 8> Upper, Lower;  // for sample j: of wave 16 + j, of wave 16 - j
-    std::array<int32_t, 8> MirrorUpper, MirrorLower;  // for sample 32 - j
+    std::array<double, 8> Upper, Lower;  // for sample j: of wave 16 + j, of wave 16 - j
+    std::array<double, 8> MirrorUpper, MirrorLower;  // for sample 32 - j
 };
 
 }  // namespace
@@ -355,37 +356,58 @@ struct MP3_ACCUMULATORS {
     alignas(64) std::array<std::array<int32_t, MP3_Columns>, 33> High, Low;
 };
 
+using DOUBLES [[gnu::vector_size(32)]] = double;
+using WHOLES [[gnu::vector_size(32)]] = uint64_t;
+using INTS [[gnu::vector_size(32)]] = int32_t;
+using HALF_INTS [[gnu::vector_size(16)]] = int32_t;
+
 }  // namespace
 
-EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter,
-                                  MP3_ACCUMULATORS &__restrict out)
+// Splits whole numbers into the part for 16 bits and MP3_CarriedBits below it.
+//
+// The sum of such a number and 1.5 * 2^52 has it in the lower bits of its mantissa.
+[[gnu::always_inline]] static inline void Split(const DOUBLES &sum, int32_t *high, int32_t *low)
 {
     constexpr int below = MP3_FixedBits + 16 - 15;  // the window has 16 fractional bits
-    constexpr int low = below - MP3_CarriedBits;
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
+    const DOUBLES shifted = sum + 0x1.8p52;
+    const auto whole = reinterpret_cast<WHOLES>(shifted) - 0x4338000000000000;
+    const auto upper = reinterpret_cast<INTS>(whole >> below);
+    const auto lower = reinterpret_cast<INTS>(whole >> (below - MP3_CarriedBits));
+    const HALF_INTS highs = __builtin_shufflevector(upper, upper, 0, 2, 4, 6);
+    const HALF_INTS lows = __builtin_shufflevector(lower, lower, 0, 2, 4, 6) & mask;
+    std::memcpy(high, &highs, sizeof highs);
+    std::memcpy(low, &lows, sizeof lows);
+}
+
+// Products of waves (32 bits) and the window (18 bits), and 16 of them added up, are whole numbers
+// of less than 53 bits, so floating point computes them exactly, and faster than 64-bit integers.
+EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter, size_t blocks,
+                                  MP3_ACCUMULATORS &__restrict out)
+{
+    constexpr size_t vectors = 3, lanes = 4;
     for (size_t j = 0; j < MP3_Taps.size(); j++) {
         const MP3_TAPS &taps = MP3_Taps[j];
-        const MP3_FIXED *upper = filter.Waves[(16 + j) % 32].data() + 1;
-        const MP3_FIXED *lower = filter.Waves[16 - j].data();
-        std::array<int64_t, MP3_Columns> sums, mirrors;
-        for (size_t t = 0; t < MP3_Columns; t++) {
-            int64_t sum = 0, mirror = 0;
+        const double *upper = filter.Waves[(16 + j) % 32].data() + 1 + 15;
+        const double *lower = filter.Waves[16 - j].data() + 15;
+        for (size_t t = 0; t < blocks; t += vectors * lanes) {
+            std::array<DOUBLES, vectors> sums{}, mirrors{};
 #pragma GCC unroll 8
-            for (size_t i = 0; i < 8; i++) {  // from the newest slot back
-                const MP3_FIXED u = upper[t + 15 - 2 * i], l = lower[t + 15 - 2 * i];
-                sum += Product(u, taps.Upper[i]) + Product(l, taps.Lower[i]);
-                mirror += Product(u, taps.MirrorUpper[i]) + Product(l, taps.MirrorLower[i]);
+            for (size_t i = 0; i < 8; i++)  // from the newest slot back
+#pragma GCC unroll 3
+                for (size_t v = 0; v < vectors; v++) {
+                    DOUBLES u, l;
+                    std::memcpy(&u, upper + t + v * lanes - 2 * i, sizeof u);
+                    std::memcpy(&l, lower + t + v * lanes - 2 * i, sizeof l);
+                    sums[v] += u * taps.Upper[i] + l * taps.Lower[i];
+                    mirrors[v] += u * taps.MirrorUpper[i] + l * taps.MirrorLower[i];
+                }
+#pragma GCC unroll 3
+            for (size_t v = 0; v < vectors; v++) {
+                const size_t at = t + v * lanes;
+                Split(sums[v], &out.High[j][at], &out.Low[j][at]);
+                Split(mirrors[v], &out.High[32 - j][at], &out.Low[32 - j][at]);
             }
-            sums[t] = sum;
-            mirrors[t] = mirror;
-        }
-        for (size_t t = 0; t < MP3_Columns; t++) {
-            const auto sum = static_cast<uint64_t>(sums[t]);
-            const auto mirror = static_cast<uint64_t>(mirrors[t]);
-            out.High[j][t] = static_cast<int32_t>(sum >> below);
-            out.Low[j][t] = static_cast<int32_t>(sum >> low) & mask;
-            out.High[32 - j][t] = static_cast<int32_t>(mirror >> below);
-            out.Low[32 - j][t] = static_cast<int32_t>(mirror >> low) & mask;
         }
     }
 }
@@ -449,7 +471,7 @@ static void Synthesise(MP3_FILTER &filter, size_t blocks, Sample *samples, size_
 {
     Matrix(filter);
     MP3_ACCUMULATORS accumulators;
-    Windowing(filter, accumulators);
+    Windowing(filter, blocks, accumulators);
     alignas(64) std::array<std::array<Sample, MP3_Columns>, 32> cut;
     if constexpr (sizeof(Sample) == 4)
         Join(accumulators, cut);

@@ -24,8 +24,9 @@ struct MP3_FILTER {
     alignas(64) MP3_SPECTRUM Overlap;  // second halves of the last IMDCT
     /// Samples of each subband in a frame.
     alignas(64) std::array<std::array<MP3_FIXED, MP3_Columns>, MP3_Subbands> Samples;
-    /// Their cosine transforms across the subbands, following those of the frame before.
-    alignas(64) std::array<std::array<MP3_FIXED, MP3_History + MP3_Columns>, MP3_Subbands> Waves;
+    /// Their cosine transforms across the subbands, following those of the frame before: whole
+    /// numbers of 32 bits.
+    alignas(64) std::array<std::array<double, MP3_History + MP3_Columns>, MP3_Subbands> Waves;
     uint32_t Remainder;  // what the last sample left below its 16 bits
 };
 
