@@ -329,7 +329,7 @@ namespace
 // 16 + j with the slots 0, 2, 4 ... back and 16 - j with the slots 1, 3, 5 ... back, and differ
 // only in the coefficients. Keeping 15 slots of waves replaces the shifting of V.
 struct MP3_TAPS {
-    std::array<double, 8> Upper, Lower;  // for sample j: of wave 16 + j, of wave 16 - j
+    std::array<double, 8> Upper, Lower;              // for sample j: of wave 16 + j, of wave 16 - j
     std::array<double, 8> MirrorUpper, MirrorLower;  // for sample 32 - j
 };
 
@@ -422,7 +422,7 @@ EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t b
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
     std::array<int32_t, MP3_Columns> carry{};
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++)
+        for (size_t t = 0; t < blocks; t++)
             carry[t] += in.Low[j][t];
     int32_t running = static_cast<int32_t>(remainder);
     for (size_t t = 0; t < blocks; t++) {
@@ -432,7 +432,7 @@ EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t b
     }
     remainder = static_cast<uint32_t>(running);
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++) {
+        for (size_t t = 0; t < blocks; t++) {
             const int32_t sum = in.Low[j][t] + carry[t];
             const int32_t sample = in.High[j][t] + (sum >> MP3_CarriedBits);
             carry[t] = sum & mask;
@@ -442,22 +442,22 @@ EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t b
 
 // The same without the carry: each sample is rounded.
 EXTRA_LANES static void
-QuantiseAlone(const MP3_ACCUMULATORS &__restrict in,
+QuantiseAlone(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
               std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
 {
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++) {
+        for (size_t t = 0; t < blocks; t++) {
             const int32_t sample = in.High[j][t] + (in.Low[j][t] >> (MP3_CarriedBits - 1));
             out[j][t] = static_cast<int16_t>(std::clamp(sample, -32768, 32767));
         }
 }
 
 // With all the bits that were computed.
-EXTRA_LANES static void Join(const MP3_ACCUMULATORS &__restrict in,
+EXTRA_LANES static void Join(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
                              std::array<std::array<int32_t, MP3_Columns>, 32> &__restrict out)
 {
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++) {
+        for (size_t t = 0; t < blocks; t++) {
             const int32_t high = std::clamp(in.High[j][t], -32768, 32767);
             const int32_t beyond = high == in.High[j][t] ? 0 : high < 0 ? INT32_MIN : INT32_MAX;
             const int32_t sample = high * 65536 + in.Low[j][t] * (65536 >> MP3_CarriedBits);
@@ -474,9 +474,9 @@ static void Synthesise(MP3_FILTER &filter, size_t blocks, Sample *samples, size_
     Windowing(filter, blocks, accumulators);
     alignas(64) std::array<std::array<Sample, MP3_Columns>, 32> cut;
     if constexpr (sizeof(Sample) == 4)
-        Join(accumulators, cut);
+        Join(accumulators, blocks, cut);
     else if (rounded)
-        QuantiseAlone(accumulators, cut);
+        QuantiseAlone(accumulators, blocks, cut);
     else
         Quantise(accumulators, blocks, filter.Remainder, cut);
     for (size_t t = 0; t < blocks; t++)
