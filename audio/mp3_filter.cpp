@@ -58,6 +58,60 @@ template <int Bits>
     return Round<31>(Product(a, b) + Product(c, d));
 }
 
+using WORDS [[gnu::vector_size(32)]] = uint32_t;
+
+// Transposes 8 by 8 numbers from rows `fromStride` apart to rows `toStride` apart.
+[[gnu::always_inline]] static inline void Transpose(const MP3_FIXED *from, size_t fromStride,
+                                                    MP3_FIXED *to, size_t toStride)
+{
+    std::array<WORDS, 8> v, a;
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; i++)
+        std::memcpy(&v[i], from + i * fromStride, sizeof v[i]);
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 8; i += 2) {
+        a[i] = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
+        a[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
+    }
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 4; i++) {
+        const WORDS &first = a[i / 2 * 4 + i % 2], &second = a[i / 2 * 4 + i % 2 + 2];
+        v[2 * i] = __builtin_shufflevector(first, second, 0, 1, 8, 9, 4, 5, 12, 13);
+        v[2 * i + 1] = __builtin_shufflevector(first, second, 2, 3, 10, 11, 6, 7, 14, 15);
+    }
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 4; i++) {
+        const WORDS upper = __builtin_shufflevector(v[i], v[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+        const WORDS lower = __builtin_shufflevector(v[i], v[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+        std::memcpy(to + i * toStride, &upper, sizeof upper);
+        std::memcpy(to + (i + 4) * toStride, &lower, sizeof lower);
+    }
+}
+
+// First slots of the vectors that cover 18.
+constexpr std::array<size_t, 3> MP3_SlotVectors = {0, 8, 10};
+
+EXTRA_LANES static void Distribute(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines,
+                                   size_t subbands, MP3_SPECTRUM &spectrum)
+{
+    for (size_t s = 0; s < subbands; s += 8)
+        for (const size_t k : MP3_SlotVectors)
+            Transpose(&lines[s * MP3_Slots + k], MP3_Slots, &spectrum[k][s], MP3_Subbands);
+}
+
+EXTRA_LANES static void StoreSlots(const MP3_SPECTRUM &slots, MP3_FILTER &filter, size_t first)
+{
+    for (size_t s = 0; s < MP3_Subbands; s += 8)
+        for (const size_t t : MP3_SlotVectors)
+            Transpose(&slots[t][s], MP3_Subbands, &filter.Samples[s][first + t], MP3_Columns);
+}
+
+void MP3_Arrange(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines, size_t subbands,
+                 MP3_SPECTRUM &spectrum)
+{
+    Distribute(lines, subbands, spectrum);
+}
+
 // 1 / (2 cos((2k+1) pi / 2n)) for k = 0 to n/2 - 1: factors of the cosine transforms, n = N.
 template <size_t N>
 constexpr auto MP3_Secants = [] {
@@ -275,9 +329,7 @@ void MP3_Hybrid(MP3_FILTER &filter, MP3_SPECTRUM &lines, size_t used, MP3_BLOCK 
     else
         LongBlocks(lines, filter.Overlap, out, MP3_LongWindows[block], normal, end);
     EmptyBlocks(filter.Overlap, out, end);
-    for (size_t s = 0; s < MP3_Subbands; s++)
-        for (size_t t = 0; t < MP3_Slots; t++)
-            filter.Samples[s][granule * MP3_Slots + t] = out[t][s];
+    StoreSlots(out, filter, granule * MP3_Slots);
 }
 
 // out[m] = sum of in[k] cos(m (2k+1) pi / 2n). The even m are a transform of half the length, of

@@ -456,11 +456,8 @@ static void JointStereo(MP3_CHANNEL &left, MP3_CHANNEL &right, const MP3_FORMAT 
 static size_t Arrange(const MP3_CHANNEL &channel, MP3_SPECTRUM &spectrum)
 {
     const MP3_BANDS &bands = *channel.Bands;
-    spectrum = {};
     size_t used = std::min<size_t>(channel.Used, bands.Start[bands.Long]);
-    for (size_t s = 0; s * MP3_Slots < used; s++)
-        for (size_t k = 0; k < MP3_Slots; k++)
-            spectrum[k][s] = channel.Lines[s * MP3_Slots + k];
+    MP3_Arrange(channel.Lines, MP3_Subbands, spectrum);
     for (size_t band = bands.Long; bands.Start[band] < channel.Used; band += 3) {
         const size_t start = bands.Start[band], width = bands.Width[band];
         used = start + 3 * width;
