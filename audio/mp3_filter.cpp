@@ -60,14 +60,10 @@ template <int Bits>
 
 using WORDS [[gnu::vector_size(32)]] = uint32_t;
 
-// Transposes 8 by 8 numbers from rows `fromStride` apart to rows `toStride` apart.
-[[gnu::always_inline]] static inline void Transpose(const MP3_FIXED *from, size_t fromStride,
-                                                    MP3_FIXED *to, size_t toStride)
+// Transposes 8 by 8 numbers.
+[[gnu::always_inline]] static inline void Transpose(std::array<WORDS, 8> &v)
 {
-    std::array<WORDS, 8> v, a;
-#pragma GCC unroll 8
-    for (size_t i = 0; i < 8; i++)
-        std::memcpy(&v[i], from + i * fromStride, sizeof v[i]);
+    std::array<WORDS, 8> a;
 #pragma GCC unroll 4
     for (size_t i = 0; i < 8; i += 2) {
         a[i] = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
@@ -81,11 +77,30 @@ using WORDS [[gnu::vector_size(32)]] = uint32_t;
     }
 #pragma GCC unroll 4
     for (size_t i = 0; i < 4; i++) {
-        const WORDS upper = __builtin_shufflevector(v[i], v[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-        const WORDS lower = __builtin_shufflevector(v[i], v[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
-        std::memcpy(to + i * toStride, &upper, sizeof upper);
-        std::memcpy(to + (i + 4) * toStride, &lower, sizeof lower);
+        const WORDS first = v[i];
+        v[i] = __builtin_shufflevector(first, v[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+        v[i + 4] = __builtin_shufflevector(first, v[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
     }
+}
+
+// Eight rows of eight numbers, `stride` apart.
+[[gnu::always_inline]] static inline void GetRows(const MP3_FIXED *from, size_t stride,
+                                                  std::array<WORDS, 8> &rows)
+{
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; i++)
+        std::memcpy(&rows[i], from + i * stride, sizeof rows[i]);
+}
+
+[[gnu::always_inline]] static inline void Transpose(const MP3_FIXED *from, size_t fromStride,
+                                                    MP3_FIXED *to, size_t toStride)
+{
+    std::array<WORDS, 8> rows;
+    GetRows(from, fromStride, rows);
+    Transpose(rows);
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; i++)
+        std::memcpy(to + i * toStride, &rows[i], sizeof rows[i]);
 }
 
 // First slots of the vectors that cover 18.
@@ -408,6 +423,9 @@ struct MP3_ACCUMULATORS {
     alignas(64) std::array<std::array<int32_t, MP3_Columns>, 33> High, Low;
 };
 
+// Samples after it.
+using MP3_CUT = std::array<std::array<MP3_FIXED, MP3_Columns>, 32>;
+
 using DOUBLES [[gnu::vector_size(32)]] = double;
 using WHOLES [[gnu::vector_size(32)]] = uint64_t;
 using INTS [[gnu::vector_size(32)]] = int32_t;
@@ -468,8 +486,7 @@ EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter, size_t bl
 // sum of all remainders so far, modulo their width, so it is computed for the start of every slot
 // first; then the slots run side by side.
 EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
-                                 uint32_t &__restrict remainder,
-                                 std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
+                                 uint32_t &__restrict remainder, MP3_CUT &__restrict out)
 {
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
     std::array<int32_t, MP3_Columns> carry{};
@@ -488,62 +505,99 @@ EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t b
             const int32_t sum = in.Low[j][t] + carry[t];
             const int32_t sample = in.High[j][t] + (sum >> MP3_CarriedBits);
             carry[t] = sum & mask;
-            out[j][t] = static_cast<int16_t>(std::clamp(sample, -32768, 32767));
+            out[j][t] = static_cast<MP3_FIXED>(std::clamp(sample, -32768, 32767));
         }
 }
 
 // The same without the carry: each sample is rounded.
-EXTRA_LANES static void
-QuantiseAlone(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
-              std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
+EXTRA_LANES static void QuantiseAlone(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
+                                      MP3_CUT &__restrict out)
 {
     for (size_t j = 0; j < 32; j++)
         for (size_t t = 0; t < blocks; t++) {
             const int32_t sample = in.High[j][t] + (in.Low[j][t] >> (MP3_CarriedBits - 1));
-            out[j][t] = static_cast<int16_t>(std::clamp(sample, -32768, 32767));
+            out[j][t] = static_cast<MP3_FIXED>(std::clamp(sample, -32768, 32767));
         }
 }
 
 // With all the bits that were computed.
 EXTRA_LANES static void Join(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
-                             std::array<std::array<int32_t, MP3_Columns>, 32> &__restrict out)
+                             MP3_CUT &__restrict out)
 {
     for (size_t j = 0; j < 32; j++)
         for (size_t t = 0; t < blocks; t++) {
             const int32_t high = std::clamp(in.High[j][t], -32768, 32767);
             const int32_t beyond = high == in.High[j][t] ? 0 : high < 0 ? INT32_MIN : INT32_MAX;
             const int32_t sample = high * 65536 + in.Low[j][t] * (65536 >> MP3_CarriedBits);
-            out[j][t] = beyond != 0 ? beyond : sample;
+            out[j][t] = static_cast<MP3_FIXED>(beyond != 0 ? beyond : sample);
         }
 }
 
 template <typename Sample>
-static void Synthesise(MP3_FILTER &filter, size_t blocks, Sample *samples, size_t stride,
-                       bool rounded)
+[[gnu::always_inline]] static inline void Put(const WORDS &values, Sample *samples)
 {
-    Matrix(filter);
-    MP3_ACCUMULATORS accumulators;
-    Windowing(filter, blocks, accumulators);
-    alignas(64) std::array<std::array<Sample, MP3_Columns>, 32> cut;
-    if constexpr (sizeof(Sample) == 4)
-        Join(accumulators, blocks, cut);
-    else if (rounded)
-        QuantiseAlone(accumulators, blocks, cut);
-    else
-        Quantise(accumulators, blocks, filter.Remainder, cut);
-    for (size_t t = 0; t < blocks; t++)
-        for (size_t j = 0; j < 32; j++)
-            samples[(32 * t + j) * stride] = cut[j][t];
-    for (auto &wave : filter.Waves)
-        std::copy_n(wave.begin() + static_cast<ptrdiff_t>(blocks), MP3_History, wave.begin());
+    using OUT [[gnu::vector_size(8 * sizeof(Sample))]] = Sample;
+    const auto out = __builtin_convertvector(values, OUT);
+    std::memcpy(samples, &out, sizeof out);
 }
 
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride, bool rounded)
+// Interleaves the channels' samples.
+template <typename Sample>
+EXTRA_LANES static void Store(const std::array<MP3_CUT, 2> &__restrict cut, size_t channels,
+                              size_t blocks, Sample *__restrict samples)
 {
-    Synthesise(filter, blocks, samples, stride, rounded);
+    for (size_t first = 0; first < blocks; first += 8) {
+        const size_t t = std::min(first, blocks - 8);
+        for (size_t j = 0; j < 32; j += 8) {
+            std::array<WORDS, 8> left, right;
+            GetRows(&cut[0][j][t], MP3_Columns, left);
+            Transpose(left);
+            Sample *out = samples + (32 * t + j) * channels;
+            if (channels == 1) {
+#pragma GCC unroll 8
+                for (size_t i = 0; i < 8; i++)
+                    Put(left[i], out + 32 * i);
+                continue;
+            }
+            GetRows(&cut[1][j][t], MP3_Columns, right);
+            Transpose(right);
+#pragma GCC unroll 8
+            for (size_t i = 0; i < 8; i++) {
+                const WORDS &l = left[i], &r = right[i];
+                Put(__builtin_shufflevector(l, r, 0, 8, 1, 9, 2, 10, 3, 11), out + 64 * i);
+                Put(__builtin_shufflevector(l, r, 4, 12, 5, 13, 6, 14, 7, 15), out + 64 * i + 8);
+            }
+        }
+    }
 }
 
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int32_t *samples, size_t stride, bool rounded)
+template <typename Sample>
+static void Synthesise(std::span<MP3_FILTER> channels, size_t blocks, Sample *samples, bool rounded)
 {
-    Synthesise(filter, blocks, samples, stride, rounded);
+    alignas(64) std::array<MP3_CUT, 2> cut;
+    for (size_t c = 0; c < channels.size(); c++) {
+        MP3_FILTER &filter = channels[c];
+        Matrix(filter);
+        MP3_ACCUMULATORS accumulators;
+        Windowing(filter, blocks, accumulators);
+        if constexpr (sizeof(Sample) == 4)
+            Join(accumulators, blocks, cut[c]);
+        else if (rounded)
+            QuantiseAlone(accumulators, blocks, cut[c]);
+        else
+            Quantise(accumulators, blocks, filter.Remainder, cut[c]);
+        for (auto &wave : filter.Waves)
+            std::copy_n(wave.begin() + static_cast<ptrdiff_t>(blocks), MP3_History, wave.begin());
+    }
+    Store(cut, channels.size(), blocks, samples);
+}
+
+void MP3_Synthesis(std::span<MP3_FILTER> channels, size_t blocks, int16_t *samples, bool rounded)
+{
+    Synthesise(channels, blocks, samples, rounded);
+}
+
+void MP3_Synthesis(std::span<MP3_FILTER> channels, size_t blocks, int32_t *samples)
+{
+    Synthesise(channels, blocks, samples, true);
 }

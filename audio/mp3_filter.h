@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "audio/mp3_fixed.h"
 
@@ -43,14 +44,13 @@ void MP3_Arrange(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines, s
 void MP3_Hybrid(MP3_FILTER &filter, MP3_SPECTRUM &lines, size_t used, MP3_BLOCK block, bool mixed,
                 size_t granule);
 
-/// Polyphase synthesis of the first `blocks` (18 or 36) slots of filter.Samples into 32 samples
-/// each, `stride` apart. Each sample is either truncated, its remainder carried into the next one,
-/// or `rounded`.
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride,
+/// Polyphase synthesis of the first `blocks` (18 or 36) slots of each channel's Samples into 32
+/// samples each, the channels (1 or 2) interleaved. Each sample is either truncated, its remainder
+/// carried into the next one, or `rounded`.
+void MP3_Synthesis(std::span<MP3_FILTER> channels, size_t blocks, int16_t *samples,
                    bool rounded = false);
 
 #pragma GCC visibility pop
 
 /// The same with 32 bits per sample, of which the upper 30 are computed.
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int32_t *samples, size_t stride,
-                   bool rounded = true);
+void MP3_Synthesis(std::span<MP3_FILTER> channels, size_t blocks, int32_t *samples);
