@@ -22,9 +22,9 @@ static void Check(uint8_t format, const std::vector<ROW> &rows)
     for (const ROW &r : rows) {
         EXPECT_EQ(Show(r.file), r.pixels) << r.what;
         EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
-
-        if (*r.pixels)
+        if (*r.pixels) {
             EXPECT_EQ(LOADED(r.file).Record.Format, format) << r.what;
+        }
     }
 }
 
