@@ -22,17 +22,13 @@ static void Require(bool fine)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static const std::string folder = [] {
-        char path[] = "/dev/shm/mXXXXXX";
-        return std::string(mkdtemp(path)) + "/t";
-    }();
+    static const std::string path = "/dev/shm/merge" + std::to_string(getpid());
     if (size < 4)
         return 0;
-    std::strcpy(fnHiscore.data(), folder.c_str());
-    FILE *file = std::fopen(folder.c_str(), "wb");
+    std::strcpy(fnHiscore.data(), path.c_str());
+    FILE *file = std::fopen(path.c_str(), "wb");
     std::fwrite(data + 4, 1, size - 4, file);
     std::fclose(file);
-    std::remove((folder + ".bad").c_str());
     char record[24];
     std::snprintf(record, sizeof(record), "%02u:%02u:%02u:%04u, %05u", data[0] % 60u, data[1] % 60u,
                   data[2] % 60u, data[2] * 3u, data[3] + 0u);
@@ -54,5 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             Require(Same(HiScore[i], after[i]));
         Require(SaveHiscore(record, "you", "me").Place == saved.Place);  // the same result, renamed
     }
+    for (const char *ending : {"", ".lock", ".bad"})
+        std::remove((path + ending).c_str());
     return 0;
 }
