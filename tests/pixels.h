@@ -43,6 +43,25 @@ inline std::string Show(const BYTES &file)
     return ShowPixels(PixelsOf(file));
 }
 
+// Files by the format's own rules: their pixels in the notation of Show, and the reasons left.
+struct FORMAT_ROW {
+    const char *what;
+    BYTES file;
+    const char *pixels;
+    const char *reason = "";
+};
+
+inline void CheckByFormat(uint8_t format, const std::vector<FORMAT_ROW> &rows)
+{
+    const RULES rules(PICTURE_RULES_FORMAT);
+    for (const FORMAT_ROW &r : rows) {
+        EXPECT_EQ(Show(r.file), r.pixels) << r.what;
+        EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
+        if (*r.pixels)
+            EXPECT_EQ(LOADED(r.file).Record.Format, format) << r.what;
+    }
+}
+
 // Files of tests/data, their facts and the digests of their pixels.
 struct REAL_FILE {
     const char *Path;
