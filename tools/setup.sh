@@ -6,7 +6,6 @@ BUILD_PACKAGES="g++ cmake ninja-build pkg-config libglfw3-dev libglew-dev portau
 DISPLAY_PACKAGES="xvfb"
 CHECK_PACKAGES="git clang clang-format libclang-rt-14-dev libgtest-dev libfaketime python3 xdotool x11-apps weston"
 PORTABLE_PACKAGES="qemu-user-static g++-aarch64-linux-gnu g++-i686-linux-gnu g++-s390x-linux-gnu g++-mingw-w64-x86-64-posix libgtest-dev"
-COVERAGE_PACKAGES="gcovr"
 
 say() {
     printf '%s: %s\n' "$0" "$*" >&2
