@@ -352,9 +352,11 @@ static int32_t Decode(MP3_HEADER &record, Sample *samples)
         MP3_KeepReservoir(layer3, blocks < 0);
     if (blocks < 0)
         return -1;
-    for (size_t c = 0; c < record.Channels; c++)
-        MP3_Synthesis(layer3.Filter[c], static_cast<size_t>(blocks), samples + c, record.Channels,
-                      byFormat);
+    const auto channels = std::span(layer3.Filter).first(record.Channels);
+    if constexpr (sizeof(Sample) == 2)
+        MP3_Synthesis(channels, static_cast<size_t>(blocks), samples, byFormat);
+    else
+        MP3_Synthesis(channels, static_cast<size_t>(blocks), samples);
     return static_cast<int32_t>(DecodedSize(record) / 2 * sizeof(Sample));
 }
 

@@ -1,6 +1,7 @@
 #include "audio/mp3_filter.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "audio/mp3_window.h"
 #include "extra/lanes.h"
@@ -55,6 +56,75 @@ template <int Bits>
 [[gnu::always_inline]] static inline MP3_FIXED Dot(MP3_FIXED a, int32_t b, MP3_FIXED c, int32_t d)
 {
     return Round<31>(Product(a, b) + Product(c, d));
+}
+
+using WORDS [[gnu::vector_size(32)]] = uint32_t;
+
+// Transposes 8 by 8 numbers.
+[[gnu::always_inline]] static inline void Transpose(std::array<WORDS, 8> &v)
+{
+    std::array<WORDS, 8> a;
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 8; i += 2) {
+        a[i] = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
+        a[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
+    }
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 4; i++) {
+        const WORDS &first = a[i / 2 * 4 + i % 2], &second = a[i / 2 * 4 + i % 2 + 2];
+        v[2 * i] = __builtin_shufflevector(first, second, 0, 1, 8, 9, 4, 5, 12, 13);
+        v[2 * i + 1] = __builtin_shufflevector(first, second, 2, 3, 10, 11, 6, 7, 14, 15);
+    }
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 4; i++) {
+        const WORDS first = v[i];
+        v[i] = __builtin_shufflevector(first, v[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+        v[i + 4] = __builtin_shufflevector(first, v[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+    }
+}
+
+// Eight rows of eight numbers, `stride` apart.
+[[gnu::always_inline]] static inline void GetRows(const MP3_FIXED *from, size_t stride,
+                                                  std::array<WORDS, 8> &rows)
+{
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; i++)
+        std::memcpy(&rows[i], from + i * stride, sizeof rows[i]);
+}
+
+[[gnu::always_inline]] static inline void Transpose(const MP3_FIXED *from, size_t fromStride,
+                                                    MP3_FIXED *to, size_t toStride)
+{
+    std::array<WORDS, 8> rows;
+    GetRows(from, fromStride, rows);
+    Transpose(rows);
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; i++)
+        std::memcpy(to + i * toStride, &rows[i], sizeof rows[i]);
+}
+
+// First slots of the vectors that cover 18.
+constexpr std::array<size_t, 3> MP3_SlotVectors = {0, 8, 10};
+
+EXTRA_LANES static void Distribute(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines,
+                                   size_t subbands, MP3_SPECTRUM &spectrum)
+{
+    for (size_t s = 0; s < subbands; s += 8)
+        for (const size_t k : MP3_SlotVectors)
+            Transpose(&lines[s * MP3_Slots + k], MP3_Slots, &spectrum[k][s], MP3_Subbands);
+}
+
+EXTRA_LANES static void StoreSlots(const MP3_SPECTRUM &slots, MP3_FILTER &filter, size_t first)
+{
+    for (size_t s = 0; s < MP3_Subbands; s += 8)
+        for (const size_t t : MP3_SlotVectors)
+            Transpose(&slots[t][s], MP3_Subbands, &filter.Samples[s][first + t], MP3_Columns);
+}
+
+void MP3_Arrange(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines, size_t subbands,
+                 MP3_SPECTRUM &spectrum)
+{
+    Distribute(lines, subbands, spectrum);
 }
 
 // 1 / (2 cos((2k+1) pi / 2n)) for k = 0 to n/2 - 1: factors of the cosine transforms, n = N.
@@ -274,9 +344,7 @@ void MP3_Hybrid(MP3_FILTER &filter, MP3_SPECTRUM &lines, size_t used, MP3_BLOCK 
     else
         LongBlocks(lines, filter.Overlap, out, MP3_LongWindows[block], normal, end);
     EmptyBlocks(filter.Overlap, out, end);
-    for (size_t s = 0; s < MP3_Subbands; s++)
-        for (size_t t = 0; t < MP3_Slots; t++)
-            filter.Samples[s][granule * MP3_Slots + t] = out[t][s];
+    StoreSlots(out, filter, granule * MP3_Slots);
 }
 
 // out[m] = sum of in[k] cos(m (2k+1) pi / 2n). The even m are a transform of half the length, of
@@ -314,7 +382,7 @@ EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter)
         CosineTransform2(x);
 #pragma GCC unroll 32
         for (size_t s = 0; s < MP3_Subbands; s++)
-            filter.Waves[s][MP3_History + t] = x[s];
+            filter.Waves[s][MP3_History + t] = static_cast<int32_t>(x[s]);
     }
 }
 
@@ -328,8 +396,8 @@ namespace
 // 16 + j with the slots 0, 2, 4 ... back and 16 - j with the slots 1, 3, 5 ... back, and differ
 // only in the coefficients. Keeping 15 slots of waves replaces the shifting of V.
 struct MP3_TAPS {
-    std::array<int32_t, 8> Upper, Lower;  // for sample j: of wave 16 + j, of wave 16 - j
-    std::array<int32_t, 8> MirrorUpper, MirrorLower;  // for sample 32 - j
+    std::array<double, 8> Upper, Lower;              // for sample j: of wave 16 + j, of wave 16 - j
+    std::array<double, 8> MirrorUpper, MirrorLower;  // for sample 32 - j
 };
 
 }  // namespace
@@ -355,37 +423,61 @@ struct MP3_ACCUMULATORS {
     alignas(64) std::array<std::array<int32_t, MP3_Columns>, 33> High, Low;
 };
 
+// Samples after it.
+using MP3_CUT = std::array<std::array<MP3_FIXED, MP3_Columns>, 32>;
+
+using DOUBLES [[gnu::vector_size(32)]] = double;
+using WHOLES [[gnu::vector_size(32)]] = uint64_t;
+using INTS [[gnu::vector_size(32)]] = int32_t;
+using HALF_INTS [[gnu::vector_size(16)]] = int32_t;
+
 }  // namespace
 
-EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter,
-                                  MP3_ACCUMULATORS &__restrict out)
+// Splits whole numbers into the part for 16 bits and MP3_CarriedBits below it.
+//
+// The sum of such a number and 1.5 * 2^52 has it in the lower bits of its mantissa.
+[[gnu::always_inline]] static inline void Split(const DOUBLES &sum, int32_t *high, int32_t *low)
 {
     constexpr int below = MP3_FixedBits + 16 - 15;  // the window has 16 fractional bits
-    constexpr int low = below - MP3_CarriedBits;
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
+    const DOUBLES shifted = sum + 0x1.8p52;
+    const auto whole = reinterpret_cast<WHOLES>(shifted) - 0x4338000000000000;
+    const auto upper = reinterpret_cast<INTS>(whole >> below);
+    const auto lower = reinterpret_cast<INTS>(whole >> (below - MP3_CarriedBits));
+    const HALF_INTS highs = __builtin_shufflevector(upper, upper, 0, 2, 4, 6);
+    const HALF_INTS lows = __builtin_shufflevector(lower, lower, 0, 2, 4, 6) & mask;
+    std::memcpy(high, &highs, sizeof highs);
+    std::memcpy(low, &lows, sizeof lows);
+}
+
+// Products of waves (32 bits) and the window (18 bits), and 16 of them added up, are whole numbers
+// of less than 53 bits, so floating point computes them exactly, and faster than 64-bit integers.
+EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter, size_t blocks,
+                                  MP3_ACCUMULATORS &__restrict out)
+{
+    constexpr size_t vectors = 3, lanes = 4;
     for (size_t j = 0; j < MP3_Taps.size(); j++) {
         const MP3_TAPS &taps = MP3_Taps[j];
-        const MP3_FIXED *upper = filter.Waves[(16 + j) % 32].data() + 1;
-        const MP3_FIXED *lower = filter.Waves[16 - j].data();
-        std::array<int64_t, MP3_Columns> sums, mirrors;
-        for (size_t t = 0; t < MP3_Columns; t++) {
-            int64_t sum = 0, mirror = 0;
+        const double *upper = filter.Waves[(16 + j) % 32].data() + 1 + 15;
+        const double *lower = filter.Waves[16 - j].data() + 15;
+        for (size_t t = 0; t < blocks; t += vectors * lanes) {
+            std::array<DOUBLES, vectors> sums{}, mirrors{};
 #pragma GCC unroll 8
-            for (size_t i = 0; i < 8; i++) {  // from the newest slot back
-                const MP3_FIXED u = upper[t + 15 - 2 * i], l = lower[t + 15 - 2 * i];
-                sum += Product(u, taps.Upper[i]) + Product(l, taps.Lower[i]);
-                mirror += Product(u, taps.MirrorUpper[i]) + Product(l, taps.MirrorLower[i]);
+            for (size_t i = 0; i < 8; i++)  // from the newest slot back
+#pragma GCC unroll 3
+                for (size_t v = 0; v < vectors; v++) {
+                    DOUBLES u, l;
+                    std::memcpy(&u, upper + t + v * lanes - 2 * i, sizeof u);
+                    std::memcpy(&l, lower + t + v * lanes - 2 * i, sizeof l);
+                    sums[v] += u * taps.Upper[i] + l * taps.Lower[i];
+                    mirrors[v] += u * taps.MirrorUpper[i] + l * taps.MirrorLower[i];
+                }
+#pragma GCC unroll 3
+            for (size_t v = 0; v < vectors; v++) {
+                const size_t at = t + v * lanes;
+                Split(sums[v], &out.High[j][at], &out.Low[j][at]);
+                Split(mirrors[v], &out.High[32 - j][at], &out.Low[32 - j][at]);
             }
-            sums[t] = sum;
-            mirrors[t] = mirror;
-        }
-        for (size_t t = 0; t < MP3_Columns; t++) {
-            const auto sum = static_cast<uint64_t>(sums[t]);
-            const auto mirror = static_cast<uint64_t>(mirrors[t]);
-            out.High[j][t] = static_cast<int32_t>(sum >> below);
-            out.Low[j][t] = static_cast<int32_t>(sum >> low) & mask;
-            out.High[32 - j][t] = static_cast<int32_t>(mirror >> below);
-            out.Low[32 - j][t] = static_cast<int32_t>(mirror >> low) & mask;
         }
     }
 }
@@ -394,13 +486,12 @@ EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter,
 // sum of all remainders so far, modulo their width, so it is computed for the start of every slot
 // first; then the slots run side by side.
 EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
-                                 uint32_t &__restrict remainder,
-                                 std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
+                                 uint32_t &__restrict remainder, MP3_CUT &__restrict out)
 {
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
     std::array<int32_t, MP3_Columns> carry{};
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++)
+        for (size_t t = 0; t < blocks; t++)
             carry[t] += in.Low[j][t];
     int32_t running = static_cast<int32_t>(remainder);
     for (size_t t = 0; t < blocks; t++) {
@@ -410,66 +501,103 @@ EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t b
     }
     remainder = static_cast<uint32_t>(running);
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++) {
+        for (size_t t = 0; t < blocks; t++) {
             const int32_t sum = in.Low[j][t] + carry[t];
             const int32_t sample = in.High[j][t] + (sum >> MP3_CarriedBits);
             carry[t] = sum & mask;
-            out[j][t] = static_cast<int16_t>(std::clamp(sample, -32768, 32767));
+            out[j][t] = static_cast<MP3_FIXED>(std::clamp(sample, -32768, 32767));
         }
 }
 
 // The same without the carry: each sample is rounded.
-EXTRA_LANES static void
-QuantiseAlone(const MP3_ACCUMULATORS &__restrict in,
-              std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
+EXTRA_LANES static void QuantiseAlone(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
+                                      MP3_CUT &__restrict out)
 {
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++) {
+        for (size_t t = 0; t < blocks; t++) {
             const int32_t sample = in.High[j][t] + (in.Low[j][t] >> (MP3_CarriedBits - 1));
-            out[j][t] = static_cast<int16_t>(std::clamp(sample, -32768, 32767));
+            out[j][t] = static_cast<MP3_FIXED>(std::clamp(sample, -32768, 32767));
         }
 }
 
 // With all the bits that were computed.
-EXTRA_LANES static void Join(const MP3_ACCUMULATORS &__restrict in,
-                             std::array<std::array<int32_t, MP3_Columns>, 32> &__restrict out)
+EXTRA_LANES static void Join(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
+                             MP3_CUT &__restrict out)
 {
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++) {
+        for (size_t t = 0; t < blocks; t++) {
             const int32_t high = std::clamp(in.High[j][t], -32768, 32767);
             const int32_t beyond = high == in.High[j][t] ? 0 : high < 0 ? INT32_MIN : INT32_MAX;
             const int32_t sample = high * 65536 + in.Low[j][t] * (65536 >> MP3_CarriedBits);
-            out[j][t] = beyond != 0 ? beyond : sample;
+            out[j][t] = static_cast<MP3_FIXED>(beyond != 0 ? beyond : sample);
         }
 }
 
 template <typename Sample>
-static void Synthesise(MP3_FILTER &filter, size_t blocks, Sample *samples, size_t stride,
-                       bool rounded)
+[[gnu::always_inline]] static inline void Put(const WORDS &values, Sample *samples)
 {
-    Matrix(filter);
-    MP3_ACCUMULATORS accumulators;
-    Windowing(filter, accumulators);
-    alignas(64) std::array<std::array<Sample, MP3_Columns>, 32> cut;
-    if constexpr (sizeof(Sample) == 4)
-        Join(accumulators, cut);
-    else if (rounded)
-        QuantiseAlone(accumulators, cut);
-    else
-        Quantise(accumulators, blocks, filter.Remainder, cut);
-    for (size_t t = 0; t < blocks; t++)
-        for (size_t j = 0; j < 32; j++)
-            samples[(32 * t + j) * stride] = cut[j][t];
-    for (auto &wave : filter.Waves)
-        std::copy_n(wave.begin() + static_cast<ptrdiff_t>(blocks), MP3_History, wave.begin());
+    using OUT [[gnu::vector_size(8 * sizeof(Sample))]] = Sample;
+    const auto out = __builtin_convertvector(values, OUT);
+    std::memcpy(samples, &out, sizeof out);
 }
 
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride, bool rounded)
+// Interleaves the channels' samples.
+template <typename Sample>
+EXTRA_LANES static void Store(const std::array<MP3_CUT, 2> &__restrict cut, size_t channels,
+                              size_t blocks, Sample *__restrict samples)
 {
-    Synthesise(filter, blocks, samples, stride, rounded);
+    for (size_t first = 0; first < blocks; first += 8) {
+        const size_t t = std::min(first, blocks - 8);
+        for (size_t j = 0; j < 32; j += 8) {
+            std::array<WORDS, 8> left, right;
+            GetRows(&cut[0][j][t], MP3_Columns, left);
+            Transpose(left);
+            Sample *out = samples + (32 * t + j) * channels;
+            if (channels == 1) {
+#pragma GCC unroll 8
+                for (size_t i = 0; i < 8; i++)
+                    Put(left[i], out + 32 * i);
+                continue;
+            }
+            GetRows(&cut[1][j][t], MP3_Columns, right);
+            Transpose(right);
+#pragma GCC unroll 8
+            for (size_t i = 0; i < 8; i++) {
+                const WORDS &l = left[i], &r = right[i];
+                Put(__builtin_shufflevector(l, r, 0, 8, 1, 9, 2, 10, 3, 11), out + 64 * i);
+                Put(__builtin_shufflevector(l, r, 4, 12, 5, 13, 6, 14, 7, 15), out + 64 * i + 8);
+            }
+        }
+    }
 }
 
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int32_t *samples, size_t stride, bool rounded)
+template <typename Sample>
+static void Synthesise(std::span<MP3_FILTER> channels, size_t blocks, Sample *samples, bool rounded)
 {
-    Synthesise(filter, blocks, samples, stride, rounded);
+    alignas(64) std::array<MP3_CUT, 2> cut;
+    for (size_t c = 0; c < channels.size(); c++) {
+        MP3_FILTER &filter = channels[c];
+        Matrix(filter);
+        MP3_ACCUMULATORS accumulators;
+        Windowing(filter, blocks, accumulators);
+        if constexpr (sizeof(Sample) == 4)
+            Join(accumulators, blocks, cut[c]);
+        else if (rounded)
+            QuantiseAlone(accumulators, blocks, cut[c]);
+        else
+            Quantise(accumulators, blocks, filter.Remainder, cut[c]);
+        for (auto &wave : filter.Waves)
+            std::copy_n(wave.begin() + static_cast<ptrdiff_t>(blocks), MP3_History, wave.begin());
+    }
+    Store(cut, channels.size(), blocks, samples);
+}
+
+void MP3_Synthesis(std::span<MP3_FILTER> channels, size_t blocks, int16_t *samples, bool rounded)
+{
+    Synthesise(channels, blocks, samples, rounded);
+}
+
+void MP3_Synthesis(std::span<MP3_FILTER> channels, size_t blocks, int32_t *samples)
+{
+    Synthesise(channels, blocks, samples, true);
 }

@@ -66,6 +66,7 @@ UNPLAYABLE = {
     "text.txt": (b"text " * 1000, "not a sound of a known format (--raw takes it for samples)"),
     "tiny.mod": (b"tiny", "not a sound of a known format (--raw takes it for samples)"),
     "empty.wav": (wav(b""), "there is no sound in it"),
+    "layer2.mp3": ((b"\xFF\xFD\x14\0" + bytes(92)) * 3, "MPEG audio Layer II"),
 }
 
 

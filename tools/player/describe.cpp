@@ -222,6 +222,8 @@ static void DescribeMP3(PLAYER_SOUND &sound)
     sound.Channels = header.Channels;
     sound.Hz = header.SamplingRate;
     sound.Format = "MPEG audio";
+    if (sound.Hz == 0)  // no frame of Layer III
+        return;
     sound.Codec = std::string(MP3_Version[header.Version & 3]) + " " + MP3_Layer[header.Layer & 3];
     if (header.Rules == AUDIO_RULES_FORMAT)
         AddTexts(sound, header.Texts);
