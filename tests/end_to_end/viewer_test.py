@@ -346,7 +346,7 @@ class Viewer(unittest.TestCase):
                 self.assertEqual(viewer.wait(30), 0)
                 viewer = start(*words)
                 await_pixels(expected, words)
-            self.assertEqual(start("3.txt").wait(30), 1)
+            self.assertEqual(start("absent").wait(30), 1)
         self.assertEqual(viewer.wait(30), 1)  # without its display
 
 
