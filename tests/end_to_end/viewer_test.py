@@ -19,6 +19,16 @@ def ppm(width, height, pixels):
     return b"P6\n#\n%d %d\n255\n" % (width, height) + pixels
 
 
+def pages(*colours):
+    file = b"II*\0\x08\0\0\0"
+    for n, colour in enumerate(colours):
+        end = len(file) + 90
+        tags = [(256, 1), (257, 1), (258, 8), (262, 2), (273, end), (277, 3), (279, 3)]
+        file += struct.pack("<H", 7) + b"".join(struct.pack("<HHII", tag, 4, 1, value) for tag, value in tags) + \
+            struct.pack("<I", (end + 4) * (n + 1 < len(colours))) + colour + b"\0"
+    return file
+
+
 def segment(marker, content):
     return struct.pack(">BBH", 255, marker, 2 + len(content)) + content
 
@@ -122,6 +132,13 @@ class Viewer(unittest.TestCase):
         self.assertEqual(self.run_viewer("--convert", "--frame", "1", sprites, out), (0, "", ""))
         with open(out, "rb") as file:
             self.assertTrue(file.read().endswith(b"ENDHDR\n\x0c\x0b\x0a\xff"))
+        bits = self.file("in.xbm", b"#define x_width 9\n#define x_height 2\nstatic char x_bits[] = {1, 1, 0, 0};")
+        inks = b"\0\0\0\xff", b"\xff\xff\xff\xff"
+        for picture, words, pixels in [(bits, [], inks[0] + inks[1] * 7 + inks[0] + inks[1] * 9),
+                                       (self.file("in.tif", pages(RED, BLUE)), ["--frame", "1"], BLUE + b"\xff")]:
+            self.assertEqual(self.run_viewer("--convert", picture, out, *words), (0, "", ""))
+            with open(out, "rb") as file:
+                self.assertEqual(file.read().split(b"ENDHDR\n")[1], pixels)
         sizes = []
         for words in [["out.ham6"], ["out.ham8"], ["out.ham8", "--compress"]]:
             out = self.file(words[0])
@@ -287,15 +304,6 @@ class Viewer(unittest.TestCase):
             return b"GIF89a\1\0\1\0\x80\0\0\xff\0\0\0\xff\0" + b"".join(
                 b"!\xf9\4\0\xe8\3\0\0,\0\0\0\0\1\0\1\0\0\2\2" + struct.pack("<HB", 4 | c << 3 | 5 << 6, 0)
                 for c in colours) + b";"
-
-        def pages(*colours):
-            file = b"II*\0\x08\0\0\0"
-            for n, colour in enumerate(colours):
-                end = len(file) + 90
-                tags = [(256, 1), (257, 1), (258, 8), (262, 2), (273, end), (277, 3), (279, 3)]
-                file += struct.pack("<H", 7) + b"".join(struct.pack("<HHII", tag, 4, 1, value) for tag, value in tags) + \
-                    struct.pack("<I", (end + 4) * (n + 1 < len(colours))) + colour + b"\0"
-            return file
 
         for name, content in [("1.gif", animation(0, 1)), ("2.tif", pages(BLUE, GREEN)), ("3.txt", b"no picture"),
                               ("4.ppm", ppm(2, 64, RED * 64 + BLUE * 64))]:
