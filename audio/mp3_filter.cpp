@@ -370,11 +370,11 @@ template <size_t N>
     }
 }
 
-// The matrixing of the synthesis, for all slots of a frame: filter.Waves[m] becomes the sum of the
+// The matrixing of the synthesis, for whole vectors of slots: filter.Waves[m] becomes the sum of the
 // subbands s times cos(m (2s+1) pi / 64).
-EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter)
+EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter, size_t slots)
 {
-    for (size_t t = 0; t < MP3_Columns; t++) {
+    for (size_t t = 0; t < slots; t++) {
         std::array<MP3_FIXED, MP3_Subbands> x;
 #pragma GCC unroll 32
         for (size_t s = 0; s < MP3_Subbands; s++)
@@ -577,7 +577,7 @@ static void Synthesise(std::span<MP3_FILTER> channels, size_t blocks, Sample *sa
     alignas(64) std::array<MP3_CUT, 2> cut;
     for (size_t c = 0; c < channels.size(); c++) {
         MP3_FILTER &filter = channels[c];
-        Matrix(filter);
+        Matrix(filter, (blocks + 7) / 8 * 8);
         MP3_ACCUMULATORS accumulators;
         Windowing(filter, blocks, accumulators);
         if constexpr (sizeof(Sample) == 4)
