@@ -38,6 +38,7 @@ static int Info(const OPTIONS &options)
 static int Convert(OPTIONS &options)
 {
     options.Settings.Deep = options.Bits == "24" || options.Bits == "32" || options.Bits == "float";
+    options.Settings.Real = options.Bits == "float" && options.Hz == 0;
     const PLAYER_TERMINAL terminal(-1);
     const std::string &in = options.Files[0], &out = options.Files[1];
     PLAYER_SOUND sound;
