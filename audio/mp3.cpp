@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstring>
 #include <span>
 
@@ -235,6 +236,18 @@ static void ReadFirstFrameByFormat(FILE *file, MP3_HEADER &record)
     MP3_StartOver(record);
 }
 
+static void ReadFirstFrameByFramework(FILE *file, MP3_HEADER &record, uint64_t position)
+{
+    fseeko(file, static_cast<off_t>(position), SEEK_SET);
+    size_t passed = 0;
+    if (FindFrame(file, record, passed) != SEARCH::Found)
+        Reason_Set("no frame of Layer III");
+    else if (record.Layer == 3)
+        Reason_Set("Layer I");
+    else
+        Reason_Clear();
+}
+
 // Opens a stream of its own for the first frame, which lies after the tag.
 static void ReadFirstFrame(MP3_HEADER &record, uint64_t position)
 {
@@ -242,15 +255,13 @@ static void ReadFirstFrame(MP3_HEADER &record, uint64_t position)
     if (!stream)
         return;
     if (record.Rules == AUDIO_RULES_FORMAT)
-        return ReadFirstFrameByFormat(stream.get(), record);
-    fseeko(stream.get(), static_cast<off_t>(position), SEEK_SET);
-    size_t passed = 0;
-    if (FindFrame(stream.get(), record, passed) != SEARCH::Found)
-        Reason_Set("no frame of Layer III");
-    else if (record.Layer == 3)
-        Reason_Set("Layer I");
+        ReadFirstFrameByFormat(stream.get(), record);
     else
-        Reason_Clear();
+        ReadFirstFrameByFramework(stream.get(), record, position);
+    if (std::ferror(stream.get())) {
+        Reason_Clear();  // of what was searched for in vain
+        Reason_Set("cannot be read: %s", std::strerror(errno));
+    }
 }
 
 // Truncates a text to fit `field`, without splitting a character.

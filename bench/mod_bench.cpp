@@ -75,11 +75,21 @@ static void Ours(benchmark::State &state, uint8_t interpolation, uint32_t bytes)
         state.SkipWithError("no module");
     MOD_Destroy();
 }
-BENCHMARK_CAPTURE(Ours, nearest, MOD_NEAREST, Minute)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(Ours, linear, MOD_LINEAR, Minute)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(Ours, cubic, MOD_CUBIC, Minute)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(Ours, sinc, MOD_SINC, Minute)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(Ours, refill, MOD_SINC, Refill)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Ours, nearest, MOD_NEAREST, Minute)
+    ->Name("MOD, nearest/ours")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Ours, linear, MOD_LINEAR, Minute)
+    ->Name("MOD, linear/ours")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Ours, cubic, MOD_CUBIC, Minute)
+    ->Name("MOD, cubic/ours")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Ours, sinc, MOD_SINC, Minute)
+    ->Name("MOD, band-limited/ours")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Ours, refill, MOD_SINC, Refill)
+    ->Name("MOD, one refill/ours")
+    ->Unit(benchmark::kMillisecond);
 
 static void OpenMpt(benchmark::State &state)
 {
@@ -96,7 +106,7 @@ static void OpenMpt(benchmark::State &state)
         benchmark::DoNotOptimize(buffer.data());
     }
 }
-BENCHMARK(OpenMpt)->Unit(benchmark::kMillisecond);
+BENCHMARK(OpenMpt)->Name("MOD, band-limited/libopenmpt")->Unit(benchmark::kMillisecond);
 
 static void Xmp(benchmark::State &state)
 {
@@ -120,7 +130,7 @@ static void Xmp(benchmark::State &state)
     xmp_release_module(context);
     xmp_free_context(context);
 }
-BENCHMARK(Xmp)->Unit(benchmark::kMillisecond);
+BENCHMARK(Xmp)->Name("MOD, linear/libxmp")->Unit(benchmark::kMillisecond);
 
 static std::vector<uint8_t> MikMod_Buffer(Refill);
 
@@ -178,6 +188,6 @@ static void MikMod(benchmark::State &state)
     Player_Free(module);
     MikMod_Exit();
 }
-BENCHMARK(MikMod)->Unit(benchmark::kMillisecond);
+BENCHMARK(MikMod)->Name("MOD, linear/libmikmod")->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

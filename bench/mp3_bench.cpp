@@ -52,7 +52,7 @@ static void WholeFile(benchmark::State &state)
     }
     state.SetItemsProcessed(bytes / 2);
 }
-BENCHMARK(WholeFile)->Unit(benchmark::kMillisecond);
+BENCHMARK(WholeFile)->Name("MP3/ours")->Unit(benchmark::kMillisecond);
 
 static void OneRefill(benchmark::State &state)
 {
@@ -62,7 +62,7 @@ static void OneRefill(benchmark::State &state)
         if (Refill(position) == 0)
             position = 0;
 }
-BENCHMARK(OneRefill)->Unit(benchmark::kMicrosecond);
+BENCHMARK(OneRefill)->Name("MP3, one refill/ours")->Unit(benchmark::kMicrosecond);
 
 static void Peer(benchmark::State &state, const char *decoder)
 {
@@ -83,7 +83,9 @@ static void Peer(benchmark::State &state, const char *decoder)
     }
     state.SetItemsProcessed(bytes / 2);
 }
-BENCHMARK_CAPTURE(Peer, generic, "generic")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(Peer, best, nullptr)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Peer, generic, "generic")
+    ->Name("MP3/mpg123, portable")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Peer, best, nullptr)->Name("MP3/mpg123")->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

@@ -209,7 +209,7 @@ int main(int argc, char **argv)
     benchmark::Initialize(&argc, argv);
     for (const CASE &sound : Cases) {
         MakeFile(sound);
-        benchmark::RegisterBenchmark((sound.Name + "/own"s).c_str(), Own, sound);
+        benchmark::RegisterBenchmark((sound.Name + "/ours"s).c_str(), Own, sound);
         benchmark::RegisterBenchmark((sound.Name + "/libsndfile"s).c_str(), Sndfile, sound);
         if (sound.Codec != AV_CODEC_ID_NONE)
             benchmark::RegisterBenchmark((sound.Name + "/libavcodec"s).c_str(), Avcodec, sound);

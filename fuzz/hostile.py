@@ -3,8 +3,10 @@
 compression, empty scans, strips listed repeatedly, countless frames and chunks.
 
 hostile.py write FOLDER       writes them
-hostile.py run TESSVIEW       runs the program's --info and --convert on each and prints the cost;
-                              exit status 1 if a file costs more than its size allows
+hostile.py run TESSVIEW [BYTES] [NAME]
+                              runs the program's --info and --convert on each, or on those of one class
+                              of size and with such names, and prints the cost; exit status 1 if a file
+                              costs more than its size allows
 hostile.py quick TESSVIEW     files of up to 100 KB, --info only, without time limits: a test
 """
 import os, resource, struct, subprocess, sys, tempfile, zlib
@@ -401,9 +403,11 @@ CASES = {
 }
 
 
-def runs(quick):
+def runs(quick, wanted=""):
     """name, bytes, goals"""
     for size, seconds, memory in CLASSES[:2 if quick else 3]:
+        if wanted and int(wanted) != size:
+            continue
         for name, make in CASES.items():
             for w, h in SIDES[3:4] if quick else SIDES[3:5] if size > 1 << 20 else SIDES:
                 data = make(size, w, h)
@@ -421,17 +425,17 @@ def measure(command):
     return used.ru_utime + used.ru_stime, used.ru_maxrss / 1024, os.waitstatus_to_exitcode(status)
 
 
-def run(program, quick, only):
+def run(program, quick, wanted, only):
     worst, failed, count = {}, 0, 0
     with tempfile.TemporaryDirectory() as folder:
         path = os.path.join(folder, "hostile")
-        for name, data, seconds, memory in runs(quick):
+        for name, data, seconds, memory in runs(quick, wanted):
             if only not in name:
                 continue
             size = len(data)
             with open(path, "wb") as file:
                 file.write(data)
-            for out in [None] if quick else [None, "pam", "png"][:2 if size > 1 << 20 else 3]:
+            for out in [None] if quick else [None, "png"] if size > 1 << 20 else [None, "pam", "png"]:
                 out = out and os.path.join(folder, "out." + out)
                 took, peak, status = measure([program, "--info", path] if not out else
                                              [program, "--convert", path, out])
@@ -460,7 +464,9 @@ def run(program, quick, only):
 def main():
     mode, target = sys.argv[1:3]
     if mode != "write":
-        sys.exit(run(target, mode == "quick", " ".join(sys.argv[3:])))
+        classes = [word for word in sys.argv[3:] if word.isdigit()]
+        sys.exit(run(target, mode == "quick", "".join(classes),
+                     " ".join(word for word in sys.argv[3:] if word not in classes)))
     for i, (name, data, _, _) in enumerate(runs(False)):
         with open(os.path.join(target, "%04d %s" % (i, name)), "wb") as file:
             file.write(data)

@@ -24,6 +24,7 @@ TEST(BMP, PixelsOfEveryDepth)
         const char *what;
         int width, height, bits, compression;
         const char *masks, *data, *pixels;
+        const char *reason = "";
     } rows[] = {
         {"1 bit, whole bytes: no padding", 8, 2, 1, 0, "", "7F FD",
          "01 01 01 01 01 01 0A141EFF 01 0A141EFF 01 01 01 01 01 01 01"},
@@ -39,25 +40,28 @@ TEST(BMP, PixelsOfEveryDepth)
         {"16 bits, a field wider than a byte", 1, 1, 16, 3, "00000000 00000000 FF030000", "0402",
          "000081FF"},
         {"24 bits, rows of 9 bytes and 3", 3, 2, 24, 0, "", "010203 040506 070707 000000 0B0C0D",
-         "0D0C0BFF - - 030201FF 060504FF 07"},
+         "0D0C0BFF - - 030201FF 060504FF 07", "cut after 1 of 2 rows"},
         {"24 bits, top-down", 1, -2, 24, 0, "", "010203 00 040506", "030201FF 060504FF"},
         {"32 bits, alpha first", 1, 1, 32, 0, "", "0A 14 1E 28", "281E140A"},
         {"32 bits, fields from the highest byte", 1, 1, 32, 3, "000000FF 0000FF00 00FF0000",
          "0A 14 1E 28", "281E14FF"},
-        {"2 bits", 1, 1, 2, 0, "", "01020304", ""},
-        {"no bits", 1, 1, 0, 0, "", "01020304", ""},
-        {"16 bits in runs", 1, 1, 16, 1, "", "01020304", ""},
-        {"an eighth of the bytes", 8, 1, 24, 0, "", "070707", "07 - - - - - - -"},
-        {"less than an eighth", 8, 1, 24, 0, "", "0707", ""},
-        {"runs may leave pixels out", 3, 1, 8, 1, "", "0107", "07 - -"},
-        {"no width", 0, 1, 24, 0, "", "01020304", ""},
-        {"65536 rows", 1, 65536, 24, 0, "", "01020304", ""},
-        {"no byte of pixels", 1, 1, 8, 1, "", "", ""},
+        {"2 bits", 1, 1, 2, 0, "", "01020304", "", "2 bits a pixel with compression 0"},
+        {"no bits", 1, 1, 0, 0, "", "01020304", "", "0 bits a pixel with compression 0"},
+        {"16 bits in runs", 1, 1, 16, 1, "", "01020304", "", "16 bits a pixel with compression 1"},
+        {"an eighth of the bytes", 8, 1, 24, 0, "", "070707", "07 - - - - - - -",
+         "cut after 0 of 1 rows"},
+        {"less than an eighth", 8, 1, 24, 0, "", "0707", "", "56 bytes cannot hold 8 x 1 pixels"},
+        {"runs may leave pixels out", 3, 1, 8, 1, "", "0107", "07 - -", "cut after 0 of 1 rows"},
+        {"no width", 0, 1, 24, 0, "", "01020304", "", "a side of 0 pixels"},
+        {"65536 rows", 1, 65536, 24, 0, "", "01020304", "", "a side of 0 pixels"},
+        {"no byte of pixels", 1, 1, 8, 1, "", "", "", "the pixels are missing"},
     };
-    for (const auto &r : rows)
+    for (const auto &r : rows) {
         EXPECT_EQ(Show(MakeFile(r.width, r.height, r.bits, r.compression, r.masks, Hex(r.data))),
                   r.pixels)
             << r.what;
+        EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
+    }
 }
 
 TEST(BMP, MasksInsideALongHeader)
@@ -68,6 +72,8 @@ TEST(BMP, MasksInsideALongHeader)
     file[14] = 108;
     file.resize(14 + 108);
     EXPECT_EQ(Show(file + Hex("5A03")), "3050A0FF");
+    BMP_HEADER h;
+    EXPECT_EQ(BMP_GetHeader(&h)->HeaderSize, 108u);
 }
 
 TEST(BMP, RunsExpand)
@@ -84,6 +90,7 @@ TEST(BMP, RunsExpand)
         {"literals cut short", 1, 4, 2, "0006 0102", "0102"},
         {"nibbles in pairs", 2, 4, 2, "0412 0004 3456", "12123456"},
         {"a byte of padding after 3 nibbles", 2, 4, 1, "0003 1234 99 0150", "1270"},
+        {"an odd last nibble", 2, 3, 1, "0312", "1210"},
         {"pairs up to the width squared", 2, 2, 4, "0812", "1212100210021002"},
     };
     for (const auto &r : rows) {

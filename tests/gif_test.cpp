@@ -141,6 +141,11 @@ TEST(GIF, CodesBecomeIndexes)
         const LOADED loaded(Screen(12, 1) + Image(0, 0, 12, 1, 0, {}, 2, r.codes));
         EXPECT_EQ(Reds(), r.reds) << r.what;
     }
+    for (const uint8_t minimum : BYTES{0, 12}) {  // no size of codes
+        const LOADED loaded(Screen(2, 1) + Image(0, 0, 2, 1, 0, {}, minimum, {1, 2, 3}));
+        EXPECT_EQ(Reds(), "00") << int{minimum};
+        EXPECT_STREQ(Picture_Reason(), "frame 1 ends after 0 of 2 pixels");
+    }
 }
 
 TEST(GIF, AFullDictionaryKeepsItsCodes)

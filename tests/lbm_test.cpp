@@ -35,6 +35,7 @@ TEST(LBM, PixelsOfEveryKind)
         const char *what;
         int width, height, planes, masking, viewMode;
         const char *body, *pixels;
+        const char *reason = "";
     } rows[] = {
         {"1 plane", 2, 1, 1, 0, 0, "4000", "0A141EFF 01"},
         {"4 planes, rows of words", 2, 2, 4, 0, 0, "8000 0000 8000 4000 4000 8000 8000 0000",
@@ -56,17 +57,19 @@ TEST(LBM, PixelsOfEveryKind)
          "80000000000000000000000000008000 00008000000000000000000000000000 "
          "00000000800000000000000000000000",
          "810204FF"},
-        {"9 planes", 1, 1, 9, 0, 0, "8000 8000 8000 8000 8000 8000 8000 8000 8000", ""},
-        {"no planes", 1, 1, 0, 0, 0, "8000", ""},
-        {"a buffer width of 17 bits", 65530, 1, 1, 0, 0, "8000", ""},
-        {"a size that its bytes cannot carry", 80, 80, 1, 0, 0, "8000", ""},
+        {"9 planes", 1, 1, 9, 0, 0, "8000 8000 8000 8000 8000 8000 8000 8000 8000", "",
+         "9 planes with compression 0"},
+        {"no planes", 1, 1, 0, 0, 0, "8000", "", "0 planes with compression 0"},
+        {"a buffer width of 17 bits", 65530, 1, 1, 0, 0, "8000", "", "a side of 0 pixels"},
+        {"a size that its bytes cannot carry", 80, 80, 1, 0, 0, "8000", "",
+         "852 bytes cannot hold 80 x 80 pixels"},
     };
     for (const auto &r : rows) {
         EXPECT_EQ(Show(MakeFile(r.what[0] == 'P' ? "PBM " : "ILBM", r.width, r.height, r.planes,
                                 r.masking, 0, r.viewMode, Hex(r.body))),
                   r.pixels)
             << r.what;
-        EXPECT_EQ(*Picture_Reason() == 0, *r.pixels != 0) << r.what;
+        EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "extra/reason.h"
 #include "picture/graphics.h"
 #include "tests/files.h"
 
@@ -82,19 +83,29 @@ TEST(PictureLoad, SizesAreBounded)
     const struct {
         const char *what;
         PICTURE_CLAIM claim;
-        bool believed;
+        const char *reason;
     } rows[] = {
-        {"an eighth of the pixels", {100, 80, 1000, 10}, true},
-        {"less", {100, 80, 999, 10}, false},
-        {"no height", {100, 0, 1000, 10}, false},
-        {"the memory that any file gets", {4096, 3072, 1 << 30, 0}, true},
-        {"a page more", {4096, 3072, 1 << 30, 0, 4096}, false},
-        {"a page more for another byte", {4096, 3072, 1 << 30, 1, 4096}, true},
-        {"the largest picture", {16384, 8192, 1 << 30, 1 << 20}, true},
-        {"a larger one", {16384, 8193, 1 << 30, 1 << 20}, false},
+        {"an eighth of the pixels", {100, 80, 1000, 10}, ""},
+        {"less", {100, 80, 999, 10}, "10 bytes cannot hold 100 x 80 pixels"},
+        {"no height", {100, 0, 1000, 10}, "a side of 0 pixels"},
+        {"no width", {0, 100, 1000, 10}, "a side of 0 pixels"},
+        {"the memory that any file gets", {4096, 3072, 1 << 30, 0}, ""},
+        {"a page more",
+         {4096, 3072, 1 << 30, 0, 4096},
+         "0 bytes are not worth the memory of 4096 x 3072 pixels"},
+        {"a page more for another byte", {4096, 3072, 1 << 30, 1, 4096}, ""},
+        {"the largest picture", {16384, 8192, 1 << 30, 1 << 20}, ""},
+        {"a larger one",
+         {16384, 8193, 1 << 30, 1 << 20},
+         "16384 x 8193 pixels are more than 512 MiB"},
     };
-    for (const auto &r : rows)
-        EXPECT_EQ(Picture_Believes(r.claim), r.believed) << r.what;
+    for (const auto &r : rows) {
+        Reason_Clear();
+        EXPECT_EQ(Picture_Believes(r.claim), *r.reason == 0) << r.what;
+        EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
+    }
+    EXPECT_STREQ(Picture_FormatName(PICTURE_PNG), "PNG");
+    EXPECT_STREQ(Picture_FormatName(200), Picture_FormatName(PICTURE_UNKNOWN));
 }
 
 // A 3 by 2 picture in a wider buffer, its pixels numbered by their red; one is transparent.

@@ -19,11 +19,10 @@ inline BYTES Hex(const std::string &text)
     return bytes;
 }
 
-// The pixels: an opaque grey as 2 digits, 0 as "-", others as 8; "" for the null picture.
-inline std::string Show(const BYTES &file)
+// Pixels: an opaque grey as 2 digits, 0 as "-", others as 8.
+inline std::string ShowPixels(const BYTES &pixels)
 {
     std::string text;
-    const BYTES pixels = PixelsOf(file);
     for (size_t i = 0; i < pixels.size(); i += 4) {
         const int r = pixels[i], g = pixels[i + 1], b = pixels[i + 2], a = pixels[i + 3];
         char digits[10] = "-";
@@ -36,6 +35,12 @@ inline std::string Show(const BYTES &file)
         text += digits;
     }
     return text;
+}
+
+// A file's pixels; "" for the null picture.
+inline std::string Show(const BYTES &file)
+{
+    return ShowPixels(PixelsOf(file));
 }
 
 // Files of tests/data, their facts and the digests of their pixels.

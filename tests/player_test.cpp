@@ -1,15 +1,10 @@
 // The player's sounds: read errors, seeking, and volume.
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 #include <numbers>
 #include <random>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "tests/files.h"
-#include "tools/player/convert.h"
 #include "tools/player/open.h"
 #include "tools/player/screen.h"
 
@@ -24,21 +19,6 @@ static BYTES Wave(size_t bytes)
     return Text("RIFF") + Number(size + 36, -4) + Text("WAVEfmt ") + Number(16, -4) +
            Number(1, -2) + Number(2, -2) + Number(44100, -4) + Number(176400, -4) + Number(4, -2) +
            Number(16, -2) + Text("data") + Number(size, -4) + data;
-}
-
-TEST(Player, AFailedReadLeavesNoFile)
-{
-    PLAYER_SOUND sound;
-    ASSERT_EQ(Player_Open(WriteTemp("in.wav", Wave(1 << 20)), {}, sound), "");
-    const int folder = open(TempPath("").c_str(), O_RDONLY);
-    ASSERT_GE(dup2(folder, fileno(sound.Track->File.get())), 0);  // which reads EISDIR
-    close(folder);
-    for (const char *name : {"out.wav", "out.raw"})
-        EXPECT_EQ(Player_Convert(sound, 1, Player_Format(sound), TempPath(name)),
-                  "it cannot be read to its end: Is a directory");
-    EXPECT_EQ(sound.Track->Error, EISDIR);
-    for (const auto &left : std::filesystem::directory_iterator(TempPath("")))
-        EXPECT_EQ(left.path().filename(), "in.wav");
 }
 
 // What follows a seek is what lies there in a full decoding.

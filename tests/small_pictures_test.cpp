@@ -8,33 +8,14 @@
 #include "picture/spr.h"
 #include "picture/tga.h"
 #include "picture/xbm.h"
-#include "tests/pictures.h"
-
-// Pixels as R G B in hexadecimal, followed by A if not opaque; "W" white, "B" black, "." nothing.
-static std::string Shown(const uint8_t *pixels, size_t width, size_t height)
-{
-    if (!pixels)
-        return "null";
-    std::string text;
-    for (size_t i = 0; i < width * height; i++) {
-        const uint8_t *p = pixels + 4 * i;
-        std::array<char, 9> hex{};
-        std::snprintf(hex.data(), hex.size(), p[3] == 255 ? "%02x%02x%02x" : "%02x%02x%02x%02x",
-                      p[0], p[1], p[2], p[3]);
-        const std::string pixel = hex.data();
-        text += i == 0 ? "" : i % width == 0 ? "/" : " ";
-        const std::array<std::string, 3> known = {"ffffff", "000000", "00000000"};
-        const auto found = std::find(known.begin(), known.end(), pixel);
-        text += found == known.end() ? pixel : std::string(1, "WB."[found - known.begin()]);
-    }
-    return text;
-}
+#include "tests/pixels.h"
 
 struct ROW {
     const char *what;
     BYTES file;
     int bits;
-    const char *pixels;  // of the whole buffer
+    const char *pixels;  // of the whole buffer, in the notation of Show
+    const char *reason = "";
 };
 
 static void Check(uint8_t format, const std::vector<ROW> &rows)
@@ -42,13 +23,10 @@ static void Check(uint8_t format, const std::vector<ROW> &rows)
     for (const ROW &r : rows) {
         const LOADED loaded(r.file);
         const Picture &p = loaded.Record;
-        EXPECT_EQ(p.Format, format) << r.what;
-        EXPECT_EQ(p.Bits, r.bits) << r.what;
-        const std::string shown = Shown(p.Pixels, p.BufferWidth, p.BufferHeight);
-        EXPECT_EQ(shown, r.pixels) << r.what;
-        if (format != PICTURE_SPRITES) {  // the first image is shown
-            EXPECT_EQ(*Picture_Reason() == 0, shown != "null" && !shown.ends_with('.')) << r.what;
-        }
+        const size_t size = p.Pixels ? size_t{p.BufferWidth} * p.BufferHeight * 4 : 0;
+        EXPECT_EQ(std::tuple(p.Format, p.Bits), std::tuple(format, r.bits)) << r.what;
+        EXPECT_EQ(ShowPixels({p.Pixels, p.Pixels + size}), r.pixels) << r.what;
+        EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
     }
 }
 
@@ -78,24 +56,27 @@ TEST(PCX, PlanesAndRuns)
     const BYTES colours = Palette256();
     const std::vector<ROW> rows = {
         {"two colours", Pcx(1, 1, 1, 4, 2, 1, {0x50, 0xC1, 0xA0}), 1,
-         "000102 010203 000102 010203/010203 000102 010203 000102"},
+         "000102FF 010203FF 000102FF 010203FF 010203FF 000102FF 010203FF 000102FF"},
         {"two colours, padded", Pcx(0, 1, 1, 2, 2, 2, {0x40, 0, 0x80, 0}), 1,
-         "000102 010203/010203 000102"},
+         "000102FF 010203FF 010203FF 000102FF"},
         {"sixteen colours", Pcx(0, 1, 4, 2, 1, 2, {0x40, 0, 0x80, 0, 0xC0, 0, 0xC0, 0}), 4,
-         "0e0f10 0d0e0f"},
-        {"256 colours", Pcx(0, 8, 1, 2, 1, 2, BYTES{1, 254} + colours), 8, "0100fe fe0001"},
+         "0E0F10FF 0D0E0FFF"},
+        {"256 colours", Pcx(0, 8, 1, 2, 1, 2, BYTES{1, 254} + colours), 8, "0100FEFF FE0001FF"},
         {"runs over row ends", Pcx(1, 8, 1, 2, 2, 2, BYTES{0xC3, 9, 7} + colours), 8,
-         "0900f6 0900f6/0900f6 0700f8"},
+         "0900F6FF 0900F6FF 0900F6FF 0700F8FF"},
         {"192 is itself", Pcx(1, 8, 1, 2, 1, 2, BYTES{0xC0, 0xC1, 0xC1} + colours), 8,
-         "c0003f c1003e"},
-        {"a run beyond the end", Pcx(1, 8, 1, 1, 1, 1, BYTES{0xFF, 5} + colours), 8, "0500fa"},
-        {"true colour, padded", Pcx(1, 8, 3, 1, 1, 2, {1, 99, 2, 99, 3, 99}), 24, "010203"},
-        {"too short a line", Pcx(0, 8, 3, 2, 1, 0, {1, 2, 3, 4, 5, 6}), 24, "010305 020406"},
-        {"a row missing", Pcx(1, 8, 3, 1, 2, 1, {1, 2, 3, 4, 5}), 24, "010203/."},
-        {"the first row missing", Pcx(1, 8, 3, 1, 2, 1, {1, 2}), 24, "null"},
-        {"24 bits in one plane", Pcx(0, 24, 1, 1, 1, 9, {1, 2, 3, 4, 5, 6, 7, 8, 9}), 24, "null"},
-        {"no width", Pcx(0, 8, 3, 0, 1, 1, {1, 2, 3}), 24, "null"},
-        {"no width, and lines of no bytes", Pcx(0, 8, 3, 0, 1, 0, {1, 2, 3}), 24, "null"},
+         "C0003FFF C1003EFF"},
+        {"a run beyond the end", Pcx(1, 8, 1, 1, 1, 1, BYTES{0xFF, 5} + colours), 8, "0500FAFF"},
+        {"true colour, padded", Pcx(1, 8, 3, 1, 1, 2, {1, 99, 2, 99, 3, 99}), 24, "010203FF"},
+        {"too short a line", Pcx(0, 8, 3, 2, 1, 0, {1, 2, 3, 4, 5, 6}), 24, "010305FF 020406FF"},
+        {"a row missing", Pcx(1, 8, 3, 1, 2, 1, {1, 2, 3, 4, 5}), 24, "010203FF -",
+         "cut after 1 of 2 rows"},
+        {"the first row missing", Pcx(1, 8, 3, 1, 2, 1, {1, 2}), 24, "", "cut in its first row"},
+        {"24 bits in one plane", Pcx(0, 24, 1, 1, 1, 9, {1, 2, 3, 4, 5, 6, 7, 8, 9}), 24, "",
+         "1 planes of 24 bits"},
+        {"no width", Pcx(0, 8, 3, 0, 1, 1, {1, 2, 3}), 24, "", "a side of 0 pixels"},
+        {"no width, and lines of no bytes", Pcx(0, 8, 3, 0, 1, 0, {1, 2, 3}), 24, "",
+         "a side of 0 pixels"},
     };
     Check(PICTURE_PCX, rows);
 }
@@ -111,21 +92,24 @@ TEST(TGA, OriginsAndPackets)
 {
     const BYTES two = {1, 2, 3, 4, 5, 6};
     const std::vector<ROW> rows = {
-        {"from the top", Tga(2, 24, 0x20, 1, 2, two), 24, "030201/060504"},
-        {"from the bottom", Tga(2, 24, 0, 1, 2, two), 24, "060504/030201"},
-        {"from the right", Tga(2, 24, 0x10, 2, 1, two), 24, "030201 060504"},
+        {"from the top", Tga(2, 24, 0x20, 1, 2, two), 24, "030201FF 060504FF"},
+        {"from the bottom", Tga(2, 24, 0, 1, 2, two), 24, "060504FF 030201FF"},
+        {"from the right", Tga(2, 24, 0x10, 2, 1, two), 24, "030201FF 060504FF"},
         {"with alpha", Tga(2, 32, 0x28, 1, 1, {1, 2, 3, 4}), 32, "03020104"},
         {"runs over rows", Tga(10, 24, 0x20, 1, 3, {0x81, 1, 2, 3, 0, 7, 8, 9}), 24,
-         "030201/030201/090807"},
+         "030201FF 030201FF 090807FF"},
         {"a run with alpha", Tga(10, 32, 0x28, 2, 1, {0x81, 1, 2, 3, 4}), 32, "03020104 03020104"},
-        {"a run too long", Tga(10, 24, 0x20, 2, 1, {0xFF, 1, 2, 3}), 24, "030201 030201"},
-        {"too many as they are", Tga(10, 24, 0x20, 1, 1, BYTES{1} + two), 24, "030201"},
-        {"a packet cut short", Tga(10, 24, 0, 1, 2, BYTES{3} + two), 24, "060504/030201"},
-        {"pixels missing", Tga(2, 24, 0x20, 1, 3, {1, 2, 3, 4, 5}), 24, "030201/./."},
-        {"the first row missing", Tga(2, 24, 0, 2, 2, {1, 2, 3, 4, 5}), 24, "null"},
-        {"less than an eighth", Tga(2, 24, 0, 1, 24, {1, 2, 3, 4, 5, 6}), 24, "null"},
-        {"16 bits", Tga(2, 16, 0, 1, 1, {1, 2, 3, 4}), 16, "null"},
-        {"grey", Tga(3, 8, 0, 1, 1, {1, 2, 3, 4}), 8, "null"},
+        {"a run too long", Tga(10, 24, 0x20, 2, 1, {0xFF, 1, 2, 3}), 24, "030201FF 030201FF"},
+        {"too many as they are", Tga(10, 24, 0x20, 1, 1, BYTES{1} + two), 24, "030201FF"},
+        {"a packet cut short", Tga(10, 24, 0, 1, 2, BYTES{3} + two), 24, "060504FF 030201FF"},
+        {"pixels missing", Tga(2, 24, 0x20, 1, 3, {1, 2, 3, 4, 5}), 24, "030201FF - -",
+         "cut after 1 of 3 rows"},
+        {"the first row missing", Tga(2, 24, 0, 2, 2, {1, 2, 3, 4, 5}), 24, "",
+         "cut in its first row"},
+        {"less than an eighth", Tga(2, 24, 0, 1, 24, {1, 2, 3, 4, 5, 6}), 24, "",
+         "24 bytes cannot hold 1 x 24 pixels"},
+        {"16 bits", Tga(2, 16, 0, 1, 1, {1, 2, 3, 4}), 16, "", "image type 2 of 16 bits a pixel"},
+        {"grey", Tga(3, 8, 0, 1, 1, {1, 2, 3, 4}), 8, "", "image type 3 of 8 bits a pixel"},
     };
     Check(PICTURE_TGA, rows);
     const BYTES footer(26, 'f');
@@ -139,27 +123,30 @@ TEST(TGA, OriginsAndPackets)
 TEST(PNM, TextsAndBytes)
 {
     const std::vector<ROW> rows = {
-        {"P1 in lines and with blanks", Text("P1\n\n2 2\n0 1\n\n1 x"), 1, "W B/B B"},
-        {"P2", Text("P2\n#\n2 1\n15\n7 15\n"), 8, "777777 W"},
-        {"P2 of two digits and three", Text("P2\n#\n3 1\n255\n12 123 45 0 0 0"), 8,
-         "0c0c0c 7b7b7b 2d2d2d"},
-        {"P2 of four digits", Text("P2\n#\n1 1\n255\n1027 0 0"), 8, "030303"},
-        {"P2 with a low byte", Text("P2\n#\n1 1\n255\n258"), 8, "020202"},
-        {"P2 with blanks about", Text("P2\n#\n2  1 \n 10\r\n  1\n\n\t10"), 8, "191919 W"},
-        {"P3", Text("P3\n#\n1 2\n255\n1 2 3 4 5 6"), 24, "010203/040506"},
-        {"P3 cut short", Text("P3\n#\n1 2\n255\n1 2 3 4 5 "), 24, "010203/."},
-        {"P4", Text("P4\n#\n8 2\n\x81\x0F"), 1, "B W W W W W W B/W W W W B B B B"},
-        {"P4 of 9", Text("P4\n#\n9 2\n\0\xFF"), 1, "W W W W W W W W B/B B B B B B B B B"},
-        {"P5 of 15", Text("P5\n#\n3 1\n15\n\x0F\x07\x1E"), 8, "W 777777 fefefe"},
-        {"P5 of 16 bits", Text("P5\n#\n1 1\n65535\nzz"), 8, "B"},
-        {"P6", Text("P6\n#\n1 2\n255\n\1\2\3\n\r "), 24, "010203/0a0d20"},
-        {"no line after the magic", Text("P6\n1 1\n255\n\1\2\3"), 24, "010203"},
-        {"any line after the magic", Text("P6\nabc\n1 1\n255\n\1\2\3"), 24, "010203"},
-        {"further comments", Text("P6\n#\n# c\n1 1\n# 9\n#\n255\n\1\2\3"), 24, "010203"},
-        {"the first row missing", Text("P6\n#\n2 2\n255\n\1\2\3\4\5"), 24, "null"},
-        {"less than an eighth", Text("P5\n#\n1 24\n255\n\1\2"), 8, "null"},
-        {"no width", Text("P5\n#\n0 9\n255\n..."), 8, "null"},
-        {"magic only", Text("P5"), 8, "null"},
+        {"P1 in lines and with blanks", Text("P1\n\n2 2\n0 1\n\n1 x"), 1, "FF 00 00 00"},
+        {"P2", Text("P2\n#\n2 1\n15\n7 15\n"), 8, "77 FF"},
+        {"P2 of two digits and three", Text("P2\n#\n3 1\n255\n12 123 45 0 0 0"), 8, "0C 7B 2D"},
+        {"P2 of four digits", Text("P2\n#\n1 1\n255\n1027 0 0"), 8, "03"},
+        {"P2 with a low byte", Text("P2\n#\n1 1\n255\n258"), 8, "02"},
+        {"P2 with blanks about", Text("P2\n#\n2  1 \n 10\r\n  1\n\n\t10"), 8, "19 FF"},
+        {"P3", Text("P3\n#\n1 2\n255\n1 2 3 4 5 6"), 24, "010203FF 040506FF"},
+        {"P3 cut short", Text("P3\n#\n1 2\n255\n1 2 3 4 5 "), 24, "010203FF -",
+         "cut after 1 of 2 rows"},
+        {"P4", Text("P4\n#\n8 2\n\x81\x0F"), 1, "00 FF FF FF FF FF FF 00 FF FF FF FF 00 00 00 00"},
+        {"P4 of 9", Text("P4\n#\n9 2\n\0\xFF"), 1,
+         "FF FF FF FF FF FF FF FF 00 00 00 00 00 00 00 00 00 00"},
+        {"P5 of 15", Text("P5\n#\n3 1\n15\n\x0F\x07\x1E"), 8, "FF 77 FE"},
+        {"P5 of 16 bits", Text("P5\n#\n1 1\n65535\nzz"), 8, "00"},
+        {"P6", Text("P6\n#\n1 2\n255\n\1\2\3\n\r "), 24, "010203FF 0A0D20FF"},
+        {"no line after the magic", Text("P6\n1 1\n255\n\1\2\3"), 24, "010203FF"},
+        {"any line after the magic", Text("P6\nabc\n1 1\n255\n\1\2\3"), 24, "010203FF"},
+        {"further comments", Text("P6\n#\n# c\n1 1\n# 9\n#\n255\n\1\2\3"), 24, "010203FF"},
+        {"the first row missing", Text("P6\n#\n2 2\n255\n\1\2\3\4\5"), 24, "",
+         "cut in its first row"},
+        {"less than an eighth", Text("P5\n#\n1 24\n255\n\1\2"), 8, "",
+         "16 bytes cannot hold 1 x 24 pixels"},
+        {"no width", Text("P5\n#\n0 9\n255\n..."), 8, "", "a header that says nothing of use"},
+        {"magic only", Text("P5"), 8, "", "a header that says nothing of use"},
     };
     Check(PICTURE_PNM, rows);
     EXPECT_EQ(LOADED(Text("P4\n#\n65535 1\n") + BYTES(8192)).Record.Width, 65535);
@@ -172,17 +159,20 @@ TEST(XBM, BytesAndWords)
                                  "\n#define a_height 2\nstatic char a_bits[] = {" + data;
         return BYTES(text.begin(), text.end());
     };
-    const char *bits = "B W B W W W W W B W W W W W W W/W W W W W W W W W W W W W W W B";
+    const char *bits = "00 FF 00 FF FF FF FF FF 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF "
+                       "FF FF FF FF FF FF 00";
     const std::vector<ROW> rows = {
         {"bytes", xbm("10", "0x05, 0x01,\n0x00, 0x80};"), 1, bits},
         {"words", xbm("10", "0x0105,0x8000};"), 1, bits},
-        {"words, an odd number of bytes", xbm("8", "0x8001"), 1, "B W W W W W W W/W W W W W W W B"},
-        {"capitals", Text("A_WIDTH 1\nA_HEIGHT 1\nA_BITS 0XfE"), 1, "W B B B B B B B"},
-        {"bytes missing", xbm("8", "0x01 0"), 1, "B W W W W W W W/. . . . . . . ."},
+        {"words, an odd number of bytes", xbm("8", "0x8001"), 1,
+         "00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF 00"},
+        {"capitals", Text("A_WIDTH 1\nA_HEIGHT 1\nA_BITS 0XfE"), 1, "FF 00 00 00 00 00 00 00"},
+        {"bytes missing", xbm("8", "0x01 0"), 1, "00 FF FF FF FF FF FF FF - - - - - - - -",
+         "cut before its last row"},
         {"nothing after a NUL", Text("_width 8\n_height 2\n_bits 0x01 \0 0x80"), 1,
-         "B W W W W W W W/. . . . . . . ."},
-        {"no bits", xbm("8", ""), 1, "null"},
-        {"the first row missing", xbm("4000", "0x00"), 1, "null"},
+         "00 FF FF FF FF FF FF FF - - - - - - - -", "cut before its last row"},
+        {"no bits", xbm("8", ""), 1, "", "no bits, or too few for a row"},
+        {"the first row missing", xbm("4000", "0x00"), 1, "", "no bits, or too few for a row"},
     };
     Check(PICTURE_XBM, rows);
     EXPECT_EQ(LOADED(xbm("65530", "0x00")).Record.Pixels, nullptr);
@@ -200,29 +190,34 @@ TEST(Sprites, AllImages)
 {
     const BYTES head = Text("SPRITES") + BYTES{3, 2, 1};
     const std::vector<ROW> rows = {
-        {"the first image", head + BYTES{1, 2, 3, 4, 5, 6, 7}, 24, "030201 060504"},
-        {"no image", Text("SPRITES") + BYTES{0, 1, 1, 1, 2, 3}, 24, "null"},
-        {"no first row", Text("SPRITES") + BYTES{1, 0, 1} + BYTES(767), 24, "null"},
+        {"the first image", head + BYTES{1, 2, 3, 4, 5, 6, 7}, 24, "030201FF 060504FF",
+         "cut in image 2 of 3"},
+        {"no image", Text("SPRITES") + BYTES{0, 1, 1, 1, 2, 3}, 24, "", "no images"},
+        {"no first row", Text("SPRITES") + BYTES{1, 0, 1} + BYTES(767), 24, "",
+         "cut in image 1 of 1"},
     };
     Check(PICTURE_SPRITES, rows);
     const BYTES file = head + BYTES{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13};
     const LOADED first(file);
     {
         const LOADED second(file);
-        EXPECT_EQ(Shown(SPR_Header.Images[1], 2, 1), "090807 0c0b0a");
+        EXPECT_EQ(ShowPixels({SPR_Header.Images[1], SPR_Header.Images[1] + 8}),
+                  "090807FF 0C0B0AFF");
         EXPECT_EQ(SPR_Header.Images[2], nullptr);
     }
     EXPECT_EQ(SPR_Header.Images[0], nullptr);
     LOADED(Text("SPRITES") + BYTES{0, 1, 1, 1, 2, 3});
     EXPECT_STREQ(Picture_Reason(), "no images");
-    EXPECT_EQ(Shown(first.Record.Pixels, 2, 1), "030201 060504") << "outlives the later file";
+    EXPECT_EQ(ShowPixels({first.Record.Pixels, first.Record.Pixels + 8}), "030201FF 060504FF")
+        << "outlives the later file";
     Picture picture;
     SPR_HEADER header;
     std::thread([&] {
         picture = Picture_LoadBytes(file, 0, 0);
         SPR_GetHeader(&header);
     }).join();
-    EXPECT_EQ(Shown(header.Images[1], 2, 1), "090807 0c0b0a") << "outlives its thread";
+    EXPECT_EQ(ShowPixels({header.Images[1], header.Images[1] + 8}), "090807FF 0C0B0AFF")
+        << "outlives its thread";
     Picture_UnLoad(picture);
 }
 

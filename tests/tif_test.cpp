@@ -9,40 +9,50 @@
 #include "tests/pixels.h"
 
 // The header, the pixels right after it, then a directory of tags written as "256=5 258=8,8,8".
-// Values are words, or double words if larger.
-static BYTES MakeFile(const BYTES &data, const std::string &tags, bool bigEndian = false)
+// Values are words, or double words if larger; after "529:5=" they have that type, and a fraction
+// is two of them. With offsets of 64 bits the pixels begin at 16 instead of 8.
+static BYTES MakeFile(const BYTES &data, const std::string &tags, bool bigEndian = false,
+                      int offsetBytes = 4)
 {
     BYTES entries, lists;
     const auto number = [bigEndian](size_t value, int bytes) {
         return Number(static_cast<int64_t>(value), bigEndian ? bytes : -bytes);
     };
-    const size_t directory = 8 + data.size();
+    const auto offset = [&](size_t value) { return number(value, offsetBytes); };
+    const bool wide = offsetBytes == 8;
+    const size_t directory = (wide ? 16 : 8) + data.size();
     const auto count = static_cast<size_t>(std::count(tags.begin(), tags.end(), '='));
+    const size_t end = directory + (wide ? 16 + 20 * count : 6 + 12 * count);
     std::istringstream in(tags);
     char separator;
     for (size_t tag; in >> tag >> separator;) {
         std::vector<size_t> list;
-        size_t value, most = 0;
+        size_t value, type = 0, most = 0;
+        if (separator == ':')
+            in >> type >> separator;
         for (separator = ','; separator == ',' && in >> value;
              separator = static_cast<char>(in.get())) {
             list.push_back(value);
             most = std::max(most, value);
         }
+        type = type != 0 ? type : most > 0xFFFF ? 4 : 3;
         BYTES values;
         for (const size_t v : list)
-            values = values + number(v, most > 0xFFFF ? 4 : 2);
-        entries =
-            entries + number(tag, 2) + number(most > 0xFFFF ? 4 : 3, 2) + number(list.size(), 4);
-        if (values.size() > 4) {
-            entries = entries + number(directory + 2 + 12 * count + 4 + lists.size(), 4);
+            values = values + number(v, type < 3 ? 1 : type == 3 ? 2 : type == 16 ? 8 : 4);
+        entries = entries + number(tag, 2) + number(type, 2) +
+                  offset(type == 5 ? list.size() / 2 : list.size());
+        const auto room = static_cast<size_t>(offsetBytes);
+        if (values.size() > room) {
+            entries = entries + offset(end + lists.size());
             lists = lists + values;
         } else {
-            values.resize(4);
+            values.resize(room);
             entries = entries + values;
         }
     }
-    return BYTES(2, bigEndian ? 'M' : 'I') + number(42, 2) + number(directory, 4) + data +
-           number(count, 2) + entries + number(0, 4) + lists;
+    const BYTES head = BYTES(2, bigEndian ? 'M' : 'I') + number(wide ? 43 : 42, 2);
+    return head + (wide ? number(8, 2) + number(0, 2) : BYTES{}) + offset(directory) + data +
+           number(count, wide ? 8 : 2) + entries + offset(0) + lists;
 }
 
 // A tag of values that are all 0 except one in each third.
@@ -119,6 +129,7 @@ TEST(TIF, PixelsByTheFormatsRules)
         std::string tags, data;
         const char *pixels, *reason;
         bool bothOrders = true;
+        int offsetBytes = 4;
     } rows[] = {
         {"a bit", "256=9 257=1 262=1 273=8", "A080", "FF 00 FF 00 00 00 00 00 FF", ""},
         {"2 bits, white is 0", "256=4 257=1 258=2 262=0 273=8", "1B", "FF AA 55 00", ""},
@@ -155,6 +166,52 @@ TEST(TIF, PixelsByTheFormatsRules)
          ""},
         {"JPEG", "256=1 257=1 258=8 259=7 262=1 273=8", jpeg, "80", ""},
         {"nothing stored", "256=1 257=1 258=8 262=1", "", "", "no pixels stored"},
+        {"JPEG of another width", "256=2 257=1 258=8 259=7 262=1 273=8", jpeg, "80 00", ""},
+        {"no JPEG", "256=1 257=2 258=8 259=7 262=1 278=1 273=8,9999", "01", "- -",
+         "no frame header"},
+        {"offsets of 64 bits", "256=2 257=1 258=8 262=1 273:16=16 279:4=2 320:1=9", "0705", "07 05",
+         "", true, 8},
+        {"Group 4", "256=8 257=2 259=4 262=0 273=8", "2FC0",
+         "FF FF 00 00 FF FF FF FF FF FF FF FF FF FF FF FF", "CCITT Group 4 data cut, 1 of 2 rows"},
+        {"Group 4, damaged", "256=8 257=1 259=4 273=8", "0100", "FF FF FF FF FF FF FF FF",
+         "CCITT Group 4 data damaged, 0 of 1 rows"},
+        {"modified Huffman by words", "256=8 257=1 259=32771 262=0 273=8", "7EC0",
+         "FF FF 00 00 FF FF FF FF", ""},
+        {"Group 3 of both dimensions", "256=8 257=1 259=3 262=0 273=8 292=1", "001BF6",
+         "FF FF 00 00 FF FF FF FF", ""},
+        {"Group 3", "256=8 257=1 259=3 262=0 273=8 292=0", "0017EC", "FF FF 00 00 FF FF FF FF", ""},
+        {"YCbCr of other weights",
+         "256=1 257=1 258=8,8,8 262=6 273=8 277=3 530=1,1 "
+         "529:5=1,4,1,2,1,4",
+         "40A0A0", "701070FF", ""},
+        {"YCbCr of another range",
+         "256=1 257=1 258=8,8,8 262=6 273=8 277=3 530=1,1 "
+         "532:5=16,1,235,1,128,1,240,1,128,1,240,1",
+         "408080", "37", ""},
+        {"weights and a range that make no sense",
+         "256=1 257=1 258=8,8,8 262=6 273=8 277=3 "
+         "530=1,1 529:5=1,0,0,1,1,4 532:5=16,1,16,1,128,1,240,1,128,1,240,1",
+         "408080", "40", ""},
+        {"CMYK as differences", "256=2 257=1 258=8 259=8 262=5 273=8 277=4 317=2",
+         "7801 01 0800F7FF 00FF0000 01020304", "FF00FFFF FAFAF8FF", ""},
+        {"five samples as differences", "256=2 257=1 258=8 259=8 262=1 273=8 277=5 317=2",
+         "7801 01 0A00F5FF 0102030405 0102030405", "01010102 02020204", ""},
+        {"no such colours", "256=1 257=1 258=8 262=7 273=8", "01", "",
+         "photometric interpretation 7"},
+        {"too few samples", "256=1 257=1 258=8 262=2 273=8 277=2", "0102", "", "2 samples a pixel"},
+        {"a palette of 16 bits", "256=1 257=1 258=16 262=3 273=8", "0102", "",
+         "16 bits a sample of a palette"},
+        {"differences of 4 bits", "256=2 257=1 258=4 259=8 262=1 273=8 317=2", "01", "",
+         "differences of 4 bits"},
+        {"JPEG of 16 bits", "256=1 257=1 258=16 259=7 262=1 273=8", "0102", "", "JPEG of 16 bits"},
+        {"chroma of a third", "256=3 257=1 258=8,8,8 262=6 273=8 530=1,3", "01020304", "",
+         "chroma subsampling of 1 by 3"},
+        {"chroma in planes", "256=2 257=1 258=8,8,8 262=6 273=8,9,10 284=2", "01020304", "",
+         "subsampled chroma that is planar or of 8 bits"},
+        {"tiles of no size", "256=1 257=1 258=8 262=1 322=0 323=1 324=8", "01", "",
+         "tiles of no size"},
+        {"no width", "256=0 257=1 258=8 262=1 273=8", "01", "",
+         "a side of 0 pixels, or more than 65535"},
         {"uneven sizes", "256=1 257=1 258=5,6,5 262=2 273=8 277=3", "0102", "",
          "samples of different sizes"},
         {"32 bits", "256=1 257=1 258=32 262=1 273=8", "01020304", "", "32 bits a sample"},
@@ -177,7 +234,8 @@ TEST(TIF, PixelsByTheFormatsRules)
         for (const bool bigEndian : {false, true}) {
             if (bigEndian && !r.bothOrders)
                 continue;
-            EXPECT_EQ(ShowByFormat(MakeFile(Hex(r.data), r.tags, bigEndian)), r.pixels) << r.what;
+            const BYTES file = MakeFile(Hex(r.data), r.tags, bigEndian, r.offsetBytes);
+            EXPECT_EQ(ShowByFormat(file), r.pixels) << r.what;
             EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
         }
 }

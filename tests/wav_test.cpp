@@ -209,8 +209,6 @@ TEST(Wav, FormatRules)
                        Part("ds64", BYTES(8) + Little(4, 8) + BYTES(12)) +
                        Part("fmt ", Format(1, 1, 2, 16)) + Text("data\xFF\xFF\xFF\xFF") +
                        BYTES{1, 0, 2, 0} + Part("LIST", Ramp(20));
-    const BYTES six = Little(0, 2) + Little(17071, 2) + Little(0, 2) + Little(-32768, 2) +
-                      Little(0, 2) + Little(0, 2);
     const BYTES three = Little(-1000, 2) + Little(1000, 2) + Little(1000, 2);
     // The first block is whole, the second has one byte of codes.
     const BYTES ima = {0, 0, 88, 0, 0x80, 0, 5, 0, 0, 0, 0x80};
@@ -234,7 +232,6 @@ TEST(Wav, FormatRules)
         {"sizes of 64 bits", Wav, rf64, 1, 8000, 16, {1, 2}},
         {"data before the format", Wav, Riff(data + Part("fmt ", Format(1, 1, 2, 16))), 1, 8000,
          16, {0x2010, -16}},
-        {"no bass, the rest scaled", Wav, file(Format(1, 6, 12, 16), six), 2, 8000, 16, {0, 7071}},
         {"centre to both sides", Wav, file(Format(1, 3, 6, 16), three), 2, 8000, 16, {-172, 999}},
         {"A-law", Wav, file(Format(6, 1, 1, 8), {0xD5, 0x55, 0x80}), 1, 8000, 16, {8, -8, 5504}},
         {"IMA", Wav, file(Ima(1, 6), ima), 1, 8000, 16, {0, 4095, 371, 3756, 6833, 5}},
@@ -270,4 +267,45 @@ TEST(Wav, FormatRules)
     const BYTES whole = DecodeWhole(Wav, path, facts, {100000});
     EXPECT_EQ(whole.size(), 2u * (2 * 80001 + 1 + 2 * (100000 - 2 * 40004 - 4)));
     EXPECT_TRUE(DecodeWhole(Wav, path, facts, {32768}) == whole);
+}
+
+// L and R go to one side in full, l and r at 0.71, C to both at 0.71, S at a half, - to none; the
+// sum is scaled to full level. One channel sounds in each frame.
+TEST(Wav, SpeakersAreMixedToTwo)
+{
+    const struct {
+        uint16_t channels;
+        uint32_t mask;
+        std::string weights;
+    } rows[] = {
+        {3, 0, "LRC"},       {4, 0, "LRlr"},    {5, 0, "LRClr"},
+        {6, 0, "LRC-lr"},    {7, 0, "LRC-Slr"}, {8, 0, "LRC-lrlr"},
+        {9, 0, "SSSSSSSSS"}, {3, 3, "LRS"},     {18, 0x3FFFF, "LRC-lrLRSlrSlSrlSr"},
+    };
+    for (const auto &r : rows) {
+        const auto weight = [](char speaker, const std::string &side) {
+            const size_t at = side.find(speaker);
+            return at == 0 ? 32768 : speaker == 'S' ? 16384 : at != std::string::npos ? 23170 : 0;
+        };
+        const std::array<std::string, 2> sides = {"LlC", "RrC"};
+        int most = 32768;
+        for (const std::string &side : sides)
+            most = std::max(
+                most, std::accumulate(r.weights.begin(), r.weights.end(), 0,
+                                      [&](int sum, char c) { return sum + weight(c, side); }));
+        BYTES data;
+        std::vector<int> expected;
+        for (size_t frame = 0; frame < r.channels; frame++) {
+            for (size_t channel = 0; channel < r.channels; channel++)
+                data = data + Little(channel == frame ? 16384 : 0, 2);
+            for (const std::string &side : sides)
+                expected.push_back(
+                    static_cast<int>(weight(r.weights[frame], side) * 32768LL / most / 2));
+        }
+        const BYTES format = Format(0xFFFE, r.channels, static_cast<uint16_t>(2 * r.channels), 16) +
+                             Little(22, 2) + Little(16, 2) + Little(r.mask, 4) + Little(1, 2) +
+                             BYTES(14);
+        CheckFormat({r.weights.c_str(), Wav, Riff(Part("fmt ", format) + Part("data", data)), 2,
+                     8000, 16, expected});
+    }
 }

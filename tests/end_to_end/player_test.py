@@ -66,6 +66,7 @@ UNPLAYABLE = {
     "text.txt": (b"text " * 1000, "not a sound of a known format (--raw takes it for samples)"),
     "tiny.mod": (b"tiny", "not a sound of a known format (--raw takes it for samples)"),
     "empty.wav": (wav(b""), "there is no sound in it"),
+    "layer2.mp3": ((b"\xFF\xFD\x14\0" + bytes(92)) * 3, "MPEG audio Layer II"),
 }
 
 
@@ -172,10 +173,6 @@ class Player(Stage):
         self.assertEqual(self.run_player("--convert", "--bits", "float", "float.wav", "out.wav"), (0, "", ""))
         self.assertEqual(self.read("out.wav")[20:22] + self.read("out.wav")[-16:],
                          b"\3\0" + array.array("f", [0, 0.5, -2.5, 0.25]).tobytes())
-        self.write("small.raw", b"as it was")
-        words = "trap '' XFSZ; ulimit -f 8; $0 --convert stereo.wav small.raw"
-        self.assertEqual(self.run_program("sh", "-c", words, PLAYER), (1, "", "tessplay: small.raw: File too large\n"))
-        self.assertEqual(self.read("small.raw"), b"as it was")
         self.assertEqual(self.run_player("--convert", "stereo.wav", "out.RAW"), (0, "", ""))
         self.assertTrue(self.read("out.RAW") == NOISE, "the samples differ")
         song = self.convert("song.mod")

@@ -4,6 +4,7 @@
 
 #include "audio/mod.h"
 #include "audio/mod_mixer.h"
+#include "tools/common/guard.h"
 #include "tools/player/convert.h"
 #include "tools/player/info.h"
 #include "tools/player/list.h"
@@ -96,10 +97,11 @@ static int Run(OPTIONS &options)
 
 int main(int argc, char **argv)
 {
-    OPTIONS options;
-    if (const std::optional<int> status = Options_Read(argc, argv, options))
-        return *status;
-    const int status = Run(options);
+    const int status = Guard_Run("tessplay", [&] {
+        OPTIONS options;
+        const std::optional<int> answered = Options_Read(argc, argv, options);
+        return answered ? *answered : Run(options);
+    });
     if (const int signal = Terminal_Signal()) {
         std::signal(signal, SIG_DFL);
         std::raise(signal);
