@@ -1,6 +1,7 @@
 #include "audio/mp3_filter.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "audio/mp3_window.h"
@@ -370,8 +371,8 @@ template <size_t N>
     }
 }
 
-// The matrixing of the synthesis, for whole vectors of slots: filter.Waves[m] becomes the sum of the
-// subbands s times cos(m (2s+1) pi / 64).
+// The matrixing of the synthesis, for whole vectors of slots: filter.Waves[m] becomes the sum of
+// the subbands s times cos(m (2s+1) pi / 64).
 EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter, size_t slots)
 {
     for (size_t t = 0; t < slots; t++) {
@@ -425,29 +426,23 @@ struct MP3_ACCUMULATORS {
 
 // Samples after it.
 using MP3_CUT = std::array<std::array<MP3_FIXED, MP3_Columns>, 32>;
-
-using DOUBLES [[gnu::vector_size(32)]] = double;
-using WHOLES [[gnu::vector_size(32)]] = uint64_t;
-using INTS [[gnu::vector_size(32)]] = int32_t;
-using HALF_INTS [[gnu::vector_size(16)]] = int32_t;
-
 }  // namespace
 
 // Splits whole numbers into the part for 16 bits and MP3_CarriedBits below it.
 //
 // The sum of such a number and 1.5 * 2^52 has it in the lower bits of its mantissa.
-[[gnu::always_inline]] static inline void Split(const DOUBLES &sum, int32_t *high, int32_t *low)
+[[gnu::always_inline]] static inline void Split(const double *__restrict sums, size_t count,
+                                                int32_t *__restrict high, int32_t *__restrict low)
 {
     constexpr int below = MP3_FixedBits + 16 - 15;  // the window has 16 fractional bits
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
-    const DOUBLES shifted = sum + 0x1.8p52;
-    const auto whole = reinterpret_cast<WHOLES>(shifted) - 0x4338000000000000;
-    const auto upper = reinterpret_cast<INTS>(whole >> below);
-    const auto lower = reinterpret_cast<INTS>(whole >> (below - MP3_CarriedBits));
-    const HALF_INTS highs = __builtin_shufflevector(upper, upper, 0, 2, 4, 6);
-    const HALF_INTS lows = __builtin_shufflevector(lower, lower, 0, 2, 4, 6) & mask;
-    std::memcpy(high, &highs, sizeof highs);
-    std::memcpy(low, &lows, sizeof lows);
+    constexpr double offset = 0x1.8p52;
+    for (size_t t = 0; t < count; t++) {
+        const uint64_t sum =
+            std::bit_cast<uint64_t>(sums[t] + offset) - std::bit_cast<uint64_t>(offset);
+        high[t] = static_cast<int32_t>(sum >> below);
+        low[t] = static_cast<int32_t>(sum >> (below - MP3_CarriedBits)) & mask;
+    }
 }
 
 // Products of waves (32 bits) and the window (18 bits), and 16 of them added up, are whole numbers
@@ -455,30 +450,24 @@ using HALF_INTS [[gnu::vector_size(16)]] = int32_t;
 EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter, size_t blocks,
                                   MP3_ACCUMULATORS &__restrict out)
 {
-    constexpr size_t vectors = 3, lanes = 4;
     for (size_t j = 0; j < MP3_Taps.size(); j++) {
         const MP3_TAPS &taps = MP3_Taps[j];
-        const double *upper = filter.Waves[(16 + j) % 32].data() + 1 + 15;
-        const double *lower = filter.Waves[16 - j].data() + 15;
-        for (size_t t = 0; t < blocks; t += vectors * lanes) {
-            std::array<DOUBLES, vectors> sums{}, mirrors{};
+        const double *upper = filter.Waves[(16 + j) % 32].data() + 1;
+        const double *lower = filter.Waves[16 - j].data();
+        alignas(64) std::array<double, MP3_Columns> sums, mirrors;
+        for (size_t t = 0; t < blocks; t++) {
+            double sum = 0, mirror = 0;
 #pragma GCC unroll 8
-            for (size_t i = 0; i < 8; i++)  // from the newest slot back
-#pragma GCC unroll 3
-                for (size_t v = 0; v < vectors; v++) {
-                    DOUBLES u, l;
-                    std::memcpy(&u, upper + t + v * lanes - 2 * i, sizeof u);
-                    std::memcpy(&l, lower + t + v * lanes - 2 * i, sizeof l);
-                    sums[v] += u * taps.Upper[i] + l * taps.Lower[i];
-                    mirrors[v] += u * taps.MirrorUpper[i] + l * taps.MirrorLower[i];
-                }
-#pragma GCC unroll 3
-            for (size_t v = 0; v < vectors; v++) {
-                const size_t at = t + v * lanes;
-                Split(sums[v], &out.High[j][at], &out.Low[j][at]);
-                Split(mirrors[v], &out.High[32 - j][at], &out.Low[32 - j][at]);
+            for (size_t i = 0; i < 8; i++) {  // from the newest slot back
+                const double u = upper[t + 15 - 2 * i], l = lower[t + 15 - 2 * i];
+                sum += u * taps.Upper[i] + l * taps.Lower[i];
+                mirror += u * taps.MirrorUpper[i] + l * taps.MirrorLower[i];
             }
+            sums[t] = sum;
+            mirrors[t] = mirror;
         }
+        Split(sums.data(), blocks, out.High[j].data(), out.Low[j].data());
+        Split(mirrors.data(), blocks, out.High[32 - j].data(), out.Low[32 - j].data());
     }
 }
 
