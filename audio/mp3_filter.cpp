@@ -59,65 +59,50 @@ template <int Bits>
     return Round<31>(Product(a, b) + Product(c, d));
 }
 
-using WORDS [[gnu::vector_size(32)]] = uint32_t;
+using WORDS [[gnu::vector_size(16)]] = uint32_t;
 
-// Transposes 8 by 8 numbers.
-[[gnu::always_inline]] static inline void Transpose(std::array<WORDS, 8> &v)
+// Transposes 4 by 4 numbers from rows `stride` apart.
+[[gnu::always_inline]] static inline std::array<WORDS, 4> Transpose(const MP3_FIXED *from,
+                                                                    size_t stride)
 {
-    std::array<WORDS, 8> a;
+    std::array<WORDS, 4> v, a;
 #pragma GCC unroll 4
-    for (size_t i = 0; i < 8; i += 2) {
-        a[i] = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
-        a[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
+    for (size_t i = 0; i < 4; i++)
+        std::memcpy(&v[i], from + i * stride, sizeof v[i]);
+    for (size_t i = 0; i < 2; i++) {
+        a[i] = __builtin_shufflevector(v[2 * i], v[2 * i + 1], 0, 4, 1, 5);
+        a[i + 2] = __builtin_shufflevector(v[2 * i], v[2 * i + 1], 2, 6, 3, 7);
     }
-#pragma GCC unroll 4
-    for (size_t i = 0; i < 4; i++) {
-        const WORDS &first = a[i / 2 * 4 + i % 2], &second = a[i / 2 * 4 + i % 2 + 2];
-        v[2 * i] = __builtin_shufflevector(first, second, 0, 1, 8, 9, 4, 5, 12, 13);
-        v[2 * i + 1] = __builtin_shufflevector(first, second, 2, 3, 10, 11, 6, 7, 14, 15);
+    for (size_t i = 0; i < 4; i += 2) {
+        v[i] = __builtin_shufflevector(a[i], a[i + 1], 0, 1, 4, 5);
+        v[i + 1] = __builtin_shufflevector(a[i], a[i + 1], 2, 3, 6, 7);
     }
-#pragma GCC unroll 4
-    for (size_t i = 0; i < 4; i++) {
-        const WORDS first = v[i];
-        v[i] = __builtin_shufflevector(first, v[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-        v[i + 4] = __builtin_shufflevector(first, v[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
-    }
-}
-
-// Eight rows of eight numbers, `stride` apart.
-[[gnu::always_inline]] static inline void GetRows(const MP3_FIXED *from, size_t stride,
-                                                  std::array<WORDS, 8> &rows)
-{
-#pragma GCC unroll 8
-    for (size_t i = 0; i < 8; i++)
-        std::memcpy(&rows[i], from + i * stride, sizeof rows[i]);
+    return v;
 }
 
 [[gnu::always_inline]] static inline void Transpose(const MP3_FIXED *from, size_t fromStride,
                                                     MP3_FIXED *to, size_t toStride)
 {
-    std::array<WORDS, 8> rows;
-    GetRows(from, fromStride, rows);
-    Transpose(rows);
-#pragma GCC unroll 8
-    for (size_t i = 0; i < 8; i++)
+    const std::array<WORDS, 4> rows = Transpose(from, fromStride);
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 4; i++)
         std::memcpy(to + i * toStride, &rows[i], sizeof rows[i]);
 }
 
 // First slots of the vectors that cover 18.
-constexpr std::array<size_t, 3> MP3_SlotVectors = {0, 8, 10};
+constexpr std::array<size_t, 5> MP3_SlotVectors = {0, 4, 8, 12, 14};
 
 EXTRA_LANES static void Distribute(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines,
                                    size_t subbands, MP3_SPECTRUM &spectrum)
 {
-    for (size_t s = 0; s < subbands; s += 8)
+    for (size_t s = 0; s < subbands; s += 4)
         for (const size_t k : MP3_SlotVectors)
             Transpose(&lines[s * MP3_Slots + k], MP3_Slots, &spectrum[k][s], MP3_Subbands);
 }
 
 EXTRA_LANES static void StoreSlots(const MP3_SPECTRUM &slots, MP3_FILTER &filter, size_t first)
 {
-    for (size_t s = 0; s < MP3_Subbands; s += 8)
+    for (size_t s = 0; s < MP3_Subbands; s += 4)
         for (const size_t t : MP3_SlotVectors)
             Transpose(&slots[t][s], MP3_Subbands, &filter.Samples[s][first + t], MP3_Columns);
 }
@@ -525,7 +510,7 @@ EXTRA_LANES static void Join(const MP3_ACCUMULATORS &__restrict in, size_t block
 template <typename Sample>
 [[gnu::always_inline]] static inline void Put(const WORDS &values, Sample *samples)
 {
-    using OUT [[gnu::vector_size(8 * sizeof(Sample))]] = Sample;
+    using OUT [[gnu::vector_size(4 * sizeof(Sample))]] = Sample;
     const auto out = __builtin_convertvector(values, OUT);
     std::memcpy(samples, &out, sizeof out);
 }
@@ -535,26 +520,20 @@ template <typename Sample>
 EXTRA_LANES static void Store(const std::array<MP3_CUT, 2> &__restrict cut, size_t channels,
                               size_t blocks, Sample *__restrict samples)
 {
-    for (size_t first = 0; first < blocks; first += 8) {
-        const size_t t = std::min(first, blocks - 8);
-        for (size_t j = 0; j < 32; j += 8) {
-            std::array<WORDS, 8> left, right;
-            GetRows(&cut[0][j][t], MP3_Columns, left);
-            Transpose(left);
+    for (size_t first = 0; first < blocks; first += 4) {
+        const size_t t = std::min(first, blocks - 4);
+        for (size_t j = 0; j < 32; j += 4) {
+            const std::array<WORDS, 4> left = Transpose(&cut[0][j][t], MP3_Columns);
             Sample *out = samples + (32 * t + j) * channels;
             if (channels == 1) {
-#pragma GCC unroll 8
-                for (size_t i = 0; i < 8; i++)
+                for (size_t i = 0; i < 4; i++)
                     Put(left[i], out + 32 * i);
                 continue;
             }
-            GetRows(&cut[1][j][t], MP3_Columns, right);
-            Transpose(right);
-#pragma GCC unroll 8
-            for (size_t i = 0; i < 8; i++) {
-                const WORDS &l = left[i], &r = right[i];
-                Put(__builtin_shufflevector(l, r, 0, 8, 1, 9, 2, 10, 3, 11), out + 64 * i);
-                Put(__builtin_shufflevector(l, r, 4, 12, 5, 13, 6, 14, 7, 15), out + 64 * i + 8);
+            const std::array<WORDS, 4> right = Transpose(&cut[1][j][t], MP3_Columns);
+            for (size_t i = 0; i < 4; i++) {
+                Put(__builtin_shufflevector(left[i], right[i], 0, 4, 1, 5), out + 64 * i);
+                Put(__builtin_shufflevector(left[i], right[i], 2, 6, 3, 7), out + 64 * i + 4);
             }
         }
     }
