@@ -92,25 +92,19 @@ using WORDS [[gnu::vector_size(16)]] = uint32_t;
 // First slots of the vectors that cover 18.
 constexpr std::array<size_t, 5> MP3_SlotVectors = {0, 4, 8, 12, 14};
 
-EXTRA_LANES static void Distribute(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines,
-                                   size_t subbands, MP3_SPECTRUM &spectrum)
-{
-    for (size_t s = 0; s < subbands; s += 4)
-        for (const size_t k : MP3_SlotVectors)
-            Transpose(&lines[s * MP3_Slots + k], MP3_Slots, &spectrum[k][s], MP3_Subbands);
-}
-
-EXTRA_LANES static void StoreSlots(const MP3_SPECTRUM &slots, MP3_FILTER &filter, size_t first)
+static void StoreSlots(const MP3_SPECTRUM &slots, MP3_FILTER &filter, size_t first)
 {
     for (size_t s = 0; s < MP3_Subbands; s += 4)
         for (const size_t t : MP3_SlotVectors)
             Transpose(&slots[t][s], MP3_Subbands, &filter.Samples[s][first + t], MP3_Columns);
 }
 
-void MP3_Arrange(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines, size_t subbands,
+void MP3_Arrange(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines,
                  MP3_SPECTRUM &spectrum)
 {
-    Distribute(lines, subbands, spectrum);
+    for (size_t s = 0; s < MP3_Subbands; s += 4)
+        for (const size_t k : MP3_SlotVectors)
+            Transpose(&lines[s * MP3_Slots + k], MP3_Slots, &spectrum[k][s], MP3_Subbands);
 }
 
 // 1 / (2 cos((2k+1) pi / 2n)) for k = 0 to n/2 - 1: factors of the cosine transforms, n = N.
@@ -517,8 +511,8 @@ template <typename Sample>
 
 // Interleaves the channels' samples.
 template <typename Sample>
-EXTRA_LANES static void Store(const std::array<MP3_CUT, 2> &__restrict cut, size_t channels,
-                              size_t blocks, Sample *__restrict samples)
+static void Store(const std::array<MP3_CUT, 2> &__restrict cut, size_t channels, size_t blocks,
+                  Sample *__restrict samples)
 {
     for (size_t first = 0; first < blocks; first += 4) {
         const size_t t = std::min(first, blocks - 4);
