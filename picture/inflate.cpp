@@ -8,6 +8,11 @@
 
 #include "extra/local.h"
 
+#ifdef __x86_64__
+#include <cpuid.h>
+#define INFLATE_BMI2
+#endif
+
 constinit thread_local INFLATE_STATE Inflate_State{};
 constinit thread_local size_t PNG_BitPointer{};
 
@@ -170,7 +175,7 @@ struct INFLATE_READER {
     size_t &Position = Extra_Local(PNG_BitPointer);
 
     // Gives at least the next 57 bits.
-    uint64_t Peek() const
+    [[gnu::noinline]] uint64_t Peek() const  // not inlined: the callers are many, and not hot
     {
         const size_t at = Position / 8;
         uint64_t bits = 0;
@@ -548,7 +553,8 @@ struct INFLATE_BITS {
 }  // namespace
 
 // Decodes while neither input nor output is near its end, so an iteration needs no bounds checks.
-static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *outEnd)
+[[gnu::always_inline]] static inline uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out,
+                                                         const uint8_t *outEnd)
 {
     // Input bytes that one iteration may read.
     constexpr ptrdiff_t maxRead = 32;
@@ -630,6 +636,34 @@ static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *ou
     return out;
 }
 
+// With BMI2 shifts by variable amounts take one instruction. The processor is asked here, since
+// what compilers add to choose between a function's versions is as large as the rest of the
+// inflater.
+#ifdef INFLATE_BMI2
+[[gnu::target("bmi2")]] static uint8_t *DecodeBMI2(const uint8_t *begin, uint8_t *out,
+                                                   const uint8_t *outEnd)
+{
+    return DecodeFast(begin, out, outEnd);
+}
+
+static bool HasBMI2()
+{
+    uint32_t a, b, c, d;
+    return __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & bit_BMI2);
+}
+#endif
+
+[[gnu::noinline]] static uint8_t *DecodeMost(const uint8_t *begin, uint8_t *out,
+                                             const uint8_t *outEnd)
+{
+#ifdef INFLATE_BMI2
+    static const bool shifts = HasBMI2();
+    if (shifts)
+        return DecodeBMI2(begin, out, outEnd);
+#endif
+    return DecodeFast(begin, out, outEnd);
+}
+
 // Decodes symbol by symbol, near the end of the stream.
 static uint8_t *DecodeCarefully(const uint8_t *begin, uint8_t *out, const uint8_t *outEnd)
 {
@@ -685,7 +719,7 @@ size_t Inflate_More(std::span<uint8_t> buffer, size_t position)
         } else {
             uint8_t *const begin = buffer.data(), *out = begin + position;
             const uint8_t *const outEnd = begin + (buffer.size() - Inflate_Margin + 1);
-            out = DecodeFast(begin, out, outEnd);
+            out = DecodeMost(begin, out, outEnd);
             if (Inflate_State == INFLATE_MORE && Inflate_Block == BLOCK_CODED && out < outEnd)
                 out = DecodeCarefully(begin, out, outEnd);
             position = static_cast<size_t>(out - begin);
