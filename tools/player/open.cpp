@@ -161,8 +161,8 @@ static std::string OpenSound(const char *path, const PLAYER_SETTINGS &settings, 
         return "not a sound of a known format (--raw takes it for samples)";
     sound.Track.reset(Audio_LoadAs(path, type));
     if (!sound.Track)
-        return Audio_Reason();
-    sound.Incomplete = Audio_Reason();
+        return Player_Text(std::string(Audio_Reason()));
+    sound.Incomplete = Player_Text(std::string(Audio_Reason()));  // may quote the file
     if (!sound.Track->Buffer[0])
         return sound.Incomplete.empty() ? "damaged, or not a sound" : sound.Incomplete;
     if (tag > sound.Track->DataStart) {
