@@ -121,7 +121,8 @@ def viewer(count):
             for _ in range(count // 20):
                 display.xdotool("key", "--delay", "60", *["Right"] * 20)
                 watch.sample()
-            print(display.xdotool("getwindowname", display.xdotool("search", "--onlyvisible", "--name", "tessview|[0-9]{4}-").split()[0]).strip())
+            display.xdotool("key", "Left")  # from the first, where the last leads, to the last
+            display.xdotool("search", "--sync", "--onlyvisible", "--name", f"{count - 1:04d}-")
             process.terminate()
             watch.report()
 
@@ -144,7 +145,8 @@ def player(count):
             watch.report()
 
 
-game_clock(60)
-player(400)
-viewer(2000)
-game_under_input()
+if __name__ == "__main__":
+    game_clock(60)
+    player(400)
+    viewer(2000)
+    game_under_input()
