@@ -251,10 +251,14 @@ TEST(JPG, DamageStaysWhereItIs)
     const BYTES scans = Read("progressive_420.jpg");
     Decode(scans);
     EXPECT_STREQ(Reason_Get(), "");
-    Decode(Prefix(scans, scans.size() - 2));
-    EXPECT_TRUE(std::string_view(Reason_Get()).starts_with("cut after scan ")) << Reason_Get();
+    for (size_t size = scans.size() - 2; size > scans.size() / 2; size -= 11) {
+        Decode(Prefix(scans, size));
+        EXPECT_TRUE(std::string_view(Reason_Get()).starts_with("cut ")) << Reason_Get();
+    }
 
     BYTES two = Read("422_scans.jpg");
+    Decode(Prefix(two, two.size() - 40));
+    EXPECT_TRUE(std::string_view(Reason_Get()).starts_with("cut in scan 3 ")) << Reason_Get();
     const size_t one = Find(two, 0xDA);
     two.erase(two.begin() + static_cast<ptrdiff_t>(one),
               two.begin() + static_cast<ptrdiff_t>(
@@ -263,11 +267,14 @@ TEST(JPG, DamageStaysWhereItIs)
     EXPECT_STREQ(Reason_Get(), "no scan of component 1");
 
     // Truncated: what precedes is there, what follows is grey.
-    const BYTES cut = Decode(Prefix(file, second));
-    ASSERT_EQ(cut.size(), whole.size());
-    EXPECT_EQ(cut[0], whole[0]);
-    EXPECT_EQ(cut[cut.size() - 1], 128);
-    EXPECT_STREQ(Reason_Get(), "cut after 0 of 27 rows");
+    for (const bool format : {false, true}) {
+        const RULES rules(format ? PICTURE_RULES_FORMAT : PICTURE_RULES_FRAMEWORK);
+        const BYTES cut = Decode(Prefix(file, second));
+        EXPECT_STREQ(Reason_Get(), "cut after 0 of 27 rows");
+        ASSERT_EQ(cut.size(), whole.size());
+        EXPECT_EQ(cut[0], Decode(file)[0]);
+        EXPECT_EQ(cut[cut.size() - 1], 128);
+    }
 
     // The second interval's bits, all ones: the others are unchanged.
     BYTES spoilt = file;
@@ -681,6 +688,9 @@ TEST(JPG, FormatsOwnRulesReadMore)
         }
     }
     EXPECT_FALSE(JPG_Detected(rows[5].file));
+    const RULES rules(PICTURE_RULES_FORMAT);
+    EXPECT_TRUE(Decode(noLines).empty());
+    EXPECT_STREQ(Reason_Get(), "a side of 0 pixels");
     EXPECT_EQ(JPG_Header.Thumbnail, nullptr) << "freed where nobody takes it";
 }
 
