@@ -404,6 +404,7 @@ TEST(JPG, ThumbnailsThatNoTagPlaces)
 // Huffman coded bits, filled up with ones, with byte stuffing.
 static BYTES Stuffed(std::string bits)
 {
+    std::erase(bits, ' ');
     bits.append((8 - bits.size() % 8) % 8, '1');
     BYTES bytes;
     for (const uint8_t byte : Bits(bits)) {
@@ -592,9 +593,10 @@ TEST(JPG, QuantisationOfSixteenBits)
 TEST(JPG, CodesThatMakeNoSense)
 {
     // A block's DC is the code 0000. AC codes: 00 puts a 1 after 15 zeros, 01 after 14 if a 1
-    // follows them, 10 ends the block, 11 is none.
+    // follows them, 10 ends the block, 110 two blocks or, if a 1 follows it, three; 111 is none.
     const BYTES whole = FLAT{8, 8, {0x11}}.File(), end = {0xFF, 0xD9};
-    const BYTES table = Segment(0xC4, BYTES{0x10, 0, 3} + BYTES(14) + BYTES{0xF1, 0xE1, 0});
+    const BYTES table =
+        Segment(0xC4, BYTES{0x10, 0, 3, 1} + BYTES(13) + BYTES{0xF1, 0xE1, 0, 0x10});
     const auto scan = [](uint8_t first, uint8_t last, const std::string &codes) {
         return Segment(0xDA, {1, 1, 0, first, last, 0}) + Stuffed(codes);
     };
@@ -624,6 +626,13 @@ TEST(JPG, CodesThatMakeNoSense)
         EXPECT_EQ(Decode(r.file + end), Decode(r.same + end)) << r.what;
         EXPECT_STREQ(Reason_Get(), "") << r.what;
     }
+    // The end of three blocks, the last of them in the next row.
+    BYTES wide = head;
+    const size_t frame = Find(head, 0xC0);
+    wide[frame + 1] = 0xC2, wide[frame + 6] = 16, wide[frame + 8] = 24;
+    wide = wide + scan(0, 0, Repeat("0000", 6));
+    EXPECT_EQ(Decode(wide + scan(1, 63, "00110 1101 00110 10") + end),
+              Decode(wide + scan(1, 63, "00110 10 10 10 00110 10") + end));
     // Bands that make no sense are left out.
     const BYTES flat = Decode(progressive + end);
     EXPECT_NE(Decode(progressive + scan(1, 63, ones + "10") + end), flat);
