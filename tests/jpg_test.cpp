@@ -357,23 +357,18 @@ TEST(JPG, ExifTags)
     for (const bool format : {false, true})
         for (const bool big : {false, true}) {
             const RULES rules(format ? PICTURE_RULES_FORMAT : PICTURE_RULES_FRAMEWORK);
-            const auto field = [big](const char *bytes) {
-                const auto *first = reinterpret_cast<const uint8_t *>(bytes);
-                size_t position = 0;
-                return big ? Bytes_GetBig({first, 4}, position, 4)
-                           : Bytes_GetLittle({first, 4}, position, 4);
-            };
+            const auto field = [big](uint32_t v) { return big ? v : __builtin_bswap32(v); };
             BYTES rest;  // the entries end at 8 + 2 + 8 * 12 + 4 = 110
             for (const int64_t number : {10, 1, 30, 2, 36, 5, 20, 1, 30, 0, 0, 1})
                 rest = rest + Number(number, big ? 4 : -4);
             const BYTES data = Exif(big,
-                                    {{1, 2, 2, field("N..S")},
+                                    {{1, 2, 2, field('N' << 24 | 'S')},
                                      {2, 5, 3, 110},
-                                     {3, 2, 2, field("W..E")},
+                                     {3, 2, 2, field('W' << 24 | 'E')},
                                      {4, 5, 3, 134},
-                                     {259, 3, 1, field(big ? "\0\5\0" : "\5\0\0")},
-                                     {270, 2, 4, field("text")},
-                                     {271, 2, 4, field("make")},
+                                     {259, 3, 1, big ? 5u << 16 : 5u},
+                                     {270, 2, 4, field(0x74657874)},
+                                     {271, 2, 4, field(0x6D616B65)},
                                      {272, 2, 6, 158}},
                                     0, rest + Text("Model\0"));
             Decode(With(Read("grey.jpg"), 2, Segment(0xE1, data)));
