@@ -83,13 +83,15 @@ TEST(BMP, FormatsOwnRules)
     const char *fields565 = "00F80000 E0070000 1F000000";
     const char *argb = "0000FF00 00FF0000 FF000000 000000FF";
     BYTES noOffset = Bmp(40, 1, 1, 2, 0, "", greys, "40000000");
-    noOffset[10] = 0;
+    BYTES noPalette = Bmp(40, 1, 1, 24, 0, "", "", "010203");
+    noOffset[10] = noPalette[10] = 0;
     const std::vector<FORMAT_ROW> rows = {
         {"OS/2's first header, entries of 3 bytes",
          Bmp(12, 3, 2, 1, 0, "", "0A0A0A 141414", "A0000000 40000000"), "0A 14 0A 14 0A 14"},
         {"its second with such entries", Bmp(64, 3, 1, 1, 0, "", "0A0A0A 141414", "A0000000"),
          "14 0A 14"},
         {"pixels that follow the palette unsaid", noOffset, "02"},
+        {"or the header", noPalette, "030201FF"},
         {"2 bits, rows of 4 bytes", Bmp(40, 5, 2, 2, 0, "", greys, "1B400000 E4C00000"),
          "04 03 02 01 04 01 02 03 04 02"},
         {"4 bits", Bmp(40, 3, 2, 4, 0, "", greys, "01200000 30100000"), "04 01 02 01 02 03"},
@@ -101,7 +103,8 @@ TEST(BMP, FormatsOwnRules)
         {"32 bits: no alpha", Bmp(40, 1, 1, 32, 0, "", "", "01020304"), "030201FF"},
         {"fields with alpha in the header", Bmp(56, 2, 1, 32, 3, argb, "", "01020380 00000000"),
          "03020180 -"},
-        {"an alpha that is 0 everywhere", Bmp(56, 1, 1, 32, 3, argb, "", "01020300"), "030201FF"},
+        {"an alpha that is 0 everywhere", Bmp(56, 2, 1, 32, 3, argb, "", "01020300 01020300"),
+         "030201FF 030201FF"},
         {"fields of 10 bits keep their high 8",
          Bmp(40, 1, 1, 32, 3, "0000F03F 00FC0F00 FF030000", "", "FF03F03F"), "FF00FFFF"},
         {"runs of 8 bits: ends, literals, a delta",

@@ -369,8 +369,8 @@ TEST(JPG, ExifTags)
                                      {259, 3, 1, big ? 5u << 16 : 5u},
                                      {270, 2, 4, field(0x74657874)},
                                      {271, 2, 4, field(0x6D616B65)},
-                                     {272, 2, 6, 158}},
-                                    0, rest + Text("Model\0"));
+                                     {272, 2, 5, 158}},
+                                    0, rest + Text("Model"));
             Decode(With(Read("grey.jpg"), 2, Segment(0xE1, data)));
             const JPG_EXIF &exif = JPG_Exif;
             const bool fourth = !format && !big;
