@@ -184,9 +184,14 @@ static int Run(OPTIONS &options)
 {
     if (options.CharSet >= 0)
         return Window_ShowSheet(static_cast<uint8_t>(options.CharSet));
-    if (options.List)
+    if (options.List) {
         for (std::string &line : Files_ReadList())
             options.Files.insert(options.Files.end() - (options.Convert ? 1 : 0), std::move(line));
+        if (std::ferror(stdin)) {
+            Report("standard input", std::strerror(errno));
+            return Failure;
+        }
+    }
     if (std::ranges::count(options.Files, "-") > 0)
         if (const std::string reason = Viewer_KeepInput(); !reason.empty())
             Report("-", reason);
