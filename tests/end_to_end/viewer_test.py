@@ -197,6 +197,8 @@ class Viewer(unittest.TestCase):
         self.assertEqual(found, [out] + [self.file(name) for name in ("f/b9.ppm", "f/b10.ppm", "f/inner/c.ppm")])
         self.assertEqual(self.run_program("sh", "-c", '"$0" --info -f < "$1"', VIEWER, self.folder.name),
                          (1, "", "tessview: standard input: Is a directory\n"))
+        self.assertEqual(self.run_program("sh", "-c", '"$0" --help > /dev/full', VIEWER),
+                         (1, "", "tessview: standard output: No space left on device\n"))
 
     def test_failures(self):
         picture = self.file("in.ppm", ppm(1, 1, RED))
