@@ -185,6 +185,7 @@ int main(int argc, char **argv)
     std::vector<std::filesystem::path> files(std::filesystem::directory_iterator(folder), {});
     std::sort(files.begin(), files.end());
     av_log_set_level(AV_LOG_QUIET);
+    Picture_Rules = PICTURE_RULES_FORMAT;  // as the peers read them
     for (const auto &file : files) {
         const auto add = [&](const PEER &peer) {
             benchmark::RegisterBenchmark((file.filename().string() + "/" + peer.Name).c_str(),

@@ -116,6 +116,7 @@ TEST(FormatRules, TGA)
               {"16 bits in runs, their highest left out", Tga(10, 0, 16, 0x21, 2, 1, "811080"),
                "000084FF 000084FF"},
               {"bottom right", Tga(2, 0, 24, 0x10, 1, 2, "010101 020202"), "02 01"},
+              {"every fourth row first", Tga(3, 0, 8, 0xA0, 1, 5, "0105020304"), "01 02 03 04 05"},
               {"a row cut short", Tga(3, 0, 8, 0x20, 2, 2, "010203"), "01 02 03 -"},
           });
 }
@@ -140,6 +141,7 @@ TEST(FormatRules, PCX)
                            {"4 bits", Pcx(4, 1, 3, 2, greys, "12 30"), "01 02 03"},
                            {"3 planes", Pcx(1, 3, 2, 2, greys, "8000 C100C100 4000"), "01 04"},
                            {"4 planes of 4 bits", Pcx(4, 4, 1, 1, greys, "10 20 30 40"), ""},
+                           {"3 planes of 2 bits", Pcx(2, 3, 1, 1, greys, "40 40 40"), ""},
                            {"2 planes of 2 bits", Pcx(2, 2, 2, 1, greys, "60 10"), "01 06"},
                            {"4 planes of 8 bits", Pcx(8, 4, 1, 1, "", "01 02 03 04"), "01020304"},
                            {"no palette of 256: greys", Pcx(8, 1, 2, 2, "", "0520"), "05 20"},
