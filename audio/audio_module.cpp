@@ -129,15 +129,11 @@ static std::shared_ptr<void> RecordOf(const SOUND_TABLE<Header> &table, uint8_t 
     return n < table.size() ? table[n] : nullptr;
 }
 
-// A record without DataStart starts at 0.
 template <typename Header>
 static AUDIO_FACTS FactsOf(const void *record)
 {
     const auto &header = *static_cast<const Header *>(record);
-    AUDIO_FACTS facts = {header.Channels, header.SamplingRate, header.BitsPerSample, 0};
-    if constexpr (requires { header.DataStart; })
-        facts.DataStart = header.DataStart;
-    return facts;
+    return {header.Channels, header.SamplingRate, header.BitsPerSample, header.DataStart};
 }
 
 template <typename Header, void (*StartOver)(Header &)>

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstring>
 #include <span>
 
@@ -235,6 +236,18 @@ static void ReadFirstFrameByFormat(FILE *file, MP3_HEADER &record)
     MP3_StartOver(record);
 }
 
+static void ReadFirstFrameByFramework(FILE *file, MP3_HEADER &record, uint64_t position)
+{
+    fseeko(file, static_cast<off_t>(position), SEEK_SET);
+    size_t passed = 0;
+    if (FindFrame(file, record, passed) != SEARCH::Found)
+        Reason_Set("no frame of Layer III");
+    else if (record.Layer == 3)
+        Reason_Set("Layer I");
+    else
+        Reason_Clear();
+}
+
 // Opens a stream of its own for the first frame, which lies after the tag.
 static void ReadFirstFrame(MP3_HEADER &record, uint64_t position)
 {
@@ -242,15 +255,13 @@ static void ReadFirstFrame(MP3_HEADER &record, uint64_t position)
     if (!stream)
         return;
     if (record.Rules == AUDIO_RULES_FORMAT)
-        return ReadFirstFrameByFormat(stream.get(), record);
-    fseeko(stream.get(), static_cast<off_t>(position), SEEK_SET);
-    size_t passed = 0;
-    if (FindFrame(stream.get(), record, passed) != SEARCH::Found)
-        Reason_Set("no frame of Layer III");
-    else if (record.Layer == 3)
-        Reason_Set("Layer I");
+        ReadFirstFrameByFormat(stream.get(), record);
     else
-        Reason_Clear();
+        ReadFirstFrameByFramework(stream.get(), record, position);
+    if (std::ferror(stream.get())) {
+        Reason_Clear();  // of what was searched for in vain
+        Reason_Set("cannot be read: %s", std::strerror(errno));
+    }
 }
 
 // Truncates a text to fit `field`, without splitting a character.
@@ -341,9 +352,11 @@ static int32_t Decode(MP3_HEADER &record, Sample *samples)
         MP3_KeepReservoir(layer3, blocks < 0);
     if (blocks < 0)
         return -1;
-    for (size_t c = 0; c < record.Channels; c++)
-        MP3_Synthesis(layer3.Filter[c], static_cast<size_t>(blocks), samples + c, record.Channels,
-                      byFormat);
+    const auto channels = std::span(layer3.Filter).first(record.Channels);
+    if constexpr (sizeof(Sample) == 2)
+        MP3_Synthesis(channels, static_cast<size_t>(blocks), samples, byFormat);
+    else
+        MP3_Synthesis(channels, static_cast<size_t>(blocks), samples);
     return static_cast<int32_t>(DecodedSize(record) / 2 * sizeof(Sample));
 }
 

@@ -1,8 +1,10 @@
 // Bits of an MPEG audio frame, most significant bit first.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #pragma GCC visibility push(default)
 
@@ -29,10 +31,10 @@ uint32_t MP3_GetBits1(MP3_BITS &reader);
 /// undefined. Seven bytes past the one with that bit must be readable.
 inline uint64_t MP3_Peek(const uint8_t *data, size_t index)
 {
-    const uint8_t *bytes = data + (index >> 3);
-    uint64_t word = 0;
-    for (int i = 0; i < 8; i++)  // compilers turn this into one load
-        word = word << 8 | bytes[i];
+    uint64_t word;
+    std::memcpy(&word, data + (index >> 3), sizeof word);
+    if constexpr (std::endian::native == std::endian::little)
+        word = __builtin_bswap64(word);
     return word << (index & 7);
 }
 

@@ -1,6 +1,8 @@
 #include "audio/mp3_filter.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 
 #include "audio/mp3_window.h"
 #include "extra/lanes.h"
@@ -55,6 +57,54 @@ template <int Bits>
 [[gnu::always_inline]] static inline MP3_FIXED Dot(MP3_FIXED a, int32_t b, MP3_FIXED c, int32_t d)
 {
     return Round<31>(Product(a, b) + Product(c, d));
+}
+
+using WORDS [[gnu::vector_size(16)]] = uint32_t;
+
+// Transposes 4 by 4 numbers from rows `stride` apart.
+[[gnu::always_inline]] static inline std::array<WORDS, 4> Transpose(const MP3_FIXED *from,
+                                                                    size_t stride)
+{
+    std::array<WORDS, 4> v, a;
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 4; i++)
+        std::memcpy(&v[i], from + i * stride, sizeof v[i]);
+    for (size_t i = 0; i < 2; i++) {
+        a[i] = __builtin_shufflevector(v[2 * i], v[2 * i + 1], 0, 4, 1, 5);
+        a[i + 2] = __builtin_shufflevector(v[2 * i], v[2 * i + 1], 2, 6, 3, 7);
+    }
+    for (size_t i = 0; i < 4; i += 2) {
+        v[i] = __builtin_shufflevector(a[i], a[i + 1], 0, 1, 4, 5);
+        v[i + 1] = __builtin_shufflevector(a[i], a[i + 1], 2, 3, 6, 7);
+    }
+    return v;
+}
+
+[[gnu::always_inline]] static inline void Transpose(const MP3_FIXED *from, size_t fromStride,
+                                                    MP3_FIXED *to, size_t toStride)
+{
+    const std::array<WORDS, 4> rows = Transpose(from, fromStride);
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 4; i++)
+        std::memcpy(to + i * toStride, &rows[i], sizeof rows[i]);
+}
+
+// First slots of the vectors that cover 18.
+constexpr std::array<size_t, 5> MP3_SlotVectors = {0, 4, 8, 12, 14};
+
+static void StoreSlots(const MP3_SPECTRUM &slots, MP3_FILTER &filter, size_t first)
+{
+    for (size_t s = 0; s < MP3_Subbands; s += 4)
+        for (const size_t t : MP3_SlotVectors)
+            Transpose(&slots[t][s], MP3_Subbands, &filter.Samples[s][first + t], MP3_Columns);
+}
+
+void MP3_Arrange(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines,
+                 MP3_SPECTRUM &spectrum)
+{
+    for (size_t s = 0; s < MP3_Subbands; s += 4)
+        for (const size_t k : MP3_SlotVectors)
+            Transpose(&lines[s * MP3_Slots + k], MP3_Slots, &spectrum[k][s], MP3_Subbands);
 }
 
 // 1 / (2 cos((2k+1) pi / 2n)) for k = 0 to n/2 - 1: factors of the cosine transforms, n = N.
@@ -274,9 +324,7 @@ void MP3_Hybrid(MP3_FILTER &filter, MP3_SPECTRUM &lines, size_t used, MP3_BLOCK 
     else
         LongBlocks(lines, filter.Overlap, out, MP3_LongWindows[block], normal, end);
     EmptyBlocks(filter.Overlap, out, end);
-    for (size_t s = 0; s < MP3_Subbands; s++)
-        for (size_t t = 0; t < MP3_Slots; t++)
-            filter.Samples[s][granule * MP3_Slots + t] = out[t][s];
+    StoreSlots(out, filter, granule * MP3_Slots);
 }
 
 // out[m] = sum of in[k] cos(m (2k+1) pi / 2n). The even m are a transform of half the length, of
@@ -302,11 +350,11 @@ template <size_t N>
     }
 }
 
-// The matrixing of the synthesis, for all slots of a frame: filter.Waves[m] becomes the sum of the
-// subbands s times cos(m (2s+1) pi / 64).
-EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter)
+// The matrixing of the synthesis, for whole vectors of slots: filter.Waves[m] becomes the sum of
+// the subbands s times cos(m (2s+1) pi / 64).
+EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter, size_t slots)
 {
-    for (size_t t = 0; t < MP3_Columns; t++) {
+    for (size_t t = 0; t < slots; t++) {
         std::array<MP3_FIXED, MP3_Subbands> x;
 #pragma GCC unroll 32
         for (size_t s = 0; s < MP3_Subbands; s++)
@@ -314,7 +362,7 @@ EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter)
         CosineTransform2(x);
 #pragma GCC unroll 32
         for (size_t s = 0; s < MP3_Subbands; s++)
-            filter.Waves[s][MP3_History + t] = x[s];
+            filter.Waves[s][MP3_History + t] = static_cast<int32_t>(x[s]);
     }
 }
 
@@ -328,8 +376,8 @@ namespace
 // 16 + j with the slots 0, 2, 4 ... back and 16 - j with the slots 1, 3, 5 ... back, and differ
 // only in the coefficients. Keeping 15 slots of waves replaces the shifting of V.
 struct MP3_TAPS {
-    std::array<int32_t, 8> Upper, Lower;  // for sample j: of wave 16 + j, of wave 16 - j
-    std::array<int32_t, 8> MirrorUpper, MirrorLower;  // for sample 32 - j
+    std::array<double, 8> Upper, Lower;              // for sample j: of wave 16 + j, of wave 16 - j
+    std::array<double, 8> MirrorUpper, MirrorLower;  // for sample 32 - j
 };
 
 }  // namespace
@@ -355,38 +403,50 @@ struct MP3_ACCUMULATORS {
     alignas(64) std::array<std::array<int32_t, MP3_Columns>, 33> High, Low;
 };
 
+// Samples after it.
+using MP3_CUT = std::array<std::array<MP3_FIXED, MP3_Columns>, 32>;
 }  // namespace
 
-EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter,
-                                  MP3_ACCUMULATORS &__restrict out)
+// Splits whole numbers into the part for 16 bits and MP3_CarriedBits below it.
+//
+// The sum of such a number and 1.5 * 2^52 has it in the lower bits of its mantissa.
+[[gnu::always_inline]] static inline void Split(const double *__restrict sums, size_t count,
+                                                int32_t *__restrict high, int32_t *__restrict low)
 {
     constexpr int below = MP3_FixedBits + 16 - 15;  // the window has 16 fractional bits
-    constexpr int low = below - MP3_CarriedBits;
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
+    constexpr double offset = 0x1.8p52;
+    for (size_t t = 0; t < count; t++) {
+        const uint64_t sum =
+            std::bit_cast<uint64_t>(sums[t] + offset) - std::bit_cast<uint64_t>(offset);
+        high[t] = static_cast<int32_t>(sum >> below);
+        low[t] = static_cast<int32_t>(sum >> (below - MP3_CarriedBits)) & mask;
+    }
+}
+
+// Products of waves (32 bits) and the window (18 bits), and 16 of them added up, are whole numbers
+// of less than 53 bits, so floating point computes them exactly, and faster than 64-bit integers.
+EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter, size_t blocks,
+                                  MP3_ACCUMULATORS &__restrict out)
+{
     for (size_t j = 0; j < MP3_Taps.size(); j++) {
         const MP3_TAPS &taps = MP3_Taps[j];
-        const MP3_FIXED *upper = filter.Waves[(16 + j) % 32].data() + 1;
-        const MP3_FIXED *lower = filter.Waves[16 - j].data();
-        std::array<int64_t, MP3_Columns> sums, mirrors;
-        for (size_t t = 0; t < MP3_Columns; t++) {
-            int64_t sum = 0, mirror = 0;
+        const double *upper = filter.Waves[(16 + j) % 32].data() + 1;
+        const double *lower = filter.Waves[16 - j].data();
+        alignas(64) std::array<double, MP3_Columns> sums, mirrors;
+        for (size_t t = 0; t < blocks; t++) {
+            double sum = 0, mirror = 0;
 #pragma GCC unroll 8
             for (size_t i = 0; i < 8; i++) {  // from the newest slot back
-                const MP3_FIXED u = upper[t + 15 - 2 * i], l = lower[t + 15 - 2 * i];
-                sum += Product(u, taps.Upper[i]) + Product(l, taps.Lower[i]);
-                mirror += Product(u, taps.MirrorUpper[i]) + Product(l, taps.MirrorLower[i]);
+                const double u = upper[t + 15 - 2 * i], l = lower[t + 15 - 2 * i];
+                sum += u * taps.Upper[i] + l * taps.Lower[i];
+                mirror += u * taps.MirrorUpper[i] + l * taps.MirrorLower[i];
             }
             sums[t] = sum;
             mirrors[t] = mirror;
         }
-        for (size_t t = 0; t < MP3_Columns; t++) {
-            const auto sum = static_cast<uint64_t>(sums[t]);
-            const auto mirror = static_cast<uint64_t>(mirrors[t]);
-            out.High[j][t] = static_cast<int32_t>(sum >> below);
-            out.Low[j][t] = static_cast<int32_t>(sum >> low) & mask;
-            out.High[32 - j][t] = static_cast<int32_t>(mirror >> below);
-            out.Low[32 - j][t] = static_cast<int32_t>(mirror >> low) & mask;
-        }
+        Split(sums.data(), blocks, out.High[j].data(), out.Low[j].data());
+        Split(mirrors.data(), blocks, out.High[32 - j].data(), out.Low[32 - j].data());
     }
 }
 
@@ -394,13 +454,12 @@ EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter,
 // sum of all remainders so far, modulo their width, so it is computed for the start of every slot
 // first; then the slots run side by side.
 EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
-                                 uint32_t &__restrict remainder,
-                                 std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
+                                 uint32_t &__restrict remainder, MP3_CUT &__restrict out)
 {
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
     std::array<int32_t, MP3_Columns> carry{};
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++)
+        for (size_t t = 0; t < blocks; t++)
             carry[t] += in.Low[j][t];
     int32_t running = static_cast<int32_t>(remainder);
     for (size_t t = 0; t < blocks; t++) {
@@ -410,66 +469,97 @@ EXTRA_LANES static void Quantise(const MP3_ACCUMULATORS &__restrict in, size_t b
     }
     remainder = static_cast<uint32_t>(running);
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++) {
+        for (size_t t = 0; t < blocks; t++) {
             const int32_t sum = in.Low[j][t] + carry[t];
             const int32_t sample = in.High[j][t] + (sum >> MP3_CarriedBits);
             carry[t] = sum & mask;
-            out[j][t] = static_cast<int16_t>(std::clamp(sample, -32768, 32767));
+            out[j][t] = static_cast<MP3_FIXED>(std::clamp(sample, -32768, 32767));
         }
 }
 
 // The same without the carry: each sample is rounded.
-EXTRA_LANES static void
-QuantiseAlone(const MP3_ACCUMULATORS &__restrict in,
-              std::array<std::array<int16_t, MP3_Columns>, 32> &__restrict out)
+EXTRA_LANES static void QuantiseAlone(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
+                                      MP3_CUT &__restrict out)
 {
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++) {
+        for (size_t t = 0; t < blocks; t++) {
             const int32_t sample = in.High[j][t] + (in.Low[j][t] >> (MP3_CarriedBits - 1));
-            out[j][t] = static_cast<int16_t>(std::clamp(sample, -32768, 32767));
+            out[j][t] = static_cast<MP3_FIXED>(std::clamp(sample, -32768, 32767));
         }
 }
 
 // With all the bits that were computed.
-EXTRA_LANES static void Join(const MP3_ACCUMULATORS &__restrict in,
-                             std::array<std::array<int32_t, MP3_Columns>, 32> &__restrict out)
+EXTRA_LANES static void Join(const MP3_ACCUMULATORS &__restrict in, size_t blocks,
+                             MP3_CUT &__restrict out)
 {
     for (size_t j = 0; j < 32; j++)
-        for (size_t t = 0; t < MP3_Columns; t++) {
+        for (size_t t = 0; t < blocks; t++) {
             const int32_t high = std::clamp(in.High[j][t], -32768, 32767);
             const int32_t beyond = high == in.High[j][t] ? 0 : high < 0 ? INT32_MIN : INT32_MAX;
             const int32_t sample = high * 65536 + in.Low[j][t] * (65536 >> MP3_CarriedBits);
-            out[j][t] = beyond != 0 ? beyond : sample;
+            out[j][t] = static_cast<MP3_FIXED>(beyond != 0 ? beyond : sample);
         }
 }
 
 template <typename Sample>
-static void Synthesise(MP3_FILTER &filter, size_t blocks, Sample *samples, size_t stride,
-                       bool rounded)
+[[gnu::always_inline]] static inline void Put(const WORDS &values, Sample *samples)
 {
-    Matrix(filter);
-    MP3_ACCUMULATORS accumulators;
-    Windowing(filter, accumulators);
-    alignas(64) std::array<std::array<Sample, MP3_Columns>, 32> cut;
-    if constexpr (sizeof(Sample) == 4)
-        Join(accumulators, cut);
-    else if (rounded)
-        QuantiseAlone(accumulators, cut);
-    else
-        Quantise(accumulators, blocks, filter.Remainder, cut);
-    for (size_t t = 0; t < blocks; t++)
-        for (size_t j = 0; j < 32; j++)
-            samples[(32 * t + j) * stride] = cut[j][t];
-    for (auto &wave : filter.Waves)
-        std::copy_n(wave.begin() + static_cast<ptrdiff_t>(blocks), MP3_History, wave.begin());
+    using OUT [[gnu::vector_size(4 * sizeof(Sample))]] = Sample;
+    const auto out = __builtin_convertvector(values, OUT);
+    std::memcpy(samples, &out, sizeof out);
 }
 
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride, bool rounded)
+// Interleaves the channels' samples.
+template <typename Sample>
+static void Store(const std::array<MP3_CUT, 2> &__restrict cut, size_t channels, size_t blocks,
+                  Sample *__restrict samples)
 {
-    Synthesise(filter, blocks, samples, stride, rounded);
+    for (size_t first = 0; first < blocks; first += 4) {
+        const size_t t = std::min(first, blocks - 4);
+        for (size_t j = 0; j < 32; j += 4) {
+            const std::array<WORDS, 4> left = Transpose(&cut[0][j][t], MP3_Columns);
+            Sample *out = samples + (32 * t + j) * channels;
+            if (channels == 1) {
+                for (size_t i = 0; i < 4; i++)
+                    Put(left[i], out + 32 * i);
+                continue;
+            }
+            const std::array<WORDS, 4> right = Transpose(&cut[1][j][t], MP3_Columns);
+            for (size_t i = 0; i < 4; i++) {
+                Put(__builtin_shufflevector(left[i], right[i], 0, 4, 1, 5), out + 64 * i);
+                Put(__builtin_shufflevector(left[i], right[i], 2, 6, 3, 7), out + 64 * i + 4);
+            }
+        }
+    }
 }
 
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int32_t *samples, size_t stride, bool rounded)
+template <typename Sample>
+static void Synthesise(std::span<MP3_FILTER> channels, size_t blocks, Sample *samples, bool rounded)
 {
-    Synthesise(filter, blocks, samples, stride, rounded);
+    alignas(64) std::array<MP3_CUT, 2> cut;
+    for (size_t c = 0; c < channels.size(); c++) {
+        MP3_FILTER &filter = channels[c];
+        Matrix(filter, (blocks + 7) / 8 * 8);
+        MP3_ACCUMULATORS accumulators;
+        Windowing(filter, blocks, accumulators);
+        if constexpr (sizeof(Sample) == 4)
+            Join(accumulators, blocks, cut[c]);
+        else if (rounded)
+            QuantiseAlone(accumulators, blocks, cut[c]);
+        else
+            Quantise(accumulators, blocks, filter.Remainder, cut[c]);
+        for (auto &wave : filter.Waves)
+            std::copy_n(wave.begin() + static_cast<ptrdiff_t>(blocks), MP3_History, wave.begin());
+    }
+    Store(cut, channels.size(), blocks, samples);
+}
+
+void MP3_Synthesis(std::span<MP3_FILTER> channels, size_t blocks, int16_t *samples, bool rounded)
+{
+    Synthesise(channels, blocks, samples, rounded);
+}
+
+void MP3_Synthesis(std::span<MP3_FILTER> channels, size_t blocks, int32_t *samples)
+{
+    Synthesise(channels, blocks, samples, true);
 }

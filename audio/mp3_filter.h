@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "audio/mp3_fixed.h"
 
@@ -24,12 +25,17 @@ struct MP3_FILTER {
     alignas(64) MP3_SPECTRUM Overlap;  // second halves of the last IMDCT
     /// Samples of each subband in a frame.
     alignas(64) std::array<std::array<MP3_FIXED, MP3_Columns>, MP3_Subbands> Samples;
-    /// Their cosine transforms across the subbands, following those of the frame before.
-    alignas(64) std::array<std::array<MP3_FIXED, MP3_History + MP3_Columns>, MP3_Subbands> Waves;
+    /// Their cosine transforms across the subbands, following those of the frame before: whole
+    /// numbers of 32 bits.
+    alignas(64) std::array<std::array<double, MP3_History + MP3_Columns>, MP3_Subbands> Waves;
     uint32_t Remainder;  // what the last sample left below its 16 bits
 };
 
 enum MP3_BLOCK : uint8_t { MP3_NORMAL = 0, MP3_START = 1, MP3_SHORT = 2, MP3_STOP = 3 };
+
+/// Distributes the lines of long blocks to the subbands.
+void MP3_Arrange(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines,
+                 MP3_SPECTRUM &spectrum);
 
 /// Alias reduction, IMDCT, windowing, overlapping and frequency inversion of granule 0 or 1 of a
 /// frame, into filter.Samples. `lines` are overwritten. Lines from subband `used` on are 0. Short
@@ -38,14 +44,13 @@ enum MP3_BLOCK : uint8_t { MP3_NORMAL = 0, MP3_START = 1, MP3_SHORT = 2, MP3_STO
 void MP3_Hybrid(MP3_FILTER &filter, MP3_SPECTRUM &lines, size_t used, MP3_BLOCK block, bool mixed,
                 size_t granule);
 
-/// Polyphase synthesis of the first `blocks` (18 or 36) slots of filter.Samples into 32 samples
-/// each, `stride` apart. Each sample is either truncated, its remainder carried into the next one,
-/// or `rounded`.
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int16_t *samples, size_t stride,
+/// Polyphase synthesis of the first `blocks` (18 or 36) slots of each channel's Samples into 32
+/// samples each, the channels (1 or 2) interleaved. Each sample is either truncated, its remainder
+/// carried into the next one, or `rounded`.
+void MP3_Synthesis(std::span<MP3_FILTER> channels, size_t blocks, int16_t *samples,
                    bool rounded = false);
 
 #pragma GCC visibility pop
 
 /// The same with 32 bits per sample, of which the upper 30 are computed.
-void MP3_Synthesis(MP3_FILTER &filter, size_t blocks, int32_t *samples, size_t stride,
-                   bool rounded = true);
+void MP3_Synthesis(std::span<MP3_FILTER> channels, size_t blocks, int32_t *samples);

@@ -172,14 +172,16 @@ static consteval bool IsSquare(std::span<const uint16_t> codes)
 // links to a second table, which is indexed by the bits after it. Short codes are the common ones,
 // so the second read is rare and the tables stay small.
 //
-// An entry: code length (5 bits), number of signs that follow (2), x (4), y (4). A link, which has
-// the highest bit set: the bits that index the second table (4) and its start (11).
-constexpr uint16_t MP3_Link = 0x8000;
+// An entry: length of the code and the signs after it (6 bits), x (4), y (4), and whether one of
+// them is 15, which may be an escape. A link, which has the highest bit set: the bits that index
+// the second table (4) and its start (11).
+constexpr uint16_t MP3_Escape = 0x4000, MP3_Link = 0x8000;
 
 constexpr uint16_t PairEntry(uint16_t code)
 {
     const int length = code >> 8, x = code >> 4 & 15, y = code & 15;
-    return static_cast<uint16_t>(length | ((x != 0) + (y != 0)) << 5 | x << 7 | y << 11);
+    return static_cast<uint16_t>((length + (x != 0) + (y != 0)) | x << 6 | y << 10 |
+                                 (x == 15 || y == 15 ? MP3_Escape : 0));
 }
 
 // Bits of the first look-up.
@@ -242,6 +244,7 @@ namespace
 struct MP3_PAIR_TABLE {
     const uint16_t *Lookup;  // null: every value is 0 and takes no bits
     uint8_t Root;            // bits of the first look-up
+    uint8_t Burst;           // pairs without escapes that 56 bits hold for certain
     uint8_t LinBits;         // bits after a value of 15
 };
 
@@ -250,7 +253,11 @@ struct MP3_PAIR_TABLE {
 template <const auto &Codes>
 constexpr MP3_PAIR_TABLE PairTable(uint8_t linBits = 0)
 {
-    return {MP3_Lookup<Codes>.data(), static_cast<uint8_t>(RootBits(Codes)), linBits};
+    int longest = 0;
+    for (const uint16_t code : Codes)
+        longest = std::max(longest, PairEntry(code) & 63);
+    return {MP3_Lookup<Codes>.data(), static_cast<uint8_t>(RootBits(Codes)),
+            static_cast<uint8_t>(56 / longest), linBits};
 }
 
 // By table number; 4 and 14 are not used.
@@ -334,83 +341,126 @@ constexpr std::array<MP3_QUAD_TABLE, 2> MP3_QuadTables = {{
     {MP3_QuadLookup<MP3_QuadCodesB, 8>.data(), 8},
 }};
 
-// The value with the sign that stands highest in the window, which moves on if there is one.
-static inline int16_t TakeSign(int value, uint64_t &window)
+namespace
 {
-    const int sign = static_cast<int>(static_cast<int64_t>(window) >> 63);
-    window <<= value != 0;
+
+// The bits that come next, the highest first. A refill makes at least 56 of them valid.
+struct MP3_WINDOW {
+    uint64_t Bits;
+    unsigned Valid;
+    const uint8_t *Next;  // the byte after the valid ones
+    size_t At;            // number of the first bit
+};
+
+}  // namespace
+
+static MP3_WINDOW WindowAt(const uint8_t *data, size_t at)
+{
+    return {MP3_Peek(data, at), static_cast<unsigned>(56 - at % 8), data + at / 8 + 7, at};
+}
+
+[[gnu::always_inline]] static inline void Refill(MP3_WINDOW &window)
+{
+    window.Bits |= MP3_Peek(window.Next, 0) >> window.Valid;
+    window.Next += (63 - window.Valid) / 8;
+    window.Valid |= 56;
+}
+
+[[gnu::always_inline]] static inline void Skip(MP3_WINDOW &window, unsigned count)
+{
+    window.Bits <<= count;
+    window.Valid -= count;
+    window.At += count;
+}
+
+// The value with the sign in bit `at`, counted from the highest. Zero stays zero with either.
+[[gnu::always_inline]] static inline int16_t Signed(int value, uint64_t bits, unsigned at)
+{
+    const int sign = static_cast<int>(static_cast<int64_t>(bits << at) >> 63);
     return static_cast<int16_t>((value ^ sign) - sign);
 }
 
-// Decodes pairs from line `line` to line `last` or the end of the bits, and moves `bit` on. Returns
-// the line reached. `window` holds the next bits, the highest first, of which `valid` count; a
-// refill makes these 56 at least. A pair takes 21 of them at most, with escapes 47.
-template <bool Escapes>
-static size_t ReadPairs(const uint8_t *data, size_t &bit, size_t end, const MP3_PAIR_TABLE &table,
-                        size_t line, size_t last, MP3_QUANTISED &lines)
+// The value whose code ends at bit `at`, with its escape and sign; `at` moves on.
+static int16_t ReadEscape(int value, unsigned linBits, uint64_t bits, unsigned &at)
 {
-    size_t at = bit;
-    uint64_t window = MP3_Peek(data, at);
-    unsigned valid = 56 - at % 8;
-    const uint8_t *next = data + at / 8 + 7;
-    while (line < last && at < end) {
-        window |= MP3_Peek(next, 0) >> valid;
-        next += (63 - valid) / 8;
-        valid |= 56;
-        for (int pair = 0; pair < (Escapes ? 1 : 2) && line < last && at < end; pair++) {
-            unsigned entry = table.Lookup[window >> (64 - table.Root)];
+    if (value == 15) {
+        value += static_cast<int>(bits << at >> 1 >> (63 - linBits));
+        at += linBits;
+    }
+    const int16_t result = Signed(value, bits, at);
+    at += value != 0;
+    return result;
+}
+
+// Decodes pairs from line `line` to line `last` or the end of the bits. Returns the line reached.
+static size_t ReadPairs(MP3_WINDOW &from, size_t end, const MP3_PAIR_TABLE &table, size_t line,
+                        size_t last, MP3_QUANTISED &lines)
+{
+    MP3_WINDOW window = from;
+    const uint16_t *lookup = table.Lookup;
+    const unsigned rest = 64u - table.Root;
+    while (line < last && window.At < end) {
+        Refill(window);
+        for (unsigned i = table.Burst; i > 0 && line < last && window.At < end; i--) {
+            unsigned entry = lookup[window.Bits >> rest];
             if (entry & MP3_Link)
-                entry = table.Lookup[(entry >> 4 & 2047) +
-                                     (window << table.Root >> (64 - (entry & 15)))];
-            unsigned length = (entry & 31) + (entry >> 5 & 3);
-            uint64_t rest = window << (entry & 31);
-            const auto escape = [&](int value) {
-                if (!Escapes || value != 15)
-                    return value;
-                length += table.LinBits;
-                const int more = static_cast<int>(rest >> (64 - table.LinBits));
-                rest <<= table.LinBits;
-                return 15 + more;
-            };
-            const int x = escape(entry >> 7 & 15);
-            lines[line] = TakeSign(x, rest);
-            const int y = escape(entry >> 11 & 15);
-            lines[line + 1] = TakeSign(y, rest);
-            window <<= length;
-            valid -= length;
-            at += length;
+                entry = lookup[(entry >> 4 & 2047) +
+                               (window.Bits << table.Root >> (64 - (entry & 15)))];
+            unsigned length = entry & 63;
+            const int x = entry >> 6 & 15, y = entry >> 10 & 15;
+            if (entry & MP3_Escape) {
+                Refill(window);  // it takes 47 bits at most
+                length -= static_cast<unsigned>((x != 0) + (y != 0));
+                lines[line] = ReadEscape(x, table.LinBits, window.Bits, length);
+                lines[line + 1] = ReadEscape(y, table.LinBits, window.Bits, length);
+                i = 1;
+            } else {
+                lines[line] = Signed(x, window.Bits, length - 1 - (y != 0));
+                lines[line + 1] = Signed(y, window.Bits, length - 1);
+            }
+            Skip(window, length);
             line += 2;
         }
     }
-    bit = std::min(at, end);
-    return at > end ? line - 2 : line;
+    from = window;
+    from.At = std::min(window.At, end);
+    return window.At > end ? line - 2 : line;
+}
+
+// The same for quadruples, which reach to the last line.
+static size_t ReadQuads(MP3_WINDOW window, size_t end, const MP3_QUAD_TABLE &table, size_t line,
+                        MP3_QUANTISED &lines)
+{
+    constexpr unsigned burst = 5;  // of 10 bits each at most
+    while (line + 4 <= MP3_Lines && window.At < end) {
+        Refill(window);
+        for (unsigned i = 0; i < burst && line + 4 <= MP3_Lines && window.At < end; i++) {
+            const MP3_QUAD &quad = table.Lookup[window.Bits >> (64 - table.Bits)];
+            Skip(window, quad.Length);
+            std::copy_n(quad.Values.begin(), 4, lines.begin() + static_cast<ptrdiff_t>(line));
+            line += 4;
+        }
+    }
+    return window.At > end ? line - 4 : line;
 }
 
 size_t MP3_ReadSpectrum(const uint8_t *data, size_t begin, size_t end, const MP3_REGIONS &regions,
                         MP3_QUANTISED &lines, bool &whole)
 {
-    size_t bit = std::min(begin, end), line = 0;  // scale factors may have gone past the end
+    MP3_WINDOW window = WindowAt(data, std::min(begin, end));  // scale factors may pass the end
+    size_t line = 0;
     whole = true;
     for (size_t region = 0; region < 3; region++) {
         const MP3_PAIR_TABLE &table = MP3_PairTables[regions.Table[region]];
         const size_t last = regions.End[region];
-        if (!table.Lookup)
+        if (table.Lookup)
+            line = ReadPairs(window, end, table, line, last, lines);
+        else
             for (; line < last; line++)
                 lines[line] = 0;
-        else if (table.LinBits != 0)
-            line = ReadPairs<true>(data, bit, end, table, line, last, lines);
-        else
-            line = ReadPairs<false>(data, bit, end, table, line, last, lines);
         whole &= line + 2 >= last;
     }
-    const MP3_QUAD_TABLE &quads = MP3_QuadTables[regions.QuadTable];
-    for (; line + 4 <= MP3_Lines && bit < end; line += 4) {
-        const MP3_QUAD &quad = quads.Lookup[MP3_Peek(data, bit) >> (64 - quads.Bits)];
-        bit += quad.Length;
-        if (bit > end)
-            break;
-        std::copy_n(quad.Values.begin(), 4, lines.begin() + static_cast<ptrdiff_t>(line));
-    }
+    line = ReadQuads(window, end, MP3_QuadTables[regions.QuadTable], line, lines);
     std::fill(lines.begin() + static_cast<ptrdiff_t>(line), lines.end(), int16_t{0});
     while (line > 0 && lines[line - 1] == 0)
         line--;

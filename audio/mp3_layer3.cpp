@@ -319,6 +319,30 @@ static int32_t Requantised(int value, size_t fraction, int exponent)
     return value < 0 ? -line : line;
 }
 
+// Values times 2^(quarters/4), after their power. `units`: they are all -1, 0 or 1.
+static void RequantiseBand(std::span<const int16_t> values, int quarters, bool units,
+                           MP3_FIXED *lines)
+{
+    const auto fraction = static_cast<size_t>(quarters & 3);
+    const int exponent = quarters >> 2, shift = MP3_SmallBits - MP3_FixedBits - exponent;
+    const int32_t *small = MP3_SmallPowers[fraction].data() + MP3_SmallValues;
+    const int down = std::clamp(shift, 1, 31);
+    const int32_t half = 1 << (down - 1);
+    const auto line = [&](int value) {
+        const bool isSmall = shift > 0 && value >= -MP3_SmallValues && value < MP3_SmallValues;
+        return static_cast<MP3_FIXED>(isSmall ? (small[value] + half) >> down
+                                              : Requantised(value, fraction, exponent));
+    };
+    if (units) {
+        const MP3_FIXED plus = line(1), minus = line(-1);
+        for (size_t i = 0; i < values.size(); i++)
+            lines[i] = (values[i] > 0 ? plus : 0) | (values[i] < 0 ? minus : 0);
+        return;
+    }
+    for (size_t i = 0; i < values.size(); i++)
+        lines[i] = line(values[i]);
+}
+
 // Requantisation, ISO/IEC 11172-3, 2.4.3.4.7. With `sides` the lines are already divided by the
 // square root of 2, so that mid/side decoding needs only sums and differences.
 static void Requantise(MP3_CHANNEL &channel, bool sides)
@@ -333,17 +357,10 @@ static void Requantise(MP3_CHANNEL &channel, bool sides)
         else if (granule.PreTab)
             scale += MP3_PreTab[band];
         quarters -= granule.ScaleStep * scale;
-        const auto fraction = static_cast<size_t>(quarters & 3);
-        const auto &small = MP3_SmallPowers[fraction];
-        const int down = std::min(MP3_SmallBits - MP3_FixedBits - (quarters >> 2), 31);
-        const size_t end = std::min<size_t>(bands.Start[band + 1], channel.Used);
-        for (size_t i = bands.Start[band]; i < end; i++) {
-            const int value = channel.Quantised[i];
-            const auto index = static_cast<unsigned>(value + MP3_SmallValues);
-            channel.Lines[i] = static_cast<MP3_FIXED>(
-                index < small.size() && down > 0 ? (small[index] + (1 << (down - 1))) >> down
-                                                 : Requantised(value, fraction, quarters >> 2));
-        }
+        const size_t first = bands.Start[band];
+        const size_t count = std::min<size_t>(bands.Width[band], channel.Used - first);
+        RequantiseBand(std::span(channel.Quantised).subspan(first, count), quarters,
+                       first >= granule.Regions.End[2], channel.Lines.data() + first);
     }
     std::fill(channel.Lines.begin() + static_cast<ptrdiff_t>(channel.Used), channel.Lines.end(), 0);
 }
@@ -456,11 +473,8 @@ static void JointStereo(MP3_CHANNEL &left, MP3_CHANNEL &right, const MP3_FORMAT 
 static size_t Arrange(const MP3_CHANNEL &channel, MP3_SPECTRUM &spectrum)
 {
     const MP3_BANDS &bands = *channel.Bands;
-    spectrum = {};
     size_t used = std::min<size_t>(channel.Used, bands.Start[bands.Long]);
-    for (size_t s = 0; s * MP3_Slots < used; s++)
-        for (size_t k = 0; k < MP3_Slots; k++)
-            spectrum[k][s] = channel.Lines[s * MP3_Slots + k];
+    MP3_Arrange(channel.Lines, spectrum);
     for (size_t band = bands.Long; bands.Start[band] < channel.Used; band += 3) {
         const size_t start = bands.Start[band], width = bands.Width[band];
         used = start + 3 * width;

@@ -123,11 +123,15 @@ static int Finish(FILE *file)
     return error;
 }
 
+static std::string FolderOf(const std::string &target)
+{
+    return std::filesystem::path(target).parent_path() / ".";
+}
+
 // If the folder cannot be synced the new file still stays in place; only its durability is
 // uncertain.
-static void SyncFolder(const std::string &target)
+static void SyncFolder(const std::string &folder)
 {
-    const std::filesystem::path folder = std::filesystem::path(target).parent_path() / ".";
     const int descriptor =
         Retry([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
     if (descriptor < 0)
@@ -140,11 +144,12 @@ int Replace_Commit(REPLACE &file)
 {
     if (!file.File)
         return EBADF;
+    const std::string folder = FolderOf(file.Target);  // may throw as long as nothing is replaced
     int error = Finish(std::exchange(file.File, nullptr));
     if (error == 0 && std::rename(file.Beside.c_str(), file.Target.c_str()) != 0)
         error = errno;
     if (error == 0)
-        SyncFolder(file.Target);
+        SyncFolder(folder);
     else
         unlink(file.Beside.c_str());
     return error;

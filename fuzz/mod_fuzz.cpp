@@ -2,7 +2,6 @@
 // beginning and after a seek. The first byte chooses the rules and the interpolation.
 #include <vector>
 
-#include "audio/audio_module.h"
 #include "audio/mod.h"
 #include "fuzz/fuzz.h"
 
@@ -32,9 +31,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Audio_Rules = data[0] >> 7;
     MOD_Interpolation = data[0] & 3;
     MOD_Separation = data[0] & 127;
-    Audio_CheckBytes({data + 1, size - 1});
     MOD_SetSoundNumber(0);
-    MOD_Load(FuzzFile(data + 1, size - 1).c_str());
+    const BYTES_OPEN open({data + 1, size - 1});
+    MOD_Load(open.Path);
     if (MOD_GetHeader(0)) {
         Render(2, 16, 2000, 1024);
         Render(1, 8, 100, 499);  // many rows

@@ -7,10 +7,10 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    const std::string path = FuzzFile(data, size);
+    const BYTES_OPEN open({data, size});
     for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
         Picture_Rules = rules;
-        PNG_Load(path.c_str());
+        PNG_Load(open.Path);
         std::free(PNG_Decoding());
         PNG_UnLoad();
     }

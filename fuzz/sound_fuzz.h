@@ -22,22 +22,21 @@ inline void FuzzSound(const SOUND_MODULE &module, uint32_t (*dataStart)(), const
 {
     if (size == 0)
         return;
-    const std::string path = FuzzFile(data + 1, size - 1);
+    const BYTES_OPEN open({data + 1, size - 1});
     Audio_Rules = data[0] >> 7;
     module.SetSoundNumber(0);
-    module.Load(path.c_str());
-    FILE *file = std::fopen(path.c_str(), "rb");
-    std::fseek(file, dataStart(), SEEK_SET);
-    const uint32_t lengths[] = {data[0], data[0] * 257u, data[0] % 8u + 1, 4096};
+    module.Load(open.Path);
+    const SOUND_STREAM file = Sound_OpenStream(open);
+    std::fseek(file.get(), dataStart(), SEEK_SET);
+    const uint32_t lengths[] = {data[0], data[0] * 17u, data[0] % 8u + 1, 4096};
     for (size_t i = 0; i < 12; i++) {
         std::vector<uint8_t> buffer(lengths[i % 4]);
         uint32_t length = lengths[i % 4];
-        module.Decoding(file, buffer.data(), &length, 0);
+        module.Decoding(file.get(), buffer.data(), &length, 0);
         if (length > buffer.size())
             __builtin_trap();
-        if (length == 0 && std::fgetc(file) == EOF)
+        if (length == 0 && std::fgetc(file.get()) == EOF)
             break;
     }
-    std::fclose(file);
     module.Destroy();
 }

@@ -5,7 +5,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    SPR_Load(FuzzFile(data, size).c_str());
+    const BYTES_OPEN open({data, size});
+    SPR_Load(open.Path);
     uint8_t *pixels = SPR_Decoding();
     SPR_HEADER header;
     SPR_GetHeader(&header);

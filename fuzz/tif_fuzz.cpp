@@ -7,12 +7,12 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    const std::string path = FuzzFile(data, size);
+    const BYTES_OPEN open({data, size});
     for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
         Picture_Rules = rules;
         TIF_PageCount = 1;
         for (TIF_Page = 0; TIF_Page < TIF_PageCount && TIF_Page < 3; TIF_Page++) {
-            TIF_Load(path.c_str());
+            TIF_Load(open.Path);
             std::free(TIF_Decoding());
             TIF_HEADER header;
             TIF_GetHeader(&header);

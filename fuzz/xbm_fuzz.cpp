@@ -7,9 +7,10 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
+    const BYTES_OPEN open({data, size});
     for (const uint8_t rules : {PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
         Picture_Rules = rules;
-        XBM_Load(FuzzFile(data, size).c_str());
+        XBM_Load(open.Path);
         std::free(XBM_Decoding());
         XBM_HEADER header;
         XBM_GetHeader(&header);

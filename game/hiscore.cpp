@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <regex>
 #include <string>
 #include <string_view>
@@ -23,6 +24,17 @@ FILE *fhHiscore;
 
 static bool damaged;  // the file read last is not as the game writes it
 
+// Returns what `body` returns, or ENOMEM.
+template <typename Body>
+static int WithMemory(const Body &body)
+{
+    try {
+        return body();
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
+}
+
 // Excludes other games that save to the same table. Without the lock (a read-only folder, a file
 // system without locks) saving is tried all the same.
 namespace
@@ -30,13 +42,9 @@ namespace
 class LOCK
 {
 public:
-    explicit LOCK(std::string path)
+    LOCK()
     {
-        if (Replace_Resolve(path) != 0)
-            return;
-        file = open((path + ".lock").c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666);
-        while (file >= 0 && flock(file, LOCK_EX) != 0 && errno == EINTR)
-            continue;
+        WithMemory([this] { return Take(fnHiscore.data()); });
     }
     ~LOCK()
     {
@@ -47,6 +55,17 @@ public:
     LOCK &operator=(const LOCK &) = delete;
 
 private:
+    int Take(std::string path)
+    {
+        const int error = Replace_Resolve(path);
+        if (error != 0)
+            return error;
+        file = open((path + ".lock").c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666);
+        while (file >= 0 && flock(file, LOCK_EX) != 0 && errno == EINTR)
+            continue;
+        return 0;
+    }
+
     int file = -1;
 };
 }  // namespace
@@ -105,31 +124,38 @@ static bool IsRecord(const char *text)
     return std::regex_match(text, form);
 }
 
-// Whether writing HiScore, just read from the file, would lose more than line endings.
+// Whether writing HiScore, just read from the open file, would lose more than line endings.
 static bool IsDamaged()
 {
-    const BYTES_BUFFER bytes = Bytes_LoadFile(fnHiscore.data());
-    std::string file(bytes.begin(), bytes.end()), table;
-    std::erase(file, '\r');
-    if (!file.empty() && file.back() != '\n')
-        file += '\n';
+    std::string file, table;
     for (const HISCORE &entry : HiScore)
         table += std::string(entry.Name.data()) + '\n' + entry.Record.data() + '\n';
+    std::fseek(fhHiscore, 0, SEEK_SET);
+    for (int c; file.size() <= table.size() && (c = std::fgetc(fhHiscore)) != EOF;)
+        if (c != '\r')
+            file += static_cast<char>(c);
+    if (!file.empty() && file.back() != '\n')
+        file += '\n';
     return !file.empty() && file != table;
+}
+
+static int ReadOpened()
+{
+    for (HISCORE &entry : HiScore)
+        if (!fhHiscore || !mine_fgets(entry.Name) || !mine_fgets(entry.Record) ||
+            !IsRecord(entry.Record.data()))
+            entry = DefaultEntry();
+    damaged = fhHiscore && IsDamaged();
+    return fhHiscore && !std::ferror(fhHiscore) ? 0 : errno != 0 ? errno : EIO;
 }
 
 int ReadHiscore()
 {
     fhHiscore = std::fopen(fnHiscore.data(), "rb");
-    for (HISCORE &entry : HiScore)
-        if (!fhHiscore || !mine_fgets(entry.Name) || !mine_fgets(entry.Record) ||
-            !IsRecord(entry.Record.data()))
-            entry = DefaultEntry();
-    const int error = !fhHiscore || std::ferror(fhHiscore) ? errno : 0;
+    const int error = WithMemory(ReadOpened);
     if (fhHiscore)
         std::fclose(fhHiscore);
     fhHiscore = nullptr;
-    damaged = error == 0 && IsDamaged();
     return error;
 }
 
@@ -146,11 +172,13 @@ static int KeepDamaged()
     if (const int refused = Replace_Open(copy, bad))
         return refused;
     const BYTES_BUFFER bytes = Bytes_LoadFile(fnHiscore.data());
+    if (bytes.empty())  // which a damaged file is not
+        return EIO;
     std::fwrite(bytes.data(), 1, bytes.size(), copy.File);
     return Replace_Commit(copy);
 }
 
-int WriteHiscore()
+static int Write()
 {
     REPLACE file;
     int error = Replace_Open(file, fnHiscore.data());
@@ -165,6 +193,11 @@ int WriteHiscore()
     }
     fhHiscore = nullptr;
     return Replace_Commit(file);
+}
+
+int WriteHiscore()
+{
+    return WithMemory(Write);
 }
 
 void PrintHiscore()
@@ -201,7 +234,7 @@ static size_t PutIn(const char *record, const char *name)
 
 HISCORE_SAVED SaveHiscore(const char *record, const char *name, const char *before)
 {
-    const LOCK lock(fnHiscore.data());
+    const LOCK lock;
     HISCORE_SAVED saved{};
     const int error = ReadHiscore();
     if (before)

@@ -490,10 +490,15 @@ TEST(AudioTake, SeeksExactly)
                          noise;
     const BYTES song =
         WriteModule({{"C-2 01 A04\nD-2 01 000\n... 103"}, {{{half.begin(), half.begin() + 8000}}}});
+    // 41 frames. Frame 32, an index place, needs those before it when frame 35 is sought.
+    BYTES music;
+    for (int i = 0; i < 4; i++)
+        music = music + ReadFile(TEST_DATA "mp3_low.mp3");
+    music = {music.begin() + 620, music.begin() + 4910};
     SetRaw(2, 16);
     for (const uint8_t rules : {AUDIO_RULES_FRAMEWORK, AUDIO_RULES_FORMAT}) {
         Audio_Rules = rules;
-        for (const BYTES &file : {pieces, packed, song, noise})
+        for (const BYTES &file : {pieces, packed, song, noise, music})
             CheckSeeks("made", file);
         const char *corpus = std::getenv("CORPUS");
         for (const std::string folder : {TEST_DATA, corpus ? corpus : TEST_DATA "sounds"})

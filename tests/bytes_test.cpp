@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "extra/reason.h"
 #include "tests/files.h"
 
 TEST(Bytes, NumbersReadZeroPastTheEnd)
@@ -23,9 +24,19 @@ TEST(Bytes, OnlyRegularFilesLoad)
 {
     const std::string path = WriteTemp("file", Text("abc"));
     EXPECT_EQ(ReadFile(path), Text("abc"));
-    for (const std::string &none :
-         {TempPath("absent"), testing::TempDir(), std::string("/dev/zero")})
+    const std::string large = WriteTemp("large", {}), absent = TempPath("absent");
+    std::filesystem::resize_file(large, Bytes_MaxFile + 1);
+    const std::pair<std::string, const char *> rows[] = {
+        {absent, "cannot be opened: No such file or directory"},
+        {testing::TempDir(), "a directory"},
+        {"/dev/zero", "not a regular file"},
+        {large, "more than 1024 MiB"}};
+    for (const auto &[none, reason] : rows) {
+        Reason_Clear();
         EXPECT_TRUE(Bytes_LoadFile(none.c_str()).empty()) << none;
+        EXPECT_STREQ(Reason_Get(), reason);
+    }
+    EXPECT_FALSE(Bytes_GetSize(BYTES_OPEN(absent.c_str())));
 }
 
 TEST(Bytes, AnOpenFileStaysTheSame)

@@ -1,5 +1,5 @@
-// For tests: memory and reads that fail on demand, in programs made by CMake's add_fault_tests().
-// Every thread has its own.
+// For tests: memory, reads and files that fail on demand, in programs made by CMake's
+// add_fault_tests(). Every thread has its own.
 #pragma once
 
 /// Counts down with each call of its kind. At 0 the call fails: that one alone, or all from it on.
@@ -18,7 +18,8 @@ struct FAULT {
     }
 };
 
-extern constinit thread_local FAULT Faults_Memory, Faults_Reads;
+/// Faults_Files counts opening, writing, syncing, renaming and closing.
+extern constinit thread_local FAULT Faults_Memory, Faults_Reads, Faults_Files;
 
 /// Allocations that were not freed. A function, since compilers assume that operator delete changes
 /// no variable.

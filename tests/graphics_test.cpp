@@ -35,6 +35,7 @@ TEST_F(Graphics, PointsStayInsideTheTarget)
     EXPECT_EQ(Graphics_GetRGBPixel(0, 10), 0x030201u);
     Graphics_SetTarget(nullptr);
     Graphics_PutPixel(1, 1);
+    Graphics_PutBlock(1, 1, 2, 2);
     EXPECT_EQ(Graphics_GetPixel(0, 10), 0u);
 }
 

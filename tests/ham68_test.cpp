@@ -107,7 +107,7 @@ TEST(HAM68, AnySizeAndPrefix)
         {"a signature and nothing else", Text("HAM8")},
     };
     for (const auto &r : rows)
-        EXPECT_EQ(LOADED(r.file).Record.Pixels, nullptr) << r.what;
+        EXPECT_EQ(LOADED(r.file).Record.Pixels, nullptr) << r.what << Picture_Reason();
     for (const int compression : {0, 1}) {
         const BYTES file = MakeFile(8, 2, 4, compression, BYTES(64, 1));
         for (size_t size = compression ? 101 : 108; size <= file.size(); size++)
@@ -186,6 +186,7 @@ TEST(HAM68, WrittenFiles)
     // 5 equal bytes are a run; 65280 are one more than the longest.
     EXPECT_EQ(HAM68_CompressRuns(BYTES(4, 7)), BYTES(4, 7));
     EXPECT_EQ(HAM68_CompressRuns(BYTES(5, 7)), (BYTES{1, 0, 5, 7}));
+    EXPECT_EQ(HAM68_CompressRuns(BYTES{1, 1, 2}), (BYTES{1, 255, 1, 255, 2}));
     const BYTES black(8 * 255 * 32 * 4);
     HAM68_Encoding(black.data(), 8 * 255, 32, path.c_str(), 8 << 8);
     EXPECT_EQ(ReadFile(path).size(), 292u + 5);

@@ -56,6 +56,11 @@ TEST(Heap, RoomAndEmptinessAreNoDanger)
     Extra_CreateHeap(4, -1);
     Extra_PushByte(1);
     EXPECT_TRUE(Extra_EmptyHeap());
+    Extra_CreateHeap(4, 1);
+    uint8_t *kept = Extra_Heap[4];
+    Extra_InitHeap();
+    EXPECT_EQ(Extra_Heap[4], nullptr) << "forgotten, not freed";
+    std::free(kept);
 }
 
 TEST(Heap, EveryThreadHasItsOwn)

@@ -21,6 +21,7 @@
 #include "game/minefield.h"
 #include "game/moves.h"
 #include "game/session.h"
+#include "tests/faults.h"
 #include "tests/files.h"
 
 // Tables of an 8 by 9 field with 10 mines, in a folder of their own.
@@ -132,6 +133,39 @@ TEST_F(Hiscore, ADamagedFileIsKeptOnce)
         EXPECT_EQ(ReadText(), "Bob\n00:00:01:0000, 00002\n" + Repeat(defaultEntry, 9));
         EXPECT_EQ(ReadFile(bad), Text("Anna\n00:00:1")) << damage;
     }
+}
+
+// Memory, each read, and each step of writing fail in turn, alone or with all after it.
+TEST_F(Hiscore, AFailingCallLosesNothing)
+{
+    const std::string added = "Bob\n00:00:01:0000, 00002\n", table = Repeat(defaultEntry, 10);
+    const std::string bad = std::string(fnHiscore.data()) + ".bad";
+    const auto save = [&](FAULT &fault, long left) {
+        fault = {left, fault.Lasting};
+        const HISCORE_SAVED saved = SaveHiscore("00:00:01:0000, 00002", "Bob", nullptr);
+        fault.Left = -1;
+        return saved.ReadError != 0 || saved.WriteError != 0;
+    };
+    for (const std::string &old : {table, std::string("Anna\n00:00:1")})
+        for (FAULT *fault : {&Faults_Memory, &Faults_Reads, &Faults_Files})
+            for (const bool lasting : {false, true}) {
+                fault->Lasting = lasting;
+                long n = -1, live = 0;
+                for (bool struck = true; struck; struck = n++ == -1 || fault->Struck) {
+                    SCOPED_TRACE(old + std::to_string(fault - &Faults_Memory) + ' ' +
+                                 std::to_string(n));
+                    std::filesystem::remove(bad);
+                    WriteText(old);
+                    live = Faults_Live();
+                    const bool failed = save(*fault, n);
+                    EXPECT_TRUE(n < 1 || Faults_Live() == live);
+                    const std::string text = ReadText();
+                    EXPECT_EQ(text, failed ? old : added + Repeat(defaultEntry, 9));
+                    EXPECT_TRUE(failed || old == table ||
+                                ReadFile(bad) == BYTES(old.begin(), old.end()));
+                    EXPECT_LE(std::distance(std::filesystem::directory_iterator("datas"), {}), 3);
+                }
+            }
 }
 
 // What a won or a lost game prints on standard error.

@@ -165,8 +165,8 @@ static BYTES Without(BYTES file, uint8_t marker)
 
 TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
 {
-    const BYTES good = Read("420_restarts.jpg");
-    const size_t frame = Find(good, 0xC0);
+    const BYTES good = Read("420_restarts.jpg"), whole = Decode(good);
+    const size_t frame = Find(good, 0xC0), scan = Find(good, 0xDA);
     const auto changed = [&](size_t offset, uint8_t value) {
         BYTES file = good;
         file[frame + offset] = value;
@@ -192,6 +192,14 @@ TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
         {"another's APP0", With(good, 2, Segment(0xE0, Text("AVI1") + BYTES(14, 9))), "", "", true},
         {"fill bytes", With(good, frame, {0xFF, 0xFF, 0xFF}), "", "", true},
         {"a segment FF", With(good, 2, Segment(0xFF, {1, 2})), "\n\n-->(STUFF)\n\n", "", true},
+        {"tables of no number",
+         With(good, scan, Segment(0xC4, {4}) + Segment(0xC4, {0x14}) + Segment(0xDB, {4})), "", "",
+         true},
+        {"more symbols than there are bytes",
+         With(good, scan, Segment(0xC4, BYTES{2} + BYTES(16, 20) + BYTES(320))), "", "", true},
+        {"bytes between segments", With(good, scan, {0, 1, 0xFF, 1, 0xFF, 0}), "", "", true},
+        {"five components in a scan", With(good, scan, Segment(0xDA, BYTES{5} + BYTES(13))), "", "",
+         true},
         {"12 bits", changed(4, 12), "", "12 bits a sample"},
         {"two components", changed(9, 2), "", "2 components"},
         {"no width", changed(8, 0), "", "no frame header"},
@@ -203,7 +211,7 @@ TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
         {"nothing", {}, "", "no frame header"},
     };
     for (const auto &r : rows) {
-        EXPECT_EQ(!Decode(r.file).empty(), r.decoded) << r.what;
+        EXPECT_EQ(Decode(r.file), r.decoded ? whole : BYTES{}) << r.what;
         EXPECT_EQ(Traced, r.traced) << r.what;
         EXPECT_STREQ(Reason_Get(), r.reason) << r.what;
     }
@@ -216,8 +224,8 @@ TEST(JPG, HeaderFacts)
     file = With(file, Find(file, 0xDB), Segment(0xED, Text("Photoshop\0rest")));
     file = With(file, Find(file, 0xDB), Segment(0xDD, {1, 2}));
     JPG_Load(WriteTemp("facts.jpg", file).c_str());
-    const JPG_HEADER &h = JPG_Header;
-    EXPECT_EQ(h.Width * 100 + h.Height, 3327);
+    JPG_HEADER h;
+    EXPECT_EQ(JPG_GetHeader(&h)->Width * 100 + h.Height, 3327);
     EXPECT_EQ(JPG_Decoder.PaddedWidth * 100 + JPG_Decoder.PaddedHeight, 4832u);
     EXPECT_EQ(h.OutputSize, 48u * 32 * 4);
     EXPECT_EQ(h.Comment.data(), std::string(127, 'c'));
@@ -312,7 +320,7 @@ TEST(JPG, ExifFactsAndThumbnails)
         file = With(file, 6 + data.size(), Segment(0xE1, Text("http://other/\0<data>")));
         const Picture loaded = Picture_Load(WriteTemp("exif.jpg", file).c_str(), 0, 0);
         EXPECT_EQ(JPG_Exif.LatitudeReference, 'N');
-        EXPECT_EQ(loaded.Format, PICTURE_JPEG);
+        EXPECT_EQ(loaded.Format * 100 + loaded.Bits, PICTURE_JPEG * 100 + 24);
         EXPECT_EQ(loaded.Width * 100 + loaded.Height, 3327);
         EXPECT_EQ(loaded.ThumbWidth * 100 + loaded.ThumbHeight, 3327);
         EXPECT_EQ(loaded.ThumbBufferWidth * 100 + loaded.ThumbBufferHeight, 4032);
@@ -323,7 +331,6 @@ TEST(JPG, ExifFactsAndThumbnails)
         Decode(file);
         JPG_EXIF exif;
         EXPECT_STREQ(JPG_GetExif(&exif)->Make.data(), "Maker");
-        EXPECT_EQ(exif.LatitudeReference, 'N');
         EXPECT_EQ(exif.LongitudeReference, '0');
         EXPECT_EQ(exif.ByteOrder, big ? 'M' : 'I');
     }
@@ -338,6 +345,44 @@ TEST(JPG, ExifFactsAndThumbnails)
     Picture_UnLoad(loaded);
 }
 
+TEST(JPG, ExifTags)
+{
+    for (const bool format : {false, true})
+        for (const bool big : {false, true}) {
+            const RULES rules(format ? PICTURE_RULES_FORMAT : PICTURE_RULES_FRAMEWORK);
+            const auto field = [big](const char *bytes) {
+                const auto *first = reinterpret_cast<const uint8_t *>(bytes);
+                size_t position = 0;
+                return big ? Bytes_GetBig({first, 4}, position, 4)
+                           : Bytes_GetLittle({first, 4}, position, 4);
+            };
+            BYTES rest;  // the entries end at 8 + 2 + 8 * 12 + 4 = 110
+            for (const int64_t number : {10, 1, 30, 2, 36, 5, 20, 1, 30, 0, 0, 1})
+                rest = rest + Number(number, big ? 4 : -4);
+            const BYTES data = Exif(big,
+                                    {{1, 2, 2, field("N..S")},
+                                     {2, 5, 3, 110},
+                                     {3, 2, 2, field("W..E")},
+                                     {4, 5, 3, 134},
+                                     {259, 3, 1, field(big ? "\0\5\0" : "\5\0\0")},
+                                     {270, 2, 4, field("text")},
+                                     {271, 2, 4, field("make")},
+                                     {272, 2, 6, 158}},
+                                    0, rest + Text("Model\0"));
+            Decode(With(Read("grey.jpg"), 2, Segment(0xE1, data)));
+            const JPG_EXIF &exif = JPG_Exif;
+            const bool fourth = !format && !big;
+            EXPECT_EQ(exif.LatitudeReference, fourth ? 'S' : 'N');
+            EXPECT_EQ(exif.LongitudeReference, fourth ? 'E' : 'W');
+            EXPECT_NEAR(exif.Latitude, 10 + 15 / 60.0 + 7.2 / 3600, 1e-5);
+            EXPECT_EQ(exif.Longitude, 20) << "a denominator of 0";
+            EXPECT_EQ(exif.ThumbCompression, 5);
+            EXPECT_STREQ(exif.Description.data(), format ? "text" : "");
+            EXPECT_STREQ(exif.Make.data(), "make");
+            EXPECT_STREQ(exif.Model.data(), "Model");
+        }
+}
+
 TEST(JPG, ThumbnailsThatNoTagPlaces)
 {
     // The search covers as many bytes of the file as the segment has, which begins after 6 bytes.
@@ -349,28 +394,17 @@ TEST(JPG, ThumbnailsThatNoTagPlaces)
     }
 }
 
-// Huffman coded bits, with byte stuffing.
-struct WRITER {
-    BYTES Bytes;
-    int Pending = 1;  // a 1, followed by the bits not yet written
-    void Put(int value, int count)
-    {
-        for (int i = count - 1; i >= 0; i--) {
-            Pending = Pending << 1 | (value >> i & 1);
-            if (Pending < 256)
-                continue;
-            Bytes.push_back(static_cast<uint8_t>(Pending));
-            if (Bytes.back() == 0xFF)
-                Bytes.push_back(0);
-            Pending = 1;
-        }
+// Huffman coded bits, filled up with ones, with byte stuffing.
+static BYTES Stuffed(std::string bits)
+{
+    bits.append((8 - bits.size() % 8) % 8, '1');
+    BYTES bytes;
+    for (const uint8_t byte : Bits(bits)) {
+        bytes.push_back(byte);
+        bytes.resize(bytes.size() + (byte == 0xFF));
     }
-    void Finish()
-    {
-        while (Pending != 1)
-            Put(1, 1);
-    }
-};
+    return bytes;
+}
 
 // A picture of flat blocks in a hand-made code: 4 bits for the size of a difference (12 to 15 are
 // no codes), its bits, and a 0 for the end of the block.
@@ -402,7 +436,8 @@ struct FLAT {
 
     BYTES Scan(const std::vector<size_t> &components) const
     {
-        WRITER out;
+        BYTES out;
+        std::string bits;
         const size_t c0 = components[0];
         const bool alone = components.size() == 1;
         const auto blocks = [&](bool down) {
@@ -413,8 +448,8 @@ struct FLAT {
         int last[4] = {};
         for (int mcu = 0; mcu < across * down; mcu++) {
             if (Interval != 0 && mcu != 0 && mcu % Interval == 0) {
-                out.Finish();
-                out.Bytes = out.Bytes + Number(0xFFD0 + (mcu / Interval - 1) % 8, 2);
+                out = out + Stuffed(std::exchange(bits, "")) +
+                      Number(0xFFD0 + (mcu / Interval - 1) % 8, 2);
                 std::fill_n(last, 4, 0);
             }
             for (const size_t c : components) {
@@ -422,20 +457,18 @@ struct FLAT {
                 for (int i = 0; i < h * v; i++) {
                     const int dc = Level(c, mcu % across * h + i % h, mcu / across * v + i / h);
                     const int difference = dc - std::exchange(last[c], dc);
-                    int size = 0;
+                    size_t size = 0;
                     while (std::abs(difference) >> size)
                         size++;
-                    out.Put(size, 4);
-                    out.Put(difference < 0 ? difference - 1 : difference, size);
-                    out.Put(0, 1);
+                    bits += Digits(size, 4);
+                    bits += Digits(static_cast<size_t>(difference - (difference < 0)), size) + '0';
                 }
             }
         }
-        out.Finish();
         BYTES header = {static_cast<uint8_t>(components.size())};
         for (const size_t c : components)
             header = header + BYTES{static_cast<uint8_t>(c + 1), 0};
-        return Segment(0xDA, header + BYTES{0, 63, 0}) + out.Bytes;
+        return Segment(0xDA, header + BYTES{0, 63, 0}) + out + Stuffed(bits);
     }
 
     BYTES File() const
@@ -542,14 +575,57 @@ TEST(JPG, QuantisationOfSixteenBits)
     // The greatest numbers and coefficients, whose waves all peak in the first corner.
     BYTES steep = widened(FLAT{8, 8, {0x11}}.File(), 8191);
     steep[Find(steep, 0xC4) + 4 + 29 + 17] = 15;  // the end of the block becomes 15 bits
-    WRITER bits;
-    bits.Put(0x5FFF, 15);
-    for (int i = 0; i < 63; i++)
-        bits.Put(0x7FFF, 16);
-    bits.Finish();
-    const BYTES pixels = Decode(Prefix(steep, steep.size() - 4) + bits.Bytes);
+    const std::string bits = Digits(0x5FFF, 15) + Repeat(Digits(0x7FFF, 16), 63);
+    const BYTES pixels = Decode(Prefix(steep, steep.size() - 4) + Stuffed(bits));
     ASSERT_EQ(pixels.size(), 8u * 8 * 3);
     EXPECT_EQ(pixels[0], 255);
+}
+
+// The framework's rules lose an interval at codes that make no sense; the format's go on.
+TEST(JPG, CodesThatMakeNoSense)
+{
+    // A block's DC is the code 0000. AC codes: 00 puts a 1 after 15 zeros, 01 after 14 if a 1
+    // follows them, 10 ends the block, 11 is none.
+    const BYTES whole = FLAT{8, 8, {0x11}}.File(), end = {0xFF, 0xD9};
+    const BYTES table = Segment(0xC4, BYTES{0x10, 0, 3} + BYTES(14) + BYTES{0xF1, 0xE1, 0});
+    const auto scan = [](uint8_t first, uint8_t last, const std::string &codes) {
+        return Segment(0xDA, {1, 1, 0, first, last, 0}) + Stuffed(codes);
+    };
+    const BYTES head = Prefix(whole, Find(whole, 0xDA)) + table;
+    BYTES progressive = head;
+    progressive[Find(head, 0xC0) + 1] = 0xC2;
+    progressive = progressive + scan(0, 0, "0000");
+    const std::string ones = Repeat("001", 3), all = Repeat("1", 17);
+    const struct {
+        const char *what;
+        BYTES file, same;  // as the format's rules read it
+        const char *reason;
+    } rows[] = {
+        {"a run past the block", head + scan(0, 63, "0000" + ones + "001"),
+         head + scan(0, 63, "0000" + ones + "011"), "damaged after 0 of 8 rows"},
+        {"no code", head + scan(0, 63, "0000001" + all), head + scan(0, 63, "000000110"),
+         "damaged after 0 of 8 rows"},
+        {"a run past the band", progressive + scan(1, 40, ones),
+         progressive + scan(1, 63, ones + "10"), "damaged in scan 2 after 0 of 8 rows"},
+        {"no code in a band", progressive + scan(1, 63, ones + all),
+         progressive + scan(1, 63, ones + "10"), "damaged in scan 2 after 0 of 8 rows"},
+    };
+    for (const auto &r : rows) {
+        Decode(r.file + end);
+        EXPECT_STREQ(Reason_Get(), r.reason) << r.what;
+        const RULES rules(PICTURE_RULES_FORMAT);
+        EXPECT_EQ(Decode(r.file + end), Decode(r.same + end)) << r.what;
+        EXPECT_STREQ(Reason_Get(), "") << r.what;
+    }
+    // Bands that make no sense are left out.
+    const BYTES flat = Decode(progressive + end);
+    EXPECT_NE(Decode(progressive + scan(1, 63, ones + "10") + end), flat);
+    for (const auto &[first, last] : {std::pair(1, 64), {33, 32}, {1, 0}})
+        EXPECT_EQ(
+            Decode(progressive +
+                   scan(static_cast<uint8_t>(first), static_cast<uint8_t>(last), ones + "10") +
+                   end),
+            flat);
 }
 
 TEST(JPG, ScansWithoutEnd)
@@ -625,6 +701,11 @@ TEST(JPG, FormatsOwnColours)
         {"nothing tells", "111111", {}, YCBCR},
         {"ids tell", "111111", {}, RGB, "RGB"},
         {"JFIF against ids", "111111", jfif, YCBCR, "RGB"},
+        {"ids like those", "111111", {}, YCBCR, "RGX"},
+        {"or those", "111111", {}, YCBCR, "RXB"},
+        {"CMYK unsaid", "11111111", {}, CMYK},
+        {"a segment of another", "111111", Segment(0xEE, Text("Other\0\144\0\0\0\0\0")), YCBCR},
+        {"a segment too short", "111111", Segment(0xEE, Text("Adobe\0\144\0")), YCBCR},
         {"no transform", "221121", adobe(0), RGB},
         {"a transform", "111111", adobe(1), YCBCR, "RGB"},
         {"the first is smaller", "112122", adobe(0), RGB},

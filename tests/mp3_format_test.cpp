@@ -1,4 +1,6 @@
 // MPEG streams by the standards: what is found, what is dropped, what damage does.
+#include <tuple>
+
 #include <gtest/gtest.h>
 
 #include "audio/audio.h"
@@ -181,6 +183,33 @@ TEST(MP3Format, FramesAreFound)
     EXPECT_TRUE(Play(v2 + stream + v1) == sound);
 }
 
+// Each call searches a million bytes at most; a header that no other follows counts as 64.
+TEST(MP3Format, SearchesPause)
+{
+    const BYTES frames = Joined(FramesOf("mp3_joint.mp3"));
+    BYTES headers(7);
+    for (int i = 1; i < 70000; i++)
+        headers = std::move(headers) + Prefix(frames, 4) + BYTES(3);
+    // A pause comes after 65 blocks of 16381 bytes, or after 7 that are full of headers.
+    const std::tuple<BYTES, size_t, size_t> rows[] = {
+        {BYTES(100), 0, 100 + 64},
+        {BYTES(3 << 20), 2, (3 << 20) - 2 * 65 * 16381 + 64},
+        {headers, 4, 70000 * (7 + 64) - 28 * 16381 / 7 * (7 + 64) + 64}};
+    for (const auto &[gap, pauses, passed] : rows) {
+        MP3_STREAM stream = Load(frames + gap + frames).Frames;
+        FILE *file = std::fopen(TempPath("mp3").c_str(), "rb");
+        std::array<uint8_t, MP3_MaxFreeFrame> frame;
+        size_t searched = 0, length = 0, paused = 0;
+        for (size_t n = 0; n<9; paused += searched> MP3_MaxSearch) {
+            searched = 0;
+            n += MP3_NextFrame(file, stream, frame, length, searched) == MP3_SEARCH::Found;
+        }
+        EXPECT_EQ(paused, pauses) << gap.size();
+        EXPECT_EQ(searched, passed) << gap.size();
+        std::fclose(file);
+    }
+}
+
 // A frame with a CRC over bits 16 to 31 of its header and its side information, in place of its
 // last two bytes.
 static BYTES Protected(const BYTES &frame, uint16_t error = 0)
@@ -199,20 +228,24 @@ static BYTES Protected(const BYTES &frame, uint16_t error = 0)
 
 TEST(MP3Format, ChecksumsTellDamage)
 {
-    std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), right, wrong, oneWrong;
+    std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), right, wrong, oneWrong, oneShort;
     for (BYTES &frame : frames) {
         right.push_back(Protected(frame));
         wrong.push_back(Protected(frame, 1));
     }
-    oneWrong = right;
+    oneWrong = oneShort = right;
     oneWrong[1] = wrong[1];
+    frames[1][28] |= 7;  // the last granule has more bits than there are
+    oneShort[1] = Protected(frames[1]);
     const BYTES sound = Play(Joined(right));
     EXPECT_TRUE(Play(Joined(wrong)) == sound) << "never right, so not a sign of damage";
-    const BYTES damaged = Play(Joined(oneWrong));
-    ASSERT_EQ(damaged.size(), sound.size());
-    EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + 1152 * Bytes, damaged.begin()));
-    const auto last = damaged.begin() + (2 * 1152 - 32) * Bytes;
-    EXPECT_TRUE(std::all_of(last, last + 32 * Bytes, [](uint8_t b) { return b == 0; })) << "silent";
+    for (const auto &stream : {oneWrong, oneShort}) {
+        const BYTES damaged = Play(Joined(stream));
+        ASSERT_EQ(damaged.size(), sound.size());
+        EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + 1152 * Bytes, damaged.begin()));
+        const auto last = damaged.begin() + (2 * 1152 - 32) * Bytes;
+        EXPECT_EQ(std::count(last, last + 32 * Bytes, 0), 32 * Bytes) << "silent";
+    }
 }
 
 TEST(MP3Format, Tags)
@@ -260,6 +293,21 @@ TEST(MP3Format, Tags)
         {"an unknown genre", {}, Prefix(v1, 127) + BYTES{126}, "One||9|"},
         {"ID3v2 wins", v2(3, 0, title), ape(Number(3, -4) + Number(0, 4) + Text("Title\0Two")) +
          v1, "Title||9|Rock"},
+        {"beyond Latin", v2(3, 0, frame("TIT2", Text("\1\xFF\xFE\x2D\x4E"))), {}, "\xE4\xB8\xAD|||"},
+        {"UTF-16 without a mark", v2(4, 0, frame("TIT2", Text("\2\x4E\x2D"))), {},
+         "\xE4\xB8\xAD|||"},
+        {"an unsynchronised frame", v2(4, 0, frame("TIT2", Text("\0\xFF\0\xE9"), 2)), {},
+         "\xC3\xBF\xC3\xA9|||"},
+        {"of a group", v2(3, 0, frame("TIT2", Text("G\0Hi"), 0x20)), {}, "Hi|||"},
+        {"encrypted", v2(3, 0, frame("TIT2", Text("\0Hi"), 0x40)), {}, "|||"},
+        {"a refined genre", v2(3, 0, frame("TCON", Text("\0(17)Hard"))), {}, "|||Hard"},
+        {"no whole number", v2(3, 0, frame("TCON", Text("\0(17"))), {}, "|||(17"},
+        {"no frames", v2(3, 0, {}), {}, "|||"},
+        {"at the end", {}, v2(4, 0x10, title) + Text("3DI\4\0\x10\0\0\0\x10"), "Title|||"},
+        {"old lyrics", {}, Text("LYRICSBEGINla la laLYRICSEND") + v1, "One||9|Rock"},
+        {"APE in front", Text("APETAGEX") + Number(2000, -4) + Number(32 + 17, -4) + Number(1, -4) +
+         Number(0xA0000000, -4) + BYTES(8) + ape(Number(3, -4) + Number(0, 4) + Text("Title\0Two")), {},
+         "Two|||"},
         {"sizes beyond the file", v2(3, 0, Text("TIT2\x7F\xFF\xFF\xFF\0\0\0Hi")), {}, "Hi|||"},
     };
     // clang-format on
@@ -314,7 +362,8 @@ TEST(MP3Format, DamageIsNotLoud)
 
 TEST(MP3Format, Detection)
 {
-    const BYTES stream = Joined(FramesOf("mp3_joint.mp3"));
+    const BYTES stream = Joined(FramesOf("mp3_joint.mp3")),
+                free = Number(0xFFFB0000, 4) + BYTES(696);
     const struct {
         const char *what;
         BYTES head;
@@ -331,6 +380,8 @@ TEST(MP3Format, Detection)
         {"a picture", ReadFile(TEST_DATA "bmp/bmp_4bpp.bmp"), false},
         {"headers at short distances, too",
          BYTES(1) + Joined(std::vector(200, Number(0xFFFB1000, 4) + BYTES(4))), false},
+        {"free format", free + free + free, true},
+        {"free format, but other bytes for the third header", free + free + BYTES(4), false},
         {"nothing", {}, false},
     };
     for (const auto &r : rows)

@@ -120,16 +120,16 @@ TEST(MP3Layer3, MixedBlocksAndEmptySubbands)
 // A single subband far beyond full scale is clamped on both sides.
 TEST(MP3Layer3, SynthesisClips)
 {
-    MP3_FILTER filter{};
+    std::array<MP3_FILTER, 2> filters{};
     for (size_t t = 0; t < 36; t++)
-        filter.Samples[1][t] = static_cast<MP3_FIXED>((t % 8 < 4 ? 4 : -4) << MP3_FixedBits);
+        filters[0].Samples[1][t] = static_cast<MP3_FIXED>((t % 8 < 4 ? 4 : -4) << MP3_FixedBits);
     std::vector<int16_t> samples(2 * 32 * 36, 77);
-    MP3_Synthesis(filter, 36, samples.data(), 2);
+    MP3_Synthesis(filters, 36, samples.data());
     const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
     EXPECT_EQ(*low, -32768);
     EXPECT_EQ(*high, 32767);
     for (size_t i = 1; i < samples.size(); i += 2)
-        ASSERT_EQ(samples[i], 77) << "the other channel's";
+        ASSERT_EQ(samples[i], 0) << "the other channel is silent";
     // No wrap-around: neighbours in the wave of one subband never jump from end to end.
     for (size_t i = 2; i < samples.size(); i += 2)
         ASSERT_LT(std::abs(samples[i] - samples[i - 2]), 60000) << i;

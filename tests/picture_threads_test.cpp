@@ -7,39 +7,12 @@
 #include <mutex>
 #include <thread>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "tests/pictures.h"
 
 namespace
 {
 
 using FILES = std::vector<std::pair<std::string, BYTES>>;
-
-// Decoders trace on standard output.
-class SILENT
-{
-public:
-    SILENT() : out(dup(STDOUT_FILENO))
-    {
-        std::fflush(stdout);
-        const int null = open("/dev/null", O_WRONLY);
-        dup2(null, STDOUT_FILENO);
-        close(null);
-    }
-    ~SILENT()
-    {
-        std::fflush(stdout);
-        dup2(out, STDOUT_FILENO);
-        close(out);
-    }
-    SILENT(const SILENT &) = delete;
-    SILENT &operator=(const SILENT &) = delete;
-
-private:
-    int out;
-};
 
 struct LOADED_FILE {
     size_t File = 0;
@@ -146,11 +119,9 @@ TEST(PictureThreads, DecodeAsOneThreadDoes)
 {
     const FILES files = PictureFiles();
     ASSERT_GT(files.size(), 30u);
-    std::map<std::string, std::string> wrong;
-    {
-        const SILENT silent;
-        wrong = DecodeAll(files);
-    }
+    testing::internal::CaptureStdout();  // decoders trace
+    const auto wrong = DecodeAll(files);
+    testing::internal::GetCapturedStdout();
     for (const auto &[path, summary] : wrong)
         ADD_FAILURE() << path << ": " << summary;
 }

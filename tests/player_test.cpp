@@ -1,15 +1,10 @@
 // The player's sounds: read errors, seeking, and volume.
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 #include <numbers>
 #include <random>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "tests/files.h"
-#include "tools/player/convert.h"
 #include "tools/player/open.h"
 #include "tools/player/screen.h"
 
@@ -24,21 +19,6 @@ static BYTES Wave(size_t bytes)
     return Text("RIFF") + Number(size + 36, -4) + Text("WAVEfmt ") + Number(16, -4) +
            Number(1, -2) + Number(2, -2) + Number(44100, -4) + Number(176400, -4) + Number(4, -2) +
            Number(16, -2) + Text("data") + Number(size, -4) + data;
-}
-
-TEST(Player, AFailedReadLeavesNoFile)
-{
-    PLAYER_SOUND sound;
-    ASSERT_EQ(Player_Open(WriteTemp("in.wav", Wave(1 << 20)), {}, sound), "");
-    const int folder = open(TempPath("").c_str(), O_RDONLY);
-    ASSERT_GE(dup2(folder, fileno(sound.Track->File.get())), 0);  // which reads EISDIR
-    close(folder);
-    for (const char *name : {"out.wav", "out.raw"})
-        EXPECT_EQ(Player_Convert(sound, 1, Player_Format(sound), TempPath(name)),
-                  "it cannot be read to its end: Is a directory");
-    EXPECT_EQ(sound.Track->Error, EISDIR);
-    for (const auto &left : std::filesystem::directory_iterator(TempPath("")))
-        EXPECT_EQ(left.path().filename(), "in.wav");
 }
 
 // What follows a seek is what lies there in a full decoding.
@@ -102,6 +82,26 @@ TEST(Player, ConvertsBits)
         BYTES out;
         Samples_Convert(row.Samples, row.From, row.To, out);
         EXPECT_EQ(out, row.Expected) << row.From.Bits << " to " << row.To.Bits;
+    }
+}
+
+// Levels below a step survive, and the noise's power does not depend on them: a quarter of a
+// step's.
+TEST(Player, Dithers)
+{
+    for (const uint8_t level : BYTES{0, 64, 128, 255}) {  // in 1/256
+        BYTES out, samples;
+        for (int i = 0; i < 40000; i++)
+            samples.insert(samples.end(), {level, 0, 0});
+        Samples_Convert(samples, {24, 1, 8000}, {16, 1, 8000, false, true}, out);
+        double sum = 0, squares = 0;
+        for (size_t i = 0; i < out.size(); i += 2) {
+            const double error = static_cast<int16_t>(out[i] | out[i + 1] << 8) - level / 256.0;
+            sum += error / 40000;
+            squares += error * error / 40000;
+        }
+        EXPECT_NEAR(sum, 0, 0.015) << +level;
+        EXPECT_NEAR(squares, 0.25, 0.015) << +level;
     }
 }
 

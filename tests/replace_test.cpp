@@ -2,12 +2,10 @@
 #include "extra/replace.h"
 
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <functional>
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "tests/files.h"
@@ -109,23 +107,6 @@ TEST_F(Replace, ModesAreKept)
     EXPECT_EQ(Write(folder / "new", 3), 0);
     umask(mask);
     EXPECT_EQ(Mode(folder / "new"), 0640u);
-}
-
-TEST_F(Replace, AFullDiskLeavesTheOldFile)
-{
-    rlimit before;
-    getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit full = {1 << 16, before.rlim_max};
-    std::signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &full);
-    for (const size_t letters : {(1u << 16) + 1, 1u << 20}) {
-        EXPECT_EQ(Write(path, letters), EFBIG) << letters;
-        EXPECT_EQ(Read(path), "old") << letters;
-        EXPECT_EQ(Files(), 1u) << letters;
-    }
-    setrlimit(RLIMIT_FSIZE, &before);
-    EXPECT_EQ(Write(path, 1 << 20), 0);
-    EXPECT_EQ(Read(path).size(), 1u << 20);
 }
 
 TEST_F(Replace, WritersDoNotMeet)

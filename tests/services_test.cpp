@@ -116,6 +116,7 @@ TEST(Numerals, Texts)
         {"capitals", 16, 10, "FF", "255"},
         {"a capital A is worth 17", 16, 10, "AA", "289"},
         {"a small a is worth 42", 16, 10, "a", "42"},
+        {"other small letters are worth what they should", 16, 10, "bf", "191"},
         {"a minus sign is worth its code", 10, 10, "-1", "451"},
         {"nothing has none", 10, 2, "", ""},
         {"wraps at 32 bits", 10, 10, "4294967297", "1"},

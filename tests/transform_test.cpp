@@ -80,6 +80,11 @@ TEST(Transform, Projections)
                {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, -1, 0, 0, 0, 0, 1}, "ortho");
     ExpectNear(Extra_Ortho(m, 0, 4, 0, 2, 1, 3),
                {0.5f, 0, 0, -1, 0, 1, 0, -1, 0, 0, -1, -2, 0, 0, 0, 1}, "ortho, off centre");
+    EXTRA_MATRIX copy;
+    Extra_CopyMatrix(copy, m);
+    EXPECT_EQ(copy, m);
+    EXTRA_VECTOR v;
+    EXPECT_EQ(Extra_Vector(v, 1, 2, 3, 4), (EXTRA_VECTOR{1, 2, 3, 4}));
 }
 
 TEST(Projection, PointsTurnAndShrinkWithDepth)
@@ -110,10 +115,14 @@ TEST(Projection, PointsTurnAndShrinkWithDepth)
 
 TEST(Projection, FacesAreSeenAndClickedInside)
 {
-    const EXTRA_POINT a = {0, 0, 1}, b = {10, 0, 1}, c = {10, 10, 1}, d = {0, 10, 1},
-                      hidden = {0, 10, 0};
-    EXPECT_NE(Extra_3Dvisible(a, b, c, d), Extra_3Dvisible(a, d, c, b));
-    EXPECT_EQ(Extra_3Dvisible(a, b, c, hidden), 0);
+    const EXTRA_POINT a = {0, 0, 1}, b = {10, 0, 1}, c = {10, 10, 1}, d = {0, 10, 1};
+    EXPECT_EQ(Extra_3Dvisible(a, b, c, d), 1);
+    EXPECT_EQ(Extra_3Dvisible(a, d, c, b), 0);
+    for (size_t i = 0; i < 4; i++) {
+        std::array corners = {a, b, c, d};
+        corners[i].Visible = 0;
+        EXPECT_EQ(Extra_3Dvisible(corners[0], corners[1], corners[2], corners[3]), 0) << i;
+    }
     // Both triangles, the diagonal between them, an edge, outside.
     for (const auto &[x, y, inside] :
          {std::array{2, 3, 1}, {8, 7, 1}, {5, 5, 0}, {0, 5, 0}, {11, 5, 0}}) {

@@ -210,19 +210,6 @@ TEST(Viewer, WhatIsWrittenIsReadBack)
     Picture_Rules = PICTURE_RULES_FRAMEWORK;
 }
 
-TEST(Viewer, WritingFindsTheDiskFull)
-{
-    VIEWER_IMAGE image{300, 300, BYTES_BUFFER(300 * 300 * 4, 9)};
-    for (size_t i = 0; i < image.Pixels.size(); i++)
-        image.Pixels[i] = static_cast<uint8_t>(i * i >> 7);
-    for (const auto encode : {Encode_PAM, Encode_PNG, Encode_BMP}) {
-        FILE *full = std::fopen("/dev/full", "wb");
-        ASSERT_TRUE(full);
-        EXPECT_NE(encode(Viewer_Pixels(image), full), "");
-        std::fclose(full);
-    }
-}
-
 static std::shared_ptr<const VIEWER_FILE> Await(const AHEAD_KEY &key)
 {
     for (int i = 0; i < 1000; i++) {

@@ -146,11 +146,28 @@ TEST(Wav, AdpcmSamples)
         const char *what;
         BYTES format, block;
         std::vector<int> samples;  // the ones counted
+        int32_t (*next)(uint8_t n, uint8_t channel, uint8_t code);
+        int after;  // the samples that fit, for a code 0
     } rows[] = {
         // Predictor 9 is 6. 2 * 100 - 90 + 40, delta 35; 2 * 150 - 100 - 35.
-        {"Microsoft", Microsoft(1, 9), {9, 40, 0, 100, 0, 90, 0, 0x1F, 0}, {90, 100, 150, 165}},
-        {"delta is 16 at least", Microsoft(1, 9), {6, 1, 0, 0, 0, 0, 0, 0x01, 0}, {0, 0, 0, 16}},
-        {"IMA, index 100 is 88", Ima(1, 6), {0, 0, 100, 0, 0x80, 0}, {4095, 371, 3756, 6833}},
+        {"Microsoft",
+         Microsoft(1, 9),
+         {9, 40, 0, 100, 0, 90, 0, 0x1F, 0},
+         {90, 100, 150, 165},
+         WAV_MS_ADPCM_GetNextSample,
+         180},
+        {"delta is 16 at least",
+         Microsoft(1, 9),
+         {6, 1, 0, 0, 0, 0, 0, 0x01, 0},
+         {0, 0, 0, 16},
+         WAV_MS_ADPCM_GetNextSample,
+         32},
+        {"IMA, index 100 is 88",
+         Ima(1, 6),
+         {0, 0, 100, 0, 0x80, 0},
+         {4095, 371, 3756, 6833},
+         WAV_IMA_ADPCM_GetNextSample,
+         9631},
     };
     for (const auto &r : rows) {
         const BYTES file = AdpcmFile(r.format, r.block);
@@ -163,6 +180,8 @@ TEST(Wav, AdpcmSamples)
         for (size_t i = 0; i < refill.Length; i += 2)
             samples.push_back(static_cast<int16_t>(refill.Bytes[i] | refill.Bytes[i + 1] << 8));
         EXPECT_EQ(samples, r.samples) << r.what;
+        EXPECT_EQ(r.next(0, 0, 16), r.after) << r.what << ": of the code, four bits count";
+        EXPECT_EQ(r.next(0, 2, 1) + r.next(99, 0, 1), 0) << r.what;
     }
 }
 
@@ -209,8 +228,6 @@ TEST(Wav, FormatRules)
                        Part("ds64", BYTES(8) + Little(4, 8) + BYTES(12)) +
                        Part("fmt ", Format(1, 1, 2, 16)) + Text("data\xFF\xFF\xFF\xFF") +
                        BYTES{1, 0, 2, 0} + Part("LIST", Ramp(20));
-    const BYTES six = Little(0, 2) + Little(17071, 2) + Little(0, 2) + Little(-32768, 2) +
-                      Little(0, 2) + Little(0, 2);
     const BYTES three = Little(-1000, 2) + Little(1000, 2) + Little(1000, 2);
     // The first block is whole, the second has one byte of codes.
     const BYTES ima = {0, 0, 88, 0, 0x80, 0, 5, 0, 0, 0, 0x80};
@@ -234,7 +251,6 @@ TEST(Wav, FormatRules)
         {"sizes of 64 bits", Wav, rf64, 1, 8000, 16, {1, 2}},
         {"data before the format", Wav, Riff(data + Part("fmt ", Format(1, 1, 2, 16))), 1, 8000,
          16, {0x2010, -16}},
-        {"no bass, the rest scaled", Wav, file(Format(1, 6, 12, 16), six), 2, 8000, 16, {0, 7071}},
         {"centre to both sides", Wav, file(Format(1, 3, 6, 16), three), 2, 8000, 16, {-172, 999}},
         {"A-law", Wav, file(Format(6, 1, 1, 8), {0xD5, 0x55, 0x80}), 1, 8000, 16, {8, -8, 5504}},
         {"IMA", Wav, file(Ima(1, 6), ima), 1, 8000, 16, {0, 4095, 371, 3756, 6833, 5}},
@@ -248,6 +264,9 @@ TEST(Wav, FormatRules)
         {"MPEG", Wav, file(Format(0x55, 2, 1, 0), Ramp(40)), 2, 8000, 0, {},
          "MPEG audio inside RIFF WAVE"},
         {"ADPCM of three", Wav, file(Ima(3, 24), Ramp(24)), 3, 8000, 0, {}, "ADPCM of 3 channels"},
+        {"GSM", Wav, file(Format(0x31, 1, 65, 0), Ramp(65)), 1, 8000, 0, {}, "GSM 6.10 compression"},
+        {"tag 99", Wav, file(Format(99, 1, 1, 8), Ramp(4)), 1, 8000, 0, {}, "format tag 99"},
+        {"small blocks", Wav, file(Ima(1, 3), Ramp(6)), 1, 8000, 0, {}, "ADPCM blocks of 3 bytes"},
         {"no bits", Wav, file(Format(1, 1, 0, 0), Ramp(4)), 1, 8000, 0, {}, "0 bits a sample"},
     };
     // clang-format on
@@ -270,4 +289,45 @@ TEST(Wav, FormatRules)
     const BYTES whole = DecodeWhole(Wav, path, facts, {100000});
     EXPECT_EQ(whole.size(), 2u * (2 * 80001 + 1 + 2 * (100000 - 2 * 40004 - 4)));
     EXPECT_TRUE(DecodeWhole(Wav, path, facts, {32768}) == whole);
+}
+
+// L and R go to one side in full, l and r at 0.71, C to both at 0.71, S at a half, - to none; the
+// sum is scaled to full level. One channel sounds in each frame.
+TEST(Wav, SpeakersAreMixedToTwo)
+{
+    const struct {
+        uint16_t channels;
+        uint32_t mask;
+        std::string weights;
+    } rows[] = {
+        {3, 0, "LRC"},       {4, 0, "LRlr"},    {5, 0, "LRClr"},
+        {6, 0, "LRC-lr"},    {7, 0, "LRC-Slr"}, {8, 0, "LRC-lrlr"},
+        {9, 0, "SSSSSSSSS"}, {3, 3, "LRS"},     {18, 0x3FFFF, "LRC-lrLRSlrSlSrlSr"},
+    };
+    for (const auto &r : rows) {
+        const auto weight = [](char speaker, const std::string &side) {
+            const size_t at = side.find(speaker);
+            return at == 0 ? 32768 : speaker == 'S' ? 16384 : at != std::string::npos ? 23170 : 0;
+        };
+        const std::array<std::string, 2> sides = {"LlC", "RrC"};
+        int most = 32768;
+        for (const std::string &side : sides)
+            most = std::max(
+                most, std::accumulate(r.weights.begin(), r.weights.end(), 0,
+                                      [&](int sum, char c) { return sum + weight(c, side); }));
+        BYTES data;
+        std::vector<int> expected;
+        for (size_t frame = 0; frame < r.channels; frame++) {
+            for (size_t channel = 0; channel < r.channels; channel++)
+                data = data + Little(channel == frame ? 16384 : 0, 2);
+            for (const std::string &side : sides)
+                expected.push_back(
+                    static_cast<int>(weight(r.weights[frame], side) * 32768LL / most / 2));
+        }
+        const BYTES format = Format(0xFFFE, r.channels, static_cast<uint16_t>(2 * r.channels), 16) +
+                             Little(22, 2) + Little(16, 2) + Little(r.mask, 4) + Little(1, 2) +
+                             BYTES(14);
+        CheckFormat({r.weights.c_str(), Wav, Riff(Part("fmt ", format) + Part("data", data)), 2,
+                     8000, 16, expected});
+    }
 }

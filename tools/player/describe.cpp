@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <span>
 
@@ -70,6 +71,7 @@ static void SetFrames(PLAYER_SOUND &sound, const SOUND_FRAMES &frames, uint64_t 
                   : frames.Coding == SOUND_ULAW ? "mu-law"
                                                 : "linear";
     sound.Bytes = data / stored * Player_FrameBytes(sound);
+    sound.Real = frames.Real;
     if (frames.Coding == SOUND_FLOAT && frames.Bytes == 8)
         AddFact(sound, "stored", "64 bits");
     if (frames.Mixed)
@@ -211,14 +213,18 @@ static void DescribeMP3(PLAYER_SOUND &sound)
     const uint8_t n = track.SoundNumber;
     uint32_t size;
     const SOUND_STREAM file = Sound_OpenFile(track.Path.c_str(), &size);
-    if (!file)
+    if (!file) {
+        sound.Track->Error = errno;
         return;
+    }
     fseeko(file.get(), track.DataStart, SEEK_SET);
     MP3_LoadFrame(file.get(), n);
     const MP3_HEADER &header = *MP3_GetHeader(n);
     sound.Channels = header.Channels;
     sound.Hz = header.SamplingRate;
     sound.Format = "MPEG audio";
+    if (sound.Hz == 0)  // no frame of Layer III
+        return;
     sound.Codec = std::string(MP3_Version[header.Version & 3]) + " " + MP3_Layer[header.Layer & 3];
     if (header.Rules == AUDIO_RULES_FORMAT)
         AddTexts(sound, header.Texts);
@@ -235,6 +241,8 @@ static void DescribeMP3(PLAYER_SOUND &sound)
         AddFact(sound, "left out",
                 std::to_string(header.Frames.Skip) + " samples of the encoder's delay");
     sound.Bytes = samples * Player_FrameBytes(sound);
+    if (std::ferror(file.get()))
+        sound.Track->Error = EIO;
 }
 
 static void DescribeVOC(PLAYER_SOUND &sound)

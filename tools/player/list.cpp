@@ -20,15 +20,18 @@ using PATHS = std::vector<std::string>;
 constexpr size_t List_MaxFiles = 100000;
 constexpr size_t List_MaxDepth = 8;  // of playlists within playlists
 
-// Detection takes any small file of no other format for a module.
+// Detection takes any small file of no other format for a module. What cannot be read is reported
+// when it is opened.
 static bool IsSound(const std::filesystem::directory_entry &entry)
 {
     constexpr uintmax_t moduleHeader = 600;  // bytes, of the oldest kind
     std::error_code error;
     if (!entry.is_regular_file(error))
         return false;
+    Reason_Clear();
     const uint8_t type = Audio_Check(entry.path().c_str());
-    return type > AUDIO_RAW && (type != AUDIO_MOD || entry.file_size(error) > moduleHeader);
+    return *Reason_Get() != 0 ||
+           (type > AUDIO_RAW && (type != AUDIO_MOD || entry.file_size(error) > moduleHeader));
 }
 
 // The sounds in a folder. Returns why it could not be read completely.

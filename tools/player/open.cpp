@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "audio/mp3.h"
+#include "audio/sound_frames.h"
 #include "tools/player/describe.h"
 #include "tools/player/terminal.h"
 #include "tools/player/text.h"
@@ -126,17 +127,32 @@ static uint32_t TagBytes(const char *path)
     for (; byte == 0; byte = std::getc(file.get()))
         bytes++;
     const int second = std::getc(file.get());
+    if (std::ferror(file.get()))
+        Reason_Set("cannot be read: %s", std::strerror(errno));
     return byte == 0xFF && second != EOF && (second & 0xE2) == 0xE2 ? bytes : 0;
+}
+
+// What a disk that fails leaves is no shorter sound.
+static std::string WhyUnread(const PLAYER_SOUND &sound)
+{
+    if (sound.Incomplete.starts_with("cannot be read"))
+        return sound.Incomplete;
+    const int error = sound.Track->Error;
+    return error != 0 ? std::string("cannot be read: ") + std::strerror(error) : "";
 }
 
 // Opens the sound at `path`, or what is open under it.
 static std::string OpenSound(const char *path, const PLAYER_SETTINGS &settings, PLAYER_SOUND &sound)
 {
+    Reason_Clear();
     const uint32_t tag = Audio_Rules == AUDIO_RULES_FRAMEWORK ? TagBytes(path) : 0;
     const uint8_t type = tag != 0 ? uint8_t{AUDIO_MP3} : Audio_Check(path);
+    if (*Reason_Get() != 0)
+        return Reason_Get();
     const PLAYER_RAW &raw = settings.Raw;
     const uint8_t bits = settings.Deep ? DeepBits : ModuleBits;
     MP3_OutputBits = bits;
+    Sound_KeepReal = settings.Real;
     if (type != AUDIO_RAW)
         SetOutput(bits, ModuleChannels, settings.Hz != 0 ? settings.Hz : ModuleHz);
     else if (raw.Channels != 0)
@@ -145,8 +161,8 @@ static std::string OpenSound(const char *path, const PLAYER_SETTINGS &settings, 
         return "not a sound of a known format (--raw takes it for samples)";
     sound.Track.reset(Audio_LoadAs(path, type));
     if (!sound.Track)
-        return Audio_Reason();
-    sound.Incomplete = Audio_Reason();
+        return Player_Text(std::string(Audio_Reason()));
+    sound.Incomplete = Player_Text(std::string(Audio_Reason()));  // may quote the file
     if (!sound.Track->Buffer[0])
         return sound.Incomplete.empty() ? "damaged, or not a sound" : sound.Incomplete;
     if (tag > sound.Track->DataStart) {
@@ -154,7 +170,7 @@ static std::string OpenSound(const char *path, const PLAYER_SETTINGS &settings, 
         sound.Incomplete.clear();  // it was about the tag's bytes
     }
     ReadFacts(sound);
-    return "";
+    return WhyUnread(sound);
 }
 
 std::string Player_Open(const std::string &path, const PLAYER_SETTINGS &settings,

@@ -4,6 +4,7 @@
 
 #include "audio/mod.h"
 #include "audio/mod_mixer.h"
+#include "tools/common/guard.h"
 #include "tools/player/convert.h"
 #include "tools/player/info.h"
 #include "tools/player/list.h"
@@ -37,7 +38,9 @@ static int Info(const OPTIONS &options)
 
 static int Convert(OPTIONS &options)
 {
-    options.Settings.Deep = options.Bits == "24" || options.Bits == "32" || options.Bits == "float";
+    options.Settings.Deep =
+        options.Bits == "24" || options.Bits == "32" || options.Bits == "float" || options.Dither;
+    options.Settings.Real = options.Bits == "float" && options.Hz == 0;
     const PLAYER_TERMINAL terminal(-1);
     const std::string &in = options.Files[0], &out = options.Files[1];
     PLAYER_SOUND sound;
@@ -53,6 +56,7 @@ static int Convert(OPTIONS &options)
     SAMPLES_FORMAT to = Player_Format(sound);
     if (options.Hz != 0)
         to.Hz = options.Hz;
+    to.Dither = options.Dither;
     to.Float = options.Bits == "float";
     if (!options.Bits.empty())
         to.Bits = to.Float ? 32 : static_cast<uint32_t>(std::stoul(options.Bits));
@@ -93,10 +97,11 @@ static int Run(OPTIONS &options)
 
 int main(int argc, char **argv)
 {
-    OPTIONS options;
-    if (const std::optional<int> status = Options_Read(argc, argv, options))
-        return *status;
-    const int status = Run(options);
+    const int status = Guard_Run("tessplay", [&] {
+        OPTIONS options;
+        const std::optional<int> answered = Options_Read(argc, argv, options);
+        return answered ? *answered : Run(options);
+    });
     if (const int signal = Terminal_Signal()) {
         std::signal(signal, SIG_DFL);
         std::raise(signal);

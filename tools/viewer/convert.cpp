@@ -129,7 +129,8 @@ static bool ConvertFile(const std::string &in, const std::string &out,
 bool Convert_Files(const std::vector<std::string> &paths, const CONVERT_OPTIONS &options)
 {
     const std::string &out = paths.back();
-    if (!std::filesystem::is_directory(out))
+    std::error_code unknown;
+    if (!std::filesystem::is_directory(out, unknown))
         return ConvertFile(paths[0], out, options);
     bool all = true;
     std::set<std::string> names;

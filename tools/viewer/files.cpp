@@ -5,6 +5,7 @@
 #include <iostream>
 #include <system_error>
 
+#include "extra/reason.h"
 #include "picture/picture.h"
 
 namespace fs = std::filesystem;
@@ -47,6 +48,14 @@ bool Files_Before(std::string_view a, std::string_view b)
     return x.empty() == y.empty() ? a < b : x.empty();
 }
 
+// What cannot be read is reported when it is opened.
+static bool IsPicture(const std::string &path)
+{
+    Reason_Clear();
+    return Picture_Check(path.c_str(), 0) != PICTURE_UNKNOWN ||
+           std::string_view(Picture_Reason()).starts_with("cannot be");
+}
+
 // The pictures in a folder, followed by those in its subfolders; links to folders are not followed.
 static bool AddFolder(const fs::path &folder, bool recursive, std::vector<FILES_ENTRY> &entries)
 {
@@ -59,7 +68,7 @@ static bool AddFolder(const fs::path &folder, bool recursive, std::vector<FILES_
             continue;
         if (i->is_directory(unknown) && !i->is_symlink(unknown))
             folders.push_back(path);
-        else if (i->is_regular_file(unknown) && Picture_Check(path.c_str(), 0) != PICTURE_UNKNOWN)
+        else if (i->is_regular_file(unknown) && IsPicture(path))
             files.push_back(path);
     }
     std::ranges::sort(files, Files_Before);

@@ -1,5 +1,7 @@
 // Shows pictures in a window, prints what they say about themselves, or converts them.
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -12,6 +14,7 @@
 
 #include "picture/charset.h"
 #include "picture/pixels.h"
+#include "tools/common/guard.h"
 #include "tools/viewer/convert.h"
 #include "tools/viewer/files.h"
 #include "tools/viewer/info.h"
@@ -137,7 +140,8 @@ static void CheckConversion(OPTIONS &options)
         throw CLI::ValidationError("--convert", "needs at least two files, IN and OUT");
     if (options.Writing.Format.starts_with('.'))
         options.Writing.Format.erase(0, 1);
-    const bool folder = std::filesystem::is_directory(files.back());
+    std::error_code unknown;
+    const bool folder = std::filesystem::is_directory(files.back(), unknown);
     if (files.size() > 2 && !folder)
         throw CLI::ValidationError("--convert", "writes several files only into a folder");
     if (!Convert_CanWrite(folder ? "." + options.Writing.Format : files.back()))
@@ -165,6 +169,17 @@ static std::vector<std::string> Paths(const std::vector<FILES_ENTRY> &entries)
     return paths;
 }
 
+using OUTPUT = std::unique_ptr<FILE, int (*)(FILE *)>;
+
+static OUTPUT OpenOutput()
+{
+    const int copy = dup(STDOUT_FILENO);
+    FILE *out = copy >= 0 ? fdopen(copy, "w") : nullptr;
+    if (!out && copy >= 0)
+        close(copy);
+    return {out, std::fclose};
+}
+
 static int Run(OPTIONS &options)
 {
     if (options.CharSet >= 0)
@@ -177,9 +192,11 @@ static int Run(OPTIONS &options)
             Report("-", reason);
 
     // By the framework's rules decoders may trace on standard output.
-    FILE *out = fdopen(dup(STDOUT_FILENO), "w");
-    if (!out || (options.Framework && !std::freopen("/dev/null", "w", stdout)))
+    const OUTPUT out = OpenOutput();
+    if (!out || (options.Framework && !std::freopen("/dev/null", "w", stdout))) {
+        Report("standard output", std::strerror(errno));
         return Failure;
+    }
     if (options.Convert) {
         std::vector<std::string> words(options.Files.begin(), options.Files.end() - 1);
         words = Paths(Files_Expand(words, options.Recursive));
@@ -188,14 +205,14 @@ static int Run(OPTIONS &options)
     }
     std::vector<FILES_ENTRY> entries = Files_Expand(options.Files, options.Recursive);
     if (options.Info)
-        return Info_Print(Paths(entries), options.JSON, out) ? 0 : Failure;
+        return Info_Print(Paths(entries), options.JSON, out.get()) ? 0 : Failure;
     size_t at = 0;
     if (entries.size() == 1 && entries[0].Named && !options.List)
         entries = Files_Around(entries[0].Path, at);
     return Window_ShowFiles(std::move(entries), at, options.Window);
 }
 
-int main(int argc, char **argv)
+static int ReadAndRun(int argc, char **argv)
 {
     OPTIONS options;
     CLI::App app("Shows pictures, prints what they say about themselves, or converts them.",
@@ -210,4 +227,9 @@ int main(int argc, char **argv)
     }
     Picture_Rules = options.Framework ? PICTURE_RULES_FRAMEWORK : PICTURE_RULES_FORMAT;
     return Run(options);
+}
+
+int main(int argc, char **argv)
+{
+    return Guard_Run("tessview", [&] { return ReadAndRun(argc, argv); });
 }

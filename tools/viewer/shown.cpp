@@ -267,15 +267,12 @@ static void ReadHeader(VIEWER_FILE &file, const BYTES_OPEN &from)
 }
 
 // Keeps a picture with the facts that are in the decoders' globals now.
-static void Keep(VIEWER_FILE &file, const Picture &picture, const BYTES_OPEN &from)
+static void Keep(VIEWER_FILE &file, std::shared_ptr<const Picture> picture, const BYTES_OPEN &from)
 {
-    file.Record = std::shared_ptr<const Picture>(new Picture(picture), [](const Picture *p) {
-        Picture_UnLoad(*p);
-        delete p;
-    });
-    file.Width = picture.Width;
-    file.Height = picture.Height;
-    file.Bits = BitsOf(picture);
+    file.Width = picture->Width;
+    file.Height = picture->Height;
+    file.Bits = BitsOf(*picture);
+    file.Record = std::move(picture);
     ReadHeader(file, from);
 }
 
@@ -303,8 +300,13 @@ static void Prepare(VIEWER_FILE &file, VIEWER_DEPTH depth)
 static void Load(VIEWER_FILE &file, const BYTES_OPEN &from, VIEWER_DEPTH depth)
 {
     TIF_Page = file.Page;
-    const Picture picture =
-        from.IsMemory ? Picture_LoadBytes(from.Memory, 0, 0) : Picture_Load(from.Path, 0, 0);
+    // Owned before there is anything to lose.
+    const std::shared_ptr<Picture> owned(new Picture{}, [](const Picture *p) {
+        Picture_UnLoad(*p);
+        delete p;
+    });
+    Picture &picture = *owned;
+    picture = from.IsMemory ? Picture_LoadBytes(from.Memory, 0, 0) : Picture_Load(from.Path, 0, 0);
     file.Format = picture.Format;
     file.Reason = Picture_Reason();
     if (!picture.Pixels) {
@@ -316,7 +318,7 @@ static void Load(VIEWER_FILE &file, const BYTES_OPEN &from, VIEWER_DEPTH depth)
         JPG_Load(from.Path);  // the headers are as its thumbnail has left them
         JPG_UnLoad();
     }
-    Keep(file, picture, from);
+    Keep(file, owned, from);
     if (depth != VIEWER_PLAIN)
         Prepare(file, depth);
 }
