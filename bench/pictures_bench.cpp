@@ -1,5 +1,5 @@
 // Picture decoders beside commonly linked ones: every file of the formats below in the folder named
-// by the environment variable BENCH_FILES (make_bitmaps.sh and make_small_pictures.sh fill one).
+// by the environment variable BENCH_FILES (make_files.sh fills one).
 // All frames to RGBA8 in memory, read from the file (in the page cache) unless stated otherwise,
 // single thread.
 #include <algorithm>
