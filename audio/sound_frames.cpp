@@ -7,6 +7,7 @@
 #include "audio/g711.h"
 
 constinit thread_local uint32_t Sound_MixAbove = 2;
+constinit thread_local bool Sound_KeepReal = false;
 
 namespace
 {
@@ -103,8 +104,11 @@ uint32_t Sound_StoredBytes(const SOUND_FRAMES &frames)
         Reason_Set("%u channels", frames.Channels);
     else if (frames.Bytes == 0 || frames.Bytes > 8 || (real && frames.Bytes % 4 != 0))
         Reason_Set("%u bits a sample", 8 * frames.Bytes);
-    else
-        return void(frames.Mixed = frames.Channels > Sound_MixAbove);
+    else {
+        frames.Mixed = frames.Channels > Sound_MixAbove;
+        frames.Real = real && Sound_KeepReal && !frames.Mixed;
+        return;
+    }
     frames = {};
 }
 
@@ -130,7 +134,7 @@ static int32_t FromReal(double value)
     return scaled >= 2147483647.0 ? INT32_MAX : static_cast<int32_t>(scaled + whole - whole);
 }
 
-// A stored sample, left-justified in 32 bits.
+// A stored sample, left-justified in 32 bits, or its bits if it stays floating point.
 static int32_t SampleOf(const SOUND_FRAMES &frames, const uint8_t *bytes)
 {
     switch (frames.Coding) {
@@ -145,8 +149,9 @@ static int32_t SampleOf(const SOUND_FRAMES &frames, const uint8_t *bytes)
     const auto upper = static_cast<uint32_t>(value >> 32);
     if (frames.Coding != SOUND_FLOAT)
         return static_cast<int32_t>(frames.Coding == SOUND_UNSIGNED ? upper ^ 0x80000000 : upper);
-    return FromReal(frames.Bytes == 4 ? double{std::bit_cast<float>(upper)}
-                                      : std::bit_cast<double>(value));
+    const double real =
+        frames.Bytes == 4 ? double{std::bit_cast<float>(upper)} : std::bit_cast<double>(value);
+    return frames.Real ? std::bit_cast<int32_t>(static_cast<float>(real)) : FromReal(real);
 }
 
 static uint8_t *PutSample(uint8_t *out, int32_t sample, uint32_t bytes)

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints the results of benchmarks named "file/decoder" as one table: table.py JSON...
 Times are the least processor time of all repetitions. A ratio above 1 means that ours is faster."""
-import json, math, sys
+import json, math, re, sys
 
 FLOOR = "inflating alone"
 
@@ -37,7 +37,7 @@ def main():
         if ours is None or not row:
             continue
         best = min(row, key=row.get)
-        kind = file.rpartition(".")[2] if "." in file else file.split()[0].rstrip(",")
+        kind = file.rpartition(".")[2] if "." in file else re.split("[_,]", file)[0]
         formats.setdefault(kind, []).append((row[best] / ours, file, floor and floor / ours))
         others = ", ".join("%s %.2f" % (peer, row[peer] / ours) for peer in sorted(row, key=row.get))
         print("| %s | %s | %s, %s | %.2f | %s%s |" %

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "extra/heap.h"
-#include "tests/pictures.h"
+#include "tests/pixels.h"
 
 // A screen with 16 global colours (10 n, 0, 0), background index 2.
 static BYTES Screen(int width, int height)
@@ -33,14 +33,10 @@ static BYTES SubBlocks(const BYTES &data)
 static BYTES Pack(const std::vector<size_t> &codes, unsigned minimum)
 {
     const size_t clear = size_t{1} << minimum;
-    size_t next = clear + 1, bit = 0;
-    unsigned size = minimum + 1;
-    BYTES out;
+    size_t next = clear + 1, size = minimum + 1;
+    std::string bits;
     for (const size_t code : codes) {
-        for (unsigned i = 0; i < size; i++, bit++) {
-            out.resize(bit / 8 + 1);
-            out[bit / 8] = static_cast<uint8_t>(out[bit / 8] | (code >> i & 1) << bit % 8);
-        }
+        bits += Digits(code, size, false);
         if (code == clear) {
             next = clear + 1;
             size = minimum + 1;
@@ -48,7 +44,7 @@ static BYTES Pack(const std::vector<size_t> &codes, unsigned minimum)
             size++;
         }
     }
-    return out;
+    return Bits(bits, false);
 }
 
 // A frame of codes packed for `minimum`.

@@ -293,6 +293,21 @@ TEST(MP3Format, Tags)
         {"an unknown genre", {}, Prefix(v1, 127) + BYTES{126}, "One||9|"},
         {"ID3v2 wins", v2(3, 0, title), ape(Number(3, -4) + Number(0, 4) + Text("Title\0Two")) +
          v1, "Title||9|Rock"},
+        {"beyond Latin", v2(3, 0, frame("TIT2", Text("\1\xFF\xFE\x2D\x4E"))), {}, "\xE4\xB8\xAD|||"},
+        {"UTF-16 without a mark", v2(4, 0, frame("TIT2", Text("\2\x4E\x2D"))), {},
+         "\xE4\xB8\xAD|||"},
+        {"an unsynchronised frame", v2(4, 0, frame("TIT2", Text("\0\xFF\0\xE9"), 2)), {},
+         "\xC3\xBF\xC3\xA9|||"},
+        {"of a group", v2(3, 0, frame("TIT2", Text("G\0Hi"), 0x20)), {}, "Hi|||"},
+        {"encrypted", v2(3, 0, frame("TIT2", Text("\0Hi"), 0x40)), {}, "|||"},
+        {"a refined genre", v2(3, 0, frame("TCON", Text("\0(17)Hard"))), {}, "|||Hard"},
+        {"no whole number", v2(3, 0, frame("TCON", Text("\0(17"))), {}, "|||(17"},
+        {"no frames", v2(3, 0, {}), {}, "|||"},
+        {"at the end", {}, v2(4, 0x10, title) + Text("3DI\4\0\x10\0\0\0\x10"), "Title|||"},
+        {"old lyrics", {}, Text("LYRICSBEGINla la laLYRICSEND") + v1, "One||9|Rock"},
+        {"APE in front", Text("APETAGEX") + Number(2000, -4) + Number(32 + 17, -4) + Number(1, -4) +
+         Number(0xA0000000, -4) + BYTES(8) + ape(Number(3, -4) + Number(0, 4) + Text("Title\0Two")), {},
+         "Two|||"},
         {"sizes beyond the file", v2(3, 0, Text("TIT2\x7F\xFF\xFF\xFF\0\0\0Hi")), {}, "Hi|||"},
     };
     // clang-format on

@@ -10,6 +10,7 @@
 
 #include "platform/application.h"
 #include "platform/glfew.h"
+#include "platform/system.h"
 #include "platform/timer.h"
 
 using namespace std::chrono;
@@ -97,6 +98,21 @@ TEST(Window, Shapes)
         const std::array extents = {1 / box.Projection[0], 1 / box.Projection[5]};
         EXPECT_EQ(extents, (tall ? std::array{4.0f, 12.0f} : std::array{12.0f, 4.0f}));
     }
+}
+
+TEST(Shell, Answers)
+{
+    System_ParamCount = 3, System_ScreenWidth = 1024, System_ScreenHeight = 768;
+    System_LeftMouseButton = 4, System_MiddleMouseButton = 5, System_RightMouseButton = 6;
+    System_ApplicationType = 7, System_MouseX = 8, System_MouseY = 9;
+    EXPECT_EQ(
+        (std::vector{Velmorandis_ParamCount(), Velmorandis_ScreenWidth(),
+                     Velmorandis_ScreenHeight(), Velmorandis_LeftMouseButton(),
+                     Velmorandis_MiddleMouseButton(), Velmorandis_RightMouseButton(),
+                     Velmorandis_ApplicationType(), Velmorandis_MouseX(), Velmorandis_MouseY()}),
+        (std::vector<int32_t>{3, 1024, 768, 4, 5, 6, 7, 8, 9}));
+    EXPECT_EQ(System_GetJoystick(), &System_Joystick);
+    EXPECT_EQ(System_min(-2, 3) * 10 + System_StrLen("four"), -16);
 }
 
 TEST(Shell, ParametersBeyondTheirSlotsAreCut)

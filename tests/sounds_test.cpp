@@ -181,6 +181,9 @@ TEST(Sounds, FormatRules)
     const auto voc = [](const BYTES &blocks) {
         return Text("Creative Voice File\x1A\x1A\0\x0A\x01\x29\x11") + blocks + BYTES(1) + Data;
     };
+    BYTES many;
+    for (int i = 1; i < 4096; i++)
+        many = std::move(many) + block(5, {});
     const BYTES extended = block(8, {0x54, 0xE9, 0, 1});
     const BYTES format9 = Number(22050, -4) + BYTES{16, 1, 4, 0, 0, 0, 0, 0};
     const BYTES silence = block(3, {3, 0, 0xCE});  // 4 samples at twice the rate
@@ -233,6 +236,10 @@ TEST(Sounds, FormatRules)
         {"of the new format, and what follows", Voc,
          voc(sound({1, 2}) + block(9, Number(10000, -4) + BYTES{4, 1, 1} + BYTES(6)) +
          sound({3})), 1, 10000, 8, {1, 2}, "codec 1 with 1 channels after codec 0 with 1"},
+        {"another rate", Voc, voc(sound({1, 2}) + block(1, {0xA6, 0, 3})), 1, 10000, 8, {1, 2, 3},
+         "a block of 11111 Hz is played with 10000"},
+        {"many blocks", Voc, voc(sound({1}) + many + sound({2})), 1, 10000, 8, {1},
+         "more than 4096 blocks"},
         {"8SVX", Iff, svx(0, {}, {1, 0xFF}), 1, 8363, 8, {129, 127}},
         {"stereo", Iff, svx(0, stereo, {1, 2, 3, 4}), 2, 8363, 8, {129, 131, 130, 132}},
         {"Fibonacci delta", Iff, svx(1, {}, {0, 10, 0xE9, 0xFF}), 1, 8363, 8, {139, 152, 173, 194}},

@@ -146,11 +146,28 @@ TEST(Wav, AdpcmSamples)
         const char *what;
         BYTES format, block;
         std::vector<int> samples;  // the ones counted
+        int32_t (*next)(uint8_t n, uint8_t channel, uint8_t code);
+        int after;  // the samples that fit, for a code 0
     } rows[] = {
         // Predictor 9 is 6. 2 * 100 - 90 + 40, delta 35; 2 * 150 - 100 - 35.
-        {"Microsoft", Microsoft(1, 9), {9, 40, 0, 100, 0, 90, 0, 0x1F, 0}, {90, 100, 150, 165}},
-        {"delta is 16 at least", Microsoft(1, 9), {6, 1, 0, 0, 0, 0, 0, 0x01, 0}, {0, 0, 0, 16}},
-        {"IMA, index 100 is 88", Ima(1, 6), {0, 0, 100, 0, 0x80, 0}, {4095, 371, 3756, 6833}},
+        {"Microsoft",
+         Microsoft(1, 9),
+         {9, 40, 0, 100, 0, 90, 0, 0x1F, 0},
+         {90, 100, 150, 165},
+         WAV_MS_ADPCM_GetNextSample,
+         180},
+        {"delta is 16 at least",
+         Microsoft(1, 9),
+         {6, 1, 0, 0, 0, 0, 0, 0x01, 0},
+         {0, 0, 0, 16},
+         WAV_MS_ADPCM_GetNextSample,
+         32},
+        {"IMA, index 100 is 88",
+         Ima(1, 6),
+         {0, 0, 100, 0, 0x80, 0},
+         {4095, 371, 3756, 6833},
+         WAV_IMA_ADPCM_GetNextSample,
+         9631},
     };
     for (const auto &r : rows) {
         const BYTES file = AdpcmFile(r.format, r.block);
@@ -163,6 +180,8 @@ TEST(Wav, AdpcmSamples)
         for (size_t i = 0; i < refill.Length; i += 2)
             samples.push_back(static_cast<int16_t>(refill.Bytes[i] | refill.Bytes[i + 1] << 8));
         EXPECT_EQ(samples, r.samples) << r.what;
+        EXPECT_EQ(r.next(0, 0, 16), r.after) << r.what << ": of the code, four bits count";
+        EXPECT_EQ(r.next(0, 2, 1) + r.next(99, 0, 1), 0) << r.what;
     }
 }
 
@@ -245,6 +264,9 @@ TEST(Wav, FormatRules)
         {"MPEG", Wav, file(Format(0x55, 2, 1, 0), Ramp(40)), 2, 8000, 0, {},
          "MPEG audio inside RIFF WAVE"},
         {"ADPCM of three", Wav, file(Ima(3, 24), Ramp(24)), 3, 8000, 0, {}, "ADPCM of 3 channels"},
+        {"GSM", Wav, file(Format(0x31, 1, 65, 0), Ramp(65)), 1, 8000, 0, {}, "GSM 6.10 compression"},
+        {"tag 99", Wav, file(Format(99, 1, 1, 8), Ramp(4)), 1, 8000, 0, {}, "format tag 99"},
+        {"small blocks", Wav, file(Ima(1, 3), Ramp(6)), 1, 8000, 0, {}, "ADPCM blocks of 3 bytes"},
         {"no bits", Wav, file(Format(1, 1, 0, 0), Ramp(4)), 1, 8000, 0, {}, "0 bits a sample"},
     };
     // clang-format on

@@ -47,7 +47,7 @@ FILES = {
     "bytes.wav": wav(NOISE, 8, 1),
     "alaw.wav": wav(b"\x55\xd5" * 2000, 8, 1, 6),
     "three.au": au(NOISE, 3, 3),
-    "float.wav": wav(array.array("f", [0, 0.5, -1, 0.25]).tobytes(), 32, 2, 3),
+    "float.wav": wav(array.array("f", [0, 0.5, -2.5, 0.25]).tobytes(), 32, 2, 3),
     "odd.wav": wav(NOISE[:6000], 12),
     "cut.au": au(NOISE[:4003]),
     "short.aiff": aiff(NOISE[:4000]),
@@ -66,6 +66,7 @@ UNPLAYABLE = {
     "text.txt": (b"text " * 1000, "not a sound of a known format (--raw takes it for samples)"),
     "tiny.mod": (b"tiny", "not a sound of a known format (--raw takes it for samples)"),
     "empty.wav": (wav(b""), "there is no sound in it"),
+    "layer2.mp3": ((b"\xFF\xFD\x14\0" + bytes(92)) * 3, "MPEG audio Layer II"),
 }
 
 
@@ -107,13 +108,21 @@ class Player(Stage):
         }
         rows["cover.mp3"] = rows["wide.mp3"] = rows["tagged.mp3"]
         usual = ["format", "codec", "rate", "channels", "bits", "length"]
-        for name, values in rows.items():
+        framework = {name: rows[name].replace("track 7|", track) for name, track in
+                     {"tagged.mp3": "track 12|", "cover.mp3": "track 12|", "wide.mp3": "", "small.voc": "", "song.mod": ""}.items()}
+        for words, name, values in [((), *row) for row in rows.items()] + [(("--framework",), *row) for row in framework.items()]:
             with self.subTest(name):
-                status, printed, errors = self.run_player("--info", name)
+                status, printed, errors = self.run_player("--info", *words, name)
                 self.assertEqual((status, errors), (0, ""))
                 values = values.split("|")
                 expected = [name] + [f"{what} {value}" for what, value in zip(usual, values)] + values[6:]
                 self.assertEqual([" ".join(line.split()) for line in printed.splitlines()], expected)
+        with open(os.path.join(DATA, "sounds/expected_sounds.tsv")) as file:
+            known = [line.split("\t")[:5] for line in sorted(file) if "/" in line.split("\t")[0]]
+        printed = self.run_player("--info", "--json", "-r", os.path.join(DATA, "sounds"))[1]
+        self.assertEqual([(sound["path"], sound["channels"], sound["rate"], sound["length"]) for sound in map(json.loads, printed.splitlines())],
+                         [(os.path.join(DATA, "sounds", name), int(channels), int(rate), int(frames) * 1000 // int(rate) / 1000)
+                          for name, _, channels, rate, frames in known])
         status, printed, errors = self.run_player("--info", "--json", self.path("song.mod"), "absent")
         self.assertEqual((status, errors), (1, "tessplay: absent: No such file or directory\n"))
         facts = {"positions": "1", "instruments": "31", "instrument 1": "naïve"}
@@ -166,12 +175,13 @@ class Player(Stage):
         for words, expected in rows.items():
             with self.subTest(words):
                 self.assertTrue(self.convert(*words) == expected, "the samples differ")
-        for words in ("cat stereo.wav | $0 --convert - - | cat > out", "$0 --convert - - < stereo.wav > out"):
+        for words in ("cat stereo.wav | $0 --convert - - | cat > out", "$0 --convert - - < stereo.wav > out",
+                      "$0 --info - - < stereo.wav > twice && $0 --convert stereo.wav - > out"):
             self.assertEqual(self.run_program("sh", "-c", words, PLAYER), (0, "", ""))
             self.assertTrue(self.read("out")[44:] == NOISE, "the samples differ")
         self.assertEqual(self.run_player("--convert", "--bits", "float", "float.wav", "out.wav"), (0, "", ""))
         self.assertEqual(self.read("out.wav")[20:22] + self.read("out.wav")[-16:],
-                         b"\3\0" + array.array("f", [0, 0.5, -1, 0.25]).tobytes())
+                         b"\3\0" + array.array("f", [0, 0.5, -2.5, 0.25]).tobytes())
         self.assertEqual(self.run_player("--convert", "stereo.wav", "out.RAW"), (0, "", ""))
         self.assertTrue(self.read("out.RAW") == NOISE, "the samples differ")
         song = self.convert("song.mod")
@@ -188,6 +198,7 @@ class Player(Stage):
         rows = [(("--info", "absent"), 1, "tessplay: absent: No such file or directory"),
                 (("--info", "no.pls"), 1, "tessplay: no.pls: No such file or directory"),
                 (("--convert", "stereo.wav", "folder.wav"), 1, "tessplay: folder.wav: Is a directory"),
+                (("--convert", "folder.wav", "out.wav"), 1, "tessplay: folder.wav: Is a directory"),
                 (("--convert", "stereo.wav", "out.flac"), 2, "tessplay: --convert: writes only .wav, .raw and .pcm (see --help)"),
                 (("--convert", "stereo.wav", "no/out.wav"), 1, "tessplay: no/out.wav: No such file or directory"),
                 (("--convert", "--loop", "1000000", "stereo.wav", "out.wav"), 1, "tessplay: out.wav: more than 4 GiB of sound"),
@@ -311,7 +322,10 @@ class OnTerminal(Stage):
         self.press(b">")
         self.wait_for_line("tessplay: absent: No such file or directory")
         self.wait_for_line("A song (2 of 2)")
-        self.press(b"<")
+        self.press(b"v")
+        self.wait_for_line("row ")
+        self.wait_for_line("of pattern 0, 1/1, speed 3 at 125")
+        self.press(b"v<")
         self.wait_for_line("stereo.wav (1 of 2)")
         self.press(b"n<\x1bOQ")  # forth and back; the last key is F2, not Q
         self.wait_for_line("A song (2 of 2)")
@@ -365,4 +379,4 @@ class OnTerminal(Stage):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)

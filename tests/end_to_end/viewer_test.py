@@ -19,6 +19,16 @@ def ppm(width, height, pixels):
     return b"P6\n#\n%d %d\n255\n" % (width, height) + pixels
 
 
+def pages(*colours):
+    file = b"II*\0\x08\0\0\0"
+    for n, colour in enumerate(colours):
+        end = len(file) + 90
+        tags = [(256, 1), (257, 1), (258, 8), (262, 2), (273, end), (277, 3), (279, 3)]
+        file += struct.pack("<H", 7) + b"".join(struct.pack("<HHII", tag, 4, 1, value) for tag, value in tags) + \
+            struct.pack("<I", (end + 4) * (n + 1 < len(colours))) + colour + b"\0"
+    return file
+
+
 def segment(marker, content):
     return struct.pack(">BBH", 255, marker, 2 + len(content)) + content
 
@@ -122,6 +132,13 @@ class Viewer(unittest.TestCase):
         self.assertEqual(self.run_viewer("--convert", "--frame", "1", sprites, out), (0, "", ""))
         with open(out, "rb") as file:
             self.assertTrue(file.read().endswith(b"ENDHDR\n\x0c\x0b\x0a\xff"))
+        bits = self.file("in.xbm", b"#define x_width 9\n#define x_height 2\nstatic char x_bits[] = {1, 1, 0, 0};")
+        inks = b"\0\0\0\xff", b"\xff\xff\xff\xff"
+        for picture, words, pixels in [(bits, [], inks[0] + inks[1] * 7 + inks[0] + inks[1] * 9),
+                                       (self.file("in.tif", pages(RED, BLUE)), ["--frame", "1"], BLUE + b"\xff")]:
+            self.assertEqual(self.run_viewer("--convert", picture, out, *words), (0, "", ""))
+            with open(out, "rb") as file:
+                self.assertEqual(file.read().split(b"ENDHDR\n")[1], pixels)
         sizes = []
         for words in [["out.ham6"], ["out.ham8"], ["out.ham8", "--compress"]]:
             out = self.file(words[0])
@@ -288,15 +305,6 @@ class Viewer(unittest.TestCase):
                 b"!\xf9\4\0\xe8\3\0\0,\0\0\0\0\1\0\1\0\0\2\2" + struct.pack("<HB", 4 | c << 3 | 5 << 6, 0)
                 for c in colours) + b";"
 
-        def pages(*colours):
-            file = b"II*\0\x08\0\0\0"
-            for n, colour in enumerate(colours):
-                end = len(file) + 90
-                tags = [(256, 1), (257, 1), (258, 8), (262, 2), (273, end), (277, 3), (279, 3)]
-                file += struct.pack("<H", 7) + b"".join(struct.pack("<HHII", tag, 4, 1, value) for tag, value in tags) + \
-                    struct.pack("<I", (end + 4) * (n + 1 < len(colours))) + colour + b"\0"
-            return file
-
         for name, content in [("1.gif", animation(0, 1)), ("2.tif", pages(BLUE, GREEN)), ("3.txt", b"no picture"),
                               ("4.ppm", ppm(2, 64, RED * 64 + BLUE * 64))]:
             self.file(name, content)
@@ -306,22 +314,49 @@ class Viewer(unittest.TestCase):
             ("key Right", {middle: BLUE}), ("key Next", {middle: GREEN}), ("key Right", {(512, 100): RED, (512, 700): BLUE}),
             ("key w", {(10, 384): RED, (1000, 700): RED}), ("key 0 1", {(512, 370): RED, (512, 400): BLUE, (520, 384): grey}),
             ("key d", {(2, 2): dark}), ("key d", {(2, 2): grey}), ("key z", {help_line: dark}), ("sleep 2.2", {help_line: grey}),
-            ("key h", {help_line: dark}), ("key h", {help_line: grey}), ("key s", {middle: BLUE}), ("sleep 5", {middle: RED}),
+            ("key h", {help_line: dark}), ("key question", {help_line: grey}), ("key s", {middle: BLUE}), ("sleep 5", {middle: RED}),
             ("key s", {middle: RED}), ("key End", {(512, 700): BLUE}), ("key Tab", {(512, 700): grey, (167, 91): RED}),
             ("mousemove 340 91 click 5 click 4 click 1", {middle: BLUE}), ("key Home", {middle: RED}),
-            ("key f", {(1200, 384): grey}), ("key f", {(1200, 384): black}),
+            ("key n", {middle: BLUE}), ("key p", {middle: RED}), ("key space", {middle: BLUE}), ("key BackSpace", {middle: RED}),
+            ("key Tab End Return", {(501, 100): RED}), ("key minus", {(501, 100): grey, (503, 100): RED}),
+            ("key plus", {(501, 100): RED}), ("key Down i", {(501, 100): grey}), ("key Up i", {(501, 100): RED}),
+            ("key Tab Home Right Left space", {middle: RED}), ("key Tab Right Return", {middle: BLUE}),
+            ("key Tab Down KP_Enter", {(501, 100): RED}), ("key Tab Up Return", {middle: RED}),
+            ("key Tab Next Return", {(501, 100): RED}), ("key Tab Prior Return", {middle: RED}),
+            ("key Tab z", {help_line: dark}), ("mousemove 1020 760 click 1 key Tab sleep 2", {middle: RED, help_line: RED}),
+            ("key f", {(1200, 384): grey}), ("key F11", {(1200, 384): black}),
+            ("mousemove 512 100 click --repeat 2 --delay 40 1", {(1200, 384): grey}),
         ]
-        with Display() as display:
-            viewer = subprocess.Popen([VIEWER, self.folder.name], env=dict(os.environ, **self.environment, DISPLAY=display.name))
+        starts = [  # and what is seen at first
+            (["--fullscreen", "4.ppm"], {(1200, 384): grey}), (["--grid", "."], {(167, 91): RED}),
+            (["--slideshow", "0.5", "."], {middle: BLUE}), (["--frame", "1", "1.gif"], {middle: GREEN}),
+            (["--frame", "1", "2.tif"], {middle: GREEN}), (["--charset", "0"], {(2, 2): grey}),
+        ]
+        def await_pixels(expected, words):
+            deadline = time.monotonic() + 30
+            while (seen := display.pixels(expected)) != list(expected.values()):
+                self.assertLess(time.monotonic(), deadline, (words, seen))
+                time.sleep(0.1)
+
+        def start(*words):
+            viewer = subprocess.Popen([VIEWER, *words], cwd=self.folder.name, stderr=subprocess.DEVNULL,
+                                      env=dict(os.environ, **self.environment, DISPLAY=display.name))
             self.addCleanup(viewer.kill)
+            return viewer
+
+        with Display() as display:
+            viewer = start(self.folder.name)
             for words, expected in rows:
                 display.xdotool(*words.split())
-                deadline = time.monotonic() + 30
-                while (seen := display.pixels(expected)) != list(expected.values()):
-                    self.assertLess(time.monotonic(), deadline, (words, seen))
-                    time.sleep(0.1)
+                await_pixels(expected, words)
+            for words, expected in starts:
+                display.xdotool("key", "q")
+                self.assertEqual(viewer.wait(30), 0)
+                viewer = start(*words)
+                await_pixels(expected, words)
+            self.assertEqual(start("absent").wait(30), 1)
         self.assertEqual(viewer.wait(30), 1)  # without its display
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)

@@ -71,6 +71,7 @@ static void SetFrames(PLAYER_SOUND &sound, const SOUND_FRAMES &frames, uint64_t 
                   : frames.Coding == SOUND_ULAW ? "mu-law"
                                                 : "linear";
     sound.Bytes = data / stored * Player_FrameBytes(sound);
+    sound.Real = frames.Real;
     if (frames.Coding == SOUND_FLOAT && frames.Bytes == 8)
         AddFact(sound, "stored", "64 bits");
     if (frames.Mixed)
@@ -222,6 +223,8 @@ static void DescribeMP3(PLAYER_SOUND &sound)
     sound.Channels = header.Channels;
     sound.Hz = header.SamplingRate;
     sound.Format = "MPEG audio";
+    if (sound.Hz == 0)  // no frame of Layer III
+        return;
     sound.Codec = std::string(MP3_Version[header.Version & 3]) + " " + MP3_Layer[header.Layer & 3];
     if (header.Rules == AUDIO_RULES_FORMAT)
         AddTexts(sound, header.Texts);

@@ -24,18 +24,22 @@ std::string Info_Text(const PLAYER_SOUND &sound)
 {
     std::string text = Player_Text(sound.Path) + "\n";
     AddLine(text, "format", sound.Format);
-    AddLine(text, "codec", sound.Codec);
-    AddLine(text, "rate", std::to_string(sound.Hz) + " Hz");
-    AddLine(text, "channels", std::to_string(sound.Channels));
-    AddLine(text, "bits", std::to_string(sound.Bits));
-    AddLine(text, "length", Player_Time(Player_Seconds(sound, sound.Bytes)) + Thousandths(sound));
+    if (!sound.Codec.empty())
+        AddLine(text, "codec", sound.Codec);
+    if (sound.Hz != 0) {
+        const double seconds = Player_Seconds(sound, sound.Bytes);
+        AddLine(text, "rate", std::to_string(sound.Hz) + " Hz");
+        AddLine(text, "channels", std::to_string(sound.Channels));
+        AddLine(text, "bits", std::to_string(sound.Bits));
+        AddLine(text, "length", Player_Time(seconds) + Thousandths(sound));
+    }
     if (!sound.Title.empty())
         AddLine(text, "title", sound.Title);
     for (const auto &[what, value] : sound.Facts)
         AddLine(text, what, value);
-    if (!sound.Incomplete.empty())
-        AddLine(text, "incomplete", sound.Incomplete);
     const std::string silent = Player_WhySilent(sound);
+    if (!sound.Incomplete.empty() && silent != sound.Incomplete)
+        AddLine(text, "incomplete", sound.Incomplete);
     if (!silent.empty())
         AddLine(text, "silent", silent);
     return text;

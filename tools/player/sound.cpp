@@ -16,19 +16,24 @@ void PLAYER_UNLOAD::operator()(AudioTrack *track) const
             module.SetSoundNumber(0);
 }
 
+static std::string WhyEmpty(const PLAYER_SOUND &sound)
+{
+    return sound.Incomplete.empty() ? "there is no sound in it" : sound.Incomplete;
+}
+
 std::string Player_WhySilent(const PLAYER_SOUND &sound)
 {
     if (!sound.Plays)
         return sound.Format + " with " + sound.Codec + " is not decoded";
     const bool bits = sound.Bits == 8 || sound.Bits == 16 || sound.Bits == 24 || sound.Bits == 32;
     if (sound.Channels == 0 || sound.Hz == 0)
-        return "there is no sound in it";
+        return WhyEmpty(sound);
     if (!bits || sound.Channels > UINT8_MAX)
         return sound.Format + " of " + std::to_string(sound.Channels) + " channels of " +
                std::to_string(sound.Bits) + " bits at " + std::to_string(sound.Hz) +
                " Hz is not decoded";
     if (sound.Bytes == 0)
-        return "there is no sound in it";
+        return WhyEmpty(sound);
     return sound.From >= sound.Bytes ? "it ends before the start time" : "";
 }
 
