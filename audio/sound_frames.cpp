@@ -134,7 +134,7 @@ static int32_t FromReal(double value)
     return scaled >= 2147483647.0 ? INT32_MAX : static_cast<int32_t>(scaled + whole - whole);
 }
 
-// A stored sample, left-justified in 32 bits, or its bits if it stays floating point.
+// A stored sample, left-justified in 32 bits.
 static int32_t SampleOf(const SOUND_FRAMES &frames, const uint8_t *bytes)
 {
     switch (frames.Coding) {
@@ -149,9 +149,15 @@ static int32_t SampleOf(const SOUND_FRAMES &frames, const uint8_t *bytes)
     const auto upper = static_cast<uint32_t>(value >> 32);
     if (frames.Coding != SOUND_FLOAT)
         return static_cast<int32_t>(frames.Coding == SOUND_UNSIGNED ? upper ^ 0x80000000 : upper);
-    const double real =
-        frames.Bytes == 4 ? double{std::bit_cast<float>(upper)} : std::bit_cast<double>(value);
-    return frames.Real ? std::bit_cast<int32_t>(static_cast<float>(real)) : FromReal(real);
+    return FromReal(frames.Bytes == 4 ? double{std::bit_cast<float>(upper)}
+                                      : std::bit_cast<double>(value));
+}
+
+// The bits of a double as a float.
+static int32_t Narrowed(const SOUND_FRAMES &frames, const uint8_t *bytes)
+{
+    const auto real = std::bit_cast<double>(LeftJustified(bytes, 8, frames.Big));
+    return std::bit_cast<int32_t>(static_cast<float>(real));
 }
 
 static uint8_t *PutSample(uint8_t *out, int32_t sample, uint32_t bytes)
@@ -190,7 +196,7 @@ static void ConvertFrames(const SOUND_FRAMES &frames, const MIX &mix,
     std::array<int32_t, Sound_Scratch> samples;
     int32_t *end = samples.data();
     for (size_t at = 0; at < stored.size(); at += frames.Bytes)
-        *end++ = SampleOf(frames, &stored[at]);
+        *end++ = frames.Real ? Narrowed(frames, &stored[at]) : SampleOf(frames, &stored[at]);
     if (frames.Mixed)
         end = Mix(frames, mix, samples.data(), end);
     const uint32_t bytes = Sound_BitsOf(frames) / 8u;
@@ -201,7 +207,7 @@ static void ConvertFrames(const SOUND_FRAMES &frames, const MIX &mix,
 // The conversion of stored samples, in place, to what a buffer holds; null if they need more.
 static SOUND_CONVERSION ConversionOf(const SOUND_FRAMES &frames)
 {
-    if (frames.Mixed || frames.Bytes > 4 || frames.Coding > SOUND_UNSIGNED)
+    if (frames.Mixed || frames.Bytes > 4 || (frames.Coding > SOUND_UNSIGNED && !frames.Real))
         return nullptr;
     if (frames.Coding == SOUND_UNSIGNED)
         return frames.Bytes == 1 ? Sound_Keep : nullptr;
