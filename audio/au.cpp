@@ -76,7 +76,8 @@ static void ReadHeader(AU_HEADER &record)
         record.Rules == AUDIO_RULES_FORMAT && Sound_BigAt(AU_File, 0, 4) != AU_Magic;
     const auto get = little ? Sound_LittleAt : Sound_BigAt;
     const auto at = [get](uint64_t position) { return get(AU_File, position, 4); };
-    record.DataStart = at(4);
+    constexpr uint32_t headerBytes = 24;  // of the fields before the annotation
+    record.DataStart = record.Rules == AUDIO_RULES_FORMAT ? std::max(at(4), headerBytes) : at(4);
     record.Encoding = static_cast<uint16_t>(at(12));
     record.SamplingRate = at(16);
     record.Channels = static_cast<uint16_t>(at(20));

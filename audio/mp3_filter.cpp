@@ -1,6 +1,7 @@
 #include "audio/mp3_filter.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "audio/mp3_window.h"
@@ -58,73 +59,52 @@ template <int Bits>
     return Round<31>(Product(a, b) + Product(c, d));
 }
 
-using WORDS [[gnu::vector_size(32)]] = uint32_t;
+using WORDS [[gnu::vector_size(16)]] = uint32_t;
 
-// Transposes 8 by 8 numbers.
-[[gnu::always_inline]] static inline void Transpose(std::array<WORDS, 8> &v)
+// Transposes 4 by 4 numbers from rows `stride` apart.
+[[gnu::always_inline]] static inline std::array<WORDS, 4> Transpose(const MP3_FIXED *from,
+                                                                    size_t stride)
 {
-    std::array<WORDS, 8> a;
+    std::array<WORDS, 4> v, a;
 #pragma GCC unroll 4
-    for (size_t i = 0; i < 8; i += 2) {
-        a[i] = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
-        a[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
+    for (size_t i = 0; i < 4; i++)
+        std::memcpy(&v[i], from + i * stride, sizeof v[i]);
+    for (size_t i = 0; i < 2; i++) {
+        a[i] = __builtin_shufflevector(v[2 * i], v[2 * i + 1], 0, 4, 1, 5);
+        a[i + 2] = __builtin_shufflevector(v[2 * i], v[2 * i + 1], 2, 6, 3, 7);
     }
-#pragma GCC unroll 4
-    for (size_t i = 0; i < 4; i++) {
-        const WORDS &first = a[i / 2 * 4 + i % 2], &second = a[i / 2 * 4 + i % 2 + 2];
-        v[2 * i] = __builtin_shufflevector(first, second, 0, 1, 8, 9, 4, 5, 12, 13);
-        v[2 * i + 1] = __builtin_shufflevector(first, second, 2, 3, 10, 11, 6, 7, 14, 15);
+    for (size_t i = 0; i < 4; i += 2) {
+        v[i] = __builtin_shufflevector(a[i], a[i + 1], 0, 1, 4, 5);
+        v[i + 1] = __builtin_shufflevector(a[i], a[i + 1], 2, 3, 6, 7);
     }
-#pragma GCC unroll 4
-    for (size_t i = 0; i < 4; i++) {
-        const WORDS first = v[i];
-        v[i] = __builtin_shufflevector(first, v[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-        v[i + 4] = __builtin_shufflevector(first, v[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
-    }
-}
-
-// Eight rows of eight numbers, `stride` apart.
-[[gnu::always_inline]] static inline void GetRows(const MP3_FIXED *from, size_t stride,
-                                                  std::array<WORDS, 8> &rows)
-{
-#pragma GCC unroll 8
-    for (size_t i = 0; i < 8; i++)
-        std::memcpy(&rows[i], from + i * stride, sizeof rows[i]);
+    return v;
 }
 
 [[gnu::always_inline]] static inline void Transpose(const MP3_FIXED *from, size_t fromStride,
                                                     MP3_FIXED *to, size_t toStride)
 {
-    std::array<WORDS, 8> rows;
-    GetRows(from, fromStride, rows);
-    Transpose(rows);
-#pragma GCC unroll 8
-    for (size_t i = 0; i < 8; i++)
+    const std::array<WORDS, 4> rows = Transpose(from, fromStride);
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 4; i++)
         std::memcpy(to + i * toStride, &rows[i], sizeof rows[i]);
 }
 
 // First slots of the vectors that cover 18.
-constexpr std::array<size_t, 3> MP3_SlotVectors = {0, 8, 10};
+constexpr std::array<size_t, 5> MP3_SlotVectors = {0, 4, 8, 12, 14};
 
-EXTRA_LANES static void Distribute(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines,
-                                   size_t subbands, MP3_SPECTRUM &spectrum)
+static void StoreSlots(const MP3_SPECTRUM &slots, MP3_FILTER &filter, size_t first)
 {
-    for (size_t s = 0; s < subbands; s += 8)
-        for (const size_t k : MP3_SlotVectors)
-            Transpose(&lines[s * MP3_Slots + k], MP3_Slots, &spectrum[k][s], MP3_Subbands);
-}
-
-EXTRA_LANES static void StoreSlots(const MP3_SPECTRUM &slots, MP3_FILTER &filter, size_t first)
-{
-    for (size_t s = 0; s < MP3_Subbands; s += 8)
+    for (size_t s = 0; s < MP3_Subbands; s += 4)
         for (const size_t t : MP3_SlotVectors)
             Transpose(&slots[t][s], MP3_Subbands, &filter.Samples[s][first + t], MP3_Columns);
 }
 
-void MP3_Arrange(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines, size_t subbands,
+void MP3_Arrange(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines,
                  MP3_SPECTRUM &spectrum)
 {
-    Distribute(lines, subbands, spectrum);
+    for (size_t s = 0; s < MP3_Subbands; s += 4)
+        for (const size_t k : MP3_SlotVectors)
+            Transpose(&lines[s * MP3_Slots + k], MP3_Slots, &spectrum[k][s], MP3_Subbands);
 }
 
 // 1 / (2 cos((2k+1) pi / 2n)) for k = 0 to n/2 - 1: factors of the cosine transforms, n = N.
@@ -370,11 +350,11 @@ template <size_t N>
     }
 }
 
-// The matrixing of the synthesis, for all slots of a frame: filter.Waves[m] becomes the sum of the
-// subbands s times cos(m (2s+1) pi / 64).
-EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter)
+// The matrixing of the synthesis, for whole vectors of slots: filter.Waves[m] becomes the sum of
+// the subbands s times cos(m (2s+1) pi / 64).
+EXTRA_LANES static void Matrix(MP3_FILTER &__restrict filter, size_t slots)
 {
-    for (size_t t = 0; t < MP3_Columns; t++) {
+    for (size_t t = 0; t < slots; t++) {
         std::array<MP3_FIXED, MP3_Subbands> x;
 #pragma GCC unroll 32
         for (size_t s = 0; s < MP3_Subbands; s++)
@@ -425,29 +405,23 @@ struct MP3_ACCUMULATORS {
 
 // Samples after it.
 using MP3_CUT = std::array<std::array<MP3_FIXED, MP3_Columns>, 32>;
-
-using DOUBLES [[gnu::vector_size(32)]] = double;
-using WHOLES [[gnu::vector_size(32)]] = uint64_t;
-using INTS [[gnu::vector_size(32)]] = int32_t;
-using HALF_INTS [[gnu::vector_size(16)]] = int32_t;
-
 }  // namespace
 
 // Splits whole numbers into the part for 16 bits and MP3_CarriedBits below it.
 //
 // The sum of such a number and 1.5 * 2^52 has it in the lower bits of its mantissa.
-[[gnu::always_inline]] static inline void Split(const DOUBLES &sum, int32_t *high, int32_t *low)
+[[gnu::always_inline]] static inline void Split(const double *__restrict sums, size_t count,
+                                                int32_t *__restrict high, int32_t *__restrict low)
 {
     constexpr int below = MP3_FixedBits + 16 - 15;  // the window has 16 fractional bits
     constexpr int32_t mask = (1 << MP3_CarriedBits) - 1;
-    const DOUBLES shifted = sum + 0x1.8p52;
-    const auto whole = reinterpret_cast<WHOLES>(shifted) - 0x4338000000000000;
-    const auto upper = reinterpret_cast<INTS>(whole >> below);
-    const auto lower = reinterpret_cast<INTS>(whole >> (below - MP3_CarriedBits));
-    const HALF_INTS highs = __builtin_shufflevector(upper, upper, 0, 2, 4, 6);
-    const HALF_INTS lows = __builtin_shufflevector(lower, lower, 0, 2, 4, 6) & mask;
-    std::memcpy(high, &highs, sizeof highs);
-    std::memcpy(low, &lows, sizeof lows);
+    constexpr double offset = 0x1.8p52;
+    for (size_t t = 0; t < count; t++) {
+        const uint64_t sum =
+            std::bit_cast<uint64_t>(sums[t] + offset) - std::bit_cast<uint64_t>(offset);
+        high[t] = static_cast<int32_t>(sum >> below);
+        low[t] = static_cast<int32_t>(sum >> (below - MP3_CarriedBits)) & mask;
+    }
 }
 
 // Products of waves (32 bits) and the window (18 bits), and 16 of them added up, are whole numbers
@@ -455,30 +429,24 @@ using HALF_INTS [[gnu::vector_size(16)]] = int32_t;
 EXTRA_LANES static void Windowing(const MP3_FILTER &__restrict filter, size_t blocks,
                                   MP3_ACCUMULATORS &__restrict out)
 {
-    constexpr size_t vectors = 3, lanes = 4;
     for (size_t j = 0; j < MP3_Taps.size(); j++) {
         const MP3_TAPS &taps = MP3_Taps[j];
-        const double *upper = filter.Waves[(16 + j) % 32].data() + 1 + 15;
-        const double *lower = filter.Waves[16 - j].data() + 15;
-        for (size_t t = 0; t < blocks; t += vectors * lanes) {
-            std::array<DOUBLES, vectors> sums{}, mirrors{};
+        const double *upper = filter.Waves[(16 + j) % 32].data() + 1;
+        const double *lower = filter.Waves[16 - j].data();
+        alignas(64) std::array<double, MP3_Columns> sums, mirrors;
+        for (size_t t = 0; t < blocks; t++) {
+            double sum = 0, mirror = 0;
 #pragma GCC unroll 8
-            for (size_t i = 0; i < 8; i++)  // from the newest slot back
-#pragma GCC unroll 3
-                for (size_t v = 0; v < vectors; v++) {
-                    DOUBLES u, l;
-                    std::memcpy(&u, upper + t + v * lanes - 2 * i, sizeof u);
-                    std::memcpy(&l, lower + t + v * lanes - 2 * i, sizeof l);
-                    sums[v] += u * taps.Upper[i] + l * taps.Lower[i];
-                    mirrors[v] += u * taps.MirrorUpper[i] + l * taps.MirrorLower[i];
-                }
-#pragma GCC unroll 3
-            for (size_t v = 0; v < vectors; v++) {
-                const size_t at = t + v * lanes;
-                Split(sums[v], &out.High[j][at], &out.Low[j][at]);
-                Split(mirrors[v], &out.High[32 - j][at], &out.Low[32 - j][at]);
+            for (size_t i = 0; i < 8; i++) {  // from the newest slot back
+                const double u = upper[t + 15 - 2 * i], l = lower[t + 15 - 2 * i];
+                sum += u * taps.Upper[i] + l * taps.Lower[i];
+                mirror += u * taps.MirrorUpper[i] + l * taps.MirrorLower[i];
             }
+            sums[t] = sum;
+            mirrors[t] = mirror;
         }
+        Split(sums.data(), blocks, out.High[j].data(), out.Low[j].data());
+        Split(mirrors.data(), blocks, out.High[32 - j].data(), out.Low[32 - j].data());
     }
 }
 
@@ -536,36 +504,30 @@ EXTRA_LANES static void Join(const MP3_ACCUMULATORS &__restrict in, size_t block
 template <typename Sample>
 [[gnu::always_inline]] static inline void Put(const WORDS &values, Sample *samples)
 {
-    using OUT [[gnu::vector_size(8 * sizeof(Sample))]] = Sample;
+    using OUT [[gnu::vector_size(4 * sizeof(Sample))]] = Sample;
     const auto out = __builtin_convertvector(values, OUT);
     std::memcpy(samples, &out, sizeof out);
 }
 
 // Interleaves the channels' samples.
 template <typename Sample>
-EXTRA_LANES static void Store(const std::array<MP3_CUT, 2> &__restrict cut, size_t channels,
-                              size_t blocks, Sample *__restrict samples)
+static void Store(const std::array<MP3_CUT, 2> &__restrict cut, size_t channels, size_t blocks,
+                  Sample *__restrict samples)
 {
-    for (size_t first = 0; first < blocks; first += 8) {
-        const size_t t = std::min(first, blocks - 8);
-        for (size_t j = 0; j < 32; j += 8) {
-            std::array<WORDS, 8> left, right;
-            GetRows(&cut[0][j][t], MP3_Columns, left);
-            Transpose(left);
+    for (size_t first = 0; first < blocks; first += 4) {
+        const size_t t = std::min(first, blocks - 4);
+        for (size_t j = 0; j < 32; j += 4) {
+            const std::array<WORDS, 4> left = Transpose(&cut[0][j][t], MP3_Columns);
             Sample *out = samples + (32 * t + j) * channels;
             if (channels == 1) {
-#pragma GCC unroll 8
-                for (size_t i = 0; i < 8; i++)
+                for (size_t i = 0; i < 4; i++)
                     Put(left[i], out + 32 * i);
                 continue;
             }
-            GetRows(&cut[1][j][t], MP3_Columns, right);
-            Transpose(right);
-#pragma GCC unroll 8
-            for (size_t i = 0; i < 8; i++) {
-                const WORDS &l = left[i], &r = right[i];
-                Put(__builtin_shufflevector(l, r, 0, 8, 1, 9, 2, 10, 3, 11), out + 64 * i);
-                Put(__builtin_shufflevector(l, r, 4, 12, 5, 13, 6, 14, 7, 15), out + 64 * i + 8);
+            const std::array<WORDS, 4> right = Transpose(&cut[1][j][t], MP3_Columns);
+            for (size_t i = 0; i < 4; i++) {
+                Put(__builtin_shufflevector(left[i], right[i], 0, 4, 1, 5), out + 64 * i);
+                Put(__builtin_shufflevector(left[i], right[i], 2, 6, 3, 7), out + 64 * i + 4);
             }
         }
     }
@@ -577,7 +539,7 @@ static void Synthesise(std::span<MP3_FILTER> channels, size_t blocks, Sample *sa
     alignas(64) std::array<MP3_CUT, 2> cut;
     for (size_t c = 0; c < channels.size(); c++) {
         MP3_FILTER &filter = channels[c];
-        Matrix(filter);
+        Matrix(filter, (blocks + 7) / 8 * 8);
         MP3_ACCUMULATORS accumulators;
         Windowing(filter, blocks, accumulators);
         if constexpr (sizeof(Sample) == 4)

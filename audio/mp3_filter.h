@@ -33,8 +33,8 @@ struct MP3_FILTER {
 
 enum MP3_BLOCK : uint8_t { MP3_NORMAL = 0, MP3_START = 1, MP3_SHORT = 2, MP3_STOP = 3 };
 
-/// Distributes the lines of long blocks to the first `subbands`; others may stay as they are.
-void MP3_Arrange(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines, size_t subbands,
+/// Distributes the lines of long blocks to the subbands.
+void MP3_Arrange(const std::array<MP3_FIXED, MP3_Subbands * MP3_Slots> &lines,
                  MP3_SPECTRUM &spectrum);
 
 /// Alias reduction, IMDCT, windowing, overlapping and frequency inversion of granule 0 or 1 of a

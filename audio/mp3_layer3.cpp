@@ -474,7 +474,7 @@ static size_t Arrange(const MP3_CHANNEL &channel, MP3_SPECTRUM &spectrum)
 {
     const MP3_BANDS &bands = *channel.Bands;
     size_t used = std::min<size_t>(channel.Used, bands.Start[bands.Long]);
-    MP3_Arrange(channel.Lines, MP3_Subbands, spectrum);
+    MP3_Arrange(channel.Lines, spectrum);
     for (size_t band = bands.Long; bands.Start[band] < channel.Used; band += 3) {
         const size_t start = bands.Start[band], width = bands.Width[band];
         used = start + 3 * width;

@@ -7,6 +7,7 @@
 #include "audio/g711.h"
 
 constinit thread_local uint32_t Sound_MixAbove = 2;
+constinit thread_local bool Sound_KeepReal = false;
 
 namespace
 {
@@ -103,8 +104,11 @@ uint32_t Sound_StoredBytes(const SOUND_FRAMES &frames)
         Reason_Set("%u channels", frames.Channels);
     else if (frames.Bytes == 0 || frames.Bytes > 8 || (real && frames.Bytes % 4 != 0))
         Reason_Set("%u bits a sample", 8 * frames.Bytes);
-    else
-        return void(frames.Mixed = frames.Channels > Sound_MixAbove);
+    else {
+        frames.Mixed = frames.Channels > Sound_MixAbove;
+        frames.Real = real && Sound_KeepReal && !frames.Mixed;
+        return;
+    }
     frames = {};
 }
 
@@ -149,6 +153,13 @@ static int32_t SampleOf(const SOUND_FRAMES &frames, const uint8_t *bytes)
                                       : std::bit_cast<double>(value));
 }
 
+// The bits of a double as a float.
+static int32_t Narrowed(const SOUND_FRAMES &frames, const uint8_t *bytes)
+{
+    const auto real = std::bit_cast<double>(LeftJustified(bytes, 8, frames.Big));
+    return std::bit_cast<int32_t>(static_cast<float>(real));
+}
+
 static uint8_t *PutSample(uint8_t *out, int32_t sample, uint32_t bytes)
 {
     if (bytes == 1)
@@ -185,7 +196,7 @@ static void ConvertFrames(const SOUND_FRAMES &frames, const MIX &mix,
     std::array<int32_t, Sound_Scratch> samples;
     int32_t *end = samples.data();
     for (size_t at = 0; at < stored.size(); at += frames.Bytes)
-        *end++ = SampleOf(frames, &stored[at]);
+        *end++ = frames.Real ? Narrowed(frames, &stored[at]) : SampleOf(frames, &stored[at]);
     if (frames.Mixed)
         end = Mix(frames, mix, samples.data(), end);
     const uint32_t bytes = Sound_BitsOf(frames) / 8u;
@@ -196,7 +207,7 @@ static void ConvertFrames(const SOUND_FRAMES &frames, const MIX &mix,
 // The conversion of stored samples, in place, to what a buffer holds; null if they need more.
 static SOUND_CONVERSION ConversionOf(const SOUND_FRAMES &frames)
 {
-    if (frames.Mixed || frames.Bytes > 4 || frames.Coding > SOUND_UNSIGNED)
+    if (frames.Mixed || frames.Bytes > 4 || (frames.Coding > SOUND_UNSIGNED && !frames.Real))
         return nullptr;
     if (frames.Coding == SOUND_UNSIGNED)
         return frames.Bytes == 1 ? Sound_Keep : nullptr;

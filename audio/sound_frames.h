@@ -12,7 +12,7 @@
 enum SOUND_CODING : uint8_t {
     SOUND_SIGNED,
     SOUND_UNSIGNED,  // only the highest bit set is the middle
-    SOUND_FLOAT,     // from -1 to 1; beyond it is clamped
+    SOUND_FLOAT,     // from -1 to 1; beyond it is clamped, unless kept
     SOUND_ALAW,
     SOUND_ULAW,
 };
@@ -25,12 +25,17 @@ struct SOUND_FRAMES {
     uint32_t Channels = 0;
     uint32_t Speakers = 0;  // WAVEFORMATEXTENSIBLE's channel mask; 0: the usual ones
     bool Mixed = false;     // down to two channels
+    bool Real = false;      // the buffer holds floating point
 };
 
 /// Files with more channels than this are mixed down to two; the value at the load holds for the
 /// record.
 constexpr uint32_t Sound_MaxChannels = 32;
 extern constinit thread_local uint32_t Sound_MixAbove;
+
+/// Whether floating point that is not mixed stays floating point, of 32 bits, so that what exceeds
+/// full scale is not clamped; the value at the load holds for the record.
+extern constinit thread_local bool Sound_KeepReal;
 
 /// Bits and channels in a buffer: integers of up to 32 bits as they are (8 bits unsigned,
 /// others signed and little-endian), floating point as 32 bits, G.711 as 16.

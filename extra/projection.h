@@ -25,13 +25,13 @@ void Extra_3Dinit(int16_t centreX, int16_t centreY, int16_t distance, int16_t sc
 EXTRA_3DWORLD Extra_Get3DWorld();
 void Extra_Set3DWorld(const EXTRA_3DWORLD &record);
 
-/// Projects a point; coordinates are truncated toward zero. If depth + Distance is 0 the result is
-/// (0, 0), as is a coordinate that 32 bits cannot hold. Visible compares the depth with Scale, not
-/// with Distance, on purpose.
+/// Projects a point; coordinates are truncated toward zero, then to 16 bits. If depth + Distance is
+/// 0 the result is (0, 0); a coordinate that 32 bits cannot hold is 0. Visible compares the depth
+/// with Scale, not with Distance, on purpose.
 EXTRA_POINT Extra_2D(double x, double y, double z);
 
 /// 1 if all four points are in front of the camera and A, B, C run clockwise on the screen (y
-/// down).
+/// down). B or C straight above or below A counts as one column to its right, on purpose.
 uint8_t Extra_3Dvisible(EXTRA_POINT A, EXTRA_POINT B, EXTRA_POINT C, EXTRA_POINT D);
 
 /// The sign says on which side of the edge A-B, B-C or C-A the mouse lies; 0 is on the edge.

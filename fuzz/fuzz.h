@@ -22,7 +22,7 @@ inline std::string FuzzFile(const uint8_t *data, size_t size)
 
 /// AddressSanitizer keeps freed memory for so long; with its default of 256 MB, most of the time
 /// would go into fresh pages.
-extern "C" [[gnu::used]] inline const char *__asan_default_options()
+extern "C" const char *__asan_default_options()
 {
     return "quarantine_size_mb=2";
 }

@@ -8,6 +8,11 @@
 
 #include "extra/local.h"
 
+#ifdef __x86_64__
+#include <cpuid.h>
+#define INFLATE_BMI2
+#endif
+
 constinit thread_local INFLATE_STATE Inflate_State{};
 constinit thread_local size_t PNG_BitPointer{};
 
@@ -47,23 +52,27 @@ constexpr std::array<uint8_t, 30> PNG_DistanceExtra = {0, 0, 0,  0,  1,  1,  2, 
                                                        9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
 
 // An entry of a decoding table is one 32-bit number, so one load gives everything. Bits 0 to 5: the
-// code's bits plus its extra bits. Bits 6 and 7: the number of literals. Bits 8 to 11: the code's
-// bits alone. Bits 12 to 15: flags. Bits 16 to 31: the value, which is a literal, a base, or the
-// start of a second-level table. Inflate_Triples uses bits 8 to 31 for literals instead.
-constexpr uint32_t Inflate_EntryBits = 63, Inflate_EntryLiterals = 3 << 6,
-                   Inflate_EntryLiteral = 1 << 6;
-constexpr uint32_t Inflate_EntrySpecial = 1 << 12;  // one of the next three, or a skipped code
-constexpr uint32_t Inflate_EntryLong = 1 << 13, Inflate_EntryEnd = 1 << 14,
-                   Inflate_EntryNone = 1 << 15;
-constexpr int Inflate_EntryValue = 16;
+// code's bits plus its extra bits. Bits 30 and 31: the number of literals, which then are bits 6 to
+// 29, the first one lowest. Without literals, bits 6 to 9: the code's bits alone. Bits 10 to 13:
+// flags. Bits 14 to 29: the value, which is a base or the start of a second-level table.
+constexpr uint32_t Inflate_EntryBits = 63, Inflate_EntryLiteral = 1u << 30;
+constexpr uint32_t Inflate_EntrySpecial = 1 << 10;  // one of the next three, or a skipped code
+constexpr uint32_t Inflate_EntryLong = 1 << 11, Inflate_EntryEnd = 1 << 12,
+                   Inflate_EntryNone = 1 << 13;
+constexpr int Inflate_EntryCode = 6, Inflate_EntryBytes = 6, Inflate_EntryValue = 14,
+              Inflate_EntryCount = 30;
 
+constexpr bool IsLiteral(uint32_t entry)
+{
+    return entry >= Inflate_EntryLiteral;
+}
 constexpr uint32_t EntryBits(uint32_t entry)
 {
     return entry & Inflate_EntryBits;
 }
 constexpr uint32_t EntryCodeBits(uint32_t entry)
 {
-    return entry >> 8 & 15;
+    return IsLiteral(entry) ? EntryBits(entry) : entry >> Inflate_EntryCode & 15;
 }
 constexpr uint32_t EntryExtraBits(uint32_t entry)
 {
@@ -74,20 +83,23 @@ constexpr uint32_t EntryValue(uint32_t entry)
     return entry >> Inflate_EntryValue;
 }
 
+constexpr uint32_t LiteralOf(uint32_t byte)
+{
+    return byte << Inflate_EntryBytes | Inflate_EntryLiteral;
+}
 constexpr uint32_t MeaningOf(uint32_t value, uint32_t extra)
 {
     return value << Inflate_EntryValue | extra;
 }
 
-// The symbols of the three alphabets as entries, still without the bits of their codes.
-constexpr auto PNG_LiteralMeaning = [] {
-    std::array<uint32_t, PNG_LiteralCodes> meaning{};
+// What the symbols stand for: entries still without the bits of their codes. Literals are computed;
+// the first table starts with symbol 256.
+constexpr auto PNG_LengthMeaning = [] {
+    std::array<uint32_t, PNG_LiteralCodes - 256> meaning{};
     meaning.fill(Inflate_EntrySpecial);  // on purpose: 286 and 287 are skipped
-    for (uint32_t i = 0; i < 256; i++)
-        meaning[i] = MeaningOf(i, 0) | Inflate_EntryLiteral;
-    meaning[256] = Inflate_EntrySpecial | Inflate_EntryEnd;
+    meaning[0] = Inflate_EntrySpecial | Inflate_EntryEnd;
     for (size_t i = 0; i < PNG_LengthBase.size(); i++)
-        meaning[257 + i] = MeaningOf(PNG_LengthBase[i], PNG_LengthExtra[i]);
+        meaning[1 + i] = MeaningOf(PNG_LengthBase[i], PNG_LengthExtra[i]);
     return meaning;
 }();
 constexpr auto PNG_DistanceMeaning = [] {
@@ -163,7 +175,7 @@ struct INFLATE_READER {
     size_t &Position = Extra_Local(PNG_BitPointer);
 
     // Gives at least the next 57 bits.
-    uint64_t Peek() const
+    [[gnu::noinline]] uint64_t Peek() const  // not inlined: the callers are many, and not hot
     {
         const size_t at = Position / 8;
         uint64_t bits = 0;
@@ -193,7 +205,7 @@ struct INFLATE_READER {
     {
         const uint64_t bits = Peek();
         uint32_t entry = table.Entries[bits & ((1u << table.RootBits) - 1)];
-        if (entry & Inflate_EntryLong)
+        if (!IsLiteral(entry) && entry & Inflate_EntryLong)
             entry = table.Entries[EntryValue(entry) +
                                   (bits >> table.RootBits &
                                    ((1u << (PNG_MaxCodeBits - table.RootBits)) - 1))];
@@ -229,12 +241,12 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
     return bit ? (code & (bit - 1)) | bit : 0;
 }
 
-// Builds the table of the canonical code with these lengths (RFC 1951, 3.2.2). False if the lengths
-// are oversubscribed. Bits that are no code give Inflate_EntryNone.
-[[gnu::noinline]] static bool PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table,
-                                                         std::span<const uint8_t> lengths,
-                                                         std::span<const uint32_t> meaning,
-                                                         uint32_t rootBits)
+// Builds the table of the canonical code with these lengths (RFC 1951, 3.2.2), whose first symbols
+// are as many literals as said. False if the lengths are oversubscribed. Bits that are no code give
+// Inflate_EntryNone.
+[[gnu::noinline]] static bool
+PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8_t> lengths, size_t literals,
+                           std::span<const uint32_t> meaning, uint32_t rootBits)
 {
     std::array<uint16_t, PNG_MaxCodeBits + 1> counts{}, starts{};
     for (const uint8_t length : lengths)
@@ -254,8 +266,13 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
 
     // First level. The table for codes of up to n bits is the one for n - 1 bits twice, overwritten
     // with the codes of n bits.
-    constexpr uint32_t none = Inflate_EntrySpecial | Inflate_EntryNone | 1 << 8 | 1;
+    constexpr uint32_t none = Inflate_EntrySpecial | Inflate_EntryNone | 1 << Inflate_EntryCode | 1;
     const uint16_t *symbol = sorted.data();
+    const auto next = [&](uint32_t bits) {
+        const uint16_t s = *symbol++;
+        return s < literals ? LiteralOf(s) | bits
+                            : meaning[s - literals] + (bits | bits << Inflate_EntryCode);
+    };
     uint32_t *entries = table.Entries.data();
     uint32_t code = 0, size = 1;
     table.RootBits = rootBits;
@@ -267,7 +284,7 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
         for (int i = 0; i < counts[n]; i++, code = NextReversed(code, size)) {
             table.RootCodes[table.RootCount++] = {*symbol, static_cast<uint16_t>(code),
                                                   static_cast<uint16_t>(n)};
-            entries[code] = meaning[*symbol++] + n * 0x101;
+            entries[code] = next(n);
         }
     }
 
@@ -282,7 +299,7 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
                 std::fill_n(entries + end, subSize, none);
                 end += subSize;
             }
-            const uint32_t entry = meaning[*symbol++] + n * 0x101;
+            const uint32_t entry = next(n);
             for (uint32_t k = code >> rootBits; k < subSize; k += 1u << (n - rootBits))
                 entries[EntryValue(root) + k] = entry;
         }
@@ -296,6 +313,7 @@ static void MakeTriples(const PNG_HUFFMAN &table)
     // literals whose codes they begin with, none in `nothing`, at most one in `ones`, at most two
     // in `twos`. Putting a literal's code in front of shorter bits adds a literal: `ones` from
     // `nothing`, `twos` from `ones`, Inflate_Triples from `twos`.
+    constexpr uint32_t bytes = Inflate_EntryLiteral - Inflate_EntryBits - 1;
     using TRIPLES = std::array<uint32_t, 1 << Inflate_LiteralRoot>;
     // Never written; not const, since a constant would take space in the executable.
     static constinit TRIPLES nothing{};
@@ -307,12 +325,11 @@ static void MakeTriples(const PNG_HUFFMAN &table)
                                   [](const PNG_CODE &code) { return code.Symbol < 256; });
     const auto put = [&](uint32_t *to, const TRIPLES &rests, uint32_t width) {
         for (auto code = literals.begin(); code != end && code->Length <= width; ++code) {
-            const uint32_t first =
-                uint32_t{code->Symbol} << 8 | Inflate_EntryLiteral | code->Length;
+            const uint32_t first = LiteralOf(code->Symbol) | code->Length;
             const uint32_t size = 1u << (width - code->Length);
             const uint32_t *rest = rests.data() + size;
             for (uint32_t i = 0, at = code->Code; i < size; i++, at += 1u << code->Length)
-                to[at] = first + (rest[i] & 255) + (rest[i] >> 8 << 16);
+                to[at] = first + (rest[i] & ~bytes) + ((rest[i] & bytes) << 8);
         }
     };
     const auto putAll = [&](TRIPLES &to, const TRIPLES &rests, uint32_t widest) {
@@ -324,11 +341,10 @@ static void MakeTriples(const PNG_HUFFMAN &table)
     };
     TRIPLES &triples = Extra_Local(Inflate_Triples);
     std::copy_n(table.Entries.begin(), triples.size(), triples.begin());
-    if (end == literals.begin())
+    const uint32_t shortest = end == literals.begin() ? Inflate_LiteralRoot : literals[0].Length;
+    if (2 * shortest > Inflate_LiteralRoot)
         return;
-    const uint32_t shortest = literals[0].Length;
-    if (2 * shortest <= Inflate_LiteralRoot)
-        putAll(ones, nothing, Inflate_LiteralRoot - 2 * shortest);
+    putAll(ones, nothing, Inflate_LiteralRoot - 2 * shortest);
     putAll(twos, ones, Inflate_LiteralRoot - shortest);
     put(triples.data(), twos, Inflate_LiteralRoot);
 }
@@ -338,9 +354,9 @@ static void MakeTriples(const PNG_HUFFMAN &table)
                                          std::span<const uint8_t> distances)
 {
     PNG_HUFFMAN &table = Extra_Local(PNG_LiteralTable);
-    if (!PNG_MakeHuffmanFromLengths(table, literals, PNG_LiteralMeaning, Inflate_LiteralRoot) ||
-        !PNG_MakeHuffmanFromLengths(Extra_Local(PNG_DistanceTable), distances, PNG_DistanceMeaning,
-                                    Inflate_DistanceRoot))
+    if (!PNG_MakeHuffmanFromLengths(table, literals, 256, PNG_LengthMeaning, Inflate_LiteralRoot) ||
+        !PNG_MakeHuffmanFromLengths(Extra_Local(PNG_DistanceTable), distances, 0,
+                                    PNG_DistanceMeaning, Inflate_DistanceRoot))
         return false;
     MakeTriples(table);
     return true;
@@ -370,7 +386,7 @@ static bool ReadTables()
     for (size_t i = 0; i < clCount; i++)
         clLengths[PNG_CLorder[i]] = static_cast<uint8_t>(reader.ReadBits(3));
     PNG_HUFFMAN &codes = Extra_Local(PNG_CLTable);
-    if (!PNG_MakeHuffmanFromLengths(codes, clLengths, PNG_CLMeaning, Inflate_CLRoot))
+    if (!PNG_MakeHuffmanFromLengths(codes, clLengths, 0, PNG_CLMeaning, Inflate_CLRoot))
         return false;
 
     // The lengths of both alphabets are one sequence: a repeat may run from the first into the
@@ -521,11 +537,11 @@ struct INFLATE_BITS {
         Buffer >>= EntryBits(entry);
         Left -= entry;
     }
-    // The entry's value plus the extra bits that follow its code.
+    // The value plus the extra bits after the code, of an entry without flags (or any number).
     uint32_t Value(uint32_t entry) const
     {
-        return EntryValue(entry) + static_cast<uint32_t>(Buffer >> EntryCodeBits(entry) &
-                                                         ~(~uint64_t{0} << EntryExtraBits(entry)));
+        const uint64_t all = Buffer & ~(~uint64_t{0} << EntryBits(entry));
+        return EntryValue(entry) + static_cast<uint32_t>(all >> (entry >> Inflate_EntryCode & 63));
     }
     uint32_t Long(const PNG_HUFFMAN &table, uint32_t root, uint32_t entry) const
     {
@@ -537,7 +553,8 @@ struct INFLATE_BITS {
 }  // namespace
 
 // Decodes while neither input nor output is near its end, so an iteration needs no bounds checks.
-static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *outEnd)
+[[gnu::always_inline]] static inline uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out,
+                                                         const uint8_t *outEnd)
 {
     // Input bytes that one iteration may read.
     constexpr ptrdiff_t maxRead = 32;
@@ -555,23 +572,25 @@ static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *ou
         return triples[bits.Buffer & ((1u << Inflate_LiteralRoot) - 1)];
     };
     const auto putLiterals = [&](uint32_t entry) {
-        const uint32_t three = Little(entry >> 8);
+        const uint32_t three = Little(entry >> Inflate_EntryBytes);
         std::memcpy(out, &three, 4);
-        out += (entry & Inflate_EntryLiterals) / Inflate_EntryLiteral;
+        out += entry >> Inflate_EntryCount;
         bits.Drop(entry);
         return nextEntry();
     };
-    // An iteration takes up to three literal entries, or two and another symbol. It ends with the
+    // An iteration takes up to four literal entries, or two and another symbol. It ends with the
     // next entry already loaded, so that the load does not wait for the copy.
     uint32_t entry = nextEntry();
     while (inLast - bits.In >= maxRead && out < outEnd) {
         bits.Refill();
-        if (entry & Inflate_EntryLiterals) {
+        if (IsLiteral(entry)) {
             entry = putLiterals(entry);
-            if (entry & Inflate_EntryLiterals) {
+            if (IsLiteral(entry)) {
                 entry = putLiterals(entry);
-                if (entry & Inflate_EntryLiterals) {
+                if (IsLiteral(entry)) {
                     entry = putLiterals(entry);
+                    if (IsLiteral(entry))
+                        entry = putLiterals(entry);
                     continue;
                 }
             }
@@ -579,10 +598,8 @@ static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *ou
         if (entry & Inflate_EntrySpecial) {
             if (entry & Inflate_EntryLong)
                 entry = bits.Long(literals, Inflate_LiteralRoot, entry);
-            if (entry & Inflate_EntryLiterals) {
-                *out++ = static_cast<uint8_t>(EntryValue(entry));
-                bits.Drop(entry);
-                entry = nextEntry();
+            if (IsLiteral(entry)) {
+                entry = putLiterals(entry);
                 continue;
             }
             if (entry & Inflate_EntrySpecial) {
@@ -619,6 +636,34 @@ static uint8_t *DecodeFast(const uint8_t *begin, uint8_t *out, const uint8_t *ou
     return out;
 }
 
+// With BMI2 shifts by variable amounts take one instruction. The processor is asked here, since
+// what compilers add to choose between a function's versions is as large as the rest of the
+// inflater.
+#ifdef INFLATE_BMI2
+[[gnu::target("bmi2")]] static uint8_t *DecodeBMI2(const uint8_t *begin, uint8_t *out,
+                                                   const uint8_t *outEnd)
+{
+    return DecodeFast(begin, out, outEnd);
+}
+
+static bool HasBMI2()
+{
+    uint32_t a, b, c, d;
+    return __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & bit_BMI2);
+}
+#endif
+
+[[gnu::noinline]] static uint8_t *DecodeMost(const uint8_t *begin, uint8_t *out,
+                                             const uint8_t *outEnd)
+{
+#ifdef INFLATE_BMI2
+    static const bool shifts = HasBMI2();
+    if (shifts)
+        return DecodeBMI2(begin, out, outEnd);
+#endif
+    return DecodeFast(begin, out, outEnd);
+}
+
 // Decodes symbol by symbol, near the end of the stream.
 static uint8_t *DecodeCarefully(const uint8_t *begin, uint8_t *out, const uint8_t *outEnd)
 {
@@ -630,16 +675,16 @@ static uint8_t *DecodeCarefully(const uint8_t *begin, uint8_t *out, const uint8_
     };
     while (out < outEnd) {
         const uint32_t entry = reader.PNG_DecodeHuffmanSymbol(literals);
-        if (reader.CutShort() || entry & Inflate_EntryNone) {
+        const bool literal = IsLiteral(entry);
+        if (reader.CutShort() || (!literal && entry & Inflate_EntryNone)) {
             Inflate_State = INFLATE_DAMAGED;
             return out;
         }
-        if (entry & Inflate_EntryEnd) {
+        if (literal) {
+            *out++ = static_cast<uint8_t>(entry >> Inflate_EntryBytes);
+        } else if (entry & Inflate_EntryEnd) {
             EndBlock();
             return out;
-        }
-        if (entry & Inflate_EntryLiteral) {
-            *out++ = static_cast<uint8_t>(EntryValue(entry));
         } else if (!(entry & Inflate_EntrySpecial)) {
             const size_t length = valueOf(entry);
             const uint32_t distanceEntry = reader.PNG_DecodeHuffmanSymbol(distances);
@@ -674,7 +719,7 @@ size_t Inflate_More(std::span<uint8_t> buffer, size_t position)
         } else {
             uint8_t *const begin = buffer.data(), *out = begin + position;
             const uint8_t *const outEnd = begin + (buffer.size() - Inflate_Margin + 1);
-            out = DecodeFast(begin, out, outEnd);
+            out = DecodeMost(begin, out, outEnd);
             if (Inflate_State == INFLATE_MORE && Inflate_Block == BLOCK_CODED && out < outEnd)
                 out = DecodeCarefully(begin, out, outEnd);
             position = static_cast<size_t>(out - begin);

@@ -20,11 +20,18 @@ static void FillLook(JPG_CODES &codes, uint32_t code, uint32_t n, uint8_t symbol
     const uint32_t free = JPG_LookBits - n, first = code << free;
     const int32_t plain = EntryOf(symbol, n, codes.AC);
     const auto size = static_cast<uint32_t>(JPG_ValueOf(plain));
-    const bool shown = (plain & static_cast<int32_t>(JPG_EntrySize)) != 0 && size <= free;
-    for (uint32_t k = 0; k < 1u << free; k++)
-        codes.Look[first + k] = shown ? JPG_MakeEntry(n + size, JPG_ZerosOf(plain),
-                                                      JPG_Extend(k >> (free - size), size))
-                                      : plain;
+    int32_t *const look = codes.Look.data() + first;
+    if ((plain & static_cast<int32_t>(JPG_EntrySize)) == 0 || size > free) {
+        std::fill_n(look, 1u << free, plain);
+        return;
+    }
+    // The values of this size in order, as in JPG_Extend: the lower half is negative.
+    const int32_t entry = JPG_MakeEntry(n + size, JPG_ZerosOf(plain), 0), half = 1 << (size - 1);
+    const uint32_t hidden = free - size;
+    for (uint32_t k = 0; k < 1u << free; k++) {
+        const auto bits = static_cast<int32_t>(k >> hidden);
+        look[k] = entry + (bits < half ? bits - 2 * half + 1 : bits) * 65536;
+    }
 }
 
 void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, bool goesOn, JPG_CODES &codes)

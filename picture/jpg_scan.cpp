@@ -573,8 +573,14 @@ static SCAN MakeScan(PICTURE &picture)
     scan.Components = FindComponents(picture);
     for (size_t i = 0; i < scan.Components.size(); i++) {
         COMPONENT &c = *scan.Components[i];
-        JPG_MakeCodes(h.DC[h.ScanComponents[i].Tables >> 4 & 3], false, scan.GoesOn, c.DCCodes);
-        JPG_MakeCodes(h.AC[h.ScanComponents[i].Tables & 3], true, scan.GoesOn, c.ACCodes);
+        const uint8_t tables = h.ScanComponents[i].Tables;
+        if (i > 0 && tables == h.ScanComponents[i - 1].Tables) {  // as two colours usually are
+            c.DCCodes = scan.Components[i - 1]->DCCodes;
+            c.ACCodes = scan.Components[i - 1]->ACCodes;
+        } else {
+            JPG_MakeCodes(h.DC[tables >> 4 & 3], false, scan.GoesOn, c.DCCodes);
+            JPG_MakeCodes(h.AC[tables & 3], true, scan.GoesOn, c.ACCodes);
+        }
         MakeScale(c,
                   h.Components[static_cast<size_t>(&c - picture.Components.data())].Quantisation);
     }

@@ -8,7 +8,8 @@
 // Converts triples, four at a time by one 16-byte shuffle, while 16 bytes are left; returns how
 // many.
 template <bool BlueFirst>
-EXTRA_LANES static size_t TriplesInLanes(const uint8_t *samples, size_t count, uint8_t *out)
+[[gnu::always_inline]] static inline size_t ShuffleTriples(const uint8_t *samples, size_t count,
+                                                           uint8_t *out)
 {
     using LANES [[gnu::vector_size(16)]] = uint8_t;
     constexpr int r = BlueFirst ? 2 : 0, b = 2 - r;
@@ -25,13 +26,21 @@ EXTRA_LANES static size_t TriplesInLanes(const uint8_t *samples, size_t count, u
     return i;
 }
 
+// Not a template: newer clangs compile none for several processors.
+EXTRA_LANES static size_t TriplesInLanes(const uint8_t *samples, size_t count, bool blueFirst,
+                                         uint8_t *out)
+{
+    return blueFirst ? ShuffleTriples<true>(samples, count, out)
+                     : ShuffleTriples<false>(samples, count, out);
+}
+
 template <bool BlueFirst>
 static void FromTriples(const uint8_t *samples, size_t count, uint8_t *out)
 {
     const auto put = [](uint8_t *to, uint32_t pixel) {
         Pixels_Put(to, (BlueFirst ? Pixels_SwapRedBlue(pixel) : pixel) | Pixels_Pack(0, 0, 0, 255));
     };
-    size_t i = TriplesInLanes<BlueFirst>(samples, count, out);
+    size_t i = TriplesInLanes(samples, count, BlueFirst, out);
     for (; i + 1 < count; i++)  // the fourth byte read belongs to the next triple
         put(out + 4 * i, Pixels_Get(samples + 3 * i));
     if (count > 0) {

@@ -180,12 +180,13 @@ static uint16_t FrameworkBits(const TIF_ENTRY *entry)
     return list[0] == list[1] && list[2] != 0 ? list[0] : uint16_t{8};
 }
 
-// Format: all values must be equal; 0 if they are not.
+// Format: the samples' values must be equal; 0 if they are not. Further values are ignored.
 static uint16_t FormatBits(const TIF_ENTRY *entry)
 {
     const uint16_t bits = TIF_GetTag(TIF_BitsPerSample, 1);
+    const uint64_t samples = std::min<uint64_t>(TIF_GetTag(TIF_SamplesPerPixel, 1), TIF_MaxSamples);
     auto &list = TIF_Header.SampleBits;
-    for (size_t i = 0; entry && i < std::min<uint64_t>(entry->Count, TIF_MaxSamples); i++) {
+    for (size_t i = 0; entry && i < std::min(entry->Count, samples); i++) {
         const uint64_t value = TIF_GetValue(entry, i);
         if (i < list.size())
             list[i] = static_cast<uint16_t>(value);

@@ -53,9 +53,9 @@ static std::string Drawn(const std::function<void()> &draw)
 constexpr char hungarian[] =
     "\xC1\xC9\xCD\xD3\xD5\xD6\xDA\xDB\xDC\xE1\xE9\xED\xF3\xF5\xF6\xFA\xFB\xFC";
 
-// Each byte's glyph in each set; 15 is a number without a set. The digest is of the tables as
-// drawn.
-TEST(CharSet, BytesFrom126On)
+// The glyphs of the bytes from 126 on in all sets; 15 is a number without a set. The digest comes
+// from the tables that describe the sets, in Python.
+TEST(CharSet, AccentedLetters)
 {
     BYTES glyphs;
     for (uint8_t set = 0; set < 16; set++)

@@ -11,8 +11,8 @@
 #include "picture/picture.h"
 
 // A picture from text, '/' between its rows: a letter is the red of a pixel with green 1, blue 2
-// and alpha 3. Columns past `width` belong to the buffer only. The bytes end at an allocation's
-// end, so that the address sanitizer sees reads past it.
+// and alpha 3, of a blank 0. It is its own thumbnail. Columns past `width` belong to the buffer
+// only. The bytes end at an allocation's end, so that the address sanitizer sees reads past it.
 struct SAMPLE : Picture {
     std::vector<uint8_t> Bytes;
 
@@ -20,12 +20,14 @@ struct SAMPLE : Picture {
     {
         for (const char letter : text)
             if (letter != '/')
-                Bytes.insert(Bytes.end(), {static_cast<uint8_t>(letter), 1, 2, 3});
+                Bytes.insert(Bytes.end(), {static_cast<uint8_t>(letter), 1, 2,
+                                           static_cast<uint8_t>(letter == ' ' ? 0 : 3)});
         Bytes.shrink_to_fit();
         Width = static_cast<uint16_t>(width);
         BufferWidth = static_cast<uint16_t>(text.find('/'));
         Height = BufferHeight = static_cast<uint16_t>(Bytes.size() / 4 / BufferWidth);
-        Pixels = Bytes.data();
+        ThumbWidth = Width, ThumbHeight = Height, ThumbBufferWidth = BufferWidth;
+        Pixels = ThumbPixels = Bytes.data();
     }
 };
 
@@ -49,8 +51,8 @@ static std::string Drawn(const std::function<void()> &draw)
 TEST(Drawing, Points)
 {
     Picture_SetColor('-', 1, 2, 3);
-    const SAMPLE abc("ab-/-cd/", 3), wide("ab##/cd##/", 2), keys("--/--/", 2),
-        letters("abcd/efgh/ijkl/", 4);
+    const SAMPLE abc("ab-/-cd/", 3), wide("ab##/cd##/", 2), hole("1234/5 78/", 3),
+        keys("--/--/", 2), letters("abcd/efgh/ijkl/", 4);
     SAMPLE cut("ab/cd/", 2), none("ab/", 2);
     cut.BufferHeight = 1;
     none.Pixels = nullptr;
@@ -105,6 +107,18 @@ TEST(Drawing, Points)
          "//.######c/.aaaabb#/.aaaabb#"},
         {"two corners in the middle", [&] { Picture_Rotate(1, 5, 1, 6, 0, letters); },
          "//ii/ee/ee/aa/.aa"},
+        {"put", [&] { Picture_Put(2, 3, hole); }, "//..5.7/..123"},
+        {"put, the thumbnail", [&] { Picture_PutThumbnail(2, 3, hole); }, "//..5.7/..123"},
+        {"put over the edges", [&] { Picture_Put(7, 0, hole); }, ".......12"},
+        {"put, no pixels", [&] { Picture_Put(2, 3, none), Picture_PutThumbnail(2, 3, {}); }, ""},
+        {"put half round", [&] { Picture_PutRotate(4, 4, -180, 3, 2, hole); }, "///...321/...7.5"},
+        {"and twice the size", [&] { Picture_PutRotate(4, 4, -180, 6, 4, hole); },
+         "//..332211/..332211/..77..55/..77..55"},
+        // In double precision a half turn is slightly less, and offsets truncate toward zero.
+        {"put, turned by nothing", [&] { Picture_PutRotate(4, 4, 0, 3, 2, hole); },
+         "////...5.7/....3"},
+        {"put, no width", [&] { Picture_PutRotate(4, 4, 45, 0, 5, hole); }, ""},
+        {"put, no such picture", [&] { Picture_PutRotate(4, 4, 0, 3, 2, {}); }, ""},
         {"no angle", [&] { Picture_Rotate(1, 5, 7, 4, NAN, letters); }, ""},
         {"nor here", [&] { Picture_PutRotate(4, 4, INFINITY, 4, 3, letters); }, ""},
     };

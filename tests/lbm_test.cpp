@@ -73,6 +73,47 @@ TEST(LBM, PixelsOfEveryKind)
     }
 }
 
+// `masking` may have a compression in its second byte.
+static BYTES Iff(const char *type, int height, int planes, int masking, const char *palette,
+                 const char *body)
+{
+    BYTES header = Number(8, 2) + Number(height, 2) + BYTES(4);
+    for (const int v : {planes, masking & 255, masking >> 8, 0, 0, 1, 1, 1, 0, 8, 0, 8})
+        header.push_back(static_cast<uint8_t>(v));
+    return Chunk("FORM", BYTES(type, type + 4) + Chunk("BMHD", header) +
+                             Chunk("CMAP", Hex(palette)) +
+                             Chunk(std::string(type) == "ACBM" ? "ABIT" : "BODY", Hex(body)));
+}
+
+TEST(LBM, FormatsOwnRules)
+{
+    const char *greys = "010101 020202 030303 040404";
+    const std::string rgba =
+        Repeat("2000", 8) + Repeat("0000", 8) + Repeat("8000", 8) + Repeat("4000", 8);
+    const std::vector<FORMAT_ROW> rows = {
+        {"a mask plane", Iff("ILBM", 1, 1, 1, greys, "8000 C000"),
+         "02 01 01010100 01010100 01010100 01010100 01010100 01010100"},
+        {"a transparent colour", Iff("ILBM", 1, 1, 2, greys, "C000"),
+         "02020200 02020200 01 01 01 01 01 01"},
+        {"whole planes", Iff("ACBM", 2, 2, 0, greys, "8000 4000 4000 C000"),
+         "02 03 01 01 01 01 01 01 03 04 01 01 01 01 01 01"},
+        {"entries of 4 bits", Iff("ILBM", 1, 1, 0, "F0F0F0 102030", "8000"),
+         "112233FF FF FF FF FF FF FF FF"},
+        {"a mask of 8 planes",
+         Iff("ILBM", 1, 8, 1, "", "0000 0000 0000 0000 0000 0000 0000 8000 8000"),
+         "80 - - - - - - -"},
+        {"half-bright unsaid",
+         Iff("ILBM", 1, 6, 0, Repeat("202020", 32).c_str(), "0000 0000 0000 0000 0000 8000"),
+         "11 22 22 22 22 22 22 22"},
+        {"32 planes of bytes", Iff("PBM ", 1, 32, 0, "", "01"), "", "32 planes with compression 0"},
+        {"another compression", Iff("ILBM", 1, 1, 0x200, "", "8000"), "",
+         "1 planes with compression 2"},
+        {"no palette", Iff("ILBM", 1, 2, 0, "", "8000 C000"), "FF AA 00 00 00 00 00 00"},
+        {"32 planes", Iff("ILBM", 1, 32, 0, "", rgba.c_str()), "0000FF00 00 FF000000 - - - - -"},
+    };
+    CheckByFormat(PICTURE_ILBM, rows);
+}
+
 TEST(LBM, HeaderAndBuffer)
 {
     const BYTES file = MakeFile("ILBM", 20, 2, 4, 0, 1, 0, Hex("E9FF 80"));

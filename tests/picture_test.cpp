@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include "extra/reason.h"
-#include "picture/graphics.h"
 #include "tests/files.h"
 
 TEST(PictureCheck, TheLastSignatureThatMatchesWins)
@@ -106,70 +105,6 @@ TEST(PictureLoad, SizesAreBounded)
     }
     EXPECT_STREQ(Picture_FormatName(PICTURE_PNG), "PNG");
     EXPECT_STREQ(Picture_FormatName(200), Picture_FormatName(PICTURE_UNKNOWN));
-}
-
-// A 3 by 2 picture in a wider buffer, its pixels numbered by their red; one is transparent.
-struct SAMPLE {
-    BYTES Pixels = BYTES(4 * 2 * 4);
-    Picture Record{};
-
-    SAMPLE()
-    {
-        for (size_t i = 0; i < 8; i++) {
-            Pixels[4 * i] = static_cast<uint8_t>(i + 1);
-            Pixels[4 * i + 3] = 255;
-        }
-        Pixels[4 * 5 + 3] = 0;
-        Record.Width = Record.ThumbWidth = 3;
-        Record.Height = Record.ThumbHeight = 2;
-        Record.BufferWidth = Record.ThumbBufferWidth = 4;
-        Record.BufferHeight = Record.ThumbBufferHeight = 2;
-        Record.Pixels = Record.ThumbPixels = Pixels.data();
-    }
-};
-
-// Draws on a fresh target of 8 by 8 and returns the reds, one word per row.
-template <typename Draw>
-static std::string RedsOf(Draw draw)
-{
-    BYTES pixels(8 * 8 * 4);
-    Picture target{};
-    target.Width = target.Height = target.BufferWidth = target.BufferHeight = 8;
-    target.Pixels = pixels.data();
-    Graphics_SetTarget(&target);
-    draw();
-    Graphics_SetTarget(nullptr);
-    std::string text;
-    for (size_t i = 0; i < 64; i++) {
-        text += static_cast<char>('0' + pixels[4 * i]);
-        if (i % 8 == 7)
-            text += '\n';
-    }
-    return text;
-}
-
-TEST(PicturePut, RowsGoUpwards)
-{
-    const SAMPLE sample;
-    const std::string rows = "00000000\n00000000\n00507000\n00123000\n";
-    EXPECT_EQ(RedsOf([&] { Picture_Put(2, 3, sample.Record); }).substr(0, 36), rows);
-    EXPECT_EQ(RedsOf([&] { Picture_PutThumbnail(2, 3, sample.Record); }).substr(0, 36), rows);
-    EXPECT_EQ(RedsOf([&] { Picture_Put(6, 0, sample.Record); }).substr(0, 9), "00000012\n");
-    const Picture null{};
-    EXPECT_EQ(RedsOf([&] { Picture_Put(2, 3, null); }), RedsOf([] {}));
-}
-
-TEST(PicturePut, RotationTurnsAboutTheMiddle)
-{
-    const SAMPLE sample;
-    EXPECT_EQ(RedsOf([&] { Picture_PutRotate(4, 4, -180, 3, 2, sample.Record); }).substr(27, 18),
-              "00032100\n00070500\n");
-    EXPECT_EQ(RedsOf([&] { Picture_PutRotate(4, 4, -180, 6, 4, sample.Record); }).substr(18, 36),
-              "00332211\n00332211\n00770055\n00770055\n");
-    // In double precision a half turn is slightly less, and offsets truncate toward zero.
-    EXPECT_EQ(RedsOf([&] { Picture_PutRotate(4, 4, 0, 3, 2, sample.Record); }).substr(36, 18),
-              "00050700\n00003000\n");
-    EXPECT_EQ(RedsOf([&] { Picture_PutRotate(4, 4, 45, 0, 5, sample.Record); }), RedsOf([] {}));
 }
 
 TEST(PictureSprites, LeaveOnlyTheirSizes)

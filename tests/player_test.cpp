@@ -85,6 +85,26 @@ TEST(Player, ConvertsBits)
     }
 }
 
+// Levels below a step survive, and the noise's power does not depend on them: a quarter of a
+// step's.
+TEST(Player, Dithers)
+{
+    for (const uint8_t level : BYTES{0, 64, 128, 255}) {  // in 1/256
+        BYTES out, samples;
+        for (int i = 0; i < 40000; i++)
+            samples.insert(samples.end(), {level, 0, 0});
+        Samples_Convert(samples, {24, 1, 8000}, {16, 1, 8000, false, true}, out);
+        double sum = 0, squares = 0;
+        for (size_t i = 0; i < out.size(); i += 2) {
+            const double error = static_cast<int16_t>(out[i] | out[i + 1] << 8) - level / 256.0;
+            sum += error / 40000;
+            squares += error * error / 40000;
+        }
+        EXPECT_NEAR(sum, 0, 0.015) << +level;
+        EXPECT_NEAR(squares, 0.25, 0.015) << +level;
+    }
+}
+
 // A sine stays a sine without aliases, and keeps its duration.
 TEST(Player, Resamples)
 {

@@ -10,6 +10,8 @@
 #include "picture/xbm.h"
 #include "tests/pixels.h"
 
+constexpr const char *useless = "a header that says nothing of use";
+
 struct ROW {
     const char *what;
     BYTES file;
@@ -32,12 +34,17 @@ static void Check(uint8_t format, const std::vector<ROW> &rows)
 
 // A picture of width x height; its palette of 16 has the entries (n, n + 1, n + 2).
 static BYTES Pcx(uint8_t encoding, uint8_t bits, uint8_t planes, uint8_t width, uint8_t height,
-                 uint8_t bytesPerLine, const BYTES &body)
+                 uint8_t bytesPerLine, const BYTES &body, const std::string &palette = "none")
 {
     BYTES file = {10, 5, encoding, bits, 2, 0, 1, 0, static_cast<uint8_t>(width + 1), 0, height, 0};
     file.resize(128);
     for (uint8_t i = 0; i < 48; i++)
         file[16u + i] = static_cast<uint8_t>(i / 3 + i % 3);
+    if (palette != "none") {
+        const BYTES colours = Hex(palette);
+        std::fill_n(file.begin() + 16, 48, uint8_t{0});
+        std::ranges::copy(colours, file.begin() + 16);
+    }
     file[65] = planes;
     file[66] = bytesPerLine;
     return file + body;
@@ -81,11 +88,42 @@ TEST(PCX, PlanesAndRuns)
     Check(PICTURE_PCX, rows);
 }
 
-static BYTES Tga(uint8_t type, uint8_t depth, uint8_t descriptor, uint8_t width, uint8_t height,
-                 const BYTES &body)
+TEST(PCX, FormatsOwnRules)
 {
-    return BYTES{0, 0, type, 0, 0, 0, 0, 0, 0, 0, 0, 0, width, 0, height, 0, depth, descriptor} +
-           body;
+    const char *greys = "000000 010101 020202 030303 040404 050505 060606 070707";
+    const std::vector<FORMAT_ROW> rows = {
+        {"2 bits", Pcx(1, 2, 1, 5, 1, 2, Hex("1B 80"), greys), "00 01 02 03 02"},
+        {"4 bits", Pcx(1, 4, 1, 3, 1, 2, Hex("12 30"), greys), "01 02 03"},
+        {"3 planes", Pcx(1, 1, 3, 2, 1, 2, Hex("8000 C100C100 4000"), greys), "01 04"},
+        {"2 planes of 8 bits", Pcx(1, 8, 2, 1, 1, 1, Hex("01 02"), ""), "", "2 planes of 8 bits"},
+        {"5 planes", Pcx(1, 1, 5, 8, 1, 1, Hex("01 02 03 04 05"), ""), "", "5 planes of 1 bits"},
+        {"4 planes of 4 bits", Pcx(1, 4, 4, 1, 1, 1, Hex("10 20 30 40"), greys), "",
+         "4 planes of 4 bits"},
+        {"3 planes of 2 bits", Pcx(1, 2, 3, 1, 1, 1, Hex("40 40 40"), greys), "",
+         "3 planes of 2 bits"},
+        {"2 planes of 2 bits", Pcx(1, 2, 2, 2, 1, 1, Hex("60 10"), greys), "01 06"},
+        {"4 planes of 8 bits", Pcx(1, 8, 4, 1, 1, 1, Hex("01 02 03 04"), ""), "01020304"},
+        {"no palette of 256: greys", Pcx(1, 8, 1, 2, 1, 2, Hex("0520"), ""), "05 20"},
+        {"two equal colours are black and white",
+         Pcx(1, 1, 1, 2, 1, 2, Hex("4000"), "050505 050505"), "00 FF"},
+    };
+    CheckByFormat(PICTURE_PCX, rows);
+}
+
+// With a `map` of at least 0 bits an entry an image ID of 2 bytes and, above 0, a colour map of 2
+// entries from index 1 on.
+static BYTES Tga(uint8_t type, uint8_t depth, uint8_t descriptor, uint8_t width, uint8_t height,
+                 const BYTES &body, int map = -1)
+{
+    const bool mapped = map > 0;
+    BYTES head(18);
+    head[0] = map < 0 ? 0 : 2;
+    head[1] = head[3] = mapped;
+    head[2] = type;
+    head[5] = mapped ? 2 : 0;
+    head[7] = static_cast<uint8_t>(mapped ? map : 0);
+    head[12] = width, head[14] = height, head[16] = depth, head[17] = descriptor;
+    return head + BYTES(head[0]) + body;
 }
 
 TEST(TGA, OriginsAndPackets)
@@ -120,6 +158,32 @@ TEST(TGA, OriginsAndPackets)
     TGA_UnLoad();
 }
 
+TEST(TGA, FormatsOwnRules)
+{
+    BYTES three = Tga(1, 8, 0x20, 2, 1, Hex("010101 020202 030303 0301"), 24);
+    three[5] = 3;  // entries
+    const std::vector<FORMAT_ROW> rows = {
+        {"a map of 24 bits, index 0 not in it",
+         Tga(1, 8, 0x20, 3, 1, Hex("010101 020304 010200"), 24), "01 040302FF 00"},
+        {"a map of three entries", three, "03 01"},
+        {"a map of 16 bits in runs", Tga(9, 8, 0x20, 3, 1, Hex("FF7F 1F00 8201"), 16), "FF FF FF"},
+        {"a map of 32 bits", Tga(1, 8, 0x20, 1, 1, Hex("01020304 05060708 01"), 32), "03020104"},
+        {"grey", Tga(3, 8, 0, 2, 2, Hex("01020304"), 0), "03 04 01 02"},
+        {"grey in runs, from the right", Tga(11, 8, 0x30, 3, 1, Hex("8101 0002"), 0), "02 01 01"},
+        {"grey and alpha", Tga(3, 16, 0x28, 1, 1, Hex("0140"), 0), "01010140"},
+        {"15 bits", Tga(2, 15, 0x20, 2, 1, Hex("1F00 0004"), 0), "0000FFFF 080000FF"},
+        {"16 bits in runs, their highest left out", Tga(10, 16, 0x21, 2, 1, Hex("811080"), 0),
+         "000084FF 000084FF"},
+        {"bottom right", Tga(2, 24, 0x10, 1, 2, Hex("010101 020202"), 0), "02 01"},
+        {"indexes of 16 bits", Tga(1, 16, 0x20, 2, 1, Hex("010101 020304 0200 0100"), 24),
+         "040302FF 01"},
+        {"every fourth row first", Tga(3, 8, 0xA0, 1, 5, Hex("0105020304"), 0), "01 02 03 04 05"},
+        {"a row cut short", Tga(3, 8, 0x20, 2, 2, Hex("010203"), 0), "01 02 03 -",
+         "cut after 1 of 2 rows"},
+    };
+    CheckByFormat(PICTURE_TGA, rows);
+}
+
 TEST(PNM, TextsAndBytes)
 {
     const std::vector<ROW> rows = {
@@ -145,45 +209,97 @@ TEST(PNM, TextsAndBytes)
          "cut in its first row"},
         {"less than an eighth", Text("P5\n#\n1 24\n255\n\1\2"), 8, "",
          "16 bytes cannot hold 1 x 24 pixels"},
-        {"no width", Text("P5\n#\n0 9\n255\n..."), 8, "", "a header that says nothing of use"},
-        {"magic only", Text("P5"), 8, "", "a header that says nothing of use"},
+        {"no width", Text("P5\n#\n0 9\n255\n..."), 8, "", useless},
+        {"magic only", Text("P5"), 8, "", useless},
     };
     Check(PICTURE_PNM, rows);
     EXPECT_EQ(LOADED(Text("P4\n#\n65535 1\n") + BYTES(8192)).Record.Width, 65535);
 }
 
+TEST(PNM, FormatsOwnRules)
+{
+    const std::vector<FORMAT_ROW> rows = {
+        {"P1 with comments", Text("P1 #c\n2#x\n1\n0#1\n1"), "FF 00"},
+        {"P2 of 15, rounded", Text("P2 3 1 15 1 7 15"), "11 77 FF"},
+        {"P3 of 2 bytes", Text("P3 1 1 65535 256 511 65535"), "0101FFFF"},
+        {"P4 of 9 columns", Text("P4 9 2\n\0\0\xFF\x80"),
+         "FF FF FF FF FF FF FF FF FF 00 00 00 00 00 00 00 00 00"},
+        {"P5 of 16 bits", Text("P5\n# c\n2 1 65535\n\x12\x34\xFE\xFF"), "12 FE"},
+        {"P6, a comment before the maximum", Text("P6 1 1\n#\n255\n\1\2\3"), "010203FF"},
+        {"PAM with alpha",
+         Text("P7\nWIDTH 1\n# c\nHEIGHT 2\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\n"
+              "ENDHDR\n\1\2\3\4\5\6\7\x08"),
+         "01020304 05060708"},
+        {"PAM of bits", Text("P7\nWIDTH 2\nHEIGHT 1\nDEPTH 1\nMAXVAL 1\nENDHDR\n\0\1"), "00 FF"},
+        {"PAM of grey and alpha",
+         Text("P7\nHEIGHT 1\nWIDTH 1\nMAXVAL 255\nDEPTH 2\nENDHDR\n\x20\x30"), "20202030"},
+        {"samples missing", Text("P2 2 2 255 1 2 3"), "01 02 03 -", "cut after 1 of 2 rows"},
+        {"PAM of no maximum", Text("P7\nWIDTH 1\nHEIGHT 1\nDEPTH 1\nMAXVAL 0\nENDHDR\n1"), "",
+         useless},
+        {"a header line of no number", Text("P7\nWIDTH x1\nHEIGHT 1\nDEPTH 1\nMAXVAL 1\nENDHDR\n1"),
+         "", useless},
+        {"a width of 17 bits", Text("P5 65537 1 255 ...."), "", useless},
+        {"P5 of 16 bits cut in a sample", Text("P5 2 2 65535 \1\1\2\2\3"), "01 02 - -",
+         "cut after 1 of 2 rows"},
+        {"five samples a pixel", Text("P7\nWIDTH 1\nHEIGHT 1\nDEPTH 5\nMAXVAL 255\nENDHDR\n....."),
+         "", useless},
+    };
+    CheckByFormat(PICTURE_PNM, rows);
+}
+
+static BYTES Xbm(const std::string &width, const char *data, const char *type = "char",
+                 const char *size = "[]")
+{
+    const std::string text = "#define a_width " + width + "\n#define a_height 2\nstatic " + type +
+                             " a_bits" + size + " = {" + data;
+    return BYTES(text.begin(), text.end());
+}
+
 TEST(XBM, BytesAndWords)
 {
-    const auto xbm = [](const char *width, const char *data) {
-        const std::string text = std::string("#define a_width ") + width +
-                                 "\n#define a_height 2\nstatic char a_bits[] = {" + data;
-        return BYTES(text.begin(), text.end());
-    };
     const char *bits = "00 FF 00 FF FF FF FF FF 00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF "
                        "FF FF FF FF FF FF 00";
     const std::vector<ROW> rows = {
-        {"bytes", xbm("10", "0x05, 0x01,\n0x00, 0x80};"), 1, bits},
-        {"words", xbm("10", "0x0105,0x8000};"), 1, bits},
-        {"words, an odd number of bytes", xbm("8", "0x8001"), 1,
+        {"bytes", Xbm("10", "0x05, 0x01,\n0x00, 0x80};"), 1, bits},
+        {"words", Xbm("10", "0x0105,0x8000};"), 1, bits},
+        {"words, an odd number of bytes", Xbm("8", "0x8001"), 1,
          "00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF 00"},
         {"capitals", Text("A_WIDTH 1\nA_HEIGHT 1\nA_BITS 0XfE"), 1, "FF 00 00 00 00 00 00 00"},
-        {"bytes missing", xbm("8", "0x01 0"), 1, "00 FF FF FF FF FF FF FF - - - - - - - -",
+        {"bytes missing", Xbm("8", "0x01 0"), 1, "00 FF FF FF FF FF FF FF - - - - - - - -",
          "cut before its last row"},
         {"nothing after a NUL", Text("_width 8\n_height 2\n_bits 0x01 \0 0x80"), 1,
          "00 FF FF FF FF FF FF FF - - - - - - - -", "cut before its last row"},
-        {"no bits", xbm("8", ""), 1, "", "no bits, or too few for a row"},
-        {"the first row missing", xbm("4000", "0x00"), 1, "", "no bits, or too few for a row"},
+        {"no bits", Xbm("8", ""), 1, "", "no bits, or too few for a row"},
+        {"the first row missing", Xbm("4000", "0x00"), 1, "", "no bits, or too few for a row"},
     };
     Check(PICTURE_XBM, rows);
-    EXPECT_EQ(LOADED(xbm("65530", "0x00")).Record.Pixels, nullptr);
+    EXPECT_EQ(LOADED(Xbm("65530", "0x00")).Record.Pixels, nullptr);
     const std::string hot = "_width 9\n_height 1\n_hot_x 3\n_HOT_Y   4 _bits 0x1234";
     XBM_Load(OwnFile(BYTES(hot.begin(), hot.end())).c_str());
-    EXPECT_EQ(XBM_Header.HotX, 3);
+    XBM_HEADER header;
+    EXPECT_EQ(XBM_GetHeader(&header)->HotX, 3);
     EXPECT_EQ(XBM_Header.HotY, 4);
     EXPECT_EQ(hot.substr(XBM_Header.DataOffset), "0x1234");
     XBM_UnLoad();
-    LOADED(xbm("8", "0x01"));
+    LOADED(Xbm("8", "0x01"));
     EXPECT_EQ(XBM_Header.HotX, 0);  // nothing remains of an earlier file
+}
+
+TEST(XBM, FormatsOwnRules)
+{
+    const char *bits = "00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF 00";
+    const std::vector<FORMAT_ROW> rows = {
+        {"bytes", Xbm("8", "0x01, 0x80}", "unsigned char"), bits},
+        {"each row a word", Xbm("8", "0x0001, 0xFF80}", "short"), bits},
+        {"numbers of any base", Xbm("8", "1, 0200};"), bits},
+        {"a digit", Xbm("8", "0x1, 0x80};"), bits},
+        {"an array cut short", Xbm("8", "1, }; 2"), "00 FF FF FF FF FF FF FF - - - - - - - -",
+         "cut before its last row"},
+        {"nothing after the brace", Xbm("8", "1"), "00 FF FF FF FF FF FF FF - - - - - - - -",
+         "cut before its last row"},
+        {"an array that tells its size", Xbm("8", "1, 128};", "char", "[2]"), bits},
+    };
+    CheckByFormat(PICTURE_XBM, rows);
 }
 
 TEST(Sprites, AllImages)
@@ -197,28 +313,69 @@ TEST(Sprites, AllImages)
          "cut in image 1 of 1"},
     };
     Check(PICTURE_SPRITES, rows);
+    const auto show = [](const uint8_t *pixels) { return ShowPixels({pixels, pixels + 8}); };
     const BYTES file = head + BYTES{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13};
     const LOADED first(file);
     {
         const LOADED second(file);
-        EXPECT_EQ(ShowPixels({SPR_Header.Images[1], SPR_Header.Images[1] + 8}),
-                  "090807FF 0C0B0AFF");
+        EXPECT_EQ(show(SPR_Header.Images[1]), "090807FF 0C0B0AFF");
         EXPECT_EQ(SPR_Header.Images[2], nullptr);
     }
     EXPECT_EQ(SPR_Header.Images[0], nullptr);
     LOADED(Text("SPRITES") + BYTES{0, 1, 1, 1, 2, 3});
     EXPECT_STREQ(Picture_Reason(), "no images");
-    EXPECT_EQ(ShowPixels({first.Record.Pixels, first.Record.Pixels + 8}), "030201FF 060504FF")
-        << "outlives the later file";
+    EXPECT_EQ(show(first.Record.Pixels), "030201FF 060504FF") << "outlives the later file";
     Picture picture;
     SPR_HEADER header;
     std::thread([&] {
         picture = Picture_LoadBytes(file, 0, 0);
         SPR_GetHeader(&header);
     }).join();
-    EXPECT_EQ(ShowPixels({header.Images[1], header.Images[1] + 8}), "090807FF 0C0B0AFF")
-        << "outlives its thread";
+    EXPECT_EQ(show(header.Images[1]), "090807FF 0C0B0AFF") << "outlives its thread";
     Picture_UnLoad(picture);
+}
+
+// If several signatures match, the most reliable one is tried first, and the next if it refuses.
+TEST(SmallPictures, DetectionByTheFormatsRules)
+{
+    const RULES rules(PICTURE_RULES_FORMAT);
+    const struct {
+        const char *what;
+        BYTES file;
+        uint8_t format;
+    } rows[] = {
+        {"a TGA with image ID", Tga(3, 8, 0x20, 1, 1, Hex("42"), 0), PICTURE_TGA},
+        {"a TGA with a map that true colour ignores", Tga(2, 24, 0x20, 1, 1, {}, 24), PICTURE_TGA},
+        {"a TGA of interleaved rows", Tga(2, 24, 0xC0, 1, 1, {}, 0), PICTURE_UNKNOWN},
+        {"a TGA of no height", Tga(2, 24, 0x20, 1, 0, {}, 0), PICTURE_UNKNOWN},
+        {"a TGA with indexes and no map", Tga(1, 8, 0x20, 1, 1, {}, 0), PICTURE_UNKNOWN},
+        {"a TGA of true colour in a byte", Tga(2, 8, 0x20, 1, 1, {}, 0), PICTURE_UNKNOWN},
+        {"PCX of 3 bits", Text("\12\5\1\3"), PICTURE_UNKNOWN},
+        {"a map of 8 bits", Tga(1, 8, 0x20, 1, 1, {}, 8), PICTURE_UNKNOWN},
+        {"a TGA of no kind", BYTES(18) + BYTES(9), PICTURE_UNKNOWN},
+        {"any JPEG", Text("\xFF\xD8\xFF\xDB.."), PICTURE_JPEG},
+        {"letters that begin like TIFF", Text("IInvented"), PICTURE_UNKNOWN},
+        {"TIFF of 64 bits", Text("MM\0+\0\0\0\0"), PICTURE_TIFF},
+        {"a comment after the letter", Text("P4#"), PICTURE_PNM},
+        {"a blank", Text("P1 "), PICTURE_PNM},
+        {"a bell", Text("P1\7"), PICTURE_UNKNOWN},
+        {"a shift", Text("P1\16"), PICTURE_UNKNOWN},
+        {"PCX", Text("\12\5\1\10"), PICTURE_PCX},
+        {"PCX of no version", Text("\12\1\1\10"), PICTURE_UNKNOWN},
+        {"PCX of a later one", Text("\12\6\1\10"), PICTURE_UNKNOWN},
+        {"PCX of another encoding", Text("\12\5\2\10"), PICTURE_UNKNOWN},
+        {"PAM", Text("P7\n"), PICTURE_PNM},
+        {"P and a digit", Text("P5letters"), PICTURE_UNKNOWN},
+        {"a line feed and no header", Text("\nHello, world"), PICTURE_UNKNOWN},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(Picture_CheckBytes(r.file, 0), r.format) << r.what;
+
+    const BYTES both = Text("P1\n#define a_width 8\n#define a_height 1\nchar a_bits[] = {0x01};");
+    EXPECT_EQ(Picture_CheckBytes(both, 0), PICTURE_PNM);
+    EXPECT_EQ(LOADED(both).Record.Format, PICTURE_XBM);
+    EXPECT_EQ(Show(Prefix(both, both.size() - 7)), "");
+    EXPECT_STREQ(Picture_Reason(), useless) << "the first one's";
 }
 
 TEST(SmallPictures, RealFilesAndTheirPrefixes)

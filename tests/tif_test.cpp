@@ -10,10 +10,13 @@
 
 // The header, the pixels right after it, then a directory of tags written as "256=5 258=8,8,8".
 // Values are words, or double words if larger; after "529:5=" they have that type, and a fraction
-// is two of them. With offsets of 64 bits the pixels begin at 16 instead of 8.
-static BYTES MakeFile(const BYTES &data, const std::string &tags, bool bigEndian = false,
+// is two of them. Width and height are 1 unless stated. With offsets of 64 bits the pixels begin at
+// 16 instead of 8.
+static BYTES MakeFile(const BYTES &data, std::string tags, bool bigEndian = false,
                       int offsetBytes = 4)
 {
+    for (const char *side : {"256=", "257="})
+        tags += tags.find(side) == std::string::npos ? std::string(" ") + side + "1" : "";
     BYTES entries, lists;
     const auto number = [bigEndian](size_t value, int bytes) {
         return Number(static_cast<int64_t>(value), bigEndian ? bytes : -bytes);
@@ -81,35 +84,33 @@ TEST(TIF, PixelsOfEveryKind)
         std::string tags;
         const char *pixels;
     } rows[] = {
-        {"RGB after the header", "010203 040506", "256=2 257=1 258=8,8,8", "010203FF 040506FF"},
-        {"a single 8", "010203", "256=1 257=1 258=8", "010203FF"},
-        {"an uneven list counts as 8", "010203", "256=1 257=1 258=5,6,5", "010203FF"},
-        {"16 bits", "010203040506", "256=1 257=1 258=16,16,16", ""},
-        {"no bits", "010203", "256=1 257=1", ""},
-        {"black is 0", "0304", "256=2 257=1 258=8 262=1 273=8", "03 04"},
-        {"white is 0", "0304", "256=1 257=2 258=8 262=0 273=8", "FC FB"},
-        {"a palette of 16 bits", "03", "256=1 257=1 258=8 262=3 273=8 " + wide, "1256FFFF"},
-        {"a palette of 8 bits", "03", "256=1 257=1 258=8 262=3 273=8 " + narrow, "1256FFFF"},
-        {"grey with alpha", "0309", "256=1 257=1 258=8 262=1 273=8 277=2 338=2", "03030309"},
+        {"RGB after the header", "010203 040506", "256=2 258=8,8,8", "010203FF 040506FF"},
+        {"a single 8", "010203", "258=8", "010203FF"},
+        {"an uneven list counts as 8", "010203", "258=5,6,5", "010203FF"},
+        {"16 bits", "010203040506", "258=16,16,16", ""},
+        {"no bits", "010203", "257=1", ""},
+        {"black is 0", "0304", "256=2 258=8 262=1 273=8", "03 04"},
+        {"white is 0", "0304", "257=2 258=8 262=0 273=8", "FC FB"},
+        {"a palette of 16 bits", "03", "258=8 262=3 273=8 " + wide, "1256FFFF"},
+        {"a palette of 8 bits", "03", "258=8 262=3 273=8 " + narrow, "1256FFFF"},
+        {"grey with alpha", "0309", "258=8 262=1 273=8 277=2 338=2", "03030309"},
         {"grey with alpha, as differences", "7801 01 0400FBFF 0309 0101",
-         "256=2 257=1 258=8 259=8 262=1 273=8 277=2 317=2 338=2", "03030309 0404040A"},
-        {"a fourth sample of no kind is alpha", "01020304", "256=1 257=1 258=8 262=2 273=8 277=4",
-         "01020304"},
-        {"RGB, alpha multiplied in", "32640064 07000000",
-         "256=2 257=1 258=8 262=2 273=8 277=4 338=1", "80FF0064 07000000"},
-        {"RGB and something else", "01020304", "256=1 257=1 258=8 262=2 273=8 277=4 338=0",
-         "010203FF"},
+         "256=2 258=8 259=8 262=1 273=8 277=2 317=2 338=2", "03030309 0404040A"},
+        {"a fourth sample of no kind is alpha", "01020304", "258=8 262=2 273=8 277=4", "01020304"},
+        {"RGB, alpha multiplied in", "32640064 07000000", "256=2 258=8 262=2 273=8 277=4 338=1",
+         "80FF0064 07000000"},
+        {"RGB and something else", "01020304", "258=8 262=2 273=8 277=4 338=0", "010203FF"},
         {"strips in any order, planar", "010203040506",
-         "256=1 257=2 258=8 262=2 273=12,13,10,11,9,8 277=3 278=1 279=1,1,1,1,1,1 284=2",
+         "257=2 258=8 262=2 273=12,13,10,11,9,8 277=3 278=1 279=1,1,1,1,1,1 284=2",
          "050302FF 060401FF"},
-        {"a strip that the file lacks", "0102",
-         "256=1 257=3 258=8 262=1 273=9,9999,8 278=1 279=1,1,1", "02 - 01"},
-        {"bits the other way round", "80C0", "256=2 257=1 258=8 262=1 266=2 273=8", "01 03"},
-        {"another compression", "010203", "256=1 257=1 258=8 259=4 273=8", ""},
-        {"tiles", "010203", "256=1 257=1 258=8 273=8 322=16", ""},
-        {"CMYK", "01020304", "256=1 257=1 258=8 262=5 273=8 277=4", ""},
-        {"RGB of two samples", "010203", "256=1 257=1 258=8 262=2 273=8 277=2", ""},
-        {"a width of 17 bits", "010203", "256=65537 257=1 258=8", ""},
+        {"a strip that the file lacks", "0102", "257=3 258=8 262=1 273=9,9999,8 278=1 279=1,1,1",
+         "02 - 01"},
+        {"bits the other way round", "80C0", "256=2 258=8 262=1 266=2 273=8", "01 03"},
+        {"another compression", "010203", "258=8 259=4 273=8", ""},
+        {"tiles", "010203", "258=8 273=8 322=16", ""},
+        {"CMYK", "01020304", "258=8 262=5 273=8 277=4", ""},
+        {"RGB of two samples", "010203", "258=8 262=2 273=8 277=2", ""},
+        {"a width of 17 bits", "010203", "256=65537 258=8", ""},
         {"a size that its bytes cannot carry", "010203", "256=50 257=50 258=8", ""},
     };
     for (const auto &r : rows)
@@ -127,108 +128,87 @@ TEST(TIF, PixelsByTheFormatsRules)
     const struct {
         const char *what;
         std::string tags, data;
-        const char *pixels, *reason;
+        const char *pixels, *reason = "";
         bool bothOrders = true;
         int offsetBytes = 4;
     } rows[] = {
-        {"a bit", "256=9 257=1 262=1 273=8", "A080", "FF 00 FF 00 00 00 00 00 FF", ""},
-        {"2 bits, white is 0", "256=4 257=1 258=2 262=0 273=8", "1B", "FF AA 55 00", ""},
-        {"4 bits", "256=3 257=2 258=4 262=1 273=8", "0F80 1230", "00 FF 88 11 22 33", ""},
-        {"3 bits", "256=3 257=1 258=3 262=1 273=8", "0F00", "00 6D DB", ""},
-        {"12 bits, their high 8", "256=2 257=1 258=12 262=1 273=8", "123FED", "12 FE", ""},
-        {"4 bits, RGB, planar", "256=2 257=1 258=4,4,4 262=2 273=8,9,10 277=3 284=2", "0F F0 88",
-         "00FF88FF FF0088FF", ""},
-        {"a row of one pixel", "256=1 257=2 262=1 273=8", "80 00", "FF 00", ""},
-        {"CMYK", "256=2 257=1 258=8,8,8,8 262=5 273=8 277=4", "00FF0000 10203040",
-         "FF00FFFF B3A79BFF", ""},
-        {"YCbCr of 2 by 2 and a half", "256=3 257=1 258=8,8,8 262=6 273=8 277=3 530=2,2",
-         "102030408080 506070804090", "10 20 665B00FF", ""},
-        {"16 bits as differences", "256=2 257=1 258=16 259=8 262=1 273=8 317=2",
+        {"a bit", "256=9 262=1 273=8", "A080", "FF 00 FF 00 00 00 00 00 FF"},
+        {"2 bits, white is 0", "256=4 258=2 262=0 273=8", "1B", "FF AA 55 00"},
+        {"4 bits", "256=3 257=2 258=4 262=1 273=8", "0F80 1230", "00 FF 88 11 22 33"},
+        {"3 bits", "256=3 258=3 262=1 273=8", "0F00", "00 6D DB"},
+        {"12 bits, their high 8", "256=2 258=12 262=1 273=8", "123FED", "12 FE"},
+        {"4 bits, RGB, planar", "256=2 258=4,4,4 262=2 273=8,9,10 277=3 284=2", "0F F0 88",
+         "00FF88FF FF0088FF"},
+        {"a row of one pixel", "257=2 262=1 273=8", "80 00", "FF 00"},
+        {"CMYK", "256=2 258=8,8,8,8 262=5 273=8 277=4", "00FF0000 10203040", "FF00FFFF B3A79BFF"},
+        {"YCbCr of 2 by 2 and a half", "256=3 258=8,8,8 262=6 273=8 277=3 530=2,2",
+         "102030408080 506070804090", "10 20 665B00FF"},
+        {"16 bits as differences", "256=2 258=16 259=8 262=1 273=8 317=2",
          "7801 01 0400FBFF F0102000", "10 11", "", false},
-        {"associated alpha as stored", "256=1 257=1 258=8 262=2 273=8 277=4 338=1", "32640064",
-         "32640064", ""},
-        {"the alpha of five samples", "256=1 257=1 258=8 262=2 273=8 277=5 338=2,0", "0102030405",
-         "01020304", ""},
-        {"an extra sample of no kind", "256=1 257=1 258=8 262=1 273=8 277=2 338=0", "0309",
-         "03030309", ""},
+        {"associated alpha as stored", "258=8 262=2 273=8 277=4 338=1", "32640064", "32640064"},
+        {"the alpha of five samples", "258=8 262=2 273=8 277=5 338=2,0", "0102030405", "01020304"},
+        {"an extra sample of no kind", "258=8 262=1 273=8 277=2 338=0", "0309", "03030309"},
         {"tiles, the last ones cut",
          "256=3 257=3 258=8 262=1 322=2 323=2 324=8,12,16,20 325=4,4,4,4",
-         "01020405 03000600 07080000 09000000", "01 02 03 04 05 06 07 08 09", ""},
-        {"a tile that is not listed", "256=3 257=1 258=8 262=1 322=2 323=1 324=8 325=2", "0102",
+         "01020405 03000600 07080000 09000000", "01 02 03 04 05 06 07 08 09"},
+        {"a tile that is not listed", "256=3 258=8 262=1 322=2 323=1 324=8 325=2", "0102",
          "01 02 -", "1 of 2 tiles are cut short or missing"},
-        {"old-style LZW", "256=4 257=1 258=8 259=5 262=1 273=8", "000F083C1010", "07 07 07 07", "",
+        {"old-style LZW", "256=4 258=8 259=5 262=1 273=8", "000F083C1010", "07 07 07 07", "",
          false},
-        {"modified Huffman", "256=4 257=2 259=2 262=0 273=8", "B0 3560", "FF FF FF FF 00 00 00 00",
-         ""},
-        {"a short palette counts for nothing", "256=2 257=1 258=8 262=3 273=8 320=1,2,3", "0705",
-         "07 05", ""},
-        {"strips of 0 bytes go to the end", "256=2 257=1 258=8 262=1 273=8 279=0", "0705", "07 05",
-         ""},
-        {"JPEG", "256=1 257=1 258=8 259=7 262=1 273=8", jpeg, "80", ""},
-        {"nothing stored", "256=1 257=1 258=8 262=1", "", "", "no pixels stored"},
-        {"JPEG of another width", "256=2 257=1 258=8 259=7 262=1 273=8", jpeg, "80 00", ""},
-        {"no JPEG", "256=1 257=2 258=8 259=7 262=1 278=1 273=8,9999", "01", "- -",
-         "no frame header"},
-        {"offsets of 64 bits", "256=2 257=1 258=8 262=1 273:16=16 279:4=2 320:1=9", "0705", "07 05",
-         "", true, 8},
+        {"modified Huffman", "256=4 257=2 259=2 273=8", "B0 3560", "FF FF FF FF 00 00 00 00"},
+        {"a short palette counts for nothing", "256=2 258=8 262=3 273=8 320=1,2,3", "0705",
+         "07 05"},
+        {"strips of 0 bytes go to the end", "256=2 258=8 262=1 273=8 279=0", "0705", "07 05"},
+        {"JPEG", "258=8 259=7 262=1 273=8", jpeg, "80"},
+        {"nothing stored", "258=8 262=1", "", "", "no pixels stored"},
+        {"JPEG of another width", "256=2 258=8 259=7 262=1 273=8", jpeg, "80 00"},
+        {"no JPEG", "257=2 258=8 259=7 262=1 278=1 273=8,9999", "01", "- -", "no frame header"},
+        {"offsets of 64 bits", "256=2 258=8 262=1 273:16=16 279:4=2 320:1=9", "0705", "07 05", "",
+         true, 8},
         {"Group 4", "256=8 257=2 259=4 262=0 273=8", "2FC0",
          "FF FF 00 00 FF FF FF FF FF FF FF FF FF FF FF FF", "CCITT Group 4 data cut, 1 of 2 rows"},
-        {"Group 4, damaged", "256=8 257=1 259=4 273=8", "0100", "FF FF FF FF FF FF FF FF",
+        {"Group 4, damaged", "256=8 259=4 273=8", "0100", "FF FF FF FF FF FF FF FF",
          "CCITT Group 4 data damaged, 0 of 1 rows"},
-        {"modified Huffman by words", "256=8 257=1 259=32771 262=0 273=8", "7EC0",
-         "FF FF 00 00 FF FF FF FF", ""},
-        {"Group 3 of both dimensions", "256=8 257=1 259=3 262=0 273=8 292=1", "001BF6",
-         "FF FF 00 00 FF FF FF FF", ""},
-        {"Group 3", "256=8 257=1 259=3 262=0 273=8 292=0", "0017EC", "FF FF 00 00 FF FF FF FF", ""},
-        {"YCbCr of other weights",
-         "256=1 257=1 258=8,8,8 262=6 273=8 277=3 530=1,1 "
-         "529:5=1,4,1,2,1,4",
-         "40A0A0", "701070FF", ""},
+        {"modified Huffman by words", "256=8 259=32771 262=0 273=8", "7EC0",
+         "FF FF 00 00 FF FF FF FF"},
+        {"Group 3 in 2 dimensions", "256=4 259=3 273=8 292=1", "001BF6", "FF FF 00 00"},
+        {"Group 3", "256=4 259=3 273=8 292=0", "0017EC", "FF FF 00 00"},
+        {"YCbCr of other weights", "258=8,8,8 262=6 273=8 530=1,1 529:5=1,4,1,2,1,4", "40A0A0",
+         "701070FF"},
         {"YCbCr of another range",
-         "256=1 257=1 258=8,8,8 262=6 273=8 277=3 530=1,1 "
-         "532:5=16,1,235,1,128,1,240,1,128,1,240,1",
-         "408080", "37", ""},
-        {"weights and a range that make no sense",
-         "256=1 257=1 258=8,8,8 262=6 273=8 277=3 "
-         "530=1,1 529:5=1,0,0,1,1,4 532:5=16,1,16,1,128,1,240,1,128,1,240,1",
-         "408080", "40", ""},
-        {"CMYK as differences", "256=2 257=1 258=8 259=8 262=5 273=8 277=4 317=2",
-         "7801 01 0800F7FF 00FF0000 01020304", "FF00FFFF FAFAF8FF", ""},
-        {"five samples as differences", "256=2 257=1 258=8 259=8 262=1 273=8 277=5 317=2",
-         "7801 01 0A00F5FF 0102030405 0102030405", "01010102 02020204", ""},
-        {"no such colours", "256=1 257=1 258=8 262=7 273=8", "01", "",
-         "photometric interpretation 7"},
-        {"too few samples", "256=1 257=1 258=8 262=2 273=8 277=2", "0102", "", "2 samples a pixel"},
-        {"a palette of 16 bits", "256=1 257=1 258=16 262=3 273=8", "0102", "",
-         "16 bits a sample of a palette"},
-        {"differences of 4 bits", "256=2 257=1 258=4 259=8 262=1 273=8 317=2", "01", "",
+         "258=8,8,8 262=6 273=8 530=1,1 532:5=16,1,235,1,128,1,240,1,128,1,240,1", "408080", "37"},
+        {"neither makes sense",
+         "258=8,8,8 262=6 273=8 530=1,1 529:5=1,0,0,1,1,4 532:5=9,1,9,1,8,1,7,1,8,1,7,1", "408080",
+         "40"},
+        {"CMYK as differences", "256=2 258=8 259=8 262=5 273=8 277=4 317=2",
+         "7801 01 0800F7FF 00FF0000 01020304", "FF00FFFF FAFAF8FF"},
+        {"five samples as differences", "256=2 258=8 259=8 262=1 273=8 277=5 317=2",
+         "7801 01 0A00F5FF 0102030405 0102030405", "01010102 02020204"},
+        {"no such colours", "258=8 262=7 273=8", "01", "", "photometric interpretation 7"},
+        {"too few samples", "258=8 262=2 273=8 277=2", "0102", "", "2 samples a pixel"},
+        {"a palette of 16 bits", "258=16 262=3 273=8", "0102", "", "16 bits a sample of a palette"},
+        {"differences of 4 bits", "256=2 258=4 259=8 262=1 273=8 317=2", "01", "",
          "differences of 4 bits"},
-        {"JPEG of 16 bits", "256=1 257=1 258=16 259=7 262=1 273=8", "0102", "", "JPEG of 16 bits"},
-        {"chroma of a third", "256=3 257=1 258=8,8,8 262=6 273=8 530=1,3", "01020304", "",
+        {"JPEG of 16 bits", "258=16 259=7 262=1 273=8", "0102", "", "JPEG of 16 bits"},
+        {"chroma of a third", "256=3 258=8,8,8 262=6 273=8 530=1,3", "01020304", "",
          "chroma subsampling of 1 by 3"},
-        {"chroma in planes", "256=2 257=1 258=8,8,8 262=6 273=8,9,10 284=2", "01020304", "",
+        {"chroma in planes", "256=2 258=8,8,8 262=6 273=8,9,10 284=2", "01020304", "",
          "subsampled chroma that is planar or of 8 bits"},
-        {"tiles of no size", "256=1 257=1 258=8 262=1 322=0 323=1 324=8", "01", "",
-         "tiles of no size"},
-        {"no width", "256=0 257=1 258=8 262=1 273=8", "01", "",
-         "a side of 0 pixels, or more than 65535"},
-        {"uneven sizes", "256=1 257=1 258=5,6,5 262=2 273=8 277=3", "0102", "",
-         "samples of different sizes"},
-        {"32 bits", "256=1 257=1 258=32 262=1 273=8", "01020304", "", "32 bits a sample"},
-        {"floating point", "256=1 257=1 258=16 262=1 273=8 339=3", "0102", "", "floating point"},
-        {"zstd", "256=1 257=1 258=8 259=50000 262=1 273=8", "0102", "", "zstd compression"},
-        {"a compression of no name", "256=1 257=1 258=8 259=99 262=1 273=8", "01", "",
-         "compression 99"},
-        {"L*a*b*", "256=1 257=1 258=8,8,8 262=8 273=8 277=3", "010203", "", "CIE L*a*b* colours"},
-        {"differences of floats", "256=1 257=1 258=8 259=8 262=1 273=8 317=3", "0102", "",
-         "predictor 3"},
-        {"fax of bytes", "256=1 257=1 258=8 259=4 262=1 273=8", "0102", "",
+        {"tiles of no size", "258=8 262=1 322=0 323=1 324=8", "01", "", "tiles of no size"},
+        {"no width", "256=0 258=8 262=1 273=8", "01", "", "a side of 0 pixels, or more than 65535"},
+        {"uneven sizes", "258=5,6,5 262=2 273=8 277=3", "0102", "", "samples of different sizes"},
+        {"32 bits", "258=32 262=1 273=8", "01020304", "", "32 bits a sample"},
+        {"floating point", "258=16 262=1 273=8 339=3", "0102", "", "floating point"},
+        {"zstd", "258=8 259=50000 262=1 273=8", "0102", "", "zstd compression"},
+        {"a compression of no name", "258=8 259=99 262=1 273=8", "01", "", "compression 99"},
+        {"L*a*b*", "258=8,8,8 262=8 273=8 277=3", "010203", "", "CIE L*a*b* colours"},
+        {"differences of floats", "258=8 259=8 262=1 273=8 317=3", "0102", "", "predictor 3"},
+        {"fax of bytes", "258=8 259=4 262=1 273=8", "0102", "",
          "CCITT Group 4 compression of more than a bit a pixel"},
         {"a pixel a tile, and no end of them", "256=5000 257=5000 258=8 262=1 322=1 323=1 324=8",
          "01", "", "99 bytes cannot hold 5000 x 5000 pixels"},
-        {"a strip named over and over",
-         "256=1 257=99 258=8 259=8 262=1 278=1 273=8" + Repeat(",8", 98), Repeat("00", 300), "",
-         "strips that overlap"},
+        {"a strip named over and over", "257=99 258=8 259=8 262=1 278=1 273=8" + Repeat(",8", 98),
+         Repeat("00", 300), "", "strips that overlap"},
     };
     for (const auto &r : rows)
         for (const bool bigEndian : {false, true}) {
@@ -243,18 +223,13 @@ TEST(TIF, PixelsByTheFormatsRules)
 // Codes as LZW writes them, highest bit first, longer as the table fills.
 static BYTES PackCodes(const std::vector<uint32_t> &codes)
 {
-    BYTES bytes;
-    uint32_t held = 0, next = 258;
-    int count = 0;
+    std::string bits;
+    uint32_t next = 258;
     for (const uint32_t code : codes) {
-        const int width = next < 511 ? 9 : next < 1023 ? 10 : next < 2047 ? 11 : 12;
-        held = held << width | code;
-        for (count += width; count >= 8; count -= 8)
-            bytes.push_back(static_cast<uint8_t>(held >> (count - 8)));
+        bits += Digits(code, next < 511 ? 9 : next < 1023 ? 10 : next < 2047 ? 11 : 12);
         next = code == 256 ? 257 : next + 1;  // the first code after a clear adds no string
     }
-    bytes.push_back(static_cast<uint8_t>(held << (8 - count)));
-    return bytes;
+    return Bits(bits);
 }
 
 // A row of greys from an LZW strip.
@@ -295,20 +270,6 @@ TEST(TIF, LZWStrings)
         const size_t from = i < 5000 ? i : i < 5002 ? i - 5000 : i - 5002 + 4095 - 258;
         EXPECT_EQ(pixels[4 * i], from % 251);
     }
-}
-
-// Bits as text, with optional spaces.
-static BYTES Bits(const std::string &text)
-{
-    BYTES bytes;
-    size_t count = 0;
-    for (const char c : text)
-        if (c != ' ') {
-            if (count % 8 == 0)
-                bytes.push_back(0);
-            bytes.back() |= static_cast<uint8_t>((c - '0') << (7 - count++ % 8));
-        }
-    return bytes;
 }
 
 TEST(TIF, FaxRows)

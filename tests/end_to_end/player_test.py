@@ -47,7 +47,7 @@ FILES = {
     "bytes.wav": wav(NOISE, 8, 1),
     "alaw.wav": wav(b"\x55\xd5" * 2000, 8, 1, 6),
     "three.au": au(NOISE, 3, 3),
-    "float.wav": wav(array.array("f", [0, 0.5, -1, 0.25]).tobytes(), 32, 2, 3),
+    "float.wav": wav(array.array("f", [0, 0.5, -2.5, 0.25]).tobytes(), 32, 2, 3),
     "odd.wav": wav(NOISE[:6000], 12),
     "cut.au": au(NOISE[:4003]),
     "short.aiff": aiff(NOISE[:4000]),
@@ -181,7 +181,7 @@ class Player(Stage):
             self.assertTrue(self.read("out")[44:] == NOISE, "the samples differ")
         self.assertEqual(self.run_player("--convert", "--bits", "float", "float.wav", "out.wav"), (0, "", ""))
         self.assertEqual(self.read("out.wav")[20:22] + self.read("out.wav")[-16:],
-                         b"\3\0" + array.array("f", [0, 0.5, -1, 0.25]).tobytes())
+                         b"\3\0" + array.array("f", [0, 0.5, -2.5, 0.25]).tobytes())
         self.assertEqual(self.run_player("--convert", "stereo.wav", "out.RAW"), (0, "", ""))
         self.assertTrue(self.read("out.RAW") == NOISE, "the samples differ")
         song = self.convert("song.mod")

@@ -71,6 +71,7 @@ static void SetFrames(PLAYER_SOUND &sound, const SOUND_FRAMES &frames, uint64_t 
                   : frames.Coding == SOUND_ULAW ? "mu-law"
                                                 : "linear";
     sound.Bytes = data / stored * Player_FrameBytes(sound);
+    sound.Real = frames.Real;
     if (frames.Coding == SOUND_FLOAT && frames.Bytes == 8)
         AddFact(sound, "stored", "64 bits");
     if (frames.Mixed)

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "audio/mp3.h"
+#include "audio/sound_frames.h"
 #include "tools/player/describe.h"
 #include "tools/player/terminal.h"
 #include "tools/player/text.h"
@@ -151,6 +152,7 @@ static std::string OpenSound(const char *path, const PLAYER_SETTINGS &settings, 
     const PLAYER_RAW &raw = settings.Raw;
     const uint8_t bits = settings.Deep ? DeepBits : ModuleBits;
     MP3_OutputBits = bits;
+    Sound_KeepReal = settings.Real;
     if (type != AUDIO_RAW)
         SetOutput(bits, ModuleChannels, settings.Hz != 0 ? settings.Hz : ModuleHz);
     else if (raw.Channels != 0)
@@ -159,8 +161,8 @@ static std::string OpenSound(const char *path, const PLAYER_SETTINGS &settings, 
         return "not a sound of a known format (--raw takes it for samples)";
     sound.Track.reset(Audio_LoadAs(path, type));
     if (!sound.Track)
-        return Audio_Reason();
-    sound.Incomplete = Audio_Reason();
+        return Player_Text(std::string(Audio_Reason()));
+    sound.Incomplete = Player_Text(std::string(Audio_Reason()));  // may quote the file
     if (!sound.Track->Buffer[0])
         return sound.Incomplete.empty() ? "damaged, or not a sound" : sound.Incomplete;
     if (tag > sound.Track->DataStart) {

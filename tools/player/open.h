@@ -18,6 +18,7 @@ struct PLAYER_SETTINGS {
     PLAYER_RAW Raw = {};
     uint32_t Hz = 0;     // rate to render tracker modules at; 0: 44100
     bool Deep = false;   // MPEG audio and modules give 32 bits, not 16
+    bool Real = false;   // floating point stays so, beyond full scale, too
     double Start = 0;    // seconds into the sound where its passes begin
     double Length = -1;  // their duration in seconds; below 0: to the sound's end
 };

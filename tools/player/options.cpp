@@ -75,9 +75,12 @@ static void AddOptions(CLI::App &app, OPTIONS &options, WORDS &words)
                      "Convert the first file to the second: .wav, .raw or .pcm for bare samples, "
                      "- for WAVE on standard output")
             ->excludes(info);
-    app.add_option("--bits", options.Bits, "Bits of the output: 8, 16, 24, 32 or float")
-        ->needs(convert)
-        ->check(CLI::IsMember({"8", "16", "24", "32", "float"}));
+    CLI::Option *bits =
+        app.add_option("--bits", options.Bits, "Bits of the output: 8, 16, 24, 32 or float")
+            ->needs(convert)
+            ->check(CLI::IsMember({"8", "16", "24", "32", "float"}));
+    app.add_flag("--dither", options.Dither, "Add noise where these are fewer than the sound's")
+        ->needs(bits);
     app.add_option("--rate", options.Hz, "Sampling rate of the output, in Hz")
         ->type_name("HZ")
         ->check(CLI::Range(1000, 384000));

@@ -16,6 +16,7 @@ struct OPTIONS {
     int Volume = 100;                    // percent
     uint32_t Hz = 0;                     // of the output; 0: the sound's own
     std::string Bits;                    // of the file written; empty: the sound's own
+    bool Dither = false;                 // where they are fewer than the sound's
     std::string Interpolation = "sinc";  // of tracker modules
     int Separation = 50;                 // stereo separation of modules, percent
     std::string Device;                  // a part of its name, or its number; empty: the default

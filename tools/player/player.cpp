@@ -38,7 +38,9 @@ static int Info(const OPTIONS &options)
 
 static int Convert(OPTIONS &options)
 {
-    options.Settings.Deep = options.Bits == "24" || options.Bits == "32" || options.Bits == "float";
+    options.Settings.Deep =
+        options.Bits == "24" || options.Bits == "32" || options.Bits == "float" || options.Dither;
+    options.Settings.Real = options.Bits == "float" && options.Hz == 0;
     const PLAYER_TERMINAL terminal(-1);
     const std::string &in = options.Files[0], &out = options.Files[1];
     PLAYER_SOUND sound;
@@ -54,6 +56,7 @@ static int Convert(OPTIONS &options)
     SAMPLES_FORMAT to = Player_Format(sound);
     if (options.Hz != 0)
         to.Hz = options.Hz;
+    to.Dither = options.Dither;
     to.Float = options.Bits == "float";
     if (!options.Bits.empty())
         to.Bits = to.Float ? 32 : static_cast<uint32_t>(std::stoul(options.Bits));

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <numbers>
+#include <random>
 
 constexpr uint32_t Samples_Reach = 64;    // frames of the lower rate
 constexpr uint32_t Samples_Phases = 512;  // per frame; between them it is interpolated
@@ -20,14 +21,24 @@ static int32_t Get(const uint8_t *from, uint32_t bits)
     return static_cast<int32_t>(bits == 8 ? sample ^ 0x80000000 : sample);
 }
 
+// The sum of two even distributions as wide as a step, around 0: the error of rounding becomes
+// noise of constant power that does not follow the sound.
+static int64_t Noise(int64_t step)
+{
+    static std::mt19937 random;  // each run has the same
+    const auto even = [step] { return static_cast<int64_t>(random()) % step; };
+    return even() + even() + 1 - step;
+}
+
 static void Put(std::vector<uint8_t> &out, int64_t sample, const SAMPLES_FORMAT &to)
 {
     uint32_t code = static_cast<uint32_t>(sample);
     if (to.Float)
         code = std::bit_cast<uint32_t>(static_cast<float>(sample) / 0x1p31f);
     else {
-        const int64_t half = int64_t{1} << (32 - to.Bits) >> 1;
-        sample = std::clamp<int64_t>(sample + half, INT32_MIN, INT32_MAX) >> (32 - to.Bits);
+        const int64_t step = int64_t{1} << (32 - to.Bits);
+        sample += to.Dither ? Noise(step) : 0;
+        sample = std::clamp<int64_t>(sample + step / 2, INT32_MIN, INT32_MAX) >> (32 - to.Bits);
         code = static_cast<uint32_t>(sample) ^ (to.Bits == 8 ? 0x80u : 0u);
     }
     for (uint32_t i = 0; i < to.Bits; i += 8)

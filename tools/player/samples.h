@@ -11,6 +11,7 @@
 struct SAMPLES_FORMAT {
     uint32_t Bits = 0, Channels = 0, Hz = 0;
     bool Float = false;
+    bool Dither = false;  // triangular, of two steps in all, where bits are lost
 
     bool operator==(const SAMPLES_FORMAT &) const = default;
     uint32_t FrameBytes() const

@@ -23,6 +23,7 @@ struct PLAYER_SOUND {
     std::string Incomplete;       // what of the file is not played, and why; empty: all is
     bool Plays = true;            // the codec is decoded
     uint32_t Bits, Channels, Hz;  // of the output
+    bool Real = false;            // which is floating point
     uint64_t Bytes = 0;           // of the output, by the header
     uint64_t From = 0, Until = UINT64_MAX;                   // bytes: limits of a pass
     std::string Title;                                       // empty: none
@@ -53,7 +54,7 @@ inline uint32_t Player_FrameBytes(const PLAYER_SOUND &sound)
 
 inline SAMPLES_FORMAT Player_Format(const PLAYER_SOUND &sound)
 {
-    return {sound.Bits, sound.Channels, sound.Hz};
+    return {sound.Bits, sound.Channels, sound.Hz, sound.Real};
 }
 
 /// Duration of so many bytes of the output.

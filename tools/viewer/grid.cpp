@@ -5,6 +5,7 @@
 #include <cmath>
 #include <filesystem>
 #include <map>
+#include <sstream>
 #include <string>
 
 #include "platform/glfew.h"
@@ -16,6 +17,7 @@ constexpr float Grid_Gap = 12, Grid_NameHeight = 28;
 constexpr size_t Grid_MaxAhead = 2000;     // thumbnails, of some 60 KB each
 constexpr size_t Grid_MaxCells = 400;      // cells that keep their textures
 constexpr uint32_t Grid_NameLetters = 14;  // as wide as a thumbnail
+constexpr size_t Grid_MaxReasonLines = 7;  // as high
 
 size_t Grid_Marked;
 
@@ -26,7 +28,7 @@ struct CELL {
     std::string Path;
     uint32_t Texture = 0;
     float Width = 0, Height = 0;
-    SCREEN_LABEL Name;
+    SCREEN_LABEL Name, Reason;  // Reason: why there is no picture
 };
 
 }  // namespace
@@ -117,6 +119,7 @@ static void Drop(CELL &cell)
     if (cell.Texture != 0)
         GLFEW_DestroyTexture(cell.Texture);
     Screen_DropLabel(cell.Name);
+    Screen_DropLabel(cell.Reason);
 }
 
 void Grid_Leave()
@@ -141,6 +144,25 @@ static void Ask(const std::vector<FILES_ENTRY> &files, size_t first)
     Ahead_Want(std::move(keys));
 }
 
+// The text in lines that fit a cell, broken at blanks.
+static std::vector<std::string> Lines(const std::string &text)
+{
+    std::vector<std::string> lines;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        word = Sheet_Cut(word, Grid_NameLetters);
+        if (lines.empty() || lines.back().size() + 1 + word.size() > Grid_NameLetters)
+            lines.push_back(word);
+        else
+            lines.back() += " " + word;
+    }
+    if (lines.size() > Grid_MaxReasonLines) {
+        lines.resize(Grid_MaxReasonLines);
+        lines.back() = "...";
+    }
+    return lines;
+}
+
 static void Fill(CELL &cell, const FILES_ENTRY &file)
 {
     if (cell.Path != file.Path) {
@@ -154,8 +176,12 @@ static void Fill(CELL &cell, const FILES_ENTRY &file)
     if (cell.Texture != 0)
         return;
     const auto small = Ahead_Find({file.Path, VIEWER_SMALL, 0});
-    if (!small || small->Thumbnail.Width == 0)
+    if (!small)
         return;
+    if (small->Thumbnail.Width == 0) {
+        Screen_SetLabel(cell.Reason, Lines(Sheet_Latin2(small->Reason)));
+        return;
+    }
     const VIEWER_IMAGE &image = small->Thumbnail;
     cell.Texture = GLFEW_MakeTexture(image.Pixels.data(), image.Width, image.Height);
     cell.Width = static_cast<float>(image.Width) * Screen_LetterScale();
@@ -172,6 +198,9 @@ static void PaintCell(const CELL &cell, float x, float y, bool marked)
                     {x + std::floor((side - cell.Width) / 2),
                      y + std::floor((side - cell.Height) / 2), cell.Width, 0, 0, cell.Height},
                     SCREEN_CHECKERED);
+    else
+        Screen_DrawLabel(cell.Reason, x + std::floor((side - cell.Reason.Width) / 2),
+                         y + std::floor((side - cell.Reason.Height) / 2));
     Screen_DrawLabel(cell.Name, x + std::floor((side - cell.Name.Width) / 2), y + side);
 }
 
