@@ -339,9 +339,8 @@ class OnTerminal(Stage):
         self.wait_for_line(" / 3:00 [")
         self.press(b" ")
         self.wait_for_line("paused: long.wav")
-        for keys, shown in ((b"\x1b[A", "1:00 "), (b"\x1b[C", "1:05 "), (b"5", "1:30 "), (b"\x1b", ""), (b"[D", "1:25 "),
-                            (b"\x1bOB", "0:25 "), (b"\x1b[6~", "0:00 "), (b"9", "2:42 "), (b"\x1b[H", "0:00 "),
-                            (b"--", "paused: 90%: long.wav"), (b"m", "paused: muted: long.wav"),
+        for keys, shown in ((b"9", "2:42 "), (b"\x1b[H", "0:00 "), (b"\x1b[A", "1:00 "), (b"\x1b[C", "1:05 "), (b"5", "1:30 "),
+                            (b"\x1b", ""), (b"[D", "1:25 "), (b"\x1bOB", "0:25 "), (b"\x1b[6~", "0:00 "), (b"--", "paused: 90%: long.wav"), (b"m", "paused: muted: long.wav"),
                             (b"m+", "paused: 95%: long.wav"), (b"?", "shows this")):
             self.press(keys)
             self.wait_for_line(shown)
