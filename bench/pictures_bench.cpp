@@ -1,5 +1,5 @@
 // Picture decoders beside commonly linked ones: every file of the formats below in the folder named
-// by the environment variable BENCH_FILES (make_bitmaps.sh and make_small_pictures.sh fill one).
+// by the environment variable BENCH_FILES (make_files.sh fills one).
 // All frames to RGBA8 in memory, read from the file (in the page cache) unless stated otherwise,
 // single thread.
 #include <algorithm>
@@ -185,6 +185,7 @@ int main(int argc, char **argv)
     std::vector<std::filesystem::path> files(std::filesystem::directory_iterator(folder), {});
     std::sort(files.begin(), files.end());
     av_log_set_level(AV_LOG_QUIET);
+    Picture_Rules = PICTURE_RULES_FORMAT;  // as the peers read them
     for (const auto &file : files) {
         const auto add = [&](const PEER &peer) {
             benchmark::RegisterBenchmark((file.filename().string() + "/" + peer.Name).c_str(),

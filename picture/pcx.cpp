@@ -36,7 +36,9 @@ static bool FormatSupports()
 {
     const uint8_t bits = PCX_Header.BitsPerPlane, planes = PCX_Header.Planes;
     return planes >= 1 && planes <= 4 &&
-           (bits == 8 ? planes != 2 : (bits == 1 || bits == 2 || bits == 4) && bits * planes <= 8);
+           (bits == 8 ? planes != 2  // 64 colours would have no palette
+                      : (bits == 1 || bits == 2 || bits == 4) &&
+                            (bits * planes <= 4 || bits * planes == 8));
 }
 
 static bool IsKnown()

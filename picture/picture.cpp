@@ -99,7 +99,7 @@ static bool FormatTGA(const PICTURE_HEAD &head)
     const bool bitsFit = colour ? bits == 15 || bits == 16 || bits == 24 || bits == 32
                                 : (mapped || grey) && (bits == 8 || bits == 16);
     const bool sides = (head[12] | head[13]) != 0 && (head[14] | head[15]) != 0;
-    return mapFits && bitsFit && sides && (head[17] & 0xC0) == 0;
+    return mapFits && bitsFit && sides && (head[17] & 0xC0) != 0xC0;
 }
 
 // Fills the fields that most headers have.

@@ -65,6 +65,7 @@ static void ReadHeader()
     const uint8_t descriptor = Bytes_GetByte(TGA_File, position);
     h.AlphaBits = descriptor & 15;
     h.Origin = descriptor >> 4 & 3;
+    h.Passes = ByFormat() ? static_cast<uint8_t>(1 << std::min(descriptor >> 6, 2)) : uint8_t{1};
     h.DataOffset = TGA_HeaderSize;
     if (ByFormat())
         ReadMapFields();
@@ -210,12 +211,16 @@ static void DecodeRows(std::span<const uint8_t> data, uint8_t *pixels, const Row
     const TGA_HEADER &h = TGA_Header;
     const size_t row = h.Width * PixelSize();
     const bool down = ByFormat() ? (h.Origin & 2) != 0 : h.Origin != 0;
-    for (size_t y = 0; y < h.Height; y++) {
-        const auto held = Bytes_GetSpan(data, y * row, row);
+    size_t y = 0, pass = 0;
+    for (size_t stored = 0; stored < h.Height; stored++) {
+        const auto held = Bytes_GetSpan(data, stored * row, row);
         const size_t count = held.size() / PixelSize();
         uint8_t *out = pixels + (down ? y : h.Height - 1 - y) * h.Width * 4;
         decode(held.first(count * PixelSize()), out);
         std::memset(out + 4 * count, 0, 4 * (h.Width - count));
+        y += h.Passes;
+        while (y >= h.Height && pass + 1 < h.Passes)
+            y = ++pass;
     }
 }
 

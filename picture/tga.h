@@ -6,6 +6,7 @@
 //   kinds     true colour of 24 and 32 bits; also colour maps, grey, 15 and 16 bits
 //   alpha     the fourth byte; also the second byte of 16-bit grey. AlphaBits is ignored by both
 //   origin    bottom left if both bits are clear, else top left; each bit by itself
+//   passes    rows in order; every second or fourth row first, as older files may have them
 #pragma once
 
 #include <cstdint>
@@ -27,9 +28,10 @@ struct TGA_HEADER : TGA_SIZE {
     uint8_t AlphaBits;
     uint8_t Origin;  // bit 0: columns from the right (framework: ignored), bit 1: rows from the top
     uint32_t DataOffset;  // of the pixels
-    // only by the format's rules: the colour map
+    // only by the format's rules: the colour map; interleaved rows
     uint16_t MapFirst, MapLength;  // index of the first entry, number of entries
     uint8_t MapBits;               // per entry
+    uint8_t Passes;                // 1; 2 or 4 if every second or fourth row is stored first
 };
 
 /// The file being decoded, one at a time per thread. The header stays after TGA_UnLoad.

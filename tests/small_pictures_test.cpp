@@ -99,6 +99,8 @@ TEST(PCX, FormatsOwnRules)
         {"5 planes", Pcx(1, 1, 5, 8, 1, 1, Hex("01 02 03 04 05"), ""), "", "5 planes of 1 bits"},
         {"4 planes of 4 bits", Pcx(1, 4, 4, 1, 1, 1, Hex("10 20 30 40"), greys), "",
          "4 planes of 4 bits"},
+        {"3 planes of 2 bits", Pcx(1, 2, 3, 1, 1, 1, Hex("40 40 40"), greys), "",
+         "3 planes of 2 bits"},
         {"2 planes of 2 bits", Pcx(1, 2, 2, 2, 1, 1, Hex("60 10"), greys), "01 06"},
         {"4 planes of 8 bits", Pcx(1, 8, 4, 1, 1, 1, Hex("01 02 03 04"), ""), "01020304"},
         {"no palette of 256: greys", Pcx(1, 8, 1, 2, 1, 2, Hex("0520"), ""), "05 20"},
@@ -175,6 +177,7 @@ TEST(TGA, FormatsOwnRules)
         {"bottom right", Tga(2, 24, 0x10, 1, 2, Hex("010101 020202"), 0), "02 01"},
         {"indexes of 16 bits", Tga(1, 16, 0x20, 2, 1, Hex("010101 020304 0200 0100"), 24),
          "040302FF 01"},
+        {"every fourth row first", Tga(3, 8, 0xA0, 1, 5, Hex("0105020304"), 0), "01 02 03 04 05"},
         {"a row cut short", Tga(3, 8, 0x20, 2, 2, Hex("010203"), 0), "01 02 03 -",
          "cut after 1 of 2 rows"},
     };
@@ -273,7 +276,8 @@ TEST(XBM, BytesAndWords)
     EXPECT_EQ(LOADED(Xbm("65530", "0x00")).Record.Pixels, nullptr);
     const std::string hot = "_width 9\n_height 1\n_hot_x 3\n_HOT_Y   4 _bits 0x1234";
     XBM_Load(OwnFile(BYTES(hot.begin(), hot.end())).c_str());
-    EXPECT_EQ(XBM_Header.HotX, 3);
+    XBM_HEADER header;
+    EXPECT_EQ(XBM_GetHeader(&header)->HotX, 3);
     EXPECT_EQ(XBM_Header.HotY, 4);
     EXPECT_EQ(hot.substr(XBM_Header.DataOffset), "0x1234");
     XBM_UnLoad();
