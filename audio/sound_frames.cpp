@@ -134,7 +134,7 @@ static int32_t FromReal(double value)
     return scaled >= 2147483647.0 ? INT32_MAX : static_cast<int32_t>(scaled + whole - whole);
 }
 
-// A stored sample, left-justified in 32 bits, or its bits if it stays floating point.
+// A stored sample, left-justified in 32 bits.
 static int32_t SampleOf(const SOUND_FRAMES &frames, const uint8_t *bytes)
 {
     switch (frames.Coding) {
@@ -149,8 +149,9 @@ static int32_t SampleOf(const SOUND_FRAMES &frames, const uint8_t *bytes)
     const auto upper = static_cast<uint32_t>(value >> 32);
     if (frames.Coding != SOUND_FLOAT)
         return static_cast<int32_t>(frames.Coding == SOUND_UNSIGNED ? upper ^ 0x80000000 : upper);
-    const double real =
-        frames.Bytes == 4 ? double{std::bit_cast<float>(upper)} : std::bit_cast<double>(value);
+    if (frames.Bytes == 4)
+        return FromReal(double{std::bit_cast<float>(upper)});
+    const auto real = std::bit_cast<double>(value);
     return frames.Real ? std::bit_cast<int32_t>(static_cast<float>(real)) : FromReal(real);
 }
 
@@ -201,7 +202,7 @@ static void ConvertFrames(const SOUND_FRAMES &frames, const MIX &mix,
 // The conversion of stored samples, in place, to what a buffer holds; null if they need more.
 static SOUND_CONVERSION ConversionOf(const SOUND_FRAMES &frames)
 {
-    if (frames.Mixed || frames.Bytes > 4 || frames.Coding > SOUND_UNSIGNED)
+    if (frames.Mixed || frames.Bytes > 4 || (frames.Coding > SOUND_UNSIGNED && !frames.Real))
         return nullptr;
     if (frames.Coding == SOUND_UNSIGNED)
         return frames.Bytes == 1 ? Sound_Keep : nullptr;

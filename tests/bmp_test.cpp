@@ -47,7 +47,7 @@ TEST(BMP, PixelsOfEveryDepth)
          "04 05 06 01 02 03"},
         {"8 bits, width 5: 1 byte of padding", 5, 2, 8, 0, "", "0102030405 09 060708090A",
          "06 07 08 09 0A 01 02 03 04 05"},
-        {"16 bits", 2, 1, 16, 0, "", "FF7F 4184", "F8 081008FF"},
+        {"16 bits", 2, 2, 16, 0, "", "FF7F 4184 0000 4184 FF7F", "081008FF F8 F8 081008FF"},
         {"16 bits, 5-6-5", 2, 1, 16, 3, "00F80000 E0070000 1F000000", "2008 FFFF",
          "080400FF F8FCF8FF"},
         {"16 bits, a field wider than a byte", 1, 1, 16, 3, "00000000 00000000 FF030000", "0402",
@@ -55,9 +55,9 @@ TEST(BMP, PixelsOfEveryDepth)
         {"24 bits, rows of 9 bytes and 3", 3, 2, 24, 0, "", "010203 040506 070707 000000 0B0C0D",
          "0D0C0BFF - - 030201FF 060504FF 07", "cut after 1 of 2 rows"},
         {"24 bits, top-down", 1, -2, 24, 0, "", "010203 00 040506", "030201FF 060504FF"},
-        {"32 bits, alpha first", 1, 1, 32, 0, "", "0A 14 1E 28", "281E140A"},
-        {"32 bits, fields from the highest byte", 1, 1, 32, 3, "000000FF 0000FF00 00FF0000",
-         "0A 14 1E 28", "281E14FF"},
+        {"32 bits, alpha first", 1, 2, 32, 0, "", "0A141E28 00 01020304", "04030201 281E140A"},
+        {"32 bits, fields from the highest byte", 1, 2, 32, 3, "000000FF 0000FF00 00FF0000",
+         "0A141E28 00 01020304", "040302FF 281E14FF"},
         {"2 bits", 1, 1, 2, 0, "", "01020304", "", "2 bits a pixel with compression 0"},
         {"no bits", 1, 1, 0, 0, "", "01020304", "", "0 bits a pixel with compression 0"},
         {"16 bits in runs", 1, 1, 16, 1, "", "01020304", "", "16 bits a pixel with compression 1"},
@@ -83,24 +83,28 @@ TEST(BMP, FormatsOwnRules)
     const char *fields565 = "00F80000 E0070000 1F000000";
     const char *argb = "0000FF00 00FF0000 FF000000 000000FF";
     BYTES noOffset = Bmp(40, 1, 1, 2, 0, "", greys, "40000000");
-    noOffset[10] = 0;
+    BYTES noPalette = Bmp(40, 1, 1, 24, 0, "", "", "010203");
+    noOffset[10] = noPalette[10] = 0;
     const std::vector<FORMAT_ROW> rows = {
         {"OS/2's first header, entries of 3 bytes",
          Bmp(12, 3, 2, 1, 0, "", "0A0A0A 141414", "A0000000 40000000"), "0A 14 0A 14 0A 14"},
         {"its second with such entries", Bmp(64, 3, 1, 1, 0, "", "0A0A0A 141414", "A0000000"),
          "14 0A 14"},
         {"pixels that follow the palette unsaid", noOffset, "02"},
+        {"or the header", noPalette, "030201FF"},
         {"2 bits, rows of 4 bytes", Bmp(40, 5, 2, 2, 0, "", greys, "1B400000 E4C00000"),
          "04 03 02 01 04 01 02 03 04 02"},
         {"4 bits", Bmp(40, 3, 2, 4, 0, "", greys, "01200000 30100000"), "04 01 02 01 02 03"},
         {"8 bits, top-down", Bmp(40, 1, -2, 8, 0, "", greys, "01000000 02000000"), "02 03"},
-        {"16 bits, 5 each", Bmp(40, 2, 1, 16, 0, "", "", "0F3E 0080"), "7B847BFF 00"},
+        {"16 bits, 5 each", Bmp(40, 2, 2, 16, 0, "", "", "0F3E 0080 0080 0F3E"),
+         "00 7B847BFF 7B847BFF 00"},
         {"16 bits, 5-6-5 after the header", Bmp(40, 1, 1, 16, 3, fields565, "", "2008 0000"),
          "080400FF"},
         {"32 bits: no alpha", Bmp(40, 1, 1, 32, 0, "", "", "01020304"), "030201FF"},
         {"fields with alpha in the header", Bmp(56, 2, 1, 32, 3, argb, "", "01020380 00000000"),
          "03020180 -"},
-        {"an alpha that is 0 everywhere", Bmp(56, 1, 1, 32, 3, argb, "", "01020300"), "030201FF"},
+        {"an alpha that is 0 everywhere", Bmp(56, 2, 1, 32, 3, argb, "", "01020300 01020300"),
+         "030201FF 030201FF"},
         {"fields of 10 bits keep their high 8",
          Bmp(40, 1, 1, 32, 3, "0000F03F 00FC0F00 FF030000", "", "FF03F03F"), "FF00FFFF"},
         {"runs of 8 bits: ends, literals, a delta",

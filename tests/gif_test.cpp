@@ -137,11 +137,13 @@ TEST(GIF, CodesBecomeIndexes)
         const LOADED loaded(Screen(12, 1) + Image(0, 0, 12, 1, 0, {}, 2, r.codes));
         EXPECT_EQ(Reds(), r.reds) << r.what;
     }
-    for (const uint8_t minimum : BYTES{0, 12}) {  // no size of codes
-        const LOADED loaded(Screen(2, 1) + Image(0, 0, 2, 1, 0, {}, minimum, {1, 2, 3}));
-        EXPECT_EQ(Reds(), "00") << int{minimum};
-        EXPECT_STREQ(Picture_Reason(), "frame 1 ends after 0 of 2 pixels");
-    }
+    for (const uint8_t minimum : BYTES{0, 12})  // no size of codes
+        for (const uint8_t format : BYTES{PICTURE_RULES_FRAMEWORK, PICTURE_RULES_FORMAT}) {
+            const RULES rules(format);
+            const LOADED loaded(Screen(2, 1) + Image(0, 0, 2, 1, 0, {}, minimum, {1, 2, 3}));
+            EXPECT_EQ(RedsOf(GIF_Header, loaded.Record.Pixels), format ? "22" : "00");
+            EXPECT_STREQ(Picture_Reason(), "frame 1 ends after 0 of 2 pixels") << int{minimum};
+        }
 }
 
 TEST(GIF, AFullDictionaryKeepsItsCodes)
@@ -299,7 +301,8 @@ TEST(GIF, BlocksBesideTheFrames)
                         Frame(0, 0, 1, 1, {5}, 0x20) + BYTES{';'} + Frame(0, 0, 1, 1, {6}));
     EXPECT_EQ(loaded.Record.Bits, 2);  // 4 bits a component, less 2
     EXPECT_EQ(std::string(GIF_Header.Comment.data()), std::string(127, 'c'));
-    ASSERT_EQ(GIF_Header.FrameCount, 2);
+    GIF_HEADER header;
+    ASSERT_EQ(GIF_GetHeader(&header)->FrameCount, 2);
     EXPECT_EQ(GIF_Header.DataSize[0], 2u);
     const GIF_FRAME *frames = GIF_GetFrames();
     EXPECT_EQ(frames[0].Delay, 263);

@@ -251,10 +251,14 @@ TEST(JPG, DamageStaysWhereItIs)
     const BYTES scans = Read("progressive_420.jpg");
     Decode(scans);
     EXPECT_STREQ(Reason_Get(), "");
-    Decode(Prefix(scans, scans.size() - 2));
-    EXPECT_TRUE(std::string_view(Reason_Get()).starts_with("cut after scan ")) << Reason_Get();
+    for (size_t size = scans.size() - 2; size > scans.size() / 2; size -= 11) {
+        Decode(Prefix(scans, size));
+        EXPECT_TRUE(std::string_view(Reason_Get()).starts_with("cut ")) << Reason_Get();
+    }
 
     BYTES two = Read("422_scans.jpg");
+    Decode(Prefix(two, two.size() - 40));
+    EXPECT_TRUE(std::string_view(Reason_Get()).starts_with("cut in scan 3 ")) << Reason_Get();
     const size_t one = Find(two, 0xDA);
     two.erase(two.begin() + static_cast<ptrdiff_t>(one),
               two.begin() + static_cast<ptrdiff_t>(
@@ -263,11 +267,14 @@ TEST(JPG, DamageStaysWhereItIs)
     EXPECT_STREQ(Reason_Get(), "no scan of component 1");
 
     // Truncated: what precedes is there, what follows is grey.
-    const BYTES cut = Decode(Prefix(file, second));
-    ASSERT_EQ(cut.size(), whole.size());
-    EXPECT_EQ(cut[0], whole[0]);
-    EXPECT_EQ(cut[cut.size() - 1], 128);
-    EXPECT_STREQ(Reason_Get(), "cut after 0 of 27 rows");
+    for (const bool format : {false, true}) {
+        const RULES rules(format ? PICTURE_RULES_FORMAT : PICTURE_RULES_FRAMEWORK);
+        const BYTES cut = Decode(Prefix(file, second));
+        EXPECT_STREQ(Reason_Get(), "cut after 0 of 27 rows");
+        ASSERT_EQ(cut.size(), whole.size());
+        EXPECT_EQ(cut[0], Decode(file)[0]);
+        EXPECT_EQ(cut[cut.size() - 1], 128);
+    }
 
     // The second interval's bits, all ones: the others are unchanged.
     BYTES spoilt = file;
@@ -350,25 +357,20 @@ TEST(JPG, ExifTags)
     for (const bool format : {false, true})
         for (const bool big : {false, true}) {
             const RULES rules(format ? PICTURE_RULES_FORMAT : PICTURE_RULES_FRAMEWORK);
-            const auto field = [big](const char *bytes) {
-                const auto *first = reinterpret_cast<const uint8_t *>(bytes);
-                size_t position = 0;
-                return big ? Bytes_GetBig({first, 4}, position, 4)
-                           : Bytes_GetLittle({first, 4}, position, 4);
-            };
+            const auto field = [big](uint32_t v) { return big ? v : __builtin_bswap32(v); };
             BYTES rest;  // the entries end at 8 + 2 + 8 * 12 + 4 = 110
             for (const int64_t number : {10, 1, 30, 2, 36, 5, 20, 1, 30, 0, 0, 1})
                 rest = rest + Number(number, big ? 4 : -4);
             const BYTES data = Exif(big,
-                                    {{1, 2, 2, field("N..S")},
+                                    {{1, 2, 2, field('N' << 24 | 'S')},
                                      {2, 5, 3, 110},
-                                     {3, 2, 2, field("W..E")},
+                                     {3, 2, 2, field('W' << 24 | 'E')},
                                      {4, 5, 3, 134},
-                                     {259, 3, 1, field(big ? "\0\5\0" : "\5\0\0")},
-                                     {270, 2, 4, field("text")},
-                                     {271, 2, 4, field("make")},
-                                     {272, 2, 6, 158}},
-                                    0, rest + Text("Model\0"));
+                                     {259, 3, 1, big ? 5u << 16 : 5u},
+                                     {270, 2, 4, field(0x74657874)},
+                                     {271, 2, 4, field(0x6D616B65)},
+                                     {272, 2, 5, 158}},
+                                    0, rest + Text("Model"));
             Decode(With(Read("grey.jpg"), 2, Segment(0xE1, data)));
             const JPG_EXIF &exif = JPG_Exif;
             const bool fourth = !format && !big;
@@ -397,6 +399,7 @@ TEST(JPG, ThumbnailsThatNoTagPlaces)
 // Huffman coded bits, filled up with ones, with byte stuffing.
 static BYTES Stuffed(std::string bits)
 {
+    std::erase(bits, ' ');
     bits.append((8 - bits.size() % 8) % 8, '1');
     BYTES bytes;
     for (const uint8_t byte : Bits(bits)) {
@@ -585,9 +588,10 @@ TEST(JPG, QuantisationOfSixteenBits)
 TEST(JPG, CodesThatMakeNoSense)
 {
     // A block's DC is the code 0000. AC codes: 00 puts a 1 after 15 zeros, 01 after 14 if a 1
-    // follows them, 10 ends the block, 11 is none.
+    // follows them, 10 ends the block, 110 two blocks or, if a 1 follows it, three; 111 is none.
     const BYTES whole = FLAT{8, 8, {0x11}}.File(), end = {0xFF, 0xD9};
-    const BYTES table = Segment(0xC4, BYTES{0x10, 0, 3} + BYTES(14) + BYTES{0xF1, 0xE1, 0});
+    const BYTES table =
+        Segment(0xC4, BYTES{0x10, 0, 3, 1} + BYTES(13) + BYTES{0xF1, 0xE1, 0, 0x10});
     const auto scan = [](uint8_t first, uint8_t last, const std::string &codes) {
         return Segment(0xDA, {1, 1, 0, first, last, 0}) + Stuffed(codes);
     };
@@ -617,6 +621,13 @@ TEST(JPG, CodesThatMakeNoSense)
         EXPECT_EQ(Decode(r.file + end), Decode(r.same + end)) << r.what;
         EXPECT_STREQ(Reason_Get(), "") << r.what;
     }
+    // The end of three blocks, the last of them in the next row.
+    BYTES wide = head;
+    const size_t frame = Find(head, 0xC0);
+    wide[frame + 1] = 0xC2, wide[frame + 6] = 16, wide[frame + 8] = 24;
+    wide = wide + scan(0, 0, Repeat("0000", 6));
+    EXPECT_EQ(Decode(wide + scan(1, 63, "00110 1101 00110 10") + end),
+              Decode(wide + scan(1, 63, "00110 10 10 10 00110 10") + end));
     // Bands that make no sense are left out.
     const BYTES flat = Decode(progressive + end);
     EXPECT_NE(Decode(progressive + scan(1, 63, ones + "10") + end), flat);
@@ -681,6 +692,9 @@ TEST(JPG, FormatsOwnRulesReadMore)
         }
     }
     EXPECT_FALSE(JPG_Detected(rows[5].file));
+    const RULES rules(PICTURE_RULES_FORMAT);
+    EXPECT_TRUE(Decode(noLines).empty());
+    EXPECT_STREQ(Reason_Get(), "a side of 0 pixels");
     EXPECT_EQ(JPG_Header.Thumbnail, nullptr) << "freed where nobody takes it";
 }
 

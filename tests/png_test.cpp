@@ -248,14 +248,14 @@ TEST(PNG, HeaderFacts)
              {"tRNS", {0, 1, 0, 2, 0, 3}}})
         chunks = chunks + Chunk(type, data);
     for (int i = 0; i < 10; i++)
-        chunks = chunks + Chunk("tEXt", Text("more\0text"));
+        chunks = chunks + Chunk("tEXt", Text("more\0text")) + Chunk("iTXt", Text("more"));
     Decode(File(1, 1, 8, 2, chunks));
     const PNG_HEADER &h = PNG_Header;
     EXPECT_EQ(h.TextCount, 10);
     EXPECT_STREQ(h.Texts[0].Text.data(), "A text");
     EXPECT_EQ(h.Texts[1].Keyword.data(), std::string(79, 'k'));
     EXPECT_EQ(h.Texts[1].Text.data(), std::string(255, 'k'));
-    EXPECT_EQ(h.InternationalTextCount, 3);
+    EXPECT_EQ(h.InternationalTextCount, h.InternationalTexts.size());
     EXPECT_STREQ(h.InternationalTexts[0].Language.data(), "hu");
     EXPECT_STREQ(h.InternationalTexts[0].TranslatedKeyword.data(), "Kulcs");
     EXPECT_STREQ(h.InternationalTexts[0].Text.data(), "Sz\xC3\xB6veg");

@@ -111,6 +111,8 @@ TEST_F(Replace, ModesAreKept)
 
 TEST_F(Replace, WritersDoNotMeet)
 {
+    const int free = dup(0);
+    close(free);
     {
         REPLACE first, second, dropped;
         ASSERT_EQ(Replace_Open(first, path), 0);
@@ -125,4 +127,6 @@ TEST_F(Replace, WritersDoNotMeet)
     }
     EXPECT_EQ(Read(path), "1");
     EXPECT_EQ(Files(), 1u);
+    EXPECT_EQ(dup(0), free) << "all descriptors are closed";
+    close(free);
 }

@@ -276,7 +276,8 @@ TEST(XBM, BytesAndWords)
     EXPECT_EQ(LOADED(Xbm("65530", "0x00")).Record.Pixels, nullptr);
     const std::string hot = "_width 9\n_height 1\n_hot_x 3\n_HOT_Y   4 _bits 0x1234";
     XBM_Load(OwnFile(BYTES(hot.begin(), hot.end())).c_str());
-    EXPECT_EQ(XBM_Header.HotX, 3);
+    XBM_HEADER header;
+    EXPECT_EQ(XBM_GetHeader(&header)->HotX, 3);
     EXPECT_EQ(XBM_Header.HotY, 4);
     EXPECT_EQ(hot.substr(XBM_Header.DataOffset), "0x1234");
     XBM_UnLoad();

@@ -6,6 +6,7 @@ BUILD_PACKAGES="g++ cmake ninja-build pkg-config libglfw3-dev libglew-dev portau
 DISPLAY_PACKAGES="xvfb"
 CHECK_PACKAGES="git clang clang-format libclang-rt-14-dev libgtest-dev libfaketime python3 xdotool x11-apps weston"
 PEER_PACKAGES="libpng-dev libgif-dev libtiff-dev libgdk-pixbuf-2.0-dev libsndfile1-dev libmad0-dev libmp3lame-dev"
+TIDY_PACKAGES="clang-tidy"
 PORTABLE_PACKAGES="qemu-user-static g++-aarch64-linux-gnu g++-i686-linux-gnu g++-s390x-linux-gnu g++-mingw-w64-x86-64-posix libgtest-dev"
 # For bench/run: the peers, what makes the files, and where their pictures come from.
 BENCH_PACKAGES="libbenchmark-dev libavcodec-dev libavformat-dev libswscale-dev libdeflate-dev libgif-dev libjpeg-dev libmikmod-dev libmpg123-dev libopenmpt-dev libpng-dev libsndfile1-dev libstb-dev libtiff-dev libxmp-dev ffmpeg gifsicle imagemagick libjpeg-turbo-progs libtiff-tools netpbm python3 mate-backgrounds debian-handbook"

@@ -29,12 +29,15 @@ static bool HasJunk(std::span<const uint8_t> text)
         text, [](uint8_t c) { return c == 0 || !std::strchr("0123456789 \t\r\n", c); });
 }
 
-// Whether a BMP's masks are not runs of ones; gdk-pixbuf has its own results for these.
-static bool HasHoles()
+// Whether a BMP's masks are not runs of ones within a pixel; gdk-pixbuf has its own results for
+// these.
+static bool HasOddMasks()
 {
-    const auto holed = [](uint32_t m) { return (m & (m + (m & (~m + 1)))) != 0; };
     const BMP_HEADER &h = BMP_Header;
-    return h.Compression == 3 && (holed(h.RedMask) || holed(h.GreenMask) || holed(h.BlueMask));
+    const auto odd = [&h](uint32_t m) {
+        return m == 0 || (m & (m + (m & (~m + 1)))) != 0 || uint64_t{m} >> h.BitsPerPixel != 0;
+    };
+    return h.Compression == 3 && (odd(h.RedMask) || odd(h.GreenMask) || odd(h.BlueMask));
 }
 
 // Whether a BMP's pixels do not follow its palette or masks at once: gdk-pixbuf takes them from
@@ -57,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     if (ours.It.Format == PICTURE_PNM && data[1] <= '3' && HasJunk({data + 2, size - 2}))
         return 0;
-    if (ours.It.Format == PICTURE_BMP && (HasGap({data, size}) || HasHoles()))
+    if (ours.It.Format == PICTURE_BMP && (HasGap({data, size}) || HasOddMasks()))
         return 0;
     GdkPixbufLoader *loader = gdk_pixbuf_loader_new_with_type(type, nullptr);
     if (!loader)

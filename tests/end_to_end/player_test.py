@@ -266,7 +266,7 @@ class OnTerminal(Stage):
             os.chdir(self.folder.name)
             os.execve(program, [program, *words], self.environment)
         self.heard = b""
-        self.shown = ""
+        self.shown, self.seen = "", 0  # of the output, and how much has been waited for
         threading.Thread(target=self.listen, daemon=True).start()
         threading.Thread(target=self.look, daemon=True).start()
 
@@ -290,8 +290,8 @@ class OnTerminal(Stage):
             time.sleep(0.02)
 
     def wait_for_line(self, text):
-        self.wait_for(text, lambda: text in self.shown)
-        self.shown = ""
+        self.wait_for(text, lambda: text in self.shown[self.seen:])
+        self.seen = self.shown.index(text, self.seen) + len(text)
 
     def press(self, keys):
         os.write(self.terminal, keys)
@@ -339,9 +339,8 @@ class OnTerminal(Stage):
         self.wait_for_line(" / 3:00 [")
         self.press(b" ")
         self.wait_for_line("paused: long.wav")
-        for keys, shown in ((b"\x1b[A", "1:00 "), (b"\x1b[C", "1:05 "), (b"5", "1:30 "), (b"\x1b", ""), (b"[D", "1:25 "),
-                            (b"\x1bOB", "0:25 "), (b"\x1b[6~", "0:00 "), (b"9", "2:42 "), (b"\x1b[H", "0:00 "),
-                            (b"--", "paused: 90%: long.wav"), (b"m", "paused: muted: long.wav"),
+        for keys, shown in ((b"9", "2:42 "), (b"\x1b[H", "0:00 "), (b"\x1b[A", "1:00 "), (b"\x1b[C", "1:05 "), (b"5", "1:30 "),
+                            (b"\x1b", ""), (b"[D", "1:25 "), (b"\x1bOB", "0:25 "), (b"\x1b[6~", "0:00 "), (b"--", "paused: 90%: long.wav"), (b"m", "paused: muted: long.wav"),
                             (b"m+", "paused: 95%: long.wav"), (b"?", "shows this")):
             self.press(keys)
             self.wait_for_line(shown)

@@ -60,7 +60,10 @@ class Viewer(unittest.TestCase):
         return path
 
     def run_viewer(self, *words):
-        run = subprocess.run([VIEWER, *words], env=dict(os.environ, **self.environment), capture_output=True,
+        return self.run_program(VIEWER, *words)
+
+    def run_program(self, *words):
+        run = subprocess.run(words, env=dict(os.environ, **self.environment), capture_output=True,
                              text=True, timeout=60)
         return run.returncode, run.stdout, run.stderr
 
@@ -192,6 +195,10 @@ class Viewer(unittest.TestCase):
         run = subprocess.run([VIEWER, "--info", "-r", "-f", out], input=self.file("f\n").encode(), capture_output=True)
         found = [line.split(b": ")[0].decode() for line in run.stdout.splitlines()]
         self.assertEqual(found, [out] + [self.file(name) for name in ("f/b9.ppm", "f/b10.ppm", "f/inner/c.ppm")])
+        self.assertEqual(self.run_program("sh", "-c", '"$0" --info -f < "$1"', VIEWER, self.folder.name),
+                         (1, "", "tessview: standard input: Is a directory\n"))
+        self.assertEqual(self.run_program("sh", "-c", '"$0" --help > /dev/full', VIEWER),
+                         (1, "", "tessview: standard output: No space left on device\n"))
 
     def test_failures(self):
         picture = self.file("in.ppm", ppm(1, 1, RED))
@@ -328,9 +335,9 @@ class Viewer(unittest.TestCase):
             ("mousemove 512 100 click --repeat 2 --delay 40 1", {(1200, 384): grey}),
         ]
         starts = [  # and what is seen at first
-            (["--fullscreen", "4.ppm"], {(1200, 384): grey}), (["--grid", "."], {(167, 91): RED}),
-            (["--slideshow", "0.5", "."], {middle: BLUE}), (["--frame", "1", "1.gif"], {middle: GREEN}),
-            (["--frame", "1", "2.tif"], {middle: GREEN}), (["--charset", "0"], {(2, 2): grey}),
+            (["--charset", "0"], {(2, 2): grey}), (["--fullscreen", "4.ppm"], {(1200, 384): grey}),
+            (["--grid", "."], {(167, 91): RED}), (["--slideshow", "0.5", "."], {middle: BLUE}),
+            (["--frame", "1", "1.gif"], {middle: GREEN}), (["--frame", "1", "2.tif"], {middle: GREEN}),
         ]
         def await_pixels(expected, words):
             deadline = time.monotonic() + 30

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -169,6 +170,12 @@ static std::vector<std::string> Paths(const std::vector<FILES_ENTRY> &entries)
     return paths;
 }
 
+static int OutputFailure()
+{
+    Report("standard output", std::strerror(errno));
+    return Failure;
+}
+
 using OUTPUT = std::unique_ptr<FILE, int (*)(FILE *)>;
 
 static OUTPUT OpenOutput()
@@ -184,19 +191,22 @@ static int Run(OPTIONS &options)
 {
     if (options.CharSet >= 0)
         return Window_ShowSheet(static_cast<uint8_t>(options.CharSet));
-    if (options.List)
+    if (options.List) {
         for (std::string &line : Files_ReadList())
             options.Files.insert(options.Files.end() - (options.Convert ? 1 : 0), std::move(line));
+        if (std::ferror(stdin)) {
+            Report("standard input", std::strerror(errno));
+            return Failure;
+        }
+    }
     if (std::ranges::count(options.Files, "-") > 0)
         if (const std::string reason = Viewer_KeepInput(); !reason.empty())
             Report("-", reason);
 
     // By the framework's rules decoders may trace on standard output.
     const OUTPUT out = OpenOutput();
-    if (!out || (options.Framework && !std::freopen("/dev/null", "w", stdout))) {
-        Report("standard output", std::strerror(errno));
-        return Failure;
-    }
+    if (!out || (options.Framework && !std::freopen("/dev/null", "w", stdout)))
+        return OutputFailure();
     if (options.Convert) {
         std::vector<std::string> words(options.Files.begin(), options.Files.end() - 1);
         words = Paths(Files_Expand(words, options.Recursive));
@@ -220,8 +230,10 @@ static int ReadAndRun(int argc, char **argv)
     try {
         ReadOptions(app, argc, argv, options);
     } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == 0)  // asked for help or the version
-            return app.exit(error);
+        if (error.get_exit_code() == 0) {  // asked for help or the version
+            const int status = app.exit(error);
+            return std::cout.flush() && std::fflush(stdout) == 0 ? status : OutputFailure();
+        }
         std::fprintf(stderr, "tessview: %s (see --help)\n", error.what());
         return WrongUsage;
     }
