@@ -149,15 +149,10 @@ static int32_t SampleOf(const SOUND_FRAMES &frames, const uint8_t *bytes)
     const auto upper = static_cast<uint32_t>(value >> 32);
     if (frames.Coding != SOUND_FLOAT)
         return static_cast<int32_t>(frames.Coding == SOUND_UNSIGNED ? upper ^ 0x80000000 : upper);
-    return FromReal(frames.Bytes == 4 ? double{std::bit_cast<float>(upper)}
-                                      : std::bit_cast<double>(value));
-}
-
-// The bits of a double as a float.
-static int32_t Narrowed(const SOUND_FRAMES &frames, const uint8_t *bytes)
-{
-    const auto real = std::bit_cast<double>(LeftJustified(bytes, 8, frames.Big));
-    return std::bit_cast<int32_t>(static_cast<float>(real));
+    if (frames.Bytes == 4)
+        return FromReal(double{std::bit_cast<float>(upper)});
+    const auto real = std::bit_cast<double>(value);
+    return frames.Real ? std::bit_cast<int32_t>(static_cast<float>(real)) : FromReal(real);
 }
 
 static uint8_t *PutSample(uint8_t *out, int32_t sample, uint32_t bytes)
@@ -196,7 +191,7 @@ static void ConvertFrames(const SOUND_FRAMES &frames, const MIX &mix,
     std::array<int32_t, Sound_Scratch> samples;
     int32_t *end = samples.data();
     for (size_t at = 0; at < stored.size(); at += frames.Bytes)
-        *end++ = frames.Real ? Narrowed(frames, &stored[at]) : SampleOf(frames, &stored[at]);
+        *end++ = SampleOf(frames, &stored[at]);
     if (frames.Mixed)
         end = Mix(frames, mix, samples.data(), end);
     const uint32_t bytes = Sound_BitsOf(frames) / 8u;

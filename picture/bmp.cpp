@@ -6,6 +6,7 @@
 #include <span>
 
 #include "extra/bytes.h"
+#include "extra/lanes.h"
 #include "extra/reason.h"
 #include "picture/pixels.h"
 
@@ -460,29 +461,33 @@ struct BMP_FIELD {
 };
 
 // A component at any mask of up to 32 bits, scaled to 0..255 by repeating its bits; 0 without a
-// mask.
+// mask. The repeating is a multiplication.
 struct BMP_SCALED_FIELD {
-    uint32_t Mask;
-    int Right;  // keeps at most 8 bits
-    std::array<uint8_t, 256> Scale{};
+    uint32_t Mask = 0, Repeat = 0;
+    int Right = 0, Excess = 0;  // Right keeps at most 8 bits
 
-    explicit BMP_SCALED_FIELD(uint32_t mask) : Mask(mask), Right(0)
+    explicit BMP_SCALED_FIELD(uint32_t mask) : Mask(mask)
     {
-        const uint32_t low = mask == 0 ? 0 : static_cast<uint32_t>(std::countr_zero(mask));
-        const auto bits = static_cast<int>(std::bit_width(mask >> low));
-        Right = static_cast<int>(low) + std::max(bits - 8, 0);
+        if (mask == 0)
+            return;
+        const int low = std::countr_zero(mask),
+                  bits = static_cast<int>(std::bit_width(mask >> low));
         const int kept = std::min(bits, 8);
-        for (uint32_t i = 0; kept != 0 && i < 1u << kept; i++) {
-            uint32_t value = i << (8 - kept);
-            for (int filled = kept; filled < 8; filled *= 2)
-                value |= value >> filled;
-            Scale[i] = static_cast<uint8_t>(value);
-        }
+        Right = low + bits - kept;
+        int all = 0;
+        for (; all < 8; all += kept)
+            Repeat |= 1u << all;
+        Excess = all - 8;
     }
-    uint8_t operator()(uint32_t pixel) const
+    uint32_t operator()(uint32_t pixel) const
     {
-        return Scale[(pixel & Mask) >> Right];
+        return ((pixel & Mask) >> Right) * Repeat >> Excess;
     }
+};
+
+struct BMP_SCALED_FIELDS {
+    BMP_SCALED_FIELD Red, Green, Blue, Alpha;
+    uint32_t Opaque;  // 255 if there is no alpha
 };
 
 }  // namespace
@@ -613,21 +618,41 @@ static void DropUnusedAlpha(uint8_t *pixels)
         pixels[i] = 255;
 }
 
+// Words of 16 or 32 bits in a row.
+template <typename Word>
+[[gnu::always_inline]] static inline void FromWords(const uint8_t *in, size_t count,
+                                                    const BMP_SCALED_FIELDS &fields, uint8_t *out)
+{
+    const BMP_SCALED_FIELDS f = fields;  // not reloaded after each store
+    for (size_t i = 0; i < count; i++) {
+        Word word;
+        std::memcpy(&word, in + i * sizeof word, sizeof word);
+        uint32_t w = word;
+        if constexpr (std::endian::native == std::endian::big)
+            w = __builtin_bswap32(w) >> (32 - 8 * sizeof word);
+        Pixels_Put(out + 4 * i,
+                   Pixels_Pack(f.Red(w), f.Green(w), f.Blue(w), f.Alpha(w) | f.Opaque));
+    }
+}
+
+EXTRA_LANES static void MaskRow(const uint8_t *__restrict in, size_t count, bool wide,
+                                const BMP_SCALED_FIELDS &fields, uint8_t *__restrict out)
+{
+    if (wide)
+        FromWords<uint32_t>(in, count, fields, out);
+    else
+        FromWords<uint16_t>(in, count, fields, out);
+}
+
 // Format: 16 and 32 bits.
 static void DecodeMasked(uint8_t *pixels)
 {
     const BMP_HEADER &h = BMP_Header;
-    const BMP_SCALED_FIELD red(h.RedMask), green(h.GreenMask), blue(h.BlueMask), alpha(h.AlphaMask);
-    const uint32_t opaque = h.AlphaMask == 0 ? 255 : 0;
-    const size_t bytes = h.BitsPerPixel / 8u;
+    const BMP_SCALED_FIELDS fields = {BMP_SCALED_FIELD(h.RedMask), BMP_SCALED_FIELD(h.GreenMask),
+                                      BMP_SCALED_FIELD(h.BlueMask), BMP_SCALED_FIELD(h.AlphaMask),
+                                      h.AlphaMask == 0 ? 255u : 0u};
     DecodeRows(pixels, [&](const uint8_t *in, size_t count, uint8_t *out) {
-        for (size_t i = 0; i < count; i++) {
-            uint32_t w = in[bytes * i] | static_cast<uint32_t>(in[bytes * i + 1]) << 8;
-            if (bytes == 4)
-                w |= static_cast<uint32_t>(in[4 * i + 2]) << 16 |
-                     static_cast<uint32_t>(in[4 * i + 3]) << 24;
-            Pixels_Put(out + 4 * i, Pixels_Pack(red(w), green(w), blue(w), alpha(w) | opaque));
-        }
+        MaskRow(in, count, h.BitsPerPixel == 32, fields, out);
     });
     if (h.AlphaMask != 0)
         DropUnusedAlpha(pixels);

@@ -687,7 +687,7 @@ uint8_t *GIF_Decoding(uint16_t mode)
         std::free(block);
         return nullptr;
     }
-    GIF_Loaded.release();  // the picture owns it now
+    static_cast<void>(GIF_Loaded.release());  // the picture owns it now
     return first;
 }
 

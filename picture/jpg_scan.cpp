@@ -345,13 +345,20 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
 
 using JPG_DECODE = size_t (*)(SCAN &scan, size_t x, size_t end, size_t y);
 
+// Whether the scan's coefficients and bits exist. ITU-T T.81, B.2.3.
+static bool HasValidBand()
+{
+    const JPG_HEADER &h = JPG_Header;
+    return h.Ss <= h.Se && h.Se <= 63 && h.Al <= 13;
+}
+
 // The function that decodes the current scan; null if its header is invalid.
 static JPG_DECODE DecoderOf(const PICTURE &picture, const SCAN &scan)
 {
     constexpr std::array<JPG_DECODE, 6> decoders = {
         nullptr, DecodeSequential, DecodeDCFirst, DecodeDCRefine, DecodeACFirst, DecodeACRefine};
     const JPG_HEADER &h = JPG_Header;
-    if (scan.Components.empty() || h.Se > 63 || h.Ss > h.Se || h.Al > 13)
+    if (scan.Components.empty() || !HasValidBand())
         return nullptr;
     if (h.ScanMode >= 4 && scan.Interleaved())
         return nullptr;
@@ -521,7 +528,7 @@ static uint8_t FullFactors()
 // since its blocks are not in the order of its MCUs.
 static bool IsDirect(PICTURE &picture)
 {
-    return JPG_Header.ScanMode == 1 && !JPG_Decoder.Progressive &&
+    return HasValidBand() && JPG_Header.ScanMode == 1 && !JPG_Decoder.Progressive &&
            (picture.Count > 1 || FullFactors() == 0x11) &&
            FindComponents(picture).size() == picture.Count;
 }

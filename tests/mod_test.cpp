@@ -407,6 +407,11 @@ TEST(MOD, DamagedFilesPlayWhatIsThere)
             ASSERT_TRUE(!cut.Header || cut.Bytes().size() >= 2 * 96) << signature << size;
         }
     }
+    MOD_TEXT text = Song("C-2 02\nD00\n");
+    text.Signature = "";
+    BYTES loud = WriteModule(text);
+    loud[20 + 14 * 30 + 25] = 65;
+    EXPECT_EQ(RENDERED(loud).Header, nullptr) << "the last sample's volume";
     EXPECT_EQ(RENDERED(BYTES(1000, 'a')).Header, nullptr) << "a short text";
     EXPECT_EQ(RENDERED(BYTES(700, 0)).Header, nullptr) << "no orders";
 }
@@ -576,6 +581,9 @@ TEST(MOD, WithoutSignatureAllMustMakeSense)
         bad[at] = value;
         EXPECT_EQ(MOD_IsModule(bad), at == 25) << at;  // a name may contain any letter
     }
+    BYTES full = good;
+    std::fill_n(full.begin() + 20, 22, uint8_t{'x'});
+    EXPECT_TRUE(MOD_IsModule(full)) << "a name to its last letter";
     EXPECT_FALSE(MOD_IsModule(BYTES(8192, 0)));
     EXPECT_FALSE(MOD_IsModule(BYTES(8192, 'a')));
     EXPECT_FALSE(MOD_IsModule(BYTES(good.begin(), good.begin() + 600))) << "no pattern";

@@ -130,6 +130,19 @@ TEST(MP3Format, WideSamples)
     EXPECT_GT(fine, narrow.size() / 4);
 }
 
+// Slots (12 or 144, half of these below MPEG-1 in Layer III) times bit rate over sampling rate.
+TEST(MP3Format, Lengths)
+{
+    const std::pair<uint32_t, uint32_t> rows[] = {
+        {0xFFFB9000, 144 * 128000 / 44100},    {0xFFF39000, 72 * 80000 / 22050},
+        {0xFFE39000, 72 * 80000 / 11025},      {0xFFFD9400, 144 * 160000 / 48000},
+        {0xFFF59400, 144 * 80000 / 24000},     {0xFFFF9800, 12 * 288000 / 32000 * 4},
+        {0xFFF79800, 12 * 144000 / 16000 * 4}, {0xFFFB0000, 0},
+    };
+    for (const auto &[header, length] : rows)
+        EXPECT_EQ(MP3_StandardLength(header), length) << header;
+}
+
 TEST(MP3Format, FramesAreFound)
 {
     const std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), low = FramesOf("mp3_low.mp3");

@@ -266,7 +266,7 @@ class OnTerminal(Stage):
             os.chdir(self.folder.name)
             os.execve(program, [program, *words], self.environment)
         self.heard = b""
-        self.shown = ""
+        self.shown, self.seen = "", 0  # of the output, and how much has been waited for
         threading.Thread(target=self.listen, daemon=True).start()
         threading.Thread(target=self.look, daemon=True).start()
 
@@ -290,8 +290,8 @@ class OnTerminal(Stage):
             time.sleep(0.02)
 
     def wait_for_line(self, text):
-        self.wait_for(text, lambda: text in self.shown)
-        self.shown = ""
+        self.wait_for(text, lambda: text in self.shown[self.seen:])
+        self.seen = self.shown.index(text, self.seen) + len(text)
 
     def press(self, keys):
         os.write(self.terminal, keys)

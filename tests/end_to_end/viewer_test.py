@@ -335,9 +335,9 @@ class Viewer(unittest.TestCase):
             ("mousemove 512 100 click --repeat 2 --delay 40 1", {(1200, 384): grey}),
         ]
         starts = [  # and what is seen at first
-            (["--fullscreen", "4.ppm"], {(1200, 384): grey}), (["--grid", "."], {(167, 91): RED}),
-            (["--slideshow", "0.5", "."], {middle: BLUE}), (["--frame", "1", "1.gif"], {middle: GREEN}),
-            (["--frame", "1", "2.tif"], {middle: GREEN}), (["--charset", "0"], {(2, 2): grey}),
+            (["--charset", "0"], {(2, 2): grey}), (["--fullscreen", "4.ppm"], {(1200, 384): grey}),
+            (["--grid", "."], {(167, 91): RED}), (["--slideshow", "0.5", "."], {middle: BLUE}),
+            (["--frame", "1", "1.gif"], {middle: GREEN}), (["--frame", "1", "2.tif"], {middle: GREEN}),
         ]
         def await_pixels(expected, words):
             deadline = time.monotonic() + 30
