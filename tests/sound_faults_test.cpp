@@ -1,10 +1,9 @@
 // Sounds out of memory and on failing disks: whole, or less with an error or a reason.
 #include <cerrno>
 
-#include "audio/audio.h"
 #include "tests/faults.h"
-#include "tests/files.h"
 #include "tests/mod_writer.h"
+#include "tests/sound_files.h"
 
 // One small file of each kind.
 static std::vector<std::string> Files()
@@ -37,17 +36,11 @@ static RESULT Take(const std::string &path, FAULT &fault, long left)
         while (!track->Ended)
             result.Bytes += Audio_Take(track, out.data(), out.size());
         result.Error = track->Error;
-        const bool freed = track->Buffer[0];
-        Audio_UnLoad(track);
-        if (!freed)
-            delete track;
+        UnLoad(track);
     }
     fault.Left = -1;
     result.Reason = Audio_Reason();
-    Audio_Destroy();
-    for (const AUDIO_MODULE &module : Audio_Modules)
-        if (module.SetSoundNumber)
-            module.SetSoundNumber(0);
+    ResetModules();
     return result;
 }
 
