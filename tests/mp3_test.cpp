@@ -59,27 +59,25 @@ TEST(MP3, ID3v2)
         size_t behind;      // zeros that follow in the tag
         std::string texts;  // title, artist, album, year, comment, track, genre
     } rows[] = {
-        {"all texts",
-         Joined({title, TagFrame("TPE1", Text("Artist")), TagFrame("TALB", Text("Album")),
-                 TagFrame("TYER", Text("2026")), TagFrame("COMM", Text("\0\0\0\0Comment")),
-                 TagFrame("TRCK", Text("7")), TagFrame("TCON", Text("Rock"))}),
-         20, "Title|Artist|Album|2026|Comment|7|Rock|"},
-        {"texts too long",
-         Joined({frame("TIT2", 61), frame("TPE1", 90), frame("TALB", 300), frame("TDRC", 31),
-                 TagFrame("COMM", Joined({BYTES(4), BYTES(255, 'x')})), frame("TRCK", 2),
-                 frame("TCON", 61)}),
-         20, x60 + '|' + x60 + '|' + x60 + '|' + x30 + '|' + x254 + "|x|" + x60 + '|'},
-        {"a comment with a language", Joined({TagFrame("COMM", Text("eng\0Comment")), title}), 20,
-         "Title|||||||"},
+        // clang-format off
+        {"all texts", title + TagFrame("TPE1", Text("Artist")) + TagFrame("TALB", Text("Album")) +
+         TagFrame("TYER", Text("2026")) + TagFrame("COMM", Text("\0\0\0\0Comment")) +
+         TagFrame("TRCK", Text("7")) + TagFrame("TCON", Text("Rock")), 20,
+         "Title|Artist|Album|2026|Comment|7|Rock|"},
+        {"texts too long", frame("TIT2", 61) + frame("TPE1", 90) + frame("TALB", 300) +
+         frame("TDRC", 31) + TagFrame("COMM", BYTES(4) + BYTES(255, 'x')) + frame("TRCK", 2) +
+         frame("TCON", 61), 20,
+         x60 + '|' + x60 + '|' + x60 + '|' + x30 + '|' + x254 + "|x|" + x60 + '|'},
+        {"a comment's language", TagFrame("COMM", Text("eng\0Comment")) + title, 20, "Title|||||||"},
         {"nine bytes after the text", title, 9, "Title|||||||"},
         {"eight bytes after the text", title, 8, "|||||||"},
         {"a text to the tag's end, which is not counted", title, 0, "Title|||||||"},
         {"thirteen after a comment", TagFrame("COMM", Text("\0\0\0\0C")), 13, "||||C|||"},
         {"twelve after a comment", TagFrame("COMM", Text("\0\0\0\0C")), 12, "|||||||"},
         {"a frame in an unknown one's text", TagFrame("TXXX", title), 30, "Title|||||||"},
-        {"another text ends the tag", Joined({TagFrame("TSSE", Text("encoder")), title}), 20,
-         "|||||||"},
-        {"so do zeros", Joined({BYTES(8), title}), 20, "|||||||"},
+        {"another text ends the tag", TagFrame("TSSE", Text("encoder")) + title, 20, "|||||||"},
+        {"so do zeros", BYTES(8) + title, 20, "|||||||"},
+        // clang-format on
     };
     for (const auto &r : rows) {
         const auto size = static_cast<uint16_t>(r.frames.size() + r.behind);
@@ -107,11 +105,9 @@ TEST(MP3, ID3v2SizeHasEightBitsAByte)
 TEST(MP3, ID3v1)
 {
     const auto tag = [](const std::string &comment, uint8_t last, uint8_t track, uint8_t genre) {
-        BYTES bytes = Text("TAG");
-        for (const std::string text : {"Title", "Artist", "Album"})
-            bytes = bytes + BYTES(text.begin(), text.end()) + BYTES(30 - text.size());
-        return Joined(
-            {bytes, Text("2026"), {comment.begin(), comment.end()}, {last, track, genre}});
+        return Text("TAGTitle") + BYTES(25) + Text("Artist") + BYTES(24) + Text("Album") +
+               BYTES(25) + Text("2026") + BYTES(comment.begin(), comment.end()) +
+               BYTES{last, track, genre};
     };
     const char text[] = "a comment of 28 characters !";
     const std::string before = "Title|Artist|Album|2026|a comment of 28 characters ";
@@ -225,15 +221,13 @@ TEST(MP3, RefillsHoldWholeFrames)
         {"low rates, of half the samples", Frames(30, 0xFFF31000, 52), 65536, {64512, 2 * 2304, 0}},
         {"filled to the last byte", Frames(3, Stereo, Length), 9216, {9216, 4608, 0}},
         {"a buffer for less than a frame", Frames(2, Stereo, Length), 3001, {3000, 3000, 0}},
-        {"a frame larger than the others",
-         Joined({Frames(27, Mono, Length), Frames(2, Stereo, Length)}),
-         65536,
+        // clang-format off
+        {"larger frames at last", Frames(27, Mono, Length) + Frames(2, Stereo, Length), 65536,
          {27 * 2304, 2 * 4608, 0}},
-        {"frames that cannot be",
-         Joined({bad, Frame(Stereo, Length), bad, Frame(0xFFEB5000, 130)}),
-         65536,
+        {"frames that cannot be", bad + Frame(Stereo, Length) + bad + Frame(0xFFEB5000, 130), 65536,
          {4608, 0}},
         {"no frame", BYTES(5000), 65536, {0}},
+        // clang-format on
     };
     for (const auto &r : rows) {
         Load(r.file);

@@ -311,21 +311,16 @@ TEST(Sounds, Prefixes)
 
 TEST(Sounds, Reasons)
 {
-    const auto wave = [](const BYTES &format, uint32_t size, const BYTES &rest = {}) {
-        return Text("RIFF\0\0\0\0WAVE") + rest + Text("fmt \x10\0\0\0") + format +
-               Number(8000, -4) + Number(0, -4) + Number(2, -2) + Number(16, -2) + Text("data") +
-               Number(size, -4) + Data;
-    };
-    const BYTES linear = {1, 0, 1, 0}, other = {85, 0, 1, 0}, form = Text("SSND\0\0\0\x63");
+    const BYTES wave = WaveFile(1, 1, 16, Data), form = Text("SSND\0\0\0\x63");
     const struct {
         const MODULE &module;
         BYTES file;
         const char *reason;
     } rows[] = {
-        {Wav, wave(linear, 7), ""},
-        {Wav, wave(linear, 9), "cut after 7 of 9 bytes of sound"},
-        {Wav, wave(linear, UINT32_MAX), ""},
-        {Wav, wave(other, 7), "format tag 85"},
+        {Wav, wave, ""},
+        {Wav, Prefix(wave, wave.size() - 2), "cut after 5 of 7 bytes of sound"},
+        {Wav, Prefix(wave, 40) + BYTES(4, 0xFF) + Data, ""},
+        {Wav, WaveFile(85, 1, 16, Data), "format tag 85"},
         {Wav, Text("RIFF"), "format tag 0"},
         {Voc, VocFile({1, 9, 0, 0, 0xA6, 1}), "codec 1"},
         {Voc, VocFile({}), "no sound block"},
