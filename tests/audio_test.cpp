@@ -59,6 +59,7 @@ TEST(AudioCheck, TheFirstTestThatSucceedsWins)
 
 TEST(AudioCheck, PredictedFrames)
 {
+    constexpr int MP3 = AUDIO_MP3, RAW = AUDIO_RAW;
     const auto four = [](size_t length) {
         return std::vector<size_t>{0, length, 2 * length, 3 * length};
     };
@@ -67,23 +68,19 @@ TEST(AudioCheck, PredictedFrames)
         std::vector<size_t> at;
         int type;
     } rows[] = {
-        {"MPEG-1", "\xFF\xFB\x90", four(417), AUDIO_MP3},
-        {"padding", "\xFF\xFB\x92", four(418), AUDIO_MP3},
-        {"MPEG-2", "\xFF\xF3\x80", four(417), AUDIO_MP3},
-        {"MPEG-2.5", "\xFF\xE3\x80", four(835), AUDIO_MP3},
-        {"reserved", "\xFF\xEB\x80", four(208), AUDIO_MP3},
-        {"Layer I", "\xFF\xFE\x90", four(417), AUDIO_MP3},
-        {"above 128", "\xFF\xFB\x20", four(130), AUDIO_MP3},
-        {"below 128", "\xFF\xFB\x14", four(96), AUDIO_RAW},
-        {"Layer II", "\xFF\xFD\x90", four(417), AUDIO_RAW},
-        {"bad rate", "\xFF\xFB\x9C", four(417), AUDIO_RAW},
-        {"bad bit rate", "\xFF\xFB\xF0", four(1044), AUDIO_RAW},
-        {"free format", "\xFF\xFB\x02", four(417), AUDIO_RAW},
-        {"a frame that was hit predicts nothing", "\xFF\xFB\x90", {0, 417, 834}, AUDIO_RAW},
-        {"hits add up", "\xFF\xFB\x90", {9, 426, 5000, 5417}, AUDIO_MP3},
-        {"a hit by the block's last bytes", "\xFF\xFB\x90", {9, 426, 7773, 8190}, AUDIO_MP3},
-        {"a hit half out of the block", "\xFF\xFB\x90", {9, 426, 7774, 8191}, AUDIO_RAW},
-        {"a hit out of the block", "\xFF\xFB\x90", {9, 426, 7775, 8192}, AUDIO_RAW},
+        // clang-format off
+        {"MPEG-1", "\xFF\xFB\x90", four(417), MP3},    {"padding", "\xFF\xFB\x92", four(418), MP3},
+        {"MPEG-2", "\xFF\xF3\x80", four(417), MP3},    {"MPEG-2.5", "\xFF\xE3\x80", four(835), MP3},
+        {"reserved", "\xFF\xEB\x80", four(208), MP3},  {"Layer I", "\xFF\xFE\x90", four(417), MP3},
+        {"above 128", "\xFF\xFB\x20", four(130), MP3}, {"below 128", "\xFF\xFB\x14", four(96), RAW},
+        {"Layer II", "\xFF\xFD\x90", four(417), RAW},  {"bad rate", "\xFF\xFB\x9C", four(417), RAW},
+        {"no bit rate", "\xFF\xFB\xF0", four(1044), RAW}, {"free format", "\xFF\xFB\x02", four(417), RAW},
+        // clang-format on
+        {"a frame that was hit predicts nothing", "\xFF\xFB\x90", {0, 417, 834}, RAW},
+        {"hits add up", "\xFF\xFB\x90", {9, 426, 5000, 5417}, MP3},
+        {"a hit by the block's last bytes", "\xFF\xFB\x90", {9, 426, 7773, 8190}, MP3},
+        {"a hit half out of the block", "\xFF\xFB\x90", {9, 426, 7774, 8191}, RAW},
+        {"a hit out of the block", "\xFF\xFB\x90", {9, 426, 7775, 8192}, RAW},
     };
     for (const auto &r : rows) {
         std::vector<std::pair<size_t, std::string>> frames;
@@ -361,10 +358,10 @@ TEST(AudioMixer, NeedsADeviceFromTheThirdOn)
 
 // What Audio_Take returns in pieces of so many bytes until the sound ends, called again where a
 // search was interrupted.
-static BYTES Taken(AudioTrack *track, size_t piece, size_t most = SIZE_MAX)
+static BYTES Taken(AudioTrack *track, size_t piece)
 {
     BYTES all, out(piece);
-    while (!track->Ended && all.size() < most) {
+    while (!track->Ended) {
         const size_t count = Audio_Take(track, out.data(), piece);
         all.insert(all.end(), out.begin(), out.begin() + static_cast<ptrdiff_t>(count));
     }

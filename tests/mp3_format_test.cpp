@@ -372,20 +372,20 @@ TEST(MP3Format, Detection)
         BYTES head;
         bool found;
     } rows[] = {
-        {"frames", stream, true},
-        {"two frames", Prefix(stream, 430), true},
+        // clang-format off
+        {"frames", stream, true}, {"two frames", Prefix(stream, 430), true},
         {"32 kbit/s", Joined(std::vector(3, Number(0xFFFB1000, 4) + BYTES(100))), true},
         {"low rates", Joined(FramesOf("mp3_low.mp3")), true},
         {"a tag beyond the head", Text("ID3\3\0\0\1\0\0\0"), true},
         {"frames after other bytes", BYTES(100) + stream, true},
         {"a frame alone", Prefix(stream, 200) + BYTES(400), false},
-        {"bytes 0xFF", BYTES(8192, 0xFF), false},
+        {"nothing", {}, false}, {"bytes 0xFF", BYTES(8192, 0xFF), false},
         {"a picture", ReadFile(TEST_DATA "bmp/bmp_4bpp.bmp"), false},
         {"headers at short distances, too",
          BYTES(1) + Joined(std::vector(200, Number(0xFFFB1000, 4) + BYTES(4))), false},
         {"free format", free + free + free, true},
         {"free format, but other bytes for the third header", free + free + BYTES(4), false},
-        {"nothing", {}, false},
+        // clang-format on
     };
     for (const auto &r : rows)
         EXPECT_EQ(MP3_IsStream(r.head), r.found) << r.what;

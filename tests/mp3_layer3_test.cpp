@@ -57,15 +57,10 @@ static void ExpectSounds(const std::string &path, size_t step, const std::string
 
 TEST(MP3Layer3, SmallFilesSoundAsElsewhere)
 {
-    // At low rates the framework's rules take every other frame with the one before it
-    for (const auto &[name, framework] : {std::pair("joint", true),
-                                          {"short", true},
-                                          {"vbr", true},
-                                          {"types", true},
-                                          {"low", false},
-                                          {"low_types", false}}) {
-        const std::string path = std::string(TEST_DATA "mp3_") + name;
-        ExpectSounds(path + ".mp3", 31, path + ".s16", framework);
+    for (const std::string name : {"joint", "short", "vbr", "types", "low", "low_types"}) {
+        // At low rates the framework's rules take every other frame with the one before it
+        const std::string path = TEST_DATA "mp3_" + name;
+        ExpectSounds(path + ".mp3", 31, path + ".s16", !name.starts_with("low"));
     }
 }
 
@@ -75,14 +70,11 @@ TEST(MP3Layer3, ConformanceStreams)
     const char *corpus = std::getenv("CORPUS");
     if (!corpus)
         GTEST_SKIP() << "CORPUS names no folder";
-    // Checksums, free format, low rate: not the framework's
-    for (const auto &[name, framework] : {std::pair("l3-si", true),
-                                          {"l3-si_block", true},
-                                          {"l3-hecommon", false},
-                                          {"l3-he_free", false},
-                                          {"M2L3_compl24", false}}) {
+    for (const std::string name :
+         {"l3-si", "l3-si_block", "l3-hecommon", "l3-he_free", "M2L3_compl24"}) {
+        // The others have checksums, free format, or a low rate
         const std::string path = std::string(corpus) + "/mp3/" + name;
-        ExpectSounds(path + ".bit", 1, path + ".pcm", framework);
+        ExpectSounds(path + ".bit", 1, path + ".pcm", name.starts_with("l3-si"));
     }
 }
 

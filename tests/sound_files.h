@@ -9,6 +9,7 @@
 #include "audio/au.h"
 #include "audio/audio.h"
 #include "audio/iff.h"
+#include "audio/mp3.h"
 #include "audio/sound_frames.h"
 #include "audio/voc.h"
 #include "audio/wav.h"
@@ -42,6 +43,7 @@ constexpr MODULE Voc = {"voc", VOC_Load, VOC_Decoding, VOC_Destroy, VOC_SetSound
 constexpr MODULE Au = {"au", AU_Load, AU_Decoding, AU_Destroy, AU_SetSoundNumber, FactsOf<AU_GetHeader>, [] { return AU_SoundNumber; }};
 constexpr MODULE Iff = {"8svx", IFF_Load, IFF_Decoding, IFF_Destroy, IFF_SetSoundNumber, FactsOf<IFF_GetHeader>, [] { return IFF_SoundNumber; }};
 constexpr MODULE Aiff = {"aiff", AIFF_Load, AIFF_Decoding, AIFF_Destroy, AIFF_SetSoundNumber, FactsOf<AIFF_GetHeader>, [] { return AIFF_SoundNumber; }};
+constexpr MODULE Mp3 = {"mp3", MP3_Load, MP3_Decoding, MP3_Destroy, MP3_SetSoundNumber, FactsOf<MP3_GetHeader>, [] { return MP3_SoundNumber; }};
 // clang-format on
 constexpr const MODULE *Modules[] = {&Wav, &Voc, &Au, &Iff, &Aiff};
 

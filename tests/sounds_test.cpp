@@ -260,19 +260,20 @@ TEST(Sounds, FormatRules)
         CheckFormat(row);
 }
 
-// For every module, in their order, a file that uses most of its header.
+// For every module, in their order, and MP3, a file that uses most of its header.
 static const BYTES Samples[] = {
     ReadFile(TEST_DATA "sounds/wav/waveformatextensible-24bit-192kHz-mono.wav"),
     VocFile({8, 4, 0, 0, 0x54, 0xE9, 4, 1, 1, 9, 0, 0, 0xA6, 6, 1, 2, 3, 4}),
     AuFile(4, Data),
     IffFile("16SV", Vhdr + Chunk("ANNO", Data) + Chunk("BODY", Data)),
     IffFile("AIFC", Comm(16, Text("alaw")) + Chunk("NAME", Data) + Chunk("SSND", Data)),
+    ReadFile(TEST_DATA "mp3_joint.mp3"),
 };
 
 TEST(Sounds, Records)
 {
-    for (size_t i = 0; i < std::size(Modules); i++) {
-        const MODULE *module = Modules[i];
+    for (size_t i = 0; i < std::size(Samples); i++) {
+        const MODULE *module = i < std::size(Modules) ? Modules[i] : &Mp3;
         SCOPED_TRACE(module->Name);
         const FACTS facts = LoadBytes(*module, Samples[i]);
         module->Load(TempPath("absent").c_str());
@@ -286,7 +287,7 @@ TEST(Sounds, Records)
         module->Load(WriteTemp("sound", {}).c_str());
         EXPECT_NE(module->Facts(3), facts) << "a slot is filled anew";
         module->Destroy();
-        for (const uint8_t n : std::array<uint8_t, 3>{0, 31, 255}) {
+        for (const uint8_t n : BYTES{0, 31, 32, 255}) {
             EXPECT_EQ(module->Facts(n), FACTS{});
             uint32_t length = 100;
             module->Decoding(nullptr, nullptr, &length, n);
