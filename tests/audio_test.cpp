@@ -3,10 +3,7 @@
 #include <cerrno>
 #include <cmath>
 #include <ctime>
-#include <filesystem>
 #include <numbers>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 #include <portaudio.h>
@@ -15,6 +12,7 @@
 #include "audio/g711.h"
 #include "tests/cookie.h"
 #include "tests/mod_writer.h"
+#include "tests/sound_files.h"
 
 using namespace std::string_literals;
 
@@ -59,51 +57,42 @@ TEST(AudioCheck, TheFirstTestThatSucceedsWins)
         EXPECT_EQ(Audio_Check(none.c_str()), AUDIO_VOC) << none;
 }
 
-static int CheckOfFrames(const std::string &header, const std::vector<size_t> &at)
-{
-    std::vector<std::pair<size_t, std::string>> frames;
-    for (const size_t i : at)
-        frames.emplace_back(i, header);
-    return CheckOf(Dots(9000, frames));
-}
-
 TEST(AudioCheck, PredictedFrames)
 {
+    constexpr int MP3 = AUDIO_MP3, RAW = AUDIO_RAW;
+    const auto four = [](size_t length) {
+        return std::vector<size_t>{0, length, 2 * length, 3 * length};
+    };
     const struct {
         const char *what, *header;
-        size_t length;
-        bool found;
-    } rows[] = {
-        {"MPEG-1", "\xFF\xFB\x90", 417, true},         {"padding", "\xFF\xFB\x92", 418, true},
-        {"MPEG-2", "\xFF\xF3\x80", 417, true},         {"MPEG-2.5", "\xFF\xE3\x80", 835, true},
-        {"reserved", "\xFF\xEB\x80", 208, true},       {"Layer I", "\xFF\xFE\x90", 417, true},
-        {"above 128", "\xFF\xFB\x20", 130, true},      {"below 128", "\xFF\xFB\x14", 96, false},
-        {"Layer II", "\xFF\xFD\x90", 417, false},      {"bad rate", "\xFF\xFB\x9C", 417, false},
-        {"bad bit rate", "\xFF\xFB\xF0", 1044, false}, {"free format", "\xFF\xFB\x02", 417, false}};
-    for (const auto &r : rows) {
-        const size_t n = r.length;
-        EXPECT_EQ(CheckOfFrames(r.header, {0, n, 2 * n, 3 * n}), r.found ? AUDIO_MP3 : AUDIO_RAW)
-            << r.what;
-    }
-    const struct {
-        const char *what;
         std::vector<size_t> at;
         int type;
-    } places[] = {
-        {"a frame that was hit predicts nothing", {0, 417, 834}, AUDIO_RAW},
-        {"hits add up", {9, 426, 5000, 5417}, AUDIO_MP3},
-        {"a hit by the block's last bytes", {9, 426, 7773, 8190}, AUDIO_MP3},
-        {"a hit half out of the block", {9, 426, 7774, 8191}, AUDIO_RAW},
-        {"a hit out of the block", {9, 426, 7775, 8192}, AUDIO_RAW},
+    } rows[] = {
+        // clang-format off
+        {"MPEG-1", "\xFF\xFB\x90", four(417), MP3},    {"padding", "\xFF\xFB\x92", four(418), MP3},
+        {"MPEG-2", "\xFF\xF3\x80", four(417), MP3},    {"MPEG-2.5", "\xFF\xE3\x80", four(835), MP3},
+        {"reserved", "\xFF\xEB\x80", four(208), MP3},  {"Layer I", "\xFF\xFE\x90", four(417), MP3},
+        {"above 128", "\xFF\xFB\x20", four(130), MP3}, {"below 128", "\xFF\xFB\x14", four(96), RAW},
+        {"Layer II", "\xFF\xFD\x90", four(417), RAW},  {"bad rate", "\xFF\xFB\x9C", four(417), RAW},
+        {"no bit rate", "\xFF\xFB\xF0", four(1044), RAW}, {"free format", "\xFF\xFB\x02", four(417), RAW},
+        // clang-format on
+        {"a frame that was hit predicts nothing", "\xFF\xFB\x90", {0, 417, 834}, RAW},
+        {"hits add up", "\xFF\xFB\x90", {9, 426, 5000, 5417}, MP3},
+        {"a hit by the block's last bytes", "\xFF\xFB\x90", {9, 426, 7773, 8190}, MP3},
+        {"a hit half out of the block", "\xFF\xFB\x90", {9, 426, 7774, 8191}, RAW},
+        {"a hit out of the block", "\xFF\xFB\x90", {9, 426, 7775, 8192}, RAW},
     };
-    for (const auto &p : places)
-        EXPECT_EQ(CheckOfFrames("\xFF\xFB\x90", p.at), p.type) << p.what;
-
+    for (const auto &r : rows) {
+        std::vector<std::pair<size_t, std::string>> frames;
+        for (const size_t at : r.at)
+            frames.emplace_back(at, r.header);
+        EXPECT_EQ(CheckOf(Dots(9000, frames)), r.type) << r.what;
+    }
     CheckOf(Dots(1084, {{5, "\xFF\xF2\x87\x5E"}}));
-    EXPECT_EQ(Audio_MP3Frame.Length, 144 * 64000 / 24000 + 1);
-    EXPECT_EQ(Audio_MP3Detect.Channels, 2);
-    EXPECT_EQ(Audio_MP3Detect.SamplingRate, 24000u);
-    EXPECT_EQ(Audio_MP3Detect.BitRate, 64000u);
+    const auto &found = Audio_MP3Detect;
+    EXPECT_EQ((std::array<uint32_t, 4>{Audio_MP3Frame.Length, found.Channels, found.SamplingRate,
+                                       found.BitRate}),
+              (std::array<uint32_t, 4>{144 * 64000 / 24000 + 1, 2, 24000, 64000}));
 }
 
 TEST(AudioCheck, TagsOfModules)
@@ -143,9 +132,8 @@ TEST(AudioLoad, RawSamples)
         SCOPED_TRACE(testing::Message() << int{r.bits} << " bits, " << r.size << " bytes");
         SetRaw(1, r.bits);
         AudioTrack *track = Audio_Load(WriteTemp("raw", Dots(r.size, {{2, "ab"}})).c_str());
-        EXPECT_EQ(track->State, r.size > 65536);
-        EXPECT_EQ(track->Length[0], r.length1);
-        EXPECT_EQ(track->Length[1], r.length2);
+        EXPECT_EQ((std::array{uint32_t{track->State}, +track->Length[0], +track->Length[1]}),
+                  (std::array{uint32_t{r.size > 65536}, r.length1, r.length2}));
         EXPECT_TRUE(Audio_Data == track->Buffer[0] && Audio_DataSize == r.length1 &&
                     Audio_DataTime == r.length1 / (r.bits / 8));
         EXPECT_EQ(track->Buffer[0][2], r.bits == 8 ? 128 - 'a' : r.bits == 16 ? 'b' : 0);
@@ -161,11 +149,10 @@ TEST(AudioLoad, WhatCannotBeReadHasNoBuffers)
         AudioTrack *track = Audio_Load("no such file");
         EXPECT_EQ(track->Buffer[0], nullptr);
         EXPECT_EQ(Audio_Data, data);
-        Audio_UnLoad(track);  // does not free it
-        delete track;
+        UnLoad(track);
         track = Audio_LoadAs("no such file", 9);
         EXPECT_EQ(track->Buffer[0], nullptr) << "no such type";
-        delete track;
+        UnLoad(track);
     }
     const std::string longName = std::string(200, 'n');
     AudioTrack *track = Audio_Load(WriteTemp(longName, Dots(3000)).c_str());
@@ -182,14 +169,10 @@ static std::string WriteRow()
     return WriteTemp("row.mod", WriteModule(row));
 }
 
-// Unloads the track and resets the sound modules.
 static void Forget(AudioTrack *track)
 {
-    Audio_UnLoad(track);
-    Audio_Destroy();
-    for (const AUDIO_MODULE &module : Audio_Modules)
-        if (module.SetSoundNumber)
-            module.SetSoundNumber(0);
+    UnLoad(track);
+    ResetModules();
 }
 
 TEST(AudioLoad, SynthesisedSoundReadsNoFile)
@@ -199,9 +182,9 @@ TEST(AudioLoad, SynthesisedSoundReadsNoFile)
     const std::string path = WriteRow();
     AudioTrack *track = Audio_Load(path.c_str());
     std::filesystem::remove(path);
-    EXPECT_EQ(track->Channels * 100 + track->BitsPerSample, 108);
-    EXPECT_EQ(track->SamplingRate, 32000);
-    EXPECT_EQ(track->State, 1);
+    EXPECT_EQ((std::array<int, 4>{track->Channels, track->BitsPerSample, track->SamplingRate,
+                                  track->State}),
+              (std::array{1, 8, 32000, 1}));
     EXPECT_EQ(track->Length[0] + track->Length[1], 3 * 640u);
     Audio_LoadBuffers(track, 3);
     EXPECT_EQ(track->Length[0], 0u) << "played to its end";
@@ -215,9 +198,7 @@ TEST(AudioLoad, SynthesisedSoundReadsNoFile)
     Audio_Modules[AUDIO_MOD].SetSoundNumber(32);
     track = Audio_Load(WriteRow().c_str());
     EXPECT_EQ(track->Buffer[0], nullptr) << "no slot left";
-    delete track;
-    Audio_Destroy();
-    Audio_Modules[AUDIO_MOD].SetSoundNumber(0);
+    Forget(track);
 }
 
 // What a device of so many frames receives; nothing may be written past it.
@@ -367,43 +348,24 @@ TEST(AudioMixer, NeedsADeviceFromTheThirdOn)
         {8, paUInt8}, {16, paInt16}, {24, paInt24}, {32, paInt32}, {12, paInt32}};
     for (const auto &[bits, format] : rows) {
         Audio_SetMixer(bits, 96000, 0, 0);
-        EXPECT_EQ(Audio_BPS, bits);
-        EXPECT_EQ(Audio_Hz, 96000u);
-        EXPECT_EQ(PortAudio_Format.sampleFormat, format) << int{bits};
-        EXPECT_EQ(PortAudio_Format.channelCount * 10 + PortAudio_Format.device, 22);
-        EXPECT_EQ(PortAudio_Format.suggestedLatency, 0);  // there is no such device
+        const PaStreamParameters &p = PortAudio_Format;
+        EXPECT_EQ(std::tuple(Audio_BPS, Audio_Hz, p.sampleFormat, p.channelCount, p.device,
+                             p.suggestedLatency),
+                  std::tuple(bits, 96000, format, 2, 2, 0));  // without a device no latency
     }
     Audio_Device = -1;
 }
 
 // What Audio_Take returns in pieces of so many bytes until the sound ends, called again where a
 // search was interrupted.
-static BYTES Taken(AudioTrack *track, size_t piece, size_t most = SIZE_MAX)
+static BYTES Taken(AudioTrack *track, size_t piece)
 {
     BYTES all, out(piece);
-    while (!track->Ended && all.size() < most) {
+    while (!track->Ended) {
         const size_t count = Audio_Take(track, out.data(), piece);
         all.insert(all.end(), out.begin(), out.begin() + static_cast<ptrdiff_t>(count));
     }
     return all;
-}
-
-static BYTES Noise(size_t size)
-{
-    BYTES bytes(size);
-    uint32_t random = 1;
-    for (uint8_t &byte : bytes)
-        byte = static_cast<uint8_t>((random = random * 1664525 + 1013904223) >> 24);
-    return bytes;
-}
-
-// A WAVE file of one channel.
-static BYTES WaveFile(uint16_t tag, uint16_t bits, const BYTES &data)
-{
-    const auto size = static_cast<int64_t>(data.size());
-    return Text("RIFF") + Number(size + 36, -4) + Text("WAVEfmt ") + Number(16, -4) +
-           Number(tag, -2) + Number(1, -2) + Number(8000, -4) + Number(8000 * bits / 8, -4) +
-           Number(bits / 8, -2) + Number(bits, -2) + Text("data") + Number(size, -4) + data;
 }
 
 // The file's samples exactly, across buffers and the loop's seam.
@@ -422,12 +384,12 @@ TEST(AudioTake, LosesNothing)
         BYTES file, expected;
         uint8_t loop;
     } rows[] = {
-        {"8 bits", WaveFile(1, 8, noise), noise, 2},
-        {"16 bits", WaveFile(1, 16, noise), noise, 2},
-        {"24 bits", WaveFile(1, 24, noise), noise, 3},
-        {"32 bits", WaveFile(1, 32, noise), noise, 2},
-        {"A-law", WaveFile(6, 8, noise), expanded, 2},
-        {"less than a buffer", WaveFile(6, 8, Prefix(noise, 5000)), Prefix(expanded, 10000), 3},
+        {"8 bits", WaveFile(1, 1, 8, noise), noise, 2},
+        {"16 bits", WaveFile(1, 1, 16, noise), noise, 2},
+        {"24 bits", WaveFile(1, 1, 24, noise), noise, 3},
+        {"32 bits", WaveFile(1, 1, 32, noise), noise, 2},
+        {"A-law", WaveFile(6, 1, 8, noise), expanded, 2},
+        {"less than a buffer", WaveFile(6, 1, 8, Prefix(noise, 5000)), Prefix(expanded, 10000), 3},
         {"an encoding that never ends", au, swapped, 2},
     };
     for (const auto &r : rows) {
@@ -442,7 +404,7 @@ TEST(AudioTake, LosesNothing)
         EXPECT_EQ(track->Taken, r.expected.size()) << r.what;
         Audio_UnLoad(track);
     }
-    const BYTES none = WaveFile(1, 8, {});
+    const BYTES none = WaveFile(1, 1, 8, {});
     AudioTrack *empty = Audio_LoadBytes(none);
     Audio_SetLoop(0);
     EXPECT_EQ(Taken(empty, 100), BYTES()) << "is not repeated for ever";
@@ -468,10 +430,7 @@ static void CheckSeeks(const std::string &path, const BYTES &file)
         EXPECT_TRUE(std::equal(piece.data(), piece.data() + expected, all.data() + at)) << to;
         EXPECT_EQ(track->Taken, at + expected) << to;
     }
-    const bool freed = track->Buffer[0];
     Forget(track);
-    if (!freed)
-        delete track;
 }
 
 // All sounds in the test data and in the folder named by the environment variable CORPUS.
@@ -519,7 +478,7 @@ TEST(AudioTake, SeeksExactly)
 TEST(AudioTake, CallBackRunsOnAndStartsOver)
 {
     SetRaw(1, 8);
-    const BYTES noise = Noise(100000), file = WaveFile(1, 8, noise);
+    const BYTES noise = Noise(100000), file = WaveFile(1, 1, 8, noise);
     AudioTrack *track = Audio_LoadBytes(file);
     Audio_SetLoop(1);
     Audio_Play(track);
@@ -538,8 +497,7 @@ TEST(AudioTake, CallBackRunsOnAndStartsOver)
     EXPECT_EQ(call(), Prefix(noise, 60000)) << "in the middle";
     Audio_UnLoad(track);
     EXPECT_EQ(call(), BYTES(60000, 128));
-    Audio_Destroy();
-    Audio_Modules[AUDIO_WAV].SetSoundNumber(0);
+    ResetModules();
 }
 
 // The energy outside a tone of a whole number of periods, 100 samples each, in dB of the tone's.
@@ -569,7 +527,7 @@ TEST(AudioTake, ToneStaysPureAcrossBuffersAndRounds)
     Forget(track);
 
     // By the format's rules each round begins after the encoder's delay.
-    Audio_Rules = AUDIO_RULES_FORMAT;
+    const FORMAT_RULES rules;
     std::array<BYTES, 2> taken;
     for (uint8_t rounds = 1; rounds <= 2; rounds++) {
         track = Audio_Load(TEST_DATA "mp3_sine.mp3");
@@ -578,12 +536,11 @@ TEST(AudioTake, ToneStaysPureAcrossBuffersAndRounds)
         Forget(track);
     }
     EXPECT_EQ(taken[1], taken[0] + taken[0]);
-    Audio_Rules = AUDIO_RULES_FRAMEWORK;
 }
 
 TEST(AudioTake, ReadErrorsAndRestartsAreNotLost)
 {
-    COOKIE cookie = {WaveFile(1, 8, Noise(150000))};
+    COOKIE cookie = {WaveFile(1, 1, 8, Noise(150000))};
     AudioTrack *track = Audio_LoadBytes(cookie.Bytes);
     track->File = OpenCookie(cookie);
     Audio_SetCurrent(track);
@@ -645,7 +602,7 @@ TEST(AudioLoad, HeadersOfHugeFilesAreFast)
         uint8_t type;
         BYTES head, tail;
     } rows[] = {
-        {AUDIO_WAV, Prefix(WaveFile(1, 8, {}), 36), Text("data\1\0\0\0") + BYTES(56)},
+        {AUDIO_WAV, Prefix(WaveFile(1, 1, 8, {}), 36), Text("data\1\0\0\0") + BYTES(56)},
         {AUDIO_IFF, Text("FORM\0\0\0\0\x38SVX"), Text("BODY\0\0\0\1") + BYTES(56)},
         {AUDIO_AIFF, Text("FORM\0\0\0\0AIFF"), Text("SSND\0\0\0\1") + BYTES(56)},
         {AUDIO_MP3, Text("ID3\3\0\0\xFF\xFF\xFF\xF0"), BYTES(64)},
@@ -662,10 +619,7 @@ TEST(AudioLoad, HeadersOfHugeFilesAreFast)
         if (r.type != AUDIO_MP3 && r.type != AUDIO_MOD) {
             EXPECT_GT(track->DataStart, 4000000000u) << int{r.type};
         }
-        const bool freed = track->Buffer[0];
         Forget(track);
-        if (!freed)
-            delete track;
     }
     std::filesystem::remove(TempPath("huge"));
 }

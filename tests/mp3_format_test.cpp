@@ -3,18 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#include "audio/audio.h"
-#include "audio/mp3.h"
-#include "tests/files.h"
 #include "tests/mp3.h"
+#include "tests/sound_files.h"
 
 // Loads the bytes by the format's rules into slot 0.
 static MP3_HEADER &Load(const BYTES &file)
 {
-    Audio_Rules = AUDIO_RULES_FORMAT;
+    const FORMAT_RULES rules;
     MP3_SetSoundNumber(0);
     MP3_Load(WriteTemp("mp3", file).c_str());
-    Audio_Rules = AUDIO_RULES_FRAMEWORK;
     return *MP3_GetHeader(0);
 }
 
@@ -58,14 +55,8 @@ static BYTES Info(const BYTES &frame, const char *name, uint32_t frames, uint32_
                   uint32_t delay, uint32_t padding)
 {
     return With(frame, 4 + MP3_SideLength(HeaderOf(frame)),
-                Joined({{name, name + 4},
-                        Number(0xF, 4),
-                        Number(frames, 4),
-                        Number(bytes, 4),
-                        BYTES(104),
-                        Text("LAME3.100"),
-                        BYTES(12),
-                        Number(delay << 12 | padding, 3)}));
+                BYTES(name, name + 4) + Number(0xF, 4) + Number(frames, 4) + Number(bytes, 4) +
+                    BYTES(104) + Text("LAME3.100") + BYTES(12) + Number(delay << 12 | padding, 3));
 }
 
 constexpr size_t Bytes = 4;  // of a frame of two channels
@@ -78,7 +69,7 @@ TEST(MP3Format, InfoFramesSayWhatIsPlayed)
     const auto size = static_cast<uint32_t>(stream.size());
     ASSERT_EQ(all.size(), count * 1152 * Bytes);
     const BYTES vbri =
-        With(frames[0], 36, Joined({Text("VBRI"), BYTES(6), Number(size, 4), Number(count, 4)}));
+        With(frames[0], 36, Text("VBRI") + BYTES(6) + Number(size, 4) + Number(count, 4));
     const struct {
         const char *what;
         BYTES info;
@@ -148,6 +139,7 @@ TEST(MP3Format, FramesAreFound)
     const std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), low = FramesOf("mp3_low.mp3");
     const BYTES stream = Joined(frames), sound = Play(stream),
                 cut(stream.begin(), stream.end() - 9);
+    const size_t all = frames.size() * 1152;
     BYTES freeFormat;
     for (BYTES frame : FramesOf("mp3_vbr.mp3")) {
         frame.resize(700);
@@ -165,20 +157,18 @@ TEST(MP3Format, FramesAreFound)
         size_t samples;
         const char *reason;
     } rows[] = {
-        {"frames", stream, frames.size() * 1152, ""},
-        {"junk before", junk + stream, frames.size() * 1152, ""},
-        {"junk before, a header across two blocks of the search", BYTES(16382) + stream,
-         frames.size() * 1152, ""},
-        {"tags on both sides", v2 + stream + v1, frames.size() * 1152, ""},
+        {"frames", stream, all, ""},
+        {"junk before", junk + stream, all, ""},
+        {"a header across two blocks of the search", BYTES(16382) + stream, all, ""},
+        {"tags on both sides", v2 + stream + v1, all, ""},
         {"lyrics",
-         stream + Text("LYRICSBEGIN") + Prefix(frames[0], 208) + Text("000219LYRICS200") + v1,
-         frames.size() * 1152, ""},
-        {"a gap of junk", frames[0] + frames[1] + Text("junk") + stream, (frames.size() + 2) * 1152,
+         stream + Text("LYRICSBEGIN") + Prefix(frames[0], 208) + Text("000219LYRICS200") + v1, all,
          ""},
-        {"cut", cut, (frames.size() - 1) * 1152, "cut in its last frame"},
+        {"a gap of junk", frames[0] + frames[1] + Text("junk") + stream, all + 2 * 1152, ""},
+        {"cut", cut, all - 1152, "cut in its last frame"},
         {"a low rate", Joined(low), low.size() * 576, ""},
         {"32 kbit/s", Joined(std::vector(3, Number(0xFFFB1000, 4) + BYTES(100))), 3 * 1152, ""},
-        {"another stream's frames", stream + Joined(low), frames.size() * 1152, ""},
+        {"another stream's frames", stream + Joined(low), all, ""},
         {"free format", freeFormat, FramesOf("mp3_vbr.mp3").size() * 1152, ""},
         {"Layer II", Joined(std::vector(3, Number(0xFFFD1400, 4) + BYTES(92))), 0,
          "MPEG audio Layer II"},
@@ -382,20 +372,20 @@ TEST(MP3Format, Detection)
         BYTES head;
         bool found;
     } rows[] = {
-        {"frames", stream, true},
-        {"two frames", Prefix(stream, 430), true},
+        // clang-format off
+        {"frames", stream, true}, {"two frames", Prefix(stream, 430), true},
         {"32 kbit/s", Joined(std::vector(3, Number(0xFFFB1000, 4) + BYTES(100))), true},
         {"low rates", Joined(FramesOf("mp3_low.mp3")), true},
         {"a tag beyond the head", Text("ID3\3\0\0\1\0\0\0"), true},
         {"frames after other bytes", BYTES(100) + stream, true},
         {"a frame alone", Prefix(stream, 200) + BYTES(400), false},
-        {"bytes 0xFF", BYTES(8192, 0xFF), false},
+        {"nothing", {}, false}, {"bytes 0xFF", BYTES(8192, 0xFF), false},
         {"a picture", ReadFile(TEST_DATA "bmp/bmp_4bpp.bmp"), false},
         {"headers at short distances, too",
          BYTES(1) + Joined(std::vector(200, Number(0xFFFB1000, 4) + BYTES(4))), false},
         {"free format", free + free + free, true},
         {"free format, but other bytes for the third header", free + free + BYTES(4), false},
-        {"nothing", {}, false},
+        // clang-format on
     };
     for (const auto &r : rows)
         EXPECT_EQ(MP3_IsStream(r.head), r.found) << r.what;
@@ -404,7 +394,7 @@ TEST(MP3Format, Detection)
 // Frames inside a file with another format's signature do not make it an MPEG stream.
 TEST(MP3Format, DetectionComesAfterSignatures)
 {
-    Audio_Rules = AUDIO_RULES_FORMAT;
+    const FORMAT_RULES rules;
     BYTES frames;
     while (frames.size() < 8192)
         frames = frames + BYTES{0xFF, 0xFB, 0x90, 0x64} + BYTES(413);
@@ -417,5 +407,4 @@ TEST(MP3Format, DetectionComesAfterSignatures)
     EXPECT_EQ(Audio_CheckBytes(with(1080, "M.K.")), AUDIO_MOD);
     EXPECT_EQ(Audio_CheckBytes(with(1080, "none")), AUDIO_MP3);
     EXPECT_NE(Audio_CheckBytes(with(0, "FORM")), AUDIO_MP3);
-    Audio_Rules = AUDIO_RULES_FRAMEWORK;
 }

@@ -2,29 +2,16 @@
 #include <cmath>
 #include <cstring>
 #include <numbers>
-#include <random>
 
-#include "tests/files.h"
+#include "tests/sound_files.h"
 #include "tools/player/open.h"
 #include "tools/player/screen.h"
-
-// 16-bit stereo noise.
-static BYTES Wave(size_t bytes)
-{
-    std::minstd_rand random(1);
-    BYTES data(bytes);
-    for (uint8_t &byte : data)
-        byte = static_cast<uint8_t>(random() >> 8);
-    const auto size = static_cast<int64_t>(bytes);
-    return Text("RIFF") + Number(size + 36, -4) + Text("WAVEfmt ") + Number(16, -4) +
-           Number(1, -2) + Number(2, -2) + Number(44100, -4) + Number(176400, -4) + Number(4, -2) +
-           Number(16, -2) + Text("data") + Number(size, -4) + data;
-}
 
 // What follows a seek is what lies there in a full decoding.
 TEST(Player, SeeksToTheFrame)
 {
-    const std::string files[] = {WriteTemp("noise.wav", Wave(1 << 20)), TEST_DATA "mp3_joint.mp3"};
+    const std::string noise = WriteTemp("noise.wav", WaveFile(1, 2, 16, Noise(1 << 20)));
+    const std::string files[] = {noise, TEST_DATA "mp3_joint.mp3"};
     for (const std::string &path : files) {
         PLAYER_SOUND sound;
         ASSERT_EQ(Player_Open(path, {}, sound), "");

@@ -1,16 +1,15 @@
 // Sounds out of memory and on failing disks: whole, or less with an error or a reason.
 #include <cerrno>
 
-#include "audio/audio.h"
 #include "tests/faults.h"
-#include "tests/files.h"
 #include "tests/mod_writer.h"
+#include "tests/sound_files.h"
 
 // One small file of each kind.
 static std::vector<std::string> Files()
 {
+    const FORMAT_RULES rules;
     std::vector<std::string> files;
-    Audio_Rules = AUDIO_RULES_FORMAT;
     for (const auto &entry : std::filesystem::recursive_directory_iterator(TEST_DATA))
         if (entry.is_regular_file() && entry.file_size() < 20000 &&
             Audio_Check(entry.path().c_str()) != AUDIO_RAW)
@@ -37,46 +36,33 @@ static RESULT Take(const std::string &path, FAULT &fault, long left)
         while (!track->Ended)
             result.Bytes += Audio_Take(track, out.data(), out.size());
         result.Error = track->Error;
-        const bool freed = track->Buffer[0];
-        Audio_UnLoad(track);
-        if (!freed)
-            delete track;
+        UnLoad(track);
     }
     fault.Left = -1;
     result.Reason = Audio_Reason();
-    Audio_Destroy();
-    for (const AUDIO_MODULE &module : Audio_Modules)
-        if (module.SetSoundNumber)
-            module.SetSoundNumber(0);
+    ResetModules();
     return result;
 }
 
-class SoundFaults : public testing::TestWithParam<uint8_t>
+TEST(SoundFaults, NeverShorterInSilence)
 {
-};
-
-TEST_P(SoundFaults, NeverShorterInSilence)
-{
-    const std::vector<std::string> files = Files();
-    Audio_Rules = GetParam();
-    for (const std::string &path : files) {
-        const RESULT whole = Take(path, Faults_Memory, -1);
-        EXPECT_EQ(whole.Error, 0) << path;
-        const long live = Faults_Live();
-        for (const auto &[fault, error, reason] :
-             {std::tuple(&Faults_Memory, ENOMEM, "out of memory"),
-              std::tuple(&Faults_Reads, EIO, "cannot be read: Input/output error")})
-            for (long n = 0; n == 0 || fault->Struck; n++) {
-                const RESULT part = Take(path, *fault, n);
-                EXPECT_TRUE(part.Bytes == whole.Bytes || part.Error == error ||
-                            part.Reason == reason)
-                    << path << ", " << reason << n << ": " << part.Bytes << ' ' << part.Reason;
-                ASSERT_LT(n, 1000) << path;
-            }
-        EXPECT_EQ(Faults_Live(), live) << path;
-    }
+    for (const std::string &path : Files())
+        for (const uint8_t rules : {AUDIO_RULES_FRAMEWORK, AUDIO_RULES_FORMAT}) {
+            Audio_Rules = rules;
+            const RESULT whole = Take(path, Faults_Memory, -1);
+            EXPECT_EQ(whole.Error, 0) << path;
+            const long live = Faults_Live();
+            for (const auto &[fault, error, reason] :
+                 {std::tuple(&Faults_Memory, ENOMEM, "out of memory"),
+                  std::tuple(&Faults_Reads, EIO, "cannot be read: Input/output error")})
+                for (long n = 0; n == 0 || fault->Struck; n++) {
+                    const RESULT part = Take(path, *fault, n);
+                    EXPECT_TRUE(part.Bytes == whole.Bytes || part.Error == error ||
+                                part.Reason == reason)
+                        << path << ", " << reason << n << ": " << part.Bytes << ' ' << part.Reason;
+                    ASSERT_LT(n, 1000) << path;
+                }
+            EXPECT_EQ(Faults_Live(), live) << path;
+        }
     Audio_Rules = AUDIO_RULES_FRAMEWORK;
 }
-
-INSTANTIATE_TEST_SUITE_P(Rules, SoundFaults,
-                         testing::Values(AUDIO_RULES_FRAMEWORK, AUDIO_RULES_FORMAT));

@@ -1,4 +1,4 @@
-// A common interface to the sound modules, and refills as the engine requests them.
+// A common interface to the sound modules, refills as the engine requests them, and tracks.
 #pragma once
 
 #include <memory>
@@ -7,7 +7,9 @@
 
 #include "audio/aiff.h"
 #include "audio/au.h"
+#include "audio/audio.h"
 #include "audio/iff.h"
+#include "audio/mp3.h"
 #include "audio/sound_frames.h"
 #include "audio/voc.h"
 #include "audio/wav.h"
@@ -41,8 +43,28 @@ constexpr MODULE Voc = {"voc", VOC_Load, VOC_Decoding, VOC_Destroy, VOC_SetSound
 constexpr MODULE Au = {"au", AU_Load, AU_Decoding, AU_Destroy, AU_SetSoundNumber, FactsOf<AU_GetHeader>, [] { return AU_SoundNumber; }};
 constexpr MODULE Iff = {"8svx", IFF_Load, IFF_Decoding, IFF_Destroy, IFF_SetSoundNumber, FactsOf<IFF_GetHeader>, [] { return IFF_SoundNumber; }};
 constexpr MODULE Aiff = {"aiff", AIFF_Load, AIFF_Decoding, AIFF_Destroy, AIFF_SetSoundNumber, FactsOf<AIFF_GetHeader>, [] { return AIFF_SoundNumber; }};
+constexpr MODULE Mp3 = {"mp3", MP3_Load, MP3_Decoding, MP3_Destroy, MP3_SetSoundNumber, FactsOf<MP3_GetHeader>, [] { return MP3_SoundNumber; }};
 // clang-format on
 constexpr const MODULE *Modules[] = {&Wav, &Voc, &Au, &Iff, &Aiff};
+
+inline BYTES Noise(size_t size)
+{
+    BYTES bytes(size);
+    uint32_t random = 1;
+    for (uint8_t &byte : bytes)
+        byte = static_cast<uint8_t>((random = random * 1664525 + 1013904223) >> 24);
+    return bytes;
+}
+
+// A WAVE file of 8000 Hz.
+inline BYTES WaveFile(uint16_t tag, uint16_t channels, uint16_t bits, const BYTES &data)
+{
+    const auto size = static_cast<int64_t>(data.size());
+    const int frame = channels * bits / 8;
+    return Text("RIFF") + Number(size + 36, -4) + Text("WAVEfmt ") + Number(16, -4) +
+           Number(tag, -2) + Number(channels, -2) + Number(8000, -4) + Number(8000 * frame, -4) +
+           Number(frame, -2) + Number(bits, -2) + Text("data") + Number(size, -4) + data;
+}
 
 // A chunk of the IFF kind.
 inline BYTES Chunk(const char (&id)[5], const BYTES &contents)
@@ -83,6 +105,21 @@ inline REFILL Refill(const MODULE &module, uint64_t position, uint32_t length,
     EXPECT_LE(refill.Length, length) << path;
     refill.Bytes.resize(length);
     return refill;
+}
+
+// Unloads and frees a track, also one without buffers.
+inline void UnLoad(AudioTrack *track)
+{
+    const std::unique_ptr<AudioTrack> left(track->Buffer[0] ? nullptr : track);
+    Audio_UnLoad(track);
+}
+
+inline void ResetModules()
+{
+    Audio_Destroy();
+    for (const AUDIO_MODULE &module : Audio_Modules)
+        if (module.SetSoundNumber)
+            module.SetSoundNumber(0);
 }
 
 // While it lives, files are read by the formats' rules.
@@ -145,11 +182,9 @@ inline void CheckFormat(const FORMAT_ROW &row)
         std::vector<int> samples;
         size_t at = 0;
         while (at < bytes.size()) {
-            const auto value =
-                static_cast<int64_t>(Bytes_GetLittle(bytes, at, static_cast<int>(row.Bits / 8)));
-            const int64_t full = int64_t{1} << row.Bits;
-            samples.push_back(
-                static_cast<int>(row.Bits > 8 && value >= full / 2 ? value - full : value));
+            const uint32_t value = Bytes_GetLittle(bytes, at, static_cast<int>(row.Bits / 8));
+            const uint32_t sign = row.Bits > 8 ? 1u << (row.Bits - 1) : 0;
+            samples.push_back(static_cast<int>((value ^ sign) - sign));
         }
         EXPECT_EQ(samples, row.Samples) << "buffers of " << frames[0];
     }

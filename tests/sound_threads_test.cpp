@@ -6,9 +6,8 @@
 #include <mutex>
 #include <thread>
 
-#include "audio/audio.h"
 #include "audio/mp3.h"
-#include "tests/files.h"
+#include "tests/sound_files.h"
 
 namespace
 {
@@ -60,14 +59,11 @@ static std::string Finish(const LOADED &loaded)
     std::string text = std::to_string(track->Type) + ' ' + std::to_string(track->Channels) + ' ' +
                        std::to_string(track->SamplingRate) + ' ' +
                        std::to_string(track->BitsPerSample) + ' ' + loaded.Reason;
-    const bool freed = track->Buffer[0];
-    for (int i = 0; freed && i < 12 && track->Length[0] != 0; i++) {
+    for (int i = 0; track->Buffer[0] && i < 12 && track->Length[0] != 0; i++) {
         text += ' ' + std::to_string(Digest({track->Buffer[0].load(), track->Length[0]}));
         Audio_LoadBuffers(track, 1);
     }
-    Audio_UnLoad(track);
-    if (!freed)
-        delete track;
+    UnLoad(track);
     return text;
 }
 
@@ -119,16 +115,14 @@ TEST(SoundThreads, FourAsOne)
 // Each thread has its own rules, which its records keep.
 TEST(SoundThreads, Rules)
 {
-    Audio_Rules = AUDIO_RULES_FORMAT;
+    const FORMAT_RULES rules;
     const auto rulesOf = [] {
         AudioTrack *track = Audio_Load(TEST_DATA "mp3_joint.mp3");
-        const uint8_t rules = static_cast<MP3_HEADER *>(track->Record.get())->Rules;
+        const uint8_t kept = static_cast<MP3_HEADER *>(track->Record.get())->Rules;
         Audio_UnLoad(track);
-        return rules;
+        return kept;
     };
     EXPECT_EQ(rulesOf(), AUDIO_RULES_FORMAT);
     std::thread([&] { EXPECT_EQ(rulesOf(), AUDIO_RULES_FRAMEWORK); }).join();
-    Audio_Rules = AUDIO_RULES_FRAMEWORK;
-    Audio_Destroy();
-    Audio_Modules[AUDIO_MP3].SetSoundNumber(0);
+    ResetModules();
 }

@@ -260,19 +260,20 @@ TEST(Sounds, FormatRules)
         CheckFormat(row);
 }
 
-// For every module, in their order, a file that uses most of its header.
+// For every module, in their order, and MP3, a file that uses most of its header.
 static const BYTES Samples[] = {
     ReadFile(TEST_DATA "sounds/wav/waveformatextensible-24bit-192kHz-mono.wav"),
     VocFile({8, 4, 0, 0, 0x54, 0xE9, 4, 1, 1, 9, 0, 0, 0xA6, 6, 1, 2, 3, 4}),
     AuFile(4, Data),
     IffFile("16SV", Vhdr + Chunk("ANNO", Data) + Chunk("BODY", Data)),
     IffFile("AIFC", Comm(16, Text("alaw")) + Chunk("NAME", Data) + Chunk("SSND", Data)),
+    ReadFile(TEST_DATA "mp3_joint.mp3"),
 };
 
 TEST(Sounds, Records)
 {
-    for (size_t i = 0; i < std::size(Modules); i++) {
-        const MODULE *module = Modules[i];
+    for (size_t i = 0; i < std::size(Samples); i++) {
+        const MODULE *module = i < std::size(Modules) ? Modules[i] : &Mp3;
         SCOPED_TRACE(module->Name);
         const FACTS facts = LoadBytes(*module, Samples[i]);
         module->Load(TempPath("absent").c_str());
@@ -286,7 +287,7 @@ TEST(Sounds, Records)
         module->Load(WriteTemp("sound", {}).c_str());
         EXPECT_NE(module->Facts(3), facts) << "a slot is filled anew";
         module->Destroy();
-        for (const uint8_t n : std::array<uint8_t, 3>{0, 31, 255}) {
+        for (const uint8_t n : BYTES{0, 31, 32, 255}) {
             EXPECT_EQ(module->Facts(n), FACTS{});
             uint32_t length = 100;
             module->Decoding(nullptr, nullptr, &length, n);
@@ -311,21 +312,16 @@ TEST(Sounds, Prefixes)
 
 TEST(Sounds, Reasons)
 {
-    const auto wave = [](const BYTES &format, uint32_t size, const BYTES &rest = {}) {
-        return Text("RIFF\0\0\0\0WAVE") + rest + Text("fmt \x10\0\0\0") + format +
-               Number(8000, -4) + Number(0, -4) + Number(2, -2) + Number(16, -2) + Text("data") +
-               Number(size, -4) + Data;
-    };
-    const BYTES linear = {1, 0, 1, 0}, other = {85, 0, 1, 0}, form = Text("SSND\0\0\0\x63");
+    const BYTES wave = WaveFile(1, 1, 16, Data), form = Text("SSND\0\0\0\x63");
     const struct {
         const MODULE &module;
         BYTES file;
         const char *reason;
     } rows[] = {
-        {Wav, wave(linear, 7), ""},
-        {Wav, wave(linear, 9), "cut after 7 of 9 bytes of sound"},
-        {Wav, wave(linear, UINT32_MAX), ""},
-        {Wav, wave(other, 7), "format tag 85"},
+        {Wav, wave, ""},
+        {Wav, Prefix(wave, wave.size() - 2), "cut after 5 of 7 bytes of sound"},
+        {Wav, Prefix(wave, 40) + BYTES(4, 0xFF) + Data, ""},
+        {Wav, WaveFile(85, 1, 16, Data), "format tag 85"},
         {Wav, Text("RIFF"), "format tag 0"},
         {Voc, VocFile({1, 9, 0, 0, 0xA6, 1}), "codec 1"},
         {Voc, VocFile({}), "no sound block"},
