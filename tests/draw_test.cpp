@@ -141,8 +141,7 @@ TEST(Drawing, PointsOfALine)
     for (const auto &r : rows) {
         POINTS xs(5, 7), ys(5, 7);
         EXPECT_EQ(Picture_GetLineXY(r.x1, r.y1, r.x2, r.y2, xs.data(), ys.data()), r.last);
-        EXPECT_EQ(xs, r.xs) << "to " << r.x2;
-        EXPECT_EQ(ys, r.ys) << "to " << r.x2;
+        EXPECT_EQ(std::pair(xs, ys), std::pair(r.xs, r.ys)) << "to " << r.x2;
     }
 }
 

@@ -108,4 +108,7 @@ TEST(Shell, ParametersBeyondTheirSlotsAreCut)
     Velmorandis_SetParamStr(many.data());
     for (int i = 0; i < 16; i++)
         EXPECT_EQ(std::string(Velmorandis_ParamStr(i)), longer.substr(0, 127)) << i;
+    EXPECT_EQ(System_StrLen(Velmorandis_ParamStr(0)), 127);
+    EXPECT_EQ(System_min(-2, Velmorandis_ParamCount()), -2);
+    EXPECT_EQ(System_min(50, Velmorandis_ParamCount()), 40);
 }

@@ -124,8 +124,7 @@ static BYTES MakeGIF(const std::vector<std::array<uint8_t, 3>> &frames)
                Number(left, 1) + Text("\0\0\0\1\0\1\0\0\2\2") +
                Number(4 | colour << 3 | 5 << 6, -2) + Number(0, 1);
     }
-    file.push_back(0x3B);
-    return file;
+    return file + Text(";");
 }
 
 TEST(Viewer, FramesAreComposedOrAlone)

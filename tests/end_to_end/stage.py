@@ -31,14 +31,15 @@ class Display:
         self.server.wait()
         self.server.stdout.close()
 
+    def run(self, *words):
+        return subprocess.run(words, env=dict(os.environ, DISPLAY=self.name), check=True, capture_output=True).stdout
+
     def xdotool(self, *arguments):
-        return subprocess.run(["xdotool", *map(str, arguments)], env=dict(os.environ, DISPLAY=self.name),
-                              check=True, capture_output=True, text=True).stdout
+        return self.run("xdotool", *map(str, arguments)).decode()
 
     def pixels(self, points):
         """Pixels of the screen, from a window dump (X11/XWDFile.h): the blue byte comes first."""
-        dump = subprocess.run(["xwd", "-root", "-silent"], env=dict(os.environ, DISPLAY=self.name), check=True,
-                              capture_output=True).stdout
+        dump = self.run("xwd", "-root", "-silent")
         header = struct.unpack(">25I", dump[:100])
         start = header[0] + header[19] * 12
         places = [start + y * header[12] + x * (header[11] // 8) for x, y in points]
