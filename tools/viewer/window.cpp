@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
@@ -878,6 +879,7 @@ void Paint()
 
 static bool Open(const char *title)
 {
+    std::signal(SIGPIPE, SIG_IGN);  // a display that goes away is noticed below
     view = {};
     view.Turn = Canvas_TurnOf(1);
     GLFEW_Samples = 0;  // nothing has slanted edges
