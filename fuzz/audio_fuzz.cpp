@@ -20,13 +20,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Audio_Rules = choice & 1;
     Audio_SetHz(44100);
     Audio_SetBPS(choice & 2 ? 8 : 16);
-    Audio_SetChannel(choice % 16 == 0 ? 2 : 24);  // so that a buffer holds few frames
+    Audio_SetChannel(choice % 16 == 0 ? 2 : 64);  // so that a buffer holds few frames
     AudioTrack *track =
         choice & 4 ? Audio_Load(FuzzFile(data, size).c_str()) : Audio_LoadBytes({data, size});
     track->Capacity = 2048 + choice;
     if (track->Buffer[0]) {
         Audio_LoadBuffers(track, 3);
-        for (const uint64_t frame : {size % 5000, size % 77, size_t{9000}})
+        for (const uint64_t frame : {size % 77, choice & 8 ? 9000 : size % 5000})
             Leap(track, frame);
         Audio_UnLoad(track);
     } else {

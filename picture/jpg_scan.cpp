@@ -674,8 +674,11 @@ static void DecodeScan(PICTURE &picture, uint8_t *pixels)
 {
     SCAN scan = MakeScan(picture);
     const JPG_DECODE decode = DecoderOf(picture, scan);
-    if (!decode)
+    if (!decode) {
+        if (JPG_Position + 1 < JPG_File.size())  // else it is cut, which is noted after the scans
+            Reason_Set("scan %d has a header that makes no sense", picture.Scans);
         return;
+    }
     size_t mcu = 0, next = 0;  // next: MCU at which the current interval ends
     bool good = false;
     for (size_t y = 0; y < scan.Down; y++) {

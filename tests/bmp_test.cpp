@@ -114,6 +114,7 @@ TEST(BMP, FormatsOwnRules)
          "02 02 03 03"},
         {"runs of 4 bits", Bmp(40, 3, 2, 4, 2, "", greys, "0312 0000 0003 1230 0001"),
          "02 03 04 02 03 02"},
+        {"literals cut short", Bmp(40, 4, 1, 4, 2, "", greys, "0004 12"), "02 03 01 01"},
         {"an index beyond the palette is black", Bmp(40, 1, 1, 8, 0, "", greys, "FF000000"), "00"},
         {"rows missing", Bmp(40, 1, 2, 24, 0, "", "", "01020300"), "- 030201FF",
          "cut after 1 of 2 rows"},

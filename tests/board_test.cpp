@@ -14,6 +14,15 @@ static void Window(int width, int height, int columns, int rows)
     yDim = static_cast<uint8_t>(rows);
 }
 
+static std::pair<int, int> CellAt(double mouseX, double mouseY)
+{
+    System_MouseX = static_cast<uint16_t>(mouseX);
+    System_MouseY = static_cast<uint16_t>(mouseY);
+    uint8_t x, y;
+    Get3DMouseXY(&x, &y);
+    return {x, y};
+}
+
 TEST(Picking, CellsLieOnAGridOverTheWindow)
 {
     const struct {
@@ -33,12 +42,7 @@ TEST(Picking, CellsLieOnAGridOverTheWindow)
     };
     for (const auto &r : rows) {
         Window(1024, 768, r.columns, r.rows);
-        System_MouseX = static_cast<uint16_t>(r.mouseX);
-        System_MouseY = static_cast<uint16_t>(r.mouseY);
-        uint8_t x, y;
-        Get3DMouseXY(&x, &y);
-        EXPECT_EQ(x, r.x) << r.what;
-        EXPECT_EQ(y, r.y) << r.what;
+        EXPECT_EQ(CellAt(r.mouseX, r.mouseY), std::pair(r.x, r.y)) << r.what;
     }
 }
 
@@ -72,13 +76,7 @@ TEST(Picking, TheCellUnderTheCursorIsTheOneDrawnThere)
                 for (const int x : {0, columns / 2, columns - 1})
                     for (const int y : {0, rows / 2, rows - 1}) {
                         const auto [px, py] = DrawnAt(x, y);
-                        System_MouseX = static_cast<uint16_t>(px + 0.5);
-                        System_MouseY = static_cast<uint16_t>(py + 0.5);
-                        uint8_t cx, cy;
-                        Get3DMouseXY(&cx, &cy);
-                        ASSERT_EQ(cx, x)
-                            << columns << 'x' << rows << " in " << width << 'x' << height;
-                        ASSERT_EQ(cy, y)
+                        ASSERT_EQ(CellAt(px + 0.5, py + 0.5), std::pair(x, y))
                             << columns << 'x' << rows << " in " << width << 'x' << height;
                     }
             }

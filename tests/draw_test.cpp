@@ -56,6 +56,15 @@ TEST(Drawing, Points)
     SAMPLE cut("ab/cd/", 2), none("ab/", 2);
     cut.BufferHeight = 1;
     none.Pixels = nullptr;
+    const auto otherKey = [&] {
+        Picture_SetColor('-', 1, 2, 4);
+        Picture_Draw(0, 1, 2, 2, keys);
+        Picture_SetColor('-', 1, 2, 3);
+    };
+    const auto inverted = [&] {
+        Picture_Inverse(0, 1, 3, 2, abc);
+        EXPECT_EQ(Graphics_GetPixel(0, 1), 0x03FDFE9Eu);
+    };
     const struct {
         const char *what;
         std::function<void()> draw;
@@ -71,21 +80,10 @@ TEST(Drawing, Points)
         {"a wider buffer", [&] { Picture_Draw(0, 1, 4, 2, wide); }, "ccdd/aabb"},
         {"a buffer cut short", [&] { Picture_Draw(0, 1, 2, 2, cut); }, "/ab"},
         {"nothing but key", [&] { Picture_Draw(0, 3, 6, 4, keys); }, ""},
-        {"another alpha is no key",
-         [&] {
-             Picture_SetColor('-', 1, 2, 4);
-             Picture_Draw(0, 1, 2, 2, keys);
-             Picture_SetColor('-', 1, 2, 3);
-         },
-         "--/--"},
+        {"another alpha is no key", otherKey, "--/--"},
         {"key replaced", [&] { Picture_CDraw(0, 1, 3, 2, abc, 'K', 9, 9, 9); }, "Kcd/abK"},
         {"all replaced", [&] { Picture_CDraw(0, 1, 4, 2, keys, 'K', 9, 9, 9); }, "KKKK/KKKK"},
-        {"inverted",
-         [&] {
-             Picture_Inverse(0, 1, 3, 2, abc);
-             EXPECT_EQ(Graphics_GetPixel(0, 1), 0x03FDFE9Eu);
-         },
-         "\xD2\x9C\x9B/\x9E\x9D\xD2"},
+        {"inverted", inverted, "\xD2\x9C\x9B/\x9E\x9D\xD2"},
         {"no pixels", [&] { Picture_Draw(0, 3, 6, 4, none); }, ""},
         {"a pixel", [&] { Picture_PutPixel(2, 1, &abc, 4); }, "/..b"},
         {"the last one", [&] { Picture_PutPixel(0, 0, &abc, 20); }, "d"},
@@ -143,8 +141,7 @@ TEST(Drawing, PointsOfALine)
     for (const auto &r : rows) {
         POINTS xs(5, 7), ys(5, 7);
         EXPECT_EQ(Picture_GetLineXY(r.x1, r.y1, r.x2, r.y2, xs.data(), ys.data()), r.last);
-        EXPECT_EQ(xs, r.xs) << "to " << r.x2;
-        EXPECT_EQ(ys, r.ys) << "to " << r.x2;
+        EXPECT_EQ(std::pair(xs, ys), std::pair(r.xs, r.ys)) << "to " << r.x2;
     }
 }
 

@@ -52,21 +52,20 @@ void __wrap_free(void *memory)
     __real_free(memory);
 }
 
-ssize_t __wrap_pread(int file, void *out, size_t count, off_t position)
+static bool Fails(FAULT &fault = Faults_Files)
 {
     errno = EIO;
-    return Faults_Reads.Strikes() ? -1 : __real_pread(file, out, count, position);
+    return fault.Strikes();
+}
+
+ssize_t __wrap_pread(int file, void *out, size_t count, off_t position)
+{
+    return Fails(Faults_Reads) ? -1 : __real_pread(file, out, count, position);
 }
 
 static int Number(void *cookie)
 {
     return static_cast<int>(reinterpret_cast<intptr_t>(cookie));
-}
-
-static bool Fails()
-{
-    errno = EIO;
-    return Faults_Files.Strikes();
 }
 
 int __wrap_open(const char *path, int flags, mode_t mode)
@@ -76,9 +75,8 @@ int __wrap_open(const char *path, int flags, mode_t mode)
 
 static bool ReadFails(FILE *file)
 {
-    if (!Faults_Reads.Strikes())
+    if (!Fails(Faults_Reads))
         return false;
-    errno = EIO;
     file->_flags |= 0x20;  // what ferror() tells
     return true;
 }

@@ -35,8 +35,7 @@ static std::vector<std::string> Files()
 // Loads a file while the fault is armed; a GIF's last frame is composed, too.
 static RESULT LoadWith(const std::string &path, FAULT &fault, long left)
 {
-    fault.Struck = false;
-    fault.Left = left;
+    fault = {left, fault.Lasting};
     const Picture picture = Picture_Load(path.c_str(), 0, 0);
     GIF_CANVAS canvas;
     if (picture.Pixels && picture.Format == PICTURE_GIF && Picture_Rules == PICTURE_RULES_FORMAT)

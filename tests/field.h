@@ -43,6 +43,17 @@ inline void FieldFromText(const char *text)
     Extra_SetHeap(0, 0);
 }
 
+// The mines: '*' mine, '.' none.
+inline std::string MinesToText()
+{
+    std::string text;
+    for (size_t i = 0; i < size_t{yDim} * (xDim + 1u); i++) {
+        const size_t x = i % (xDim + 1u), y = i / (xDim + 1u);
+        text += x == xDim ? '\n' : MineField[x][y].content == CONTENT_MINE ? '*' : '.';
+    }
+    return text;
+}
+
 // What the player sees: '#' covered, '*' mine, 'F' flag, '?' question mark, digit: number, '.'
 // empty.
 inline std::string FieldToText()

@@ -35,9 +35,7 @@ protected:
     {
         std::filesystem::create_directories(folder + "/datas");
         std::filesystem::current_path(folder);
-        xDim = 8;
-        yDim = 9;
-        nMines = 10;
+        xDim = 8, yDim = 9, nMines = 10;
         NameHiscoreFile();
     }
     void TearDown() override
@@ -61,8 +59,7 @@ constexpr char defaultEntry[] = "NoName\n59:59:59:1000, 10000\n";
 TEST_F(Hiscore, FileNameTellsTheField)
 {
     EXPECT_STREQ(fnHiscore.data(), "datas/topten_8x9_10.txt");
-    xDim = yDim = 64;
-    nMines = 255;
+    xDim = yDim = 64, nMines = 255;
     NameHiscoreFile();
     EXPECT_STREQ(fnHiscore.data(), "datas/topten_64x64_255.txt");
 }
@@ -99,8 +96,7 @@ TEST_F(Hiscore, ResultsFindTheirPlaceInTheFileAsItIs)
 {
     const auto save = [](const char *record, const char *name, const char *instead) {
         const HISCORE_SAVED saved = SaveHiscore(record, name, instead);
-        EXPECT_EQ(saved.ReadError, 0) << record;
-        EXPECT_EQ(saved.WriteError, 0) << record;
+        EXPECT_EQ(saved.ReadError | saved.WriteError, 0) << record;
         return saved.Place;
     };
     constexpr char quick[] = "00:00:10:0000, 00009", slow[] = "00:01:00:0000, 00020",
@@ -144,7 +140,7 @@ TEST_F(Hiscore, AFailingCallLosesNothing)
         fault = {left, fault.Lasting};
         const HISCORE_SAVED saved = SaveHiscore("00:00:01:0000, 00002", "Bob", nullptr);
         fault.Left = -1;
-        return saved.ReadError != 0 || saved.WriteError != 0;
+        return (saved.ReadError | saved.WriteError) != 0;
     };
     for (const std::string &old : {table, std::string("Anna\n00:00:1")})
         for (FAULT *fault : {&Faults_Memory, &Faults_Reads, &Faults_Files})

@@ -40,44 +40,28 @@ TEST(Minefield, ParametersAreTakenOrReplaced)
     }
 }
 
-static std::string Mines()
-{
-    std::string text;
-    for (size_t y = 0; y < yDim; y++) {
-        for (size_t x = 0; x < xDim; x++)
-            text += MineField[x][y].content == CONTENT_MINE ? '*' : '.';
-        text += '\n';
-    }
-    return text;
-}
-
 TEST(Minefield, MinesAndCountsAgree)
 {
     const struct {
         uint8_t x, y, mines;
         uint16_t seed = 4711, seed2 = 1234;
-    } rows[] = {{10, 10, 20},
-                {2, 2, 3},
-                {64, 64, 255},
-                {7, 3, 0},
-                {3, 3, 8},
-                {16, 16, 255, 57495, 13223}};  // these seeds lead into a cycle without a free cell
+    } rows[] = {
+        // clang-format off
+        {10, 10, 20}, {2, 2, 3}, {64, 64, 255}, {7, 3, 0}, {3, 3, 8},
+        {16, 16, 255, 57495, 13223},  // these seeds lead into a cycle without a free cell
+        // clang-format on
+    };
     for (const auto &r : rows) {
-        System_RND = r.seed;
-        System_RND2 = r.seed2;
-        xDim = r.x;
-        yDim = r.y;
-        nMines = r.mines;
+        System_RND = r.seed, System_RND2 = r.seed2;
+        xDim = r.x, yDim = r.y, nMines = r.mines;
         GenerateMinefield();
         const auto generated = MineField;
-        const std::string mines = Mines();
+        const std::string mines = MinesToText();
         EXPECT_EQ(std::ranges::count(mines, '*'), r.mines);
         FieldFromText(mines.c_str());
-        for (size_t i = 0; i < MaxDim * MaxDim; i++) {
-            const MineCell &cell = generated[i % MaxDim][i / MaxDim];
-            const MineCell &expected = MineField[i % MaxDim][i / MaxDim];
-            if (i % MaxDim >= r.x || i / MaxDim >= r.y)
-                continue;
+        for (size_t i = 0; i < size_t{r.x} * r.y; i++) {
+            const MineCell &cell = generated[i % r.x][i / r.x];
+            const MineCell &expected = MineField[i % r.x][i / r.x];
             EXPECT_TRUE(cell.state == expected.state && cell.content == expected.content) << i;
             EXPECT_TRUE(cell.count == expected.count || cell.content == CONTENT_MINE) << i;
         }
@@ -87,8 +71,7 @@ TEST(Minefield, MinesAndCountsAgree)
 TEST(Minefield, AFieldFollowsFromItsSeed)
 {
     System_RND = System_RND2 = 0;
-    xDim = yDim = 4;
-    nMines = 3;
+    xDim = yDim = 4, nMines = 3;
     GenerateMinefield();
-    EXPECT_EQ(Mines(), "....\n..**\n....\n...*\n");
+    EXPECT_EQ(MinesToText(), "....\n..**\n....\n...*\n");
 }

@@ -36,11 +36,10 @@ TEST(Moves, AFieldWithoutMinesOpensAtOnce)
         field += std::string(MaxDim, '.') + '\n';
     FieldFromText(field.c_str());
     Click(17, 40, 1);
-    for (size_t x = 0; x < MaxDim; x++)
-        for (size_t y = 0; y < MaxDim; y++) {
-            ASSERT_TRUE(MineField[x][y].state == STATE_EMPTY && MineField[x][y].turnSteps == 90)
-                << x << ' ' << y;
-        }
+    EXPECT_EQ(FieldToText(), field);
+    for (const auto &column : MineField)
+        for (const MineCell &cell : column)
+            ASSERT_EQ(cell.turnSteps, 90);
 }
 
 TEST(Moves, ANumberByTwoCellsOfARegionTurnsOnce)

@@ -336,7 +336,8 @@ TEST(Inflate, Streams)
              Length(0) + "00 11",
          "a", false},
         {"stored bytes cut short",
-         zlib + "1 00 00000" + Digits(3, 16, false) + Digits(~3, 16, false) + "10000110 01000110",
+         zlib + "1 00 00000" + Digits(3, 16, false) + Digits(0xFFFC, 16, false) +
+             "10000110 01000110",
          "ab", false},
         {"a block that is not the last", zlib + "0 10 " + a + end + fixed + a + end, "aa", true},
     };

@@ -21,7 +21,7 @@ static const struct SORT {
 } sorts[] = {
     {"selection", Extra_SelectionSort, 4000}, {"insertion", Extra_InsertSort, 4000},
     {"heap", Extra_HeapSort, 65535},          {"bubble", Extra_BubbleSort, 3000},
-    {"merge", Extra_MergeSort, 65535},        {"quick", Extra_QuickSort, 65535},
+    {"merge", Extra_MergeSort, 65535},        {"quick", Extra_QuickSort, 30000},
     {"cruiser", Extra_CruiserSort, 200},
 };
 

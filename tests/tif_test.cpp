@@ -259,6 +259,15 @@ TEST(TIF, LZWStrings)
     for (const auto &r : rows)
         EXPECT_EQ(Show(MakeLZW(r.codes, 8, r.predictor)), r.pixels) << r.what;
 
+    // strings longer than a copy's chunk: each is the one before it and a 1
+    std::vector<uint32_t> growing = {256, 1, 2, 258};
+    std::string shown = "01 02 01 02";
+    for (uint32_t i = 0; i < 20; i++) {
+        growing.push_back(260 + i);
+        shown += " 01 02 01" + Repeat(" 01", static_cast<int>(i));
+    }
+    EXPECT_EQ(Show(MakeLZW(growing, 4 + 3 * 20 + 190, 1)), shown);
+
     // a table that fills up and keeps its strings: code 258 + i is the pair from byte i
     std::vector<uint32_t> codes = {256};
     for (uint32_t i = 0; i < 5000; i++)

@@ -40,8 +40,7 @@ static RESULT Run(const std::string &words, FAULT &fault, long left)
     testing::internal::CaptureStderr();
     RESULT result;
     const long live = Faults_Live();
-    fault.Struck = false;
-    fault.Left = left;
+    fault = {left, fault.Lasting};
     result.Status = Tool_Main(static_cast<int>(arguments.size()), arguments.data());
     fault.Left = -1;
     result.Leaked = Faults_Live() - live;

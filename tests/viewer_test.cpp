@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/files.h"
+#include "tests/pictures.h"
 #include "tools/common/text.h"
 #include "tools/viewer/ahead.h"
 #include "tools/viewer/encode.h"
@@ -85,8 +85,7 @@ TEST(Viewer, HalvesAreMeansWeightedByAlpha)
         30, 30, 30, 255, 41, 41, 41, 255, 255, 255, 255, 0,
     };
     const VIEWER_IMAGE half = Viewer_Halve({3, 2, 3, pixels.data()});
-    EXPECT_EQ(half.Width, 2u);
-    EXPECT_EQ(half.Height, 1u);
+    EXPECT_EQ(Viewer_Size(half.Width, half.Height), "2x1");
     EXPECT_EQ(BYTES(half.Pixels.begin(), half.Pixels.end()),
               (BYTES{25, 25, 25, 255, 0, 0, 0, 128}));
     // The left half of the middle column goes to the left one.
@@ -121,21 +120,16 @@ static BYTES MakeGIF(const std::vector<std::array<uint8_t, 3>> &frames)
     BYTES file = Text("GIF89a\3\0\1\0\x80\0\0\xFF\0\0\0\0\xFF");
     for (const auto &[left, disposal, colour] : frames) {
         // 3-bit codes: clear, the colour, end. The index 3, which is transparent, is not used.
-        const uint16_t codes = static_cast<uint16_t>(4 | colour << 3 | 5 << 6);
-        BYTES frame = Text("!\xF9\4d\xA\0\3\0,l\0\0\0\1\0\1\0\0\2\2cc\0");
-        frame[3] = static_cast<uint8_t>(disposal << 2 | 1);
-        frame[9] = left;
-        frame[20] = static_cast<uint8_t>(codes);
-        frame[21] = static_cast<uint8_t>(codes >> 8);
-        file = file + frame;
+        file = file + Text("!\xF9\4") + Number(disposal << 2 | 1, 1) + Text("\xA\0\3\0,") +
+               Number(left, 1) + Text("\0\0\0\1\0\1\0\0\2\2") +
+               Number(4 | colour << 3 | 5 << 6, -2) + Number(0, 1);
     }
-    file.push_back(0x3B);
-    return file;
+    return file + Text(";");
 }
 
 TEST(Viewer, FramesAreComposedOrAlone)
 {
-    Picture_Rules = PICTURE_RULES_FORMAT;
+    const RULES rules(PICTURE_RULES_FORMAT);
     const std::string path =
         WriteTemp("frames.gif", MakeGIF({{0, 1, 0}, {1, 2, 1}, {2, 3, 1}, {1, 0, 0}}));
     const auto file = Viewer_Open(path, VIEWER_HALVED);
@@ -154,26 +148,35 @@ TEST(Viewer, FramesAreComposedOrAlone)
     const struct {
         uint32_t n;
         const char *composed, *alone;
-    } rows[] = {{0, "r--", "r--"},
-                {1, "rb-", "-b-"},
-                {2, "r-b", "--b"},
-                {3, "rr-", "-r-"},
-                {1, "rb-", "-b-"}};  // back again
+    } rows[] = {
+        // clang-format off
+        {0, "r--", "r--"}, {1, "rb-", "-b-"}, {2, "r-b", "--b"}, {3, "rr-", "-r-"},
+        {1, "rb-", "-b-"},  // back again
+        // clang-format on
+    };
     for (const auto &r : rows) {
         EXPECT_EQ(look(Viewer_Frame(*file, r.n, canvas)), r.composed) << r.n;
         lone = {};
         EXPECT_EQ(look(Viewer_LoneFrame(*file, r.n, lone)), r.alone) << r.n;
     }
-    Picture_Rules = PICTURE_RULES_FRAMEWORK;
+}
+
+using ENCODER = std::string(const VIEWER_PIXELS &, FILE *);
+
+static void Write(const std::string &path, ENCODER *encode, const VIEWER_IMAGE &image)
+{
+    FILE *out = std::fopen(path.c_str(), "wb");
+    EXPECT_EQ(encode(Viewer_Pixels(image), out), "");
+    std::fclose(out);
 }
 
 // Pixels of every kind through each writable format and back.
 TEST(Viewer, WhatIsWrittenIsReadBack)
 {
-    Picture_Rules = PICTURE_RULES_FORMAT;
+    const RULES rules(PICTURE_RULES_FORMAT);
     const struct {
         const char *what, *name;
-        std::string (*encode)(const VIEWER_PIXELS &, FILE *);
+        ENCODER *encode;
         uint32_t bits[4];  // of grey, colour, either with alpha
     } formats[] = {
         {"PAM", "a.pam", Encode_PAM, {32, 32, 32, 32}},
@@ -188,26 +191,21 @@ TEST(Viewer, WhatIsWrittenIsReadBack)
                 uint32_t noise = 1;
                 for (size_t i = 0; i < image.Pixels.size(); i++) {
                     noise = noise * 1664525 + 1013904223;  // a part of it, so that filters differ
-                    const size_t x = i / 4 % width, y = i / 4 / width,
-                                 c = kind % 2 == 0 ? 0 : i % 4;
-                    const size_t value = i % 4 == 3 ? (kind < 2 ? 255 : x + 1)
-                                                    : x * (c + 1) + y * 3 + (y % 7 == 0) * noise;
-                    image.Pixels[i] = static_cast<uint8_t>(value >> (y % 3 == 2));
-                    if (i % 4 == 3 && kind < 2)
-                        image.Pixels[i] = 255;
-                    else if (i % 4 != 3 && kind % 2 == 0 && i % 4 != 0)
-                        image.Pixels[i] = image.Pixels[i / 4 * 4];
+                    const size_t x = i / 4 % width, y = i / 4 / width, c = i % 4;
+                    const size_t value =
+                        c == 3 ? x + 1 : x * (c + 1) + y * 3 + (y % 7 == 0) * noise;
+                    image.Pixels[i] = c == 3 && kind < 2 ? 255
+                                      : c % 3 != 0 && kind % 2 == 0
+                                          ? image.Pixels[i - c]
+                                          : static_cast<uint8_t>(value >> (y % 3 == 2));
                 }
                 const std::string path = TempPath(format.name);
-                FILE *out = std::fopen(path.c_str(), "wb");
-                EXPECT_EQ(format.encode(Viewer_Pixels(image), out), "");
-                std::fclose(out);
+                Write(path, format.encode, image);
                 const auto file = Viewer_Open(path, VIEWER_PLAIN);
                 ASSERT_TRUE(file->Record) << file->Reason;
                 EXPECT_EQ(file->Bits, format.bits[kind]);
                 EXPECT_TRUE(Viewer_Copy(Viewer_Pixels(*file)).Pixels == image.Pixels);
             }
-    Picture_Rules = PICTURE_RULES_FRAMEWORK;
 }
 
 static std::shared_ptr<const VIEWER_FILE> Await(const AHEAD_KEY &key)
@@ -222,13 +220,11 @@ static std::shared_ptr<const VIEWER_FILE> Await(const AHEAD_KEY &key)
 
 TEST(Viewer, DecodesAheadByTheCallersRules)
 {
-    Picture_Rules = PICTURE_RULES_FORMAT;
+    const RULES rules(PICTURE_RULES_FORMAT);
     // 12 rows of 3 bytes are padded by the format's rules; a GIF carries its frames.
     const VIEWER_IMAGE image = ImageOf(std::vector<std::string>(400, std::string(300, 'x')));
     const std::string bmp = TempPath("ahead.bmp");
-    FILE *out = std::fopen(bmp.c_str(), "wb");
-    Encode_BMP(Viewer_Pixels(image), out);
-    std::fclose(out);
+    Write(bmp, Encode_BMP, image);
     const std::string gif = WriteTemp("ahead.gif", MakeGIF({{0, 1, 0}, {1, 1, 1}}));
     const AHEAD_KEY large{bmp}, small{bmp, VIEWER_SMALL}, animated{gif}, absent{"absent"};
     Ahead_Start();
@@ -254,5 +250,4 @@ TEST(Viewer, DecodesAheadByTheCallersRules)
     }
     Ahead_Stop();
     EXPECT_TRUE(kept->Record);
-    Picture_Rules = PICTURE_RULES_FRAMEWORK;
 }

@@ -44,7 +44,9 @@ static bool HasOddMasks()
 // there.
 static bool HasGap(std::span<const uint8_t> file)
 {
-    size_t position = 10;
+    size_t position = 10, colours = 46;
+    if (Bytes_GetLittle(file, colours, 4) > 256)
+        return true;  // it believes that number and allocates as much
     const BMP_HEADER &h = BMP_Header;
     const uint32_t masks = h.Compression == 3 && h.HeaderSize == 40 ? 12 : 0;
     const uint32_t palette = h.BitsPerPixel <= 8 ? uint32_t{h.PaletteEntry} << h.BitsPerPixel : 0;

@@ -1,4 +1,4 @@
-"""Programs on sound cards that are emulated by files."""
+"""Programs in a folder of each test's own, and sound cards that are emulated by files."""
 
 import os
 import subprocess
@@ -11,12 +11,12 @@ ABSENT = "type hw card 31"
 FILE = 'type file file "FOLDER/captured" format raw slave.pcm { type null }'
 
 
-class Cards(unittest.TestCase):
-    """Each test's own folder, in which the programs run and the cards write."""
+class Programs(unittest.TestCase):
+    """Each test's own folder, in which the programs run."""
 
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory()
-        self.environment = dict(os.environ, ALSA_CONFIG_PATH=self.path("alsa.conf"), JACK_NO_START_SERVER="1")
+        self.environment = dict(os.environ)
 
     def tearDown(self):
         self.folder.cleanup()
@@ -31,13 +31,22 @@ class Cards(unittest.TestCase):
     def write(self, name, data):
         with open(self.path(name), "wb") as file:
             file.write(data)
-
-    def devices(self, **devices):
-        cards = "".join(f"pcm.!{name} {{ {device} }}\n" for name, device in devices.items())
-        self.write("alsa.conf", cards.replace("FOLDER", self.folder.name).encode())
+        return file.name
 
     def run_program(self, *words):
         """Returns the status, the output, and the errors."""
         run = subprocess.run([*map(str, words)], env=self.environment, cwd=self.folder.name, capture_output=True,
                              text=True, timeout=300)
         return run.returncode, run.stdout, run.stderr
+
+
+class Cards(Programs):
+    """The same with cards that write there."""
+
+    def setUp(self):
+        super().setUp()
+        self.environment.update(ALSA_CONFIG_PATH=self.path("alsa.conf"), JACK_NO_START_SERVER="1")
+
+    def devices(self, **devices):
+        cards = "".join(f"pcm.!{name} {{ {device} }}\n" for name, device in devices.items())
+        self.write("alsa.conf", cards.replace("FOLDER", self.folder.name).encode())

@@ -2,9 +2,9 @@
 // per line: '*' mine, '.' none. With a fixed time of day it tells a test where the mines are.
 #include <cstdio>
 
-#include "game/minefield.h"
 #include "platform/state.h"
 #include "platform/system.h"
+#include "tests/field.h"
 
 int main(int argc, char **argv)
 {
@@ -14,9 +14,5 @@ int main(int argc, char **argv)
     System_RaNDomize();
     ReadParameters();
     GenerateMinefield();
-    for (size_t y = 0; y < yDim; y++) {
-        for (size_t x = 0; x < xDim; x++)
-            std::putchar(MineField[x][y].content == CONTENT_MINE ? '*' : '.');
-        std::putchar('\n');
-    }
+    std::fputs(MinesToText().c_str(), stdout);
 }

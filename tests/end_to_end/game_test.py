@@ -9,8 +9,9 @@ import subprocess
 import sys
 import time
 import unittest
+from pathlib import Path
 
-from stage import Display, Folder, Game, Wayland
+from stage import Display, Folder, Game, Wayland, silent_sound
 
 BUILD, DATAS = (os.path.abspath(path) for path in sys.argv[1:3])
 PROGRAM = os.path.join(BUILD, "Tessaruvinel")
@@ -105,6 +106,18 @@ class Games(unittest.TestCase):
         self.assertEqual((status, errors), (0, ""), errors)
         return game.printed
 
+    def leave(self, game, *answers):
+        """Closes the window and answers the questions that follow; returns all that was printed."""
+        game.key("Escape")
+        for question, answer in answers:
+            game.wait_for(question)
+            game.type(answer)
+        return self.end(game)
+
+    def names(self, count, *size):
+        """The first names in the table's file."""
+        return self.hiscores(*size).decode().split("\n")[:2 * count:2]
+
     def windows(self):
         """The game's windows on the screen."""
         try:
@@ -113,8 +126,7 @@ class Games(unittest.TestCase):
             return []
 
     def hiscores(self, *size):
-        with open(self.folder.file("topten_{}x{}_{}.txt".format(*size)), "rb") as file:
-            return file.read()
+        return Path(self.folder.file("topten_{}x{}_{}.txt".format(*size))).read_bytes()
 
     def flag_and_uncover(self, game, size, mines):
         """Wins a game, and looks at the board after each step but the last."""
@@ -189,8 +201,7 @@ class Games(unittest.TestCase):
         self.display.xdotool("search", "--sync", "--name", "flags 1 of 3 - 0:[0-9]+ - lost - Escape ends$")
         game.press(game.point(other), 1)
         time.sleep(0.5)
-        game.key("Escape")
-        printed = self.end(game)
+        printed = self.leave(game)
         self.assertEqual(printed.count(".step:"), 2)
         self.assertTrue(printed.endswith(LOST + GOODBYE), printed[-300:])  # no file: no table
         self.assertEqual([n for n in os.listdir(self.folder.file("")) if n.startswith("topten")], [])
@@ -200,9 +211,7 @@ class Games(unittest.TestCase):
         names = [("a-b\n", "a"), ("\n", ""), ("SixteenLetters16s\n", "SixteenLetters16")]
         entries = [DEFAULT] * 10
         for typed, name in names:
-            game = self.win(*size, until=QUESTION)
-            game.type(typed)
-            printed = self.end(game)
+            printed = self.leave(self.win(*size, until=WON), (QUESTION, typed))
             shown = re.findall(r"^ ?\d+\.: +(.*?) \[(.*) steps\]\n", printed, re.M)
             place = [n for n, _ in shown].index("??????")
             record = shown[place][1]
@@ -216,16 +225,14 @@ class Games(unittest.TestCase):
         # A lost game (closed before it was decided) shows the table and leaves the file unchanged.
         before = self.hiscores(*size)
         game = self.start(*size)
-        game.key("Escape")
-        printed = self.end(game)
+        printed = self.leave(game)
         self.assertTrue(printed.endswith(GOODBYE + table(entries, size) + "\n"), printed[-1000:])
         self.assertEqual(self.hiscores(*size), before)
 
     def test_a_result_that_is_too_slow(self):
         size = (2, 2, 0)
         best = b"Quick\n00:00:00:0000, 00001\n" * 10
-        with open(self.folder.file("topten_2x2_0.txt"), "wb") as file:
-            file.write(best)
+        Path(self.folder.file("topten_2x2_0.txt")).write_bytes(best)
         printed = self.end(self.win(*size))
         self.assertTrue(printed.endswith(table([("Quick", "00:00:00:0000, 00001")] * 10, size)
                                          + "It does not seem like that, sorry.\n\n"), printed[-1000:])
@@ -237,8 +244,7 @@ class Games(unittest.TestCase):
             game.click(cell, 3)  # waits for this cell in the step's line
             game.resize(900, 500)
             game.click(cell, 3)
-            game.key("Escape")
-            self.end(game)
+            self.leave(game)
 
     def test_a_press_counts_where_it_was_made(self):
         for size, presses in [((10, 10, 1), 4), ((64, 64, 1), 4)]:
@@ -259,8 +265,7 @@ class Games(unittest.TestCase):
             time.sleep(0.5)
             game.read(0.1)
             self.assertEqual(re.findall(r"LEFT Mouse button at (\S+)\n", game.printed[start:]), expected)
-            game.key("Escape")
-            self.end(game)
+            self.leave(game)
 
     def test_interrupt_stops_the_clock_only(self):
         game = self.start(3, 3, 0)
@@ -278,8 +283,7 @@ class Games(unittest.TestCase):
             times.append(game.printed[start:])
         self.assertEqual([t.count(".step:") for t in times], [1, 0])
         self.assertIsNone(game.process.poll())
-        game.key("Escape")
-        self.end(game)
+        self.leave(game)
 
     def test_a_won_result_is_never_lost(self):
         size = (3, 2, 0)
@@ -288,29 +292,27 @@ class Games(unittest.TestCase):
             game = self.win(*size, until=until)
             if end:
                 game.process.send_signal(end)
-                status, errors = game.finish()
-                self.assertEqual((status, errors), (-end, ""))
+                self.assertEqual(game.finish(), (-end, ""))
                 self.assertTrue(game.printed.endswith(QUESTION + "Have a good day dear !\n\n"), game.printed[-300:])
             else:
                 os.close(game.console)  # closes the terminal; its signal goes to other processes
                 self.assertEqual((game.process.wait(10), game.process.stderr.read()), (0, b""))
                 game.process.stderr.close()
-            lines = self.hiscores(*size).decode().split("\n")
-            self.assertEqual(lines[0:20:2], [""] * count + ["NoName"] * (10 - count), (end, until))
+            self.assertEqual(self.names(10, *size), [""] * count + ["NoName"] * (10 - count), (end, until))
 
     def test_a_lost_display(self):
         size = (3, 2, 0)
         game = self.win(*size, until=WON)
         self.display.xdotool("windowkill", self.windows()[0])  # like "Force quit"
         self.assertEqual(game.finish(), (1, "The display is lost\n"))
-        self.assertEqual(self.hiscores(*size).split(b"\n")[0:3:2], [b"", b"NoName"])
+        self.assertEqual(self.names(2, *size), ["", "NoName"])
         usual = self.display
         with Display() as self.display:
             game = self.win(*size, until=QUESTION)
             self.display.server.terminate()
             self.assertEqual(game.finish(), (1, "The display is lost\n"))
         self.display = usual
-        self.assertEqual(self.hiscores(*size).split(b"\n")[0:5:2], [b"", b"", b"NoName"])
+        self.assertEqual(self.names(3, *size), ["", "", "NoName"])
 
     def test_on_wayland(self):
         """Clicks map to the visible board; the end of the compositor loses no result."""
@@ -331,8 +333,8 @@ class Games(unittest.TestCase):
             self.display.compositor.kill()
             self.assertEqual(game.finish(), (1, "The display is lost\n"))
         self.display = usual
-        self.assertEqual(self.hiscores(*size).split(b"\n")[0:3:2], [b"Anna", b"NoName"])
-        self.assertEqual(self.hiscores(3, 2, 0).split(b"\n")[0:3:2], [b"", b"NoName"])
+        self.assertEqual(self.names(2, *size), ["Anna", "NoName"])
+        self.assertEqual(self.names(2, 3, 2, 0), ["", "NoName"])
 
     def test_closed_standard_streams(self):
         game = subprocess.Popen(["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", PROGRAM, "3", "2", "0"],
@@ -343,15 +345,14 @@ class Games(unittest.TestCase):
         self.display.xdotool("search", "--sync", "--name", "won$")
         self.display.xdotool("key", "Escape")
         self.assertEqual(game.wait(30), 0)
-        self.assertEqual(self.hiscores(3, 2, 0).split(b"\n")[0:3:2], [b"", b"NoName"])
+        self.assertEqual(self.names(2, 3, 2, 0), ["", "NoName"])
 
     def test_what_is_missing_is_named(self):
         def damage(name, content):
-            path = self.folder.file(name)
-            os.remove(path)
-            if content is not None:
-                with open(path, "wb") as file:
-                    file.write(content)
+            path = Path(self.folder.file(name))
+            path.unlink()
+            if content:
+                path.write_bytes(content)
 
         gone = "no picture: cannot be opened: No such file or directory"
         for prepare, line in [
@@ -375,24 +376,18 @@ class Games(unittest.TestCase):
         heard = []
         for volume in 100, 50, 0:
             captured = os.path.join(self.folder.path, f"captured{volume}")
-            conf = "".join(f"pcm.!{name} {{ type null }}\n" for name in ("first", "second"))
-            conf += f'pcm.!default {{ type file file "{captured}" format raw slave.pcm {{ type null }} }}\n'
-            with open(os.path.join(self.folder.path, "alsa.conf"), "w") as file:
-                file.write(conf)
-            self.environment.update(ALSA_CONFIG_PATH=file.name, JACK_NO_START_SERVER="1", TESSARUVINEL_VOLUME=str(volume))
+            cards = silent_sound(self.folder, f'type file file "{captured}" format raw slave.pcm {{ type null }}')
+            self.environment.update(cards, TESSARUVINEL_VOLUME=str(volume))
             game = self.start(2, 2, 1)
-            game.key("Escape")
-            self.end(game)
+            self.leave(game)
             if volume == 0:
                 self.assertFalse(os.path.exists(captured))
             else:
-                with open(captured, "rb") as file:
-                    heard.append(array.array("h", file.read(400000)))
+                heard.append(array.array("h", Path(captured).read_bytes()[:400000]))
         whole, half = heard
         music = self.folder.file("ShadowOfTheBeast.mp3")
         subprocess.run([os.path.join(BUILD, "tessplay"), "--framework", "--convert", music, music + ".wav"], check=True, capture_output=True)
-        with open(music + ".wav", "rb") as file:
-            converted = file.read(200000)[44:]  # after the header; the encoder's delay is dropped there
+        converted = Path(music + ".wav").read_bytes()[44:200000]  # after the header; the encoder's delay is dropped there
         self.assertTrue(converted in whole.tobytes())
         self.assertGreater(max(whole), 1000)
         self.assertEqual([int(sample / 2) for sample in whole], list(half))
@@ -416,13 +411,10 @@ class Games(unittest.TestCase):
         for name, data, own in [("owner", share, share), ("other", "", os.path.join(home, ".local/share"))]:
             # Without the fixed time, which deadlocks with a sanitizer in the started program.
             self.environment = {"HOME": home, "XDG_DATA_HOME": data, "ASAN_OPTIONS": FIXED_TIME["ASAN_OPTIONS"]}
-            game = self.win(3, 3, 0, program=launcher, until=QUESTION)
-            game.type(name + "\n")
-            game.wait_for(AGAIN)
-            game.type("\n")
-            self.assertIn("Title: ", self.end(game))
-            with open(os.path.join(own, "tessaruvinel/datas/topten_3x3_0.txt")) as file:
-                self.assertEqual(file.read().split("\n")[:3:2], [name, "NoName"])
+            game = self.win(3, 3, 0, program=launcher, until=WON)
+            self.assertIn("Title: ", self.leave(game, (QUESTION, name + "\n"), (AGAIN, "\n")))
+            results = Path(own, "tessaruvinel/datas/topten_3x3_0.txt").read_text()
+            self.assertEqual(results.split("\n")[:3:2], [name, "NoName"])
         # The player's own tile stays, an old link is renewed; then another game of the same field.
         datas = os.path.join(own, "tessaruvinel/datas")
         for tile, link in [("Flag", os.path.join(DATAS, "Flag.ham8")), ("Mine", "/old/share/tessaruvinel/datas/Mine.ham8")]:
@@ -436,16 +428,12 @@ class Games(unittest.TestCase):
         game.type("n\n")
         game.wait_for("OK, let's play.")
         self.display.xdotool("search", "--sync", "--name", "flags 0 of 10")
-        game.key("Escape")
-        game.wait_for(AGAIN)
-        game.type("\n")
-        self.assertEqual(self.end(game).count("X dimension : 8\nY dimension : 8\nMines       : 10\n"), 2)
+        self.assertEqual(self.leave(game, (AGAIN, "\n")).count("X dimension : 8\nY dimension : 8\nMines       : 10\n"), 2)
 
         for name in ["applications/tessaruvinel.desktop", "man/man6/tessaruvinel.6",
                      "icons/hicolor/256x256/apps/tessaruvinel.png", "tessaruvinel/datas/Base.ham8"]:
             self.assertTrue(os.path.exists(os.path.join(share, name)), name)
-        with open(os.path.join(share, "applications/tessaruvinel.desktop")) as file:
-            self.assertIn("Terminal=true\n", file.read())
+        self.assertIn("Terminal=true\n", Path(share, "applications/tessaruvinel.desktop").read_text())
 
     def test_what_the_launcher_says(self):
         launcher = self.install()[2]

@@ -12,14 +12,13 @@ import threading
 import time
 import unittest
 
-import sound_files
 from cards import ABSENT, FILE, NULL, Cards
-from sound_files import aiff, au, module, svx, voc, wav
+from sound_files import aiff, au, module, noise, svx, swapped, voc, wav
 
 PLAYER = os.path.abspath(sys.argv[1])
 DATA = os.path.abspath(sys.argv[2])
 
-NOISE = sound_files.noise(150000)
+NOISE = noise(150000)
 
 
 def mp3(track, number, picture=b""):
@@ -33,12 +32,6 @@ def mp3(track, number, picture=b""):
     older = b"TAG" + b"shadowed".ljust(30) + bytes([*bytes(93), number, 0])
     size = bytes(len(frames) >> shift & 127 for shift in (21, 14, 7, 0))
     return b"ID3\3\0\0" + size + frames + music + older
-
-
-def swapped(data):
-    samples = array.array("H", data)
-    samples.byteswap()
-    return samples.tobytes()
 
 
 FILES = {
@@ -80,6 +73,12 @@ class Stage(Cards):
     def run_player(self, *words):
         return self.run_program(PLAYER, *words)
 
+    def listed(self, *words, complaint=None):
+        """What --info --json prints."""
+        status, printed, errors = self.run_player("--info", "--json", *words)
+        self.assertEqual((status, errors), (1, f"tessplay: {complaint}\n") if complaint else (0, ""))
+        return [json.loads(line) for line in printed.splitlines()]
+
     def convert(self, *words):
         """The samples of a conversion, after a header that matches them."""
         self.assertEqual(self.run_player("--convert", *words, "out.wav"), (0, "", ""))
@@ -119,16 +118,14 @@ class Player(Stage):
                 self.assertEqual([" ".join(line.split()) for line in printed.splitlines()], expected)
         with open(os.path.join(DATA, "sounds/expected_sounds.tsv")) as file:
             known = [line.split("\t")[:5] for line in sorted(file) if "/" in line.split("\t")[0]]
-        printed = self.run_player("--info", "--json", "-r", os.path.join(DATA, "sounds"))[1]
-        self.assertEqual([(sound["path"], sound["channels"], sound["rate"], sound["length"]) for sound in map(json.loads, printed.splitlines())],
+        sounds = self.listed("-r", os.path.join(DATA, "sounds"))
+        self.assertEqual([(sound["path"], sound["channels"], sound["rate"], sound["length"]) for sound in sounds],
                          [(os.path.join(DATA, "sounds", name), int(channels), int(rate), int(frames) * 1000 // int(rate) / 1000)
                           for name, _, channels, rate, frames in known])
-        status, printed, errors = self.run_player("--info", "--json", self.path("song.mod"), "absent")
-        self.assertEqual((status, errors), (1, "tessplay: absent: No such file or directory\n"))
         facts = {"positions": "1", "instruments": "31", "instrument 1": "naïve"}
         song = {"path": self.path("song.mod"), "format": "tracker module", "codec": "4 voices", "rate": 44100,
                 "channels": 2, "bits": 16, "length": 0.06, "title": "A song", "facts": facts, "truncated": False}
-        self.assertEqual([json.loads(line) for line in printed.splitlines()],
+        self.assertEqual(self.listed(self.path("song.mod"), "absent", complaint="absent: No such file or directory"),
                          [song, {"path": "absent", "reason": "No such file or directory"}])
 
     def test_folders_and_playlists(self):
@@ -139,18 +136,14 @@ class Player(Stage):
         self.write("list.PLS", f"[playlist]\nFile1=a/one.wav\nTitle1=x\nFile2={self.path('bytes.wav')}\n".encode())
         self.write("outer.m3u", f"a\\one.wav\nlist.PLS\nouter.m3u\nfile://{self.folder.name}/%61/two.wav\n".encode())
         inner = "a/one.wav " + self.path("bytes.wav")
-        status, printed, errors = self.run_player("--info", "--json", "outer.m3u")  # which contains itself
-        self.assertEqual((status, errors), (1, "tessplay: outer.m3u: a playlist in itself, or too deep in others\n"))
-        self.assertEqual([json.loads(line)["path"] for line in printed.splitlines()],
-                         ("a/one.wav " + inner).split() + [self.path("a/two.wav")])
+        sounds = self.listed("outer.m3u", complaint="outer.m3u: a playlist in itself, or too deep in others")
+        self.assertEqual([sound["path"] for sound in sounds], ("a/one.wav " + inner).split() + [self.path("a/two.wav")])
         rows = {("a",): "a/one.wav a/two.wav",
                 ("-r", "a"): "a/b/three.wav a/one.wav a/two.wav",
                 ("alaw.wav", "a/list.m3u8"): "alaw.wav a/two.wav a/../stereo.wav",
-                ("list.PLS",): "a/one.wav " + self.path("bytes.wav")}
+                ("list.PLS",): inner}
         for words, expected in rows.items():
-            status, printed, errors = self.run_player("--info", "--json", *words)
-            self.assertEqual((status, errors), (0, ""))
-            self.assertEqual([json.loads(line)["path"] for line in printed.splitlines()], expected.split())
+            self.assertEqual([sound["path"] for sound in self.listed(*words)], expected.split())
 
     def test_convert(self):
         rows = {  # to the last sample
@@ -190,32 +183,30 @@ class Player(Stage):
         self.assertTrue(self.convert("--loop", "2", "song.mod") == song * 2, "the second pass differs")
         self.assertTrue(self.convert("cover.mp3") == self.convert("tagged.mp3"), "the picture is heard")
         music = array.array("h", self.convert("tagged.mp3"))[::31]
-        with open(os.path.join(DATA, "mp3_joint.s16"), "rb") as file:
-            expected = array.array("h", file.read())
+        expected = array.array("h", self.read(os.path.join(DATA, "mp3_joint.s16")))
         self.assertLessEqual(max(abs(a - b) for a, b in zip(music, expected, strict=True)), 1)
 
     def test_statuses_and_messages(self):
-        rows = [(("--info", "absent"), 1, "tessplay: absent: No such file or directory"),
-                (("--info", "no.pls"), 1, "tessplay: no.pls: No such file or directory"),
-                (("--convert", "stereo.wav", "folder.wav"), 1, "tessplay: folder.wav: Is a directory"),
-                (("--convert", "folder.wav", "out.wav"), 1, "tessplay: folder.wav: Is a directory"),
-                (("--convert", "stereo.wav", "out.flac"), 2, "tessplay: --convert: writes only .wav, .raw and .pcm (see --help)"),
-                (("--convert", "stereo.wav", "no/out.wav"), 1, "tessplay: no/out.wav: No such file or directory"),
-                (("--convert", "--loop", "1000000", "stereo.wav", "out.wav"), 1, "tessplay: out.wav: more than 4 GiB of sound"),
-                ((), 2, "tessplay: FILE is required (see --help)"),
-                (("--convert", "stereo.wav"), 2, "tessplay: --convert: needs two files, IN and OUT (see --help)"),
-                (("--convert", "--loop", "0", "a", "b.wav"), 2, "tessplay: --loop: 0 cannot be converted: a file has an end (see --help)"),
-                (("--convert", "--start", "1:00", "stereo.wav", "out.wav"), 1, "tessplay: stereo.wav: it ends before the start time"),
-                (("--start", "1:x", "a"), 2, "tessplay: --start: needs a time: 83, 1:23.5 or 1:02:03 (see --help)"),
-                (("--device", "absent", "a"), 1, 'tessplay: no sound device "absent" (--devices lists them)'),
-                (("--raw", "9,1,1", "a"), 2, "tessplay: --raw: needs 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz "
-                                             "(see --help)")]
-        rows += [((name,), 1, f"tessplay: {name}: {reason}") for name, (_, reason) in UNPLAYABLE.items()]
-        rows += [(("--framework", name), 1, f"tessplay: {name}: {reason}") for name, reason in FRAMEWORK_REFUSES.items()]
+        rows = [(("--info", "absent"), 1, "absent: No such file or directory"),
+                (("--info", "no.pls"), 1, "no.pls: No such file or directory"),
+                (("--convert", "stereo.wav", "folder.wav"), 1, "folder.wav: Is a directory"),
+                (("--convert", "folder.wav", "out.wav"), 1, "folder.wav: Is a directory"),
+                (("--convert", "stereo.wav", "out.flac"), 2, "--convert: writes only .wav, .raw and .pcm"),
+                (("--convert", "stereo.wav", "no/out.wav"), 1, "no/out.wav: No such file or directory"),
+                (("--convert", "--loop", "1000000", "stereo.wav", "out.wav"), 1, "out.wav: more than 4 GiB of sound"),
+                ((), 2, "FILE is required"),
+                (("--convert", "stereo.wav"), 2, "--convert: needs two files, IN and OUT"),
+                (("--convert", "--loop", "0", "a", "b.wav"), 2, "--loop: 0 cannot be converted: a file has an end"),
+                (("--convert", "--start", "1:00", "stereo.wav", "out.wav"), 1, "stereo.wav: it ends before the start time"),
+                (("--start", "1:x", "a"), 2, "--start: needs a time: 83, 1:23.5 or 1:02:03"),
+                (("--device", "absent", "a"), 1, 'no sound device "absent" (--devices lists them)'),
+                (("--raw", "9,1,1", "a"), 2, "--raw: needs 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz")]
+        rows += [((name,), 1, f"{name}: {reason}") for name, (_, reason) in UNPLAYABLE.items()]
+        rows += [(("--framework", name), 1, f"{name}: {reason}") for name, reason in FRAMEWORK_REFUSES.items()]
         os.mkdir(self.path("folder.wav"))
         for words, status, line in rows:
             with self.subTest(words):
-                self.assertEqual(self.run_player(*words), (status, "", line + "\n"))
+                self.assertEqual(self.run_player(*words), (status, "", f"tessplay: {line}{' (see --help)' if status == 2 else ''}\n"))
         self.devices(default=ABSENT)
         status, _, errors = self.run_player("stereo.wav")
         line = "tessplay: no sound device: "
@@ -293,8 +284,11 @@ class OnTerminal(Stage):
         self.wait_for(text, lambda: text in self.shown[self.seen:])
         self.seen = self.shown.index(text, self.seen) + len(text)
 
-    def press(self, keys):
+    def press(self, keys, *lines):
+        """Types keys and waits for each of the texts."""
         os.write(self.terminal, keys)
+        for line in lines:
+            self.wait_for_line(line)
 
     def silent(self):
         before = len(self.heard)
@@ -312,24 +306,16 @@ class OnTerminal(Stage):
         self.wait_for_line("/ 0:00 [")
         self.wait_for_line("stereo.wav (1 of 3)")
         self.assertFalse(self.silent())
-        self.press(b" ")
-        self.wait_for_line("paused: stereo.wav")
+        self.press(b" ", "paused: stereo.wav")
         self.wait_for("silence", self.silent)
         self.press(b" ")
         self.wait_for("sound", lambda: not self.silent())
         heard = bytes(self.heard).replace(bytes(4), b"")
         self.assertTrue((NOISE * (len(heard) // len(NOISE) + 1)).startswith(heard), "the pause is heard")
-        self.press(b">")
-        self.wait_for_line("tessplay: absent: No such file or directory")
-        self.wait_for_line("A song (2 of 2)")
-        self.press(b"v")
-        self.wait_for_line("row ")
-        self.wait_for_line("of pattern 0, 1/1, speed 3 at 125")
-        self.press(b"v<")
-        self.wait_for_line("stereo.wav (1 of 2)")
-        self.press(b"n<\x1bOQ")  # forth and back; the last key is F2, not Q
-        self.wait_for_line("A song (2 of 2)")
-        self.wait_for_line("stereo.wav (1 of 2)")
+        self.press(b">", "tessplay: absent: No such file or directory", "A song (2 of 2)")
+        self.press(b"v", "row ", "of pattern 0, 1/1, speed 3 at 125")
+        self.press(b"v<", "stereo.wav (1 of 2)")
+        self.press(b"n<\x1bOQ", "A song (2 of 2)", "stereo.wav (1 of 2)")  # forth and back; the last key is F2, not Q
         self.press(b"xq")
         self.assertEqual(self.end(), 1)  # because of the missing file
 
@@ -337,13 +323,11 @@ class OnTerminal(Stage):
         self.write("long.wav", wav(bytes(44100 * 4 * 180)))
         self.start("long.wav")
         self.wait_for_line(" / 3:00 [")
-        self.press(b" ")
-        self.wait_for_line("paused: long.wav")
+        self.press(b" ", "paused: long.wav")
         for keys, shown in ((b"9", "2:42 "), (b"\x1b[H", "0:00 "), (b"\x1b[A", "1:00 "), (b"\x1b[C", "1:05 "), (b"5", "1:30 "),
                             (b"\x1b", ""), (b"[D", "1:25 "), (b"\x1bOB", "0:25 "), (b"\x1b[6~", "0:00 "), (b"--", "paused: 90%: long.wav"), (b"m", "paused: muted: long.wav"),
                             (b"m+", "paused: 95%: long.wav"), (b"?", "shows this")):
-            self.press(keys)
-            self.wait_for_line(shown)
+            self.press(keys, shown)
             time.sleep(0.1 if shown == "" else 0)
         self.press(b"9 \x1b[5~")  # past the end
         self.assertEqual(self.end(), 0)
@@ -361,16 +345,14 @@ class OnTerminal(Stage):
 
     def test_in_the_background(self):
         self.start("-i", program="/bin/sh")
-        self.press(f"{PLAYER} --loop 0 stereo.wav\n".encode())
-        self.wait_for_line("/ 0:00 [")
+        self.press(f"{PLAYER} --loop 0 stereo.wav\n".encode(), "/ 0:00 [")
         self.press(b"\x1a")  # Ctrl-Z
         self.wait_for("silence", self.silent)
         self.press(b"bg\n")
         self.wait_for("sound", lambda: not self.silent())
         self.assertFalse(self.silent())
         self.press(b"fg\n")
-        self.press(b" ")
-        self.wait_for_line("paused: stereo.wav")
+        self.press(b" ", "paused: stereo.wav")
         self.press(b"q")
         self.wait_for("prompt", lambda: self.shown.endswith(("$ ", "# ")))
         self.press(b"exit\n")

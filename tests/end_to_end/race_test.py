@@ -32,9 +32,8 @@ class Race(unittest.TestCase):
 
     def test_a_game_won(self):
         def script(game):
-            game.click((1, 1), 3)
-            game.click((1, 1), 3)
-            game.click((1, 1), 3)
+            for _ in range(3):
+                game.click((1, 1), 3)
             game.click((2, 2))
             game.wait_for("detected all mines!\n")
             time.sleep(2)

@@ -1,5 +1,6 @@
 """Sound files of most formats, built from samples."""
 
+import array
 import random
 import struct
 
@@ -7,6 +8,13 @@ import struct
 def noise(size):
     """Noise without the bytes 0 and 255: no sample is silent, none can start a frame of MPEG audio."""
     return bytes(random.Random(size).choices(range(1, 255), k=size))
+
+
+def swapped(data):
+    """The same 16-bit samples with their bytes in the other order."""
+    samples = array.array("H", data)
+    samples.byteswap()
+    return samples.tobytes()
 
 
 def wav(data, bits=16, channels=2, tag=1, hz=44100):

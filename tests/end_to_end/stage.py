@@ -31,18 +31,26 @@ class Display:
         self.server.wait()
         self.server.stdout.close()
 
+    def run(self, *words):
+        return subprocess.run(words, env=dict(os.environ, DISPLAY=self.name), check=True, capture_output=True).stdout
+
     def xdotool(self, *arguments):
-        return subprocess.run(["xdotool", *map(str, arguments)], env=dict(os.environ, DISPLAY=self.name),
-                              check=True, capture_output=True, text=True).stdout
+        return self.run("xdotool", *map(str, arguments)).decode()
 
     def pixels(self, points):
         """Pixels of the screen, from a window dump (X11/XWDFile.h): the blue byte comes first."""
-        dump = subprocess.run(["xwd", "-root", "-silent"], env=dict(os.environ, DISPLAY=self.name), check=True,
-                              capture_output=True).stdout
+        dump = self.run("xwd", "-root", "-silent")
         header = struct.unpack(">25I", dump[:100])
         start = header[0] + header[19] * 12
         places = [start + y * header[12] + x * (header[11] // 8) for x, y in points]
         return [bytes(reversed(dump[at:at + 3])) for at in places]
+
+    def await_pixels(self, expected, what=None):
+        """Waits until the screen shows these colours by their points."""
+        deadline = time.monotonic() + 30
+        while (seen := self.pixels(expected)) != list(expected.values()):
+            assert time.monotonic() < deadline, (what, expected, seen)
+            time.sleep(0.1)
 
     def await_game(self):
         """Waits for a game's first frame."""
@@ -81,10 +89,7 @@ class Wayland(Display):
         self.folder.cleanup()
 
     def await_corner(self, colour):
-        deadline = time.monotonic() + 10
-        while self.pixels([(WINDOW[0] - 2, WINDOW[1] - 2)]) != [colour]:
-            assert time.monotonic() < deadline, colour
-            time.sleep(0.1)
+        self.await_pixels({(WINDOW[0] - 2, WINDOW[1] - 2): colour})
 
     def await_game(self):
         self.await_corner(b"\xff\xff\0")
@@ -113,12 +118,12 @@ class Folder:
         return os.path.join(self.path, "datas", name)
 
 
-def silent_sound(folder):
-    """An environment whose sound cards discard their input as fast as it comes."""
+def silent_sound(folder, card="type null"):
+    """An environment whose sound cards discard their input as fast as it comes, or whose last is another."""
     path = os.path.join(folder.path, "alsa.conf")
     with open(path, "w") as file:
         for name in ("first", "second", "default"):  # the engine accepts devices from the third on
-            file.write(f"pcm.!{name} {{ type null }}\n")
+            file.write(f"pcm.!{name} {{ {card if name == 'default' else 'type null'} }}\n")
     return {"ALSA_CONFIG_PATH": path, "JACK_NO_START_SERVER": "1"}
 
 

@@ -5,10 +5,9 @@ import os
 import struct
 import subprocess
 import sys
-import tempfile
-import time
 import unittest
 
+from cards import Programs
 from stage import Display
 
 VIEWER, DATA = (os.path.abspath(path) for path in sys.argv[1:3])
@@ -19,13 +18,18 @@ def ppm(width, height, pixels):
     return b"P6\n#\n%d %d\n255\n" % (width, height) + pixels
 
 
+def ifd(order, entries, following=0):
+    return struct.pack(order + "H", len(entries)) + \
+        b"".join(struct.pack(order + "HHII", *entry) for entry in entries) + struct.pack(order + "I", following)
+
+
 def pages(*colours):
     file = b"II*\0\x08\0\0\0"
     for n, colour in enumerate(colours):
         end = len(file) + 90
         tags = [(256, 1), (257, 1), (258, 8), (262, 2), (273, end), (277, 3), (279, 3)]
-        file += struct.pack("<H", 7) + b"".join(struct.pack("<HHII", tag, 4, 1, value) for tag, value in tags) + \
-            struct.pack("<I", (end + 4) * (n + 1 < len(colours))) + colour + b"\0"
+        following = (end + 4) * (n + 1 < len(colours))
+        file += ifd("<", [(tag, 4, 1, value) for tag, value in tags], following) + colour + b"\0"
     return file
 
 
@@ -35,46 +39,43 @@ def segment(marker, content):
 
 def exif(thumbnail):
     """Little-endian Exif data: 1.5 degrees south, 2.25 west, and a thumbnail."""
-    def ifd(following, *entries):
-        return struct.pack("<H", len(entries)) + b"".join(struct.pack("<HHII", *entry) for entry in entries) + \
-            struct.pack("<I", following)
     places = struct.pack("<12I", 1, 1, 30, 1, 0, 1, 2, 1, 15, 1, 0, 1)
-    return b"Exif\0\0II*\0\x08\0\0\0" + ifd(80, (34853, 4, 1, 26)) + \
-        ifd(0, (1, 2, 2, ord("S")), (2, 5, 3, 110), (3, 2, 2, ord("W")), (4, 5, 3, 134)) + \
-        ifd(0, (513, 4, 1, 158), (514, 4, 1, len(thumbnail))) + places + thumbnail
+    return b"Exif\0\0II*\0\x08\0\0\0" + ifd("<", [(34853, 4, 1, 26)], 80) + \
+        ifd("<", [(1, 2, 2, ord("S")), (2, 5, 3, 110), (3, 2, 2, ord("W")), (4, 5, 3, 134)]) + \
+        ifd("<", [(513, 4, 1, 158), (514, 4, 1, len(thumbnail))]) + places + thumbnail
 
 
-class Viewer(unittest.TestCase):
+class Viewer(Programs):
     def setUp(self):
-        self.folder = tempfile.TemporaryDirectory()
-        self.environment = {"ASAN_OPTIONS": "detect_leaks=0"}  # the graphics drivers leak
-
-    def tearDown(self):
-        self.folder.cleanup()
-
-    def file(self, name, content=None):
-        path = os.path.join(self.folder.name, name)
-        if content is not None:
-            with open(path, "wb") as file:
-                file.write(content)
-        return path
+        super().setUp()
+        self.environment["ASAN_OPTIONS"] = "detect_leaks=0"  # the graphics drivers leak
 
     def run_viewer(self, *words):
         return self.run_program(VIEWER, *words)
 
-    def run_program(self, *words):
-        run = subprocess.run(words, env=dict(os.environ, **self.environment), capture_output=True,
-                             text=True, timeout=60)
-        return run.returncode, run.stdout, run.stderr
+    def converted(self, *words):
+        """The file, the last of the words, that a conversion without a complaint writes."""
+        self.assertEqual(self.run_viewer("--convert", *words), (0, "", ""))
+        return self.read(words[-1])
+
+    def start(self, display, *words, errors=subprocess.DEVNULL):
+        viewer = subprocess.Popen([VIEWER, *words], cwd=self.folder.name, stderr=errors,
+                                  env=dict(self.environment, DISPLAY=display.name))
+        self.addCleanup(viewer.kill)
+        return viewer
+
+    def see(self, display, rows):
+        """Gives input, words of xdotool's, and awaits what is seen then."""
+        for words, expected in rows:
+            display.xdotool(*words.split())
+            display.await_pixels(expected, words)
 
     def test_info(self):
         def changed(name, at, inserted):
-            with open(os.path.join(DATA, name), "rb") as file:
-                content = file.read()
-            return self.file(os.path.basename(name), content[:at] + inserted + content[at:])
+            content = self.read(os.path.join(DATA, name))
+            return self.write(os.path.basename(name), content[:at] + inserted + content[at:])
 
-        with open(os.path.join(DATA, "jpg/3x2.jpg"), "rb") as file:
-            photograph = file.read()
+        photograph = self.read(os.path.join(DATA, "jpg/3x2.jpg"))
         rows = {
             "tiff/seq-3c-8b-lzw-8743c999.tiff": ["TIFF, 16x16, 24 bits a pixel\n"],
             # A name that would control the terminal and a text in Latin-1; a segment that the decoder traces.
@@ -96,11 +97,10 @@ class Viewer(unittest.TestCase):
                 self.assertIn(line, printed)
 
     def test_json(self):
-        with open(os.path.join(DATA, "png/ct1n0g04.png"), "rb") as file:
-            whole = file.read()
+        whole = self.read(os.path.join(DATA, "png/ct1n0g04.png"))
         # A name that would control the terminal and is not UTF-8; a truncated file; a photograph; no picture.
-        names = [self.file("a\x1b[2J\udc9b.png", whole), self.file("cut.png", whole[:-200]),
-                 self.file("p.jpg", self.photograph()), self.file("no.txt", b"no picture")]
+        names = [self.write("a\x1b[2J\udc9b.png", whole), self.write("cut.png", whole[:-200]),
+                 self.write("p.jpg", self.photograph()), self.write("no.txt", b"no picture")]
         status, printed, errors = self.run_viewer("--info", "--json", *names)
         steering, cut, photograph, none = map(json.loads, printed.splitlines())
         self.assertEqual(status, 1)
@@ -116,191 +116,128 @@ class Viewer(unittest.TestCase):
 
     def photograph(self):
         """A JPEG file of 33 by 27 pixels with big-endian Exif data: orientation and exposure."""
-        with open(os.path.join(DATA, "jpg/3x2.jpg"), "rb") as file:
-            content = file.read()
+        content = self.read(os.path.join(DATA, "jpg/3x2.jpg"))
         entries = [(274, 3, 1, 6 << 16), (306, 2, 20, 74), (33434, 5, 1, 94), (33437, 5, 1, 102), (34855, 3, 1, 200 << 16)]
-        tiff = b"MM\0*\0\0\0\x08" + struct.pack(">H", len(entries)) + \
-            b"".join(struct.pack(">HHII", *entry) for entry in entries) + struct.pack(">I", 0)
-        tiff += b"2026:01:31 12:30:00\0" + struct.pack(">4I", 1, 250, 28, 10)
+        tiff = b"MM\0*\0\0\0\x08" + ifd(">", entries) + b"2026:01:31 12:30:00\0" + struct.pack(">4I", 1, 250, 28, 10)
         return content[:20] + segment(0xE1, b"Exif\0\0" + tiff) + content[20:]
 
     def test_convert(self):
-        picture = self.file("in.ppm", ppm(2, 1, RED + b"\x10\x20\x30"))
-        out = self.file("out.pam")
-        self.assertEqual(self.run_viewer("--convert", picture, out), (0, "", ""))
-        with open(out, "rb") as file:
-            self.assertEqual(file.read(), b"P7\nWIDTH 2\nHEIGHT 1\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\n"
-                                          b"ENDHDR\n\xff\0\0\xff\x10\x20\x30\xff")
-        sprites = self.file("in.spr", b"SPRITES\x02\x01\x01" + b"\x01\x02\x03" + b"\x0a\x0b\x0c")
-        self.assertEqual(self.run_viewer("--convert", "--frame", "1", sprites, out), (0, "", ""))
-        with open(out, "rb") as file:
-            self.assertTrue(file.read().endswith(b"ENDHDR\n\x0c\x0b\x0a\xff"))
-        bits = self.file("in.xbm", b"#define x_width 9\n#define x_height 2\nstatic char x_bits[] = {1, 1, 0, 0};")
+        picture = self.write("in.ppm", ppm(2, 1, RED + b"\x10\x20\x30"))
+        self.assertEqual(self.converted(picture, "out.pam"),
+                         b"P7\nWIDTH 2\nHEIGHT 1\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\n"
+                         b"ENDHDR\n\xff\0\0\xff\x10\x20\x30\xff")
+        sprites = self.write("in.spr", b"SPRITES\x02\x01\x01" + b"\x01\x02\x03" + b"\x0a\x0b\x0c")
+        bits = self.write("in.xbm", b"#define x_width 9\n#define x_height 2\nstatic char x_bits[] = {1, 1, 0, 0};")
         inks = b"\0\0\0\xff", b"\xff\xff\xff\xff"
-        for picture, words, pixels in [(bits, [], inks[0] + inks[1] * 7 + inks[0] + inks[1] * 9),
-                                       (self.file("in.tif", pages(RED, BLUE)), ["--frame", "1"], BLUE + b"\xff")]:
-            self.assertEqual(self.run_viewer("--convert", picture, out, *words), (0, "", ""))
-            with open(out, "rb") as file:
-                self.assertEqual(file.read().split(b"ENDHDR\n")[1], pixels)
+        for words, pixels in [(["--frame", "1", sprites], b"\x0c\x0b\x0a\xff"),
+                              ([bits], inks[0] + inks[1] * 7 + inks[0] + inks[1] * 9),
+                              (["--frame", "1", self.write("in.tif", pages(RED, BLUE))], BLUE + b"\xff")]:
+            self.assertEqual(self.converted(*words, "out.pam").split(b"ENDHDR\n")[1], pixels)
+        large = self.write("large.ppm", ppm(64, 64, BLUE * 64 * 64))
         sizes = []
-        for words in [["out.ham6"], ["out.ham8"], ["out.ham8", "--compress"]]:
-            out = self.file(words[0])
-            large = self.file("large.ppm", ppm(64, 64, BLUE * 64 * 64))
-            self.assertEqual(self.run_viewer("--convert", large, out, *words[1:]), (0, "", ""))
-            self.assertIn("HAM, 64x64", self.run_viewer("--info", out)[1])
-            sizes.append(os.path.getsize(out))
+        for words in [["out.ham6"], ["out.ham8"], ["--compress", "out.ham8"]]:
+            sizes.append(len(self.converted(large, *words)))
+            self.assertIn("HAM, 64x64", self.run_viewer("--info", words[-1])[1])
         self.assertTrue(sizes[2] < sizes[0] < sizes[1], sizes)
-        odd = self.file("odd.ppm", ppm(15, 1, BLUE * 15))
+        out = self.path("out.ham8")
+        odd = self.write("odd.ppm", ppm(15, 1, BLUE * 15))
         self.assertEqual(self.run_viewer("--convert", odd, out),
                          (0, "", f"tessview: {out}: only the first 8 of 15 columns were written, a multiple of 8\n"))
         self.assertIn("HAM, 8x1", self.run_viewer("--info", out)[1])
 
     def test_converting_many(self):
-        first, second = self.file("x.ppm", ppm(1, 1, RED)), self.file("x.pgm", b"P5 1 1 255 \x80")
-        sprites = self.file("in.spr", b"SPRITES\x0b\x01\x01" + bytes(range(33)))
-        folder = self.file("out")
+        first, second = self.write("x.ppm", ppm(1, 1, RED)), self.write("x.pgm", b"P5 1 1 255 \x80")
+        sprites = self.write("in.spr", b"SPRITES\x0b\x01\x01" + bytes(range(33)))
+        folder = self.path("out")
         os.mkdir(folder)
         status, _, errors = self.run_viewer("--convert", first, "absent", second, sprites, folder, "--to", "bmp")
         self.assertEqual((status, errors.count("\n")), (1, 1))
         self.assertEqual(sorted(os.listdir(folder)), ["in.bmp", "x.bmp", "x.pgm.bmp"])
-        out = self.file("all.png")
-        self.assertEqual(self.run_viewer("--convert", "--frame", "all", sprites, out), (0, "", ""))
+        self.assertEqual(self.run_viewer("--convert", "--frame", "all", sprites, "all.png"), (0, "", ""))
         for n in (0, 3, 10):
-            pam = self.file("frame.pam")
-            self.assertEqual(self.run_viewer("--convert", self.file(f"all-{n:02}.png"), pam), (0, "", ""))
-            with open(pam, "rb") as file:
-                self.assertTrue(file.read().endswith(bytes([3 * n + 2, 3 * n + 1, 3 * n, 255])))
+            frame = self.converted(f"all-{n:02}.png", "frame.pam")
+            self.assertTrue(frame.endswith(bytes([3 * n + 2, 3 * n + 1, 3 * n, 255])))
 
     def test_files_are_replaced_whole(self):
-        photograph = self.file("p.jpg", self.photograph())
-        pam = self.file("p.pam")
-        self.assertEqual(self.run_viewer("--convert", "--upright", photograph, pam), (0, "", ""))
-        with open(pam, "rb") as file:
-            before = file.read()
+        before = self.converted("--upright", self.write("p.jpg", self.photograph()), "p.pam")
         self.assertIn(b"WIDTH 27\nHEIGHT 33\n", before)
-        self.assertEqual(self.run_viewer("--convert", pam, pam), (0, "", ""))  # onto itself
-        with open(pam, "rb") as file:
-            self.assertEqual(file.read(), before)
+        self.assertEqual(self.converted("p.pam", "p.pam"), before)  # onto itself
         self.assertEqual(sorted(os.listdir(self.folder.name)), ["p.jpg", "p.pam"])
 
     def test_standard_input(self):
-        out = self.file("x.pam")
-        run = subprocess.run([VIEWER, "--convert", "-", out], input=ppm(1, 1, RED), capture_output=True)
-        self.assertEqual((run.returncode, run.stderr), (0, b""))
-        os.mkdir(self.file("f"))
-        os.mkdir(self.file("f/inner"))
+        self.write("x.ppm", ppm(1, 1, RED))
+        self.assertEqual(self.run_program("sh", "-c", '"$0" --convert - x.pam < x.ppm', VIEWER), (0, "", ""))
+        os.makedirs(self.path("f/inner"))
         for name in ("f/b10.ppm", "f/b9.ppm", "f/inner/c.ppm"):
-            self.file(name, ppm(1, 1, RED))
-        self.file("f/notes.txt", b"no picture")
-        run = subprocess.run([VIEWER, "--info", "-r", "-f", out], input=self.file("f\n").encode(), capture_output=True)
-        found = [line.split(b": ")[0].decode() for line in run.stdout.splitlines()]
-        self.assertEqual(found, [out] + [self.file(name) for name in ("f/b9.ppm", "f/b10.ppm", "f/inner/c.ppm")])
-        self.assertEqual(self.run_program("sh", "-c", '"$0" --info -f < "$1"', VIEWER, self.folder.name),
+            self.write(name, ppm(1, 1, RED))
+        self.write("f/notes.txt", b"no picture")
+        printed = self.run_program("sh", "-c", 'echo f | "$0" --info -r -f x.pam', VIEWER)[1]
+        self.assertEqual([line.split(": ")[0] for line in printed.splitlines()],
+                         ["x.pam", "f/b9.ppm", "f/b10.ppm", "f/inner/c.ppm"])
+        self.assertEqual(self.run_program("sh", "-c", '"$0" --info -f < .', VIEWER),
                          (1, "", "tessview: standard input: Is a directory\n"))
         self.assertEqual(self.run_program("sh", "-c", '"$0" --help > /dev/full', VIEWER),
                          (1, "", "tessview: standard output: No space left on device\n"))
 
     def test_failures(self):
-        picture = self.file("in.ppm", ppm(1, 1, RED))
-        text = self.file("text", b"no picture")
-        cut = self.file("cut.png", b"\x89PNG\r\n\x1a\n")
-        pipe, outlet = self.file("pipe"), self.file("pipe.pam")  # no process writes to it or reads from it
-        os.mkfifo(pipe)
-        os.mkfifo(outlet)
-        sprites = self.file("cut.spr", b"SPRITES\x03\x01\x01" + b"\x01\x02\x03" * 2)  # the third is missing
+        for name, content in [("in.ppm", ppm(1, 1, RED)), ("text", b"no picture"), ("empty", b""), ("cut.png", b"\x89PNG\r\n\x1a\n"),
+                              ("cut.spr", b"SPRITES\x03\x01\x01" + b"\x01\x02\x03" * 2)]:  # the third is missing
+            self.write(name, content)
+        for name in "pipe", "pipe.pam":  # no process writes to it or reads from it
+            os.mkfifo(self.path(name))
         rows = [
-            (["--info", "absent", picture], 1, "tessview: absent: cannot be opened: No such file or directory\n"),
-            (["--info", self.folder.name + "/none"], 1, "No such file or directory\n"),
-            (["--info", self.file("empty", b"")], 1, "\n"),
-            (["--info", pipe], 1, "\n"),
-            (["--convert", pipe, self.file("x.pam")], 1, "\n"),
-            (["--convert", picture, outlet], 1, f"tessview: {outlet}: it is not a regular file\n"),
-            (["--info", text], 1, f"tessview: {text}: not a picture of a known format\n"),
-            (["--info", cut], 1, "\n"),
-            (["--convert", text, self.file("x.pam")], 1, "not a picture of a known format\n"),
-            (["--convert", picture, "/absent/x.pam"], 1, "tessview: /absent/x.pam: No such file or directory\n"),
-            (["--convert", "--frame", "1", picture, self.file("x.pam")], 1, "it has one frame, number 0\n"),
-            (["--convert", picture, self.file("x.ham6")], 1, "too narrow for .ham6 and .ham8\n"),
-            (["--convert", "--frame", "2", sprites, self.file("x.pam")], 1, "it has 2 frames, counted from 0\n"),
-            (["--convert", picture, "x.jpg"], 2, ""),
-            (["--convert", picture, "x.pam", "y.pam"], 2, ""),
-            (["--convert", picture], 2, ""),
-            (["--info", "--frame", "1", picture], 2, ""),
-            (["--frame", "all", picture], 2, ""),
-            (["--frame", "-1", picture], 2, ""),
-            (["--json", picture], 2, ""),
-            (["--charset", "15"], 2, ""),
-            (["--no-such-option"], 2, ""),
-            ([], 2, ""),
-        ]
+            ("--info absent in.ppm", 1, "tessview: absent: cannot be opened: No such file or directory\n"),
+            ("--info ./none", 1, "No such file or directory\n"),
+            ("--info text", 1, "tessview: text: not a picture of a known format\n"),
+            ("--info empty", 1, "\n"), ("--info cut.png", 1, "\n"), ("--info pipe", 1, "\n"), ("--convert pipe x.pam", 1, "\n"),
+            ("--convert in.ppm pipe.pam", 1, "tessview: pipe.pam: it is not a regular file\n"),
+            ("--convert text x.pam", 1, "not a picture of a known format\n"),
+            ("--convert in.ppm /absent/x.pam", 1, "tessview: /absent/x.pam: No such file or directory\n"),
+            ("--convert --frame 1 in.ppm x.pam", 1, "it has one frame, number 0\n"),
+            ("--convert in.ppm x.ham6", 1, "too narrow for .ham6 and .ham8\n"),
+            ("--convert --frame 2 cut.spr x.pam", 1, "it has 2 frames, counted from 0\n"),
+        ] + [(words, 2, "") for words in (
+            "--convert in.ppm x.jpg", "--convert in.ppm x.pam y.pam", "--convert in.ppm", "--info --frame 1 in.ppm",
+            "--frame all in.ppm", "--frame -1 in.ppm", "--json in.ppm", "--charset 15", "--no-such-option", "")]
         for words, status, errors in rows:
             with self.subTest(words):
-                result = self.run_viewer(*words)
+                result = self.run_viewer(*words.split())
                 self.assertEqual((result[0], result[2].count("\n")), (status, 1))
                 self.assertTrue(result[2].endswith(errors), result[2])
 
     def test_in_a_window(self):
-        quarters = self.file("quarters.ppm", ppm(2, 2, RED + GREEN + BLUE + WHITE))
-        clear = self.file("clear.gif", b"GIF89a\x02\0\x02\0\x80\0\0\xff\0\0\0\0\xff"
+        quarters = self.write("quarters.ppm", ppm(2, 2, RED + GREEN + BLUE + WHITE))
+        clear = self.write("clear.gif", b"GIF89a\x02\0\x02\0\x80\0\0\xff\0\0\0\0\xff"
                                        b"\x21\xf9\x04\x01\0\0\x01\0" b"\x2c\0\0\0\0\x02\0\x02\0\0\x02\x03\x0c\x10\x05\0;")
-        sprites = self.file("two.spr", b"SPRITES\x02\x01\x01" + BLUE + RED)  # of B G R
+        sprites = self.write("two.spr", b"SPRITES\x02\x01\x01" + BLUE + RED)  # of B G R
+        points = [(300, 100), (700, 100), (300, 600), (700, 600), (50, 400)]
+        middle, grey, dark = (512, 384), b"\x30\x30\x34", b"\x0a\x0a\x0b"
+
+        def view(*colours):
+            return dict(zip(points, colours))
+
+        fitted = view(RED, GREEN, BLUE, WHITE, grey)  # 2 by 2 pixels become 768 by 768 in the window's centre
+        rows = [
+            ("sleep 0", fitted), ("key r", view(BLUE, RED, WHITE, GREEN, grey)), ("key m", view(RED, BLUE, GREEN, WHITE, grey)),
+            ("key R", view(BLUE, WHITE, RED, GREEN, grey)), ("key m", view(WHITE, BLUE, GREEN, RED, grey)), ("key r r", fitted),
+            # What is under the pointer stays there.
+            ("mousemove 200 100 click --repeat 4 4", view(*[RED] * 5)), ("key 0", fitted),
+            ("key equal sleep 0.3 " * 4, view(RED, GREEN, BLUE, WHITE, BLUE)),
+            ("mousemove 600 200 sleep 0.3 mousedown 1 sleep 0.3 mousemove 200 500 sleep 0.3 mouseup 1", view(*[GREEN] * 4, RED)),
+            # The missing file is skipped; the first picture is centred in the contact sheet's first cell.
+            ("key Left", {middle: RED}), ("key Next", {middle: BLUE}), ("key Next", {middle: RED}), ("key Prior", {middle: BLUE}),
+            ("key Left sleep 0.3 key Tab Left", {(167, 91): RED}),
+            ("key Tab", {(304, 104): WHITE, (312, 104): b"\xcc\xcc\xcc"}),  # squares of 8
+            ("sleep 0", {(2, 766): dark}), ("key c", {(2, 766): grey}),  # the caption
+        ]
         with Display() as display:
             self.environment["DISPLAY"] = display.name
             self.assertEqual(self.run_viewer("--frame", "2", sprites),
                              (1, "", f"tessview: {sprites}: it has 2 frames, counted from 0\n"))
-            viewer = subprocess.Popen([VIEWER, quarters, clear, sprites, "absent"], stderr=subprocess.PIPE,
-                                      env=dict(os.environ, **self.environment))
-
-            def await_pixels(expected):
-                deadline = time.monotonic() + 30
-                while (seen := display.pixels(points)) != expected:
-                    self.assertLess(time.monotonic(), deadline, seen)
-                    time.sleep(0.2)
-
-            # 2 by 2 pixels become 768 by 768 in the window's centre.
-            points = [(300, 100), (700, 100), (300, 600), (700, 600), (50, 400)]
-            fitted = [RED, GREEN, BLUE, WHITE, b"\x30\x30\x34"]
-            await_pixels(fitted)
-            for key, turned in [("r", [BLUE, RED, WHITE, GREEN]), ("m", [RED, BLUE, GREEN, WHITE]),
-                                ("R", [BLUE, WHITE, RED, GREEN]), ("m", [WHITE, BLUE, GREEN, RED]), ("r", None), ("r", fitted)]:
-                display.xdotool("key", key)
-                if turned:
-                    await_pixels(turned[:4] + fitted[4:])
-            window = display.xdotool("search", "--name", "quarters.ppm - PNM, 2x2, 24 bits").split()
+            viewer = self.start(display, quarters, clear, sprites, "absent", errors=subprocess.PIPE)
+            window = display.xdotool("search", "--sync", "--name", "quarters.ppm - PNM, 2x2, 24 bits").split()
             self.assertEqual(len(window), 1)
-            # What is under the pointer stays there.
-            display.xdotool("mousemove", "200", "100", "click", "--repeat", "4", "4")
-            await_pixels([RED] * 5)
-            display.xdotool("key", "0")
-            await_pixels(fitted)
-            for _ in range(4):
-                display.xdotool("key", "equal")
-                time.sleep(0.3)
-            await_pixels([RED, GREEN, BLUE, WHITE, BLUE])
-            for step in [("mousemove", "600", "200"), ("mousedown", "1"), ("mousemove", "200", "500"), ("mouseup", "1")]:
-                display.xdotool(*step)
-                time.sleep(0.3)
-            await_pixels([GREEN, GREEN, GREEN, GREEN, RED])
-            points = [(512, 384)]
-            for key, color in [("Left", RED), ("Next", BLUE), ("Next", RED), ("Prior", BLUE)]:  # skipping the missing file
-                display.xdotool("key", key)
-                await_pixels([color])
-            display.xdotool("key", "Left")
-            # The contact sheet, with the first picture centred in the first cell.
-            display.xdotool("key", "Tab", "Left")
-            points = [(167, 91)]
-            await_pixels([RED])
-            display.xdotool("key", "Tab")
-            # Squares of 8, white and grey.
-            points = [(304, 104), (312, 104)]
-            deadline = time.monotonic() + 30
-            while set(display.pixels(points)) != {WHITE, b"\xcc\xcc\xcc"}:
-                self.assertLess(time.monotonic(), deadline)
-                time.sleep(0.2)
-            points = [(2, 766)]  # the caption, over the window's grey
-            await_pixels([b"\x0a\x0a\x0b"])
-            display.xdotool("key", "c")
-            await_pixels([b"\x30\x30\x34"])
+            self.see(display, rows)
             display.xdotool("key", "Escape")
             self.assertEqual(viewer.wait(30), 1)  # one file was missing
             with viewer.stderr as stream:
@@ -314,7 +251,7 @@ class Viewer(unittest.TestCase):
 
         for name, content in [("1.gif", animation(0, 1)), ("2.tif", pages(BLUE, GREEN)), ("3.txt", b"no picture"),
                               ("4.ppm", ppm(2, 64, RED * 64 + BLUE * 64))]:
-            self.file(name, content)
+            self.write(name, content)
         middle, help_line, grey, dark, black = (512, 384), (740, 505), b"\x30\x30\x34", b"\x0a\x0a\x0b", b"\0\0\0"
         rows = [
             ("sleep 0", {middle: RED}), ("key period", {middle: GREEN}), ("key comma", {middle: RED}), ("key a", {middle: RED}),
@@ -339,29 +276,15 @@ class Viewer(unittest.TestCase):
             (["--grid", "."], {(167, 91): RED}), (["--slideshow", "0.5", "."], {middle: BLUE}),
             (["--frame", "1", "1.gif"], {middle: GREEN}), (["--frame", "1", "2.tif"], {middle: GREEN}),
         ]
-        def await_pixels(expected, words):
-            deadline = time.monotonic() + 30
-            while (seen := display.pixels(expected)) != list(expected.values()):
-                self.assertLess(time.monotonic(), deadline, (words, seen))
-                time.sleep(0.1)
-
-        def start(*words):
-            viewer = subprocess.Popen([VIEWER, *words], cwd=self.folder.name, stderr=subprocess.DEVNULL,
-                                      env=dict(os.environ, **self.environment, DISPLAY=display.name))
-            self.addCleanup(viewer.kill)
-            return viewer
-
         with Display() as display:
-            viewer = start(self.folder.name)
-            for words, expected in rows:
-                display.xdotool(*words.split())
-                await_pixels(expected, words)
+            viewer = self.start(display, self.folder.name)
+            self.see(display, rows)
             for words, expected in starts:
                 display.xdotool("key", "q")
                 self.assertEqual(viewer.wait(30), 0)
-                viewer = start(*words)
-                await_pixels(expected, words)
-            self.assertEqual(start("absent").wait(30), 1)
+                viewer = self.start(display, *words)
+                display.await_pixels(expected, words)
+            self.assertEqual(self.start(display, "absent").wait(30), 1)
         self.assertEqual(viewer.wait(30), 1)  # without its display
 
 

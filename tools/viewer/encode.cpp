@@ -150,9 +150,10 @@ template <typename Guess>
                                                        size_t size, size_t step, uint8_t *out,
                                                        const Guess &guess)
 {
+    const uint8_t *const left = row - step, *const upperLeft = above - step;
     uint32_t sum = 0;
     for (size_t i = 0; i < size; i++) {
-        const int16_t a = row[i - step], b = above[i], c = above[i - step];
+        const int16_t a = left[i], b = above[i], c = upperLeft[i];
         const auto byte = static_cast<uint8_t>(row[i] - guess(a, b, c));
         const auto opposite = static_cast<uint8_t>(-byte);
         out[i] = byte;

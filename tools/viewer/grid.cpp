@@ -207,7 +207,6 @@ static void PaintCell(const CELL &cell, float x, float y, bool marked)
 void Grid_Paint(const std::vector<FILES_ENTRY> &files)
 {
     moved = false;
-    seenDone = Ahead_Done();
     if (files.empty())
         return;
     Grid_Marked = std::min(Grid_Marked, files.size() - 1);
@@ -215,6 +214,7 @@ void Grid_Paint(const std::vector<FILES_ENTRY> &files)
     const auto rows = static_cast<size_t>(Screen_Height() / CellHeight()) + 2;
     const size_t first = firstRow * Across();
     Ask(files, first);
+    seenDone = Ahead_Done();  // from here on it only grows
     if (cells.size() > Grid_MaxCells) {
         for (auto &[n, cell] : cells)
             Drop(cell);
