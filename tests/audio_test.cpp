@@ -74,8 +74,9 @@ TEST(AudioCheck, PredictedFrames)
         {"reserved", "\xFF\xEB\x80", four(208), MP3},  {"Layer I", "\xFF\xFE\x90", four(417), MP3},
         {"above 128", "\xFF\xFB\x20", four(130), MP3}, {"below 128", "\xFF\xFB\x14", four(96), RAW},
         {"Layer II", "\xFF\xFD\x90", four(417), RAW},  {"bad rate", "\xFF\xFB\x9C", four(417), RAW},
-        {"no bit rate", "\xFF\xFB\xF0", four(1044), RAW}, {"free format", "\xFF\xFB\x02", four(417), RAW},
+        {"no bit rate", "\xFF\xFB\xF0", four(1044), RAW},
         // clang-format on
+        {"free format", "\xFF\xFB\x02", four(417), RAW},
         {"a frame that was hit predicts nothing", "\xFF\xFB\x90", {0, 417, 834}, RAW},
         {"hits add up", "\xFF\xFB\x90", {9, 426, 5000, 5417}, MP3},
         {"a hit by the block's last bytes", "\xFF\xFB\x90", {9, 426, 7773, 8190}, MP3},

@@ -68,16 +68,14 @@ inline std::vector<uint8_t> WriteModule(const MOD_TEXT &song)
                 std::getline(cells, cell, '|');
                 std::istringstream text(cells ? cell : "");
                 std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
-                size_t command = 0, note = 0, sample = 0;
+                size_t command = 0;
                 if (!words.empty() && words.back().size() == 3 &&
                     words.back().find_first_not_of("0123456789ABCDEF") == std::string::npos) {
                     command = std::stoul(words.back(), nullptr, 16);
                     words.pop_back();
                 }
-                if (!words.empty())
-                    note = NotePeriod(words[0]);
-                if (words.size() > 1)
-                    sample = std::stoul(words[1], nullptr, 16);
+                const size_t note = words.empty() ? 0 : NotePeriod(words[0]);
+                const size_t sample = words.size() < 2 ? 0 : std::stoul(words[1], nullptr, 16);
                 put((sample & 0xF0) << 24 | note << 16 | (sample & 15) << 12 | command, 4);
             }
         }

@@ -398,13 +398,12 @@ TEST(MP3Format, DetectionComesAfterSignatures)
     BYTES frames;
     while (frames.size() < 8192)
         frames = frames + BYTES{0xFF, 0xFB, 0x90, 0x64} + BYTES(413);
-    const auto with = [&frames](size_t at, const char *name) {
+    const auto typeWith = [&frames](ptrdiff_t at, const char *name) {
         BYTES file = frames;
-        std::copy_n(name, 4, file.begin() + static_cast<ptrdiff_t>(at));
-        return file;
+        std::copy_n(name, 4, file.begin() + at);
+        return Audio_CheckBytes(file);
     };
-    EXPECT_EQ(Audio_CheckBytes(frames), AUDIO_MP3);
-    EXPECT_EQ(Audio_CheckBytes(with(1080, "M.K.")), AUDIO_MOD);
-    EXPECT_EQ(Audio_CheckBytes(with(1080, "none")), AUDIO_MP3);
-    EXPECT_NE(Audio_CheckBytes(with(0, "FORM")), AUDIO_MP3);
+    EXPECT_EQ(typeWith(1080, "M.K."), AUDIO_MOD);
+    EXPECT_EQ(typeWith(1080, "none"), AUDIO_MP3);
+    EXPECT_NE(typeWith(0, "FORM"), AUDIO_MP3);
 }

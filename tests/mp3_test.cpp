@@ -68,7 +68,7 @@ TEST(MP3, ID3v2)
          frame("TDRC", 31) + TagFrame("COMM", BYTES(4) + BYTES(255, 'x')) + frame("TRCK", 2) +
          frame("TCON", 61), 20,
          x60 + '|' + x60 + '|' + x60 + '|' + x30 + '|' + x254 + "|x|" + x60 + '|'},
-        {"a comment's language", TagFrame("COMM", Text("eng\0Comment")) + title, 20, "Title|||||||"},
+        {"a language", TagFrame("COMM", Text("eng\0Comment")) + title, 20, "Title|||||||"},
         {"nine bytes after the text", title, 9, "Title|||||||"},
         {"eight bytes after the text", title, 8, "|||||||"},
         {"a text to the tag's end, which is not counted", title, 0, "Title|||||||"},

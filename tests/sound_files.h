@@ -4,11 +4,13 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "audio/aiff.h"
 #include "audio/au.h"
 #include "audio/audio.h"
 #include "audio/iff.h"
+#include "audio/mod.h"
 #include "audio/mp3.h"
 #include "audio/sound_frames.h"
 #include "audio/voc.h"
@@ -44,6 +46,7 @@ constexpr MODULE Au = {"au", AU_Load, AU_Decoding, AU_Destroy, AU_SetSoundNumber
 constexpr MODULE Iff = {"8svx", IFF_Load, IFF_Decoding, IFF_Destroy, IFF_SetSoundNumber, FactsOf<IFF_GetHeader>, [] { return IFF_SoundNumber; }};
 constexpr MODULE Aiff = {"aiff", AIFF_Load, AIFF_Decoding, AIFF_Destroy, AIFF_SetSoundNumber, FactsOf<AIFF_GetHeader>, [] { return AIFF_SoundNumber; }};
 constexpr MODULE Mp3 = {"mp3", MP3_Load, MP3_Decoding, MP3_Destroy, MP3_SetSoundNumber, FactsOf<MP3_GetHeader>, [] { return MP3_SoundNumber; }};
+constexpr MODULE Mod = {"mod", MOD_Load, [](FILE *, uint8_t *buffer, uint32_t *length, uint8_t n) { MOD_Decoding(buffer, length, n); }, MOD_Destroy, MOD_SetSoundNumber, FactsOf<MOD_GetHeader>, [] { return MOD_SoundNumber; }};
 // clang-format on
 constexpr const MODULE *Modules[] = {&Wav, &Voc, &Au, &Iff, &Aiff};
 
@@ -124,17 +127,12 @@ inline void ResetModules()
 
 // While it lives, files are read by the formats' rules.
 struct FORMAT_RULES {
-    FORMAT_RULES()
-    {
-        Audio_Rules = AUDIO_RULES_FORMAT;
-    }
+    uint8_t Before = std::exchange(Audio_Rules, uint8_t{AUDIO_RULES_FORMAT});
     ~FORMAT_RULES()
     {
-        Audio_Rules = AUDIO_RULES_FRAMEWORK;
+        Audio_Rules = Before;
         Sound_MixAbove = 2;
     }
-    FORMAT_RULES(const FORMAT_RULES &) = delete;
-    FORMAT_RULES &operator=(const FORMAT_RULES &) = delete;
 };
 
 // The complete sound by the format's rules, in buffers of so many frames in turn.
