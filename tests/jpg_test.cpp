@@ -235,8 +235,11 @@ TEST(JPG, HeaderFacts)
     EXPECT_EQ(h.ScanMode, 2);
     EXPECT_STREQ(JPG_Modes[h.ScanMode], "Progressive DCT [1stDC]");
     EXPECT_TRUE(h.Quantisation[0].Defined && h.Quantisation[1].Defined);
-    EXPECT_EQ(h.DC[0].First[0], 65535);  // no one-bit codes
-    EXPECT_EQ(h.DC[0].Last[0], 0);
+    const auto six = [](const auto &codes) {
+        return std::vector(codes.begin(), codes.begin() + 6);
+    };
+    EXPECT_EQ(six(h.DC[0].First), (std::vector<uint16_t>{65535, 0, 6, 14, 30, 65535}));
+    EXPECT_EQ(six(h.DC[0].Last), (std::vector<uint16_t>{0, 2, 6, 14, 30, 0}));
     JPG_UnLoad();
 }
 
