@@ -26,7 +26,7 @@ inline bool IsCleanText(std::string_view text)
     return true;
 }
 
-/// Takes one JSON value (RFC 8259) off the text. False if it is none.
+/// Takes one JSON value (RFC 8259) off the text. False if none stands there.
 inline bool TakeJSON(std::string_view &text)
 {
     const auto take = [&text](std::string_view what) {

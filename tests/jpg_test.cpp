@@ -591,7 +591,7 @@ TEST(JPG, QuantisationOfSixteenBits)
 TEST(JPG, CodesThatMakeNoSense)
 {
     // A block's DC is the code 0000. AC codes: 00 puts a 1 after 15 zeros, 01 after 14 if a 1
-    // follows them, 10 ends the block, 110 two blocks or, if a 1 follows it, three; 111 is none.
+    // follows them, 10 ends the block, 110 two blocks or, if a 1 follows it, three; 111 is no code.
     const BYTES whole = FLAT{8, 8, {0x11}}.File(), end = {0xFF, 0xD9};
     const BYTES table =
         Segment(0xC4, BYTES{0x10, 0, 3, 1} + BYTES(13) + BYTES{0xF1, 0xE1, 0, 0x10});
