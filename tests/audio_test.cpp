@@ -616,7 +616,7 @@ TEST(AudioLoad, HeadersOfHugeFilesAreFast)
             .write(reinterpret_cast<const char *>(r.tail.data()), std::ssize(r.tail));
         const std::clock_t start = std::clock();
         AudioTrack *track = Audio_LoadAs(path.c_str(), r.type);
-        EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC) << int{r.type};
+        EXPECT_LT(std::clock() - start, 4 * CLOCKS_PER_SEC) << int{r.type};  // not 15 and more
         if (r.type != AUDIO_MP3 && r.type != AUDIO_MOD) {
             EXPECT_GT(track->DataStart, 4000000000u) << int{r.type};
         }

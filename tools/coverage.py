@@ -7,6 +7,7 @@ up after exceptions, and the branch that would lead to any other counts as one t
 """
 
 import collections
+import os
 import pathlib
 import re
 import subprocess
@@ -18,9 +19,9 @@ BRANCH = re.compile(r"branch +\d+ (?:never executed|taken (\d+))( \(throw\))?")
 
 
 def listings(build):
-    """gcov's listings of all objects, line by line; only of this repository's files."""
+    """gcov's listings of all objects, line by line."""
     objects = [str(path.resolve()) for path in pathlib.Path(build).rglob("*.gcno")]
-    options = ["--stdout", "--branch-probabilities", "--branch-counts", "--relative-only", "--source-prefix", str(root)]
+    options = ["--stdout", "--branch-probabilities", "--branch-counts"]
     for at in range(0, len(objects), 20):
         yield from subprocess.run(["gcov", *options, *objects[at:at + 20]], cwd=build, stdout=subprocess.PIPE,
                                   text=True).stdout.splitlines()
@@ -37,7 +38,8 @@ def count(build):
             if number == 0 and source.startswith("Source:"):
                 for key, taken in ways.items():  # of the listing that ends here
                     (missed if taken is None else reached)[name][key] += taken or 0
-                name = source[7:] if source[7:].split("/")[0] in FOLDERS else ""
+                path = os.path.relpath(os.path.join(build, source[7:]), root)
+                name = path if path.split("/")[0] in FOLDERS else ""
                 ways, copied = {}, False
             elif name and ran != "-":
                 lines[name][number] += int(ran.strip("*#=") or 0)
