@@ -61,15 +61,16 @@ template <int Inputs>
 [[gnu::always_inline]] static inline void Transpose(LANES *v)
 {
     LANES a[8], b[8];
-    for (int i = 0; i < 8; i += 2) {  // interleave pairs of rows by pairs of lanes
-        a[i] = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 2, 10, 4, 12, 6, 14);
-        a[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 1, 9, 3, 11, 5, 13, 7, 15);
+    // Each step is one instruction a vector.
+    for (int i = 0; i < 8; i += 2) {
+        a[i] = __builtin_shufflevector(v[i], v[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
+        a[i + 1] = __builtin_shufflevector(v[i], v[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
     }
     for (int i = 0; i < 8; i += 4)
         for (int k = 0; k < 2; k++) {
-            b[i + k] = __builtin_shufflevector(a[i + k], a[i + k + 2], 0, 1, 8, 9, 4, 5, 12, 13);
-            b[i + k + 2] =
-                __builtin_shufflevector(a[i + k], a[i + k + 2], 2, 3, 10, 11, 6, 7, 14, 15);
+            const LANES upper = a[i + k], lower = a[i + k + 2];
+            b[i + 2 * k] = __builtin_shufflevector(upper, lower, 0, 1, 8, 9, 4, 5, 12, 13);
+            b[i + 2 * k + 1] = __builtin_shufflevector(upper, lower, 2, 3, 10, 11, 6, 7, 14, 15);
         }
     for (int i = 0; i < 4; i++) {
         v[i] = __builtin_shufflevector(b[i], b[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
