@@ -20,7 +20,7 @@ struct COMPONENT {
     JPG_PLANE Plane;
     size_t BlocksAcross, BlocksDown;  // including those that pad the last MCUs
     size_t CodedAcross, CodedDown;    // in a scan of this component alone
-    // All blocks, in column order, and per block a bit for each nonzero AC coefficient, in zigzag
+    // All blocks, and per block a bit for each nonzero AC coefficient, in zigzag
     // order. Only for pictures of several scans.
     int16_t *Coefficients;
     std::vector<uint64_t> NonZero;
@@ -77,13 +77,12 @@ struct SCAN {
 
 }  // namespace
 
-// Index of each zigzag coefficient in a block in column order. Indexes from 64 on catch runs that
-// leave the block.
-static const auto JPG_ColumnOrder = [] {
+// Place of each zigzag coefficient in a block. Indexes from 64 on catch runs that leave the block.
+static const auto JPG_Places = [] {
     std::array<uint8_t, 80> order;
     order.fill(64);
     for (size_t i = 0; i < 64; i++)
-        order[i] = static_cast<uint8_t>(JPG_ZigZag[i] % 8 * 8 + JPG_ZigZag[i] / 8);
+        order[i] = static_cast<uint8_t>(JPG_PlaceOf(JPG_ZigZag[i] / 8, JPG_ZigZag[i] % 8));
     return order;
 }();
 
@@ -137,7 +136,7 @@ static bool IsEnd(int32_t entry)
 static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
 {
     if (c.ACCodes.GoesOn)
-        block[JPG_ColumnOrder[63]] = block[64];
+        block[JPG_Places[63]] = block[64];
     else
         bits.MarkDamage();
     return 64;
@@ -157,7 +156,7 @@ static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
         if (IsEnd(entry))
             break;
         k += JPG_ZerosOf(entry);
-        block[JPG_ColumnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry));
+        block[JPG_Places[k]] = static_cast<int16_t>(JPG_ValueOf(entry));
         k++;
     }
     if (k > 64) [[unlikely]]
@@ -261,7 +260,7 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
             if (k > last)
                 k = scan.GoesOn ? std::min<size_t>(k, 63) : 64;
             if (JPG_ValueOf(entry) != 0 && k < 64) {
-                block[JPG_ColumnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry) * scale);
+                block[JPG_Places[k]] = static_cast<int16_t>(JPG_ValueOf(entry) * scale);
                 set |= uint64_t{1} << k;
             }
             k++;
@@ -284,7 +283,7 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
     for (; which != 0; which &= which - 1) {
         if (bits.Left < 32)
             bits.Refill();
-        int16_t &value = block[JPG_ColumnOrder[static_cast<size_t>(std::countr_zero(which))]];
+        int16_t &value = block[JPG_Places[static_cast<size_t>(std::countr_zero(which))]];
         const int sign = value < 0 ? -1 : 0, change = (bit ^ sign) - sign;
         value = static_cast<int16_t>(value + (change & -static_cast<int>(bits.Take(1))));
     }
@@ -341,7 +340,7 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
             left &= ~Below(k + 1);
             if (JPG_ValueOf(entry) != 0 && (k < 64 || scan.GoesOn)) {
                 const size_t place = std::min<size_t>(k, 63);
-                block[JPG_ColumnOrder[place]] =
+                block[JPG_Places[place]] =
                     static_cast<int16_t>(JPG_ValueOf(entry) < 0 ? -bit : bit);
                 nonZero |= uint64_t{1} << place;
             }
@@ -582,7 +581,8 @@ static void MakeScale(COMPONENT &c, size_t number)
             const float wide = static_cast<float>(std::min(table.Wide[JPG_ZigZag2[natural]],
                                                            JPG_MaxQuantisation)) *
                                JPG_ScaleFactor[row] * JPG_ScaleFactor[column];
-            c.Scale[8 * column + row] = (table.Precision ? wide : table.Values[natural]) / 8;
+            c.Scale[8 * column + row] =
+                (table.Precision ? wide : table.Values[natural]) / JPG_ScaleUnit;
         }
     c.Scaled = true;
 }
