@@ -29,6 +29,7 @@ struct COMPONENT {
     uint8_t *Top;  // first samples of the current row of MCUs
     int16_t DC;    // of the previous block, to which the next difference is added
     JPG_CODES DCCodes, ACCodes;
+    std::unique_ptr<JPG_PAIRS> Pairs;
 
     int16_t *BlockAt(size_t x, size_t y)
     {
@@ -79,7 +80,7 @@ struct SCAN {
 
 // Place of each zigzag coefficient in a block. Indexes from 64 on catch runs that leave the block.
 static const auto JPG_Places = [] {
-    std::array<uint8_t, 80> order;
+    std::array<uint8_t, 96> order;
     order.fill(64);
     for (size_t i = 0; i < 64; i++)
         order[i] = static_cast<uint8_t>(JPG_PlaceOf(JPG_ZigZag[i] / 8, JPG_ZigZag[i] % 8));
@@ -142,13 +143,55 @@ static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
     return 64;
 }
 
+// Decodes coefficients by pairs as long as the first one of a pair cannot be the block's last.
+// Returns the zigzag index of the next one; sets `ended` at the end of the block.
+[[gnu::always_inline]] static inline size_t DecodePairs(JPG_BITS &bits, const COMPONENT &c,
+                                                        int16_t *block, bool &ended)
+{
+    const uint64_t *const pairs = c.Pairs->data();
+    size_t k = 1;
+    while (k < 48) {
+        if (bits.Left < JPG_LookBits)
+            bits.Refill();
+        const uint64_t pair = pairs[bits.Buffer >> (64 - JPG_LookBits)];
+        if ((pair & JPG_PairLook) != 0) [[unlikely]] {
+            bits.Refill();
+            const int32_t entry = JPG_NextEntry(bits, c.ACCodes);
+            if (IsEnd(entry)) {
+                ended = true;
+                return k;
+            }
+            k += JPG_ZerosOf(entry);
+            block[JPG_Places[k]] = static_cast<int16_t>(JPG_ValueOf(entry));
+            k++;
+            continue;
+        }
+        bits.Drop(static_cast<uint32_t>(pair) & JPG_EntryDrop);
+        block[JPG_Places[k + (pair >> 8 & 255)]] = static_cast<int16_t>(pair >> 32);
+        block[JPG_Places[k + (pair >> 16 & 255)]] = static_cast<int16_t>(pair >> 48);
+        k += pair >> 24 & 255;
+        if ((pair & JPG_EntryEnd) != 0) {
+            ended = true;
+            return k;
+        }
+    }
+    return k;
+}
+
 // Decodes a whole block; `block` has room for one more coefficient. Returns the zigzag index after
 // the last coefficient that may be nonzero.
+template <bool Paired>
 [[gnu::always_inline]] static inline size_t DecodeBlock(JPG_BITS &bits, COMPONENT &c,
                                                         int16_t *block)
 {
     block[0] = NextDC(bits, c);
     size_t k = 1;
+    if (Paired && c.Pairs) {
+        bool ended = false;
+        k = DecodePairs(bits, c, block, ended);
+        if (ended)
+            return k;
+    }
     while (k < 64) {
         if (bits.Left < 32)
             bits.Refill();
@@ -184,7 +227,7 @@ static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
     return EachBlock(scan, x, end, y, [y](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
         alignas(16) std::array<int16_t, 72> block;
         Clear(block);
-        const size_t last = DecodeBlock(bits, c, block.data());
+        const size_t last = DecodeBlock<true>(bits, c, block.data());
         const size_t row = by - c.Plane.V * y;
         JPG_InverseDCT(block.data(), c.Scale.data(), last, c.Top + 8 * (row * c.Plane.Stride + bx),
                        c.Plane.Stride);
@@ -198,7 +241,7 @@ static size_t DecodeSequential(SCAN &scan, size_t x, size_t end, size_t y)
         int16_t *kept = c.BlockAt(bx, by);
         std::array<int16_t, 65> block;
         std::copy_n(kept, 64, block.begin());
-        const size_t last = DecodeBlock(bits, c, block.data());
+        const size_t last = DecodeBlock<false>(bits, c, block.data());
         if (bits.Overrun() && !c.ACCodes.GoesOn)
             return;
         std::copy_n(block.begin(), 64, kept);
@@ -602,6 +645,11 @@ static SCAN MakeScan(PICTURE &picture)
         } else {
             JPG_MakeCodes(h.DC[tables >> 4 & 3], false, scan.GoesOn, c.DCCodes);
             JPG_MakeCodes(h.AC[tables & 3], true, scan.GoesOn, c.ACCodes);
+        }
+        c.Pairs = nullptr;
+        if (picture.Direct && JPG_File.size() > 20000) {
+            c.Pairs = std::make_unique<JPG_PAIRS>();
+            JPG_MakePairs(c.ACCodes, *c.Pairs);
         }
         MakeScale(c,
                   h.Components[static_cast<size_t>(&c - picture.Components.data())].Quantisation);
