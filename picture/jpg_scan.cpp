@@ -134,7 +134,8 @@ static bool IsEnd(int32_t entry)
 
 // Ends a block whose run left it. If GoesOn is set the value goes to the last coefficient; else
 // this is damage.
-static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
+[[gnu::always_inline]] static inline size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c,
+                                                       int16_t *block)
 {
     if (c.ACCodes.GoesOn)
         block[JPG_Places[63]] = block[64];
@@ -227,7 +228,9 @@ static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
     return EachBlock(scan, x, end, y, [y](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
         alignas(16) std::array<int16_t, 72> block;
         Clear(block);
-        const size_t last = DecodeBlock<true>(bits, c, block.data());
+        JPG_BITS local = bits;  // kept in registers
+        const size_t last = DecodeBlock<true>(local, c, block.data());
+        bits = local;
         const size_t row = by - c.Plane.V * y;
         JPG_InverseDCT(block.data(), c.Scale.data(), last, c.Top + 8 * (row * c.Plane.Stride + bx),
                        c.Plane.Stride);
