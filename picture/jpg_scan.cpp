@@ -80,7 +80,7 @@ struct SCAN {
 
 // Place of each zigzag coefficient in a block. Indexes from 64 on catch runs that leave the block.
 static const auto JPG_Places = [] {
-    std::array<uint8_t, 96> order;
+    std::array<uint8_t, 80> order;
     order.fill(64);
     for (size_t i = 0; i < 64; i++)
         order[i] = static_cast<uint8_t>(JPG_PlaceOf(JPG_ZigZag[i] / 8, JPG_ZigZag[i] % 8));
@@ -144,56 +144,32 @@ static bool IsEnd(int32_t entry)
     return 64;
 }
 
-// Decodes coefficients by pairs as long as the first one of a pair cannot be the block's last.
-// Returns the zigzag index of the next one; sets `ended` at the end of the block.
-[[gnu::always_inline]] static inline size_t DecodePairs(JPG_BITS &bits, const COMPONENT &c,
-                                                        int16_t *block, bool &ended)
-{
-    const uint64_t *const pairs = c.Pairs->data();
-    size_t k = 1;
-    while (k < 48) {
-        if (bits.Left < JPG_LookBits)
-            bits.Refill();
-        const uint64_t pair = pairs[bits.Buffer >> (64 - JPG_LookBits)];
-        if ((pair & JPG_PairLook) != 0) [[unlikely]] {
-            bits.Refill();
-            const int32_t entry = JPG_NextEntry(bits, c.ACCodes);
-            if (IsEnd(entry)) {
-                ended = true;
-                return k;
-            }
-            k += JPG_ZerosOf(entry);
-            block[JPG_Places[k]] = static_cast<int16_t>(JPG_ValueOf(entry));
-            k++;
-            continue;
-        }
-        bits.Drop(static_cast<uint32_t>(pair) & JPG_EntryDrop);
-        block[JPG_Places[k + (pair >> 8 & 255)]] = static_cast<int16_t>(pair >> 32);
-        block[JPG_Places[k + (pair >> 16 & 255)]] = static_cast<int16_t>(pair >> 48);
-        k += pair >> 24 & 255;
-        if ((pair & JPG_EntryEnd) != 0) {
-            ended = true;
-            return k;
-        }
-    }
-    return k;
-}
-
 // Decodes a whole block; `block` has room for one more coefficient. Returns the zigzag index after
-// the last coefficient that may be nonzero.
+// the last coefficient that may be nonzero. With Paired, `block` is all zeros at first, and pairs
+// are used, if the component has them, where the first one of a pair cannot be the block's last.
 template <bool Paired>
 [[gnu::always_inline]] static inline size_t DecodeBlock(JPG_BITS &bits, COMPONENT &c,
                                                         int16_t *block)
 {
+    const uint64_t *const pairs = Paired && c.Pairs ? c.Pairs->data() : nullptr;
+    const size_t pairsEnd = pairs ? 64 - 16 : 0;
     block[0] = NextDC(bits, c);
     size_t k = 1;
-    if (Paired && c.Pairs) {
-        bool ended = false;
-        k = DecodePairs(bits, c, block, ended);
-        if (ended)
-            return k;
-    }
     while (k < 64) {
+        if (k < pairsEnd) {
+            if (bits.Left < JPG_LookBits)
+                bits.Refill();
+            const uint64_t pair = pairs[bits.Buffer >> (64 - JPG_LookBits)];
+            if ((pair & JPG_PairLook) == 0) [[likely]] {
+                bits.Drop(static_cast<uint32_t>(pair) & JPG_EntryDrop);
+                block[JPG_Places[k + (pair >> 8 & 255)]] = static_cast<int16_t>(pair >> 32);
+                block[JPG_Places[k + (pair >> 16 & 255)]] = static_cast<int16_t>(pair >> 48);
+                k += pair >> 24 & 255;
+                if ((pair & JPG_EntryEnd) != 0)
+                    break;
+                continue;
+            }
+        }
         if (bits.Left < 32)
             bits.Refill();
         const int32_t entry = JPG_NextEntry(bits, c.ACCodes);
