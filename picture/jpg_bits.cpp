@@ -63,35 +63,27 @@ void JPG_MakePairs(const JPG_CODES &codes, JPG_PAIRS &pairs)
 {
     constexpr uint32_t mask = (1 << JPG_LookBits) - 1;
     for (uint32_t i = 0; i <= mask; i++) {
-        const int32_t first = codes.Look[i];
-        if (!IsWhole(first)) {
-            pairs[i] = JPG_PairLook;
-            continue;
-        }
-        const auto valueOf = [](int32_t entry) {
-            return uint64_t{static_cast<uint16_t>(JPG_ValueOf(entry))};
-        };
-        uint32_t drop = static_cast<uint32_t>(first) & JPG_EntryDrop;
-        const uint32_t place = JPG_ZerosOf(first);
-        if ((static_cast<uint32_t>(first) & JPG_EntryEnd) != 0) {
-            pairs[i] = JPG_EntryEnd | drop;
-            continue;
-        }
-        const int32_t second = codes.Look[i << drop & mask];
-        const uint32_t low = static_cast<uint32_t>(second);
-        uint64_t pair = valueOf(first) << 32 | place << 8;
-        uint32_t next = place + 1, place2 = next;
-        if (IsWhole(second) && drop + (low & JPG_EntryDrop) <= JPG_LookBits) {
+        uint64_t pair = 0;
+        uint32_t drop = 0, way = 0;
+        for (uint32_t n = 0; n < 2; n++) {
+            const int32_t entry = codes.Look[i << drop & mask];
+            const auto low = static_cast<uint32_t>(entry);
+            if (!IsWhole(entry) || drop + (low & JPG_EntryDrop) > JPG_LookBits) {
+                pair |= way << 16;
+                break;
+            }
             drop += low & JPG_EntryDrop;
             if ((low & JPG_EntryEnd) != 0) {
-                pair |= JPG_EntryEnd;
-            } else {
-                place2 += JPG_ZerosOf(second);
-                next = place2 + 1;
-                pair |= valueOf(second) << 48;
+                pair |= way << 16;
+                way += JPG_PairEnd;
+                break;
             }
+            way += JPG_ZerosOf(entry);
+            pair |= way << (8 + 8 * n) | uint64_t{static_cast<uint16_t>(JPG_ValueOf(entry))}
+                                             << (32 + 16 * n);
+            way++;
         }
-        pairs[i] = pair | place2 << 16 | next << 24 | drop;
+        pairs[i] = drop == 0 ? 0 : pair | way << 24 | drop;
     }
 }
 

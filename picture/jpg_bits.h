@@ -35,7 +35,7 @@ struct JPG_BITS {
     }
     void Drop(uint32_t count)
     {
-        Buffer <<= count;
+        Buffer <<= count & 63;
         Left -= count;
     }
     uint32_t Take(uint32_t count)
@@ -79,13 +79,13 @@ struct JPG_CODES {
     bool GoesOn;  // bits that are no code count as the symbol 0; else they are damage
 };
 
-/// Entries of one or two coefficients, indexed as JPG_CODES::Look, for AC codes: if the code and
-/// value after the first also lie within the index, one look-up decodes both. From bit 0 on: the
-/// bits to drop, JPG_EntryEnd and JPG_PairLook, 8 bits each of the two coefficients' distances from
-/// the next one and of the distance of the one after them, 16 bits each of their values. A
-/// coefficient that is missing has the value 0 and a place that the next one overwrites.
+/// One or two coefficients of an AC table, indexed as JPG_CODES::Look: if the code and value after
+/// the first also lie within the index, one look-up decodes both. From bit 0 on, a byte each: the
+/// bits to drop; from the next zigzag index, the ways to the first coefficient, the second one and
+/// past both, plus JPG_PairEnd at the end of the block; 16 bits each: their values. A coefficient
+/// that is missing has the value 0. 0: decoded by Look.
 using JPG_PAIRS = std::array<uint64_t, 1 << JPG_LookBits>;
-constexpr uint64_t JPG_PairLook = 128;  // the value is not in the index: Look has the entry
+constexpr uint32_t JPG_PairEnd = 128;
 
 /// Builds the pairs of an AC table.
 void JPG_MakePairs(const JPG_CODES &codes, JPG_PAIRS &pairs);

@@ -94,20 +94,13 @@ template <typename Block>
 static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
 {
     JPG_BITS bits = scan.Bits;  // a copy, kept in registers
-    if (!scan.Interleaved()) {
-        for (COMPONENT &c = *scan.Components[0]; x < end; x++) {
-            block(bits, c, x, y);
-            if (bits.Overrun()) [[unlikely]]
-                return scan.Leave(x);
-        }
-        scan.Bits = bits;
-        return end;
-    }
+    const bool interleaved = scan.Interleaved();
     for (; x < end; x++)
-        for (COMPONENT *c : scan.Components)
-            for (size_t v = 0; v < c->Plane.V; v++)
-                for (size_t h = 0; h < c->Plane.H; h++) {
-                    block(bits, *c, x * c->Plane.H + h, y * c->Plane.V + v);
+        for (COMPONENT *c : scan.Components) {
+            const size_t across = interleaved ? c->Plane.H : 1, down = interleaved ? c->Plane.V : 1;
+            for (size_t v = 0; v < down; v++)
+                for (size_t h = 0; h < across; h++) {
+                    block(bits, *c, x * across + h, y * down + v);
                     if (bits.Overrun()) [[unlikely]] {
                         scan.Lost = true;
                         if (!scan.GoesOn)
@@ -116,6 +109,7 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
                         end = x + 1;
                     }
                 }
+        }
     scan.Bits = bits;
     return end;
 }
@@ -155,20 +149,20 @@ template <bool Paired>
     const size_t pairsEnd = pairs ? 64 - 16 : 0;
     block[0] = NextDC(bits, c);
     size_t k = 1;
-    while (k < 64) {
+    for (;;) {
         if (k < pairsEnd) {
             if (bits.Left < JPG_LookBits)
                 bits.Refill();
             const uint64_t pair = pairs[bits.Buffer >> (64 - JPG_LookBits)];
-            if ((pair & JPG_PairLook) == 0) [[likely]] {
-                bits.Drop(static_cast<uint32_t>(pair) & JPG_EntryDrop);
+            if (pair != 0) [[likely]] {
+                bits.Drop(static_cast<uint8_t>(pair));
                 block[JPG_Places[k + (pair >> 8 & 255)]] = static_cast<int16_t>(pair >> 32);
                 block[JPG_Places[k + (pair >> 16 & 255)]] = static_cast<int16_t>(pair >> 48);
                 k += pair >> 24 & 255;
-                if ((pair & JPG_EntryEnd) != 0)
-                    break;
                 continue;
             }
+        } else if (k >= 64) {
+            break;
         }
         if (bits.Left < 32)
             bits.Refill();
@@ -179,6 +173,8 @@ template <bool Paired>
         block[JPG_Places[k]] = static_cast<int16_t>(JPG_ValueOf(entry));
         k++;
     }
+    if (k >= JPG_PairEnd)
+        return k - JPG_PairEnd;
     if (k > 64) [[unlikely]]
         return LeaveBlock(bits, c, block);
     return k;
