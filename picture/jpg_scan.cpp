@@ -149,20 +149,20 @@ template <bool Paired>
     const size_t pairsEnd = pairs ? 64 - 16 : 0;
     block[0] = NextDC(bits, c);
     size_t k = 1;
-    for (;;) {
+    while (k < 64) {
         if (k < pairsEnd) {
-            if (bits.Left < JPG_LookBits)
-                bits.Refill();
-            const uint64_t pair = pairs[bits.Buffer >> (64 - JPG_LookBits)];
-            if (pair != 0) [[likely]] {
+            bits.Refill();
+            for (int n = 0; n < 5 && k < pairsEnd; n++) {
+                const uint64_t pair = pairs[bits.Buffer >> (64 - JPG_LookBits)];
+                if (pair == 0)
+                    break;
                 bits.Drop(static_cast<uint8_t>(pair));
                 block[JPG_Places[k + (pair >> 8 & 255)]] = static_cast<int16_t>(pair >> 32);
                 block[JPG_Places[k + (pair >> 16 & 255)]] = static_cast<int16_t>(pair >> 48);
                 k += pair >> 24 & 255;
-                continue;
             }
-        } else if (k >= 64) {
-            break;
+            if (k >= 64)
+                break;
         }
         if (bits.Left < 32)
             bits.Refill();
