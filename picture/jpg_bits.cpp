@@ -39,7 +39,6 @@ void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, bool goesOn, JPG_CODES &co
     codes.AC = ac;
     codes.GoesOn = goesOn;
     codes.Symbols = table.Symbols;
-    codes.Look.fill(JPG_EntryLong);
     uint32_t code = 0, index = 0;
     for (uint32_t n = 1; n <= 16; n++, code *= 2) {
         const uint32_t room = std::min((1u << n) - std::min(code, 1u << n), 256 - index);
@@ -50,6 +49,9 @@ void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, bool goesOn, JPG_CODES &co
         code += count;
         index += count;
         codes.Limits[n] = code << (16 - n);
+        if (n == JPG_LookBits)  // the rest
+            std::fill(codes.Look.begin() + code, codes.Look.end(),
+                      static_cast<int32_t>(JPG_EntryLong));
     }
 }
 

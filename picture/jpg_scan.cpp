@@ -16,20 +16,26 @@
 namespace
 {
 
+// Decoding tables of a component in a scan.
+struct TABLES {
+    JPG_CODES DC, AC;
+    JPG_PAIRS Pairs;
+    bool Paired;  // Pairs are made
+};
+
 struct COMPONENT {
     JPG_PLANE Plane;
     size_t BlocksAcross, BlocksDown;  // including those that pad the last MCUs
     size_t CodedAcross, CodedDown;    // in a scan of this component alone
-    // All blocks, and per block a bit for each nonzero AC coefficient, in zigzag
-    // order. Only for pictures of several scans.
+    // All blocks, and per block a bit for each nonzero AC coefficient, in zigzag order. Only for
+    // pictures of several scans.
     int16_t *Coefficients;
     std::vector<uint64_t> NonZero;
     std::array<float, 64> Scale;
-    bool Scaled;   // Scale is set, by the table in force at its first scan
-    uint8_t *Top;  // first samples of the current row of MCUs
-    int16_t DC;    // of the previous block, to which the next difference is added
-    JPG_CODES DCCodes, ACCodes;
-    std::unique_ptr<JPG_PAIRS> Pairs;
+    bool Scaled;           // Scale is set, by the table in force at its first scan
+    uint8_t *Top;          // first samples of the current row of MCUs
+    int16_t DC;            // of the previous block, to which the next difference is added
+    const TABLES *Tables;  // the scan's
 
     int16_t *BlockAt(size_t x, size_t y)
     {
@@ -54,6 +60,7 @@ struct PICTURE {
 // The scan being decoded.
 struct SCAN {
     std::vector<COMPONENT *> Components;
+    std::vector<std::unique_ptr<TABLES>> Tables;
     size_t Across, Down;  // MCUs of all its components, or one component's blocks
     size_t Interval;      // MCUs between restart markers
     JPG_BITS Bits;
@@ -122,7 +129,7 @@ static bool IsEnd(int32_t entry)
 [[gnu::always_inline]] static inline int16_t NextDC(JPG_BITS &bits, COMPONENT &c)
 {
     bits.Refill();
-    c.DC = static_cast<int16_t>(c.DC + JPG_ValueOf(JPG_NextEntry(bits, c.DCCodes)));
+    c.DC = static_cast<int16_t>(c.DC + JPG_ValueOf(JPG_NextEntry(bits, c.Tables->DC)));
     return c.DC;
 }
 
@@ -131,7 +138,7 @@ static bool IsEnd(int32_t entry)
 [[gnu::always_inline]] static inline size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c,
                                                        int16_t *block)
 {
-    if (c.ACCodes.GoesOn)
+    if (c.Tables->AC.GoesOn)
         block[JPG_Places[63]] = block[64];
     else
         bits.MarkDamage();
@@ -145,15 +152,15 @@ template <bool Paired>
 [[gnu::always_inline]] static inline size_t DecodeBlock(JPG_BITS &bits, COMPONENT &c,
                                                         int16_t *block)
 {
-    const uint64_t *const pairs = Paired && c.Pairs ? c.Pairs->data() : nullptr;
-    const size_t pairsEnd = pairs ? 64 - 16 : 0;
+    const TABLES &tables = *c.Tables;
+    const size_t pairsEnd = Paired && tables.Paired ? 64 - 16 : 0;
     block[0] = NextDC(bits, c);
     size_t k = 1;
     while (k < 64) {
         if (k < pairsEnd) {
             bits.Refill();
             for (int n = 0; n < 5 && k < pairsEnd; n++) {
-                const uint64_t pair = pairs[bits.Buffer >> (64 - JPG_LookBits)];
+                const uint64_t pair = tables.Pairs[bits.Buffer >> (64 - JPG_LookBits)];
                 if (pair == 0)
                     break;
                 bits.Drop(static_cast<uint8_t>(pair));
@@ -166,7 +173,7 @@ template <bool Paired>
         }
         if (bits.Left < 32)
             bits.Refill();
-        const int32_t entry = JPG_NextEntry(bits, c.ACCodes);
+        const int32_t entry = JPG_NextEntry(bits, tables.AC);
         if (IsEnd(entry))
             break;
         k += JPG_ZerosOf(entry);
@@ -217,7 +224,7 @@ static size_t DecodeSequential(SCAN &scan, size_t x, size_t end, size_t y)
         std::array<int16_t, 65> block;
         std::copy_n(kept, 64, block.begin());
         const size_t last = DecodeBlock<false>(bits, c, block.data());
-        if (bits.Overrun() && !c.ACCodes.GoesOn)
+        if (bits.Overrun() && !c.Tables->AC.GoesOn)
             return;
         std::copy_n(block.begin(), 64, kept);
         c.NonZero[by * c.BlocksAcross + bx] |= (uint64_t{2} << (last - 1)) - 2;
@@ -252,6 +259,7 @@ static size_t DecodeDCRefine(SCAN &scan, size_t x, size_t end, size_t y)
 static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
 {
     COMPONENT &c = *scan.Components[0];
+    const JPG_CODES &codes = c.Tables->AC;
     const size_t first = JPG_Header.Ss, last = JPG_Header.Se;
     const int32_t scale = 1 << JPG_Header.Al;
     JPG_BITS bits = scan.Bits;
@@ -269,7 +277,7 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
         while (k <= last) {
             if (bits.Left < 32)
                 bits.Refill();
-            const int32_t entry = JPG_NextEntry(bits, c.ACCodes);
+            const int32_t entry = JPG_NextEntry(bits, codes);
             if (IsEnd(entry)) {
                 run = TakeRun(bits, entry) - 1;
                 break;
@@ -336,6 +344,7 @@ static size_t FindZero(uint64_t free, uint32_t zeros)
 static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
 {
     COMPONENT &c = *scan.Components[0];
+    const JPG_CODES &codes = c.Tables->AC;
     const uint64_t band = Below(JPG_Header.Se + size_t{1}) & ~Below(JPG_Header.Ss);
     const int bit = 1 << JPG_Header.Al;
     JPG_BITS bits = scan.Bits;
@@ -347,7 +356,7 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
         while (left != 0 && run == 0) {
             if (bits.Left < 32)
                 bits.Refill();
-            const int32_t entry = JPG_NextEntry(bits, c.ACCodes);
+            const int32_t entry = JPG_NextEntry(bits, codes);
             if (IsEnd(entry)) {
                 run = TakeRun(bits, entry);
                 break;
@@ -605,6 +614,9 @@ static void MakeScale(COMPONENT &c, size_t number)
     c.Scaled = true;
 }
 
+// Bytes of a picture from which on pairs gain more time than making them takes.
+constexpr uint64_t JPG_MinPairsBytes = 1 << 14;
+
 static SCAN MakeScan(PICTURE &picture)
 {
     const JPG_HEADER &h = JPG_Header;
@@ -615,16 +627,16 @@ static SCAN MakeScan(PICTURE &picture)
         COMPONENT &c = *scan.Components[i];
         const uint8_t tables = h.ScanComponents[i].Tables;
         if (i > 0 && tables == h.ScanComponents[i - 1].Tables) {  // as two colours usually are
-            c.DCCodes = scan.Components[i - 1]->DCCodes;
-            c.ACCodes = scan.Components[i - 1]->ACCodes;
+            c.Tables = scan.Components[i - 1]->Tables;
         } else {
-            JPG_MakeCodes(h.DC[tables >> 4 & 3], false, scan.GoesOn, c.DCCodes);
-            JPG_MakeCodes(h.AC[tables & 3], true, scan.GoesOn, c.ACCodes);
-        }
-        c.Pairs = nullptr;
-        if (picture.Direct && JPG_File.size() > 20000) {
-            c.Pairs = std::make_unique<JPG_PAIRS>();
-            JPG_MakePairs(c.ACCodes, *c.Pairs);
+            scan.Tables.push_back(std::make_unique_for_overwrite<TABLES>());
+            TABLES &made = *scan.Tables.back();
+            JPG_MakeCodes(h.DC[tables >> 4 & 3], false, scan.GoesOn, made.DC);
+            JPG_MakeCodes(h.AC[tables & 3], true, scan.GoesOn, made.AC);
+            made.Paired = picture.Direct && OwnBytes() >= JPG_MinPairsBytes;
+            if (made.Paired)
+                JPG_MakePairs(made.AC, made.Pairs);
+            c.Tables = &made;
         }
         MakeScale(c,
                   h.Components[static_cast<size_t>(&c - picture.Components.data())].Quantisation);
