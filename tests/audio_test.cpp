@@ -463,7 +463,7 @@ TEST(AudioTake, SeeksExactly)
     SetRaw(2, 16);
     for (const uint8_t rules : {AUDIO_RULES_FRAMEWORK, AUDIO_RULES_FORMAT}) {
         Audio_Rules = rules;
-        for (const BYTES &file : {pieces, packed, song, noise, music, adpcm})
+        for (const BYTES &file : {pieces, Prefix(pieces, 26), packed, song, noise, music, adpcm})
             CheckSeeks("made", file);
         const char *corpus = std::getenv("CORPUS");
         for (const std::string folder : {TEST_DATA, corpus ? corpus : TEST_DATA "sounds"})

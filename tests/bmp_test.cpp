@@ -148,6 +148,9 @@ TEST(BMP, MasksInsideALongHeader)
     EXPECT_EQ(Show(file + Hex("5A03")), "3050A0FF");
     BMP_HEADER h;
     EXPECT_EQ(BMP_GetHeader(&h)->HeaderSize, 108u);
+    BMP_Load(OwnFile(MakeFile(3, -2, 24, 0, "", BYTES(20))).c_str());
+    EXPECT_EQ(BMP_Header.OutputSize, 3u * 2 * 4);
+    BMP_UnLoad();
 }
 
 TEST(BMP, RunsExpand)

@@ -221,6 +221,8 @@ TEST(PNM, FormatsOwnRules)
     const std::vector<FORMAT_ROW> rows = {
         {"P1 with comments", Text("P1 #c\n2#x\n1\n0#1\n1"), "FF 00"},
         {"P2 of 15, rounded", Text("P2 3 1 15 1 7 15"), "11 77 FF"},
+        {"P2 of 7", Text("P2 2 1 7 1 6"), "24 DB"},
+        {"P2 of 700", Text("P2 3 1 700 41 175 350"), "0E 40 80"},
         {"P3 of 2 bytes", Text("P3 1 1 65535 256 511 65535"), "0101FFFF"},
         {"P4 of 9 columns", Text("P4 9 2\n\0\0\xFF\x80"),
          "FF FF FF FF FF FF FF FF FF 00 00 00 00 00 00 00 00 00"},

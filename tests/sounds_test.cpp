@@ -224,8 +224,8 @@ TEST(Sounds, FormatRules)
          sound({4})), 1, 10000, 8, {1, 2, 3, 128, 128, 4}},
         {"silence first", Voc, voc(silence + sound({1})), 1, 10000, 8, {128, 128, 1}},
         {"repeated twice", Voc,
-         voc(block(6, {2, 0}) + sound({1, 2}) + silence + block(7, {}) + sound({3})), 1, 10000, 8,
-         {1, 2, 128, 128, 1, 2, 128, 128, 1, 2, 128, 128, 3}},
+         voc(sound({9}) + block(6, {2, 0}) + sound({1, 2}) + silence + block(7, {}) + block(7, {}) +
+         sound({3})), 1, 10000, 8, {9, 1, 2, 128, 128, 1, 2, 128, 128, 1, 2, 128, 128, 3}},
         {"extended, at its rate", Voc, voc(extended + sound({1, 2, 3, 4}) + sound({5, 6})), 2,
          22053, 8, {1, 2, 3, 4}, "codec 0 with 1 channels after codec 0 with 2"},
         {"new format", Voc, voc(block(9, format9 + BYTES{1, 2}) + block(2, {3, 4})), 1, 22050, 16,
@@ -324,6 +324,7 @@ TEST(Sounds, Reasons)
         {Wav, Prefix(wave, wave.size() - 2), "cut after 5 of 7 bytes of sound"},
         {Wav, Prefix(wave, 40) + BYTES(4, 0xFF) + Data, ""},
         {Wav, WaveFile(85, 1, 16, Data), "format tag 85"},
+        {Wav, WaveFile(1, 1, 12, Data), "12 bits a sample"},
         {Wav, Text("RIFF"), "format tag 0"},
         {Voc, VocFile({1, 9, 0, 0, 0xA6, 1}), "codec 1"},
         {Voc, VocFile({}), "no sound block"},

@@ -196,6 +196,8 @@ TEST(TIF, PixelsByTheFormatsRules)
          "subsampled chroma that is planar or of 8 bits"},
         {"tiles of no size", "258=8 262=1 322=0 323=1 324=8", "01", "", "tiles of no size"},
         {"no width", "256=0 258=8 262=1 273=8", "01", "", "a side of 0 pixels, or more than 65535"},
+        {"nine samples", "258=8 262=1 273=8 277=9", "010203040506070809", "", "9 samples a pixel"},
+        {"eight", "258=8,8,8,8,8,8,8,8 262=1 273=8", "0102030405060708", "01010102"},
         {"uneven sizes", "258=5,6,5 262=2 273=8 277=3", "0102", "", "samples of different sizes"},
         {"32 bits", "258=32 262=1 273=8", "01020304", "", "32 bits a sample"},
         {"floating point", "258=16 262=1 273=8 339=3", "0102", "", "floating point"},
