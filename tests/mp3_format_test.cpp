@@ -231,23 +231,27 @@ static BYTES Protected(const BYTES &frame, uint16_t error = 0)
 
 TEST(MP3Format, ChecksumsTellDamage)
 {
-    std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), right, wrong, oneWrong, oneShort;
+    std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), right, wrong, oneWrong, oneShort,
+        oneCutOff;
     for (BYTES &frame : frames) {
         right.push_back(Protected(frame));
         wrong.push_back(Protected(frame, 1));
     }
-    oneWrong = oneShort = right;
+    oneWrong = oneShort = oneCutOff = right;
     oneWrong[1] = wrong[1];
+    BYTES early = frames[2];
+    early[4] = 0, early[5] |= 0x80;  // its main data begin a byte before it
+    oneCutOff[2] = Text("junk") + Protected(early);
     frames[1][28] |= 7;  // the last granule has more bits than there are
     oneShort[1] = Protected(frames[1]);
     const BYTES sound = Play(Joined(right));
     EXPECT_TRUE(Play(Joined(wrong)) == sound) << "never right, so not a sign of damage";
-    for (const auto &stream : {oneWrong, oneShort}) {
+    for (const auto &[at, stream] : {std::pair(1, oneWrong), {1, oneShort}, {2, oneCutOff}}) {
         const BYTES damaged = Play(Joined(stream));
         ASSERT_EQ(damaged.size(), sound.size());
-        EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + 1152 * Bytes, damaged.begin()));
-        const auto last = damaged.begin() + (2 * 1152 - 32) * Bytes;
-        EXPECT_EQ(std::count(last, last + 32 * Bytes, 0), 32 * Bytes) << "silent";
+        EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + at * 1152 * 4, damaged.begin()));
+        const auto last = damaged.begin() + (at * 1152 + 1120) * 4;
+        EXPECT_EQ(std::count(last, last + 32 * 4, 0), 32 * 4) << "silent";
     }
 }
 
