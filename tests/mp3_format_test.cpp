@@ -259,10 +259,8 @@ TEST(MP3Format, Tags)
 {
     const BYTES stream = Joined(FramesOf("mp3_low.mp3"));
     const auto v2 = [](uint8_t major, uint8_t flags, const BYTES &body) {
-        return Text("ID3") + BYTES{major, 0, flags, 0, 0} +
-               BYTES{static_cast<uint8_t>(body.size() >> 7),
-                     static_cast<uint8_t>(body.size() & 127)} +
-               body;
+        const auto seven = [&body](int at) { return static_cast<uint8_t>(body.size() >> at & 127); };
+        return Text("ID3") + BYTES{major, 0, flags, 0, seven(14), seven(7), seven(0)} + body;
     };
     const auto frame = [](const char *id, const BYTES &text, uint16_t flags = 0) {
         return BYTES(id, id + 4) + Number(std::ssize(text), 4) + Number(flags, 2) + text;
@@ -271,7 +269,8 @@ TEST(MP3Format, Tags)
         return items + Text("APETAGEX") + Number(2000, -4) + Number(32 + std::ssize(items), -4) +
                Number(1, -4) + BYTES(12);
     };
-    const BYTES title = frame("TIT2", Text("\0Title"));
+    const BYTES title = frame("TIT2", Text("\0Title")), two = Text("TT2\0\0\3\0Hi");
+    const BYTES item = Number(3, -4) + Number(0, 4) + Text("Title\0Two"), none = BYTES(8) + Text("x\0");
     const BYTES v1 = Text("TAG") + Text("One") + BYTES(27, ' ') + BYTES(92) + BYTES{0, 9, 17};
     // clang-format off
     const struct {
@@ -315,6 +314,15 @@ TEST(MP3Format, Tags)
         {"APE in front", Text("APETAGEX") + Number(2000, -4) + Number(32 + 17, -4) + Number(1, -4) +
          Number(0xA0000000, -4) + BYTES(8) + ape(Number(3, -4) + Number(0, 4) + Text("Title\0Two")), {},
          "Two|||"},
+        {"16 tags", Joined(std::vector(15, v2(3, 0, {}))) + v2(3, 0, title),
+         ape(Number(7, -4) + Number(0, 4) + Text("Comment\0As said")) + Joined(std::vector(15, ape({}))),
+         "Title|As said||"},
+        {"a 17th", Joined(std::vector(16, v2(3, 0, {}))) + v2(3, 0, title), {}, "|||"},
+        {"4096 frames", v2(2, 0, Joined(std::vector(4095, Text("XXX\0\0\0"))) + two),
+         ape(Joined(std::vector(4095, none)) + item), "Hi|||"},
+        {"more", v2(2, 0, Joined(std::vector(4096, Text("XXX\0\0\0"))) + two),
+         ape(Joined(std::vector(4096, none)) + item), "|||"},
+        {"4096 items", {}, ape(Joined(std::vector(4095, none)) + item), "Two|||"},
         {"sizes beyond the file", v2(3, 0, Text("TIT2\x7F\xFF\xFF\xFF\0\0\0Hi")), {}, "Hi|||"},
     };
     // clang-format on

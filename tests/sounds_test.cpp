@@ -85,6 +85,10 @@ TEST(Sounds, Headers)
         return IffFile("AIFC", Comm(bits, compression) + sound);
     };
     const std::string cut = "xxxxxxxxxxxxxxxal", x17(17, 'x');
+    const BYTES none = Chunk("NONE", {});
+    BYTES padded = Comm(16) + odd + BYTES(1);
+    for (int i = 4; i < 16384; i++)  // after the form, too
+        padded.insert(padded.end(), none.begin(), none.end());
     const FILE_ROW aiff[] = {
         {"22050 Hz, doubled", IffFile("AIFF", Comm(8, {}, 13) + sound), {2, 44100, 8, 46}, 0},
         {"raw", aifc(8, Text("raw ")), {2, 44100, 8, 50}, 1, "raw "},
@@ -96,6 +100,8 @@ TEST(Sounds, Headers)
         {"odd, not padded", IffFile("AIFF", odd + Comm(16) + sound), {2, 44100, 16, 61}, 0},
         {"odd, padded", IffFile("AIFF", Comm(16) + odd + BYTES(1) + sound), {2, 44100, 16, 62}, 0},
         {"no sound", IffFile("AIFF", Comm(16)), {2, 44100, 16, 0}, 0},
+        {"16384 chunks", IffFile("AIFF", padded + sound), {2, 44100, 16, 131102}, 0},
+        {"one more", IffFile("AIFF", padded + none + sound), {2, 44100, 16, 0}, 0},
         {"no common chunk", IffFile("AIFF", sound), {1, 0, 0, 20}, 0},
     };
     for (const FILE_ROW &row : aiff) {
