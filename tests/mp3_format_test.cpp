@@ -232,7 +232,7 @@ static BYTES Protected(const BYTES &frame, uint16_t error = 0)
 TEST(MP3Format, ChecksumsTellDamage)
 {
     std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), right, wrong, oneWrong, oneShort,
-        oneCutOff;
+                       oneCutOff;
     for (BYTES &frame : frames) {
         right.push_back(Protected(frame));
         wrong.push_back(Protected(frame, 1));
@@ -259,7 +259,9 @@ TEST(MP3Format, Tags)
 {
     const BYTES stream = Joined(FramesOf("mp3_low.mp3"));
     const auto v2 = [](uint8_t major, uint8_t flags, const BYTES &body) {
-        const auto seven = [&body](int at) { return static_cast<uint8_t>(body.size() >> at & 127); };
+        const auto seven = [&body](int at) {
+            return static_cast<uint8_t>(body.size() >> at & 127);
+        };
         return Text("ID3") + BYTES{major, 0, flags, 0, seven(14), seven(7), seven(0)} + body;
     };
     const auto frame = [](const char *id, const BYTES &text, uint16_t flags = 0) {
@@ -270,7 +272,8 @@ TEST(MP3Format, Tags)
                Number(1, -4) + BYTES(12);
     };
     const BYTES title = frame("TIT2", Text("\0Title")), two = Text("TT2\0\0\3\0Hi");
-    const BYTES item = Number(3, -4) + Number(0, 4) + Text("Title\0Two"), none = BYTES(8) + Text("x\0");
+    const BYTES item = Number(3, -4) + Number(0, 4) + Text("Title\0Two"),
+                none = BYTES(8) + Text("x\0");
     const BYTES v1 = Text("TAG") + Text("One") + BYTES(27, ' ') + BYTES(92) + BYTES{0, 9, 17};
     // clang-format off
     const struct {

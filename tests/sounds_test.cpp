@@ -173,6 +173,7 @@ TEST(Sounds, FormatRules)
                                    Chunk("MARK", BYTES(9)));
     };
     const BYTES reals = {0x3F, 0, 0, 0, 0xBE, 0x80, 0, 0}, three = {1, 2, 0x83, 4, 5, 6};
+    const BYTES real64 = {0x3F, 0xD0, 0, 0, 0, 0, 0, 0};
     const BYTES slow = Chunk("COMM", BYTES{0, 1, 0, 0, 0, 2, 0, 8} +
                                          BYTES{0x40, 12, 0xAC, 0x44, 0, 0, 0, 0, 0, 0});
     const auto au = [](uint32_t encoding, uint32_t size, const BYTES &data) {
@@ -212,6 +213,14 @@ TEST(Sounds, FormatRules)
         {"in24", Aiff, aiff(16, Text("in24"), three), 2, 44100, 24, {0x010283, 0x040506}},
         {"fl32", Aiff, aiff(16, Text("FL32"), reals), 2, 44100, 32, {1 << 30, -(1 << 29)}},
         {"A-law", Aiff, aiff(8, Text("ALAW"), {0xD5, 0x55}), 2, 44100, 16, {8, -8}},
+        {"mu-law", Aiff, aiff(8, Text("ulaw"), {0, 0xFF}), 2, 44100, 16, {-32124, 0}},
+        {"unsigned words", Aiff, aiff(16, Text("raw "), words), 2, 44100, 16, {-32510, 32766}},
+        {"twos", Aiff, aiff(16, Text("twos"), words), 2, 44100, 16, {258, -2}},
+        {"in16", Aiff, aiff(8, Text("in16"), words), 2, 44100, 16, {258, -2}},
+        {"42ni", Aiff, aiff(8, Text("42ni"), three), 2, 44100, 24, {-0x7CFDFF, 0x060504}},
+        {"in32", Aiff, aiff(8, Text("in32"), reals), 2, 44100, 32, {0x3F << 24, -0x4180 * 65536}},
+        {"23ni", Aiff, aiff(8, Text("23ni"), reals), 2, 44100, 32, {0x3F, 0x80BE}},
+        {"fl64", Aiff, aiff(8, Text("fl64"), real64 + real64), 2, 44100, 32, {1 << 29, 1 << 29}},
         {"the data first", Aiff, IffFile("AIFF", Chunk("SSND", BYTES(8) + BYTES{1, 0xFF}) + slow),
          1, 11025, 8, {129, 127}},
         {"padding forgotten", Aiff,
@@ -224,6 +233,15 @@ TEST(Sounds, FormatRules)
         {"or with the file", Au, au(3, UINT32_MAX, words), 1, 11025, 16, {258, -2}},
         {"8 bits", Au, au(2, 2, {1, 0xFF}), 1, 11025, 8, {129, 127}},
         {"floating point", Au, au(6, 8, reals), 1, 11025, 32, {1 << 30, -(1 << 29)}},
+        {"64 bits", Au, au(7, 8, real64), 1, 11025, 32, {1 << 29}},
+        {"24 bits", Au, au(4, 6, three), 1, 11025, 24, {0x010283, 0x040506}},
+        {"32 bits", Au, au(5, 4, three), 1, 11025, 32, {0x01028304}},
+        {"AU mu-law", Au, au(1, 2, {0, 0xFF}), 1, 11025, 16, {-32124, 0}},
+        {"AU A-law", Au, au(27, 2, {0xD5, 0x55}), 1, 11025, 16, {8, -8}},
+        {"data at byte 20", Au, Text(".snd\0\0\0\x14") + BYTES(4) + Number(3, 4) + Number(11025, 4) +
+         Number(1, 4) + words, 1, 11025, 16, {258, -2}},
+        {"lowest byte first", Au, Text("dns.\x18\0\0\0") + BYTES(4) + Number(3, -4) +
+         Number(11025, -4) + Number(1, -4) + words, 1, 11025, 16, {513, -257}},
         {"AU ADPCM", Au, au(23, 8, reals), 0, 11025, 0, {}, "encoding 23"},
         {"VOC, all blocks", Voc,
          voc(sound({1, 2}) + block(5, Text("text")) + block(4, {1, 0}) + block(2, {3}) + silence +
