@@ -81,7 +81,7 @@ TEST(BMP, FormatsOwnRules)
 {
     const char *greys = "01010100 02020200 03030300 04040400";
     const char *fields565 = "00F80000 E0070000 1F000000";
-    const char *argb = "0000FF00 00FF0000 FF000000 000000FF";
+    const char *abgr = "FF000000 00FF0000 0000FF00 000000FF";
     BYTES noOffset = Bmp(40, 1, 1, 2, 0, "", greys, "40000000");
     BYTES noPalette = Bmp(40, 1, 1, 24, 0, "", "", "010203");
     noOffset[10] = noPalette[10] = 0;
@@ -101,10 +101,10 @@ TEST(BMP, FormatsOwnRules)
         {"16 bits, 5-6-5 after the header", Bmp(40, 1, 1, 16, 3, fields565, "", "2008 0000"),
          "080400FF"},
         {"32 bits: no alpha", Bmp(40, 1, 1, 32, 0, "", "", "01020304"), "030201FF"},
-        {"fields with alpha in the header", Bmp(56, 2, 1, 32, 3, argb, "", "01020380 00000000"),
-         "03020180 -"},
-        {"an alpha that is 0 everywhere", Bmp(56, 2, 1, 32, 3, argb, "", "01020300 01020300"),
-         "030201FF 030201FF"},
+        {"fields with alpha in the header", Bmp(56, 2, 1, 32, 3, abgr, "", "01020380 00000000"),
+         "01020380 -"},
+        {"an alpha that is 0 everywhere", Bmp(56, 2, 1, 32, 3, abgr, "", "01020300 01020300"),
+         "010203FF 010203FF"},
         {"fields of 10 bits keep their high 8",
          Bmp(40, 1, 1, 32, 3, "0000F03F 00FC0F00 FF030000", "", "FF03F03F"), "FF00FFFF"},
         {"runs of 8 bits: ends, literals, a delta",
@@ -129,8 +129,8 @@ TEST(BMP, FormatsOwnRules)
         {"a height of 17 bits", Bmp(40, 1, -65536, 24, 0, "", "", "010203"), "",
          "a side of more than 65535 pixels"},
         {"no pixels", Bmp(40, 1, 1, 24, 0, "", "", ""), "", "the pixels are missing"},
-        {"fields with alpha after the header", Bmp(40, 1, 1, 32, 6, argb, "", "01020380"),
-         "03020180"},
+        {"fields with alpha after the header", Bmp(40, 1, 1, 32, 6, abgr, "", "01020380"),
+         "01020380"},
         {"a delta past the last row", Bmp(40, 1, 2, 8, 1, "", greys, "0101 0002 0005 0102"),
          "01 02"},
         {"OS/2's Huffman runs", Bmp(64, 8, 1, 1, 3, "", "", "FFFFFFFF"), "", "Huffman compression"},

@@ -154,7 +154,8 @@ TEST(TGA, OriginsAndPackets)
     TGA_Load(OwnFile(Tga(10, 24, 7, 1, 1, BYTES{0, 1, 2, 3} + footer)).c_str());
     const BYTES expanded(TGA_File.begin(), TGA_File.end());
     EXPECT_EQ(expanded, Tga(10, 24, 7, 1, 1, BYTES{1, 2, 3} + footer));
-    EXPECT_EQ(TGA_Header.ImageType, 2);
+    const TGA_HEADER &h = TGA_Header;
+    EXPECT_EQ(std::tuple(h.ImageType, h.AlphaBits, h.Origin, h.Size), std::tuple(2, 7, 0, 4u));
     TGA_UnLoad();
 }
 
