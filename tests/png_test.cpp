@@ -260,10 +260,15 @@ TEST(PNG, HeaderFacts)
     EXPECT_STREQ(h.InternationalTexts[0].TranslatedKeyword.data(), "Kulcs");
     EXPECT_STREQ(h.InternationalTexts[0].Text.data(), "Sz\xC3\xB6veg");
     EXPECT_STREQ(h.InternationalTexts[1].Text.data(), "");
-    EXPECT_EQ(h.BackgroundGreen, 0x304);
-    EXPECT_EQ(h.PixelsPerUnitY * 10 + h.Unit, 5121u);
-    EXPECT_EQ(h.Year * 100 + h.Second, 202659);
-    EXPECT_EQ(h.KeyBlue, 3);
+    EXPECT_EQ(std::tuple(h.InternationalTexts[0].Keyword.data() + std::string(),
+                         h.InternationalTexts[1].CompressionFlag),
+              std::tuple("Key", 1));
+    EXPECT_EQ(std::tuple(h.BackgroundRed, h.BackgroundGreen, h.BackgroundBlue),
+              std::tuple(0x102, 0x304, 0x506));
+    EXPECT_EQ(std::tuple(h.PixelsPerUnitX, h.PixelsPerUnitY, h.Unit), std::tuple(256u, 512u, 1));
+    EXPECT_EQ(std::tuple(h.Year, h.Month, h.Day, h.Hour, h.Minute, h.Second),
+              std::tuple(2026, 11, 21, 9, 30, 59));
+    EXPECT_EQ(std::tuple(h.KeyRed, h.KeyGreen, h.KeyBlue), std::tuple(1, 2, 3));
     for (const auto &[type, grey, index] : {std::array{0, 0x102, 0}, {3, 0, 1}, {4, 0x102, 0}}) {
         Decode(File(1, 1, 8, static_cast<uint8_t>(type), Chunk("bKGD", {1, 2})));
         EXPECT_EQ(h.BackgroundGrey * 1000 + h.BackgroundIndex, grey * 1000 + index) << type;
