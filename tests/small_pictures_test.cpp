@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "picture/pcx.h"
+#include "picture/pxm.h"
 #include "picture/spr.h"
 #include "picture/tga.h"
 #include "picture/xbm.h"
@@ -29,6 +31,12 @@ static void Check(uint8_t format, const std::vector<ROW> &rows)
         EXPECT_EQ(std::tuple(p.Format, p.Bits), std::tuple(format, r.bits)) << r.what;
         EXPECT_EQ(ShowPixels({p.Pixels, p.Pixels + size}), r.pixels) << r.what;
         EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
+        const uint32_t stated = format == PICTURE_PCX   ? PCX_Header.Size
+                                : format == PICTURE_TGA ? TGA_Header.Size
+                                : format == PICTURE_PNM ? PXM_Header.Size
+                                : format == PICTURE_XBM ? XBM_Header.Size
+                                                        : SPR_Header.Size;
+        EXPECT_TRUE(size == 0 || stated == size) << r.what;
     }
 }
 
