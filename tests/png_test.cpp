@@ -249,8 +249,11 @@ TEST(PNG, HeaderFacts)
         chunks = chunks + Chunk(type, data);
     for (int i = 0; i < 10; i++)
         chunks = chunks + Chunk("tEXt", Text("more\0text")) + Chunk("iTXt", Text("more"));
-    Decode(File(1, 1, 8, 2, chunks));
+    const BYTES file = File(1, 1, 8, 2, chunks);
+    Decode(file);
     const PNG_HEADER &h = PNG_Header;
+    EXPECT_EQ(std::tuple(h.FileSize, h.DataOffset, h.IHDRHeight, h.BitsPerPixel),
+              std::tuple(file.size(), 33 + chunks.size(), 1u, 24));
     EXPECT_EQ(h.TextCount, 10);
     EXPECT_STREQ(h.Texts[0].Text.data(), "A text");
     EXPECT_EQ(h.Texts[1].Keyword.data(), std::string(79, 'k'));
