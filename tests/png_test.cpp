@@ -249,7 +249,7 @@ TEST(PNG, HeaderFacts)
         chunks = chunks + Chunk(type, data);
     for (int i = 0; i < 10; i++)
         chunks = chunks + Chunk("tEXt", Text("more\0text")) + Chunk("iTXt", Text("more"));
-    const BYTES file = File(1, 1, 8, 2, chunks);
+    const BYTES file = File(1, 1, 8, 2, chunks + Image("00010203"));
     Decode(file);
     const PNG_HEADER &h = PNG_Header;
     EXPECT_EQ(std::tuple(h.FileSize, h.DataOffset, h.IHDRHeight, h.BitsPerPixel),
