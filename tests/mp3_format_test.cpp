@@ -150,7 +150,7 @@ TEST(MP3Format, FramesAreFound)
     const BYTES v2 = Text("ID3\4\0\x10\0\0\2\1") + BYTES(257, 0xFF) + Text("3DI") + BYTES(7);
     const BYTES ape = Text("APETAGEX") + Number(2000, -4) + Number(32 + 11, -4) + Number(1, -4) +
                       Number(0x80000000, -4) + BYTES(8);
-    const BYTES apeEnd = ape + stream + BYTES(11) + ape;
+    const BYTES apeEnd = stream + ape + BYTES(11) + ape;
     const struct {
         const char *what;
         BYTES file;
@@ -161,7 +161,7 @@ TEST(MP3Format, FramesAreFound)
         {"junk before", junk + stream, all, ""},
         {"a header across two blocks of the search", BYTES(16382) + stream, all, ""},
         {"tags on both sides", v2 + stream + v1, all, ""},
-        {"APE tags", apeEnd, all, ""},
+        {"an APE tag", apeEnd, all, ""},
         {"lyrics",
          stream + Text("LYRICSBEGIN") + Prefix(frames[0], 208) + Text("000219LYRICS200") + v1, all,
          ""},
