@@ -349,6 +349,24 @@ TEST(TIF, HeaderKeepsDirectories)
     EXPECT_EQ(TIF_Decoding(), nullptr);
 }
 
+TEST(TIF, Pages)
+{
+    // The second directory is a copy of the first, but a pixel wide; the first follows it again.
+    BYTES file = MakeFile(Hex("0102"), "256=2 258=8 262=1 273=8"),
+          second(file.begin() + 10, file.end());
+    second[2 + 8] = 1;
+    second[second.size() - 4] = 10;
+    file[file.size() - 4] = static_cast<uint8_t>(file.size());
+    file = file + second;
+    for (const auto &[page, pixels] : {std::pair(0, "01 02"), {1, "01"}, {2, ""}}) {
+        TIF_Page = static_cast<uint32_t>(page);
+        EXPECT_EQ(ShowByFormat(file), pixels);
+        EXPECT_EQ(TIF_PageCount, 2u);
+        EXPECT_EQ(TIF_Header.DirectoryCount == 0, page == 2);
+    }
+    TIF_Page = 0;
+}
+
 TEST(TIF, RealFiles)
 {
     ExpectFiles({
