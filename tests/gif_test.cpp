@@ -226,8 +226,9 @@ TEST(GIF, ScreensByTheFormatsRules)
         {"what is drawn stays", screen + full + disposing(1) + middle + Frame(3, 1, 1, 1, {15}),
          "1111 5678, 19A1 5BC8, 19A1 5BCF"},
         {"what is drawn is cleared",
-         screen + full + disposing(2) + middle + Frame(3, 1, 1, 1, {15}),
-         "1111 5678, 19A1 5BC8, 1..1 5..F"},
+         screen + full + disposing(2) + Frame(1, 0, 2, 1, {9, 10}) + disposing(2) +
+             Frame(0, 1, 1, 1, {9}) + Frame(3, 1, 1, 1, {15}),
+         "1111 5678, 19A1 5678, 1..1 9678, 1..1 .67F"},
         {"what was before is restored",
          screen + full + disposing(3) + middle + disposing(3) + Frame(0, 0, 1, 1, {14}) +
              Frame(3, 1, 1, 1, {15}),
