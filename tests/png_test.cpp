@@ -93,6 +93,8 @@ static BYTES Key(const char *values)
 TEST(PNG, Rules)
 {
     const BYTES palette = Chunk("PLTE", Hex("010203 040506 070809 0A0B0C"));
+    BYTES narrow = File(1, 5, 8, 0, Image("0001/0005/0003/0002/0004"));
+    narrow[28] = 1;
     const struct {
         const char *what;
         BYTES file;
@@ -101,6 +103,7 @@ TEST(PNG, Rules)
     } rows[] = {
         {"alphas for the first indices", File(4, 1, 2, 3, palette + Key("323C") + Image("00 1B")),
          "01020332 0405063C 070809FF 0A0B0CFF"},
+        {"passes without columns", narrow, "01 02 03 04 05"},
         {"without a palette the last one stays", File(1, 1, 8, 3, Image("00 01")), "0405063C"},
         {"RGB and alpha of 16 bits", File(1, 1, 16, 6, Image("00 0109020903090409")), "01020304"},
         {"grey and alpha of 16 bits", File(1, 1, 16, 4, Image("00 01090209")), "01010102"},
