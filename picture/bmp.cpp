@@ -7,6 +7,7 @@
 
 #include "extra/bytes.h"
 #include "extra/lanes.h"
+#include "extra/local.h"
 #include "extra/reason.h"
 #include "picture/pixels.h"
 
@@ -334,7 +335,7 @@ static void ExpandFormatRuns(std::span<const uint8_t> file, std::span<uint8_t> p
         } else if (value == 1) {
             break;
         } else if (value == 2) {
-            x = std::min(x + Bytes_GetByte(file, p), width);
+            x += Bytes_GetByte(file, p);
             row += Bytes_GetByte(file, p) * width;
         } else {
             const size_t bytes = nibbles ? (value + size_t{1}) / 2 : value;
@@ -521,11 +522,12 @@ static BMP_FIELDS3 Fields32()
 template <typename Row>
 static void DecodeRows(uint8_t *pixels, const Row &row)
 {
-    const BMP_HEADER &h = BMP_Header;
-    const size_t bytes = RowBytes(), stride = bytes + RowSkip();
+    const BMP_HEADER &h = Extra_Local(BMP_Header);
+    const std::span<const uint8_t> file = BMP_File;
+    const size_t bits = StoredBits(), bytes = RowBytes(), stride = bytes + RowSkip();
     for (size_t r = 0; r < h.Height; r++) {
-        const auto in = Bytes_GetSpan(BMP_File, h.DataOffset + r * stride, bytes);
-        const size_t count = std::min<size_t>(h.Width, in.size() * 8 / StoredBits());
+        const auto in = Bytes_GetSpan(file, h.DataOffset + r * stride, bytes);
+        const size_t count = std::min<size_t>(h.Width, in.size() * 8 / bits);
         const size_t y = h.TopDown ? r : h.Height - 1u - r;
         uint8_t *out = pixels + y * h.Width * 4;
         row(in.data(), count, out);

@@ -176,9 +176,8 @@ static void ReadPalette()
 }
 
 // Format: planes of 1, 2 or 4 bits of an index, the first plane the lowest bits.
-static void DecodeShallow(std::span<const uint8_t> row, uint8_t *out)
+static void DecodeShallow(const PCX_HEADER &h, std::span<const uint8_t> row, uint8_t *out)
 {
-    const PCX_HEADER &h = PCX_Header;
     const size_t bits = h.BitsPerPlane, mask = (size_t{1} << bits) - 1;
     for (size_t x = 0; x < h.Width; x++) {
         size_t index = 0;
@@ -192,9 +191,8 @@ static void DecodeShallow(std::span<const uint8_t> row, uint8_t *out)
 }
 
 // An index has one bit from each of 1 or 4 planes, the first plane the lowest bit.
-static void DecodePlanes(std::span<const uint8_t> row, uint8_t *out)
+static void DecodePlanes(const PCX_HEADER &h, std::span<const uint8_t> row, uint8_t *out)
 {
-    const PCX_HEADER &h = PCX_Header;
     for (size_t x = 0; x < h.Width; x += 8) {
         uint64_t packed = 0;
         for (size_t p = 0; p < h.BitsPerPixel; p++) {
@@ -208,28 +206,31 @@ static void DecodePlanes(std::span<const uint8_t> row, uint8_t *out)
 }
 
 // One plane each of red, green, blue and, by the format's rules, alpha.
-static void DecodeComponents(std::span<const uint8_t> row, uint8_t *out)
+static void DecodeComponents(const PCX_HEADER &h, std::span<const uint8_t> row, uint8_t *out)
 {
-    const size_t width = PCX_Header.Width, line = PCX_Header.BytesPerLine;
+    const size_t width = h.Width, line = h.BytesPerLine;
     const std::span<const uint8_t> red = row.first(width), green = row.subspan(line, width),
                                    blue = row.subspan(2 * line, width);
     for (size_t x = 0; x < width; x++)
         Pixels_Put(out + 4 * x, Pixels_Pack(red[x], green[x], blue[x], 255));
-    for (size_t x = 0; x < width && PCX_Header.Planes == 4; x++)
+    for (size_t x = 0; x < width && h.Planes == 4; x++)
         out[4 * x + 3] = row[3 * line + x];
 }
 
-static void DecodeRow(std::span<const uint8_t> row, uint8_t *out)
+// One byte an index.
+static void DecodeIndexes(const PCX_HEADER &h, std::span<const uint8_t> row, uint8_t *out)
+{
+    Pixels_FromIndexes(row.first(h.Width), h.Palette, out);
+}
+
+static auto *RowDecoder()
 {
     const PCX_HEADER &h = PCX_Header;
     if (h.BitsPerPixel >= 24)
-        DecodeComponents(row, out);
-    else if (h.BitsPerPixel == 8 && h.BitsPerPlane == 8)
-        Pixels_FromIndexes(row.first(h.Width), h.Palette, out);
-    else if (IsPlanar() && (h.BitsPerPlane == 1 || !ByFormat()))
-        DecodePlanes(row, out);
-    else
-        DecodeShallow(row, out);
+        return DecodeComponents;
+    if (h.BitsPerPixel == 8 && h.BitsPerPlane == 8)
+        return DecodeIndexes;
+    return IsPlanar() && (h.BitsPerPlane == 1 || !ByFormat()) ? DecodePlanes : DecodeShallow;
 }
 
 uint8_t *PCX_Decoding()
@@ -241,7 +242,7 @@ uint8_t *PCX_Decoding()
         return nullptr;
     }
     // A width of 65536 is stored as 0; its lines may then be empty.
-    const size_t held = RowSize() != 0 ? data.size() / RowSize() : 0;
+    const size_t row = RowSize(), held = row != 0 ? data.size() / row : 0;
     if (!Picture_Believes({h.Width, h.Height, held * h.Width, PCX_File.size()}))
         return nullptr;
     if (held == 0) {
@@ -254,9 +255,10 @@ uint8_t *PCX_Decoding()
     if (h.BitsPerPixel < 24)
         ReadPalette();
     const size_t rows = std::min<size_t>(h.Height, held);
+    auto *const decode = RowDecoder();
     uint8_t *out = pixels;
     for (size_t y = 0; y < rows; y++, out += size_t{h.Width} * 4)
-        DecodeRow(data.subspan(y * RowSize()), out);
+        decode(h, data.subspan(y * row), out);
     std::memset(out, 0, (h.Height - rows) * h.Width * 4);
     if (rows < h.Height)
         Reason_Set("cut after %zu of %d rows", rows, h.Height);

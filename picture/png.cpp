@@ -292,7 +292,9 @@ namespace
 // A window of inflated data: bytes not used yet and, before them, the history for back references.
 struct PNG_WINDOW {
     std::vector<uint8_t> Bytes;
-    size_t End;  // of the inflated data in Bytes; PNG_Position is the next byte to use
+    size_t End;                                    // of the inflated data in Bytes
+    size_t &Position = Extra_Local(PNG_Position);  // next byte to use
+    const INFLATE_STATE &State = Extra_Local(Inflate_State);
 };
 
 }  // namespace
@@ -302,7 +304,7 @@ static void PNG_OpenWindow(PNG_WINDOW &window, uint64_t size, size_t longestRow)
     constexpr size_t piece = 192 * 1024;
     const size_t max = Inflate_History + std::max(piece, 3 * longestRow);
     window.Bytes.resize(std::min<uint64_t>(size, max) + Inflate_Margin + PNG_LineSlack);
-    window.End = PNG_Position = 0;
+    window.End = window.Position = 0;
     Inflate_Begin(std::span(PNG_Decoder.Data).first(PNG_Decoder.Length));
 }
 
@@ -310,8 +312,8 @@ static void PNG_OpenWindow(PNG_WINDOW &window, uint64_t size, size_t longestRow)
 static std::span<const uint8_t> PNG_NextBytes(PNG_WINDOW &window, size_t size)
 {
     const std::span room = std::span(window.Bytes).first(window.Bytes.size() - PNG_LineSlack);
-    size_t &position = PNG_Position;
-    while (window.End - position < size && Inflate_State == INFLATE_MORE) {
+    size_t &position = window.Position;
+    while (window.End - position < size && window.State == INFLATE_MORE) {
         const size_t history = window.End - std::min(window.End, Inflate_History);
         const size_t unneeded = std::min(position, history);
         if (room.size() - window.End < Inflate_Margin && unneeded > 0) {
@@ -537,7 +539,7 @@ static size_t DecodeRows(PNG_WINDOW &window, std::span<const PNG_PASS> passes, u
                     rows++;
                     continue;
                 }
-                PNG_Position -= two.size();
+                window.Position -= two.size();
             }
             const std::span<const uint8_t> in = PNG_NextBytes(window, bytes + 1);
             if (in.empty())

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "extra/bytes.h"
+#include "extra/local.h"
 #include "extra/reason.h"
 #include "picture/pixels.h"
 
@@ -253,17 +254,19 @@ static size_t ReadNumbers(std::span<const uint8_t> file, size_t &position,
 // Decodes grey and colour, text and binary, row by row.
 static uint8_t *DecodeSamples(uint8_t *out)
 {
-    const PXM_HEADER &h = PXM_Header;
+    const PXM_HEADER &h = Extra_Local(PXM_Header);
+    const std::span<const uint8_t> file = PXM_File;
+    size_t &position = Extra_Local(PXM_Position);
     const std::array<uint8_t, 256> scale = MakeScale(h.Maximum);
     const bool colour = h.BitsPerPixel == 24, text = h.Type <= 3;
     std::vector<uint8_t> row(size_t{h.Width} * (colour ? 3 : 1));
     for (size_t y = 0; y < h.Height; y++, out += size_t{h.Width} * 4) {
         std::span<const uint8_t> samples;
         if (text) {
-            samples = std::span(row).first(ReadNumbers(PXM_File, PXM_Position, row));
+            samples = std::span(row).first(ReadNumbers(file, position, row));
         } else {
-            samples = Bytes_GetSpan(PXM_File, PXM_Position, row.size());
-            PXM_Position += row.size();
+            samples = Bytes_GetSpan(file, position, row.size());
+            position += row.size();
         }
         if (h.Maximum != 255) {
             std::transform(samples.begin(), samples.end(), row.begin(),
@@ -283,10 +286,13 @@ static uint8_t *DecodeSamples(uint8_t *out)
 // On purpose: a row has no byte for the last Width % 8 pixels, and these are black.
 static uint8_t *DecodeFrameworkBits(uint8_t *out)
 {
-    const size_t row = PXM_Header.Width / 8, rest = PXM_Header.Width % 8;
+    const PXM_HEADER &h = Extra_Local(PXM_Header);
+    const std::span<const uint8_t> file = PXM_File;
+    const size_t row = h.Width / 8, rest = h.Width % 8;
+    size_t &position = Extra_Local(PXM_Position);
     constexpr std::array<uint8_t, 4> black = {0, 0, 0, 255};
-    for (size_t y = 0; y < PXM_Header.Height; y++, PXM_Position += row) {
-        const std::span<const uint8_t> bytes = Bytes_GetSpan(PXM_File, PXM_Position, row);
+    for (size_t y = 0; y < h.Height; y++, position += row) {
+        const std::span<const uint8_t> bytes = Bytes_GetSpan(file, position, row);
         if (bytes.size() < row)
             break;
         for (const uint8_t byte : bytes)
@@ -299,9 +305,12 @@ static uint8_t *DecodeFrameworkBits(uint8_t *out)
 
 static uint8_t *DecodeFormatBits(uint8_t *out)
 {
-    const size_t width = PXM_Header.Width, row = (width + 7) / 8;
-    for (size_t y = 0; y < PXM_Header.Height; y++, PXM_Position += row) {
-        const std::span<const uint8_t> bytes = Bytes_GetSpan(PXM_File, PXM_Position, row);
+    const PXM_HEADER &h = Extra_Local(PXM_Header);
+    const std::span<const uint8_t> file = PXM_File;
+    const size_t width = h.Width, row = (width + 7) / 8;
+    size_t &position = Extra_Local(PXM_Position);
+    for (size_t y = 0; y < h.Height; y++, position += row) {
+        const std::span<const uint8_t> bytes = Bytes_GetSpan(file, position, row);
         if (bytes.size() < row)
             break;
         for (size_t x = 0; x < width; x += 8)
@@ -326,7 +335,7 @@ static std::optional<uint32_t> ReadTextSample(std::span<const uint8_t> file, siz
 // Format: samples of any maximum, of one or two bytes, 1 to 4 per pixel.
 static uint8_t *DecodeFormatSamples(uint8_t *out)
 {
-    const PXM_HEADER &h = PXM_Header;
+    const PXM_HEADER &h = Extra_Local(PXM_Header);
     const std::span<const uint8_t> file = PXM_File;
     const uint32_t maximum = h.Maximum;
     const bool text = h.Type <= 3, wide = maximum > 255;

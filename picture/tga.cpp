@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "extra/bytes.h"
+#include "extra/local.h"
 #include "extra/reason.h"
 #include "picture/pixels.h"
 
@@ -208,15 +209,15 @@ static std::vector<uint32_t> ReadMap()
 template <typename Row>
 static void DecodeRows(std::span<const uint8_t> data, uint8_t *pixels, const Row &decode)
 {
-    const TGA_HEADER &h = TGA_Header;
-    const size_t row = h.Width * PixelSize();
+    const TGA_HEADER &h = Extra_Local(TGA_Header);
+    const size_t pixel = PixelSize(), row = h.Width * pixel;
     const bool down = ByFormat() ? (h.Origin & 2) != 0 : h.Origin != 0;
     size_t y = 0, pass = 0;
     for (size_t stored = 0; stored < h.Height; stored++) {
         const auto held = Bytes_GetSpan(data, stored * row, row);
-        const size_t count = held.size() / PixelSize();
+        const size_t count = held.size() / pixel;
         uint8_t *out = pixels + (down ? y : h.Height - 1 - y) * h.Width * 4;
-        decode(held.first(count * PixelSize()), out);
+        decode(held.first(count * pixel), out);
         std::memset(out + 4 * count, 0, 4 * (h.Width - count));
         y += h.Passes;
         while (y >= h.Height && pass + 1 < h.Passes)

@@ -108,10 +108,11 @@ void XBM_Load(const char *path)
     }
 }
 
-// Reads `digits` hexadecimal digits after the next "0x". False at the end of the text.
-static bool ReadHex(size_t &position, size_t digits, uint32_t &value)
+// Reads `digits` hexadecimal digits after the next "0x". False at the end of the text; the file has
+// the padding, too.
+static bool ReadHex(std::span<const uint8_t> file, size_t &position, size_t digits, uint32_t &value)
 {
-    const std::span<const uint8_t> text = std::span(XBM_File).first(XBM_File.size() - XBM_Padding);
+    const std::span<const uint8_t> text = file.first(file.size() - XBM_Padding);
     size_t i = position;
     while (i + 1 < text.size() && text[i] != 0 && !(text[i] == '0' && (text[i + 1] | 32) == 'x'))
         i++;
@@ -119,17 +120,17 @@ static bool ReadHex(size_t &position, size_t digits, uint32_t &value)
         return false;
     value = 0;
     for (size_t k = 0; k < digits; k++)
-        value = value << 4 | XBM_Digit[XBM_File[i + 2 + k]];
+        value = value << 4 | XBM_Digit[file[i + 2 + k]];
     position = i + 2 + digits;
     return true;
 }
 
 // Format: the next C number, hexadecimal, octal or decimal. False at the end of the array or of the
 // text.
-static bool ReadNumber(size_t &position, uint32_t &value)
+static bool ReadNumber(std::span<const uint8_t> file, size_t &position, uint32_t &value)
 {
-    const char *text = Text();
-    const size_t end = XBM_File.size() - XBM_Padding;
+    const char *text = reinterpret_cast<const char *>(file.data());
+    const size_t end = file.size() - XBM_Padding;
     size_t i = position;
     while (i < end && text[i] != '}' && !(text[i] >= '0' && text[i] <= '9'))
         i++;
@@ -174,10 +175,10 @@ static bool DecodeByFramework(uint8_t *pixels)
     const bool words = XBM_Header.Variant == XBM_X10;
     size_t position = XBM_Header.DataOffset;
     uint32_t value = 0;
-    return PutBytes(pixels, [&](size_t i) -> std::optional<uint8_t> {
+    return PutBytes(pixels, [&, file = std::span(XBM_File)](size_t i) -> std::optional<uint8_t> {
         if (words && i % 2 == 1)
             value >>= 8;
-        else if (!ReadHex(position, words ? 4 : 2, value))
+        else if (!ReadHex(file, position, words ? 4 : 2, value))
             return std::nullopt;
         return static_cast<uint8_t>(value);
     });
@@ -189,10 +190,10 @@ static bool DecodeByFormat(uint8_t *pixels)
     const size_t row = XBM_Header.BytesPerRow;
     size_t position = XBM_Header.DataOffset;
     uint32_t value = 0;
-    return PutBytes(pixels, [&](size_t i) -> std::optional<uint8_t> {
+    return PutBytes(pixels, [&, file = std::span(XBM_File)](size_t i) -> std::optional<uint8_t> {
         if (words && i % row % 2 == 1)
             value >>= 8;
-        else if (!ReadNumber(position, value))
+        else if (!ReadNumber(file, position, value))
             return std::nullopt;
         return static_cast<uint8_t>(value);
     });

@@ -237,6 +237,7 @@ TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
 TEST(JPG, HeaderFacts)
 {
     BYTES file = Read("progressive_420.jpg");
+    std::ranges::copy(BYTES{2, 1, 4, 3, 5}, file.begin() + 13);
     file = With(file, Find(file, 0xDB), Segment(0xFE, BYTES(300, 'c')));
     file = With(file, Find(file, 0xDB), Segment(0xED, Text("Photoshop\0rest")));
     file = With(file, Find(file, 0xDB), Segment(0xDD, {1, 2}));
@@ -247,7 +248,9 @@ TEST(JPG, HeaderFacts)
     EXPECT_EQ(h.OutputSize, 48u * 32 * 4);
     EXPECT_EQ(h.Comment.data(), std::string(127, 'c'));
     EXPECT_STREQ(h.Identifier.data(), "Photoshop");  // the last one
-    EXPECT_EQ(h.MajorVersion * 10 + h.MinorVersion, 11);
+    EXPECT_EQ(std::tuple(h.MajorVersion, h.MinorVersion, h.Units, h.XDensity, h.YDensity),
+              std::tuple(1, 1, 2, 0x104, 0x305));
+    EXPECT_EQ(std::tuple(h.ScanComponentCount, h.Ss, h.Se, h.AhAl), std::tuple(3, 0, 0, 1));
     EXPECT_EQ(h.RestartInterval, 258);
     EXPECT_EQ(h.ScanMode, 2);
     EXPECT_STREQ(JPG_Modes[h.ScanMode], "Progressive DCT [1stDC]");
@@ -258,6 +261,11 @@ TEST(JPG, HeaderFacts)
     EXPECT_EQ(six(h.DC[0].First), (std::vector<uint16_t>{65535, 0, 6, 14, 30, 65535}));
     EXPECT_EQ(six(h.DC[0].Last), (std::vector<uint16_t>{0, 2, 6, 14, 30, 0}));
     JPG_UnLoad();
+    for (const auto &[text, name] : {std::pair(Text("ab"), "a"), {BYTES{}, ""}}) {
+        JPG_Load(OwnFile(With(file, Find(file, 0xDB), Segment(0xED, text))).c_str());
+        EXPECT_STREQ(JPG_Header.Identifier.data(), name) << "without a NUL";
+        JPG_UnLoad();
+    }
 }
 
 TEST(JPG, DamageStaysWhereItIs)

@@ -203,6 +203,15 @@ TEST(MOD, InvertLoopTurnsOneByteAfterTheOther)
         const int before = playing.Song.Samples[3].Data[i];
         EXPECT_EQ(playing.Player.Waves[3][i], i > 512 && i < 519 ? -1 - before : before) << i;
     }
+    std::vector<int> ticks;  // until the first is inverted, by speed
+    for (const char digit : "123456789ABCDEF"s) {
+        PLAYING slow(Song("C-2 03 EF"s + digit + "\n\n\n\n\n"));
+        ticks.push_back(0);
+        do
+            slow.Tick(), ticks.back()++;
+        while (slow.Player.Waves[3][513] == slow.Song.Samples[3].Data[513]);
+    }
+    EXPECT_EQ(ticks, (std::vector{26, 22, 19, 16, 13, 12, 10, 8, 7, 6, 5, 4, 3, 2, 1}));
 }
 
 // A loaded song and all that it renders.

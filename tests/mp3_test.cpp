@@ -76,6 +76,8 @@ TEST(MP3, ID3v2)
         {"twelve after a comment", TagFrame("COMM", Text("\0\0\0\0C")), 12, "|||||||"},
         {"a frame in an unknown one's text", TagFrame("TXXX", title), 30, "Title|||||||"},
         {"another text ends the tag", TagFrame("TSSE", Text("encoder")) + title, 20, "|||||||"},
+        {"4096 frames", Joined(std::vector(4095, TagFrame("TXXX", {}))) + title, 20, "Title|||||||"},
+        {"one more", Joined(std::vector(4096, TagFrame("TXXX", {}))) + title, 20, "|||||||"},
         {"so do zeros", BYTES(8) + title, 20, "|||||||"},
         // clang-format on
     };

@@ -196,6 +196,8 @@ TEST(TIF, PixelsByTheFormatsRules)
          "subsampled chroma that is planar or of 8 bits"},
         {"tiles of no size", "258=8 262=1 322=0 323=1 324=8", "01", "", "tiles of no size"},
         {"no width", "256=0 258=8 262=1 273=8", "01", "", "a side of 0 pixels, or more than 65535"},
+        {"nine samples", "258=8 262=1 273=8 277=9", "010203040506070809", "", "9 samples a pixel"},
+        {"eight", "258=8,8,8,8,8,8,8,8 262=1 273=8", "0102030405060708", "01010102"},
         {"uneven sizes", "258=5,6,5 262=2 273=8 277=3", "0102", "", "samples of different sizes"},
         {"32 bits", "258=32 262=1 273=8", "01020304", "", "32 bits a sample"},
         {"floating point", "258=16 262=1 273=8 339=3", "0102", "", "floating point"},
@@ -345,6 +347,24 @@ TEST(TIF, HeaderKeepsDirectories)
     EXPECT_EQ(std::tuple(h.ByteOrder, h.Magic, h.DataPosition), std::tuple('I', 42, 8u));
     TIF_UnLoad();
     EXPECT_EQ(TIF_Decoding(), nullptr);
+}
+
+TEST(TIF, Pages)
+{
+    // The second directory is a copy of the first, but a pixel wide; the first follows it again.
+    BYTES file = MakeFile(Hex("0102"), "256=2 258=8 262=1 273=8"),
+          second(file.begin() + 10, file.end());
+    second[2 + 8] = 1;
+    second[second.size() - 4] = 10;
+    file[file.size() - 4] = static_cast<uint8_t>(file.size());
+    file = file + second;
+    for (const auto &[page, pixels] : {std::pair(0, "01 02"), {1, "01"}, {2, ""}}) {
+        TIF_Page = static_cast<uint32_t>(page);
+        EXPECT_EQ(ShowByFormat(file), pixels);
+        EXPECT_EQ(TIF_PageCount, 2u);
+        EXPECT_EQ(TIF_Header.DirectoryCount == 0, page == 2);
+    }
+    TIF_Page = 0;
 }
 
 TEST(TIF, RealFiles)
