@@ -207,7 +207,7 @@ static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
     return EachBlock(scan, x, end, y, [y](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
         alignas(16) std::array<int16_t, 72> block;
         Clear(block);
-        JPG_BITS local = bits;  // its address is not taken, so it stays in registers
+        JPG_BITS local = bits;  // only inlined functions see it: it stays in registers
         const size_t last = DecodeBlock<true>(local, c, block.data());
         bits = local;
         const size_t row = by - c.Plane.V * y;
