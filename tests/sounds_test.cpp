@@ -263,6 +263,8 @@ TEST(Sounds, FormatRules)
          sound({3})), 1, 10000, 8, {1, 2}, "codec 1 with 1 channels after codec 0 with 1"},
         {"another rate", Voc, voc(sound({1, 2}) + block(1, {0xA6, 0, 3})), 1, 10000, 8, {1, 2, 3},
          "a block of 11111 Hz is played with 10000"},
+        {"cut", Voc, voc({1, 99, 0, 0, 0x9C, 0, 9, 8}), 1, 10000, 8, {9, 8, 0, 1, 2, 3, 4, 5, 6, 7},
+         "cut after 10 of 97 bytes of sound"},
         {"many blocks", Voc, voc(sound({1}) + many + sound({2})), 1, 10000, 8, {1},
          "more than 4096 blocks"},
         {"8SVX", Iff, svx(0, {}, {1, 0xFF}), 1, 8363, 8, {129, 127}},
