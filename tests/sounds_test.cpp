@@ -174,8 +174,11 @@ TEST(Sounds, FormatRules)
     };
     const BYTES reals = {0x3F, 0, 0, 0, 0xBE, 0x80, 0, 0}, three = {1, 2, 0x83, 4, 5, 6};
     const BYTES real64 = {0x3F, 0xD0, 0, 0, 0, 0, 0, 0};
-    const BYTES slow = Chunk("COMM", BYTES{0, 1, 0, 0, 0, 2, 0, 8} +
-                                         BYTES{0x40, 12, 0xAC, 0x44, 0, 0, 0, 0, 0, 0});
+    const auto rated = [](uint8_t sign, uint8_t exponent, uint8_t last) {
+        return Chunk("COMM", BYTES{0, 1, 0, 0, 0, 2, 0, 8} +
+                                 BYTES{sign, exponent, 0xAC, last, 0, 0, 0, 0, 0, 0});
+    };
+    const BYTES slow = rated(0x40, 12, 0x44), bytes = Chunk("SSND", BYTES(8) + BYTES{1, 0xFF});
     const auto au = [](uint32_t encoding, uint32_t size, const BYTES &data) {
         return Text(".snd\0\0\0\x18") + Number(size, 4) + Number(encoding, 4) + Number(11025, 4) +
                Number(1, 4) + data;
@@ -221,11 +224,13 @@ TEST(Sounds, FormatRules)
         {"in32", Aiff, aiff(8, Text("in32"), reals), 2, 44100, 32, {0x3F << 24, -0x4180 * 65536}},
         {"23ni", Aiff, aiff(8, Text("23ni"), reals), 2, 44100, 32, {0x3F, 0x80BE}},
         {"fl64", Aiff, aiff(8, Text("fl64"), real64 + real64), 2, 44100, 32, {1 << 29, 1 << 29}},
-        {"the data first", Aiff, IffFile("AIFF", Chunk("SSND", BYTES(8) + BYTES{1, 0xFF}) + slow),
-         1, 11025, 8, {129, 127}},
-        {"padding forgotten", Aiff,
-         IffFile("AIFF", slow + Chunk("NAME", {'x'}) + Chunk("SSND", BYTES(8) + BYTES{1, 0xFF})),
-         1, 11025, 8, {129, 127}},
+        {"the data first", Aiff, IffFile("AIFF", bytes + slow), 1, 11025, 8, {129, 127}},
+        {"padding forgotten", Aiff, IffFile("AIFF", slow + Chunk("NAME", {'x'}) + bytes), 1, 11025, 8,
+         {129, 127}},
+        {"a rate with a half", Aiff, IffFile("AIFF", rated(0x40, 12, 0x46) + bytes), 1, 11026, 8,
+         {129, 127}},
+        {"below 0", Aiff, IffFile("AIFF", rated(0xC0, 12, 0x44) + bytes), 1, 0, 8, {129, 127}},
+        {"beyond 32 bits", Aiff, IffFile("AIFF", rated(0x40, 32, 0x44) + bytes), 1, 0, 8, {129, 127}},
         {"packed", Aiff, aiff(16, Text("ima4"), words), 0, 44100, 0, {}, "compression 'ima4'"},
         {"no common chunk", Aiff, IffFile("AIFF", Chunk("SSND", Data)), 0, 0, 0, {},
          "no common chunk"},
