@@ -106,8 +106,9 @@ TEST(JPG, InverseDCTIsTheTextbooks)
         for (size_t i = 0; i < 64; i++) {  // column by column
             const bool within = JPG_ZigZag2[i % 8 * 8 + i / 8] < end;
             if (n < 64 ? i == static_cast<size_t>(n) : within && std::rand() % 3 == 0)
-                coefficients[i] = static_cast<int16_t>(std::rand() % 200 - 100);
-            scale[i] = JPG_ScaleFactor[i / 8] * JPG_ScaleFactor[i % 8] / 8;
+                coefficients[JPG_PlaceOf(i % 8, i / 8)] =
+                    static_cast<int16_t>(std::rand() % 200 - 100);
+            scale[i] = JPG_ScaleFactor[i / 8] * JPG_ScaleFactor[i % 8] / JPG_ScaleUnit;
         }
         std::array<uint8_t, 64> samples;
         JPG_InverseDCT(coefficients.data(), scale.data(), end, samples.data(), 8);
@@ -121,7 +122,7 @@ TEST(JPG, InverseDCTIsTheTextbooks)
                                             std::numbers::pi / 16) *
                                    (frequency == 0 ? std::numbers::sqrt2 / 2 : 1);
                         };
-                        sum += coefficients[8 * u + v] * cosine(x, u) * cosine(y, v) / 4;
+                        sum += coefficients[JPG_PlaceOf(v, u)] * cosine(x, u) * cosine(y, v) / 4;
                     }
                 EXPECT_NEAR(samples[8 * y + x], std::clamp(sum + 128, 0.0, 255.0), 0.51);
             }

@@ -241,6 +241,7 @@ class Games(unittest.TestCase):
     def test_cells_are_picked_in_every_window(self):
         for size, cell in [((2, 2, 0), (1, 1)), ((5, 3, 0), (5, 1)), ((64, 63, 0), (64, 63))]:
             game = self.start(*size)
+            self.assertEqual(set(game.looks()), {"#"})
             game.click(cell, 3)  # waits for this cell in the step's line
             game.resize(900, 500)
             game.click(cell, 3)

@@ -186,7 +186,7 @@ class Game:
                      if any(is_it(*pixel) for pixel in middle)]
             if min(ground) > 200:
                 return "".join(marks) or "."
-            return "?" if ground[2] < 1.5 * ground[1] else "F" if marks == ["3"] else "#"
+            return "?" if ground[2] <= 1.5 * ground[1] else "F" if marks == ["3"] else "#"
 
         return [look(*seen[i:i + len(shares)]) for i in range(0, len(seen), len(shares))]
 
