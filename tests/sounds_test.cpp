@@ -255,6 +255,11 @@ TEST(Sounds, FormatRules)
         {"repeated twice", Voc,
          voc(sound({9}) + block(6, {2, 0}) + sound({1, 2}) + silence + block(7, {}) + block(7, {}) +
          sound({3})), 1, 10000, 8, {9, 1, 2, 128, 128, 1, 2, 128, 128, 1, 2, 128, 128, 3}},
+        {"repeated for ever", Voc, voc(block(6, {255, 255}) + sound({1, 2}) + block(7, {}) + sound({3})),
+         1, 10000, 8, {1, 2, 3}},
+        {"an empty block", Voc, voc(sound({}) + sound({1})), 1, 10000, 8, {1}},
+        {"silence of 16 bits", Voc, voc(block(9, format9 + BYTES{1, 2}) + block(3, {3, 0, 0xD3})), 1,
+         22050, 16, {0x0201, 0, 0, 0}},
         {"extended, at its rate", Voc, voc(extended + sound({1, 2, 3, 4}) + sound({5, 6})), 2,
          22053, 8, {1, 2, 3, 4}, "codec 0 with 1 channels after codec 0 with 2"},
         {"new format", Voc, voc(block(9, format9 + BYTES{1, 2}) + block(2, {3, 4})), 1, 22050, 16,
@@ -290,6 +295,13 @@ TEST(Sounds, FormatRules)
     // clang-format on
     for (const FORMAT_ROW &row : rows)
         CheckFormat(row);
+    const FORMAT_RULES rules;
+    for (const bool more : {false, true}) {
+        LoadBytes(Voc, voc(sound({9}) + block(6, {254, 255}) + sound({1}) + block(7, {}) +
+                           (more ? sound({2}) : BYTES{})));
+        EXPECT_EQ(VOC_GetHeader(0)->Pieces.size(), 65536u);
+        EXPECT_STREQ(Reason_Get(), more ? "more than 65536 blocks with repeats" : "");
+    }
 }
 
 // For every module, in their order, MP3, and MOD, a file that uses most of its header.
