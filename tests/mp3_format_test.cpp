@@ -67,6 +67,8 @@ TEST(MP3Format, InfoFramesSayWhatIsPlayed)
     const BYTES stream = Joined(frames), all = Play(stream);
     const auto count = static_cast<uint32_t>(frames.size());
     const auto size = static_cast<uint32_t>(stream.size());
+    // Frames of nothing but header and side information.
+    const auto room = static_cast<uint32_t>((frames[0].size() + stream.size()) / (4 + 32));
     ASSERT_EQ(all.size(), count * 1152 * Bytes);
     const BYTES vbri =
         With(frames[0], 36, Text("VBRI") + BYTES(6) + Number(size, 4) + Number(count, 4));
@@ -88,6 +90,8 @@ TEST(MP3Format, InfoFramesSayWhatIsPlayed)
          With(frames[0], 36,
               Text("Info") + BYTES(4) + Text("LAME3.100") + BYTES(12) + Number(576 << 12, 3)),
          1105, SIZE_MAX, 0},
+        {"more than the file has room for", Info(frames[0], "Xing", room + 1, size, 576, 100), 1105,
+         SIZE_MAX, 0},
         {"VBRI", vbri, 0, SIZE_MAX, count},
         {"none", {}, 0, SIZE_MAX, 0},
     };
