@@ -65,6 +65,8 @@ TEST(BMP, PixelsOfEveryDepth)
          "cut after 0 of 1 rows"},
         {"less than an eighth", 8, 1, 24, 0, "", "0707", "", "56 bytes cannot hold 8 x 1 pixels"},
         {"runs may leave pixels out", 3, 1, 8, 1, "", "0107", "07 - -", "cut after 0 of 1 rows"},
+        {"runs of more than 1024", 129, 8, 8, 1, "", "01", "",
+         "1079 bytes cannot hold 129 x 8 pixels"},
         {"no width", 0, 1, 24, 0, "", "01020304", "", "a side of 0 pixels"},
         {"65536 rows", 1, 65536, 24, 0, "", "01020304", "", "a side of 0 pixels"},
         {"no byte of pixels", 1, 1, 8, 1, "", "", "", "the pixels are missing"},

@@ -355,6 +355,8 @@ TEST(GIF, FramesAreBounded)
         EXPECT_EQ(*Picture_Reason() == 0, &r == rows) << r.what << Picture_Reason();
     }
     Picture_MaxBytes = limit;
+    for (const int height : {1365, 1366})  // of 512 bytes, that many a file counts at least
+        EXPECT_EQ(PixelsOf(Screen(2048, height) + Frame(0, 0, 1, 1, {1})).empty(), height == 1366);
 }
 
 TEST(GIF, RealFilesAndTheirPrefixes)

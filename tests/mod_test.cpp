@@ -511,6 +511,37 @@ TEST(MOD, Interpolations)
     }
 }
 
+// Against a mixer that computes each frame by itself, after the first note has ramped up.
+TEST(MOD, SamplesAreReadWhereTheyLie)
+{
+    const BYTES noise = Noise(1024);
+    for (const auto &[period, rate] :
+         {std::pair(428, 44100u), {60, 8000}, {14, 2000}, {1712, 48000}}) {
+        MOD_TEXT song = Song(std::to_string(period) + " 01\n");
+        song.Samples[0] = {{noise.begin(), noise.end()}, 512, 256};
+        const RENDERED rendered(WriteModule(song), 1, 24, rate);
+        const auto at = [&](uint64_t i) {
+            return static_cast<int8_t>(noise[i < 768 ? i : 512 + (i - 768) % 256]) / 128.0;
+        };
+        const auto step = static_cast<uint64_t>(MOD_Clock / period / rate * 4294967296.0) | 1;
+        for (const uint8_t how : {MOD_NEAREST, MOD_LINEAR}) {
+            rendered.Header->Interpolation = how;
+            MOD_StartOver(*rendered.Header);
+            const auto sound = Decode(rendered.Bytes(), 24);
+            double worst = 0;
+            for (size_t i = rate / 400 + 1; i < sound.size(); i++) {
+                const uint64_t position = step * i, whole = position >> 32;
+                const double part =
+                    static_cast<uint32_t>(position) / 4294967296.0 * (how == MOD_LINEAR);
+                const double exact = at(whole) * (1 - part) + at(whole + 1) * part;
+                worst = std::max(worst, std::abs(sound[i] - exact / 4));
+            }
+            EXPECT_LT(worst, how == MOD_LINEAR ? 2.5e-5 : 2e-7)
+                << period << ' ' << rate << ' ' << int{how};
+        }
+    }
+}
+
 TEST(MOD, SeekingIsExact)
 {
     const BYTES file = WriteModule(Song("C-2 03 037\nE-3 01 A08 | C-2 04 E93\n\n... 02 | A-1 03 "

@@ -84,6 +84,12 @@ TEST(MP3Format, InfoFramesSayWhatIsPlayed)
          count * 1152 - 4200, count},
         {"other frames follow", Info(frames[0], "Xing", 1, 0, 576, 100), 1105, SIZE_MAX, 1},
         {"no count", Info(frames[0], "Xing", 0, size, 576, 100), 1105, SIZE_MAX, 0},
+        {"a count alone", With(frames[0], 36, Text("Xing") + Number(1, 4) + Number(count, 4)), 0,
+         SIZE_MAX, count},
+        {"a delay alone",
+         With(frames[0], 36,
+              Text("Info") + BYTES(4) + Text("LAME3.100") + BYTES(12) + Number(576 << 12, 3)),
+         1105, SIZE_MAX, 0},
         {"more than the file has room for", Info(frames[0], "Xing", room + 1, size, 576, 100), 1105,
          SIZE_MAX, 0},
         {"VBRI", vbri, 0, SIZE_MAX, count},
@@ -309,6 +315,8 @@ TEST(MP3Format, Tags)
          ape(Number(3, -4) + Number(0, 4) + Text("TITLE\0Two") + Number(1, -4) + Number(2, -4) +
          Text("Comment\0x")) + v1, "Two|Note|9|RockByOn1999"},
         {"an unknown genre", {}, Prefix(v1, 127) + BYTES{126}, "One|Note|9|ByOn1999"},
+        {"track 0", {}, Prefix(v1, 126) + BYTES{0, 17}, "One|Note||RockByOn1999"},
+        {"a comment to its end", {}, Prefix(v1, 125) + BYTES{'x', 9, 17}, "One|Note||RockByOn1999"},
         {"ID3v2 wins", v2(3, 0, title), ape(titled) +
          v1, "Title|Note|9|RockByOn1999"},
         {"beyond Latin", v2(3, 0, frame("TIT2", Text("\1\xFF\xFE\x2D\x4E"))), {}, "\xE4\xB8\xAD|||"},

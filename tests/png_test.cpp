@@ -119,6 +119,7 @@ TEST(PNG, Rules)
         {"more than the picture", File(1, 1, 8, 0, Image("00070605")), "07"},
         {"unknown chunks, even critical ones",
          File(1, 1, 8, 0, Chunk("ABCD", {1, 2}) + Image("0007")), "07"},
+        {"colours of kind 9", File(1, 1, 8, 9, Image("0007")), ""},
         {"no width", File(0, 1, 8, 0, Image("0007")), ""},
         {"no header", Text("\x89PNG\r\n\x1A\n") + Image("0007"), ""},
         {"nothing", {}, ""},

@@ -363,6 +363,8 @@ TEST(SmallPictures, DetectionByTheFormatsRules)
         {"a TGA of true colour in a byte", Tga(2, 8, 0x20, 1, 1, {}, 0), PICTURE_UNKNOWN},
         {"PCX of 3 bits", Text("\12\5\1\3"), PICTURE_UNKNOWN},
         {"a map of 8 bits", Tga(1, 8, 0x20, 1, 1, {}, 8), PICTURE_UNKNOWN},
+        {"indexes of 3 bytes", Tga(1, 24, 0x20, 1, 1, {}, 24), PICTURE_UNKNOWN},
+        {"a TGA of grey in 3 bytes", Tga(3, 24, 0x20, 1, 1, {}, 0), PICTURE_UNKNOWN},
         {"a TGA of no kind", BYTES(18) + BYTES(9), PICTURE_UNKNOWN},
         {"any JPEG", Text("\xFF\xD8\xFF\xDB.."), PICTURE_JPEG},
         {"letters that begin like TIFF", Text("IInvented"), PICTURE_UNKNOWN},

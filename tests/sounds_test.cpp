@@ -174,8 +174,11 @@ TEST(Sounds, FormatRules)
     };
     const BYTES reals = {0x3F, 0, 0, 0, 0xBE, 0x80, 0, 0}, three = {1, 2, 0x83, 4, 5, 6};
     const BYTES real64 = {0x3F, 0xD0, 0, 0, 0, 0, 0, 0};
-    const BYTES slow = Chunk("COMM", BYTES{0, 1, 0, 0, 0, 2, 0, 8} +
-                                         BYTES{0x40, 12, 0xAC, 0x44, 0, 0, 0, 0, 0, 0});
+    const auto rated = [](uint8_t sign, uint8_t exponent, uint8_t last) {
+        return Chunk("COMM", BYTES{0, 1, 0, 0, 0, 2, 0, 8} +
+                                 BYTES{sign, exponent, 0xAC, last, 0, 0, 0, 0, 0, 0});
+    };
+    const BYTES slow = rated(0x40, 12, 0x44), bytes = Chunk("SSND", BYTES(8) + BYTES{1, 0xFF});
     const auto au = [](uint32_t encoding, uint32_t size, const BYTES &data) {
         return Text(".snd\0\0\0\x18") + Number(size, 4) + Number(encoding, 4) + Number(11025, 4) +
                Number(1, 4) + data;
@@ -221,11 +224,13 @@ TEST(Sounds, FormatRules)
         {"in32", Aiff, aiff(8, Text("in32"), reals), 2, 44100, 32, {0x3F << 24, -0x4180 * 65536}},
         {"23ni", Aiff, aiff(8, Text("23ni"), reals), 2, 44100, 32, {0x3F, 0x80BE}},
         {"fl64", Aiff, aiff(8, Text("fl64"), real64 + real64), 2, 44100, 32, {1 << 29, 1 << 29}},
-        {"the data first", Aiff, IffFile("AIFF", Chunk("SSND", BYTES(8) + BYTES{1, 0xFF}) + slow),
-         1, 11025, 8, {129, 127}},
-        {"padding forgotten", Aiff,
-         IffFile("AIFF", slow + Chunk("NAME", {'x'}) + Chunk("SSND", BYTES(8) + BYTES{1, 0xFF})),
-         1, 11025, 8, {129, 127}},
+        {"the data first", Aiff, IffFile("AIFF", bytes + slow), 1, 11025, 8, {129, 127}},
+        {"padding forgotten", Aiff, IffFile("AIFF", slow + Chunk("NAME", {'x'}) + bytes), 1, 11025, 8,
+         {129, 127}},
+        {"a rate with a half", Aiff, IffFile("AIFF", rated(0x40, 12, 0x46) + bytes), 1, 11026, 8,
+         {129, 127}},
+        {"below 0", Aiff, IffFile("AIFF", rated(0xC0, 12, 0x44) + bytes), 1, 0, 8, {129, 127}},
+        {"beyond 32 bits", Aiff, IffFile("AIFF", rated(0x40, 32, 0x44) + bytes), 1, 0, 8, {129, 127}},
         {"packed", Aiff, aiff(16, Text("ima4"), words), 0, 44100, 0, {}, "compression 'ima4'"},
         {"no common chunk", Aiff, IffFile("AIFF", Chunk("SSND", Data)), 0, 0, 0, {},
          "no common chunk"},
@@ -250,6 +255,11 @@ TEST(Sounds, FormatRules)
         {"repeated twice", Voc,
          voc(sound({9}) + block(6, {2, 0}) + sound({1, 2}) + silence + block(7, {}) + block(7, {}) +
          sound({3})), 1, 10000, 8, {9, 1, 2, 128, 128, 1, 2, 128, 128, 1, 2, 128, 128, 3}},
+        {"repeated for ever", Voc, voc(block(6, {255, 255}) + sound({1, 2}) + block(7, {}) + sound({3})),
+         1, 10000, 8, {1, 2, 3}},
+        {"an empty block", Voc, voc(sound({}) + sound({1})), 1, 10000, 8, {1}},
+        {"silence of 16 bits", Voc, voc(block(9, format9 + BYTES{1, 2}) + block(3, {3, 0, 0xD3})), 1,
+         22050, 16, {0x0201, 0, 0, 0}},
         {"extended, at its rate", Voc, voc(extended + sound({1, 2, 3, 4}) + sound({5, 6})), 2,
          22053, 8, {1, 2, 3, 4}, "codec 0 with 1 channels after codec 0 with 2"},
         {"new format", Voc, voc(block(9, format9 + BYTES{1, 2}) + block(2, {3, 4})), 1, 22050, 16,
@@ -263,6 +273,8 @@ TEST(Sounds, FormatRules)
          sound({3})), 1, 10000, 8, {1, 2}, "codec 1 with 1 channels after codec 0 with 1"},
         {"another rate", Voc, voc(sound({1, 2}) + block(1, {0xA6, 0, 3})), 1, 10000, 8, {1, 2, 3},
          "a block of 11111 Hz is played with 10000"},
+        {"cut", Voc, voc({1, 99, 0, 0, 0x9C, 0, 9, 8}), 1, 10000, 8, {9, 8, 0, 1, 2, 3, 4, 5, 6, 7},
+         "cut after 10 of 97 bytes of sound"},
         {"many blocks", Voc, voc(sound({1}) + many + sound({2})), 1, 10000, 8, {1},
          "more than 4096 blocks"},
         {"8SVX", Iff, svx(0, {}, {1, 0xFF}), 1, 8363, 8, {129, 127}},
@@ -283,6 +295,13 @@ TEST(Sounds, FormatRules)
     // clang-format on
     for (const FORMAT_ROW &row : rows)
         CheckFormat(row);
+    const FORMAT_RULES rules;
+    for (const bool more : {false, true}) {
+        LoadBytes(Voc, voc(sound({9}) + block(6, {254, 255}) + sound({1}) + block(7, {}) +
+                           (more ? sound({2}) : BYTES{})));
+        EXPECT_EQ(VOC_GetHeader(0)->Pieces.size(), 65536u);
+        EXPECT_STREQ(Reason_Get(), more ? "more than 65536 blocks with repeats" : "");
+    }
 }
 
 // For every module, in their order, MP3, and MOD, a file that uses most of its header.

@@ -245,6 +245,11 @@ TEST(Wav, FormatRules)
         {"33 channels", Wav, file(Format(1, 33, 66, 16), Ramp(66)), 0, 8000, 0, {}, "33 channels"},
         {"reals of 24 bits", Wav, file(Format(3, 1, 3, 24), Ramp(6)), 0, 8000, 0, {},
          "24 bits a sample"},
+        {"72 bits", Wav, file(Format(1, 1, 9, 72), Ramp(9)), 0, 8000, 0, {}, "72 bits a sample"},
+        {"no channels", Wav, file(Format(1, 0, 2, 16), Ramp(6)), 0, 8000, 0, {}, "0 channels"},
+        {"A-law of three", Wav, file(Format(6, 3, 3, 8), {0x80, 0x80, 0x80}), 2, 8000, 16, {5503, 5503}},
+        {"mu-law of three", Wav, file(Format(7, 3, 3, 8), {0, 0, 0}), 2, 8000, 16, {-32124, -32124}},
+        {"bytes of three", Wav, file(Format(1, 3, 3, 8), {192, 64, 128}), 2, 8000, 8, {165, 90}},
         {"no bits", Wav, file(Format(1, 1, 0, 0), Ramp(4)), 1, 8000, 0, {}, "0 bits a sample"},
     };
     // clang-format on
