@@ -481,14 +481,10 @@ size_t Audio_Take(AudioTrack *track, uint8_t *out, size_t bytes)
     return done;
 }
 
-// Begins a pass as close before `frame` as possible, unless refilling leads there anyway.
+// Begins a pass as close before `frame` as possible.
 static void Leap(AudioTrack &track, uint64_t frame)
 {
     const AUDIO_MODULE &module = Audio_Modules[track.Type];
-    const bool onwards = track.Take.Begun && track.Restarted == track.Restarts && !track.Ended &&
-                         frame >= track.Taken / Audio_FrameBytes(track);
-    if (onwards && !module.Seek && track.Decoded)
-        return;
     StartPass(track, false);
     FILE *file = track.File.get();
     uint64_t at = 0;
@@ -507,16 +503,13 @@ uint64_t Audio_Seek(AudioTrack *track, uint64_t frame)
     const uint64_t bytes = Audio_FrameBytes(*track), target = std::min(frame, UINT64_MAX / bytes);
     Leap(*track, target);
     for (bool more = true; more && track->Taken < target * bytes;) {
-        if (take.Used == take.Stored) {
-            const uint32_t position = track->ReadPosition;
-            more = TakeMore(*track) || take.Stored != 0;
-            if (!more)  // so that the next call finds nothing, too
-                track->ReadPosition = position;
-        }
-        const auto dropped = static_cast<uint32_t>(
-            std::min<uint64_t>(take.Stored - take.Used, target * bytes - track->Taken));
-        take.Used += dropped;
-        track->Taken += dropped;
+        const uint32_t position = track->ReadPosition;
+        more = TakeMore(*track) || take.Stored != 0;
+        if (!more)  // so that the next call finds nothing, too
+            track->ReadPosition = position;
+        take.Used = static_cast<uint32_t>(
+            std::min<uint64_t>(take.Stored, target * bytes - track->Taken));
+        track->Taken += take.Used;
     }
     return track->Taken / bytes;
 }

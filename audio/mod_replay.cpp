@@ -568,7 +568,6 @@ static void RowEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 static void TickEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
 {
     InvertLoop(p, c);
-    v.Volume = c.Volume;
     switch (c.Cell.Command) {
     case 0x0:
         Arpeggio(p, c, v);
@@ -595,11 +594,9 @@ static void TickEffects(MOD_PLAYER &p, MOD_CHANNEL &c, MOD_VOICE &v)
         SlideVolume(c);
         break;
     case 0x7:
-        v.Period = Heard(c.Pitch);
         Tremolo(c, v);
         return;  // sounds until the next tick; the channel's own volume is unchanged
     case 0xA:
-        v.Period = Heard(c.Pitch);
         SlideVolume(c);
         break;
     case 0xE:

@@ -120,13 +120,19 @@ MP3_SEARCH MP3_NextFrame(FILE *file, MP3_STREAM &stream, std::span<uint8_t, MP3_
     return MP3_SEARCH::End;
 }
 
+// A number of frames, or 0 if the file has no room for so many headers and side information.
+static uint32_t BelieveFrames(uint32_t frames, uint32_t header, const MP3_STREAM &stream)
+{
+    return frames <= (stream.End - stream.Start) / (4 + MP3_SideLength(header)) ? frames : 0;
+}
+
 // An info frame in place of sound: its length in frames and, of LAME's kind, the samples added
 // before and after.
 static bool ReadInfo(std::span<const uint8_t> frame, uint32_t header, MP3_STREAM &stream)
 {
     const auto number = [frame](size_t at, int count) { return Bytes_GetBig(frame, at, count); };
     if (number(36, 4) == Sound_Id("VBRI")) {
-        stream.Frames = number(36 + 14, 4);
+        stream.Frames = BelieveFrames(number(36 + 14, 4), header, stream);
         return true;
     }
     size_t at = 4 + MP3_SideLength(header);
@@ -141,7 +147,7 @@ static bool ReadInfo(std::span<const uint8_t> frame, uint32_t header, MP3_STREAM
     const uint32_t fields = number(at + 4, 4);
     const bool counted = (fields & 1) != 0, sized = (fields & 2) != 0;
     at += 8;
-    stream.Frames = counted ? number(at, 4) : 0;
+    stream.Frames = counted ? BelieveFrames(number(at, 4), header, stream) : 0;
     at += counted ? 4 : 0;
     const uint32_t size = sized ? number(at, 4) : 0;
     at += (sized ? 4 : 0) + ((fields & 4) != 0 ? 100 : 0) + ((fields & 8) != 0 ? 4 : 0);

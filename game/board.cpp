@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <mutex>
 #include <numeric>
@@ -109,20 +108,20 @@ static uint32_t NumberTexture(MineCell &cell)
     return textures[cell.count - 1u];
 }
 
-static void CreateFace(GLFEW_VERTEX &record, const FACE_VERTICES &vertices, uint32_t texture)
+// What the records of all faces have in common.
+static GLFEW_VERTEX MakeFace()
 {
+    GLFEW_VERTEX record{};
     record.Kind = GLFEW_Textured;
     record.Count = 6;
-    record.TexturedVertices = vertices.data();
-    record.Texture = texture;
-    std::memcpy(record.VertexShaderSource.data(), vertexShader, sizeof vertexShader);
-    std::memcpy(record.FragmentShaderSource.data(), fragmentShader, sizeof fragmentShader);
+    record.VertexShaderSource = vertexShader;
+    record.FragmentShaderSource = fragmentShader;
     Extra_Vector(record.Eye, 0, 0, -zDepth, 0);
     Extra_Vector(record.Centre, 0, 0, 0, 0);
     Extra_Vector(record.Up, 0, 1, 0, 0);
-    GLFEW_CreateVertex(record);
     GLFEW_ChangePerspective(record, 45, 0.1f, 256);
     GLFEW_LookAt(record);
+    return record;
 }
 
 namespace
@@ -202,11 +201,14 @@ void CreateBoard()
     zDepth = static_cast<float>(std::max(xDim, yDim));
     zDepth = 4.4f + (zDepth - 2) * 1.7f;
 
+    const GLFEW_VERTEX common = MakeFace();
     for (size_t y = 0; y < yDim; y++)
         for (size_t x = 0; x < xDim; x++) {
-            auto &faces = OGLvertex[x][y];
             const auto create = [&](FACE face, const FACE_VERTICES &vertices, uint32_t texture) {
-                CreateFace(faces[face], vertices, texture);
+                GLFEW_VERTEX &record = OGLvertex[x][y][face] = common;
+                record.TexturedVertices = vertices.data();
+                record.Texture = texture;
+                GLFEW_CreateVertex(record);
                 std::printf("Generate object at (%d, %d)\r", static_cast<int>(x + 1),
                             static_cast<int>(y + 1));
             };

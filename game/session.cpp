@@ -167,6 +167,7 @@ void Velmorandis()
     std::printf("\n\nOK, let's play.\n\n");
     Extra_CreateHeap(0, xDim * yDim * 3);
     Extra_SetHeap(0, 0);
+    ShowApplication();  // starting the sound system may take long
     StartMusic(SoundStarts(probe));
     CatchSignals();
     Timer_Create(0, 10000000);

@@ -335,7 +335,7 @@ static void ExpandFormatRuns(std::span<const uint8_t> file, std::span<uint8_t> p
         } else if (value == 1) {
             break;
         } else if (value == 2) {
-            x = std::min(x + Bytes_GetByte(file, p), width);
+            x += Bytes_GetByte(file, p);
             row += Bytes_GetByte(file, p) * width;
         } else {
             const size_t bytes = nibbles ? (value + size_t{1}) / 2 : value;

@@ -39,7 +39,6 @@ void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, bool goesOn, JPG_CODES &co
     codes.AC = ac;
     codes.GoesOn = goesOn;
     codes.Symbols = table.Symbols;
-    codes.Look.fill(JPG_EntryLong);
     uint32_t code = 0, index = 0;
     for (uint32_t n = 1; n <= 16; n++, code *= 2) {
         const uint32_t room = std::min((1u << n) - std::min(code, 1u << n), 256 - index);
@@ -50,6 +49,43 @@ void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, bool goesOn, JPG_CODES &co
         code += count;
         index += count;
         codes.Limits[n] = code << (16 - n);
+        if (n == JPG_LookBits)  // the rest
+            std::fill(codes.Look.begin() + code, codes.Look.end(),
+                      static_cast<int32_t>(JPG_EntryLong));
+    }
+}
+
+// Whether the entry decodes its code and value all by itself.
+static bool IsWhole(int32_t entry)
+{
+    return (entry & static_cast<int32_t>(JPG_EntrySize | JPG_EntryLong)) == 0;
+}
+
+void JPG_MakePairs(const JPG_CODES &codes, JPG_PAIRS &pairs)
+{
+    constexpr uint32_t mask = (1 << JPG_LookBits) - 1;
+    for (uint32_t i = 0; i <= mask; i++) {
+        uint64_t pair = 0;
+        uint32_t drop = 0, way = 0;
+        for (uint32_t n = 0; n < 2; n++) {
+            const int32_t entry = codes.Look[i << drop & mask];
+            const auto low = static_cast<uint32_t>(entry);
+            if (!IsWhole(entry) || drop + (low & JPG_EntryDrop) > JPG_LookBits) {
+                pair |= way << 16;  // overwritten by the next coefficient
+                break;
+            }
+            drop += low & JPG_EntryDrop;
+            if ((low & JPG_EntryEnd) != 0) {
+                pair |= way << 16;
+                way += JPG_PairEnd;
+                break;
+            }
+            way += JPG_ZerosOf(entry);
+            pair |= way << (8 + 8 * n) | uint64_t{static_cast<uint16_t>(JPG_ValueOf(entry))}
+                                             << (32 + 16 * n);
+            way++;
+        }
+        pairs[i] = drop == 0 ? 0 : pair | way << 24 | drop;
     }
 }
 

@@ -79,6 +79,17 @@ struct JPG_CODES {
     bool GoesOn;  // bits that are no code count as the symbol 0; else they are damage
 };
 
+/// One or two coefficients of an AC table, indexed as JPG_CODES::Look: if the code and value after
+/// the first also lie within the index, one look-up decodes both. From bit 0 on, a byte each: the
+/// bits to drop; from the next zigzag index, the ways to the first coefficient, the second one and
+/// past both, plus JPG_PairEnd at the end of the block; 16 bits each: their values. A coefficient
+/// that is missing has the value 0. 0: decoded by Look.
+using JPG_PAIRS = std::array<uint64_t, 1 << JPG_LookBits>;
+constexpr uint32_t JPG_PairEnd = 128;
+
+/// Builds the pairs of an AC table.
+void JPG_MakePairs(const JPG_CODES &codes, JPG_PAIRS &pairs);
+
 /// Builds a decoding table. Codes beyond the code space are dropped.
 void JPG_MakeCodes(const JPG_HUFFMAN &table, bool ac, bool goesOn, JPG_CODES &codes);
 
@@ -103,11 +114,12 @@ constexpr int32_t JPG_ValueOf(int32_t entry)
     return entry >> 16;
 }
 
-/// Sign-extends a value's bits. ITU-T T.81, F.2.2.1.
+/// Sign-extends a value's bits, without a branch: signs are unpredictable. ITU-T T.81, F.2.2.1.
 constexpr int32_t JPG_Extend(uint32_t bits, uint32_t count)
 {
-    const auto value = static_cast<int32_t>(bits);
-    return count == 0 || bits >> (count - 1) ? value : value - (1 << count) + 1;
+    const auto value = static_cast<int32_t>(bits), limit = int32_t{1} << count;
+    const int32_t negative = (value - (limit >> 1)) >> 31;
+    return value + (negative & (1 - limit));
 }
 
 /// Decodes the next code and its value. Takes at most 31 bits.

@@ -126,21 +126,39 @@ EXTRA_LANES static void Round(const uint16_t *__restrict blend, size_t count,
     }
 }
 
-static const uint8_t *RepeatSamples(JPG_PLANE &p, size_t y)
+// Writes each sample `Times` times.
+template <size_t Times>
+[[gnu::always_inline]] static inline void Repeat(const uint8_t *__restrict samples, size_t count,
+                                                 uint8_t *__restrict row)
 {
-    const size_t times = p.FullH / p.H;
-    const uint8_t *from = p.Row(y * p.V / p.FullV);
-    auto *row = reinterpret_cast<uint8_t *>(p.Stretched.data());
-    for (size_t i = 0; i < p.Stride; i++)
-        std::memset(row + i * times, from[i], times);
-    return row;
+    for (size_t i = 0; i < count; i++)
+        for (size_t k = 0; k < Times; k++)
+            row[Times * i + k] = samples[i];
+}
+
+EXTRA_LANES static void RepeatSamples(const uint8_t *__restrict samples, size_t count, size_t times,
+                                      uint8_t *__restrict row)
+{
+    switch (times) {
+    case 1:
+        return Repeat<1>(samples, count, row);
+    case 2:
+        return Repeat<2>(samples, count, row);
+    case 3:
+        return Repeat<3>(samples, count, row);
+    default:
+        return Repeat<4>(samples, count, row);
+    }
 }
 
 // Row y of a plane, upsampled to pixels.
 static const uint8_t *StretchRow(JPG_PLANE &p, size_t y)
 {
-    if (p.Repeats)
-        return RepeatSamples(p, y);
+    if (p.Repeats) {
+        auto *row = reinterpret_cast<uint8_t *>(p.Stretched.data());
+        RepeatSamples(p.Row(y * p.V / p.FullV), p.Stride, p.FullH / p.H, row);
+        return row;
+    }
     const PLACE place = PlaceOf(y, p.V, p.FullV);
     const uint8_t *above = RowWithin(p, place.Index), *below = RowWithin(p, place.Index + 1);
     if (p.H == p.FullH && place.Way == 0)

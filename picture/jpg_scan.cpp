@@ -16,18 +16,26 @@
 namespace
 {
 
+// Decoding tables of a component in a scan.
+struct TABLES {
+    JPG_CODES DC, AC;
+    JPG_PAIRS Pairs;
+    bool Paired;  // Pairs are made
+};
+
 struct COMPONENT {
     JPG_PLANE Plane;
     size_t BlocksAcross, BlocksDown;  // including those that pad the last MCUs
     size_t CodedAcross, CodedDown;    // in a scan of this component alone
-    // All blocks, in column order, and per block a bit for each nonzero AC coefficient, in zigzag
-    // order. Only for pictures of several scans.
+    // All blocks, and per block a bit for each nonzero AC coefficient, in zigzag order. Only for
+    // pictures of several scans.
     int16_t *Coefficients;
     std::vector<uint64_t> NonZero;
     std::array<float, 64> Scale;
-    bool Scaled;  // Scale is set, by the table in force at its first scan
-    int16_t DC;   // of the previous block, to which the next difference is added
-    JPG_CODES DCCodes, ACCodes;
+    bool Scaled;           // Scale is set, by the table in force at its first scan
+    uint8_t *Top;          // first samples of the current row of MCUs
+    int16_t DC;            // of the previous block, to which the next difference is added
+    const TABLES *Tables;  // the scan's
 
     int16_t *BlockAt(size_t x, size_t y)
     {
@@ -52,6 +60,7 @@ struct PICTURE {
 // The scan being decoded.
 struct SCAN {
     std::vector<COMPONENT *> Components;
+    std::vector<std::unique_ptr<TABLES>> Tables;
     size_t Across, Down;  // MCUs of all its components, or one component's blocks
     size_t Interval;      // MCUs between restart markers
     JPG_BITS Bits;
@@ -76,13 +85,12 @@ struct SCAN {
 
 }  // namespace
 
-// Index of each zigzag coefficient in a block in column order. Indexes from 64 on catch runs that
-// leave the block.
-static const auto JPG_ColumnOrder = [] {
+// Place of each zigzag coefficient in a block. Indexes from 64 on catch runs that leave the block.
+static const auto JPG_Places = [] {
     std::array<uint8_t, 80> order;
     order.fill(64);
     for (size_t i = 0; i < 64; i++)
-        order[i] = static_cast<uint8_t>(JPG_ZigZag[i] % 8 * 8 + JPG_ZigZag[i] / 8);
+        order[i] = static_cast<uint8_t>(JPG_PlaceOf(JPG_ZigZag[i] / 8, JPG_ZigZag[i] % 8));
     return order;
 }();
 
@@ -93,20 +101,13 @@ template <typename Block>
 static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
 {
     JPG_BITS bits = scan.Bits;  // a copy, kept in registers
-    if (!scan.Interleaved()) {
-        for (COMPONENT &c = *scan.Components[0]; x < end; x++) {
-            block(bits, c, x, y);
-            if (bits.Overrun()) [[unlikely]]
-                return scan.Leave(x);
-        }
-        scan.Bits = bits;
-        return end;
-    }
+    const bool interleaved = scan.Interleaved();
     for (; x < end; x++)
-        for (COMPONENT *c : scan.Components)
-            for (size_t v = 0; v < c->Plane.V; v++)
-                for (size_t h = 0; h < c->Plane.H; h++) {
-                    block(bits, *c, x * c->Plane.H + h, y * c->Plane.V + v);
+        for (COMPONENT *c : scan.Components) {
+            const size_t across = interleaved ? c->Plane.H : 1, down = interleaved ? c->Plane.V : 1;
+            for (size_t v = 0; v < down; v++)
+                for (size_t h = 0; h < across; h++) {
+                    block(bits, *c, x * across + h, y * down + v);
                     if (bits.Overrun()) [[unlikely]] {
                         scan.Lost = true;
                         if (!scan.GoesOn)
@@ -115,6 +116,7 @@ static size_t EachBlock(SCAN &scan, size_t x, size_t end, size_t y, Block block)
                         end = x + 1;
                     }
                 }
+        }
     scan.Bits = bits;
     return end;
 }
@@ -127,41 +129,71 @@ static bool IsEnd(int32_t entry)
 [[gnu::always_inline]] static inline int16_t NextDC(JPG_BITS &bits, COMPONENT &c)
 {
     bits.Refill();
-    c.DC = static_cast<int16_t>(c.DC + JPG_ValueOf(JPG_NextEntry(bits, c.DCCodes)));
+    c.DC = static_cast<int16_t>(c.DC + JPG_ValueOf(JPG_NextEntry(bits, c.Tables->DC)));
     return c.DC;
 }
 
 // Ends a block whose run left it. If GoesOn is set the value goes to the last coefficient; else
 // this is damage.
-static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
+[[gnu::always_inline]] static inline size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c,
+                                                       int16_t *block)
 {
-    if (c.ACCodes.GoesOn)
-        block[JPG_ColumnOrder[63]] = block[64];
+    if (c.Tables->AC.GoesOn)
+        block[JPG_Places[63]] = block[64];
     else
         bits.MarkDamage();
     return 64;
 }
 
 // Decodes a whole block; `block` has room for one more coefficient. Returns the zigzag index after
-// the last coefficient that may be nonzero.
+// the last coefficient that may be nonzero. With Paired, `block` is all zeros at first, and pairs
+// are used, if the component has them, where the first one of a pair cannot be the block's last.
+template <bool Paired>
 [[gnu::always_inline]] static inline size_t DecodeBlock(JPG_BITS &bits, COMPONENT &c,
                                                         int16_t *block)
 {
+    const TABLES &tables = *c.Tables;
+    const size_t pairsEnd = Paired && tables.Paired ? 64 - 16 : 0;
     block[0] = NextDC(bits, c);
     size_t k = 1;
     while (k < 64) {
+        if (k < pairsEnd) {
+            bits.Refill();  // enough for five; counted, since a test of Left mispredicts
+            for (int n = 0; n < 5 && k < pairsEnd; n++) {
+                const uint64_t pair = tables.Pairs[bits.Buffer >> (64 - JPG_LookBits)];
+                if (pair == 0)
+                    break;
+                bits.Drop(static_cast<uint8_t>(pair));
+                block[JPG_Places[k + (pair >> 8 & 255)]] = static_cast<int16_t>(pair >> 32);
+                block[JPG_Places[k + (pair >> 16 & 255)]] = static_cast<int16_t>(pair >> 48);
+                k += pair >> 24 & 255;
+            }
+            if (k >= 64)
+                break;
+        }
         if (bits.Left < 32)
             bits.Refill();
-        const int32_t entry = JPG_NextEntry(bits, c.ACCodes);
+        const int32_t entry = JPG_NextEntry(bits, tables.AC);
         if (IsEnd(entry))
             break;
         k += JPG_ZerosOf(entry);
-        block[JPG_ColumnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry));
+        block[JPG_Places[k]] = static_cast<int16_t>(JPG_ValueOf(entry));
         k++;
     }
+    if (k >= JPG_PairEnd)
+        return k - JPG_PairEnd;
     if (k > 64) [[unlikely]]
         return LeaveBlock(bits, c, block);
     return k;
+}
+
+// Zeros a block, 16 bytes a store: compilers prefer a slower string instruction.
+[[gnu::always_inline]] static inline void Clear(std::array<int16_t, 72> &block)
+{
+    using LANES [[gnu::vector_size(16), gnu::may_alias]] = int16_t;
+    auto *const lanes = reinterpret_cast<LANES *>(block.data());
+    lanes[0] = lanes[1] = lanes[2] = lanes[3] = LANES{};
+    lanes[4] = lanes[5] = lanes[6] = lanes[7] = LANES{};
 }
 
 // Each of the following functions decodes the MCUs x..end - 1 of row y by one scan mode, and
@@ -170,10 +202,17 @@ static size_t LeaveBlock(JPG_BITS &bits, const COMPONENT &c, int16_t *block)
 // The caller fills blocks that could not be decoded with grey.
 static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
 {
-    return EachBlock(scan, x, end, y, [](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
-        std::array<int16_t, 65> block{};
-        const size_t last = DecodeBlock(bits, c, block.data());
-        JPG_InverseDCT(block.data(), c.Scale.data(), last, c.SamplesOf(bx, by), c.Plane.Stride);
+    for (COMPONENT *c : scan.Components)
+        c->Top = c->SamplesOf(0, c->Plane.V * y);
+    return EachBlock(scan, x, end, y, [y](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
+        alignas(16) std::array<int16_t, 72> block;
+        Clear(block);
+        JPG_BITS local = bits;  // only inlined functions see it: it stays in registers
+        const size_t last = DecodeBlock<true>(local, c, block.data());
+        bits = local;
+        const size_t row = by - c.Plane.V * y;
+        JPG_InverseDCT(block.data(), c.Scale.data(), last, c.Top + 8 * (row * c.Plane.Stride + bx),
+                       c.Plane.Stride);
     });
 }
 
@@ -184,8 +223,8 @@ static size_t DecodeSequential(SCAN &scan, size_t x, size_t end, size_t y)
         int16_t *kept = c.BlockAt(bx, by);
         std::array<int16_t, 65> block;
         std::copy_n(kept, 64, block.begin());
-        const size_t last = DecodeBlock(bits, c, block.data());
-        if (bits.Overrun() && !c.ACCodes.GoesOn)
+        const size_t last = DecodeBlock<false>(bits, c, block.data());
+        if (bits.Overrun() && !c.Tables->AC.GoesOn)
             return;
         std::copy_n(block.begin(), 64, kept);
         c.NonZero[by * c.BlocksAcross + bx] |= (uint64_t{2} << (last - 1)) - 2;
@@ -220,6 +259,7 @@ static size_t DecodeDCRefine(SCAN &scan, size_t x, size_t end, size_t y)
 static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
 {
     COMPONENT &c = *scan.Components[0];
+    const JPG_CODES &codes = c.Tables->AC;
     const size_t first = JPG_Header.Ss, last = JPG_Header.Se;
     const int32_t scale = 1 << JPG_Header.Al;
     JPG_BITS bits = scan.Bits;
@@ -237,7 +277,7 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
         while (k <= last) {
             if (bits.Left < 32)
                 bits.Refill();
-            const int32_t entry = JPG_NextEntry(bits, c.ACCodes);
+            const int32_t entry = JPG_NextEntry(bits, codes);
             if (IsEnd(entry)) {
                 run = TakeRun(bits, entry) - 1;
                 break;
@@ -246,7 +286,7 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
             if (k > last)
                 k = scan.GoesOn ? std::min<size_t>(k, 63) : 64;
             if (JPG_ValueOf(entry) != 0 && k < 64) {
-                block[JPG_ColumnOrder[k]] = static_cast<int16_t>(JPG_ValueOf(entry) * scale);
+                block[JPG_Places[k]] = static_cast<int16_t>(JPG_ValueOf(entry) * scale);
                 set |= uint64_t{1} << k;
             }
             k++;
@@ -269,7 +309,7 @@ static size_t DecodeACFirst(SCAN &scan, size_t x, size_t end, size_t y)
     for (; which != 0; which &= which - 1) {
         if (bits.Left < 32)
             bits.Refill();
-        int16_t &value = block[JPG_ColumnOrder[static_cast<size_t>(std::countr_zero(which))]];
+        int16_t &value = block[JPG_Places[static_cast<size_t>(std::countr_zero(which))]];
         const int sign = value < 0 ? -1 : 0, change = (bit ^ sign) - sign;
         value = static_cast<int16_t>(value + (change & -static_cast<int>(bits.Take(1))));
     }
@@ -304,6 +344,7 @@ static size_t FindZero(uint64_t free, uint32_t zeros)
 static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
 {
     COMPONENT &c = *scan.Components[0];
+    const JPG_CODES &codes = c.Tables->AC;
     const uint64_t band = Below(JPG_Header.Se + size_t{1}) & ~Below(JPG_Header.Ss);
     const int bit = 1 << JPG_Header.Al;
     JPG_BITS bits = scan.Bits;
@@ -315,7 +356,7 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
         while (left != 0 && run == 0) {
             if (bits.Left < 32)
                 bits.Refill();
-            const int32_t entry = JPG_NextEntry(bits, c.ACCodes);
+            const int32_t entry = JPG_NextEntry(bits, codes);
             if (IsEnd(entry)) {
                 run = TakeRun(bits, entry);
                 break;
@@ -326,7 +367,7 @@ static size_t DecodeACRefine(SCAN &scan, size_t x, size_t end, size_t y)
             left &= ~Below(k + 1);
             if (JPG_ValueOf(entry) != 0 && (k < 64 || scan.GoesOn)) {
                 const size_t place = std::min<size_t>(k, 63);
-                block[JPG_ColumnOrder[place]] =
+                block[JPG_Places[place]] =
                     static_cast<int16_t>(JPG_ValueOf(entry) < 0 ? -bit : bit);
                 nonZero |= uint64_t{1} << place;
             }
@@ -567,10 +608,14 @@ static void MakeScale(COMPONENT &c, size_t number)
             const float wide = static_cast<float>(std::min(table.Wide[JPG_ZigZag2[natural]],
                                                            JPG_MaxQuantisation)) *
                                JPG_ScaleFactor[row] * JPG_ScaleFactor[column];
-            c.Scale[8 * column + row] = (table.Precision ? wide : table.Values[natural]) / 8;
+            c.Scale[8 * column + row] =
+                (table.Precision ? wide : table.Values[natural]) / JPG_ScaleUnit;
         }
     c.Scaled = true;
 }
+
+// Bytes of a picture from which on pairs gain more time than making them takes.
+constexpr uint64_t JPG_MinPairsBytes = 1 << 14;
 
 static SCAN MakeScan(PICTURE &picture)
 {
@@ -582,11 +627,16 @@ static SCAN MakeScan(PICTURE &picture)
         COMPONENT &c = *scan.Components[i];
         const uint8_t tables = h.ScanComponents[i].Tables;
         if (i > 0 && tables == h.ScanComponents[i - 1].Tables) {  // as two colours usually are
-            c.DCCodes = scan.Components[i - 1]->DCCodes;
-            c.ACCodes = scan.Components[i - 1]->ACCodes;
+            c.Tables = scan.Components[i - 1]->Tables;
         } else {
-            JPG_MakeCodes(h.DC[tables >> 4 & 3], false, scan.GoesOn, c.DCCodes);
-            JPG_MakeCodes(h.AC[tables & 3], true, scan.GoesOn, c.ACCodes);
+            scan.Tables.push_back(std::make_unique_for_overwrite<TABLES>());
+            TABLES &made = *scan.Tables.back();
+            JPG_MakeCodes(h.DC[tables >> 4 & 3], false, scan.GoesOn, made.DC);
+            JPG_MakeCodes(h.AC[tables & 3], true, scan.GoesOn, made.AC);
+            made.Paired = picture.Direct && OwnBytes() >= JPG_MinPairsBytes;
+            if (made.Paired)
+                JPG_MakePairs(made.AC, made.Pairs);
+            c.Tables = &made;
         }
         MakeScale(c,
                   h.Components[static_cast<size_t>(&c - picture.Components.data())].Quantisation);

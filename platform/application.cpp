@@ -34,12 +34,27 @@ void BASE_Init()
     System_HOME = System_PW ? System_PW->pw_dir : "";
 }
 
-void ExecuteApplication()
+// Before the first picture: the window system may have changed the size before the callbacks were
+// installed, and asks for a new window's picture, which afterwards would cause a second one.
+static void PrepareWindow()
 {
-    // The window system may have changed the size before the callbacks were installed.
+    GLFEW_AnswerEvents();
     int width, height;
     glfwGetWindowSize(System_Window, &width, &height);
-    GLFEW_Screen(System_Window, width, height);
+    if (width != System_ScreenWidth || height != System_ScreenHeight)
+        GLFEW_Screen(System_Window, width, height);
+}
+
+void ShowApplication()
+{
+    PrepareWindow();
+    Paint();
+    GLFEW_SwapBuffers();
+}
+
+void ExecuteApplication()
+{
+    PrepareWindow();
     System_RePaint = 1;
     do {
         Paint();

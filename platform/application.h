@@ -21,6 +21,9 @@ int32_t CreateApplication(int32_t x, int32_t y, int32_t width, int32_t height, c
 /// Fills System_PW and System_HOME.
 void BASE_Init();
 
+/// Paints and shows one frame before ExecuteApplication, for a set-up whose end may be slow.
+void ShowApplication();
+
 /// Takes the window's current size, then repeats Paint, Scene, buffer swap and events until the
 /// window is asked to close or Velmorandis_CloseApplication is called with a nonzero flag; both are
 /// checked only after a whole frame.

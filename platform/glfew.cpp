@@ -1,9 +1,11 @@
 #include "platform/glfew.h"
 
 #include <algorithm>
+#include <bit>
 #include <cctype>
 #include <cstdio>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -34,7 +36,7 @@ struct BUFFER {
 struct PROGRAM {
     uint32_t Name, Users;
     uint32_t VertexShader, FragmentShader;
-    std::string VertexSource, FragmentSource;
+    const char *VertexSource, *FragmentSource;  // kept texts
     int32_t MVPLocation, SamplerLocation;
     uint32_t Instanced;  // variant with an MVP per instance; 0: none
     bool TriedInstanced;
@@ -372,33 +374,76 @@ void GLFEW_LookAt(GLFEW_VERTEX &record)
     Extra_LookAt(record.View, record.Eye, record.Centre, record.Up);
 }
 
-uint32_t GLFEW_LoadTexture(const char *path, uint16_t hint, uint16_t rawPlanes)
-{
-    const Picture picture = Picture_Load(path, hint, rawPlanes);
-    uint32_t texture = 0;
-    if (picture.Pixels) {
-        glGenTextures(1, &texture);
-        glBindTexture(GL_TEXTURE_2D, texture);
-        current.Texture = texture;
-        glPixelStorei(GL_UNPACK_ROW_LENGTH, picture.BufferWidth);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, picture.Width, picture.Height, 0, GL_RGBA,
-                     GL_UNSIGNED_BYTE, picture.Pixels);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_REPEAT);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_REPEAT);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
-        glGenerateMipmap(GL_TEXTURE_2D);
-    }
-    Picture_UnLoad(picture);
-    return texture;
-}
-
 static uint32_t NewTexture()
 {
     uint32_t texture;
     glGenTextures(1, &texture);
     glBindTexture(GL_TEXTURE_2D, texture);
     current.Texture = texture;
+    return texture;
+}
+
+// A level of the bound texture; `stride` in pixels.
+static void LoadLevel(GLint level, const uint8_t *pixels, size_t width, size_t height,
+                      size_t stride)
+{
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, static_cast<GLint>(stride));
+    glTexImage2D(GL_TEXTURE_2D, level, GL_RGBA, static_cast<GLsizei>(width),
+                 static_cast<GLsizei>(height), 0, GL_RGBA, GL_UNSIGNED_BYTE, pixels);
+}
+
+// A picture of half the size, to a side of 1; the other sides are even.
+static std::vector<uint8_t> Halved(const uint8_t *pixels, size_t width, size_t height,
+                                   size_t stride)
+{
+    const auto mean = [](int a, int b) { return (a + b + 1) / 2; };
+    const size_t right = width > 1 ? 4 : 0, below = height > 1 ? stride * 4 : 0;
+    const size_t across = std::max(width / 2, size_t{1}), down = std::max(height / 2, size_t{1});
+    std::vector<uint8_t> half(across * down * 4);
+    uint8_t *out = half.data();
+    for (size_t y = 0; y < down; y++)
+        for (size_t x = 0; x < across; x++) {
+            const uint8_t *in = pixels + 2 * (y * stride + x) * 4;
+            for (size_t c = 0; c < 4; c++, in++)
+                *out++ = static_cast<uint8_t>(
+                    mean(mean(in[0], in[right]), mean(in[below], in[below + right])));
+        }
+    return half;
+}
+
+// The levels below the first. Software drivers compile shaders before they compute the first such
+// level, which took a sixth of the game's start. The values are the same as theirs.
+static void MakeMipmaps(const Picture &picture)
+{
+    size_t width = picture.Width, height = picture.Height;
+    if (!std::has_single_bit(width) || !std::has_single_bit(height)) {
+        glGenerateMipmap(GL_TEXTURE_2D);
+        return;
+    }
+    std::vector<uint8_t> pixels;
+    for (GLint level = 1; width > 1 || height > 1; level++) {
+        pixels = level == 1 ? Halved(picture.Pixels, width, height, picture.BufferWidth)
+                            : Halved(pixels.data(), width, height, width);
+        width = std::max(width / 2, size_t{1});
+        height = std::max(height / 2, size_t{1});
+        LoadLevel(level, pixels.data(), width, height, width);
+    }
+}
+
+uint32_t GLFEW_LoadTexture(const char *path, uint16_t hint, uint16_t rawPlanes)
+{
+    const Picture picture = Picture_Load(path, hint, rawPlanes);
+    uint32_t texture = 0;
+    if (picture.Pixels) {
+        texture = NewTexture();
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_REPEAT);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_REPEAT);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
+        LoadLevel(0, picture.Pixels, picture.Width, picture.Height, picture.BufferWidth);
+        MakeMipmaps(picture);
+    }
+    Picture_UnLoad(picture);
     return texture;
 }
 
@@ -537,6 +582,13 @@ void GLFEW_SetBusy(bool busy)
     glfwSetCursor(System_Window, busy ? pointer.Cursor : nullptr);
 }
 
+const char *GLFEW_KeepText(std::string_view text)
+{
+    static std::set<std::string, std::less<>> texts;
+    const auto kept = texts.find(text);
+    return (kept != texts.end() ? kept : texts.emplace(text).first)->c_str();
+}
+
 static uint32_t CompileShader(GLenum type, const char *source)
 {
     const uint32_t shader = glCreateShader(type);
@@ -599,6 +651,7 @@ static PROGRAM MakeProgram(const char *vertex, const char *fragment)
 
 static void AcquireProgram(GLFEW_VERTEX &record)
 {
+    // Kept texts are equal where their pointers are.
     const char *vertex = record.VertexShaderSource.data();
     const char *fragment = record.FragmentShaderSource.data();
     auto shared = std::ranges::find_if(programs, [=](const PROGRAM &program) {
@@ -642,12 +695,20 @@ static uint32_t InstancedProgram(uint32_t name)
     return program->Instanced;
 }
 
+static void LoadSource(const GLFEW_TEXT<256> &file, GLFEW_TEXT<1024> &source)
+{
+    if (file.empty())
+        return;
+    std::array<char, 1024> text{};
+    std::string_view(source.data()).copy(text.data(), text.size() - 1);
+    System_LoadTextFile(file.data(), text);
+    source = text.data();
+}
+
 void GLFEW_CreateVertex(GLFEW_VERTEX &record)
 {
-    if (record.FragmentShaderFile[0])
-        System_LoadTextFile(record.FragmentShaderFile.data(), record.FragmentShaderSource);
-    if (record.VertexShaderFile[0])
-        System_LoadTextFile(record.VertexShaderFile.data(), record.VertexShaderSource);
+    LoadSource(record.FragmentShaderFile, record.FragmentShaderSource);
+    LoadSource(record.VertexShaderFile, record.VertexShaderSource);
     if (FloatsPerVertex(record.Kind) != 0)
         AcquireBuffer(record);
     AcquireProgram(record);

@@ -8,12 +8,40 @@
 #include <cstdint>
 #include <functional>
 #include <span>
+#include <string_view>
 
 #include "extra/transform.h"
 #include "platform/state.h"
 
 constexpr uint8_t GLFEW_Vec3 = 1;      // position and three more floats: 6 floats per vertex
 constexpr uint8_t GLFEW_Textured = 2;  // position and texture coordinate: 5 floats per vertex
+
+/// The one copy of a text, kept until the process ends. Equal texts give equal pointers.
+const char *GLFEW_KeepText(std::string_view text);
+
+/// A text of at most Size - 1 characters; a longer one is cut. The game has 24,576 records with the
+/// same texts, so a record only refers to them.
+template <size_t Size>
+class GLFEW_TEXT
+{
+public:
+    GLFEW_TEXT &operator=(std::string_view text)
+    {
+        kept = GLFEW_KeepText(text.substr(0, Size - 1));
+        return *this;
+    }
+    const char *data() const
+    {
+        return kept ? kept : "";
+    }
+    bool empty() const
+    {
+        return !*data();
+    }
+
+private:
+    const char *kept;  // null in a record of zeros
+};
 
 /// One drawable object, owned by the caller. GLFEW_CreateVertex copies the vertex data, which must
 /// live until then.
@@ -24,11 +52,11 @@ struct GLFEW_VERTEX {
     const float *Vec3Vertices;
     const float *TexturedVertices;
     uint32_t VertexShader;
-    std::array<char, 256> VertexShaderFile;     // "": VertexShaderSource is used as it is
-    std::array<char, 1024> VertexShaderSource;  // GLSL
+    GLFEW_TEXT<256> VertexShaderFile;     // "": VertexShaderSource is used as it is
+    GLFEW_TEXT<1024> VertexShaderSource;  // GLSL
     uint32_t FragmentShader;
-    std::array<char, 256> FragmentShaderFile;
-    std::array<char, 1024> FragmentShaderSource;
+    GLFEW_TEXT<256> FragmentShaderFile;
+    GLFEW_TEXT<1024> FragmentShaderSource;
     uint32_t Program;
     int32_t MVPLocation;  // of the uniform "MVP"
     uint32_t PositionAttribute, Vec3Attribute, TextureAttribute;
@@ -77,7 +105,8 @@ void GLFEW_ChangeOrtho(GLFEW_VERTEX &record, float size);
 void GLFEW_LookAt(GLFEW_VERTEX &record);
 
 /// Texture of a picture file, repeating and with mipmaps; 0 if the picture does not load. `hint`
-/// and `rawPlanes` as for Picture_Load.
+/// and `rawPlanes` as for Picture_Load. Where the sides are powers of two a mipmap's pixel is the
+/// average of four, rounded up after each direction; else the driver computes them.
 uint32_t GLFEW_LoadTexture(const char *path, uint16_t hint, uint16_t rawPlanes);
 
 /// Texture of width x height RGBA pixels, clamped at its edges, magnified smoothly or with sharp

@@ -65,6 +65,8 @@ TEST(BMP, PixelsOfEveryDepth)
          "cut after 0 of 1 rows"},
         {"less than an eighth", 8, 1, 24, 0, "", "0707", "", "56 bytes cannot hold 8 x 1 pixels"},
         {"runs may leave pixels out", 3, 1, 8, 1, "", "0107", "07 - -", "cut after 0 of 1 rows"},
+        {"runs of more than 1024", 129, 8, 8, 1, "", "01", "",
+         "1079 bytes cannot hold 129 x 8 pixels"},
         {"no width", 0, 1, 24, 0, "", "01020304", "", "a side of 0 pixels"},
         {"65536 rows", 1, 65536, 24, 0, "", "01020304", "", "a side of 0 pixels"},
         {"no byte of pixels", 1, 1, 8, 1, "", "", "", "the pixels are missing"},
@@ -81,7 +83,7 @@ TEST(BMP, FormatsOwnRules)
 {
     const char *greys = "01010100 02020200 03030300 04040400";
     const char *fields565 = "00F80000 E0070000 1F000000";
-    const char *argb = "0000FF00 00FF0000 FF000000 000000FF";
+    const char *abgr = "FF000000 00FF0000 0000FF00 000000FF";
     BYTES noOffset = Bmp(40, 1, 1, 2, 0, "", greys, "40000000");
     BYTES noPalette = Bmp(40, 1, 1, 24, 0, "", "", "010203");
     noOffset[10] = noPalette[10] = 0;
@@ -101,15 +103,15 @@ TEST(BMP, FormatsOwnRules)
         {"16 bits, 5-6-5 after the header", Bmp(40, 1, 1, 16, 3, fields565, "", "2008 0000"),
          "080400FF"},
         {"32 bits: no alpha", Bmp(40, 1, 1, 32, 0, "", "", "01020304"), "030201FF"},
-        {"fields with alpha in the header", Bmp(56, 2, 1, 32, 3, argb, "", "01020380 00000000"),
-         "03020180 -"},
-        {"an alpha that is 0 everywhere", Bmp(56, 2, 1, 32, 3, argb, "", "01020300 01020300"),
-         "030201FF 030201FF"},
+        {"fields with alpha in the header", Bmp(56, 2, 1, 32, 3, abgr, "", "01020380 00000000"),
+         "01020380 -"},
+        {"an alpha that is 0 everywhere", Bmp(56, 2, 1, 32, 3, abgr, "", "01020300 01020300"),
+         "010203FF 010203FF"},
         {"fields of 10 bits keep their high 8",
          Bmp(40, 1, 1, 32, 3, "0000F03F 00FC0F00 FF030000", "", "FF03F03F"), "FF00FFFF"},
         {"runs of 8 bits: ends, literals, a delta",
-         Bmp(40, 4, 3, 8, 1, "", greys, "0201 0000 0003010203 00 0002 0101 0103 0001"),
-         "01 01 01 01 02 03 04 01 02 02 01 01"},
+         Bmp(40, 6, 3, 8, 1, "", greys, "0201 0102 0000 0003010203 00 0101 0002 0101 0103 0001"),
+         "01 01 01 01 01 04 02 03 04 02 01 01 02 02 03 01 01 01"},
         {"a run past its row's end is cut", Bmp(40, 2, 2, 8, 1, "", greys, "0902 0000 0201 0001"),
          "02 02 03 03"},
         {"runs of 4 bits", Bmp(40, 3, 2, 4, 2, "", greys, "0312 0000 0003 1230 0001"),
@@ -129,8 +131,8 @@ TEST(BMP, FormatsOwnRules)
         {"a height of 17 bits", Bmp(40, 1, -65536, 24, 0, "", "", "010203"), "",
          "a side of more than 65535 pixels"},
         {"no pixels", Bmp(40, 1, 1, 24, 0, "", "", ""), "", "the pixels are missing"},
-        {"fields with alpha after the header", Bmp(40, 1, 1, 32, 6, argb, "", "01020380"),
-         "03020180"},
+        {"fields with alpha after the header", Bmp(40, 1, 1, 32, 6, abgr, "", "01020380"),
+         "01020380"},
         {"a delta past the last row", Bmp(40, 1, 2, 8, 1, "", greys, "0101 0002 0005 0102"),
          "01 02"},
         {"OS/2's Huffman runs", Bmp(64, 8, 1, 1, 3, "", "", "FFFFFFFF"), "", "Huffman compression"},
@@ -148,6 +150,9 @@ TEST(BMP, MasksInsideALongHeader)
     EXPECT_EQ(Show(file + Hex("5A03")), "3050A0FF");
     BMP_HEADER h;
     EXPECT_EQ(BMP_GetHeader(&h)->HeaderSize, 108u);
+    BMP_Load(OwnFile(MakeFile(3, -2, 24, 0, "", BYTES(20))).c_str());
+    EXPECT_EQ(BMP_Header.OutputSize, 3u * 2 * 4);
+    BMP_UnLoad();
 }
 
 TEST(BMP, RunsExpand)

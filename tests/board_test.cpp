@@ -1,10 +1,88 @@
 #include "game/board.h"
 
+#include <map>
+
 #include <gtest/gtest.h>
 
 #include "platform/application.h"
+#include "tests/field.h"
 
 void Scene() {}  // the shell calls it; unused here
+
+// What would be drawn; these take the place of the window's own.
+static std::vector<std::string> tiles;
+static std::vector<EXTRA_MATRIX> cubes;
+static std::map<uint32_t, std::vector<EXTRA_MATRIX>> drawn;  // by texture
+static std::pair<int, int> minSide;
+static int faces = 0, frames = 0;
+// clang-format off
+uint32_t GLFEW_LoadTexture(const char *path, uint16_t, uint16_t) { tiles.push_back(path); return static_cast<uint32_t>(tiles.size()); }
+void GLFEW_SetIcon(const char *) {}
+void GLFEW_SetMinSize(int32_t width, int32_t height) { minSide = {width, height}; }
+void GLFEW_CreateVertex(GLFEW_VERTEX &) { faces++; }
+void GLFEW_DestroyVertex(GLFEW_VERTEX &) { faces--; }
+bool GLFEW_MustDraw(bool changed) { return changed || drawn.empty(); }
+void GLFEW_Clear() { drawn.clear(); }
+void GLFEW_LoadInstances(std::span<const EXTRA_MATRIX> mvps) { frames++; cubes.assign(mvps.begin(), mvps.end()); }
+// clang-format on
+void GLFEW_DrawInstances(const GLFEW_VERTEX &record, size_t first, size_t count, uint32_t)
+{
+    EXPECT_TRUE(drawn.empty() || drawn.rbegin()->first <= record.Texture) << "in the tiles' order";
+    for (size_t i = first; i < first + count; i++)
+        drawn[record.Texture].push_back(cubes.at(i));
+}
+
+static void ExpectClose(const std::vector<EXTRA_MATRIX> &one,
+                        const std::vector<EXTRA_MATRIX> &other)
+{
+    ASSERT_EQ(one.size(), other.size());
+    for (size_t i = 0; i < one.size(); i++)
+        for (size_t k = 0; k < one[i].size(); k++)
+            ASSERT_NEAR(one[i][k], other[i][k], 2e-4) << "cube " << i << ", element " << k;
+}
+
+TEST(Board, DrawsEveryFaceOnceAndMovesWithoutAJump)
+{
+    FieldFromText("*..\n...\n...\n..*\n");
+    CreateBoard();
+    EXPECT_EQ(std::tuple(faces, minSide, tiles.size(), tiles[10], texSix),
+              std::tuple(12 * 6, std::pair(160, 160), 13u, "datas/Six.ham8", 11u));
+    const auto paint = [](uint8_t state) {
+        mb = state;
+        Paint();
+        return std::vector(cubes.begin(), cubes.begin() + 12);
+    };
+    const auto still = paint(GAME_IDLE);
+    std::map<uint32_t, std::vector<EXTRA_MATRIX>> expected;
+    for (size_t i = 0; i < 12; i++)
+        for (const GLFEW_VERTEX &face : OGLvertex[i % 3][i / 3])
+            expected[face.Texture].push_back(still[i]);
+    EXPECT_EQ(drawn, expected);
+    paint(GAME_IDLE);
+    EXPECT_EQ(frames, 1) << "nothing changed";
+
+    // The camera of a lost game starts where it was and ends where the board spins.
+    xr2 = 1 / zDepth, yr2 = 2 / zDepth, zr2 = zDepth;
+    ExpectClose(paint(GAME_RECEDING), still);
+    zr2 = 2 * zDepth;
+    const auto receded = paint(GAME_RECEDING);
+    xr2 = yr2 = zr2 = 0;
+    ExpectClose(paint(GAME_SPINNING), receded);
+    for (size_t i = 0; i < 12; i++)  // everything is twice as far: centres are seen where they were
+        EXPECT_NEAR(receded[i][3] / receded[i][15], still[i][3] / still[i][15], 1e-5);
+
+    // Cubes that spin, and cubes that turned.
+    xr = 390, yr = 400, zr = 410;
+    const auto spun = paint(GAME_WON);
+    for (size_t i = 0; i < 12; i++) {
+        MineCell &cell = MineField[i % 3][i / 3];
+        cell.xAngle = 30, cell.yAngle = 40, cell.zAngle = 50;
+    }
+    ExpectClose(paint(GAME_IDLE), spun);
+    EXPECT_NE(spun, still);
+    DestroyBoard();
+    EXPECT_EQ(faces, 0);
+}
 
 static void Window(int width, int height, int columns, int rows)
 {

@@ -11,7 +11,7 @@
 // A screen with 16 global colours (10 n, 0, 0), background index 2.
 static BYTES Screen(int width, int height)
 {
-    BYTES head = Text("GIF89a") + Number(width, -2) + Number(height, -2) + BYTES{0xBB, 2, 0};
+    BYTES head = Text("GIF89a") + Number(width, -2) + Number(height, -2) + BYTES{0xBB, 2, 49};
     for (int i = 0; i < 16; i++)
         head = head + Number(10 * i, -3);
     return head;
@@ -226,8 +226,9 @@ TEST(GIF, ScreensByTheFormatsRules)
         {"what is drawn stays", screen + full + disposing(1) + middle + Frame(3, 1, 1, 1, {15}),
          "1111 5678, 19A1 5BC8, 19A1 5BCF"},
         {"what is drawn is cleared",
-         screen + full + disposing(2) + middle + Frame(3, 1, 1, 1, {15}),
-         "1111 5678, 19A1 5BC8, 1..1 5..F"},
+         screen + full + disposing(2) + Frame(1, 0, 2, 1, {9, 10}) + disposing(2) +
+             Frame(0, 1, 1, 1, {9}) + Frame(3, 1, 1, 1, {15}),
+         "1111 5678, 19A1 5678, 1..1 9678, 1..1 .67F"},
         {"what was before is restored",
          screen + full + disposing(3) + middle + disposing(3) + Frame(0, 0, 1, 1, {14}) +
              Frame(3, 1, 1, 1, {15}),
@@ -303,8 +304,10 @@ TEST(GIF, BlocksBesideTheFrames)
     EXPECT_EQ(std::string(GIF_Header.Comment.data()), std::string(127, 'c'));
     GIF_HEADER header;
     ASSERT_EQ(GIF_GetHeader(&header)->FrameCount, 2);
-    EXPECT_EQ(header.GlobalSorted, 1);
-    EXPECT_EQ(GIF_Header.DataSize[0], 2u);
+    EXPECT_EQ(std::tuple(header.Version, header.GlobalColors, header.GlobalSorted,
+                         header.ColorResolution, header.Background, header.AspectRatio, header.Size,
+                         header.BlockOffset, header.DataSize[0]),
+              std::tuple('9', 16, 1, 2, 2, 49, 4u, 61u, 2u));
     const GIF_FRAME *frames = GIF_GetFrames();
     EXPECT_EQ(frames[0].Delay, 263);
     EXPECT_EQ(frames[0].Disposal, 3);
@@ -352,6 +355,8 @@ TEST(GIF, FramesAreBounded)
         EXPECT_EQ(*Picture_Reason() == 0, &r == rows) << r.what << Picture_Reason();
     }
     Picture_MaxBytes = limit;
+    for (const int height : {1365, 1366})  // of 512 bytes, that many a file counts at least
+        EXPECT_EQ(PixelsOf(Screen(2048, height) + Frame(0, 0, 1, 1, {1})).empty(), height == 1366);
 }
 
 TEST(GIF, RealFilesAndTheirPrefixes)

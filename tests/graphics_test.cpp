@@ -70,6 +70,9 @@ TEST_F(Graphics, Lines)
     Graphics_Line(10, 10, 7, 7);
     EXPECT_EQ(Drawn(),
               "##/..####/......###/.........##/#/#/.#/.#.....#/.#...#..#/..#......#/..#.......#");
+    Clear();
+    Graphics_Rectangle(1, 1, 4, 3);
+    EXPECT_EQ(Drawn(), "/.####/.#..#/.####");
 }
 
 TEST_F(Graphics, CircleAndEllipse)

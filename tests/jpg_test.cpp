@@ -68,6 +68,22 @@ TEST(JPG, FilesAsAnotherDecoderSeesThem)
         }
 }
 
+TEST(JPG, LargeFilesAreDecodedAlike)
+{
+    std::srand(1);
+    const BYTES tail(1 << 14);  // after the picture; from this size on coefficients come in pairs
+    for (const char *name : {"grey", "420_restarts", "2x2_odd"})
+        for (int n = 0; n < 100; n++) {
+            const RULES rules(n % 2 ? PICTURE_RULES_FORMAT : PICTURE_RULES_FRAMEWORK);
+            BYTES file = Read(std::string(name) + ".jpg");
+            const size_t bits = file.size() * 2 / 3, count = file.size() - 2 - bits;
+            for (int k = 0; k < n / 10; k++)
+                file[bits + static_cast<size_t>(std::rand()) % count] =
+                    static_cast<uint8_t>(std::rand());
+            EXPECT_EQ(Decode(file + tail), Decode(file)) << name << ' ' << n;
+        }
+}
+
 TEST(JPG, ColoursAreRoundedAsTheyShould)
 {
     JPG_PLANE planes[3];
@@ -106,8 +122,9 @@ TEST(JPG, InverseDCTIsTheTextbooks)
         for (size_t i = 0; i < 64; i++) {  // column by column
             const bool within = JPG_ZigZag2[i % 8 * 8 + i / 8] < end;
             if (n < 64 ? i == static_cast<size_t>(n) : within && std::rand() % 3 == 0)
-                coefficients[i] = static_cast<int16_t>(std::rand() % 200 - 100);
-            scale[i] = JPG_ScaleFactor[i / 8] * JPG_ScaleFactor[i % 8] / 8;
+                coefficients[JPG_PlaceOf(i % 8, i / 8)] =
+                    static_cast<int16_t>(std::rand() % 200 - 100);
+            scale[i] = JPG_ScaleFactor[i / 8] * JPG_ScaleFactor[i % 8] / JPG_ScaleUnit;
         }
         std::array<uint8_t, 64> samples;
         JPG_InverseDCT(coefficients.data(), scale.data(), end, samples.data(), 8);
@@ -121,7 +138,7 @@ TEST(JPG, InverseDCTIsTheTextbooks)
                                             std::numbers::pi / 16) *
                                    (frequency == 0 ? std::numbers::sqrt2 / 2 : 1);
                         };
-                        sum += coefficients[8 * u + v] * cosine(x, u) * cosine(y, v) / 4;
+                        sum += coefficients[JPG_PlaceOf(v, u)] * cosine(x, u) * cosine(y, v) / 4;
                     }
                 EXPECT_NEAR(samples[8 * y + x], std::clamp(sum + 128, 0.0, 255.0), 0.51);
             }
@@ -220,6 +237,7 @@ TEST(JPG, TracesWhatItPassesOverAndRefusesTheRest)
 TEST(JPG, HeaderFacts)
 {
     BYTES file = Read("progressive_420.jpg");
+    std::ranges::copy(BYTES{2, 1, 4, 3, 5}, file.begin() + 13);
     file = With(file, Find(file, 0xDB), Segment(0xFE, BYTES(300, 'c')));
     file = With(file, Find(file, 0xDB), Segment(0xED, Text("Photoshop\0rest")));
     file = With(file, Find(file, 0xDB), Segment(0xDD, {1, 2}));
@@ -230,7 +248,9 @@ TEST(JPG, HeaderFacts)
     EXPECT_EQ(h.OutputSize, 48u * 32 * 4);
     EXPECT_EQ(h.Comment.data(), std::string(127, 'c'));
     EXPECT_STREQ(h.Identifier.data(), "Photoshop");  // the last one
-    EXPECT_EQ(h.MajorVersion * 10 + h.MinorVersion, 11);
+    EXPECT_EQ(std::tuple(h.MajorVersion, h.MinorVersion, h.Units, h.XDensity, h.YDensity),
+              std::tuple(1, 1, 2, 0x104, 0x305));
+    EXPECT_EQ(std::tuple(h.ScanComponentCount, h.Ss, h.Se, h.AhAl), std::tuple(3, 0, 0, 1));
     EXPECT_EQ(h.RestartInterval, 258);
     EXPECT_EQ(h.ScanMode, 2);
     EXPECT_STREQ(JPG_Modes[h.ScanMode], "Progressive DCT [1stDC]");
@@ -241,6 +261,11 @@ TEST(JPG, HeaderFacts)
     EXPECT_EQ(six(h.DC[0].First), (std::vector<uint16_t>{65535, 0, 6, 14, 30, 65535}));
     EXPECT_EQ(six(h.DC[0].Last), (std::vector<uint16_t>{0, 2, 6, 14, 30, 0}));
     JPG_UnLoad();
+    for (const auto &[text, name] : {std::pair(Text("ab"), "a"), {BYTES{}, ""}}) {
+        JPG_Load(OwnFile(With(file, Find(file, 0xDB), Segment(0xED, text))).c_str());
+        EXPECT_STREQ(JPG_Header.Identifier.data(), name) << "without a NUL";
+        JPG_UnLoad();
+    }
 }
 
 TEST(JPG, DamageStaysWhereItIs)

@@ -203,6 +203,15 @@ TEST(MOD, InvertLoopTurnsOneByteAfterTheOther)
         const int before = playing.Song.Samples[3].Data[i];
         EXPECT_EQ(playing.Player.Waves[3][i], i > 512 && i < 519 ? -1 - before : before) << i;
     }
+    std::vector<int> ticks;  // until the first is inverted, by speed
+    for (const char digit : "123456789ABCDEF"s) {
+        PLAYING slow(Song("C-2 03 EF"s + digit + "\n\n\n\n\n"));
+        ticks.push_back(0);
+        do
+            slow.Tick(), ticks.back()++;
+        while (slow.Player.Waves[3][513] == slow.Song.Samples[3].Data[513]);
+    }
+    EXPECT_EQ(ticks, (std::vector{26, 22, 19, 16, 13, 12, 10, 8, 7, 6, 5, 4, 3, 2, 1}));
 }
 
 // A loaded song and all that it renders.
@@ -499,6 +508,37 @@ TEST(MOD, Interpolations)
                 std::inner_product(sound.begin(), sound.end(), sound.begin(), 0.0);
         }
         EXPECT_LT(levels[1], r.points == 5 ? levels[0] / 100 : levels[0] * 2) << r.points;
+    }
+}
+
+// Against a mixer that computes each frame by itself, after the first note has ramped up.
+TEST(MOD, SamplesAreReadWhereTheyLie)
+{
+    const BYTES noise = Noise(1024);
+    for (const auto &[period, rate] :
+         {std::pair(428, 44100u), {60, 8000}, {14, 2000}, {1712, 48000}}) {
+        MOD_TEXT song = Song(std::to_string(period) + " 01\n");
+        song.Samples[0] = {{noise.begin(), noise.end()}, 512, 256};
+        const RENDERED rendered(WriteModule(song), 1, 24, rate);
+        const auto at = [&](uint64_t i) {
+            return static_cast<int8_t>(noise[i < 768 ? i : 512 + (i - 768) % 256]) / 128.0;
+        };
+        const auto step = static_cast<uint64_t>(MOD_Clock / period / rate * 4294967296.0) | 1;
+        for (const uint8_t how : {MOD_NEAREST, MOD_LINEAR}) {
+            rendered.Header->Interpolation = how;
+            MOD_StartOver(*rendered.Header);
+            const auto sound = Decode(rendered.Bytes(), 24);
+            double worst = 0;
+            for (size_t i = rate / 400 + 1; i < sound.size(); i++) {
+                const uint64_t position = step * i, whole = position >> 32;
+                const double part =
+                    static_cast<uint32_t>(position) / 4294967296.0 * (how == MOD_LINEAR);
+                const double exact = at(whole) * (1 - part) + at(whole + 1) * part;
+                worst = std::max(worst, std::abs(sound[i] - exact / 4));
+            }
+            EXPECT_LT(worst, how == MOD_LINEAR ? 2.5e-5 : 2e-7)
+                << period << ' ' << rate << ' ' << int{how};
+        }
     }
 }
 

@@ -67,6 +67,8 @@ TEST(MP3Format, InfoFramesSayWhatIsPlayed)
     const BYTES stream = Joined(frames), all = Play(stream);
     const auto count = static_cast<uint32_t>(frames.size());
     const auto size = static_cast<uint32_t>(stream.size());
+    // Frames of nothing but header and side information.
+    const auto room = static_cast<uint32_t>((frames[0].size() + stream.size()) / (4 + 32));
     ASSERT_EQ(all.size(), count * 1152 * Bytes);
     const BYTES vbri =
         With(frames[0], 36, Text("VBRI") + BYTES(6) + Number(size, 4) + Number(count, 4));
@@ -82,6 +84,14 @@ TEST(MP3Format, InfoFramesSayWhatIsPlayed)
          count * 1152 - 4200, count},
         {"other frames follow", Info(frames[0], "Xing", 1, 0, 576, 100), 1105, SIZE_MAX, 1},
         {"no count", Info(frames[0], "Xing", 0, size, 576, 100), 1105, SIZE_MAX, 0},
+        {"a count alone", With(frames[0], 36, Text("Xing") + Number(1, 4) + Number(count, 4)), 0,
+         SIZE_MAX, count},
+        {"a delay alone",
+         With(frames[0], 36,
+              Text("Info") + BYTES(4) + Text("LAME3.100") + BYTES(12) + Number(576 << 12, 3)),
+         1105, SIZE_MAX, 0},
+        {"more than the file has room for", Info(frames[0], "Xing", room + 1, size, 576, 100), 1105,
+         SIZE_MAX, 0},
         {"VBRI", vbri, 0, SIZE_MAX, count},
         {"none", {}, 0, SIZE_MAX, 0},
     };
@@ -150,7 +160,7 @@ TEST(MP3Format, FramesAreFound)
     const BYTES v2 = Text("ID3\4\0\x10\0\0\2\1") + BYTES(257, 0xFF) + Text("3DI") + BYTES(7);
     const BYTES ape = Text("APETAGEX") + Number(2000, -4) + Number(32 + 11, -4) + Number(1, -4) +
                       Number(0x80000000, -4) + BYTES(8);
-    const BYTES apeEnd = ape + stream + BYTES(11) + ape;
+    const BYTES apeEnd = stream + ape + BYTES(11) + ape;
     const struct {
         const char *what;
         BYTES file;
@@ -161,6 +171,7 @@ TEST(MP3Format, FramesAreFound)
         {"junk before", junk + stream, all, ""},
         {"a header across two blocks of the search", BYTES(16382) + stream, all, ""},
         {"tags on both sides", v2 + stream + v1, all, ""},
+        {"an APE tag", apeEnd, all, ""},
         {"lyrics",
          stream + Text("LYRICSBEGIN") + Prefix(frames[0], 208) + Text("000219LYRICS200") + v1, all,
          ""},
@@ -231,23 +242,27 @@ static BYTES Protected(const BYTES &frame, uint16_t error = 0)
 
 TEST(MP3Format, ChecksumsTellDamage)
 {
-    std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), right, wrong, oneWrong, oneShort;
+    std::vector<BYTES> frames = FramesOf("mp3_joint.mp3"), right, wrong, oneWrong, oneShort,
+                       oneCutOff;
     for (BYTES &frame : frames) {
         right.push_back(Protected(frame));
         wrong.push_back(Protected(frame, 1));
     }
-    oneWrong = oneShort = right;
+    oneWrong = oneShort = oneCutOff = right;
     oneWrong[1] = wrong[1];
+    BYTES early = frames[2];
+    early[4] = 0, early[5] |= 0x80;  // its main data begin a byte before it
+    oneCutOff[2] = Text("junk") + Protected(early);
     frames[1][28] |= 7;  // the last granule has more bits than there are
     oneShort[1] = Protected(frames[1]);
     const BYTES sound = Play(Joined(right));
     EXPECT_TRUE(Play(Joined(wrong)) == sound) << "never right, so not a sign of damage";
-    for (const auto &stream : {oneWrong, oneShort}) {
+    for (const auto &[at, stream] : {std::pair(1, oneWrong), {1, oneShort}, {2, oneCutOff}}) {
         const BYTES damaged = Play(Joined(stream));
         ASSERT_EQ(damaged.size(), sound.size());
-        EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + 1152 * Bytes, damaged.begin()));
-        const auto last = damaged.begin() + (2 * 1152 - 32) * Bytes;
-        EXPECT_EQ(std::count(last, last + 32 * Bytes, 0), 32 * Bytes) << "silent";
+        EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + at * 1152 * 4, damaged.begin()));
+        const auto last = damaged.begin() + (at * 1152 + 1120) * 4;
+        EXPECT_EQ(std::count(last, last + 32 * 4, 0), 32 * 4) << "silent";
     }
 }
 
@@ -255,10 +270,10 @@ TEST(MP3Format, Tags)
 {
     const BYTES stream = Joined(FramesOf("mp3_low.mp3"));
     const auto v2 = [](uint8_t major, uint8_t flags, const BYTES &body) {
-        return Text("ID3") + BYTES{major, 0, flags, 0, 0} +
-               BYTES{static_cast<uint8_t>(body.size() >> 7),
-                     static_cast<uint8_t>(body.size() & 127)} +
-               body;
+        const auto seven = [&body](int at) {
+            return static_cast<uint8_t>(body.size() >> at & 127);
+        };
+        return Text("ID3") + BYTES{major, 0, flags, 0, seven(14), seven(7), seven(0)} + body;
     };
     const auto frame = [](const char *id, const BYTES &text, uint16_t flags = 0) {
         return BYTES(id, id + 4) + Number(std::ssize(text), 4) + Number(flags, 2) + text;
@@ -267,13 +282,19 @@ TEST(MP3Format, Tags)
         return items + Text("APETAGEX") + Number(2000, -4) + Number(32 + std::ssize(items), -4) +
                Number(1, -4) + BYTES(12);
     };
-    const BYTES title = frame("TIT2", Text("\0Title"));
-    const BYTES v1 = Text("TAG") + Text("One") + BYTES(27, ' ') + BYTES(92) + BYTES{0, 9, 17};
+    const BYTES title = frame("TIT2", Text("\0Title")), two = Text("TT2\0\0\3\0Hi");
+    const auto item = [](const std::string &name, const std::string &text) {
+        return Number(std::ssize(text), -4) + Number(0, 4) + BYTES(name.begin(), name.end()) +
+               BYTES(1) + BYTES(text.begin(), text.end());
+    };
+    const BYTES titled = item("Title", "Two"), none = item("x", "");
+    const BYTES v1 = Text("TAG") + Text("One") + BYTES(27, ' ') + Text("By") + BYTES(28) +
+                     Text("On") + BYTES(28) + Text("1999Note") + BYTES(24) + BYTES{0, 9, 17};
     // clang-format off
     const struct {
         const char *what;
         BYTES before, after;
-        std::string texts;  // title, comment, track, genre
+        std::string texts;  // title, comment, track, genre and, joined, artist, album, year
     } rows[] = {
         {"version 2", v2(2, 0, Text("TT2\0\0\3\0Hi") + Text("TCO\0\0\5\0(17)") + BYTES(9)), {},
          "Hi|||Rock"},
@@ -292,10 +313,12 @@ TEST(MP3Format, Tags)
          frame("COMM", Text("\0eng\0Good"))), {}, "|Good||"},
         {"APE and ID3v1", {},
          ape(Number(3, -4) + Number(0, 4) + Text("TITLE\0Two") + Number(1, -4) + Number(2, -4) +
-         Text("Comment\0x")) + v1, "Two||9|Rock"},
-        {"an unknown genre", {}, Prefix(v1, 127) + BYTES{126}, "One||9|"},
-        {"ID3v2 wins", v2(3, 0, title), ape(Number(3, -4) + Number(0, 4) + Text("Title\0Two")) +
-         v1, "Title||9|Rock"},
+         Text("Comment\0x")) + v1, "Two|Note|9|RockByOn1999"},
+        {"an unknown genre", {}, Prefix(v1, 127) + BYTES{126}, "One|Note|9|ByOn1999"},
+        {"track 0", {}, Prefix(v1, 126) + BYTES{0, 17}, "One|Note||RockByOn1999"},
+        {"a comment to its end", {}, Prefix(v1, 125) + BYTES{'x', 9, 17}, "One|Note||RockByOn1999"},
+        {"ID3v2 wins", v2(3, 0, title), ape(titled) +
+         v1, "Title|Note|9|RockByOn1999"},
         {"beyond Latin", v2(3, 0, frame("TIT2", Text("\1\xFF\xFE\x2D\x4E"))), {}, "\xE4\xB8\xAD|||"},
         {"UTF-16 without a mark", v2(4, 0, frame("TIT2", Text("\2\x4E\x2D"))), {},
          "\xE4\xB8\xAD|||"},
@@ -307,21 +330,44 @@ TEST(MP3Format, Tags)
         {"no whole number", v2(3, 0, frame("TCON", Text("\0(17"))), {}, "|||(17"},
         {"no frames", v2(3, 0, {}), {}, "|||"},
         {"at the end", {}, v2(4, 0x10, title) + Text("3DI\4\0\x10\0\0\0\x10"), "Title|||"},
-        {"old lyrics", {}, Text("LYRICSBEGINla la laLYRICSEND") + v1, "One||9|Rock"},
+        {"old lyrics", {}, Text("LYRICSBEGINla la laLYRICSEND") + v1, "One|Note|9|RockByOn1999"},
         {"APE in front", Text("APETAGEX") + Number(2000, -4) + Number(32 + 17, -4) + Number(1, -4) +
-         Number(0xA0000000, -4) + BYTES(8) + ape(Number(3, -4) + Number(0, 4) + Text("Title\0Two")), {},
+         Number(0xA0000000, -4) + BYTES(8) + ape(titled), {},
          "Two|||"},
+        {"the names of version 2", v2(2, 0, Text("TP1\0\0\2\0A") + Text("TAL\0\0\2\0B") +
+         Text("TYE\0\0\2\0Y") + Text("TRK\0\0\2\0T") + Text("COM\0\0\6\0eng\0C")), {}, "|C|T|ABY"},
+        {"of 3 and 4", v2(3, 0, frame("TPE1", Text("\0A")) + frame("TALB", Text("\0B")) +
+         frame("TDRC", Text("\0Y")) + frame("TYER", Text("\0no"))), {}, "|||ABY"},
+        {"of APE", {}, ape(item("artist", "A") + item("ALBUM", "B") + item("Year", "Y") +
+         item("Track", "T") + item("Genre", "(17)") + item("Comment", "C")), "|C|T|(17)ABY"},
+        {"the last genre", v2(3, 0, frame("TCON", Text("\0(125)"))), {}, "|||Dance Hall"},
+        {"a later one", v2(3, 0, frame("TCON", Text("\0" "126"))), {}, "|||126"},
+        {"a longer ID3v1", {}, Text("TAG+") + BYTES(223) + v1, "One|Note|9|RockByOn1999"},
+        {"16 tags", Joined(std::vector(15, v2(3, 0, {}))) + v2(3, 0, title),
+         ape(item("Comment", "As said")) + Joined(std::vector(15, ape({}))),
+         "Title|As said||"},
+        {"a 17th", Joined(std::vector(16, v2(3, 0, {}))) + v2(3, 0, title), {}, "|||"},
+        {"4096 frames", v2(2, 0, Joined(std::vector(4095, Text("XXX\0\0\0"))) + two),
+         ape(Joined(std::vector(4095, none)) + titled), "Hi|||"},
+        {"more", v2(2, 0, Joined(std::vector(4096, Text("XXX\0\0\0"))) + two),
+         ape(Joined(std::vector(4096, none)) + titled), "|||"},
+        {"4096 items", {}, ape(Joined(std::vector(4095, none)) + titled), "Two|||"},
         {"sizes beyond the file", v2(3, 0, Text("TIT2\x7F\xFF\xFF\xFF\0\0\0Hi")), {}, "Hi|||"},
     };
     // clang-format on
     for (const auto &r : rows) {
         const MP3_HEADER &record = Load(r.before + stream + r.after);
         const MP3_TEXTS &t = record.Texts;
-        EXPECT_EQ(t.Title + '|' + t.Comment + '|' + t.Track + '|' + t.Genre, r.texts) << r.what;
+        EXPECT_EQ(t.Title + '|' + t.Comment + '|' + t.Track + '|' + t.Genre + t.Artist + t.Album +
+                      t.Year,
+                  r.texts)
+            << r.what;
         EXPECT_EQ(record.ID3v2.Title.data(), t.Title) << r.what;
         EXPECT_EQ(record.DataStart, r.before.size()) << r.what;
         EXPECT_EQ(record.Frames.End, r.before.size() + stream.size()) << r.what;
     }
+    const BYTES split = v2(3, 0, frame("TIT2", BYTES(1) + BYTES(59, 'x') + BYTES{0xE9, 0xE9}));
+    EXPECT_EQ(Load(split + stream).ID3v2.Title.data(), std::string(59, 'x')) << "whole letters";
 }
 
 static int PeakOf(const BYTES &sound)

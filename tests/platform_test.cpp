@@ -100,6 +100,17 @@ TEST(Window, Shapes)
     }
 }
 
+TEST(Window, EqualTextsOfRecordsAreCutAndKeptOnce)
+{
+    const std::string longer(2000, 'x');
+    GLFEW_VERTEX one{}, other{};
+    EXPECT_TRUE(one.VertexShaderSource.empty());
+    one.VertexShaderSource = longer;
+    other.FragmentShaderSource = longer;
+    EXPECT_EQ(one.VertexShaderSource.data(), longer.substr(0, 1023));
+    EXPECT_TRUE(one.VertexShaderSource.data() == other.FragmentShaderSource.data());
+}
+
 TEST(Shell, ParametersBeyondTheirSlotsAreCut)
 {
     const std::string longer(300, '7');

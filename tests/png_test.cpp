@@ -93,6 +93,8 @@ static BYTES Key(const char *values)
 TEST(PNG, Rules)
 {
     const BYTES palette = Chunk("PLTE", Hex("010203 040506 070809 0A0B0C"));
+    BYTES narrow = File(1, 5, 8, 0, Image("0001/0005/0003/0002/0004"));
+    narrow[28] = 1;
     const struct {
         const char *what;
         BYTES file;
@@ -101,6 +103,7 @@ TEST(PNG, Rules)
     } rows[] = {
         {"alphas for the first indices", File(4, 1, 2, 3, palette + Key("323C") + Image("00 1B")),
          "01020332 0405063C 070809FF 0A0B0CFF"},
+        {"passes without columns", narrow, "01 02 03 04 05"},
         {"without a palette the last one stays", File(1, 1, 8, 3, Image("00 01")), "0405063C"},
         {"RGB and alpha of 16 bits", File(1, 1, 16, 6, Image("00 0109020903090409")), "01020304"},
         {"grey and alpha of 16 bits", File(1, 1, 16, 4, Image("00 01090209")), "01010102"},
@@ -116,6 +119,7 @@ TEST(PNG, Rules)
         {"more than the picture", File(1, 1, 8, 0, Image("00070605")), "07"},
         {"unknown chunks, even critical ones",
          File(1, 1, 8, 0, Chunk("ABCD", {1, 2}) + Image("0007")), "07"},
+        {"colours of kind 9", File(1, 1, 8, 9, Image("0007")), ""},
         {"no width", File(0, 1, 8, 0, Image("0007")), ""},
         {"no header", Text("\x89PNG\r\n\x1A\n") + Image("0007"), ""},
         {"nothing", {}, ""},
@@ -249,8 +253,11 @@ TEST(PNG, HeaderFacts)
         chunks = chunks + Chunk(type, data);
     for (int i = 0; i < 10; i++)
         chunks = chunks + Chunk("tEXt", Text("more\0text")) + Chunk("iTXt", Text("more"));
-    Decode(File(1, 1, 8, 2, chunks));
+    const BYTES file = File(1, 1, 8, 2, chunks + Image("00010203"));
+    Decode(file);
     const PNG_HEADER &h = PNG_Header;
+    EXPECT_EQ(std::tuple(h.FileSize, h.DataOffset, h.IHDRHeight, h.BitsPerPixel),
+              std::tuple(file.size(), 33 + chunks.size(), 1u, 24));
     EXPECT_EQ(h.TextCount, 10);
     EXPECT_STREQ(h.Texts[0].Text.data(), "A text");
     EXPECT_EQ(h.Texts[1].Keyword.data(), std::string(79, 'k'));
@@ -260,10 +267,15 @@ TEST(PNG, HeaderFacts)
     EXPECT_STREQ(h.InternationalTexts[0].TranslatedKeyword.data(), "Kulcs");
     EXPECT_STREQ(h.InternationalTexts[0].Text.data(), "Sz\xC3\xB6veg");
     EXPECT_STREQ(h.InternationalTexts[1].Text.data(), "");
-    EXPECT_EQ(h.BackgroundGreen, 0x304);
-    EXPECT_EQ(h.PixelsPerUnitY * 10 + h.Unit, 5121u);
-    EXPECT_EQ(h.Year * 100 + h.Second, 202659);
-    EXPECT_EQ(h.KeyBlue, 3);
+    EXPECT_EQ(std::tuple(h.InternationalTexts[0].Keyword.data() + std::string(),
+                         h.InternationalTexts[1].CompressionFlag),
+              std::tuple("Key", 1));
+    EXPECT_EQ(std::tuple(h.BackgroundRed, h.BackgroundGreen, h.BackgroundBlue),
+              std::tuple(0x102, 0x304, 0x506));
+    EXPECT_EQ(std::tuple(h.PixelsPerUnitX, h.PixelsPerUnitY, h.Unit), std::tuple(256u, 512u, 1));
+    EXPECT_EQ(std::tuple(h.Year, h.Month, h.Day, h.Hour, h.Minute, h.Second),
+              std::tuple(2026, 11, 21, 9, 30, 59));
+    EXPECT_EQ(std::tuple(h.KeyRed, h.KeyGreen, h.KeyBlue), std::tuple(1, 2, 3));
     for (const auto &[type, grey, index] : {std::array{0, 0x102, 0}, {3, 0, 1}, {4, 0x102, 0}}) {
         Decode(File(1, 1, 8, static_cast<uint8_t>(type), Chunk("bKGD", {1, 2})));
         EXPECT_EQ(h.BackgroundGrey * 1000 + h.BackgroundIndex, grey * 1000 + index) << type;

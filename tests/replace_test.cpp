@@ -115,7 +115,13 @@ TEST_F(Replace, WritersDoNotMeet)
         REPLACE first, second, dropped;
         ASSERT_EQ(Replace_Open(first, path), 0);
         ASSERT_EQ(Replace_Open(second, path), 0);
+        std::string left = second.Beside;  // what a killed writer leaves under the next name
+        const size_t at = left.rfind('-') + 1;
+        left.replace(at, left.rfind('.') - at, std::to_string(std::stoi(left.substr(at)) + 1));
+        std::ofstream(left) << "left";
         ASSERT_EQ(Replace_Open(dropped, path), 0);
+        EXPECT_EQ(Read(left), "left");
+        fs::remove(left);
         std::fputs("1", first.File);
         std::fputs("2", second.File);
         EXPECT_EQ(Replace_Commit(second), 0);

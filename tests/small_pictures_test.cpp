@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "picture/pcx.h"
+#include "picture/pxm.h"
 #include "picture/spr.h"
 #include "picture/tga.h"
 #include "picture/xbm.h"
@@ -29,6 +31,12 @@ static void Check(uint8_t format, const std::vector<ROW> &rows)
         EXPECT_EQ(std::tuple(p.Format, p.Bits), std::tuple(format, r.bits)) << r.what;
         EXPECT_EQ(ShowPixels({p.Pixels, p.Pixels + size}), r.pixels) << r.what;
         EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
+        const uint32_t stated = format == PICTURE_PCX   ? PCX_Header.Size
+                                : format == PICTURE_TGA ? TGA_Header.Size
+                                : format == PICTURE_PNM ? PXM_Header.Size
+                                : format == PICTURE_XBM ? XBM_Header.Size
+                                                        : SPR_Header.Size;
+        EXPECT_TRUE(size == 0 || stated == size) << r.what;
     }
 }
 
@@ -154,7 +162,8 @@ TEST(TGA, OriginsAndPackets)
     TGA_Load(OwnFile(Tga(10, 24, 7, 1, 1, BYTES{0, 1, 2, 3} + footer)).c_str());
     const BYTES expanded(TGA_File.begin(), TGA_File.end());
     EXPECT_EQ(expanded, Tga(10, 24, 7, 1, 1, BYTES{1, 2, 3} + footer));
-    EXPECT_EQ(TGA_Header.ImageType, 2);
+    const TGA_HEADER &h = TGA_Header;
+    EXPECT_EQ(std::tuple(h.ImageType, h.AlphaBits, h.Origin, h.Size), std::tuple(2, 7, 0, 4u));
     TGA_UnLoad();
 }
 
@@ -221,6 +230,8 @@ TEST(PNM, FormatsOwnRules)
     const std::vector<FORMAT_ROW> rows = {
         {"P1 with comments", Text("P1 #c\n2#x\n1\n0#1\n1"), "FF 00"},
         {"P2 of 15, rounded", Text("P2 3 1 15 1 7 15"), "11 77 FF"},
+        {"P2 of 7", Text("P2 2 1 7 1 6"), "24 DB"},
+        {"P2 of 700", Text("P2 3 1 700 41 175 350"), "0E 40 80"},
         {"P3 of 2 bytes", Text("P3 1 1 65535 256 511 65535"), "0101FFFF"},
         {"P4 of 9 columns", Text("P4 9 2\n\0\0\xFF\x80"),
          "FF FF FF FF FF FF FF FF FF 00 00 00 00 00 00 00 00 00"},
@@ -352,6 +363,8 @@ TEST(SmallPictures, DetectionByTheFormatsRules)
         {"a TGA of true colour in a byte", Tga(2, 8, 0x20, 1, 1, {}, 0), PICTURE_UNKNOWN},
         {"PCX of 3 bits", Text("\12\5\1\3"), PICTURE_UNKNOWN},
         {"a map of 8 bits", Tga(1, 8, 0x20, 1, 1, {}, 8), PICTURE_UNKNOWN},
+        {"indexes of 3 bytes", Tga(1, 24, 0x20, 1, 1, {}, 24), PICTURE_UNKNOWN},
+        {"a TGA of grey in 3 bytes", Tga(3, 24, 0x20, 1, 1, {}, 0), PICTURE_UNKNOWN},
         {"a TGA of no kind", BYTES(18) + BYTES(9), PICTURE_UNKNOWN},
         {"any JPEG", Text("\xFF\xD8\xFF\xDB.."), PICTURE_JPEG},
         {"letters that begin like TIFF", Text("IInvented"), PICTURE_UNKNOWN},

@@ -85,6 +85,10 @@ TEST(Sounds, Headers)
         return IffFile("AIFC", Comm(bits, compression) + sound);
     };
     const std::string cut = "xxxxxxxxxxxxxxxal", x17(17, 'x');
+    const BYTES none = Chunk("NONE", {});
+    BYTES padded = Comm(16) + odd + BYTES(1);
+    for (int i = 4; i < 16384; i++)  // after the form, too
+        padded.insert(padded.end(), none.begin(), none.end());
     const FILE_ROW aiff[] = {
         {"22050 Hz, doubled", IffFile("AIFF", Comm(8, {}, 13) + sound), {2, 44100, 8, 46}, 0},
         {"raw", aifc(8, Text("raw ")), {2, 44100, 8, 50}, 1, "raw "},
@@ -96,6 +100,8 @@ TEST(Sounds, Headers)
         {"odd, not padded", IffFile("AIFF", odd + Comm(16) + sound), {2, 44100, 16, 61}, 0},
         {"odd, padded", IffFile("AIFF", Comm(16) + odd + BYTES(1) + sound), {2, 44100, 16, 62}, 0},
         {"no sound", IffFile("AIFF", Comm(16)), {2, 44100, 16, 0}, 0},
+        {"16384 chunks", IffFile("AIFF", padded + sound), {2, 44100, 16, 131102}, 0},
+        {"one more", IffFile("AIFF", padded + none + sound), {2, 44100, 16, 0}, 0},
         {"no common chunk", IffFile("AIFF", sound), {1, 0, 0, 20}, 0},
     };
     for (const FILE_ROW &row : aiff) {
@@ -167,8 +173,12 @@ TEST(Sounds, FormatRules)
                                    Chunk("MARK", BYTES(9)));
     };
     const BYTES reals = {0x3F, 0, 0, 0, 0xBE, 0x80, 0, 0}, three = {1, 2, 0x83, 4, 5, 6};
-    const BYTES slow = Chunk("COMM", BYTES{0, 1, 0, 0, 0, 2, 0, 8} +
-                                         BYTES{0x40, 12, 0xAC, 0x44, 0, 0, 0, 0, 0, 0});
+    const BYTES real64 = {0x3F, 0xD0, 0, 0, 0, 0, 0, 0};
+    const auto rated = [](uint8_t sign, uint8_t exponent, uint8_t last) {
+        return Chunk("COMM", BYTES{0, 1, 0, 0, 0, 2, 0, 8} +
+                                 BYTES{sign, exponent, 0xAC, last, 0, 0, 0, 0, 0, 0});
+    };
+    const BYTES slow = rated(0x40, 12, 0x44), bytes = Chunk("SSND", BYTES(8) + BYTES{1, 0xFF});
     const auto au = [](uint32_t encoding, uint32_t size, const BYTES &data) {
         return Text(".snd\0\0\0\x18") + Number(size, 4) + Number(encoding, 4) + Number(11025, 4) +
                Number(1, 4) + data;
@@ -206,11 +216,21 @@ TEST(Sounds, FormatRules)
         {"in24", Aiff, aiff(16, Text("in24"), three), 2, 44100, 24, {0x010283, 0x040506}},
         {"fl32", Aiff, aiff(16, Text("FL32"), reals), 2, 44100, 32, {1 << 30, -(1 << 29)}},
         {"A-law", Aiff, aiff(8, Text("ALAW"), {0xD5, 0x55}), 2, 44100, 16, {8, -8}},
-        {"the data first", Aiff, IffFile("AIFF", Chunk("SSND", BYTES(8) + BYTES{1, 0xFF}) + slow),
-         1, 11025, 8, {129, 127}},
-        {"padding forgotten", Aiff,
-         IffFile("AIFF", slow + Chunk("NAME", {'x'}) + Chunk("SSND", BYTES(8) + BYTES{1, 0xFF})),
-         1, 11025, 8, {129, 127}},
+        {"mu-law", Aiff, aiff(8, Text("ulaw"), {0, 0xFF}), 2, 44100, 16, {-32124, 0}},
+        {"unsigned words", Aiff, aiff(16, Text("raw "), words), 2, 44100, 16, {-32510, 32766}},
+        {"twos", Aiff, aiff(16, Text("twos"), words), 2, 44100, 16, {258, -2}},
+        {"in16", Aiff, aiff(8, Text("in16"), words), 2, 44100, 16, {258, -2}},
+        {"42ni", Aiff, aiff(8, Text("42ni"), three), 2, 44100, 24, {-0x7CFDFF, 0x060504}},
+        {"in32", Aiff, aiff(8, Text("in32"), reals), 2, 44100, 32, {0x3F << 24, -0x4180 * 65536}},
+        {"23ni", Aiff, aiff(8, Text("23ni"), reals), 2, 44100, 32, {0x3F, 0x80BE}},
+        {"fl64", Aiff, aiff(8, Text("fl64"), real64 + real64), 2, 44100, 32, {1 << 29, 1 << 29}},
+        {"the data first", Aiff, IffFile("AIFF", bytes + slow), 1, 11025, 8, {129, 127}},
+        {"padding forgotten", Aiff, IffFile("AIFF", slow + Chunk("NAME", {'x'}) + bytes), 1, 11025, 8,
+         {129, 127}},
+        {"a rate with a half", Aiff, IffFile("AIFF", rated(0x40, 12, 0x46) + bytes), 1, 11026, 8,
+         {129, 127}},
+        {"below 0", Aiff, IffFile("AIFF", rated(0xC0, 12, 0x44) + bytes), 1, 0, 8, {129, 127}},
+        {"beyond 32 bits", Aiff, IffFile("AIFF", rated(0x40, 32, 0x44) + bytes), 1, 0, 8, {129, 127}},
         {"packed", Aiff, aiff(16, Text("ima4"), words), 0, 44100, 0, {}, "compression 'ima4'"},
         {"no common chunk", Aiff, IffFile("AIFF", Chunk("SSND", Data)), 0, 0, 0, {},
          "no common chunk"},
@@ -218,14 +238,28 @@ TEST(Sounds, FormatRules)
         {"or with the file", Au, au(3, UINT32_MAX, words), 1, 11025, 16, {258, -2}},
         {"8 bits", Au, au(2, 2, {1, 0xFF}), 1, 11025, 8, {129, 127}},
         {"floating point", Au, au(6, 8, reals), 1, 11025, 32, {1 << 30, -(1 << 29)}},
+        {"64 bits", Au, au(7, 8, real64), 1, 11025, 32, {1 << 29}},
+        {"24 bits", Au, au(4, 6, three), 1, 11025, 24, {0x010283, 0x040506}},
+        {"32 bits", Au, au(5, 4, three), 1, 11025, 32, {0x01028304}},
+        {"AU mu-law", Au, au(1, 2, {0, 0xFF}), 1, 11025, 16, {-32124, 0}},
+        {"AU A-law", Au, au(27, 2, {0xD5, 0x55}), 1, 11025, 16, {8, -8}},
+        {"data at byte 20", Au, Text(".snd\0\0\0\x14") + BYTES(4) + Number(3, 4) + Number(11025, 4) +
+         Number(1, 4) + words, 1, 11025, 16, {258, -2}},
+        {"lowest byte first", Au, Text("dns.\x18\0\0\0") + BYTES(4) + Number(3, -4) +
+         Number(11025, -4) + Number(1, -4) + words, 1, 11025, 16, {513, -257}},
         {"AU ADPCM", Au, au(23, 8, reals), 0, 11025, 0, {}, "encoding 23"},
         {"VOC, all blocks", Voc,
          voc(sound({1, 2}) + block(5, Text("text")) + block(4, {1, 0}) + block(2, {3}) + silence +
          sound({4})), 1, 10000, 8, {1, 2, 3, 128, 128, 4}},
         {"silence first", Voc, voc(silence + sound({1})), 1, 10000, 8, {128, 128, 1}},
         {"repeated twice", Voc,
-         voc(block(6, {2, 0}) + sound({1, 2}) + silence + block(7, {}) + sound({3})), 1, 10000, 8,
-         {1, 2, 128, 128, 1, 2, 128, 128, 1, 2, 128, 128, 3}},
+         voc(sound({9}) + block(6, {2, 0}) + sound({1, 2}) + silence + block(7, {}) + block(7, {}) +
+         sound({3})), 1, 10000, 8, {9, 1, 2, 128, 128, 1, 2, 128, 128, 1, 2, 128, 128, 3}},
+        {"repeated for ever", Voc, voc(block(6, {255, 255}) + sound({1, 2}) + block(7, {}) + sound({3})),
+         1, 10000, 8, {1, 2, 3}},
+        {"an empty block", Voc, voc(sound({}) + sound({1})), 1, 10000, 8, {1}},
+        {"silence of 16 bits", Voc, voc(block(9, format9 + BYTES{1, 2}) + block(3, {3, 0, 0xD3})), 1,
+         22050, 16, {0x0201, 0, 0, 0}},
         {"extended, at its rate", Voc, voc(extended + sound({1, 2, 3, 4}) + sound({5, 6})), 2,
          22053, 8, {1, 2, 3, 4}, "codec 0 with 1 channels after codec 0 with 2"},
         {"new format", Voc, voc(block(9, format9 + BYTES{1, 2}) + block(2, {3, 4})), 1, 22050, 16,
@@ -239,6 +273,8 @@ TEST(Sounds, FormatRules)
          sound({3})), 1, 10000, 8, {1, 2}, "codec 1 with 1 channels after codec 0 with 1"},
         {"another rate", Voc, voc(sound({1, 2}) + block(1, {0xA6, 0, 3})), 1, 10000, 8, {1, 2, 3},
          "a block of 11111 Hz is played with 10000"},
+        {"cut", Voc, voc({1, 99, 0, 0, 0x9C, 0, 9, 8}), 1, 10000, 8, {9, 8, 0, 1, 2, 3, 4, 5, 6, 7},
+         "cut after 10 of 97 bytes of sound"},
         {"many blocks", Voc, voc(sound({1}) + many + sound({2})), 1, 10000, 8, {1},
          "more than 4096 blocks"},
         {"8SVX", Iff, svx(0, {}, {1, 0xFF}), 1, 8363, 8, {129, 127}},
@@ -259,6 +295,13 @@ TEST(Sounds, FormatRules)
     // clang-format on
     for (const FORMAT_ROW &row : rows)
         CheckFormat(row);
+    const FORMAT_RULES rules;
+    for (const bool more : {false, true}) {
+        LoadBytes(Voc, voc(sound({9}) + block(6, {254, 255}) + sound({1}) + block(7, {}) +
+                           (more ? sound({2}) : BYTES{})));
+        EXPECT_EQ(VOC_GetHeader(0)->Pieces.size(), 65536u);
+        EXPECT_STREQ(Reason_Get(), more ? "more than 65536 blocks with repeats" : "");
+    }
 }
 
 // For every module, in their order, MP3, and MOD, a file that uses most of its header.
@@ -324,6 +367,7 @@ TEST(Sounds, Reasons)
         {Wav, Prefix(wave, wave.size() - 2), "cut after 5 of 7 bytes of sound"},
         {Wav, Prefix(wave, 40) + BYTES(4, 0xFF) + Data, ""},
         {Wav, WaveFile(85, 1, 16, Data), "format tag 85"},
+        {Wav, WaveFile(1, 1, 12, Data), "12 bits a sample"},
         {Wav, Text("RIFF"), "format tag 0"},
         {Voc, VocFile({1, 9, 0, 0, 0xA6, 1}), "codec 1"},
         {Voc, VocFile({}), "no sound block"},

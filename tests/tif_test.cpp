@@ -180,6 +180,26 @@ TEST(TIF, PixelsByTheFormatsRules)
         {"neither makes sense",
          "258=8,8,8 262=6 273=8 530=1,1 529:5=1,0,0,1,1,4 532:5=9,1,9,1,8,1,7,1,8,1,7,1", "408080",
          "40"},
+        {"no weight of green", "258=8,8,8 262=6 273=8 530=1,1 529:5=1,4,0,1,1,4", "40A0A0",
+         "6D1E79FF"},
+        {"a range of blue without width",
+         "258=8,8,8 262=6 273=8 530=1,1 532:5=0,1,255,1,8,1,8,1,128,1,240,1", "408080", "40"},
+        {"of red", "258=8,8,8 262=6 273=8 530=1,1 532:5=0,1,255,1,128,1,255,1,7,1,7,1", "408080",
+         "40"},
+        {"planes of one sample", "256=2 258=8 262=1 273=8 284=2", "0705", "07 05"},
+        {"300 bits", "258=300 262=1 273=8", "01", "", "0 bits a sample"},
+        {"chroma of three columns", "256=3 258=8,8,8 262=6 273=8 530=3,1", "01020304", "",
+         "chroma subsampling of 3 by 1"},
+        {"chroma and a fourth sample", "256=2 258=8,8,8,8 262=6 273=8 530=2,1", "01020304", "",
+         "subsampled chroma that is planar or of 8 bits"},
+        {"chroma of 16 bits", "256=2 258=16,16,16 262=6 273=8 530=2,1", "01020304", "",
+         "subsampled chroma that is planar or of 16 bits"},
+        {"tiles of no height", "258=8 262=1 322=1 323=0 324=8", "01", "", "tiles of no size"},
+        {"fax of three samples", "258=1,1,1 259=4 262=2 273=8", "0102", "",
+         "CCITT Group 4 compression of more than a bit a pixel"},
+        {"a JPEG of one component for three", "258=8,8,8 259=7 262=2 273=8", jpeg, "800000FF"},
+        {"no height", "257=0 258=8 262=1 273=8", "01", "",
+         "a side of 0 pixels, or more than 65535"},
         {"CMYK as differences", "256=2 258=8 259=8 262=5 273=8 277=4 317=2",
          "7801 01 0800F7FF 00FF0000 01020304", "FF00FFFF FAFAF8FF"},
         {"five samples as differences", "256=2 258=8 259=8 262=1 273=8 277=5 317=2",
@@ -196,6 +216,8 @@ TEST(TIF, PixelsByTheFormatsRules)
          "subsampled chroma that is planar or of 8 bits"},
         {"tiles of no size", "258=8 262=1 322=0 323=1 324=8", "01", "", "tiles of no size"},
         {"no width", "256=0 258=8 262=1 273=8", "01", "", "a side of 0 pixels, or more than 65535"},
+        {"nine samples", "258=8 262=1 273=8 277=9", "010203040506070809", "", "9 samples a pixel"},
+        {"eight", "258=8,8,8,8,8,8,8,8 262=1 273=8", "0102030405060708", "01010102"},
         {"uneven sizes", "258=5,6,5 262=2 273=8 277=3", "0102", "", "samples of different sizes"},
         {"32 bits", "258=32 262=1 273=8", "01020304", "", "32 bits a sample"},
         {"floating point", "258=16 262=1 273=8 339=3", "0102", "", "floating point"},
@@ -345,6 +367,24 @@ TEST(TIF, HeaderKeepsDirectories)
     EXPECT_EQ(std::tuple(h.ByteOrder, h.Magic, h.DataPosition), std::tuple('I', 42, 8u));
     TIF_UnLoad();
     EXPECT_EQ(TIF_Decoding(), nullptr);
+}
+
+TEST(TIF, Pages)
+{
+    // The second directory is a copy of the first, but a pixel wide; the first follows it again.
+    BYTES file = MakeFile(Hex("0102"), "256=2 258=8 262=1 273=8"),
+          second(file.begin() + 10, file.end());
+    second[2 + 8] = 1;
+    second[second.size() - 4] = 10;
+    file[file.size() - 4] = static_cast<uint8_t>(file.size());
+    file = file + second;
+    for (const auto &[page, pixels] : {std::pair(0, "01 02"), {1, "01"}, {2, ""}}) {
+        TIF_Page = static_cast<uint32_t>(page);
+        EXPECT_EQ(ShowByFormat(file), pixels);
+        EXPECT_EQ(TIF_PageCount, 2u);
+        EXPECT_EQ(TIF_Header.DirectoryCount == 0, page == 2);
+    }
+    TIF_Page = 0;
 }
 
 TEST(TIF, RealFiles)

@@ -67,6 +67,14 @@ TEST(Transform, ViewIsScaledAndEyeNegated)
     constexpr float s = 0.70710678f;
     ExpectNear(view, {s, 0, 0, 0, 0, s, 0, 0, 0, 0, -1, -10, 0, 0, 0, 1}, "view");
     EXPECT_EQ(eye, (EXTRA_VECTOR{0, 0, 10, 0}));
+    // The expected numbers here and below come from the formulas in Python.
+    eye = {1, 2, -3, 0}, centre = {4, -1, 2, 0}, up = {0.5f, 1, 0.25f, 0};
+    Extra_LookAt(view, eye, centre, up);
+    ExpectNear(view,
+               {0.5768053f, -0.1755495f, -0.4514129f, -1.5799451f, 0.3403747f, 0.6463294f,
+                0.1835728f, -1.0823149f, -0.4574957f, 0.4574957f, -0.7624929f, -2.7449743f, 0, 0, 0,
+                1},
+               "aslant");
 }
 
 TEST(Transform, Projections)
@@ -76,6 +84,10 @@ TEST(Transform, Projections)
     ExpectNear(Extra_Perspective(m, 45, 1, 0.1f, 256),
                {f, 0, 0, 0, 0, f, 0, 0, 0, 0, -1.0007817f, -0.2000782f, 0, 0, -1, 0},
                "perspective");
+    ExpectNear(
+        Extra_Perspective(m, 60, 1.5f, 2, 9),
+        {1.1547005f, 0, 0, 0, 0, 1.7320508f, 0, 0, 0, 0, -1.5714286f, -5.1428571f, 0, 0, -1, 0},
+        "a wide window");
     ExpectNear(Extra_Ortho(m, -1, 1, -1, 1, -1, 1),
                {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, -1, 0, 0, 0, 0, 1}, "ortho");
     ExpectNear(Extra_Ortho(m, 0, 4, 0, 2, 1, 3),
@@ -97,6 +109,7 @@ TEST(Projection, PointsTurnAndShrinkWithDepth)
         {"turned about z", 0, 0, 90, 0, {105, 70, 1}},
         {"turned about y", 0, 90, 0, 0, {100, 84, 1}},
         {"turned about x", 90, 0, 0, 0, {110, 80, 1}},
+        {"turned about all", 25, -35, 110, 80, {117, 82, 1}},
         {"no depth left", 0, 0, 0, -200, {0, 0, 0}},
     };
     for (const auto &r : rows) {

@@ -242,6 +242,14 @@ TEST(Wav, FormatRules)
         {"GSM", Wav, file(Format(0x31, 1, 65, 0), Ramp(65)), 1, 8000, 0, {}, "GSM 6.10 compression"},
         {"tag 99", Wav, file(Format(99, 1, 1, 8), Ramp(4)), 1, 8000, 0, {}, "format tag 99"},
         {"small blocks", Wav, file(Ima(1, 3), Ramp(6)), 1, 8000, 0, {}, "ADPCM blocks of 3 bytes"},
+        {"33 channels", Wav, file(Format(1, 33, 66, 16), Ramp(66)), 0, 8000, 0, {}, "33 channels"},
+        {"reals of 24 bits", Wav, file(Format(3, 1, 3, 24), Ramp(6)), 0, 8000, 0, {},
+         "24 bits a sample"},
+        {"72 bits", Wav, file(Format(1, 1, 9, 72), Ramp(9)), 0, 8000, 0, {}, "72 bits a sample"},
+        {"no channels", Wav, file(Format(1, 0, 2, 16), Ramp(6)), 0, 8000, 0, {}, "0 channels"},
+        {"A-law of three", Wav, file(Format(6, 3, 3, 8), {0x80, 0x80, 0x80}), 2, 8000, 16, {5503, 5503}},
+        {"mu-law of three", Wav, file(Format(7, 3, 3, 8), {0, 0, 0}), 2, 8000, 16, {-32124, -32124}},
+        {"bytes of three", Wav, file(Format(1, 3, 3, 8), {192, 64, 128}), 2, 8000, 8, {165, 90}},
         {"no bits", Wav, file(Format(1, 1, 0, 0), Ramp(4)), 1, 8000, 0, {}, "0 bits a sample"},
     };
     // clang-format on
@@ -275,9 +283,16 @@ TEST(Wav, SpeakersAreMixedToTwo)
         uint32_t mask;
         std::string weights;
     } rows[] = {
-        {3, 0, "LRC"},       {4, 0, "LRlr"},    {5, 0, "LRClr"},
-        {6, 0, "LRC-lr"},    {7, 0, "LRC-Slr"}, {8, 0, "LRC-lrlr"},
-        {9, 0, "SSSSSSSSS"}, {3, 3, "LRS"},     {18, 0x3FFFF, "LRC-lrLRSlrSlSrlSr"},
+        {3, 0, "LRC"},
+        {4, 0, "LRlr"},
+        {5, 0, "LRClr"},
+        {6, 0, "LRC-lr"},
+        {7, 0, "LRC-Slr"},
+        {8, 0, "LRC-lrlr"},
+        {9, 0, "SSSSSSSSS"},
+        {3, 3, "LRS"},
+        {32, 0, std::string(32, 'S')},
+        {18, 0x3FFFF, "LRC-lrLRSlrSlSrlSr"},
     };
     for (const auto &r : rows) {
         const auto weight = [](char speaker, const std::string &side) {

@@ -1,4 +1,4 @@
-"""The player on files of every format and on emulated sound cards: player_test.py PLAYER DATA"""
+"""The player on files of every format and on emulated sound cards: player_test.py PLAYER DATA [LOST_DEVICE]"""
 
 import array
 import json
@@ -17,6 +17,7 @@ from sound_files import aiff, au, module, noise, svx, swapped, voc, wav
 
 PLAYER = os.path.abspath(sys.argv[1])
 DATA = os.path.abspath(sys.argv[2])
+LOST_DEVICE = "".join(sys.argv[3:4])
 
 NOISE = noise(150000)
 
@@ -262,7 +263,7 @@ class OnTerminal(Stage):
         threading.Thread(target=self.look, daemon=True).start()
 
     def listen(self):
-        with open(self.path("captured"), "rb", buffering=0) as card:
+        with open(self.path("captured"), "r+b", buffering=0) as card:  # its own writer, too: it outlives a stream
             while chunk := card.read(65536):
                 self.heard += chunk
                 time.sleep(0.01)
@@ -332,6 +333,22 @@ class OnTerminal(Stage):
         self.press(b"9 \x1b[5~")  # past the end
         self.assertEqual(self.end(), 0)
 
+    @unittest.skipUnless(LOST_DEVICE, "needs the library that loses devices")
+    def test_lost_device(self):
+        self.environment["LD_PRELOAD"] = os.path.abspath(LOST_DEVICE)
+        self.environment["LOST_OPENINGS"] = "1000000"
+        line = "tessplay: stereo.wav: the sound device was lost and did not come back in ten seconds\n"
+        self.assertEqual(self.run_player("--loop", "0", "stereo.wav"), (1, "stereo.wav: 0:00\n", line))
+        os.remove(self.path("captured"))
+        self.environment["LOST_OPENINGS"] = "3"
+        self.write("long.wav", wav(bytes(range(256)) * 689 * 60))
+        self.start("--start", "0:30", "long.wav")
+        self.wait_for_line("device lost, trying again: ")
+        self.wait_for_line("0:30 / 0:59 [")
+        self.wait_for("sound", lambda: not self.silent())
+        self.press(b"q")
+        self.assertEqual(self.end(), 0)
+
     def test_signals(self):
         self.start("--loop", "0", "stereo.wav")
         self.wait_for_line("stereo.wav")
@@ -360,4 +377,4 @@ class OnTerminal(Stage):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)
+    unittest.main(argv=sys.argv[:1] + sys.argv[4:], verbosity=2)

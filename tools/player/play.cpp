@@ -370,7 +370,7 @@ static OUTCOME Watch(const OPTIONS &options, const std::string &place)
     const PLAYER_SOUND &sound = *nowPlaying;
     const double total = Player_Seconds(sound, sound.Bytes);
     bool paused = false;
-    double now = 0;
+    double now = Now();
     PULSE pulse;
     while (Terminal_Signal() == 0 && (paused || !HasEnded())) {
         PLAYER_KEY key = KEY_NONE;

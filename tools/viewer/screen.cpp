@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 
 #include "platform/application.h"
 #include "platform/glfew.h"
@@ -21,12 +20,11 @@ static GLFEW_VERTEX MakeQuad(const char *fragment)
     quad.Count = 6;
     quad.TexturedVertices = corners.data();
     // The square has no depth, so the matrix's third column is free to hold the texture's part.
-    std::strcpy(quad.VertexShaderSource.data(),
-                "#version 330 core\nlayout(location = 0) in vec3 p;\n"
-                "layout(location = 1) in vec2 t;\nout vec2 uv;\nuniform mat4 MVP;\n"
-                "void main() { gl_Position = MVP * vec4(p, 1);\n"
-                "uv = MVP[2].xy + t * MVP[2].zw; }\n");
-    std::strcpy(quad.FragmentShaderSource.data(), fragment);
+    quad.VertexShaderSource = "#version 330 core\nlayout(location = 0) in vec3 p;\n"
+                              "layout(location = 1) in vec2 t;\nout vec2 uv;\nuniform mat4 MVP;\n"
+                              "void main() { gl_Position = MVP * vec4(p, 1);\n"
+                              "uv = MVP[2].xy + t * MVP[2].zw; }\n";
+    quad.FragmentShaderSource = fragment;
     GLFEW_CreateVertex(quad);
     return quad;
 }
