@@ -4,6 +4,7 @@
 #include <numbers>
 
 #include "tests/sound_files.h"
+#include "tools/player/list.h"
 #include "tools/player/open.h"
 #include "tools/player/screen.h"
 
@@ -146,4 +147,37 @@ TEST(Player, ShowsItAtAnyWidth)
         for (const std::string &line : Screen_Lines(screen, columns, 24, false))
             EXPECT_LT(line.size(), columns) << line;
     }
+}
+
+TEST(Player, ListsFilesAsOtherSystemsNameThem)
+{
+    const std::string folder = TempPath("lists");
+    std::filesystem::create_directories(folder + "/sub");
+    const auto write = [&](const char *name, const std::string &text) {
+        std::ofstream(folder + '/' + name, std::ios::binary) << text;
+    };
+    for (const char *name : {"a b.au", "sub/c.au", "caf\u00E9.au"})
+        write(name, "");
+    write("one.m3u", "\xEF\xBB\xBF#EXTM3U\r\na b.au "
+                     "\r\n\r\nsub\\c.au\ncaf\xE9.au\nhttp://x/y\nfile://host\nnone\n");
+    write("two.pls", "[playlist]\nFile1=a b.au\nTitle1=x\nfile2=file://host" + folder +
+                         "/a%20b%2x.au\nFile3\nFile4=one.m3u8\n");
+    write("one.m3u8", "two.pls\nsub/c.au");
+    std::vector<std::string> reports;
+    const auto list = [&](const char *name) {
+        std::string names;
+        for (const std::string &path :
+             List_Files({folder + '/' + name}, false,
+                        [&](const std::string &word, const std::string &reason) {
+                            reports.push_back(word.substr(folder.size()) + ": " + reason);
+                        }))
+            names += (path.starts_with(folder) ? path.substr(folder.size() + 1) : path) + '|';
+        return names;
+    };
+    EXPECT_EQ(list("one.m3u"), "a b.au|sub/c.au|caf\u00E9.au|http://x/y|file://host|none|");
+    EXPECT_EQ(list("two.pls"), "a b.au|a b%2x.au|sub/c.au|");
+    EXPECT_EQ(reports,
+              (std::vector<std::string>{"/two.pls: a playlist in itself, or too deep in others"}));
+    EXPECT_EQ(list("no.m3u"), "");
+    EXPECT_EQ(reports.back(), "/no.m3u: No such file or directory");
 }
