@@ -149,6 +149,55 @@ TEST(Player, ShowsItAtAnyWidth)
     }
 }
 
+// The bytes that the headers promise are those that come.
+TEST(Player, PromisesWhatItPlays)
+{
+    const FORMAT_RULES rules;
+    const BYTES noise = Noise(2400), three = Prefix(noise, 7);
+    const auto voc = [](const BYTES &blocks) {
+        return Text("Creative Voice File\x1A\x1A\0\x0A\1\x29\x11") + blocks;
+    };
+    const auto svx = [](uint8_t packing) {
+        return Text("FORM\0\0\0\0008SVXVHDR\0\0\0\x14") + BYTES(12) + Text("\x1F\x40\1") +
+               BYTES{packing} + Text("\0\1\0\0BODY") + Number(100, 4) + BYTES(100, 0x18);
+    };
+    const std::pair<const char *, BYTES> rows[] = {
+        {"floating point", WaveFile(3, 1, 64, noise)},
+        {"linear", WaveFile(1, 3, 16, noise)},
+        {"A-law", WaveFile(6, 2, 8, noise)},
+        {"mu-law", WaveFile(7, 1, 8, noise)},
+        {"linear", svx(0)},
+        {"Fibonacci delta", svx(1)},
+        {"exponential delta", svx(2)},
+        {"linear", voc(Text("\1\x9\0\0\x9C\0") + three)},
+    };
+    std::vector<std::pair<std::string, std::string>> files;
+    for (const auto &[codec, file] : rows)
+        files.emplace_back(WriteTemp("made" + std::to_string(files.size()), file), codec);
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(TEST_DATA))
+        if (entry.is_regular_file() && Audio_Check(entry.path().c_str()) > AUDIO_RAW)
+            files.emplace_back(entry.path(), "");
+    int played = 0;
+    for (const auto &[path, codec] : files) {
+        PLAYER_SOUND sound;
+        const std::string reason = Player_Open(path, {}, sound);
+        if (!reason.empty()) {
+            EXPECT_EQ(codec, "") << reason;
+            continue;
+        }
+        EXPECT_TRUE(codec.empty() || codec == sound.Codec) << path << sound.Codec;
+        BYTES all(1 << 20);
+        uint64_t taken = 0;
+        uint32_t passes = 1;
+        Player_Start(sound);
+        while (!Player_HasEnded(sound))
+            taken += Player_Take(sound, passes, all);
+        EXPECT_EQ(taken, sound.Plays ? sound.Bytes : 0) << path << ' ' << sound.Codec;
+        played += taken != 0;
+    }
+    EXPECT_GT(played, 30);
+}
+
 TEST(Player, ListsFilesAsOtherSystemsNameThem)
 {
     const std::string folder = TempPath("lists");
