@@ -195,7 +195,7 @@ TEST(Player, PromisesWhatItPlays)
         EXPECT_EQ(taken, sound.Plays ? sound.Bytes : 0) << path << ' ' << sound.Codec;
         played += taken != 0;
     }
-    EXPECT_GT(played, 30);
+    EXPECT_GT(played, 20);
 }
 
 TEST(Player, ListsFilesAsOtherSystemsNameThem)
