@@ -115,7 +115,7 @@ static void ReadHeader()
     GIF_Position++;
     h.Width = GIF_GetWord();
     h.Height = GIF_GetWord();
-    h.Size = uint32_t{h.Width} * h.Height * 4;
+    h.Size = static_cast<uint32_t>(uint64_t{h.Width} * h.Height * 4);
     const uint8_t packed = GIF_GetByte();
     h.GlobalColors = static_cast<uint16_t>(2 << (packed & 7));
     h.GlobalSorted = packed >> 3 & 1;
@@ -424,7 +424,7 @@ static void AdoptScreen(size_t position)
     position += 4;
     h.Width = static_cast<uint16_t>(Bytes_GetLittle(GIF_File, position, 2));
     h.Height = static_cast<uint16_t>(Bytes_GetLittle(GIF_File, position, 2));
-    h.Size = uint32_t{h.Width} * h.Height * 4;
+    h.Size = static_cast<uint32_t>(uint64_t{h.Width} * h.Height * 4);
 }
 
 static void GIF_LoadFrames(GIF_OWNER &gif)

@@ -71,7 +71,7 @@ void JPG_MakePairs(const JPG_CODES &codes, JPG_PAIRS &pairs)
             const int32_t entry = codes.Look[i << drop & mask];
             const auto low = static_cast<uint32_t>(entry);
             if (!IsWhole(entry) || drop + (low & JPG_EntryDrop) > JPG_LookBits) {
-                pair |= way << 16;
+                pair |= way << 16;  // overwritten by the next coefficient
                 break;
             }
             drop += low & JPG_EntryDrop;

@@ -35,7 +35,7 @@ struct JPG_BITS {
     }
     void Drop(uint32_t count)
     {
-        Buffer <<= count & 63;
+        Buffer <<= count;
         Left -= count;
     }
     uint32_t Take(uint32_t count)

@@ -158,7 +158,7 @@ template <bool Paired>
     size_t k = 1;
     while (k < 64) {
         if (k < pairsEnd) {
-            bits.Refill();
+            bits.Refill();  // enough for five; counted, since a test of Left mispredicts
             for (int n = 0; n < 5 && k < pairsEnd; n++) {
                 const uint64_t pair = tables.Pairs[bits.Buffer >> (64 - JPG_LookBits)];
                 if (pair == 0)
@@ -207,7 +207,7 @@ static size_t DecodeDirect(SCAN &scan, size_t x, size_t end, size_t y)
     return EachBlock(scan, x, end, y, [y](JPG_BITS &bits, COMPONENT &c, size_t bx, size_t by) {
         alignas(16) std::array<int16_t, 72> block;
         Clear(block);
-        JPG_BITS local = bits;  // kept in registers
+        JPG_BITS local = bits;  // only inlined functions see it: it stays in registers
         const size_t last = DecodeBlock<true>(local, c, block.data());
         bits = local;
         const size_t row = by - c.Plane.V * y;

@@ -122,9 +122,9 @@ static void ReadChunks()
             [[fallthrough]];
         case ID("BODY"):
             h.BodyOffset = static_cast<uint32_t>(LBM_Position);
-            h.BodySize = size != 0
-                             ? size
-                             : static_cast<uint32_t>(h.FileSize - LBM_Position);  // lazy writers
+            h.BodySize = size;
+            if (size == 0)  // lazy writers
+                h.BodySize = static_cast<uint32_t>(Bytes_GetSpan(LBM_File, LBM_Position).size());
             break;
         }
         LBM_Position = next;

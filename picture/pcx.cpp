@@ -51,10 +51,16 @@ static size_t RowSize()
     return size_t{PCX_Header.Planes} * PCX_Header.BytesPerLine;
 }
 
+// Position of the file's last `count` bytes, of all if it has fewer.
+static size_t FromEnd(size_t count)
+{
+    return std::max(PCX_File.size(), count) - count;
+}
+
 // Whether the file ends with a palette of 256 colours. The framework assumes it.
 static bool HasTailPalette()
 {
-    size_t mark = PCX_File.size() - PCX_PaletteSize - 1;
+    size_t mark = FromEnd(PCX_PaletteSize + 1);
     return !ByFormat() || (PCX_File.size() > PCX_HeaderSize + PCX_PaletteSize &&
                            Bytes_GetByte(PCX_File, mark) == PCX_PaletteMark);
 }
@@ -95,7 +101,7 @@ static void ReadHeader()
     h.Width = static_cast<uint16_t>(h.XMax - h.XMin + 1);
     h.Height = static_cast<uint16_t>(h.YMax - h.YMin + 1);
     h.BitsPerPixel = static_cast<uint8_t>(h.BitsPerPlane * h.Planes);
-    h.Size = uint32_t{h.Width} * h.Height * 4;
+    h.Size = static_cast<uint32_t>(uint64_t{h.Width} * h.Height * 4);
     const int needed = ByFormat()           ? (h.Width * h.BitsPerPlane + 7) / 8
                        : h.BitsPerPixel < 8 ? (h.Width + 7) / 8
                                             : h.Width;
@@ -165,7 +171,7 @@ static void CorrectPalette(size_t colours)
 static void ReadPalette()
 {
     const size_t colours = size_t{1} << PCX_Header.BitsPerPixel;
-    size_t position = colours == 256 ? PCX_File.size() - PCX_PaletteSize : 16;
+    size_t position = colours == 256 ? FromEnd(PCX_PaletteSize) : 16;
     for (size_t i = 0; i < colours; i++) {
         for (size_t c = 0; c < 3; c++)
             PCX_Header.Palette[i][c] = Bytes_GetByte(PCX_File, position);

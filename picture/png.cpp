@@ -100,7 +100,7 @@ static uint32_t PNG_GetDWord()
     h.IHDRHeight = PNG_GetDWord();
     h.Width = static_cast<uint16_t>(h.IHDRWidth);
     h.Height = static_cast<uint16_t>(h.IHDRHeight);
-    h.OutputSize = h.IHDRWidth * h.IHDRHeight * 4;
+    h.OutputSize = static_cast<uint32_t>(uint64_t{h.IHDRWidth} * h.IHDRHeight * 4);
     h.BitDepth = PNG_GetByte();
     h.ColorType = PNG_GetByte();
     const uint8_t samples =

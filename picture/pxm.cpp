@@ -175,7 +175,7 @@ void PXM_Load(const char *path)
         ReadFormatHeader();
     else
         ReadFrameworkHeader();
-    h.Size = uint32_t{h.Width} * h.Height * 4;
+    h.Size = static_cast<uint32_t>(uint64_t{h.Width} * h.Height * 4);
 }
 
 // The brightness of each sample value.

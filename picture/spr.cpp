@@ -25,7 +25,7 @@ void SPR_Load(const char *path)
     };
     h.Width = side();
     h.Height = side();
-    h.Size = uint32_t{h.Width} * h.Height * 4;
+    h.Size = static_cast<uint32_t>(uint64_t{h.Width} * h.Height * 4);
     h.BitsPerPixel = 24;
 }
 

@@ -61,7 +61,7 @@ static void ReadHeader()
     position = 12;
     h.Width = Bytes_GetLittle(TGA_File, position, 2);
     h.Height = Bytes_GetLittle(TGA_File, position, 2);
-    h.Size = h.Width * h.Height * 4;
+    h.Size = static_cast<uint32_t>(uint64_t{h.Width} * h.Height * 4);
     h.BitsPerPixel = Bytes_GetByte(TGA_File, position);
     const uint8_t descriptor = Bytes_GetByte(TGA_File, position);
     h.AlphaBits = descriptor & 15;

@@ -99,7 +99,7 @@ void XBM_Load(const char *path)
     h.HotY = NumberAfter("_hot_y");
     h.BitsPerPixel = 1;
     h.BytesPerRow = static_cast<uint16_t>((h.Width + 7) / 8);
-    h.Size = uint32_t{h.BytesPerRow} * 8 * h.Height * 4;
+    h.Size = static_cast<uint32_t>(uint64_t{h.BytesPerRow} * 8 * h.Height * 4);
     constexpr size_t shortest = 3;  // characters per byte, for words such as "0x0000"
     if (!FindData() || h.BytesPerRow > 0xFFFF / 8 ||
         h.BytesPerRow * shortest > XBM_File.size() - h.DataOffset) {

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 constinit thread_local FAULT Faults_Memory, Faults_Reads, Faults_Files;
+unsigned Faults_SyncTime;
 static constinit thread_local long live = 0;
 
 long Faults_Live()
@@ -83,6 +84,7 @@ static bool ReadFails(FILE *file)
 
 int __wrap_fsync(int file)
 {
+    usleep(Faults_SyncTime);
     return Fails() ? -1 : __real_fsync(file);
 }
 

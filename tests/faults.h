@@ -21,6 +21,9 @@ struct FAULT {
 /// Faults_Files counts opening, writing, syncing, renaming and closing.
 extern constinit thread_local FAULT Faults_Memory, Faults_Reads, Faults_Files;
 
+/// What syncing takes in microseconds besides, as on a disk.
+extern unsigned Faults_SyncTime;
+
 /// Allocations that were not freed. A function, since compilers assume that operator delete changes
 /// no variable.
 long Faults_Live();

@@ -193,12 +193,12 @@ class Games(unittest.TestCase):
         game = self.start(*size)
         other = [cell for cell in cells(size) if cell not in mines][0]
         game.click(other, 3)
-        self.display.xdotool("search", "--sync", "--name", "^Tessaruvinel v3.23 - 4x4 - flags 1 of 3 - 0:0[2-9]$")
+        self.display.search("--name", "^Tessaruvinel v3.23 - 4x4 - flags 1 of 3 - 0:0[2-9]$")
         game.click(mines[0])
         game.wait_for(LOST)
         self.assertIn("1024x768", self.display.xdotool("getwindowgeometry", self.windows()[0]))
         self.assertEqual(self.display.xdotool("search", "--class", "^tessaruvinel$").split(), self.windows())  # the class in the menu entry
-        self.display.xdotool("search", "--sync", "--name", "flags 1 of 3 - 0:[0-9]+ - lost - Escape ends$")
+        self.display.search("--name", "flags 1 of 3 - 0:[0-9]+ - lost - Escape ends$")
         game.press(game.point(other), 1)
         time.sleep(0.5)
         printed = self.leave(game)
@@ -341,9 +341,9 @@ class Games(unittest.TestCase):
         game = subprocess.Popen(["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", PROGRAM, "3", "2", "0"],
                                 cwd=self.folder.path, env=dict(os.environ, **self.environment, DISPLAY=self.display.name))
         self.addCleanup(game.kill)
-        self.display.xdotool("search", "--sync", "--name", "3x2 - flags 0 of 0 - 0:00")
+        self.display.search("--name", "3x2 - flags 0 of 0 - 0:00")
         self.display.xdotool("mousemove", 512, 384, "mousemove_relative", 60, 60, "click", 1)
-        self.display.xdotool("search", "--sync", "--name", "won$")
+        self.display.search("--name", "won$")
         self.display.xdotool("key", "Escape")
         self.assertEqual(game.wait(30), 0)
         self.assertEqual(self.names(2, 3, 2, 0), ["", "NoName"])
@@ -428,7 +428,7 @@ class Games(unittest.TestCase):
         game.wait_for(AGAIN)
         game.type("n\n")
         game.wait_for("OK, let's play.")
-        self.display.xdotool("search", "--sync", "--name", "flags 0 of 10")
+        self.display.search("--name", "flags 0 of 10")
         self.assertEqual(self.leave(game, (AGAIN, "\n")).count("X dimension : 8\nY dimension : 8\nMines       : 10\n"), 2)
 
         for name in ["applications/tessaruvinel.desktop", "man/man6/tessaruvinel.6",

@@ -52,9 +52,19 @@ class Display:
             assert time.monotonic() < deadline, (what, expected, seen)
             time.sleep(0.1)
 
+    def search(self, *words):
+        """The windows that fit, as soon as there are any. xdotool's own waiting looks twice a second."""
+        deadline = time.monotonic() + 30
+        while True:
+            try:
+                return self.xdotool("search", *words).split()
+            except subprocess.CalledProcessError:  # none, or one closed meanwhile
+                assert time.monotonic() < deadline, words
+            time.sleep(0.05)
+
     def await_game(self):
         """Waits for a game's first frame."""
-        self.xdotool("search", "--sync", "--name", "flags 0 of")
+        self.search("--name", "flags 0 of")
 
 
 class Wayland(Display):
@@ -79,7 +89,7 @@ class Wayland(Display):
              f"--width={width}", f"--height={height}", "--idle-time=0"],
             env=dict(os.environ, DISPLAY=self.name, XDG_RUNTIME_DIR=self.folder.name),
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        self.xdotool("windowfocus", "--sync", self.xdotool("search", "--sync", "--onlyvisible", "--class", "weston").split()[0])
+        self.xdotool("windowfocus", "--sync", self.search("--onlyvisible", "--class", "weston")[0])
         return self
 
     def __exit__(self, *_):
@@ -221,7 +231,7 @@ class Game:
         os.write(self.console, text.encode("latin-1"))
 
     def resize(self, width, height):
-        window = self.display.xdotool("search", "--sync", "--onlyvisible", "--name", "Tessaruvinel").split()[0]
+        window = self.display.search("--onlyvisible", "--name", "Tessaruvinel")[0]
         self.display.xdotool("windowsize", "--sync", window, width, height)
         self.window = (width, height)
         time.sleep(0.5)

@@ -235,7 +235,7 @@ class Viewer(Programs):
             self.assertEqual(self.run_viewer("--frame", "2", sprites),
                              (1, "", f"tessview: {sprites}: it has 2 frames, counted from 0\n"))
             viewer = self.start(display, quarters, clear, sprites, "absent", errors=subprocess.PIPE)
-            window = display.xdotool("search", "--sync", "--name", "quarters.ppm - PNM, 2x2, 24 bits").split()
+            window = display.search("--name", "quarters.ppm - PNM, 2x2, 24 bits")
             self.assertEqual(len(window), 1)
             self.see(display, rows)
             display.xdotool("key", "Escape")
