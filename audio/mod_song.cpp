@@ -179,7 +179,7 @@ static std::string_view SignatureOf(std::span<const uint8_t> file)
 {
     const auto bytes = Bytes_GetSpan(file, MOD_SignatureAt, 4);
     return bytes.size() == 4 ? std::string_view(reinterpret_cast<const char *>(bytes.data()), 4)
-                             : std::string_view("\0\0\0", 4);
+                             : std::string_view("\0\0\0\0", 4);
 }
 
 bool MOD_IsModule(std::span<const uint8_t> head)

@@ -253,7 +253,7 @@ struct MP3_PAIR_TABLE {
 template <const auto &Codes>
 constexpr MP3_PAIR_TABLE PairTable(uint8_t linBits = 0)
 {
-    int longest = 0;
+    int longest = 1;
     for (const uint16_t code : Codes)
         longest = std::max(longest, PairEntry(code) & 63);
     return {MP3_Lookup<Codes>.data(), static_cast<uint8_t>(RootBits(Codes)),

@@ -11,7 +11,7 @@ void Reason_Clear()
     reason[0] = 0;
 }
 
-void Reason_Set(const char *format, ...)
+void Reason_Set(const char *format, ...)  // NOLINT(cert-dcl50-cpp): g++ and clang check the values
 {
     if (reason[0] != 0)
         return;

@@ -114,7 +114,7 @@ static void ReadHeader()
     h.Rules = Picture_Rules;
     h.HeaderSize = GetLittle(14, 4);
     h.DataOffset = GetLittle(10, 4);
-    h.PaletteOffset = h.HeaderSize + 14;
+    h.PaletteOffset = std::min<uint32_t>(h.HeaderSize, INT32_MAX) + 14;  // does not wrap
     if (ByFormat())
         ReadFormatHeader();
     else

@@ -29,7 +29,7 @@ static constexpr uint16_t Pair(uint32_t first, uint32_t second)
 static PLACE PlaceOf(size_t pixel, size_t factor, size_t full)
 {
     const size_t unit = 2 * full;
-    const size_t position = (2 * pixel + 1) * factor - full + unit;
+    const size_t position = (2 * pixel + 1) * factor + unit - full;
     return {static_cast<ptrdiff_t>(position / unit) - 1, position % unit};
 }
 

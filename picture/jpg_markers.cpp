@@ -250,11 +250,12 @@ static void MakeGeometry()
     JPG_HEADER &h = JPG_Header;
     JPG_DECODER &d = JPG_Decoder;
     FindFactors();
-    d.PaddedWidth = RoundUp(h.Width, 8u * d.H);
-    d.PaddedHeight = RoundUp(h.Height, 8u * d.V);
-    d.McusAcross = d.H == 0 ? 0 : d.PaddedWidth / (8u * d.H);
-    d.McusDown = d.V == 0 ? 0 : d.PaddedHeight / (8u * d.V);
-    h.OutputSize = d.PaddedWidth * d.PaddedHeight * 4;
+    const uint32_t across = 8u * d.H, down = 8u * d.V;  // pixels of an MCU
+    d.PaddedWidth = RoundUp(h.Width, across);
+    d.PaddedHeight = RoundUp(h.Height, down);
+    d.McusAcross = across == 0 ? 0 : d.PaddedWidth / across;
+    d.McusDown = down == 0 ? 0 : d.PaddedHeight / down;
+    h.OutputSize = static_cast<uint32_t>(uint64_t{d.PaddedWidth} * d.PaddedHeight * 4);
 }
 
 static void ReadFrame(bool progressive)

@@ -552,7 +552,7 @@ uint8_t *LBM_Decoding()
             DecodePlanar(pixels);
         if (ByFormat() && h.Masking == LBM_MaskPlane && !IsChunky())
             ApplyMask(pixels);
-        const size_t row = RowBytes(PlaneBytes());
+        const size_t row = std::max<size_t>(RowBytes(PlaneBytes()), 1);
         const size_t rows = (LBM_File.size() - h.BodyOffset + row - 1) / row;
         if (rows < h.Height)
             Reason_Set("cut after %zu of %d rows", rows, h.Height);

@@ -344,7 +344,7 @@ static Picture LoadOpened(const char *path, uint16_t hint, uint16_t rawPlanes)
     std::array<char, Reason_MaxSize> reason{};
     for (size_t i = 0; i < candidates.Count; i++) {
         if (i == 1)
-            std::strcpy(reason.data(), Reason_Get());
+            std::snprintf(reason.data(), reason.size(), "%s", Reason_Get());
         Reason_Clear();
         const Picture picture = LoadAs(RowOf(candidates.Formats[i]), path, hint, rawPlanes);
         if (picture.Pixels)

@@ -302,5 +302,6 @@ void TIF_ReadHeader()
 size_t TIF_CountValues(const TIF_ENTRY &entry)
 {
     const size_t there = Bytes_GetSpan(TIF_File, entry.Position, entry.ByteSize).size();
-    return entry.ByteSize == 0 ? 0 : there / TypeSize(entry.Type);
+    const size_t size = TypeSize(entry.Type);
+    return size == 0 ? 0 : there / size;
 }

@@ -931,8 +931,10 @@ static void WaitForRefresh()
         return;
     }
     pace.Shown += pace.Period;
-    for (; now < pace.Shown; now = glfwGetTime())
+    while (now < pace.Shown) {
         glfwWaitEventsTimeout(pace.Shown - now);
+        now = glfwGetTime();
+    }
 }
 
 void GLFEW_SwapBuffers()

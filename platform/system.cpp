@@ -131,6 +131,7 @@ void System_RaNDomize()
 {
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     const auto draw = [] {
+        // NOLINTNEXTLINE(cert-msc30-c,cert-msc50-cpp): dice of a game
         const int first = std::rand() % 32767, second = std::rand() % 32767;
         return static_cast<uint16_t>(first + second);
     };

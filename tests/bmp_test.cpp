@@ -87,6 +87,8 @@ TEST(BMP, FormatsOwnRules)
     BYTES noOffset = Bmp(40, 1, 1, 2, 0, "", greys, "40000000");
     BYTES noPalette = Bmp(40, 1, 1, 24, 0, "", "", "010203");
     noOffset[10] = noPalette[10] = 0;
+    BYTES endless = noPalette;
+    std::fill_n(&endless[14], 4, uint8_t{255});
     const std::vector<FORMAT_ROW> rows = {
         {"OS/2's first header, entries of 3 bytes",
          Bmp(12, 3, 2, 1, 0, "", "0A0A0A 141414", "A0000000 40000000"), "0A 14 0A 14 0A 14"},
@@ -94,6 +96,7 @@ TEST(BMP, FormatsOwnRules)
          "14 0A 14"},
         {"pixels that follow the palette unsaid", noOffset, "02"},
         {"or the header", noPalette, "030201FF"},
+        {"nothing follows 4 GB of it", endless, "", "the pixels are missing"},
         {"2 bits, rows of 4 bytes", Bmp(40, 5, 2, 2, 0, "", greys, "1B400000 E4C00000"),
          "04 03 02 01 04 01 02 03 04 02"},
         {"4 bits", Bmp(40, 3, 2, 4, 0, "", greys, "01200000 30100000"), "04 01 02 01 02 03"},

@@ -295,6 +295,11 @@ TEST(Sounds, FormatRules)
     // clang-format on
     for (const FORMAT_ROW &row : rows)
         CheckFormat(row);
+    for (const BYTES &name : {Text("dns."), Text("\0ds.")}) {
+        EXPECT_NE(Audio_CheckBytes(name + BYTES(28)), AUDIO_AU);
+        const FORMAT_RULES rules;
+        EXPECT_EQ(Audio_CheckBytes(name + BYTES(28)), AUDIO_AU);
+    }
     const FORMAT_RULES rules;
     for (const bool more : {false, true}) {
         LoadBytes(Voc, voc(sound({9}) + block(6, {254, 255}) + sound({1}) + block(7, {}) +

@@ -108,6 +108,8 @@ TEST(Viewer, CaptionsAreCutAtTheName)
         {"no room", "a.png", "", 0},
         {"Latin-2", "\u0151z\u017E.png", "\xF5z\xBE.png  PNG, 1x1", 80},
         {"others", "\u00F1\u4E2D\n", "n{4E2D}?  PNG, 1x1", 80},
+        {"substitutes", "\u2018\u2013\u201E\u2026\u00A0\u2019\u201C\u201D\u2010\u2014",
+         "'-\"... '\"\"--  PNG, 1x1", 80},
         {"no UTF-8", "\x9E\xC5", "??  PNG, 1x1", 80},
     };
     for (const auto &r : rows)

@@ -352,7 +352,7 @@ static void Score_AddHarp(std::vector<NOTE> &notes, const SECTION &section, cons
 static void Score_AddPad(std::vector<NOTE> &notes, std::vector<NOTE> &held, const BAR &bar,
                          int start, double level)
 {
-    constexpr double half = Score_BarSteps / 2;
+    constexpr double half = Score_BarSteps / 2.0;
     for (const int step : {0, Score_BarSteps / 2}) {
         std::vector<NOTE> sounding;
         double pan = -0.45;

@@ -126,7 +126,7 @@ static std::string WriteSound(WRITING &writing, bool wave)
     const bool fixed = start >= 0 && (fcntl(fileno(writing.File), F_GETFL) & O_APPEND) == 0;
     if (!Write(writing.File, Header(writing.To, OpenLength)))
         return std::strerror(errno);
-    const std::string failure = WriteSamples(writing, fixed ? MaxData : UINT64_MAX);
+    std::string failure = WriteSamples(writing, fixed ? MaxData : UINT64_MAX);
     if (!failure.empty())
         return failure;
     bool written = writing.Data % 2 == 0 || std::fputc(0, writing.File) != EOF;
@@ -152,7 +152,7 @@ std::string Player_Convert(PLAYER_SOUND &sound, uint32_t passes, const SAMPLES_F
     if (IsWave(path) &&
         expected - expected / 64 > MaxData)  // the stated length may be slightly too long
         return TooMuch;
-    const std::string reason = Write_File(path, [&](const REPLACE &file) {
+    std::string reason = Write_File(path, [&](const REPLACE &file) {
         WRITING writing = {file.File, sound, passes, to};
         return WriteSound(writing, IsWave(path));
     });

@@ -73,12 +73,14 @@ static std::string FromPercent(const std::string &text)
 {
     std::string bytes;
     for (size_t i = 0; i < text.size(); i++) {
-        unsigned byte = 0;
-        const bool coded = text[i] == '%' && i + 2 < text.size() &&
-                           std::isxdigit(static_cast<uint8_t>(text[i + 1])) &&
-                           std::sscanf(&text[i + 1], "%2x", &byte) == 1;
-        bytes += coded ? static_cast<char>(byte) : text[i];
-        i += coded ? 2 : 0;
+        unsigned byte = static_cast<uint8_t>(text[i]);
+        if (text[i] == '%' && i + 2 < text.size() &&
+            std::isxdigit(static_cast<uint8_t>(text[i + 1])) &&
+            std::isxdigit(static_cast<uint8_t>(text[i + 2]))) {
+            std::sscanf(&text[i + 1], "%2x", &byte);
+            i += 2;
+        }
+        bytes += static_cast<char>(byte);
     }
     return bytes;
 }
@@ -88,8 +90,9 @@ static std::string FromPercent(const std::string &text)
 static std::string Locate(const std::filesystem::path &folder, const std::string &name)
 {
     constexpr std::string_view local = "file://";
-    if (name.starts_with(local))
-        return FromPercent(name.substr(name.find('/', local.size())));
+    const size_t path = name.starts_with(local) ? name.find('/', local.size()) : std::string::npos;
+    if (path != std::string::npos)
+        return FromPercent(name.substr(path));
     std::string slashed = name;
     std::ranges::replace(slashed, '\\', '/');
     std::error_code ignored;
