@@ -161,12 +161,19 @@ TEST(MP3, FrameSearch)
     };
     for (const auto &r : rows) {
         Load(r.file);
+        const std::string reason = Reason_Get();
         FILE *file = std::fopen(TempPath("mp3").c_str(), "rb");
         std::vector<int> lengths;
         while (MP3_LoadFrame(file, 0) != 0)
             lengths.push_back(MP3_GetHeader(0)->FrameLength);
         std::fclose(file);
         EXPECT_EQ(lengths, r.lengths) << r.what;
+        const std::string what = r.what;
+        EXPECT_EQ(reason, what == "Layer II" || what.starts_with("Layer I ")
+                              ? what.substr(0, what.find(" with"))
+                          : r.lengths.empty() ? "no frame of Layer III"
+                                              : "")
+            << r.what;
     }
 }
 

@@ -232,6 +232,7 @@ TEST(Sounds, FormatRules)
         {"below 0", Aiff, IffFile("AIFF", rated(0xC0, 12, 0x44) + bytes), 1, 0, 8, {129, 127}},
         {"too high", Aiff, IffFile("AIFF", rated(0x40, 32, 0x44) + bytes), 1, 0, 8, {129, 127}},
         {"packed", Aiff, aiff(16, Text("ima4"), words), 0, 44100, 0, {}, "compression 'ima4'"},
+        {"no sound", Aiff, IffFile("AIFF", slow), 1, 11025, 8, {}, "no sound data chunk"},
         {"no common chunk", Aiff, IffFile("AIFF", Chunk("SSND", Data)), 0, 0, 0, {},
          "no common chunk"},
         {"AU ends where it says", Au, au(3, 4, words), 1, 11025, 16, {258, -2}},
@@ -380,6 +381,8 @@ TEST(Sounds, Reasons)
         {Iff, IffFile("8SVX", Vhdr + Chunk("BODY", Data)),
          "compression 1, played as linear samples"},
         {Iff, IffFile("8SVX", Vhdr), "no body chunk"},
+        {Iff, Chunk("BODY", Data), "neither an 8SVX nor a 16SV form"},
+        {Aiff, IffFile("AIFF", Comm(16)), "no sound data chunk"},
         {Aiff, IffFile("AIFF", Comm(12) + Chunk("SSND", Data)), "12 bits a sample"},
         {Aiff, IffFile("AIFF", Comm(16) + form), "cut after 0 of 99 bytes of sound"},
     };
