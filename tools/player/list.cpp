@@ -1,8 +1,8 @@
 #include "tools/player/list.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -74,9 +74,9 @@ static std::string FromPercent(const std::string &text)
     std::string bytes;
     for (size_t i = 0; i < text.size(); i++) {
         unsigned byte = 0;
+        const char *const digits = text.data() + i + 1;
         const bool coded = text[i] == '%' && i + 2 < text.size() &&
-                           std::isxdigit(static_cast<uint8_t>(text[i + 1])) &&
-                           std::sscanf(&text[i + 1], "%2x", &byte) == 1;
+                           std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
         bytes += coded ? static_cast<char>(byte) : text[i];
         i += coded ? 2 : 0;
     }
