@@ -389,7 +389,7 @@ constexpr auto MP3_Taps = [] {
             table[j].Upper[i] = j == 16 ? 0 : MP3_Window(64 * i + j);
             table[j].Lower[i] = -MP3_Window(64 * i + 32 + j);
             table[j].MirrorUpper[i] = j == 16 ? 0 : -MP3_Window(64 * i + 32 - j);
-            table[j].MirrorLower[i] = -MP3_Window((64 * i + 64 - j) % 512);
+            table[j].MirrorLower[i] = -MP3_Window(64 * i + 64 - j);
         }
     return table;
 }();

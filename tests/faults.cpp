@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 constinit thread_local FAULT Faults_Memory, Faults_Reads, Faults_Files;
-unsigned Faults_SyncTime;
+unsigned Faults_FileTime;
 static constinit thread_local long live = 0;
 
 long Faults_Live()
@@ -55,6 +55,8 @@ void __wrap_free(void *memory)
 
 static bool Fails(FAULT &fault = Faults_Files)
 {
+    if (&fault == &Faults_Files && Faults_FileTime != 0)
+        usleep(Faults_FileTime);
     errno = EIO;
     return fault.Strikes();
 }
@@ -84,7 +86,6 @@ static bool ReadFails(FILE *file)
 
 int __wrap_fsync(int file)
 {
-    usleep(Faults_SyncTime);
     return Fails() ? -1 : __real_fsync(file);
 }
 

@@ -21,8 +21,8 @@ struct FAULT {
 /// Faults_Files counts opening, writing, syncing, renaming and closing.
 extern constinit thread_local FAULT Faults_Memory, Faults_Reads, Faults_Files;
 
-/// What syncing takes in microseconds besides, as on a disk.
-extern unsigned Faults_SyncTime;
+/// What each call that Faults_Files counts takes in microseconds besides, as on a disk.
+extern unsigned Faults_FileTime;
 
 /// Allocations that were not freed. A function, since compilers assume that operator delete changes
 /// no variable.

@@ -319,7 +319,7 @@ TEST(GIF, BlocksBesideTheFrames)
     EXPECT_EQ(Extra_Heap[0], nullptr);
 
     const BYTES longComment = BYTES{'!', 254, 2, 'a', 'b', 3, 'c', 'd', 'e', 0};
-    Screens(Screen(1, 1) + longComment + Frame(0, 0, 1, 1, {4}));
+    Screens(Screen(1, 1) + comment + longComment + Frame(0, 0, 1, 1, {4}));
     EXPECT_STREQ(GIF_Header.Comment.data(), "abcde");
 }
 

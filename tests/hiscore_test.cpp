@@ -234,7 +234,7 @@ TEST_F(Hiscore, KilledGamesLoseNothingThatWasSaved)
     ASSERT_NE(shared, MAP_FAILED);
     std::mt19937 random(1);
     int kills = 0, reported = 0;
-    Faults_SyncTime = 300;
+    Faults_FileTime = 100;
     for (const size_t games : {2u, 4u}) {
         std::chrono::microseconds whole{};  // about the time of an undisturbed game
         for (int round = 0; round <= rounds; round++) {
@@ -279,7 +279,7 @@ TEST_F(Hiscore, KilledGamesLoseNothingThatWasSaved)
             }
         }
     }
-    Faults_SyncTime = 0;
+    Faults_FileTime = 0;
     munmap(shared, sizeof(SAVED));
     EXPECT_GT(kills, rounds) << "the games were too fast to be killed";
     RecordProperty("kills", kills);

@@ -97,7 +97,12 @@ TEST(MOD, Periods)
         {"square", "C-2 01 E42\n4F2\n400", "428x7 431x3 425x2 428 431"},
         {"falling ramp", "C-2 01 E41\n4F4", "428x8 431 435 424 428"},
         {"vibrato and slide", "C-2 01 484\n604", "428x2 433 435 433 428x2 423"},
-        {"fine slides", "C-2 01 E12\n\nE25", "426x12 431"},
+        {"fine slides", "C-2 01 E12\n\nE25", "426x12 431x3"},
+        {"a note restarts the wave", "C-2 01 484\nC-2 01 484", "428x2 433 435 433 428x3 433 435"},
+        {"unless told not to", "C-2 01 E44\nC-2 01 484\nC-2 01 484",
+         "428x8 433 435 433 428x2 423 421"},
+        {"a portamento to the note that sounds", "C-2 01\nC-2 00 310\n300", "428x18"},
+        {"a slide of no note", "110", "0x3"},
         {"tuning", "C-2 01 E5F\n000\nC-2 03", "431x13"},
         {"a sample's own tuning", "C-2 03", "431x6"},
         {"an untuned note as the file has it", "B-2 01", "226x6"},
@@ -126,6 +131,7 @@ TEST(MOD, Volumes)
         {"with vibrato", "C-2 01 602", "64 62 60"},
         {"a sample above 15", "C-2 11", "16x6"},
         {"fine", "C-2 01 EB4\nEA2", "60x6 62x2"},
+        {"no such sample", "C-2 01\n... 20", "64x6 0"},
         {"cut", "C-2 01 EC2", "64x2 0x2"},
         {"tremolo passes", "C-2 01 C20\n784\n000", "32x8 43 47 43 32x2"},
         {"a sample's own", "C-2 01 C10\n... 04\n... 03", "16x12 48"},
@@ -140,6 +146,7 @@ TEST(MOD, Starts)
     const TICKS rows[] = {
         {"portamento goes on", "C-2 01\nC-3 01 310", "0 -1x7"},
         {"retrigger", "C-2 01 E92\nE93", "0 -1 0 -1 0 -1 0 -1x2 0"},
+        {"retrigger never", "C-2 01 E90", "0 -1x6"},
         {"delay", "C-2 01 ED3\nED0", "-1x3 0 -1x3"},
         {"delay past the row", "C-2 01 ED6", "-1x7"},
         {"an offset counts twice for the next note", "C-2 02 901\nC-2\nC-2 02",
@@ -203,6 +210,10 @@ TEST(MOD, InvertLoopTurnsOneByteAfterTheOther)
         const int before = playing.Song.Samples[3].Data[i];
         EXPECT_EQ(playing.Player.Waves[3][i], i > 512 && i < 519 ? -1 - before : before) << i;
     }
+    PLAYING round(Song("C-2 03 EFF\n"));
+    round.Tick(257);  // once round the loop, and the first one again
+    EXPECT_EQ(round.Player.Waves[3][512], -1 - round.Song.Samples[3].Data[512]);
+    EXPECT_EQ(round.Player.Waves[3][513], round.Song.Samples[3].Data[513]);
     std::vector<int> ticks;  // until the first is inverted, by speed
     for (const char digit : "123456789ABCDEF"s) {
         PLAYING slow(Song("C-2 03 EF"s + digit + "\n\n\n\n\n"));

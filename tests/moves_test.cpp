@@ -16,6 +16,8 @@ TEST(Moves, LeftClickUncovers)
         {"an empty region, its numbers", "*...\n....\n", 3, 0, "#1..\n#1..\n", GAME_TURNING},
         {"a mine", "*...\n....\n", 0, 0, "*###\n####\n", GAME_TURNING},
         {"a flag is a wall", "*.F.\n..F.\n", 3, 0, "##F.\n##F.\n", GAME_TURNING},
+        {"so is a question mark", "*.?.\n..?.\n", 3, 0, "##?.\n##?.\n", GAME_TURNING},
+        {"marked numbers stay", "*F..\n.?..\n", 3, 0, "#F..\n#?..\n", GAME_TURNING},
         {"a flagged cell stays", "*.F.\n..F.\n", 2, 0, "##F#\n##F#\n", GAME_IDLE},
         {"regions meet at a corner", "...*\n....\n....\n*...\n", 0, 0, "..1#\n..11\n11..\n#1..\n",
          GAME_TURNING},

@@ -119,6 +119,11 @@ TEST(MP3Layer3, SynthesisClips)
     for (size_t t = 0; t < 36; t++)
         filters[0].Samples[1][t] = static_cast<MP3_FIXED>((t % 8 < 4 ? 4 : -4) << MP3_FixedBits);
     std::vector<int16_t> samples(2 * 32 * 36, 77);
+    std::vector<int32_t> wide(samples.size());
+    auto copies = filters;
+    MP3_Synthesis(copies, 36, wide.data());
+    EXPECT_EQ(*std::ranges::min_element(wide), INT32_MIN);
+    EXPECT_EQ(*std::ranges::max_element(wide), INT32_MAX);
     MP3_Synthesis(filters, 36, samples.data());
     const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
     EXPECT_EQ(*low, -32768);

@@ -4,6 +4,7 @@
 #include <numbers>
 
 #include "tests/sound_files.h"
+#include "tools/player/list.h"
 #include "tools/player/open.h"
 #include "tools/player/screen.h"
 
@@ -146,4 +147,86 @@ TEST(Player, ShowsItAtAnyWidth)
         for (const std::string &line : Screen_Lines(screen, columns, 24, false))
             EXPECT_LT(line.size(), columns) << line;
     }
+}
+
+// The bytes that the headers promise are those that come.
+TEST(Player, PromisesWhatItPlays)
+{
+    const FORMAT_RULES rules;
+    const BYTES noise = Noise(2400), three = Prefix(noise, 7);
+    const auto voc = [](const BYTES &blocks) {
+        return Text("Creative Voice File\x1A\x1A\0\x0A\1\x29\x11") + blocks;
+    };
+    const auto svx = [](uint8_t packing) {
+        return Text("FORM\0\0\0\0008SVXVHDR\0\0\0\x14") + BYTES(12) + Text("\x1F\x40\1") +
+               BYTES{packing} + Text("\0\1\0\0BODY") + Number(100, 4) + BYTES(100, 0x18);
+    };
+    const std::pair<const char *, BYTES> rows[] = {
+        {"floating point", WaveFile(3, 1, 64, noise)},
+        {"linear", WaveFile(1, 3, 16, noise)},
+        {"A-law", WaveFile(6, 2, 8, noise)},
+        {"mu-law", WaveFile(7, 1, 8, noise)},
+        {"linear", svx(0)},
+        {"Fibonacci delta", svx(1)},
+        {"exponential delta", svx(2)},
+        {"linear", voc(Text("\1\x9\0\0\x9C\0") + three)},
+    };
+    std::vector<std::pair<std::string, std::string>> files;
+    for (const auto &[codec, file] : rows)
+        files.emplace_back(WriteTemp("made" + std::to_string(files.size()), file), codec);
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(TEST_DATA))
+        if (entry.is_regular_file() && Audio_Check(entry.path().c_str()) > AUDIO_RAW)
+            files.emplace_back(entry.path(), "");
+    int played = 0;
+    for (const auto &[path, codec] : files) {
+        PLAYER_SOUND sound;
+        const std::string reason = Player_Open(path, {}, sound);
+        if (!reason.empty()) {
+            EXPECT_EQ(codec, "") << reason;
+            continue;
+        }
+        EXPECT_TRUE(codec.empty() || codec == sound.Codec) << path << sound.Codec;
+        BYTES all(1 << 20);
+        uint64_t taken = 0;
+        uint32_t passes = 1;
+        Player_Start(sound);
+        while (!Player_HasEnded(sound))
+            taken += Player_Take(sound, passes, all);
+        EXPECT_EQ(taken, sound.Plays ? sound.Bytes : 0) << path << ' ' << sound.Codec;
+        played += taken != 0;
+    }
+    EXPECT_GT(played, 20);
+}
+
+TEST(Player, ListsFilesAsOtherSystemsNameThem)
+{
+    const std::string folder = TempPath("lists");
+    std::filesystem::create_directories(folder + "/sub");
+    const auto write = [&](const char *name, const std::string &text) {
+        std::ofstream(folder + '/' + name, std::ios::binary) << text;
+    };
+    for (const char *name : {"a b.au", "sub/c.au", "caf\u00E9.au"})
+        write(name, "");
+    write("one.m3u", "\xEF\xBB\xBF#EXTM3U\r\na b.au "
+                     "\r\n\r\nsub\\c.au\ncaf\xE9.au\nhttp://x/y\nfile://host\nnone\n");
+    write("two.pls", "[playlist]\nFile1=a b.au\nTitle1=x\nfile2=file://host" + folder +
+                         "/a%20b%2x.au\nFile3\nFile4=one.m3u8\n");
+    write("one.m3u8", "two.pls\nsub/c.au");
+    std::vector<std::string> reports;
+    const auto list = [&](const char *name) {
+        std::string names;
+        for (const std::string &path :
+             List_Files({folder + '/' + name}, false,
+                        [&](const std::string &word, const std::string &reason) {
+                            reports.push_back(word.substr(folder.size()) + ": " + reason);
+                        }))
+            names += (path.starts_with(folder) ? path.substr(folder.size() + 1) : path) + '|';
+        return names;
+    };
+    EXPECT_EQ(list("one.m3u"), "a b.au|sub/c.au|caf\u00E9.au|http://x/y|file://host|none|");
+    EXPECT_EQ(list("two.pls"), "a b.au|a b%2x.au|sub/c.au|");
+    EXPECT_EQ(reports,
+              (std::vector<std::string>{"/two.pls: a playlist in itself, or too deep in others"}));
+    EXPECT_EQ(list("no.m3u"), "");
+    EXPECT_EQ(reports.back(), "/no.m3u: No such file or directory");
 }

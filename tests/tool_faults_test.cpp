@@ -1,5 +1,6 @@
 // A tool out of memory and on failing disks: what is missing is reported, and files are whole or as
 // they were.
+#include <algorithm>
 #include <array>
 #include <functional>
 #include <iterator>
@@ -118,4 +119,33 @@ TEST(ToolFaults, NothingIsMissingInSilence)
         FailAll(words, Faults_Reads, "read");
         FailAll(words, Faults_Files, "call");
     }
+}
+
+// One line names the option, and nothing is done.
+TEST(ToolFaults, WordsThatMakeNoSenseAreRefused)
+{
+    const std::pair<std::string, std::vector<std::string>> rows[] = {
+        {"tessplay --raw",
+         {"24,1,8000 x", "8,0,8000 x", "8,33,8000 x", "8,1,0 x", "8,1,768001 x", "16,2 x",
+          "8,1,1,1 x"}},
+        {"tessplay --start",
+         {"1:2:3:4 x", "1::2 x", "1x x", "1:2.5:3 x", "1..5 x", "0000000000001 x"}},
+        {"tessplay --length", {"-1 x"}},
+        {"tessplay --convert", {"x", "x y.wav z.wav", "x y.mp3"}},
+        {"tessplay --loop", {"0 --convert x y.wav"}},
+        {"tessview --frame", {"-1 x", "one x", "all x"}},
+        {"tessview --convert", {"x", "x y.png z.png", "x y.gif", "--to .gif x ."}},
+        {"tessview --files", {"-"}},
+    };
+    for (const auto &[option, values] : rows)
+        for (const std::string &value : values) {
+            if (!option.starts_with(TOOL))
+                continue;
+            const RESULT result = ::Run(option.substr(9) + ' ' + value, Faults_Memory, -1);
+            EXPECT_EQ(result.Status, 2) << value;
+            EXPECT_EQ(result.Printed, "") << value;
+            EXPECT_TRUE(result.Errors.starts_with(TOOL ": " + option.substr(9) + ": "))
+                << value << result.Errors;
+            EXPECT_EQ(std::ranges::count(result.Errors, '\n'), 1) << value;
+        }
 }

@@ -1,4 +1,4 @@
-"""Whole games with the real program in a real window: game_test.py BUILD DATAS [TEST...]"""
+"""Whole games with the real program in a real window: game_test.py BUILD DATAS [1/2 | 2/2 | TEST...]"""
 
 import array
 import os
@@ -14,6 +14,8 @@ from pathlib import Path
 from stage import Display, Folder, Game, Wayland, silent_sound
 
 BUILD, DATAS = (os.path.abspath(path) for path in sys.argv[1:3])
+HALVES = {"1/2": slice(0, None, 2), "2/2": slice(1, None, 2), None: slice(None)}
+HALF = sys.argv.pop(3) if sys.argv[3:4] and sys.argv[3] in HALVES else None
 PROGRAM = os.path.join(BUILD, "Tessaruvinel")
 FIELD = os.path.join(BUILD, "tests", "field")
 
@@ -473,6 +475,11 @@ class Games(unittest.TestCase):
                              env={k: v for k, v in os.environ.items() if "DISPLAY" not in k})
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         self.assertRegex(run.stderr, r"\ANo window: [^\n]*DISPLAY[^\n]*\n\Z")
+
+
+def load_tests(_loader, tests, _pattern):
+    """Every second test, from the first or the second on, if a half was asked for."""
+    return unittest.TestSuite([test for suite in tests for test in suite][HALVES[HALF]])
 
 
 if __name__ == "__main__":

@@ -16,11 +16,11 @@ WINDOW = (1024, 768)
 
 
 class Display:
-    """A virtual display (Xvfb) for the duration of a `with` block."""
+    """A virtual display (Xvfb) for the duration of a `with` block. Its keys do not repeat: a busy machine would hold them long."""
 
     def __enter__(self):
         self.server = subprocess.Popen(
-            ["Xvfb", "-displayfd", "1", "-screen", "0", "{}x{}x24".format(*SCREEN), "-noreset", "-nolisten", "tcp"],
+            ["Xvfb", "-displayfd", "1", "-screen", "0", "{}x{}x24".format(*SCREEN), "-noreset", "-r", "-nolisten", "tcp"],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         self.name = ":" + self.server.stdout.readline().decode().strip()
         self.environment = {"DISPLAY": self.name}
@@ -50,7 +50,7 @@ class Display:
         deadline = time.monotonic() + 30
         while (seen := self.pixels(expected)) != list(expected.values()):
             assert time.monotonic() < deadline, (what, expected, seen)
-            time.sleep(0.1)
+            time.sleep(0.03)
 
     def search(self, *words):
         """The windows that fit, as soon as there are any. xdotool's own waiting looks twice a second."""
