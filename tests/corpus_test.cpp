@@ -1,16 +1,9 @@
 // Every picture of a folder of real files against other decoders' results, under the framework's
 // rules and each format's own. The environment variable CORPUS names the folder; its expected.tsv
 // lists file, kind, size and digests. Photos need djpeg.
-#include <algorithm>
-#include <array>
 #include <cctype>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
 #include <set>
-#include <sstream>
-
-#include <gtest/gtest.h>
 
 #include <sys/wait.h>
 
@@ -108,36 +101,34 @@ static BYTES RunDjpeg(const std::string &options, const std::string &path)
     const std::string out = TempPath("djpeg.pnm");
     const std::string command = "djpeg -dct float " + options + " -pnm '" + path + "' > " + out;
     const int status = std::system(command.c_str());
-    if (!WIFEXITED(status) ||
-        (WEXITSTATUS(status) != 0 && WEXITSTATUS(status) != 2))  // 2: warnings
-        return {};
-    return SamplesOfPNM(out);
+    return status == 0 || WEXITSTATUS(status) == 2 ? SamplesOfPNM(out) : BYTES{};  // 2: warnings
+}
+
+static bool ContainsAny(const std::string &text, std::initializer_list<const char *> words)
+{
+    return std::ranges::any_of(
+        words, [&](const char *word) { return text.find(word) != std::string::npos; });
 }
 
 // Files that exercise the formats' own rules beyond the framework's: named after their collections,
 // or made for the purpose.
 static bool IsBeyondFramework(const std::string &file)
 {
-    return file.find("__") != std::string::npos || file.find("/gen-") != std::string::npos;
+    return ContainsAny(file, {"__", "/gen-"});
 }
 
 // TIFF files of floating point, of 32-bit samples, or compressed by zstd or WebP.
 static bool IsLeftOut(const ROW &row)
 {
-    constexpr std::array features = {"bps=32", "bps=64", "comp=50000 ", "comp=50001 "};
     return row.File.starts_with("tiff/") &&
-           (row.File.find("-fp16-") != std::string::npos ||
-            std::ranges::any_of(features, [&row](const char *feature) {
-                return row.Features.find(feature) != std::string::npos;
-            }));
+           (ContainsAny(row.File, {"-fp16-"}) ||
+            ContainsAny(row.Features, {"bps=32", "bps=64", "comp=50000 ", "comp=50001 "}));
 }
 
 // Damaged files show what is left, for which there is no digest.
 static bool IsDamaged(const std::string &file)
 {
-    constexpr std::array names = {"crashtest", "cut", "truncated", "scan00", "missing"};
-    return std::ranges::any_of(
-        names, [&file](const char *name) { return file.find(name) != std::string::npos; });
+    return ContainsAny(file, {"crashtest", "cut", "truncated", "scan00", "missing"});
 }
 
 // Whether pixels match the other decoders' result.
@@ -157,60 +148,46 @@ static void ExpectPhoto(const BYTES &pixels, const std::string &path)
     EXPECT_LE(std::min(smooth.Greatest, plain.Greatest), 2);
 }
 
+static void Check(const ROW &row, bool byFormat)
+{
+    const RULES rules(byFormat ? PICTURE_RULES_FORMAT : PICTURE_RULES_FRAMEWORK);
+    const std::string path = Folder() + row.File;
+    testing::internal::CaptureStdout();  // some decoders trace
+    const Picture picture = Picture_Load(path.c_str(), 0, 0);
+    testing::internal::GetCapturedStdout();
+    const std::string reason = Picture_Reason();
+    const BYTES pixels = Cropped(picture);
+    Picture_UnLoad(picture);
+    EXPECT_TRUE(!pixels.empty() || reason != "");
+    if (!byFormat && IsBeyondFramework(row.File))
+        return;
+    const bool deviates = (byFormat ? formatDeviations : deviations).contains(row.File);
+    if (row.Kind == "reject" || (byFormat ? IsLeftOut(row) : pixels.empty() && deviates)) {
+        EXPECT_TRUE(byFormat ? reason != "" : pixels.empty());
+        return;
+    }
+    ASSERT_FALSE(pixels.empty()) << reason;
+    if (byFormat && IsDamaged(row.File))
+        return;
+    EXPECT_EQ(std::to_string(picture.Width), row.Width);
+    EXPECT_EQ(std::to_string(picture.Height), row.Height);
+    if (row.Kind == "psnr")
+        ExpectPhoto(pixels, path);
+    else
+        EXPECT_NE(Matches(row, pixels), deviates) << reason;
+}
+
 class Corpus : public testing::TestWithParam<ROW>
 {
 };
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Corpus);
 
-TEST_P(Corpus, FrameworkRules)
+TEST_P(Corpus, BothRules)
 {
-    const ROW &row = GetParam();
-    const std::string path = Folder() + row.File;
-    testing::internal::CaptureStdout();  // some decoders trace
-    const Picture picture = Picture_Load(path.c_str(), 0, 0);
-    testing::internal::GetCapturedStdout();
-    const BYTES pixels = Cropped(picture);
-    Picture_UnLoad(picture);
-    if (IsBeyondFramework(row.File)) {
-        EXPECT_TRUE(!pixels.empty() || *Picture_Reason() != 0);
-        return;
+    for (const bool byFormat : {false, true}) {
+        SCOPED_TRACE(byFormat ? "the format's rules" : "the framework's rules");
+        Check(GetParam(), byFormat);
     }
-    const bool deviates = deviations.contains(row.File);
-    if (row.Kind == "reject" || (pixels.empty() && deviates)) {
-        EXPECT_TRUE(pixels.empty());
-        return;
-    }
-    ASSERT_FALSE(pixels.empty());
-    EXPECT_EQ(std::to_string(picture.Width), row.Width);
-    EXPECT_EQ(std::to_string(picture.Height), row.Height);
-    if (row.Kind == "psnr")
-        ExpectPhoto(pixels, path);
-    else
-        EXPECT_NE(Matches(row, pixels), deviates);
-}
-
-TEST_P(Corpus, FormatRules)
-{
-    const ROW &row = GetParam();
-    const std::string path = Folder() + row.File;
-    const RULES rules(PICTURE_RULES_FORMAT);
-    const Picture picture = Picture_Load(path.c_str(), 0, 0);
-    const std::string reason = Picture_Reason();
-    const BYTES pixels = Cropped(picture);
-    Picture_UnLoad(picture);
-    if (row.Kind == "reject" || IsLeftOut(row)) {
-        EXPECT_NE(reason, "");
-        return;
-    }
-    ASSERT_FALSE(pixels.empty()) << reason;
-    if (IsDamaged(row.File))
-        return;
-    EXPECT_EQ(std::to_string(picture.Width), row.Width);
-    EXPECT_EQ(std::to_string(picture.Height), row.Height);
-    if (row.Kind == "psnr")
-        ExpectPhoto(pixels, path);
-    else
-        EXPECT_EQ(Matches(row, pixels), !formatDeviations.contains(row.File)) << reason;
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, Corpus, testing::ValuesIn(Rows()), [](const auto &test) {

@@ -1,14 +1,9 @@
 // Plays a sound as the game plays its music, for a number of callbacks:
 //   play_sound FILE CALLBACKS LOOP [OTHER...] [race]
 // While it plays, the OTHER files are loaded and unloaded in turn, repeatedly; "race" as the last
-// word plants a data race between callback and main. Prints the engine's state. And
-//
-//   play_sound FILE decode
-//
-// writes two rounds of an MP3 file decoded without the engine, buffers padded with silence.
+// word plants a data race between callback and main. Prints the engine's state.
 //
 // The callbacks are counted and slowed down: test devices accept sound as fast as it comes.
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -21,7 +16,6 @@
 #include <portaudio.h>
 
 #include "audio/audio.h"
-#include "audio/mp3.h"
 
 using namespace std::chrono_literals;
 
@@ -52,37 +46,12 @@ static void LoadAndUnLoad(const char *path)
         delete track;
 }
 
-static int Decode(const char *path)
-{
-    MP3_Load(path);
-    FILE *file = std::fopen(path, "rb");
-    if (!file)
-        return 1;
-    for (int round = 0; round < 2; round++) {
-        std::rewind(file);
-        for (;;) {
-            std::vector<uint8_t> buffer(Audio_Capacity);
-            uint32_t length = Audio_Capacity;
-            MP3_Decoding(file, buffer.data(), &length, 0);
-            if (length == 0)
-                break;
-            std::fill(buffer.begin() + length, buffer.end(), uint8_t{0});
-            std::fwrite(buffer.data(), 1, buffer.size(), stdout);
-        }
-    }
-    std::fclose(file);
-    MP3_Destroy();
-    return 0;
-}
-
 int main(int argc, char **argv)
 {
     std::vector<const char *> words(argv + 1, argv + argc);
     racing = !words.empty() && std::strcmp(words.back(), "race") == 0;
     if (racing)
         words.pop_back();
-    if (words.size() == 2 && std::strcmp(words[1], "decode") == 0)
-        return Decode(words[0]);
     if (words.size() < 3)
         return 2;
     const int wanted = std::atoi(words[1]);

@@ -4,7 +4,6 @@ import os
 import pty
 import re
 import select
-import shutil
 import struct
 import subprocess
 import tempfile
@@ -107,22 +106,19 @@ class Wayland(Display):
         self.xdotool("mousemove", *SCREEN, "sleep", 0.2, "mousemove", 300, 300)
 
 
-class Folder:
+class Folder(tempfile.TemporaryDirectory):
     """A fresh working folder with the game's files in datas/, for the duration of the block."""
 
     def __init__(self, datas):
-        self.datas = datas
+        super().__init__(prefix="tessaruvinel_")
+        self.path = self.name
+        os.mkdir(self.file(""))
+        for name in os.listdir(datas):
+            if name.endswith((".ham8", ".mp3")):
+                os.symlink(os.path.join(datas, name), self.file(name))
 
     def __enter__(self):
-        self.path = tempfile.mkdtemp(prefix="tessaruvinel_")
-        os.mkdir(os.path.join(self.path, "datas"))
-        for name in os.listdir(self.datas):
-            if name.endswith((".ham8", ".mp3")):
-                os.symlink(os.path.join(self.datas, name), os.path.join(self.path, "datas", name))
         return self
-
-    def __exit__(self, *_):
-        shutil.rmtree(self.path)
 
     def file(self, name):
         return os.path.join(self.path, "datas", name)
