@@ -117,10 +117,7 @@ TEST(CharSet, PlainLetters)
 // The bytes from '~' on that the set shows as in ISO/IEC 8859-2.
 TEST(CharSet, WhatASetCanWrite)
 {
-    const struct {
-        uint8_t set;
-        std::string letters;
-    } rows[] = {
+    const std::pair<uint8_t, std::string> rows[] = {
         {4, "~"},
         {5, "~"},
         {7, "\xC1\xC8" + std::string(hungarian + 1)},  // glyph 200 has its number by chance
@@ -128,15 +125,15 @@ TEST(CharSet, WhatASetCanWrite)
         {14, std::string("~") + hungarian},
         {15, ""},
     };
-    for (const auto &r : rows) {
+    for (const auto &[set, expected] : rows) {
         std::string letters;
         for (int b = 126; b < 256; b++)
-            if (CharSet_CanWrite(r.set, static_cast<uint8_t>(b)))
+            if (CharSet_CanWrite(set, static_cast<uint8_t>(b)))
                 letters += static_cast<char>(b);
-        EXPECT_EQ(letters, r.letters) << int{r.set};
-        EXPECT_EQ(CharSet_CanWrite(r.set, ' '), r.set < 15);
-        EXPECT_FALSE(CharSet_CanWrite(r.set, 31));
-        EXPECT_EQ(CharSet_CanWrite(r.set, '^'), !r.letters.empty() && (r.set < 6 || r.set == 14));
+        EXPECT_EQ(letters, expected) << int{set};
+        EXPECT_EQ(CharSet_CanWrite(set, ' '), set < 15);
+        EXPECT_FALSE(CharSet_CanWrite(set, 31));
+        EXPECT_EQ(CharSet_CanWrite(set, '^'), !expected.empty() && (set < 6 || set == 14));
     }
     for (uint8_t set = 0; set < 3; set++)
         EXPECT_EQ(CharSet_CanWrite(set, 0xA1), set != 2) << "A with ogonek; i with acute in set 2";

@@ -92,10 +92,7 @@ TEST(HAM68, DumpsAreMeasured)
 
 TEST(HAM68, AnySizeAndPrefix)
 {
-    const struct {
-        const char *what;
-        BYTES file;
-    } rows[] = {
+    const std::pair<const char *, BYTES> rows[] = {
         {"no width", MakeFile(8, 0, 4, 0, BYTES(99))},
         {"no height", MakeFile(8, 4, 0, 0, BYTES(99))},
         {"a width beyond 16 bits", MakeFile(8, 8192, 4, 0, BYTES(99))},
@@ -106,8 +103,8 @@ TEST(HAM68, AnySizeAndPrefix)
         {"a header and nothing else", Prefix(MakeFile(8, 1, 1, 0, {}), 100)},
         {"a signature and nothing else", Text("HAM8")},
     };
-    for (const auto &r : rows)
-        EXPECT_EQ(LOADED(r.file).Record.Pixels, nullptr) << r.what << Picture_Reason();
+    for (const auto &[what, file] : rows)
+        EXPECT_EQ(LOADED(file).Record.Pixels, nullptr) << what << Picture_Reason();
     for (const int compression : {0, 1}) {
         const BYTES file = MakeFile(8, 2, 4, compression, BYTES(64, 1));
         for (size_t size = compression ? 101 : 108; size <= file.size(); size++)

@@ -189,10 +189,7 @@ TEST(Tiles, DigitsStandOutToAllEyes)
 {
     // Machado, Oliveira, Fernandes 2009: "A Physiologically-based Model for Simulation of Color
     // Vision Deficiency", severity 1.
-    const struct {
-        const char *what;
-        MATRIX matrix;
-    } eyes[] = {
+    const std::pair<const char *, MATRIX> eyes[] = {
         // clang-format off
         {"all colours",  {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}}},
         {"deuteranopia", {{{0.367322, 0.860646, -0.227968}, {0.280085, 0.672501, 0.047413},
@@ -207,16 +204,16 @@ TEST(Tiles, DigitsStandOutToAllEyes)
     std::vector<COLOUR> colours = {empty[Side * Side / 2 + Side / 2]};  // 0 is the floor
     for (const char *name : {"One", "Two", "Three", "Four", "Five", "Six", "Seven", "Eight"})
         colours.push_back(DigitColour(name, empty));
-    for (const auto &eye : eyes)
+    for (const auto &[eye, matrix] : eyes)
         for (size_t i = 0; i < colours.size(); i++)
             for (size_t k = 0; k < i; k++) {
-                const TRIPLE a = Lab(colours[i], eye.matrix), b = Lab(colours[k], eye.matrix);
+                const TRIPLE a = Lab(colours[i], matrix), b = Lab(colours[k], matrix);
                 EXPECT_GT(std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]), 20)
-                    << i << " and " << k << ", " << eye.what;
+                    << i << " and " << k << ", " << eye;
             }
     // W3C, "Web Content Accessibility Guidelines": contrast ratio.
     const auto lit = [&](const COLOUR &colour) {
-        return std::pow((Lab(colour, eyes[0].matrix)[0] + 16) / 116, 3) + 0.05;
+        return std::pow((Lab(colour, eyes[0].second)[0] + 16) / 116, 3) + 0.05;
     };
     for (size_t i = 1; i < colours.size(); i++)
         EXPECT_GT(lit(colours[0]) / lit(colours[i]), 4.5) << i;
