@@ -22,14 +22,15 @@ struct CANVAS {
     {
         Graphics_SetTarget(nullptr);
     }
-    // Points of the first colour as '#', others as '?'; trailing dots and slashes are dropped.
+    // Points of the first colour as '#', others by their red; trailing dots and slashes are
+    // dropped.
     std::string Drawn() const
     {
         std::string text;
         for (int16_t y = 0; y < Target.Height; y++) {
             for (int16_t x = 0; x < Target.Width; x++) {
                 const uint32_t point = Graphics_GetPixel(x, y);
-                text += point == 0x04030201 ? '#' : point == 0 ? '.' : '?';
+                text += point == 0x04030201 ? '#' : point == 0 ? '.' : static_cast<char>(point);
             }
             text = text.substr(0, text.find_last_not_of('.') + 1) + '/';
         }

@@ -7,8 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "picture/graphics.h"
-#include "picture/picture.h"
+#include "tests/canvas.h"
 
 // A picture from text, '/' between its rows: a letter is the red of a pixel with green 1, blue 2
 // and alpha 3, of a blank 0. It is its own thumbnail. Columns past `width` belong to the buffer
@@ -31,21 +30,11 @@ struct SAMPLE : Picture {
     }
 };
 
-// Draws on a fresh target of dots, 9 by 8, and returns its reds as text without trailing dots and
-// slashes.
 static std::string Drawn(const std::function<void()> &draw)
 {
-    const SAMPLE target(std::string(9, '.') + '/' + std::string(9 * 7, '.'), 9);
-    Graphics_SetTarget(&target);
+    const CANVAS canvas(9, 8);
     draw();
-    Graphics_SetTarget(nullptr);
-    std::string text;
-    for (size_t i = 0; i < 9 * 8; i++) {
-        text += static_cast<char>(target.Bytes[i * 4]);
-        if (i % 9 == 8)
-            text = text.substr(0, text.find_last_not_of('.') + 1) + '/';
-    }
-    return text.substr(0, text.find_last_not_of('/') + 1);
+    return canvas.Drawn();
 }
 
 TEST(Drawing, Points)
