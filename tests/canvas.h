@@ -1,6 +1,7 @@
 // A drawing target that lives for a scope.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -37,3 +38,11 @@ struct CANVAS {
         return text.substr(0, text.find_last_not_of('/') + 1);
     }
 };
+
+// What is drawn on a fresh target.
+inline std::string Drawn(uint16_t width, uint16_t height, const std::function<void()> &draw)
+{
+    const CANVAS canvas(width, height);
+    draw();
+    return canvas.Drawn();
+}

@@ -43,13 +43,6 @@ static std::string Range(char from, char to)
     return text;
 }
 
-static std::string Drawn(const std::function<void()> &draw)
-{
-    const CANVAS canvas(40, 20);
-    draw();
-    return canvas.Drawn();
-}
-
 constexpr char hungarian[] =
     "\xC1\xC9\xCD\xD3\xD5\xD6\xDA\xDB\xDC\xE1\xE9\xED\xF3\xF5\xF6\xFA\xFB\xFC";
 
@@ -212,7 +205,7 @@ TEST(CharSet, Points)
          "/################..################/################..################"},
     };
     for (const auto &r : rows)
-        EXPECT_EQ(Drawn(r.draw), r.drawn) << r.what;
+        EXPECT_EQ(Drawn(40, 20, r.draw), r.drawn) << r.what;
 }
 
 TEST(CharSet, AnythingMayBeDrawn)

@@ -1,7 +1,6 @@
 #include "picture/draw.h"
 
 #include <cmath>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,13 +28,6 @@ struct SAMPLE : Picture {
         Pixels = ThumbPixels = Bytes.data();
     }
 };
-
-static std::string Drawn(const std::function<void()> &draw)
-{
-    const CANVAS canvas(9, 8);
-    draw();
-    return canvas.Drawn();
-}
 
 TEST(Drawing, Points)
 {
@@ -110,7 +102,7 @@ TEST(Drawing, Points)
         {"nor here", [&] { Picture_PutRotate(4, 4, INFINITY, 4, 3, letters); }, ""},
     };
     for (const auto &r : rows)
-        EXPECT_EQ(Drawn(r.draw), r.drawn) << r.what;
+        EXPECT_EQ(Drawn(9, 8, r.draw), r.drawn) << r.what;
 }
 
 TEST(Drawing, PointsOfALine)
@@ -146,11 +138,11 @@ TEST(Drawing, ExtremeSizes)
                     continue;  // slow, otherwise harmless
                 sample.Width = sample.Height = claimed;
                 const std::string scaled =
-                    Drawn([&] { Picture_Draw(4, 4, width, height, sample); });
+                    Drawn(9, 8, [&] { Picture_Draw(4, 4, width, height, sample); });
                 EXPECT_EQ(scaled.find('a') != std::string::npos, width > 0 && height > 0);
                 std::string turned;
                 if (std::abs(width) > 3 || std::abs(height) < 1000)  // slow, otherwise harmless
-                    turned = Drawn([&] { Picture_Rotate(-3, 7, width, height, 77, sample); });
+                    turned = Drawn(9, 8, [&] { Picture_Rotate(-3, 7, width, height, 77, sample); });
                 EXPECT_EQ((scaled + turned).find_first_not_of("./abcdef"), std::string::npos)
                     << width << 'x' << height;
             }

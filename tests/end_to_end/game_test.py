@@ -239,17 +239,16 @@ class Games(unittest.TestCase):
             self.leave(game)
 
     def test_a_press_counts_where_it_was_made(self):
-        for size, presses in [((10, 10, 1), 4), ((64, 64, 1), 4)]:
+        cells = [(3, 3), (4, 3)]
+        for size in (10, 10, 1), (64, 64, 1):
             game = self.start(*size)
-            cells = [(3, 3), (4, 3)]
             for cell in cells:
                 game.click(cell, 3)  # a flagged cell takes any number of steps
                 time.sleep(1.2)
             start = len(game.printed)
             expected = []
             for delay in (0, 0.005, 0.03):
-                for i in range(presses):
-                    here, there = cells[i % 2], cells[1 - i % 2]
+                for here, there in [cells, cells[::-1]] * 2:
                     game.display.xdotool("mousemove", *game.point(here), "mousedown", 1, "sleep", delay,
                                          "mousemove", *game.point(there), "mouseup", 1)
                     expected.append(f"({here[0]},{here[1]})")
