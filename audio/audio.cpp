@@ -507,8 +507,8 @@ uint64_t Audio_Seek(AudioTrack *track, uint64_t frame)
         more = TakeMore(*track) || take.Stored != 0;
         if (!more)  // so that the next call finds nothing, too
             track->ReadPosition = position;
-        take.Used = static_cast<uint32_t>(
-            std::min<uint64_t>(take.Stored, target * bytes - track->Taken));
+        take.Used =
+            static_cast<uint32_t>(std::min<uint64_t>(take.Stored, target * bytes - track->Taken));
         track->Taken += take.Used;
     }
     return track->Taken / bytes;

@@ -135,6 +135,7 @@ TEST(AudioLoad, RawSamples)
         AudioTrack *track = Audio_Load(WriteTemp("raw", Dots(r.size, {{2, "ab"}})).c_str());
         EXPECT_EQ((std::array{uint32_t{track->State}, +track->Length[0], +track->Length[1]}),
                   (std::array{uint32_t{r.size > 65536}, r.length1, r.length2}));
+        EXPECT_STREQ(Audio_Reason(), "not a sound of a known format");
         EXPECT_TRUE(Audio_Data == track->Buffer[0] && Audio_DataSize == r.length1 &&
                     Audio_DataTime == r.length1 / (r.bits / 8));
         EXPECT_EQ(track->Buffer[0][2], r.bits == 8 ? 128 - 'a' : r.bits == 16 ? 'b' : 0);

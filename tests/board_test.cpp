@@ -16,15 +16,23 @@ static std::map<uint32_t, std::vector<EXTRA_MATRIX>> drawn;  // by texture
 static std::pair<int, int> minSide;
 static int faces = 0, frames = 0;
 // clang-format off
-uint32_t GLFEW_LoadTexture(const char *path, uint16_t, uint16_t) { tiles.push_back(path); return static_cast<uint32_t>(tiles.size()); }
 void GLFEW_SetIcon(const char *) {}
 void GLFEW_SetMinSize(int32_t width, int32_t height) { minSide = {width, height}; }
 void GLFEW_CreateVertex(GLFEW_VERTEX &) { faces++; }
 void GLFEW_DestroyVertex(GLFEW_VERTEX &) { faces--; }
 bool GLFEW_MustDraw(bool changed) { return changed || drawn.empty(); }
 void GLFEW_Clear() { drawn.clear(); }
-void GLFEW_LoadInstances(std::span<const EXTRA_MATRIX> mvps) { frames++; cubes.assign(mvps.begin(), mvps.end()); }
 // clang-format on
+uint32_t GLFEW_LoadTexture(const char *path, uint16_t, uint16_t)
+{
+    tiles.push_back(path);
+    return static_cast<uint32_t>(tiles.size());
+}
+void GLFEW_LoadInstances(std::span<const EXTRA_MATRIX> mvps)
+{
+    frames++;
+    cubes.assign(mvps.begin(), mvps.end());
+}
 void GLFEW_DrawInstances(const GLFEW_VERTEX &record, size_t first, size_t count, uint32_t)
 {
     EXPECT_TRUE(drawn.empty() || drawn.rbegin()->first <= record.Texture) << "in the tiles' order";

@@ -92,19 +92,25 @@ TEST(HAM68, DumpsAreMeasured)
 
 TEST(HAM68, AnySizeAndPrefix)
 {
-    const std::pair<const char *, BYTES> rows[] = {
-        {"no width", MakeFile(8, 0, 4, 0, BYTES(99))},
-        {"no height", MakeFile(8, 4, 0, 0, BYTES(99))},
-        {"a width beyond 16 bits", MakeFile(8, 8192, 4, 0, BYTES(99))},
-        {"less than an eighth", MakeFile(6, 8, 40, 0, BYTES(40 * 6 - 33))},
-        {"less than an eighth of no planes", MakeFile(0, 8, 400, 0, BYTES(399))},
-        {"more than runs can give", MakeFile(8, 4000, 1000, 1, {})},
-        {"runs of unknown planes", MakeFile(7, 4, 4, 1, BYTES(99))},
-        {"a header and nothing else", Prefix(MakeFile(8, 1, 1, 0, {}), 100)},
-        {"a signature and nothing else", Text("HAM8")},
+    const char *impossible = "a header that cannot be";
+    const std::tuple<const char *, BYTES, const char *> rows[] = {
+        {"no width", MakeFile(8, 0, 4, 0, BYTES(99)), impossible},
+        {"no height", MakeFile(8, 4, 0, 0, BYTES(99)), "a side of 0 pixels"},
+        {"a width beyond 16 bits", MakeFile(8, 8192, 4, 0, BYTES(99)), impossible},
+        {"less than an eighth", MakeFile(6, 8, 40, 0, BYTES(40 * 6 - 33)),
+         "339 bytes cannot hold 64 x 40 pixels"},
+        {"less than an eighth of no planes", MakeFile(0, 8, 400, 0, BYTES(399)),
+         "499 bytes cannot hold 64 x 400 pixels"},
+        {"more than runs can give", MakeFile(8, 4000, 1000, 1, {}),
+         "292 bytes cannot hold 32000 x 1000 pixels"},
+        {"runs of unknown planes", MakeFile(7, 4, 4, 1, BYTES(99)), impossible},
+        {"a header and nothing else", Prefix(MakeFile(8, 1, 1, 0, {}), 100), impossible},
+        {"a signature and nothing else", Text("HAM8"), impossible},
     };
-    for (const auto &[what, file] : rows)
-        EXPECT_EQ(LOADED(file).Record.Pixels, nullptr) << what << Picture_Reason();
+    for (const auto &[what, file, reason] : rows) {
+        EXPECT_EQ(LOADED(file).Record.Pixels, nullptr) << what;
+        EXPECT_STREQ(Picture_Reason(), reason) << what;
+    }
     for (const int compression : {0, 1}) {
         const BYTES file = MakeFile(8, 2, 4, compression, BYTES(64, 1));
         for (size_t size = compression ? 101 : 108; size <= file.size(); size++)

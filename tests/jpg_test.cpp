@@ -261,6 +261,19 @@ TEST(JPG, HeaderFacts)
     EXPECT_EQ(six(h.DC[0].First), (std::vector<uint16_t>{65535, 0, 6, 14, 30, 65535}));
     EXPECT_EQ(six(h.DC[0].Last), (std::vector<uint16_t>{0, 2, 6, 14, 30, 0}));
     JPG_UnLoad();
+    for (const auto &[first, last, bits, mode] : {std::array<uint8_t, 4>{0, 63, 0, 1},
+                                                  {0, 63, 1, 0},
+                                                  {0, 0, 0x10, 3},
+                                                  {1, 5, 2, 4},
+                                                  {1, 5, 0x21, 5},
+                                                  {1, 0, 0, 0},
+                                                  {0, 5, 0, 0},
+                                                  {1, 63, 0, 4},
+                                                  {0, 0, 0, 2}}) {
+        JPG_Load(OwnFile(With(file, Find(file, 0xDA) + 11, {first, last, bits})).c_str());
+        EXPECT_EQ(JPG_Header.ScanMode, mode) << int{first} << ' ' << int{last} << ' ' << int{bits};
+        JPG_UnLoad();
+    }
     for (const auto &[text, name] : {std::pair(Text("ab"), "a"), {BYTES{}, ""}}) {
         JPG_Load(OwnFile(With(file, Find(file, 0xDB), Segment(0xED, text))).c_str());
         EXPECT_STREQ(JPG_Header.Identifier.data(), name) << "without a NUL";

@@ -110,6 +110,8 @@ TEST(LBM, FormatsOwnRules)
          "1 planes with compression 2"},
         {"runs of more than 128 pixels a byte", Iff("ILBM", 1025, 1, 0x100, greys, "0000"), "",
          "70 bytes cannot hold 8 x 1025 pixels"},
+        {"no body", Chunk("FORM", Text("ILBM") + Chunk("CMAP", Hex(greys))), "",
+         "the pixels are missing"},
         {"no palette", Iff("ILBM", 1, 2, 0, "", "8000 C000"), "FF AA 00 00 00 00 00 00"},
         {"32 planes", Iff("ILBM", 1, 32, 0, "", rgba.c_str()), "0000FF00 00 FF000000 - - - - -"},
     };

@@ -6,6 +6,7 @@
 #include <map>
 #include <numbers>
 #include <numeric>
+#include <set>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -416,6 +417,7 @@ TEST(MOD, Signatures)
             const RENDERED song(file);
             ASSERT_EQ(song.Header ? song.Header->SongChannels : 0, channels[rules]) << signature;
             EXPECT_EQ(MOD_SoundNumber, channels[rules] != 0) << signature;
+            EXPECT_TRUE(song.Header || Reason_Get() == "no signature of a module"s) << signature;
             EXPECT_TRUE(!song.Header || song.Header->SampleCount == (*signature ? 31 : 15));
             EXPECT_TRUE(!song.Header || song.Header->SampleNames[3].data() == "sample 4"s);
             EXPECT_TRUE(!song.Header || song.Header->Title.data() == "T"s);
@@ -444,6 +446,7 @@ TEST(MOD, Signatures)
 
 TEST(MOD, DamagedFilesPlayWhatIsThere)
 {
+    std::set<std::string> reasons;
     for (const char *signature : {"M.K.", ""}) {
         MOD_TEXT text = Song("C-2 02\nD00\n");
         text.Signature = signature;
@@ -453,9 +456,16 @@ TEST(MOD, DamagedFilesPlayWhatIsThere)
              size<file.size(); size += size + 20> needed && size < needed + 20 ? 1 : 61) {
             const RENDERED cut(Prefix(file, size), 1, 8, 800);
             ASSERT_EQ(cut.Header != nullptr, size >= needed) << signature << size;
+            if (!cut.Header)
+                reasons.insert(Reason_Get());
+            else
+                EXPECT_EQ(Reason_Get(), "cut: " + std::to_string(file.size() - size) +
+                                            " bytes of patterns and samples are missing");
             ASSERT_TRUE(!cut.Header || cut.Bytes().size() >= 2 * 96) << signature << size;
         }
     }
+    EXPECT_EQ(reasons,
+              (std::set<std::string>{"cut before its first row", "no signature of a module"}));
     MOD_TEXT text = Song("C-2 02\nD00\n");
     text.Signature = "";
     BYTES loud = WriteModule(text);

@@ -197,6 +197,27 @@ TEST(MP3Format, FramesAreFound)
     EXPECT_TRUE(Play(v2 + stream + v1) == sound);
 }
 
+// Frames of two channels among those of one are mixed, the other way round one sounds on both
+// sides.
+TEST(MP3Format, ChannelsAreTheFirstFrames)
+{
+    std::vector<BYTES> sine = FramesOf("mp3_sine.mp3");
+    sine.resize(4);
+    const BYTES joint = Joined(FramesOf("mp3_joint.mp3")), tone = Joined(sine);
+    const BYTES left = Play(joint), one = Play(tone);
+    const BYTES mixed = Play(tone + joint), both = Play(joint + tone);
+    const auto at = [](const BYTES &sound, size_t i) {
+        return static_cast<int16_t>(sound[2 * i] | sound[2 * i + 1] << 8);
+    };
+    ASSERT_EQ(mixed.size(), one.size() + left.size() / 2);
+    ASSERT_EQ(both.size(), left.size() + one.size() * 2);
+    for (size_t i = 2 * 1152; i < 4 * 1152; i++) {  // past what the frames before lead to
+        ASSERT_EQ(at(mixed, i + 4 * 1152), (at(left, 2 * i) + at(left, 2 * i + 1)) / 2) << i;
+        ASSERT_EQ(at(both, left.size() / 2 + 2 * i), at(one, i)) << i;
+        ASSERT_EQ(at(both, left.size() / 2 + 2 * i + 1), at(one, i)) << i;
+    }
+}
+
 // Each call searches a million bytes at most; a header that no other follows counts as 64.
 TEST(MP3Format, SearchesPause)
 {

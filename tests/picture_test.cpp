@@ -57,13 +57,14 @@ TEST(PictureCheck, RawPlanesAreTakenAtTheCallersWord)
 
 TEST(PictureLoad, WhatCannotBeReadIsTheNullPicture)
 {
-    for (const std::string &path :
-         {std::string("no such file"), WriteTemp("load", Text("nothing known"))}) {
+    for (const auto &[path, reason] :
+         {std::pair(std::string("none"), "cannot be opened: No such file or directory"),
+          {WriteTemp("load", Text("nothing known")), "not a picture of a known format"}}) {
         const Picture picture = Picture_Load(path.c_str(), 0, 0);
         EXPECT_EQ(picture.Format, PICTURE_UNKNOWN);
         EXPECT_EQ(picture.Pixels, nullptr);
         EXPECT_EQ(picture.Width + picture.Height + picture.Bits, 0);
-        EXPECT_STRNE(Picture_Reason(), "");
+        EXPECT_STREQ(Picture_Reason(), reason);
         Picture_UnLoad(picture);
     }
 }

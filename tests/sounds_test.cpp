@@ -225,13 +225,14 @@ TEST(Sounds, FormatRules)
         {"23ni", Aiff, aiff(8, Text("23ni"), reals), 2, 44100, 32, {0x3F, 0x80BE}},
         {"fl64", Aiff, aiff(8, Text("fl64"), real64 + real64), 2, 44100, 32, {1 << 29, 1 << 29}},
         {"the data first", Aiff, IffFile("AIFF", bytes + slow), 1, 11025, 8, {129, 127}},
-        {"padding forgotten", Aiff, IffFile("AIFF", slow + Chunk("NAME", {'x'}) + bytes), 1, 11025, 8,
+        {"no padding", Aiff, IffFile("AIFF", slow + Chunk("NAME", {'x'}) + bytes), 1, 11025, 8,
          {129, 127}},
         {"a rate with a half", Aiff, IffFile("AIFF", rated(0x40, 12, 0x46) + bytes), 1, 11026, 8,
          {129, 127}},
         {"below 0", Aiff, IffFile("AIFF", rated(0xC0, 12, 0x44) + bytes), 1, 0, 8, {129, 127}},
-        {"beyond 32 bits", Aiff, IffFile("AIFF", rated(0x40, 32, 0x44) + bytes), 1, 0, 8, {129, 127}},
+        {"too high", Aiff, IffFile("AIFF", rated(0x40, 32, 0x44) + bytes), 1, 0, 8, {129, 127}},
         {"packed", Aiff, aiff(16, Text("ima4"), words), 0, 44100, 0, {}, "compression 'ima4'"},
+        {"no sound", Aiff, IffFile("AIFF", slow), 1, 11025, 8, {}, "no sound data chunk"},
         {"no common chunk", Aiff, IffFile("AIFF", Chunk("SSND", Data)), 0, 0, 0, {},
          "no common chunk"},
         {"AU ends where it says", Au, au(3, 4, words), 1, 11025, 16, {258, -2}},
@@ -243,7 +244,7 @@ TEST(Sounds, FormatRules)
         {"32 bits", Au, au(5, 4, three), 1, 11025, 32, {0x01028304}},
         {"AU mu-law", Au, au(1, 2, {0, 0xFF}), 1, 11025, 16, {-32124, 0}},
         {"AU A-law", Au, au(27, 2, {0xD5, 0x55}), 1, 11025, 16, {8, -8}},
-        {"data at byte 20", Au, Text(".snd\0\0\0\x14") + BYTES(4) + Number(3, 4) + Number(11025, 4) +
+        {"data at 20", Au, Text(".snd\0\0\0\x14") + BYTES(4) + Number(3, 4) + Number(11025, 4) +
          Number(1, 4) + words, 1, 11025, 16, {258, -2}},
         {"lowest byte first", Au, Text("dns.\x18\0\0\0") + BYTES(4) + Number(3, -4) +
          Number(11025, -4) + Number(1, -4) + words, 1, 11025, 16, {513, -257}},
@@ -255,10 +256,10 @@ TEST(Sounds, FormatRules)
         {"repeated twice", Voc,
          voc(sound({9}) + block(6, {2, 0}) + sound({1, 2}) + silence + block(7, {}) + block(7, {}) +
          sound({3})), 1, 10000, 8, {9, 1, 2, 128, 128, 1, 2, 128, 128, 1, 2, 128, 128, 3}},
-        {"repeated for ever", Voc, voc(block(6, {255, 255}) + sound({1, 2}) + block(7, {}) + sound({3})),
+        {"endless", Voc, voc(block(6, {255, 255}) + sound({1, 2}) + block(7, {}) + sound({3})),
          1, 10000, 8, {1, 2, 3}},
         {"an empty block", Voc, voc(sound({}) + sound({1})), 1, 10000, 8, {1}},
-        {"silence of 16 bits", Voc, voc(block(9, format9 + BYTES{1, 2}) + block(3, {3, 0, 0xD3})), 1,
+        {"wide silence", Voc, voc(block(9, format9 + BYTES{1, 2}) + block(3, {3, 0, 0xD3})), 1,
          22050, 16, {0x0201, 0, 0, 0}},
         {"extended, at its rate", Voc, voc(extended + sound({1, 2, 3, 4}) + sound({5, 6})), 2,
          22053, 8, {1, 2, 3, 4}, "codec 0 with 1 channels after codec 0 with 2"},
@@ -380,6 +381,8 @@ TEST(Sounds, Reasons)
         {Iff, IffFile("8SVX", Vhdr + Chunk("BODY", Data)),
          "compression 1, played as linear samples"},
         {Iff, IffFile("8SVX", Vhdr), "no body chunk"},
+        {Iff, Chunk("BODY", Data), "neither an 8SVX nor a 16SV form"},
+        {Aiff, IffFile("AIFF", Comm(16)), "no sound data chunk"},
         {Aiff, IffFile("AIFF", Comm(12) + Chunk("SSND", Data)), "12 bits a sample"},
         {Aiff, IffFile("AIFF", Comm(16) + form), "cut after 0 of 99 bytes of sound"},
     };

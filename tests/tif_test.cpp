@@ -381,6 +381,7 @@ TEST(TIF, Pages)
     for (const auto &[page, pixels] : {std::pair(0, "01 02"), {1, "01"}, {2, ""}}) {
         TIF_Page = static_cast<uint32_t>(page);
         EXPECT_EQ(ShowByFormat(file), pixels);
+        EXPECT_STREQ(Picture_Reason(), page == 2 ? "page 3 of 2" : "");
         EXPECT_EQ(TIF_PageCount, 2u);
         EXPECT_EQ(TIF_Header.DirectoryCount == 0, page == 2);
     }

@@ -6,6 +6,7 @@
 #include "tools/common/text.h"
 #include "tools/viewer/ahead.h"
 #include "tools/viewer/encode.h"
+#include "tools/viewer/exif.h"
 #include "tools/viewer/files.h"
 #include "tools/viewer/sheet.h"
 #include "tools/viewer/shown.h"
@@ -208,6 +209,65 @@ TEST(Viewer, WhatIsWrittenIsReadBack)
                 EXPECT_EQ(file->Bits, format.bits[kind]);
                 EXPECT_TRUE(Viewer_Copy(Viewer_Pixels(*file)).Pixels == image.Pixels);
             }
+}
+
+TEST(Viewer, FactsOfPhotographs)
+{
+    const RULES rules(PICTURE_RULES_FORMAT);
+    using ENTRIES = std::vector<std::array<uint32_t, 4>>;  // tag, type, count, value
+    const struct {
+        ENTRIES entries;  // values of 10 and more lie so many bytes into what follows
+        std::array<std::pair<uint32_t, uint32_t>, 3> fractions;
+        int orientation;
+        const char *facts;
+    } rows[] = {
+        {{{274, 3, 1, 6},
+          {306, 2, 20, 34},
+          {33434, 5, 1, 10},
+          {33437, 5, 1, 18},
+          {34855, 3, 1, 9},
+          {37386, 5, 1, 26}},
+         {{{1, 250}, {28, 10}, {50, 1}}},
+         6,
+         "date=2026:11:22 12:34:56, exposure=1/250 s, f/2.8, ISO 9, 50 mm, "},
+        {{{274, 3, 1, 9},
+          {36867, 2, 20, 34},
+          {33434, 5, 1, 10},
+          {33437, 5, 1, 18},
+          {37386, 5, 1, 26}},
+         {{{5, 2}, {0, 1}, {1, 0}}},
+         1,
+         "date=2026:11:22 12:34:56, exposure=2.5 s, "},
+        {{{274, 3, 1, 0}, {306, 2, 5, 34}, {33434, 3, 1, 10}, {37386, 5, 1, 9999}}, {}, 1, ""},
+    };
+    for (const auto &r : rows)
+        for (const bool big : {false, true}) {
+            const auto number = [big](uint32_t value, int count) {
+                return Number(value, big ? count : -count);
+            };
+            const auto rest = static_cast<uint32_t>(14 + 12 * r.entries.size());
+            BYTES data = Text("Exif\0\0") + BYTES(2, big ? 'M' : 'I') + number(42, 2) +
+                         number(8, 4) + number(static_cast<uint32_t>(r.entries.size()), 2);
+            for (const auto &[tag, type, count, value] : r.entries) {
+                const uint32_t v = value < 10 ? value : value - 10 + rest;
+                data = data + number(tag, 2) + number(type, 2) + number(count, 4) +
+                       (type == 3 ? number(v, 2) + BYTES(2) : number(v, 4));
+            }
+            data = data + BYTES(4);
+            for (const auto &[above, below] : r.fractions)
+                data = data + number(above, 4) + number(below, 4);
+            data = data + Text("2026:11:22 12:34:56\0");
+            const BYTES grey = ReadFile(TEST_DATA "jpg/grey.jpg");
+            const BYTES file = Prefix(grey, 20) + Text("\xFF\xE1") +
+                               Number(std::ssize(data) + 2, 2) + data +
+                               BYTES(grey.begin() + 20, grey.end());
+            Picture_UnLoad(Picture_LoadBytes(file, 0, 0));
+            EXPECT_EQ(Exif_Orientation(), r.orientation) << big;
+            std::string facts;
+            for (const VIEWER_FACT &fact : Exif_Camera(BYTES_OPEN(std::span(file))))
+                facts += fact.Name + '=' + fact.Text + ", ";
+            EXPECT_EQ(facts, r.facts) << big;
+        }
 }
 
 static std::shared_ptr<const VIEWER_FILE> Await(const AHEAD_KEY &key)

@@ -247,8 +247,8 @@ TEST(Wav, FormatRules)
          "24 bits a sample"},
         {"72 bits", Wav, file(Format(1, 1, 9, 72), Ramp(9)), 0, 8000, 0, {}, "72 bits a sample"},
         {"no channels", Wav, file(Format(1, 0, 2, 16), Ramp(6)), 0, 8000, 0, {}, "0 channels"},
-        {"A-law of three", Wav, file(Format(6, 3, 3, 8), {0x80, 0x80, 0x80}), 2, 8000, 16, {5503, 5503}},
-        {"mu-law of three", Wav, file(Format(7, 3, 3, 8), {0, 0, 0}), 2, 8000, 16, {-32124, -32124}},
+        {"A-law of 3", Wav, file(Format(6, 3, 3, 8), BYTES(3, 0x80)), 2, 8000, 16, {5503, 5503}},
+        {"mu-law of 3", Wav, file(Format(7, 3, 3, 8), BYTES(3)), 2, 8000, 16, {-32124, -32124}},
         {"bytes of three", Wav, file(Format(1, 3, 3, 8), {192, 64, 128}), 2, 8000, 8, {165, 90}},
         {"no bits", Wav, file(Format(1, 1, 0, 0), Ramp(4)), 1, 8000, 0, {}, "0 bits a sample"},
     };

@@ -130,18 +130,18 @@ class Player(Stage):
                          [song, {"path": "absent", "reason": "No such file or directory"}])
 
     def test_folders_and_playlists(self):
-        for folder, name in (("a", "two.wav"), ("a", "one.wav"), ("a/b", "three.wav"), ("a", "notes.txt")):
+        for folder, name in (("a", "two%4z.wav"), ("a", "one.wav"), ("a/b", "three.wav"), ("a", "notes.txt")):
             os.makedirs(self.path(folder), exist_ok=True)
             self.write(f"{folder}/{name}", b"text" if name == "notes.txt" else wav(NOISE[:400]))
-        self.write("a/list.m3u8", b"\xef\xbb\xbf#EXTM3U\r\n#EXTINF:1,x\r\ntwo.wav\r\n\r\n../stereo.wav")
+        self.write("a/list.m3u8", b"\xef\xbb\xbf#EXTM3U\r\n#EXTINF:1,x\r\ntwo%4z.wav\r\n\r\n../stereo.wav")
         self.write("list.PLS", f"[playlist]\nFile1=a/one.wav\nTitle1=x\nFile2={self.path('bytes.wav')}\n".encode())
-        self.write("outer.m3u", f"a\\one.wav\nlist.PLS\nouter.m3u\nfile://{self.folder.name}/%61/two.wav\n".encode())
+        self.write("outer.m3u", f"a\\one.wav\nlist.PLS\nouter.m3u\nfile://{self.folder.name}/%61/two%4z.wav\n".encode())
         inner = "a/one.wav " + self.path("bytes.wav")
         sounds = self.listed("outer.m3u", complaint="outer.m3u: a playlist in itself, or too deep in others")
-        self.assertEqual([sound["path"] for sound in sounds], ("a/one.wav " + inner).split() + [self.path("a/two.wav")])
-        rows = {("a",): "a/one.wav a/two.wav",
-                ("-r", "a"): "a/b/three.wav a/one.wav a/two.wav",
-                ("alaw.wav", "a/list.m3u8"): "alaw.wav a/two.wav a/../stereo.wav",
+        self.assertEqual([sound["path"] for sound in sounds], ("a/one.wav " + inner).split() + [self.path("a/two%4z.wav")])
+        rows = {("a",): "a/one.wav a/two%4z.wav",
+                ("-r", "a"): "a/b/three.wav a/one.wav a/two%4z.wav",
+                ("alaw.wav", "a/list.m3u8"): "alaw.wav a/two%4z.wav a/../stereo.wav",
                 ("list.PLS",): inner}
         for words, expected in rows.items():
             self.assertEqual([sound["path"] for sound in self.listed(*words)], expected.split())

@@ -49,7 +49,7 @@ class Display:
         deadline = time.monotonic() + 30
         while (seen := self.pixels(expected)) != list(expected.values()):
             assert time.monotonic() < deadline, (what, expected, seen)
-            time.sleep(0.1)
+            time.sleep(0.03)
 
     def search(self, *words):
         """The windows that fit, as soon as there are any. xdotool's own waiting looks twice a second."""

@@ -1,8 +1,8 @@
 #include "tools/player/list.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -73,14 +73,12 @@ static std::string FromPercent(const std::string &text)
 {
     std::string bytes;
     for (size_t i = 0; i < text.size(); i++) {
-        unsigned byte = static_cast<uint8_t>(text[i]);
-        if (text[i] == '%' && i + 2 < text.size() &&
-            std::isxdigit(static_cast<uint8_t>(text[i + 1])) &&
-            std::isxdigit(static_cast<uint8_t>(text[i + 2]))) {
-            std::sscanf(&text[i + 1], "%2x", &byte);
-            i += 2;
-        }
-        bytes += static_cast<char>(byte);
+        unsigned byte = 0;
+        const char *const digits = text.data() + i + 1;
+        const bool coded = text[i] == '%' && i + 2 < text.size() &&
+                           std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
+        bytes += coded ? static_cast<char>(byte) : text[i];
+        i += coded ? 2 : 0;
     }
     return bytes;
 }
@@ -90,9 +88,8 @@ static std::string FromPercent(const std::string &text)
 static std::string Locate(const std::filesystem::path &folder, const std::string &name)
 {
     constexpr std::string_view local = "file://";
-    const size_t path = name.starts_with(local) ? name.find('/', local.size()) : std::string::npos;
-    if (path != std::string::npos)
-        return FromPercent(name.substr(path));
+    if (name.starts_with(local))
+        return FromPercent(name.substr(name.find('/', local.size())));
     std::string slashed = name;
     std::ranges::replace(slashed, '\\', '/');
     std::error_code ignored;

@@ -1,6 +1,7 @@
 #include "tools/player/options.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 
@@ -26,12 +27,11 @@ std::optional<double> Options_Time(const std::string &text)
         const bool last = colon == std::string::npos;
         const std::string part = text.substr(at, last ? colon : colon - at);
         const char *allowed = last ? "0123456789." : "0123456789";
+        const char *const end = part.data() + part.size();
         double value;
-        int used = 0;
         if (part.empty() || part.size() > 12 ||
             part.find_first_not_of(allowed) != std::string::npos ||
-            std::sscanf(part.c_str(), "%lf%n", &value, &used) != 1 ||
-            part.size() != static_cast<size_t>(used))
+            std::from_chars(part.data(), end, value).ptr != end)
             return std::nullopt;
         seconds = seconds * 60 + value;
         if (last)
@@ -53,6 +53,7 @@ static PLAYER_RAW RawOf(const std::string &text)
 {
     unsigned bits = 0, channels = 0, hz = 0;
     char more;
+    // NOLINTNEXTLINE(cert-err34-c): nine digits are no overflow
     if (std::sscanf(text.c_str(), "%9u,%9u,%9u%c", &bits, &channels, &hz, &more) != 3 ||
         (bits != 8 && bits != 16) || channels < 1 || channels > 32 || hz < 1 || hz > 768000)
         throw CLI::ValidationError("--raw", "needs 8 or 16 bits, 1 to 32 channels, 1 to 768000 Hz");

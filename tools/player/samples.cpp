@@ -25,7 +25,7 @@ static int32_t Get(const uint8_t *from, uint32_t bits)
 // noise of constant power that does not follow the sound.
 static int64_t Noise(int64_t step)
 {
-    static std::mt19937 random;  // each run has the same
+    static std::mt19937 random;  // NOLINT(cert-msc32-c,cert-msc51-cpp): each run has the same
     const auto even = [step] { return static_cast<int64_t>(random()) % step; };
     return even() + even() + 1 - step;
 }

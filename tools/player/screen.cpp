@@ -30,7 +30,7 @@ static std::string Meter(double level, size_t width, bool colours)
     const double decibels = level > 0 ? 20 * std::log10(level) : -Screen_Decibels;
     const double part = std::clamp(1 + decibels / Screen_Decibels, 0.0, 1.0);
     const auto filled = static_cast<size_t>(std::lround(part * static_cast<double>(width)));
-    const std::string meter = Fill(width, filled, '|', '.');
+    std::string meter = Fill(width, filled, '|', '.');
     if (!colours)
         return meter;
     const size_t hot = width - std::max<size_t>(width / 10, 1);

@@ -43,7 +43,7 @@ static std::string WriteOne(const VIEWER_PIXELS &pixels, const std::string &out,
     const uint32_t kept = ham6 || ham8 ? pixels.Width / 8 * 8 : pixels.Width;  // whole bytes
     if (kept == 0)
         return "the picture is less than 8 pixels wide, too narrow for .ham6 and .ham8";
-    const std::string reason = Write_File(out, [&](const REPLACE &file) {
+    std::string reason = Write_File(out, [&](const REPLACE &file) {
         return ham6                         ? EncodeHAM(pixels, file.Beside, 6, compress)
                : ham8                       ? EncodeHAM(pixels, file.Beside, 8, compress)
                : Text_EndsWith(out, ".png") ? Encode_PNG(pixels, file.File)

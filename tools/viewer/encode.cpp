@@ -113,8 +113,7 @@ static std::string Deflate(PNG_STREAM &stream, std::span<uint8_t> bytes, int flu
     int status = Z_OK;
     do {
         if (stream.Z.avail_out == 0) {
-            const std::string reason =
-                stream.Z.next_out ? PutChunk(stream.File, "IDAT", stream.Out) : "";
+            std::string reason = stream.Z.next_out ? PutChunk(stream.File, "IDAT", stream.Out) : "";
             if (!reason.empty())
                 return reason;
             stream.Z.next_out = stream.Out.data();

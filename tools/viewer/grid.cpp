@@ -76,7 +76,8 @@ static void ScrollTo(float to, size_t count)
 
 void Grid_Show(const std::vector<FILES_ENTRY> &files)
 {
-    const float top = static_cast<float>(Grid_Marked / Across()) * CellHeight();
+    const size_t row = Grid_Marked / Across();
+    const float top = static_cast<float>(row) * CellHeight();
     const float bottom = top + CellHeight() + Grid_NameHeight * Screen_LetterScale();
     ScrollTo(std::clamp(scroll, std::min(bottom - Screen_Height(), top), top), files.size());
 }
@@ -227,8 +228,9 @@ void Grid_Paint(const std::vector<FILES_ENTRY> &files)
     for (size_t n = first; n < std::min(files.size(), first + rows * Across()); n++) {
         CELL &cell = cells[n];
         Fill(cell, files[n]);
-        const float x = Left() + static_cast<float>(n % Across()) * CellWidth() + Grid_Gap / 2;
-        const float y = static_cast<float>(n / Across()) * CellHeight() - scroll + Grid_Gap;
+        const size_t row = n / Across(), column = n % Across();
+        const float x = Left() + static_cast<float>(column) * CellWidth() + Grid_Gap / 2;
+        const float y = static_cast<float>(row) * CellHeight() - scroll + Grid_Gap;
         PaintCell(cell, x, std::floor(y), n == Grid_Marked);
     }
     const size_t all = std::min(files.size(), Grid_MaxAhead);

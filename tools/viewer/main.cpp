@@ -40,8 +40,10 @@ static std::string KeysText()
 {
     std::string text = "Keys:\n";
     for (const auto &[keys, what] : Window_Keys())
-        text +=
-            "  " + keys + std::string(keys.size() < 28 ? 28 - keys.size() : 1, ' ') + what + "\n";
+        text.append("  ")
+            .append(keys)
+            .append(keys.size() < 28 ? 28 - keys.size() : 1, ' ')
+            .append(what + "\n");
     return text;
 }
 
@@ -165,6 +167,7 @@ static void ReadOptions(CLI::App &app, int argc, char **argv, OPTIONS &options)
 static std::vector<std::string> Paths(const std::vector<FILES_ENTRY> &entries)
 {
     std::vector<std::string> paths;
+    paths.reserve(entries.size());
     for (const FILES_ENTRY &entry : entries)
         paths.push_back(entry.Path);
     return paths;
