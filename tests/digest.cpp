@@ -10,39 +10,30 @@
 #include "picture/gif.h"
 #include "picture/picture.h"
 
-namespace
+// 64-bit FNV-1a, continued.
+static uint64_t Digest(std::span<const uint8_t> bytes, uint64_t digest = 0xCBF29CE484222325)
 {
-
-// 64-bit FNV-1a.
-struct DIGEST {
-    uint64_t Value = 0xCBF29CE484222325;
-    void Add(std::span<const uint8_t> bytes)
-    {
-        for (const uint8_t byte : bytes)
-            Value = (Value ^ byte) * 0x100000001B3;
-    }
-};
-
-}  // namespace
+    for (const uint8_t byte : bytes)
+        digest = (digest ^ byte) * 0x100000001B3;
+    return digest;
+}
 
 static void PrintPicture(const char *path, uint8_t rules)
 {
     Picture_Rules = rules;
     const Picture p = Picture_Load(path, 0, 0);
     const std::string reason = Picture_Reason();
-    DIGEST digest;
-    if (p.Pixels)
-        digest.Add({p.Pixels, size_t{4} * p.BufferWidth * p.BufferHeight});
-    if (p.ThumbPixels)
-        digest.Add({p.ThumbPixels, size_t{4} * p.ThumbBufferWidth * p.ThumbBufferHeight});
+    const size_t size = p.Pixels ? size_t{4} * p.BufferWidth * p.BufferHeight : 0;
+    const size_t thumb = p.ThumbPixels ? size_t{4} * p.ThumbBufferWidth * p.ThumbBufferHeight : 0;
+    uint64_t digest = Digest({p.ThumbPixels, thumb}, Digest({p.Pixels, size}));
     if (p.Pixels && p.Format == PICTURE_GIF) {
         const GIF_PICTURE &gif = GIF_PictureOf(p.Pixels);
         GIF_CANVAS canvas;
         for (size_t n = 0; n < gif.Frames.size() && GIF_Compose(gif, n, canvas); n++)
-            digest.Add(canvas.Screen);
+            digest = Digest(canvas.Screen, digest);
     }
     std::printf(" %s %dx%d %d bits %016llx %s\n", Picture_FormatName(p.Format), p.Width, p.Height,
-                p.Bits, static_cast<unsigned long long>(digest.Value), reason.c_str());
+                p.Bits, static_cast<unsigned long long>(digest), reason.c_str());
     Picture_UnLoad(p);
 }
 
@@ -69,17 +60,17 @@ static bool PrintSound(const char *path, uint8_t rules)
     if (file)
         std::fseek(file.get(), static_cast<long>(facts.DataStart), SEEK_SET);
     std::vector<uint8_t> buffer(65536 - 65536 % 12);
-    DIGEST digest;
+    uint64_t digest = Digest({});
     size_t bytes = 0;
     for (SOUND_FILLED filled; bytes < maxBytes; bytes += filled.Stored) {
         filled = module.Fill(record.get(), {file.get(), buffer, true});
-        digest.Add(std::span(buffer).first(filled.Stored));
+        digest = Digest(std::span(buffer).first(filled.Stored), digest);
         if (filled.Stored == 0 && !filled.Unfinished)
             break;
     }
     std::printf(" %s %u Hz, %u channels, %u bits, %zu bytes %016llx %s\n", module.Name,
                 facts.SamplingRate, facts.Channels, facts.BitsPerSample, bytes,
-                static_cast<unsigned long long>(digest.Value), Reason_Get());
+                static_cast<unsigned long long>(digest), Reason_Get());
     return true;
 }
 

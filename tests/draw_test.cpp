@@ -1,14 +1,12 @@
 #include "picture/draw.h"
 
 #include <cmath>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "picture/graphics.h"
-#include "picture/picture.h"
+#include "tests/canvas.h"
 
 // A picture from text, '/' between its rows: a letter is the red of a pixel with green 1, blue 2
 // and alpha 3, of a blank 0. It is its own thumbnail. Columns past `width` belong to the buffer
@@ -30,23 +28,6 @@ struct SAMPLE : Picture {
         Pixels = ThumbPixels = Bytes.data();
     }
 };
-
-// Draws on a fresh target of dots, 9 by 8, and returns its reds as text without trailing dots and
-// slashes.
-static std::string Drawn(const std::function<void()> &draw)
-{
-    const SAMPLE target(std::string(9, '.') + '/' + std::string(9 * 7, '.'), 9);
-    Graphics_SetTarget(&target);
-    draw();
-    Graphics_SetTarget(nullptr);
-    std::string text;
-    for (size_t i = 0; i < 9 * 8; i++) {
-        text += static_cast<char>(target.Bytes[i * 4]);
-        if (i % 9 == 8)
-            text = text.substr(0, text.find_last_not_of('.') + 1) + '/';
-    }
-    return text.substr(0, text.find_last_not_of('/') + 1);
-}
 
 TEST(Drawing, Points)
 {
@@ -121,7 +102,7 @@ TEST(Drawing, Points)
         {"nor here", [&] { Picture_PutRotate(4, 4, INFINITY, 4, 3, letters); }, ""},
     };
     for (const auto &r : rows)
-        EXPECT_EQ(Drawn(r.draw), r.drawn) << r.what;
+        EXPECT_EQ(Drawn(9, 8, r.draw), r.drawn) << r.what;
 }
 
 TEST(Drawing, PointsOfALine)
@@ -157,11 +138,11 @@ TEST(Drawing, ExtremeSizes)
                     continue;  // slow, otherwise harmless
                 sample.Width = sample.Height = claimed;
                 const std::string scaled =
-                    Drawn([&] { Picture_Draw(4, 4, width, height, sample); });
+                    Drawn(9, 8, [&] { Picture_Draw(4, 4, width, height, sample); });
                 EXPECT_EQ(scaled.find('a') != std::string::npos, width > 0 && height > 0);
                 std::string turned;
                 if (std::abs(width) > 3 || std::abs(height) < 1000)  // slow, otherwise harmless
-                    turned = Drawn([&] { Picture_Rotate(-3, 7, width, height, 77, sample); });
+                    turned = Drawn(9, 8, [&] { Picture_Rotate(-3, 7, width, height, 77, sample); });
                 EXPECT_EQ((scaled + turned).find_first_not_of("./abcdef"), std::string::npos)
                     << width << 'x' << height;
             }

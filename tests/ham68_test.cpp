@@ -93,11 +93,7 @@ TEST(HAM68, DumpsAreMeasured)
 TEST(HAM68, AnySizeAndPrefix)
 {
     const char *impossible = "a header that cannot be";
-    const struct {
-        const char *what;
-        BYTES file;
-        const char *reason;
-    } rows[] = {
+    const std::tuple<const char *, BYTES, const char *> rows[] = {
         {"no width", MakeFile(8, 0, 4, 0, BYTES(99)), impossible},
         {"no height", MakeFile(8, 4, 0, 0, BYTES(99)), "a side of 0 pixels"},
         {"a width beyond 16 bits", MakeFile(8, 8192, 4, 0, BYTES(99)), impossible},
@@ -111,9 +107,9 @@ TEST(HAM68, AnySizeAndPrefix)
         {"a header and nothing else", Prefix(MakeFile(8, 1, 1, 0, {}), 100), impossible},
         {"a signature and nothing else", Text("HAM8"), impossible},
     };
-    for (const auto &r : rows) {
-        EXPECT_EQ(LOADED(r.file).Record.Pixels, nullptr) << r.what;
-        EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
+    for (const auto &[what, file, reason] : rows) {
+        EXPECT_EQ(LOADED(file).Record.Pixels, nullptr) << what;
+        EXPECT_STREQ(Picture_Reason(), reason) << what;
     }
     for (const int compression : {0, 1}) {
         const BYTES file = MakeFile(8, 2, 4, compression, BYTES(64, 1));

@@ -1,5 +1,6 @@
 #include "extra/heap.h"
 
+#include <cstring>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -12,9 +13,7 @@ TEST(Heap, PullsGiveBackWhatWasPushed)
         Extra_PushByte(1);
         Extra_PushWord(0x1234);
         Extra_PushDWord(0x11223344);
-        const uint8_t stored[] = {1, 0x34, 0x12, 0x44, 0x33, 0x22, 0x11};
-        for (size_t i = 0; i < sizeof stored; i++)
-            EXPECT_EQ(Extra_Heap[7][i], stored[i]);
+        EXPECT_EQ(std::memcmp(Extra_Heap[7], "\1\x34\x12\x44\x33\x22\x11", 7), 0);
         if (queue) {
             EXPECT_EQ(Extra_PullByte(), 1);
             EXPECT_EQ(Extra_PullWord(), 0x1234);

@@ -1,5 +1,6 @@
 #include "platform/system.h"
 
+#include <array>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -9,30 +10,24 @@
 TEST(System, RandomNumbersFollowTheRecurrence)
 {
     System_RND = System_RND2 = 0;
-    const struct {
-        uint16_t result, rnd, rnd2;
-    } steps[] = {{3, 4726, 22083}, {1, 53720, 52751}, {0, 33279, 44090}};
-    for (const auto &s : steps) {
-        EXPECT_EQ(System_RaNDom(10), s.result);
-        EXPECT_EQ(System_RND, s.rnd);
-        EXPECT_EQ(System_RND2, s.rnd2);
+    using STEP = std::array<uint16_t, 3>;
+    for (const STEP &step : {STEP{3, 4726, 22083}, {1, 53720, 52751}, {0, 33279, 44090}}) {
+        const uint16_t result = System_RaNDom(10);
+        EXPECT_EQ((STEP{result, System_RND, System_RND2}), step);
     }
 }
 
 TEST(System, NumbersOfTexts)
 {
-    const struct {
-        const char *text;
-        uint32_t value;
-    } rows[] = {
+    const std::pair<const char *, uint32_t> rows[] = {
         {"007", 7},        {"  12", 12},
         {"", 0},           {"000", 0},
         {" 0 10", 10},     {"4294967295", 4294967295u},
         {"4294967296", 0}, {"-5", 4294967271u},  // the minus sign counts -3 tens
         {"1a", 59},        {"99999999999999999999999", 0},
     };
-    for (const auto &r : rows)
-        EXPECT_EQ(System_StrToInt(r.text), r.value) << r.text;
+    for (const auto &[text, value] : rows)
+        EXPECT_EQ(System_StrToInt(text), value) << text;
 }
 
 TEST(System, TextsOfNumbers)
@@ -87,15 +82,12 @@ TEST(System, FieldsOfTexts)
         EXPECT_EQ(System_ReadNumber(r.text, &position), r.value) << r.text;
         EXPECT_EQ(position, r.end) << r.text;
     }
-    const struct {
-        const char *text;
-        uint8_t digits;
-        uint16_t value;
-    } hex[] = {{"1A2b", 4, 6699}, {"PY", 2, 9}, {"12345", 5, 0x2345}};
-    for (const auto &r : hex) {
+    for (const auto &[text, value] :
+         {std::pair(std::string("1A2b"), 6699), {"PY", 9}, {"12345", 0x2345}}) {
         uint32_t position = 0;
-        EXPECT_EQ(System_ReadHexNumber(r.text, &position, r.digits), r.value) << r.text;
-        EXPECT_EQ(position, r.digits) << r.text;
+        const auto digits = static_cast<uint8_t>(text.size());
+        EXPECT_EQ(System_ReadHexNumber(text.c_str(), &position, digits), value) << text;
+        EXPECT_EQ(position, digits) << text;
     }
     uint32_t position = 1;
     System_StrSkipSpace("x  \ty", &position);
@@ -113,8 +105,7 @@ TEST(System, TextFilesAreCutToTheirBuffer)
 {
     const std::string path = testing::TempDir() + "system_test.txt";
     std::ofstream(path) << "0123456789";
-    char buffer[16];
-    std::fill(std::begin(buffer), std::end(buffer), 'x');
+    char buffer[16] = "xxxxxxxxxxxxxxx";
     EXPECT_EQ(System_LoadTextFile(path.c_str(), buffer), 0);
     EXPECT_STREQ(buffer, "0123456789");
     System_LoadTextFile(path.c_str(), std::span(buffer).first(5));

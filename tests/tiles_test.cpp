@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <map>
+#include <numeric>
 
 #include <gtest/gtest.h>
 
@@ -64,7 +65,7 @@ TEST(Tiles, FacesComeRoundUpright)
 }
 
 constexpr size_t Side = 256;
-using COLOUR = std::array<uint8_t, 3>;
+using COLOUR = std::array<int, 3>;
 
 // The pixels of a tile; black unless the file fits the game.
 static std::vector<COLOUR> LoadTile(const std::string &name)
@@ -128,18 +129,15 @@ TEST(Tiles, SignsStayBoldInSmallCells)
     } rows[] = {{"Flag", isRed, 24}, {"Mine", isDark, 24}, {"Question", isWhite, 6}};
     for (const auto &r : rows) {
         const std::vector<COLOUR> tile = LoadTile(r.name);
+        std::vector<COLOUR> sums(small * small);
+        for (size_t i = 0; i < tile.size(); i++)
+            for (size_t c = 0; c < 3; c++)
+                sums[i / Side / texels * small + i % Side / texels][c] += tile[i][c];
         int pixels = 0;
         for (size_t y = 2; y < small - 2; y++)
             for (size_t x = 2; x < small - 2; x++) {
-                std::array<size_t, 3> sum = {};
-                for (size_t i = 0; i < texels * texels; i++)
-                    for (size_t c = 0; c < 3; c++)
-                        sum[c] +=
-                            tile[(y * texels + i / texels) * Side + x * texels + i % texels][c];
-                COLOUR mean = {};
-                for (size_t c = 0; c < 3; c++)
-                    mean[c] = static_cast<uint8_t>(sum[c] / texels / texels);
-                pixels += r.is(mean);
+                const auto &[red, green, blue] = sums[y * small + x];
+                pixels += r.is({red / 256, green / 256, blue / 256});
             }
         EXPECT_GE(pixels, r.pixels) << r.name;
     }
@@ -152,7 +150,7 @@ static TRIPLE Times(const MATRIX &m, const TRIPLE &v)
 {
     TRIPLE product;
     for (size_t i = 0; i < 3; i++)
-        product[i] = m[i][0] * v[0] + m[i][1] * v[1] + m[i][2] * v[2];
+        product[i] = std::inner_product(v.begin(), v.end(), m[i].begin(), 0.0);
     return product;
 }
 
@@ -191,10 +189,7 @@ TEST(Tiles, DigitsStandOutToAllEyes)
 {
     // Machado, Oliveira, Fernandes 2009: "A Physiologically-based Model for Simulation of Color
     // Vision Deficiency", severity 1.
-    const struct {
-        const char *what;
-        MATRIX matrix;
-    } eyes[] = {
+    const std::pair<const char *, MATRIX> eyes[] = {
         // clang-format off
         {"all colours",  {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}}},
         {"deuteranopia", {{{0.367322, 0.860646, -0.227968}, {0.280085, 0.672501, 0.047413},
@@ -209,16 +204,16 @@ TEST(Tiles, DigitsStandOutToAllEyes)
     std::vector<COLOUR> colours = {empty[Side * Side / 2 + Side / 2]};  // 0 is the floor
     for (const char *name : {"One", "Two", "Three", "Four", "Five", "Six", "Seven", "Eight"})
         colours.push_back(DigitColour(name, empty));
-    for (const auto &eye : eyes)
+    for (const auto &[eye, matrix] : eyes)
         for (size_t i = 0; i < colours.size(); i++)
             for (size_t k = 0; k < i; k++) {
-                const TRIPLE a = Lab(colours[i], eye.matrix), b = Lab(colours[k], eye.matrix);
+                const TRIPLE a = Lab(colours[i], matrix), b = Lab(colours[k], matrix);
                 EXPECT_GT(std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]), 20)
-                    << i << " and " << k << ", " << eye.what;
+                    << i << " and " << k << ", " << eye;
             }
     // W3C, "Web Content Accessibility Guidelines": contrast ratio.
     const auto lit = [&](const COLOUR &colour) {
-        return std::pow((Lab(colour, eyes[0].matrix)[0] + 16) / 116, 3) + 0.05;
+        return std::pow((Lab(colour, eyes[0].second)[0] + 16) / 116, 3) + 0.05;
     };
     for (size_t i = 1; i < colours.size(); i++)
         EXPECT_GT(lit(colours[0]) / lit(colours[i]), 4.5) << i;
