@@ -384,13 +384,14 @@ TEST(JPG, ExifFactsAndThumbnails)
         EXPECT_EQ(exif.IFDs[15].Count, 6) << "the chain goes round";
     }
     // JFIF: raw RGB after the segment's fields.
-    const BYTES jfif = Text("JFIF\0\1\2\0\0\1\0\1") + BYTES{2, 1, 10, 20, 30, 40, 50, 60};
+    const BYTES jfif =
+        Text("JFIF\0\1\2\0\0\1\0\1") + BYTES{2, 2, 10, 20, 30, 40, 50, 60, 70, 80, 90, 1, 2, 3};
     BYTES file = With(picture, 2, Segment(0xE0, jfif));
     const Picture loaded = Picture_Load(WriteTemp("jfif.jpg", file).c_str(), 0, 0);
-    EXPECT_EQ(loaded.ThumbWidth * 10 + loaded.ThumbHeight, 21);
+    EXPECT_EQ(loaded.ThumbWidth * 10 + loaded.ThumbHeight, 22);
     ASSERT_NE(loaded.ThumbPixels, nullptr);
-    EXPECT_EQ(BYTES(loaded.ThumbPixels, loaded.ThumbPixels + 8),
-              (BYTES{10, 20, 30, 255, 40, 50, 60, 255}));
+    EXPECT_EQ(BYTES(loaded.ThumbPixels, loaded.ThumbPixels + 16),
+              (BYTES{10, 20, 30, 255, 40, 50, 60, 255, 70, 80, 90, 255, 1, 2, 3, 255}));
     Picture_UnLoad(loaded);
 }
 
