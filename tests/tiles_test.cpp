@@ -122,13 +122,10 @@ TEST(Tiles, SignsStayBoldInSmallCells)
     const auto isDark = [](const COLOUR &c) { return Sum(c) < 240; };
     const auto isWhite = [](const COLOUR &c) { return Sum(c) > 540; };
     constexpr size_t small = 16, texels = Side / small;  // the mipmap level in a 64 by 64 field
-    const struct {
-        const char *name;
-        bool (*is)(const COLOUR &);
-        int pixels;  // other than the rim's
-    } rows[] = {{"Flag", isRed, 24}, {"Mine", isDark, 24}, {"Question", isWhite, 6}};
-    for (const auto &r : rows) {
-        const std::vector<COLOUR> tile = LoadTile(r.name);
+    const std::tuple<const char *, bool (*)(const COLOUR &), int> rows[] = {
+        {"Flag", isRed, 24}, {"Mine", isDark, 24}, {"Question", isWhite, 6}};
+    for (const auto &[name, is, least] : rows) {
+        const std::vector<COLOUR> tile = LoadTile(name);
         std::vector<COLOUR> sums(small * small);
         for (size_t i = 0; i < tile.size(); i++)
             for (size_t c = 0; c < 3; c++)
@@ -137,9 +134,9 @@ TEST(Tiles, SignsStayBoldInSmallCells)
         for (size_t y = 2; y < small - 2; y++)
             for (size_t x = 2; x < small - 2; x++) {
                 const auto &[red, green, blue] = sums[y * small + x];
-                pixels += r.is({red / 256, green / 256, blue / 256});
+                pixels += is({red / 256, green / 256, blue / 256});
             }
-        EXPECT_GE(pixels, r.pixels) << r.name;
+        EXPECT_GE(pixels, least) << name;
     }
 }
 
