@@ -56,13 +56,6 @@ protected:
 
 constexpr char defaultEntry[] = "NoName\n59:59:59:1000, 10000\n";
 
-TEST_F(Hiscore, FileNameTellsTheField)
-{
-    xDim = yDim = 64, nMines = 255;
-    NameHiscoreFile();
-    EXPECT_STREQ(fnHiscore.data(), "datas/topten_64x64_255.txt");
-}
-
 TEST_F(Hiscore, WhatTheFileLacksIsDefault)
 {
     const std::string good = "Anna 2\n00:00:12:0340, 00013\n", empty = "\n00:01:00:0000, 00020\n";
