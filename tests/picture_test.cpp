@@ -34,12 +34,10 @@ TEST(PictureCheck, TheLastSignatureThatMatchesWins)
     for (const auto &[what, bytes, format] : rows)
         EXPECT_EQ(Picture_Check(WriteTemp("check", bytes).c_str(), 0), format) << what;
 
-    BYTES late(256, '.');
-    const BYTES names = Text("_width _height _bits");
-    std::copy(names.begin(), names.end(), late.end() - static_cast<ptrdiff_t>(names.size()));
+    const BYTES late = BYTES(236, '.') + Text("_width _height _bits");  // 256 bytes are read
     EXPECT_EQ(Picture_Check(WriteTemp("check", late).c_str(), 0), PICTURE_XBM);
-    late.insert(late.begin(), '.');
-    EXPECT_EQ(Picture_Check(WriteTemp("check", late).c_str(), 0), PICTURE_UNKNOWN);
+    const BYTES later = BYTES{'.'} + late;
+    EXPECT_EQ(Picture_Check(WriteTemp("check", later).c_str(), 0), PICTURE_UNKNOWN);
 }
 
 TEST(PictureCheck, RawPlanesAreTakenAtTheCallersWord)
