@@ -352,7 +352,8 @@ static float WholeAspect()
 {
     const int32_t longer = std::max(System_ScreenWidth, System_ScreenHeight);
     const int32_t shorter = std::min(System_ScreenWidth, System_ScreenHeight);
-    return shorter > 0 ? static_cast<float>(longer / shorter) : 1;
+    const int32_t whole = shorter > 0 ? longer / shorter : 1;
+    return static_cast<float>(whole);
 }
 
 void GLFEW_ChangePerspective(GLFEW_VERTEX &record, float fovDegrees, float near, float far)

@@ -19,12 +19,12 @@ uint16_t System_StrLen(const char *s)
 
 void System_StrCpy(char *dst, const char *src)
 {
-    std::strcpy(dst, src);
+    std::strcpy(dst, src);  // NOLINT(clang-analyzer-security.insecureAPI.strcpy): the caller counts
 }
 
 void System_StrCat(char *dst, const char *src)
 {
-    std::strcat(dst, src);
+    std::strcat(dst, src);  // NOLINT(clang-analyzer-security.insecureAPI.strcpy): the same
 }
 
 static bool MatchesAt(const char *text, const char *pattern, int8_t offset)
@@ -68,6 +68,7 @@ uint32_t System_StrToInt(const char *s)
         s++;
     uint32_t value = 0;
     double place = 0;
+    // NOLINTNEXTLINE(cert-flp30-c): whole numbers
     for (size_t i = std::strlen(s); i-- > 0; place++) {
         const int digit = static_cast<uint8_t>(s[i]) - '0';
         value = System_TruncateToUDWord(value + digit * std::pow(10.0, place));
@@ -129,9 +130,10 @@ uint32_t System_TruncateToUDWord(double value)
 
 void System_RaNDomize()
 {
+    // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): dice of a game
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     const auto draw = [] {
-        // NOLINTNEXTLINE(cert-msc30-c,cert-msc50-cpp): dice of a game
+        // NOLINTNEXTLINE(cert-msc30-c,cert-msc50-cpp): the same
         const int first = std::rand() % 32767, second = std::rand() % 32767;
         return static_cast<uint16_t>(first + second);
     };

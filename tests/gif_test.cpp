@@ -296,7 +296,7 @@ TEST(GIF, TheFirstFrameLiesOverItsOwnIndexes)
 
 TEST(GIF, BlocksBesideTheFrames)
 {
-    const BYTES comment = BYTES{'!', 254, 200} + BYTES(200, 'c') + BYTES{0};
+    const BYTES comment = BYTES{'!', 254, 200} + BYTES(199, 'c') + BYTES{',', 0};
     const BYTES application = Text("!\xFF\x0BNETSCAPE2.0\3\1;!\0");
     const BYTES plainText = BYTES{'!', 1, 12} + BYTES(12, ',') + BYTES{2, 'a', 'b', 0};
     const LOADED loaded(Screen(1, 1) + application + Control(0, 9) + comment + plainText +

@@ -381,6 +381,7 @@ TEST(JPG, ExifFactsAndThumbnails)
         EXPECT_STREQ(JPG_GetExif(&exif)->Make.data(), "Maker");
         EXPECT_EQ(exif.LongitudeReference, '0');
         EXPECT_EQ(exif.ByteOrder, big ? 'M' : 'I');
+        EXPECT_EQ(exif.IFDs[15].Count, 6) << "the chain goes round";
     }
     // JFIF: raw RGB after the segment's fields.
     const BYTES jfif = Text("JFIF\0\1\2\0\0\1\0\1") + BYTES{2, 1, 10, 20, 30, 40, 50, 60};

@@ -222,6 +222,8 @@ TEST(TIF, PixelsByTheFormatsRules)
         {"32 bits", "258=32 262=1 273=8", "01020304", "", "32 bits a sample"},
         {"floating point", "258=16 262=1 273=8 339=3", "0102", "", "floating point"},
         {"zstd", "258=8 259=50000 262=1 273=8", "0102", "", "zstd compression"},
+        {"more pixels than LZW packs", "256=168 257=131 258=8 259=5 262=1 273=8 279=1", "80", "",
+         "99 bytes cannot hold 168 x 131 pixels"},
         {"a compression of no name", "258=8 259=99 262=1 273=8", "01", "", "compression 99"},
         {"L*a*b*", "258=8,8,8 262=8 273=8 277=3", "010203", "", "CIE L*a*b* colours"},
         {"differences of floats", "258=8 259=8 262=1 273=8 317=3", "0102", "", "predictor 3"},
@@ -240,6 +242,26 @@ TEST(TIF, PixelsByTheFormatsRules)
             EXPECT_EQ(ShowByFormat(file), r.pixels) << r.what;
             EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
         }
+}
+
+TEST(TIF, WhatIsNotDecodedIsNamed)
+{
+    const std::pair<std::string, std::vector<int>> packings[] = {
+        {"old-style JPEG", {6}},  {"JBIG", {9, 10, 34661}},   {"NeXT", {32766}},
+        {"ThunderScan", {32809}}, {"LogLuv", {34676, 34677}}, {"JPEG 2000", {34712}},
+        {"LZMA", {34925}},        {"WebP", {50001}}};
+    for (const auto &[name, numbers] : packings)
+        for (const int n : numbers) {
+            ShowByFormat(MakeFile({1}, "258=8 262=1 273=8 259=" + std::to_string(n)));
+            EXPECT_EQ(Picture_Reason(), name + " compression") << n;
+        }
+    for (const auto &[name, n] : {std::pair<std::string, int>("ICC L*a*b*", 9),
+                                  {"ITU L*a*b*", 10},
+                                  {"colour filter array", 32803},
+                                  {"LogLuv", 32844}}) {
+        ShowByFormat(MakeFile({1}, "258=8 273=8 262=" + std::to_string(n)));
+        EXPECT_EQ(Picture_Reason(), name + " colours");
+    }
 }
 
 // Codes as LZW writes them, highest bit first, longer as the table fills.
@@ -367,6 +389,9 @@ TEST(TIF, HeaderKeepsDirectories)
     EXPECT_EQ(std::tuple(h.ByteOrder, h.Magic, h.DataPosition), std::tuple('I', 42, 8u));
     TIF_UnLoad();
     EXPECT_EQ(TIF_Decoding(), nullptr);
+    TIF_Load(OwnFile(MakeFile({1}, "258=8 269:1=97" + Repeat(",97", 199))).c_str());
+    EXPECT_EQ(TIF_Header.DocumentName.data(), std::string(127, 'a'));
+    TIF_UnLoad();
 }
 
 TEST(TIF, Pages)

@@ -64,7 +64,7 @@ std::string Write_File(const std::string &path,
     if (const int error = Replace_Open(file, path))
         return Write_Reason(error);
     const CLEANER cleaner(file.Beside);
-    if (const std::string reason = fill(file); !reason.empty())
+    if (std::string reason = fill(file); !reason.empty())
         return reason;
     const int error = Replace_Commit(file);
     return error != 0 ? Write_Reason(error) : "";

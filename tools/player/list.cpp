@@ -88,8 +88,9 @@ static std::string FromPercent(const std::string &text)
 static std::string Locate(const std::filesystem::path &folder, const std::string &name)
 {
     constexpr std::string_view local = "file://";
-    if (name.starts_with(local))
-        return FromPercent(name.substr(name.find('/', local.size())));
+    const size_t path = name.starts_with(local) ? name.find('/', local.size()) : std::string::npos;
+    if (path != std::string::npos)
+        return FromPercent(name.substr(path));
     std::string slashed = name;
     std::ranges::replace(slashed, '\\', '/');
     std::error_code ignored;

@@ -837,8 +837,11 @@ static void PaintDetails()
 static void PaintHelp()
 {
     std::vector<std::string> lines;
-    for (const auto &[keys, what] : Window_Keys())
-        lines.push_back(keys + std::string(28 - std::min<size_t>(keys.size(), 27), ' ') + what);
+    for (const auto &[keys, what] : Window_Keys()) {
+        std::string &line = lines.emplace_back(keys);
+        line.resize(std::max<size_t>(keys.size() + 1, 28), ' ');
+        line += what;
+    }
     Screen_SetLabel(view.Help, lines);
     Screen_DrawLabel(view.Help, std::max(std::floor((Screen_Width() - view.Help.Width) / 2), 0.0F),
                      std::max(std::floor((Screen_Height() - view.Help.Height) / 2), 0.0F));
