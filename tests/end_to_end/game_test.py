@@ -173,9 +173,8 @@ class Games(unittest.TestCase):
 
         steps = re.findall(r"^ {4}\d\.step|^ {3}\d\d\.step", printed, re.M)
         self.assertEqual([int(s.strip().split(".")[0]) for s in steps], list(range(1, len(steps) + 1)))
-        self.assertTrue(printed.startswith(INTRODUCTION.format(*size)), printed[:400])
         progress = "".join("Generate object at ({}, {})\r".format(*cell) * 6 for cell in cells(size))
-        self.assertIn(INTRODUCTION.format(*size) + progress + "\n\nOK, let's play.\n\nTitle: ", printed)
+        self.assertTrue(printed.startswith(INTRODUCTION.format(*size) + progress + "\n\nOK, let's play.\n\nTitle: "), printed[:400])
         music = printed[printed.index("Title: "):printed.index("    1.step")]
         self.assertRegex(music, r"\ATitle: [^\n]+\nArtist: [^\n]+\nYear: [^\n]+\nComment: [^\n]+\n\n\Z")
         self.assertRegex(printed, r"\n\n    1\.step: 00:00:00:0000 RIGHT Mouse button at \({},{}\)\n".format(*first))
@@ -471,14 +470,8 @@ class Games(unittest.TestCase):
             status, printed, errors = run(arguments)
             lines = errors.splitlines()
             self.assertEqual((status, printed), (1, ""))
-            self.assertRegex(lines.pop(), "^No window: ")
+            self.assertRegex(lines.pop(), "^No window: .*DISPLAY")
             self.assertEqual(lines, [f"tessaruvinel: {why}: playing 10 by 10 with 20 mines"] if why else [])
-
-    def test_without_a_display(self):
-        run = subprocess.run([PROGRAM], cwd=self.folder.path, capture_output=True, text=True,
-                             env={k: v for k, v in os.environ.items() if "DISPLAY" not in k})
-        self.assertEqual((run.returncode, run.stdout), (1, ""))
-        self.assertRegex(run.stderr, r"\ANo window: [^\n]*DISPLAY[^\n]*\n\Z")
 
 
 def load_tests(_loader, tests, _pattern):
