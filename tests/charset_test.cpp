@@ -178,11 +178,7 @@ TEST(CharSet, Points)
     std::string full;
     for (int y = 0; y < 20; y++)
         full += (y == 0 ? "" : "/") + std::string(40, '#');
-    const struct {
-        const char *what;
-        std::function<void()> draw;
-        std::string drawn;
-    } rows[] = {
+    const std::tuple<const char *, std::function<void()>, std::string> rows[] = {
         // Glyph 2 of set 2 and glyph 4 of set 3 are corners of lines, 26 and 30 blocks.
         {"a corner", [] { CharSet_PutChar(1, 0, 2, 2, 1, 1); },
          "///....#####/....#/....#/....#/....#"},
@@ -204,8 +200,8 @@ TEST(CharSet, Points)
         {"set 14's pitch", [] { CharSet_PutText(0, -13, "__", 14, 1, 1); },
          "/################..################/################..################"},
     };
-    for (const auto &r : rows)
-        EXPECT_EQ(Drawn(40, 20, r.draw), r.drawn) << r.what;
+    for (const auto &[what, draw, drawn] : rows)
+        EXPECT_EQ(Drawn(40, 20, draw), drawn) << what;
 }
 
 TEST(CharSet, AnythingMayBeDrawn)

@@ -46,11 +46,7 @@ TEST(Drawing, Points)
         Picture_Inverse(0, 1, 3, 2, abc);
         EXPECT_EQ(Graphics_GetPixel(0, 1), 0x03FDFE9Eu);
     };
-    const struct {
-        const char *what;
-        std::function<void()> draw;
-        const char *drawn;
-    } rows[] = {
+    const std::tuple<const char *, std::function<void()>, const char *> rows[] = {
         // Rows go upwards from y.
         {"its own size", [&] { Picture_Draw(1, 2, 3, 2, abc); }, "/..cd/.ab"},
         {"not mirrored across", [&] { Picture_HDraw(1, 2, 3, 2, abc); }, "/..cd/.ab"},
@@ -101,8 +97,8 @@ TEST(Drawing, Points)
         {"no angle", [&] { Picture_Rotate(1, 5, 7, 4, NAN, letters); }, ""},
         {"nor here", [&] { Picture_PutRotate(4, 4, INFINITY, 4, 3, letters); }, ""},
     };
-    for (const auto &r : rows)
-        EXPECT_EQ(Drawn(9, 8, r.draw), r.drawn) << r.what;
+    for (const auto &[what, draw, drawn] : rows)
+        EXPECT_EQ(Drawn(9, 8, draw), drawn) << what;
 }
 
 TEST(Drawing, PointsOfALine)

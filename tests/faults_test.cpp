@@ -5,16 +5,6 @@
 #include "picture/ham68.h"
 #include "tests/pictures.h"
 
-namespace
-{
-
-struct RESULT {
-    BYTES Pixels;
-    std::string Reason;
-};
-
-}  // namespace
-
 // One small file of each kind, and a missing one.
 static std::vector<std::string> Files()
 {
@@ -32,8 +22,9 @@ static std::vector<std::string> Files()
     return files;
 }
 
-// Loads a file while the fault is armed; a GIF's last frame is composed, too.
-static RESULT LoadWith(const std::string &path, FAULT &fault, long left)
+// The pixels of a file loaded while the fault is armed, a GIF's last frame composed, and the
+// reason.
+static std::pair<BYTES, std::string> LoadWith(const std::string &path, FAULT &fault, long left)
 {
     fault = {left, fault.Lasting};
     const Picture picture = Picture_Load(path.c_str(), 0, 0);
@@ -41,10 +32,10 @@ static RESULT LoadWith(const std::string &path, FAULT &fault, long left)
     if (picture.Pixels && picture.Format == PICTURE_GIF && Picture_Rules == PICTURE_RULES_FORMAT)
         GIF_Compose(GIF_PictureOf(picture.Pixels), GIF_Header.FrameCount - 1u, canvas);
     fault.Left = -1;
-    RESULT result{Cropped(picture), Picture_Reason()};
-    result.Pixels.insert(result.Pixels.end(), canvas.Screen.begin(), canvas.Screen.end());
+    const std::string reason = Picture_Reason();
+    const BYTES pixels = Cropped(picture) + BYTES(canvas.Screen.begin(), canvas.Screen.end());
     Picture_UnLoad(picture);
-    return result;
+    return {pixels, reason};
 }
 
 static long LiveAfterLoad(const std::string &path)
@@ -64,13 +55,13 @@ TEST_P(Faults, NoMemoryIsAReasonAndNoLeak)
     for (const std::string &path : Files()) {
         const long before = Faults_Live();
         EXPECT_EQ(LiveAfterLoad(path), before) << path;
-        const RESULT whole = LoadWith(path, Faults_Memory, -1);
+        const BYTES whole = LoadWith(path, Faults_Memory, -1).first;
         const long live = Faults_Live();
         for (long n = 0; n == 0 || Faults_Memory.Struck; n++) {
-            const RESULT part = LoadWith(path, Faults_Memory, n);
-            const bool refused = Faults_Memory.Struck && part.Reason == "out of memory" &&
-                                 (part.Pixels.empty() || path.ends_with(".gif"));  // its last frame
-            EXPECT_TRUE(refused || part.Pixels == whole.Pixels) << path << n << part.Reason;
+            const auto [pixels, reason] = LoadWith(path, Faults_Memory, n);
+            const bool refused = Faults_Memory.Struck && reason == "out of memory" &&
+                                 (pixels.empty() || path.ends_with(".gif"));  // its last frame
+            EXPECT_TRUE(refused || pixels == whole) << path << n << reason;
             ASSERT_LT(n, 10000) << path;
         }
         EXPECT_EQ(LiveAfterLoad(path), live) << path;
@@ -83,10 +74,10 @@ TEST_P(Faults, AFailedReadIsNoShorterFile)
     Faults_Reads.Lasting = true;
     for (const std::string &path : Files())
         for (long n = 0; n == 0 || Faults_Reads.Struck; n++) {
-            const RESULT part = LoadWith(path, Faults_Reads, n);
+            const auto [pixels, reason] = LoadWith(path, Faults_Reads, n);
             if (Faults_Reads.Struck) {
-                EXPECT_EQ(part.Reason, "cannot be read: Input/output error") << path << n;
-                EXPECT_TRUE(part.Pixels.empty()) << path << ", read " << n;
+                EXPECT_EQ(reason, "cannot be read: Input/output error") << path << n;
+                EXPECT_TRUE(pixels.empty()) << path << ", read " << n;
             }
             ASSERT_LT(n, 100) << path;
         }

@@ -43,10 +43,7 @@ TEST(HAM68, PixelsHoldAndModify)
 
 TEST(HAM68, RunsExpand)
 {
-    const struct {
-        const char *what;
-        BYTES packed, plain;
-    } rows[] = {
+    const std::tuple<const char *, BYTES, BYTES> rows[] = {
         {"bytes and a run", {9, 1, 0, 5, 7, 8}, {9, 7, 7, 7, 7, 7, 8}},
         {"the escape itself", {1, 255, 1, 255, 2}, {1, 1, 2}},
         {"an empty run", {1, 0, 0, 7, 3}, {3}},
@@ -54,9 +51,9 @@ TEST(HAM68, RunsExpand)
         {"cut in the escape", {5, 1}, {5}},
         {"cut in the count", {5, 1, 0}, {5}},
     };
-    for (const auto &r : rows) {
-        HAM68_Load(WriteTemp("ham68", MakeFile(8, 1, 1, 1, r.packed)).c_str(), 0, 0);
-        EXPECT_EQ(BYTES(HAM68_File.begin() + 292, HAM68_File.end()), r.plain) << r.what;
+    for (const auto &[what, packed, plain] : rows) {
+        HAM68_Load(WriteTemp("ham68", MakeFile(8, 1, 1, 1, packed)).c_str(), 0, 0);
+        EXPECT_EQ(BYTES(HAM68_File.begin() + 292, HAM68_File.end()), plain) << what;
         HAM68_UnLoad();
     }
 }
@@ -137,12 +134,7 @@ static BYTES EncodedCodes(const BYTES &rgb, uint16_t code)
 
 TEST(HAM68, EncoderChangesOneComponent)
 {
-    const struct {
-        const char *what;
-        BYTES rgb;
-        uint16_t code;
-        BYTES codes;
-    } rows[] = {
+    const std::tuple<const char *, BYTES, uint16_t, BYTES> rows[] = {
         {"the greatest change", {200, 10, 10, 200, 90, 10, 200, 90, 91}, 8, {202, 91, 89}},
         {"red on a tie, then green", {50, 50, 0, 50, 50, 0}, 8, {48 | 2, 48 | 3}},
         {"a held colour repeats its code", {200, 0, 0, 200, 0, 0}, 8, {200 | 2, 200 | 2}},
@@ -151,8 +143,8 @@ TEST(HAM68, EncoderChangesOneComponent)
         {"HAM6 controls on top", {200, 10, 10, 200, 90, 10, 200, 90, 240}, 6, {44, 53, 31}},
         {"HAM6 grey", BYTES(12, 80), 6, {37, 53, 21, 5}},
     };
-    for (const auto &r : rows)
-        EXPECT_EQ(EncodedCodes(r.rgb, r.code), r.codes) << r.what;
+    for (const auto &[what, rgb, code, codes] : rows)
+        EXPECT_EQ(EncodedCodes(rgb, code), codes) << what;
 }
 
 TEST(HAM68, WrittenFiles)

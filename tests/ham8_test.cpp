@@ -14,11 +14,7 @@ static uint8_t Low(size_t v)
 
 TEST(HAM8, DecodedAsItWasMeant)
 {
-    const struct {
-        const char *what;
-        HAM8_RGB (*colour)(size_t x, size_t y);
-        bool exact;
-    } rows[] = {
+    const std::tuple<const char *, HAM8_RGB (*)(size_t x, size_t y), bool> rows[] = {
         {"64 odd colours",
          [](size_t x, size_t y) {
              const size_t k = (x * x + 5 * y) % 64;
@@ -36,20 +32,20 @@ TEST(HAM8, DecodedAsItWasMeant)
          },
          false},
     };
-    for (const auto &r : rows) {
+    for (const auto &[what, colour, exact] : rows) {
         std::vector<HAM8_RGB> pixels;
         for (size_t i = 0; i < Width * Height; i++)
-            pixels.push_back(r.colour(i % Width, i / Width));
+            pixels.push_back(colour(i % Width, i / Width));
         const HAM8_IMAGE image = HAM8_Encode(pixels, Width, 20);
         const Picture picture = Picture_Load(WriteTemp("ham8", HAM8_File(image)).c_str(), 0, 0);
-        ASSERT_TRUE(picture.Pixels && picture.Width == Width && picture.Height == Height) << r.what;
+        ASSERT_TRUE(picture.Pixels && picture.Width == Width && picture.Height == Height) << what;
         uint64_t squares = 0;
         for (size_t i = 0; i < pixels.size() * 3; i++) {
             const int error = picture.Pixels[i / 3 * 4 + i % 3] - pixels[i / 3][i % 3];
             squares += static_cast<uint64_t>(error * error);
         }
         Picture_UnLoad(picture);
-        EXPECT_EQ(squares, image.Cost) << r.what;
-        EXPECT_EQ(squares == 0, r.exact) << r.what;
+        EXPECT_EQ(squares, image.Cost) << what;
+        EXPECT_EQ(squares == 0, exact) << what;
     }
 }

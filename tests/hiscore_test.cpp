@@ -56,20 +56,10 @@ protected:
 
 constexpr char defaultEntry[] = "NoName\n59:59:59:1000, 10000\n";
 
-TEST_F(Hiscore, FileNameTellsTheField)
-{
-    xDim = yDim = 64, nMines = 255;
-    NameHiscoreFile();
-    EXPECT_STREQ(fnHiscore.data(), "datas/topten_64x64_255.txt");
-}
-
 TEST_F(Hiscore, WhatTheFileLacksIsDefault)
 {
     const std::string good = "Anna 2\n00:00:12:0340, 00013\n", empty = "\n00:01:00:0000, 00020\n";
-    const struct {
-        const char *what;
-        std::string file, table;
-    } rows[] = {
+    const std::tuple<const char *, std::string, std::string> rows[] = {
         {"as the game writes it", good + empty + Repeat(defaultEntry, 8),
          good + empty + Repeat(defaultEntry, 8)},
         {"empty", "", Repeat(defaultEntry, 10)},
@@ -83,11 +73,11 @@ TEST_F(Hiscore, WhatTheFileLacksIsDefault)
          "Bob\n255:59:59:0990, 123456\n" + Repeat(defaultEntry, 9)},
         {"more than ten", Repeat(good, 12), Repeat(good, 10)},
     };
-    for (const auto &r : rows) {
-        WriteText(r.file);
+    for (const auto &[what, file, table] : rows) {
+        WriteText(file);
         ReadHiscore();
         WriteHiscore();
-        EXPECT_EQ(ReadText(), r.table) << r.what;
+        EXPECT_EQ(ReadText(), table) << what;
     }
 }
 

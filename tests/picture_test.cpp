@@ -9,11 +9,7 @@
 
 TEST(PictureCheck, TheLastSignatureThatMatchesWins)
 {
-    const struct {
-        const char *what;
-        BYTES bytes;
-        uint8_t format;
-    } rows[] = {
+    const std::tuple<const char *, BYTES, uint8_t> rows[] = {
         {"empty", {}, PICTURE_UNKNOWN},
         {"HAM6", Text("HAM6"), PICTURE_HAM68},
         {"BMP", Text("BM"), PICTURE_BMP},
@@ -35,15 +31,13 @@ TEST(PictureCheck, TheLastSignatureThatMatchesWins)
         {"GIF", Text("GIF89a"), PICTURE_GIF},
         {"sprites", Text("SPRITES"), PICTURE_SPRITES},
     };
-    for (const auto &r : rows)
-        EXPECT_EQ(Picture_Check(WriteTemp("check", r.bytes).c_str(), 0), r.format) << r.what;
+    for (const auto &[what, bytes, format] : rows)
+        EXPECT_EQ(Picture_Check(WriteTemp("check", bytes).c_str(), 0), format) << what;
 
-    BYTES late(256, '.');
-    const BYTES names = Text("_width _height _bits");
-    std::copy(names.begin(), names.end(), late.end() - static_cast<ptrdiff_t>(names.size()));
+    const BYTES late = BYTES(236, '.') + Text("_width _height _bits");  // 256 bytes are read
     EXPECT_EQ(Picture_Check(WriteTemp("check", late).c_str(), 0), PICTURE_XBM);
-    late.insert(late.begin(), '.');
-    EXPECT_EQ(Picture_Check(WriteTemp("check", late).c_str(), 0), PICTURE_UNKNOWN);
+    const BYTES later = BYTES{'.'} + late;
+    EXPECT_EQ(Picture_Check(WriteTemp("check", later).c_str(), 0), PICTURE_UNKNOWN);
 }
 
 TEST(PictureCheck, RawPlanesAreTakenAtTheCallersWord)
@@ -80,11 +74,7 @@ TEST(PictureLoad, SizesAreBounded)
     std::free(pixels);
     EXPECT_EQ(Picture_NewPixels(10, 11), nullptr);
     Picture_MaxBytes = limit;
-    const struct {
-        const char *what;
-        PICTURE_CLAIM claim;
-        const char *reason;
-    } rows[] = {
+    const std::tuple<const char *, PICTURE_CLAIM, const char *> rows[] = {
         {"an eighth of the pixels", {100, 80, 1000, 10}, ""},
         {"less", {100, 80, 999, 10}, "10 bytes cannot hold 100 x 80 pixels"},
         {"no height", {100, 0, 1000, 10}, "a side of 0 pixels"},
@@ -99,10 +89,10 @@ TEST(PictureLoad, SizesAreBounded)
          {16384, 8193, 1 << 30, 1 << 20},
          "16384 x 8193 pixels are more than 512 MiB"},
     };
-    for (const auto &r : rows) {
+    for (const auto &[what, claim, reason] : rows) {
         Reason_Clear();
-        EXPECT_EQ(Picture_Believes(r.claim), *r.reason == 0) << r.what;
-        EXPECT_STREQ(Picture_Reason(), r.reason) << r.what;
+        EXPECT_EQ(Picture_Believes(claim), *reason == 0) << what;
+        EXPECT_STREQ(Picture_Reason(), reason) << what;
     }
     EXPECT_STREQ(Picture_FormatName(PICTURE_PNG), "PNG");
     EXPECT_STREQ(Picture_FormatName(200), Picture_FormatName(PICTURE_UNKNOWN));

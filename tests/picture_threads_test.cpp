@@ -25,4 +25,5 @@ TEST(PictureThreads, FourAsOne)
         return Picture_CheckBytes(file, 0) != PICTURE_UNKNOWN;
     };
     ExpectFourAsOne(FilesKnown(known), load, finish);
+    std::thread([] { EXPECT_EQ(Picture_Rules, PICTURE_RULES_FRAMEWORK); }).join();
 }

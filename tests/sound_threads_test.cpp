@@ -30,5 +30,6 @@ TEST(SoundThreads, FourAsOne)
     };
     const auto known = [](const BYTES &file) { return Audio_CheckBytes(file) > AUDIO_RAW; };
     ExpectFourAsOne(FilesKnown(known), load, finish);
+    std::thread([] { EXPECT_EQ(Audio_Rules, AUDIO_RULES_FRAMEWORK); }).join();
     ResetModules();
 }

@@ -68,19 +68,16 @@ TEST(System, SearchFindsWithCaseOffset)
 
 TEST(System, FieldsOfTexts)
 {
-    const struct {
-        const char *text;
-        uint32_t value, end;
-    } rows[] = {
+    const std::tuple<const char *, uint32_t, uint32_t> rows[] = {
         {"123 45", 123, 4},
         {"9\n\0\0\0\0\0", 9, 2},
         {"\r\0\0\0\0\0\0\0", 0, 1},
         {"123456789", 1234567, 8},  // seven characters, and the eighth is consumed with them
     };
-    for (const auto &r : rows) {
+    for (const auto &[text, value, end] : rows) {
         uint32_t position = 0;
-        EXPECT_EQ(System_ReadNumber(r.text, &position), r.value) << r.text;
-        EXPECT_EQ(position, r.end) << r.text;
+        EXPECT_EQ(System_ReadNumber(text, &position), value) << text;
+        EXPECT_EQ(position, end) << text;
     }
     for (const auto &[text, value] :
          {std::pair(std::string("1A2b"), 6699), {"PY", 9}, {"12345", 0x2345}}) {

@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <map>
-#include <numeric>
 
 #include <gtest/gtest.h>
 
@@ -122,13 +121,10 @@ TEST(Tiles, SignsStayBoldInSmallCells)
     const auto isDark = [](const COLOUR &c) { return Sum(c) < 240; };
     const auto isWhite = [](const COLOUR &c) { return Sum(c) > 540; };
     constexpr size_t small = 16, texels = Side / small;  // the mipmap level in a 64 by 64 field
-    const struct {
-        const char *name;
-        bool (*is)(const COLOUR &);
-        int pixels;  // other than the rim's
-    } rows[] = {{"Flag", isRed, 24}, {"Mine", isDark, 24}, {"Question", isWhite, 6}};
-    for (const auto &r : rows) {
-        const std::vector<COLOUR> tile = LoadTile(r.name);
+    const std::tuple<const char *, bool (*)(const COLOUR &), int> rows[] = {
+        {"Flag", isRed, 24}, {"Mine", isDark, 24}, {"Question", isWhite, 6}};
+    for (const auto &[name, is, least] : rows) {
+        const std::vector<COLOUR> tile = LoadTile(name);
         std::vector<COLOUR> sums(small * small);
         for (size_t i = 0; i < tile.size(); i++)
             for (size_t c = 0; c < 3; c++)
@@ -137,21 +133,18 @@ TEST(Tiles, SignsStayBoldInSmallCells)
         for (size_t y = 2; y < small - 2; y++)
             for (size_t x = 2; x < small - 2; x++) {
                 const auto &[red, green, blue] = sums[y * small + x];
-                pixels += r.is({red / 256, green / 256, blue / 256});
+                pixels += is({red / 256, green / 256, blue / 256});
             }
-        EXPECT_GE(pixels, r.pixels) << r.name;
+        EXPECT_GE(pixels, least) << name;
     }
 }
 
 using TRIPLE = std::array<double, 3>;
 using MATRIX = std::array<TRIPLE, 3>;
 
-static TRIPLE Times(const MATRIX &m, const TRIPLE &v)
+static double Dot(const TRIPLE &a, const TRIPLE &b)
 {
-    TRIPLE product;
-    for (size_t i = 0; i < 3; i++)
-        product[i] = std::inner_product(v.begin(), v.end(), m[i].begin(), 0.0);
-    return product;
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
 }
 
 // CIE L*a*b* (D65) of an sRGB colour, after mixing its linear components as the eye does.
@@ -165,12 +158,13 @@ static TRIPLE Lab(const COLOUR &colour, const MATRIX &eye)
         const double v = colour[i] / 255.0;
         linear[i] = v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
     }
-    TRIPLE seen = Times(eye, linear);
-    for (double &v : seen)
-        v = std::clamp(v, 0.0, 1.0);
-    TRIPLE f = Times(toXYZ, seen);
-    for (double &t : f)
-        t = t > 216.0 / 24389 ? std::cbrt(t) : (24389.0 / 27 * t + 16) / 116;
+    TRIPLE seen, f;
+    for (size_t i = 0; i < 3; i++)
+        seen[i] = std::clamp(Dot(eye[i], linear), 0.0, 1.0);
+    for (size_t i = 0; i < 3; i++) {
+        const double t = Dot(toXYZ[i], seen);
+        f[i] = t > 216.0 / 24389 ? std::cbrt(t) : (24389.0 / 27 * t + 16) / 116;
+    }
     return {116 * f[1] - 16, 500 * (f[0] - f[1]), 200 * (f[1] - f[2])};
 }
 

@@ -173,9 +173,8 @@ class Games(unittest.TestCase):
 
         steps = re.findall(r"^ {4}\d\.step|^ {3}\d\d\.step", printed, re.M)
         self.assertEqual([int(s.strip().split(".")[0]) for s in steps], list(range(1, len(steps) + 1)))
-        self.assertTrue(printed.startswith(INTRODUCTION.format(*size)), printed[:400])
         progress = "".join("Generate object at ({}, {})\r".format(*cell) * 6 for cell in cells(size))
-        self.assertIn(INTRODUCTION.format(*size) + progress + "\n\nOK, let's play.\n\nTitle: ", printed)
+        self.assertTrue(printed.startswith(INTRODUCTION.format(*size) + progress + "\n\nOK, let's play.\n\nTitle: "), printed[:400])
         music = printed[printed.index("Title: "):printed.index("    1.step")]
         self.assertRegex(music, r"\ATitle: [^\n]+\nArtist: [^\n]+\nYear: [^\n]+\nComment: [^\n]+\n\n\Z")
         self.assertRegex(printed, r"\n\n    1\.step: 00:00:00:0000 RIGHT Mouse button at \({},{}\)\n".format(*first))
@@ -225,28 +224,18 @@ class Games(unittest.TestCase):
         self.assertTrue(printed.endswith(GOODBYE + table(entries, size) + "\n"), printed[-1000:])
         self.assertEqual(self.hiscores(*size), before)
 
-    def test_a_result_that_is_too_slow(self):
-        size = (2, 2, 0)
-        best = b"Quick\n00:00:00:0000, 00001\n" * 10
-        Path(self.folder.file("topten_2x2_0.txt")).write_bytes(best)
+        best = b"Quick\n00:00:00:0000, 00001\n" * 10  # for all that follow
+        Path(self.folder.file("topten_3x2_0.txt")).write_bytes(best)
         printed = self.end(self.win(*size))
         self.assertTrue(printed.endswith(table([("Quick", "00:00:00:0000, 00001")] * 10, size)
                                          + "It does not seem like that, sorry.\n\n"), printed[-1000:])
         self.assertEqual(self.hiscores(*size), best)
 
-    def test_cells_are_picked_in_every_window(self):
-        for size, cell in [((2, 2, 0), (1, 1)), ((5, 3, 0), (5, 1)), ((64, 63, 0), (64, 63))]:
-            game = self.start(*size)
-            self.assertEqual(set(game.looks()), {"#"})
-            game.click(cell, 3)  # waits for this cell in the step's line
-            game.resize(900, 500)
-            game.click(cell, 3)
-            self.leave(game)
-
     def test_a_press_counts_where_it_was_made(self):
         cells = [(3, 3), (4, 3)]
-        for size in (10, 10, 1), (64, 64, 1):
+        for size, window in ((10, 9, 1), (900, 500)), ((64, 63, 1), (1024, 768)):
             game = self.start(*size)
+            game.resize(*window)
             for cell in cells:
                 game.click(cell, 3)  # a flagged cell takes any number of steps
                 time.sleep(1.2)
@@ -481,14 +470,8 @@ class Games(unittest.TestCase):
             status, printed, errors = run(arguments)
             lines = errors.splitlines()
             self.assertEqual((status, printed), (1, ""))
-            self.assertRegex(lines.pop(), "^No window: ")
+            self.assertRegex(lines.pop(), "^No window: .*DISPLAY")
             self.assertEqual(lines, [f"tessaruvinel: {why}: playing 10 by 10 with 20 mines"] if why else [])
-
-    def test_without_a_display(self):
-        run = subprocess.run([PROGRAM], cwd=self.folder.path, capture_output=True, text=True,
-                             env={k: v for k, v in os.environ.items() if "DISPLAY" not in k})
-        self.assertEqual((run.returncode, run.stdout), (1, ""))
-        self.assertRegex(run.stderr, r"\ANo window: [^\n]*DISPLAY[^\n]*\n\Z")
 
 
 def load_tests(_loader, tests, _pattern):
