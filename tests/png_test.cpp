@@ -8,19 +8,6 @@
 
 using namespace std::string_literals;
 
-// PNG_Decoding's result for these bytes; empty without a picture.
-static BYTES Decode(const BYTES &file)
-{
-    PNG_Load(WriteTemp("test.png", file).c_str());
-    uint8_t *pixels = PNG_Decoding();
-    BYTES result;
-    if (pixels)
-        result.assign(pixels, pixels + PNG_Header.OutputSize);
-    std::free(pixels);
-    PNG_UnLoad();
-    return result;
-}
-
 TEST(PNG, RealFilesAsOtherDecodersSeeThem)
 {
     const struct {
@@ -198,7 +185,7 @@ TEST(PNG, FiltersOfEveryPixelSize)
                 }
                 const auto height = static_cast<uint32_t>(filters.size());
                 ASSERT_EQ(
-                    Decode(File(width, height, r.depth, r.type, Chunk("IDAT", Stored(stored)))),
+                    PixelsOf(File(width, height, r.depth, r.type, Chunk("IDAT", Stored(stored)))),
                     expected)
                     << int{r.type} << ' ' << int{r.depth} << ' ' << width << ' ' << int{first};
             }
@@ -254,10 +241,10 @@ TEST(PNG, HeaderFacts)
     for (int i = 0; i < 10; i++)
         chunks = chunks + Chunk("tEXt", Text("more\0text")) + Chunk("iTXt", Text("more"));
     const BYTES file = File(1, 1, 8, 2, chunks + Image("00010203"));
-    Decode(file);
+    PixelsOf(file);
     const PNG_HEADER &h = PNG_Header;
-    EXPECT_EQ(std::tuple(h.FileSize, h.DataOffset, h.IHDRHeight, h.BitsPerPixel),
-              std::tuple(file.size(), 33 + chunks.size(), 1u, 24));
+    EXPECT_EQ(std::tuple(h.FileSize, h.DataOffset, h.IHDRHeight, h.BitsPerPixel, h.OutputSize),
+              std::tuple(file.size(), 33 + chunks.size(), 1u, 24, 4u));
     EXPECT_EQ(h.TextCount, 10);
     EXPECT_STREQ(h.Texts[0].Text.data(), "A text");
     EXPECT_EQ(h.Texts[1].Keyword.data(), std::string(79, 'k'));
@@ -277,7 +264,7 @@ TEST(PNG, HeaderFacts)
               std::tuple(2026, 11, 21, 9, 30, 59));
     EXPECT_EQ(std::tuple(h.KeyRed, h.KeyGreen, h.KeyBlue), std::tuple(1, 2, 3));
     for (const auto &[type, grey, index] : {std::array{0, 0x102, 0}, {3, 0, 1}, {4, 0x102, 0}}) {
-        Decode(File(1, 1, 8, static_cast<uint8_t>(type), Chunk("bKGD", {1, 2})));
+        PixelsOf(File(1, 1, 8, static_cast<uint8_t>(type), Chunk("bKGD", {1, 2})));
         EXPECT_EQ(h.BackgroundGrey * 1000 + h.BackgroundIndex, grey * 1000 + index) << type;
     }
 }
@@ -304,69 +291,74 @@ static std::string Dynamic(size_t literals, size_t distances)
     return bits;
 }
 
+// What a stream expands to, and whether it ends.
+static std::pair<BYTES, bool> Inflated(const BYTES &stream)
+{
+    BYTES out(40000);
+    const INFLATE_RESULT result = Inflate_All(stream, out);
+    return {Prefix(out, result.Size), result.Ended};
+}
+
+constexpr const char *Zlib = "00011110 10000000 ";
+
 TEST(Inflate, Streams)
 {
-    const std::string zlib = "00011110 10000000 ", fixed = "1 10 ", end = "0000000",
-                      a = "10010001 ";
+    const std::string fixed = "1 10 ", end = "0000000", a = "10010001 ";
     const struct {
         const char *what;
         std::string bits, out;
         bool ended;
     } rows[] = {
-        {"fixed codes", zlib + fixed + a + a + end, "aa", true},
-        {"a distance of 1 repeats", zlib + fixed + a + "11000101 00000" + end,
-         std::string(259, 'a'), true},
-        {"codes 286 and 287 are skipped", zlib + fixed + a + "11000110 11000111" + a + end, "aa",
+        {"fixed codes", fixed + a + a + end, "aa", true},
+        {"a distance of 1 repeats", fixed + a + "11000101 00000" + end, std::string(259, 'a'),
          true},
-        {"further back than there is", zlib + fixed + a + "0000001 00001" + a + end, "a", false},
-        {"no such distance", zlib + fixed + a + "0000001 11110" + a + end, "a", false},
-        {"cut short", zlib + fixed + a + "1", "a", false},
-        {"no such block", zlib + "1 11", "", false},
+        {"codes 286 and 287 are skipped", fixed + a + "11000110 11000111" + a + end, "aa", true},
+        {"further back than there is", fixed + a + "0000001 00001" + a + end, "a", false},
+        {"no such distance", fixed + a + "0000001 11110" + a + end, "a", false},
+        {"cut short", fixed + a + "1", "a", false},
+        {"no such block", "1 11", "", false},
         {"a repeat from the literals' lengths to the distances'",
-         zlib + Dynamic(258, 2) + Zeros(97) + Length(2) + Zeros(138) + Zeros(20) + Length(2) +
-             Length(16) + "00" + "00 00 10 01 01",
+         Dynamic(258, 2) + Zeros(97) + Length(2) + Zeros(138) + Zeros(20) + Length(2) + Length(16) +
+             "00" + "00 00 10 01 01",
          "aaaaa", true},
         {"no such code length",
-         zlib + Dynamic(257, 1) + "1" + Zeros(97) + Length(1) + Zeros(138) + Zeros(19) + Length(1) +
+         Dynamic(257, 1) + "1" + Zeros(97) + Length(1) + Zeros(138) + Zeros(19) + Length(1) +
              Length(0) + "0 0 1",
          "bb", true},
         {"more codes than their bits tell apart",
-         zlib + Dynamic(257, 1) + Zeros(97) + Length(1) + Length(1) + Zeros(138) + Zeros(19) +
-             Length(1) + Length(0) + "0",
+         Dynamic(257, 1) + Zeros(97) + Length(1) + Length(1) + Zeros(138) + Zeros(19) + Length(1) +
+             Length(0) + "0",
          "", false},
         {"more distances than their bits tell apart",
-         zlib + Dynamic(257, 3) + Zeros(128) + Zeros(128) + Repeat(Length(1), 4) + "0", "", false},
+         Dynamic(257, 3) + Zeros(128) + Zeros(128) + Repeat(Length(1), 4) + "0", "", false},
         {"more lengths of lengths than their bits tell apart",
-         zlib + "101 00000 00000 0000" + Repeat("100", 4), "", false},
-        {"a repeat past the end", zlib + Dynamic(257, 1) + Zeros(138) + Zeros(121), "", false},
-        {"a repeat of nothing", zlib + Dynamic(257, 1) + Length(16) + "00", "", false},
-        {"cut in the lengths", zlib + Dynamic(257, 1) + Zeros(138), "", false},
+         "101 00000 00000 0000" + Repeat("100", 4), "", false},
+        {"a repeat past the end", Dynamic(257, 1) + Zeros(138) + Zeros(121), "", false},
+        {"a repeat of nothing", Dynamic(257, 1) + Length(16) + "00", "", false},
+        {"cut in the lengths", Dynamic(257, 1) + Zeros(138), "", false},
         {"an end and no literals",
-         zlib + Dynamic(257, 1) + Zeros(138) + Zeros(118) + Length(1) + Length(0) + "0", "", true},
+         Dynamic(257, 1) + Zeros(138) + Zeros(118) + Length(1) + Length(0) + "0", "", true},
         {"an undefined code",
-         zlib + Dynamic(257, 1) + Zeros(97) + Length(2) + Zeros(138) + Zeros(20) + Length(2) +
-             Length(0) + "00 11",
+         Dynamic(257, 1) + Zeros(97) + Length(2) + Zeros(138) + Zeros(20) + Length(2) + Length(0) +
+             "00 11",
          "a", false},
         {"stored bytes cut short",
-         zlib + "1 00 00000" + Digits(3, 16, false) + Digits(0xFFFC, 16, false) +
-             "10000110 01000110",
+         "1 00 00000" + Digits(3, 16, false) + Digits(0xFFFC, 16, false) + "10000110 01000110",
          "ab", false},
-        {"a block that is not the last", zlib + "0 10 " + a + end + fixed + a + end, "aa", true},
+        {"a block that is not the last", "0 10 " + a + end + fixed + a + end, "aa", true},
     };
     for (const auto &r : rows)
         for (const size_t after : {0u, 64u}) {  // bytes, enough for the loop without checks
             if (after != 0 && std::string_view(r.what).find("cut") != std::string_view::npos)
                 continue;
-            BYTES out(1000, '-');
             testing::internal::CaptureStdout();
-            const INFLATE_RESULT result = Inflate_All(Bits(r.bits, false) + BYTES(after), out);
+            const auto [out, ended] = Inflated(Bits(Zlib + r.bits, false) + BYTES(after));
             std::fflush(stdout);
             EXPECT_EQ(testing::internal::GetCapturedStdout(),
                       r.what == std::string("no such code length") ? "Unexisting code!\n" : "")
                 << r.what;
-            out.resize(result.Size);
             EXPECT_EQ(std::string(out.begin(), out.end()), r.out) << r.what << ' ' << after;
-            EXPECT_EQ(result.Ended, r.ended) << r.what << ' ' << after;
+            EXPECT_EQ(ended, r.ended) << r.what << ' ' << after;
         }
     const BYTES byte = {0x40};
     Inflate_Begin(byte);
@@ -418,11 +410,7 @@ TEST(Inflate, CodesOfUpTo15Bits)
     // The end after a literal, with enough bytes after it for the fast path.
     bits += codes['a'] + codes[256] + std::string(512, '0');
     expected.push_back('a');
-    BYTES out(1000);
-    const INFLATE_RESULT result = Inflate_All(Bits(bits, false), out);
-    out.resize(result.Size);
-    EXPECT_TRUE(result.Ended);
-    EXPECT_EQ(out, expected);
+    EXPECT_EQ(Inflated(Bits(bits, false)), std::pair(expected, true));
 }
 
 TEST(Inflate, ExactRoomIsNotOverrun)
@@ -488,10 +476,8 @@ TEST(Inflate, CopiesByteByByte)
                     Digits(0, 16, false) + "110" + literals + Match(length, distance);
                 for (size_t i = 0; i < after; i++)
                     bits += Digits(0x31, 8, true);
-                BYTES out(expected.size() + 1000);
-                const INFLATE_RESULT result = Inflate_All(Bits(bits + "0000000", false), out);
-                out.resize(result.Size);
-                EXPECT_TRUE(result.Ended && out == expected) << distance << ' ' << length;
+                EXPECT_TRUE(Inflated(Bits(bits + "0000000", false)) == std::pair(expected, true))
+                    << distance << ' ' << length;
             }
     }
 }
@@ -512,7 +498,7 @@ TEST(PNG, LargePictures)
         const BYTES stream = BYTES{0x78, 1, 0} + Number(std::ssize(first), -2) +
                              Number(~std::ssize(first), -2) + first + Bits(bits + "0000000", false);
         const auto width = static_cast<uint32_t>(bytes - 1), rows = static_cast<uint32_t>(height);
-        const BYTES pixels = Decode(File(width, rows, 8, 0, Chunk("IDAT", stream)));
+        const BYTES pixels = PixelsOf(File(width, rows, 8, 0, Chunk("IDAT", stream)));
         ASSERT_EQ(pixels.size(), (bytes - 1) * height * 4);
         BYTES row(bytes);
         for (size_t y = 0, i = 0; y < height; y++)
