@@ -103,12 +103,6 @@ TEST(PCX, FormatsOwnRules)
         {"2 bits", Pcx(1, 2, 1, 5, 1, 2, Hex("1B 80"), greys), "00 01 02 03 02"},
         {"4 bits", Pcx(1, 4, 1, 3, 1, 2, Hex("12 30"), greys), "01 02 03"},
         {"3 planes", Pcx(1, 1, 3, 2, 1, 2, Hex("8000 C100C100 4000"), greys), "01 04"},
-        {"2 planes of 8 bits", Pcx(1, 8, 2, 1, 1, 1, Hex("01 02"), ""), "", "2 planes of 8 bits"},
-        {"5 planes", Pcx(1, 1, 5, 8, 1, 1, Hex("01 02 03 04 05"), ""), "", "5 planes of 1 bits"},
-        {"4 planes of 4 bits", Pcx(1, 4, 4, 1, 1, 1, Hex("10 20 30 40"), greys), "",
-         "4 planes of 4 bits"},
-        {"3 planes of 2 bits", Pcx(1, 2, 3, 1, 1, 1, Hex("40 40 40"), greys), "",
-         "3 planes of 2 bits"},
         {"2 planes of 2 bits", Pcx(1, 2, 2, 2, 1, 1, Hex("60 10"), greys), "01 06"},
         {"4 planes of 8 bits", Pcx(1, 8, 4, 1, 1, 1, Hex("01 02 03 04"), ""), "01020304"},
         {"no palette of 256: greys", Pcx(1, 8, 1, 2, 1, 2, Hex("0520"), ""), "05 20"},
@@ -116,6 +110,13 @@ TEST(PCX, FormatsOwnRules)
          Pcx(1, 1, 1, 2, 1, 2, Hex("4000"), "050505 050505"), "00 FF"},
     };
     CheckByFormat(PICTURE_PCX, rows);
+    const RULES rules(PICTURE_RULES_FORMAT);
+    constexpr uint8_t refused[][2] = {{2, 8}, {5, 1}, {4, 4}, {3, 2}};
+    for (const auto &[planes, bits] : refused) {
+        EXPECT_EQ(Show(Pcx(1, bits, planes, 1, 1, 1, BYTES(8, 1))), "");
+        EXPECT_EQ(Picture_Reason(),
+                  std::to_string(planes) + " planes of " + std::to_string(bits) + " bits");
+    }
 }
 
 // With a `map` of at least 0 bits an entry an image ID of 2 bytes and, above 0, a colour map of 2
@@ -227,6 +228,10 @@ TEST(PNM, TextsAndBytes)
 
 TEST(PNM, FormatsOwnRules)
 {
+    const auto pam = [](const std::string &header, const std::string &samples) {
+        const std::string file = "P7\n" + header + "\nENDHDR\n" + samples;
+        return BYTES(file.begin(), file.end());
+    };
     const std::vector<FORMAT_ROW> rows = {
         {"P1 with comments", Text("P1 #c\n2#x\n1\n0#1\n1"), "FF 00"},
         {"P2 of 15, rounded", Text("P2 3 1 15 1 7 15"), "11 77 FF"},
@@ -238,22 +243,17 @@ TEST(PNM, FormatsOwnRules)
         {"P5 of 16 bits", Text("P5\n# c\n2 1 65535\n\x12\x34\xFE\xFF"), "12 FE"},
         {"P6, a comment before the maximum", Text("P6 1 1\n#\n255\n\1\2\3"), "010203FF"},
         {"PAM with alpha",
-         Text("P7\nWIDTH 1\n# c\nHEIGHT 2\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\n"
-              "ENDHDR\n\1\2\3\4\5\6\7\x08"),
-         "01020304 05060708"},
-        {"PAM of bits", Text("P7\nWIDTH 2\nHEIGHT 1\nDEPTH 1\nMAXVAL 1\nENDHDR\n\0\1"), "00 FF"},
-        {"PAM of grey and alpha",
-         Text("P7\nHEIGHT 1\nWIDTH 1\nMAXVAL 255\nDEPTH 2\nENDHDR\n\x20\x30"), "20202030"},
+         pam("WIDTH 1\n# c\nHEIGHT 1\nDEPTH 4\nMAXVAL 255\nTUPLTYPE A", "\1\2\3\4"), "01020304"},
+        {"PAM of bits", pam("WIDTH 2\nHEIGHT 1\nDEPTH 1\nMAXVAL 1", {0, 1}), "00 FF"},
+        {"PAM of grey and alpha", pam("HEIGHT 1\nWIDTH 2\nMAXVAL 255\nDEPTH 2", " 0AB"),
+         "20202030 41414142"},
         {"samples missing", Text("P2 2 2 255 1 2 3"), "01 02 03 -", "cut after 1 of 2 rows"},
-        {"PAM of no maximum", Text("P7\nWIDTH 1\nHEIGHT 1\nDEPTH 1\nMAXVAL 0\nENDHDR\n1"), "",
-         useless},
-        {"a header line of no number", Text("P7\nWIDTH x1\nHEIGHT 1\nDEPTH 1\nMAXVAL 1\nENDHDR\n1"),
-         "", useless},
+        {"no maximum", pam("WIDTH 1\nHEIGHT 1\nDEPTH 1\nMAXVAL 0", "1"), "", useless},
+        {"no number", pam("WIDTH x1\nHEIGHT 1\nDEPTH 1\nMAXVAL 1", "1"), "", useless},
+        {"five samples", pam("WIDTH 1\nHEIGHT 1\nDEPTH 5\nMAXVAL 255", "....."), "", useless},
         {"a width of 17 bits", Text("P5 65537 1 255 ...."), "", useless},
         {"P5 of 16 bits cut in a sample", Text("P5 2 2 65535 \1\1\2\2\3"), "01 02 - -",
          "cut after 1 of 2 rows"},
-        {"five samples a pixel", Text("P7\nWIDTH 1\nHEIGHT 1\nDEPTH 5\nMAXVAL 255\nENDHDR\n....."),
-         "", useless},
     };
     CheckByFormat(PICTURE_PNM, rows);
 }
@@ -298,16 +298,15 @@ TEST(XBM, BytesAndWords)
 
 TEST(XBM, FormatsOwnRules)
 {
-    const char *bits = "00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF 00";
+    const char *bits = "00 FF FF FF FF FF FF FF FF FF FF FF FF FF FF 00",
+               *half = "00 FF FF FF FF FF FF FF - - - - - - - -";
     const std::vector<FORMAT_ROW> rows = {
         {"bytes", Xbm("8", "0x01, 0x80}", "unsigned char"), bits},
         {"each row a word", Xbm("8", "0x0001, 0xFF80}", "short"), bits},
         {"numbers of any base", Xbm("8", "1, 0200};"), bits},
         {"a digit", Xbm("8", "0x1, 0x80};"), bits},
-        {"an array cut short", Xbm("8", "1, }; 2"), "00 FF FF FF FF FF FF FF - - - - - - - -",
-         "cut before its last row"},
-        {"nothing after the brace", Xbm("8", "1"), "00 FF FF FF FF FF FF FF - - - - - - - -",
-         "cut before its last row"},
+        {"an array cut short", Xbm("8", "1, }; 2"), half, "cut before its last row"},
+        {"nothing after the brace", Xbm("8", "1"), half, "cut before its last row"},
         {"an array that tells its size", Xbm("8", "1, 128};", "char", "[2]"), bits},
     };
     CheckByFormat(PICTURE_XBM, rows);
@@ -350,39 +349,29 @@ TEST(Sprites, AllImages)
 TEST(SmallPictures, DetectionByTheFormatsRules)
 {
     const RULES rules(PICTURE_RULES_FORMAT);
-    const struct {
-        const char *what;
-        BYTES file;
-        uint8_t format;
-    } rows[] = {
-        {"a TGA with image ID", Tga(3, 8, 0x20, 1, 1, Hex("42"), 0), PICTURE_TGA},
-        {"a TGA with a map that true colour ignores", Tga(2, 24, 0x20, 1, 1, {}, 24), PICTURE_TGA},
-        {"a TGA of interleaved rows", Tga(2, 24, 0xC0, 1, 1, {}, 0), PICTURE_UNKNOWN},
-        {"a TGA of no height", Tga(2, 24, 0x20, 1, 0, {}, 0), PICTURE_UNKNOWN},
-        {"a TGA with indexes and no map", Tga(1, 8, 0x20, 1, 1, {}, 0), PICTURE_UNKNOWN},
-        {"a TGA of true colour in a byte", Tga(2, 8, 0x20, 1, 1, {}, 0), PICTURE_UNKNOWN},
-        {"PCX of 3 bits", Text("\12\5\1\3"), PICTURE_UNKNOWN},
-        {"a map of 8 bits", Tga(1, 8, 0x20, 1, 1, {}, 8), PICTURE_UNKNOWN},
-        {"indexes of 3 bytes", Tga(1, 24, 0x20, 1, 1, {}, 24), PICTURE_UNKNOWN},
-        {"a TGA of grey in 3 bytes", Tga(3, 24, 0x20, 1, 1, {}, 0), PICTURE_UNKNOWN},
-        {"a TGA of no kind", BYTES(18) + BYTES(9), PICTURE_UNKNOWN},
-        {"any JPEG", Text("\xFF\xD8\xFF\xDB.."), PICTURE_JPEG},
-        {"letters that begin like TIFF", Text("IInvented"), PICTURE_UNKNOWN},
-        {"TIFF of 64 bits", Text("MM\0+\0\0\0\0"), PICTURE_TIFF},
-        {"a comment after the letter", Text("P4#"), PICTURE_PNM},
-        {"a blank", Text("P1 "), PICTURE_PNM},
-        {"a bell", Text("P1\7"), PICTURE_UNKNOWN},
-        {"a shift", Text("P1\16"), PICTURE_UNKNOWN},
-        {"PCX", Text("\12\5\1\10"), PICTURE_PCX},
-        {"PCX of no version", Text("\12\1\1\10"), PICTURE_UNKNOWN},
-        {"PCX of a later one", Text("\12\6\1\10"), PICTURE_UNKNOWN},
-        {"PCX of another encoding", Text("\12\5\2\10"), PICTURE_UNKNOWN},
-        {"PAM", Text("P7\n"), PICTURE_PNM},
-        {"P and a digit", Text("P5letters"), PICTURE_UNKNOWN},
-        {"a line feed and no header", Text("\nHello, world"), PICTURE_UNKNOWN},
+    const std::pair<uint8_t, std::vector<BYTES>> rows[] = {
+        // An image ID, and a map that true colour ignores.
+        {PICTURE_TGA, {Tga(3, 8, 0x20, 1, 1, Hex("42"), 0), Tga(2, 24, 0x20, 1, 1, {}, 24)}},
+        {PICTURE_JPEG, {Text("\xFF\xD8\xFF\xDB..")}},
+        {PICTURE_TIFF, {Text("MM\0+\0\0\0\0")}},
+        {PICTURE_PNM, {Text("P4#"), Text("P1 "), Text("P7\n")}},
+        {PICTURE_PCX, {Text("\12\5\1\10")}},
+        {PICTURE_UNKNOWN,
+         {// TGA of interleaved rows, of no height, and of no kind
+          Tga(2, 24, 0xC0, 1, 1, {}, 0), Tga(2, 24, 0x20, 1, 0, {}, 0), BYTES(27),
+          // indexes without a map, of 3 bytes, and into a map of 8 bits; a byte of true colour
+          // and 3 of grey
+          Tga(1, 8, 0x20, 1, 1, {}, 0), Tga(1, 24, 0x20, 1, 1, {}, 24),
+          Tga(1, 8, 0x20, 1, 1, {}, 8), Tga(2, 8, 0x20, 1, 1, {}, 0), Tga(3, 24, 0x20, 1, 1, {}, 0),
+          // PCX of 3 bits, of unknown versions, and of another encoding
+          Text("\12\5\1\3"), Text("\12\1\1\10"), Text("\12\6\1\10"), Text("\12\5\2\10"),
+          // texts that begin like TIFF, PNM and PCX
+          Text("IInvented"), Text("P1\7"), Text("P1\16"), Text("P5letters"),
+          Text("\nHello, world")}},
     };
-    for (const auto &r : rows)
-        EXPECT_EQ(Picture_CheckBytes(r.file, 0), r.format) << r.what;
+    for (const auto &[format, files] : rows)
+        for (const BYTES &file : files)
+            EXPECT_EQ(Picture_CheckBytes(file, 0), format) << testing::PrintToString(file);
 
     const BYTES both = Text("P1\n#define a_width 8\n#define a_height 1\nchar a_bits[] = {0x01};");
     EXPECT_EQ(Picture_CheckBytes(both, 0), PICTURE_PNM);
