@@ -1,7 +1,9 @@
 // A common interface to the sound modules, refills as the engine requests them, and tracks.
 #pragma once
 
+#include <cmath>
 #include <memory>
+#include <numbers>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -108,6 +110,37 @@ inline REFILL Refill(const MODULE &module, uint64_t position, uint32_t length,
     EXPECT_LE(refill.Length, length) << path;
     refill.Bytes.resize(length);
     return refill;
+}
+
+// Samples of -1 to 1, interleaved.
+inline std::vector<double> SamplesOf(std::span<const uint8_t> bytes, int bits)
+{
+    std::vector<double> samples;
+    for (size_t at = 0; at < bytes.size();) {
+        const uint32_t value = Bytes_GetLittle(bytes, at, bits / 8) << (32 - bits);
+        samples.push_back(static_cast<int32_t>(value ^ (bits == 8 ? 1u << 31 : 0)) / 2147483648.0);
+    }
+    return samples;
+}
+
+// Decibels between a tone, of so many frames a period, and everything else in the first of the
+// channels.
+inline double ToneOverRest(std::span<const double> sound, double period, size_t channels)
+{
+    const size_t frames = sound.size() / channels;
+    double sum = 0, sines = 0, cosines = 0;
+    for (size_t i = 0; i < frames; i++) {
+        // Hann's window: what is more than two bins away adds nothing
+        const double angle = 2 * std::numbers::pi * static_cast<double>(i);
+        const double window = 1 - std::cos(angle / static_cast<double>(frames));
+        const double value = sound[i * channels] * window;
+        sum += value * value;
+        sines += value * window * std::sin(angle / period);
+        cosines += value * window * std::cos(angle / period);
+    }
+    const double tone =
+        4 * (sines * sines + cosines * cosines) / (3.0 * static_cast<double>(frames));
+    return 10 * std::log10(tone / (sum - tone));
 }
 
 // Unloads and frees a track, also one without buffers.
