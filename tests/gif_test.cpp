@@ -311,10 +311,9 @@ TEST(GIF, BlocksBesideTheFrames)
                          header.BlockOffset, header.DataSize[0]),
               std::tuple('9', 16, 1, 2, 2, 49, 4u, 61u, 2u));
     const GIF_FRAME *frames = GIF_GetFrames();
-    EXPECT_EQ(frames[0].Delay, 263);
-    EXPECT_EQ(frames[0].Disposal, 3);
-    EXPECT_EQ(frames[0].HasTransparency, 0);
-    EXPECT_EQ(frames[0].TransparentIndex, 5);
+    EXPECT_EQ(std::tuple(frames[0].Delay, frames[0].Disposal, frames[0].HasTransparency,
+                         frames[0].TransparentIndex),
+              std::tuple(263, 3, 0, 5));
     EXPECT_EQ(frames[1].Delay + frames[1].Disposal + frames[1].TransparentIndex, 0);
     EXPECT_EQ(GIF_Header.HasLoopCount * 100000 + GIF_Header.LoopCount, 100000 + 0x213B);
     EXPECT_EQ(Extra_Pointer, 0);

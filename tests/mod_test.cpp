@@ -644,12 +644,10 @@ TEST(MOD, CorpusEnvelopes)
                 sums[k % 2] += sound[i * 8820 + k] * sound[i * 8820 + k];
             own.push_back(std::sqrt(sums[0]) + std::sqrt(sums[1]));
         }
-        for (const size_t shift : {0u, 1u, 2u})
-            for (const bool late : {false, true}) {
-                const double c = Correlation(std::span(own).subspan(late ? shift : 0),
-                                             std::span(other).subspan(late ? 0 : shift));
-                best[row[0]] = std::max(best[row[0]], c);
-            }
+        constexpr size_t shifts[][2] = {{0, 0}, {0, 1}, {0, 2}, {1, 0}, {2, 0}};
+        for (const auto &[early, late] : shifts)
+            best[row[0]] = std::max(best[row[0]], Correlation(std::span(own).subspan(early),
+                                                              std::span(other).subspan(late)));
     }
     EXPECT_FALSE(best.empty());
     for (const auto &[file, correlation] : best)
