@@ -128,6 +128,7 @@ TEST(GIF, CodesBecomeIndexes)
         {"the code that is being made", {4, 1, 6, 7, 5}, "111111000000"},
         {"a larger code size", {4, 1, 6, 7, 8, 3, 9, 5}, "111111111131"},
         {"cleared half way", {4, 1, 6, 4, 2, 6, 4, 5}, "111222000000"},
+        {"cleared when codes are longer", {4, 1, 2, 3, 4, 2, 6, 5}, "123222000000"},
         {"after the end", {4, 1, 5, 2, 2}, "100000000000"},
         {"a code that is not defined yet", {4, 1, 7, 2}, "100000000000"},
         {"a first code that is not defined", {4, 6, 1}, "000000000000"},

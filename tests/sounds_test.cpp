@@ -252,6 +252,7 @@ TEST(Sounds, FormatRules)
         {"VOC, all blocks", Voc,
          voc(sound({1, 2}) + block(5, Text("text")) + block(4, {1, 0}) + block(2, {3}) + silence +
          sound({4})), 1, 10000, 8, {1, 2, 3, 128, 128, 4}},
+        {"nothing but silence", Voc, voc(silence), 0, 0, 0, {}, "no sound block"},
         {"silence first", Voc, voc(silence + sound({1})), 1, 10000, 8, {128, 128, 1}},
         {"repeated twice", Voc,
          voc(sound({9}) + block(6, {2, 0}) + sound({1, 2}) + silence + block(7, {}) + block(7, {}) +
