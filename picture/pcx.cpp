@@ -46,9 +46,11 @@ static bool IsKnown()
     return ByFormat() ? FormatSupports() : FrameworkSupports();
 }
 
+// Bytes of a row. The framework takes 8 bits in any number of planes for one plane of indexes.
 static size_t RowSize()
 {
-    return size_t{PCX_Header.Planes} * PCX_Header.BytesPerLine;
+    const bool single = !ByFormat() && PCX_Header.BitsPerPixel == 8;
+    return size_t{single ? uint8_t{1} : PCX_Header.Planes} * PCX_Header.BytesPerLine;
 }
 
 // Position of the file's last `count` bytes, of all if it has fewer.
@@ -234,7 +236,7 @@ static auto *RowDecoder()
     const PCX_HEADER &h = PCX_Header;
     if (h.BitsPerPixel >= 24)
         return DecodeComponents;
-    if (h.BitsPerPixel == 8 && h.BitsPerPlane == 8)
+    if (h.BitsPerPixel == 8 && (h.BitsPerPlane == 8 || !ByFormat()))
         return DecodeIndexes;
     return IsPlanar() && (h.BitsPerPlane == 1 || !ByFormat()) ? DecodePlanes : DecodeShallow;
 }

@@ -77,6 +77,7 @@ TEST(PCX, PlanesAndRuns)
         {"sixteen colours", Pcx(0, 1, 4, 2, 1, 2, {0x40, 0, 0x80, 0, 0xC0, 0, 0xC0, 0}), 4,
          "0E0F10FF 0D0E0FFF"},
         {"256 colours", Pcx(0, 8, 1, 2, 1, 2, BYTES{1, 254} + colours), 8, "0100FEFF FE0001FF"},
+        {"65 bits a plane", Pcx(1, 65, 8, 2, 1, 2, BYTES{1, 2} + colours), 8, "0100FEFF 0200FDFF"},
         {"runs over row ends", Pcx(1, 8, 1, 2, 2, 2, BYTES{0xC3, 9, 7} + colours), 8,
          "0900F6FF 0900F6FF 0900F6FF 0700F8FF"},
         {"192 is itself", Pcx(1, 8, 1, 2, 1, 2, BYTES{0xC0, 0xC1, 0xC1} + colours), 8,

@@ -1,6 +1,5 @@
-// Loaded before the player (LD_PRELOAD): its first stream dies at once, and the environment's
-// LOST_OPENINGS openings after it fail. From then on time runs fast, so that nobody waits for a
-// device that does not come back.
+// Loaded before the player (LD_PRELOAD): its first stream dies at once, and LOST_OPENINGS openings
+// after it fail. Meanwhile time runs fast, so that nobody waits for a device that stays lost.
 #include <cstdlib>
 #include <ctime>
 
@@ -45,9 +44,9 @@ PaError Pa_IsStreamActive(PaStream *stream)
 int clock_gettime(clockid_t clock, timespec *time) noexcept
 {
     static long passed;
-    const long status = syscall(SYS_clock_gettime, clock, time);
+    const auto status = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
     if (clock == CLOCK_MONOTONIC && failing > 0)
         time->tv_sec += passed++ / 8;
-    return static_cast<int>(status);
+    return status;
 }
 }
