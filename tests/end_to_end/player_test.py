@@ -335,10 +335,9 @@ class OnTerminal(Stage):
 
     @unittest.skipUnless(LOST_DEVICE, "needs the library that loses devices")
     def test_lost_device(self):
-        self.environment["LD_PRELOAD"] = os.path.abspath(LOST_DEVICE)
-        self.environment["LOST_OPENINGS"] = "1000000"
-        line = "tessplay: stereo.wav: the sound device was lost and did not come back in ten seconds\n"
-        self.assertEqual(self.run_player("--loop", "0", "stereo.wav"), (1, "stereo.wav: 0:00\n", line))
+        self.environment.update(LD_PRELOAD=os.path.abspath(LOST_DEVICE), LOST_OPENINGS="1000000")
+        self.assertEqual(self.run_player("--loop", "0", "stereo.wav"), (1, "stereo.wav: 0:00\n",
+            "tessplay: stereo.wav: the sound device was lost and did not come back in ten seconds\n"))
         os.remove(self.path("captured"))
         self.environment["LOST_OPENINGS"] = "3"
         self.write("long.wav", wav(bytes(range(256)) * 689 * 60))
