@@ -342,8 +342,7 @@ class OnTerminal(Stage):
         self.environment["LOST_OPENINGS"] = "3"
         self.write("long.wav", wav(bytes(range(256)) * 689 * 60))
         self.start("--start", "0:30", "long.wav")
-        self.wait_for_line("device lost, trying again: ")
-        self.wait_for_line("0:30 / 0:59 [")
+        self.press(b"", "device lost, trying again: ", "0:30 / 0:59 [")
         self.wait_for("sound", lambda: not self.silent())
         self.press(b"q")
         self.assertEqual(self.end(), 0)
