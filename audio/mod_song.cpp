@@ -159,10 +159,11 @@ static bool IsOld(std::span<const uint8_t> file, const MOD_LAYOUT &layout)
             return false;
         samples += *bytes;
     }
-    if (samples == 0 || !IsText(Bytes_GetSpan(file, 0, 20)) || !HasOldOrders(file, layout))
+    const auto orders = Bytes_GetSpan(file, layout.Orders() + 2, MOD_Orders);
+    if (samples == 0 || orders.empty() || !IsText(Bytes_GetSpan(file, 0, 20)) ||
+        !HasOldOrders(file, layout))
         return false;
     // The patterns in the list, as far as the bytes reach.
-    const auto orders = Bytes_GetSpan(file, layout.Orders() + 2, MOD_Orders);
     const size_t patterns = *std::ranges::max_element(orders) + 1u;
     const auto cells = Bytes_GetSpan(file, layout.Patterns(), patterns * layout.PatternBytes());
     size_t notes = 0, strange = 0;
