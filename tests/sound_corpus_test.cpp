@@ -61,25 +61,3 @@ TEST(SoundCorpus, Corpus)
         GTEST_SKIP() << "no folder in CORPUS";
     CheckFolder(std::string(folder) + "/");
 }
-
-// Facts and refills by the framework's rules, bytes that lengths leave out included.
-TEST(SoundCorpus, FrameworkRules)
-{
-    const auto rows = ReadTable(TEST_DATA "sounds/expected_framework.tsv");
-    ASSERT_FALSE(rows.empty());
-    for (const auto &row : rows) {
-        const std::string path = TEST_DATA "sounds/" + row[0];
-        const MODULE &module = *ModuleOf(row[0]);
-        const FACTS facts = LoadFirst(module, path);
-        BYTES all;
-        for (uint64_t position = facts.DataStart, before = 0; position != before;) {
-            const REFILL refill = Refill(module, before = position, 6144, path);
-            position = refill.Position;
-            all = std::move(all) + refill.Bytes;
-        }
-        std::ostringstream seen;
-        seen << facts.Channels << ' ' << facts.SamplingRate << ' ' << facts.BitsPerSample << ' '
-             << facts.DataStart << ' ' << Digest(all);
-        EXPECT_EQ(seen.str(), row[1]) << row[0];
-    }
-}
