@@ -129,6 +129,7 @@ static SOUND_FRAMES FramesOf(const AIFF_HEADER &record)
                                          return IsNamed(c.Name, text.substr(0, 4));
                                      });
     SOUND_FRAMES frames;
+    frames.Swap16 = Sound_SwapWide16;
     if (row == AIFF_Compressions.end()) {
         Reason_Set("compression '%.4s'", text.data());
         return frames;
@@ -230,7 +231,7 @@ static SOUND_FILLED FillLinear(const SOUND_REFILL &refill, uint16_t bits)
     case 8:
         return Sound_Samples(refill, 1, Sound_From8);
     case 16:
-        return Sound_Pairs(refill, Sound_Swap16);
+        return Sound_Pairs(refill, Sound_SwapWide16);
     case 24:  // not swapped, on purpose
         return Sound_Samples(refill, 3, Sound_Keep);
     case 32:

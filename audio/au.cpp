@@ -62,6 +62,7 @@ static void ReadFormatFields(AU_HEADER &record, uint32_t encoding, uint32_t chan
     if (row == AU_Encodings.end())
         return Reason_Set("encoding %u", encoding);
     record.Frames = {row->Coding, row->Bytes, big, channels};
+    record.Frames.Swap16 = Sound_SwapWide16;
     Sound_PrepareFrames(record.Frames);
     record.Channels = Sound_ChannelsOf(record.Frames);
     record.BitsPerSample = Sound_BitsOf(record.Frames);
@@ -114,7 +115,7 @@ SOUND_FILLED AU_Fill(AU_HEADER &record, const SOUND_REFILL &given)
     case 2:
         return Sound_Samples(refill, 1, Sound_From8);
     case 3:
-        return Sound_Endless(refill, 2, Sound_Swap16);
+        return Sound_Endless(refill, 2, Sound_SwapWide16);
     case 4:
         return Sound_Samples(refill, 3, Sound_Swap24);
     case 5:

@@ -194,7 +194,7 @@ static SOUND_FILLED ReadRaw16(FILE *file, std::span<uint8_t> buffer)
     const size_t stored = read & ~size_t{1};
     if (read != stored)  // a trailing half sample
         buffer[stored + 1] = 0;
-    Sound_Swap16(buffer.first((read + 1) & ~size_t{1}));
+    Sound_SwapWide16(buffer.first((read + 1) & ~size_t{1}));
     return LessOne(stored);
 }
 

@@ -245,7 +245,8 @@ SOUND_FILLED IFF_Fill(IFF_HEADER &record, const SOUND_REFILL &refill)
         return FillChannels(record, refill);
     if (record.BitsPerSample == 8)
         return Sound_Samples(refill, 1, Sound_From8);
-    return record.BitsPerSample == 16 ? Sound_Pairs(refill, Sound_Swap16) : Sound_Nothing(refill);
+    return record.BitsPerSample == 16 ? Sound_Pairs(refill, Sound_SwapWide16)
+                                      : Sound_Nothing(refill);
 }
 
 uint64_t IFF_Seek(IFF_HEADER &record, FILE *file, uint64_t frame)

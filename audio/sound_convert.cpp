@@ -22,14 +22,7 @@ void Sound_TurnSign(std::span<uint8_t> samples)
 
 void Sound_Swap16(std::span<uint8_t> samples)
 {
-    uint8_t *bytes = samples.data();
-    const size_t count = samples.size() / 2;
-    for (size_t i = 0; i < count; i++) {
-        uint16_t sample;
-        std::memcpy(&sample, bytes + 2 * i, sizeof sample);
-        sample = static_cast<uint16_t>(sample << 8 | sample >> 8);
-        std::memcpy(bytes + 2 * i, &sample, sizeof sample);
-    }
+    Sound_SwapAll16(samples);
 }
 
 void Sound_Swap24(std::span<uint8_t> samples)

@@ -206,8 +206,8 @@ static SOUND_CONVERSION ConversionOf(const SOUND_FRAMES &frames)
         return nullptr;
     if (frames.Coding == SOUND_UNSIGNED)
         return frames.Bytes == 1 ? Sound_Keep : nullptr;
-    constexpr std::array<SOUND_CONVERSION, 5> swaps = {nullptr, nullptr, Sound_Swap16, Sound_Swap24,
-                                                       Sound_Swap32};
+    const std::array<SOUND_CONVERSION, 5> swaps = {nullptr, nullptr, frames.Swap16, Sound_Swap24,
+                                                   Sound_Swap32};
     if (frames.Bytes == 1)
         return Sound_TurnSign;
     return frames.Big ? swaps[frames.Bytes] : Sound_Keep;
