@@ -152,6 +152,7 @@ TEST(AudioLoad, WhatCannotBeReadHasNoBuffers)
         UnLoad(track);
         track = Audio_LoadAs("no such file", 9);
         EXPECT_EQ(track->Buffer[0], nullptr) << "no such type";
+        EXPECT_STREQ(Audio_Reason(), "");
         UnLoad(track);
     }
     const std::string longName = std::string(200, 'n');

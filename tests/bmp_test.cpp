@@ -193,18 +193,6 @@ TEST(BMP, MaskLengths)
         EXPECT_EQ(BMP_BitCounter(mask), length) << mask;
 }
 
-TEST(BMP, RealFiles)
-{
-    ExpectFiles({
-        {"bmp/bmp_1bpp.bmp", 96, 73, 1, 4117537754156108141u},
-        {"bmp/bmp_4bpp.bmp", 96, 73, 4, 4958021424052708144u},
-        {"bmp/pal8w124.bmp", 124, 61, 8, 13478426149005549193u},
-        // sheared: 3 bytes are skipped where the file has no padding, or 1 byte
-        {"bmp/pal1.bmp", 127, 64, 1, 10989306678378096453u},
-        {"bmp/pal4rle.bmp", 127, 64, 4, 10606109773487905350u},
-    });
-}
-
 TEST(BMP, PrefixesHold)
 {
     ExpectPrefixesHold(MakeFile(3, 4, 24, 0, "", BYTES(45, 3)), 0, 0);

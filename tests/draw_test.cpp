@@ -46,6 +46,10 @@ TEST(Drawing, Points)
         Picture_Inverse(0, 1, 3, 2, abc);
         EXPECT_EQ(Graphics_GetPixel(0, 1), 0x03FDFE9Eu);
     };
+    const auto replaced = [&] {
+        Picture_CDraw(0, 1, 3, 2, abc, 'K', 9, 9, 9);
+        EXPECT_EQ(Graphics_GetPixel(0, 1), 0x03020161u);
+    };
     const std::tuple<const char *, std::function<void()>, const char *> rows[] = {
         // Rows go upwards from y.
         {"its own size", [&] { Picture_Draw(1, 2, 3, 2, abc); }, "/..cd/.ab"},
@@ -58,7 +62,7 @@ TEST(Drawing, Points)
         {"a buffer cut short", [&] { Picture_Draw(0, 1, 2, 2, cut); }, "/ab"},
         {"nothing but key", [&] { Picture_Draw(0, 3, 6, 4, keys); }, ""},
         {"another alpha is no key", otherKey, "--/--"},
-        {"key replaced", [&] { Picture_CDraw(0, 1, 3, 2, abc, 'K', 9, 9, 9); }, "Kcd/abK"},
+        {"key replaced", replaced, "Kcd/abK"},
         {"all replaced", [&] { Picture_CDraw(0, 1, 4, 2, keys, 'K', 9, 9, 9); }, "KKKK/KKKK"},
         {"inverted", inverted, "\xD2\x9C\x9B/\x9E\x9D\xD2"},
         {"no pixels", [&] { Picture_Draw(0, 3, 6, 4, none); }, ""},

@@ -156,17 +156,6 @@ TEST(LBM, ByteRunsExpand)
     }
 }
 
-TEST(LBM, RealFiles)
-{
-    ExpectFiles({
-        {"ilbm/tb_edit.iff", 181, 31, 8, 2361682326404656920u},
-        {"ilbm/small-24bit.iff", 10, 10, 24, 4288684692494032303u},
-        {"ilbm/ham6.iff", 26, 15, 6, 862834131024687193u},
-        {"ilbm/ham8.iff", 26, 15, 8, 5783547151487625146u},
-        {"ilbm/planes7.iff", 26, 15, 7, 14373778834560065575u},
-    });
-}
-
 TEST(LBM, PrefixesHold)
 {
     // a truncated row is 0 from there on

@@ -84,22 +84,3 @@ inline void CheckByFormat(uint8_t format, const std::vector<FORMAT_ROW> &rows)
         EXPECT_TRUE(*r.pixels == 0 || LOADED(r.file).Record.Format == format) << r.what;
     }
 }
-
-// Files of tests/data, their facts and the digests of their pixels.
-struct REAL_FILE {
-    const char *Path;
-    int Width, Height, Bits;
-    uint64_t Pixels;
-};
-
-inline void ExpectFiles(const std::vector<REAL_FILE> &files)
-{
-    for (const REAL_FILE &file : files) {
-        const LOADED loaded(ReadFile(std::string(TEST_DATA) + file.Path));
-        const Picture &p = loaded.Record;
-        EXPECT_EQ(std::tuple(p.Width, p.Height, p.Bits),
-                  std::tuple(file.Width, file.Height, file.Bits))
-            << file.Path;
-        EXPECT_EQ(Digest(Cropped(p)), file.Pixels) << file.Path;
-    }
-}

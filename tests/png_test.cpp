@@ -7,21 +7,10 @@
 
 using namespace std::string_literals;
 
-TEST(PNG, RealFilesAsOtherDecodersSeeThem)
+TEST(PNG, TextsAndGamma)
 {
-    ExpectFiles({
-        {"png/basn0g16.png", 32, 32, 16, 0x565667f6b6f01665},
-        {"png/basi0g08.png", 32, 32, 8, 0x11ed8979ce4d7b4d},
-        {"png/basi2c08.png", 32, 32, 24, 0x6d0a594462868f25},
-        {"png/basi3p02.png", 32, 32, 2, 0xe1b97808c557cb25},
-        {"png/basi4a08.png", 32, 32, 16, 0x4b4e70fc7720494d},
-        {"png/basi6a08.png", 32, 32, 32, 0xf9ed41b6375b125d},
-        {"png/s33i3p04.png", 33, 33, 4, 0xced74e9e9e28435b},
-        {"png/tm3n3p02.png", 32, 32, 2, 0x020e1f8a0874c325},
-        {"png/oi4n2c16.png", 32, 32, 48, 0x016a07c086368525},
-        {"png/ct1n0g04.png", 32, 32, 4, 0x08bccc3a3948b1cc},
-    });
-    PNG_HEADER header;  // of ct1n0g04
+    const LOADED loaded(ReadFile(TEST_DATA "png/ct1n0g04.png"));
+    PNG_HEADER header;
     EXPECT_EQ(PNG_GetHeader(&header)->TextCount, 6);
     EXPECT_STREQ(header.Texts[0].Keyword.data(), "Title");
     EXPECT_STREQ(header.Texts[0].Text.data(), "PngSuite");

@@ -398,22 +398,6 @@ TEST(TIF, Pages)
     TIF_Page = 0;
 }
 
-TEST(TIF, RealFiles)
-{
-    ExpectFiles({
-        {"tiff/hippopotamus.tiff", 36, 28, 8, 0x19af49f898522702},
-        {"tiff/seq-1c-8b-deflate-20f3db0c.tiff", 16, 16, 8, 0x12d903f0f6e0a125},
-        {"tiff/seq-3c-8b-bigendian-8743c999.tiff", 16, 16, 8, 0x90efc2d1760b6925},
-        {"tiff/seq-3c-8b-lzw-8743c999.tiff", 16, 16, 8, 0x90efc2d1760b6925},
-        {"tiff/seq-4c-8b-rgba-unassoc-50969cda.tiff", 16, 16, 8, 0x1e5698f9d66e6f25},
-        {"tiff/rgb_planar_lzw.tif", 26, 15, 8, 0x75c51c15597c82c1},
-        {"tiff/rgb_planar_zip.tif", 26, 15, 8, 0x75c51c15597c82c1},
-        {"tiff/rgba_multiplied_zip.tif", 26, 15, 8, 0x45bac3c857991b3c},
-        {"tiff/white_packbits.tif", 26, 15, 8, 0xf9d73f734f0983b2},
-        {"tiff/palette_lzw.tif", 26, 15, 8, 0x145690843ce73e15},
-    });
-}
-
 TEST(TIF, PrefixesHold)
 {
     // the directory, then a plain or an LZW strip
