@@ -31,7 +31,12 @@ static void Ours(benchmark::State &state, const std::string &path)
         const Picture picture = Picture_Load(path.c_str(), 0, 0);
         if (!picture.Pixels)
             return state.SkipWithError("not read");
-        frames = std::max(size_t{1}, GIF_Frames.size());
+        frames = 1;
+        if (GIF_Frames.size() > 1) {
+            GIF_CANVAS canvas = GIF_CanvasOf(picture.Pixels);
+            while (GIF_Compose(GIF_PictureOf(picture.Pixels), frames, canvas))
+                frames++;
+        }
         Picture_UnLoad(picture);
     }
     state.counters["frames"] = static_cast<double>(frames);

@@ -42,8 +42,8 @@ BYTES_OPEN::BYTES_OPEN(const char *path)
     opened = this;
 }
 
-BYTES_OPEN::BYTES_OPEN(std::span<const uint8_t> memory)
-    : Path(""), Before(opened), File(-1), Error(0), Memory(memory), IsMemory(true)
+BYTES_OPEN::BYTES_OPEN(std::span<const uint8_t> memory, const char *path)
+    : Path(path), Before(opened), File(-1), Error(0), Memory(memory), IsMemory(true)
 {
     opened = this;
 }
@@ -105,6 +105,18 @@ std::optional<uint64_t> Bytes_GetSize(const BYTES_OPEN &from)
         return std::nullopt;
     }
     return static_cast<uint64_t>(status.st_size);
+}
+
+std::optional<std::span<const uint8_t>> Bytes_ReadSmall(const BYTES_OPEN &from,
+                                                        std::span<uint8_t> room)
+{
+    const auto size = from.IsMemory ? std::nullopt : Bytes_GetSize(from);
+    if (!size || *size > room.size())
+        return std::nullopt;
+    const auto count = Bytes_ReadAt(from, 0, room.first(*size));
+    if (!count)
+        return std::nullopt;
+    return room.first(*count);
 }
 
 // Calls read(source) with the file already open under this path, or opens it for the call. Gives an

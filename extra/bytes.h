@@ -54,11 +54,11 @@ void Bytes_Guard(BYTES_BUFFER &file, const Load &load)
 }
 
 /// While it lives, loads of this path on this thread read one open file: what was detected is what
-/// is decoded. If constructed from bytes, loads of its Path (which names no file) read those bytes,
-/// which must outlive it.
+/// is decoded. If constructed from bytes, loads of its path (by default one that names no file)
+/// read those bytes, which must outlive it.
 struct BYTES_OPEN {
     explicit BYTES_OPEN(const char *path);
-    explicit BYTES_OPEN(std::span<const uint8_t> memory);
+    explicit BYTES_OPEN(std::span<const uint8_t> memory, const char *path = "");
     ~BYTES_OPEN();
     BYTES_OPEN(const BYTES_OPEN &) = delete;
     BYTES_OPEN &operator=(const BYTES_OPEN &) = delete;
@@ -82,6 +82,11 @@ std::optional<uint64_t> Bytes_GetSize(const BYTES_OPEN &from);
 /// Nothing, with a reason, if a read fails.
 std::optional<size_t> Bytes_ReadAt(const BYTES_OPEN &from, uint64_t position,
                                    std::span<uint8_t> bytes);
+
+/// The whole opened file, read into `room`. Nothing if it is larger, is in memory, or cannot be
+/// read.
+std::optional<std::span<const uint8_t>> Bytes_ReadSmall(const BYTES_OPEN &from,
+                                                        std::span<uint8_t> room);
 
 /// Fills `head` with the file's first bytes and returns their number, less for a short file.
 /// Nothing, with a reason, if the file cannot be opened or read.

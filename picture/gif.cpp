@@ -1,7 +1,9 @@
 #include "picture/gif.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -40,6 +42,9 @@ constexpr unsigned GIF_MaxCodeSize = 12;
 constexpr size_t GIF_MaxCodes = 1 << GIF_MaxCodeSize;
 constexpr size_t GIF_Chunk = 16;  // strings are copied in chunks of this many bytes
 
+// Bytes of a header before its last field: 4 KiB, of which most files need the first number.
+constexpr size_t GIF_FixedHeader = offsetof(GIF_HEADER, DataSize);
+
 // Pixels that one byte of a file may stand for. Times Picture_MinShare it is twice LZW's best ratio
 // (4096 pixels in 12 bits), since screens may be larger than their frames. A file counts as
 // GIF_MinFile bytes at least, since even a tiny one may have a large screen.
@@ -52,6 +57,13 @@ namespace
 // the byte that follows it, so it needs no copy.
 struct GIF_STRING {
     uint32_t Start, Length;
+};
+
+// The Graphic Control Extension before a frame.
+struct GIF_CONTROL {
+    uint8_t HasTransparency, UserInput, Disposal;
+    uint16_t Delay;
+    uint8_t TransparentIndex;
 };
 
 // A loaded file. It owns its frames' Data, from FirstOwned on.
@@ -108,7 +120,7 @@ static void ClearPalette(PIXELS_PALETTE &palette)
 static void ReadHeader()
 {
     GIF_HEADER &h = Extra_Local(GIF_Header);
-    h = {};
+    std::memset(&h, 0, GIF_FixedHeader);
     ClearPalette(h.GlobalPalette);
     GIF_Position = 4;
     h.Version = GIF_GetByte();
@@ -151,8 +163,7 @@ static void SkipSubBlocks()
         GIF_Position += size;
 }
 
-// Graphic Control Extension, which applies to the next frame.
-static void ReadGraphicControl(GIF_FRAME &next)
+static void ReadGraphicControl(GIF_CONTROL &next)
 {
     const uint8_t packed = GIF_GetByte();
     next.HasTransparency = packed & 1;
@@ -177,7 +188,8 @@ static void ReadComment(uint8_t size)
         std::vector<uint8_t> text;
         for (; size != 0; size = GIF_GetByte()) {
             const auto block = Bytes_GetSpan(GIF_File, GIF_Position, size);
-            text.insert(text.end(), block.begin(), block.end());
+            if (text.size() < GIF_Header.Comment.size())
+                text.insert(text.end(), block.begin(), block.end());
             GIF_Position += size;
         }
         KeepComment(text);
@@ -206,7 +218,7 @@ static void ReadApplication(uint8_t size)
 
 // Format: the remaining sub-blocks are skipped here. Framework: the caller skips what is left byte
 // by byte.
-static void ReadExtension(GIF_FRAME &next)
+static void ReadExtension(GIF_CONTROL &next)
 {
     const bool skips = Picture_Rules == PICTURE_RULES_FORMAT;
     const uint8_t label = GIF_GetByte();
@@ -305,16 +317,19 @@ static size_t GIF_LZW_Decompress(const GIF_FRAME &frame, std::span<const uint8_t
     // code, which is never read.
     const unsigned firstSize = minimumCodeSize + 1u;
     unsigned size = firstSize;
-    size_t next = end, at = 0;
+    size_t next = end, grows = size_t{1} << size, at = 0;  // grows: the code from which size does
     GIF_STRING previous{};
     while (decoder.Position + size <= decoder.End) {
         const size_t code = GIF_ReadBits(decoder, size);
-        if (code == clear) {
+        if (code - clear <= 1) [[unlikely]] {
+            if (code == end)
+                break;
             size = firstSize;
             next = end;
+            grows = size_t{1} << size;
             continue;
         }
-        if (code == end || code > next)
+        if (code > next)
             break;
         tree[next] = {previous.Start, previous.Length + 1};
         const GIF_STRING string = tree[code];
@@ -325,18 +340,23 @@ static size_t GIF_LZW_Decompress(const GIF_FRAME &frame, std::span<const uint8_t
         }
         uint8_t *to = out + at;
         const uint8_t *from = out + string.Start;
+        *to = out[previous.Start];  // the last byte of the string just added, if it is that one
         for (size_t i = 0; i < string.Length; i += GIF_Chunk) {
             std::array<uint8_t, GIF_Chunk> chunk;
             std::memcpy(chunk.data(), from + i, GIF_Chunk);
             std::memcpy(to + i, chunk.data(), GIF_Chunk);
         }
-        // If the code is the string just added, its last byte is not written yet: it equals the
-        // first.
-        to[string.Length - 1] = *(code == next ? to : from + string.Length - 1);
         previous = {static_cast<uint32_t>(at), string.Length};
         at += string.Length;
-        next += next < GIF_MaxCodes;
-        size += size < GIF_MaxCodeSize && next >> size != 0;
+        if (++next == grows) [[unlikely]] {
+            if (size < GIF_MaxCodeSize) {
+                size++;
+                grows <<= 1;
+            } else {  // full
+                next = GIF_MaxCodes;
+                grows = GIF_MaxCodes + 1;
+            }
+        }
     }
     return at;
 }
@@ -384,34 +404,39 @@ static void Decompress(GIF_FRAME &frame, std::span<const uint8_t> data, size_t n
     frame.Data = indexes;
 }
 
-// Reads the frame after an image separator; its Graphic Control Extension has been read before.
-// False, with a reason and no frame added, if the file ends in the descriptor or the frame does not
-// fit.
-static bool LoadFrame(GIF_OWNER &gif, GIF_FRAME &frame, uint64_t &left)
+// Adds the frame after an image separator. False, with a reason and no frame added, if the file
+// ends in the descriptor or the frame does not fit.
+static bool LoadFrame(GIF_OWNER &gif, const GIF_CONTROL &control, uint64_t &left)
 {
-    const size_t from = GIF_Position - 1, number = gif.Frames.size() + 1;
+    const size_t from = GIF_Position - 1;
+    GIF_FRAME &frame = gif.Frames.emplace_back();
+    const size_t number = gif.Frames.size();
+    frame.HasTransparency = control.HasTransparency;
+    frame.UserInput = control.UserInput;
+    frame.Disposal = control.Disposal;
+    frame.Delay = control.Delay;
+    frame.TransparentIndex = control.TransparentIndex;
     ReadImageDescriptor(frame);
-    if (GIF_Position > GIF_File.size()) {
-        Reason_Set("cut in frame %zu", number);
-        return false;
-    }
-    if (!Fits(uint64_t{frame.Width} * frame.Height, left)) {
-        Reason_Set("frame %zu and on: more pixels than are believed of %zu bytes", number,
-                   GIF_File.size());
+    const bool cut = GIF_Position > GIF_File.size();
+    if (cut || !Fits(uint64_t{frame.Width} * frame.Height, left)) {
+        if (cut)
+            Reason_Set("cut in frame %zu", number);
+        else
+            Reason_Set("frame %zu and on: more pixels than are believed of %zu bytes", number,
+                       GIF_File.size());
+        gif.Frames.pop_back();
         return false;
     }
     const std::span data = GatherSubBlocks(from);
     if (GIF_Position > GIF_File.size())
         Reason_Set("cut in frame %zu", number);
-    frame.Data = data.data();
     frame.DataSize = static_cast<uint32_t>(data.size());
     if (number <= GIF_MaxFrames)
         GIF_Header.DataSize[number - 1] = frame.DataSize;
-    gif.Frames.push_back(frame);
-    if (Picture_Rules != PICTURE_RULES_FORMAT) {
-        gif.Frames.back().Data = nullptr;  // not yet owned by the frame
-        Decompress(gif.Frames.back(), data, number);
-    }
+    if (Picture_Rules == PICTURE_RULES_FORMAT)
+        frame.Data = data.data();
+    else
+        Decompress(frame, data, number);
     return true;
 }
 
@@ -431,7 +456,7 @@ static void GIF_LoadFrames(GIF_OWNER &gif)
 {
     const size_t max = Picture_Rules == PICTURE_RULES_FORMAT ? UINT16_MAX : GIF_MaxFrames;
     uint64_t left = BelievedBytes();
-    GIF_FRAME next{};
+    GIF_CONTROL next{};
     while (GIF_Position < GIF_File.size()) {
         const uint8_t introducer = GIF_GetByte();
         if (introducer == GIF_Extension) {
@@ -583,15 +608,20 @@ static void MakePictures(std::span<GIF_FRAME> frames, bool overlay, uint8_t *fir
     }
 }
 
-// Format: fills the empty screen with the background colour, as other decoders do, or transparent
+// Format: what the empty screen shows: the background colour, as other decoders do, or transparent
 // if the first frame has transparency. Disposal clears to transparent in either case, as browsers
 // do.
-static void FillBackground(const GIF_PICTURE &gif, uint8_t *screen)
+static uint32_t BackgroundOf(const GIF_PICTURE &gif)
 {
     const GIF_HEADER &h = gif.Header;
     const bool opaque = h.HasGlobalPalette && !gif.Frames[0].HasTransparency;
-    const uint32_t pixel = opaque ? Pixels_Get(h.GlobalPalette[h.Background].data()) : 0;
-    for (size_t i = 0; i < h.Size; i += 4)
+    return opaque ? Pixels_Get(h.GlobalPalette[h.Background].data()) : 0;
+}
+
+static void FillBackground(const GIF_PICTURE &gif, uint8_t *screen)
+{
+    const uint32_t pixel = BackgroundOf(gif);
+    for (size_t i = 0; i < gif.Header.Size; i += 4)
         Pixels_Put(screen + i, pixel);
 }
 
@@ -617,15 +647,16 @@ static bool HidesAll(const GIF_PICTURE &gif, const GIF_FRAME &frame)
            frame.Disposal != GIF_DisposeRestore;
 }
 
-// Format: draws a frame on the screen.
+// Format: draws a frame on the screen, which may be empty, so that no pixel shows through.
 static void DrawFrame(const GIF_PICTURE &gif, const GIF_FRAME &frame,
-                      std::span<const uint8_t> indexes, uint8_t *screen)
+                      std::span<const uint8_t> indexes, uint8_t *screen, bool empty)
 {
     const size_t width = frame.Width;
     const size_t right = std::min<size_t>(gif.Header.Width, frame.Left + width);
-    const PIXELS_PALETTE &palette =
-        frame.HasLocalPalette ? frame.LocalPalette : gif.Header.GlobalPalette;
-    const int hidden = frame.HasTransparency ? frame.TransparentIndex : -1;
+    PIXELS_PALETTE palette = frame.HasLocalPalette ? frame.LocalPalette : gif.Header.GlobalPalette;
+    const bool hides = frame.HasTransparency && !empty;
+    if (frame.HasTransparency)
+        palette[frame.TransparentIndex] = {};
     size_t first = 0;
     const auto draw = [&](size_t y) {
         const auto stored = Bytes_GetSpan(indexes, first, width);
@@ -634,10 +665,10 @@ static void DrawFrame(const GIF_PICTURE &gif, const GIF_FRAME &frame,
             return;
         const auto row = Bytes_GetSpan(stored, 0, right - frame.Left);
         uint8_t *out = screen + ((frame.Top + y) * gif.Header.Width + frame.Left) * 4;
-        if (hidden < 0)
+        if (!hides)
             return Pixels_FromIndexes(row, palette, out);
         for (const uint8_t index : row) {
-            if (index != hidden)
+            if (index != frame.TransparentIndex)
                 std::memcpy(out, palette[index].data(), 4);
             out += 4;
         }
@@ -665,7 +696,8 @@ uint8_t *GIF_Decoding(uint16_t mode)
     GIF_OWNER &gif = *GIF_Loaded;
     auto *const front = new (block) GIF_FRONT{&gif};
     auto *const first = reinterpret_cast<uint8_t *>(front + 1);
-    gif.Header = GIF_Header;
+    const size_t sizes = std::min<size_t>(GIF_Header.FrameCount, GIF_MaxFrames);
+    std::memcpy(&gif.Header, &GIF_Header, GIF_FixedHeader + sizes * sizeof(uint32_t));
     const bool done = Reason_Guard([&gif, mode, first] {
         if (gif.FirstOwned == 0) {
             MakePictures(gif.Frames, mode == 1, first);
@@ -678,9 +710,9 @@ uint8_t *GIF_Decoding(uint16_t mode)
         if (!IsWhole(frame, indexes))
             Reason_Set("frame 1 ends after %zu of %zu pixels", indexes.size(),
                        size_t{frame.Width} * frame.Height);
-        if (!IsWhole(frame, indexes) || !HidesAll(gif, frame))
+        if (BackgroundOf(gif) != 0 && (!IsWhole(frame, indexes) || !HidesAll(gif, frame)))
             FillBackground(gif, first);
-        DrawFrame(gif, frame, indexes, first);
+        DrawFrame(gif, frame, indexes, first, true);
         return true;
     });
     if (!done) {
@@ -747,8 +779,24 @@ static void LayFrame(const GIF_PICTURE &gif, GIF_CANVAS &canvas)
     const GIF_FRAME &frame = gif.Frames[canvas.Laid];
     if (frame.Disposal == GIF_DisposeRestore)
         canvas.Below = canvas.Screen;
-    DrawFrame(gif, frame, IndexesOf(frame, canvas.Indexes), canvas.Screen.data());
+    DrawFrame(gif, frame, IndexesOf(frame, canvas.Indexes), canvas.Screen.data(), false);
     canvas.Laid++;
+}
+
+GIF_CANVAS GIF_CanvasOf(const uint8_t *first)
+{
+    GIF_CANVAS canvas;
+    Reason_Guard([&canvas, first] {
+        const GIF_PICTURE &gif = GIF_PictureOf(first);
+        canvas.Screen.assign(first, first + gif.Header.Size);
+        if (gif.Frames[0].Disposal == GIF_DisposeRestore) {
+            canvas.Below.resize(gif.Header.Size);
+            FillBackground(gif, canvas.Below.data());
+        }
+        canvas.Laid = 1;
+        return true;
+    });
+    return canvas;
 }
 
 bool GIF_Compose(const GIF_PICTURE &gif, size_t n, GIF_CANVAS &canvas)

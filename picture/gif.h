@@ -39,13 +39,13 @@ struct GIF_HEADER {
     PIXELS_PALETTE GlobalPalette;  // alpha 255
     uint8_t Background;            // index
     uint8_t AspectRatio;
-    std::array<uint32_t, GIF_MaxFrames> DataSize;  // of a frame's compressed data, bytes
     uint16_t FrameCount;
     std::array<char, 128> Comment;  // the last one, with a NUL
     uint32_t Size;                  // of a picture: Width x Height x 4
     uint32_t BlockOffset;           // of the first block in the file
     uint8_t HasLoopCount;           // of the application extension NETSCAPE2.0
     uint16_t LoopCount;             // how often the animation starts over, 0: for ever
+    std::array<uint32_t, GIF_MaxFrames> DataSize;  // of the frames' compressed data, bytes
 };
 
 struct GIF_FRAME {
@@ -112,6 +112,10 @@ struct GIF_CANVAS {
     BYTES_BUFFER Indexes;  // of the top frame
     size_t Laid = 0;       // frames drawn so far, the top one included
 };
+
+/// The canvas after the first frame, from its picture, which GIF_Decoding returned by the format's
+/// rules: saves decoding it again. Empty, with a reason, if memory runs out.
+GIF_CANVAS GIF_CanvasOf(const uint8_t *first);
 
 /// Composes frame `n` (from 0) of a picture loaded by the format's rules: draws it after all frames
 /// before it were drawn and disposed of. The next frame costs one frame; a jump costs at most the

@@ -362,6 +362,11 @@ static Picture LoadOpened(const char *path, uint16_t hint, uint16_t rawPlanes)
 Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
 {
     const BYTES_OPEN file(path);
+    std::array<uint8_t, 16384> room;  // small files are read once, not first for detection
+    if (const auto bytes = Bytes_ReadSmall(file, room)) {
+        const BYTES_OPEN memory(*bytes, path);
+        return LoadOpened(path, hint, rawPlanes);
+    }
     return LoadOpened(path, hint, rawPlanes);
 }
 

@@ -98,7 +98,7 @@ static std::string Screens(const BYTES &file)
         return "";
     const GIF_PICTURE &gif = GIF_PictureOf(loaded.Record.Pixels);
     std::string text;
-    GIF_CANVAS running, back;
+    GIF_CANVAS running = GIF_CanvasOf(loaded.Record.Pixels), back;
     for (size_t n = 0; n < gif.Frames.size(); n++) {
         GIF_CANVAS jumping;
         EXPECT_TRUE(GIF_Compose(gif, n, running) && GIF_Compose(gif, n, jumping) &&

@@ -361,8 +361,11 @@ VIEWER_PIXELS Viewer_Frame(const VIEWER_FILE &file, uint32_t n, GIF_CANVAS &canv
         pixels.Pixels = file.Sprites[n];
     } else if (file.Format == PICTURE_GIF) {
         const GIF_PICTURE &gif = GIF_PictureOf(pixels.Pixels);
-        if (!gif.Codes.empty())
+        if (!gif.Codes.empty()) {
+            if (canvas.Laid == 0)
+                canvas = GIF_CanvasOf(pixels.Pixels);
             return Composed(gif, n, canvas);
+        }
         pixels.Pixels = gif.Frames[n].Data;  // by the framework's rules each frame is a picture
     }
     return pixels;
