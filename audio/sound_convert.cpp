@@ -2,6 +2,7 @@
 #include "audio/sound_file.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <utility>
 
@@ -49,9 +50,11 @@ static void ExpandG711(std::span<const uint8_t> codes, uint8_t *buffer,
                        const std::array<int16_t, 256> &table)
 {
     for (const uint8_t code : codes) {
-        const uint16_t sample = static_cast<uint16_t>(table[code]);
-        *buffer++ = static_cast<uint8_t>(sample);
-        *buffer++ = static_cast<uint8_t>(sample >> 8);
+        uint16_t sample = static_cast<uint16_t>(table[code]);
+        if constexpr (std::endian::native == std::endian::big)
+            sample = static_cast<uint16_t>(sample << 8 | sample >> 8);
+        std::memcpy(buffer, &sample, sizeof sample);
+        buffer += sizeof sample;
     }
 }
 
