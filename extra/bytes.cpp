@@ -107,18 +107,6 @@ std::optional<uint64_t> Bytes_GetSize(const BYTES_OPEN &from)
     return static_cast<uint64_t>(status.st_size);
 }
 
-std::optional<std::span<const uint8_t>> Bytes_ReadSmall(const BYTES_OPEN &from,
-                                                        std::span<uint8_t> room)
-{
-    const auto size = from.IsMemory ? std::nullopt : Bytes_GetSize(from);
-    if (!size || *size > room.size())
-        return std::nullopt;
-    const auto count = Bytes_ReadAt(from, 0, room.first(*size));
-    if (!count)
-        return std::nullopt;
-    return room.first(*count);
-}
-
 // Calls read(source) with the file already open under this path, or opens it for the call. Gives an
 // empty result, with a reason, if it cannot be opened.
 template <typename Reader>

@@ -83,11 +83,6 @@ std::optional<uint64_t> Bytes_GetSize(const BYTES_OPEN &from);
 std::optional<size_t> Bytes_ReadAt(const BYTES_OPEN &from, uint64_t position,
                                    std::span<uint8_t> bytes);
 
-/// The whole opened file, read into `room`. Nothing if it is larger, is in memory, or cannot be
-/// read.
-std::optional<std::span<const uint8_t>> Bytes_ReadSmall(const BYTES_OPEN &from,
-                                                        std::span<uint8_t> room);
-
 /// Fills `head` with the file's first bytes and returns their number, less for a short file.
 /// Nothing, with a reason, if the file cannot be opened or read.
 std::optional<size_t> Bytes_LoadHead(const char *path, std::span<uint8_t> head);

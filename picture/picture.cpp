@@ -363,10 +363,12 @@ Picture Picture_Load(const char *path, uint16_t hint, uint16_t rawPlanes)
 {
     const BYTES_OPEN file(path);
     std::array<uint8_t, 16384> room;  // small files are read once, not first for detection
-    if (const auto bytes = Bytes_ReadSmall(file, room)) {
-        const BYTES_OPEN memory(*bytes, path);
+    const auto size = Bytes_GetSize(file);
+    const auto count =
+        size && *size <= room.size() ? Bytes_ReadAt(file, 0, {room.data(), *size}) : std::nullopt;
+    if (!count)
         return LoadOpened(path, hint, rawPlanes);
-    }
+    const BYTES_OPEN memory({room.data(), *count}, path);
     return LoadOpened(path, hint, rawPlanes);
 }
 
