@@ -167,9 +167,10 @@ static uint32_t FindChunks(AIFF_HEADER &record, bool padded)
             const uint32_t offset = AIFF_GetDWord();
             record.DataStart = static_cast<uint32_t>(
                 std::min<uint64_t>(AIFF_Position + 4 + offset, record.FileSize));
-            size = chunk->Size - std::min<uint32_t>(chunk->Size, 8) >= offset
-                       ? chunk->Size - 8 - offset
-                       : 0;
+            if (chunk->Size < 8)  // 0 in a recording that was not finished: all there is
+                size = record.FileSize - record.DataStart;
+            else
+                size = chunk->Size - 8 - std::min(chunk->Size - 8, offset);
         }
         if (record.DataStart != 0 && record.Channels != 0 && record.Rate[1] != 0)
             break;

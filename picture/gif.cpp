@@ -321,7 +321,7 @@ static size_t GIF_LZW_Decompress(const GIF_FRAME &frame, std::span<const uint8_t
     GIF_STRING previous{};
     while (decoder.Position + size <= decoder.End) {
         const size_t code = GIF_ReadBits(decoder, size);
-        if (code - clear <= 1) [[unlikely]] {
+        if ((code | 1) == end) [[unlikely]] {
             if (code == end)
                 break;
             size = firstSize;

@@ -232,6 +232,8 @@ TEST(Sounds, FormatRules)
         {"below 0", Aiff, IffFile("AIFF", rated(0xC0, 12, 0x44) + bytes), 1, 0, 8, {129, 127}},
         {"too high", Aiff, IffFile("AIFF", rated(0x40, 32, 0x44) + bytes), 1, 0, 8, {129, 127}},
         {"packed", Aiff, aiff(16, Text("ima4"), words), 0, 44100, 0, {}, "compression 'ima4'"},
+        {"not finished", Aiff, IffFile("AIFF", slow + Text("SSND") + BYTES(12) + BYTES{1, 0xFF}),
+         1, 11025, 8, {129, 127}},
         {"no sound", Aiff, IffFile("AIFF", slow), 1, 11025, 8, {}, "no sound data chunk"},
         {"no common chunk", Aiff, IffFile("AIFF", Chunk("SSND", Data)), 0, 0, 0, {},
          "no common chunk"},

@@ -29,13 +29,14 @@ static bool HasJunk(std::span<const uint8_t> text)
         text, [](uint8_t c) { return c == 0 || !std::strchr("0123456789 \t\r\n", c); });
 }
 
-// Whether a BMP's masks are not runs of ones within a pixel; gdk-pixbuf has its own results for
-// these.
+// Whether a BMP's masks are not runs of two and more ones within a pixel; gdk-pixbuf has its own
+// results for these: one bit makes 128 at most.
 static bool HasOddMasks()
 {
     const BMP_HEADER &h = BMP_Header;
     const auto odd = [&h](uint32_t m) {
-        return m == 0 || (m & (m + (m & (~m + 1)))) != 0 || uint64_t{m} >> h.BitsPerPixel != 0;
+        return (m & (m - 1)) == 0 || (m & (m + (m & (~m + 1)))) != 0 ||
+               uint64_t{m} >> h.BitsPerPixel != 0;
     };
     return h.Compression == 3 && (odd(h.RedMask) || odd(h.GreenMask) || odd(h.BlueMask));
 }
