@@ -303,7 +303,8 @@ static size_t ExpandFrameworkRuns(std::span<const uint8_t> file, std::span<uint8
 }
 
 // Expands to one byte per pixel, RLE4 too. Pixels without a run are 0; pixels past the row's end
-// are dropped.
+// are dropped. Leaves a reason if the file ends before the last pixel, without an end of the
+// bitmap.
 static void ExpandFormatRuns(std::span<const uint8_t> file, std::span<uint8_t> pixels)
 {
     const BMP_HEADER &h = BMP_Header;
@@ -333,7 +334,7 @@ static void ExpandFormatRuns(std::span<const uint8_t> file, std::span<uint8_t> p
             row += width;
             x = 0;
         } else if (value == 1) {
-            break;
+            return;
         } else if (value == 2) {
             x += Bytes_GetByte(file, p);
             row += Bytes_GetByte(file, p) * width;
@@ -348,6 +349,8 @@ static void ExpandFormatRuns(std::span<const uint8_t> file, std::span<uint8_t> p
             p += bytes + bytes % 2;
         }
     }
+    if (row + x < pixels.size())
+        Reason_Set("cut after %zu of %d rows", row / width, h.Height);
 }
 
 // Packs RLE4's pixels two to a byte and returns the number of bytes left. On purpose: as many bytes
