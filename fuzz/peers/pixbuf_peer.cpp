@@ -1,5 +1,6 @@
 // Any BMP, PNM or TGA file that is whole: gdk-pixbuf.
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <vector>
 
@@ -29,13 +30,13 @@ static bool HasJunk(std::span<const uint8_t> text)
         text, [](uint8_t c) { return c == 0 || !std::strchr("0123456789 \t\r\n", c); });
 }
 
-// Whether a BMP's masks are not runs of two and more ones within a pixel; gdk-pixbuf has its own
-// results for these: one bit makes 128 at most.
+// Whether a BMP's masks are not runs of four and more ones within a pixel; gdk-pixbuf has its own
+// results for these: one bit makes 128 at most, three make 224.
 static bool HasOddMasks()
 {
     const BMP_HEADER &h = BMP_Header;
     const auto odd = [&h](uint32_t m) {
-        return (m & (m - 1)) == 0 || (m & (m + (m & (~m + 1)))) != 0 ||
+        return std::popcount(m) < 4 || (m & (m + (m & (~m + 1)))) != 0 ||
                uint64_t{m} >> h.BitsPerPixel != 0;
     };
     return h.Compression == 3 && (odd(h.RedMask) || odd(h.GreenMask) || odd(h.BlueMask));
