@@ -8,6 +8,7 @@
 
 #include "fuzz/peers/peer.h"
 #include "picture/bmp.h"
+#include "picture/pxm.h"
 
 static const char *TypeOf(uint8_t format)
 {
@@ -47,11 +48,13 @@ static bool HasOddMasks()
 static bool HasGap(std::span<const uint8_t> file)
 {
     size_t position = 10, colours = 46;
-    if (Bytes_GetLittle(file, colours, 4) > 256)
+    const uint32_t used = Bytes_GetLittle(file, colours, 4);
+    if (used > 256)
         return true;  // it believes that number and allocates as much
     const BMP_HEADER &h = BMP_Header;
     const uint32_t masks = h.Compression == 3 && h.HeaderSize == 40 ? 12 : 0;
-    const uint32_t palette = h.BitsPerPixel <= 8 ? uint32_t{h.PaletteEntry} << h.BitsPerPixel : 0;
+    const uint32_t count = used != 0 ? used : 1u << (h.BitsPerPixel & 15);
+    const uint32_t palette = h.BitsPerPixel <= 8 ? h.PaletteEntry * count : 0;
     return Bytes_GetLittle(file, position, 4) != 14 + h.HeaderSize + masks + palette;
 }
 
@@ -64,6 +67,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     if (ours.It.Format == PICTURE_PNM && data[1] <= '3' && HasJunk({data + 2, size - 2}))
         return 0;
+    if (ours.It.Format == PICTURE_PNM && PXM_Header.Maximum != 255 && PXM_Header.Maximum != 65535)
+        return 0;  // samples may be larger
     if (ours.It.Format == PICTURE_BMP && (HasGap({data, size}) || HasOddMasks()))
         return 0;
     GdkPixbufLoader *loader = gdk_pixbuf_loader_new_with_type(type, nullptr);

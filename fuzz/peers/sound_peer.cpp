@@ -73,14 +73,16 @@ static uint32_t BitsOf(int coding)
     }
 }
 
-// Whether libsndfile has read what it says is wrong, or skipped a tag before the file.
+// Whether libsndfile has read what it says is wrong, or skipped a tag before the file. A wrong rate
+// of bytes means that depth and size of a frame contradict each other.
 static bool Complains(SNDFILE *file)
 {
     std::array<char, 16384> log{};
     sf_command(file, SFC_GET_LOG_INFO, log.data(), log.size() - 1);
     const std::string_view text(log.data());
-    return text.find("***") != text.npos || text.find("unknown marker") != text.npos ||
-           text.find("ID3") != text.npos;
+    const size_t rate = std::min(text.find("Bytes/sec"), text.size());
+    return text.find("should be", rate) < text.find('\n', rate) || text.find("***") != text.npos ||
+           text.find("unknown marker") != text.npos || text.find("ID3") != text.npos;
 }
 
 static void Compare(std::vector<double> theirs, const SF_INFO &info, const uint8_t *data,

@@ -41,7 +41,7 @@ static uint64_t Seek(thandle_t handle, uint64_t offset, int whence)
 static void Compare(TIFF *tif, const uint8_t *data, size_t size)
 {
     uint32_t width = 0, height = 0;
-    uint16_t compression = 0, photometric = 0, extras = 0, *extra = nullptr;
+    uint16_t compression = 0, photometric = 0, turned = 0, extras = 0, *extra = nullptr;
     TIFFGetField(tif, TIFFTAG_IMAGEWIDTH, &width);
     TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &height);
     TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
@@ -50,6 +50,9 @@ static void Compare(TIFF *tif, const uint8_t *data, size_t size)
         return;  // libtiff says nothing about damaged streams; inflate_peer looks at these
     if (TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &photometric) && photometric == PHOTOMETRIC_CIELAB)
         return;  // left out here
+    TIFFGetFieldDefaulted(tif, TIFFTAG_ORIENTATION, &turned);
+    if (turned != ORIENTATION_TOPLEFT)
+        return;  // which it turns
     if (width == 0 || height == 0 || width > 300 || height > 300)
         return;
     std::vector<uint32_t> raster(size_t{width} * height);
@@ -59,6 +62,8 @@ static void Compare(TIFF *tif, const uint8_t *data, size_t size)
         complained)
         return;
     const PEER_PICTURE ours(data, size);
+    if (TIF_Header.Photometric == PHOTOMETRIC_PALETTE && TIF_Header.BitsPerSample > 8)
+        return;  // grey there
     if (extras != 0 && extra[0] == EXTRASAMPLE_UNASSALPHA && ours.It.Pixels)
         for (size_t i = 0; i < raster.size() * 4; i++)
             if (i % 4 != 3)
