@@ -66,3 +66,33 @@ TEST(SoundFaults, NeverShorterInSilence)
         }
     Audio_Rules = AUDIO_RULES_FRAMEWORK;
 }
+
+// Files of 4 GiB of zeros: half a milliard empty chunks are skipped, not read.
+TEST(SoundFaults, HugeFilesTakeFewReads)
+{
+    const struct {
+        uint8_t type;
+        BYTES head, tail;
+    } rows[] = {
+        {AUDIO_WAV, Prefix(WaveFile(1, 1, 8, {}), 36), Text("data\1\0\0\0") + BYTES(56)},
+        {AUDIO_IFF, Text("FORM\0\0\0\0\x38SVX"), Text("BODY\0\0\0\1") + BYTES(56)},
+        {AUDIO_AIFF, Text("FORM\0\0\0\0AIFF"), Text("SSND\0\0\0\1") + BYTES(56)},
+        {AUDIO_MP3, Text("ID3\3\0\0\xFF\xFF\xFF\xF0"), BYTES(64)},
+        {AUDIO_MOD, {}, BYTES(64)},
+    };
+    for (const auto &r : rows) {
+        const std::string path = WriteTemp("huge", r.head);
+        std::filesystem::resize_file(path, UINT32_MAX - 67);
+        std::ofstream(path, std::ios::binary | std::ios::app)
+            .write(reinterpret_cast<const char *>(r.tail.data()), std::ssize(r.tail));
+        Faults_Reads = {100};
+        AudioTrack *track = Audio_LoadAs(path.c_str(), r.type);
+        EXPECT_FALSE(std::exchange(Faults_Reads, {}).Struck) << int{r.type};
+        if (r.type != AUDIO_MP3 && r.type != AUDIO_MOD) {
+            EXPECT_GT(track->DataStart, 4000000000u) << int{r.type};
+        }
+        UnLoad(track);
+        ResetModules();
+    }
+    std::filesystem::remove(TempPath("huge"));
+}
