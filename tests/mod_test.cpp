@@ -287,16 +287,17 @@ TEST(MOD, Sides)
     for (size_t channel = 0; channel < 4; channel++) {
         const RENDERED song(WriteModule(Song(std::string(channel, '|') + "C-2 01\n")));
         EXPECT_EQ(song.Header->Separation, 50);
-        for (const uint8_t percent : BYTES{0, 50, 100}) {
-            song.Header->Separation = percent;
+        for (const uint8_t given : BYTES{0, 50, 100, 255}) {
+            song.Header->Separation = given;
+            const double percent = std::min<double>(given, 100);
             MOD_StartOver(*song.Header);
             const auto sound = SamplesOf(song.Bytes(), 16);
             const size_t near = channel == 0 || channel == 3 ? 0 : 1;
             std::array<double, 2> power{};
             for (size_t i = 0; i < sound.size(); i++)
                 power[i % 2 ^ near] += sound[i] * sound[i];
-            EXPECT_NEAR(std::sqrt(power[1] / power[0]), (100.0 - percent) / (100 + percent), 0.001)
-                << channel << ", " << int{percent};
+            EXPECT_NEAR(std::sqrt(power[1] / power[0]), (100 - percent) / (100 + percent), 0.001)
+                << channel << ", " << percent;
         }
     }
 }
