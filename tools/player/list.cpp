@@ -34,25 +34,6 @@ static bool IsSound(const std::filesystem::directory_entry &entry)
            (type > AUDIO_RAW && (type != AUDIO_MOD || entry.file_size(error) > moduleHeader));
 }
 
-// The sounds in a folder. Returns why it could not be read completely.
-template <typename Iterator>
-static std::string AddFolder(const std::string &folder, PATHS &files)
-{
-    const auto options = std::filesystem::directory_options::skip_permission_denied;
-    std::error_code error;
-    PATHS found;
-    for (Iterator entry(folder, options, error), end; !error && entry != end;
-         entry.increment(error)) {
-        if (IsSound(*entry))
-            found.push_back(entry->path());
-        if (files.size() + found.size() == List_MaxFiles)
-            break;
-    }
-    std::ranges::sort(found);
-    files.insert(files.end(), found.begin(), found.end());
-    return error ? error.message() : "";
-}
-
 // The file that a playlist's line names; empty if none.
 static std::string NameIn(std::string line, bool pls)
 {
@@ -142,15 +123,34 @@ static std::string AddPlaylist(LISTING &listing, const std::string &path)
     return list.bad() ? std::strerror(errno) : "";
 }
 
+// Finds the sounds in a folder, and in those within it if asked for; links to folders are not
+// followed. Folders that cannot be read are reported.
+static void FindSounds(const LISTING &listing, const std::string &folder, PATHS &found)
+{
+    namespace fs = std::filesystem;
+    std::error_code error, ignored;
+    for (fs::directory_iterator i(folder, error), end; !error && i != end; i.increment(error)) {
+        if (listing.Files.size() + found.size() >= List_MaxFiles)
+            return;
+        if (IsSound(*i))
+            found.push_back(i->path());
+        else if (listing.Recursive && i->is_directory(ignored) && !i->is_symlink(ignored))
+            FindSounds(listing, i->path(), found);
+    }
+    if (error)
+        listing.Report(folder, "cannot be opened: " + error.message());
+}
+
 static void AddWord(LISTING &listing, const std::string &word)
 {
     std::string reason;
     std::error_code ignored;
-    if (std::filesystem::is_directory(word, ignored))
-        reason = listing.Recursive
-                     ? AddFolder<std::filesystem::recursive_directory_iterator>(word, listing.Files)
-                     : AddFolder<std::filesystem::directory_iterator>(word, listing.Files);
-    else if (IsPlaylist(word))
+    if (std::filesystem::is_directory(word, ignored)) {
+        PATHS found;
+        FindSounds(listing, word, found);
+        std::ranges::sort(found);
+        listing.Files.insert(listing.Files.end(), found.begin(), found.end());
+    } else if (IsPlaylist(word))
         reason = AddPlaylist(listing, word);
     else
         listing.Files.push_back(word);

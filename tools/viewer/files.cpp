@@ -76,8 +76,8 @@ static bool AddFolder(const fs::path &folder, bool recursive, std::vector<FILES_
     for (std::string &file : files)
         entries.push_back({std::move(file), false});
     for (const std::string &inner : folders)
-        if (recursive)
-            AddFolder(inner, true, entries);
+        if (recursive && !AddFolder(inner, true, entries))
+            entries.push_back({inner});  // opening it gives the reason
     return !error;
 }
 
