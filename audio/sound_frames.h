@@ -26,7 +26,7 @@ struct SOUND_FRAMES {
     uint32_t Speakers = 0;  // WAVEFORMATEXTENSIBLE's channel mask; 0: the usual ones
     bool Mixed = false;     // down to two channels
     bool Real = false;      // the buffer holds floating point
-    SOUND_CONVERSION Swap16 = Sound_Swap16;
+    SOUND_CONVERSION Swap16 = Sound_Swap16;  // for big-endian 16 bits
 };
 
 /// Files with more channels than this are mixed down to two; the value at the load holds for the

@@ -29,9 +29,11 @@ def outputs(names, folder):
     found = collections.defaultdict(lambda: [""] * (1 + len(INFO)))
     start = re.compile(rf'(?:\{{"path":")?({"|".join(map(re.escape, sorted(names, reverse=True)))})[",:\n]')
     for column, command in enumerate((DIGEST, *((*info, *names) for info in INFO))):
-        printed = subprocess.run(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+        run = subprocess.run(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        if run.returncode not in (0, 1) or b"Sanitizer" in run.stderr:
+            sys.exit(f"{command[:3]} failed: {run.stderr[-5000:].decode(errors='replace')}")
         name = None
-        for line in printed.decode(errors="replace").splitlines(keepends=True):
+        for line in run.stdout.decode(errors="replace").splitlines(keepends=True):
             name = match[1] if (match := start.match(line)) else name
             found[name][column] += line
     return found

@@ -53,8 +53,8 @@ static bool HasGap(std::span<const uint8_t> file)
         return true;  // it believes that number and allocates as much
     const BMP_HEADER &h = BMP_Header;
     const uint32_t masks = h.Compression == 3 && h.HeaderSize == 40 ? 12 : 0;
-    const uint32_t count = used != 0 ? used : 1u << (h.BitsPerPixel & 15);
-    const uint32_t palette = h.BitsPerPixel <= 8 ? h.PaletteEntry * count : 0;
+    const uint32_t palette =
+        h.BitsPerPixel > 8 ? 0 : h.PaletteEntry * (used != 0 ? used : 1u << h.BitsPerPixel);
     return Bytes_GetLittle(file, position, 4) != 14 + h.HeaderSize + masks + palette;
 }
 
