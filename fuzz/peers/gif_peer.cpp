@@ -68,12 +68,12 @@ static void Compare(const GifFileType &gif, const uint8_t *data, size_t size)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    // At most 511 by 511 pixels. giflib believes in any GIF version, and reads on after an
-    // extension without data.
+    // At most 511 by 511 pixels. giflib believes in any GIF version, reads on after an extension
+    // without data, and ignores a graphic control of more than its four bytes.
     if (size < 10 || (data[7] | data[9]) > 1 || data[3] != '8')
         return 0;
     for (size_t i = 10; i + 2 < size; i++)
-        if (data[i] == 0x21 && data[i + 2] == 0)
+        if (data[i] == 0x21 && (data[i + 2] == 0 || (data[i + 1] == 0xF9 && data[i + 2] != 4)))
             return 0;
     std::span<const uint8_t> left(data, size);
     int error = 0;
