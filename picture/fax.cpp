@@ -310,6 +310,8 @@ struct FAX_READER {
                 Row.push_back(a0 = a1);
             }
         }
+        if (Row.size() % 2 != 0)
+            Row.push_back(Width);  // a row may end by passing, in black
         return true;
     }
 

@@ -328,6 +328,7 @@ TEST(TIF, FaxRows)
              eol + eol,
          "..###... ...#.... ........ ######## ######## ...##### ######## ..###### ########"},
         {"an invalid mode", FAX_Group4, "1  001 0111 11 0000001", "........ ..##....", true},
+        {"a pass to the end, in black", FAX_Group4, "010 0001  1 1", ".......# .......#"},
         {"a shift left of the picture", FAX_Group4, "001 00110101 000101  010", "########", true},
         {"a run beyond the row", FAX_Group4, "1  001 0111 000101", "........ ........", true},
         {"rows that begin on bytes", FAX_Bytes, "10011 000" + whole, "........ ..##...."},
