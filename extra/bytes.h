@@ -10,6 +10,7 @@
 #include <span>
 #include <vector>
 
+#include "extra/pages.h"
 #include "extra/reason.h"
 
 #pragma GCC visibility push(default)
@@ -21,6 +22,12 @@ struct BYTES_ALLOCATOR : std::allocator<uint8_t> {
     struct rebind {
         using other = BYTES_ALLOCATOR;
     };
+    uint8_t *allocate(size_t count)
+    {
+        uint8_t *const block = std::allocator<uint8_t>::allocate(count);
+        Pages_Advise(block, count);
+        return block;
+    }
     void construct(uint8_t *) {}
     void construct(uint8_t *byte, uint8_t value)
     {

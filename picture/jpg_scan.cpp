@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "extra/pages.h"
 #include "extra/reason.h"
 #include "picture/jpg_bits.h"
 #include "picture/jpg_block.h"
@@ -551,7 +552,8 @@ static bool MakeCoefficients(PICTURE &picture)
         c.NonZero.assign(c.BlocksAcross * c.BlocksDown, 0);
         blocks += c.NonZero.size();
     }
-    int16_t *next = static_cast<int16_t *>(std::calloc(blocks, 64 * sizeof(int16_t)));
+    constexpr size_t size = 64 * sizeof(int16_t);
+    auto *next = static_cast<int16_t *>(Pages_Advise(std::calloc(blocks, size), blocks * size));
     picture.Coefficients.reset(next);
     for (size_t i = 0; i < picture.Count && next; i++) {
         picture.Components[i].Coefficients = next;
@@ -835,7 +837,7 @@ uint8_t *JPG_DecodeScans(JPG_COLOURS colours)
         return nullptr;
     const size_t pixelBytes = JPG_PixelBytes(colours, JPG_Header.ComponentCount);
     const size_t bytes = size_t{JPG_Decoder.PaddedWidth} * JPG_Decoder.PaddedHeight * pixelBytes;
-    PICTURE_PIXELS pixels(static_cast<uint8_t *>(std::malloc(bytes)));
+    PICTURE_PIXELS pixels(static_cast<uint8_t *>(Pages_Advise(std::malloc(bytes), bytes)));
     if (!pixels || !MakeComponents(*picture)) {
         Reason_Set("out of memory");
         return nullptr;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "extra/pages.h"
 #include "extra/reason.h"
 
 constinit thread_local uint8_t Picture_Rules = PICTURE_RULES_FRAMEWORK;
@@ -42,21 +43,21 @@ bool Picture_Believes(const PICTURE_CLAIM &claim)
     return false;
 }
 
-static uint8_t *Allocated(void *pixels)
+static uint8_t *Allocated(void *pixels, size_t bytes)
 {
     if (!pixels)
         Reason_Set("out of memory");
-    return static_cast<uint8_t *>(pixels);
+    return static_cast<uint8_t *>(Pages_Advise(pixels, bytes));
 }
 
 uint8_t *Picture_NewPixels(uint32_t width, uint32_t height)
 {
     const size_t bytes = PixelBytes(width, height);
-    return bytes != 0 ? Allocated(std::calloc(bytes, 1)) : nullptr;
+    return bytes != 0 ? Allocated(std::calloc(bytes, 1), bytes) : nullptr;
 }
 
 uint8_t *Picture_NewUnsetPixels(uint32_t width, uint32_t height)
 {
     const size_t bytes = PixelBytes(width, height);
-    return bytes != 0 ? Allocated(std::malloc(bytes)) : nullptr;
+    return bytes != 0 ? Allocated(std::malloc(bytes), bytes) : nullptr;
 }

@@ -1,6 +1,8 @@
 #include "extra/bytes.h"
 
 #include <array>
+#include <charconv>
+#include <fstream>
 
 #include "extra/reason.h"
 #include "tests/files.h"
@@ -37,6 +39,36 @@ TEST(Bytes, OnlyRegularFilesLoad)
         EXPECT_STREQ(Reason_Get(), reason);
     }
     EXPECT_FALSE(Bytes_GetSize(BYTES_OPEN(absent.c_str())));
+}
+
+// What Linux notes of the mapping that holds this address.
+static std::string FlagsOf(const void *place)
+{
+    std::ifstream mappings("/proc/self/smaps");
+    const auto wanted = reinterpret_cast<uintptr_t>(place);
+    bool here = false;
+    for (std::string line; std::getline(mappings, line);) {
+        const char *const end = line.data() + line.size();
+        uintptr_t from, to;
+        const auto [dash, error] = std::from_chars(line.data(), end, from, 16);
+        if (error == std::errc{} && *dash == '-' &&
+            std::from_chars(dash + 1, end, to, 16).ec == std::errc{})
+            here = from <= wanted && wanted < to;
+        else if (here && line.starts_with("VmFlags:"))
+            return line + ' ';
+    }
+    return "";
+}
+
+TEST(Bytes, LargeBuffersHaveHugePages)
+{
+    if (!std::ifstream("/sys/kernel/mm/transparent_hugepage/enabled"))
+        GTEST_SKIP() << "this system has none";
+    const BYTES_BUFFER large(size_t{8} << 20);
+    EXPECT_NE(FlagsOf(large.data() + large.size() / 2).find(" hg "), std::string::npos);
+    errno = ENOENT;
+    Pages_Advise(reinterpret_cast<void *>(uintptr_t{65536}), size_t{8} << 20);
+    EXPECT_EQ(errno, ENOENT) << "a refusal leaves no trace";
 }
 
 TEST(Bytes, AnOpenFileStaysTheSame)
