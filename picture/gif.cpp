@@ -12,6 +12,7 @@
 #include "extra/bytes.h"
 #include "extra/heap.h"
 #include "extra/local.h"
+#include "extra/pages.h"
 #include "extra/reason.h"
 #include "picture/pixels.h"
 
@@ -41,6 +42,13 @@ constexpr uint8_t GIF_DisposeClear = 2, GIF_DisposeRestore = 3;
 constexpr unsigned GIF_MaxCodeSize = 12;
 constexpr size_t GIF_MaxCodes = 1 << GIF_MaxCodeSize;
 constexpr size_t GIF_Chunk = 16;  // strings are copied in chunks of this many bytes
+
+// A frame of which nothing has been read, with an opaque black palette.
+constexpr GIF_FRAME GIF_NewFrame = [] {
+    GIF_FRAME frame{};
+    frame.LocalPalette.fill({0, 0, 0, 255});
+    return frame;
+}();
 
 // Bytes of a header before its last field: 4 KiB, of which most files need the first number.
 constexpr size_t GIF_FixedHeader = offsetof(GIF_HEADER, DataSize);
@@ -112,16 +120,11 @@ static void GIF_GetPalette(PIXELS_PALETTE &palette, size_t colours)
     GIF_Position += 3 * colours;
 }
 
-static void ClearPalette(PIXELS_PALETTE &palette)
-{
-    palette.fill({0, 0, 0, 255});
-}
-
 static void ReadHeader()
 {
     GIF_HEADER &h = Extra_Local(GIF_Header);
     std::memset(&h, 0, GIF_FixedHeader);
-    ClearPalette(h.GlobalPalette);
+    h.GlobalPalette = GIF_NewFrame.LocalPalette;
     GIF_Position = 4;
     h.Version = GIF_GetByte();
     GIF_Position++;
@@ -254,7 +257,6 @@ static void ReadImageDescriptor(GIF_FRAME &frame)
     frame.Sorted = packed >> 5 & 1;
     frame.Interlaced = packed >> 6 & 1;
     frame.HasLocalPalette = packed >> 7;
-    ClearPalette(frame.LocalPalette);
     if (frame.HasLocalPalette)
         GIF_GetPalette(frame.LocalPalette, frame.LocalColors);
     frame.MinimumCodeSize = GIF_GetByte();
@@ -409,7 +411,7 @@ static void Decompress(GIF_FRAME &frame, std::span<const uint8_t> data, size_t n
 static bool LoadFrame(GIF_OWNER &gif, const GIF_CONTROL &control, uint64_t &left)
 {
     const size_t from = GIF_Position - 1;
-    GIF_FRAME &frame = gif.Frames.emplace_back();
+    GIF_FRAME &frame = gif.Frames.emplace_back(GIF_NewFrame);
     const size_t number = gif.Frames.size();
     frame.HasTransparency = control.HasTransparency;
     frame.UserInput = control.UserInput;
@@ -639,11 +641,16 @@ static bool IsWhole(const GIF_FRAME &frame, std::span<const uint8_t> indexes)
     return indexes.size() == size_t{frame.Width} * frame.Height;
 }
 
+static bool CoversScreen(const GIF_PICTURE &gif, const GIF_FRAME &frame)
+{
+    return frame.Left == 0 && frame.Top == 0 && frame.Width >= gif.Header.Width &&
+           frame.Height >= gif.Header.Height;
+}
+
 // Whether a complete frame hides all that was before it, and its disposal does not restore that.
 static bool HidesAll(const GIF_PICTURE &gif, const GIF_FRAME &frame)
 {
-    return frame.Left == 0 && frame.Top == 0 && frame.Width >= gif.Header.Width &&
-           frame.Height >= gif.Header.Height && !frame.HasTransparency &&
+    return CoversScreen(gif, frame) && !frame.HasTransparency &&
            frame.Disposal != GIF_DisposeRestore;
 }
 
@@ -653,25 +660,30 @@ static void DrawFrame(const GIF_PICTURE &gif, const GIF_FRAME &frame,
 {
     const size_t width = frame.Width;
     const size_t right = std::min<size_t>(gif.Header.Width, frame.Left + width);
-    PIXELS_PALETTE palette = frame.HasLocalPalette ? frame.LocalPalette : gif.Header.GlobalPalette;
+    const PIXELS_PALETTE &stored =
+        frame.HasLocalPalette ? frame.LocalPalette : gif.Header.GlobalPalette;
     const bool hides = frame.HasTransparency && !empty;
-    if (frame.HasTransparency)
-        palette[frame.TransparentIndex] = {};
+    PIXELS_PALETTE cleared;
+    if (frame.HasTransparency && empty) {
+        cleared = stored;
+        cleared[frame.TransparentIndex] = {};
+    }
+    const PIXELS_PALETTE &palette = frame.HasTransparency && empty ? cleared : stored;
     size_t first = 0;
     const auto draw = [&](size_t y) {
-        const auto stored = Bytes_GetSpan(indexes, first, width);
+        const auto shown = Bytes_GetSpan(indexes, first, width);
         first += width;
         if (frame.Top + y >= gif.Header.Height || frame.Left >= right)
             return;
-        const auto row = Bytes_GetSpan(stored, 0, right - frame.Left);
+        const auto row = Bytes_GetSpan(shown, 0, right - frame.Left);
         uint8_t *out = screen + ((frame.Top + y) * gif.Header.Width + frame.Left) * 4;
         if (!hides)
             return Pixels_FromIndexes(row, palette, out);
-        for (const uint8_t index : row) {
-            if (index != frame.TransparentIndex)
-                std::memcpy(out, palette[index].data(), 4);
-            out += 4;
-        }
+        Pixels_Make(row.size(), out, [&, hidden = frame.TransparentIndex](size_t i) {
+            const uint32_t below = Pixels_Get(out + 4 * i);
+            const uint32_t pixel = Pixels_Get(palette[row[i]].data());
+            return row[i] == hidden ? below : pixel;
+        });
     };
     if (frame.Interlaced)
         for (const auto &[step, start] : GIF_Interlace)
@@ -688,12 +700,14 @@ uint8_t *GIF_Decoding(uint16_t mode)
         Reason_Set("no frames");
         return nullptr;
     }
-    void *const block = std::calloc(sizeof(GIF_FRONT) + GIF_Header.Size, 1);
+    GIF_OWNER &gif = *GIF_Loaded;
+    const size_t size = sizeof(GIF_FRONT) + GIF_Header.Size;
+    void *const block =
+        Pages_Advise(gif.FirstOwned == 0 ? std::calloc(size, 1) : std::malloc(size), size);
     if (!block) {
         Reason_Set("out of memory");
         return nullptr;
     }
-    GIF_OWNER &gif = *GIF_Loaded;
     auto *const front = new (block) GIF_FRONT{&gif};
     auto *const first = reinterpret_cast<uint8_t *>(front + 1);
     const size_t sizes = std::min<size_t>(GIF_Header.FrameCount, GIF_MaxFrames);
@@ -710,7 +724,7 @@ uint8_t *GIF_Decoding(uint16_t mode)
         if (!IsWhole(frame, indexes))
             Reason_Set("frame 1 ends after %zu of %zu pixels", indexes.size(),
                        size_t{frame.Width} * frame.Height);
-        if (BackgroundOf(gif) != 0 && (!IsWhole(frame, indexes) || !HidesAll(gif, frame)))
+        if (!IsWhole(frame, indexes) || !CoversScreen(gif, frame))
             FillBackground(gif, first);
         DrawFrame(gif, frame, indexes, first, true);
         return true;
@@ -788,7 +802,8 @@ GIF_CANVAS GIF_CanvasOf(const uint8_t *first)
     GIF_CANVAS canvas;
     Reason_Guard([&canvas, first] {
         const GIF_PICTURE &gif = GIF_PictureOf(first);
-        canvas.Screen.assign(first, first + gif.Header.Size);
+        canvas.Screen.resize(gif.Header.Size);
+        std::copy_n(first, gif.Header.Size, canvas.Screen.begin());
         if (gif.Frames[0].Disposal == GIF_DisposeRestore) {
             canvas.Below.resize(gif.Header.Size);
             FillBackground(gif, canvas.Below.data());

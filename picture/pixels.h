@@ -94,12 +94,26 @@ constexpr uint32_t Pixels_SwapRedBlue(uint32_t pixel)
 /// Converts all whole triples of R, G, B (or B, G, R).
 void Pixels_FromTriples(std::span<const uint8_t> samples, bool blueFirst, uint8_t *out);
 
+/// Writes the pixels that pixel(i) gives, each from its own place of `out` at most. Four at once: a
+/// store might change what later ones are made of, so that compilers cannot join them.
+template <typename Pixel>
+inline void Pixels_Make(size_t count, uint8_t *out, const Pixel &pixel)
+{
+    size_t i = 0;
+    for (; i + 4 <= count; i += 4) {
+        const std::array<uint32_t, 4> four = {pixel(i), pixel(i + 1), pixel(i + 2), pixel(i + 3)};
+        std::memcpy(out + 4 * i, four.data(), 16);
+    }
+    for (; i < count; i++)
+        Pixels_Put(out + 4 * i, pixel(i));
+}
+
 /// Converts palette indexes; alpha is the palette's.
 inline void Pixels_FromIndexes(std::span<const uint8_t> indexes, const PIXELS_PALETTE &palette,
                                uint8_t *out)
 {
-    for (size_t i = 0; i < indexes.size(); i++)
-        std::memcpy(out + 4 * i, palette[indexes[i]].data(), 4);
+    Pixels_Make(indexes.size(), out,
+                [&](size_t i) { return Pixels_Get(palette[indexes[i]].data()); });
 }
 
 /// Converts grey samples.
