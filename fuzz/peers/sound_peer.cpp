@@ -128,8 +128,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (!file)
         return 0;
     const int kind = info.format & SF_FORMAT_TYPEMASK;
+    // Of an AIFF file's sound chunks libsndfile plays the last.
+    const std::string_view text(reinterpret_cast<const char *>(data), size);
+    const bool several = text.find("SSND") != text.rfind("SSND");
     const bool compared = kind == SF_FORMAT_WAV || kind == SF_FORMAT_WAVEX ||
-                          kind == SF_FORMAT_AIFF || kind == SF_FORMAT_AU;
+                          (kind == SF_FORMAT_AIFF && !several) || kind == SF_FORMAT_AU;
     std::vector<double> theirs(8192);
     const sf_count_t frames =
         info.channels <= 2 && compared

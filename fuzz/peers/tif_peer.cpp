@@ -62,6 +62,10 @@ static void Compare(TIFF *tif, const uint8_t *data, size_t size)
         complained)
         return;
     const PEER_PICTURE ours(data, size);
+    uint16_t samples = 1;
+    TIFFGetField(tif, TIFFTAG_SAMPLESPERPIXEL, &samples);
+    if (TIF_Header.Samples != samples)
+        return;  // not stated: here as many as have bits stated
     if (TIF_Header.Photometric == PHOTOMETRIC_PALETTE && TIF_Header.BitsPerSample > 8)
         return;  // grey there
     if (extras != 0 && extra[0] == EXTRASAMPLE_UNASSALPHA && ours.It.Pixels)
