@@ -654,6 +654,34 @@ static bool HidesAll(const GIF_PICTURE &gif, const GIF_FRAME &frame)
            frame.Disposal != GIF_DisposeRestore;
 }
 
+// Converts the indexes that are not `hidden`; `out` keeps its other pixels.
+static void DrawOver(std::span<const uint8_t> row, const PIXELS_PALETTE &palette, uint8_t hidden,
+                     uint8_t *out)
+{
+    constexpr uint64_t ones = 0x0101010101010101;
+    constexpr size_t chunk = sizeof(uint64_t);
+    size_t i = 0;
+    for (; i + chunk <= row.size(); i += chunk) {
+        uint64_t differences;  // 0 in the bytes of hidden pixels
+        std::memcpy(&differences, row.data() + i, chunk);
+        differences ^= ones * hidden;
+        if (differences == 0)
+            continue;
+        if (((differences - ones) & ~differences & ones << 7) == 0) {
+            Pixels_FromIndexes(row.subspan(i, chunk), palette, out + 4 * i);
+            continue;
+        }
+        Pixels_Make(chunk, out + 4 * i, [&](size_t k) {
+            const uint32_t below = Pixels_Get(out + 4 * (i + k));
+            const uint32_t pixel = Pixels_Get(palette[row[i + k]].data());
+            return row[i + k] == hidden ? below : pixel;
+        });
+    }
+    for (; i < row.size(); i++)
+        if (row[i] != hidden)
+            std::memcpy(out + 4 * i, palette[row[i]].data(), 4);
+}
+
 // Format: draws a frame on the screen, which may be empty, so that no pixel shows through.
 static void DrawFrame(const GIF_PICTURE &gif, const GIF_FRAME &frame,
                       std::span<const uint8_t> indexes, uint8_t *screen, bool empty)
@@ -679,11 +707,7 @@ static void DrawFrame(const GIF_PICTURE &gif, const GIF_FRAME &frame,
         uint8_t *out = screen + ((frame.Top + y) * gif.Header.Width + frame.Left) * 4;
         if (!hides)
             return Pixels_FromIndexes(row, palette, out);
-        Pixels_Make(row.size(), out, [&, hidden = frame.TransparentIndex](size_t i) {
-            const uint32_t below = Pixels_Get(out + 4 * i);
-            const uint32_t pixel = Pixels_Get(palette[row[i]].data());
-            return row[i] == hidden ? below : pixel;
-        });
+        DrawOver(row, palette, frame.TransparentIndex, out);
     };
     if (frame.Interlaced)
         for (const auto &[step, start] : GIF_Interlace)

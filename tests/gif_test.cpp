@@ -243,6 +243,11 @@ TEST(GIF, ScreensByTheFormatsRules)
         {"a frame that hides all after one that is taken back",
          screen + full + disposing(3) + middle + full + Frame(3, 1, 1, 1, {15}),
          "1111 5678, 19A1 5BC8, 1111 5678, 1111 567F"},
+        {"eight pixels at once: all hidden, none, some; and two more",
+         Screen(26, 1) + Frame(0, 0, 26, 1, std::vector<size_t>(26, 1)) + gone +
+             Frame(0, 0, 26, 1,
+                   {3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 4, 5, 6, 7, 8, 9, 3, 9, 2, 3, 3, 3, 8, 3, 3, 7}),
+         "11111111111111111111111111, 11111111224567891921118117"},
         {"a screen without a size", Screen(0, 5) + Frame(0, 0, 2, 1, {1, 2}), "12"},
         {"an empty comment", screen + BYTES{'!', 254, 0} + full, "1111 5678"},
         {"extensions of any size", screen + BYTES{'!', 1, 0, '!', 1, 2, 'a', ',', 1, ',', 0} + full,
