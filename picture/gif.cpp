@@ -658,7 +658,7 @@ static bool HidesAll(const GIF_PICTURE &gif, const GIF_FRAME &frame)
 static void DrawOver(std::span<const uint8_t> row, const PIXELS_PALETTE &palette, uint8_t hidden,
                      uint8_t *out)
 {
-    constexpr uint64_t ones = 0x0101010101010101;
+    constexpr uint64_t ones = 0x0101010101010101, low = 127 * ones, high = 128 * ones;
     constexpr size_t chunk = sizeof(uint64_t);
     size_t i = 0;
     for (; i + chunk <= row.size(); i += chunk) {
@@ -667,7 +667,7 @@ static void DrawOver(std::span<const uint8_t> row, const PIXELS_PALETTE &palette
         differences ^= ones * hidden;
         if (differences == 0)
             continue;
-        if (((differences - ones) & ~differences & ones << 7) == 0) {
+        if (((((differences & low) + low) | differences) & high) == high) {  // no byte is 0
             Pixels_FromIndexes(row.subspan(i, chunk), palette, out + 4 * i);
             continue;
         }
