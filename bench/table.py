@@ -26,7 +26,7 @@ LIMITS = {
     "tif": "Deflate: 7 cycles a literal, the latency of one look-up, as in libdeflate, and reading the file",
     "voc": "one read a refill on either side",
     "wav": "one read a refill on either side; G.711 is one look-up a sample",
-    "xbm": "large files: page faults of the pixels",
+    "xbm": "large files: zeroing the pixels' pages",
 }
 
 
