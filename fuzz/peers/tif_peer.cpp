@@ -66,6 +66,8 @@ static void Compare(TIFF *tif, const uint8_t *data, size_t size)
     TIFFGetField(tif, TIFFTAG_SAMPLESPERPIXEL, &samples);
     if (TIF_Header.Samples != samples)
         return;  // not stated: here as many as have bits stated
+    if (compression == COMPRESSION_CCITTFAX3 && *Picture_Reason())
+        return;  // libtiff skips what comes before an end of line; here that is a damaged row
     if (TIF_Header.Photometric == PHOTOMETRIC_PALETTE && TIF_Header.BitsPerSample > 8)
         return;  // grey there
     if (extras != 0 && extra[0] == EXTRASAMPLE_UNASSALPHA && ours.It.Pixels)
