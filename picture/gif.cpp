@@ -623,8 +623,7 @@ static uint32_t BackgroundOf(const GIF_PICTURE &gif)
 static void FillBackground(const GIF_PICTURE &gif, uint8_t *screen)
 {
     const uint32_t pixel = BackgroundOf(gif);
-    for (size_t i = 0; i < gif.Header.Size; i += 4)
-        Pixels_Put(screen + i, pixel);
+    Pixels_Make(gif.Header.Size / 4, screen, [pixel](size_t) { return pixel; });
 }
 
 // A frame's indexes, as many as its data give.
