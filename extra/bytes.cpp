@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "extra/pages.h"
 #include "extra/reason.h"
 
 #ifdef _WIN32
@@ -24,6 +25,13 @@ static int pread(int file, void *bytes, size_t count, off_t position)
 // O_NONBLOCK: opening a pipe must not wait for a writer.
 constexpr int Bytes_OpenFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
 #endif
+
+uint8_t *BYTES_ALLOCATOR::allocate(size_t count)
+{
+    uint8_t *const block = std::allocator<uint8_t>::allocate(count);
+    Pages_Advise(block, count);
+    return block;
+}
 
 static int Open(const char *path)
 {

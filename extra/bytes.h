@@ -10,7 +10,6 @@
 #include <span>
 #include <vector>
 
-#include "extra/pages.h"
 #include "extra/reason.h"
 
 #pragma GCC visibility push(default)
@@ -22,12 +21,7 @@ struct BYTES_ALLOCATOR : std::allocator<uint8_t> {
     struct rebind {
         using other = BYTES_ALLOCATOR;
     };
-    uint8_t *allocate(size_t count)
-    {
-        uint8_t *const block = std::allocator<uint8_t>::allocate(count);
-        Pages_Advise(block, count);
-        return block;
-    }
+    uint8_t *allocate(size_t count);  // in huge pages, if it is large
     void construct(uint8_t *) {}
     void construct(uint8_t *byte, uint8_t value)
     {

@@ -6,6 +6,7 @@
 
 #include <sys/mman.h>
 
+#include "extra/pages.h"
 #include "extra/reason.h"
 #include "tests/files.h"
 
