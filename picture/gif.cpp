@@ -61,12 +61,6 @@ constexpr uint64_t GIF_PixelsPerByte = 683, GIF_MinFile = 512;
 namespace
 {
 
-// A dictionary string, as a place in the output. A new code's string is the one written last plus
-// the byte that follows it, so it needs no copy.
-struct GIF_STRING {
-    uint32_t Start, Length;
-};
-
 // The Graphic Control Extension before a frame.
 struct GIF_CONTROL {
     uint8_t HasTransparency, UserInput, Disposal;
@@ -95,8 +89,10 @@ struct alignas(16) GIF_FRONT {
 
 }  // namespace
 
-// The extra entry receives the strings that a full dictionary cannot take.
-static constinit thread_local std::array<GIF_STRING, GIF_MaxCodes + 1> GIF_DictionaryTree{};
+// Where in the output each code's string starts. A new code's string is the one written last plus
+// the byte that follows it, so it needs no copy, and ends where the next new code's begins. The
+// last entry receives the strings that a full dictionary cannot take.
+static constinit thread_local std::array<uint32_t, GIF_MaxCodes + 2> GIF_DictionaryTree{};
 
 // Loaded, but not yet handed over as a picture.
 static constinit thread_local std::unique_ptr<GIF_OWNER> GIF_Loaded{};
@@ -273,13 +269,13 @@ struct GIF_DECODER {
 
 }  // namespace
 
-// The next `count` bits, at most 25, lowest first.
-static size_t GIF_ReadBits(GIF_DECODER &decoder, unsigned count)
+// The next `size` bits, at most 25, lowest first; `mask` has as many ones.
+static size_t GIF_ReadBits(GIF_DECODER &decoder, unsigned size, size_t mask)
 {
     const uint8_t *p = decoder.Data + decoder.Position / 8;
     const uint32_t word = p[0] | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16 | uint32_t{p[3]} << 24;
-    const uint32_t bits = word >> (decoder.Position % 8) & ((1u << count) - 1);
-    decoder.Position += count;
+    const size_t bits = word >> (decoder.Position % 8) & mask;
+    decoder.Position += size;
     return bits;
 }
 
@@ -295,10 +291,21 @@ static size_t OutputPadding(uint8_t minimumCodeSize)
     return IsCodeSize(minimumCodeSize) ? GIF_Chunk + (size_t{1} << minimumCodeSize) + GIF_Chunk : 1;
 }
 
+// Copies a string to the end of the output, from where it may overlap that end by one byte. Chunks
+// write up to GIF_Chunk - 1 bytes too many.
+static void CopyString(const uint8_t *from, uint8_t *to, size_t length)
+{
+    size_t i = 0;
+    do {
+        std::array<uint8_t, GIF_Chunk> chunk;
+        std::memcpy(chunk.data(), from + i, GIF_Chunk);
+        std::memcpy(to + i, chunk.data(), GIF_Chunk);
+        i += GIF_Chunk;
+    } while (i < length);
+}
+
 // Decompresses a frame to at most `count` bytes at `out`; returns how many. Stops at the end code,
-// at the end of the data, and at an undefined code. Each code adds a string to the dictionary, the
-// previous code's string plus the first byte of its own, and both already follow each other in the
-// output; only a place and a length are stored. A full dictionary stays as it is until a clear
+// at the end of the data, and at an undefined code. A full dictionary stays as it is until a clear
 // code, which the encoder may defer.
 static size_t GIF_LZW_Decompress(const GIF_FRAME &frame, std::span<const uint8_t> data,
                                  uint8_t *out, size_t count)
@@ -307,57 +314,59 @@ static size_t GIF_LZW_Decompress(const GIF_FRAME &frame, std::span<const uint8_t
     if (!IsCodeSize(minimumCodeSize))
         return 0;
     GIF_DECODER decoder{data.data(), 0, data.size() * 8};
-    GIF_STRING *const tree = Extra_Local(GIF_DictionaryTree).data();
+    uint32_t *const tree = Extra_Local(GIF_DictionaryTree).data();
     const size_t clear = size_t{1} << minimumCodeSize, end = clear + 1;
     const size_t literals = count + GIF_Chunk;
-    for (size_t i = 0; i < clear; i++) {
+    for (size_t i = 0; i <= clear; i++) {
         out[literals + i] = static_cast<uint8_t>(i);
-        tree[i] = {static_cast<uint32_t>(literals + i), 1};
+        tree[i] = static_cast<uint32_t>(literals + i);
     }
-
-    // The first code has no previous string; the entry that it adds takes the place of the end
-    // code, which is never read.
-    const unsigned firstSize = minimumCodeSize + 1u;
-    unsigned size = firstSize;
-    size_t next = end, grows = size_t{1} << size, at = 0;  // grows: the code from which size does
-    GIF_STRING previous{};
-    while (decoder.Position + size <= decoder.End) {
-        const size_t code = GIF_ReadBits(decoder, size);
-        if ((code | 1) == end) [[unlikely]] {
-            if (code == end)
-                break;
-            size = firstSize;
-            next = end;
-            grows = size_t{1} << size;
+    size_t at = 0;
+    for (size_t code = clear; code == clear;) {
+        unsigned size = minimumCodeSize + 1u;
+        size_t grows = size_t{1} << size, mask = grows - 1;  // grows: the code from which size does
+        if (decoder.Position + size > decoder.End || at == count)
+            break;
+        code = GIF_ReadBits(decoder, size, mask);
+        if (code >= clear)
             continue;
-        }
-        if (code > next)
-            break;
-        tree[next] = {previous.Start, previous.Length + 1};
-        const GIF_STRING string = tree[code];
-        if (string.Length > count - at) {
-            for (size_t i = string.Start; at < count; at++, i++)
-                out[at] = out[i];
-            break;
-        }
-        uint8_t *to = out + at;
-        const uint8_t *from = out + string.Start;
-        *to = out[previous.Start];  // the last byte of the string just added, if it is that one
-        for (size_t i = 0; i < string.Length; i += GIF_Chunk) {
-            std::array<uint8_t, GIF_Chunk> chunk;
-            std::memcpy(chunk.data(), from + i, GIF_Chunk);
-            std::memcpy(to + i, chunk.data(), GIF_Chunk);
-        }
-        previous = {static_cast<uint32_t>(at), string.Length};
-        at += string.Length;
-        if (++next == grows) [[unlikely]] {
-            if (size < GIF_MaxCodeSize) {
-                size++;
-                grows <<= 1;
-            } else {  // full
-                next = GIF_MaxCodes;
-                grows = GIF_MaxCodes + 1;
+        // As lengths, those of the clear code and the end code exceed any output, which has less
+        // than 1 << 30 bytes, so that only strings that do not fit need a look at the code.
+        tree[end] = static_cast<uint32_t>(at) + (3u << 30);
+        tree[end + 1] = static_cast<uint32_t>(at);
+        size_t previous = at;
+        out[at++] = static_cast<uint8_t>(code);
+        for (size_t next = end;;) {
+            if (++next == grows) [[unlikely]] {
+                if (size < GIF_MaxCodeSize) {
+                    size++;
+                    grows <<= 1;
+                    mask = grows - 1;
+                } else {  // full
+                    next = GIF_MaxCodes;
+                    grows = GIF_MaxCodes + 1;
+                }
             }
+            if (decoder.Position + size > decoder.End)
+                return at;
+            code = GIF_ReadBits(decoder, size, mask);
+            if (code > next)
+                return at;
+            tree[next + 1] = static_cast<uint32_t>(at);
+            const int64_t start = tree[code], stop = tree[code + 1] + int64_t{code > end};
+            const auto length = static_cast<size_t>(stop - start);
+            if (length > count - at) [[unlikely]] {
+                if (code == clear)
+                    break;
+                if (code != end)
+                    for (auto i = start; at < count; at++, i++)
+                        out[at] = out[i];
+                return at;
+            }
+            out[at] = out[previous];  // the string just added ends here, if it is that one
+            CopyString(out + start, out + at, length);
+            previous = at;
+            at += length;
         }
     }
     return at;
@@ -368,12 +377,12 @@ static uint64_t HeldPixels()
     return std::max<uint64_t>(GIF_File.size(), GIF_MinFile) * GIF_PixelsPerByte;
 }
 
-// Bytes of pixels that a file of this size is allowed.
+// Bytes of pixels that a file of this size is allowed; GIF_HEADER::Size can hold them.
 static uint64_t BelievedBytes()
 {
     const uint64_t memory = Picture_FreeMemory + GIF_File.size() * Picture_MemoryPerByte;
     return std::min<uint64_t>(
-        {4 * Picture_MinShare * HeldPixels(), memory, uint64_t{Picture_MaxBytes}});
+        {4 * Picture_MinShare * HeldPixels(), memory, Picture_MaxBytes, UINT32_MAX});
 }
 
 // Whether a frame fits into `left` bytes, at 4 a pixel. Framework: `left` is reduced by the frame's
