@@ -234,12 +234,18 @@ uint32_t PNG_ReadReversedBit()
     return at < Inflate_Stream.size() ? Inflate_Stream[at] >> shift & 1 : 0;
 }
 
-// Increments a bit-reversed code of n bits (`size` is 2^n): the highest zero becomes one, and the
-// ones above it zeros. 0 after the last code.
-static uint32_t NextReversed(uint32_t code, uint32_t size)
+constexpr auto Inflate_ReversedByte = [] {
+    std::array<uint8_t, 256> reversed{};
+    for (size_t i = 1; i < reversed.size(); i++)
+        reversed[i] = static_cast<uint8_t>(reversed[i / 2] / 2 | (i % 2) << 7);
+    return reversed;
+}();
+
+// The lowest `count` bits, at most 16, in reverse order.
+static uint32_t Reversed(uint32_t bits, uint32_t count)
 {
-    const uint32_t bit = std::bit_floor(~code & (size - 1));
-    return bit ? (code & (bit - 1)) | bit : 0;
+    const uint32_t low = Inflate_ReversedByte[bits & 255], high = Inflate_ReversedByte[bits >> 8];
+    return (low << 8 | high) >> (16 - count);
 }
 
 // Builds the table of the canonical code with these lengths (RFC 1951, 3.2.2), whose first symbols
@@ -249,21 +255,35 @@ static uint32_t NextReversed(uint32_t code, uint32_t size)
 PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8_t> lengths, size_t literals,
                            std::span<const uint32_t> meaning, uint32_t rootBits)
 {
-    std::array<uint16_t, PNG_MaxCodeBits + 1> counts{}, starts{};
-    for (const uint8_t length : lengths)
-        counts[length]++;
-    counts[0] = 0;
+    // The halves of the alphabet are counted and sorted side by side, since equal lengths follow
+    // each other and each increment of a number waits for the one before.
+    using NUMBERS = std::array<uint32_t, PNG_MaxCodeBits + 1>;
+    std::array<NUMBERS, 2> halves{}, starts;
+    const size_t half = (lengths.size() + 1) / 2;
+    const auto forAll = [&](const auto &visit) {
+        for (size_t i = 0; i < half; i++) {
+            visit(0, i);
+            if (half + i < lengths.size())
+                visit(1, half + i);
+        }
+    };
+    forAll([&](size_t h, size_t i) { halves[h][lengths[i]]++; });
+    NUMBERS counts{};
     int left = 1;  // unused codes of the current length
+    uint32_t start = 0;
     for (size_t n = 1; n <= PNG_MaxCodeBits; n++) {
-        left = 2 * left - counts[n];
+        counts[n] = halves[0][n] + halves[1][n];
+        left = 2 * left - static_cast<int>(counts[n]);
         if (left < 0)
             return false;
-        starts[n] = static_cast<uint16_t>(starts[n - 1] + counts[n - 1]);
+        starts[0][n] = start;
+        starts[1][n] = start + halves[0][n];
+        start += counts[n];
     }
+    starts[0][0] = start;  // unused symbols come last
+    starts[1][0] = start + halves[0][0];
     std::array<uint16_t, PNG_LiteralCodes> sorted;
-    for (size_t i = 0; i < lengths.size(); i++)
-        if (lengths[i] != 0)
-            sorted[starts[lengths[i]]++] = static_cast<uint16_t>(i);
+    forAll([&](size_t h, size_t i) { sorted[starts[h][lengths[i]]++] = static_cast<uint16_t>(i); });
 
     // First level. The table for codes of up to n bits is the one for n - 1 bits twice, overwritten
     // with the codes of n bits.
@@ -282,28 +302,33 @@ PNG_MakeHuffmanFromLengths(PNG_HUFFMAN &table, std::span<const uint8_t> lengths,
     for (uint32_t n = 1; n <= rootBits; n++) {
         std::memcpy(entries + size, entries, size * sizeof *entries);
         size *= 2;
-        for (int i = 0; i < counts[n]; i++, code = NextReversed(code, size)) {
-            table.RootCodes[table.RootCount++] = {*symbol, static_cast<uint16_t>(code),
+        code *= 2;
+        for (uint32_t i = 0; i < counts[n]; i++) {
+            const uint32_t reversed = Reversed(code++, n);
+            table.RootCodes[table.RootCount++] = {*symbol, static_cast<uint16_t>(reversed),
                                                   static_cast<uint16_t>(n)};
-            entries[code] = next(n);
+            entries[reversed] = next(n);
         }
     }
 
     // Second level: the first RootBits bits of a longer code select a table, the rest index it.
     const uint32_t subSize = 1u << (PNG_MaxCodeBits - rootBits);
     uint32_t end = size;
-    for (uint32_t n = rootBits + 1; n <= PNG_MaxCodeBits; n++)
-        for (int i = 0; i < counts[n]; i++, code = NextReversed(code, 1u << n)) {
-            uint32_t &root = entries[code & (size - 1)];
+    for (uint32_t n = rootBits + 1; n <= PNG_MaxCodeBits; n++) {
+        code *= 2;
+        for (uint32_t i = 0; i < counts[n]; i++) {
+            const uint32_t reversed = Reversed(code++, n);
+            uint32_t &root = entries[reversed & (size - 1)];
             if (!(root & Inflate_EntryLong)) {
                 root = end << Inflate_EntryValue | Inflate_EntrySpecial | Inflate_EntryLong;
                 std::fill_n(entries + end, subSize, none);
                 end += subSize;
             }
             const uint32_t entry = next(n);
-            for (uint32_t k = code >> rootBits; k < subSize; k += 1u << (n - rootBits))
+            for (uint32_t k = reversed >> rootBits; k < subSize; k += 1u << (n - rootBits))
                 entries[EntryValue(root) + k] = entry;
         }
+    }
     return true;
 }
 
@@ -320,10 +345,16 @@ static void MakeTriples(const PNG_HUFFMAN &table)
     static constinit TRIPLES nothing{};
     static constinit thread_local TRIPLES onesOf{}, twosOf{};
     TRIPLES &ones = Extra_Local(onesOf), &twos = Extra_Local(twosOf);
-    std::array<PNG_CODE, 256> literals;
+    TRIPLES &triples = Extra_Local(Inflate_Triples);
+    std::copy_n(table.Entries.begin(), triples.size(), triples.begin());
+    const auto isLiteral = [](const PNG_CODE &code) { return code.Symbol < 256; };
     const std::span codes = std::span(table.RootCodes).first(table.RootCount);
-    const auto end = std::copy_if(codes.begin(), codes.end(), literals.begin(),
-                                  [](const PNG_CODE &code) { return code.Symbol < 256; });
+    const auto literal = std::ranges::find_if(codes, isLiteral);
+    const uint32_t shortest = literal == codes.end() ? Inflate_LiteralRoot : literal->Length;
+    if (2 * shortest > Inflate_LiteralRoot)
+        return;
+    std::array<PNG_CODE, 256> literals;
+    const auto end = std::copy_if(literal, codes.end(), literals.begin(), isLiteral);
     const auto put = [&](uint32_t *to, const TRIPLES &rests, uint32_t width) {
         for (auto code = literals.begin(); code != end && code->Length <= width; ++code) {
             const uint32_t first = LiteralOf(code->Symbol) | code->Length;
@@ -340,11 +371,6 @@ static void MakeTriples(const PNG_HUFFMAN &table)
             put(sized, rests, width);
         }
     };
-    TRIPLES &triples = Extra_Local(Inflate_Triples);
-    std::copy_n(table.Entries.begin(), triples.size(), triples.begin());
-    const uint32_t shortest = end == literals.begin() ? Inflate_LiteralRoot : literals[0].Length;
-    if (2 * shortest > Inflate_LiteralRoot)
-        return;
     putAll(ones, nothing, Inflate_LiteralRoot - 2 * shortest);
     putAll(twos, ones, Inflate_LiteralRoot - shortest);
     put(triples.data(), twos, Inflate_LiteralRoot);
@@ -395,22 +421,29 @@ static bool ReadTables()
     std::array<uint8_t, PNG_LiteralCodes + PNG_DistanceCodes> lengths{};
     const size_t count = literalCount + distanceCount;
     for (size_t i = 0; i < count && !reader.CutShort();) {
-        const uint32_t entry = reader.PNG_DecodeHuffmanSymbol(codes);
-        const uint32_t symbol = EntryValue(entry);
-        if (entry & Inflate_EntryNone) {
-            if (Picture_Rules != PICTURE_RULES_FORMAT)
-                std::fputs("Unexisting code!\n", stdout);
-            i++;
-        } else if (symbol < 16) {
-            lengths[i++] = static_cast<uint8_t>(symbol);
-        } else {
-            const uint32_t least = symbol == 18 ? 11 : 3;
-            const size_t repeats = least + reader.ReadBits(EntryExtraBits(entry));
-            if (repeats > count - i || (symbol == 16 && i == 0))
-                return false;
-            if (symbol == 16)
-                std::fill_n(lengths.begin() + static_cast<ptrdiff_t>(i), repeats, lengths[i - 1]);
-            i += repeats;
+        uint64_t bits = reader.Peek();  // a code and its extra bits are 14 at most
+        for (int k = 0; k < 4 && i < count && !reader.CutShort(); k++) {
+            const uint32_t entry = codes.Entries[bits & ((1u << Inflate_CLRoot) - 1)];
+            const uint32_t symbol = EntryValue(entry);
+            const uint64_t extra = bits >> EntryCodeBits(entry);
+            bits >>= EntryBits(entry);
+            reader.Position += EntryBits(entry);
+            if (entry & Inflate_EntryNone) {
+                if (Picture_Rules != PICTURE_RULES_FORMAT)
+                    std::fputs("Unexisting code!\n", stdout);
+                i++;
+            } else if (symbol < 16) {
+                lengths[i++] = static_cast<uint8_t>(symbol);
+            } else {
+                const size_t least = symbol == 18 ? 11 : 3;
+                const size_t repeats = least + (extra & ((1u << EntryExtraBits(entry)) - 1));
+                if (repeats > count - i || (symbol == 16 && i == 0))
+                    return false;
+                if (symbol == 16)
+                    std::fill_n(lengths.begin() + static_cast<ptrdiff_t>(i), repeats,
+                                lengths[i - 1]);
+                i += repeats;
+            }
         }
     }
     std::array<uint8_t, PNG_DistanceCodes> distances{};
