@@ -243,17 +243,21 @@ struct BMP_WRITER {
     void Repeat(int first, int second, size_t count)
     {
         constexpr size_t chunk = 8;
-        std::array<uint8_t, chunk> pattern;
-        for (size_t i = 0; i < chunk; i++)
-            pattern[i] = static_cast<uint8_t>(i % 2 == 0 ? first : second);
+        const std::array<uint8_t, 2> pair = {static_cast<uint8_t>(first),
+                                             static_cast<uint8_t>(second)};
+        const uint64_t four = std::bit_cast<uint16_t>(pair) * uint64_t{0x0001000100010001};
+        const auto pattern = std::bit_cast<std::array<uint8_t, chunk>>(four);
         uint8_t *out = Buffer.data() + Position;
         count = Room(count);
-        if (Room(count + chunk) == count + chunk)
-            for (size_t i = 0; i < count; i += chunk)  // may write up to a chunk past the run
+        if (Room(count + chunk) == count + chunk) {
+            size_t i = 0;
+            do  // may write up to a chunk past the run
                 std::memcpy(out + i, pattern.data(), chunk);
-        else
+            while ((i += chunk) < count);
+        } else {
             for (size_t i = 0; i < count; i++)
                 out[i] = pattern[i % chunk];
+        }
         Position += count;
     }
     void Copy(std::span<const uint8_t> bytes)
@@ -262,11 +266,13 @@ struct BMP_WRITER {
         std::copy_n(bytes.begin(), count, Buffer.begin() + static_cast<ptrdiff_t>(Position));
         Position += count;
     }
-    void CopyNibbles(std::span<const uint8_t> bytes, size_t count)
+    // The high ones are shifted right.
+    void CopyNibbles(std::span<const uint8_t> bytes, size_t count, int shift)
     {
         count = Room(std::min(count, 2 * bytes.size()));
         for (size_t i = 0; i < count; i++)
-            Buffer[Position + i] = bytes[i / 2] & (i % 2 == 0 ? 0xF0 : 0x0F);
+            Buffer[Position + i] = static_cast<uint8_t>(i % 2 == 0 ? (bytes[i / 2] & 0xF0) >> shift
+                                                                   : bytes[i / 2] & 0x0F);
         Position += count;
     }
 };
@@ -292,7 +298,7 @@ static size_t ExpandFrameworkRuns(std::span<const uint8_t> file, std::span<uint8
             p += dy * h.Width + dx;
         } else if (value > 2 && nibbles) {
             const size_t bytes = (value + size_t{1}) / 2;
-            out.CopyNibbles(Bytes_GetSpan(file, p, bytes), value);
+            out.CopyNibbles(Bytes_GetSpan(file, p, bytes), value, 0);
             p += bytes + value / 2 % 2;
         } else if (value > 2) {
             out.Copy(Bytes_GetSpan(file, p, value));
@@ -310,47 +316,44 @@ static void ExpandFormatRuns(std::span<const uint8_t> file, std::span<uint8_t> p
     const BMP_HEADER &h = BMP_Header;
     const size_t width = h.Width;
     const bool nibbles = h.Compression == BMP_RLE4;
-    const auto nibble = [](uint8_t byte, size_t i) {
-        return static_cast<uint8_t>(i % 2 == 0 ? byte >> 4 : byte & 15);
+    BMP_WRITER out{pixels};
+    const auto clearTo = [&out](size_t position) {
+        position = std::min(position, out.Buffer.size());
+        if (out.Position < position)
+            out.Repeat(0, 0, position - out.Position);
     };
-    std::ranges::fill(pixels, uint8_t{0});
-    size_t p = h.DataOffset, row = 0, x = 0;  // row: start of the current row
-    const auto room = [&] {
-        const size_t end = std::min(row + width, pixels.size());
-        return pixels.subspan(std::min(row + x, end), end - std::min(row + x, end));
-    };
-    while (p < file.size() && row < pixels.size()) {
+    size_t p = h.DataOffset, row = 0;  // row: start of the current row
+    bool ended = false;
+    while (!ended && p < file.size() && row < pixels.size()) {
         const size_t count = Bytes_GetByte(file, p);
         const uint8_t value = Bytes_GetByte(file, p);
-        const std::span<uint8_t> out = room();
+        const size_t room = row + width - out.Position;
         if (count != 0) {
-            const size_t end = std::min(count, out.size());
-            if (!nibbles)
-                std::fill_n(out.begin(), end, value);
-            for (size_t i = 0; nibbles && i < end; i++)
-                out[i] = nibble(value, i);
-            x += end;
+            out.Repeat(nibbles ? value >> 4 : value, nibbles ? value & 15 : value,
+                       std::min(count, room));
         } else if (value == 0) {
             row += width;
-            x = 0;
+            clearTo(row);
         } else if (value == 1) {
-            return;
+            ended = true;
         } else if (value == 2) {
-            x += Bytes_GetByte(file, p);
-            row += Bytes_GetByte(file, p) * width;
+            const size_t right = std::min<size_t>(Bytes_GetByte(file, p), room);
+            const size_t up = Bytes_GetByte(file, p) * width;
+            row += up;
+            clearTo(out.Position + right + up);
         } else {
             const size_t bytes = nibbles ? (value + size_t{1}) / 2 : value;
             const auto literal = Bytes_GetSpan(file, p, bytes);
-            const size_t held = nibbles ? literal.size() * 2 : literal.size();
-            const size_t end = std::min({size_t{value}, out.size(), held});
-            for (size_t i = 0; i < end; i++)
-                out[i] = nibbles ? nibble(literal[i / 2], i) : literal[i];
-            x += end;
+            if (nibbles)
+                out.CopyNibbles(literal, std::min<size_t>(value, room), 4);
+            else
+                out.Copy(literal.first(std::min(literal.size(), room)));
             p += bytes + bytes % 2;
         }
     }
-    if (row + x < pixels.size())
+    if (!ended && out.Position < pixels.size())
         Reason_Set("cut after %zu of %d rows", row / width, h.Height);
+    clearTo(pixels.size());
 }
 
 // Packs RLE4's pixels two to a byte and returns the number of bytes left. On purpose: as many bytes
