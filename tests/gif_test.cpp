@@ -369,8 +369,6 @@ TEST(GIF, FramesAreBounded)
     // A screen of 4 GiB, which the header's size cannot hold, though the caller allows it.
     Picture_MaxBytes = SIZE_MAX;
     EXPECT_TRUE(PixelsOf(Screen(32768, 32768) + Frame(0, 0, 1, 1, {1}) + BYTES(2 << 20)).empty());
-    EXPECT_STREQ(Picture_Reason(),
-                 "frame 1 and on: more pixels than are believed of 2097228 bytes");
     Picture_MaxBytes = limit;
     for (const int height : {1365, 1366})  // of 512 bytes, that many a file counts at least
         EXPECT_EQ(PixelsOf(Screen(2048, height) + Frame(0, 0, 1, 1, {1})).empty(), height == 1366);
