@@ -266,7 +266,7 @@ struct BMP_WRITER {
         std::copy_n(bytes.begin(), count, Buffer.begin() + static_cast<ptrdiff_t>(Position));
         Position += count;
     }
-    // The high ones are shifted right.
+    // Each in its half of a byte, the high ones then shifted right.
     void CopyNibbles(std::span<const uint8_t> bytes, size_t count, int shift)
     {
         count = Room(std::min(count, 2 * bytes.size()));

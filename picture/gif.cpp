@@ -90,8 +90,9 @@ struct alignas(16) GIF_FRONT {
 }  // namespace
 
 // Where in the output each code's string starts. A new code's string is the one written last plus
-// the byte that follows it, so it needs no copy, and ends where the next new code's begins. The
-// last entry receives the strings that a full dictionary cannot take.
+// the byte that follows it, so it needs no copy, and its last byte is the first one of the next new
+// code's string. Literals follow each other without such an overlap. The last entry receives the
+// strings that a full dictionary cannot take.
 static constinit thread_local std::array<uint32_t, GIF_MaxCodes + 2> GIF_DictionaryTree{};
 
 // Loaded, but not yet handed over as a picture.
