@@ -1,6 +1,8 @@
-// Bits of a stream in memory, peeked without advancing: 64 bits at any bit position.
+// Bits of a stream in memory, peeked without advancing: 64 bits at any bit position; bits in
+// reverse order.
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -41,3 +43,12 @@ inline uint64_t Bits_PeekLow(std::span<const uint8_t> in, size_t bit)
     }
     return bits >> bit % 8;
 }
+
+/// Each byte with its bits in reverse order.
+inline constexpr std::array<uint8_t, 256> Bits_Mirror = [] {
+    std::array<uint8_t, 256> mirror{};
+    for (size_t byte = 0; byte < mirror.size(); byte++)
+        for (size_t bit = 0; bit < 8; bit++)
+            mirror[byte] |= static_cast<uint8_t>((byte >> bit & 1) << (7 - bit));
+    return mirror;
+}();

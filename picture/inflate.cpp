@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "extra/local.h"
+#include "picture/bits.h"
 #include "picture/pixels.h"
 
 #ifdef __x86_64__
@@ -234,17 +235,10 @@ uint32_t PNG_ReadReversedBit()
     return at < Inflate_Stream.size() ? Inflate_Stream[at] >> shift & 1 : 0;
 }
 
-constexpr auto Inflate_ReversedByte = [] {
-    std::array<uint8_t, 256> reversed{};
-    for (size_t i = 1; i < reversed.size(); i++)
-        reversed[i] = static_cast<uint8_t>(reversed[i / 2] / 2 | (i % 2) << 7);
-    return reversed;
-}();
-
 // The lowest `count` bits, at most 16, in reverse order.
 static uint32_t Reversed(uint32_t bits, uint32_t count)
 {
-    const uint32_t low = Inflate_ReversedByte[bits & 255], high = Inflate_ReversedByte[bits >> 8];
+    const uint32_t low = Bits_Mirror[bits & 255], high = Bits_Mirror[bits >> 8];
     return (low << 8 | high) >> (16 - count);
 }
 

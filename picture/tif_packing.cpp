@@ -149,15 +149,6 @@ static void UndoPredictor(std::span<uint8_t> strip, size_t rowBytes, size_t step
     }
 }
 
-// Each byte with its bits reversed.
-static constexpr std::array<uint8_t, 256> mirror = [] {
-    std::array<uint8_t, 256> table{};
-    for (size_t byte = 0; byte < table.size(); byte++)
-        for (size_t bit = 0; bit < 8; bit++)
-            table[byte] |= static_cast<uint8_t>((byte >> bit & 1) << (7 - bit));
-    return table;
-}();
-
 static FAX_SCHEME FaxScheme()
 {
     const TIF_HEADER &h = TIF_Header;
@@ -212,7 +203,7 @@ std::span<const uint8_t> TIF_Expand(std::span<const uint8_t> stored,
     if (h.FillOrder == 2) {
         buffers.Mirrored.resize(stored.size());
         std::transform(stored.begin(), stored.end(), buffers.Mirrored.begin(),
-                       [](uint8_t byte) { return mirror[byte]; });
+                       [](uint8_t byte) { return Bits_Mirror[byte]; });
         stored = buffers.Mirrored;
     }
     if (h.Compression == TIF_Plain || stored.empty())
